@@ -1,0 +1,4 @@
+#include "appsettings.h"
+
+AppSettings::AppSettings() = default;
+AppSettings::~AppSettings() = default;

@@ -1,0 +1,82 @@
+// What the system, the simulator and the Aravis side share: interfaces, camera descriptions, backends.
+#pragma once
+
+#include "tovcamera.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+class Backend;
+class InterfaceImpl;
+
+// One camera that was seen. The texts are set before it is published and never change; it lives as long as the system.
+class DeviceInfoImpl : public TovCam::DeviceInfo
+{
+public:
+    InterfaceImpl *interface = nullptr;
+    std::string id; // the backend's own key
+    std::string displayName, vendor, model, serial, userID, address;
+    std::atomic<AccessStatus> access{AccessUnknown};
+
+    TovCam::Interface *GetInterface() override;
+    char const *GetDisplayName() override;
+    char const *GetHostInformation() override; // asks the backend, which may answer anew each time
+    char const *GetVendorName() override;
+    char const *GetModelName() override;
+    char const *GetSerialNumber() override;
+    char const *GetUserID() override;
+    char const *GetAddress() override;
+    AccessStatus GetAccessStatus() override;
+
+private:
+    std::mutex m_mutex; // guards m_hostInformation
+    std::string m_hostInformation;
+};
+
+// One interface with the cameras of the last enumeration. Cameras that are gone leave the list and stay alive.
+class InterfaceImpl : public TovCam::Interface
+{
+public:
+    InterfaceImpl(Backend &backend, std::uint32_t kind, std::string description, std::string version);
+    Backend &GetBackend();
+
+    TovCam::DeviceInfo *GetFirstDeviceInfo() override;
+    std::uint32_t GetInterfaceKind() override;
+    char const *GetInterfaceDescription() override;
+    char const *GetDriverVersion() override;
+    TovCam::ParamArray *GetInterfaceParameters(std::int32_t *error) override;
+    std::uint32_t GetDeviceCount() override;
+    TovCam::DeviceInfo *GetDeviceInfoByIndex(std::uint32_t index) override;
+
+    // The camera with that id, made on first sight.
+    DeviceInfoImpl *FindOrAdd(std::string const &id, std::unique_ptr<DeviceInfoImpl> (*make)());
+    void SetVisible(std::vector<DeviceInfoImpl *> visible);
+
+private:
+    Backend &m_backend;
+    std::uint32_t m_kind;
+    std::string m_description, m_version;
+    std::mutex m_mutex; // guards the two lists
+    std::vector<std::unique_ptr<DeviceInfoImpl>> m_known;
+    std::vector<DeviceInfoImpl *> m_visible;
+};
+
+// A source of cameras. Update and Find are called one at a time, from any thread.
+class Backend
+{
+public:
+    virtual ~Backend() = default;
+    virtual std::vector<InterfaceImpl *> GetInterfaces() = 0;
+    virtual std::int32_t Update() = 0;
+    virtual DeviceInfoImpl *FindByAddress(std::string const &address, std::int32_t *error) = 0; // null: not ours
+    virtual TovCam::Device *Open(DeviceInfoImpl *info, std::int32_t *error) = 0;
+    // Null where the interface has no parameters of its own.
+    virtual TovCam::ParamArray *GetInterfaceParameters(InterfaceImpl *interface, std::int32_t *error) = 0;
+    virtual std::string GetHostInformation(DeviceInfoImpl *info) = 0; // "" when there is none
+};
+
+std::unique_ptr<Backend> MakeSimBackend();
+std::unique_ptr<Backend> MakeAravisBackend(std::uint32_t kind); // InterfaceKind

@@ -1,0 +1,262 @@
+// Cameras: enumeration, node maps, streams, events.
+//
+// Objects are made and owned by the library; callers hold plain pointers, never delete them, and call Release where an
+// object has it. Text results are zero-terminated UTF-8, owned by the library, and valid until the same operation is
+// called on the same object again or the object goes.
+//
+// Status: signed 32 bits, 0 for success, negative values as TovCamError. An error pointer may be null; a call that
+// succeeds stores 0 through it.
+#pragma once
+
+#include "tovimage.h"
+
+#include <cstddef>
+#include <cstdint>
+
+#if defined(TovCameraApi_EXPORTS)
+#define TOV_CAMERA_API __attribute__((visibility("default")))
+#else
+#define TOV_CAMERA_API
+#endif
+
+enum TovCamError : std::int32_t {
+    TOV_CAM_ERR_OK = 0,
+    TOV_CAM_ERR_UNKNOWN = -40001,
+    TOV_CAM_ERR_FILE_NOT_FOUND = -40002,
+    TOV_CAM_ERR_FILE_READ = -40003,
+    TOV_CAM_ERR_WRONG_CONFIGURATION = -40004,
+    TOV_CAM_ERR_INVALID_INDEX = -40005,
+    TOV_CAM_ERR_NO_DEVICE = -40006,
+    TOV_CAM_ERR_INVALID_ARGUMENT = -40007,
+    TOV_CAM_ERR_INVALID_STATE = -40051,
+    TOV_CAM_ERR_FLASH_ERASE = -40101,
+    TOV_CAM_ERR_GENICAM_GENERIC = -40200,
+    TOV_CAM_ERR_GENICAM_TREE = -40201,
+    TOV_CAM_ERR_GENICAM_ACCESS = -40202,
+    TOV_CAM_ERR_GENICAM_PARAM_TYPE = -40203,
+    TOV_CAM_ERR_GENICAM_OUT_OF_RANGE = -40204,
+    TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM = -40205,
+    TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT = -40206,
+};
+
+namespace TovCam {
+
+enum InterfaceKind : std::uint32_t { InterfaceKindUSB3Vision = 1, InterfaceKindGigEVision = 2 };
+
+enum EventID : std::uint32_t {
+    EventControlChannel = 1000, // raw control packets
+    EventStreamChannel = 1001,  // raw stream packets
+    EventEventChannel = 1002,   // raw event packets
+    EventConnectionLost = 1004, // no data
+};
+
+constexpr std::uint32_t WaitForever = 0xFFFFFFFFu;
+
+class Interface;
+class DeviceInfo;
+class Device;
+
+// One node of a camera. GetInt, GetString and GetEnum of ParamArray give the typed forms.
+class Param
+{
+public:
+    virtual char const *GetName() = 0;
+
+protected:
+    ~Param() = default;
+};
+
+class IntParam : public Param
+{
+public:
+    virtual std::int64_t GetValue(std::int32_t *error) = 0;
+    virtual std::int64_t GetMin(std::int32_t *error) = 0;
+    virtual std::int64_t GetMax(std::int32_t *error) = 0;
+
+protected:
+    ~IntParam() = default;
+};
+
+class StringParam : public Param
+{
+public:
+    virtual char const *GetValue(std::int32_t *error) = 0; // never null; "" on failure
+
+protected:
+    ~StringParam() = default;
+};
+
+class EnumParam : public Param
+{
+public:
+    virtual char const *GetValueStr(std::int32_t *error) = 0; // never null; "" on failure
+
+protected:
+    ~EnumParam() = default;
+};
+
+// A node map. Any thread; calls take the device's lock, and a slow camera makes them slow.
+class ParamArray
+{
+public:
+    // Null with TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM when the camera has no such node, null with
+    // TOV_CAM_ERR_GENICAM_PARAM_TYPE when it is of another type.
+    virtual EnumParam *GetEnum(char const *name, std::int32_t *error) = 0;
+    virtual IntParam *GetInt(char const *name, std::int32_t *error) = 0;
+    virtual StringParam *GetString(char const *name, std::int32_t *error) = 0;
+    // Null on failure.
+    virtual char const *GetEnumValueStr(char const *name, std::int32_t *error) = 0;
+    virtual std::int32_t SetIntegerValue(char const *name, std::int64_t value) = 0;
+    virtual std::int64_t GetIntegerValue(char const *name, std::int32_t *error) = 0; // 0 on failure
+    virtual std::int32_t ExecuteCommand(char const *name) = 0;
+
+    // ---- For tests and the GUI-side libraries ----
+    virtual std::int32_t SetEnumValueStr(char const *name, char const *value) = 0;
+    virtual std::int32_t SetFloatValue(char const *name, double value) = 0;
+    virtual double GetFloatValue(char const *name, std::int32_t *error) = 0;
+    virtual std::int32_t SetBooleanValue(char const *name, bool value) = 0;
+    virtual std::int32_t SetStringValue(char const *name, char const *value) = 0;
+
+protected:
+    ~ParamArray() = default;
+};
+
+// A frame. Valid from GetBuffer until QueueBuffer; one thread at a time.
+class Buffer
+{
+public:
+    virtual _TovImage *GetImage() = 0;
+    virtual std::uint64_t GetBufferSize() = 0; // payload bytes of this frame
+    virtual std::uint64_t GetTimestamp() = 0;  // ticks of "GevTimestampTickFrequency"
+    virtual std::uint64_t GetFrameID() = 0;    // rises by one per frame at the camera
+    virtual bool IsIncomplete() = 0;           // packets were lost
+
+protected:
+    ~Buffer() = default;
+};
+
+// The frames of one camera. GetBuffer from one thread; QueueBuffer and CancelGetBuffer from any; the rest from the
+// thread that controls the acquisition.
+class Stream
+{
+public:
+    // After it the buffer and its image must not be touched.
+    virtual std::int32_t QueueBuffer(Buffer *buffer) = 0;
+    // Blocks until a filled buffer is there, `timeout` milliseconds pass (WaitForever: never), or CancelGetBuffer wakes
+    // it. Null with 0 when nothing came. May return a buffer together with a nonzero error.
+    virtual Buffer *GetBuffer(std::uint32_t timeout, std::int32_t *error) = 0;
+    // Remembered when nobody waits: the next GetBuffer returns at once. StartAcquisition forgets it.
+    virtual void CancelGetBuffer() = 0;
+    // `frames` -1 is endless; flags 0. After AllocBufferQueue.
+    virtual std::int32_t StartAcquisition(std::int64_t frames, std::uint32_t flags) = 0;
+    // Host side only; pending buffers stay with the stream. Harmless when not started.
+    virtual std::int32_t StopAcquisition(std::uint32_t flags) = 0;
+    // Creates and announces `count` buffers for the current image format.
+    virtual std::int32_t AllocBufferQueue(void *context, std::uint32_t count) = 0;
+    // After every buffer was given back.
+    virtual std::int32_t ReleaseBufferQueue() = 0;
+
+protected:
+    ~Stream() = default;
+};
+
+// Called on a thread of the library; the bytes are valid during the call only.
+using EventCallback = void (*)(void const *data, unsigned long size, void *user);
+
+// An open camera.
+class Device
+{
+public:
+    // Closes the camera; the last call on it. Events end before it returns.
+    virtual void Release() = 0;
+    virtual Stream *GetStreamByIndex(std::uint32_t index) = 0; // null past the last
+    virtual DeviceInfo *GetDeviceInfo() = 0;
+    virtual std::int32_t RegisterEvent(std::uint32_t id, EventCallback callback, void *user) = 0;
+    // No callback of the subscription runs any more when it returns, unless it is called from that very callback.
+    virtual std::int32_t UnregisterEvent(std::uint32_t id, EventCallback callback, void *user) = 0;
+    virtual ParamArray *GetCameraParameters(std::int32_t *error) = 0; // null on failure; cheap
+    virtual std::int32_t ReadRegister(std::uint64_t address, void *buffer, std::size_t size) = 0;
+    virtual std::int32_t SaveConfiguration(char const *path) = 0;
+    virtual std::int32_t LoadConfiguration(char const *path) = 0;
+
+protected:
+    ~Device() = default;
+};
+
+// A camera that was seen. Lives as long as the system.
+class DeviceInfo
+{
+public:
+    virtual Interface *GetInterface() = 0;
+    virtual char const *GetDisplayName() = 0;
+    virtual char const *GetHostInformation() = 0; // null when there is none
+
+    // ---- For the selector dialog ----
+    enum AccessStatus { AccessUnknown, AccessFree, AccessBusy };
+    virtual char const *GetVendorName() = 0;
+    virtual char const *GetModelName() = 0;
+    virtual char const *GetSerialNumber() = 0;
+    virtual char const *GetUserID() = 0;
+    virtual char const *GetAddress() = 0; // IP address or USB identity, "" when there is none
+    virtual AccessStatus GetAccessStatus() = 0;
+
+protected:
+    ~DeviceInfo() = default;
+};
+
+// One way to reach cameras: a transport of the host, or the simulator.
+class Interface
+{
+public:
+    virtual DeviceInfo *GetFirstDeviceInfo() = 0; // null when no camera is seen
+    virtual std::uint32_t GetInterfaceKind() = 0; // InterfaceKind; other values have no protocol decoder
+    virtual char const *GetInterfaceDescription() = 0;
+    virtual char const *GetDriverVersion() = 0;
+    virtual ParamArray *GetInterfaceParameters(std::int32_t *error) = 0; // null when there are none
+
+    // ---- For the selector dialog: the cameras seen at the last UpdateDeviceList ----
+    virtual std::uint32_t GetDeviceCount() = 0;
+    virtual DeviceInfo *GetDeviceInfoByIndex(std::uint32_t index) = 0; // null past the last
+
+protected:
+    ~Interface() = default;
+};
+
+class ObjectList
+{
+public:
+    virtual Interface *GetFirst() = 0;
+    virtual Interface *GetNext() = 0; // null past the last
+
+protected:
+    ~ObjectList() = default;
+};
+
+// The root of the library.
+class System
+{
+public:
+    virtual void Release() = 0;
+    // `kindMask` has bit InterfaceKind - 1 for each kind asked for; 255 is every kind. Looks for cameras if that has
+    // not been done yet. The list is good until the next call.
+    virtual ObjectList *GetInterfaceList(std::uint32_t kindMask) = 0;
+    virtual Device *OpenDeviceFromConfiguration(char const *path, std::int32_t *error) = 0;
+    virtual std::int32_t LoadTransportLayer(char const *file) = 0;
+
+    // ---- For the selector dialog ----
+    // Looks for cameras on every interface. Takes about a second; any thread, one at a time.
+    virtual std::int32_t UpdateDeviceList() = 0;
+    // Asks the one address (a GigE Vision camera's IP) and adds it to its interface's list; null when nobody answers.
+    virtual DeviceInfo *FindDeviceByAddress(char const *address, std::int32_t *error) = 0;
+
+protected:
+    ~System() = default;
+};
+
+} // namespace TovCam
+
+// The library's only system, or null when it cannot start. Each call is paired with a System::Release.
+TOV_CAMERA_API TovCam::System *TovCam_GetSystem();
+
+// Opens a camera for full control. `mode` is 2; null on failure.
+TOV_CAMERA_API TovCam::Device *TovCam_CreateDevice(TovCam::DeviceInfo *info, std::uint32_t mode, std::int32_t *error);

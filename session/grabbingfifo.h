@@ -1,0 +1,93 @@
+// The acquisition engine: a thread that takes filled buffers from the stream, keeps the frame statistics, and holds the
+// buffers until the display and the recording thread have taken them. Only pointers move.
+//
+// While the operator only watches, the FIFO holds at most the newest frame and older ones go back to the stream
+// unclaimed. While capturing it keeps frames in order up to "QueueSize" - 3; the rest counts as software drops.
+//
+// Threads: SetState, CreateBuffers, StartGrabbing, StopGrabbing, ReleaseBuffers on the GUI thread; GetNewestBuffer,
+// PopOldestBuffer, ReleaseBuffer, ReturnBuffer on the consumers' threads; Work on the own thread. Locks: m_waitMutex
+// comes before m_fifoMutex, and the grabbing thread never holds both. Statuses are those of the camera library.
+#pragma once
+
+#include "sessionstate.h"
+#include "tovcomponentimp.h"
+#include "workingthread.h"
+
+#include "tovcamera.h"
+
+#include <QObject>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+
+class GrabbingFifo : public QObject, public WorkingThread, public TovComponentImp
+{
+    Q_OBJECT
+public:
+    GrabbingFifo(QObject *parent, TovCam::Device *device);
+    ~GrabbingFifo() override;
+
+    int SetState(SessionState state); // always 1
+    std::int32_t CreateBuffers();
+    bool StartGrabbing();
+    bool StopGrabbing();
+    int Stop() override; // also wakes GetBuffer
+    // After both consumers have given their buffers back.
+    std::int32_t ReleaseBuffers();
+
+    // The front of the FIFO. Sleeps while it is empty; 0 with `*buffer` untouched when the blocking flag is cleared.
+    std::int32_t GetNewestBuffer(TovCam::Buffer **buffer, bool bKeepInFifo);
+    // The back of the FIFO, taken out; otherwise the same.
+    std::int32_t PopOldestBuffer(TovCam::Buffer **buffer);
+    // Gives a buffer back to the stream.
+    std::int32_t ReleaseBuffer(TovCam::Buffer *buffer);
+    // Gives a buffer back to whoever needs it next: the recorder while capturing, otherwise the stream.
+    std::int32_t ReturnBuffer(TovCam::Buffer *buffer);
+    // Clearing it frees every consumer asleep in the FIFO. It is set at rest.
+    void SetGrabberThtreadBlocking(bool blocking);
+    double GetCurrentFPS(); // frames per tick since StartGrabbing; 0.0 before two timestamps
+
+    // Read by the recording thread without a lock; a stale value is corrected on its next pass.
+    std::int64_t GetFramesAcquired() const;
+    std::int64_t GetFramesDroppedHW() const;
+    std::int64_t GetFramesDroppedSW() const;
+
+protected:
+    void Work() override;
+
+private:
+    std::int32_t GrabNewBuffer(std::uint32_t timeout);
+    void RegisterParams();
+    void UpdateStatistics(TovCam::Buffer *buffer);
+    std::size_t PutIntoFifo(TovCam::Buffer *buffer);
+
+    std::atomic<SessionState> m_state{SessionStateIdle}; // a reader that sees the old state for one pass is harmless
+    std::int32_t m_dropMode = 0;                         // 0 newest, 1 oldest, 2 incoming; set before the thread starts
+    std::mutex m_fifoMutex;                              // guards m_grab_fifo and every QueueBuffer
+    TovCam::Stream *m_stream;                            // the device's
+    std::int64_t m_queueSize = 16;                       // bound; relaxed atomic access
+    std::int64_t m_queueFilled = 0;                      // bound; written under m_fifoMutex
+    std::deque<TovCam::Buffer *> m_grab_fifo;            // front newest, back oldest; m_fifoMutex
+    bool m_discard = false;                              // incomplete frames go back at once; set before the start
+    std::atomic<bool> m_bBlockCallerThread{true};        // written under m_waitMutex
+    std::condition_variable m_cvFifoEmpty;               // with m_waitMutex
+    std::mutex m_waitMutex;                              // before m_fifoMutex
+
+    // Bound counters: written by the grabbing thread, or by the GUI thread while it is stopped; read by anyone, by
+    // relaxed atomic access.
+    std::int64_t m_framesAcquired = 0;
+    std::int64_t m_framesIncomplete = 0;
+    std::uint64_t m_firstTimestamp = 0; // of the first complete frame since StartGrabbing; grabbing thread
+    std::int64_t m_timestamp = 0;       // unsigned 64-bit value in the signed variable that the key binds
+    std::uint64_t m_previousTimestamp = 0;
+    std::int64_t m_framesDroppedHW = 0;
+    std::int64_t m_framesDroppedSW = 0;
+    std::int64_t m_frameId = 0;
+    double m_rate1 = 0; // bound to "FpsAvg"
+    double m_rate2 = 0; // bound to "FpsInst"
+    double m_speed = 0;
+    std::int64_t m_tickFrequency = 1000000000; // timestamp ticks per second; set in the constructor
+};
