@@ -44,7 +44,8 @@ public:
                         QApplication::activeModalWidget()->close();
                 });
             }
-            QMetaObject::invokeMethod(&loop, [&] { loop.quit(); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                &loop, [&] { loop.quit(); }, Qt::QueuedConnection);
         });
         loop.exec();
         thread.join();
@@ -55,10 +56,12 @@ public:
     auto Gui(F f) -> decltype(f())
     {
         if constexpr (std::is_void_v<decltype(f())>) {
-            QMetaObject::invokeMethod(qApp, [&] { f(); }, Qt::BlockingQueuedConnection);
+            QMetaObject::invokeMethod(
+                qApp, [&] { f(); }, Qt::BlockingQueuedConnection);
         } else {
             decltype(f()) result{};
-            QMetaObject::invokeMethod(qApp, [&] { result = f(); }, Qt::BlockingQueuedConnection);
+            QMetaObject::invokeMethod(
+                qApp, [&] { result = f(); }, Qt::BlockingQueuedConnection);
             return result;
         }
     }
@@ -138,8 +141,9 @@ public:
     // Waits for a message box, returns its text and presses its default button with the pointer.
     QString AnswerMessageBox(int milliseconds = 10000)
     {
-        WaitFor("a message box", [] { return qobject_cast<QMessageBox *>(QApplication::activeModalWidget()) != nullptr; },
-                milliseconds);
+        WaitFor(
+            "a message box", [] { return qobject_cast<QMessageBox *>(QApplication::activeModalWidget()) != nullptr; },
+            milliseconds);
         QThread::msleep(150); // let the window manager place it
         QPoint at;
         QString text = Gui([&] {
@@ -149,11 +153,10 @@ public:
             return box->text();
         });
         ClickAt(at);
-        WaitFor("the message box to close",
-                [=] {
-                    auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-                    return !box || box->text() != text;
-                });
+        WaitFor("the message box to close", [=] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            return !box || box->text() != text;
+        });
         return text;
     }
 
