@@ -120,6 +120,11 @@ GuiManager::~GuiManager()
         m_system->Release();
 }
 
+Session *GuiManager::GetSession() const
+{
+    return m_session;
+}
+
 bool GuiManager::TakeSystem()
 {
     if (!m_system)

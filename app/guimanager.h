@@ -43,6 +43,8 @@ public:
     void ClosePanels();
     // Opens the first camera there is and lets the plug-in drive the program.
     void ConnectAndRunAutoEvaluation();
+    // The current session, null when no camera is open.
+    Session *GetSession() const;
     // Modal; a nonzero code is added to the text.
     void DisplayError(QString const &text, unsigned int code);
 

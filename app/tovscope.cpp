@@ -64,6 +64,11 @@ QSettings *TovScope::GetGlobalSettings()
     return m_settings.GetGlobalSettings();
 }
 
+GuiManager &TovScope::GetGuiManager()
+{
+    return m_manager;
+}
+
 void TovScope::UnloadRigTest()
 {
     s_pRigTest = nullptr;

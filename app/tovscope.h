@@ -29,6 +29,7 @@ public:
     QSettings *GetSessionSettings(QString const &name) override;
     QMainWindow *GetMainWindow() override;
     QSettings *GetGlobalSettings();
+    GuiManager &GetGuiManager();
 
     // Forgets the plug-in; its object stays loaded.
     static void UnloadRigTest();

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 #if defined(TovMisc_EXPORTS)
 #define TOV_MISC_API __attribute__((visibility("default")))
@@ -48,7 +49,7 @@ T TovLoadBound(T const &variable)
     return value;
 }
 template<typename T>
-void TovStoreBound(T &variable, T value)
+void TovStoreBound(T &variable, std::type_identity_t<T> value)
 {
     __atomic_store(&variable, &value, __ATOMIC_RELAXED);
 }
