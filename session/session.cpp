@@ -43,24 +43,6 @@ bool runGuarded(std::function<void()> const &step)
     }
 }
 
-class DepthGuard
-{
-public:
-    explicit DepthGuard(int &depth) : m_depth(depth)
-    {
-        ++m_depth;
-    }
-    ~DepthGuard()
-    {
-        --m_depth;
-    }
-    DepthGuard(DepthGuard const &) = delete;
-    DepthGuard &operator=(DepthGuard const &) = delete;
-
-private:
-    int &m_depth;
-};
-
 } // namespace
 
 unsigned char Session::s_CompID = 0;
@@ -245,11 +227,6 @@ SessionState Session::GetState() const
     return m_state;
 }
 
-bool Session::IsInAction() const
-{
-    return m_actionDepth > 0;
-}
-
 TovCam::Device *Session::GetDevice() const
 {
     return m_device;
@@ -315,7 +292,6 @@ std::array<std::function<void()>, 5> Session::StopSteps()
 
 void Session::enterIdle()
 {
-    DepthGuard const depth(m_actionDepth);
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
         try {
             // An exception skips the rest; what then still runs is stopped by the destructor at the latest.
@@ -368,7 +344,6 @@ void Session::RecoverFromFailedStart()
 
 void Session::enterAcquisition()
 {
-    DepthGuard const depth(m_actionDepth);
     if (m_state == SessionStateIdle) {
         m_enginesStarted = true;
         try {
@@ -391,7 +366,6 @@ void Session::exitAcquisition()
 
 void Session::enterCapturing()
 {
-    DepthGuard const depth(m_actionDepth);
     try {
         if (RigTestPlugin *const plugin = GetRigTest())
             plugin->OnStartCapturing();
@@ -412,7 +386,6 @@ void Session::exitCapturing()
 
 void Session::enterDisconnected()
 {
-    DepthGuard const depth(m_actionDepth);
     enterIdle();
     m_grabber->SetState(SessionStateDisconnected);
     m_state = SessionStateDisconnected;
