@@ -206,6 +206,7 @@ TEST_F(MainWindow, StartsOverBrokenSettings)
         ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
         file.write(content);
         file.close();
+        ASSERT_TRUE(QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).allKeys().size() > 0);
         TovScope window(nullptr, false, false);
         window.show();
         EXPECT_EQ(window.size(), QSize(1136, 726));
