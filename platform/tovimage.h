@@ -85,14 +85,16 @@ enum TovImageError : unsigned long {
     TOV_IMAGE_ERR_UNSUPPORTED = 0x80000004, // no conversion between the two types
 };
 
-// Header and zeroed pixels. The line step is the bytes of a line, rounded up to whole bytes.
+// Header and zeroed pixels. The line step is the bytes of a line, rounded up to whole bytes. Refused: a width or height
+// of 0, and more bytes than imageSize can tell.
 TOV_IMAGE_API unsigned long TovCreateImage(_TovImage **image, TovImageSize size, std::uint32_t pixelType);
 // Header alone, or over memory of the caller's when `data` is given; a `lineStep` of 0 takes the packed one.
 TOV_IMAGE_API unsigned long TovCreateImageHeader(_TovImage **image, TovImageSize size, std::uint32_t pixelType,
                                                  std::uint64_t lineStep = 0, void *data = nullptr);
 // Pixels and fields, between images of one width, height and pixel type; the line steps may differ.
 TOV_IMAGE_API unsigned long TovCopyImage(_TovImage *destination, _TovImage const *source);
-// Null and a pointer to null are ignored. The caller clears its pointer.
+// Either frees the header, and the pixels if the image owns them. Null and a pointer to null are ignored; an image that
+// this library has not made is refused. The caller clears its pointer.
 TOV_IMAGE_API unsigned long TovReleaseImage(_TovImage **image);
 TOV_IMAGE_API unsigned long TovReleaseImageHeader(_TovImage **image);
 
@@ -119,9 +121,9 @@ struct TovPixelTypeInfo
     std::uint8_t channels;
     TovPacking packing;
     TovBayerPhase bayer;
-    std::uint8_t mosaic;        // TrueSense: 0 BGGR, 1 GBRG, 2 GRBG, 3 RGGB
-    std::uint8_t phase;         // TrueSense: 0 to 3
-    std::uint32_t formatClass;  // TovFormatClass
+    std::uint8_t mosaic;       // TrueSense: 0 BGGR, 1 GBRG, 2 GRBG, 3 RGGB
+    std::uint8_t phase;        // TrueSense: 0 to 3
+    std::uint32_t formatClass; // TovFormatClass
 };
 
 constexpr std::uint32_t TOV_PIXEL_TYPE_ROWS = 133;
@@ -131,13 +133,37 @@ TOV_IMAGE_API TovPixelTypeInfo const *TovGetPixelTypeInfo(std::uint32_t pixelTyp
 TOV_IMAGE_API TovPixelTypeInfo const *TovGetPixelTypeInfoByRow(std::uint32_t row);
 TOV_IMAGE_API TovPixelTypeInfo const *TovGetPixelTypeInfoByPfnc(std::uint32_t pfnc);
 
+// The colour of the filter before the pixel at (x, y) of a mosaic, 'R', 'G', 'B' or 'W'; 0 for every other format.
+TOV_IMAGE_API char TovGetFilterColour(TovPixelTypeInfo const *info, std::uint32_t x, std::uint32_t y);
+
 // Bytes of one line of packed pixels, rounded up to whole bytes; 0 for an unknown type.
 TOV_IMAGE_API std::uint64_t TovLineBytes(std::uint32_t pixelType, std::uint32_t width);
 
 // Converts pixels between types; shapes equal, destination allocated. Timestamp and frame id are taken over.
+//
+// Every type converts to RGB8, BGR8, RGBa8, BGRa8, to their 10, 12, 14 and 16-bit forms, and to Mono8 to Mono16; a
+// mosaic also to an unpacked mosaic of the same filters. Samples change their depth by shifting: a 12-bit 0x123 becomes
+// 0x1230 in 16 bits and 0x12 in 8. Grey from colour and colour from YUV go by ITU-R BT.601, full range. The source
+// and destination may be parts of larger pictures: their lines are read and written to their last byte, not beyond.
+// A part of a mosaic has to begin at an even column and line (TrueSense: at a multiple of four) to keep its colours.
 TOV_IMAGE_API unsigned long TovConvertImage(_TovImage *destination, _TovImage const *source);
 
-// Frame-sized memory from a pool: aligned to 64 bytes, its contents undefined. Freed blocks are kept for the next
-// request of about their size, up to a bound, since fresh pages of a large image cost more than any conversion.
+// Samples that TovUnpackLine gives for a pixel: 1 for mono and mosaics, 2 for YUV 4:2:2, 3 and 4 for the others; 0 for
+// an unknown type.
+TOV_IMAGE_API std::uint32_t TovSamplesPerPixel(std::uint32_t pixelType);
+// The raw samples of `width` pixels of one line, from pixel `first` on, in the order they stand in memory, at their own
+// depth and right-aligned. `line` is the first byte of the line; nothing behind the last pixel's byte is read.
+// Returns false, writing nothing, for an unknown type.
+TOV_IMAGE_API bool TovUnpackLine(std::uint32_t pixelType, void const *line, std::uint32_t width, std::uint16_t *samples,
+                                 std::uint32_t first = 0);
+// The same with the samples' upper eight bits, which costs half as much.
+TOV_IMAGE_API bool TovUnpackLine8(std::uint32_t pixelType, void const *line, std::uint32_t width, std::uint8_t *samples,
+                                  std::uint32_t first = 0);
+
+// Frame-sized memory from a pool: aligned to 64 bytes, its contents undefined; null when there is none. Freed blocks
+// are kept for the next request of about their size, up to a bound, since fresh pages of a large image cost more than
+// any conversion. Any thread may free what another allocated.
 TOV_IMAGE_API void *TovAllocFrameMemory(std::size_t size);
 TOV_IMAGE_API void TovFreeFrameMemory(void *memory);
+// What an image of packed lines wants of it: the pixels and the room behind them. 0 for what TovCreateImage refuses.
+TOV_IMAGE_API std::size_t TovFrameMemorySize(std::uint32_t pixelType, TovImageSize size);

@@ -4,6 +4,7 @@
 #include "tovcamera.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -51,14 +52,15 @@ public:
     std::uint32_t GetDeviceCount() override;
     TovCam::DeviceInfo *GetDeviceInfoByIndex(std::uint32_t index) override;
 
-    // The camera with that id, made on first sight.
-    DeviceInfoImpl *FindOrAdd(std::string const &id, std::unique_ptr<DeviceInfoImpl> (*make)());
+    // The camera with that id. On first sight `make` makes it and fills its texts; id and interface are set here.
+    DeviceInfoImpl *FindOrAdd(std::string const &id, std::function<std::unique_ptr<DeviceInfoImpl>()> const &make);
+    // What the list shows from now on.
     void SetVisible(std::vector<DeviceInfoImpl *> visible);
 
 private:
     Backend &m_backend;
-    std::uint32_t m_kind;
-    std::string m_description, m_version;
+    std::uint32_t const m_kind;
+    std::string const m_description, m_version;
     std::mutex m_mutex; // guards the two lists
     std::vector<std::unique_ptr<DeviceInfoImpl>> m_known;
     std::vector<DeviceInfoImpl *> m_visible;
@@ -76,6 +78,19 @@ public:
     // Null where the interface has no parameters of its own.
     virtual TovCam::ParamArray *GetInterfaceParameters(InterfaceImpl *interface, std::int32_t *error) = 0;
     virtual std::string GetHostInformation(DeviceInfoImpl *info) = 0; // "" when there is none
+};
+
+// Keeps the system, and with it every DeviceInfoImpl, alive for as long as something of it is in use.
+class SystemHold
+{
+public:
+    SystemHold();
+    ~SystemHold();
+    SystemHold(SystemHold const &) = delete;
+    SystemHold &operator=(SystemHold const &) = delete;
+
+private:
+    TovCam::System *m_system;
 };
 
 std::unique_ptr<Backend> MakeSimBackend();

@@ -5,7 +5,9 @@
 #include "genicam/nodemap.h"
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -26,21 +28,21 @@ public:
 private:
     struct Subscription
     {
-        TovCam::EventCallback callback = nullptr;
-        void *user = nullptr;
-        int running = 0;                     // callbacks under way
-        std::vector<std::thread::id> inside; // their threads
-        std::atomic<bool> wanted{false};
+        TovCam::EventCallback callback;
+        void *user;
+        std::vector<std::thread::id> inside; // threads in the callback, one entry a call; guarded by the hub's mutex
     };
-    Subscription *Find(std::uint32_t id);
-    Subscription const *Find(std::uint32_t id) const;
+    // -1 for an id that no camera has.
+    static int IndexOf(std::uint32_t id);
+    std::int32_t Remove(int index, TovCam::EventCallback callback, void *user);
 
-    std::mutex m_mutex; // guards everything below but `wanted`
+    std::mutex m_mutex; // guards the subscriptions
     std::condition_variable m_idle;
-    std::array<Subscription, 4> m_subscriptions; // 1000, 1001, 1002, 1004
+    std::array<std::shared_ptr<Subscription>, 4> m_subscriptions; // 1000, 1001, 1002, 1004
+    std::array<std::atomic<bool>, 4> m_wanted{};
 };
 
-// Base of the simulated and the real devices. Owns a reference on the ArvDevice.
+// Base of the simulated and the real devices. A subclass' Release stops what runs, calls EndEvents and deletes itself.
 class DeviceBase : public TovCam::Device
 {
 public:
@@ -54,10 +56,22 @@ public:
     std::int32_t LoadConfiguration(char const *path) override;
 
 protected:
+    // Takes over the caller's reference on the device.
     DeviceBase(ArvDevice *device, DeviceInfoImpl *info);
     virtual ~DeviceBase();
     virtual bool CanServe(std::uint32_t eventId) const = 0;
+    // No callback of this device runs when it returns.
+    void EndEvents();
 
+private:
+    struct Unref
+    {
+        void operator()(ArvDevice *device) const;
+    };
+    SystemHold m_hold; // the device information outlives the device
+    std::unique_ptr<ArvDevice, Unref> m_owner;
+
+protected:
     ArvDevice *const m_device;
     DeviceInfoImpl *const m_info;
     std::recursive_mutex m_access; // one a device: ArvGc and register access are not thread-safe

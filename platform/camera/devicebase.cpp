@@ -1,0 +1,174 @@
+#include "devicebase.h"
+
+#include <algorithm>
+
+// ---- EventHub ----------------------------------------------------------------------------------------------------
+
+int EventHub::IndexOf(std::uint32_t id)
+{
+    switch (id) {
+    case TovCam::EventControlChannel:
+        return 0;
+    case TovCam::EventStreamChannel:
+        return 1;
+    case TovCam::EventEventChannel:
+        return 2;
+    case TovCam::EventConnectionLost:
+        return 3;
+    }
+    return -1;
+}
+
+std::int32_t EventHub::Register(std::uint32_t id, TovCam::EventCallback callback, void *user)
+{
+    int const index = IndexOf(id);
+    if (index < 0 || !callback)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_subscriptions[index])
+        return TOV_CAM_ERR_INVALID_STATE;
+    m_subscriptions[index] = std::make_shared<Subscription>(Subscription{callback, user, {}});
+    m_wanted[index].store(true, std::memory_order_relaxed);
+    return TOV_CAM_ERR_OK;
+}
+
+std::int32_t EventHub::Unregister(std::uint32_t id, TovCam::EventCallback callback, void *user)
+{
+    int const index = IndexOf(id);
+    return index < 0 ? TOV_CAM_ERR_INVALID_ARGUMENT : Remove(index, callback, user);
+}
+
+std::int32_t EventHub::Remove(int index, TovCam::EventCallback callback, void *user)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    std::shared_ptr<Subscription> const subscription = m_subscriptions[index];
+    if (!subscription || subscription->callback != callback || subscription->user != user)
+        return TOV_CAM_ERR_INVALID_STATE;
+    m_subscriptions[index].reset();
+    m_wanted[index].store(false, std::memory_order_relaxed);
+    std::vector<std::thread::id> const &inside = subscription->inside;
+    // Waiting for oneself would never end.
+    if (std::find(inside.begin(), inside.end(), std::this_thread::get_id()) == inside.end())
+        m_idle.wait(lock, [&inside] { return inside.empty(); });
+    return TOV_CAM_ERR_OK;
+}
+
+void EventHub::UnregisterAll()
+{
+    for (int i = 0; i < static_cast<int>(m_subscriptions.size()); ++i) {
+        std::shared_ptr<Subscription> subscription;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            subscription = m_subscriptions[i];
+        }
+        if (subscription)
+            Remove(i, subscription->callback, subscription->user);
+    }
+}
+
+bool EventHub::IsWanted(std::uint32_t id) const
+{
+    int const index = IndexOf(id);
+    return index >= 0 && m_wanted[index].load(std::memory_order_relaxed);
+}
+
+void EventHub::Emit(std::uint32_t id, void const *data, std::size_t size)
+{
+    int const index = IndexOf(id);
+    if (index < 0)
+        return;
+    std::thread::id const self = std::this_thread::get_id();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    std::shared_ptr<Subscription> const subscription = m_subscriptions[index];
+    if (!subscription)
+        return;
+    subscription->inside.push_back(self);
+    lock.unlock();
+    subscription->callback(data, size, subscription->user);
+    lock.lock();
+    std::vector<std::thread::id> &inside = subscription->inside;
+    inside.erase(std::find(inside.begin(), inside.end(), self));
+    if (inside.empty())
+        m_idle.notify_all();
+}
+
+// ---- DeviceBase --------------------------------------------------------------------------------------------------
+
+void DeviceBase::Unref::operator()(ArvDevice *device) const
+{
+    g_object_unref(device);
+}
+
+DeviceBase::DeviceBase(ArvDevice *device, DeviceInfoImpl *info)
+    : m_owner(device),
+      m_device(device),
+      m_info(info),
+      m_nodes(device, m_access)
+{
+}
+
+DeviceBase::~DeviceBase() = default;
+
+TovCam::DeviceInfo *DeviceBase::GetDeviceInfo()
+{
+    return m_info;
+}
+
+std::int32_t DeviceBase::RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user)
+{
+    return CanServe(id) ? m_events.Register(id, callback, user) : TOV_CAM_ERR_INVALID_ARGUMENT;
+}
+
+std::int32_t DeviceBase::UnregisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user)
+{
+    return m_events.Unregister(id, callback, user);
+}
+
+TovCam::ParamArray *DeviceBase::GetCameraParameters(std::int32_t *error)
+{
+    std::int32_t const status = m_nodes.GetStatus();
+    if (error)
+        *error = status;
+    return status == TOV_CAM_ERR_OK ? &m_nodes : nullptr;
+}
+
+std::int32_t DeviceBase::ReadRegister(std::uint64_t address, void *buffer, std::size_t size)
+{
+    if (!buffer || size == 0 || size > 0x10000)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    GError *error = nullptr;
+    {
+        std::lock_guard<std::recursive_mutex> lock(m_access);
+        // Four bytes are a register, which arrives in the host's byte order whatever the transport's is.
+        if (size == sizeof(guint32) && address % sizeof(guint32) == 0) {
+            guint32 value = 0;
+            if (arv_device_read_register(m_device, address, &value, &error) && !error)
+                std::copy_n(reinterpret_cast<char const *>(&value), sizeof value, static_cast<char *>(buffer));
+        } else {
+            std::vector<char> bytes(size);
+            if (arv_device_read_memory(m_device, address, static_cast<guint32>(size), bytes.data(), &error) && !error)
+                std::copy(bytes.begin(), bytes.end(), static_cast<char *>(buffer));
+        }
+    }
+    std::int32_t const status = StatusFromError(error);
+    g_clear_error(&error);
+    return status;
+}
+
+std::int32_t DeviceBase::SaveConfiguration(char const *path)
+{
+    // Configuration files are not written yet.
+    return path && *path ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_INVALID_ARGUMENT;
+}
+
+std::int32_t DeviceBase::LoadConfiguration(char const *path)
+{
+    if (!path || !*path)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    return g_file_test(path, G_FILE_TEST_EXISTS) ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_FILE_NOT_FOUND;
+}
+
+void DeviceBase::EndEvents()
+{
+    m_events.UnregisterAll();
+}

@@ -1,0 +1,14 @@
+// Whether a GenICam description can be given to ArvGc, which trusts it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// No camera's description comes near it.
+constexpr std::size_t GenicamXmlLimit = 8u << 20;
+
+// 0, or TOV_CAM_ERR_GENICAM_TREE: empty, larger than GenicamXmlLimit, not well-formed, not a register description, or
+// a description whose nodes refer to each other in a circle, in a chain without end in sight, or so that one value
+// costs an absurd number of others. Bounds may well refer to each other's features (Width and OffsetX do): reading a
+// value never reads its bounds.
+std::int32_t CheckGenicamXml(void const *xml, std::size_t size);

@@ -1,0 +1,198 @@
+#include "backend.h"
+
+#include <glib.h>
+
+#include <cstdlib>
+#include <sstream>
+
+namespace {
+
+class InterfaceList final : public TovCam::ObjectList
+{
+public:
+    TovCam::Interface *GetFirst() override
+    {
+        m_next = 0;
+        return GetNext();
+    }
+    TovCam::Interface *GetNext() override
+    {
+        return m_next < m_interfaces.size() ? m_interfaces[m_next++] : nullptr;
+    }
+    void Set(std::vector<InterfaceImpl *> interfaces)
+    {
+        m_interfaces = std::move(interfaces);
+        m_next = 0;
+    }
+
+private:
+    std::vector<InterfaceImpl *> m_interfaces;
+    std::size_t m_next = 0;
+};
+
+void Store(std::int32_t *error, std::int32_t status)
+{
+    if (error)
+        *error = status;
+}
+
+// TOV_CAMERA_INTERFACES is a comma list of backends; without it all of them are used.
+bool IsBackendWanted(char const *name)
+{
+    char const *const list = std::getenv("TOV_CAMERA_INTERFACES");
+    if (!list)
+        return true;
+    std::istringstream words{std::string(list)};
+    for (std::string word; std::getline(words, word, ',');) {
+        if (word == name)
+            return true;
+    }
+    return false;
+}
+
+class SystemImpl final : public TovCam::System
+{
+public:
+    SystemImpl()
+    {
+        // The order of the list: what is plugged in comes before what is simulated.
+        if (IsBackendWanted("sim"))
+            m_backends.push_back(MakeSimBackend());
+    }
+
+    void Release() override;
+
+    TovCam::ObjectList *GetInterfaceList(std::uint32_t kindMask) override
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_updateMutex);
+            if (!m_updated)
+                Update();
+        }
+        std::vector<InterfaceImpl *> found;
+        for (auto const &backend : m_backends) {
+            for (InterfaceImpl *interface : backend->GetInterfaces()) {
+                std::uint32_t const kind = interface->GetInterfaceKind();
+                if (kindMask == 255 || (kind >= 1 && kind <= 32 && (kindMask >> (kind - 1) & 1)))
+                    found.push_back(interface);
+            }
+        }
+        std::lock_guard<std::mutex> lock(m_updateMutex);
+        m_list.Set(std::move(found));
+        return &m_list;
+    }
+
+    TovCam::Device *OpenDeviceFromConfiguration(char const *path, std::int32_t *error) override
+    {
+        // Configuration files are not read yet.
+        if (!path || !*path)
+            Store(error, TOV_CAM_ERR_INVALID_ARGUMENT);
+        else
+            Store(error,
+                  g_file_test(path, G_FILE_TEST_EXISTS) ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_FILE_NOT_FOUND);
+        return nullptr;
+    }
+
+    std::int32_t LoadTransportLayer(char const *file) override
+    {
+        if (!file || !*file)
+            return TOV_CAM_ERR_INVALID_ARGUMENT;
+        // No producer is ever loaded; the transports are built in.
+        return g_file_test(file, G_FILE_TEST_EXISTS) ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_FILE_NOT_FOUND;
+    }
+
+    std::int32_t UpdateDeviceList() override
+    {
+        std::lock_guard<std::mutex> lock(m_updateMutex);
+        return Update();
+    }
+
+    TovCam::DeviceInfo *FindDeviceByAddress(char const *address, std::int32_t *error) override
+    {
+        if (!address || !*address) {
+            Store(error, TOV_CAM_ERR_INVALID_ARGUMENT);
+            return nullptr;
+        }
+        std::lock_guard<std::mutex> lock(m_updateMutex);
+        std::int32_t status = TOV_CAM_ERR_NO_DEVICE;
+        for (auto const &backend : m_backends) {
+            std::int32_t answer = TOV_CAM_ERR_OK;
+            if (DeviceInfoImpl *info = backend->FindByAddress(address, &answer)) {
+                Store(error, TOV_CAM_ERR_OK);
+                return info;
+            }
+            if (answer != TOV_CAM_ERR_OK)
+                status = answer;
+        }
+        Store(error, status);
+        return nullptr;
+    }
+
+private:
+    // With m_updateMutex held.
+    std::int32_t Update()
+    {
+        std::int32_t status = TOV_CAM_ERR_OK;
+        for (auto const &backend : m_backends) {
+            std::int32_t const one = backend->Update();
+            if (status == TOV_CAM_ERR_OK)
+                status = one;
+        }
+        m_updated = true;
+        return status;
+    }
+
+    std::vector<std::unique_ptr<Backend>> m_backends; // set before the system is published
+    std::mutex m_updateMutex;                         // one enumeration at a time; guards the two below
+    bool m_updated = false;
+    InterfaceList m_list;
+};
+
+std::mutex s_systemMutex; // guards the two below
+SystemImpl *s_system = nullptr;
+std::size_t s_systemUses = 0;
+
+void SystemImpl::Release()
+{
+    std::lock_guard<std::mutex> lock(s_systemMutex);
+    if (this == s_system && --s_systemUses == 0) {
+        delete s_system;
+        s_system = nullptr;
+    }
+}
+
+} // namespace
+
+SystemHold::SystemHold() : m_system(TovCam_GetSystem())
+{
+}
+
+SystemHold::~SystemHold()
+{
+    m_system->Release();
+}
+
+TovCam::System *TovCam_GetSystem()
+{
+    std::lock_guard<std::mutex> lock(s_systemMutex);
+    if (!s_system)
+        s_system = new SystemImpl;
+    ++s_systemUses;
+    return s_system;
+}
+
+TovCam::Device *TovCam_CreateDevice(TovCam::DeviceInfo *info, std::uint32_t mode, std::int32_t *error)
+{
+    constexpr std::uint32_t ControlMode = 2;
+    if (!info || mode != ControlMode) {
+        Store(error, TOV_CAM_ERR_INVALID_ARGUMENT);
+        return nullptr;
+    }
+    auto *const implementation = static_cast<DeviceInfoImpl *>(info);
+    std::int32_t status = TOV_CAM_ERR_OK;
+    TovCam::Device *const device = implementation->interface->GetBackend().Open(implementation, &status);
+    if (!device && status == TOV_CAM_ERR_OK)
+        status = TOV_CAM_ERR_UNKNOWN;
+    Store(error, device ? TOV_CAM_ERR_OK : status);
+    return device;
+}

@@ -1,0 +1,148 @@
+// A pool of frame-sized blocks. A frame's life is short and the next one is as large, so a freed block is nearly
+// always what the next request wants, and its pages are already there.
+#include "tovimage.h"
+
+#include <array>
+#include <cstdlib>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include <sys/mman.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(address, size) (static_cast<void>(address), static_cast<void>(size))
+#define ASAN_UNPOISON_MEMORY_REGION(address, size) (static_cast<void>(address), static_cast<void>(size))
+#endif
+
+namespace {
+
+constexpr std::size_t ALIGNMENT = 64;
+// Smaller blocks than this are the heap's own business.
+constexpr std::size_t POOLED_FROM = 32 * 1024;
+// What free blocks may hold together: a handful of the largest frames.
+constexpr std::size_t KEEP_BYTES = 384u << 20;
+constexpr std::size_t KEEP_BLOCKS = 128;
+// From here on large pages pay: a 37 MB frame is 18 of them, or 9,000 small ones.
+constexpr std::size_t HUGE_PAGE = 2u << 20;
+constexpr std::size_t HUGE_FROM = 2 * HUGE_PAGE;
+
+// Stands in front of the memory handed out.
+struct alignas(ALIGNMENT) Block
+{
+    std::size_t capacity; // bytes behind this header
+};
+static_assert(sizeof(Block) == ALIGNMENT);
+
+class FramePool
+{
+public:
+    Block *Take(std::size_t size)
+    {
+        std::lock_guard lock(m_mutex);
+        auto best = m_free.end();
+        for (auto it = m_free.begin(); it != m_free.end(); ++it) {
+            std::size_t const capacity = (*it)->capacity;
+            if (capacity >= size && capacity - size <= size / 4 &&
+                (best == m_free.end() || capacity < (*best)->capacity))
+                best = it;
+        }
+        if (best == m_free.end())
+            return nullptr;
+        Block *block = *best;
+        m_free.erase(best);
+        m_freeBytes -= block->capacity;
+        return block;
+    }
+
+    // Returns false when the block is too large to be kept at all; the oldest blocks make room for it otherwise.
+    bool Keep(Block *block)
+    {
+        if (block->capacity > KEEP_BYTES)
+            return false;
+        std::array<Block *, KEEP_BLOCKS> dropped;
+        std::size_t count = 0;
+        {
+            std::lock_guard lock(m_mutex);
+            while (m_free.size() - count >= KEEP_BLOCKS || m_freeBytes + block->capacity > KEEP_BYTES) {
+                m_freeBytes -= m_free[count]->capacity;
+                dropped[count] = m_free[count];
+                ++count;
+            }
+            m_free.erase(m_free.begin(), m_free.begin() + std::ptrdiff_t(count));
+            m_free.push_back(block);
+            m_freeBytes += block->capacity;
+        }
+        // Giving pages back takes long: not under the lock.
+        for (std::size_t i = 0; i < count; ++i) {
+            ASAN_UNPOISON_MEMORY_REGION(dropped[i] + 1, dropped[i]->capacity);
+            std::free(dropped[i]);
+        }
+        return true;
+    }
+
+    FramePool()
+    {
+        m_free.reserve(KEEP_BLOCKS);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<Block *> m_free; // under m_mutex; oldest first
+    std::size_t m_freeBytes = 0; // under m_mutex
+};
+
+// Never destroyed: frames may be freed by whatever ends last in the process.
+FramePool &Pool()
+{
+    static FramePool *pool = new FramePool;
+    return *pool;
+}
+
+Block *NewBlock(std::size_t capacity)
+{
+    bool const huge = capacity >= HUGE_FROM;
+    std::size_t const bytes = (capacity + sizeof(Block) + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
+    void *memory = nullptr;
+    if (posix_memalign(&memory, huge ? HUGE_PAGE : ALIGNMENT, bytes) != 0)
+        return nullptr;
+#if defined(MADV_HUGEPAGE)
+    if (huge)
+        madvise(memory, bytes, MADV_HUGEPAGE);
+#endif
+    return new (memory) Block{bytes - sizeof(Block)};
+}
+
+} // namespace
+
+void *TovAllocFrameMemory(std::size_t size)
+{
+    if (size > std::numeric_limits<std::size_t>::max() / 2)
+        return nullptr;
+    Block *block = size >= POOLED_FROM ? Pool().Take(size) : nullptr;
+    if (!block) {
+        // Some slack, so that frames of nearly one size find each other's blocks.
+        block = NewBlock(size < POOLED_FROM ? size : size + size / 64);
+        if (!block)
+            return nullptr;
+    }
+    ASAN_UNPOISON_MEMORY_REGION(block + 1, size);
+    ASAN_POISON_MEMORY_REGION(reinterpret_cast<char *>(block + 1) + size, block->capacity - size);
+    return block + 1;
+}
+
+void TovFreeFrameMemory(void *memory)
+{
+    if (!memory)
+        return;
+    Block *block = static_cast<Block *>(memory) - 1;
+    // Before it is kept: from then on it may be another thread's.
+    ASAN_POISON_MEMORY_REGION(block + 1, block->capacity);
+    if (block->capacity >= POOLED_FROM && Pool().Keep(block))
+        return;
+    ASAN_UNPOISON_MEMORY_REGION(block + 1, block->capacity);
+    std::free(block);
+}
