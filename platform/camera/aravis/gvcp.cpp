@@ -212,8 +212,7 @@ bool IsArchiveSane(GvcpClient &camera, std::uint32_t address, std::size_t size)
         return false;
     std::size_t const directorySize = GetLittle32(&tail[12]);
     std::size_t const directory = GetLittle32(&tail[16]);
-    if (directory + directorySize > size || directorySize < EntrySize ||
-        directorySize > DirectoryLimit ||
+    if (directory + directorySize > size || directorySize < EntrySize || directorySize > DirectoryLimit ||
         !camera.ReadMemory(static_cast<std::uint32_t>(address + directory), directorySize, entry))
         return false;
     // Every entry of the directory lies within it.
