@@ -248,9 +248,13 @@ void AravisStream::Dispose()
     // std::function is copied, and buffers are not.
     auto frames = std::make_shared<std::vector<std::unique_ptr<Frame>>>(std::move(m_frames));
     m_frames.clear();
+    bool const runs = m_started.exchange(false, std::memory_order_relaxed);
     m_disposal = Background::Run(
-        [stream, frames] {
+        [stream, frames, runs] {
             arv_stream_set_emit_signals(stream, FALSE);
+            // Aravis cannot end a stream whose thread has ended before.
+            if (!runs)
+                arv_stream_start_thread(stream);
             g_object_unref(stream); // writes to the camera
             frames->clear();
         },
