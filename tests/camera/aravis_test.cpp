@@ -68,6 +68,13 @@ struct Running
     TovCam::Stream *stream;
 };
 
+// Memory under AddressSanitizer is kept after it was freed.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool MemoryIsFreed = false;
+#else
+constexpr bool MemoryIsFreed = true;
+#endif
+
 std::size_t ResidentKilobytes()
 {
     std::ifstream file("/proc/self/statm");
@@ -129,7 +136,7 @@ TEST_F(AravisTest, DeliversAThousandFramesAndLosesNone)
     {
         TovCam::ParamArray *const nodes = device->GetCameraParameters(nullptr);
         ASSERT_EQ(nodes->SetFloatValue("AcquisitionFrameRate", 1000.0), 0); // more than it manages
-        Running running(device);
+        Running running(device, 32); // the machine may have other work for some milliseconds
         std::uint64_t lastId = 0, lastTime = 0;
         for (int i = 0; i < 1000; ++i) {
             std::int32_t error = 1;
@@ -354,14 +361,11 @@ TEST_F(AravisTest, StaysFlatOverManyConnectionsAndStarts)
             Running running(device);
             TovCam::Buffer *const buffer = running.stream->GetBuffer(5000, nullptr);
             ASSERT_NE(buffer, nullptr);
-            if (i % 40 == 0)
-                running.stream->QueueBuffer(buffer);
-            else
-                running.stream->QueueBuffer(buffer);
+            running.stream->QueueBuffer(buffer);
         }
         device->Release();
     }
-    EXPECT_LT(ResidentKilobytes(), before + 4096);
+    EXPECT_TRUE(!MemoryIsFreed || ResidentKilobytes() < before + 4096) << ResidentKilobytes() - before;
 
     TovCam::Device *const device = Open();
     ASSERT_NE(device, nullptr);
@@ -374,7 +378,7 @@ TEST_F(AravisTest, StaysFlatOverManyConnectionsAndStarts)
         ASSERT_EQ(stream->StopAcquisition(1), 0) << i;
         ASSERT_EQ(stream->ReleaseBufferQueue(), 0) << i;
     }
-    EXPECT_LT(ResidentKilobytes(), before + 4096);
+    EXPECT_TRUE(!MemoryIsFreed || ResidentKilobytes() < before + 4096) << ResidentKilobytes() - before;
     device->Release();
 }
 
@@ -409,6 +413,156 @@ TEST_F(AravisTest, RefusesDescriptionsThatCannotBeUsed)
         device->Release();
     }
     std::remove(path.c_str());
+}
+
+// A camera of ours that says of its registers what a test wants: the first 8 kB, and no more.
+class RegisterServer
+{
+public:
+    RegisterServer()
+    {
+        Put(0x48, "Maker");
+        Put(0x68, "Model");
+        Put(0xD8, "Serial");
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(3956);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        m_socket = socket(AF_INET, SOCK_DGRAM, 0);
+        EXPECT_EQ(bind(m_socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        m_thread = std::thread([this] { Serve(); });
+    }
+    ~RegisterServer()
+    {
+        m_stop = true;
+        m_thread.join();
+        close(m_socket);
+    }
+    void Put(std::size_t address, std::string const &bytes)
+    {
+        std::copy(bytes.begin(), bytes.end(), m_memory.begin() + static_cast<std::ptrdiff_t>(address));
+    }
+    int GetRequests() const
+    {
+        return m_requests;
+    }
+
+private:
+    void Serve()
+    {
+        while (!m_stop) {
+            timeval const patience{0, 20000};
+            setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+            unsigned char request[600];
+            sockaddr_in peer{};
+            socklen_t peerSize = sizeof peer;
+            if (recvfrom(m_socket, request, sizeof request, 0, reinterpret_cast<sockaddr *>(&peer), &peerSize) < 8)
+                continue;
+            std::size_t const address = request[10] << 8 | request[11];
+            std::string answer;
+            if (request[3] == 0x02)
+                answer.assign(m_memory.begin(), m_memory.begin() + 0xF8);
+            else if (request[3] == 0x80)
+                answer.assign(m_memory.begin() + address, m_memory.begin() + address + 4);
+            else if (request[3] == 0x84)
+                answer =
+                    std::string(request + 8, request + 12) + m_memory.substr(address, request[14] << 8 | request[15]);
+            else if (request[3] == 0x82) { // a register written
+                std::copy(request + 12, request + 16, m_memory.begin() + static_cast<std::ptrdiff_t>(address));
+                answer = std::string("\0\0\0\1", 4);
+            } else {
+                continue;
+            }
+            ++m_requests;
+            std::string const head{0,
+                                   0,
+                                   0,
+                                   static_cast<char>(request[3] + 1),
+                                   static_cast<char>(answer.size() >> 8),
+                                   static_cast<char>(answer.size()),
+                                   static_cast<char>(request[6]),
+                                   static_cast<char>(request[7])};
+            answer = head + answer;
+            sendto(m_socket, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr *>(&peer), peerSize);
+        }
+    }
+
+    std::string m_memory = std::string(0x10400, '\0'); // set before anybody asks
+    int m_socket = -1;
+    std::atomic<bool> m_stop{false};
+    std::atomic<int> m_requests{0};
+    std::thread m_thread;
+};
+
+std::string Little(std::uint32_t value, int bytes)
+{
+    std::string text;
+    for (; bytes > 0; --bytes, value >>= 8)
+        text += static_cast<char>(value);
+    return text;
+}
+
+// An archive with one file in it that is not compressed, as its directory tells it.
+std::string Archive(std::string const &file, std::uint32_t unpackedSize, std::uint32_t localOffset = 0)
+{
+    auto const size = static_cast<std::uint32_t>(file.size());
+    std::string const common = std::string(8, '\0') + std::string(4, '\0') + Little(size, 4) + Little(unpackedSize, 4) +
+                               Little(5, 2) + Little(0, 2);
+    std::string const local = "PK\3\4" + Little(20, 2) + common + "a.xml" + file;
+    std::string const entry =
+        "PK\1\2" + Little(20, 2) + Little(20, 2) + common + std::string(10, '\0') + Little(localOffset, 4) + "a.xml";
+    return local + entry + "PK\5\6" + std::string(4, '\0') + Little(1, 2) + Little(1, 2) +
+           Little(static_cast<std::uint32_t>(entry.size()), 4) + Little(static_cast<std::uint32_t>(local.size()), 4) +
+           Little(0, 2);
+}
+
+TEST_F(AravisTest, LoadsNoDescriptionFromWhereNoneBelongs)
+{
+    std::string const xml = "<?xml version=\"1.0\"?><RegisterDescription><Integer Name=\"Width\"><Value>5</Value>"
+                            "</Integer></RegisterDescription>";
+    std::string const sane = Archive(xml, static_cast<std::uint32_t>(xml.size()));
+    std::string const bomb = Archive(xml, 0xFFFFFFFF);
+    std::string const astray = Archive(xml, static_cast<std::uint32_t>(xml.size()), 0x7FFFFFFF);
+    char size[16];
+    std::snprintf(size, sizeof size, "%zx", sane.size());
+    struct Case
+    {
+        char const *name;
+        std::string url;
+        std::string archive; // at 0x1000
+    };
+    for (Case const &one : {
+             Case{"none", "", ""},
+             {"a file of the host", "file:///dev/zero.xml", ""},
+             {"another server", "http://127.0.0.1/a.xml", ""},
+             {"no numbers", "Local:a.xml", ""},
+             {"4 GB", "Local:a.xml;1000;ffffffff", ""},
+             {"behind the address space", "Local:a.xml;fffffff0;100", ""},
+             {"no archive", "Local:a.zip;1000;100", ""},
+             {"an archive", std::string("Local:a.zip;1000;") + size, sane},
+             {"an archive that unpacks to 4 GB", std::string("Local:a.zip;1000;") + size, bomb},
+             {"an archive that points outside", std::string("Local:a.ZIP;1000;") + size, astray},
+         }) {
+        SCOPED_TRACE(one.name);
+        RegisterServer server;
+        server.Put(0x200, one.url);
+        server.Put(0x1000, one.archive);
+        TovCam::Device *const device = Open();
+        ASSERT_NE(device, nullptr);
+        std::int32_t error = 0;
+        TovCam::ParamArray *const nodes = device->GetCameraParameters(&error);
+        if (one.archive == sane) {
+            ASSERT_NE(nodes, nullptr);
+            EXPECT_EQ(nodes->GetIntegerValue("Width", nullptr), 5);
+            device->Release();
+            continue;
+        }
+        EXPECT_EQ(nodes, nullptr);
+        EXPECT_EQ(error, TOV_CAM_ERR_GENICAM_TREE);
+        EXPECT_EQ(device->GetStreamByIndex(0), nullptr);
+        EXPECT_LT(server.GetRequests(), 30); // nothing was downloaded
+        device->Release();
+    }
 }
 
 } // namespace

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -20,6 +23,28 @@ struct ErrorHolder
         g_clear_error(&error);
     }
 };
+
+// Aravis sizes the socket of a stream when the first packet has been read, which is too late for the first frame. The
+// socket is this process's one that is bound to the stream's port.
+void SizeSocket(ArvGvStream *stream, GInetAddress *host, int room)
+{
+    std::uint16_t const port = arv_gv_stream_get_port(stream);
+    int const limit = getdtablesize();
+    for (int fd = 0, missed = 0; fd < limit && missed < 1024; ++fd) {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        int type = 0;
+        socklen_t typeSize = sizeof type;
+        if (getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
+            ++missed;
+            continue;
+        }
+        if (address.sin_family == AF_INET && ntohs(address.sin_port) == port &&
+            std::memcmp(&address.sin_addr, g_inet_address_to_bytes(host), sizeof address.sin_addr) == 0 &&
+            getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &typeSize) == 0 && type == SOCK_DGRAM)
+            setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    }
+}
 
 } // namespace
 
@@ -184,6 +209,8 @@ std::int32_t AravisStream::CreateStream(std::size_t payload)
         // Room for bursts: two frames, whatever their size. The system cuts it to what it allows (net.core.rmem_max).
         auto const room = static_cast<gint>(std::clamp<std::size_t>(payload * 2, 4u << 20, 64u << 20));
         g_object_set(m_stream, "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_FIXED, "socket-buffer-size", room, nullptr);
+        GSocketAddress *const host = arv_gv_device_get_interface_address(ARV_GV_DEVICE(m_device));
+        SizeSocket(ARV_GV_STREAM(m_stream), g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(host)), room);
     }
     g_signal_connect_data(m_stream, "new-buffer", G_CALLBACK(Arrival::OnNewBuffer),
                           new std::shared_ptr<Arrival>(m_arrival), Arrival::Forget, GConnectFlags(0));
