@@ -42,7 +42,7 @@ protected:
     {
         if (m_running)
             Finish();
-        EXPECT_EQ(device.script.Violations(), std::vector<std::string>{});
+        EXPECT_EQ(device.script.Violations(), "");
     }
 
     void Begin(SessionState state, int queueSize = 16)
@@ -526,7 +526,7 @@ TEST(FifoRaces, ConsumersAndStopsInAnyOrderLoseNoBuffer)
     }
     done = true;
     camera.join();
-    EXPECT_EQ(device.script.Violations(), std::vector<std::string>{});
+    EXPECT_EQ(device.script.Violations(), "");
 }
 
 TEST(FifoRaces, AThousandStartsAndStops)
@@ -547,7 +547,7 @@ TEST(FifoRaces, AThousandStartsAndStops)
         ASSERT_TRUE(fifo.StopGrabbing());
         ASSERT_EQ(fifo.ReleaseBuffers(), 0);
     }
-    EXPECT_EQ(device.script.Violations(), std::vector<std::string>{});
+    EXPECT_EQ(device.script.Violations(), "");
 }
 
 // The handler of the panels hears every counter, on the grabbing thread.
