@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 #if defined(TovMisc_EXPORTS)
 #define TOV_MISC_API __attribute__((visibility("default")))
@@ -36,6 +37,21 @@ enum TovParamError : TovStatus {
 inline bool TovSucceeded(TovStatus status)
 {
     return (status & 0xFFFF) == 0;
+}
+
+// How an owner, or anyone who knows a bound scalar, reads and writes it beside the storage. Both are relaxed: they make
+// the access whole, and order nothing.
+template<typename T>
+T TovLoadBound(T const &variable)
+{
+    T value;
+    __atomic_load(&variable, &value, __ATOMIC_RELAXED);
+    return value;
+}
+template<typename T>
+void TovStoreBound(T &variable, std::type_identity_t<T> value)
+{
+    __atomic_store(&variable, &value, __ATOMIC_RELAXED);
 }
 
 enum TovParamType : std::uint32_t {
@@ -125,6 +141,7 @@ public:
     TovStatus AddParam(_TovStParam const *param);
     // The listener outlives the store, or is taken out before it dies.
     TovStatus AddParamChangedListener(char const *key, TovParamListener *listener);
+    // A call that another thread has begun may still be under way afterwards.
     TovStatus RemoveParamChangedListener(char const *key, TovParamListener *listener);
 
     unsigned int GetParamCount() const;
@@ -135,6 +152,7 @@ public:
     TovStatus GetParamFloat(char const *key, double *value) const;
     // `*capacity` holds the buffer's bytes; with too small a buffer it receives the needed ones, terminator included.
     TovStatus GetParamString(char const *key, char *buffer, unsigned int *capacity) const;
+    // `*size` holds the buffer's bytes, and receives the block's in either case.
     TovStatus GetParamArray(char const *key, void *buffer, unsigned int *size) const;
     // Renders any type but a command as text. `format` is null or a printf format for that one value: integer
     // conversions for integers and booleans, floating ones for floats, %s for strings. Raw bytes render as hex.
@@ -145,10 +163,12 @@ public:
     TovStatus SetParamInt(char const *key, long value, bool notify);
     TovStatus SetParamFloat(char const *key, double value, bool notify);
     TovStatus SetParamString(char const *key, char const *value, bool notify);
+    // `size` is the block's, no more and no less.
     TovStatus SetParamArray(char const *key, void const *data, unsigned int size, bool notify);
     // Reads back what GetParamAsString wrote with a null format.
     TovStatus SetParamAsString(char const *key, char const *value, bool notify);
 
+    // The command's own result.
     TovStatus RunCommand(char const *key);
 
 private:

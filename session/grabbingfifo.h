@@ -60,12 +60,21 @@ protected:
 
 private:
     std::int32_t GrabNewBuffer(std::uint32_t timeout);
+    enum DropMode : std::int32_t { DropNewest = 0, DropOldest = 1, DropIncoming = 2 };
+
     void RegisterParams();
-    void UpdateStatistics(TovCam::Buffer *buffer);
-    std::size_t PutIntoFifo(TovCam::Buffer *buffer);
+    void UpdateStatistics(TovCam::Buffer *buffer); // of a complete frame; grabbing thread
+    // With m_fifoMutex held.
+    void PutIntoFifo(TovCam::Buffer *buffer);
+    void CountSoftwareDrop();
+    void WriteQueueFilled();
+    // Sleeps on `wait`, a lock of m_waitMutex, until a frame is there, and returns the lock of m_fifoMutex that keeps
+    // it there; no lock when the blocking flag is cleared.
+    std::unique_lock<std::mutex> WaitForFrame(std::unique_lock<std::mutex> &wait);
+    void WakeConsumers(); // with no lock held
 
     std::atomic<SessionState> m_state{SessionStateIdle}; // a reader that sees the old state for one pass is harmless
-    std::int32_t m_dropMode = 0;                         // 0 newest, 1 oldest, 2 incoming; set before the thread starts
+    std::int32_t m_dropMode = DropNewest;                // of a full FIFO; set before the thread starts
     std::mutex m_fifoMutex;                              // guards m_grab_fifo and every QueueBuffer
     TovCam::Stream *m_stream;                            // the device's
     std::int64_t m_queueSize = 16;                       // bound; relaxed atomic access
@@ -80,14 +89,14 @@ private:
     // relaxed atomic access.
     std::int64_t m_framesAcquired = 0;
     std::int64_t m_framesIncomplete = 0;
-    std::uint64_t m_firstTimestamp = 0; // of the first complete frame since StartGrabbing; grabbing thread
+    std::uint64_t m_firstTimestamp = 0; // of the first complete frame since StartGrabbing; not bound, the same access
     std::int64_t m_timestamp = 0;       // unsigned 64-bit value in the signed variable that the key binds
-    std::uint64_t m_previousTimestamp = 0;
+    std::uint64_t m_previousTimestamp = 0; // grabbing thread
     std::int64_t m_framesDroppedHW = 0;
     std::int64_t m_framesDroppedSW = 0;
     std::int64_t m_frameId = 0;
-    double m_rate1 = 0; // bound to "FpsAvg"
-    double m_rate2 = 0; // bound to "FpsInst"
-    double m_speed = 0;
+    double m_rate1 = 0;                        // bound to "FpsAvg"
+    double m_rate2 = 0;                        // bound to "FpsInst"
+    double m_speed = 0;                        // bound to "Speed"; megabytes of 2^20 bytes a second
     std::int64_t m_tickFrequency = 1000000000; // timestamp ticks per second; set in the constructor
 };

@@ -3,6 +3,8 @@
 
 #include "tovmisc.h"
 
+#include <cstdint>
+
 class TovComponentImp : public TovComponent
 {
 public:
@@ -26,7 +28,16 @@ public:
     TovStatus RunCommand(char const *key) override;
 
 protected:
-    TovParamStorage m_storage;
+    // Register one parameter over a variable that holds its initial value. Constructors only.
+    TovStatus AddIntParam(char const *key, std::int64_t *variable, std::int64_t defaultValue, std::int64_t minimum,
+                          std::int64_t maximum);
+    TovStatus AddFloatParam(char const *key, double *variable, double defaultValue, double minimum, double maximum);
+    TovStatus AddBoolParam(char const *key, bool *variable, bool defaultValue);
+    TovStatus AddStringParam(char const *key, char *buffer, std::uint32_t capacity, char const *defaultValue);
+    TovStatus AddArrayParam(char const *key, void *block, std::uint64_t size, void const *defaultValue);
+    TovStatus AddCommand(char const *key, unsigned int (*function)(void *), void *context);
+
+    TovParamStorage m_storage{0};
 
 private:
     unsigned char m_typeId;

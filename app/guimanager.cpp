@@ -1,0 +1,419 @@
+#include "guimanager.h"
+
+#include "displayview.h"
+#include "session.h"
+#include "tovscope.h"
+#include "tovscopeexception.h"
+
+#include "tovcamera.h"
+#include "tovcameragui.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QSettings>
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <utility>
+
+namespace {
+
+QString const StateKey = QStringLiteral("wndState");
+constexpr int StateVersion = 0;
+constexpr char Producer[] = "WeftTL.cti";
+constexpr std::uint32_t FullAccess = 2;
+constexpr std::uint32_t EveryKind = 255;
+
+// Reasons of Session::signalCameraDisconnected.
+enum DisconnectReason : unsigned char { ReasonUser = 0, ReasonLost = 1, ReasonInvalidState = 2 };
+
+QString cameraErrorText(std::int32_t error)
+{
+    static constexpr std::pair<std::int32_t, char const *> texts[] = {
+        {TOV_CAM_ERR_OK, "OK"},
+        {TOV_CAM_ERR_UNKNOWN, "Unknown error"},
+        {TOV_CAM_ERR_FILE_NOT_FOUND, "File not found"},
+        {TOV_CAM_ERR_FILE_READ, "File read error"},
+        {TOV_CAM_ERR_WRONG_CONFIGURATION, "Wrong configuration"},
+        {TOV_CAM_ERR_INVALID_INDEX, "Invalid index"},
+        {TOV_CAM_ERR_NO_DEVICE, "No device"},
+        {TOV_CAM_ERR_INVALID_ARGUMENT, "Invalid argument"},
+        {TOV_CAM_ERR_INVALID_STATE, "Invalid state"},
+        {TOV_CAM_ERR_FLASH_ERASE, "Flash erase error"},
+        {TOV_CAM_ERR_GENICAM_GENERIC, "GenICam: Generic error"},
+        {TOV_CAM_ERR_GENICAM_TREE, "GenICam: Tree error"},
+        {TOV_CAM_ERR_GENICAM_ACCESS, "GenICam: Access error"},
+        {TOV_CAM_ERR_GENICAM_PARAM_TYPE, "GenICam: Parameter type is invalid"},
+        {TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, "GenICam: Parameter is out of range"},
+        {TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM, "GenICam: Unknown param"},
+        {TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT, "GenICam: Invalid argument"},
+    };
+    auto const found =
+        std::find_if(std::begin(texts), std::end(texts), [error](auto const &entry) { return entry.first == error; });
+    return QString::fromLatin1(found != std::end(texts) ? found->second : "Unknown code");
+}
+
+} // namespace
+
+// Disconnected, Idle, Acquisition, Capturing. "actionHexDump" has a row without an action, and "actionSettings" an
+// action without a row; both are meant.
+GuiManager::GuiState const GuiManager::s_stateMapInit[42] = {
+    {"actionLoadConfiguration", {true, true, false, false}},
+    {"actionSaveConfiguration", {false, true, true, true}},
+    {"actionSaveConfigurationAs", {false, true, true, true}},
+    {"actionSaveGenICamXML", {false, true, true, true}},
+    {"actionExit", {true, true, true, true}},
+    {"actionConnect", {true, true, true, true}},
+    {"actionDisconnect", {false, true, true, true}},
+    {"actionCameraInformation", {false, true, true, true}},
+    {"actionPlay", {false, true, false, false}},
+    {"actionTestBandwidth", {false, true, false, false}},
+    {"actionStop", {false, false, true, true}},
+    {"actionRecord", {false, false, true, true}},
+    {"actionSnap", {false, false, true, false}},
+    {"actionGenICamTree", {false, true, true, true}},
+    {"actionCamConfig_BasicView", {false, true, true, true}},
+    {"actionCamConfig_ExpertView", {false, true, true, true}},
+    {"actionLog", {false, true, true, true}},
+    {"actionCapture", {false, true, true, true}},
+    {"actionStatistics", {false, true, true, true}},
+    {"actionHexDump", {false, true, true, true}},
+    {"actionInspectionView", {false, true, true, true}},
+    {"actionHistogramPanel", {false, true, true, true}},
+    {"actionColorizeHistogram", {false, true, true, true}},
+    {"actionStretchHistogram", {false, true, true, true}},
+    {"actionImageProcessing", {true, true, true, true}},
+    {"actionDefaultPanelsLayout", {true, true, true, true}},
+    {"actionBrowseRecordingFolder", {true, true, true, true}},
+    {"actionOpenLastRecordedFile", {false, true, true, true}},
+    {"actionBuffer", {true, true, true, false}},
+    {"actionTextOverlay", {true, true, true, false}},
+    {"actionDisplayOptions", {true, true, true, false}},
+    {"actionCaptureOptions", {true, true, true, false}},
+    {"actionApplicationOptions", {true, true, true, false}},
+    {"actionZoomIn", {false, true, true, true}},
+    {"actionZoomOut", {false, true, true, true}},
+    {"actionActualSize", {false, true, true, true}},
+    {"actionFitToWindow", {false, true, true, true}},
+    {"actionSpreadToWindow", {false, true, true, true}},
+    {"actionFullScreen", {false, true, true, true}},
+    {"actionCenterImage", {false, true, true, true}},
+    {"actionHelp", {true, true, true, true}},
+    {"actionAbout", {true, true, true, false}},
+};
+
+QMap<QString, GuiManager::GuiState> GuiManager::s_stateMap;
+
+GuiManager::GuiManager(TovScope *window) : m_window(window)
+{
+}
+
+GuiManager::~GuiManager()
+{
+    cameraDisconnect();
+    delete m_session;
+    if (m_system)
+        m_system->Release();
+}
+
+Session *GuiManager::GetSession() const
+{
+    return m_session;
+}
+
+bool GuiManager::TakeSystem()
+{
+    if (!m_system)
+        m_system = TovCam_GetSystem();
+    return m_system != nullptr;
+}
+
+void GuiManager::LoadProducer()
+{
+    try {
+        m_system->LoadTransportLayer(Producer);
+    } catch (std::exception const &) {
+        // A producer that is not installed is no error.
+    }
+}
+
+void GuiManager::cameraConnect()
+{
+    if (!TakeSystem()) {
+        DisplayError(QStringLiteral("Cannot create TovSystem, check if CTI library(TovCTI.cti) exists"), 0);
+        return;
+    }
+    LoadProducer();
+
+    TovGui::TovCameraSelectorDialog dialog(m_system, nullptr);
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    TovCam::DeviceInfo *const camera = dialog.selectedCamera();
+    if (!camera) {
+        ShowCritical(QStringLiteral("Camera was not selected"));
+        return;
+    }
+    TovCam::Device *const device = TovCam_CreateDevice(camera, FullAccess, nullptr);
+    if (CreateSession(device))
+        CreatePanels();
+    else if (device)
+        device->Release();
+}
+
+void GuiManager::ConnectAndRunAutoEvaluation()
+{
+    TovCam::DeviceInfo *camera = nullptr;
+    if (TakeSystem()) {
+        LoadProducer();
+        TovCam::ObjectList *const interfaces = m_system->GetInterfaceList(EveryKind);
+        TovCam::Interface *interface = interfaces ? interfaces->GetFirst() : nullptr;
+        while (interface && !(camera = interface->GetFirstDeviceInfo()))
+            interface = interfaces->GetNext();
+    }
+    // Without a camera this reports that there is none. A device whose session fails stays open: nobody is there to try
+    // another one.
+    if (!CreateSession(camera ? TovCam_CreateDevice(camera, FullAccess, nullptr) : nullptr))
+        return;
+    CreatePanels();
+    if (RigTestPlugin *const plugin = TovScope::s_pRigTest)
+        plugin->RunAutoEvaluation();
+}
+
+bool GuiManager::CreateSession(TovCam::Device *device)
+{
+    if (!device) {
+        DisplayError(tr("Camera cannot be instantinated"), 0);
+        return false;
+    }
+    std::int32_t error = 0;
+    if (!device->GetCameraParameters(&error)) {
+        DisplayError(tr("Cannot get camera parameters\n") + tr("Error code: %1 ").arg(error) + QLatin1Char('(') +
+                         cameraErrorText(error) + QLatin1Char(')'),
+                     0);
+        return false;
+    }
+    try {
+        // Only now that the new camera has proved readable does the one in use go.
+        cameraDisconnect();
+        auto *const session = new Session(this, device, m_window);
+        delete m_session;
+        m_session = session;
+        connect(session, &Session::signalUpdateGui, this, &GuiManager::updateGui);
+        connect(session, &Session::signalSessionStateError, this, &GuiManager::sessionStateError);
+        connect(session, &Session::signalCameraDisconnected, this, &GuiManager::sessionCameraDisconnected);
+        return true;
+    } catch (TovScopeException const &exception) {
+        DisplayError(QString::fromUtf8(exception.what()), exception.GetCode());
+    } catch (std::exception const &exception) {
+        DisplayError(QString::fromUtf8(exception.what()), 0);
+    }
+    return false;
+}
+
+bool GuiManager::CreatePanels()
+{
+    if (RigTestPlugin *const plugin = TovScope::s_pRigTest) {
+        if (plugin->Attach(m_window, m_session->GetDevice())) {
+            plugin->SetComponents(m_session, m_session->GetDisplay(), nullptr);
+            plugin->ShowPanel(m_window, 0, 0);
+        } else {
+            TovScope::UnloadRigTest();
+        }
+    }
+    if (!TovScope::s_pRigTest)
+        m_window->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
+    return true;
+}
+
+void GuiManager::ClosePanels()
+{
+    if (RigTestPlugin *const plugin = TovScope::s_pRigTest)
+        plugin->Detach(m_window);
+    m_window->GetGlobalSettings()->setValue(StateKey, m_window->saveState(StateVersion));
+}
+
+void GuiManager::ShowCritical(QString const &text)
+{
+    QMessageBox::critical(m_window, QCoreApplication::applicationName(), text, QMessageBox::Ok);
+}
+
+void GuiManager::DisplayError(QString const &text, unsigned int code)
+{
+    ShowCritical(code ? text + QStringLiteral("\nError code: 0x{%1}").arg(code, 0, 16) : text);
+}
+
+void GuiManager::cameraDisconnect()
+{
+    if (m_session)
+        emit m_session->signalCameraDisconnected(m_session, ReasonUser);
+}
+
+void GuiManager::startAcquisition()
+{
+    if (m_session)
+        emit m_session->signalStartAcquisition();
+}
+
+void GuiManager::stopAcquisitionAndCapture()
+{
+    if (!m_session)
+        return;
+    if (m_session->GetState() == SessionStateCapturing)
+        emit m_session->signalStopCapturing();
+    else
+        emit m_session->signalStopAcquisition();
+}
+
+void GuiManager::captureOptionsDlg()
+{
+    DisplayError(tr("Capture Options Dlg"), 0);
+}
+
+DisplayView *GuiManager::CurrentDisplay() const
+{
+    return m_session ? m_session->GetDisplayView() : nullptr;
+}
+
+void GuiManager::zoomIn()
+{
+    if (DisplayView *const display = CurrentDisplay())
+        display->ZoomIn();
+}
+
+void GuiManager::zoomOut()
+{
+    if (DisplayView *const display = CurrentDisplay())
+        display->ZoomOut();
+}
+
+void GuiManager::zoom100()
+{
+    if (DisplayView *const display = CurrentDisplay())
+        display->Zoom100();
+}
+
+void GuiManager::zoomFitToWnd()
+{
+    if (DisplayView *const display = CurrentDisplay())
+        display->ZoomFitToWnd();
+}
+
+void GuiManager::zoomSpreadToWnd()
+{
+    if (DisplayView *const display = CurrentDisplay())
+        display->ZoomSpreadToWnd();
+}
+
+void GuiManager::centerImage()
+{
+    if (DisplayView *const display = CurrentDisplay())
+        display->CenterImage();
+}
+
+void GuiManager::updateGui()
+{
+    SessionState const state = m_session ? m_session->GetState() : SessionStateDisconnected;
+    if (s_stateMap.isEmpty()) {
+        for (GuiState const &entry : s_stateMapInit)
+            s_stateMap.insert(QString::fromLatin1(entry.objectName), entry);
+    }
+
+    // A session whose machine has not started yet has a state beyond the table: nothing may be used then.
+    bool const known = state >= SessionStateDisconnected && state <= SessionStateCapturing;
+    auto const menus = m_window->menuBar()->findChildren<QMenu *>();
+    for (QMenu const *menu : menus) {
+        auto const actions = menu->actions();
+        for (QAction *action : actions) {
+            auto const entry = s_stateMap.constFind(action->objectName());
+            if (entry == s_stateMap.constEnd())
+                continue;
+            action->setEnabled(known && entry->enabled[state]);
+            // Without effect, since the action is not checkable.
+            if (entry.key() == QLatin1String("actionRecord"))
+                action->setChecked(state == SessionStateCapturing);
+        }
+    }
+
+    QString title = TovScope::s_pRigTest ? QStringLiteral("RigTest Auto - ") : QStringLiteral("TovScope - ");
+    if (state == SessionStateDisconnected) {
+        title += QStringLiteral("Camera is not connected");
+    } else {
+        title += m_session->GetTitle();
+        if (!m_configurationFile.isEmpty())
+            title += QStringLiteral(" { %1 }").arg(m_configurationFile);
+    }
+    m_window->setWindowTitle(title);
+}
+
+void GuiManager::sessionStateError(void *session, unsigned char err)
+{
+    auto *const sender = static_cast<Session *>(session);
+    QString text;
+    switch (err) {
+    case 1:
+        emit sender->signalStopAcquisition();
+        text = tr("Can not start the Acquisition");
+        break;
+    case 2:
+        emit sender->signalCameraDisconnected(sender, ReasonInvalidState);
+        text = tr("Can not stop the Acquisition");
+        break;
+    case 3: // a failure to start, which nevertheless has this text
+    case 4:
+        emit sender->signalStopAcquisition();
+        text = tr("Can not stop the Capture");
+        break;
+    default:
+        text = tr("Unknown Error");
+        break;
+    }
+    // The caller is an action of the session's state machine.
+    ++m_openStateErrors;
+    DisplayError(text, 0);
+    --m_openStateErrors;
+    if (m_openStateErrors == 0 && m_deferredReason) {
+        unsigned char const reason = *std::exchange(m_deferredReason, std::nullopt);
+        QMetaObject::invokeMethod(
+            this, [this, session, reason] { sessionCameraDisconnected(session, reason); }, Qt::QueuedConnection);
+    }
+}
+
+void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
+{
+    auto *const sender = static_cast<Session *>(session);
+    if (sender && sender != m_session)
+        return; // a late report of a session that is gone
+
+    if (m_openStateErrors > 0) {
+        // A message of sessionStateError spins the event loop inside an action of the state machine, which can neither
+        // leave its state nor lose its session before the action has returned.
+        m_deferredReason = reason;
+        return;
+    }
+
+    if (reason == ReasonLost || reason == ReasonInvalidState) {
+        if (m_lossOnScreen)
+            return; // told already
+        m_lossOnScreen = true;
+        ShowCritical(reason == ReasonLost
+                         ? QStringLiteral("Connection to the Camera was lost")
+                         : QStringLiteral("Connection to the Camera was terminated, because of invalid device state"));
+        m_lossOnScreen = false;
+        if (sender && sender != m_session)
+            return; // closed otherwise while the message was open
+    }
+
+    ClosePanels();
+    if (sender) {
+        emit sender->signalCameraStateDisconnected();
+        m_session = nullptr;
+        delete sender;
+        // The library reports nothing more of that camera; what it had posted must not meet a session made at the same
+        // address.
+        QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
+    }
+}

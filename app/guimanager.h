@@ -1,0 +1,80 @@
+// Between the main window's actions and the session: opens and closes cameras, turns session errors into message boxes,
+// and keeps the enabled state of the actions and the window title up to date. Lives for the whole run. GUI thread only;
+// the camera library's report of a lost camera arrives here as a queued call.
+#pragma once
+
+#include "sessionstate.h"
+
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+#include <cstdint>
+#include <optional>
+
+class DisplayView;
+class Session;
+class TovScope;
+namespace TovCam {
+class Device;
+class System;
+} // namespace TovCam
+
+class GuiManager : public QObject
+{
+    Q_OBJECT
+public:
+    // The enabled state of one action, by the session's state.
+    struct GuiState
+    {
+        char objectName[255]; // zero-padded
+        bool enabled[4];      // indexed by SessionState
+    };
+    static GuiState const s_stateMapInit[42];
+    static QMap<QString, GuiState> s_stateMap; // filled on the first updateGui
+
+    explicit GuiManager(TovScope *window);
+    ~GuiManager() override;
+
+    // Builds the session around an opened camera, after the one in use was closed. False, with a message shown, when
+    // that fails: the device is then the caller's to release, and a session in use stays if the camera was unreadable.
+    bool CreateSession(TovCam::Device *device);
+    bool CreatePanels();
+    void ClosePanels();
+    // Opens the first camera there is and lets the plug-in drive the program.
+    void ConnectAndRunAutoEvaluation();
+    // The current session, null when no camera is open.
+    Session *GetSession() const;
+    // Modal; a nonzero code is added to the text.
+    void DisplayError(QString const &text, unsigned int code);
+
+public slots:
+    void cameraConnect();
+    void cameraDisconnect();
+    void startAcquisition();
+    void stopAcquisitionAndCapture();
+    void captureOptionsDlg();
+    void zoomIn();
+    void zoomOut();
+    void zoom100();
+    void zoomFitToWnd();
+    void zoomSpreadToWnd();
+    void centerImage();
+    void updateGui();
+    void sessionStateError(void *session, unsigned char err);
+    void sessionCameraDisconnected(void *session, unsigned char reason);
+
+private:
+    bool TakeSystem();
+    void LoadProducer();
+    DisplayView *CurrentDisplay() const;
+    void ShowCritical(QString const &text);
+
+    TovScope *m_window;
+    Session *m_session = nullptr;                  // owned
+    TovCam::System *m_system = nullptr;            // got on first use
+    QString m_configurationFile;                   // last loaded or saved
+    int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
+    std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them
+    bool m_lossOnScreen = false;                   // the message about a lost camera is open
+};

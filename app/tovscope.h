@@ -1,0 +1,59 @@
+// The main window: menus, toolbars and status bar. It decides nothing about cameras: actions go to the GuiManager, a
+// session's live picture gets the central widget, and the status bar shows what lies under the pointer. GUI thread
+// only.
+#pragma once
+
+#include "appsettings.h"
+#include "guimanager.h"
+#include "rigtestplugin.h"
+#include "sessionhost.h"
+#include "ui_tovscope.h"
+
+#include <QMainWindow>
+
+#include <atomic>
+
+class QLabel;
+
+class TovScope : public QMainWindow, public SessionHost
+{
+    Q_OBJECT
+public:
+    // With `rigTest` the evaluation plug-in is loaded; with `autoRun` besides, the first camera is connected at once
+    // and the plug-in set to work.
+    TovScope(QWidget *parent, bool rigTest, bool autoRun);
+    ~TovScope() override;
+
+    bool AddDisplayWidget(QWidget *widget) override;
+    bool RemoveDisplayWidget(QWidget *widget) override;
+    QSettings *GetSessionSettings(QString const &name) override;
+    QMainWindow *GetMainWindow() override;
+    QSettings *GetGlobalSettings();
+    GuiManager &GetGuiManager();
+
+    // Forgets the plug-in; its object stays loaded.
+    static void UnloadRigTest();
+
+    // The loaded evaluation plug-in, null in normal use. Written on the GUI thread, read by any.
+    static std::atomic<RigTestPlugin *> &s_pRigTest;
+
+public slots:
+    void setCoordinatesAndValue(int x, int y, int r, int g, int b) override;
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    void LoadRigTestPlugin();
+    void InitGuiManager();
+    void readSettings();
+    void writeSettings();
+    void adjustStatusBar();
+
+    // The manager goes first: closing a session needs the settings and the form.
+    Ui_TovScopeClass m_ui;
+    AppSettings m_settings;
+    GuiManager m_manager;
+    QLabel *m_coordinates = nullptr;
+    QLabel *m_value = nullptr;
+};

@@ -1,0 +1,216 @@
+#include "rigtest.h"
+
+#include "tovmisc.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDir>
+#include <QMainWindow>
+#include <QMessageBox>
+#include <QPixmap>
+
+#include <cstdio>
+
+namespace {
+
+constexpr int PollInterval = 20; // ms
+
+std::int64_t environmentNumber(char const *name, std::int64_t otherwise)
+{
+    bool valid = false;
+    int const value = qEnvironmentVariableIntValue(name, &valid);
+    return valid && value > 0 ? value : otherwise;
+}
+
+void say(QString const &text)
+{
+    std::printf("%s\n", qPrintable(text));
+    std::fflush(stdout);
+}
+
+long integerOf(TovComponent *component, char const *key)
+{
+    long value = 0;
+    component->GetParamInt(key, &value);
+    return value;
+}
+
+double numberOf(TovComponent *component, char const *key)
+{
+    double value = 0;
+    component->GetParamFloat(key, &value);
+    return value;
+}
+
+// The engines of a session are its children; the grabber is the one that counts frames.
+TovComponent *findGrabber(TovComponent *session)
+{
+    auto const *const object = dynamic_cast<QObject *>(session);
+    if (!object)
+        return nullptr;
+    for (QObject *child : object->children()) {
+        auto *const component = dynamic_cast<TovComponent *>(child);
+        long frames = 0;
+        if (component && TovSucceeded(component->GetParamInt("FramesAcquired", &frames)))
+            return component;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+RigTest::RigTest()
+    : m_frames(environmentNumber("TOVSCOPE_RIGTEST_FRAMES", 100)),
+      m_timeout(1000 * environmentNumber("TOVSCOPE_RIGTEST_TIMEOUT", 30))
+{
+    connect(&m_poll, &QTimer::timeout, this, &RigTest::Poll);
+}
+
+bool RigTest::Attach(QMainWindow *window, TovCam::Device *)
+{
+    m_window = window;
+    return true;
+}
+
+void RigTest::SetComponents(TovComponent *session, TovComponent *, TovComponent *)
+{
+    m_grabber = findGrabber(session);
+}
+
+void RigTest::ShowPanel(QMainWindow *, int, int)
+{
+    // It has no panel.
+}
+
+void RigTest::Detach(QMainWindow *)
+{
+    m_grabber = nullptr;
+    if (m_poll.isActive())
+        Fail(tr("the camera was disconnected"));
+}
+
+void RigTest::Reserved1()
+{
+}
+
+void RigTest::Reserved2()
+{
+}
+
+void RigTest::PrepareToAcquition()
+{
+}
+
+void RigTest::OnStartCapturing()
+{
+    m_processed = 0;
+}
+
+void RigTest::OnStop()
+{
+}
+
+bool RigTest::NeedNextFrame(bool *newest)
+{
+    *newest = false; // every frame, in order
+    return m_processed < m_frames;
+}
+
+void RigTest::ProcessBuffer(TovCam::Buffer *)
+{
+    ++m_processed;
+}
+
+// The program is still being built when this is called: the rest happens in its event loop.
+void RigTest::RunAutoEvaluation()
+{
+    if (!m_window || !m_grabber) {
+        Fail(tr("there is no camera"));
+        return;
+    }
+    m_step = Step::Start;
+    m_time.start();
+    m_poll.start(PollInterval);
+}
+
+void RigTest::Poll()
+{
+    auto const *const message = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+    if (message) {
+        Fail(message->text());
+        return;
+    }
+    if (m_time.hasExpired(m_timeout)) {
+        Report();
+        Fail(tr("time-out"));
+        return;
+    }
+    switch (m_step) {
+    case Step::Start: // the action is enabled once the session stands idle
+        if (Trigger("actionPlay"))
+            m_step = Step::Frames;
+        break;
+    case Step::Frames:
+        if (integerOf(m_grabber, "FramesAcquired") < m_frames)
+            break;
+        Report();
+        SaveScreenshot();
+        if (Trigger("actionStop"))
+            m_step = Step::Stop;
+        else
+            Fail(tr("the acquisition cannot be stopped"));
+        break;
+    case Step::Stop: {
+        auto const *const play = m_window->findChild<QAction *>(QStringLiteral("actionPlay"));
+        if (play && play->isEnabled())
+            Finish(0);
+        break;
+    }
+    }
+}
+
+bool RigTest::Trigger(char const *name)
+{
+    auto *const action = m_window->findChild<QAction *>(QString::fromLatin1(name));
+    if (!action || !action->isEnabled())
+        return false;
+    action->trigger();
+    return true;
+}
+
+void RigTest::Report()
+{
+    QString camera = m_window->windowTitle();
+    camera.remove(QStringLiteral("RigTest Auto - "));
+    say(tr("Camera      %1").arg(camera.trimmed()));
+    say(tr("Frames      %1 complete, %2 incomplete, %3 dropped by the link, %4 by this program")
+            .arg(integerOf(m_grabber, "FramesAcquired"))
+            .arg(integerOf(m_grabber, "FramesIncomp"))
+            .arg(integerOf(m_grabber, "FramesDroppedHW"))
+            .arg(integerOf(m_grabber, "FramesDroppedSW")));
+    say(tr("Frame rate  %1 fps").arg(numberOf(m_grabber, "FpsAvg"), 0, 'f', 1));
+    say(tr("Throughput  %1 MB/s").arg(numberOf(m_grabber, "Speed"), 0, 'f', 1));
+}
+
+void RigTest::SaveScreenshot()
+{
+    QDir const folder(qEnvironmentVariable("TOVSCOPE_RIGTEST_DIR", QStringLiteral(".")));
+    QString const file = QDir::cleanPath(folder.absoluteFilePath(QStringLiteral("tovscope-demo.png")));
+    if (m_window->grab().save(file))
+        say(tr("Screenshot  %1").arg(file));
+    else
+        say(tr("Screenshot  cannot be saved as %1").arg(file));
+}
+
+void RigTest::Fail(QString const &why)
+{
+    say(tr("Failed: %1").arg(why));
+    Finish(1);
+}
+
+void RigTest::Finish(int exitCode)
+{
+    m_poll.stop();
+    // Queued: it must also end an event loop that has not been entered yet.
+    QTimer::singleShot(0, qApp, [exitCode] { QCoreApplication::exit(exitCode); });
+}

@@ -1,0 +1,516 @@
+#include "tovmisc.h"
+
+#include "valuetext.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Entry
+{
+    _TovStParam record;
+    std::size_t hash = 0;
+    std::atomic<bool> hasListeners{false};     // spares the setters a lock
+    std::vector<TovParamListener *> listeners; // the storage's m_mutex
+};
+
+std::size_t hashOf(char const *key)
+{
+    std::size_t hash = 14695981039346656037u;
+    for (; *key; ++key)
+        hash = (hash ^ static_cast<unsigned char>(*key)) * 1099511628211u;
+    return hash;
+}
+
+// Keys by hash, and entries in order of registration. Readers take no lock: an entry is published by one store into its
+// slot, and a table that has become too small is replaced and kept until the storage dies.
+class Table
+{
+public:
+    explicit Table(std::size_t capacity)
+        : m_capacity(capacity),
+          m_slots(new std::atomic<Entry *>[capacity * 2] {}),
+          m_order(new std::atomic<Entry *>[capacity] {})
+    {
+    }
+
+    Entry *Find(char const *key) const
+    {
+        std::size_t const mask = m_capacity * 2 - 1;
+        std::size_t const hash = hashOf(key);
+        for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+            Entry *const entry = m_slots[i].load(std::memory_order_acquire);
+            if (!entry)
+                return nullptr;
+            if (entry->hash == hash && std::strcmp(entry->record.name, key) == 0)
+                return entry;
+        }
+    }
+    // One thread at a time; not when full.
+    void Add(Entry *entry)
+    {
+        std::size_t const mask = m_capacity * 2 - 1;
+        std::size_t i = entry->hash & mask;
+        while (m_slots[i].load(std::memory_order_relaxed))
+            i = (i + 1) & mask;
+        m_slots[i].store(entry, std::memory_order_release);
+        unsigned int const count = m_count.load(std::memory_order_relaxed);
+        m_order[count].store(entry, std::memory_order_relaxed);
+        m_count.store(count + 1, std::memory_order_release);
+    }
+    unsigned int Count() const
+    {
+        return m_count.load(std::memory_order_acquire);
+    }
+    Entry *At(unsigned int index) const
+    {
+        return index < Count() ? m_order[index].load(std::memory_order_relaxed) : nullptr;
+    }
+    std::size_t Capacity() const
+    {
+        return m_capacity;
+    }
+
+private:
+    std::size_t const m_capacity; // a power of two
+    std::unique_ptr<std::atomic<Entry *>[]> m_slots;
+    std::unique_ptr<std::atomic<Entry *>[]> m_order;
+    std::atomic<unsigned int> m_count{0};
+};
+
+// Bound text and blocks are wider than an atomic access. The storage's lock keeps them whole between its callers; the
+// bytes are atomic for an owner that looks at them beside it.
+void loadBytes(void const *bound, void *out, std::size_t size)
+{
+    auto const *const from = static_cast<std::uint8_t const *>(bound);
+    auto *const to = static_cast<std::uint8_t *>(out);
+    for (std::size_t i = 0; i < size; ++i)
+        to[i] = TovLoadBound(from[i]);
+}
+
+void storeBytes(void *bound, void const *in, std::size_t size)
+{
+    auto const *const from = static_cast<std::uint8_t const *>(in);
+    auto *const to = static_cast<std::uint8_t *>(bound);
+    for (std::size_t i = 0; i < size; ++i)
+        TovStoreBound(to[i], from[i]);
+}
+
+bool aligned(void const *pointer, std::size_t alignment)
+{
+    return pointer && reinterpret_cast<std::uintptr_t>(pointer) % alignment == 0;
+}
+
+bool isValid(_TovStParam const &param)
+{
+    if (!param.name[0] || !std::memchr(param.name, 0, sizeof param.name))
+        return false;
+    switch (param.type) {
+    case TOV_PARAM_INT:
+        return aligned(param.i.value, sizeof(std::int64_t)) && param.i.minimum <= param.i.maximum;
+    case TOV_PARAM_BOOL:
+        return param.b.value != nullptr;
+    case TOV_PARAM_FLOAT:
+        return aligned(param.f.value, sizeof(double)) && param.f.minimum <= param.f.maximum;
+    case TOV_PARAM_STRING:
+        return param.s.value && param.s.capacity > 0;
+    case TOV_PARAM_ARRAY:
+        return param.a.value && param.a.size > 0 && param.a.size <= 0xFFFFFFFFu;
+    case TOV_PARAM_COMMAND:
+        return param.c.function != nullptr;
+    default:
+        return false;
+    }
+}
+
+TovStatus copyOut(std::string const &text, char *buffer, unsigned int *capacity)
+{
+    if (!capacity || (!buffer && *capacity))
+        return TOV_PARAM_ERR_ARGUMENT;
+    if (text.size() >= *capacity) {
+        *capacity = static_cast<unsigned int>(text.size() + 1);
+        return TOV_PARAM_ERR_BUFFER;
+    }
+    std::memcpy(buffer, text.c_str(), text.size() + 1);
+    return TOV_PARAM_OK;
+}
+
+} // namespace
+
+struct TovParamStorage::Impl
+{
+    unsigned int component;
+    mutable std::mutex mutex;                    // guards registration, the listener lists, and bound text and blocks
+    std::vector<std::unique_ptr<Entry>> entries; // mutex
+    std::vector<std::unique_ptr<Table>> tables;  // mutex; the last one is in use
+    std::atomic<Table *> table;
+
+    explicit Impl(unsigned int id) : component(id)
+    {
+        tables.push_back(std::make_unique<Table>(16));
+        table.store(tables.back().get(), std::memory_order_release);
+    }
+
+    Table const &current() const
+    {
+        return *table.load(std::memory_order_acquire);
+    }
+
+    TovStatus find(char const *key, Entry **entry) const
+    {
+        if (!key)
+            return TOV_PARAM_ERR_ARGUMENT;
+        *entry = current().Find(key);
+        return *entry ? TOV_PARAM_OK : TOV_PARAM_ERR_UNKNOWN_KEY;
+    }
+
+    TovStatus find(char const *key, TovParamType type, Entry **entry) const
+    {
+        TovStatus const status = find(key, entry);
+        if (status == TOV_PARAM_OK && (*entry)->record.type != type)
+            return TOV_PARAM_ERR_TYPE;
+        return status;
+    }
+
+    std::string text(Entry const &entry) const
+    {
+        auto const &s = entry.record.s;
+        std::string result(s.capacity, '\0');
+        {
+            std::lock_guard const lock(mutex);
+            loadBytes(s.value, result.data(), s.capacity);
+        }
+        result.resize(std::min(result.find('\0'), result.size()));
+        return result;
+    }
+
+    // A string as it is, a block in hexadecimal.
+    std::string asText(Entry const &entry) const
+    {
+        if (entry.record.type == TOV_PARAM_STRING)
+            return text(entry);
+        std::vector<std::uint8_t> bytes(entry.record.a.size);
+        {
+            std::lock_guard const lock(mutex);
+            loadBytes(entry.record.a.value, bytes.data(), bytes.size());
+        }
+        return ValueText::FromBytes(bytes.data(), bytes.size());
+    }
+
+    // With no lock held.
+    void changed(Entry &entry, bool notify)
+    {
+        if (!notify)
+            return;
+        if (entry.record.onChange) {
+            _TovStParam record = entry.record;
+            record.onChange(component, &record);
+        }
+        if (!entry.hasListeners.load(std::memory_order_acquire))
+            return;
+        std::vector<TovParamListener *> listeners;
+        {
+            std::lock_guard const lock(mutex);
+            listeners = entry.listeners;
+        }
+        for (TovParamListener *listener : listeners)
+            listener->ParamChanged(entry.record);
+    }
+
+    TovStatus setInt(Entry &entry, std::int64_t value, bool notify)
+    {
+        auto const &i = entry.record.i;
+        TovStoreBound(*i.value, std::clamp(value, i.minimum, i.maximum));
+        changed(entry, notify);
+        return TOV_PARAM_OK;
+    }
+
+    TovStatus setBool(Entry &entry, bool value, bool notify)
+    {
+        TovStoreBound(*entry.record.b.value, value);
+        changed(entry, notify);
+        return TOV_PARAM_OK;
+    }
+
+    TovStatus setFloat(Entry &entry, double value, bool notify)
+    {
+        if (std::isnan(value))
+            return TOV_PARAM_ERR_VALUE;
+        auto const &f = entry.record.f;
+        TovStoreBound(*f.value, std::clamp(value, f.minimum, f.maximum));
+        changed(entry, notify);
+        return TOV_PARAM_OK;
+    }
+
+    TovStatus setString(Entry &entry, char const *value, bool notify)
+    {
+        auto const &s = entry.record.s;
+        std::size_t const length = strnlen(value, s.capacity);
+        if (length == s.capacity)
+            return TOV_PARAM_ERR_VALUE;
+        {
+            std::lock_guard const lock(mutex);
+            storeBytes(s.value, value, length + 1);
+        }
+        changed(entry, notify);
+        return TOV_PARAM_OK;
+    }
+
+    TovStatus setArray(Entry &entry, void const *data, bool notify)
+    {
+        {
+            std::lock_guard const lock(mutex);
+            storeBytes(entry.record.a.value, data, entry.record.a.size);
+        }
+        changed(entry, notify);
+        return TOV_PARAM_OK;
+    }
+};
+
+TovParamStorage::TovParamStorage(unsigned int component) : m_impl(std::make_unique<Impl>(component))
+{
+}
+
+TovParamStorage::~TovParamStorage() = default;
+
+TovStatus TovParamStorage::AddParam(_TovStParam const *param)
+{
+    if (!param || !isValid(*param))
+        return TOV_PARAM_ERR_ARGUMENT;
+    auto entry = std::make_unique<Entry>();
+    entry->record = *param;
+    entry->hash = hashOf(param->name);
+
+    std::lock_guard const lock(m_impl->mutex);
+    Table *table = m_impl->tables.back().get();
+    if (table->Find(param->name))
+        return TOV_PARAM_ERR_ARGUMENT;
+    if (table->Count() == table->Capacity()) {
+        m_impl->tables.push_back(std::make_unique<Table>(table->Capacity() * 2));
+        table = m_impl->tables.back().get();
+        for (auto const &earlier : m_impl->entries)
+            table->Add(earlier.get());
+    }
+    m_impl->entries.push_back(std::move(entry));
+    table->Add(m_impl->entries.back().get());
+    m_impl->table.store(table, std::memory_order_release);
+    return TOV_PARAM_OK;
+}
+
+TovStatus TovParamStorage::AddParamChangedListener(char const *key, TovParamListener *listener)
+{
+    Entry *entry = nullptr;
+    if (TovStatus const status = m_impl->find(key, &entry))
+        return status;
+    if (!listener)
+        return TOV_PARAM_ERR_ARGUMENT;
+    std::lock_guard const lock(m_impl->mutex);
+    entry->listeners.push_back(listener);
+    entry->hasListeners.store(true, std::memory_order_release);
+    return TOV_PARAM_OK;
+}
+
+TovStatus TovParamStorage::RemoveParamChangedListener(char const *key, TovParamListener *listener)
+{
+    Entry *entry = nullptr;
+    if (TovStatus const status = m_impl->find(key, &entry))
+        return status;
+    std::lock_guard const lock(m_impl->mutex);
+    auto const position = std::find(entry->listeners.begin(), entry->listeners.end(), listener);
+    if (position == entry->listeners.end())
+        return TOV_PARAM_ERR_ARGUMENT;
+    entry->listeners.erase(position);
+    entry->hasListeners.store(!entry->listeners.empty(), std::memory_order_release);
+    return TOV_PARAM_OK;
+}
+
+unsigned int TovParamStorage::GetParamCount() const
+{
+    return m_impl->current().Count();
+}
+
+TovStatus TovParamStorage::GetParamByIdx(unsigned int index, _TovStParam *param) const
+{
+    Entry const *const entry = m_impl->current().At(index);
+    if (!entry || !param)
+        return TOV_PARAM_ERR_ARGUMENT;
+    *param = entry->record;
+    return TOV_PARAM_OK;
+}
+
+TovStatus TovParamStorage::GetParamBool(char const *key, bool *value) const
+{
+    Entry *entry = nullptr;
+    TovStatus const status = value ? m_impl->find(key, TOV_PARAM_BOOL, &entry) : TOV_PARAM_ERR_ARGUMENT;
+    if (status == TOV_PARAM_OK)
+        *value = TovLoadBound(*entry->record.b.value);
+    return status;
+}
+
+TovStatus TovParamStorage::GetParamInt(char const *key, long *value) const
+{
+    Entry *entry = nullptr;
+    TovStatus const status = value ? m_impl->find(key, TOV_PARAM_INT, &entry) : TOV_PARAM_ERR_ARGUMENT;
+    if (status == TOV_PARAM_OK)
+        *value = TovLoadBound(*entry->record.i.value);
+    return status;
+}
+
+TovStatus TovParamStorage::GetParamFloat(char const *key, double *value) const
+{
+    Entry *entry = nullptr;
+    TovStatus const status = value ? m_impl->find(key, TOV_PARAM_FLOAT, &entry) : TOV_PARAM_ERR_ARGUMENT;
+    if (status == TOV_PARAM_OK)
+        *value = TovLoadBound(*entry->record.f.value);
+    return status;
+}
+
+TovStatus TovParamStorage::GetParamString(char const *key, char *buffer, unsigned int *capacity) const
+{
+    Entry *entry = nullptr;
+    TovStatus const status = m_impl->find(key, TOV_PARAM_STRING, &entry);
+    return status == TOV_PARAM_OK ? copyOut(m_impl->text(*entry), buffer, capacity) : status;
+}
+
+TovStatus TovParamStorage::GetParamArray(char const *key, void *buffer, unsigned int *size) const
+{
+    Entry *entry = nullptr;
+    if (TovStatus const status = m_impl->find(key, TOV_PARAM_ARRAY, &entry))
+        return status;
+    if (!size || (!buffer && *size))
+        return TOV_PARAM_ERR_ARGUMENT;
+    auto const &a = entry->record.a;
+    unsigned int const room = *size;
+    *size = static_cast<unsigned int>(a.size);
+    if (room < a.size)
+        return TOV_PARAM_ERR_BUFFER;
+    std::lock_guard const lock(m_impl->mutex);
+    loadBytes(a.value, buffer, a.size);
+    return TOV_PARAM_OK;
+}
+
+TovStatus TovParamStorage::GetParamAsString(char const *key, char *buffer, unsigned int *capacity,
+                                            char const *format) const
+{
+    Entry *entry = nullptr;
+    if (TovStatus const status = m_impl->find(key, &entry))
+        return status;
+    _TovStParam const &record = entry->record;
+    std::string text;
+    bool fits = true;
+    switch (record.type) {
+    case TOV_PARAM_INT:
+    case TOV_PARAM_BOOL: {
+        std::int64_t const value =
+            record.type == TOV_PARAM_INT ? TovLoadBound(*record.i.value) : TovLoadBound(*record.b.value);
+        if (format)
+            fits = ValueText::FormatInt(format, value, &text);
+        else
+            text = std::to_string(value);
+        break;
+    }
+    case TOV_PARAM_FLOAT: {
+        double const value = TovLoadBound(*record.f.value);
+        if (format)
+            fits = ValueText::FormatFloat(format, value, &text);
+        else
+            text = ValueText::FromFloat(value);
+        break;
+    }
+    case TOV_PARAM_STRING:
+    case TOV_PARAM_ARRAY: {
+        text = m_impl->asText(*entry);
+        if (format)
+            fits = ValueText::FormatString(format, std::string(text), &text);
+        break;
+    }
+    default:
+        return TOV_PARAM_ERR_TYPE;
+    }
+    return fits ? copyOut(text, buffer, capacity) : TOV_PARAM_ERR_FORMAT;
+}
+
+TovStatus TovParamStorage::SetParamBool(char const *key, bool value, bool notify)
+{
+    Entry *entry = nullptr;
+    TovStatus const status = m_impl->find(key, TOV_PARAM_BOOL, &entry);
+    return status == TOV_PARAM_OK ? m_impl->setBool(*entry, value, notify) : status;
+}
+
+TovStatus TovParamStorage::SetParamInt(char const *key, long value, bool notify)
+{
+    Entry *entry = nullptr;
+    TovStatus const status = m_impl->find(key, TOV_PARAM_INT, &entry);
+    return status == TOV_PARAM_OK ? m_impl->setInt(*entry, value, notify) : status;
+}
+
+TovStatus TovParamStorage::SetParamFloat(char const *key, double value, bool notify)
+{
+    Entry *entry = nullptr;
+    TovStatus const status = m_impl->find(key, TOV_PARAM_FLOAT, &entry);
+    return status == TOV_PARAM_OK ? m_impl->setFloat(*entry, value, notify) : status;
+}
+
+TovStatus TovParamStorage::SetParamString(char const *key, char const *value, bool notify)
+{
+    Entry *entry = nullptr;
+    if (TovStatus const status = m_impl->find(key, TOV_PARAM_STRING, &entry))
+        return status;
+    return value ? m_impl->setString(*entry, value, notify) : TOV_PARAM_ERR_ARGUMENT;
+}
+
+TovStatus TovParamStorage::SetParamArray(char const *key, void const *data, unsigned int size, bool notify)
+{
+    Entry *entry = nullptr;
+    if (TovStatus const status = m_impl->find(key, TOV_PARAM_ARRAY, &entry))
+        return status;
+    if (!data)
+        return TOV_PARAM_ERR_ARGUMENT;
+    return size == entry->record.a.size ? m_impl->setArray(*entry, data, notify) : TOV_PARAM_ERR_VALUE;
+}
+
+TovStatus TovParamStorage::SetParamAsString(char const *key, char const *value, bool notify)
+{
+    Entry *entry = nullptr;
+    if (TovStatus const status = m_impl->find(key, &entry))
+        return status;
+    if (!value)
+        return TOV_PARAM_ERR_ARGUMENT;
+    switch (entry->record.type) {
+    case TOV_PARAM_INT: {
+        std::int64_t number = 0;
+        return ValueText::ParseInt(value, &number) ? m_impl->setInt(*entry, number, notify) : TOV_PARAM_ERR_VALUE;
+    }
+    case TOV_PARAM_BOOL: {
+        bool flag = false;
+        return ValueText::ParseBool(value, &flag) ? m_impl->setBool(*entry, flag, notify) : TOV_PARAM_ERR_VALUE;
+    }
+    case TOV_PARAM_FLOAT: {
+        double number = 0;
+        return ValueText::ParseFloat(value, &number) ? m_impl->setFloat(*entry, number, notify) : TOV_PARAM_ERR_VALUE;
+    }
+    case TOV_PARAM_STRING:
+        return m_impl->setString(*entry, value, notify);
+    case TOV_PARAM_ARRAY: {
+        std::vector<std::uint8_t> bytes(entry->record.a.size);
+        return ValueText::ParseBytes(value, bytes.data(), bytes.size()) ? m_impl->setArray(*entry, bytes.data(), notify)
+                                                                        : TOV_PARAM_ERR_VALUE;
+    }
+    default:
+        return TOV_PARAM_ERR_TYPE;
+    }
+}
+
+TovStatus TovParamStorage::RunCommand(char const *key)
+{
+    Entry *entry = nullptr;
+    TovStatus const status = m_impl->find(key, TOV_PARAM_COMMAND, &entry);
+    return status == TOV_PARAM_OK ? entry->record.c.function(entry->record.c.context) : status;
+}

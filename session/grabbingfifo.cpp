@@ -1,0 +1,440 @@
+#include "grabbingfifo.h"
+
+#include "tovlog.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <thread>
+
+namespace {
+
+constexpr std::int64_t CounterMaximum = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t AnyMinimum = std::numeric_limits<std::int64_t>::min();
+constexpr double RateMaximum = std::numeric_limits<double>::max();
+// Buffers of the queue that stay outside the FIFO while capturing: one each for stream, display and recorder.
+constexpr std::int64_t BuffersOutside = 3;
+constexpr double BytesPerMegabyte = 1048576.0;
+constexpr double SlowestSpeed = 0.1;
+constexpr auto WrongStatePause = std::chrono::milliseconds(10);
+
+} // namespace
+
+GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
+    : QObject(parent),
+      WorkingThread("GrabbingFifo"),
+      TovComponentImp(202),
+      m_stream(device->GetStreamByIndex(0))
+{
+    TovLog::Debug(0, "GrabbingFifo::GrabbingFifo()");
+    RegisterParams();
+
+    // A lookup that gives neither a node nor an error leaves a frequency of 0, and with it rates of 0. That is meant.
+    std::int32_t error = 0;
+    if (TovCam::ParamArray *const params = device->GetCameraParameters(nullptr)) {
+        TovCam::IntParam *const node = params->GetInt("GevTimestampTickFrequency", &error);
+        std::int64_t frequency = 0;
+        if (node && (error & 0xFFFF) == 0)
+            frequency = node->GetValue(&error);
+        if ((error & 0xFFFF) == 0)
+            m_tickFrequency = frequency;
+    }
+}
+
+GrabbingFifo::~GrabbingFifo()
+{
+    TovLog::Debug(0, "GrabbingFifo::~GrabbingFifo()");
+}
+
+void GrabbingFifo::RegisterParams()
+{
+    AddIntParam("FramesAcquired", &m_framesAcquired, 0, 0, CounterMaximum);
+    AddIntParam("FramesDroppedHW", &m_framesDroppedHW, 0, 0, CounterMaximum);
+    AddIntParam("FramesDroppedSW", &m_framesDroppedSW, 0, 0, CounterMaximum);
+    AddIntParam("QueueFilled", &m_queueFilled, 0, 0, CounterMaximum);
+    AddIntParam("QueueSize", &m_queueSize, 16, BuffersOutside, CounterMaximum);
+    AddIntParam("Timestamp", &m_timestamp, 0, AnyMinimum, CounterMaximum);
+    AddIntParam("FrameID", &m_frameId, 0, AnyMinimum, CounterMaximum);
+    AddIntParam("FramesIncomp", &m_framesIncomplete, 0, AnyMinimum, CounterMaximum);
+    AddFloatParam("FpsAvg", &m_rate1, 0, 0, RateMaximum);
+    AddFloatParam("FpsInst", &m_rate2, 0, 0, RateMaximum);
+    AddFloatParam("Speed", &m_speed, 0, 0, RateMaximum);
+}
+
+int GrabbingFifo::SetState(SessionState state)
+{
+    TovLog::Debug(static_cast<unsigned long>(state), "GrabbingFifo::SetState()");
+    m_state.store(state, std::memory_order_relaxed);
+    return 1;
+}
+
+std::int32_t GrabbingFifo::CreateBuffers()
+{
+    std::int64_t const count = TovLoadBound(m_queueSize);
+    TovLog::Debug(static_cast<unsigned long>(count), "GrabbingFifo::CreateBuffers() -> ENTER");
+    constexpr std::int64_t most = std::numeric_limits<std::uint32_t>::max();
+    std::int32_t const status =
+        m_stream ? m_stream->AllocBufferQueue(this, static_cast<std::uint32_t>(std::min(count, most)))
+                 : TOV_CAM_ERR_INVALID_INDEX;
+    if (status != 0) {
+        TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::CreateBuffers(): AllocBufferQueue() failed");
+        return status;
+    }
+    TovLog::Debug(static_cast<unsigned long>(count), "GrabbingFifo::CreateBuffers() <- LEAVE");
+    return 0;
+}
+
+bool GrabbingFifo::StartGrabbing()
+{
+    TovLog::Debug(0, "GrabbingFifo::StartGrabbing() -> ENTER");
+    std::int32_t const status = m_stream->StartAcquisition(-1, 0);
+    if (status != 0) {
+        TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::StartGrabbing() : StartAcquisition failed");
+        return false;
+    }
+    SetParamInt("FramesAcquired", 0);
+    SetParamInt("FramesDroppedHW", 0);
+    SetParamInt("FramesDroppedSW", 0);
+    SetParamInt("FramesIncomp", 0);
+    // The timestamps stay: the first rate after a restart spans the pause. That is meant.
+    TovStoreBound(m_firstTimestamp, 0);
+    TovStoreBound(m_frameId, 0);
+    bool const started = WorkingThread::Start();
+    TovLog::Debug(started, "GrabbingFifo::StartGrabbing() <- LEAVE");
+    return started;
+}
+
+bool GrabbingFifo::StopGrabbing()
+{
+    TovLog::Debug(0, "GrabbingFifo::StopGrabbing() -> ENTER");
+    if (!Stop()) {
+        TovLog::Error(0, "GrabbingFifo::StopGrabbing(): Stop() failed");
+        return false;
+    }
+    std::int32_t const status = m_stream->StopAcquisition(1);
+    if (status != 0) {
+        TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::StopGrabbing(): StopAcquisition() failed");
+        return false;
+    }
+    TovLog::Debug(0, "GrabbingFifo::Stop() <- LEAVE");
+    return true;
+}
+
+int GrabbingFifo::Stop()
+{
+    TovLog::Debug(0, "GrabbingFifo::Stop() -> ENTER");
+    if (!m_bStart) {
+        TovLog::Error(0, "GrabbingFifo::Stop(): grabbing was not started ");
+        return 0;
+    }
+    {
+        std::lock_guard const lock(m_startMutex);
+        m_bStart = false;
+    }
+    m_startCondition.notify_all();
+    m_stream->CancelGetBuffer();
+    {
+        std::unique_lock lock(m_stopMutex);
+        m_stopCondition.wait(lock, [this] { return m_stopped; });
+        m_stopped = false;
+    }
+    TovLog::Notice("GrabbingFifo::Stop() : Grabbing thread stopped");
+    TovLog::Debug(0, "GrabbingFifo::Stop() <- LEAVE");
+    return 1;
+}
+
+std::int32_t GrabbingFifo::ReleaseBuffers()
+{
+    std::int64_t const queueSize = TovLoadBound(m_queueSize);
+    TovLog::Debug(static_cast<unsigned long>(queueSize), "GrabbingFifo::ReleaseBuffers() -> ENTER");
+    {
+        std::lock_guard const lock(m_fifoMutex);
+        while (!m_grab_fifo.empty()) {
+            m_stream->QueueBuffer(m_grab_fifo.back());
+            m_grab_fifo.pop_back();
+        }
+        WriteQueueFilled();
+    }
+    std::int32_t const status = m_stream ? m_stream->ReleaseBufferQueue() : TOV_CAM_ERR_INVALID_INDEX;
+    if (status != 0) {
+        // The other function's name is meant.
+        TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::CreateBuffers(): ReleaseBufferQueue() failed");
+        return status;
+    }
+    TovLog::Debug(static_cast<unsigned long>(queueSize), "GrabbingFifo::ReleaseBuffers() <- LEAVE");
+    return 0;
+}
+
+std::int32_t GrabbingFifo::GetNewestBuffer(TovCam::Buffer **buffer, bool bKeepInFifo)
+{
+    TovLog::Debug(0, "GrabbingFifo::GetNewestBuffer() -> ENTER");
+    SessionState const state = m_state.load(std::memory_order_relaxed);
+    if (state < SessionStateAcquisition) {
+        TovLog::Error(static_cast<unsigned long>(state), "GrabbingFifo::GetNewestBuffer(): TOV_CAM_ERR_INVALID_STATE");
+        std::this_thread::sleep_for(WrongStatePause);
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+    std::unique_lock wait(m_waitMutex);
+    if (std::unique_lock const fifo = WaitForFrame(wait)) {
+        *buffer = m_grab_fifo.front();
+        int const id = static_cast<int>((*buffer)->GetFrameID());
+        TovLog::Info(0, "GrabbingFifo::GetNewestBuffer(): buffer id=%i returned", id);
+        if (!bKeepInFifo) {
+            TovLog::Info(0, "GrabbingFifo::GetNewestBuffer(): buffer id=%i poped from m_grab_fifo, bKeepInFifo=false",
+                         id);
+            m_grab_fifo.pop_front();
+        }
+        WriteQueueFilled();
+    } else {
+        TovLog::Info(0, "GrabbingFifo::GetNewestBuffer(): m_cvFifoEmpty.wait quit by m_bBlockCallerThread");
+    }
+    TovLog::Debug(0, "GrabbingFifo::GetNewestBuffer() <- LEAVE");
+    return 0;
+}
+
+std::int32_t GrabbingFifo::PopOldestBuffer(TovCam::Buffer **buffer)
+{
+    TovLog::Debug(0, "GrabbingFifo::PopOldestBuffer() -> ENTER");
+    SessionState const state = m_state.load(std::memory_order_relaxed);
+    if (state < SessionStateAcquisition) {
+        TovLog::Error(static_cast<unsigned long>(state), "GrabbingFifo::PopOldestBuffer(): TOV_CAM_ERR_INVALID_STATE");
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+    std::unique_lock wait(m_waitMutex);
+    if (std::unique_lock const fifo = WaitForFrame(wait)) {
+        *buffer = m_grab_fifo.back();
+        m_grab_fifo.pop_back();
+        TovLog::Info(0, "GrabbingFifo::PopOldestBuffer(): buffer id=%i poped from m_grab_fifo, and returned to caller",
+                     static_cast<int>((*buffer)->GetFrameID()));
+        WriteQueueFilled();
+    } else {
+        TovLog::Info(0, "GrabbingFifo::PopOldestBuffer(): m_cvFifoEmpty.wait quit by m_bBlockCallerThread");
+    }
+    TovLog::Debug(0, "GrabbingFifo::PopOldestBuffer() <- LEAVE");
+    return 0;
+}
+
+std::int32_t GrabbingFifo::ReleaseBuffer(TovCam::Buffer *buffer)
+{
+    TovLog::Debug(0, "GrabbingFifo::ReleaseBuffer()");
+    std::lock_guard const lock(m_fifoMutex);
+    return m_stream->QueueBuffer(buffer);
+}
+
+std::int32_t GrabbingFifo::ReturnBuffer(TovCam::Buffer *buffer)
+{
+    TovLog::Debug(0, "GrabbingFifo::ReturnBuffer()");
+    if (m_state.load(std::memory_order_relaxed) != SessionStateCapturing)
+        return ReleaseBuffer(buffer);
+    {
+        // To the front, also past frames that came in the meantime, and beyond the limit. That is meant.
+        std::lock_guard const lock(m_fifoMutex);
+        m_grab_fifo.push_front(buffer);
+    }
+    WakeConsumers();
+    return 0;
+}
+
+void GrabbingFifo::SetGrabberThtreadBlocking(bool blocking)
+{
+    {
+        std::lock_guard const lock(m_waitMutex);
+        m_bBlockCallerThread = blocking;
+    }
+    m_cvFifoEmpty.notify_all();
+}
+
+double GrabbingFifo::GetCurrentFPS()
+{
+    std::uint64_t const first = TovLoadBound(m_firstTimestamp);
+    std::uint64_t const last = static_cast<std::uint64_t>(TovLoadBound(m_timestamp));
+    if (first == last)
+        return 0.0;
+    return static_cast<double>(TovLoadBound(m_framesAcquired)) / static_cast<double>(last - first);
+}
+
+std::int64_t GrabbingFifo::GetFramesAcquired() const
+{
+    return TovLoadBound(m_framesAcquired);
+}
+
+std::int64_t GrabbingFifo::GetFramesDroppedHW() const
+{
+    return TovLoadBound(m_framesDroppedHW);
+}
+
+std::int64_t GrabbingFifo::GetFramesDroppedSW() const
+{
+    return TovLoadBound(m_framesDroppedSW);
+}
+
+void GrabbingFifo::Work()
+{
+    std::int32_t const status = GrabNewBuffer(TovCam::WaitForever);
+    if (status != 0)
+        TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::Work: GrabNewBuffer failed: %i", status);
+    else
+        TovLog::Notice("GrabbingFifo::Work: GrabNewBuffer OK");
+}
+
+std::int32_t GrabbingFifo::GrabNewBuffer(std::uint32_t timeout)
+{
+    TovLog::Debug(0, "GrabbingFifo::GrabNewBuffer() -> ENTER");
+    SessionState const state = m_state.load(std::memory_order_relaxed);
+    if (state < SessionStateAcquisition) {
+        // The thread starts a moment before the session says that acquisition has begun.
+        std::this_thread::sleep_for(WrongStatePause);
+        TovLog::Error(static_cast<unsigned long>(state), "GrabbingFifo::GrabNewBuffer(): TOV_CAM_ERR_INVALID_STATE");
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+    std::int32_t error = 0;
+    TovCam::Buffer *buffer = m_stream->GetBuffer(timeout, &error);
+    bool const incomplete = buffer && buffer->IsIncomplete();
+    if (error != 0 || incomplete) {
+        if (incomplete) {
+            TovStoreBound(m_framesIncomplete, TovLoadBound(m_framesIncomplete) + 1);
+            SetParamInt("FramesIncomp", TovLoadBound(m_framesIncomplete));
+        }
+        if (m_discard) {
+            if (buffer) {
+                std::lock_guard const lock(m_fifoMutex);
+                m_stream->QueueBuffer(buffer);
+                buffer = nullptr;
+            }
+            TovLog::Error(static_cast<unsigned long>(error), "GrabbingFifo::GrabNewBuffer(): GetBuffer() failed");
+        }
+    }
+    if (buffer && !incomplete)
+        UpdateStatistics(buffer);
+    {
+        std::lock_guard const lock(m_fifoMutex);
+        PutIntoFifo(buffer);
+        WriteQueueFilled();
+    }
+    WakeConsumers();
+    TovLog::Debug(0, "GrabbingFifo::GrabNewBuffer() <- LEAVE");
+    return 0;
+}
+
+void GrabbingFifo::UpdateStatistics(TovCam::Buffer *buffer)
+{
+    std::int64_t const acquired = TovLoadBound(m_framesAcquired) + 1;
+    TovStoreBound(m_framesAcquired, acquired);
+    SetParamInt("FramesAcquired", acquired);
+
+    std::uint64_t const previous = static_cast<std::uint64_t>(TovLoadBound(m_timestamp));
+    std::uint64_t const timestamp = buffer->GetTimestamp();
+    m_previousTimestamp = previous;
+    TovStoreBound(m_timestamp, static_cast<std::int64_t>(timestamp));
+    SetParamInt("Timestamp", static_cast<std::int64_t>(timestamp));
+    if (TovLoadBound(m_firstTimestamp) == 0)
+        TovStoreBound(m_firstTimestamp, timestamp);
+
+    std::uint64_t const id = buffer->GetFrameID();
+    std::uint64_t const last = static_cast<std::uint64_t>(TovLoadBound(m_frameId));
+    if (last != 0 && id != last + 1) {
+        // A counter that wraps or starts again loses nothing.
+        std::int64_t const lost = id > last ? static_cast<std::int64_t>(id - last - 1) : 0;
+        TovStoreBound(m_framesDroppedHW, TovLoadBound(m_framesDroppedHW) + lost);
+        SetParamInt("FramesDroppedHW", TovLoadBound(m_framesDroppedHW));
+    }
+
+    double const ticks = static_cast<double>(m_tickFrequency);
+    std::uint64_t const dtInst = timestamp - m_previousTimestamp;
+    std::uint64_t const dtAvg = timestamp - TovLoadBound(m_firstTimestamp);
+    // The variables cross: "FpsAvg" is bound to m_rate1 and "FpsInst" to m_rate2, so that the average, written second,
+    // ends up in both. That is meant.
+    if (dtInst != 0 && id > last) {
+        double const rate = static_cast<double>(id - last) * ticks / static_cast<double>(dtInst);
+        TovStoreBound(m_rate1, rate);
+        SetParamFloat("FpsInst", rate);
+    }
+    if (dtAvg != 0) {
+        double const frames = static_cast<double>(acquired + TovLoadBound(m_framesDroppedHW));
+        double const rate = frames * ticks / static_cast<double>(dtAvg);
+        TovStoreBound(m_rate2, rate);
+        SetParamFloat("FpsAvg", rate);
+    }
+    std::uint64_t const size = buffer->GetBufferSize();
+    if (static_cast<std::int64_t>(dtInst) > 0) {
+        double speed = ticks * static_cast<double>(size) / (static_cast<double>(dtInst) * BytesPerMegabyte);
+        if (speed < SlowestSpeed)
+            speed = 0.0;
+        TovStoreBound(m_speed, speed);
+        SetParamFloat("Speed", speed);
+    }
+    TovStoreBound(m_frameId, static_cast<std::int64_t>(id));
+    SetParamInt("FrameID", static_cast<std::int64_t>(id));
+}
+
+void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
+{
+    bool push = buffer != nullptr;
+    if (m_state.load(std::memory_order_relaxed) == SessionStateCapturing) {
+        while (static_cast<std::int64_t>(m_grab_fifo.size()) >= TovLoadBound(m_queueSize) - BuffersOutside) {
+            if (m_grab_fifo.empty()) {
+                // The limit is 0: nothing in the FIFO can make room.
+                if (buffer) {
+                    CountSoftwareDrop();
+                    m_stream->QueueBuffer(buffer);
+                }
+                return;
+            }
+            CountSoftwareDrop();
+            if (m_dropMode == DropNewest) {
+                m_stream->QueueBuffer(m_grab_fifo.front());
+                m_grab_fifo.pop_front();
+            } else if (m_dropMode == DropOldest) {
+                m_stream->QueueBuffer(m_grab_fifo.back());
+                m_grab_fifo.pop_back();
+            } else {
+                push = false; // the incoming frame is forgotten
+                break;
+            }
+        }
+    } else {
+        std::size_t const kept = buffer ? 0 : 1;
+        while (m_grab_fifo.size() > kept) {
+            m_stream->QueueBuffer(m_grab_fifo.back());
+            m_grab_fifo.pop_back();
+        }
+    }
+    if (push) {
+        m_grab_fifo.push_front(buffer);
+        TovLog::Info(0, "Frame added to m_grab_fifo id=%i", static_cast<int>(TovLoadBound(m_frameId)));
+    }
+}
+
+void GrabbingFifo::CountSoftwareDrop()
+{
+    TovStoreBound(m_framesDroppedSW, TovLoadBound(m_framesDroppedSW) + 1);
+    SetParamInt("FramesDroppedSW", TovLoadBound(m_framesDroppedSW));
+}
+
+void GrabbingFifo::WriteQueueFilled()
+{
+    auto const count = static_cast<std::int64_t>(m_grab_fifo.size());
+    if (TovLoadBound(m_queueFilled) != count)
+        SetParamInt("QueueFilled", count);
+}
+
+std::unique_lock<std::mutex> GrabbingFifo::WaitForFrame(std::unique_lock<std::mutex> &wait)
+{
+    while (m_bBlockCallerThread) {
+        std::unique_lock fifo(m_fifoMutex);
+        if (!m_grab_fifo.empty())
+            return fifo;
+        fifo.unlock();
+        m_cvFifoEmpty.wait(wait);
+    }
+    return {};
+}
+
+void GrabbingFifo::WakeConsumers()
+{
+    // A consumer between its look at the FIFO and its sleep holds m_waitMutex; afterwards it hears the call.
+    {
+        std::lock_guard const lock(m_waitMutex);
+    }
+    m_cvFifoEmpty.notify_all();
+}

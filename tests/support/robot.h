@@ -1,0 +1,188 @@
+// A user for tests in a real window: a thread that moves the X pointer, clicks and types through xdotool while the GUI
+// thread runs its event loop, nested ones of modal dialogs included.
+#pragma once
+
+#include <QAction>
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QImage>
+#include <QMainWindow>
+#include <QMessageBox>
+#include <QProcess>
+#include <QPushButton>
+#include <QScreen>
+#include <QThread>
+#include <QToolBar>
+#include <QWidget>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+class Robot
+{
+public:
+    // Runs `user` on a thread of its own while this, the GUI thread, processes events; returns when it has ended. An
+    // exception out of `user` fails the test.
+    static void Run(std::function<void(Robot &)> user)
+    {
+        QEventLoop loop;
+        std::thread thread([&] {
+            Robot robot;
+            try {
+                user(robot);
+            } catch (std::exception const &e) {
+                robot.Screenshot(QStringLiteral("failed-%1").arg(TestName()));
+                ADD_FAILURE() << e.what();
+                // Nothing modal may keep the GUI thread from leaving its loops.
+                robot.Gui([] {
+                    for (int i = 0; i < 10 && QApplication::activeModalWidget(); ++i)
+                        QApplication::activeModalWidget()->close();
+                });
+            }
+            QMetaObject::invokeMethod(
+                &loop, [&] { loop.quit(); }, Qt::QueuedConnection);
+        });
+        loop.exec();
+        thread.join();
+    }
+
+    // Runs a function on the GUI thread, also inside a nested event loop, and waits for it.
+    template<typename F>
+    auto Gui(F f) -> decltype(f())
+    {
+        if constexpr (std::is_void_v<decltype(f())>) {
+            QMetaObject::invokeMethod(
+                qApp, [&] { f(); }, Qt::BlockingQueuedConnection);
+        } else {
+            decltype(f()) result{};
+            QMetaObject::invokeMethod(
+                qApp, [&] { result = f(); }, Qt::BlockingQueuedConnection);
+            return result;
+        }
+    }
+
+    bool Holds(std::function<bool()> condition, int milliseconds = 10000)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (!Gui(condition)) {
+            if (timer.elapsed() > milliseconds)
+                return false;
+            QThread::msleep(20);
+        }
+        return true;
+    }
+
+    // Throws when the condition does not come true: what follows would make no sense.
+    void WaitFor(char const *what, std::function<bool()> condition, int milliseconds = 10000)
+    {
+        if (!Holds(std::move(condition), milliseconds))
+            throw std::runtime_error(std::string("waited in vain for ") + what);
+    }
+
+    void MoveTo(QPoint global)
+    {
+        XDo({QStringLiteral("mousemove"), QStringLiteral("--sync"), QString::number(global.x()),
+             QString::number(global.y())});
+    }
+
+    void ClickAt(QPoint global, int button = 1)
+    {
+        MoveTo(global);
+        XDo({QStringLiteral("click"), QString::number(button)});
+    }
+
+    void Click(QWidget *widget)
+    {
+        ClickAt(Gui([=] { return widget->mapToGlobal(widget->rect().center()); }));
+    }
+
+    // The button of an action in one of the window's visible toolbars.
+    void Click(QMainWindow *window, char const *action)
+    {
+        QPoint at = Gui([=] {
+            auto *found = window->findChild<QAction *>(QString::fromLatin1(action));
+            for (QToolBar *bar : window->findChildren<QToolBar *>())
+                if (QWidget *button = found ? bar->widgetForAction(found) : nullptr; button && button->isVisible())
+                    return button->mapToGlobal(button->rect().center());
+            return QPoint(-1, -1);
+        });
+        if (at.x() < 0)
+            throw std::runtime_error(std::string("no visible button for ") + action);
+        ClickAt(at);
+    }
+
+    void DoubleClickAt(QPoint global)
+    {
+        MoveTo(global);
+        XDo({QStringLiteral("click"), QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),
+             QStringLiteral("60"), QStringLiteral("1")});
+    }
+
+    void Drag(QPoint from, QPoint to)
+    {
+        MoveTo(from);
+        XDo({QStringLiteral("mousedown"), QStringLiteral("1")});
+        for (int i = 1; i <= 8; ++i)
+            MoveTo(from + (to - from) * i / 8);
+        XDo({QStringLiteral("mouseup"), QStringLiteral("1")});
+    }
+
+    void Key(char const *name)
+    {
+        XDo({QStringLiteral("key"), QString::fromLatin1(name)});
+    }
+
+    // Waits for a message box, returns its text and presses its default button with the pointer.
+    QString AnswerMessageBox(int milliseconds = 10000)
+    {
+        WaitFor(
+            "a message box", [] { return qobject_cast<QMessageBox *>(QApplication::activeModalWidget()) != nullptr; },
+            milliseconds);
+        QThread::msleep(150); // let the window manager place it
+        QPoint at;
+        QString text = Gui([&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            QPushButton *button = box->findChild<QPushButton *>();
+            at = button->mapToGlobal(button->rect().center());
+            return box->text();
+        });
+        ClickAt(at);
+        WaitFor("the message box to close", [=] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            return !box || box->text() != text;
+        });
+        return text;
+    }
+
+    // A picture of the whole screen under screenshots/ in the build folder, for a person to look at.
+    QImage Screenshot(QString const &name)
+    {
+        return Gui([=] {
+            QImage image = QGuiApplication::primaryScreen()->grabWindow(0).toImage();
+            QDir().mkpath(QStringLiteral(TOV_SCREENSHOT_DIR));
+            image.save(QStringLiteral(TOV_SCREENSHOT_DIR "/%1.png").arg(name));
+            return image;
+        });
+    }
+
+    static QString TestName()
+    {
+        auto const *info = testing::UnitTest::GetInstance()->current_test_info();
+        return QString::fromLatin1(info ? info->name() : "test").replace(QLatin1Char('/'), QLatin1Char('-'));
+    }
+
+private:
+    void XDo(QStringList const &arguments)
+    {
+        QProcess process;
+        process.start(QStringLiteral("xdotool"), arguments);
+        if (!process.waitForFinished(10000) || process.exitCode() != 0)
+            throw std::runtime_error("xdotool failed: " + process.readAllStandardError().toStdString());
+    }
+};

@@ -1,0 +1,131 @@
+// What an operator does with the main window, step by step, for the tests that click.
+#pragma once
+
+#include "robot.h"
+
+#include "displayview.h"
+#include "guimanager.h"
+#include "session.h"
+#include "tovscope.h"
+
+#include <QDialogButtonBox>
+#include <QLabel>
+#include <QSettings>
+#include <QStatusBar>
+#include <QTreeView>
+
+// A window of the program with settings of its own, and the hands of a user on it. Made on the GUI thread; the steps
+// run on the user's.
+class Operator
+{
+public:
+    explicit Operator(TovScope &window) : m_window(&window)
+    {
+    }
+
+    // Lets the user act on a fresh window; closes it at the end.
+    static void Run(std::function<void(Robot &, Operator &)> user)
+    {
+        QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).clear();
+        TovScope window(nullptr, false, false);
+        window.show();
+        Robot::Run([&](Robot &robot) {
+            Operator hands(window);
+            robot.WaitFor("the window", [&] { return window.isVisible() && window.isActiveWindow(); });
+            user(robot, hands);
+            robot.Gui([&] { window.close(); });
+        });
+    }
+
+    TovScope *Window() const
+    {
+        return m_window;
+    }
+    // GUI thread.
+    Session *CurrentSession() const
+    {
+        return m_window->GetGuiManager().GetSession();
+    }
+    // GUI thread.
+    SessionState State() const
+    {
+        return CurrentSession() ? CurrentSession()->GetState() : SessionStateDisconnected;
+    }
+    // GUI thread. The frame that the picture shows, 0 when there is none.
+    std::uint64_t ShownFrame() const
+    {
+        _TovImage *image = nullptr;
+        if (!CurrentSession() || !CurrentSession()->GetDisplayView()->GetDisplayedImageRaw(&image))
+            return 0;
+        return image->frameID;
+    }
+    // GUI thread. A counter of the grabber.
+    long Counter(char const *key) const
+    {
+        long value = -1;
+        if (CurrentSession())
+            CurrentSession()->GetGrabber()->GetParamInt(key, &value);
+        return value;
+    }
+    // GUI thread.
+    QString Title() const
+    {
+        return m_window->windowTitle();
+    }
+
+    // Opens the selector and waits until it lists a camera whose row holds the text; gives the row's place.
+    QPoint OpenSelector(Robot &robot, char const *camera)
+    {
+        robot.Click(m_window, "actionConnect");
+        robot.WaitFor(
+            "the camera in the selector", [=] { return !FindCamera(camera).isNull(); }, 20000);
+        QThread::msleep(200); // let the window manager place it
+        return robot.Gui([=] { return FindCamera(camera); });
+    }
+
+    void Connect(Robot &robot, char const *camera)
+    {
+        QPoint const row = OpenSelector(robot, camera);
+        robot.DoubleClickAt(row);
+        robot.WaitFor(
+            "the session to be idle",
+            [=, this] { return !QApplication::activeModalWidget() && State() == SessionStateIdle; }, 20000);
+    }
+
+    void Play(Robot &robot)
+    {
+        robot.Click(m_window, "actionPlay");
+        robot.WaitFor("acquisition", [this] { return State() == SessionStateAcquisition; });
+        robot.WaitFor("a picture", [this] { return ShownFrame() != 0; });
+    }
+
+    void Stop(Robot &robot)
+    {
+        robot.Click(m_window, "actionStop");
+        robot.WaitFor("idle", [this] { return State() == SessionStateIdle; });
+    }
+
+    void Disconnect(Robot &robot)
+    {
+        robot.Click(m_window, "actionDisconnect");
+        robot.WaitFor("the disconnection", [this] { return CurrentSession() == nullptr; });
+    }
+
+private:
+    // GUI thread. The middle of the first row of the open selector that holds the text, in screen coordinates.
+    static QPoint FindCamera(char const *text)
+    {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        auto *tree = dialog ? dialog->findChild<QTreeView *>() : nullptr;
+        if (!tree || !tree->model())
+            return {};
+        auto const found = tree->model()->match(tree->model()->index(0, 0), Qt::DisplayRole, QString::fromUtf8(text), 1,
+                                                Qt::MatchContains | Qt::MatchRecursive);
+        if (found.isEmpty())
+            return {};
+        QRect const rect = tree->visualRect(found.first());
+        return rect.isEmpty() ? QPoint() : tree->viewport()->mapToGlobal(QPoint(rect.left() + 20, rect.center().y()));
+    }
+
+    TovScope *m_window;
+};
