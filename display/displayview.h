@@ -19,6 +19,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
+#include <vector>
 
 class GrabbingFifo;
 class QMainWindow;
@@ -80,7 +82,45 @@ protected:
     void Work() override;
     void InitByFirstFrame(_TovImage const *image);
 
-    // Further members, private or protected, are the implementation's.
+    bool viewportEvent(QEvent *event) override;
+
 private:
-    std::uint64_t m_lastFrameId = 0;
+    void RegisterParams();
+    bool RunDisplayCommand(char const *key);
+    bool SetDisplayFit(long fit);
+    void ReleaseLastImage();
+    void ReadPointer();
+    void Refresh();
+
+    std::uint64_t m_lastFrameId = 0;           // display thread
+    std::atomic<bool> m_firstFrame{false};     // set by the start, cleared by the display thread
+    GrabbingFifo *m_fifo;                      // not owned
+    TovDisplay *m_display;                     // owned
+    double m_displayRate = 30.0;               // bound; relaxed atomic access
+    QTimer *m_videoTimer;                      // GUI thread
+    std::condition_variable m_updateCondition; // with m_updateMutex
+    std::mutex m_updateMutex;
+    bool m_updateRequested = true;              // m_updateMutex
+    std::int64_t m_colorationType = 0;          // bound; relaxed atomic access
+    std::atomic<std::uint32_t> m_pixelDepth{8}; // written by the display thread
+    // Published whole by the display thread. What it points to goes in StopDisplaying only, on the GUI thread, whose
+    // readers so never lose it under their hands; the pixels may be those of two frames while one is copied.
+    std::atomic<_TovImage *> m_lastImage{nullptr};
+    std::vector<_TovImage *>
+        m_retiredImages; // replaced ones, until the stop; display thread, or GUI while it is stopped
+    struct Rectangle
+    {
+        std::int32_t x = 0, y = 0, w = 0, h = 0;
+    };
+    bool m_hexDumpShown = false;          // GUI thread
+    Rectangle m_hexDumpRect;              // image pixels; GUI thread
+    QMainWindow *m_mainWindow;            // not owned
+    _TovImage *m_displayFormat = nullptr; // header of the shape the renderer is set up for; display thread
+    std::int64_t m_displayMode = 0;       // bound; relaxed atomic access
+
+    // The pointer over the picture; GUI thread.
+    std::optional<QPoint> m_pointer;
+    std::atomic<std::uint64_t> m_framesShown{0}; // counted by the display thread
+    std::uint64_t m_framesSeen = 0;              // at the tick before
+    int m_idleTicks = 0;                         // ticks without a new frame
 };

@@ -41,8 +41,18 @@ public:
     // Converts a frame to the destination's pixel type, at full size. Any thread.
     virtual std::int32_t ConvertImage(_TovImage const *source, _TovImage *destination) = 0;
     // Maps a point exactly: direction 1 from widget to image pixels (rounded down, also outside the image), any other
-    // from image pixels to widget. Nonzero and untouched arguments while there is no picture.
+    // from image pixels to widget. Nonzero and untouched arguments while no frame's shape is known. Any thread.
     virtual std::int32_t Translate(int *x, int *y, int direction) = 0;
+
+    // ---- For a picture that stands still: GUI thread. Until they are called, a change of zoom shows the last picture
+    // enlarged or reduced. ----
+
+    // Shows a frame again that DisplayVideo has shown, if the view has changed since; for streams that pause. The
+    // pointer is not kept.
+    virtual std::int32_t RefreshVideo(_TovImage const *image) = 0;
+    // Copies the frame that was shown last, so that a picture that stays after its stream has ended can be zoomed into
+    // its own pixels. Null, or the next DisplayVideo, lets the copy go.
+    virtual std::int32_t KeepVideo(_TovImage const *image) = 0;
 
 protected:
     virtual ~TovDisplay() = default;

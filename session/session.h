@@ -1,6 +1,10 @@
 // One connected camera and everything that lives as long as the connection. A state machine decides what start, record
 // and stop mean in which order; a failing engine becomes a signal, never an exception out of the machine.
 //
+// The machine starts on the next pass of the event loop. signalCameraStateDisconnected ends it within its emission,
+// with everything stopped, unless it is emitted from inside one of the machine's actions; neither may the session be
+// deleted from there.
+//
 // Threads: the GUI thread, except for CameraDisconnectCallback, which comes on a thread of the camera library and only
 // emits a signal.
 #pragma once
@@ -14,6 +18,10 @@
 #include <QSettings>
 #include <QStateMachine>
 #include <QString>
+
+#include <array>
+#include <functional>
+#include <memory>
 
 class DisplayView;
 class GrabbingFifo;
@@ -66,6 +74,37 @@ public slots:
 private:
     void ParamChanged(_TovStParam param) override;
 
-    // Further private members are the implementation's.
+    void InitSession();
+    bool InitStateMachine();
+    bool CreateGrabber();
+    bool CreateDisplayView();
+    void ReadIdentity(); // settings name and title
+    void ResetVolatileParams();
+    void RemoveComponents();
+
+    std::int32_t ExecuteCommand(char const *name);
+    std::int32_t SetIntegerValue(char const *name, std::int64_t value);
+    void StartAcquisition(); // throws at the first step that fails
+    void RecoverFromFailedStart();
+    std::array<std::function<void()>, 5> StopSteps();
+
+    static unsigned char s_CompID;
+
+    // GUI thread, all of them; the bound flags by atomic access.
+    SessionHost *m_window;
+    QStateMachine m_stateMachine;
     SessionState m_state;
+    TovCam::Device *m_device;
+    std::unique_ptr<GrabbingFifo> m_grabber;
+    std::unique_ptr<DisplayView> m_display; // uses the grabber, and goes before it unless its thread is asleep
+    QSettings *m_settings = nullptr;        // the window's
+    QString m_settingsName;
+    QString m_title;
+    QString m_displayName;
+    QString m_interfaceDescription;
+    bool m_enginesStarted = false; // from the first step of a start until a stop has gone through whole
+    bool m_enableLog = false;
+    bool m_logControl = false;
+    bool m_logStream = false;
+    bool m_logEvent = false;
 };

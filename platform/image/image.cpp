@@ -74,6 +74,8 @@ unsigned long TovCreateImageHeader(_TovImage **image, TovImageSize size, std::ui
 
 unsigned long TovCreateImage(_TovImage **image, TovImageSize size, std::uint32_t pixelType)
 {
+    if (!image)
+        return TOV_IMAGE_ERR_ARGUMENT;
     _TovImage *made = nullptr;
     if (unsigned long const status = TovCreateImageHeader(&made, size, pixelType))
         return status;

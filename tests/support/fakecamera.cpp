@@ -228,14 +228,11 @@ void FakeStream::SetFormat(std::uint32_t width, std::uint32_t height, std::uint3
 
 bool FakeStream::Push(FakeFrame const &frame, std::function<void(_TovImage &)> const &paint)
 {
-    FakeBuffer *buffer = nullptr;
-    {
-        std::lock_guard const lock(m_mutex);
-        if (m_free.empty())
-            return false;
-        buffer = m_free.front();
-        m_free.pop_front();
-    }
+    std::lock_guard const lock(m_mutex);
+    if (!m_started || m_free.empty())
+        return false;
+    FakeBuffer *const buffer = m_free.front();
+    m_free.pop_front();
     buffer->m_image.frameID = frame.id;
     buffer->m_image.timestamp = frame.timestamp;
     buffer->m_size = buffer->m_image.imageSize;
@@ -243,7 +240,6 @@ bool FakeStream::Push(FakeFrame const &frame, std::function<void(_TovImage &)> c
     buffer->m_error = frame.error;
     if (paint)
         paint(buffer->m_image);
-    std::lock_guard const lock(m_mutex);
     buffer->m_place = FakeBuffer::Place::Filled;
     m_filled.push_back(buffer);
     m_condition.notify_all();
@@ -357,6 +353,10 @@ struct FakeParams::Node
     Text text;
     Enum choice;
 };
+
+FakeParams::FakeParams(FakeScript &script) : m_script(script)
+{
+}
 
 FakeParams::~FakeParams() = default;
 

@@ -86,7 +86,7 @@ public:
 
     // Shape of the frames from the next AllocBufferQueue on; 32 x 32 pixels of 8-bit mono until then.
     void SetFormat(std::uint32_t width, std::uint32_t height, std::uint32_t pixelType, std::uint32_t bitDepth);
-    // Fills the next free buffer; false when there is none. `paint` may write the pixels.
+    // Fills the next free buffer; false when there is none or the stream is stopped. `paint` may write the pixels.
     bool Push(FakeFrame const &frame, std::function<void(_TovImage &)> const &paint = {});
     bool WaitForFree(std::size_t count = 1); // false when the stream has no buffers any more
     // Makes one GetBuffer return nothing, with that error.
@@ -119,9 +119,7 @@ private:
 class FakeParams final : public TovCam::ParamArray
 {
 public:
-    explicit FakeParams(FakeScript &script) : m_script(script)
-    {
-    }
+    explicit FakeParams(FakeScript &script);
     ~FakeParams();
 
     void SetInt(std::string const &name, std::int64_t value, std::int64_t minimum = INT64_MIN,

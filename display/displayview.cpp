@@ -1,0 +1,590 @@
+#include "displayview.h"
+
+#include "colormodel.h"
+#include "grabbingfifo.h"
+#include "tovlog.h"
+
+#include <QEvent>
+#include <QMouseEvent>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <string>
+
+// The rows that stand beside a picture being overwritten are left to the eye; ThreadSanitizer need not tell of them.
+#if defined(__SANITIZE_THREAD__)
+#define TOV_READS_LIVE_PIXELS __attribute__((no_sanitize("thread")))
+#else
+#define TOV_READS_LIVE_PIXELS
+#endif
+
+namespace {
+
+constexpr int IDLE_TICKS = 3; // a stream that was silent for so long does not bring the crisp picture by itself
+
+bool Failed(TovStatus status)
+{
+    return (status & 0xFFFF) != 0;
+}
+
+// Not printf: the text has a point whatever the locale's comma is.
+void AppendNumber(std::string *text, double value, int decimals)
+{
+    char digits[512];
+    auto const result = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed, decimals);
+    text->append(digits, result.ptr);
+}
+
+struct Colours
+{
+    int r = -1;
+    int g = -1;
+    int b = -1;
+};
+
+TOV_READS_LIVE_PIXELS Colours ReadPixel(_TovImage const &image, int x, int y)
+{
+    // 32-bit, as everywhere in the analysis of an image.
+    std::uint8_t const *const line = image.imageData + std::uint64_t(y) * std::uint32_t(image.lineStep);
+    auto const word = [](std::uint8_t const *at) {
+        return at[0] | at[1] << 8;
+    };
+    switch (image.pixelType) {
+    case TV_PIXEL_RGB8:
+    case TV_PIXEL_BGR8:
+    case TV_PIXEL_RGBA8:
+    case TV_PIXEL_BGRA8: {
+        std::uint8_t const *const pixel = line + std::size_t(x) * (image.bitsPerPixel / 8);
+        ColorModelDescription const *const model = GetColorModel(image.pixelType);
+        if (model && std::strstr(model->name, "RGB"))
+            return {pixel[0], pixel[1], pixel[2]};
+        return {pixel[2], pixel[1], pixel[0]};
+    }
+    case TV_PIXEL_MONO8:
+        return {-1, line[x], -1};
+    default:
+        break;
+    }
+    if (image.bitsPerPixel == 16)
+        return {-1, word(line + 2 * std::size_t(x)), -1};
+    if (image.bitsPerPixel == 48) {
+        std::uint8_t const *const pixel = line + 6 * std::size_t(x);
+        return {word(pixel), word(pixel + 2), word(pixel + 4)};
+    }
+    return {};
+}
+
+} // namespace
+
+DisplayView::DisplayView(QMainWindow *window, GrabbingFifo *fifo)
+    : WorkingThread("DisplayView"),
+      TovComponentImp('d'),
+      m_fifo(fifo),
+      m_display(TovDisplay::CreateComponent()),
+      m_videoTimer(new QTimer(this)),
+      m_mainWindow(window)
+{
+    TovLog::Debug(0, "DisplayView::DisplayView()");
+
+    // Nothing but the picture: the scene behind a graphics view is not used.
+    setFrameShape(QFrame::NoFrame);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setBackgroundBrush(QColor(0x26, 0x26, 0x26)); // shown only when the renderer could not be bound
+    setFocusPolicy(Qt::StrongFocus);
+    setMinimumSize(160, 120);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    viewport()->setMouseTracking(true);
+
+    std::int32_t const status = m_display ? m_display->Initialize(this, "auto", 0) : -1;
+    if (status != 0)
+        TovLog::Fatal(static_cast<std::uint32_t>(status), "TovDisplay->Initialize() failed: %08x",
+                      static_cast<unsigned int>(status));
+    RegisterParams();
+    connect(m_videoTimer, SIGNAL(timeout()), this, SLOT(UpdateVideo()));
+    connect(m_videoTimer, &QTimer::timeout, this, &DisplayView::Refresh);
+}
+
+DisplayView::~DisplayView()
+{
+    // The worker's base would stop it without waking it, with this part gone.
+    if (m_bStart)
+        StopDisplaying();
+    Terminate();
+    TovReleaseImageHeader(&m_displayFormat);
+    ReleaseLastImage();
+    TovLog::Debug(0, "DisplayView::~DisplayView()");
+    TovDisplay::DeleteComponent(m_display);
+}
+
+void DisplayView::RegisterParams()
+{
+    auto const make = [](char const *key, TovParamType type) {
+        _TovStParam param{};
+        param.type = type;
+        param.flags = 3;
+        std::strncpy(param.name, key, sizeof param.name - 1);
+        return param;
+    };
+    _TovStParam rate = make("DisplayRate", TOV_PARAM_FLOAT);
+    rate.f = {30.0, 0.0, 120.0, 0, &m_displayRate};
+    m_storage.AddParam(&rate);
+    _TovStParam coloration = make("ColorationType", TOV_PARAM_INT);
+    coloration.i = {0, 0, 2, 0, &m_colorationType};
+    m_storage.AddParam(&coloration);
+    _TovStParam mode = make("DisplayMode", TOV_PARAM_INT);
+    mode.i = {0, 0, 2, 0, &m_displayMode};
+    m_storage.AddParam(&mode);
+    _TovStParam apply = make("ApplyColoration", TOV_PARAM_COMMAND);
+    apply.c = {&DisplayView::ApplyColoration, this};
+    m_storage.AddParam(&apply);
+}
+
+// ---- Start and stop -------------------------------------------------------------------------------------------------
+
+bool DisplayView::StartDisplaying()
+{
+    TovLog::Debug(0, "DisplayView::StartDisplaying()");
+    m_firstFrame = true;
+    StartVideoTimer();
+    return Start();
+}
+
+int DisplayView::StopDisplaying()
+{
+    TovLog::Debug(0, "DisplayView::StopDisplaying()");
+    m_fifo->SetGrabberThtreadBlocking(false);
+    StopVideoTimer();
+    int const status = Stop();
+    m_fifo->SetGrabberThtreadBlocking(true);
+    // The picture stays on the screen, so the renderer takes what it needs to zoom into it.
+    if (_TovImage const *image = m_lastImage; image && m_display && m_framesShown != 0)
+        m_display->KeepVideo(image);
+    ReleaseLastImage();
+    return status;
+}
+
+void DisplayView::ReleaseLastImage()
+{
+    _TovImage *image = m_lastImage.exchange(nullptr);
+    TovReleaseImage(&image);
+    for (_TovImage *retired : m_retiredImages)
+        TovReleaseImage(&retired);
+    m_retiredImages.clear();
+}
+
+void DisplayView::StartVideoTimer()
+{
+    TovLog::Debug(0, "DisplayView::StartVideoTimer()");
+    double const rate = TovLoadBound(m_displayRate);
+    if (rate > 0.001) {
+        m_videoTimer->setSingleShot(false);
+        m_videoTimer->start(static_cast<int>(1000.0 / rate));
+    } else {
+        m_videoTimer->stop();
+    }
+}
+
+void DisplayView::StopVideoTimer()
+{
+    TovLog::Debug(0, "DisplayView::StopVideoTimer()");
+    m_videoTimer->stop();
+}
+
+int DisplayView::Stop()
+{
+    if (!m_bStart) {
+        TovLog::Error(0, "DisplayView::Start: Invalid state: m_bStart==false"); // that wording is meant
+        return 0;
+    }
+    {
+        std::lock_guard const lock(m_startMutex);
+        m_bStart = false;
+    }
+    m_startCondition.notify_all();
+    std::unique_lock lock(m_stopMutex);
+    for (;;) {
+        UpdateVideo(); // the thread may sleep for the next tick
+        if (m_stopped)
+            break;
+        m_stopCondition.wait(lock);
+    }
+    m_stopped = false;
+    return 1;
+}
+
+void DisplayView::UpdateVideo()
+{
+    TovLog::Debug(0, "DisplayView::UpdateVideo()");
+    {
+        std::lock_guard const lock(m_updateMutex);
+        m_updateRequested = true;
+    }
+    m_updateCondition.notify_one();
+}
+
+// ---- The display thread ---------------------------------------------------------------------------------------------
+
+void DisplayView::Work()
+{
+    TovLog::Debug(0, "DisplayView::Work()");
+    {
+        std::unique_lock lock(m_updateMutex);
+        m_updateCondition.wait(lock, [this] { return m_updateRequested || !m_bStart; });
+        m_updateRequested = false;
+    }
+
+    TovCam::Buffer *buffer = nullptr;
+    if (std::int32_t const error = m_fifo->GetNewestBuffer(&buffer, false)) {
+        TovLog::Error(static_cast<std::uint32_t>(error), "GetNewestBuffer returned err=%X",
+                      static_cast<unsigned int>(error));
+        return;
+    }
+    if (!buffer) {
+        TovLog::Error(0, "GetNewestBuffer returned buff=0");
+        return;
+    }
+    std::uint64_t const frameId = buffer->GetFrameID();
+    if ((frameId != m_lastFrameId || m_firstFrame) && !buffer->IsIncomplete()) {
+        m_lastFrameId = frameId;
+        _TovImage const *const image = buffer->GetImage();
+        if (m_firstFrame)
+            InitByFirstFrame(image);
+
+        TovLog::Info(0, "DisplayView::Work() DisplayVideo called for frame ID=%i", static_cast<int>(frameId));
+        std::int32_t const status = m_display->DisplayVideo(image);
+        TovLog::Info(static_cast<std::uint32_t>(status), "DisplayView::Work() DisplayVideo returned for frame ID=%i",
+                     static_cast<int>(frameId));
+
+        // Behind the painting, so that the copy does not delay the picture.
+        if (TovStatus const copied = TovCopyImage(m_lastImage, image); Failed(copied))
+            TovLog::Error(copied, "TVCopyImage failed for m_lastImage, err=%i", static_cast<int>(copied));
+        else
+            m_framesShown.fetch_add(1, std::memory_order_relaxed);
+    }
+    m_fifo->ReturnBuffer(buffer);
+}
+
+bool DisplayView::VerifyDisplayFormat(_TovImage const *image)
+{
+    if (!image)
+        return false;
+    if (m_displayFormat && m_displayFormat->width == image->width && m_displayFormat->height == image->height &&
+        m_displayFormat->pixelType == image->pixelType)
+        return true;
+    if (m_displayFormat) {
+        TovReleaseImageHeader(&m_displayFormat);
+        m_displayFormat = nullptr;
+    }
+    if (Failed(TovCreateImageHeader(&m_displayFormat, {image->width, image->height}, image->pixelType)))
+        m_displayFormat = nullptr;
+    return false;
+}
+
+void DisplayView::InitByFirstFrame(_TovImage const *image)
+{
+    m_pixelDepth = image->bitDepth;
+    if (!VerifyDisplayFormat(image)) {
+        std::int64_t const mode = TovLoadBound(m_displayMode);
+        m_display->SetVideoFormat(image, mode == 2 ? "OpenGL" : mode == 1 ? "GDI" : "auto");
+    }
+    if (_TovImage *const old = m_lastImage.exchange(nullptr))
+        m_retiredImages.push_back(old); // a reader may hold it until the stop
+    _TovImage *created = nullptr;
+    if (Failed(TovCreateImage(&created, {image->width, image->height}, image->pixelType))) {
+        TovLog::Error(0, "TovCreateImage failed m_lastImage, w=%i, h=%i, type=%x", static_cast<int>(image->width),
+                      static_cast<int>(image->height), image->pixelType);
+        created = nullptr;
+    }
+    m_framesShown = 0;
+    m_lastImage = created;
+    m_firstFrame = false; // also after a failure
+}
+
+// ---- Readers of the last image --------------------------------------------------------------------------------------
+
+bool DisplayView::GetDisplayedImageRaw(_TovImage **image)
+{
+    _TovImage *const last = m_lastImage;
+    if (!last)
+        return false;
+    *image = last;
+    return true;
+}
+
+std::int32_t DisplayView::ConvertImage(_TovImage const *source, _TovImage *destination)
+{
+    return m_display->ConvertImage(source, destination);
+}
+
+bool DisplayView::IsImageSolid(_TovImage const *image)
+{
+    if (m_firstFrame)
+        return true;
+    _TovImage const *const last = m_lastImage;
+    if (!last)
+        return true;
+    if (image->width == last->width && image->height == last->height && image->pixelType == last->pixelType &&
+        image->imageSize == last->imageSize)
+        return image->imageData != nullptr;
+    return false;
+}
+
+void DisplayView::sendMouseMoved(int x, int y)
+{
+    _TovImage const *const image = m_lastImage;
+    if (!image || x < 0 || y < 0 || std::uint32_t(x) >= image->width || std::uint32_t(y) >= image->height)
+        return;
+    Colours const colours = ReadPixel(*image, x, y);
+    emit mouseMoved(x, y, colours.r, colours.g, colours.b);
+}
+
+// ---- Commands -------------------------------------------------------------------------------------------------------
+
+bool DisplayView::RunDisplayCommand(char const *key)
+{
+    TovComponent *const component = m_display ? m_display->GetComponent() : nullptr;
+    return component && component->RunCommand(key) == 0;
+}
+
+bool DisplayView::SetDisplayFit(long fit)
+{
+    TovComponent *const component = m_display ? m_display->GetComponent() : nullptr;
+    return component && component->SetParamInt("display.fit", fit) == 0;
+}
+
+bool DisplayView::ZoomIn()
+{
+    TovLog::Debug(0, "DisplayView::ZoomIn()");
+    return RunDisplayCommand("display.zoom.in");
+}
+
+bool DisplayView::ZoomOut()
+{
+    TovLog::Debug(0, "DisplayView::ZoomOut()");
+    return RunDisplayCommand("display.zoom.out");
+}
+
+bool DisplayView::CenterImage()
+{
+    TovLog::Debug(0, "DisplayView::CenterImage()");
+    return RunDisplayCommand("display.atcenter");
+}
+
+bool DisplayView::Zoom100()
+{
+    TovLog::Debug(0, "DisplayView::Zoom100()");
+    return SetDisplayFit(3);
+}
+
+bool DisplayView::ZoomFitToWnd()
+{
+    TovLog::Debug(0, "DisplayView::ZoomFitToWnd()");
+    return SetDisplayFit(1);
+}
+
+bool DisplayView::ZoomSpreadToWnd()
+{
+    TovLog::Debug(0, "DisplayView::ZoomSpreadToWnd()");
+    return SetDisplayFit(2);
+}
+
+unsigned int DisplayView::ApplyColoration(void *context)
+{
+    auto *const view = static_cast<DisplayView *>(context);
+    long const range = 1L << std::min(view->m_pixelDepth.load(), 62u);
+    // The upper marker takes in the two top codes; that is meant.
+    view->Colorize(TovLoadBound(view->m_colorationType) != 0, 0, range - 2, range, false);
+    return 0;
+}
+
+bool DisplayView::Colorize(bool colorize, long lo, long hi, long range, bool stretch)
+{
+    if (range < 2)
+        return false;
+    TovComponent *const component = m_display ? m_display->GetComponent() : nullptr;
+    if (!component)
+        return false;
+    double a = double(lo) / double(range);
+    double b = double(hi) / double(range);
+    bool const valid = lo >= 0 && hi > 0 && a < b;
+    component->SetParamInt("filter.id", 1000); // also when the filter only goes
+    if (!valid || (!colorize && !stretch)) {
+        component->RunCommand("filter.del");
+        return false;
+    }
+
+    int decimals = 4;
+    if (range > 256) {
+        // Half a level of a 16-bit scale below the codes; the lower marker alone moves up by one.
+        constexpr double HALF_LEVEL = 7.62939453125e-6;
+        decimals = 6;
+        a = double(lo + 1) / double(range) - HALF_LEVEL;
+        b = double(hi) / double(range) - HALF_LEVEL;
+    }
+    std::string map;
+    auto const append = [&](char const *before, std::initializer_list<double> values) {
+        map += before;
+        char const *separator = "";
+        for (double const value : values) {
+            map += separator;
+            AppendNumber(&map, value, decimals);
+            separator = ",";
+        }
+    };
+    if (colorize) {
+        append("", {a});
+        append(",1,", {0.0, 1.0, 0.0});
+        map += ';';
+    }
+    if (stretch) {
+        map.reserve(map.size() + std::size_t(range) * 24);
+        double const step = (b - a) / double(range);
+        double const greyStep = 1.0 / double(range);
+        double position = a;
+        double grey = 0.0;
+        for (long i = 0; i < range; ++i) {
+            append("", {position});
+            append(",0.5,", {grey});
+            map += ';';
+            position += step;
+            grey += greyStep;
+        }
+    } else {
+        append("", {b});
+        map += ",0;";
+    }
+    if (colorize) {
+        append("1.,1,", {1.0, 0.0, 0.0});
+        map += ';';
+    } else {
+        map += "1.,1,1.,1.,1.;";
+    }
+
+    component->SetParamString("filter.name", "cmap.base");
+    component->SetParamInt("filter.channels", 1);
+    component->SetParamString("filter.channel.0", map.c_str());
+    component->SetParamInt("filter.state", 1);
+    component->RunCommand("filter.add");
+    return true;
+}
+
+// ---- The pixel dump's rectangle -------------------------------------------------------------------------------------
+
+// There is no pixel dump window on this system; the rectangle is kept for one.
+void DisplayView::showHexPixelDump()
+{
+}
+
+void DisplayView::hideHexPixelDump()
+{
+}
+
+void DisplayView::drawHexDumpRectangle()
+{
+}
+
+void DisplayView::drawHexPixelDumpRectangle(int x, int y, int w, int h)
+{
+    m_hexDumpShown = true;
+    m_hexDumpRect = {x, y, w, h};
+    drawHexDumpRectangle();
+}
+
+TovStatus DisplayView::clearHexDumpRectangle()
+{
+    TovComponent *const component = m_display ? m_display->GetComponent() : nullptr;
+    return component ? component->RunCommand("display.dump.off") : TovStatus(TOV_PARAM_OK);
+}
+
+void DisplayView::onClosing()
+{
+    m_hexDumpShown = false;
+    clearHexDumpRectangle();
+}
+
+void DisplayView::onStartPointChanged(int x, int y)
+{
+    m_hexDumpRect.x = x;
+    m_hexDumpRect.y = y;
+    drawHexDumpRectangle();
+}
+
+void DisplayView::onSizeChanged(int w, int h)
+{
+    m_hexDumpRect.w = w;
+    m_hexDumpRect.h = h;
+    drawHexDumpRectangle();
+}
+
+bool DisplayView::isInRectangle(int x, int y) const
+{
+    Rectangle const &rect = m_hexDumpRect;
+    if (rect.w < 1 || rect.h < 1)
+        return false;
+    // Both ends count, so the rectangle reaches one pixel further than its size; that is meant.
+    auto const in = [](std::int64_t value, std::int64_t from, std::int64_t size) {
+        return value >= from && value <= from + size;
+    };
+    return in(x, rect.x, rect.w) && in(y, rect.y, rect.h);
+}
+
+TovDisplay *DisplayView::GetRenderer() const
+{
+    return m_display;
+}
+
+// ---- Events of the widget -------------------------------------------------------------------------------------------
+
+bool DisplayView::nativeEvent(QByteArray const &eventType, void *, long *)
+{
+    TovLog::Debug(0, "DisplayView::nativeEvent()");
+    // Messages of another window system's kind are known and left alone like all others.
+    if (eventType == "windows_generic_MSG")
+        return false;
+    return false;
+}
+
+bool DisplayView::viewportEvent(QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::MouseMove:
+        m_pointer = static_cast<QMouseEvent *>(event)->pos();
+        ReadPointer();
+        break;
+    case QEvent::Leave:
+    case QEvent::Hide:
+        m_pointer.reset();
+        break;
+    default:
+        break;
+    }
+    return QGraphicsView::viewportEvent(event);
+}
+
+// The pixel under the pointer. The pointer may have left the picture, or the view while a button is held.
+void DisplayView::ReadPointer()
+{
+    if (!m_pointer || !m_display || !viewport()->rect().contains(*m_pointer))
+        return;
+    int x = m_pointer->x();
+    int y = m_pointer->y();
+    if (m_display->Translate(&x, &y, 1) == 0)
+        sendMouseMoved(x, y);
+}
+
+// On each tick of the video timer: a resting pointer reads the new frame, and a stream that pauses follows the zoom.
+void DisplayView::Refresh()
+{
+    std::uint64_t const shown = m_framesShown.load(std::memory_order_relaxed);
+    if (shown != m_framesSeen) {
+        m_framesSeen = shown;
+        m_idleTicks = 0;
+        ReadPointer();
+    } else if (m_idleTicks < IDLE_TICKS) {
+        ++m_idleTicks;
+    } else if (_TovImage const *image = m_lastImage; image && shown != 0 && m_display) {
+        m_display->RefreshVideo(image);
+    }
+}

@@ -1,0 +1,43 @@
+// A colour map: what the levels of the input scale show.
+//
+// As text it is a row of entries, each ended by ";", their fields separated by ",": a position from 0 to 1 on the input
+// scale, then "1" and red, green, blue from 0 to 1; or "0.5" and a grey level from 0 to 1; or "0" alone for the plain
+// input. An entry says what the levels show from behind the entry before it up to its own position. Levels past the
+// last entry are plain. Positions do not fall.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+class ColourMap
+{
+public:
+    // What samples of one depth show, by level. A mark is a 1-based index into `palette`, 0 where there is no colour.
+    struct Tables
+    {
+        int depth = 0;
+        bool hasTones = false;
+        bool hasMarks = false;
+        std::vector<std::uint8_t> tones; // the 8 bits shown where no mark stands
+        std::vector<std::uint16_t> marks;
+        std::vector<std::uint32_t> palette; // 0xFFRRGGBB; [0] is unused
+    };
+
+    // Null for a text that is no colour map.
+    static std::shared_ptr<ColourMap const> Parse(std::string_view text);
+
+    Tables MakeTables(int depth) const;
+
+private:
+    enum class Form { Plain, Grey, Colour };
+    struct Entry
+    {
+        double position;
+        Form form;
+        std::uint32_t value; // grey 0 to 255, or an index into the palette
+    };
+    std::vector<Entry> m_entries;
+    std::vector<std::uint32_t> m_palette{0};
+};

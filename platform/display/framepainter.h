@@ -1,0 +1,72 @@
+// Makes the picture that a view shows out of a frame: the visible part only, at the view's scale.
+//
+// Enlarged pictures have crisp pixels. Reduced ones are the mean of the pixels under each device pixel, of up to four
+// by four of them; a Bayer frame reduced to half or less takes each 2 x 2 cell as one pixel of its colours. Marked
+// levels of a colour map stay visible: one of them under a device pixel is enough to show its colour.
+#pragma once
+
+#include "colourmap.h"
+#include "framememory.h"
+#include "linesource.h"
+#include "viewgeometry.h"
+
+#include "tovimage.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+// A finished picture: what to paint where, for one geometry.
+struct Picture
+{
+    FrameMemory<std::uint32_t> memory; // 0xFFRRGGBB, line after line
+    ViewGeometry geometry;
+    std::shared_ptr<ColourMap const> map;
+    int x = 0; // in device pixels of the view
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+
+// One thread at a time; keeps its working memory from frame to frame.
+class FramePainter
+{
+public:
+    // The image has pixels of a known type, geometry.x.image and geometry.y.image are its size. Throws std::bad_alloc.
+    void Paint(_TovImage const &image, TovPixelTypeInfo const &info, ViewGeometry const &geometry,
+               std::shared_ptr<ColourMap const> const &map, Picture *picture);
+
+private:
+    // Which cells a row of device pixels is made of: `count` of them, `stride` apart, from `first` on, with weights
+    // that add up to 256.
+    struct Taps
+    {
+        int count = 1;
+        int stride = 1;
+        std::vector<std::int32_t> first;
+        std::vector<std::uint16_t> weights; // count a device pixel
+
+        int Begin() const;
+        int End() const;
+    };
+    static void MakeTaps(ViewAxis const &axis, int begin, int end, int cell, Taps *taps);
+
+    void PaintCrisp(Picture *picture);
+    void PaintReduced(Picture *picture);
+    void AddLine(std::uint8_t const *const *planes, int weight, bool first);
+    template<int Count>
+    void ReduceLine(std::uint32_t *out) const;
+    void PutMarks(std::uint16_t const *marks, std::uint32_t *out) const;
+
+    LineSource m_source;
+    ColourMap::Tables m_tables;
+    std::shared_ptr<ColourMap const> m_tablesOf; // keeps the map that m_tables are of
+    Taps m_columns;
+    Taps m_rows;
+    int m_planes = 1;
+    int m_begin = 0;  // first cell of the lines asked for
+    int m_cells = 0;  // their number
+    int m_stride = 0; // from plane to plane of m_sums
+    FrameMemory<std::uint16_t> m_sums;
+    FrameMemory<std::uint16_t> m_markSums;
+};

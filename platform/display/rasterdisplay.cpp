@@ -1,0 +1,653 @@
+#include "rasterdisplay.h"
+
+#include <QAbstractScrollArea>
+#include <QCoreApplication>
+#include <QEvent>
+#include <QImage>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPaintEvent>
+#include <QPainter>
+#include <QWheelEvent>
+#include <QWidget>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr std::int32_t OK = 0;
+constexpr std::int32_t ERR_ARGUMENT = -1;
+constexpr std::int32_t ERR_NO_WIDGET = -2;
+constexpr std::int32_t ERR_FORMAT = -3;
+constexpr std::int32_t ERR_MEMORY = -4;
+constexpr std::int32_t ERR_NO_IMAGE = -5;
+
+// A stretch over 16 bits is 65,536 entries of 22 characters.
+constexpr std::uint32_t MAP_CAPACITY = 2u << 20;
+
+// Around and before the picture: dark and neutral, so that neither a black nor a white picture loses its edge.
+constexpr QRgb BACKGROUND = 0xFF262626;
+constexpr QRgb DUMP_COLOUR = 0xFFFFC800;
+
+constexpr double WHEEL_STEP = 1.189207115; // the fourth root of 2 a notch
+constexpr int KEY_PAN_PART = 8;            // an arrow key moves by this part of the view
+
+constexpr std::size_t SPARE_PICTURES = 2; // beside the one shown, the one waiting and the one in the making
+
+QEvent::Type PictureEvent()
+{
+    static int const type = QEvent::registerEventType();
+    return static_cast<QEvent::Type>(type);
+}
+
+bool IsFormat(char const *format)
+{
+    return format && (!std::strcmp(format, "auto") || !std::strcmp(format, "GDI") || !std::strcmp(format, "OpenGL"));
+}
+
+// The type of an image whose every pixel can be read, else null.
+TovPixelTypeInfo const *Readable(_TovImage const *image)
+{
+    if (!image || !image->imageData || image->width == 0 || image->height == 0 || image->width > 1u << 24 ||
+        image->height > 1u << 24)
+        return nullptr;
+    TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(image->pixelType);
+    std::uint64_t const lineBytes = info ? TovLineBytes(image->pixelType, image->width) : 0;
+    if (!info || image->lineStep < lineBytes || image->imageSize < (image->height - 1) * image->lineStep + lineBytes)
+        return nullptr;
+    return info;
+}
+
+} // namespace
+
+TovDisplay *TovDisplay::CreateComponent()
+{
+    return new (std::nothrow) RasterDisplay;
+}
+
+void TovDisplay::DeleteComponent(TovDisplay *display)
+{
+    delete static_cast<RasterDisplay *>(display);
+}
+
+RasterDisplay::RasterDisplay() : m_filterChannel(static_cast<char *>(std::calloc(MAP_CAPACITY, 1)))
+{
+    if (!m_filterChannel)
+        throw std::bad_alloc();
+    AddParams();
+}
+
+RasterDisplay::~RasterDisplay()
+{
+    if (m_target) {
+        m_target->removeEventFilter(this);
+        m_target->setAttribute(Qt::WA_OpaquePaintEvent, m_opaqueBefore);
+        m_target->unsetCursor();
+        m_target->update();
+    }
+    if (m_widget)
+        m_widget->removeEventFilter(this);
+    TovReleaseImage(&m_kept);
+}
+
+// ---- The store ------------------------------------------------------------------------------------------------------
+
+template<TovStatus (RasterDisplay::*Command)()>
+unsigned int RasterDisplay::Run(void *context)
+{
+    return static_cast<unsigned int>((static_cast<RasterDisplay *>(context)->*Command)());
+}
+
+void RasterDisplay::AddParams()
+{
+    auto const make = [](char const *key, TovParamType type) {
+        _TovStParam param{};
+        param.type = type;
+        param.flags = 3;
+        std::strncpy(param.name, key, sizeof param.name - 1);
+        return param;
+    };
+    auto const addCommand = [&](char const *key, unsigned int (*function)(void *)) {
+        _TovStParam param = make(key, TOV_PARAM_COMMAND);
+        param.c = {function, this};
+        m_storage.AddParam(&param);
+    };
+    auto const addInt = [&](char const *key, std::int64_t *value, std::int64_t minimum, std::int64_t maximum) {
+        _TovStParam param = make(key, TOV_PARAM_INT);
+        param.i = {*value, minimum, maximum, 0, value};
+        m_storage.AddParam(&param);
+    };
+    auto const addUnit = [&](char const *key, double *value) {
+        _TovStParam param = make(key, TOV_PARAM_FLOAT);
+        param.f = {*value, 0.0, 1.0, 0, value};
+        m_storage.AddParam(&param);
+    };
+    auto const addText = [&](char const *key, char *value, std::uint32_t capacity) {
+        _TovStParam param = make(key, TOV_PARAM_STRING);
+        param.s = {"", value, capacity};
+        m_storage.AddParam(&param);
+    };
+
+    addCommand("display.zoom.in", &Run<&RasterDisplay::ZoomIn>);
+    addCommand("display.zoom.out", &Run<&RasterDisplay::ZoomOut>);
+    addCommand("display.atcenter", &Run<&RasterDisplay::Centre>);
+    addInt("display.fit", &m_fit, FIT_NONE, FIT_ACTUAL);
+    addCommand("display.dump.on", &Run<&RasterDisplay::DumpOn>);
+    addCommand("display.dump.off", &Run<&RasterDisplay::DumpOff>);
+    addInt("display.init.fit", &m_initFit, FIT_NONE, FIT_ACTUAL);
+    addUnit("display.init.at.x", &m_initAt[0]);
+    addUnit("display.init.at.y", &m_initAt[1]);
+    addInt("display.view.scale", &m_viewScale, 0, std::int64_t(ViewState::MAX_SCALE));
+    char const *const dumpKeys[] = {"dump.x", "dump.y", "dump.w", "dump.h"};
+    for (int i = 0; i < 4; ++i)
+        addInt(dumpKeys[i], &m_dump[i], INT32_MIN, INT32_MAX);
+    addInt("filter.id", &m_filterId, INT64_MIN, INT64_MAX);
+    addText("filter.name", m_filterName, sizeof m_filterName);
+    addInt("filter.channels", &m_filterChannels, 0, INT32_MAX);
+    addText("filter.channel.0", m_filterChannel.get(), MAP_CAPACITY);
+    addInt("filter.state", &m_filterState, 0, INT32_MAX);
+    addCommand("filter.add", &Run<&RasterDisplay::AddFilter>);
+    addCommand("filter.del", &Run<&RasterDisplay::DeleteFilter>);
+
+    for (char const *key : {"display.fit", "display.init.fit", "display.init.at.x", "display.init.at.y",
+                            "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h"})
+        m_storage.AddParamChangedListener(key, this);
+}
+
+void RasterDisplay::ParamChanged(_TovStParam param)
+{
+    auto const is = [&param](char const *key) {
+        return std::strcmp(param.name, key) == 0;
+    };
+    if (is("display.fit")) {
+        ChangeView([this](View &view) { view.state.SetFit(static_cast<ViewFit>(TovLoadBound(m_fit))); });
+    } else if (is("display.init.fit")) {
+        // How a view opens: of no effect once it has a picture.
+        auto const fit = static_cast<ViewFit>(TovLoadBound(m_initFit));
+        bool open = false;
+        ChangeView([&](View &view) {
+            open = view.state.HasImage();
+            if (!open)
+                view.state.SetFit(fit);
+        });
+        if (!open)
+            TovStoreBound(m_fit, std::int64_t(fit));
+    } else if (is("display.init.at.x") || is("display.init.at.y")) {
+        ChangeView([this](View &view) {
+            if (!view.state.HasImage())
+                view.state.SetCentre(TovLoadBound(m_initAt[0]), TovLoadBound(m_initAt[1]));
+        });
+    } else if (is("display.view.scale")) {
+        if (std::int64_t const scale = TovLoadBound(m_viewScale)) {
+            ChangeView([scale](View &view) { view.state.SetScale(double(scale)); });
+            TovStoreBound(m_fit, std::int64_t(FIT_NONE));
+        }
+    } else if (m_target && m_dumpShown) {
+        m_target->update();
+    }
+}
+
+TovStatus RasterDisplay::ZoomIn()
+{
+    ChangeView([](View &view) { view.state.ZoomStep(true); });
+    return TOV_PARAM_OK;
+}
+
+TovStatus RasterDisplay::ZoomOut()
+{
+    ChangeView([](View &view) { view.state.ZoomStep(false); });
+    return TOV_PARAM_OK;
+}
+
+TovStatus RasterDisplay::Centre()
+{
+    ChangeView([](View &view) { view.state.SetCentre(0.5, 0.5); });
+    return TOV_PARAM_OK;
+}
+
+TovStatus RasterDisplay::DumpOn()
+{
+    m_dumpShown = true;
+    if (m_target)
+        m_target->update();
+    return TOV_PARAM_OK;
+}
+
+TovStatus RasterDisplay::DumpOff()
+{
+    m_dumpShown = false;
+    if (m_target)
+        m_target->update();
+    return TOV_PARAM_OK;
+}
+
+// A filter of state 0 is known but shows nothing; of several that are on, the one with the highest id shows.
+TovStatus RasterDisplay::AddFilter()
+{
+    if (TovLoadBound(m_filterChannels) != 1)
+        return TOV_PARAM_ERR_VALUE;
+    std::shared_ptr<ColourMap const> map = ColourMap::Parse(m_filterChannel.get());
+    if (!map)
+        return TOV_PARAM_ERR_VALUE;
+    if (TovLoadBound(m_filterState) == 0)
+        map = nullptr;
+    m_filters[TovLoadBound(m_filterId)] = map;
+    auto const shown = std::find_if(m_filters.rbegin(), m_filters.rend(), [](auto const &f) { return f.second; });
+    ChangeView([&](View &view) { view.map = shown != m_filters.rend() ? shown->second : nullptr; });
+    return TOV_PARAM_OK;
+}
+
+TovStatus RasterDisplay::DeleteFilter()
+{
+    m_filters.erase(TovLoadBound(m_filterId));
+    auto const shown = std::find_if(m_filters.rbegin(), m_filters.rend(), [](auto const &f) { return f.second; });
+    ChangeView([&](View &view) { view.map = shown != m_filters.rend() ? shown->second : nullptr; });
+    return TOV_PARAM_OK;
+}
+
+TovComponent *RasterDisplay::GetComponent()
+{
+    return &m_component;
+}
+
+// ---- The view -------------------------------------------------------------------------------------------------------
+
+RasterDisplay::View RasterDisplay::GetView()
+{
+    std::lock_guard const lock(m_viewMutex);
+    return m_view;
+}
+
+// GUI thread.
+template<class Change>
+void RasterDisplay::ChangeView(Change change)
+{
+    ViewFit fit;
+    {
+        std::lock_guard const lock(m_viewMutex);
+        change(m_view);
+        fit = m_view.state.Fit();
+    }
+    TovStoreBound(m_fit, std::int64_t(fit));
+    if (m_target)
+        m_target->update();
+}
+
+void RasterDisplay::TakeViewSize()
+{
+    double const ratio = m_target->devicePixelRatioF();
+    int const width = qRound(m_target->width() * ratio);
+    int const height = qRound(m_target->height() * ratio);
+    std::lock_guard const lock(m_viewMutex);
+    m_view.pixelRatio = ratio;
+    m_view.state.SetViewSize(width, height);
+}
+
+std::int32_t RasterDisplay::Initialize(QWidget *widget, char const *format, int)
+{
+    if (!widget || m_widget)
+        return ERR_ARGUMENT;
+    if (!IsFormat(format))
+        return ERR_FORMAT;
+    m_widget = widget;
+    auto *const area = qobject_cast<QAbstractScrollArea *>(widget);
+    m_target = area ? area->viewport() : widget;
+    m_opaqueBefore = m_target->testAttribute(Qt::WA_OpaquePaintEvent);
+    m_target->setAttribute(Qt::WA_OpaquePaintEvent);
+    m_target->installEventFilter(this);
+    if (m_widget != m_target)
+        m_widget->installEventFilter(this);
+    TakeViewSize();
+    m_target->update();
+    return OK;
+}
+
+std::int32_t RasterDisplay::SetVideoFormat(_TovImage const *image, char const *format)
+{
+    if (!image || image->width == 0 || image->height == 0 || !TovGetPixelTypeInfo(image->pixelType))
+        return ERR_ARGUMENT;
+    if (!IsFormat(format))
+        return ERR_FORMAT;
+    std::lock_guard const lock(m_viewMutex);
+    m_view.state.SetImageSize(static_cast<int>(image->width), static_cast<int>(image->height));
+    return OK;
+}
+
+std::int32_t RasterDisplay::ConvertImage(_TovImage const *source, _TovImage *destination)
+{
+    return static_cast<std::int32_t>(TovConvertImage(destination, source));
+}
+
+std::int32_t RasterDisplay::Translate(int *x, int *y, int direction)
+{
+    if (!x || !y)
+        return ERR_ARGUMENT;
+    View const view = GetView();
+    if (!view.state.HasImage())
+        return ERR_NO_IMAGE;
+    ViewGeometry const geometry = view.state.Geometry();
+    if (direction == 1) {
+        *x = geometry.x.ToImage(static_cast<int>(std::floor(*x * view.pixelRatio)));
+        *y = geometry.y.ToImage(static_cast<int>(std::floor(*y * view.pixelRatio)));
+    } else {
+        *x = static_cast<int>(std::ceil(geometry.x.ToDevice(*x) / view.pixelRatio));
+        *y = static_cast<int>(std::ceil(geometry.y.ToDevice(*y) / view.pixelRatio));
+    }
+    return OK;
+}
+
+// ---- Pictures -------------------------------------------------------------------------------------------------------
+
+std::unique_ptr<Picture> RasterDisplay::TakePicture()
+{
+    {
+        std::lock_guard const lock(m_slotMutex);
+        if (!m_free.empty()) {
+            std::unique_ptr<Picture> picture = std::move(m_free.back());
+            m_free.pop_back();
+            return picture;
+        }
+    }
+    return std::make_unique<Picture>();
+}
+
+void RasterDisplay::GivePicture(std::unique_ptr<Picture> picture)
+{
+    if (!picture)
+        return;
+    std::lock_guard const lock(m_slotMutex);
+    if (m_free.size() < SPARE_PICTURES)
+        m_free.push_back(std::move(picture));
+}
+
+std::int32_t RasterDisplay::Render(_TovImage const *image, FramePainter *painter, std::unique_ptr<Picture> *picture)
+{
+    TovPixelTypeInfo const *const info = Readable(image);
+    if (!info)
+        return ERR_ARGUMENT;
+    View view;
+    {
+        std::lock_guard const lock(m_viewMutex);
+        m_view.state.SetImageSize(static_cast<int>(image->width), static_cast<int>(image->height));
+        view = m_view;
+    }
+    try {
+        std::unique_ptr<Picture> made = TakePicture();
+        painter->Paint(*image, *info, view.state.Geometry(), view.map, made.get());
+        *picture = std::move(made);
+    } catch (std::bad_alloc const &) {
+        return ERR_MEMORY;
+    }
+    return OK;
+}
+
+std::int32_t RasterDisplay::DisplayVideo(_TovImage const *image)
+{
+    std::unique_ptr<Picture> picture;
+    if (std::int32_t const status = Render(image, &m_painter, &picture))
+        return status;
+    bool post = false;
+    {
+        std::lock_guard const lock(m_slotMutex);
+        picture.swap(m_newest);
+        post = !std::exchange(m_eventPending, true);
+    }
+    GivePicture(std::move(picture)); // one that was never shown
+    if (post)
+        QCoreApplication::postEvent(this, new QEvent(PictureEvent()));
+    return OK;
+}
+
+void RasterDisplay::customEvent(QEvent *event)
+{
+    if (event->type() == PictureEvent())
+        TakeNewest();
+}
+
+void RasterDisplay::TakeNewest()
+{
+    std::unique_ptr<Picture> picture;
+    {
+        std::lock_guard const lock(m_slotMutex);
+        picture = std::move(m_newest);
+        m_eventPending = false;
+    }
+    if (!picture)
+        return;
+    m_current.swap(picture);
+    GivePicture(std::move(picture));
+    TovReleaseImage(&m_kept);
+    m_kept = nullptr;
+    if (m_target)
+        m_target->update();
+}
+
+bool RasterDisplay::IsStale(View const &view) const
+{
+    return m_current && (m_current->geometry != view.state.Geometry() || m_current->map != view.map);
+}
+
+std::int32_t RasterDisplay::RefreshVideo(_TovImage const *image)
+{
+    if (!m_target || !IsStale(GetView()))
+        return m_target ? OK : ERR_NO_WIDGET;
+    std::unique_ptr<Picture> picture;
+    if (std::int32_t const status = Render(image, &m_guiPainter, &picture))
+        return status;
+    m_current.swap(picture);
+    GivePicture(std::move(picture));
+    m_target->update();
+    return OK;
+}
+
+std::int32_t RasterDisplay::KeepVideo(_TovImage const *image)
+{
+    TakeNewest(); // a picture still on its way is no newer than this frame
+    TovReleaseImage(&m_kept);
+    m_kept = nullptr;
+    if (!image)
+        return OK;
+    if (!Readable(image))
+        return ERR_ARGUMENT;
+    if ((TovCreateImage(&m_kept, {image->width, image->height}, image->pixelType) & 0xFFFF) != 0) {
+        m_kept = nullptr;
+        return ERR_MEMORY;
+    }
+    TovCopyImage(m_kept, image);
+    return OK;
+}
+
+// ---- Painting -------------------------------------------------------------------------------------------------------
+
+void RasterDisplay::Paint(QPaintEvent *event)
+{
+    TakeViewSize(); // the screen's scale may have changed without a resize
+    View const view = GetView();
+    ViewGeometry const geometry = view.state.Geometry();
+    if (m_kept && IsStale(view)) {
+        std::unique_ptr<Picture> picture;
+        if (Render(m_kept, &m_guiPainter, &picture) == OK) {
+            m_current.swap(picture);
+            GivePicture(std::move(picture));
+        }
+    }
+
+    QPainter painter(m_target);
+    QRect const all(0, 0, geometry.x.view, geometry.y.view);
+    if (view.pixelRatio != 1.0)
+        painter.scale(1 / view.pixelRatio, 1 / view.pixelRatio); // from here on in device pixels
+    else
+        painter.setClipRegion(event->region());
+    QColor const background(BACKGROUND);
+    Picture const *const picture = m_current.get();
+    if (!picture || picture->width <= 0 || picture->height <= 0) {
+        painter.fillRect(all, background);
+    } else {
+        QImage const image(reinterpret_cast<uchar const *>(picture->memory.Data()), picture->width, picture->height,
+                           picture->width * 4, QImage::Format_RGB32);
+        if (picture->geometry == geometry) {
+            QRect const place(picture->x, picture->y, picture->width, picture->height);
+            for (QRect const &gap : QRegion(all) - place)
+                painter.fillRect(gap, background);
+            painter.drawImage(place.topLeft(), image);
+        } else {
+            // Where the picture's edges stand now; what it does not reach comes with the next frame.
+            auto const moved = [](ViewAxis const &from, ViewAxis const &to, int device) {
+                double const share = (device - from.origin) / (from.scale * from.image);
+                return share * to.image * to.scale + to.origin;
+            };
+            ViewGeometry const &from = picture->geometry;
+            QRectF const place(QPointF(moved(from.x, geometry.x, picture->x), moved(from.y, geometry.y, picture->y)),
+                               QPointF(moved(from.x, geometry.x, picture->x + picture->width),
+                                       moved(from.y, geometry.y, picture->y + picture->height)));
+            painter.fillRect(all, background);
+            painter.drawImage(place, image);
+        }
+    }
+    if (m_dumpShown && geometry.HasImage())
+        PaintDump(&painter, geometry);
+}
+
+// A line on the outermost device pixels of those image pixels.
+void RasterDisplay::PaintDump(QPainter *painter, ViewGeometry const &geometry) const
+{
+    std::int64_t const x = TovLoadBound(m_dump[0]);
+    std::int64_t const y = TovLoadBound(m_dump[1]);
+    std::int64_t const width = TovLoadBound(m_dump[2]);
+    std::int64_t const height = TovLoadBound(m_dump[3]);
+    if (width < 1 || height < 1)
+        return;
+    auto const device = [](ViewAxis const &axis, std::int64_t pixel) {
+        return axis.ToDevice(static_cast<int>(std::clamp<std::int64_t>(pixel, -1, axis.image + 1)));
+    };
+    QRect const rect(QPoint(device(geometry.x, x), device(geometry.y, y)),
+                     QPoint(device(geometry.x, x + width) - 1, device(geometry.y, y + height) - 1));
+    if (!rect.isValid())
+        return;
+    QColor const colour(DUMP_COLOUR);
+    painter->fillRect(QRect(rect.left(), rect.top(), rect.width(), 1), colour);
+    painter->fillRect(QRect(rect.left(), rect.bottom(), rect.width(), 1), colour);
+    painter->fillRect(QRect(rect.left(), rect.top(), 1, rect.height()), colour);
+    painter->fillRect(QRect(rect.right(), rect.top(), 1, rect.height()), colour);
+}
+
+// ---- The operator's hand --------------------------------------------------------------------------------------------
+
+QPoint RasterDisplay::ToDevice(QPointF const &position) const
+{
+    double const ratio = m_target->devicePixelRatioF();
+    return {static_cast<int>(std::floor(position.x() * ratio)), static_cast<int>(std::floor(position.y() * ratio))};
+}
+
+bool RasterDisplay::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_widget && event->type() == QEvent::KeyPress)
+        return Key(static_cast<QKeyEvent *>(event));
+    if (watched != m_target)
+        return false;
+    switch (event->type()) {
+    case QEvent::Paint:
+        Paint(static_cast<QPaintEvent *>(event));
+        return true;
+    case QEvent::Resize:
+        TakeViewSize();
+        m_target->update();
+        return false;
+    case QEvent::Wheel:
+        return Wheel(static_cast<QWheelEvent *>(event));
+    case QEvent::MouseButtonPress:
+        return MousePress(static_cast<QMouseEvent *>(event));
+    case QEvent::MouseMove:
+        MouseMove(static_cast<QMouseEvent *>(event));
+        return false; // the owner reads the pixel under the pointer
+    case QEvent::MouseButtonRelease:
+        return MouseRelease(static_cast<QMouseEvent *>(event));
+    default:
+        return false;
+    }
+}
+
+bool RasterDisplay::Wheel(QWheelEvent *event)
+{
+    int const delta = event->angleDelta().y();
+    if (delta != 0) {
+        QPoint const at = ToDevice(event->position());
+        ChangeView([&](View &view) { view.state.ZoomAt(std::pow(WHEEL_STEP, delta / 120.0), at.x(), at.y()); });
+    }
+    event->accept();
+    return true;
+}
+
+bool RasterDisplay::MousePress(QMouseEvent *event)
+{
+    View const view = GetView();
+    if (event->button() != Qt::LeftButton || !view.state.CanPan())
+        return false;
+    m_dragging = true;
+    m_dragFrom = ToDevice(event->localPos());
+    m_dragGeometry = view.state.Geometry();
+    m_target->setCursor(Qt::ClosedHandCursor);
+    return true;
+}
+
+void RasterDisplay::MouseMove(QMouseEvent *event)
+{
+    if (!m_dragging)
+        return;
+    QPoint const by = ToDevice(event->localPos()) - m_dragFrom;
+    ChangeView([&](View &view) { view.state.Pan(m_dragGeometry, by.x(), by.y()); });
+}
+
+bool RasterDisplay::MouseRelease(QMouseEvent *event)
+{
+    if (!m_dragging || event->button() != Qt::LeftButton)
+        return false;
+    m_dragging = false;
+    m_target->unsetCursor();
+    return true;
+}
+
+// + and - zoom, 0 fits, 1 shows the actual size, the arrows move the view over the picture.
+bool RasterDisplay::Key(QKeyEvent *event)
+{
+    if (event->modifiers() & ~(Qt::ShiftModifier | Qt::KeypadModifier))
+        return false;
+    auto const pan = [this](int x, int y) {
+        ChangeView([&](View &view) {
+            ViewGeometry const geometry = view.state.Geometry();
+            view.state.Pan(geometry, x * geometry.x.view / KEY_PAN_PART, y * geometry.y.view / KEY_PAN_PART);
+        });
+    };
+    switch (event->key()) {
+    case Qt::Key_Plus:
+        ZoomIn();
+        return true;
+    case Qt::Key_Minus:
+        ZoomOut();
+        return true;
+    case Qt::Key_0:
+        m_storage.SetParamInt("display.fit", FIT_WINDOW, true);
+        return true;
+    case Qt::Key_1:
+        m_storage.SetParamInt("display.fit", FIT_ACTUAL, true);
+        return true;
+    case Qt::Key_Left:
+        pan(1, 0);
+        return true;
+    case Qt::Key_Right:
+        pan(-1, 0);
+        return true;
+    case Qt::Key_Up:
+        pan(0, 1);
+        return true;
+    case Qt::Key_Down:
+        pan(0, -1);
+        return true;
+    default:
+        return false;
+    }
+}

@@ -1,0 +1,143 @@
+// The renderer behind TovDisplay. The display thread makes a finished picture, the GUI thread paints it as it is.
+//
+// Hand-over: one slot, the newest picture wins, and one event is under way at a time, so a slow GUI thread is never
+// flooded. Pictures go round between the two threads and are not allocated anew.
+//
+// After a change of zoom or size the last picture is shown transformed until the next frame brings a crisp one;
+// RefreshVideo and KeepVideo do that for streams that pause or have stopped.
+//
+// Every format text gives this raster path for now: "OpenGL" would need a context to draw with, which this renderer
+// does not make yet, and "auto" chooses among what there is.
+#pragma once
+
+#include "framepainter.h"
+#include "viewgeometry.h"
+
+#include "storagecomponent.h"
+#include "tovdisplay.h"
+
+#include <QObject>
+#include <QPoint>
+#include <QPointer>
+#include <QRect>
+
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+class QKeyEvent;
+class QMouseEvent;
+class QPaintEvent;
+class QPainter;
+class QWheelEvent;
+class QWidget;
+
+class RasterDisplay final : public QObject, public TovDisplay, private TovParamListener
+{
+public:
+    RasterDisplay();
+    ~RasterDisplay() override;
+
+    TovComponent *GetComponent() override;
+    std::int32_t Initialize(QWidget *widget, char const *format, int flags) override;
+    std::int32_t SetVideoFormat(_TovImage const *image, char const *format) override;
+    std::int32_t DisplayVideo(_TovImage const *image) override;
+    std::int32_t ConvertImage(_TovImage const *source, _TovImage *destination) override;
+    std::int32_t Translate(int *x, int *y, int direction) override;
+    std::int32_t RefreshVideo(_TovImage const *image) override;
+    std::int32_t KeepVideo(_TovImage const *image) override;
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+protected:
+    void customEvent(QEvent *event) override;
+
+private:
+    // What the pictures are made for.
+    struct View
+    {
+        ViewState state;
+        double pixelRatio = 1.0;
+        std::shared_ptr<ColourMap const> map; // null: plain
+    };
+    struct FreeDeleter
+    {
+        void operator()(char *memory) const
+        {
+            std::free(memory);
+        }
+    };
+
+    void AddParams();
+    void ParamChanged(_TovStParam param) override;
+    TovStatus AddFilter();
+    TovStatus DeleteFilter();
+    template<TovStatus (RasterDisplay::*Command)()>
+    static unsigned int Run(void *context);
+    TovStatus ZoomIn();
+    TovStatus ZoomOut();
+    TovStatus Centre();
+    TovStatus DumpOn();
+    TovStatus DumpOff();
+
+    View GetView();
+    template<class Change>
+    void ChangeView(Change change);
+    void TakeViewSize();
+
+    std::unique_ptr<Picture> TakePicture();
+    void GivePicture(std::unique_ptr<Picture> picture);
+    std::int32_t Render(_TovImage const *image, FramePainter *painter, std::unique_ptr<Picture> *picture);
+    void TakeNewest();
+    bool IsStale(View const &view) const;
+
+    void Paint(QPaintEvent *event);
+    void PaintDump(QPainter *painter, ViewGeometry const &geometry) const;
+    bool Wheel(QWheelEvent *event);
+    bool MousePress(QMouseEvent *event);
+    void MouseMove(QMouseEvent *event);
+    bool MouseRelease(QMouseEvent *event);
+    bool Key(QKeyEvent *event);
+    QPoint ToDevice(QPointF const &position) const;
+
+    TovParamStorage m_storage{0};
+    StorageComponent m_component{0, m_storage};
+
+    // Bound to the store; written through it, or by the GUI thread.
+    std::int64_t m_fit = FIT_WINDOW;
+    std::int64_t m_initFit = FIT_WINDOW;
+    double m_initAt[2] = {0.5, 0.5};
+    std::int64_t m_viewScale = 0;
+    std::int64_t m_dump[4] = {}; // x, y, w, h
+    std::int64_t m_filterId = 0;
+    std::int64_t m_filterChannels = 1;
+    std::int64_t m_filterState = 0;
+    char m_filterName[256] = "";
+    std::unique_ptr<char, FreeDeleter> m_filterChannel; // large, and its pages come with the first long map
+
+    // GUI thread.
+    QPointer<QWidget> m_widget; // the one that was handed in
+    QPointer<QWidget> m_target; // the one that is painted on: itself, or its viewport
+    bool m_opaqueBefore = false;
+    std::unique_ptr<Picture> m_current;
+    FramePainter m_guiPainter;
+    _TovImage *m_kept = nullptr; // the frame of a stopped stream
+    std::map<std::int64_t, std::shared_ptr<ColourMap const>> m_filters;
+    bool m_dumpShown = false;
+    bool m_dragging = false;
+    QPoint m_dragFrom;
+    ViewGeometry m_dragGeometry;
+
+    FramePainter m_painter; // display thread
+
+    std::mutex m_viewMutex; // held for a copy or a small change
+    View m_view;            // m_viewMutex
+
+    std::mutex m_slotMutex;                       // held for moving a pointer
+    std::unique_ptr<Picture> m_newest;            // m_slotMutex
+    std::vector<std::unique_ptr<Picture>> m_free; // m_slotMutex
+    bool m_eventPending = false;                  // m_slotMutex
+};

@@ -1,0 +1,34 @@
+// What is done to a line of samples on the way from one pixel type to another. Colours are three samples a pixel. In
+// and out must not overlap.
+#pragma once
+
+#include "unpack.h"
+
+namespace TovPixels {
+
+// Grey from colours by ITU-R BT.601.
+void GreyOfColours(std::uint8_t const *colours, std::size_t width, bool blueFirst, std::uint8_t *grey);
+void GreyOfColours(std::uint16_t const *colours, std::size_t width, bool blueFirst, std::uint16_t *grey);
+
+void ColoursOfGrey(std::uint8_t const *grey, std::size_t width, std::uint8_t *colours);
+void ColoursOfGrey(std::uint16_t const *grey, std::size_t width, std::uint16_t *colours);
+
+// Colours from YUV by ITU-R BT.601, full range: Y, U and V of the line lie in `channels`, `width` apart.
+void ColoursOfYuv(std::uint8_t const *channels, std::size_t width, unsigned depth, bool blueFirst,
+                  std::uint8_t *colours);
+void ColoursOfYuv(std::uint16_t const *channels, std::size_t width, unsigned depth, bool blueFirst,
+                  std::uint16_t *colours);
+
+// Red and blue change places; with four samples a pixel the last stays.
+void SwapColours(std::uint8_t const *in, std::size_t width, std::uint8_t *out);
+void SwapColours(std::uint16_t const *in, std::size_t width, std::uint16_t *out);
+void SwapColoursWithAlpha(std::uint8_t const *in, std::size_t width, std::uint8_t *out);
+
+// Between three and four samples a pixel; the added one is opaque.
+void AddAlpha(std::uint8_t const *colours, std::size_t width, std::uint8_t *out);
+void DropAlpha(std::uint8_t const *in, std::size_t width, std::uint8_t *colours);
+
+// Moves samples of a depth into another.
+void ShiftDepth(std::uint16_t const *in, std::size_t count, unsigned from, unsigned to, Sample16 *out);
+
+} // namespace TovPixels

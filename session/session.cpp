@@ -1,0 +1,402 @@
+#include "session.h"
+
+#include "appsettings.h"
+#include "displayview.h"
+#include "grabbingfifo.h"
+#include "rigtestplugin.h"
+#include "sessionhost.h"
+#include "tovscopeexception.h"
+
+#include <QFinalState>
+#include <QState>
+
+#include <cstdio>
+#include <stdexcept>
+
+namespace {
+
+constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
+
+enum SessionError : unsigned char { ErrorStartAcquisition = 1, ErrorStartCapturing = 3 };
+enum DisconnectReason : unsigned char { ReasonCameraLost = 1 };
+
+// A camera without the node starts all the same.
+bool isFailure(std::int32_t status)
+{
+    return status != 0 && status != TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
+}
+
+void sayOnStandardOutput(char const *text)
+{
+    std::puts(text);
+    std::fflush(stdout);
+}
+
+// Runs a step whose failure must not keep the next one from running. False when it threw.
+bool runGuarded(std::function<void()> const &step)
+{
+    try {
+        step();
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+} // namespace
+
+unsigned char Session::s_CompID = 0;
+
+Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
+    : QObject(parent),
+      TovComponentImp(++s_CompID),
+      m_window(window),
+      m_state(StateBeforeTheFirst),
+      m_device(device)
+{
+    TovCam::DeviceInfo *const info = device->GetDeviceInfo();
+    m_displayName = QString::fromUtf8(info->GetDisplayName());
+    m_interfaceDescription = QString::fromUtf8(info->GetInterface()->GetInterfaceDescription());
+
+    struct
+    {
+        char const *key;
+        bool *variable;
+    } const switches[] = {{"EnableLog", &m_enableLog},
+                          {"LogControl", &m_logControl},
+                          {"LogStream", &m_logStream},
+                          {"LogEvent", &m_logEvent}};
+    for (auto const &entry : switches) {
+        AddBoolParam(entry.key, entry.variable, false);
+        m_storage.AddParamChangedListener(entry.key, this);
+    }
+    try {
+        InitSession();
+    } catch (...) {
+        RemoveComponents();
+        throw;
+    }
+}
+
+Session::~Session()
+{
+    m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
+    if (m_enginesStarted) {
+        for (auto const &step : StopSteps())
+            runGuarded(step);
+    }
+    m_window->RemoveDisplayWidget(m_display.get());
+    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
+    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
+    m_grabber.reset();
+    m_display.reset();
+    m_device->Release();
+}
+
+void Session::InitSession()
+{
+    if (!InitStateMachine())
+        throw TovScopeException("InitStateMachine( ) failed", 0);
+    if (!CreateGrabber())
+        throw TovScopeException("CreateGrabber( ) failed", 0);
+    if (!CreateDisplayView())
+        throw TovScopeException("CreateDisplayView( ) failed", 0);
+    ReadIdentity();
+    m_settings = m_window->GetSessionSettings(m_settingsName);
+    AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
+    AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
+    ResetVolatileParams();
+    m_device->RegisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
+}
+
+bool Session::InitStateMachine()
+{
+    auto *const root = new QState;
+    auto *const idle = new QState(root);
+    auto *const acquisition = new QState(root);
+    auto *const capturing = new QState(root);
+    auto *const final = new QFinalState;
+    root->setInitialState(idle);
+    m_stateMachine.addState(root);
+    m_stateMachine.addState(final);
+    m_stateMachine.setInitialState(root);
+
+    connect(idle, &QState::entered, this, &Session::enterIdle);
+    connect(idle, &QState::exited, this, &Session::exitIdle);
+    connect(acquisition, &QState::entered, this, &Session::enterAcquisition);
+    connect(acquisition, &QState::exited, this, &Session::exitAcquisition);
+    connect(capturing, &QState::entered, this, &Session::enterCapturing);
+    connect(capturing, &QState::exited, this, &Session::exitCapturing);
+    connect(&m_stateMachine, &QStateMachine::finished, this, &Session::enterDisconnected);
+
+    // Nothing leads out of Capturing on signalStopAcquisition, or out of Idle on signalStopCapturing. That is meant.
+    root->addTransition(this, &Session::signalCameraStateDisconnected, final);
+    idle->addTransition(this, &Session::signalStartAcquisition, acquisition);
+    acquisition->addTransition(this, &Session::signalStopAcquisition, idle);
+    acquisition->addTransition(this, &Session::signalStartCapturing, capturing);
+    capturing->addTransition(this, &Session::signalStopCapturing, acquisition);
+    m_stateMachine.start();
+    return true;
+}
+
+bool Session::CreateGrabber()
+{
+    m_grabber.reset();
+    m_grabber = std::make_unique<GrabbingFifo>(this, m_device);
+    return true;
+}
+
+bool Session::CreateDisplayView()
+{
+    if (m_display) {
+        m_window->RemoveDisplayWidget(m_display.get());
+        m_display.reset();
+    }
+    if (!m_grabber)
+        return false;
+    m_display = std::make_unique<DisplayView>(m_window->GetMainWindow(), m_grabber.get());
+    connect(m_display.get(), &DisplayView::mouseMoved, this,
+            [window = m_window](int x, int y, int r, int g, int b) { window->setCoordinatesAndValue(x, y, r, g, b); });
+    return m_window->AddDisplayWidget(m_display.get());
+}
+
+void Session::ReadIdentity()
+{
+    m_settingsName = QStringLiteral("Session");
+    m_title.clear();
+    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
+    if (!params)
+        return;
+    auto const valueOf = [params](char const *name, QString *value) {
+        TovCam::StringParam *const node = params->GetString(name, nullptr);
+        if (node)
+            *value = QString::fromUtf8(node->GetValue(nullptr));
+        return node != nullptr;
+    };
+    // Cameras of one model and user id share their settings; the serial number is for the title alone.
+    QString value;
+    if (valueOf("DeviceUserID", &value)) {
+        m_settingsName += QStringLiteral("_%1").arg(value);
+        m_title += QStringLiteral(" %1").arg(value);
+    }
+    if (valueOf("DeviceModelName", &value)) {
+        m_settingsName += QStringLiteral("_%1").arg(value);
+        m_title += QStringLiteral(" [%1").arg(value);
+    }
+    if (valueOf("DeviceSerialNumber", &value))
+        m_title += QStringLiteral(", SN:%1").arg(value);
+    m_title += QLatin1Char(']');
+}
+
+void Session::ResetVolatileParams()
+{
+    TovComponent *const grabber = GetGrabber();
+    for (char const *key :
+         {"FramesAcquired", "FramesDroppedHW", "FramesDroppedSW", "FramesIncomp", "Timestamp", "FrameID"})
+        grabber->SetParamInt(key, 0);
+    for (char const *key : {"FpsAvg", "FpsInst", "Speed"})
+        grabber->SetParamFloat(key, 0.0);
+}
+
+// Of a session that could not be built.
+void Session::RemoveComponents()
+{
+    if (m_display)
+        m_window->RemoveDisplayWidget(m_display.get());
+    m_display.reset();
+    m_grabber.reset();
+}
+
+TovComponent *Session::GetGrabber()
+{
+    return m_grabber.get();
+}
+
+TovComponent *Session::GetDisplay()
+{
+    return m_display.get();
+}
+
+DisplayView *Session::GetDisplayView()
+{
+    return m_display.get();
+}
+
+SessionState Session::GetState() const
+{
+    return m_state;
+}
+
+TovCam::Device *Session::GetDevice() const
+{
+    return m_device;
+}
+
+QSettings *Session::GetSettings() const
+{
+    return m_settings;
+}
+
+QString const &Session::GetSettingsName() const
+{
+    return m_settingsName;
+}
+
+QString const &Session::GetTitle() const
+{
+    return m_title;
+}
+
+void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)
+{
+    emit static_cast<Session *>(user)->signalCameraDisconnected(user, ReasonCameraLost);
+}
+
+void Session::stopCapturing()
+{
+    emit signalStopCapturing();
+}
+
+void Session::stopCapturingAndAcquisition()
+{
+    emit signalStopCapturing();
+    emit signalStopAcquisition();
+}
+
+std::int32_t Session::ExecuteCommand(char const *name)
+{
+    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
+    return params ? params->ExecuteCommand(name) : TOV_CAM_ERR_NO_DEVICE;
+}
+
+std::int32_t Session::SetIntegerValue(char const *name, std::int64_t value)
+{
+    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
+    return params ? params->SetIntegerValue(name, value) : TOV_CAM_ERR_NO_DEVICE;
+}
+
+// The camera may be gone, so statuses are not looked at.
+std::array<std::function<void()>, 5> Session::StopSteps()
+{
+    return {
+        [this] {
+            if (ExecuteCommand("AcquisitionStop") != 0)
+                ExecuteCommand("AcquisitionAbort");
+        },
+        [this] { m_display->StopDisplaying(); },
+        [this] { m_grabber->StopGrabbing(); },
+        [this] { SetIntegerValue("TLParamsLocked", 0); },
+        [this] { m_grabber->ReleaseBuffers(); },
+    };
+}
+
+void Session::enterIdle()
+{
+    if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
+        try {
+            // An exception skips the rest; what then still runs is stopped by the destructor at the latest.
+            for (auto const &step : StopSteps())
+                step();
+            m_enginesStarted = false;
+            if (RigTestPlugin *const plugin = GetRigTest()) {
+                sayOnStandardOutput("GetRigTest()->OnStop()");
+                plugin->OnStop();
+            }
+        } catch (...) {
+        }
+    }
+    m_grabber->SetState(SessionStateIdle);
+    m_state = SessionStateIdle;
+    emit signalUpdateGui();
+}
+
+void Session::exitIdle()
+{
+}
+
+void Session::StartAcquisition()
+{
+    if (RigTestPlugin *const plugin = GetRigTest()) {
+        sayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
+        plugin->PrepareToAcquition();
+    }
+    if (m_grabber->CreateBuffers() != 0)
+        throw std::runtime_error("CreateBuffers failed");
+    if (isFailure(SetIntegerValue("TLParamsLocked", 1)))
+        throw std::runtime_error("TLParamsLocked set failed");
+    if (!m_grabber->StartGrabbing())
+        throw std::runtime_error("StartGrabbing failed");
+    if (isFailure(ExecuteCommand("AcquisitionStart")))
+        throw std::runtime_error("AcquisitionStart execution failed");
+    if (!m_display->StartDisplaying())
+        throw std::runtime_error("StartDisplaying failed");
+}
+
+// The full list, no matter how far the start came.
+void Session::RecoverFromFailedStart()
+{
+    bool stopped = runGuarded([this] { ExecuteCommand("AcquisitionAbort"); });
+    stopped &= runGuarded([this] { m_grabber->StopGrabbing(); });
+    stopped &= runGuarded([this] { SetIntegerValue("TLParamsLocked", 0); });
+    stopped &= runGuarded([this] { m_grabber->ReleaseBuffers(); });
+    m_enginesStarted = !stopped;
+}
+
+void Session::enterAcquisition()
+{
+    if (m_state == SessionStateIdle) {
+        m_enginesStarted = true;
+        try {
+            StartAcquisition();
+        } catch (...) {
+            RecoverFromFailedStart();
+            // The machine stands in Acquisition while the state stays Idle; the answer to this signal takes it back.
+            emit signalSessionStateError(this, ErrorStartAcquisition);
+            return;
+        }
+    }
+    m_state = SessionStateAcquisition;
+    m_grabber->SetState(SessionStateAcquisition);
+    emit signalUpdateGui();
+}
+
+void Session::exitAcquisition()
+{
+}
+
+void Session::enterCapturing()
+{
+    try {
+        if (RigTestPlugin *const plugin = GetRigTest())
+            plugin->OnStartCapturing();
+        m_grabber->SetState(SessionStateCapturing);
+    } catch (...) {
+        // The machine stays in Capturing with the state that was; only a disconnection leads out. That is meant.
+        emit signalSessionStateError(this, ErrorStartCapturing);
+        return;
+    }
+    m_state = SessionStateCapturing;
+    emit signalUpdateGui();
+}
+
+void Session::exitCapturing()
+{
+    // The state stays SessionStateCapturing until the next action has written it.
+}
+
+void Session::enterDisconnected()
+{
+    enterIdle();
+    m_grabber->SetState(SessionStateDisconnected);
+    m_state = SessionStateDisconnected;
+    emit signalUpdateGui();
+}
+
+void Session::exitDisconnected()
+{
+}
+
+// The log channels' decoders decide what the switches do; without one nothing is subscribed.
+void Session::ParamChanged(_TovStParam /*param*/)
+{
+}

@@ -1,0 +1,96 @@
+// Plain, slow readings of pixels to hold the library against.
+#pragma once
+
+#include "tovimage.h"
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+// Sample `i` of a line, bit by bit.
+inline unsigned ReferenceSample(TovPixelTypeInfo const &info, std::uint8_t const *line, std::size_t i)
+{
+    unsigned const depth = info.bitDepth;
+    auto const bitAt = [line](std::size_t bit) {
+        return unsigned(line[bit / 8] >> bit % 8 & 1);
+    };
+    unsigned value = 0;
+    switch (info.packing) {
+    case TOV_UNPACKED:
+        return depth == 8 ? line[i] : line[2 * i] + 256u * line[2 * i + 1];
+    case TOV_PACKED_GEV: {
+        std::uint8_t const *pair = line + i / 2 * 3;
+        unsigned const low = depth - 8;
+        return (i % 2 ? pair[2] : pair[0]) << low | (pair[1] >> (i % 2 ? 4 : 0) & ((1u << low) - 1));
+    }
+    case TOV_PACKED_P:
+        for (unsigned b = 0; b < depth; ++b)
+            value |= bitAt(i * depth + b) << b;
+        return value;
+    case TOV_PACKED_WEFT:
+        for (unsigned b = 0; b < depth; ++b) {
+            std::size_t const bit = i * depth + b; // counted from the top of the first byte
+            value = value << 1 | unsigned(line[bit / 8] >> (7 - bit % 8) & 1);
+        }
+        return value;
+    }
+    return 0;
+}
+
+// Pixel memory of exactly the bytes that an image may touch: the last line ends with its last pixel. A margin of odd
+// size puts every line at any address.
+class Pixels
+{
+public:
+    Pixels(std::uint32_t type, std::uint32_t width, std::uint32_t height, std::uint32_t padding, unsigned seed)
+        : m_info(*TovGetPixelTypeInfo(type)),
+          m_lineBytes(TovLineBytes(type, width)),
+          m_memory((m_lineBytes + padding) * (height - 1) + m_lineBytes)
+    {
+        m_memory.shrink_to_fit();
+        std::mt19937 random(seed);
+        for (std::uint8_t &byte : m_memory)
+            byte = std::uint8_t(random());
+        // Samples in two bytes stay within their depth.
+        if (m_info.packing == TOV_UNPACKED && m_info.bitDepth > 8) {
+            for (std::uint32_t y = 0; y < height; ++y) {
+                for (std::size_t i = 1; i < m_lineBytes; i += 2)
+                    m_memory[y * (m_lineBytes + padding) + i] &= 0xFF >> (16 - m_info.bitDepth);
+            }
+        }
+        TovCreateImageHeader(&m_image, {width, height}, type, m_lineBytes + padding, m_memory.data());
+    }
+    ~Pixels()
+    {
+        TovReleaseImageHeader(&m_image);
+    }
+    Pixels(Pixels const &) = delete;
+    Pixels &operator=(Pixels const &) = delete;
+
+    TovPixelTypeInfo const &Info() const
+    {
+        return m_info;
+    }
+    _TovImage *Image() const
+    {
+        return m_image;
+    }
+    std::uint8_t *Line(std::size_t y) const
+    {
+        return m_image->imageData + y * m_image->lineStep;
+    }
+    unsigned Sample(std::size_t y, std::size_t i) const
+    {
+        return ReferenceSample(m_info, Line(y), i);
+    }
+    std::vector<std::uint8_t> &Memory()
+    {
+        return m_memory;
+    }
+
+private:
+    TovPixelTypeInfo const &m_info;
+    std::size_t m_lineBytes;
+    std::vector<std::uint8_t> m_memory;
+    _TovImage *m_image = nullptr;
+};

@@ -1,0 +1,345 @@
+#include "storagecomponent.h"
+#include "tovmisc.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+int s_changes = 0;
+_TovStParam s_lastChange;
+unsigned int s_lastComponent = 0;
+
+unsigned int countChange(unsigned int component, _TovStParam *param)
+{
+    ++s_changes;
+    s_lastChange = *param;
+    s_lastComponent = component;
+    return 0;
+}
+
+_TovStParam record(TovParamType type, char const *key)
+{
+    _TovStParam param;
+    std::memset(&param, 0, sizeof param);
+    param.type = type;
+    param.flags = 3;
+    std::strncpy(param.name, key, sizeof param.name - 1);
+    param.onChange = countChange;
+    return param;
+}
+
+struct Listener : TovParamListener
+{
+    std::vector<std::string> heard;
+    TovParamStorage *setsInStore = nullptr;
+    void ParamChanged(_TovStParam param) override
+    {
+        heard.emplace_back(param.name);
+        if (setsInStore)
+            setsInStore->SetParamBool("flag", true, true);
+    }
+};
+
+class ParamStorage : public testing::Test
+{
+protected:
+    ParamStorage()
+    {
+        auto param = record(TOV_PARAM_INT, "number");
+        param.i = {5, -10, 100, 0, &number};
+        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        param = record(TOV_PARAM_BOOL, "flag");
+        param.b = {0, 0, &flag};
+        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        param = record(TOV_PARAM_FLOAT, "rate");
+        param.f = {0, -1, 1e6, 0, &rate};
+        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        param = record(TOV_PARAM_STRING, "text");
+        param.s = {"", text, sizeof text};
+        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        param = record(TOV_PARAM_ARRAY, "block");
+        param.a = {{0, 0}, nullptr, sizeof block, block, sizeof block};
+        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        param = record(TOV_PARAM_COMMAND, "go");
+        param.c = {[](void *context) { return static_cast<unsigned int>(++*static_cast<int *>(context)); }, &runs};
+        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        s_changes = 0;
+    }
+
+    std::string AsString(char const *key, char const *format = nullptr)
+    {
+        char buffer[256];
+        unsigned int capacity = sizeof buffer;
+        TovStatus const status = store.GetParamAsString(key, buffer, &capacity, format);
+        return status == TOV_PARAM_OK ? buffer : "!" + std::to_string(status & 0xFFFF);
+    }
+
+    std::int64_t number = 5;
+    bool flag = false;
+    double rate = 0.5;
+    char text[8] = "abc";
+    std::uint8_t block[3] = {1, 0xAB, 0xFF};
+    int runs = 0;
+    TovParamStorage store{7};
+};
+
+// Sets every value by text; "!" before the expected text means that it is refused and the value stays.
+TEST_F(ParamStorage, TakesTextAndRefusesWhatIsNoValue)
+{
+    struct
+    {
+        char const *key;
+        char const *text;
+        char const *expected;
+    } const rows[] = {
+        {"number", "42", "42"},
+        {"number", " -3\n", "-3"},
+        {"number", "+7", "7"},
+        {"number", "101", "100"},
+        {"number", "-99999999999999999999999", "-10"},
+        {"number", "99999999999999999999999", "100"},
+        {"number", "", "!"},
+        {"number", "+-5", "!"},
+        {"number", "4x", "!"},
+        {"number", "1.5", "!"},
+        {"number", "0x10", "!"},
+        {"flag", "true", "1"},
+        {"flag", "0", "0"},
+        {"flag", "yes", "!"},
+        {"flag", "2", "!"},
+        {"rate", "0.1", "0.1"},
+        {"rate", "1e3", "1000"},
+        {"rate", "inf", "1e+06"},
+        {"rate", "-1e999", "-1"},
+        {"rate", "1e-999", "0"},
+        {"rate", "nan", "!"},
+        {"rate", "1,5", "!"},
+        {"rate", "fast", "!"},
+        {"text", "1234567", "1234567"},
+        {"text", "12345678", "!"},
+        {"text", "", ""},
+        {"block", "00ff10", "00ff10"},
+        {"block", "00ff1", "!"},
+        {"block", "00fg10", "!"},
+        {"block", "00ff1000", "!"},
+    };
+    for (auto const &row : rows) {
+        SCOPED_TRACE(std::string(row.key) + " = '" + row.text + "'");
+        std::string const before = AsString(row.key);
+        s_changes = 0;
+        TovStatus const status = store.SetParamAsString(row.key, row.text, true);
+        bool const refused = row.expected[0] == '!';
+        EXPECT_EQ(TovSucceeded(status), !refused);
+        EXPECT_EQ(s_changes, refused ? 0 : 1);
+        EXPECT_EQ(AsString(row.key), refused ? before : row.expected);
+    }
+}
+
+TEST_F(ParamStorage, PrintsByAFormatThatFitsAndRefusesOthers)
+{
+    number = -42;
+    flag = true;
+    rate = 1234.5678;
+    struct
+    {
+        char const *key;
+        char const *format;
+        char const *expected;
+    } const rows[] = {
+        {"number", "%ld", "-42"},
+        {"number", "%d", "-42"},
+        {"number", "<%6lli> 100%%", "<   -42> 100%"},
+        {"number", "%#lx", "0xffffffffffffffd6"},
+        {"number", "%s", "!4"},
+        {"number", "%f", "!4"},
+        {"number", "%n", "!4"},
+        {"number", "%*d", "!4"},
+        {"number", "%1$d", "!4"},
+        {"number", "%hhd", "!4"},
+        {"number", "%d %d", "!4"},
+        {"number", "none", "!4"},
+        {"number", "", "!4"},
+        {"number", "%", "!4"},
+        {"number", "%99999999999d", "!4"},
+        {"number", "%200d%%", nullptr},
+        {"number", "%500d", "!6"},
+        {"flag", "%02u", "01"},
+        {"rate", "%.2f", "1234.57"},
+        {"rate", "%10.1lf|", "    1234.6|"},
+        {"rate", "%Lf", "!4"},
+        {"rate", "%d", "!4"},
+        {"text", "[%5s]", "[  abc]"},
+        {"text", "%.2s", "ab"},
+        {"text", "%ls", "!4"},
+        {"text", "%d", "!4"},
+        {"block", nullptr, "01abff"},
+        {"block", "%s", "01abff"},
+        {"go", nullptr, "!2"},
+        {"absent", nullptr, "!1"},
+    };
+    for (auto const &row : rows) {
+        SCOPED_TRACE(std::string(row.key) + " " + (row.format ? row.format : "null"));
+        if (row.expected)
+            EXPECT_EQ(AsString(row.key, row.format), row.expected);
+        else
+            EXPECT_EQ(AsString(row.key, row.format).size(), 201u);
+    }
+    rate = 0.1 + 0.2;
+    double const before = rate;
+    ASSERT_EQ(store.SetParamAsString("rate", AsString("rate").c_str(), false), TOV_PARAM_OK);
+    EXPECT_EQ(rate, before);
+}
+
+TEST_F(ParamStorage, DoesNotDependOnTheLocale)
+{
+    // Where no locale with a decimal comma is installed this holds trivially.
+    for (char const *name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8"}) {
+        if (std::setlocale(LC_NUMERIC, name))
+            break;
+    }
+    EXPECT_EQ(AsString("rate"), "0.5");
+    EXPECT_EQ(AsString("rate", "%.1f"), "0.5");
+    EXPECT_EQ(store.SetParamAsString("rate", "1e-400", true), TOV_PARAM_OK);
+    EXPECT_EQ(store.SetParamAsString("rate", "0.25", true), TOV_PARAM_OK);
+    EXPECT_EQ(rate, 0.25);
+    std::setlocale(LC_NUMERIC, "C");
+}
+
+TEST_F(ParamStorage, ClampsRefusesAndNotifies)
+{
+    EXPECT_EQ(store.SetParamInt("number", 1000, true), TOV_PARAM_OK);
+    EXPECT_EQ(number, 100);
+    EXPECT_EQ(s_lastComponent, 7u);
+    EXPECT_STREQ(s_lastChange.name, "number");
+    EXPECT_EQ(s_lastChange.i.value, &number);
+    EXPECT_EQ(store.SetParamFloat("rate", std::numeric_limits<double>::infinity(), true), TOV_PARAM_OK);
+    EXPECT_EQ(rate, 1e6);
+    EXPECT_EQ(s_changes, 2);
+    EXPECT_EQ(store.SetParamInt("number", 1, false), TOV_PARAM_OK);
+    EXPECT_EQ(number, 1);
+
+    EXPECT_EQ(store.SetParamFloat("rate", std::nan(""), true), TOV_PARAM_ERR_VALUE);
+    EXPECT_EQ(store.SetParamInt("rate", 1, true), TOV_PARAM_ERR_TYPE);
+    EXPECT_EQ(store.SetParamString("text", "12345678", true), TOV_PARAM_ERR_VALUE);
+    EXPECT_EQ(store.SetParamString("text", nullptr, true), TOV_PARAM_ERR_ARGUMENT);
+    EXPECT_EQ(store.SetParamArray("block", "ab", 2, true), TOV_PARAM_ERR_VALUE);
+    EXPECT_EQ(store.SetParamBool("absent", true, true), TOV_PARAM_ERR_UNKNOWN_KEY);
+    EXPECT_EQ(store.SetParamBool(nullptr, true, true), TOV_PARAM_ERR_ARGUMENT);
+    EXPECT_EQ(s_changes, 2);
+    EXPECT_STREQ(text, "abc");
+
+    EXPECT_EQ(store.RunCommand("go"), 1u);
+    EXPECT_EQ(store.RunCommand("number"), TOV_PARAM_ERR_TYPE);
+    EXPECT_EQ(runs, 1);
+}
+
+TEST_F(ParamStorage, SaysTheSizeThatATooSmallBufferNeeds)
+{
+    char buffer[4];
+    unsigned int size = 3;
+    EXPECT_EQ(store.GetParamString("text", buffer, &size), TOV_PARAM_ERR_BUFFER);
+    EXPECT_EQ(size, 4u);
+    EXPECT_EQ(store.GetParamString("text", buffer, &size), TOV_PARAM_OK);
+    EXPECT_STREQ(buffer, "abc");
+    size = 2;
+    EXPECT_EQ(store.GetParamArray("block", buffer, &size), TOV_PARAM_ERR_BUFFER);
+    EXPECT_EQ(size, 3u);
+    EXPECT_EQ(store.GetParamArray("block", buffer, &size), TOV_PARAM_OK);
+    EXPECT_EQ(static_cast<std::uint8_t>(buffer[1]), 0xAB);
+    std::memset(text, 'x', sizeof text); // the owner forgot the terminator
+    EXPECT_EQ(AsString("text"), "xxxxxxxx");
+}
+
+TEST_F(ParamStorage, ListenersHearTheirKeyAndMaySetInTheStore)
+{
+    Listener listener;
+    listener.setsInStore = &store;
+    ASSERT_EQ(store.AddParamChangedListener("number", &listener), TOV_PARAM_OK);
+    EXPECT_EQ(store.AddParamChangedListener("absent", &listener), TOV_PARAM_ERR_UNKNOWN_KEY);
+    store.SetParamInt("number", 1, true);
+    store.SetParamInt("number", 2, false);
+    store.SetParamFloat("rate", 2, true);
+    EXPECT_EQ(listener.heard, std::vector<std::string>{"number"});
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(store.RemoveParamChangedListener("number", &listener), TOV_PARAM_OK);
+    store.SetParamInt("number", 3, true);
+    EXPECT_EQ(listener.heard.size(), 1u);
+}
+
+TEST_F(ParamStorage, RefusesRecordsThatCannotWork)
+{
+    auto param = record(TOV_PARAM_INT, "number");
+    param.i = {0, 0, 1, 0, &number};
+    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "registered twice";
+    std::strcpy(param.name, "other");
+    param.i.value = nullptr;
+    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "no variable";
+    param.i = {0, 2, 1, 0, &number};
+    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "an empty range";
+    std::memset(param.name, 'k', sizeof param.name);
+    param.i = {0, 0, 1, 0, &number};
+    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "an endless key";
+    EXPECT_EQ(store.GetParamCount(), 6u);
+}
+
+TEST_F(ParamStorage, ComponentWalksTheKeysInOrder)
+{
+    StorageComponent component(0x64, store);
+    char name[16];
+    unsigned int length = 6;
+    EXPECT_EQ(component.GetParamName(0, name, &length), 0x64ul << 16 | 0x80000006);
+    EXPECT_EQ(length, 7u);
+    EXPECT_EQ(component.GetParamName(0, name, &length), TOV_PARAM_OK);
+    EXPECT_STREQ(name, "number");
+    length = sizeof name;
+    EXPECT_EQ(component.GetParamName(5, name, &length), TOV_PARAM_OK);
+    EXPECT_STREQ(name, "go");
+    EXPECT_FALSE(TovSucceeded(component.GetParamName(6, name, &length)));
+}
+
+// Readers and writers of the values, while one thread registers more keys than the first table holds.
+TEST_F(ParamStorage, IsSafeFromManyThreads)
+{
+    std::vector<std::int64_t> variables(200);
+    store.SetParamString("text", "aaaaaaa", false);
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            while (!done) {
+                store.SetParamInt("number", t, false);
+                store.SetParamString("text", t ? "aaaaaaa" : "bbbbbbb", false);
+                char buffer[16];
+                unsigned int capacity = sizeof buffer;
+                ASSERT_EQ(store.GetParamString("text", buffer, &capacity), TOV_PARAM_OK);
+                EXPECT_EQ(std::string(buffer), std::string(std::strlen(buffer), buffer[0]));
+                long value = 0;
+                store.GetParamInt("key199", &value);
+                EXPECT_TRUE(value == 0 || value == 9);
+            }
+        });
+    }
+    for (std::size_t i = 0; i < variables.size(); ++i) {
+        auto param = record(TOV_PARAM_INT, ("key" + std::to_string(i)).c_str());
+        param.i = {0, 0, 10, 0, &variables[i]};
+        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        EXPECT_EQ(store.SetParamInt(param.name, static_cast<long>(i % 10), false), TOV_PARAM_OK);
+    }
+    done = true;
+    for (auto &thread : threads)
+        thread.join();
+    for (std::size_t i = 0; i < variables.size(); ++i)
+        EXPECT_EQ(AsString(("key" + std::to_string(i)).c_str()), std::to_string(i % 10));
+    EXPECT_EQ(store.GetParamCount(), 206u);
+}
+
+} // namespace

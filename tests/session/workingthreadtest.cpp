@@ -1,0 +1,114 @@
+#include "workingthread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+class Worker : public WorkingThread
+{
+public:
+    ~Worker() override
+    {
+        Terminate();
+    }
+    std::atomic<int> passes{0};
+    std::atomic<int> passesLeft{-1}; // the worker ends itself when they are used up
+    std::atomic<int> passMilliseconds{0};
+    int plain = 0; // touched by passes and by the owner between them
+
+protected:
+    void Work() override
+    {
+        ++passes;
+        ++plain;
+        std::this_thread::sleep_for(std::chrono::milliseconds(passMilliseconds));
+        if (passesLeft > 0 && --passesLeft == 0)
+            m_bStart = false;
+    }
+};
+
+TEST(WorkingThread, NeverStartedRunsNoPassAndJoins)
+{
+    for (int i = 0; i < 100; ++i) {
+        Worker worker;
+        worker.Terminate();
+        EXPECT_EQ(worker.passes, 0);
+        EXPECT_FALSE(worker.Start());
+        EXPECT_EQ(worker.Stop(), 0);
+    }
+}
+
+TEST(WorkingThread, StartAndStopTwiceAreHarmless)
+{
+    Worker worker;
+    EXPECT_EQ(worker.Stop(), 0);
+    EXPECT_TRUE(worker.Start());
+    EXPECT_FALSE(worker.Start());
+    EXPECT_NE(worker.Stop(), 0);
+    EXPECT_EQ(worker.Stop(), 0);
+}
+
+TEST(WorkingThread, StopRightAfterStartReturnsAndLeavesNoPassBehind)
+{
+    Worker worker;
+    for (int i = 0; i < 3000; ++i) {
+        ASSERT_TRUE(worker.Start());
+        if (i % 3 == 0)
+            std::this_thread::yield();
+        ASSERT_NE(worker.Stop(), 0);
+        worker.plain = 0; // a pass under way would race here
+    }
+}
+
+// The report of a worker that ended its passes itself must not pass for the answer to a later Stop.
+TEST(WorkingThread, AWorkerThatEndsItselfCanBeStartedAgain)
+{
+    Worker worker;
+    for (int i = 0; i < 50; ++i) {
+        worker.passesLeft = 1;
+        ASSERT_TRUE(worker.Start());
+        if (i % 2 == 0)
+            while (worker.passesLeft != 0)
+                std::this_thread::yield();
+        worker.Stop();
+        worker.plain = 0;
+        worker.passesLeft = -1;
+        worker.passMilliseconds = 1;
+        int const before = worker.passes;
+        ASSERT_TRUE(worker.Start());
+        while (worker.passes == before)
+            std::this_thread::yield();
+        ASSERT_NE(worker.Stop(), 0);
+        worker.plain = 0;
+        worker.passMilliseconds = 0;
+    }
+}
+
+TEST(WorkingThread, StopAfterTheWorkerEndedItselfWaitsForItsLastPass)
+{
+    Worker worker;
+    worker.passMilliseconds = 30;
+    worker.passesLeft = 1;
+    ASSERT_TRUE(worker.Start());
+    while (worker.passes == 0)
+        std::this_thread::yield();
+    worker.Stop();
+    worker.plain = 0;
+    EXPECT_EQ(worker.passes, 1);
+}
+
+TEST(WorkingThread, TerminateEndsARunningWorker)
+{
+    for (int i = 0; i < 200; ++i) {
+        Worker worker;
+        worker.Start();
+        worker.Terminate();
+        worker.plain = 0;
+    }
+}
+
+} // namespace
