@@ -280,6 +280,12 @@ void SimCamera::FitFormat()
     fit(R::BinningVertical, R::SensorHeight, R::Height, R::OffsetY, 2, 2);
 }
 
+std::uint64_t SimCamera::PixelClock() const
+{
+    std::uint64_t const step = std::max<std::uint64_t>(GetInt(R::SimClockStep), 1);
+    return std::max(GetInt(R::PixelClock) / step * step, step);
+}
+
 double SimCamera::SensorPeriod() const
 {
     SimFormat const format = CurrentFormat();
@@ -291,8 +297,7 @@ double SimCamera::SensorPeriod() const
     if (m_model.familyID == 1)
         line = std::max(static_cast<double>(GetInt(R::LineTime)) / 74.25, effort * (columns + 120.0) / 297.0);
     else if (m_model.familyID == 2)
-        line = effort * (columns + 160.0) /
-               (2.0 * static_cast<double>(std::max<std::uint64_t>(GetInt(R::PixelClockInfo), 1)));
+        line = effort * (columns + 160.0) / (2.0 * static_cast<double>(PixelClock()));
     else
         line = effort * (columns + 100.0) / 40.0;
     return line * (format.height + 24) * 1e-6;
@@ -345,10 +350,8 @@ void SimCamera::Refresh(std::uint64_t address, std::uint32_t size)
         return address < std::uint64_t{reg} + length && reg < address + size;
     };
     double const seconds = static_cast<double>(m_stream.GetTicks()) / static_cast<double>(m_model.tickFrequency);
-    if (asked(R::PixelClockInfo, 4)) {
-        std::uint64_t const step = std::max<std::uint64_t>(GetInt(R::SimClockStep), 1);
-        SetInt(R::PixelClockInfo, std::max(GetInt(R::PixelClock) / step * step, step));
-    }
+    if (asked(R::PixelClockInfo, 4))
+        SetInt(R::PixelClockInfo, PixelClock());
     if (asked(R::AcquisitionActive, 4))
         SetInt(R::AcquisitionActive, m_stream.IsRunning());
     if (asked(R::PayloadSize, 4))
@@ -372,7 +375,6 @@ void SimCamera::React(std::uint32_t address)
     switch (address) {
     case R::AcquisitionStart: {
         FitFormat();
-        Refresh(R::PixelClockInfo, 4);
         std::uint64_t const mode = GetInt(R::AcquisitionMode);
         std::int64_t const count = static_cast<std::int64_t>(GetInt(R::AcquisitionFrameCount));
         m_stream.Begin(CurrentFormat(), CurrentSettings(),
@@ -420,7 +422,6 @@ void SimCamera::React(std::uint32_t address)
         break;
     }
     if (m_stream.IsRunning()) {
-        Refresh(R::PixelClockInfo, 4);
         m_stream.Apply(CurrentSettings());
     }
 }

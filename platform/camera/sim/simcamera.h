@@ -38,7 +38,8 @@ private:
     void FitFormat();
     SimFormat CurrentFormat() const;
     SimSettings CurrentSettings() const;
-    double SensorPeriod() const; // s
+    std::uint64_t PixelClock() const; // MHz, as the clock generator makes it
+    double SensorPeriod() const;      // s
     double FramePeriod() const;
     void Delay(std::uint64_t address, std::uint32_t size);
     bool IsFeatureAt(std::uint32_t nameRegister, std::uint64_t address, std::uint32_t size);

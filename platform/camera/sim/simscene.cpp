@@ -66,9 +66,15 @@ public:
     Chart(std::uint32_t width, std::uint32_t height)
         : m_w(static_cast<float>(width)),
           m_h(static_cast<float>(height)),
+          m_unit(std::min(m_h, m_w / 1.6f)),
           m_star{0.27f * m_w, 0.42f * m_h},
-          m_radius(0.30f * m_h)
+          m_radius(0.32f * m_unit),
+          m_perGrid(12.0f / m_unit)
     {
+        for (std::size_t i = 0; i < m_patches.size(); ++i) {
+            Colour const c = s_chart[i];
+            m_patches[i] = {std::sqrt(c.r), std::sqrt(c.g), std::sqrt(c.b)};
+        }
     }
 
     Colour At(float x, float y) const
@@ -92,11 +98,11 @@ private:
     {
         // A gradient over the whole field with some fall-off to the corners, and a grid of fine lines.
         float const u = x / m_w - 0.5f, v = y / m_h - 0.5f;
-        float const light = (0.20f + 0.16f * u + 0.12f * v) * (1.0f - 0.5f * (u * u + v * v));
-        float const pitch = m_h / 12.0f;
-        bool const line = std::fmod(x, pitch) < 1.0f || std::fmod(y, pitch) < 1.0f;
+        float const light = (0.36f + 0.24f * u + 0.16f * v) * (1.0f - 0.6f * (u * u + v * v));
+        float const gridX = x * m_perGrid, gridY = y * m_perGrid, line = 2.0f * m_perGrid;
         Colour const base{light * 0.94f, light, light * 1.10f};
-        return line ? Mix(base, Grey(0.6f), 0.3f) : base;
+        bool const onLine = gridX - std::floor(gridX) < line || gridY - std::floor(gridY) < line;
+        return onLine ? Mix(base, Grey(0.75f), 0.3f) : base;
     }
 
     Colour Star(float x, float y, Colour under) const
@@ -122,7 +128,7 @@ private:
     void LinePairs(float x, float y, Colour &colour) const
     {
         // Groups of bars, each finer than the last, upright in the upper half and lying in the lower.
-        float const left = 0.52f * m_w, top = 0.10f * m_h, size = 0.075f * m_h, gap = 0.02f * m_h;
+        float const left = 0.52f * m_w, top = 0.10f * m_h, size = 0.075f * m_unit, gap = 0.02f * m_unit;
         if (x < left || y < top)
             return;
         int const column = static_cast<int>((x - left) / (size + gap)),
@@ -141,7 +147,7 @@ private:
 
     void Patches(float x, float y, Colour &colour) const
     {
-        float const size = 0.095f * m_h, gap = 0.012f * m_h, left = 0.52f * m_w, top = 0.52f * m_h;
+        float const size = 0.095f * m_unit, gap = 0.012f * m_unit, left = 0.52f * m_w, top = 0.52f * m_h;
         float const px = x - left, py = y - top;
         float const width = 6.0f * (size + gap) + gap, height = 4.0f * (size * 0.8f + gap) + gap;
         if (px < 0 || py < 0 || px >= width || py >= height)
@@ -152,7 +158,7 @@ private:
         float const inX = px - gap - static_cast<float>(column) * stepX,
                     inY = py - gap - static_cast<float>(row) * stepY;
         if (px >= gap && py >= gap && inX < size && inY < size * 0.8f && column < 6 && row < 4)
-            colour = s_chart[row * 6 + column];
+            colour = m_patches[static_cast<std::size_t>(row * 6 + column)];
     }
 
     void Wedge(float x, float y, Colour &colour) const
@@ -168,20 +174,21 @@ private:
 
     void Frame(float x, float y, Colour &colour) const
     {
-        // The outermost pixel is white, so that a line lost at the edge shows; the corners carry a fine board.
+        // The outermost pixels are white, so that a line lost at the edge shows; the corners carry a fine board.
         float const edge = std::min(std::min(x, m_w - 1 - x), std::min(y, m_h - 1 - y));
-        if (edge < 1.0f)
+        if (edge < 2.0f)
             colour = Grey(0.9f);
-        else if (edge < 4.0f)
+        else if (edge < 6.0f)
             colour = Grey(0.02f);
         float const cornerX = std::min(x, m_w - 1 - x), cornerY = std::min(y, m_h - 1 - y);
-        if (cornerX >= 4 && cornerY >= 4 && cornerX < 36 && cornerY < 36)
+        if (cornerX >= 6 && cornerY >= 6 && cornerX < 38 && cornerY < 38)
             colour = Grey((static_cast<int>(x) / 4 + static_cast<int>(y) / 4) % 2 ? 0.9f : 0.02f);
     }
 
-    float const m_w, m_h;
+    float const m_w, m_h, m_unit; // the unit keeps the parts apart on every shape of sensor
     Point const m_star;
-    float const m_radius;
+    float const m_radius, m_perGrid;
+    std::array<Colour, 24> m_patches; // as bright as a screen shows them
 };
 
 // The card that slides along the bottom.
@@ -596,9 +603,9 @@ void SimScene::Draw(std::uint64_t frame, double seconds, std::uint8_t *out) cons
         return 0.5 - 0.5 * std::cos(seconds * 2 * Pi / period);
     };
     s.PlaceOnSensor(s.card, 0.02 + 0.45 * swing(9.0), 0.80, out);
-    s.PlaceOnSensor(s.ball, 0.97, 0.06 + 0.8 * swing(4.0), out);
+    s.PlaceOnSensor(s.ball, 0.985, 0.05 + 0.36 * swing(4.0), out);
     double const turn = std::fmod(seconds / 3.0, 1.0);
-    s.PlaceOnSensor(s.hands[static_cast<std::size_t>(turn * HandPhases) % HandPhases], 0.86, 0.24, out);
+    s.PlaceOnSensor(s.hands[static_cast<std::size_t>(turn * HandPhases) % HandPhases], 0.89, 0.12, out);
     std::uint64_t number = frame;
     for (std::uint32_t i = 0; i < Digits; ++i, number /= 10)
         s.Place(s.digits[number % 10], 40 + std::int64_t{Digits - 1 - i} * DigitWidth, 40, out);
