@@ -82,7 +82,8 @@ public:
           m_blueFirst(IsBlueFirst(to)),
           m_samples(m_sampleCount),
           m_channels(m_width * 3),
-          m_colours(m_width * 3), m_grey(m_width)
+          m_colours(m_width * 3),
+          m_grey(m_width)
     {
     }
 

@@ -6,12 +6,14 @@ namespace TovPixels {
 
 namespace {
 
-// The coefficients are fractions of 2^14; those of grey add up to 1.
+// Weights of the colours in grey, as fractions of 2^16: they add up to 1, so that a sum just fits 32 bits.
+constexpr int GREY_FRACTION = 16;
+constexpr std::uint32_t GREY_R = 19595;
+constexpr std::uint32_t GREY_G = 38470;
+constexpr std::uint32_t GREY_B = 7471;
+// What chroma adds to luma, as fractions of 2^14.
 constexpr int FRACTION = 14;
 constexpr int HALF = 1 << (FRACTION - 1);
-constexpr std::uint32_t GREY_R = 4899;
-constexpr std::uint32_t GREY_G = 9617;
-constexpr std::uint32_t GREY_B = 1868;
 constexpr int R_FROM_V = 22970;
 constexpr int G_FROM_U = -5638;
 constexpr int G_FROM_V = -11700;
@@ -24,7 +26,7 @@ TOV_ALWAYS_INLINE void Grey(T const *__restrict colours, std::size_t width, bool
     std::uint32_t const third = blueFirst ? GREY_R : GREY_B;
     for (std::size_t x = 0; x < width; ++x) {
         std::uint32_t const sum = colours[3 * x] * first + colours[3 * x + 1] * GREY_G + colours[3 * x + 2] * third;
-        grey[x] = T((sum + HALF) >> FRACTION);
+        grey[x] = T((sum + (1u << (GREY_FRACTION - 1))) >> GREY_FRACTION);
     }
 }
 

@@ -235,7 +235,7 @@ TEST(Convert, StripsOfAMosaicJoinWithoutASeam)
 {
     for (std::uint32_t row : {14u, 27u, 49u, 68u})
         for (std::uint32_t to : {std::uint32_t(TV_PIXEL_RGB8), std::uint32_t(TV_PIXEL_RGB12)})
-            ExpectConverted(*TovGetPixelTypeInfoByRow(row - 1), *TovGetPixelTypeInfo(to), 1203, 150, 5);
+            ExpectConverted(*TovGetPixelTypeInfoByRow(row - 1), *TovGetPixelTypeInfo(to), 301, 150, 5);
 }
 
 // What a sensor sees of a plain coloured wall has to come back as that wall.

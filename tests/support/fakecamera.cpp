@@ -611,8 +611,9 @@ FakeDevice::FakeDevice()
     params.SetText("DeviceSerialNumber", "0042");
 }
 
-void FakeDevice::SetParametersReadable(bool readable)
+void FakeDevice::SetParametersReadable(bool readable, std::int32_t error)
 {
+    m_parametersError = error;
     m_readable = readable;
 }
 
@@ -677,7 +678,7 @@ std::int32_t FakeDevice::UnregisterEvent(std::uint32_t id, TovCam::EventCallback
 
 TovCam::ParamArray *FakeDevice::GetCameraParameters(std::int32_t *error)
 {
-    store(error, m_readable ? 0 : TOV_CAM_ERR_GENICAM_TREE);
+    store(error, m_readable ? 0 : m_parametersError.load());
     return m_readable ? &params : nullptr;
 }
 

@@ -199,7 +199,8 @@ public:
     FakeStream stream{script};
     FakeDeviceInfo info;
 
-    void SetParametersReadable(bool readable); // false: GetCameraParameters gives null
+    // With false GetCameraParameters gives null and that error.
+    void SetParametersReadable(bool readable, std::int32_t error = TOV_CAM_ERR_GENICAM_TREE);
     // Calls every subscriber of the event on the calling thread.
     void Emit(std::uint32_t event, void const *data = nullptr, unsigned long size = 0);
     // The camera goes away: event 1004 from a thread of its own. Returns when the callbacks have.
@@ -229,5 +230,6 @@ private:
     mutable std::recursive_mutex m_eventMutex;
     std::vector<Subscription> m_subscriptions; // m_eventMutex
     std::atomic<bool> m_readable{true};
+    std::atomic<std::int32_t> m_parametersError{0};
     std::atomic<int> m_released{0};
 };
