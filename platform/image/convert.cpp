@@ -67,9 +67,11 @@ public:
     {
         bool const raw = IsSameRaw(m_from, m_to);
         if (IsMosaic(m_from) && !raw) {
-            Demosaic<T>(m_from, m_source, m_blueFirst, [this](std::uint32_t y, T const *colours) {
-                WriteColours(colours, m_destination.imageData + y * m_destination.lineStep);
-            });
+            ColourLines const lines{m_destination.imageData, m_destination.lineStep};
+            Demosaic<T>(m_from, m_source, m_blueFirst, BYTES && m_to.channels == 3 ? &lines : nullptr,
+                        [this](std::uint32_t y, T const *colours) {
+                            WriteColours(colours, m_destination.imageData + y * m_destination.lineStep);
+                        });
             return;
         }
         for (std::uint64_t y = 0; y < m_source.height; ++y) {
