@@ -11,7 +11,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -167,16 +169,35 @@ INSTANTIATE_TEST_SUITE_P(
                               "log4cpp.appender.a.layout=BasicLayout\n",
                               true}));
 
-TEST_F(LogConfiguration, OurDefaultFilePrintsWarningsOnStandardError)
+// As it is shipped, and with everything that its comments offer switched on.
+TEST_F(LogConfiguration, OurDefaultFileWritesToStandardErrorAndOnRequestToAFile)
 {
     std::filesystem::copy_file(TOV_LOG_PROPERTY, besideExecutable("tst_tovlog.property"));
     EXPECT_NE(Configure().find("succeeded!"), std::string::npos);
     testing::internal::CaptureStderr();
-    TovLog::Notice("quiet");
-    TovLog::Warning(9, "loud");
+    TovLog::Error(8, "quiet");
+    TovLog::Fatal(9, "loud");
     std::string const output = testing::internal::GetCapturedStderr();
     EXPECT_EQ(output.find("quiet"), std::string::npos);
-    EXPECT_NE(output.find("[WARN] loud, code=9\n"), std::string::npos) << output;
+    EXPECT_NE(output.find("[FATAL] loud, code=9\n"), std::string::npos) << output;
+    log4cpp::Category::shutdown();
+
+    std::filesystem::path const log = besideExecutable("tst_tovlog.log");
+    std::filesystem::remove(log);
+    std::ifstream original(TOV_LOG_PROPERTY);
+    std::string text(std::istreambuf_iterator<char>(original), {});
+    text = std::regex_replace(text, std::regex("#log4cpp"), "log4cpp");
+    text = std::regex_replace(text, std::regex("FATAL, console"), "DEBUG, console, file");
+    text = std::regex_replace(text, std::regex("/tmp/tovscope.log"), log.string());
+    std::ofstream(besideExecutable("tst_tovlog.property")) << text;
+    EXPECT_NE(Configure().find("succeeded!"), std::string::npos);
+    testing::internal::CaptureStderr();
+    TovLog::Debug(7, "detail");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    std::string line;
+    std::getline(std::ifstream(log) >> std::ws, line);
+    EXPECT_NE(line.find(" [DEBUG] detail, code=7"), std::string::npos) << line;
+    std::filesystem::remove(log);
 }
 
 } // namespace
