@@ -395,12 +395,17 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         return;
     }
 
-    if (reason == ReasonLost)
-        ShowCritical(QStringLiteral("Connection to the Camera was lost"));
-    else if (reason == ReasonInvalidState)
-        ShowCritical(QStringLiteral("Connection to the Camera was terminated, because of invalid device state"));
-    if (sender && sender != m_session)
-        return; // closed otherwise while the message was open
+    if (reason == ReasonLost || reason == ReasonInvalidState) {
+        if (m_lossOnScreen)
+            return; // told already
+        m_lossOnScreen = true;
+        ShowCritical(reason == ReasonLost
+                         ? QStringLiteral("Connection to the Camera was lost")
+                         : QStringLiteral("Connection to the Camera was terminated, because of invalid device state"));
+        m_lossOnScreen = false;
+        if (sender && sender != m_session)
+            return; // closed otherwise while the message was open
+    }
 
     ClosePanels();
     if (sender) {

@@ -76,4 +76,5 @@ private:
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them
+    bool m_lossOnScreen = false;                   // the message about a lost camera is open
 };

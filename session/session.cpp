@@ -43,24 +43,6 @@ bool runGuarded(std::function<void()> const &step)
     }
 }
 
-class DepthGuard
-{
-public:
-    explicit DepthGuard(int &depth) : m_depth(depth)
-    {
-        ++m_depth;
-    }
-    ~DepthGuard()
-    {
-        --m_depth;
-    }
-    DepthGuard(DepthGuard const &) = delete;
-    DepthGuard &operator=(DepthGuard const &) = delete;
-
-private:
-    int &m_depth;
-};
-
 } // namespace
 
 unsigned char Session::s_CompID = 0;
@@ -99,10 +81,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
 Session::~Session()
 {
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
-    if (m_enginesStarted) {
-        for (auto const &step : StopSteps())
-            runGuarded(step);
-    }
+    StopWhatStillRuns();
     m_window->RemoveDisplayWidget(m_display.get());
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
@@ -245,11 +224,6 @@ SessionState Session::GetState() const
     return m_state;
 }
 
-bool Session::IsInAction() const
-{
-    return m_actionDepth > 0;
-}
-
 TovCam::Device *Session::GetDevice() const
 {
     return m_device;
@@ -313,12 +287,21 @@ std::array<std::function<void()>, 5> Session::StopSteps()
     };
 }
 
+// After an exception has cut a stop short, or when the session goes without having been stopped.
+void Session::StopWhatStillRuns()
+{
+    if (!m_enginesStarted)
+        return;
+    for (auto const &step : StopSteps())
+        runGuarded(step);
+    m_enginesStarted = false;
+}
+
 void Session::enterIdle()
 {
-    DepthGuard const depth(m_actionDepth);
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
         try {
-            // An exception skips the rest; what then still runs is stopped by the destructor at the latest.
+            // An exception skips the rest; what then still runs is stopped before the next start or the end.
             for (auto const &step : StopSteps())
                 step();
             m_enginesStarted = false;
@@ -368,8 +351,8 @@ void Session::RecoverFromFailedStart()
 
 void Session::enterAcquisition()
 {
-    DepthGuard const depth(m_actionDepth);
     if (m_state == SessionStateIdle) {
+        StopWhatStillRuns();
         m_enginesStarted = true;
         try {
             StartAcquisition();
@@ -391,7 +374,6 @@ void Session::exitAcquisition()
 
 void Session::enterCapturing()
 {
-    DepthGuard const depth(m_actionDepth);
     try {
         if (RigTestPlugin *const plugin = GetRigTest())
             plugin->OnStartCapturing();
@@ -412,7 +394,6 @@ void Session::exitCapturing()
 
 void Session::enterDisconnected()
 {
-    DepthGuard const depth(m_actionDepth);
     enterIdle();
     m_grabber->SetState(SessionStateDisconnected);
     m_state = SessionStateDisconnected;

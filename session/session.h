@@ -2,8 +2,8 @@
 // and stop mean in which order; a failing engine becomes a signal, never an exception out of the machine.
 //
 // The machine starts on the next pass of the event loop. signalCameraStateDisconnected ends it within its emission,
-// with everything stopped, unless it is emitted from inside one of the machine's actions: IsInAction tells. The session
-// must not be deleted then either.
+// with everything stopped, unless it is emitted from inside one of the machine's actions; neither may the session be
+// deleted from there.
 //
 // Threads: the GUI thread, except for CameraDisconnectCallback, which comes on a thread of the camera library and only
 // emits a signal.
@@ -40,7 +40,6 @@ public:
     TovComponent *GetDisplay();
     DisplayView *GetDisplayView();
     SessionState GetState() const; // all ones until the machine has entered Idle
-    bool IsInAction() const;
     TovCam::Device *GetDevice() const;
     QSettings *GetSettings() const;
     QString const &GetSettingsName() const;
@@ -88,6 +87,7 @@ private:
     void StartAcquisition(); // throws at the first step that fails
     void RecoverFromFailedStart();
     std::array<std::function<void()>, 5> StopSteps();
+    void StopWhatStillRuns();
 
     static unsigned char s_CompID;
 
@@ -104,7 +104,6 @@ private:
     QString m_displayName;
     QString m_interfaceDescription;
     bool m_enginesStarted = false; // from the first step of a start until a stop has gone through whole
-    int m_actionDepth = 0;         // of the machine's actions on the stack
     bool m_enableLog = false;
     bool m_logControl = false;
     bool m_logStream = false;

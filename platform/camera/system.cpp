@@ -56,6 +56,10 @@ public:
     SystemImpl()
     {
         // The order of the list: what is plugged in comes before what is simulated.
+        if (IsBackendWanted("gige"))
+            m_backends.push_back(MakeAravisBackend(TovCam::InterfaceKindGigEVision));
+        if (IsBackendWanted("usb3"))
+            m_backends.push_back(MakeAravisBackend(TovCam::InterfaceKindUSB3Vision));
         if (IsBackendWanted("sim"))
             m_backends.push_back(MakeSimBackend());
     }

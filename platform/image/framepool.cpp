@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <limits>
 #include <mutex>
 #include <new>
 #include <vector>
@@ -29,6 +28,9 @@ constexpr std::size_t KEEP_BLOCKS = 128;
 // From here on large pages pay: a 37 MB frame is 18 of them, or 9,000 small ones.
 constexpr std::size_t HUGE_PAGE = 2u << 20;
 constexpr std::size_t HUGE_FROM = 2 * HUGE_PAGE;
+
+// No frame comes near; a size beyond is a mistake in somebody's arithmetic.
+constexpr std::size_t LARGEST = std::size_t(1) << 36;
 
 // Stands in front of the memory handed out.
 struct alignas(ALIGNMENT) Block
@@ -120,7 +122,7 @@ Block *NewBlock(std::size_t capacity)
 
 void *TovAllocFrameMemory(std::size_t size)
 {
-    if (size > std::numeric_limits<std::size_t>::max() / 2)
+    if (size > LARGEST)
         return nullptr;
     Block *block = size >= POOLED_FROM ? Pool().Take(size) : nullptr;
     if (!block) {

@@ -6,12 +6,14 @@ namespace TovPixels {
 
 namespace {
 
-// The coefficients are fractions of 2^14; those of grey add up to 1.
+// Weights of the colours in grey, as fractions of 2^16: they add up to 1, so that a sum just fits 32 bits.
+constexpr int GREY_FRACTION = 16;
+constexpr std::uint32_t GREY_R = 19595;
+constexpr std::uint32_t GREY_G = 38470;
+constexpr std::uint32_t GREY_B = 7471;
+// What chroma adds to luma, as fractions of 2^14.
 constexpr int FRACTION = 14;
 constexpr int HALF = 1 << (FRACTION - 1);
-constexpr std::uint32_t GREY_R = 4899;
-constexpr std::uint32_t GREY_G = 9617;
-constexpr std::uint32_t GREY_B = 1868;
 constexpr int R_FROM_V = 22970;
 constexpr int G_FROM_U = -5638;
 constexpr int G_FROM_V = -11700;
@@ -24,7 +26,7 @@ TOV_ALWAYS_INLINE void Grey(T const *__restrict colours, std::size_t width, bool
     std::uint32_t const third = blueFirst ? GREY_R : GREY_B;
     for (std::size_t x = 0; x < width; ++x) {
         std::uint32_t const sum = colours[3 * x] * first + colours[3 * x + 1] * GREY_G + colours[3 * x + 2] * third;
-        grey[x] = T((sum + HALF) >> FRACTION);
+        grey[x] = T((sum + (1u << (GREY_FRACTION - 1))) >> GREY_FRACTION);
     }
 }
 
@@ -47,6 +49,41 @@ TOV_ALWAYS_INLINE void Swap(T const *__restrict in, std::size_t width, T *__rest
         out[Channels * x + 2] = in[Channels * x];
         if constexpr (Channels == 4)
             out[Channels * x + 3] = in[Channels * x + 3];
+    }
+}
+
+template<class T, std::size_t Luma>
+TOV_ALWAYS_INLINE void SplitPairs(T const *__restrict samples, std::size_t width, unsigned depth, T *__restrict y)
+{
+    T *u = y + width;
+    T *v = u + width;
+    for (std::size_t pair = 0; pair < width / 2; ++pair) {
+        T const *four = samples + 4 * pair;
+        y[2 * pair] = four[Luma];
+        y[2 * pair + 1] = four[Luma + 2];
+        u[2 * pair] = u[2 * pair + 1] = four[1 - Luma];
+        v[2 * pair] = v[2 * pair + 1] = four[3 - Luma];
+    }
+    if (width % 2) {
+        std::size_t const x = width - 1;
+        y[x] = samples[2 * x + Luma];
+        u[x] = samples[2 * x + 1 - Luma];
+        v[x] = x ? v[x - 1] : T(1u << (depth - 1));
+    }
+}
+
+template<class T>
+TOV_ALWAYS_INLINE void Split(T const *__restrict samples, std::size_t width, unsigned depth, YuvOrder order,
+                             T *__restrict channels)
+{
+    if (order == YuvOrder::YUYV)
+        return SplitPairs<T, 0>(samples, width, depth, channels);
+    if (order == YuvOrder::UYVY)
+        return SplitPairs<T, 1>(samples, width, depth, channels);
+    for (std::size_t x = 0; x < width; ++x) {
+        channels[x] = samples[4 * x];
+        channels[width + x] = samples[4 * x + 1];
+        channels[2 * width + x] = samples[4 * x + 2];
     }
 }
 
@@ -90,6 +127,18 @@ TOV_CPU_CLONES void ColoursOfGrey(std::uint8_t const *grey, std::size_t width, s
 TOV_CPU_CLONES void ColoursOfGrey(std::uint16_t const *grey, std::size_t width, std::uint16_t *colours)
 {
     Spread(grey, width, colours);
+}
+
+TOV_CPU_CLONES void SplitYuv(std::uint8_t const *samples, std::size_t width, unsigned depth, YuvOrder order,
+                             std::uint8_t *channels)
+{
+    Split(samples, width, depth, order, channels);
+}
+
+TOV_CPU_CLONES void SplitYuv(std::uint16_t const *samples, std::size_t width, unsigned depth, YuvOrder order,
+                             std::uint16_t *channels)
+{
+    Split(samples, width, depth, order, channels);
 }
 
 TOV_CPU_CLONES void ColoursOfYuv(std::uint8_t const *channels, std::size_t width, unsigned depth, bool blueFirst,

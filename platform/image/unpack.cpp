@@ -158,14 +158,21 @@ struct Form
     }
 };
 
+// Output may stand anywhere in memory: an attribute of a type does not reach through a template's argument.
+template<class Out>
+TOV_ALWAYS_INLINE void Put(Out sample, std::uint8_t *out)
+{
+    std::memcpy(out, &sample, sizeof sample);
+}
+
 template<class F, class Out>
-TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, std::size_t count, Out *out)
+TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, std::size_t count, std::uint8_t *out)
 {
     constexpr unsigned SHIFT = sizeof(Out) == 1 ? F::DEPTH - 8 : 0;
     std::size_t i = first;
     std::size_t const end = first + count;
-    for (; i < end && i % F::GROUP != 0; ++i)
-        *out++ = Out(F::Sample(line, i) >> SHIFT);
+    for (; i < end && i % F::GROUP != 0; ++i, out += sizeof(Out))
+        Put(Out(F::Sample(line, i) >> SHIFT), out);
 
     // A step reads its last sixteen bytes from where its last eight samples begin.
     constexpr std::size_t STEP = sizeof(Out) == 1 ? 2 * LANES : LANES;
@@ -180,7 +187,7 @@ TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, s
         steps = (bytes - STEP_READS) / STEP_BYTES + 1;
     i += steps * STEP;
 #pragma GCC unroll 4
-    for (; steps != 0; --steps, from += STEP_BYTES, out += STEP) {
+    for (; steps != 0; --steps, from += STEP_BYTES, out += STEP * sizeof(Out)) {
         if constexpr (sizeof(Out) == 1) {
             Bytes const step = F::HighBytes(from);
             std::memcpy(out, &step, sizeof step);
@@ -189,25 +196,25 @@ TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, s
             std::memcpy(out, &step, sizeof step);
         }
     }
-    for (; i < end; ++i)
-        *out++ = Out(F::Sample(line, i) >> SHIFT);
+    for (; i < end; ++i, out += sizeof(Out))
+        Put(Out(F::Sample(line, i) >> SHIFT), out);
 }
 
 // `packing` and `depth` are one of the six packed forms.
 template<class Out>
 TOV_ALWAYS_INLINE void UnpackAny(TovPacking packing, unsigned depth, std::uint8_t const *line, std::size_t first,
-                                 std::size_t count, Out *out)
+                                 std::size_t count, std::uint8_t *out)
 {
     bool const ten = depth == 10;
     if (packing == TOV_PACKED_GEV)
-        ten ? UnpackForm<Form<TOV_PACKED_GEV, 10>>(line, first, count, out)
-            : UnpackForm<Form<TOV_PACKED_GEV, 12>>(line, first, count, out);
+        ten ? UnpackForm<Form<TOV_PACKED_GEV, 10>, Out>(line, first, count, out)
+            : UnpackForm<Form<TOV_PACKED_GEV, 12>, Out>(line, first, count, out);
     else if (packing == TOV_PACKED_P)
-        ten ? UnpackForm<Form<TOV_PACKED_P, 10>>(line, first, count, out)
-            : UnpackForm<Form<TOV_PACKED_P, 12>>(line, first, count, out);
+        ten ? UnpackForm<Form<TOV_PACKED_P, 10>, Out>(line, first, count, out)
+            : UnpackForm<Form<TOV_PACKED_P, 12>, Out>(line, first, count, out);
     else
-        ten ? UnpackForm<Form<TOV_PACKED_WEFT, 10>>(line, first, count, out)
-            : UnpackForm<Form<TOV_PACKED_WEFT, 12>>(line, first, count, out);
+        ten ? UnpackForm<Form<TOV_PACKED_WEFT, 10>, Out>(line, first, count, out)
+            : UnpackForm<Form<TOV_PACKED_WEFT, 12>, Out>(line, first, count, out);
 }
 
 template<unsigned Shift>
@@ -229,13 +236,13 @@ bool IsBytes(TovPixelTypeInfo const &info)
 TOV_CPU_CLONES void UnpackPacked16(TovPacking packing, unsigned depth, std::uint8_t const *line, std::size_t first,
                                    std::size_t count, Sample16 *samples)
 {
-    UnpackAny(packing, depth, line, first, count, samples);
+    UnpackAny<std::uint16_t>(packing, depth, line, first, count, reinterpret_cast<std::uint8_t *>(samples));
 }
 
 TOV_CPU_CLONES void UnpackPacked8(TovPacking packing, unsigned depth, std::uint8_t const *line, std::size_t first,
                                   std::size_t count, std::uint8_t *samples)
 {
-    UnpackAny(packing, depth, line, first, count, samples);
+    UnpackAny<std::uint8_t>(packing, depth, line, first, count, samples);
 }
 
 TOV_CPU_CLONES void NarrowSamples(unsigned depth, Sample16 const *in, std::size_t count, std::uint8_t *out)

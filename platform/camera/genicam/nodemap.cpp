@@ -147,6 +147,23 @@ std::int32_t CheckWritable(ArvGcFeatureNode *node)
 
 struct NodeMap::Impl
 {
+    // The device's lock for the time of one call, and whether the camera may be asked at all.
+    struct Hold
+    {
+        explicit Hold(Impl &map) : map(map), lock(map.access)
+        {
+            if (map.depth++ == 0 && map.gate)
+                map.refusal = map.gate->Enter();
+        }
+        ~Hold()
+        {
+            if (--map.depth == 0 && map.gate)
+                map.gate->Leave();
+        }
+        Impl &map;
+        std::lock_guard<std::recursive_mutex> lock;
+    };
+
     class Integer final : public TovCam::IntParam
     {
     public:
@@ -173,11 +190,16 @@ struct NodeMap::Impl
     private:
         std::int64_t Bound(gint64 (*get)(ArvGcInteger *, GError **), std::int32_t *error)
         {
-            std::lock_guard<std::recursive_mutex> lock(m_map.access);
+            Hold const hold(m_map);
             ErrorSlot slot;
-            std::int64_t const value = get(ARV_GC_INTEGER(m_node), slot);
-            Store(error, slot.Status());
-            return slot.Status() == TOV_CAM_ERR_OK ? value : 0;
+            std::int32_t status = m_map.refusal;
+            std::int64_t value = 0;
+            if (status == TOV_CAM_ERR_OK) {
+                value = get(ARV_GC_INTEGER(m_node), slot);
+                status = slot.Status();
+            }
+            Store(error, status);
+            return status == TOV_CAM_ERR_OK ? value : 0;
         }
 
         Impl &m_map;
@@ -196,9 +218,9 @@ struct NodeMap::Impl
         }
         char const *GetValue(std::int32_t *error) override
         {
-            std::lock_guard<std::recursive_mutex> lock(m_map.access);
+            Hold const hold(m_map);
             ErrorSlot slot;
-            std::int32_t status = CheckReadable(m_node);
+            std::int32_t status = m_map.CheckReadable(m_node);
             char const *text = nullptr;
             if (status == TOV_CAM_ERR_OK) {
                 text = arv_gc_string_get_value(ARV_GC_STRING(m_node), slot);
@@ -270,6 +292,10 @@ struct NodeMap::Impl
         result = status != TOV_CAM_ERR_OK ? status : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
         if (!genicam || !name)
             return nullptr;
+        if (refusal != TOV_CAM_ERR_OK) {
+            result = refusal;
+            return nullptr;
+        }
         ArvGcNode *const node = arv_gc_get_node(genicam, name);
         if (!ARV_IS_GC_FEATURE_NODE(node))
             return nullptr;
@@ -295,7 +321,7 @@ struct NodeMap::Impl
     P *GetParam(std::map<std::string, std::unique_ptr<P>, std::less<>> &params, char const *name, NodeType type,
                 std::int32_t *error)
     {
-        std::lock_guard<std::recursive_mutex> lock(access);
+        Hold const hold(*this);
         std::int32_t result;
         ArvGcFeatureNode *const node = Find(name, type, result);
         Store(error, result);
@@ -311,7 +337,7 @@ struct NodeMap::Impl
     template<class Write>
     std::int32_t WriteNode(char const *name, NodeType type, Write write)
     {
-        std::lock_guard<std::recursive_mutex> lock(access);
+        Hold const hold(*this);
         std::int32_t result;
         ArvGcFeatureNode *const node = Find(name, type, result);
         if (!node)
@@ -326,7 +352,7 @@ struct NodeMap::Impl
 
     std::int64_t ReadInteger(ArvGcFeatureNode *node, std::int32_t *error)
     {
-        std::lock_guard<std::recursive_mutex> lock(access);
+        Hold const hold(*this);
         ErrorSlot slot;
         std::int64_t value = 0;
         std::int32_t result = CheckReadable(node);
@@ -340,7 +366,7 @@ struct NodeMap::Impl
 
     char const *ReadEnumeration(ArvGcFeatureNode *node, std::int32_t *error)
     {
-        std::lock_guard<std::recursive_mutex> lock(access);
+        Hold const hold(*this);
         ErrorSlot slot;
         char const *text = nullptr;
         std::int32_t result = CheckReadable(node);
@@ -355,7 +381,16 @@ struct NodeMap::Impl
         return result == TOV_CAM_ERR_OK ? texts.emplace(text).first->c_str() : nullptr;
     }
 
+    // With the lock held.
+    std::int32_t CheckReadable(ArvGcFeatureNode *node) const
+    {
+        return refusal != TOV_CAM_ERR_OK ? refusal : ::CheckReadable(node);
+    }
+
     std::recursive_mutex &access; // guards everything below
+    AccessGate *gate = nullptr;
+    int depth = 0;                         // of calls that hold the lock
+    std::int32_t refusal = TOV_CAM_ERR_OK; // what the gate said to the outermost call
     ArvGc *genicam = nullptr;
     std::int32_t status = TOV_CAM_ERR_OK;
     std::map<std::string, std::unique_ptr<Integer>, std::less<>> integers;
@@ -377,9 +412,15 @@ std::int32_t NodeMap::GetStatus() const
 
 bool NodeMap::HasNode(char const *name)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_impl->access);
+    Impl::Hold const hold(*m_impl);
     std::int32_t result;
     return m_impl->Find(name, result) != nullptr;
+}
+
+void NodeMap::SetGate(AccessGate *gate)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_impl->access);
+    m_impl->gate = gate;
 }
 
 TovCam::EnumParam *NodeMap::GetEnum(char const *name, std::int32_t *error)
@@ -399,7 +440,7 @@ TovCam::StringParam *NodeMap::GetString(char const *name, std::int32_t *error)
 
 char const *NodeMap::GetEnumValueStr(char const *name, std::int32_t *error)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_impl->access);
+    Impl::Hold const hold(*m_impl);
     std::int32_t result;
     ArvGcFeatureNode *const node = m_impl->Find(name, NodeType::Enumeration, result);
     if (node)
@@ -427,7 +468,7 @@ std::int32_t NodeMap::SetIntegerValue(char const *name, std::int64_t value)
 
 std::int64_t NodeMap::GetIntegerValue(char const *name, std::int32_t *error)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_impl->access);
+    Impl::Hold const hold(*m_impl);
     std::int32_t result;
     ArvGcFeatureNode *const node = m_impl->Find(name, NodeType::Integer, result);
     if (node)
@@ -476,7 +517,7 @@ std::int32_t NodeMap::SetFloatValue(char const *name, double value)
 
 double NodeMap::GetFloatValue(char const *name, std::int32_t *error)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_impl->access);
+    Impl::Hold const hold(*m_impl);
     std::int32_t result;
     ArvGcFeatureNode *const node = m_impl->Find(name, NodeType::Float, result);
     double value = 0.0;

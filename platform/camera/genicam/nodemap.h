@@ -13,6 +13,18 @@
 // Statuses of a GError from ArvGc or from register access.
 std::int32_t StatusFromError(GError const *error);
 
+// Asked around every access, where a camera may be gone and each request to it would wait for seconds. Called with the
+// device's lock held.
+class AccessGate
+{
+public:
+    virtual std::int32_t Enter() = 0; // 0, or the status with which the access is refused unasked
+    virtual void Leave() = 0;         // after every Enter
+
+protected:
+    ~AccessGate() = default;
+};
+
 // Written once for every kind of camera. Any thread: each call takes the device's lock.
 class NodeMap final : public TovCam::ParamArray
 {
@@ -23,6 +35,8 @@ public:
     // 0, or why there is no usable node map (TOV_CAM_ERR_GENICAM_TREE for broken XML).
     std::int32_t GetStatus() const;
     bool HasNode(char const *name);
+    // Set before the map is handed out; outlives it.
+    void SetGate(AccessGate *gate);
 
     TovCam::EnumParam *GetEnum(char const *name, std::int32_t *error) override;
     TovCam::IntParam *GetInt(char const *name, std::int32_t *error) override;

@@ -1,0 +1,88 @@
+# Shell functions of ./run, ./test and .ci/run: packages and builds. Sourced; `top` is the project's folder.
+
+# Names of Debian 12 and Ubuntu 22.04, 24.04. "a|b": either will do, the first one that can be had is installed.
+packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev libopencv-imgproc-dev liblog4cpp5-dev
+    libaravis-dev libusb-1.0-0-dev"
+packages_headless="xvfb openbox fonts-dejavu-core"
+packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick"
+packages_ci="clang-format-14|clang-format"
+
+say() {
+    printf '%s: %s\n' "$(basename "$0")" "$*"
+}
+
+# have PACKAGE: it is installed
+have() {
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# need PACKAGE...: installs what is missing. Where that cannot be done it says so and goes on: the machine may hold the
+# same things under other names, and the configuration finds out.
+need() {
+    local wanted name found distribution root=() missing=() names=()
+    distribution=$(. /etc/os-release 2>/dev/null && echo "${ID:-} ${VERSION_ID:-}")
+    case $distribution in
+    "debian 12" | "ubuntu 22.04" | "ubuntu 24.04") ;;
+    *)
+        say "this system (${distribution:-unknown}) is set up by hand. Needed, by the names of Debian 12:" "$@"
+        return 0
+        ;;
+    esac
+    for wanted in "$@"; do
+        found=
+        for name in ${wanted//|/ }; do
+            if have "$name"; then found=$name; fi
+        done
+        [ -n "$found" ] || missing+=("$wanted")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" != 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            say "neither root nor sudo; please install:" "${missing[@]}"
+            return 0
+        fi
+        root=(sudo)
+        [ -t 0 ] || root=(sudo -n)
+    fi
+    root+=(env DEBIAN_FRONTEND=noninteractive)
+    say "installing" "${missing[@]}"
+    "${root[@]}" apt-get update -qq -o DPkg::Lock::Timeout=300 </dev/null || say "apt-get update failed; going on"
+    for wanted in "${missing[@]}"; do
+        found=${wanted%%|*}
+        for name in ${wanted//|/ }; do
+            if apt-cache show "$name" >/dev/null 2>&1; then
+                found=$name
+                break
+            fi
+        done
+        names+=("$found")
+    done
+    "${root[@]}" apt-get install -y -qq --no-install-recommends -o DPkg::Lock::Timeout=300 "${names[@]}" \
+        </dev/null >"$setup_log" 2>&1 || {
+        tail -n 20 "$setup_log" >&2
+        say "apt-get could not install" "${names[@]}"
+        say "going on with what is there"
+    }
+}
+
+# build PRESET [CMAKE-OPTION...] [-- TARGET...]: configures where that has not been done, and builds.
+build() {
+    local preset=$1 options=() folder
+    shift
+    while [ $# -gt 0 ] && [ "$1" != -- ]; do
+        options+=("$1")
+        shift
+    done
+    [ $# -eq 0 ] || shift
+    folder=$top/build/$preset
+    if [ -z "${CMAKE_CXX_COMPILER_LAUNCHER:-}" ] && command -v ccache >/dev/null; then
+        export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+    fi
+    if [ ${#options[@]} -gt 0 ] || [ ! -f "$folder/build.ninja" ] || [ "$top/CMakePresets.json" -nt "$folder/build.ninja" ]; then
+        (cd "$top" && cmake --preset "$preset" "${options[@]}") || return
+    fi
+    cmake --build "$folder" ${1:+--target "$@"}
+}
+
+setup_log=$(mktemp)
+trap 'rm -f "$setup_log"' EXIT

@@ -1,0 +1,261 @@
+#include "aravisdevice.h"
+
+#include "aravisstream.h"
+#include "gvcp.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// What a healthy camera needs to be closed is far below it.
+constexpr auto ClosePatience = 1000ms;
+// An access that takes longer has seen unanswered requests.
+constexpr auto SlowAccess = 900ms;
+
+// Frames over loopback come from a program, not through a network whose packets have to stay small.
+constexpr guint LoopbackPacketSize = 8192;
+
+bool IsLoopback(ArvGvDevice *device)
+{
+    GSocketAddress *const address = arv_gv_device_get_interface_address(device);
+    return g_inet_address_get_is_loopback(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address)));
+}
+
+} // namespace
+
+// ---- Reachability ------------------------------------------------------------------------------------------------
+
+Reachability::Reachability(std::string address) : m_address(std::move(address))
+{
+}
+
+std::int32_t Reachability::Enter()
+{
+    if (IsLost())
+        return TOV_CAM_ERR_NO_DEVICE;
+    if (m_closing) {
+        if (!m_closing->IsDone())
+            return TOV_CAM_ERR_NO_DEVICE;
+        m_closing.reset();
+        m_suspect = !m_address.empty();
+    }
+    if (m_suspect) {
+        std::uint32_t value;
+        if (!GvcpClient(m_address).ReadRegister(GvcpControlChannelPrivilege, value))
+            return TOV_CAM_ERR_NO_DEVICE;
+        m_suspect = false;
+    }
+    m_entered = std::chrono::steady_clock::now();
+    return TOV_CAM_ERR_OK;
+}
+
+void Reachability::Leave()
+{
+    if (!m_address.empty() && std::chrono::steady_clock::now() - m_entered > SlowAccess)
+        m_suspect = true;
+}
+
+void Reachability::SetLost()
+{
+    m_lost.store(true, std::memory_order_relaxed);
+}
+
+bool Reachability::IsLost() const
+{
+    return m_lost.load(std::memory_order_relaxed);
+}
+
+void Reachability::SetClosing(std::shared_ptr<BackgroundJob const> job)
+{
+    m_closing = std::move(job);
+}
+
+// ---- AravisDevice ------------------------------------------------------------------------------------------------
+
+// What the thread that reports a loss knows of the device, which may be released meanwhile.
+struct AravisDevice::LossRelay
+{
+    std::mutex mutex; // guards the rest
+    std::condition_variable idle;
+    AravisDevice *device = nullptr;
+    std::thread::id inside; // the thread in OnControlLost
+
+    static void Notify(std::shared_ptr<LossRelay> const &relay)
+    {
+        std::unique_lock<std::mutex> lock(relay->mutex);
+        relay->idle.wait(lock, [&relay] { return relay->inside == std::thread::id(); });
+        if (!relay->device)
+            return;
+        relay->inside = std::this_thread::get_id();
+        lock.unlock();
+        relay->device->OnControlLost();
+        lock.lock();
+        relay->inside = {};
+        relay->idle.notify_all();
+    }
+    static void OnSignal(ArvDevice *, gpointer relay)
+    {
+        Notify(*static_cast<std::shared_ptr<LossRelay> *>(relay));
+    }
+    static void Forget(gpointer relay, GClosure *)
+    {
+        delete static_cast<std::shared_ptr<LossRelay> *>(relay);
+    }
+};
+
+AravisDevice::AravisDevice(ArvDevice *device, DeviceInfoImpl *info, std::string const &address)
+    : DeviceBase(device, info),
+      m_reachability(address),
+      m_relay(std::make_shared<LossRelay>())
+{
+    m_nodes.SetGate(&m_reachability);
+    if (m_nodes.GetStatus() == TOV_CAM_ERR_OK)
+        Negotiate();
+    m_stream = std::make_unique<AravisStream>(m_device, m_access, m_reachability);
+    m_relay->device = this;
+    m_lossHandler = g_signal_connect_data(m_device, "control-lost", G_CALLBACK(LossRelay::OnSignal),
+                                          new std::shared_ptr<LossRelay>(m_relay), LossRelay::Forget, GConnectFlags(0));
+}
+
+AravisDevice::~AravisDevice() = default;
+
+void AravisDevice::Negotiate()
+{
+    if (!ARV_IS_GV_DEVICE(m_device))
+        return;
+    ArvGvDevice *const camera = ARV_GV_DEVICE(m_device);
+    std::lock_guard<std::recursive_mutex> lock(m_access);
+    // A camera that cannot do it keeps its packet size.
+    if (IsLoopback(camera)) {
+        // A privileged process would otherwise take a packet socket, which hears nothing there.
+        arv_gv_device_set_stream_options(camera, ARV_GV_STREAM_OPTION_PACKET_SOCKET_DISABLED);
+        arv_gv_device_set_packet_size(camera, LoopbackPacketSize, nullptr);
+    } else {
+        arv_gv_device_auto_packet_size(camera, nullptr);
+    }
+}
+
+void AravisDevice::OnControlLost()
+{
+    m_reachability.SetLost();
+    m_info->access.store(TovCam::DeviceInfo::AccessUnknown, std::memory_order_relaxed);
+    m_events.Emit(TovCam::EventConnectionLost, nullptr, 0);
+}
+
+void AravisDevice::Release()
+{
+    {
+        std::unique_lock<std::mutex> lock(m_relay->mutex);
+        if (m_relay->inside == std::this_thread::get_id()) {
+            // From the callback itself: the thread it runs on could neither be waited for nor end the device.
+            lock.unlock();
+            Background::Run([this] { Release(); }, 0ms);
+            return;
+        }
+        m_relay->idle.wait(lock, [this] { return m_relay->inside == std::thread::id(); });
+        m_relay->device = nullptr;
+    }
+    g_signal_handler_disconnect(m_device, m_lossHandler);
+    EndEvents();
+    m_stream->Close();
+    // The last reference goes where nobody waits for a camera that is gone.
+    auto *const device = static_cast<ArvDevice *>(g_object_ref(m_device));
+    if (!m_reachability.IsLost())
+        m_info->access.store(TovCam::DeviceInfo::AccessFree, std::memory_order_relaxed);
+    delete this;
+    Background::Run([device] { g_object_unref(device); }, ClosePatience);
+}
+
+TovCam::Stream *AravisDevice::GetStreamByIndex(std::uint32_t index)
+{
+    return index == 0 ? m_stream.get() : nullptr;
+}
+
+std::int32_t AravisDevice::RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user)
+{
+    // Aravis shows no packets.
+    if (id == TovCam::EventControlChannel || id == TovCam::EventStreamChannel || id == TovCam::EventEventChannel)
+        return TOV_CAM_ERR_INVALID_STATE;
+    std::int32_t const status = DeviceBase::RegisterEvent(id, callback, user);
+    // A camera that was lost before somebody listened is reported to him all the same.
+    if (status == TOV_CAM_ERR_OK && m_reachability.IsLost())
+        Background::Run([relay = m_relay] { LossRelay::Notify(relay); }, 0ms);
+    return status;
+}
+
+std::int32_t AravisDevice::ReadRegister(std::uint64_t address, void *buffer, std::size_t size)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_access);
+    std::int32_t status = m_reachability.Enter();
+    if (status == TOV_CAM_ERR_OK)
+        status = DeviceBase::ReadRegister(address, buffer, size);
+    m_reachability.Leave();
+    return status;
+}
+
+bool AravisDevice::CanServe(std::uint32_t eventId) const
+{
+    return eventId == TovCam::EventConnectionLost;
+}
+
+// ---- A camera without a description --------------------------------------------------------------------------------
+
+namespace {
+
+class UndescribedDevice final : public TovCam::Device
+{
+public:
+    UndescribedDevice(DeviceInfoImpl *info, std::int32_t status) : m_info(info), m_status(status)
+    {
+    }
+    void Release() override
+    {
+        delete this;
+    }
+    TovCam::Stream *GetStreamByIndex(std::uint32_t) override
+    {
+        return nullptr;
+    }
+    TovCam::DeviceInfo *GetDeviceInfo() override
+    {
+        return m_info;
+    }
+    std::int32_t RegisterEvent(std::uint32_t, TovCam::EventCallback, void *) override
+    {
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+    std::int32_t UnregisterEvent(std::uint32_t, TovCam::EventCallback, void *) override
+    {
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+    TovCam::ParamArray *GetCameraParameters(std::int32_t *error) override
+    {
+        if (error)
+            *error = m_status;
+        return nullptr;
+    }
+    std::int32_t ReadRegister(std::uint64_t, void *, std::size_t) override
+    {
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+    std::int32_t SaveConfiguration(char const *) override
+    {
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+    std::int32_t LoadConfiguration(char const *) override
+    {
+        return TOV_CAM_ERR_INVALID_STATE;
+    }
+
+private:
+    SystemHold m_hold; // keeps the camera's information alive
+    DeviceInfoImpl *const m_info;
+    std::int32_t const m_status;
+};
+
+} // namespace
+
+TovCam::Device *MakeUndescribedDevice(DeviceInfoImpl *info, std::int32_t status)
+{
+    return new UndescribedDevice(info, status);
+}

@@ -1,0 +1,79 @@
+// The frames of a real camera: an ArvStream whose buffers wrap pooled memory of ours.
+#pragma once
+
+#include "aravisdevice.h"
+#include "frameids.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+struct TovPixelTypeInfo;
+
+class AravisStream final : public TovCam::Stream
+{
+public:
+    // All of them outlive the stream.
+    AravisStream(ArvDevice *device, std::recursive_mutex &access, Reachability &reachability);
+    ~AravisStream();
+
+    std::int32_t QueueBuffer(TovCam::Buffer *buffer) override;
+    TovCam::Buffer *GetBuffer(std::uint32_t timeout, std::int32_t *error) override;
+    void CancelGetBuffer() override;
+    std::int32_t StartAcquisition(std::int64_t frames, std::uint32_t flags) override;
+    std::int32_t StopAcquisition(std::uint32_t flags) override;
+    std::int32_t AllocBufferQueue(void *context, std::uint32_t count) override;
+    std::int32_t ReleaseBufferQueue() override;
+
+    // Stops and frees everything, buffers that were not given back included.
+    void Close();
+
+private:
+    class Frame;
+    // What a frame of the announced format looks like, and what one may differ in.
+    struct Shape
+    {
+        std::uint32_t width = 0;
+        std::uint32_t height = 0;
+        std::uint32_t pfnc = 0;
+        std::uint32_t linePadding = 0; // bytes behind each line
+        bool operator==(Shape const &other) const = default;
+    };
+    // Shared with the thread of the ArvStream.
+    struct Arrival
+    {
+        std::mutex mutex; // guards the rest
+        std::condition_variable changed;
+        bool arrived = false; // a frame came since somebody last looked
+        bool waiting = false;
+        bool cancelled = false;
+        static void OnNewBuffer(ArvStream *, gpointer arrival);
+        static void Forget(gpointer arrival, GClosure *);
+    };
+
+    std::int32_t ReadFormat(Shape &shape, std::size_t &payload, std::uint64_t &tickFrequency);
+    std::int32_t CreateStream(std::size_t payload);
+    // Sends the ArvStream and the buffers off; the device's lock is held.
+    void Dispose();
+    void RecycleFilled();
+    Frame *Describe(ArvBuffer *buffer);
+
+    ArvDevice *const m_device;
+    std::recursive_mutex &m_access;
+    Reachability &m_reachability;
+
+    // Set by the thread that controls the acquisition while nobody is in GetBuffer.
+    ArvStream *m_stream = nullptr;
+    std::vector<std::unique_ptr<Frame>> m_frames;
+    Shape m_shape;
+    std::uint64_t m_tickFrequency = 0;
+    std::shared_ptr<BackgroundJob const> m_disposal; // of the last queue
+    FrameIdCounter m_frameIds;                       // and by the thread in GetBuffer
+    std::int64_t m_framesLeft = -1;                  // the same; -1 is endless
+
+    std::shared_ptr<Arrival> const m_arrival = std::make_shared<Arrival>();
+    std::atomic<bool> m_started{false};
+    std::atomic<std::uint32_t> m_held{0}; // frames between GetBuffer and QueueBuffer
+};

@@ -1,0 +1,15 @@
+# Writes OUTPUT, a C++ source that holds the XML files NAMES of DIRECTORY. A line "<!-- @include file@ -->" stands for
+# that file, and ENDIAN_<name> says what replaces @ENDIAN@.
+set(source "// Made from the XML files.\n#include \"simmodel.h\"\n\n")
+foreach(name ${NAMES})
+    file(READ "${DIRECTORY}/${name}.xml" xml)
+    string(REGEX MATCHALL "<!-- @include [a-z0-9]+\\.xml@ -->" includes "${xml}")
+    foreach(include ${includes})
+        string(REGEX REPLACE ".*@include ([a-z0-9]+\\.xml)@.*" "\\1" file "${include}")
+        file(READ "${DIRECTORY}/${file}" part)
+        string(REPLACE "${include}" "${part}" xml "${xml}")
+    endforeach()
+    string(REPLACE "@ENDIAN@" "${ENDIAN_${name}}" xml "${xml}")
+    string(APPEND source "constinit std::string_view const SimXml_${name} = R\"simxml(${xml})simxml\";\n")
+endforeach()
+file(WRITE "${OUTPUT}" "${source}")

@@ -1,0 +1,562 @@
+#include "simstream.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+// A decoder may trust a 16-bit length and a few headers before it; this many zeros follow each packet.
+constexpr std::size_t ScratchTail = 0x20000;
+constexpr std::size_t ScratchSize = 0x10000 + 64 + ScratchTail;
+constexpr std::size_t LongestBacklog = 8192; // control packets that wait for a slow subscriber; later ones are dropped
+constexpr std::uint16_t ExposureEndEvent = 0x9001, FrameStartEvent = 0x9002;
+// Behind this the frames are late for good: the schedule moves instead of a burst that catches up.
+constexpr auto MostLate = std::chrono::milliseconds(50);
+
+} // namespace
+
+// ---- Buffers -----------------------------------------------------------------------------------------------------
+
+SimStream::SimBuffer::~SimBuffer()
+{
+    TovReleaseImageHeader(&image);
+    TovFreeFrameMemory(memory);
+}
+
+bool SimStream::SimBuffer::Create(SimFormat const &newFormat)
+{
+    format = newFormat;
+    capacity = payload = format.Payload();
+    // Behind the pixels is room for a line of 16-bit samples, zeroed, as in every image.
+    std::size_t const tail = std::size_t{format.width} * 2;
+    memory = TovAllocFrameMemory(capacity + tail);
+    if (!memory)
+        return false;
+    std::memset(static_cast<std::uint8_t *>(memory) + capacity, 0, tail);
+    return (TovCreateImageHeader(&image, {format.width, format.height}, format.pixelType, format.LineBytes(), memory) &
+            0xFFFF) == 0;
+}
+
+_TovImage *SimStream::SimBuffer::GetImage()
+{
+    return image;
+}
+
+std::uint64_t SimStream::SimBuffer::GetBufferSize()
+{
+    return payload;
+}
+
+std::uint64_t SimStream::SimBuffer::GetTimestamp()
+{
+    return image->timestamp;
+}
+
+std::uint64_t SimStream::SimBuffer::GetFrameID()
+{
+    return image->frameID;
+}
+
+bool SimStream::SimBuffer::IsIncomplete()
+{
+    return incomplete;
+}
+
+void SimStream::Ring::Reset(std::size_t capacity)
+{
+    m_slots.assign(capacity, nullptr);
+    m_first = m_count = 0;
+}
+
+bool SimStream::Ring::IsEmpty() const
+{
+    return m_count == 0;
+}
+
+void SimStream::Ring::Push(SimBuffer *buffer)
+{
+    m_slots[(m_first + m_count++) % m_slots.size()] = buffer;
+}
+
+SimStream::SimBuffer *SimStream::Ring::Pop()
+{
+    if (m_count == 0)
+        return nullptr;
+    SimBuffer *const buffer = m_slots[m_first];
+    m_first = (m_first + 1) % m_slots.size();
+    --m_count;
+    return buffer;
+}
+
+// ---- The camera's side -------------------------------------------------------------------------------------------
+
+SimStream::SimStream(SimModel const &model, EventHub &events, std::function<std::int32_t(SimFormat &)> currentFormat)
+    : m_model(model),
+      m_events(events),
+      m_currentFormat(std::move(currentFormat)),
+      m_clockStart(Clock::now().time_since_epoch().count()),
+      m_scene(model.sensorWidth, model.sensorHeight, model.colour),
+      m_packets(model.kind),
+      m_scratch(ScratchSize),
+      m_thread([this] { Run(); })
+{
+}
+
+SimStream::~SimStream()
+{
+    Shutdown();
+}
+
+void SimStream::Shutdown()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_quit = true;
+    }
+    m_wake.notify_all();
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void SimStream::Begin(SimFormat const &format, SimSettings const &settings, std::int64_t frames)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_lost || m_running.load(std::memory_order_relaxed))
+            return;
+        m_format = format;
+        m_settings = settings;
+        ++m_change;
+        m_framesLeft = frames;
+        m_nextFrame = m_model.firstFrameID;
+        m_triggers = 0;
+        m_running.store(true, std::memory_order_relaxed);
+    }
+    m_wake.notify_all();
+}
+
+void SimStream::End()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_running.store(false, std::memory_order_relaxed);
+    }
+    m_wake.notify_all();
+}
+
+bool SimStream::IsRunning() const
+{
+    return m_running.load(std::memory_order_relaxed);
+}
+
+void SimStream::Apply(SimSettings const &settings)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_settings = settings;
+        ++m_change;
+    }
+    m_wake.notify_all();
+}
+
+void SimStream::Trigger()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        // A sensor that is still busy overlooks the trigger; one may wait.
+        m_triggers = 1;
+    }
+    m_wake.notify_all();
+}
+
+void SimStream::Lose()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_lost)
+            return;
+        m_lost = m_tellLost = true;
+        m_running.store(false, std::memory_order_relaxed);
+    }
+    m_wake.notify_all();
+}
+
+void SimStream::Post(std::vector<SimPacket> packets)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (SimPacket &packet : packets) {
+            if (m_control.size() < LongestBacklog)
+                m_control.push_back(std::move(packet));
+        }
+    }
+    m_wake.notify_all();
+}
+
+std::uint64_t SimStream::GetTicks() const
+{
+    auto const since = Clock::now().time_since_epoch().count() - m_clockStart.load(std::memory_order_relaxed);
+    auto const ns = static_cast<std::uint64_t>(std::max<Clock::rep>(since, 0));
+    return ns / 1000000000u * m_model.tickFrequency + ns % 1000000000u * m_model.tickFrequency / 1000000000u;
+}
+
+void SimStream::ResetTicks()
+{
+    m_clockStart.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+}
+
+// ---- The host's side ---------------------------------------------------------------------------------------------
+
+std::int32_t SimStream::QueueBuffer(TovCam::Buffer *buffer)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto const &known : m_buffers) {
+        if (known.get() != buffer)
+            continue;
+        if (known->state != SimBuffer::Held)
+            return TOV_CAM_ERR_INVALID_STATE;
+        known->state = SimBuffer::Queued;
+        m_input.Push(known.get());
+        return TOV_CAM_ERR_OK;
+    }
+    return TOV_CAM_ERR_INVALID_ARGUMENT;
+}
+
+TovCam::Buffer *SimStream::GetBuffer(std::uint32_t timeout, std::int32_t *error)
+{
+    if (error)
+        *error = TOV_CAM_ERR_OK;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    auto const ready = [this] {
+        return m_cancelled || !m_output.IsEmpty();
+    };
+    if (timeout == TovCam::WaitForever)
+        m_delivered.wait(lock, ready);
+    else
+        m_delivered.wait_until(lock, Clock::now() + std::chrono::milliseconds(timeout), ready);
+    if (m_cancelled) {
+        m_cancelled = false;
+        return nullptr;
+    }
+    SimBuffer *const buffer = m_output.Pop();
+    if (buffer)
+        buffer->state = SimBuffer::Held;
+    return buffer;
+}
+
+void SimStream::CancelGetBuffer()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_cancelled = true;
+    }
+    m_delivered.notify_all();
+}
+
+std::int32_t SimStream::StartAcquisition(std::int64_t frames, std::uint32_t)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_started || m_buffers.empty())
+        return TOV_CAM_ERR_INVALID_STATE;
+    if (frames < -1)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    m_cancelled = false;
+    m_hostFrames = frames;
+    m_started = true;
+    return TOV_CAM_ERR_OK;
+}
+
+std::int32_t SimStream::StopAcquisition(std::uint32_t)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_started = false;
+    m_settled.wait(lock, [this] { return !m_filling; });
+    FlushFilled();
+    return TOV_CAM_ERR_OK;
+}
+
+// Frames that nobody took make room for those of the next start. With the lock held.
+void SimStream::FlushFilled()
+{
+    while (SimBuffer *buffer = m_output.Pop()) {
+        buffer->state = SimBuffer::Queued;
+        m_input.Push(buffer);
+    }
+}
+
+std::int32_t SimStream::AllocBufferQueue(void *, std::uint32_t count)
+{
+    if (count == 0)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    // The device's lock comes before this class' mutex, so the format is asked first.
+    SimFormat format;
+    if (std::int32_t const status = m_currentFormat(format); status != TOV_CAM_ERR_OK)
+        return status;
+    std::vector<std::unique_ptr<SimBuffer>> buffers;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        buffers.push_back(std::make_unique<SimBuffer>());
+        if (!buffers.back()->Create(format))
+            return TOV_CAM_ERR_UNKNOWN;
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_buffers.empty())
+        return TOV_CAM_ERR_INVALID_STATE;
+    m_buffers = std::move(buffers);
+    m_input.Reset(count);
+    m_output.Reset(count);
+    for (auto const &buffer : m_buffers)
+        m_input.Push(buffer.get());
+    return TOV_CAM_ERR_OK;
+}
+
+std::int32_t SimStream::ReleaseBufferQueue()
+{
+    std::vector<std::unique_ptr<SimBuffer>> released;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_started)
+        return TOV_CAM_ERR_INVALID_STATE;
+    m_settled.wait(lock, [this] { return !m_filling; });
+    for (auto const &buffer : m_buffers) {
+        if (buffer->state == SimBuffer::Held)
+            return TOV_CAM_ERR_INVALID_STATE;
+    }
+    released.swap(m_buffers);
+    m_input.Reset(0);
+    m_output.Reset(0);
+    lock.unlock();
+    return TOV_CAM_ERR_OK;
+}
+
+// ---- The thread --------------------------------------------------------------------------------------------------
+
+void SimStream::Run()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    Clock::time_point due;
+    bool running = false;
+    while (!m_quit) {
+        if (m_tellLost || !m_control.empty()) {
+            EmitPending(lock);
+            continue;
+        }
+        if (!m_running.load(std::memory_order_relaxed)) {
+            running = false;
+            m_wake.wait(lock, [this] {
+                return m_quit || m_tellLost || !m_control.empty() || m_running.load(std::memory_order_relaxed);
+            });
+            continue;
+        }
+        if (m_change != m_drawnChange) {
+            m_drawnChange = m_change;
+            m_drawnFormat = m_format;
+            m_drawn = m_settings;
+            lock.unlock();
+            m_scene.Prepare(m_drawnFormat, m_drawn.look);
+            lock.lock();
+            continue;
+        }
+        auto const period = std::chrono::nanoseconds(m_drawn.period);
+        Clock::time_point const now = Clock::now();
+        if (!running) {
+            running = true;
+            due = now + period;
+        }
+        if (m_drawn.triggered && m_triggers == 0) {
+            m_wake.wait(lock);
+            due = std::max(due, Clock::now());
+            continue;
+        }
+        if (now < due) {
+            m_wake.wait_until(lock, due);
+            continue;
+        }
+        m_triggers = 0;
+        MakeFrame(lock, due);
+        due += period;
+        if (Clock::now() > due + MostLate)
+            due = Clock::now();
+    }
+}
+
+// Tells the subscribers what waits to be told. The lock is open meanwhile.
+void SimStream::EmitPending(std::unique_lock<std::mutex> &lock)
+{
+    bool const lost = std::exchange(m_tellLost, false);
+    std::deque<SimPacket> packets = std::exchange(m_control, {});
+    lock.unlock();
+    for (SimPacket const &packet : packets)
+        EmitBytes(TovCam::EventControlChannel, packet, nullptr, 0);
+    if (lost)
+        m_events.Emit(TovCam::EventConnectionLost, nullptr, 0);
+    lock.lock();
+}
+
+void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point due)
+{
+    std::uint64_t const id = m_nextFrame++;
+    if (m_framesLeft > 0 && --m_framesLeft == 0)
+        m_running.store(false, std::memory_order_relaxed);
+    std::uint64_t const number = id - m_model.firstFrameID + 1;
+    bool const missing = m_drawn.faults.missingEvery != 0 && number % m_drawn.faults.missingEvery == 0;
+    // What is due counts, not when the thread got to it: a sensor's clock does not wait for a host's scheduler.
+    auto const late = std::max<Clock::duration>(Clock::now() - due, Clock::duration::zero());
+    std::uint64_t const ticks = GetTicks();
+    auto const lateTicks = static_cast<std::uint64_t>(static_cast<double>(late.count()) * 1e-9 *
+                                                      static_cast<double>(m_model.tickFrequency));
+    std::uint64_t const timestamp = ticks > lateTicks ? ticks - lateTicks : 0;
+
+    SimBuffer *buffer = nullptr;
+    if (m_started && !missing && m_hostFrames != 0 && (buffer = m_input.Pop())) {
+        buffer->state = SimBuffer::Filling;
+        m_filling = true;
+    }
+    bool const events =
+        m_events.IsWanted(TovCam::EventEventChannel) && (m_drawn.exposureEndEvent || m_drawn.frameStartEvent);
+    if (!buffer && !events)
+        return;
+    lock.unlock();
+    if (events) {
+        if (m_drawn.frameStartEvent)
+            EmitBytes(TovCam::EventEventChannel, m_packets.Event(FrameStartEvent, id, timestamp), nullptr, 0);
+        if (m_drawn.exposureEndEvent)
+            EmitBytes(TovCam::EventEventChannel, m_packets.Event(ExposureEndEvent, id, timestamp), nullptr, 0);
+    }
+    if (buffer)
+        Fill(*buffer, id, timestamp);
+    lock.lock();
+    if (!buffer)
+        return;
+    m_filling = false;
+    if (m_started) {
+        if (m_hostFrames > 0)
+            --m_hostFrames;
+        buffer->state = SimBuffer::Filled;
+        m_output.Push(buffer);
+        m_delivered.notify_one();
+    } else {
+        buffer->state = SimBuffer::Queued;
+        m_input.Push(buffer);
+        m_settled.notify_all();
+    }
+}
+
+void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestamp)
+{
+    _TovImage &image = *buffer.image;
+    bool fits = true;
+    if (buffer.format != m_drawnFormat) {
+        // The format was changed after the buffers had been made.
+        fits = m_drawnFormat.Payload() <= buffer.capacity;
+        _TovImage *header = nullptr;
+        if (fits && (TovCreateImageHeader(&header, {m_drawnFormat.width, m_drawnFormat.height}, m_drawnFormat.pixelType,
+                                          m_drawnFormat.LineBytes(), buffer.memory) &
+                     0xFFFF) == 0) {
+            TovReleaseImageHeader(&buffer.image);
+            buffer.image = header;
+            buffer.format = m_drawnFormat;
+            buffer.payload = m_drawnFormat.Payload();
+        }
+    }
+    buffer.image->timestamp = timestamp;
+    buffer.image->frameID = id;
+    buffer.incomplete = !fits;
+    if (!fits) {
+        std::memset(image.imageData, 0, buffer.capacity);
+        return;
+    }
+    m_scene.Draw(id, static_cast<double>(timestamp) / static_cast<double>(m_model.tickFrequency),
+                 buffer.image->imageData);
+    buffer.incomplete = LosePackets(buffer, id);
+    if (m_events.IsWanted(TovCam::EventStreamChannel))
+        EmitFrame(buffer, id, timestamp);
+}
+
+// Blackens what did not arrive; true when something is missing.
+bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
+{
+    SimFaults const &faults = m_drawn.faults;
+    m_packetLost.clear();
+    std::uint64_t const number = id - m_model.firstFrameID + 1;
+    bool const marked = faults.incompleteEvery != 0 && number % faults.incompleteEvery == 0;
+    double const rate =
+        m_drawn.period > 0 ? static_cast<double>(buffer.payload) * 1e9 / static_cast<double>(m_drawn.period) : 0.0;
+    bool const overrun = faults.linkLimit > 0.0 && rate > faults.linkLimit;
+    if (!marked && !overrun && faults.packetLoss <= 0.0)
+        return false;
+
+    std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize);
+    std::size_t const count = (buffer.payload + bytes - 1) / bytes;
+    m_packetLost.assign(count, 0);
+    if (marked)
+        m_packetLost[count / 2] = 1;
+    if (overrun) {
+        // What the link cannot carry is spread over the frame; at least one packet is too much.
+        double const share = 1.0 - faults.linkLimit / rate;
+        double owed = 1.0;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (owed >= 1.0) {
+                m_packetLost[i] = 1;
+                owed -= 1.0;
+            }
+            owed += share;
+        }
+    }
+    if (faults.packetLoss > 0.0) {
+        // A packet that is asked for again gets lost with the same probability, up to three times.
+        double const p = std::min(faults.resend ? std::pow(faults.packetLoss, 4.0) : faults.packetLoss, 1.0);
+        std::uniform_real_distribution<double> uniform(0.0, 1.0);
+        for (double i = 0;; i += 1.0) {
+            // The distance to the next lost packet, instead of a throw of dice for each.
+            if (p < 1.0)
+                i += std::floor(std::log(1.0 - uniform(m_random)) / std::log1p(-p));
+            if (!(i < static_cast<double>(count)))
+                break;
+            m_packetLost[static_cast<std::size_t>(i)] = 1;
+        }
+    }
+    bool incomplete = false;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!m_packetLost[i])
+            continue;
+        incomplete = true;
+        std::memset(buffer.image->imageData + i * bytes, 0, std::min<std::size_t>(bytes, buffer.payload - i * bytes));
+    }
+    return incomplete;
+}
+
+// The frame as the packets that would have carried it.
+void SimStream::EmitFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp)
+{
+    TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(buffer.format.pixelType);
+    std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize);
+    SimFrameFacts facts{buffer.format, info->pfnc, id, timestamp, buffer.payload};
+    EmitBytes(TovCam::EventStreamChannel, m_packets.Leader(facts), nullptr, 0);
+    std::uint32_t packet = 1;
+    for (std::uint64_t at = 0; at < buffer.payload; at += bytes, ++packet) {
+        std::size_t const size = std::min<std::uint64_t>(bytes, buffer.payload - at);
+        if (packet - 1 < m_packetLost.size() && m_packetLost[packet - 1]) {
+            facts.validPayload -= size;
+            continue;
+        }
+        EmitBytes(TovCam::EventStreamChannel, m_packets.PayloadHeader(facts, packet), buffer.image->imageData + at,
+                  size);
+    }
+    EmitBytes(TovCam::EventStreamChannel, m_packets.Trailer(facts, packet, !buffer.incomplete), nullptr, 0);
+}
+
+void SimStream::EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size)
+{
+    std::size_t const total = head.size() + size;
+    if (total > ScratchSize - ScratchTail)
+        return;
+    std::copy(head.begin(), head.end(), m_scratch.begin());
+    if (size > 0)
+        std::copy_n(body, size, m_scratch.begin() + static_cast<std::ptrdiff_t>(head.size()));
+    if (total < m_scratchUsed)
+        std::fill(m_scratch.begin() + static_cast<std::ptrdiff_t>(total),
+                  m_scratch.begin() + static_cast<std::ptrdiff_t>(m_scratchUsed), 0);
+    m_scratchUsed = total;
+    m_events.Emit(channel, m_scratch.data(), total);
+}

@@ -1,0 +1,558 @@
+#include "cameramodel.h"
+#include "searchthread.h"
+
+#include <QApplication>
+#include <QDialogButtonBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QScopedValueRollback>
+#include <QScreen>
+#include <QScrollBar>
+#include <QSettings>
+#include <QShortcut>
+#include <QTimer>
+#include <QTreeView>
+#include <QVBoxLayout>
+#include <QWindow>
+
+#include <algorithm>
+
+namespace TovGui {
+
+namespace {
+
+constexpr int RefreshInterval = 2500; // ms between the end of one search and the start of the next
+
+// The tree with a line of text in its middle while it has no rows.
+class CameraTree : public QTreeView
+{
+public:
+    using QTreeView::QTreeView;
+    using QTreeView::sizeHintForColumn;
+
+    void SetPlaceholder(QString const &text)
+    {
+        m_placeholder = text;
+        viewport()->update();
+    }
+
+protected:
+    void paintEvent(QPaintEvent *event) override
+    {
+        QTreeView::paintEvent(event);
+        if (model()->rowCount() > 0)
+            return;
+        QPainter painter(viewport());
+        painter.setPen(palette().color(QPalette::Disabled, QPalette::Text));
+        painter.drawText(viewport()->rect(), Qt::AlignCenter, m_placeholder);
+    }
+
+private:
+    QString m_placeholder;
+};
+
+// Enter in the line edit asks for the address; the dialog's default button must not see it.
+class AddressEdit : public QLineEdit
+{
+public:
+    std::function<void()> onEnter;
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override
+    {
+        if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+            onEnter();
+            event->accept();
+        } else {
+            QLineEdit::keyPressEvent(event);
+        }
+    }
+};
+
+bool IsIPv4Address(QString const &text)
+{
+    static QRegularExpression const pattern(
+        QStringLiteral(R"(\A(25[0-5]|2[0-4]\d|1?\d?\d)(\.(25[0-5]|2[0-4]\d|1?\d?\d)){3}\z)"));
+    return pattern.match(text).hasMatch();
+}
+
+QSettings OpenSettings()
+{
+    return QSettings(QStringLiteral("Velmor"), QStringLiteral("TovCameraGui"));
+}
+
+} // namespace
+
+// All of it lives on the GUI thread; jobs on the search thread hold the system and the mailbox only.
+struct TovCameraSelectorDialog::Impl
+{
+    TovCameraSelectorDialog *const dialog;
+    TovCam::System *const system;
+    std::shared_ptr<SystemReference> const reference = std::make_shared<SystemReference>();
+    std::shared_ptr<Mailbox> const mailbox;
+
+    CameraModel *model;
+    CameraTree *tree;
+    AddressEdit *address;
+    QPushButton *add, *refresh, *connect;
+    QLabel *message;
+    QProgressBar *progress;
+    QTimer *timer;
+
+    TovCam::DeviceInfo *wanted = nullptr;   // last one selected; selected again when it comes back
+    TovCam::DeviceInfo *accepted = nullptr; // the dialog's result
+    QString wantedName;
+    QString notice;          // outcome of the last thing the user asked for; stands until the next one
+    int jobs = 0;            // posted and not answered
+    bool listed = false;     // a first listing has come
+    bool searched = false;   // a first search has ended
+    bool attended = false;   // the user waits for a search
+    bool updating = false;   // the model changes: the view's moves of the selection are not the user's
+    bool touched = false;    // a camera has been selected
+    bool restored = false;   // column widths came from the settings
+    std::int32_t status = 0; // of the last search
+
+    Impl(TovCameraSelectorDialog *dialog, TovCam::System *system)
+        : dialog(dialog),
+          system(system),
+          mailbox(std::make_shared<Mailbox>(dialog))
+    {
+    }
+
+    void Build();
+    void Connect();
+    void RestoreGeometry();
+    void SaveGeometry() const;
+    void Place();
+
+    void List(bool update);
+    void Refresh();
+    void FindAddress();
+    void OnListed(CameraList const &list, std::int32_t result, bool update);
+    void OnFound(QString const &text, TovCam::DeviceInfo *info, std::int32_t result, CameraList const &list);
+    void SetList(CameraList const &list);
+    void OnCurrentChanged();
+    void Select(QModelIndex const &index);
+    void ShowState();
+    void TryAccept();
+    CameraEntry const *Selected() const;
+    int CharWidth(int characters) const
+    {
+        return dialog->fontMetrics().averageCharWidth() * characters;
+    }
+};
+
+void TovCameraSelectorDialog::Impl::Build()
+{
+    dialog->setWindowTitle(tr("Select camera"));
+    dialog->setModal(true);
+    dialog->setWindowFlag(Qt::WindowContextHelpButtonHint, false);
+
+    model = new CameraModel(dialog);
+    tree = new CameraTree(dialog);
+    tree->setObjectName(QStringLiteral("cameraTree"));
+    tree->setAccessibleName(tr("Cameras"));
+    tree->setModel(model);
+    tree->setSelectionMode(QAbstractItemView::SingleSelection);
+    tree->setSelectionBehavior(QAbstractItemView::SelectRows);
+    tree->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    tree->setUniformRowHeights(true);
+    tree->setAllColumnsShowFocus(true);
+    tree->header()->setStretchLastSection(true);
+
+    auto *addressLabel = new QLabel(tr("GigE Vision camera at &address:"), dialog);
+    address = new AddressEdit;
+    address->setParent(dialog);
+    address->setObjectName(QStringLiteral("addressEdit"));
+    address->setPlaceholderText(tr("192.168.0.10"));
+    address->setToolTip(tr("IP address of a GigE Vision camera that the search does not find,\n"
+                           "such as one behind a router"));
+    address->setClearButtonEnabled(true);
+    address->setMaxLength(64);
+    addressLabel->setBuddy(address);
+    add = new QPushButton(tr("A&dd"), dialog);
+    add->setObjectName(QStringLiteral("addButton"));
+    add->setToolTip(tr("Ask the camera at this address and add it to the list"));
+    add->setAutoDefault(false);
+    add->setEnabled(false);
+
+    message = new QLabel(dialog);
+    message->setObjectName(QStringLiteral("messageLabel"));
+    message->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    message->setWordWrap(true);
+    progress = new QProgressBar(dialog);
+    progress->setObjectName(QStringLiteral("busyIndicator"));
+    progress->setRange(0, 0);
+    progress->setTextVisible(false);
+    progress->setFixedWidth(CharWidth(14));
+    progress->setMaximumHeight(dialog->fontMetrics().height());
+    QSizePolicy policy = progress->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    progress->setSizePolicy(policy);
+
+    auto *buttons = new QDialogButtonBox(dialog);
+    connect = buttons->addButton(tr("&Connect"), QDialogButtonBox::AcceptRole);
+    connect->setObjectName(QStringLiteral("connectButton"));
+    connect->setToolTip(tr("Open the selected camera"));
+    connect->setDefault(true);
+    connect->setEnabled(false);
+    QPushButton *cancel = buttons->addButton(QDialogButtonBox::Cancel);
+    cancel->setObjectName(QStringLiteral("cancelButton"));
+    cancel->setAutoDefault(false);
+    refresh = new QPushButton(tr("&Refresh"), dialog);
+    refresh->setObjectName(QStringLiteral("refreshButton"));
+    refresh->setToolTip(tr("Look for cameras now (F5)"));
+    refresh->setAutoDefault(false);
+
+    auto *addressRow = new QHBoxLayout;
+    addressRow->addWidget(addressLabel);
+    addressRow->addWidget(address, 1);
+    addressRow->addWidget(add);
+    auto *messageRow = new QHBoxLayout;
+    messageRow->addWidget(message, 1);
+    messageRow->addWidget(progress);
+    messageRow->addWidget(refresh);
+    auto *layout = new QVBoxLayout(dialog);
+    layout->addWidget(tree, 1);
+    layout->addLayout(messageRow);
+    layout->addLayout(addressRow);
+    layout->addWidget(buttons);
+
+    timer = new QTimer(dialog);
+    timer->setSingleShot(true);
+
+    QWidget::setTabOrder(tree, refresh);
+    QWidget::setTabOrder(refresh, address);
+    QWidget::setTabOrder(address, add);
+    QWidget::setTabOrder(add, connect);
+    QWidget::setTabOrder(connect, cancel);
+    tree->setFocus();
+}
+
+void TovCameraSelectorDialog::Impl::Connect()
+{
+    QObject::connect(dialog->findChild<QDialogButtonBox *>(), &QDialogButtonBox::accepted, dialog,
+                     [this] { TryAccept(); });
+    QObject::connect(dialog->findChild<QDialogButtonBox *>(), &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    QObject::connect(refresh, &QPushButton::clicked, dialog, [this] { Refresh(); });
+    QObject::connect(new QShortcut(QKeySequence(QKeySequence::Refresh), dialog), &QShortcut::activated, dialog,
+                     [this] { Refresh(); });
+    QObject::connect(add, &QPushButton::clicked, dialog, [this] { FindAddress(); });
+    address->onEnter = [this] {
+        FindAddress();
+    };
+    QObject::connect(address, &QLineEdit::textChanged, dialog, [this](QString const &text) {
+        add->setEnabled(!text.trimmed().isEmpty());
+        if (!text.isEmpty()) // a found camera clears the line and has its say
+            notice.clear();
+        ShowState();
+    });
+    // Not `activated`: some styles send it for a single click. Enter goes to the default button.
+    QObject::connect(tree, &QTreeView::doubleClicked, dialog, [this](QModelIndex const &index) {
+        if (model->CameraAt(index))
+            TryAccept();
+    });
+    QObject::connect(tree->selectionModel(), &QItemSelectionModel::selectionChanged, dialog,
+                     [this] { OnCurrentChanged(); });
+    QObject::connect(model, &QAbstractItemModel::rowsInserted, dialog, [this](QModelIndex const &parent) {
+        if (!parent.isValid()) {
+            for (int row = 0; row < model->rowCount(); ++row)
+                tree->setFirstColumnSpanned(row, {}, true);
+        }
+    });
+    QObject::connect(timer, &QTimer::timeout, dialog, [this] { List(true); });
+    QObject::connect(dialog, &QDialog::finished, dialog, [this] {
+        timer->stop();
+        SaveGeometry();
+    });
+}
+
+// The size and the columns are kept; the place is always over the window that the user works in.
+void TovCameraSelectorDialog::Impl::RestoreGeometry()
+{
+    static int const widths[CameraModel::ColumnCount] = {26, 18, 18, 16, 20, 9};
+    QSize size(0, tree->header()->sizeHint().height() + dialog->fontMetrics().lineSpacing() * 24);
+    QSettings const settings = OpenSettings();
+    QVariantList const saved = settings.value(QStringLiteral("SelectorDialog/columns")).toList();
+    restored = saved.size() == CameraModel::ColumnCount;
+    for (int column = 0; column < CameraModel::ColumnCount; ++column) {
+        int width = CharWidth(widths[column]);
+        size.rwidth() += width;
+        if (restored)
+            width = std::clamp(saved[column].toInt(), CharWidth(2), CharWidth(200));
+        tree->setColumnWidth(column, width);
+    }
+    size.rwidth() += CharWidth(6);
+    QSize const savedSize = settings.value(QStringLiteral("SelectorDialog/size")).toSize();
+    if (savedSize.isValid())
+        size = savedSize;
+    QScreen const *screen = dialog->parentWidget() ? dialog->parentWidget()->screen() : dialog->screen();
+    dialog->resize(size.boundedTo(screen->availableSize() * 9 / 10).expandedTo(dialog->minimumSizeHint()));
+}
+
+void TovCameraSelectorDialog::Impl::SaveGeometry() const
+{
+    QVariantList columns;
+    for (int column = 0; column < CameraModel::ColumnCount; ++column)
+        columns << tree->columnWidth(column);
+    QSettings settings = OpenSettings();
+    settings.setValue(QStringLiteral("SelectorDialog/columns"), columns);
+    settings.setValue(QStringLiteral("SelectorDialog/size"), dialog->size());
+}
+
+// Without a parent the dialog still belongs over the active window, and stays in front of it.
+void TovCameraSelectorDialog::Impl::Place()
+{
+    QWidget const *anchor = dialog->parentWidget() ? dialog->parentWidget()->window() : QApplication::activeWindow();
+    if (!anchor)
+        return;
+    QRect const available = anchor->screen()->availableGeometry();
+    QRect place(QPoint(), dialog->size());
+    place.moveCenter(anchor->frameGeometry().center());
+    place.moveLeft(
+        std::clamp(place.left(), available.left(), std::max(available.left(), available.right() - place.width())));
+    place.moveTop(
+        std::clamp(place.top(), available.top(), std::max(available.top(), available.bottom() - place.height())));
+    dialog->move(place.topLeft());
+    if (!dialog->parentWidget() && anchor->windowHandle()) {
+        dialog->winId(); // makes the window
+        dialog->windowHandle()->setTransientParent(anchor->windowHandle());
+    }
+}
+
+// Posts a listing, with a search before it or without. Nothing of the dialog is touched on the other thread.
+void TovCameraSelectorDialog::Impl::List(bool update)
+{
+    timer->stop();
+    ++jobs;
+    SearchThread::Get().Post([this, update, system = system, reference = reference, mailbox = mailbox] {
+        if (mailbox->IsClosed())
+            return;
+        std::int32_t const result = update ? system->UpdateDeviceList() : 0;
+        if (mailbox->IsClosed())
+            return;
+        mailbox->Post([this, list = ReadCameraList(system), result, update] { OnListed(list, result, update); });
+    });
+    ShowState();
+}
+
+void TovCameraSelectorDialog::Impl::Refresh()
+{
+    notice.clear();
+    attended = true;
+    if (jobs == 0)
+        List(true);
+    else
+        ShowState(); // one is under way and will do
+}
+
+void TovCameraSelectorDialog::Impl::FindAddress()
+{
+    QString const text = address->text().trimmed();
+    if (text.isEmpty())
+        return;
+    if (!IsIPv4Address(text)) {
+        notice = tr("\"%1\" is not an IP address such as 192.168.0.10").arg(text);
+        ShowState();
+        return;
+    }
+    timer->stop();
+    ++jobs;
+    attended = true;
+    notice = tr("Asking %1...").arg(text);
+    SearchThread::Get().Post([this, text, system = system, reference = reference, mailbox = mailbox] {
+        if (mailbox->IsClosed())
+            return;
+        std::int32_t result = 0;
+        TovCam::DeviceInfo *const info = system->FindDeviceByAddress(text.toUtf8().constData(), &result);
+        if (mailbox->IsClosed())
+            return;
+        mailbox->Post([this, text, info, result, list = ReadCameraList(system)] { OnFound(text, info, result, list); });
+    });
+    ShowState();
+}
+
+void TovCameraSelectorDialog::Impl::OnListed(CameraList const &list, std::int32_t result, bool update)
+{
+    --jobs;
+    status = result;
+    listed = true;
+    searched = searched || update;
+    if (jobs == 0 && update)
+        attended = false;
+    SetList(list);
+    // What was known is shown at once; the first search follows it.
+    if (jobs == 0)
+        timer->start(update ? RefreshInterval : 0);
+    ShowState();
+}
+
+void TovCameraSelectorDialog::Impl::OnFound(QString const &text, TovCam::DeviceInfo *info, std::int32_t result,
+                                            CameraList const &list)
+{
+    --jobs;
+    listed = true;
+    if (jobs == 0)
+        attended = false;
+    SetList(list);
+    if (info) {
+        if (address->text().trimmed() == text)
+            address->clear();
+        if (QModelIndex const index = model->IndexOf(info); index.isValid()) {
+            Select(index);
+            tree->scrollTo(index);
+            tree->setFocus();
+        }
+        notice = tr("Added the camera at %1").arg(text); // after the selection, which clears it
+    } else if (result == 0 || result == TOV_CAM_ERR_NO_DEVICE) {
+        notice = tr("No camera answers at %1").arg(text);
+    } else {
+        notice = tr("No camera answers at %1 (error %2)").arg(text).arg(result);
+    }
+    if (jobs == 0)
+        timer->start(RefreshInterval);
+    ShowState();
+}
+
+// Shows a new listing under a selection, a scroll position and an expansion that stay. When the selected camera is
+// gone nothing is selected, rather than its neighbour: the next Enter must not open another camera.
+void TovCameraSelectorDialog::Impl::SetList(CameraList const &list)
+{
+    {
+        QScopedValueRollback<bool> const guard(updating, true);
+        int const scroll = tree->verticalScrollBar()->value();
+        std::vector<QModelIndex> fresh;
+        auto const inserted = QObject::connect(model, &QAbstractItemModel::rowsInserted, dialog,
+                                               [&](QModelIndex const &parent, int first) {
+                                                   if (!parent.isValid())
+                                                       fresh.push_back(model->index(first, 0));
+                                                   else if (model->rowCount(parent) == 1) // its first camera
+                                                       fresh.push_back(parent);
+                                               });
+        if (searched) {
+            model->SetList(list);
+        } else { // "no camera" is true of an interface only once it has been searched
+            CameraList known = list;
+            std::erase_if(known, [](InterfaceEntry const &entry) { return entry.cameras.empty(); });
+            model->SetList(known);
+        }
+        QObject::disconnect(inserted);
+        for (QModelIndex const &group : fresh)
+            tree->expand(group);
+
+        QModelIndex const index = model->IndexOf(wanted);
+        QModelIndex preselected;
+        if (!index.isValid() && touched) {
+            tree->selectionModel()->clear();
+        } else if (index.isValid() && !tree->selectionModel()->isRowSelected(index.row(), index.parent())) {
+            tree->setCurrentIndex(index);
+        } else if (!touched) {
+            preselected = model->FirstFree();
+            if (preselected.isValid())
+                Select(preselected);
+        }
+        tree->verticalScrollBar()->setValue(scroll);
+        if (preselected.isValid())
+            tree->scrollTo(preselected);
+    }
+    if (!restored && model->CameraCount() > 0) {
+        restored = true;
+        for (int column = 0; column < CameraModel::ColumnStatus; ++column)
+            tree->setColumnWidth(column, std::max(tree->columnWidth(column), tree->sizeHintForColumn(column)));
+    }
+}
+
+void TovCameraSelectorDialog::Impl::Select(QModelIndex const &index)
+{
+    CameraEntry const *camera = model->CameraAt(index);
+    wanted = camera ? camera->info : nullptr;
+    wantedName = camera ? camera->name : QString();
+    touched = touched || camera;
+    tree->setCurrentIndex(index);
+}
+
+CameraEntry const *TovCameraSelectorDialog::Impl::Selected() const
+{
+    QModelIndexList const rows = tree->selectionModel()->selectedRows();
+    return rows.isEmpty() ? nullptr : model->CameraAt(rows.front());
+}
+
+void TovCameraSelectorDialog::Impl::OnCurrentChanged()
+{
+    if (updating)
+        return;
+    CameraEntry const *camera = Selected();
+    wanted = camera ? camera->info : nullptr;
+    wantedName = camera ? camera->name : QString();
+    touched = true;
+    notice.clear();
+    ShowState();
+}
+
+void TovCameraSelectorDialog::Impl::ShowState()
+{
+    bool const searching = jobs > 0 && (attended || !searched);
+    CameraEntry const *camera = Selected();
+    connect->setEnabled(camera && !camera->IsBusy());
+    progress->setVisible(searching);
+
+    QString text = notice;
+    if (!text.isEmpty()) {
+        // stands
+    } else if (searching || !searched) {
+        text = tr("Searching...");
+    } else if (touched && wanted && !camera) {
+        text = tr("%1 does not answer any more").arg(wantedName);
+    } else if (camera && camera->IsBusy()) {
+        text = tr("%1 is in use, by this or another program").arg(camera->name);
+    } else if (status != 0) {
+        text = tr("The search failed (error %1)").arg(status);
+    } else if (int const count = model->CameraCount(); count == 0) {
+        text = tr("No camera found");
+    } else {
+        text = count == 1 ? tr("1 camera found") : tr("%1 cameras found").arg(count);
+    }
+    message->setText(text);
+    tree->SetPlaceholder(searched ? tr("No camera found") : tr("Searching..."));
+}
+
+void TovCameraSelectorDialog::Impl::TryAccept()
+{
+    CameraEntry const *camera = Selected();
+    if (!camera || camera->IsBusy())
+        return;
+    accepted = camera->info;
+    dialog->accept();
+}
+
+TovCameraSelectorDialog::TovCameraSelectorDialog(TovCam::System *system, QWidget *parent)
+    : QDialog(parent),
+      m_impl(std::make_unique<Impl>(this, system))
+{
+    m_impl->Build();
+    m_impl->Connect();
+    m_impl->RestoreGeometry();
+    m_impl->Place();
+    m_impl->List(false);
+}
+
+TovCameraSelectorDialog::~TovCameraSelectorDialog()
+{
+    // A search that still runs finds nobody to tell, and ends on its own.
+    m_impl->mailbox->Close();
+    m_impl->tree->selectionModel()->disconnect(this);
+}
+
+TovCam::DeviceInfo *TovCameraSelectorDialog::selectedCamera() const
+{
+    return m_impl->accepted;
+}
+
+} // namespace TovGui
