@@ -12,7 +12,6 @@ struct ContractCamera
 {
     std::string name; // of the test: letters and digits
     std::function<TovCam::DeviceInfo *(TovCam::System *)> find;
-    std::uint64_t heightStep = 2;
 };
 
 class CameraContract : public testing::TestWithParam<ContractCamera>
