@@ -398,28 +398,13 @@ TEST_F(AravisTest, DeliversNoMoreFramesThanAskedFor)
     device->Release();
 }
 
-TEST_F(AravisTest, StaysFlatOverManyConnectionsAndStarts)
+TEST_F(AravisTest, StaysFlatOverAThousandStarts)
 {
     FakeGigECamera camera;
-    std::size_t before = 0;
-    for (int i = 0; i < 220; ++i) {
-        if (i == 20)
-            before = ResidentKilobytes(); // what libraries and pools keep is there
-        TovCam::Device *const device = Open();
-        ASSERT_NE(device, nullptr) << i;
-        if (i % 20 == 0) {
-            Running running(device);
-            TovCam::Buffer *const buffer = running.stream->GetBuffer(5000, nullptr);
-            ASSERT_NE(buffer, nullptr);
-            running.stream->QueueBuffer(buffer);
-        }
-        device->Release();
-    }
-    EXPECT_TRUE(!MemoryIsFreed || ResidentKilobytes() < before + 4096) << ResidentKilobytes() - before;
-
     TovCam::Device *const device = Open();
     ASSERT_NE(device, nullptr);
     TovCam::Stream *const stream = device->GetStreamByIndex(0);
+    std::size_t before = 0;
     for (int i = 0; i < 1050; ++i) {
         if (i == 50)
             before = ResidentKilobytes();
