@@ -19,8 +19,9 @@ TEST_F(DisplayThreads, FramesAndOperatorDoNotMeet)
         while (!stop) {
             int const frame = frames++;
             Pixels const &pixels = frame / 8 % 2 ? second : first;
-            if (frame % 8 == 0)
+            if (frame % 8 == 0) {
                 EXPECT_EQ(display->SetVideoFormat(pixels.Image(), "auto"), 0);
+            }
             EXPECT_EQ(display->DisplayVideo(pixels.Image()), 0);
             int x = 1, y = 1;
             EXPECT_EQ(display->Translate(&x, &y, 1), 0);
