@@ -81,10 +81,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
 Session::~Session()
 {
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
-    if (m_enginesStarted) {
-        for (auto const &step : StopSteps())
-            runGuarded(step);
-    }
+    StopWhatStillRuns();
     m_window->RemoveDisplayWidget(m_display.get());
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
@@ -290,11 +287,21 @@ std::array<std::function<void()>, 5> Session::StopSteps()
     };
 }
 
+// After an exception has cut a stop short, or when the session goes without having been stopped.
+void Session::StopWhatStillRuns()
+{
+    if (!m_enginesStarted)
+        return;
+    for (auto const &step : StopSteps())
+        runGuarded(step);
+    m_enginesStarted = false;
+}
+
 void Session::enterIdle()
 {
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
         try {
-            // An exception skips the rest; what then still runs is stopped by the destructor at the latest.
+            // An exception skips the rest; what then still runs is stopped before the next start or the end.
             for (auto const &step : StopSteps())
                 step();
             m_enginesStarted = false;
@@ -345,6 +352,7 @@ void Session::RecoverFromFailedStart()
 void Session::enterAcquisition()
 {
     if (m_state == SessionStateIdle) {
+        StopWhatStillRuns();
         m_enginesStarted = true;
         try {
             StartAcquisition();

@@ -87,6 +87,7 @@ private:
     void StartAcquisition(); // throws at the first step that fails
     void RecoverFromFailedStart();
     std::array<std::function<void()>, 5> StopSteps();
+    void StopWhatStillRuns();
 
     static unsigned char s_CompID;
 

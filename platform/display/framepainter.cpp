@@ -1,29 +1,55 @@
 #include "framepainter.h"
 
+#include <opencv2/core/hal/intrin.hpp>
+
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 
 namespace {
 
-constexpr int MAX_TAPS = 4;  // of a direction, where a device pixel covers more than that
 constexpr int WEIGHTS = 256; // what the weights of a direction add up to
+constexpr int SPARE = 64;    // bytes behind a line, for vectors that reach over its end
 
 std::uint32_t Rgb(unsigned red, unsigned green, unsigned blue)
 {
     return 0xFF000000u | red << 16 | green << 8 | blue;
 }
 
-} // namespace
-
-int FramePainter::Taps::Begin() const
+// The weighted mean of some lines.
+template<int Count>
+void Mix(std::uint8_t const *const *lines, int const *weights, int cells, std::uint8_t *out)
 {
-    return first.empty() ? 0 : first.front();
+    cv::v_uint16x8 factors[Count];
+    for (int k = 0; k < Count; ++k)
+        factors[k] = cv::v_setall_u16(static_cast<std::uint16_t>(weights[k]));
+    int x = 0;
+    for (; x + 16 <= cells; x += 16) {
+        cv::v_uint16x8 low = cv::v_setzero_u16();
+        cv::v_uint16x8 high = cv::v_setzero_u16();
+        for (int k = 0; k < Count; ++k) {
+            cv::v_uint16x8 a;
+            cv::v_uint16x8 b;
+            cv::v_expand(cv::v_load(lines[k] + x), a, b);
+            low = cv::v_add_wrap(low, cv::v_mul_wrap(a, factors[k]));
+            high = cv::v_add_wrap(high, cv::v_mul_wrap(b, factors[k]));
+        }
+        cv::v_store(out + x, cv::v_rshr_pack<8>(low, high));
+    }
+    for (; x < cells; ++x) {
+        int sum = WEIGHTS / 2;
+        for (int k = 0; k < Count; ++k)
+            sum += lines[k][x] * weights[k];
+        out[x] = static_cast<std::uint8_t>(sum / WEIGHTS);
+    }
 }
+
+} // namespace
 
 int FramePainter::Taps::End() const
 {
-    return first.empty() ? 0 : first.back() + (count - 1) * stride + 1;
+    return std::min(end, first.back() + (TAPS - 1) * stride + 1);
 }
 
 void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, Taps *taps)
@@ -31,39 +57,38 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
     int const cells = std::max(1, axis.image / cell);
     double const step = 1.0 / (axis.scale * cell); // cells a device pixel
     int const pixels = end - begin;
-    taps->stride = 1;
-    bool const sampled = step > MAX_TAPS;
-    if (sampled) {
-        taps->count = std::min(MAX_TAPS, cells);
-        taps->stride =
-            std::clamp(static_cast<int>(std::min(step, 1e9)) / MAX_TAPS, 1, std::max(1, (cells - 1) / MAX_TAPS));
-    } else {
-        taps->count = std::min(static_cast<int>(std::ceil(step)) + 1, cells);
-    }
-    int const span = (taps->count - 1) * taps->stride + 1;
+    // Up to so many cells a device pixel all of them count by their share; of more, some are picked.
+    bool const all = step <= TAPS - 1;
+    taps->end = cells;
+    taps->stride = all ? 1 : std::clamp(static_cast<int>(std::min(step, 1e9)) / TAPS, 1, std::max(1, cells / TAPS));
+    int const span = (TAPS - 1) * taps->stride + 1;
     taps->first.resize(pixels);
-    taps->weights.assign(std::size_t(pixels) * taps->count, 0);
+    taps->weights.assign(std::size_t(pixels) * TAPS, WEIGHTS / TAPS);
     for (int i = 0; i < pixels; ++i) {
         double const from = (begin + i - axis.origin) * step;
-        std::uint16_t *const weights = &taps->weights[std::size_t(i) * taps->count];
-        if (sampled) {
-            int const middle = static_cast<int>(std::floor(from + (step - span) / 2 + 0.5));
-            taps->first[i] = std::clamp(middle, 0, cells - span);
-            std::fill_n(weights, taps->count, std::uint16_t(WEIGHTS / taps->count));
-            weights[0] = static_cast<std::uint16_t>(weights[0] + WEIGHTS % taps->count);
+        if (!all) {
+            int const first = static_cast<int>(std::floor(from + (step - span) / 2 + 0.5));
+            taps->first[i] = std::clamp(first, 0, std::max(0, cells - span));
             continue;
         }
-        // The share of each cell in the device pixel; what lies outside the image goes to the cell at its edge.
         int const lowest = static_cast<int>(std::floor(from));
-        int const first = std::clamp(lowest, 0, cells - taps->count);
+        int const first = std::clamp(lowest, 0, cells - 1);
         taps->first[i] = first;
+        std::array<int, TAPS> shares{};
         int given = 0;
-        for (int cellIndex = lowest; given < WEIGHTS; ++cellIndex) {
-            double const until = std::min(1.0, (cellIndex + 1 - from) / step);
-            int const sum = static_cast<int>(std::lround(until * WEIGHTS));
-            weights[std::clamp(cellIndex - first, 0, taps->count - 1)] += static_cast<std::uint16_t>(sum - given);
-            given = sum;
+        for (int index = lowest; given < WEIGHTS; ++index) {
+            int const until = static_cast<int>(std::lround(std::min(1.0, (index + 1 - from) / step) * WEIGHTS));
+            shares[std::clamp(index - first, 0, TAPS - 1)] += until - given; // outside the image: to its edge
+            given = until;
         }
+        // A weight is a byte.
+        for (int k = 0; k < TAPS; ++k) {
+            if (shares[k] == WEIGHTS) {
+                --shares[k];
+                ++shares[k == 0 ? 1 : k - 1];
+            }
+        }
+        std::copy(shares.begin(), shares.end(), &taps->weights[std::size_t(i) * TAPS]);
     }
 }
 
@@ -143,55 +168,96 @@ void FramePainter::PaintCrisp(Picture *picture)
     }
 }
 
-// Adds a line's cells to the sums: 8 bits times weights that add up to 256 fit 16.
-void FramePainter::AddLine(std::uint8_t const *const *planes, int weight, bool first)
+// Brings the lines under a row of device pixels together.
+void FramePainter::MixLines(int row)
 {
-    for (int plane = 0; plane < m_planes; ++plane) {
-        std::uint16_t *__restrict const sums = m_sums.Data() + plane * m_stride;
-        std::uint8_t const *__restrict const line = planes[plane];
-        auto const factor = static_cast<std::uint16_t>(weight);
-        if (first) {
-            for (int x = 0; x < m_cells; ++x)
-                sums[x] = static_cast<std::uint16_t>(line[x] * factor);
-        } else {
-            for (int x = 0; x < m_cells; ++x)
-                sums[x] = static_cast<std::uint16_t>(sums[x] + line[x] * factor);
+    std::array<std::array<std::uint8_t const *, TAPS>, 3> lines; // by plane
+    std::array<int, TAPS> weights;
+    int count = 0;
+    m_marked = false;
+    for (int k = 0; k < TAPS; ++k) {
+        int const weight = m_rows.weights[std::size_t(row) * TAPS + k];
+        if (weight == 0)
+            continue;
+        int const y = std::min(m_rows.first[row] + k * m_rows.stride, m_rows.end - 1);
+        auto const planes = m_source.Line(y);
+        for (int plane = 0; plane < m_planes; ++plane)
+            lines[plane][count] = planes[plane];
+        weights[count++] = weight;
+        if (std::uint16_t const *marks = m_source.Marks(y)) {
+            std::uint16_t *const mixed = m_mixedMarks.Data();
+            if (!m_marked)
+                std::copy_n(marks, m_cells, mixed);
+            else
+                std::transform(marks, marks + m_cells, mixed, mixed,
+                               [](std::uint16_t a, std::uint16_t b) { return std::max(a, b); });
+            m_marked = true;
         }
+    }
+    for (int plane = 0; plane < m_planes; ++plane) {
+        std::uint8_t *const out = m_mixed.Data() + std::size_t(plane) * m_stride;
+        switch (count) {
+        case 1:
+            Mix<1>(lines[plane].data(), weights.data(), m_cells, out);
+            break;
+        case 2:
+            Mix<2>(lines[plane].data(), weights.data(), m_cells, out);
+            break;
+        case 3:
+            Mix<3>(lines[plane].data(), weights.data(), m_cells, out);
+            break;
+        default:
+            Mix<4>(lines[plane].data(), weights.data(), m_cells, out);
+            break;
+        }
+        std::fill_n(out + m_cells, (TAPS - 1) * m_columns.stride, out[m_cells - 1]);
     }
 }
 
-template<int Count>
+// Brings the cells under each device pixel of a row together.
 void FramePainter::ReduceLine(std::uint32_t *out) const
 {
     int const pixels = static_cast<int>(m_columns.first.size());
     int const stride = m_columns.stride;
-    std::uint16_t const *const weights = m_columns.weights.data();
-    auto const reduce = [&](std::uint16_t const *sums, int i) {
-        std::uint16_t const *const cells = sums + m_columns.first[i] - m_begin;
-        std::uint32_t sum = 1u << 15;
-        for (int k = 0; k < Count; ++k)
-            sum += std::uint32_t(cells[k * stride]) * weights[i * Count + k];
-        return sum >> 16;
-    };
-    std::uint16_t const *const sums = m_sums.Data();
-    if (m_planes == 1) {
-        for (int i = 0; i < pixels; ++i)
-            out[i] = 0xFF000000u | reduce(sums, i) * 0x010101u;
-    } else {
-        for (int i = 0; i < pixels; ++i)
-            out[i] = Rgb(reduce(sums, i), reduce(sums + m_stride, i), reduce(sums + 2 * m_stride, i));
+    std::uint8_t const *const weights = m_columns.weights.data();
+    std::int32_t const *const first = m_columns.first.data();
+    std::uint8_t const *const red = m_mixed.Data() - m_begin;
+    std::uint8_t const *const green = red + (m_planes == 1 ? 0 : m_stride);
+    std::uint8_t const *const blue = red + (m_planes == 1 ? 0 : 2 * m_stride);
+    int i = 0;
+    if (stride == 1) {
+        cv::v_uint32x4 const half = cv::v_setall_u32(WEIGHTS / 2);
+        cv::v_uint32x4 const opaque = cv::v_setall_u32(0xFF000000u);
+        auto const mean = [half](std::uint8_t const *line, std::int32_t const *at, cv::v_uint8x16 const &shares) {
+            return cv::v_shr<8>(cv::v_dotprod_expand(cv::v_lut_quads(line, at), shares) + half);
+        };
+        for (; i + 4 <= pixels; i += 4) {
+            cv::v_uint8x16 const shares = cv::v_load(weights + std::size_t(i) * TAPS);
+            cv::v_uint32x4 const r = mean(red, first + i, shares);
+            cv::v_uint32x4 const g = m_planes == 1 ? r : mean(green, first + i, shares);
+            cv::v_uint32x4 const b = m_planes == 1 ? r : mean(blue, first + i, shares);
+            cv::v_store(out + i, opaque | cv::v_shl<16>(r) | cv::v_shl<8>(g) | b);
+        }
     }
+    auto const mean = [=](std::uint8_t const *line, int pixel) {
+        unsigned sum = WEIGHTS / 2;
+        for (int k = 0; k < TAPS; ++k)
+            sum += unsigned(line[first[pixel] + k * stride]) * weights[std::size_t(pixel) * TAPS + k];
+        return sum / WEIGHTS;
+    };
+    for (; i < pixels; ++i)
+        out[i] = Rgb(mean(red, i), mean(green, i), mean(blue, i));
 }
 
-void FramePainter::PutMarks(std::uint16_t const *marks, std::uint32_t *out) const
+void FramePainter::PutMarks(std::uint32_t *out) const
 {
     int const pixels = static_cast<int>(m_columns.first.size());
+    std::uint16_t const *const marks = m_mixedMarks.Data() - m_begin;
     for (int i = 0; i < pixels; ++i) {
-        std::uint16_t const *const cells = marks + m_columns.first[i] - m_begin;
         std::uint16_t mark = 0;
-        for (int k = 0; k < m_columns.count; ++k) {
-            if (m_columns.weights[std::size_t(i) * m_columns.count + k] != 0)
-                mark = std::max(mark, cells[k * m_columns.stride]);
+        for (int k = 0; k < TAPS; ++k) {
+            if (m_columns.weights[std::size_t(i) * TAPS + k] != 0)
+                mark = std::max(mark, marks[std::min(m_columns.first[i] + k * m_columns.stride, m_columns.end - 1)]);
         }
         if (mark)
             out[i] = m_tables.palette[mark];
@@ -200,48 +266,14 @@ void FramePainter::PutMarks(std::uint16_t const *marks, std::uint32_t *out) cons
 
 void FramePainter::PaintReduced(Picture *picture)
 {
-    m_stride = (m_cells + 31) & ~31;
-    m_sums.Get(std::size_t(m_stride) * m_planes);
+    m_stride = (m_cells + (TAPS - 1) * m_columns.stride + SPARE) & ~(SPARE - 1);
+    m_mixed.Get(std::size_t(m_stride) * m_planes);
+    m_mixedMarks.Get(m_cells);
     for (int i = 0; i < picture->height; ++i) {
         std::uint32_t *const out = picture->memory.Data() + std::size_t(i) * picture->width;
-        bool first = true;
-        bool marked = false;
-        for (int k = 0; k < m_rows.count; ++k) {
-            int const weight = m_rows.weights[std::size_t(i) * m_rows.count + k];
-            if (weight == 0)
-                continue;
-            int const y = m_rows.first[i] + k * m_rows.stride;
-            auto const planes = m_source.Line(y);
-            AddLine(planes.data(), weight, first);
-            if (std::uint16_t const *marks = m_source.Marks(y)) {
-                std::uint16_t *const sums = m_markSums.Get(m_cells);
-                if (!marked)
-                    std::copy_n(marks, m_cells, sums);
-                else
-                    std::transform(marks, marks + m_cells, sums, sums,
-                                   [](std::uint16_t a, std::uint16_t b) { return std::max(a, b); });
-                marked = true;
-            }
-            first = false;
-        }
-        switch (m_columns.count) {
-        case 1:
-            ReduceLine<1>(out);
-            break;
-        case 2:
-            ReduceLine<2>(out);
-            break;
-        case 3:
-            ReduceLine<3>(out);
-            break;
-        case 4:
-            ReduceLine<4>(out);
-            break;
-        default:
-            ReduceLine<5>(out);
-            break;
-        }
-        if (marked)
-            PutMarks(m_markSums.Data(), out);
+        MixLines(i);
+        ReduceLine(out);
+        if (m_marked)
+            PutMarks(out);
     }
 }

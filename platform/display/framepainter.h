@@ -37,26 +37,30 @@ public:
                std::shared_ptr<ColourMap const> const &map, Picture *picture);
 
 private:
-    // Which cells a row of device pixels is made of: `count` of them, `stride` apart, from `first` on, with weights
-    // that add up to 256.
+    static constexpr int TAPS = 4;
+
+    // Which cells a row of device pixels is made of: TAPS of them, `stride` apart, from `first` on, with weights that
+    // add up to 256. Cells behind the last are taken to repeat it.
     struct Taps
     {
-        int count = 1;
         int stride = 1;
+        int end = 0; // behind the last cell
         std::vector<std::int32_t> first;
-        std::vector<std::uint16_t> weights; // count a device pixel
+        std::vector<std::uint8_t> weights; // TAPS a device pixel
 
-        int Begin() const;
+        int Begin() const
+        {
+            return first.front();
+        }
         int End() const;
     };
     static void MakeTaps(ViewAxis const &axis, int begin, int end, int cell, Taps *taps);
 
     void PaintCrisp(Picture *picture);
     void PaintReduced(Picture *picture);
-    void AddLine(std::uint8_t const *const *planes, int weight, bool first);
-    template<int Count>
+    void MixLines(int row);
     void ReduceLine(std::uint32_t *out) const;
-    void PutMarks(std::uint16_t const *marks, std::uint32_t *out) const;
+    void PutMarks(std::uint32_t *out) const;
 
     LineSource m_source;
     ColourMap::Tables m_tables;
@@ -64,9 +68,10 @@ private:
     Taps m_columns;
     Taps m_rows;
     int m_planes = 1;
-    int m_begin = 0;  // first cell of the lines asked for
-    int m_cells = 0;  // their number
-    int m_stride = 0; // from plane to plane of m_sums
-    FrameMemory<std::uint16_t> m_sums;
-    FrameMemory<std::uint16_t> m_markSums;
+    int m_begin = 0;                   // first cell of the lines asked for
+    int m_cells = 0;                   // their number
+    int m_stride = 0;                  // from plane to plane of m_mixed
+    FrameMemory<std::uint8_t> m_mixed; // one line of cells for a row of device pixels
+    FrameMemory<std::uint16_t> m_mixedMarks;
+    bool m_marked = false;
 };

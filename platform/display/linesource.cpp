@@ -44,7 +44,8 @@ void LineSource::Begin(_TovImage const &image, TovPixelTypeInfo const &info, int
     } else {
         m_kind = Kind::Converted;
     }
-    m_lineOf.fill(-1);
+    m_slots.fill({});
+    m_uses = 0;
     m_marksOf.fill(-1);
     m_bandBegin = m_bandEnd = 0;
     m_lines.Get(std::size_t(m_stride) * m_planes * SLOTS);
@@ -54,9 +55,15 @@ std::array<std::uint8_t const *, 3> LineSource::Line(int y)
 {
     if (m_kind == Kind::Bytes)
         return {At(y) + m_begin, nullptr, nullptr};
-    int const slot = y % SLOTS;
-    std::uint8_t *const line = m_lines.Data() + std::size_t(slot) * m_planes * m_stride;
-    if (m_lineOf[slot] != y) {
+    auto slot = std::find_if(m_slots.begin(), m_slots.end(), [y](Slot const &s) { return s.line == y; });
+    bool const made = slot != m_slots.end();
+    if (!made)
+        slot = std::min_element(m_slots.begin(), m_slots.end(),
+                                [](Slot const &a, Slot const &b) { return a.used < b.used; });
+    slot->line = y;
+    slot->used = ++m_uses;
+    std::uint8_t *const line = m_lines.Data() + std::size_t(slot - m_slots.begin()) * m_planes * m_stride;
+    if (!made) {
         switch (m_kind) {
         case Kind::Mono:
             ReadSamples(y, m_begin, m_end - m_begin, line);
@@ -68,7 +75,6 @@ std::array<std::uint8_t const *, 3> LineSource::Line(int y)
             MakeColours(y, line);
             break;
         }
-        m_lineOf[slot] = y;
     }
     return {line, line + m_stride, line + 2 * m_stride};
 }

@@ -24,7 +24,7 @@ public:
     {
         return m_planes;
     }
-    // Columns `begin` to `end` of a line. Good until the next call. Lines are best asked for in rising order.
+    // Columns `begin` to `end` of a line. Good until four further lines have been asked for; best in rising order.
     std::array<std::uint8_t const *, 3> Line(int y);
     // The marks of a line's cells, or null when there are none. Good until the next call.
     std::uint16_t const *Marks(int y);
@@ -67,8 +67,14 @@ private:
     int m_end = 0;
     int m_stride = 0; // from one plane of a line to the next
 
-    // The lines made last, by their number.
-    std::array<int, SLOTS> m_lineOf{};
+    // The lines made last, by their number; of those that stand longest without use one gives way.
+    struct Slot
+    {
+        int line = -1;
+        unsigned used = 0;
+    };
+    std::array<Slot, SLOTS> m_slots;
+    unsigned m_uses = 0;
     std::array<int, SLOTS> m_marksOf{};
     FrameMemory<std::uint8_t> m_lines;
     FrameMemory<std::uint16_t> m_marks;

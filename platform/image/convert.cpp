@@ -33,36 +33,11 @@ bool IsSameRaw(TovPixelTypeInfo const &a, TovPixelTypeInfo const &b)
            a.mosaic == b.mosaic && a.phase == b.phase;
 }
 
-// Takes the samples of a YUV line apart: Y, U and V of every pixel, `width` apart. Pixels that share their chroma get
-// the same; where the line ends inside a pair, the missing chroma is the pair's before.
-template<class T>
-void SplitYuv(TovPixelTypeInfo const &info, T const *samples, std::size_t width, unsigned depth, T *channels)
+YuvOrder OrderOf(TovPixelTypeInfo const &info)
 {
-    T *y = channels;
-    T *u = channels + width;
-    T *v = channels + 2 * width;
-    if (info.channels == 4) {
-        for (std::size_t x = 0; x < width; ++x) {
-            y[x] = samples[4 * x];
-            u[x] = samples[4 * x + 1];
-            v[x] = samples[4 * x + 2];
-        }
-        return;
-    }
-    std::size_t const luma = std::strcmp(info.name, "YUV422_8_UYVY") == 0 ? 1 : 0;
-    for (std::size_t x = 0; x + 1 < width; x += 2) {
-        T const *pair = samples + 2 * x;
-        y[x] = pair[luma];
-        y[x + 1] = pair[luma + 2];
-        u[x] = u[x + 1] = pair[1 - luma];
-        v[x] = v[x + 1] = pair[3 - luma];
-    }
-    if (width % 2) {
-        std::size_t const x = width - 1;
-        y[x] = samples[2 * x + luma];
-        u[x] = samples[2 * x + 1 - luma];
-        v[x] = x ? v[x - 1] : T(1u << (depth - 1));
-    }
+    if (info.channels == 4)
+        return YuvOrder::YUVA;
+    return std::strcmp(info.name, "YUV422_8_UYVY") == 0 ? YuvOrder::UYVY : YuvOrder::YUYV;
 }
 
 // One conversion. T is what a sample is worked on in: bytes where the destination has them, else the source's depth.
@@ -80,6 +55,7 @@ public:
           m_sampleCount(m_width * SamplesPerPixel(from)),
           m_depth(BYTES ? 8 : from.bitDepth),
           m_blueFirst(IsBlueFirst(to)),
+          m_yuvOrder(OrderOf(from)),
           m_samples(m_sampleCount),
           m_channels(m_width * 3),
           m_colours(m_width * 3),
@@ -91,9 +67,11 @@ public:
     {
         bool const raw = IsSameRaw(m_from, m_to);
         if (IsMosaic(m_from) && !raw) {
-            Demosaic<T>(m_from, m_source, m_blueFirst, [this](std::uint32_t y, T const *colours) {
-                WriteColours(colours, m_destination.imageData + y * m_destination.lineStep);
-            });
+            ColourLines const lines{m_destination.imageData, m_destination.lineStep};
+            Demosaic<T>(m_from, m_source, m_blueFirst, BYTES && m_to.channels == 3 ? &lines : nullptr,
+                        [this](std::uint32_t y, T const *colours) {
+                            WriteColours(colours, m_destination.imageData + y * m_destination.lineStep);
+                        });
             return;
         }
         for (std::uint64_t y = 0; y < m_source.height; ++y) {
@@ -143,7 +121,7 @@ private:
         if (m_from.family == TOV_FAMILY_MONO) {
             ColoursOfGrey(samples, m_width, colours);
         } else if (m_from.family == TOV_FAMILY_YUV) {
-            SplitYuv(m_from, samples, m_width, m_depth, m_channels.Data());
+            SplitYuv(samples, m_width, m_depth, m_yuvOrder, m_channels.Data());
             if (m_to.family == TOV_FAMILY_MONO)
                 return WriteSamples(m_channels.Data(), m_width, out);
             ColoursOfYuv(m_channels.Data(), m_width, m_depth, m_blueFirst, colours);
@@ -207,6 +185,7 @@ private:
     std::size_t const m_sampleCount; // of a source line
     unsigned const m_depth;          // of what is worked on
     bool const m_blueFirst;          // the destination's order
+    YuvOrder const m_yuvOrder;       // the source's
     // One line each.
     Scratch<T> const m_samples;
     Scratch<T> const m_channels;

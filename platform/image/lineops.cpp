@@ -52,6 +52,41 @@ TOV_ALWAYS_INLINE void Swap(T const *__restrict in, std::size_t width, T *__rest
     }
 }
 
+template<class T, std::size_t Luma>
+TOV_ALWAYS_INLINE void SplitPairs(T const *__restrict samples, std::size_t width, unsigned depth, T *__restrict y)
+{
+    T *u = y + width;
+    T *v = u + width;
+    for (std::size_t pair = 0; pair < width / 2; ++pair) {
+        T const *four = samples + 4 * pair;
+        y[2 * pair] = four[Luma];
+        y[2 * pair + 1] = four[Luma + 2];
+        u[2 * pair] = u[2 * pair + 1] = four[1 - Luma];
+        v[2 * pair] = v[2 * pair + 1] = four[3 - Luma];
+    }
+    if (width % 2) {
+        std::size_t const x = width - 1;
+        y[x] = samples[2 * x + Luma];
+        u[x] = samples[2 * x + 1 - Luma];
+        v[x] = x ? v[x - 1] : T(1u << (depth - 1));
+    }
+}
+
+template<class T>
+TOV_ALWAYS_INLINE void Split(T const *__restrict samples, std::size_t width, unsigned depth, YuvOrder order,
+                             T *__restrict channels)
+{
+    if (order == YuvOrder::YUYV)
+        return SplitPairs<T, 0>(samples, width, depth, channels);
+    if (order == YuvOrder::UYVY)
+        return SplitPairs<T, 1>(samples, width, depth, channels);
+    for (std::size_t x = 0; x < width; ++x) {
+        channels[x] = samples[4 * x];
+        channels[width + x] = samples[4 * x + 1];
+        channels[2 * width + x] = samples[4 * x + 2];
+    }
+}
+
 template<class T, std::size_t Red>
 TOV_ALWAYS_INLINE void Yuv(T const *__restrict channels, std::size_t width, unsigned depth, T *__restrict colours)
 {
@@ -92,6 +127,18 @@ TOV_CPU_CLONES void ColoursOfGrey(std::uint8_t const *grey, std::size_t width, s
 TOV_CPU_CLONES void ColoursOfGrey(std::uint16_t const *grey, std::size_t width, std::uint16_t *colours)
 {
     Spread(grey, width, colours);
+}
+
+TOV_CPU_CLONES void SplitYuv(std::uint8_t const *samples, std::size_t width, unsigned depth, YuvOrder order,
+                             std::uint8_t *channels)
+{
+    Split(samples, width, depth, order, channels);
+}
+
+TOV_CPU_CLONES void SplitYuv(std::uint16_t const *samples, std::size_t width, unsigned depth, YuvOrder order,
+                             std::uint16_t *channels)
+{
+    Split(samples, width, depth, order, channels);
 }
 
 TOV_CPU_CLONES void ColoursOfYuv(std::uint8_t const *channels, std::size_t width, unsigned depth, bool blueFirst,

@@ -13,6 +13,13 @@ void GreyOfColours(std::uint16_t const *colours, std::size_t width, bool blueFir
 void ColoursOfGrey(std::uint8_t const *grey, std::size_t width, std::uint8_t *colours);
 void ColoursOfGrey(std::uint16_t const *grey, std::size_t width, std::uint16_t *colours);
 
+enum class YuvOrder { YUYV, UYVY, YUVA };
+
+// Takes the samples of a YUV line apart: Y, U and V of every pixel, `width` apart. Pixels that share their chroma get
+// the same; where the line ends inside a pair, the missing chroma is the pair's before.
+void SplitYuv(std::uint8_t const *samples, std::size_t width, unsigned depth, YuvOrder order, std::uint8_t *channels);
+void SplitYuv(std::uint16_t const *samples, std::size_t width, unsigned depth, YuvOrder order, std::uint16_t *channels);
+
 // Colours from YUV by ITU-R BT.601, full range: Y, U and V of the line lie in `channels`, `width` apart.
 void ColoursOfYuv(std::uint8_t const *channels, std::size_t width, unsigned depth, bool blueFirst,
                   std::uint8_t *colours);

@@ -94,8 +94,7 @@ private:
     Scratch<T> const m_samples;
 };
 
-// OpenCV calls a pattern by the pixels one line down and one column on. Over a strip with a margin of one pixel these
-// are the picture's first ones, so here its names and ours are the same.
+// OpenCV calls a pattern by the pixels one line down and one column on. `phase` is the one that begins there.
 int BayerCode(TovBayerPhase phase, bool blueFirst)
 {
     switch (phase) {
@@ -110,23 +109,82 @@ int BayerCode(TovBayerPhase phase, bool blueFirst)
     }
 }
 
+// The pattern from the next column on.
+TovBayerPhase NextColumn(TovBayerPhase phase)
+{
+    switch (phase) {
+    case TOV_BAYER_GR:
+        return TOV_BAYER_RG;
+    case TOV_BAYER_RG:
+        return TOV_BAYER_GR;
+    case TOV_BAYER_GB:
+        return TOV_BAYER_BG;
+    default:
+        return TOV_BAYER_GB;
+    }
+}
+
+// One pixel as OpenCV interpolates it. `at` is its sample, `here` its filter and `beside` that of the next column.
 template<class T>
-void DemosaicBayer(TovPixelTypeInfo const &info, _TovImage const &source, bool blueFirst, ColourLineSink<T> const &sink)
+void InterpolatePixel(T const *at, std::ptrdiff_t step, char here, char beside, bool blueFirst, T *out)
+{
+    auto const place = [blueFirst](char colour) {
+        return colour == 'G' ? 1 : (colour == 'R') != blueFirst ? 0 : 2;
+    };
+    int const level = (at[-1] + at[1] + 1) / 2;
+    int const upright = (at[-step] + at[step] + 1) / 2;
+    if (here == 'G') {
+        out[1] = *at;
+        out[place(beside)] = T(level);
+        out[2 - place(beside)] = T(upright);
+    } else {
+        out[place(here)] = *at;
+        out[1] = T((at[-1] + at[1] + at[-step] + at[step] + 2) / 4);
+        out[2 - place(here)] = T((at[-step - 1] + at[-step + 1] + at[step - 1] + at[step + 1] + 2) / 4);
+    }
+}
+
+template<class T>
+void DemosaicBayer(TovPixelTypeInfo const &info, _TovImage const &source, bool blueFirst, ColourLines const *direct,
+                   ColourLineSink<T> const &sink)
 {
     // OpenCV computes no pixel at the edge; the margin is what it leaves out.
     constexpr int MARGIN = 1;
     Strip<T> strip(info, source, MARGIN, 2);
-    int const code = BayerCode(info.bayer, blueFirst);
     int const depth = sizeof(T) == 1 ? CV_8U : CV_16U;
+    int const width = int(source.width);
     int const height = int(source.height);
     Scratch<T> colours(strip.Step() * 3 * std::size_t(strip.Lines() + 2 * MARGIN));
 
     for (int top = 0; top < height; top += strip.Lines()) {
         int const count = std::min(strip.Lines(), height - top);
         strip.Fill(top, count);
+        if constexpr (sizeof(T) == 1) {
+            if (direct && width > 2 && top > 0 && top + count < height) {
+                // Straight into the destination. OpenCV also writes the lines above and below, as edges: the upper
+                // one is finished and has to be kept, the lower one is the next strip's. Its edge columns are wrong
+                // too, having no margin here.
+                std::uint8_t *above = direct->first + std::uint64_t(top - 1) * direct->lineStep;
+                std::copy_n(above, 3 * width, colours.Data());
+                cv::Mat const mosaic(count + 2, width, CV_8UC1, strip.Data() + MARGIN, strip.Step());
+                cv::Mat picture(count + 2, width, CV_8UC3, above, direct->lineStep);
+                cv::demosaicing(mosaic, picture, BayerCode(NextColumn(info.bayer), blueFirst));
+                std::copy_n(colours.Data(), 3 * width, above);
+                for (int i = 1; i <= count; ++i) {
+                    for (int x : {0, width - 1}) {
+                        char const here = TovGetFilterColour(&info, std::uint32_t(x), std::uint32_t(top + i - 1));
+                        char const beside = TovGetFilterColour(&info, std::uint32_t(x + 1), std::uint32_t(top + i - 1));
+                        InterpolatePixel(strip.Data() + std::size_t(i) * strip.Step() + MARGIN + x,
+                                         std::ptrdiff_t(strip.Step()), here, beside, blueFirst,
+                                         picture.ptr<T>(i) + 3 * x);
+                    }
+                }
+                continue;
+            }
+        }
         cv::Mat const mosaic(count + 2 * MARGIN, int(strip.Step()), CV_MAKETYPE(depth, 1), strip.Data());
         cv::Mat picture(mosaic.size(), CV_MAKETYPE(depth, 3), colours.Data());
-        cv::demosaicing(mosaic, picture, code);
+        cv::demosaicing(mosaic, picture, BayerCode(info.bayer, blueFirst));
         for (int i = 0; i < count; ++i)
             sink(std::uint32_t(top + i), picture.ptr<T>(i + MARGIN) + 3 * MARGIN);
     }
@@ -210,17 +268,18 @@ void DemosaicTrueSense(TovPixelTypeInfo const &info, _TovImage const &source, bo
 } // namespace
 
 template<class T>
-void Demosaic(TovPixelTypeInfo const &info, _TovImage const &source, bool blueFirst, ColourLineSink<T> const &sink)
+void Demosaic(TovPixelTypeInfo const &info, _TovImage const &source, bool blueFirst, ColourLines const *direct,
+              ColourLineSink<T> const &sink)
 {
     if (info.family == TOV_FAMILY_TRUESENSE)
         DemosaicTrueSense<T>(info, source, blueFirst, sink);
     else
-        DemosaicBayer<T>(info, source, blueFirst, sink);
+        DemosaicBayer<T>(info, source, blueFirst, direct, sink);
 }
 
-template void Demosaic<std::uint8_t>(TovPixelTypeInfo const &, _TovImage const &, bool,
+template void Demosaic<std::uint8_t>(TovPixelTypeInfo const &, _TovImage const &, bool, ColourLines const *,
                                      ColourLineSink<std::uint8_t> const &);
-template void Demosaic<std::uint16_t>(TovPixelTypeInfo const &, _TovImage const &, bool,
+template void Demosaic<std::uint16_t>(TovPixelTypeInfo const &, _TovImage const &, bool, ColourLines const *,
                                       ColourLineSink<std::uint16_t> const &);
 
 } // namespace TovPixels

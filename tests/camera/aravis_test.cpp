@@ -1,8 +1,9 @@
 // Real cameras, against a GigE Vision camera that we did not write. Runs in a network namespace of its own.
-#include "aravis_fakecamera.h"
+#include "aravis_fakegige.h"
 
 #include "tovcamera.h"
 
+#include <arv.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -58,10 +59,17 @@ struct Running
     }
     ~Running()
     {
+        Stop();
+    }
+    void Stop()
+    {
+        if (!stream)
+            return;
         EXPECT_EQ(nodes->ExecuteCommand("AcquisitionStop"), 0);
         EXPECT_EQ(stream->StopAcquisition(1), 0);
         EXPECT_EQ(nodes->SetIntegerValue("TLParamsLocked", 0), 0);
         EXPECT_EQ(stream->ReleaseBufferQueue(), 0);
+        stream = nullptr;
     }
     TovCam::Device *device;
     TovCam::ParamArray *nodes;
@@ -86,7 +94,7 @@ std::size_t ResidentKilobytes()
 TEST_F(AravisTest, ListsTheCameraAndWhoHasIt)
 {
     {
-        FakeCamera camera;
+        FakeGigECamera camera;
         ASSERT_EQ(m_system->UpdateDeviceList(), 0);
         TovCam::Interface *const interface = m_system->GetInterfaceList(2)->GetFirst();
         ASSERT_NE(interface, nullptr);
@@ -130,7 +138,7 @@ TEST_F(AravisTest, ListsTheCameraAndWhoHasIt)
 
 TEST_F(AravisTest, DeliversAThousandFramesAndLosesNone)
 {
-    FakeCamera camera;
+    FakeGigECamera camera;
     TovCam::Device *const device = Open();
     ASSERT_NE(device, nullptr);
     {
@@ -172,7 +180,7 @@ TEST_F(AravisTest, DeliversAThousandFramesAndLosesNone)
 
 TEST_F(AravisTest, TellsTheFormatOfEachQueue)
 {
-    FakeCamera camera;
+    FakeGigECamera camera;
     TovCam::Device *const device = Open();
     ASSERT_NE(device, nullptr);
     TovCam::ParamArray *const nodes = device->GetCameraParameters(nullptr);
@@ -204,7 +212,7 @@ TEST_F(AravisTest, TellsTheFormatOfEachQueue)
 
 TEST_F(AravisTest, DeliversFramesWithLostPacketsAsIncomplete)
 {
-    FakeCamera camera({"-r", "5"});
+    FakeGigECamera camera({"-r", "5"});
     TovCam::Device *const device = Open();
     ASSERT_NE(device, nullptr);
     device->GetCameraParameters(nullptr)->SetFloatValue("AcquisitionFrameRate", 100.0);
@@ -232,7 +240,7 @@ TEST_F(AravisTest, DeliversFramesWithLostPacketsAsIncomplete)
 
 TEST_F(AravisTest, ReportsALostCameraAndConnectsAgain)
 {
-    auto camera = std::make_unique<FakeCamera>();
+    auto camera = std::make_unique<FakeGigECamera>();
     TovCam::Device *device = Open();
     ASSERT_NE(device, nullptr);
     std::promise<std::thread::id> lost;
@@ -270,6 +278,12 @@ TEST_F(AravisTest, ReportsALostCameraAndConnectsAgain)
     EXPECT_LT(Clock::now() - start, 2s);
 
     ASSERT_EQ(isLost.wait_for(15s), std::future_status::ready);
+    EXPECT_EQ(device->UnregisterEvent(TovCam::EventConnectionLost, onLost, &lost), 0);
+    std::promise<std::thread::id> late; // who comes after the loss hears of it too
+    ASSERT_EQ(device->RegisterEvent(TovCam::EventConnectionLost, onLost, &late), 0);
+    std::future<std::thread::id> heard = late.get_future();
+    ASSERT_EQ(heard.wait_for(5s), std::future_status::ready);
+    EXPECT_NE(heard.get(), std::this_thread::get_id());
     std::int32_t error = 0;
     std::uint32_t value;
     start = Clock::now();
@@ -283,8 +297,8 @@ TEST_F(AravisTest, ReportsALostCameraAndConnectsAgain)
     device->Release();
     EXPECT_LT(Clock::now() - start, 5s);
 
-    // A new subscriber of a camera lost before would hear of it too; a camera that is back is a new connection.
-    camera = std::make_unique<FakeCamera>();
+    // A camera that is back is a new connection.
+    camera = std::make_unique<FakeGigECamera>();
     device = Open();
     ASSERT_NE(device, nullptr);
     {
@@ -296,9 +310,81 @@ TEST_F(AravisTest, ReportsALostCameraAndConnectsAgain)
     device->Release();
 }
 
+TEST_F(AravisTest, LetsGoOfACameraThatDiedUnnoticed)
+{
+    for (bool const releaseQueue : {true, false}) {
+        auto camera = std::make_unique<FakeGigECamera>();
+        TovCam::Device *device = Open();
+        ASSERT_NE(device, nullptr);
+        TovCam::Stream *const stream = device->GetStreamByIndex(0);
+        ASSERT_EQ(stream->AllocBufferQueue(nullptr, 4), 0);
+        ASSERT_EQ(stream->StartAcquisition(-1, 0), 0);
+        camera->Kill();
+        Clock::time_point const start = Clock::now();
+        if (releaseQueue) {
+            EXPECT_EQ(stream->StopAcquisition(1), 0);
+            EXPECT_EQ(stream->ReleaseBufferQueue(), 0);
+            // The goodbye is under way, and nothing waits for it.
+            EXPECT_NE(device->GetCameraParameters(nullptr)->SetIntegerValue("TLParamsLocked", 0), 0);
+        }
+        device->Release();
+        EXPECT_LT(Clock::now() - start, 4s);
+
+        camera = std::make_unique<FakeGigECamera>(); // back, while the old connection is still being buried
+        device = Open();
+        ASSERT_NE(device, nullptr);
+        Running running(device);
+        for (int i = 0; i < (releaseQueue ? 100 : 1); ++i) {
+            TovCam::Buffer *const buffer = running.stream->GetBuffer(2000, nullptr);
+            ASSERT_NE(buffer, nullptr) << i;
+            running.stream->QueueBuffer(buffer);
+            std::this_thread::sleep_for(50ms);
+        }
+        running.Stop();
+        device->Release();
+    }
+}
+
+TEST_F(AravisTest, GivesTimestampsInTicksOfTheCamerasClock)
+{
+    // The fake camera's description, with a clock of 125 MHz added; Aravis counts nanoseconds all the same.
+    ArvDevice *const donor = arv_fake_device_new("donor", nullptr);
+    size_t size = 0;
+    char const *const text = arv_device_get_genicam_xml(donor, &size);
+    std::string xml(text, size);
+    g_object_unref(donor);
+    xml.insert(xml.rfind("</RegisterDescription>"),
+               "<Integer Name=\"GevTimestampTickFrequency\"><Value>125000000</Value></Integer>");
+    std::string const path = testing::TempDir() + "/aravis_clock_" + std::to_string(getpid()) + ".xml";
+    std::ofstream(path) << xml;
+    FakeGigECamera camera({"-g", path});
+    TovCam::Device *const device = Open();
+    ASSERT_NE(device, nullptr);
+    TovCam::ParamArray *const nodes = device->GetCameraParameters(nullptr);
+    ASSERT_EQ(nodes->GetIntegerValue("GevTimestampTickFrequency", nullptr), 125000000);
+    ASSERT_EQ(nodes->SetFloatValue("AcquisitionFrameRate", 50.0), 0);
+    {
+        Running running(device);
+        std::uint64_t times[2]{}, ids[2]{};
+        for (int i = 0; i <= 20; ++i) {
+            TovCam::Buffer *const buffer = running.stream->GetBuffer(5000, nullptr);
+            ASSERT_NE(buffer, nullptr);
+            if (i == 0 || i == 20) {
+                times[i / 20] = buffer->GetTimestamp();
+                ids[i / 20] = buffer->GetFrameID();
+            }
+            running.stream->QueueBuffer(buffer);
+        }
+        double const period = static_cast<double>(times[1] - times[0]) / 125e6 / static_cast<double>(ids[1] - ids[0]);
+        EXPECT_NEAR(period, 0.02, 0.005);
+    }
+    device->Release();
+    std::remove(path.c_str());
+}
+
 TEST_F(AravisTest, RemembersACancelledWait)
 {
-    FakeCamera camera;
+    FakeGigECamera camera;
     TovCam::Device *const device = Open();
     ASSERT_NE(device, nullptr);
     TovCam::Stream *const stream = device->GetStreamByIndex(0);
@@ -332,7 +418,7 @@ TEST_F(AravisTest, RemembersACancelledWait)
 
 TEST_F(AravisTest, DeliversNoMoreFramesThanAskedFor)
 {
-    FakeCamera camera;
+    FakeGigECamera camera;
     TovCam::Device *const device = Open();
     ASSERT_NE(device, nullptr);
     TovCam::Stream *const stream = device->GetStreamByIndex(0);
@@ -350,7 +436,7 @@ TEST_F(AravisTest, DeliversNoMoreFramesThanAskedFor)
 
 TEST_F(AravisTest, StaysFlatOverManyConnectionsAndStarts)
 {
-    FakeCamera camera;
+    FakeGigECamera camera;
     std::size_t before = 0;
     for (int i = 0; i < 220; ++i) {
         if (i == 20)
@@ -404,7 +490,7 @@ TEST_F(AravisTest, RefusesDescriptionsThatCannotBeUsed)
     for (Description const &description : descriptions) {
         SCOPED_TRACE(description.name);
         std::ofstream(path) << description.xml;
-        FakeCamera camera({"-g", path});
+        FakeGigECamera camera({"-g", path});
         TovCam::Device *const device = Open();
         ASSERT_NE(device, nullptr);
         std::int32_t error = 0;

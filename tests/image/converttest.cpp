@@ -233,7 +233,7 @@ INSTANTIATE_TEST_SUITE_P(AllTypes, ConvertFrom, testing::Range(0u, TOV_PIXEL_TYP
 // More lines than one strip of a mosaic takes.
 TEST(Convert, StripsOfAMosaicJoinWithoutASeam)
 {
-    for (std::uint32_t row : {14u, 27u, 49u, 68u})
+    for (std::uint32_t row : {13u, 14u, 15u, 40u, 49u, 68u})
         for (std::uint32_t to : {std::uint32_t(TV_PIXEL_RGB8), std::uint32_t(TV_PIXEL_RGB12)})
             ExpectConverted(*TovGetPixelTypeInfoByRow(row - 1), *TovGetPixelTypeInfo(to), 301, 150, 5);
 }

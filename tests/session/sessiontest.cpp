@@ -7,23 +7,35 @@
 #include "tovscopeexception.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QMainWindow>
-#include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
+#include <QThread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <optional>
-#include <thread>
 
 namespace {
 
-using Log = std::vector<std::string>;
-
 constexpr auto NoState = static_cast<SessionState>(-1);
+
+class MockPlugin : public RigTestPlugin
+{
+public:
+    MOCK_METHOD(void, ShowPanel, (QMainWindow *, int, int), (override));
+    MOCK_METHOD(void, Detach, (QMainWindow *), (override));
+    MOCK_METHOD(bool, Attach, (QMainWindow *, TovCam::Device *), (override));
+    MOCK_METHOD(void, ProcessBuffer, (TovCam::Buffer *), (override));
+    MOCK_METHOD(bool, NeedNextFrame, (bool *), (override));
+    MOCK_METHOD(void, Reserved1, (), (override));
+    MOCK_METHOD(void, Reserved2, (), (override));
+    MOCK_METHOD(void, OnStartCapturing, (), (override));
+    MOCK_METHOD(void, OnStop, (), (override));
+    MOCK_METHOD(void, PrepareToAcquition, (), (override));
+    MOCK_METHOD(void, RunAutoEvaluation, (), (override));
+    MOCK_METHOD(void, SetComponents, (TovComponent *, TovComponent *, TovComponent *), (override));
+};
 
 class Host : public SessionHost
 {
@@ -66,62 +78,21 @@ private:
     std::optional<QSettings> m_settings;
 };
 
-// Notes its calls, and throws in one of them.
-class Plugin : public RigTestPlugin
+// Its calls are steps of the camera's script.
+class Plugin : public testing::NiceMock<MockPlugin>
 {
 public:
-    explicit Plugin(FakeScript &script) : m_script(script)
+    explicit Plugin(FakeScript &script)
     {
         RigTestSlot() = this;
+        ON_CALL(*this, OnStartCapturing).WillByDefault([&] { script.Run("OnStartCapturing", "OnStartCapturing"); });
+        ON_CALL(*this, OnStop).WillByDefault([&] { script.Run("OnStop", "OnStop"); });
+        ON_CALL(*this, PrepareToAcquition).WillByDefault([&] { script.Run("Prepare", "PrepareToAcquition"); });
     }
     ~Plugin() override
     {
         RigTestSlot() = nullptr;
     }
-    void ShowPanel(QMainWindow *, int, int) override
-    {
-    }
-    void Detach(QMainWindow *) override
-    {
-    }
-    bool Attach(QMainWindow *, TovCam::Device *) override
-    {
-        return true;
-    }
-    void ProcessBuffer(TovCam::Buffer *) override
-    {
-    }
-    bool NeedNextFrame(bool *) override
-    {
-        return false;
-    }
-    void Reserved1() override
-    {
-    }
-    void Reserved2() override
-    {
-    }
-    void OnStartCapturing() override
-    {
-        m_script.Run("OnStartCapturing", "OnStartCapturing");
-    }
-    void OnStop() override
-    {
-        m_script.Run("OnStop", "OnStop");
-    }
-    void PrepareToAcquition() override
-    {
-        m_script.Run("PrepareToAcquition", "PrepareToAcquition");
-    }
-    void RunAutoEvaluation() override
-    {
-    }
-    void SetComponents(TovComponent *, TovComponent *, TovComponent *) override
-    {
-    }
-
-private:
-    FakeScript &m_script;
 };
 
 class SessionTest : public testing::Test
@@ -130,7 +101,7 @@ protected:
     ~SessionTest() override
     {
         session.reset();
-        EXPECT_EQ(device.script.Violations(), Log{});
+        EXPECT_EQ(device.script.Violations(), "");
     }
 
     void Connect()
@@ -174,21 +145,15 @@ protected:
     std::vector<int> errors;
 };
 
-Log const StartLog{"AllocBufferQueue 16", "Set TLParamsLocked 1", "StartAcquisition -1 0", "Execute AcquisitionStart"};
-Log const StopLog{"Execute AcquisitionStop", "StopAcquisition 1", "Set TLParamsLocked 0", "ReleaseBufferQueue"};
-
-Log operator+(Log left, Log const &right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
+#define START_LOG "AllocBufferQueue 16; Set TLParamsLocked 1; StartAcquisition -1 0; Execute AcquisitionStart"
+#define STOP_LOG "Execute AcquisitionStop; StopAcquisition 1; Set TLParamsLocked 0; ReleaseBufferQueue"
+#define CLOSE_LOG "RemoveDisplayWidget; Release"
 
 TEST_F(SessionTest, IsBuiltInOrderAndEntersIdleOnTheNextPass)
 {
     session = std::make_unique<Session>(nullptr, &device, &host);
     EXPECT_EQ(session->GetState(), NoState);
-    EXPECT_EQ(device.script.TakeLog(),
-              (Log{"Read GevTimestampTickFrequency", "AddDisplayWidget", "RegisterEvent 1004"}));
+    EXPECT_EQ(device.script.TakeLog(), "Read GevTimestampTickFrequency; AddDisplayWidget; RegisterEvent 1004");
     emit session->signalStartAcquisition(); // nobody listens yet
     QCoreApplication::processEvents();
     EXPECT_EQ(session->GetState(), SessionStateIdle);
@@ -198,7 +163,7 @@ TEST_F(SessionTest, IsBuiltInOrderAndEntersIdleOnTheNextPass)
     emit session->GetDisplayView()->mouseMoved(17, 0, 0, 0, 0);
     EXPECT_EQ(host.pointerX, 17);
     session.reset();
-    EXPECT_EQ(device.script.TakeLog(), (Log{"UnregisterEvent 1004", "RemoveDisplayWidget", "Release"}));
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " CLOSE_LOG);
     EXPECT_EQ(device.SubscriberCount(), 0u);
 }
 
@@ -206,17 +171,16 @@ TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
 {
     struct
     {
-        Log absent;
+        char const *absent;
         char const *name;
         char const *title;
     } const rows[] = {
-        {{"DeviceUserID"}, "Session_Scripted", " [Scripted, SN:0042]"},
-        {{"DeviceModelName"}, "Session", ", SN:0042]"},
-        {{"DeviceSerialNumber"}, "Session", "]"},
+        {"DeviceUserID", "Session_Scripted", " [Scripted, SN:0042]"},
+        {"DeviceModelName", "Session", ", SN:0042]"},
+        {"DeviceSerialNumber", "Session", "]"},
     };
     for (auto const &row : rows) {
-        for (std::string const &node : row.absent)
-            device.params.Remove(node);
+        device.params.Remove(row.absent);
         Connect();
         EXPECT_EQ(session->GetSettingsName().toStdString(), row.name);
         EXPECT_EQ(session->GetTitle().toStdString(), row.title);
@@ -233,14 +197,14 @@ TEST_F(SessionTest, StartsAndStopsInOrder)
     Plugin const plugin(device.script);
     Connect();
     emit session->signalStartAcquisition();
-    EXPECT_EQ(device.script.TakeLog(), Log{"PrepareToAcquition"} + StartLog);
+    EXPECT_EQ(device.script.TakeLog(), "PrepareToAcquition; " START_LOG);
     EXPECT_EQ(states, std::vector<SessionState>{SessionStateAcquisition});
     for (std::uint64_t id = 1; id <= 5; ++id)
         EXPECT_TRUE(device.stream.Push({id, id * 1000}));
     EXPECT_TRUE(device.stream.WaitUntilDrained());
     EXPECT_EQ(Grabber("FramesAcquired"), 5);
     emit session->signalStopAcquisition();
-    EXPECT_EQ(device.script.TakeLog(), StopLog + Log{"OnStop"});
+    EXPECT_EQ(device.script.TakeLog(), STOP_LOG "; OnStop");
     EXPECT_EQ(states, (std::vector<SessionState>{SessionStateAcquisition, SessionStateIdle}));
     EXPECT_EQ(errors, std::vector<int>{});
 }
@@ -290,25 +254,23 @@ TEST_F(SessionTest, CapturingKeepsFramesAndLeavesTheCameraAlone)
     device.stream.Push({11, 11000});
     EXPECT_TRUE(device.stream.WaitUntilDrained());
     EXPECT_LE(Grabber("QueueFilled"), 1);
-    EXPECT_EQ(device.script.TakeLog(), Log{});
+    EXPECT_EQ(device.script.TakeLog(), "");
     EXPECT_EQ(states, (std::vector<SessionState>{SessionStateCapturing, SessionStateAcquisition}));
 }
 
 // Each step fails by its status, and by an exception out of the library.
 TEST_F(SessionTest, AFailingStepOfTheStartIsUndoneWhole)
 {
-    Log const stopAll{"StopAcquisition 1", "Set TLParamsLocked 0", "ReleaseBufferQueue"};
-    Log const stopNothing{"Set TLParamsLocked 0", "ReleaseBufferQueue"};
+#define UNDO_LOG "Execute AcquisitionAbort; Set TLParamsLocked 0; ReleaseBufferQueue"
     struct
     {
-        char const *step;
-        std::size_t stepsDone;
-        Log undone;
+        char const *step, *log;
     } const rows[] = {
-        {"AllocBufferQueue", 1, stopNothing},
-        {"TLParamsLocked", 2, stopNothing},
-        {"StartAcquisition", 3, stopNothing},
-        {"AcquisitionStart", 4, stopAll},
+        {"AllocBufferQueue", "AllocBufferQueue 16; " UNDO_LOG},
+        {"TLParamsLocked", "AllocBufferQueue 16; Set TLParamsLocked 1; " UNDO_LOG},
+        {"StartAcquisition", "AllocBufferQueue 16; Set TLParamsLocked 1; StartAcquisition -1 0; " UNDO_LOG},
+        {"AcquisitionStart",
+         START_LOG "; Execute AcquisitionAbort; StopAcquisition 1; Set TLParamsLocked 0; ReleaseBufferQueue"},
     };
     Connect();
     for (auto const &row : rows) {
@@ -323,8 +285,7 @@ TEST_F(SessionTest, AFailingStepOfTheStartIsUndoneWhole)
             else
                 device.script.Fail(row.step, -40001);
             emit session->signalStartAcquisition();
-            EXPECT_EQ(device.script.TakeLog(), Log(StartLog.begin(), StartLog.begin() + row.stepsDone) +
-                                                   Log{"Execute AcquisitionAbort"} + row.undone);
+            EXPECT_EQ(device.script.TakeLog(), row.log);
             EXPECT_EQ(errors, std::vector<int>{1});
             EXPECT_EQ(states, std::vector<SessionState>{SessionStateIdle}) << "the answer led back to Idle";
             device.script.Fail(row.step, 0);
@@ -361,7 +322,7 @@ TEST_F(SessionTest, ACameraThatCannotBeReadDoesNotStartAndStops)
     device.SetParametersReadable(false);
     emit session->signalStopAcquisition();
     EXPECT_EQ(session->GetState(), SessionStateIdle);
-    EXPECT_EQ(device.script.TakeLog(), (Log{"StopAcquisition 1", "ReleaseBufferQueue"}));
+    EXPECT_EQ(device.script.TakeLog(), "StopAcquisition 1; ReleaseBufferQueue");
 }
 
 TEST_F(SessionTest, AFailingStopIsFollowedByAnAbort)
@@ -370,32 +331,27 @@ TEST_F(SessionTest, AFailingStopIsFollowedByAnAbort)
     GoTo(SessionStateAcquisition);
     device.script.Fail("AcquisitionStop", -40001);
     emit session->signalStopAcquisition();
-    Log expected = StopLog;
-    expected.insert(expected.begin() + 1, "Execute AcquisitionAbort");
-    EXPECT_EQ(device.script.TakeLog(), expected);
+    EXPECT_EQ(device.script.TakeLog(), "Execute AcquisitionStop; Execute AcquisitionAbort; StopAcquisition 1; "
+                                       "Set TLParamsLocked 0; ReleaseBufferQueue");
 }
 
-TEST_F(SessionTest, WhatAnExceptionLeftRunningIsStoppedByTheDestructor)
+TEST_F(SessionTest, WhatAnExceptionLeftRunningIsStoppedBeforeTheNextStartOrTheEnd)
 {
     for (bool const restart : {false, true}) {
         Connect();
         GoTo(SessionStateAcquisition);
         device.script.At("AcquisitionStop", [] { throw std::runtime_error("broken"); });
         emit session->signalStopAcquisition();
-        EXPECT_EQ(device.script.TakeLog(), Log{"Execute AcquisitionStop"}) << "the rest is skipped";
+        EXPECT_EQ(device.script.TakeLog(), "Execute AcquisitionStop") << "the rest is skipped";
         EXPECT_EQ(session->GetState(), SessionStateIdle);
         device.script.At("AcquisitionStop", {});
         if (restart) {
-            // The buffers are still there, so the start fails and its recovery stops what ran.
-            device.script.Fail("AllocBufferQueue", -40051);
             emit session->signalStartAcquisition();
-            device.script.Fail("AllocBufferQueue", 0);
-            EXPECT_EQ(errors, std::vector<int>{1});
-            GoTo(SessionStateAcquisition);
+            EXPECT_EQ(device.script.TakeLog(), STOP_LOG "; " START_LOG);
+            EXPECT_EQ(session->GetState(), SessionStateAcquisition);
         }
         session.reset();
-        EXPECT_EQ(device.script.TakeLog(),
-                  Log{"UnregisterEvent 1004"} + StopLog + Log{"RemoveDisplayWidget", "Release"});
+        EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " STOP_LOG "; " CLOSE_LOG);
     }
 }
 
@@ -409,9 +365,9 @@ TEST_F(SessionTest, AFailingPluginLeavesTheMachineInCapturing)
     EXPECT_EQ(errors, std::vector<int>{3});
     EXPECT_EQ(session->GetState(), SessionStateAcquisition);
     emit session->signalStopAcquisition();
-    EXPECT_EQ(device.script.TakeLog(), Log{"OnStartCapturing"}) << "no transition leads out";
+    EXPECT_EQ(device.script.TakeLog(), "OnStartCapturing") << "no transition leads out";
     emit session->signalCameraStateDisconnected();
-    EXPECT_EQ(device.script.TakeLog(), StopLog + Log{"OnStop"});
+    EXPECT_EQ(device.script.TakeLog(), STOP_LOG "; OnStop");
     EXPECT_EQ(states, (std::vector<SessionState>{SessionStateIdle, SessionStateDisconnected}));
 }
 
@@ -480,23 +436,13 @@ TEST_F(SessionTest, ALostCameraEndsTheSessionFromEveryState)
     }
 }
 
-TEST_F(SessionTest, QueuesItsReportAcrossThreadsByTextConnectionsToo)
-{
-    Connect();
-    QSignalSpy spy(session.get(), SIGNAL(signalCameraDisconnected(void *, unsigned char)));
-    ASSERT_TRUE(spy.isValid());
-    QMetaMethod const signal = QMetaMethod::fromSignal(&Session::signalCameraDisconnected);
-    for (int i = 0; i < signal.parameterCount(); ++i)
-        EXPECT_NE(signal.parameterType(i), int(QMetaType::UnknownType)) << "queued delivery needs a known type";
-}
-
 TEST_F(SessionTest, DeletedWhileItRunsItStopsEverythingFirst)
 {
     Connect();
     GoTo(SessionStateCapturing);
     device.stream.Push({1, 1000});
     session.reset();
-    EXPECT_EQ(device.script.TakeLog(), Log{"UnregisterEvent 1004"} + StopLog + Log{"RemoveDisplayWidget", "Release"});
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " STOP_LOG "; " CLOSE_LOG);
 }
 
 TEST_F(SessionTest, KeepsSettingsAndForgetsCounters)
@@ -522,7 +468,7 @@ TEST_F(SessionTest, KeepsSettingsAndForgetsCounters)
         EXPECT_EQ(rate, 0) << key;
     }
     emit session->signalStartAcquisition();
-    EXPECT_EQ(device.script.TakeLog().front(), "AllocBufferQueue 25");
+    EXPECT_EQ(device.script.TakeLog().rfind("AllocBufferQueue 25", 0), 0u);
 }
 
 TEST_F(SessionTest, ABuildThatFailsLeavesTheDeviceToTheCaller)
@@ -542,7 +488,7 @@ TEST_F(SessionTest, ABuildThatFailsLeavesTheDeviceToTheCaller)
 
 TEST_F(SessionTest, ManyConnectionsWithFramesLeaveNothingBehind)
 {
-    for (int cycle = 0; cycle < 30; ++cycle) {
+    for (int cycle = 0; cycle < 10; ++cycle) {
         Connect();
         for (int start = 0; start < 3; ++start) {
             GoTo(start == 2 ? SessionStateCapturing : SessionStateAcquisition);
@@ -555,7 +501,7 @@ TEST_F(SessionTest, ManyConnectionsWithFramesLeaveNothingBehind)
         emit session->signalCameraStateDisconnected();
         session.reset();
     }
-    EXPECT_EQ(device.ReleaseCount(), 30);
+    EXPECT_EQ(device.ReleaseCount(), 10);
 }
 
 } // namespace

@@ -14,6 +14,11 @@ void store(std::int32_t *error, std::int32_t status)
         *error = status;
 }
 
+void append(std::string &log, std::string const &entry)
+{
+    log += (log.empty() ? "" : "; ") + entry;
+}
+
 } // namespace
 
 void FakeScript::Fail(std::string const &step, std::int32_t status)
@@ -28,7 +33,7 @@ void FakeScript::At(std::string const &step, std::function<void()> action)
     m_actions[step] = std::move(action);
 }
 
-std::vector<std::string> FakeScript::TakeLog()
+std::string FakeScript::TakeLog()
 {
     std::lock_guard const lock(m_mutex);
     return std::exchange(m_log, {});
@@ -37,10 +42,10 @@ std::vector<std::string> FakeScript::TakeLog()
 void FakeScript::Note(std::string const &text)
 {
     std::lock_guard const lock(m_mutex);
-    m_log.push_back(text);
+    append(m_log, text);
 }
 
-std::vector<std::string> FakeScript::Violations() const
+std::string FakeScript::Violations() const
 {
     std::lock_guard const lock(m_mutex);
     return m_violations;
@@ -52,7 +57,7 @@ std::int32_t FakeScript::Run(std::string const &step, std::string const &entry)
     std::int32_t status = 0;
     {
         std::lock_guard const lock(m_mutex);
-        m_log.push_back(entry);
+        append(m_log, entry);
         if (auto const found = m_actions.find(step); found != m_actions.end())
             action = found->second;
         if (auto const found = m_failures.find(step); found != m_failures.end())
@@ -66,7 +71,7 @@ std::int32_t FakeScript::Run(std::string const &step, std::string const &entry)
 void FakeScript::Violation(std::string const &text)
 {
     std::lock_guard const lock(m_mutex);
-    m_violations.push_back(text);
+    append(m_violations, text);
 }
 
 _TovImage *FakeBuffer::GetImage()

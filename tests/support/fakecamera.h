@@ -24,10 +24,10 @@ class FakeScript
 public:
     void Fail(std::string const &step, std::int32_t status);        // from now on; 0 ends it
     void At(std::string const &step, std::function<void()> action); // runs on the caller's thread; may throw
-    std::vector<std::string> TakeLog();                             // and forgets it
+    std::string TakeLog();                                          // "entry; entry", and forgets it
     void Note(std::string const &text);                             // the test's own entries
     // Misuse of the interfaces, such as giving a buffer back twice.
-    std::vector<std::string> Violations() const;
+    std::string Violations() const;
 
     // For the fakes: logs `entry`, runs the action, and gives the status.
     std::int32_t Run(std::string const &step, std::string const &entry);
@@ -37,8 +37,8 @@ private:
     mutable std::mutex m_mutex; // guards all of it
     std::map<std::string, std::int32_t> m_failures;
     std::map<std::string, std::function<void()>> m_actions;
-    std::vector<std::string> m_log;
-    std::vector<std::string> m_violations;
+    std::string m_log;
+    std::string m_violations;
 };
 
 class FakeBuffer final : public TovCam::Buffer
