@@ -607,7 +607,7 @@ TovCam::DeviceInfo *FindFreshCamera(TovCam::System *system)
     return system->FindDeviceByAddress("127.0.0.1", nullptr);
 }
 
-INSTANTIATE_TEST_SUITE_P(Aravis, CameraContract, testing::Values(ContractCamera{"FakeGigE", FindFreshCamera, 1, false}),
+INSTANTIATE_TEST_SUITE_P(Aravis, CameraContract, testing::Values(ContractCamera{"FakeGigE", FindFreshCamera, false}),
                          [](testing::TestParamInfo<ContractCamera> const &info) { return info.param.name; });
 
 } // namespace
