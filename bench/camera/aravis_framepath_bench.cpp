@@ -179,7 +179,11 @@ void Print(char const *name, std::vector<Cost> const &costs, std::vector<Cost> c
             own.push_back(costs[i].*value);
             ratio.push_back(costs[i].*value / (peers[i].*value));
         }
-        std::printf("   %s %8.1f us (%.3f)", title, Median(own), Median(ratio));
+        double best = peers[0].*value;
+        for (Cost const &peer : peers)
+            best = std::min(best, peer.*value);
+        std::printf("   %s %7.1f us, ratio %.3f, of the best %.3f", title, Median(own), Median(ratio),
+                    *std::min_element(own.begin(), own.end()) / best);
     }
     std::printf("\n");
 }

@@ -12,7 +12,7 @@ struct ContractCamera
 {
     std::string name; // of the test: letters and digits
     std::function<TovCam::DeviceInfo *(TovCam::System *)> find;
-    std::uint64_t heightStep = 2;
+    bool locksFormat = true; // "TLParamsLocked" holds the format
 };
 
 class CameraContract : public testing::TestWithParam<ContractCamera>
