@@ -79,7 +79,7 @@ function(tov_add_test name)
     file(CHMOD "${home}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE) # it is the runtime folder as well
     set(environment "HOME=${home}" "XDG_CONFIG_HOME=${home}/.config" "XDG_RUNTIME_DIR=${home}" "TZ=UTC"
         "LC_ALL=C.UTF-8" "TOV_CAMERA_INTERFACES=sim"
-        "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1" "UBSAN_OPTIONS=print_stacktrace=1"
+        "ASAN_OPTIONS=detect_leaks=1" "UBSAN_OPTIONS=print_stacktrace=1"
         "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0"
         "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
     if(ARG_XVFB)
