@@ -27,6 +27,15 @@ void PutWideRegistersAway()
 #endif
 }
 
+// Four bytes from each of four places. v_lut_quads would ask for aligned ones.
+cv::v_uint8x16 Quads(std::uint8_t const *line, std::int32_t const *at)
+{
+    std::uint32_t quads[4];
+    for (int i = 0; i < 4; ++i)
+        std::memcpy(&quads[i], line + at[i], sizeof quads[i]);
+    return cv::v_reinterpret_as_u8(cv::v_uint32x4(quads[0], quads[1], quads[2], quads[3]));
+}
+
 // The weighted mean of some lines.
 template<int Count>
 void Mix(std::uint8_t const *const *lines, int const *weights, int cells, std::uint8_t *out)
@@ -240,7 +249,7 @@ void FramePainter::ReduceLine(std::uint32_t *out) const
         cv::v_uint32x4 const half = cv::v_setall_u32(WEIGHTS / 2);
         cv::v_uint32x4 const opaque = cv::v_setall_u32(0xFF000000u);
         auto const mean = [half](std::uint8_t const *line, std::int32_t const *at, cv::v_uint8x16 const &shares) {
-            return cv::v_shr<8>(cv::v_dotprod_expand(cv::v_lut_quads(line, at), shares) + half);
+            return cv::v_shr<8>(cv::v_dotprod_expand(Quads(line, at), shares) + half);
         };
         for (; i + 4 <= pixels; i += 4) {
             cv::v_uint8x16 const shares = cv::v_load(weights + std::size_t(i) * TAPS);
