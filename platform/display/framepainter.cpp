@@ -17,6 +17,25 @@ std::uint32_t Rgb(unsigned red, unsigned green, unsigned blue)
     return 0xFF000000u | red << 16 | green << 8 | blue;
 }
 
+// On x86-64 this library's 128-bit vector code runs at half its speed while another library's wide registers are in
+// use, and not every library puts them away. Other processors have no such state.
+void PutWideRegistersAway()
+{
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx"))
+        asm volatile("vzeroupper");
+#endif
+}
+
+// Four bytes from each of four places. v_lut_quads would ask for aligned ones.
+cv::v_uint8x16 Quads(std::uint8_t const *line, std::int32_t const *at)
+{
+    std::uint32_t quads[4];
+    for (int i = 0; i < 4; ++i)
+        std::memcpy(&quads[i], line + at[i], sizeof quads[i]);
+    return cv::v_reinterpret_as_u8(cv::v_uint32x4(quads[0], quads[1], quads[2], quads[3]));
+}
+
 // The weighted mean of some lines.
 template<int Count>
 void Mix(std::uint8_t const *const *lines, int const *weights, int cells, std::uint8_t *out)
@@ -95,6 +114,7 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
 void FramePainter::Paint(_TovImage const &image, TovPixelTypeInfo const &info, ViewGeometry const &geometry,
                          std::shared_ptr<ColourMap const> const &map, Picture *picture)
 {
+    PutWideRegistersAway();
     picture->geometry = geometry;
     picture->map = map;
     picture->x = geometry.x.First();
@@ -229,7 +249,7 @@ void FramePainter::ReduceLine(std::uint32_t *out) const
         cv::v_uint32x4 const half = cv::v_setall_u32(WEIGHTS / 2);
         cv::v_uint32x4 const opaque = cv::v_setall_u32(0xFF000000u);
         auto const mean = [half](std::uint8_t const *line, std::int32_t const *at, cv::v_uint8x16 const &shares) {
-            return cv::v_shr<8>(cv::v_dotprod_expand(cv::v_lut_quads(line, at), shares) + half);
+            return cv::v_shr<8>(cv::v_dotprod_expand(Quads(line, at), shares) + half);
         };
         for (; i + 4 <= pixels; i += 4) {
             cv::v_uint8x16 const shares = cv::v_load(weights + std::size_t(i) * TAPS);
