@@ -261,7 +261,7 @@ void DisplayView::Work()
         if (TovStatus const copied = TovCopyImage(m_lastImage, image); Failed(copied))
             TovLog::Error(copied, "TVCopyImage failed for m_lastImage, err=%i", static_cast<int>(copied));
         else
-            m_framesShown.fetch_add(1, std::memory_order_relaxed);
+            m_framesShown.fetch_add(1, std::memory_order_release);
     }
     m_fifo->ReturnBuffer(buffer);
 }
@@ -577,7 +577,7 @@ void DisplayView::ReadPointer()
 // On each tick of the video timer: a resting pointer reads the new frame, and a stream that pauses follows the zoom.
 void DisplayView::Refresh()
 {
-    std::uint64_t const shown = m_framesShown.load(std::memory_order_relaxed);
+    std::uint64_t const shown = m_framesShown.load(std::memory_order_acquire);
     if (shown != m_framesSeen) {
         m_framesSeen = shown;
         m_idleTicks = 0;

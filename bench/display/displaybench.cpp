@@ -202,7 +202,7 @@ int main(int argc, char **argv)
         benchmark::RegisterBenchmark((std::string("Enlarged8/") + type).c_str(), Display, type, 8L, false)
             ->UseManualTime();
     }
-    for (char const *type : {"BayerRG8", "Mono12p", "RGB8", "YUV422_8"})
+    for (char const *type : {"BayerRG8", "BayerRG12Packed", "BayerRG12p", "Mono12p", "RGB8", "YUV422_8"})
         benchmark::RegisterBenchmark((std::string("Fitted/") + type).c_str(), Display, type, 1L, false)
             ->UseManualTime();
     benchmark::Initialize(&argc, argv);

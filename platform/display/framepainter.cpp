@@ -17,6 +17,16 @@ std::uint32_t Rgb(unsigned red, unsigned green, unsigned blue)
     return 0xFF000000u | red << 16 | green << 8 | blue;
 }
 
+// On x86-64 this library's 128-bit vector code runs at half its speed while another library's wide registers are in
+// use, and not every library puts them away. Other processors have no such state.
+void PutWideRegistersAway()
+{
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx"))
+        asm volatile("vzeroupper");
+#endif
+}
+
 // The weighted mean of some lines.
 template<int Count>
 void Mix(std::uint8_t const *const *lines, int const *weights, int cells, std::uint8_t *out)
@@ -95,6 +105,7 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
 void FramePainter::Paint(_TovImage const &image, TovPixelTypeInfo const &info, ViewGeometry const &geometry,
                          std::shared_ptr<ColourMap const> const &map, Picture *picture)
 {
+    PutWideRegistersAway();
     picture->geometry = geometry;
     picture->map = map;
     picture->x = geometry.x.First();

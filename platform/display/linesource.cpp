@@ -1,5 +1,7 @@
 #include "linesource.h"
 
+#include <opencv2/core/hal/intrin.hpp>
+
 #include <algorithm>
 #include <cstring>
 
@@ -18,6 +20,36 @@ std::uint32_t Bayer8Type(TovBayerPhase phase)
             return info->pixelType;
     }
     return 0;
+}
+
+// Takes the cells of two lines apart: the colour of the line on top, that of the line below, and the mean of the
+// greens.
+template<bool GreenFirst>
+void SplitCells(std::uint8_t const *top, std::uint8_t const *bottom, int cells, std::uint8_t *onTop,
+                std::uint8_t *below, std::uint8_t *green)
+{
+    int x = 0;
+    cv::v_uint16x8 const one = cv::v_setall_u16(1);
+    auto const mean = [one](cv::v_uint8x16 const &a, cv::v_uint8x16 const &b) {
+        cv::v_uint16x8 a0, a1, b0, b1;
+        cv::v_expand(a, a0, a1);
+        cv::v_expand(b, b0, b1);
+        return cv::v_pack(cv::v_shr<1>(a0 + b0 + one), cv::v_shr<1>(a1 + b1 + one));
+    };
+    for (; x + 16 <= cells; x += 16) {
+        cv::v_uint8x16 even, odd, evenBelow, oddBelow;
+        cv::v_load_deinterleave(top + 2 * x, even, odd);
+        cv::v_load_deinterleave(bottom + 2 * x, evenBelow, oddBelow);
+        cv::v_store(onTop + x, GreenFirst ? odd : even);
+        cv::v_store(below + x, GreenFirst ? evenBelow : oddBelow);
+        cv::v_store(green + x, GreenFirst ? mean(even, oddBelow) : mean(odd, evenBelow));
+    }
+    constexpr int first = GreenFirst ? 1 : 0; // where the line on top has its colour
+    for (; x < cells; ++x) {
+        onTop[x] = top[2 * x + first];
+        below[x] = bottom[2 * x + 1 - first];
+        green[x] = static_cast<std::uint8_t>((top[2 * x + 1 - first] + bottom[2 * x + first] + 1) / 2);
+    }
 }
 
 } // namespace
@@ -97,24 +129,27 @@ void LineSource::ReadSamples(int y, int begin, int count, std::uint8_t *out)
 void LineSource::MakeCells(int y, std::uint8_t *out)
 {
     int const cells = m_end - m_begin;
-    std::uint8_t *const samples = m_samples.Get(std::size_t(cells) * 4);
-    std::uint8_t const *const top = samples;
-    std::uint8_t const *const bottom = samples + cells * 2;
-    ReadSamples(2 * y, 2 * m_begin, 2 * cells, samples);
-    ReadSamples(2 * y + 1, 2 * m_begin, 2 * cells, samples + cells * 2);
+    std::array<std::uint8_t const *, 2> lines;
+    for (int i = 0; i < 2; ++i) {
+        if (m_info->bitDepth == 8 && !(m_tables && m_tables->hasTones)) {
+            lines[i] = At(2 * y + i) + 2 * m_begin;
+        } else {
+            std::uint8_t *const samples = m_samples.Get(std::size_t(cells) * 4) + std::size_t(i) * cells * 2;
+            ReadSamples(2 * y + i, 2 * m_begin, 2 * cells, samples);
+            lines[i] = samples;
+        }
+    }
 
     TovBayerPhase const phase = m_info->bayer;
     bool const greenFirst = phase == TOV_BAYER_GR || phase == TOV_BAYER_GB;
     bool const redOnTop = phase == TOV_BAYER_GR || phase == TOV_BAYER_RG;
-    std::uint8_t *const colourOnTop = out + (redOnTop ? 0 : 2 * m_stride);
-    std::uint8_t *const colourBelow = out + (redOnTop ? 2 * m_stride : 0);
-    std::uint8_t *const green = out + m_stride;
-    int const first = greenFirst ? 1 : 0; // where the line on top has its colour
-    for (int x = 0; x < cells; ++x) {
-        colourOnTop[x] = top[2 * x + first];
-        colourBelow[x] = bottom[2 * x + 1 - first];
-        green[x] = static_cast<std::uint8_t>((top[2 * x + 1 - first] + bottom[2 * x + first] + 1) / 2);
-    }
+    std::uint8_t *const onTop = out + (redOnTop ? 0 : 2 * m_stride);
+    std::uint8_t *const below = out + (redOnTop ? 2 * m_stride : 0);
+    // A line's other colour stands where the other line has its green.
+    if (greenFirst)
+        SplitCells<true>(lines[0], lines[1], cells, onTop, below, out + m_stride);
+    else
+        SplitCells<false>(lines[0], lines[1], cells, onTop, below, out + m_stride);
 }
 
 void LineSource::MakeColours(int y, std::uint8_t *out)
@@ -140,7 +175,18 @@ void LineSource::MakeColours(int y, std::uint8_t *out)
     std::uint8_t *const first = out + (blueFirst ? 2 * m_stride : 0);
     std::uint8_t *const second = out + m_stride;
     std::uint8_t *const third = out + (blueFirst ? 0 : 2 * m_stride);
-    for (int x = 0; x < count; ++x) {
+    int x = 0;
+    for (; x + 16 <= count; x += 16) {
+        cv::v_uint8x16 a, b, c, alpha;
+        if (each == 3)
+            cv::v_load_deinterleave(pixels + 3 * x, a, b, c);
+        else
+            cv::v_load_deinterleave(pixels + 4 * x, a, b, c, alpha);
+        cv::v_store(first + x, a);
+        cv::v_store(second + x, b);
+        cv::v_store(third + x, c);
+    }
+    for (; x < count; ++x) {
         first[x] = pixels[x * each];
         second[x] = pixels[x * each + 1];
         third[x] = pixels[x * each + 2];
