@@ -390,22 +390,20 @@ std::int32_t RasterDisplay::DisplayVideo(_TovImage const *image)
     std::unique_ptr<Picture> picture;
     if (std::int32_t const status = Render(image, &m_painter, &picture))
         return status;
-    bool post = false;
     {
+        // The event is made and posted under the lock that its receiver takes: they meet there, whatever Qt does.
         std::lock_guard const lock(m_slotMutex);
         picture.swap(m_newest);
-        post = !std::exchange(m_eventPending, true);
+        if (!std::exchange(m_eventPending, true))
+            QCoreApplication::postEvent(this, new QEvent(PictureEvent()));
     }
     GivePicture(std::move(picture)); // one that was never shown
-    if (post)
-        QCoreApplication::postEvent(this, new QEvent(PictureEvent()));
     return OK;
 }
 
-void RasterDisplay::customEvent(QEvent *event)
+void RasterDisplay::customEvent(QEvent *)
 {
-    if (event->type() == PictureEvent())
-        TakeNewest();
+    TakeNewest(); // the only event of ours
 }
 
 void RasterDisplay::TakeNewest()
