@@ -271,8 +271,7 @@ TEST_P(CameraContract, FormatIsLockedWhileFramesFlow)
 {
     TovCam::Device *const device = Open();
     TovCam::ParamArray *const nodes = device->GetCameraParameters(nullptr);
-    if (!GetParam().locksFormat ||
-        nodes->SetIntegerValue("TLParamsLocked", 1) == TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM) {
+    if (!GetParam().locksFormat || nodes->SetIntegerValue("TLParamsLocked", 1) == TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM) {
         device->Release();
         GTEST_SKIP() << "the camera has no lock";
     }
