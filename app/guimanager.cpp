@@ -1,8 +1,9 @@
 #include "guimanager.h"
 
 #include "displayview.h"
+#include "managedwindow.h"
+#include "rigtestplugin.h"
 #include "session.h"
-#include "tovscope.h"
 #include "tovscopeexception.h"
 
 #include "tovcamera.h"
@@ -10,6 +11,7 @@
 
 #include <QAction>
 #include <QCoreApplication>
+#include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -108,7 +110,7 @@ GuiManager::GuiState const GuiManager::s_stateMapInit[42] = {
 
 QMap<QString, GuiManager::GuiState> GuiManager::s_stateMap;
 
-GuiManager::GuiManager(TovScope *window) : m_window(window)
+GuiManager::GuiManager(ManagedWindow *window) : m_window(window)
 {
 }
 
@@ -179,7 +181,7 @@ void GuiManager::ConnectAndRunAutoEvaluation()
     if (!CreateSession(camera ? TovCam_CreateDevice(camera, FullAccess, nullptr) : nullptr))
         return;
     CreatePanels();
-    if (RigTestPlugin *const plugin = TovScope::s_pRigTest)
+    if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->RunAutoEvaluation();
 }
 
@@ -216,29 +218,29 @@ bool GuiManager::CreateSession(TovCam::Device *device)
 
 bool GuiManager::CreatePanels()
 {
-    if (RigTestPlugin *const plugin = TovScope::s_pRigTest) {
-        if (plugin->Attach(m_window, m_session->GetDevice())) {
+    if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
+        if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
             plugin->SetComponents(m_session, m_session->GetDisplay(), nullptr);
-            plugin->ShowPanel(m_window, 0, 0);
+            plugin->ShowPanel(MainWindow(), 0, 0);
         } else {
-            TovScope::UnloadRigTest();
+            m_window->ForgetRigTest();
         }
     }
-    if (!TovScope::s_pRigTest)
-        m_window->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
+    if (!m_window->GetRigTest())
+        MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
     return true;
 }
 
 void GuiManager::ClosePanels()
 {
-    if (RigTestPlugin *const plugin = TovScope::s_pRigTest)
-        plugin->Detach(m_window);
-    m_window->GetGlobalSettings()->setValue(StateKey, m_window->saveState(StateVersion));
+    if (RigTestPlugin *const plugin = m_window->GetRigTest())
+        plugin->Detach(MainWindow());
+    m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
 }
 
 void GuiManager::ShowCritical(QString const &text)
 {
-    QMessageBox::critical(m_window, QCoreApplication::applicationName(), text, QMessageBox::Ok);
+    QMessageBox::critical(MainWindow(), QCoreApplication::applicationName(), text, QMessageBox::Ok);
 }
 
 void GuiManager::DisplayError(QString const &text, unsigned int code)
@@ -271,6 +273,11 @@ void GuiManager::stopAcquisitionAndCapture()
 void GuiManager::captureOptionsDlg()
 {
     DisplayError(tr("Capture Options Dlg"), 0);
+}
+
+QMainWindow *GuiManager::MainWindow() const
+{
+    return m_window->GetMainWindow();
 }
 
 DisplayView *GuiManager::CurrentDisplay() const
@@ -324,7 +331,7 @@ void GuiManager::updateGui()
 
     // A session whose machine has not started yet has a state beyond the table: nothing may be used then.
     bool const known = state >= SessionStateDisconnected && state <= SessionStateCapturing;
-    auto const menus = m_window->menuBar()->findChildren<QMenu *>();
+    auto const menus = MainWindow()->menuBar()->findChildren<QMenu *>();
     for (QMenu const *menu : menus) {
         auto const actions = menu->actions();
         for (QAction *action : actions) {
@@ -338,7 +345,7 @@ void GuiManager::updateGui()
         }
     }
 
-    QString title = TovScope::s_pRigTest ? QStringLiteral("RigTest Auto - ") : QStringLiteral("TovScope - ");
+    QString title = m_window->GetRigTest() ? QStringLiteral("RigTest Auto - ") : QStringLiteral("TovScope - ");
     if (state == SessionStateDisconnected) {
         title += QStringLiteral("Camera is not connected");
     } else {
@@ -346,7 +353,7 @@ void GuiManager::updateGui()
         if (!m_configurationFile.isEmpty())
             title += QStringLiteral(" { %1 }").arg(m_configurationFile);
     }
-    m_window->setWindowTitle(title);
+    MainWindow()->setWindowTitle(title);
 }
 
 void GuiManager::sessionStateError(void *session, unsigned char err)

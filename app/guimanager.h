@@ -13,8 +13,9 @@
 #include <optional>
 
 class DisplayView;
+class ManagedWindow;
+class QMainWindow;
 class Session;
-class TovScope;
 namespace TovCam {
 class Device;
 class System;
@@ -33,7 +34,7 @@ public:
     static GuiState const s_stateMapInit[42];
     static QMap<QString, GuiState> s_stateMap; // filled on the first updateGui
 
-    explicit GuiManager(TovScope *window);
+    explicit GuiManager(ManagedWindow *window);
     ~GuiManager() override;
 
     // Builds the session around an opened camera, after the one in use was closed. False, with a message shown, when
@@ -68,9 +69,10 @@ private:
     bool TakeSystem();
     void LoadProducer();
     DisplayView *CurrentDisplay() const;
+    QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
 
-    TovScope *m_window;
+    ManagedWindow *m_window;
     Session *m_session = nullptr;                  // owned
     TovCam::System *m_system = nullptr;            // got on first use
     QString m_configurationFile;                   // last loaded or saved

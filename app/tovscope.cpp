@@ -64,6 +64,16 @@ QSettings *TovScope::GetGlobalSettings()
     return m_settings.GetGlobalSettings();
 }
 
+RigTestPlugin *TovScope::GetRigTest()
+{
+    return s_pRigTest;
+}
+
+void TovScope::ForgetRigTest()
+{
+    UnloadRigTest();
+}
+
 GuiManager &TovScope::GetGuiManager()
 {
     return m_manager;

@@ -5,8 +5,8 @@
 
 #include "appsettings.h"
 #include "guimanager.h"
+#include "managedwindow.h"
 #include "rigtestplugin.h"
-#include "sessionhost.h"
 #include "ui_tovscope.h"
 
 #include <QMainWindow>
@@ -15,7 +15,7 @@
 
 class QLabel;
 
-class TovScope : public QMainWindow, public SessionHost
+class TovScope : public QMainWindow, public ManagedWindow
 {
     Q_OBJECT
 public:
@@ -28,7 +28,9 @@ public:
     bool RemoveDisplayWidget(QWidget *widget) override;
     QSettings *GetSessionSettings(QString const &name) override;
     QMainWindow *GetMainWindow() override;
-    QSettings *GetGlobalSettings();
+    QSettings *GetGlobalSettings() override;
+    RigTestPlugin *GetRigTest() override;
+    void ForgetRigTest() override;
     GuiManager &GetGuiManager();
 
     // Forgets the plug-in; its object stays loaded.

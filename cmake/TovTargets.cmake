@@ -76,6 +76,7 @@ function(tov_add_test name)
     endif()
     set(home "${PROJECT_BINARY_DIR}/test-home/${name}")
     file(MAKE_DIRECTORY "${home}")
+    file(CHMOD "${home}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE) # it is the runtime folder as well
     set(environment "HOME=${home}" "XDG_CONFIG_HOME=${home}/.config" "XDG_RUNTIME_DIR=${home}" "TZ=UTC"
         "LC_ALL=C.UTF-8" "TOV_CAMERA_INTERFACES=sim"
         "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1" "UBSAN_OPTIONS=print_stacktrace=1"

@@ -8,26 +8,13 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
-#include <QSignalSpy>
+#include <QRegularExpression>
+#include <QSettings>
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QToolBar>
 
 namespace {
-
-QString describe(QList<QAction *> const &actions)
-{
-    QStringList names;
-    for (QAction const *action : actions) {
-        if (action->isSeparator())
-            names << QStringLiteral("-");
-        else if (action->menu())
-            names << QStringLiteral("[%1 %2]").arg(action->menu()->objectName(), action->text());
-        else
-            names << action->objectName();
-    }
-    return names.join(QLatin1Char(' '));
-}
 
 class MainWindow : public testing::Test
 {
@@ -42,95 +29,19 @@ protected:
     }
 };
 
-TEST_F(MainWindow, HasTheActionsInTheirOrder)
+TEST_F(MainWindow, EveryIconThatAnActionNamesIsThere)
 {
     TovScope window(nullptr, false, false);
-    QStringList lines;
-    for (QAction const *action :
-         window.findChildren<QAction *>(QRegularExpression(QStringLiteral("^action")), Qt::FindDirectChildrenOnly)) {
-        EXPECT_TRUE(action->shortcut().isEmpty());
-        EXPECT_FALSE(action->isChecked());
-        QString const marks = QLatin1String(action->isCheckable() ? "C" : "") +
-                              QLatin1String(action->icon().pixmap(24).isNull() ? "" : "I");
-        lines << action->objectName().mid(6) + QLatin1Char('|') + action->text() + QLatin1Char('|') + marks;
+    auto const actions = window.findChildren<QAction *>(QRegularExpression(QStringLiteral("^action")));
+    EXPECT_EQ(actions.size(), 42);
+    int icons = 0;
+    for (QAction const *action : actions) {
+        icons += !action->icon().isNull();
+        EXPECT_EQ(action->icon().isNull(), action->icon().pixmap(24).isNull()) << action->objectName().toStdString();
     }
-    EXPECT_EQ(lines.join(QLatin1Char('\n')).toStdString(), R"(LoadConfiguration|&Load configuration...|I
-SaveConfiguration|&Save configuration...|I
-SaveConfigurationAs|Save configuration &as...|
-SaveGenICamXML|Save &GenICam XML...|
-Exit|E&xit|
-Connect|Connect|I
-Disconnect|Disconnect|I
-CameraInformation|Camera information|I
-Play|Play|I
-Stop|Stop|I
-Record|Record|
-Snap|Snap|
-GenICamTree|GenICam Tree|CI
-CamConfig_BasicView|CamConfig - Basic View|CI
-CamConfig_ExpertView|CamConfig - Expert View|CI
-Log|Log|CI
-Capture|Capture|CI
-Statistics|Statistic|CI
-InspectionView|Inspection View|CI
-HistogramPanel|Histogram|CI
-ColorizeHistogram|Colorize by markers|
-StretchHistogram|Stretch between markers|
-ImageProcessing|Image processing|CI
-DefaultPanelsLayout|Default panels layout|
-BrowseRecordingFolder|Browse the recording folder|
-OpenLastRecordedFile|Open last recorded file|
-Buffer|Buffer|
-TextOverlay|Text overlay|
-DisplayOptions|Display|
-CaptureOptions|Capture|
-ApplicationOptions|Application options|
-ZoomIn|Zoom in|I
-ZoomOut|Zoom out|I
-ActualSize|Actual size (100%)|I
-FitToWindow|Fit to window|I
-SpreadToWindow|Spread to window|I
-FullScreen|Full screen|I
-CenterImage|Center image|I
-Help|Help|
-About|About|
-TestBandwidth|Bandwidth testing|I
-Settings|Settings|)");
-}
-
-TEST_F(MainWindow, HasTheMenusAndToolbarsInTheirOrder)
-{
-    TovScope window(nullptr, false, false);
+    EXPECT_EQ(icons, 24);
+    EXPECT_FALSE(window.windowIcon().pixmap(32).isNull());
     EXPECT_EQ(window.objectName(), QStringLiteral("TovScopeClass"));
-    EXPECT_FALSE(window.windowIcon().isNull());
-    EXPECT_EQ(describe(window.menuBar()->actions()).toStdString(),
-              "[menuFile &File] [menuCamera Camera] [menuView View] [menuDisplay Display] [menuHelp Help]");
-    auto const menu = [&](char const *name) {
-        return describe(window.findChild<QMenu *>(QString::fromLatin1(name))->actions()).toStdString();
-    };
-    EXPECT_EQ(menu("menuFile"), "actionLoadConfiguration [menuLoadRecent Load &recent] actionSaveConfiguration "
-                                "actionSaveConfigurationAs actionSettings - actionExit");
-    EXPECT_EQ(menu("menuLoadRecent"), "");
-    EXPECT_EQ(menu("menuCamera"), "actionConnect actionDisconnect actionCameraInformation actionPlay "
-                                  "actionTestBandwidth actionStop actionRecord actionSnap");
-    EXPECT_EQ(menu("menuView"), "actionGenICamTree actionLog actionCapture actionStatistics actionInspectionView "
-                                "actionHistogramPanel");
-    EXPECT_EQ(menu("menuDisplay"), "actionZoomIn actionZoomOut actionActualSize actionFitToWindow "
-                                   "actionSpreadToWindow actionCenterImage");
-    EXPECT_EQ(menu("menuHelp"), "actionHelp actionAbout");
-
-    QString bars;
-    for (QToolBar *bar : window.findChildren<QToolBar *>()) {
-        EXPECT_EQ(window.toolBarArea(bar), Qt::TopToolBarArea);
-        bars += QStringLiteral("%1 (%2): %3\n").arg(bar->objectName(), bar->windowTitle(), describe(bar->actions()));
-    }
-    EXPECT_EQ(bars.toStdString(),
-              "toolBarFile (File toolbar): actionConnect actionDisconnect actionLoadConfiguration "
-              "actionSaveConfiguration actionPlay actionStop\n"
-              "toolBarDisplay (Display toolbar): actionZoomIn actionZoomOut actionActualSize actionFitToWindow "
-              "actionSpreadToWindow actionCenterImage\n"
-              "toolBarView (View toolbar): actionGenICamTree actionLog actionCapture actionStatistics "
-              "actionInspectionView actionHistogramPanel actionTestBandwidth actionCameraInformation\n");
 }
 
 TEST_F(MainWindow, StartsInTheDisconnectedPicture)
@@ -198,7 +109,7 @@ TEST_F(MainWindow, KeepsItsPlaceAndLayoutFromOneRunToTheNext)
 TEST_F(MainWindow, StartsOverBrokenSettings)
 {
     for (char const *content :
-         {"\x00\xff[[[[",
+         {"\xff\xfe[[[[\nwndState=1\n",
           "[General]\nwndGeometry=@ByteArray(\\x1\\xd9\\xd0\\xcb\\0\\xff\\xff)\nwndState=@Variant(\\0)\n",
           "[General]\nwndGeometry=7\nwndState=@ByteArray(\\0\\0\\0\\xff\\0\\0\\0\\0\\xfd\\xff\\xff\\xff\\xff)\n"}) {
         QDir().mkpath(Folder());
@@ -206,7 +117,10 @@ TEST_F(MainWindow, StartsOverBrokenSettings)
         ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
         file.write(content);
         file.close();
-        ASSERT_TRUE(QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).allKeys().size() > 0);
+        {
+            QSettings const settings(QStringLiteral("Velmor"), QStringLiteral("TovScope"));
+            ASSERT_TRUE(settings.contains(QStringLiteral("wndState"))) << content;
+        }
         TovScope window(nullptr, false, false);
         window.show();
         EXPECT_EQ(window.size(), QSize(1136, 726));

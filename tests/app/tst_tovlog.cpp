@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -123,8 +124,16 @@ protected:
     ~LogConfiguration() override
     {
         closelog();
-        log4cpp::Category::shutdown();
+        Forget();
         std::filesystem::remove(besideExecutable("tst_tovlog.property"));
+    }
+    // What was configured; the library itself never frees it.
+    static void Forget()
+    {
+        for (log4cpp::Category *category : {&log4cpp::Category::getRoot(), &log4cpp::Category::getInstance("TOVSCP")})
+            category->removeAllAppenders();
+        for (char const *name : {"a", "b", "console", "file"})
+            delete log4cpp::Appender::getAppender(name);
     }
     static std::string Configure()
     {
@@ -167,16 +176,40 @@ INSTANTIATE_TEST_SUITE_P(
                               "log4cpp.appender.a.layout=BasicLayout\n",
                               true}));
 
-TEST_F(LogConfiguration, OurDefaultFilePrintsWarningsOnStandardError)
+// As it is shipped, and with everything that its comments offer switched on.
+TEST_F(LogConfiguration, OurDefaultFileWritesToStandardErrorAndOnRequestToAFile)
 {
     std::filesystem::copy_file(TOV_LOG_PROPERTY, besideExecutable("tst_tovlog.property"));
     EXPECT_NE(Configure().find("succeeded!"), std::string::npos);
     testing::internal::CaptureStderr();
-    TovLog::Notice("quiet");
-    TovLog::Warning(9, "loud");
+    TovLog::Error(8, "quiet");
+    TovLog::Fatal(9, "loud");
     std::string const output = testing::internal::GetCapturedStderr();
     EXPECT_EQ(output.find("quiet"), std::string::npos);
-    EXPECT_NE(output.find("[WARN] loud, code=9\n"), std::string::npos) << output;
+    EXPECT_NE(output.find("[FATAL] loud, code=9\n"), std::string::npos) << output;
+    Forget();
+
+    std::filesystem::path const log = besideExecutable("tst_tovlog.log");
+    std::filesystem::remove(log);
+    std::ifstream original(TOV_LOG_PROPERTY);
+    std::string text(std::istreambuf_iterator<char>(original), {});
+    for (auto const &[from, to] : {std::pair<std::string, std::string>{"#log4cpp", "log4cpp"},
+                                   {"FATAL, console", "DEBUG, console, file"},
+                                   {"/tmp/tovscope.log", log.string()}}) {
+        std::size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        for (; at != std::string::npos; at = text.find(from, at + to.size()))
+            text.replace(at, from.size(), to);
+    }
+    std::ofstream(besideExecutable("tst_tovlog.property")) << text;
+    EXPECT_NE(Configure().find("succeeded!"), std::string::npos);
+    testing::internal::CaptureStderr();
+    TovLog::Debug(7, "detail");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    std::string line;
+    std::getline(std::ifstream(log) >> std::ws, line);
+    EXPECT_NE(line.find(" [DEBUG] detail, code=7"), std::string::npos) << line;
+    std::filesystem::remove(log);
 }
 
 } // namespace

@@ -87,8 +87,7 @@ public:
 
     void MoveTo(QPoint global)
     {
-        XDo({QStringLiteral("mousemove"), QStringLiteral("--sync"), QString::number(global.x()),
-             QString::number(global.y())});
+        XDo({QStringLiteral("mousemove"), QString::number(global.x()), QString::number(global.y())});
     }
 
     void ClickAt(QPoint global, int button = 1)

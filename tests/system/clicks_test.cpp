@@ -147,15 +147,14 @@ TEST(Clicks, ACameraThatCannotStartSaysSoAndStaysIdle)
         hands.Connect(robot, serial.c_str());
         for (char const *failing : {"TLParamsLocked", "AcquisitionStart"}) {
             robot.Gui([&] {
-                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->SetStringValue("SimFailingFeature",
+                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->SetStringValue("SimFailFeature",
                                                                                                   failing);
             });
             robot.Click(hands.Window(), "actionPlay");
             EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Can not start the Acquisition")) << failing;
             robot.WaitFor("idle", [&] { return hands.State() == SessionStateIdle; });
             robot.Gui([&] {
-                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->SetStringValue("SimFailingFeature",
-                                                                                                  "");
+                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->SetStringValue("SimFailFeature", "");
             });
             hands.Play(robot);
             hands.Stop(robot);

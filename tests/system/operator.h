@@ -119,12 +119,14 @@ private:
         auto *tree = dialog ? dialog->findChild<QTreeView *>() : nullptr;
         if (!tree || !tree->model())
             return {};
-        auto const found = tree->model()->match(tree->model()->index(0, 0), Qt::DisplayRole, QString::fromUtf8(text), 1,
-                                                Qt::MatchContains | Qt::MatchRecursive);
-        if (found.isEmpty())
-            return {};
-        QRect const rect = tree->visualRect(found.first());
-        return rect.isEmpty() ? QPoint() : tree->viewport()->mapToGlobal(QPoint(rect.left() + 20, rect.center().y()));
+        for (int column = 0; column < tree->model()->columnCount(); ++column) {
+            auto const found = tree->model()->match(tree->model()->index(0, column), Qt::DisplayRole,
+                                                    QString::fromUtf8(text), 1, Qt::MatchContains | Qt::MatchRecursive);
+            QRect const rect = found.isEmpty() ? QRect() : tree->visualRect(found.first());
+            if (!rect.isEmpty())
+                return tree->viewport()->mapToGlobal(QPoint(rect.left() + 20, rect.center().y()));
+        }
+        return {};
     }
 
     TovScope *m_window;

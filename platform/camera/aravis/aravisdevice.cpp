@@ -1,7 +1,6 @@
 #include "aravisdevice.h"
 
 #include "aravisstream.h"
-#include "gvcp.h"
 
 namespace {
 
@@ -9,8 +8,6 @@ using namespace std::chrono_literals;
 
 // What a healthy camera needs to be closed is far below it.
 constexpr auto ClosePatience = 1000ms;
-// An access that takes longer has seen unanswered requests.
-constexpr auto SlowAccess = 900ms;
 
 // Frames over loopback come from a program, not through a network whose packets have to stay small.
 constexpr guint LoopbackPacketSize = 8192;
@@ -22,55 +19,6 @@ bool IsLoopback(ArvGvDevice *device)
 }
 
 } // namespace
-
-// ---- Reachability ------------------------------------------------------------------------------------------------
-
-Reachability::Reachability(std::string address) : m_address(std::move(address))
-{
-}
-
-std::int32_t Reachability::Enter()
-{
-    if (IsLost())
-        return TOV_CAM_ERR_NO_DEVICE;
-    if (m_closing) {
-        if (!m_closing->IsDone())
-            return TOV_CAM_ERR_NO_DEVICE;
-        m_closing.reset();
-        m_suspect = !m_address.empty();
-    }
-    if (m_suspect) {
-        std::uint32_t value;
-        if (!GvcpClient(m_address).ReadRegister(GvcpControlChannelPrivilege, value))
-            return TOV_CAM_ERR_NO_DEVICE;
-        m_suspect = false;
-    }
-    m_entered = std::chrono::steady_clock::now();
-    return TOV_CAM_ERR_OK;
-}
-
-void Reachability::Leave()
-{
-    if (!m_address.empty() && std::chrono::steady_clock::now() - m_entered > SlowAccess)
-        m_suspect = true;
-}
-
-void Reachability::SetLost()
-{
-    m_lost.store(true, std::memory_order_relaxed);
-}
-
-bool Reachability::IsLost() const
-{
-    return m_lost.load(std::memory_order_relaxed);
-}
-
-void Reachability::SetClosing(std::shared_ptr<BackgroundJob const> job)
-{
-    m_closing = std::move(job);
-}
-
-// ---- AravisDevice ------------------------------------------------------------------------------------------------
 
 // What the thread that reports a loss knows of the device, which may be released meanwhile.
 struct AravisDevice::LossRelay

@@ -1,8 +1,8 @@
 // The frames of a real camera: an ArvStream whose buffers wrap pooled memory of ours.
 #pragma once
 
-#include "aravisdevice.h"
 #include "frameids.h"
+#include "reachability.h"
 
 #include <atomic>
 #include <condition_variable>

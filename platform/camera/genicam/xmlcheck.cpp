@@ -80,14 +80,18 @@ bool IsValueLink(std::string_view tag)
     return std::find(std::begin(Tags), std::end(Tags), tag) != std::end(Tags);
 }
 
-std::string Trimmed(xmlChar const *text)
+std::string Trimmed(std::string_view view)
 {
-    std::string_view view = text ? reinterpret_cast<char const *>(text) : "";
     char const *const blanks = " \t\r\n";
     std::size_t const first = view.find_first_not_of(blanks);
     if (first == std::string_view::npos)
         return {};
     return std::string(view.substr(first, view.find_last_not_of(blanks) - first + 1));
+}
+
+std::string Trimmed(xmlChar const *text)
+{
+    return text ? Trimmed(reinterpret_cast<char const *>(text)) : std::string();
 }
 
 std::string Attribute(xmlTextReaderPtr reader, char const *name)
@@ -117,13 +121,17 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
 
     Graph values, categories;
     std::vector<std::string> owners; // the names of the open elements, "" for those without
-    std::string tag;                 // of the innermost open element
+    std::string tag, text;           // of the innermost open element
     bool described = false;
+    // A structure's entries share the links of the structure, which has no name.
+    std::vector<std::string> structLinks, structEntries;
+    bool inStruct = false;
     int status;
     while ((status = xmlTextReaderRead(reader)) == 1) {
         switch (xmlTextReaderNodeType(reader)) {
         case XML_READER_TYPE_ELEMENT: {
             tag = Trimmed(xmlTextReaderConstLocalName(reader));
+            text.clear();
             if (xmlTextReaderDepth(reader) == 0)
                 described = tag == "RegisterDescription";
             // An offset that is read from another node.
@@ -133,6 +141,13 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
                         values.Add(owner, offset);
                 }
             }
+            if (tag == "StructReg") {
+                inStruct = true;
+                structLinks.clear();
+                structEntries.clear();
+            } else if (tag == "StructEntry") {
+                structEntries.push_back(Attribute(reader, "Name"));
+            }
             if (!xmlTextReaderIsEmptyElement(reader))
                 owners.push_back(tag == "EnumEntry" || tag == "Group" || tag[0] == 'p' ? std::string()
                                                                                        : Attribute(reader, "Name"));
@@ -141,21 +156,30 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
         case XML_READER_TYPE_END_ELEMENT:
             if (!owners.empty())
                 owners.pop_back();
+            if (tag == "pFeature" || IsValueLink(tag)) {
+                // An enumeration reads its entries, so what they link to is linked to by it.
+                std::string const target = Trimmed(text);
+                if (inStruct)
+                    structLinks.push_back(target);
+                for (std::string const &owner : owners) {
+                    if (!owner.empty())
+                        (tag == "pFeature" ? categories : values).Add(owner, target);
+                }
+            }
+            if (inStruct && Trimmed(xmlTextReaderConstLocalName(reader)) == "StructReg") {
+                inStruct = false;
+                for (std::string const &entry : structEntries) {
+                    for (std::string const &link : structLinks)
+                        values.Add(entry, link);
+                }
+            }
             tag.clear();
             break;
         case XML_READER_TYPE_TEXT:
-        case XML_READER_TYPE_CDATA: {
-            // Entries of an enumeration and of a structure count as their owner's: one reads the other.
-            bool const category = tag == "pFeature";
-            if (!category && !IsValueLink(tag))
-                break;
-            std::string const target = Trimmed(xmlTextReaderConstValue(reader));
-            for (std::string const &owner : owners) {
-                if (!owner.empty())
-                    (category ? categories : values).Add(owner, target);
-            }
+        case XML_READER_TYPE_CDATA:
+            // A comment may lie within, so the text is whole only at the element's end.
+            text += reinterpret_cast<char const *>(xmlTextReaderConstValue(reader));
             break;
-        }
         default:
             break;
         }

@@ -13,6 +13,7 @@ constexpr std::uint32_t Variants = 4;        // finished pictures, a power of tw
 constexpr std::uint32_t Grid = 8;            // pixels that take whole bytes in every format; tiles stand on this grid
 constexpr std::uint32_t NoiseSize = 1 << 16; // a power of two
 constexpr double Pi = 3.14159265358979323846;
+constexpr std::size_t BandBytes = 1 << 16; // copied in one go
 constexpr std::uint32_t HandPhases = 24;
 constexpr std::uint32_t Digits = 8;
 constexpr std::uint32_t DigitScale = 5; // pixels a dot
@@ -591,13 +592,15 @@ void SimScene::Draw(std::uint64_t frame, double seconds, std::uint8_t *out) cons
         std::memcpy(out, s.pictures[0].data(), s.pictures[0].size());
         return;
     }
-    // A run of the generator says which picture each line comes from.
+    // A run of the generator says which picture each band of lines comes from. Bands are as long as a copy likes them.
+    std::uint32_t const band = std::max<std::uint32_t>(1, static_cast<std::uint32_t>(BandBytes / line));
     std::uint64_t bits = (frame + 1) * 0x9E3779B97F4A7C15u;
-    for (std::uint32_t y = 0; y < s.format.height; ++y) {
+    for (std::uint32_t y = 0; y < s.format.height; y += band) {
         bits ^= bits << 13;
         bits ^= bits >> 7;
         bits ^= bits << 17;
-        std::memcpy(out + y * line, s.pictures[bits >> 20 & (Variants - 1)].data() + y * line, line);
+        std::size_t const size = std::min(band, s.format.height - y) * line;
+        std::memcpy(out + y * line, s.pictures[bits >> 20 & (Variants - 1)].data() + y * line, size);
     }
     auto const swing = [seconds](double period) {
         return 0.5 - 0.5 * std::cos(seconds * 2 * Pi / period);

@@ -13,11 +13,11 @@
 #include <unistd.h>
 #include <vector>
 
-class FakeCamera
+class FakeGigECamera
 {
 public:
     // Answers when the constructor returns.
-    explicit FakeCamera(std::vector<std::string> options = {})
+    explicit FakeGigECamera(std::vector<std::string> options = {})
     {
         std::vector<std::string> words{"arv-fake-gv-camera-0.8", "-i", "lo", "-s", "TOV1"};
         words.insert(words.end(), options.begin(), options.end());
@@ -33,12 +33,12 @@ public:
         }
         WaitUntilPortIsTaken();
     }
-    ~FakeCamera()
+    ~FakeGigECamera()
     {
         Kill();
     }
-    FakeCamera(FakeCamera const &) = delete;
-    FakeCamera &operator=(FakeCamera const &) = delete;
+    FakeGigECamera(FakeGigECamera const &) = delete;
+    FakeGigECamera &operator=(FakeGigECamera const &) = delete;
 
     void Kill()
     {

@@ -1,0 +1,128 @@
+// The whole program through many starts and many connections, with simulated cameras: it ends where it began.
+#include "displayview.h"
+#include "guimanager.h"
+#include "session.h"
+#include "tovscope.h"
+
+#include "tovcamera.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+
+#include <unistd.h>
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool MemoryTells = false; // freed memory is held back; leaks are found otherwise
+#else
+constexpr bool MemoryTells = true;
+#endif
+constexpr double MegabytesOfNoise = 8.0;
+
+double ResidentMegabytes()
+{
+    std::ifstream file("/proc/self/statm");
+    double total = 0;
+    double resident = 0;
+    file >> total >> resident;
+    return resident * sysconf(_SC_PAGESIZE) / 1048576.0;
+}
+
+bool Pump(std::function<bool()> const &condition)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > 10000)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
+    }
+    return true;
+}
+
+class Soak : public testing::Test
+{
+protected:
+    Soak() : m_window(nullptr, false, false), m_manager(m_window.GetGuiManager()), m_system(TovCam_GetSystem())
+    {
+        m_window.show();
+    }
+    ~Soak() override
+    {
+        m_manager.cameraDisconnect();
+        m_system->Release();
+    }
+
+    void Connect(int camera)
+    {
+        TovCam::ObjectList *list = m_system->GetInterfaceList(255);
+        for (TovCam::Interface *interface = list->GetFirst(); interface; interface = list->GetNext()) {
+            if (camera >= int(interface->GetDeviceCount())) {
+                camera -= int(interface->GetDeviceCount());
+                continue;
+            }
+            ASSERT_TRUE(
+                m_manager.CreateSession(TovCam_CreateDevice(interface->GetDeviceInfoByIndex(camera), 2, nullptr)));
+            m_manager.CreatePanels();
+            ASSERT_TRUE(Pump([this] { return m_manager.GetSession()->GetState() == SessionStateIdle; }));
+            TovCam::ParamArray *const nodes = m_manager.GetSession()->GetDevice()->GetCameraParameters(nullptr);
+            nodes->SetIntegerValue("Width", 256);
+            nodes->SetIntegerValue("Height", 128);
+            return;
+        }
+        FAIL() << "no such camera";
+    }
+
+    void PlayAndStop()
+    {
+        m_manager.startAcquisition();
+        ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateAcquisition);
+        _TovImage *image = nullptr;
+        ASSERT_TRUE(Pump([&] { return m_manager.GetSession()->GetDisplayView()->GetDisplayedImageRaw(&image); }));
+        m_manager.stopAcquisitionAndCapture();
+        ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateIdle);
+    }
+
+    // Runs the step so many times, the first tenth as warm-up, and looks at what memory has grown by.
+    void Repeat(int times, std::function<void(int)> const &step)
+    {
+        double before = 0;
+        for (int i = 0; i < times; ++i) {
+            if (i == times / 10)
+                before = ResidentMegabytes();
+            ASSERT_NO_FATAL_FAILURE(step(i)) << "round " << i;
+        }
+        if (MemoryTells) {
+            EXPECT_LT(ResidentMegabytes() - before, MegabytesOfNoise);
+        }
+    }
+
+    TovScope m_window;
+    GuiManager &m_manager;
+    TovCam::System *m_system;
+};
+
+TEST_F(Soak, AThousandStartsLeaveMemoryFlat)
+{
+    ASSERT_NO_FATAL_FAILURE(Connect(0));
+    Repeat(1000, [this](int) { PlayAndStop(); });
+}
+
+TEST_F(Soak, TwoHundredConnectionsLeaveMemoryFlat)
+{
+    Repeat(200, [this](int round) {
+        ASSERT_NO_FATAL_FAILURE(Connect(round % 3));
+        if (round % 2)
+            PlayAndStop();
+        else
+            m_manager.startAcquisition(); // the next connection closes a running camera
+    });
+}
+
+} // namespace
