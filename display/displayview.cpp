@@ -12,13 +12,6 @@
 #include <cstring>
 #include <string>
 
-// The rows that stand beside a picture being overwritten are left to the eye; ThreadSanitizer need not tell of them.
-#if defined(__SANITIZE_THREAD__)
-#define TOV_READS_LIVE_PIXELS __attribute__((no_sanitize("thread")))
-#else
-#define TOV_READS_LIVE_PIXELS
-#endif
-
 namespace {
 
 constexpr int IDLE_TICKS = 3; // a stream that was silent for so long does not bring the crisp picture by itself
@@ -43,33 +36,37 @@ struct Colours
     int b = -1;
 };
 
-TOV_READS_LIVE_PIXELS Colours ReadPixel(_TovImage const &image, int x, int y)
+// The display thread may be writing these pixels: relaxed reads, like its stores.
+Colours ReadPixel(_TovImage const &image, int x, int y)
 {
     // 32-bit, as everywhere in the analysis of an image.
-    std::uint8_t const *const line = image.imageData + std::uint64_t(y) * std::uint32_t(image.lineStep);
-    auto const word = [](std::uint8_t const *at) {
-        return at[0] | at[1] << 8;
+    std::uint8_t *const line = image.imageData + std::uint64_t(y) * std::uint32_t(image.lineStep);
+    auto const byte = [line](std::size_t at) -> int {
+        return std::atomic_ref<std::uint8_t>(line[at]).load(std::memory_order_relaxed);
+    };
+    auto const word = [byte](std::size_t at) {
+        return byte(at) | byte(at + 1) << 8;
     };
     switch (image.pixelType) {
     case TV_PIXEL_RGB8:
     case TV_PIXEL_BGR8:
     case TV_PIXEL_RGBA8:
     case TV_PIXEL_BGRA8: {
-        std::uint8_t const *const pixel = line + std::size_t(x) * (image.bitsPerPixel / 8);
+        std::size_t const pixel = std::size_t(x) * (image.bitsPerPixel / 8);
         ColorModelDescription const *const model = GetColorModel(image.pixelType);
         if (model && std::strstr(model->name, "RGB"))
-            return {pixel[0], pixel[1], pixel[2]};
-        return {pixel[2], pixel[1], pixel[0]};
+            return {byte(pixel), byte(pixel + 1), byte(pixel + 2)};
+        return {byte(pixel + 2), byte(pixel + 1), byte(pixel)};
     }
     case TV_PIXEL_MONO8:
-        return {-1, line[x], -1};
+        return {-1, byte(std::size_t(x)), -1};
     default:
         break;
     }
     if (image.bitsPerPixel == 16)
-        return {-1, word(line + 2 * std::size_t(x)), -1};
+        return {-1, word(2 * std::size_t(x)), -1};
     if (image.bitsPerPixel == 48) {
-        std::uint8_t const *const pixel = line + 6 * std::size_t(x);
+        std::size_t const pixel = 6 * std::size_t(x);
         return {word(pixel), word(pixel + 2), word(pixel + 4)};
     }
     return {};

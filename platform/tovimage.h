@@ -91,7 +91,8 @@ TOV_IMAGE_API unsigned long TovCreateImage(_TovImage **image, TovImageSize size,
 // Header alone, or over memory of the caller's when `data` is given; a `lineStep` of 0 takes the packed one.
 TOV_IMAGE_API unsigned long TovCreateImageHeader(_TovImage **image, TovImageSize size, std::uint32_t pixelType,
                                                  std::uint64_t lineStep = 0, void *data = nullptr);
-// Pixels and fields, between images of one width, height and pixel type; the line steps may differ.
+// Pixels and fields, between images of one width, height and pixel type; the line steps may differ. What changes in the
+// destination is stored by relaxed atomics, so that other threads may read it so meanwhile.
 TOV_IMAGE_API unsigned long TovCopyImage(_TovImage *destination, _TovImage const *source);
 // Either frees the header, and the pixels if the image owns them. Null and a pointer to null are ignored; an image that
 // this library has not made is refused. The caller clears its pointer.
