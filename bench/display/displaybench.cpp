@@ -125,7 +125,7 @@ std::uint32_t TypeOf(char const *name)
 }
 
 // `fit` as the key "display.fit"; 8 enlarges eight times.
-void Display(benchmark::State &state, char const *type, long fit, bool withPeer)
+void Display(benchmark::State &state, char const *type, long fit, bool withPeer, QSize view)
 {
     _TovImage *frame = nullptr;
     TovCreateImage(&frame, {WIDTH, HEIGHT}, TypeOf(type));
@@ -134,7 +134,7 @@ void Display(benchmark::State &state, char const *type, long fit, bool withPeer)
         frame->imageData[i] = std::uint8_t(i / 40 + (random() & 7));
 
     QWidget widget;
-    widget.resize(VIEW_WIDTH, VIEW_HEIGHT);
+    widget.resize(view);
     TovDisplay *const display = TovDisplay::CreateComponent();
     display->Initialize(&widget, "auto", 0);
     if (fit == 8)
@@ -194,16 +194,24 @@ int main(int argc, char **argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
+    QSize const full(VIEW_WIDTH, VIEW_HEIGHT);
     for (char const *type : {"Mono8", "BayerRG12Packed", "Mono16"})
-        benchmark::RegisterBenchmark((std::string("Fitted/") + type).c_str(), Display, type, 1L, true)->UseManualTime();
-    for (char const *type : {"Mono8", "BayerRG12Packed", "BayerRG8", "Mono12p", "RGB8", "YUV422_8"}) {
-        benchmark::RegisterBenchmark((std::string("ActualSize/") + type).c_str(), Display, type, 3L, false)
+        benchmark::RegisterBenchmark((std::string("Fitted/") + type).c_str(), Display, type, 1L, true, full)
             ->UseManualTime();
-        benchmark::RegisterBenchmark((std::string("Enlarged8/") + type).c_str(), Display, type, 8L, false)
+    for (char const *type : {"Mono8", "BayerRG12Packed", "Mono16"}) {
+        benchmark::RegisterBenchmark((std::string("FittedHalf/") + type).c_str(), Display, type, 1L, false, full / 2)
+            ->UseManualTime();
+        benchmark::RegisterBenchmark((std::string("FittedQuarter/") + type).c_str(), Display, type, 1L, false, full / 4)
+            ->UseManualTime();
+    }
+    for (char const *type : {"Mono8", "BayerRG12Packed", "BayerRG8", "Mono12p", "RGB8", "YUV422_8"}) {
+        benchmark::RegisterBenchmark((std::string("ActualSize/") + type).c_str(), Display, type, 3L, false, full)
+            ->UseManualTime();
+        benchmark::RegisterBenchmark((std::string("Enlarged8/") + type).c_str(), Display, type, 8L, false, full)
             ->UseManualTime();
     }
     for (char const *type : {"BayerRG8", "BayerRG12Packed", "BayerRG12p", "Mono12p", "RGB8", "YUV422_8"})
-        benchmark::RegisterBenchmark((std::string("Fitted/") + type).c_str(), Display, type, 1L, false)
+        benchmark::RegisterBenchmark((std::string("Fitted/") + type).c_str(), Display, type, 1L, false, full)
             ->UseManualTime();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

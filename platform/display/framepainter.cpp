@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -66,9 +67,14 @@ void Mix(std::uint8_t const *const *lines, int const *weights, int cells, std::u
 
 } // namespace
 
+int FramePainter::Taps::Begin() const
+{
+    return std::max(0, first.front() - margin);
+}
+
 int FramePainter::Taps::End() const
 {
-    return std::min(end, first.back() + (TAPS - 1) * stride + 1);
+    return std::min(end, first.back() + TAPS * stride + margin);
 }
 
 void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, Taps *taps)
@@ -79,8 +85,10 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
     // Up to so many cells a device pixel all of them count by their share; of more, some are picked.
     bool const all = step <= TAPS - 1;
     taps->end = cells;
-    taps->stride = all ? 1 : std::clamp(static_cast<int>(std::min(step, 1e9)) / TAPS, 1, std::max(1, cells / TAPS));
+    taps->stride =
+        all ? 1 : std::clamp(static_cast<int>(std::lround(std::min(step, 1e9) / TAPS)), 1, std::max(1, cells / TAPS));
     int const span = (TAPS - 1) * taps->stride + 1;
+    taps->margin = all ? 0 : static_cast<int>(std::ceil(std::clamp((step - span) / 2 + 0.5, 0.0, double(cells))));
     taps->first.resize(pixels);
     taps->weights.assign(std::size_t(pixels) * TAPS, WEIGHTS / TAPS);
     for (int i = 0; i < pixels; ++i) {
@@ -177,7 +185,8 @@ void FramePainter::PaintCrisp(Picture *picture)
             for (int x = 0; x < picture->width; ++x)
                 out[x] = Rgb(planes[0][column[x]], planes[1][column[x]], planes[2][column[x]]);
         }
-        if (std::uint16_t const *marks = m_source.Marks(y)) {
+        if (m_source.HasMarks()) {
+            std::uint16_t const *const marks = m_source.Marks(y);
             for (int x = 0; x < picture->width; ++x) {
                 if (std::uint16_t const mark = marks[column[x]])
                     out[x] = m_tables.palette[mark];
@@ -191,28 +200,20 @@ void FramePainter::PaintCrisp(Picture *picture)
 // Brings the lines under a row of device pixels together.
 void FramePainter::MixLines(int row)
 {
-    std::array<std::array<std::uint8_t const *, TAPS>, 3> lines; // by plane
-    std::array<int, TAPS> weights;
+    std::array<std::array<std::uint8_t const *, 2 * TAPS>, 3> lines; // by plane
+    std::array<int, 2 * TAPS> weights;
     int count = 0;
-    m_marked = false;
-    for (int k = 0; k < TAPS; ++k) {
-        int const weight = m_rows.weights[std::size_t(row) * TAPS + k];
+    // Where cells are left out, each one picked brings its neighbour: half as many gaps for fine patterns to hide in.
+    int const each = m_rows.stride > 1 ? 2 : 1;
+    for (int k = 0; k < TAPS * each; ++k) {
+        int const weight = m_rows.weights[std::size_t(row) * TAPS + k / each] / each;
         if (weight == 0)
             continue;
-        int const y = std::min(m_rows.first[row] + k * m_rows.stride, m_rows.end - 1);
+        int const y = std::min(m_rows.first[row] + k / each * m_rows.stride + k % each, m_rows.end - 1);
         auto const planes = m_source.Line(y);
         for (int plane = 0; plane < m_planes; ++plane)
             lines[plane][count] = planes[plane];
         weights[count++] = weight;
-        if (std::uint16_t const *marks = m_source.Marks(y)) {
-            std::uint16_t *const mixed = m_mixedMarks.Data();
-            if (!m_marked)
-                std::copy_n(marks, m_cells, mixed);
-            else
-                std::transform(marks, marks + m_cells, mixed, mixed,
-                               [](std::uint16_t a, std::uint16_t b) { return std::max(a, b); });
-            m_marked = true;
-        }
     }
     for (int plane = 0; plane < m_planes; ++plane) {
         std::uint8_t *const out = m_mixed.Data() + std::size_t(plane) * m_stride;
@@ -226,9 +227,16 @@ void FramePainter::MixLines(int row)
         case 3:
             Mix<3>(lines[plane].data(), weights.data(), m_cells, out);
             break;
-        default:
+        case 4:
             Mix<4>(lines[plane].data(), weights.data(), m_cells, out);
             break;
+        default:
+            Mix<8>(lines[plane].data(), weights.data(), m_cells, out);
+            break;
+        }
+        if (m_columns.stride > 1) {
+            for (int x = 0; x + 1 < m_cells; ++x)
+                out[x] = static_cast<std::uint8_t>((out[x] + out[x + 1] + 1) / 2);
         }
         std::fill_n(out + m_cells, (TAPS - 1) * m_columns.stride, out[m_cells - 1]);
     }
@@ -269,16 +277,36 @@ void FramePainter::ReduceLine(std::uint32_t *out) const
         out[i] = Rgb(mean(red, i), mean(green, i), mean(blue, i));
 }
 
-void FramePainter::PutMarks(std::uint32_t *out) const
+// The cells that count for a mark: all under the device pixel, also those that no tap picks.
+std::pair<int, int> FramePainter::Taps::Reach(int pixel) const
 {
+    int from = first[pixel] - margin;
+    int until = first[pixel] + TAPS * stride + margin;
+    std::uint8_t const *const shares = &weights[std::size_t(pixel) * TAPS];
+    for (int k = 0; k < TAPS && shares[k] == 0; ++k)
+        ++from;
+    for (int k = TAPS; k-- > 0 && shares[k] == 0;)
+        --until;
+    return {std::max(from, 0), std::min(until, end)};
+}
+
+// Shows the highest mark under each device pixel of a row.
+void FramePainter::PutMarks(int row, std::uint32_t *out)
+{
+    std::uint16_t *const highest = m_highestMarks.Get(m_cells);
+    std::fill_n(highest, m_cells, 0);
+    auto const [top, bottom] = m_rows.Reach(row);
+    for (int y = top; y < bottom; ++y) {
+        std::uint16_t const *const marks = m_source.Marks(y);
+        for (int x = 0; x < m_cells; ++x)
+            highest[x] = std::max(highest[x], marks[x]);
+    }
     int const pixels = static_cast<int>(m_columns.first.size());
-    std::uint16_t const *const marks = m_mixedMarks.Data() - m_begin;
     for (int i = 0; i < pixels; ++i) {
+        auto const [from, until] = m_columns.Reach(i);
         std::uint16_t mark = 0;
-        for (int k = 0; k < TAPS; ++k) {
-            if (m_columns.weights[std::size_t(i) * TAPS + k] != 0)
-                mark = std::max(mark, marks[std::min(m_columns.first[i] + k * m_columns.stride, m_columns.end - 1)]);
-        }
+        for (int x = std::max(from - m_begin, 0); x < std::min(until - m_begin, m_cells); ++x)
+            mark = std::max(mark, highest[x]);
         if (mark)
             out[i] = m_tables.palette[mark];
     }
@@ -288,12 +316,11 @@ void FramePainter::PaintReduced(Picture *picture)
 {
     m_stride = (m_cells + (TAPS - 1) * m_columns.stride + SPARE) & ~(SPARE - 1);
     m_mixed.Get(std::size_t(m_stride) * m_planes);
-    m_mixedMarks.Get(m_cells);
     for (int i = 0; i < picture->height; ++i) {
         std::uint32_t *const out = picture->memory.Data() + std::size_t(i) * picture->width;
         MixLines(i);
         ReduceLine(out);
-        if (m_marked)
-            PutMarks(out);
+        if (m_source.HasMarks())
+            PutMarks(i, out);
     }
 }

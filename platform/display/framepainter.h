@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 // A finished picture: what to paint where, for one geometry.
@@ -44,15 +45,14 @@ private:
     struct Taps
     {
         int stride = 1;
-        int end = 0; // behind the last cell
+        int margin = 0; // cells under a device pixel that lie before the first or behind the last that is picked
+        int end = 0;    // behind the last cell
         std::vector<std::int32_t> first;
         std::vector<std::uint8_t> weights; // TAPS a device pixel
 
-        int Begin() const
-        {
-            return first.front();
-        }
+        int Begin() const;
         int End() const;
+        std::pair<int, int> Reach(int pixel) const;
     };
     static void MakeTaps(ViewAxis const &axis, int begin, int end, int cell, Taps *taps);
 
@@ -60,7 +60,7 @@ private:
     void PaintReduced(Picture *picture);
     void MixLines(int row);
     void ReduceLine(std::uint32_t *out) const;
-    void PutMarks(std::uint32_t *out) const;
+    void PutMarks(int row, std::uint32_t *out);
 
     LineSource m_source;
     ColourMap::Tables m_tables;
@@ -72,6 +72,5 @@ private:
     int m_cells = 0;                   // their number
     int m_stride = 0;                  // from plane to plane of m_mixed
     FrameMemory<std::uint8_t> m_mixed; // one line of cells for a row of device pixels
-    FrameMemory<std::uint16_t> m_mixedMarks;
-    bool m_marked = false;
+    FrameMemory<std::uint16_t> m_highestMarks;
 };

@@ -230,8 +230,6 @@ void LineSource::ConvertBand(int y)
 
 std::uint16_t const *LineSource::Marks(int y)
 {
-    if (!m_tables || !m_tables->hasMarks)
-        return nullptr;
     int const slot = y % SLOTS;
     int const count = m_end - m_begin;
     std::uint16_t *const marks = m_marks.Get(std::size_t(m_stride) * SLOTS) + std::size_t(slot) * m_stride;

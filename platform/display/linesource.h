@@ -24,9 +24,13 @@ public:
     {
         return m_planes;
     }
-    // Columns `begin` to `end` of a line. Good until four further lines have been asked for; best in rising order.
+    // Columns `begin` to `end` of a line. Good until eight further lines have been asked for; best in rising order.
     std::array<std::uint8_t const *, 3> Line(int y);
-    // The marks of a line's cells, or null when there are none. Good until the next call.
+    // The marks of a line's cells, if there are any. Good until the next call.
+    bool HasMarks() const
+    {
+        return m_tables && m_tables->hasMarks;
+    }
     std::uint16_t const *Marks(int y);
 
     // Whether cells of 2 x 2 can be asked for.
@@ -37,7 +41,7 @@ public:
 
 private:
     enum class Kind { Bytes, Mono, Cells, Colours, Converted };
-    static constexpr int SLOTS = 8;
+    static constexpr int SLOTS = 12;
 
     struct HeaderRelease
     {

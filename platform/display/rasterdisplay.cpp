@@ -502,8 +502,15 @@ void RasterDisplay::Paint(QPaintEvent *event)
             QRectF const place(QPointF(moved(from.x, geometry.x, picture->x), moved(from.y, geometry.y, picture->y)),
                                QPointF(moved(from.x, geometry.x, picture->x + picture->width),
                                        moved(from.y, geometry.y, picture->y + picture->height)));
+            // Only what is seen: enlarged 64 times, a picture's edges lie far outside.
+            QRectF const seen = place & QRectF(all);
+            double const across = picture->width / place.width();
+            double const down = picture->height / place.height();
+            QRectF const source((seen.x() - place.x()) * across, (seen.y() - place.y()) * down, seen.width() * across,
+                                seen.height() * down);
             painter.fillRect(all, background);
-            painter.drawImage(place, image);
+            if (!seen.isEmpty())
+                painter.drawImage(seen, image, source);
         }
     }
     if (m_dumpShown && geometry.HasImage())
