@@ -5,8 +5,41 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
+#include <ostream>
 #include <string>
+#include <thread>
+
+constexpr std::uint32_t Generous = 30000; // ms, for what a machine with other work may do late
+
+// Waits generously for it.
+bool Eventually(std::function<bool()> const &condition);
+
+// Counts what is told about a lost camera.
+struct LossCounter
+{
+    static void Count(void const *data, unsigned long size, void *user);
+    std::atomic<int> told{0};
+    std::atomic<std::thread::id> thread;
+};
+
+class CameraTest : public testing::Test
+{
+protected:
+    CameraTest();
+    ~CameraTest() override;
+    // A fatal failure when it cannot be done; a camera that answers late is asked again.
+    void Open(TovCam::DeviceInfo *info);
+    void Close();
+    // The open camera is lost while frames flow: it is told, and everything still answers.
+    void ExpectLoss(std::function<void()> const &lose);
+
+    TovCam::System *m_system;
+    TovCam::Device *m_device = nullptr;
+    TovCam::ParamArray *m_nodes = nullptr;
+    TovCam::Stream *m_stream = nullptr;
+};
 
 struct ContractCamera
 {
@@ -15,15 +48,17 @@ struct ContractCamera
     bool locksFormat = true; // "TLParamsLocked" holds the format
 };
 
-class CameraContract : public testing::TestWithParam<ContractCamera>
+inline void PrintTo(ContractCamera const &camera, std::ostream *out)
+{
+    *out << camera.name;
+}
+
+class CameraContract : public CameraTest, public testing::WithParamInterface<ContractCamera>
 {
 protected:
-    CameraContract();
-    ~CameraContract() override;
-    TovCam::Device *Open();
+    void SetUp() override;
 
-    TovCam::System *m_system;
-    TovCam::DeviceInfo *m_info;
+    TovCam::DeviceInfo *m_info = nullptr;
 };
 
 // An open camera whose frames flow from construction to destruction.
@@ -32,11 +67,11 @@ class RunningCamera
 public:
     explicit RunningCamera(TovCam::Device *device, std::uint32_t buffers = 8);
     ~RunningCamera();
-    // Null after a generous time without a frame.
+    // Null, and a failure, after a generous time without a frame.
     TovCam::Buffer *Next();
+    // Shows the next frames and gives them back; fewer when they do not come.
+    void ForFrames(int count, std::function<void(TovCam::Buffer &)> const &look);
 
     TovCam::ParamArray *nodes;
     TovCam::Stream *stream;
 };
-
-std::size_t ResidentKilobytes();

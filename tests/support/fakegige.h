@@ -2,6 +2,8 @@
 // control port of its address.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <arpa/inet.h>
 #include <chrono>
 #include <csignal>
@@ -16,13 +18,14 @@
 class FakeGigECamera
 {
 public:
+    static constexpr char Serial[] = "TOVFAKE1";
+
     // Answers when the constructor returns.
     explicit FakeGigECamera(std::vector<std::string> options = {})
     {
-        std::vector<std::string> words{"arv-fake-gv-camera-0.8", "-i", "lo", "-s", "TOV1"};
-        words.insert(words.end(), options.begin(), options.end());
+        options.insert(options.begin(), {"arv-fake-gv-camera-0.8", "-i", "lo", "-s", Serial});
         std::vector<char *> arguments;
-        for (std::string &word : words)
+        for (std::string &word : options)
             arguments.push_back(word.data());
         arguments.push_back(nullptr);
         m_process = fork();
@@ -31,7 +34,14 @@ public:
             execvp(arguments[0], arguments.data());
             _exit(127);
         }
-        WaitUntilPortIsTaken();
+        for (int i = 0; i < 3000; ++i) {
+            int const probe = BindControlPort();
+            close(probe);
+            if (probe < 0)
+                return; // the camera has it
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        ADD_FAILURE() << "the fake camera did not start";
     }
     ~FakeGigECamera()
     {
@@ -49,22 +59,20 @@ public:
         m_process = -1;
     }
 
-private:
-    static void WaitUntilPortIsTaken()
+    // A socket, or negative when somebody has the port.
+    static int BindControlPort()
     {
-        for (int i = 0; i < 500; ++i) {
-            sockaddr_in address{};
-            address.sin_family = AF_INET;
-            address.sin_port = htons(3956);
-            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-            int const probe = socket(AF_INET, SOCK_DGRAM, 0);
-            bool const taken = bind(probe, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0;
-            close(probe);
-            if (taken)
-                return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(3956);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int const control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (bind(control, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
+            return control;
+        close(control);
+        return -1;
     }
 
+private:
     pid_t m_process = -1;
 };
