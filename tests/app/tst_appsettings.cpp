@@ -59,7 +59,7 @@ protected:
 TEST_F(Settings, KeepAComponentFromOneRunToTheNext)
 {
     // A name that must not lead out of the folder, and the longest text that is kept.
-    QString const camera = QStringLiteral("Session_../../Bench 2, left_AreaCam \u00b5");
+    QString const camera = QStringLiteral("Session_../../../Bench 2, left_AreaCam \u00b5");
     for (std::size_t length : {1023u, 1024u}) {
         Probe saved;
         saved.count = 42;
