@@ -7,50 +7,31 @@
 #include <QStandardPaths>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
 namespace {
 
-// One parameter of each kind.
-class Probe : public TovComponentImp, private TovParamListener
+class Probe : public TovComponentImp
 {
 public:
     Probe() : TovComponentImp(9)
     {
         _TovStParam param{};
-        auto const add = [&](char const *name, std::uint32_t type) {
+        auto const add = [&](std::uint32_t type, char const *name) {
             param.type = type;
             param.flags = 3;
-            std::strncpy(param.name, name, sizeof param.name - 1);
+            std::strcpy(param.name, name);
             m_storage.AddParam(&param);
-            m_storage.AddParamChangedListener(name, this);
-            param = {};
         };
         param.i = {5, 0, 100, 0, &count};
-        add("Count", TOV_PARAM_INT);
+        add(TOV_PARAM_INT, "Count");
         param.f = {30.0, 0.0, 120.0, 0, &rate};
-        add("Rate", TOV_PARAM_FLOAT);
-        param.b = {0, 0, &on};
-        add("On", TOV_PARAM_BOOL);
-        param.s = {"", text, sizeof text};
-        add("Text", TOV_PARAM_STRING);
-        param.c = {[](void *) { return 0u; }, nullptr};
-        add("Command", TOV_PARAM_COMMAND);
-        add(std::string(255, 'k').c_str(), TOV_PARAM_COMMAND);
+        add(TOV_PARAM_FLOAT, "Rate");
+        param.s = {"none", text, sizeof text};
+        add(TOV_PARAM_STRING, "Text");
     }
-
     std::int64_t count = 5;
     double rate = 30.0;
-    bool on = false;
-    char text[4096] = "";
-    std::vector<std::string> changed;
-
-private:
-    void ParamChanged(_TovStParam param) override
-    {
-        changed.push_back(param.name);
-    }
+    char text[4096] = "none";
 };
 
 class Settings : public testing::Test
@@ -58,99 +39,60 @@ class Settings : public testing::Test
 protected:
     Settings()
     {
-        QDir(Folder()).removeRecursively();
+        QDir(m_folder).removeRecursively();
+        QDir().mkpath(m_folder);
     }
-    static QString Folder()
+    // Saves or loads in a run of its own.
+    void Run(void (*what)(QSettings *, QString const &, TovComponent *), QString const &camera, Probe &probe)
     {
-        return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/Velmor");
+        AppSettings settings;
+        QSettings *const session = settings.GetSessionSettings(camera);
+        EXPECT_EQ(settings.GetSessionSettings(camera), session);
+        what(session, QStringLiteral("Grabber"), nullptr);
+        what(session, QStringLiteral("Grabber"), &probe);
+        EXPECT_EQ(session->group(), QString());
     }
-    static QString const Group;
-    AppSettings m_settings;
+    QString const m_folder =
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/Velmor");
 };
-QString const Settings::Group = QStringLiteral("Grabber");
 
 TEST_F(Settings, KeepAComponentFromOneRunToTheNext)
 {
-    QString const camera = QStringLiteral("Session_Bench 2, left_AreaCam \u00b5");
-    {
-        AppSettings settings;
-        Probe probe;
-        probe.count = 42;
-        probe.rate = 1.0 / 3;
-        probe.on = true;
-        std::strcpy(probe.text, "a; b=\"c\",\\ \xc3\xa4 %d [x]\n");
-        AppSettings::SaveTovComponentSettings(settings.GetSessionSettings(camera), Group, &probe);
-    }
-    Probe probe;
-    AppSettings::LoadTovComponentSettings(m_settings.GetSessionSettings(camera), Group, &probe);
-    EXPECT_EQ(probe.count, 42);
-    EXPECT_EQ(probe.rate, 1.0 / 3);
-    EXPECT_TRUE(probe.on);
-    EXPECT_STREQ(probe.text, "a; b=\"c\",\\ \xc3\xa4 %d [x]\n");
-    EXPECT_EQ(probe.changed, (std::vector<std::string>{"Count", "Rate", "On", "Text"})) << "loading notifies";
-
-    Probe other;
-    AppSettings::LoadTovComponentSettings(m_settings.GetSessionSettings(QStringLiteral("Session")), Group, &other);
-    EXPECT_EQ(other.count, 5);
-}
-
-TEST_F(Settings, RefusedAndForeignValuesLeaveTheParameterAsItWas)
-{
-    QSettings *const settings = m_settings.GetSessionSettings(QStringLiteral("Session"));
-    for (char const *value : {"", "x", "nan", "1e999x", "\xff"}) {
-        Probe probe;
-        settings->setValue(QStringLiteral("Grabber/Count"), QString::fromLatin1(value));
-        settings->setValue(QStringLiteral("Grabber/Rate"), QString::fromLatin1(value));
-        settings->setValue(QStringLiteral("Grabber/Command"), QStringLiteral("1"));
-        settings->setValue(QStringLiteral("Grabber/NotThere"), QStringLiteral("1"));
-        settings->setValue(QStringLiteral("Grabber/Text"), QString(5000, QLatin1Char('t')));
-        AppSettings::LoadTovComponentSettings(settings, Group, &probe);
-        EXPECT_EQ(probe.count, 5) << value;
-        EXPECT_EQ(probe.rate, 30.0) << value;
-        EXPECT_STREQ(probe.text, "");
-        EXPECT_TRUE(probe.changed.empty());
-    }
-    EXPECT_EQ(settings->group(), QString());
-}
-
-TEST_F(Settings, ValuesThatDoNotFitAreNotStored)
-{
-    QSettings *const settings = m_settings.GetSessionSettings(QStringLiteral("Session"));
+    // A name that must not lead out of the folder, and the longest text that is kept.
+    QString const camera = QStringLiteral("Session_../../../Bench 2, left_AreaCam \u00b5");
     for (std::size_t length : {1023u, 1024u}) {
-        Probe probe;
-        std::memset(probe.text, 't', length);
-        settings->clear();
-        AppSettings::SaveTovComponentSettings(settings, Group, &probe);
-        EXPECT_EQ(settings->contains(QStringLiteral("Grabber/Text")), length < 1024) << length;
-        EXPECT_TRUE(settings->contains(QStringLiteral("Grabber/Rate")));
-        EXPECT_FALSE(settings->contains(QStringLiteral("Grabber/Command")));
+        Probe saved;
+        saved.count = 42;
+        saved.rate = 1.0 / 3;
+        std::memset(saved.text, 't', length);
+        std::memcpy(saved.text, "a; b=\"c\",\\ \xc3\xa4 %d [x]\n", 21);
+        QDir(m_folder).removeRecursively();
+        Run(AppSettings::SaveTovComponentSettings, camera, saved);
+        EXPECT_EQ(QDir(m_folder).entryList(QDir::Files).size(), 1);
+        Probe loaded;
+        Run(AppSettings::LoadTovComponentSettings, camera, loaded);
+        EXPECT_EQ(loaded.count, 42);
+        EXPECT_EQ(loaded.rate, 1.0 / 3);
+        EXPECT_STREQ(loaded.text, length < 1024 ? saved.text : "none");
     }
-    AppSettings::SaveTovComponentSettings(settings, Group, nullptr);
-    AppSettings::LoadTovComponentSettings(settings, Group, nullptr);
-    EXPECT_EQ(settings->group(), QString());
 }
 
-TEST_F(Settings, OneObjectForACameraThroughoutARunAndNoneOutsideTheFolder)
+TEST_F(Settings, WhatIsBrokenMissingOrRefusedLeavesTheParameterAsItWas)
 {
-    QString const hostile = QStringLiteral("Session_../../../escape");
-    QSettings *const settings = m_settings.GetSessionSettings(hostile);
-    EXPECT_EQ(m_settings.GetSessionSettings(hostile), settings);
-    EXPECT_NE(m_settings.GetSessionSettings(QStringLiteral("Session")), settings);
-    EXPECT_EQ(QFileInfo(settings->fileName()).absolutePath(), Folder());
-    EXPECT_EQ(QFileInfo(m_settings.GetGlobalSettings()->fileName()).fileName(), QStringLiteral("TovScope.conf"));
-}
-
-TEST_F(Settings, AnUnreadableFileIsAnEmptyOne)
-{
-    QDir().mkpath(Folder());
-    QFile file(Folder() + QStringLiteral("/Session.conf"));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("\x00\xff[[[[\nCount=\n[Grabber\n@Invalid(\\x", 33);
-    file.close();
-    Probe probe;
-    AppSettings::LoadTovComponentSettings(m_settings.GetSessionSettings(QStringLiteral("Session")), Group, &probe);
-    EXPECT_EQ(probe.count, 5);
-    EXPECT_TRUE(probe.changed.empty());
+    for (QByteArray const &content :
+         {QByteArray("\x00\xff[[[[\nCount=\n[Grabber\n@Invalid(\\x", 33), QByteArray("[Grabber]\nCount=\nRate=\n"),
+          QByteArray("[Grabber]\nCount=x\nRate=x\nNotThere=1\n"), QByteArray("[Grabber]\nCount=nan\nRate=nan\n"),
+          QByteArray("[Grabber]\nCount=\xff\nRate=1e999x\n"), "[Grabber]\nText=" + QByteArray(5000, 't')}) {
+        QFile file(m_folder + QStringLiteral("/Session.conf"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(content);
+        file.close();
+        Probe probe;
+        Run(AppSettings::LoadTovComponentSettings, QStringLiteral("Session"), probe);
+        EXPECT_EQ(probe.count, 5) << content.constData();
+        EXPECT_EQ(probe.rate, 30.0) << content.constData();
+        EXPECT_STREQ(probe.text, "none");
+    }
 }
 
 } // namespace

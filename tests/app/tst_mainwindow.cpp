@@ -6,9 +6,6 @@
 #include <QAction>
 #include <QDir>
 #include <QLabel>
-#include <QMenu>
-#include <QMenuBar>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QStatusBar>
@@ -21,47 +18,23 @@ class MainWindow : public testing::Test
 protected:
     MainWindow()
     {
-        QDir(Folder()).removeRecursively();
+        QDir(m_folder).removeRecursively();
+        QDir().mkpath(m_folder);
     }
-    static QString Folder()
-    {
-        return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/Velmor");
-    }
+    QString const m_folder =
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/Velmor");
 };
 
 TEST_F(MainWindow, EveryIconThatAnActionNamesIsThere)
 {
     TovScope window(nullptr, false, false);
-    auto const actions = window.findChildren<QAction *>(QRegularExpression(QStringLiteral("^action")));
-    EXPECT_EQ(actions.size(), 42);
     int icons = 0;
-    for (QAction const *action : actions) {
+    for (QAction const *action : window.findChildren<QAction *>()) {
         icons += !action->icon().isNull();
         EXPECT_EQ(action->icon().isNull(), action->icon().pixmap(24).isNull()) << action->objectName().toStdString();
     }
     EXPECT_EQ(icons, 24);
     EXPECT_FALSE(window.windowIcon().pixmap(32).isNull());
-    EXPECT_EQ(window.objectName(), QStringLiteral("TovScopeClass"));
-}
-
-TEST_F(MainWindow, StartsInTheDisconnectedPicture)
-{
-    TovScope window(nullptr, false, false);
-    EXPECT_EQ(window.size(), QSize(1136, 726));
-    EXPECT_EQ(window.windowTitle(), QStringLiteral("TovScope - Camera is not connected"));
-    QStringList reachable;
-    for (QMenu const *menu : window.menuBar()->findChildren<QMenu *>()) {
-        for (QAction const *action : menu->actions()) {
-            if (action->isEnabled() && !action->isSeparator() && !action->menu())
-                reachable << action->objectName();
-        }
-    }
-    reachable.sort();
-    EXPECT_EQ(reachable.join(QLatin1Char(' ')).toStdString(),
-              "actionAbout actionConnect actionExit actionHelp actionLoadConfiguration actionSettings");
-    EXPECT_FALSE(window.findChild<QAction *>(QStringLiteral("actionInspectionView"))->isVisible());
-    // In no menu, so the table does not reach it.
-    EXPECT_TRUE(window.findChild<QAction *>(QStringLiteral("actionSaveGenICamXML"))->isEnabled());
 }
 
 TEST_F(MainWindow, ShowsCoordinatesAndValuesUnderThePointer)
@@ -69,21 +42,11 @@ TEST_F(MainWindow, ShowsCoordinatesAndValuesUnderThePointer)
     TovScope window(nullptr, false, false);
     auto const labels = window.statusBar()->findChildren<QLabel *>();
     ASSERT_EQ(labels.size(), 2);
-    EXPECT_EQ(labels[0]->minimumWidth(), labels[0]->fontMetrics().horizontalAdvance(QStringLiteral("0000x0000")));
-    EXPECT_EQ(labels[0]->maximumWidth(), labels[0]->minimumWidth());
-    EXPECT_EQ(labels[1]->minimumWidth(),
-              labels[1]->fontMetrics().horizontalAdvance(QStringLiteral("00000x00000x00000")));
-    EXPECT_TRUE(labels[1]->alignment() & Qt::AlignRight);
-
     struct
     {
         int r, g, b;
         char const *value;
-    } const table[] = {{-1, 65535, -1, "65535"},
-                       {-1, 7, 3, "7"},
-                       {3, 7, -1, "7"},
-                       {0, 128, 65535, "0x128x65535"},
-                       {-2, -2, -2, "-2x-2x-2"}};
+    } const table[] = {{-1, 65535, -1, "65535"}, {-1, 7, 3, "7"}, {3, 7, -1, "7"}, {0, 128, 65535, "0x128x65535"}};
     for (auto const &row : table) {
         window.setCoordinatesAndValue(-5, 4095, row.r, row.g, row.b);
         EXPECT_EQ(labels[0]->text(), QStringLiteral("-5x4095"));
@@ -98,7 +61,8 @@ TEST_F(MainWindow, KeepsItsPlaceAndLayoutFromOneRunToTheNext)
         window.show();
         window.resize(900, 650);
         window.findChild<QToolBar *>(QStringLiteral("toolBarDisplay"))->hide();
-        window.close();
+        window.findChild<QAction *>(QStringLiteral("actionExit"))->trigger();
+        EXPECT_FALSE(window.isVisible());
     }
     TovScope window(nullptr, false, false);
     EXPECT_EQ(window.size(), QSize(900, 650));
@@ -112,36 +76,15 @@ TEST_F(MainWindow, StartsOverBrokenSettings)
          {"\xff\xfe[[[[\nwndState=1\n",
           "[General]\nwndGeometry=@ByteArray(\\x1\\xd9\\xd0\\xcb\\0\\xff\\xff)\nwndState=@Variant(\\0)\n",
           "[General]\nwndGeometry=7\nwndState=@ByteArray(\\0\\0\\0\\xff\\0\\0\\0\\0\\xfd\\xff\\xff\\xff\\xff)\n"}) {
-        QDir().mkpath(Folder());
-        QFile file(Folder() + QStringLiteral("/TovScope.conf"));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        QFile file(m_folder + QStringLiteral("/TovScope.conf"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(content);
         file.close();
-        {
-            QSettings const settings(QStringLiteral("Velmor"), QStringLiteral("TovScope"));
-            ASSERT_TRUE(settings.contains(QStringLiteral("wndState"))) << content;
-        }
+        ASSERT_TRUE(QSettings(file.fileName(), QSettings::NativeFormat).contains(QStringLiteral("wndState")));
         TovScope window(nullptr, false, false);
         window.show();
         EXPECT_EQ(window.size(), QSize(1136, 726));
     }
-}
-
-TEST_F(MainWindow, LooksForThePluginOnlyWhenAsked)
-{
-    TovScope window(nullptr, true, false); // none lies beside this test
-    EXPECT_EQ(TovScope::s_pRigTest, nullptr);
-    EXPECT_EQ(window.windowTitle(), QStringLiteral("TovScope - Camera is not connected"));
-    TovScope automatic(nullptr, false, true);
-    EXPECT_EQ(automatic.windowTitle(), QStringLiteral("TovScope - Camera is not connected"));
-}
-
-TEST_F(MainWindow, ExitCloses)
-{
-    TovScope window(nullptr, false, false);
-    window.show();
-    window.findChild<QAction *>(QStringLiteral("actionExit"))->trigger();
-    EXPECT_FALSE(window.isVisible());
 }
 
 } // namespace
