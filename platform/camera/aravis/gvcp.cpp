@@ -27,7 +27,7 @@ constexpr std::uint16_t PendingAnswer = 0x0089;
 constexpr std::size_t HeaderSize = 8;
 constexpr std::size_t MemoryBlock = 512; // what every camera can answer in one packet
 constexpr int Tries = 3;
-constexpr std::chrono::milliseconds Patience{100}; // a try's; a camera answers within a few
+constexpr std::chrono::milliseconds Patience{250}; // a try's; a camera answers within a few, a loaded host later
 constexpr std::chrono::milliseconds PendingLimit{500};
 
 void PutBig16(Bytes &bytes, std::uint32_t value)
