@@ -396,6 +396,45 @@ TovCam::Buffer *AravisStream::GetBuffer(std::uint32_t timeout, std::int32_t *err
     }
 }
 
+// Where the first image of a whole buffer stands, and its shape. False when the buffer does not tell.
+#if !defined(TOV_ARAVIS_WITHOUT_PARTS)
+bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, Shape &shape, std::size_t &offset)
+{
+    guint part = 0;
+    guint const parts = arv_buffer_get_n_parts(buffer);
+    while (part < parts && arv_buffer_get_part_data_type(buffer, part) != ARV_BUFFER_PART_DATA_TYPE_2D_IMAGE)
+        ++part;
+    if (part == parts)
+        return false;
+    gint x, y, width, height, xPadding, yPadding;
+    arv_buffer_get_part_region(buffer, part, &x, &y, &width, &height);
+    arv_buffer_get_part_padding(buffer, part, &xPadding, &yPadding);
+    shape.width = static_cast<std::uint32_t>(width);
+    shape.height = static_cast<std::uint32_t>(height);
+    shape.pfnc = arv_buffer_get_part_pixel_format(buffer, part);
+    shape.linePadding = static_cast<std::uint32_t>(xPadding);
+    if (parts > 1) {
+        size_t size;
+        auto const *const data = static_cast<std::uint8_t const *>(arv_buffer_get_part_data(buffer, part, &size));
+        offset = static_cast<std::size_t>(data - memory);
+    }
+    return true;
+}
+#else
+// Before 0.8.23 a buffer has one part, and tells of images alone.
+bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *, Shape &shape, std::size_t &)
+{
+    if (arv_buffer_get_payload_type(buffer) != ARV_BUFFER_PAYLOAD_TYPE_IMAGE)
+        return false;
+    gint x, y, width, height;
+    arv_buffer_get_image_region(buffer, &x, &y, &width, &height);
+    shape.width = static_cast<std::uint32_t>(width);
+    shape.height = static_cast<std::uint32_t>(height);
+    shape.pfnc = arv_buffer_get_image_pixel_format(buffer);
+    return true;
+}
+#endif
+
 // What the camera says of a filled buffer, in our terms. Null for one whose filling was broken off at a stop.
 AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
 {
@@ -411,28 +450,9 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
         size_t size = 0;
         arv_buffer_get_data(buffer, &size);
         frame->m_size = size;
-        guint part = 0;
-        guint const parts = arv_buffer_get_n_parts(buffer);
-        while (part < parts && arv_buffer_get_part_data_type(buffer, part) != ARV_BUFFER_PART_DATA_TYPE_2D_IMAGE)
-            ++part;
-        if (part < parts) {
-            gint x, y, width, height, xPadding, yPadding;
-            arv_buffer_get_part_region(buffer, part, &x, &y, &width, &height);
-            arv_buffer_get_part_padding(buffer, part, &xPadding, &yPadding);
-            shape.width = static_cast<std::uint32_t>(width);
-            shape.height = static_cast<std::uint32_t>(height);
-            shape.pfnc = arv_buffer_get_part_pixel_format(buffer, part);
-            shape.linePadding = static_cast<std::uint32_t>(xPadding);
-            if (parts > 1) {
-                size_t partSize;
-                auto const *const data =
-                    static_cast<std::uint8_t const *>(arv_buffer_get_part_data(buffer, part, &partSize));
-                offset = static_cast<std::size_t>(data - frame->m_memory);
-            }
-        } else {
-            // Chunk data without a word on the image in it is taken as announced.
-            whole = arv_buffer_get_payload_type(buffer) == ARV_BUFFER_PAYLOAD_TYPE_CHUNK_DATA;
-        }
+        bool const described = DescribeImage(buffer, frame->m_memory, shape, offset);
+        // Chunk data without a word on the image in it is taken as announced.
+        whole = described || arv_buffer_get_payload_type(buffer) == ARV_BUFFER_PAYLOAD_TYPE_CHUNK_DATA;
     } else {
         frame->m_size = frame->m_payload;
     }

@@ -59,6 +59,7 @@ private:
     void Dispose();
     void RecycleFilled();
     Frame *Describe(ArvBuffer *buffer);
+    static bool DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, Shape &shape, std::size_t &offset);
 
     ArvDevice *const m_device;
     std::recursive_mutex &m_access;
