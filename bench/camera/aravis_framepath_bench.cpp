@@ -4,7 +4,7 @@
 // Before Qt, whose keywords it uses as names.
 #include <arv.h>
 
-#include "aravis_fakegige.h"
+#include "fakegige.h"
 
 #include "grabbingfifo.h"
 
