@@ -2,11 +2,10 @@
 // control port of its address.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <chrono>
 #include <csignal>
+#include <stdexcept>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -41,7 +40,7 @@ public:
                 return; // the camera has it
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        ADD_FAILURE() << "the fake camera did not start";
+        throw std::runtime_error("the fake camera did not start");
     }
     ~FakeGigECamera()
     {

@@ -1,44 +1,13 @@
 // An operator with a GigE Vision camera that is not ours, on loopback in a network namespace: seen by the selector,
 // watched, lost, and found again.
+#include "fakegige.h"
 #include "operator.h"
-
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
 namespace {
-
-constexpr char Serial[] = "TOVFAKE1";
-
-// Aravis' fake camera as a process of its own.
-class FakeCamera
-{
-public:
-    explicit FakeCamera(QStringList const &options = {})
-    {
-        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_process.start(
-            QStringLiteral("arv-fake-gv-camera-0.8"),
-            QStringList{QStringLiteral("-i"), QStringLiteral("lo"), QStringLiteral("-s"), QString::fromLatin1(Serial)} +
-                options);
-        if (!m_process.waitForStarted())
-            throw std::runtime_error("the fake camera did not start");
-    }
-    ~FakeCamera()
-    {
-        Kill();
-    }
-    void Kill()
-    {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
-
-private:
-    QProcess m_process;
-};
 
 class FakeGigE : public testing::Test
 {
@@ -52,13 +21,13 @@ protected:
 TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
 {
     Operator::Run([](Robot &robot, Operator &hands) {
-        auto camera = std::make_unique<FakeCamera>();
-        hands.OpenSelector(robot, Serial);
+        auto camera = std::make_unique<FakeGigECamera>();
+        hands.OpenSelector(robot, FakeGigECamera::Serial);
         robot.Screenshot(QStringLiteral("selector-gige"));
         robot.Key("Escape");
         robot.WaitFor("the selector to close", [] { return !QApplication::activeModalWidget(); });
 
-        hands.Connect(robot, Serial);
+        hands.Connect(robot, FakeGigECamera::Serial);
         hands.Play(robot);
         robot.WaitFor(
             "a thousand frames", [&] { return hands.Counter("FramesAcquired") >= 1000; }, 120000);
@@ -71,8 +40,8 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
         robot.WaitFor("the disconnected picture", [&] { return hands.CurrentSession() == nullptr; });
         EXPECT_EQ(robot.Gui([&] { return hands.Title(); }), QStringLiteral("TovScope - Camera is not connected"));
 
-        camera = std::make_unique<FakeCamera>();
-        hands.Connect(robot, Serial);
+        camera = std::make_unique<FakeGigECamera>();
+        hands.Connect(robot, FakeGigECamera::Serial);
         hands.Play(robot);
         hands.Stop(robot);
         hands.Disconnect(robot);
@@ -82,8 +51,8 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
 TEST_F(FakeGigE, IncompleteFramesAreCountedAndNotShown)
 {
     Operator::Run([](Robot &robot, Operator &hands) {
-        FakeCamera camera({QStringLiteral("-r"), QStringLiteral("2")});
-        hands.Connect(robot, Serial);
+        FakeGigECamera camera({"-r", "2"});
+        hands.Connect(robot, FakeGigECamera::Serial);
         robot.Click(hands.Window(), "actionPlay");
         robot.WaitFor(
             "incomplete frames", [&] { return hands.Counter("FramesIncomp") >= 5; }, 60000);
