@@ -157,8 +157,6 @@ TEST_F(RasterDisplay, CommandsWorkBeforeTheFirstFrame)
     for (char const *command : {"display.zoom.in", "display.zoom.out", "display.atcenter", "display.dump.on",
                                 "display.dump.off", "filter.del"})
         EXPECT_EQ(Run(command), 0u) << command;
-    int x = 3, y = 4;
-    EXPECT_NE(display->Translate(&x, &y, 1), 0);
     EXPECT_EQ(Grab().pixel(100, 75), BACKGROUND);
     Wheel({10, 10}, 120);
     Drag({10, 10}, {20, 20});

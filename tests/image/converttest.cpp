@@ -145,15 +145,12 @@ bool IsRawOf(TovPixelTypeInfo const &to, TovPixelTypeInfo const &from)
 void ExpectConverted(TovPixelTypeInfo const &from, TovPixelTypeInfo const &to, std::uint32_t width,
                      std::uint32_t height, std::uint32_t padding)
 {
-    SCOPED_TRACE(std::string(from.name) + " to " + to.name + " " + std::to_string(width) + " x " +
-                 std::to_string(height));
+    SCOPED_TRACE(testing::Message() << from.name << " to " << to.name << " " << width << " x " << height);
     Pixels source(from.pixelType, width, height, padding, width * 31 + height);
     Pixels destination(to.pixelType, width, height, padding, 1);
-    source.Image()->timestamp = 11;
     source.Image()->frameID = 22;
     std::vector<std::uint8_t> const before = destination.Memory();
     ASSERT_EQ(TovConvertImage(destination.Image(), source.Image()), TOV_IMAGE_OK);
-    EXPECT_EQ(destination.Image()->timestamp, 11u);
     EXPECT_EQ(destination.Image()->frameID, 22u);
 
     int const depth = std::min(from.bitDepth, to.bitDepth == 8 ? std::uint8_t(8) : from.bitDepth);
@@ -213,8 +210,7 @@ TEST_P(ConvertFrom, EveryTargetAtOddShapes)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllTypes, ConvertFrom, testing::Range(0u, TOV_PIXEL_TYPE_ROWS),
-                         [](auto const &row) { return std::string(TovGetPixelTypeInfoByRow(row.param)->name); });
+INSTANTIATE_TEST_SUITE_P(AllTypes, ConvertFrom, testing::Range(0u, TOV_PIXEL_TYPE_ROWS));
 
 // More lines than one strip of a mosaic takes.
 TEST(Convert, StripsOfAMosaicJoinWithoutASeam)
