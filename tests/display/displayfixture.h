@@ -2,7 +2,6 @@
 #pragma once
 
 #include "tovdisplay.h"
-#include "tovimage.h"
 
 #include "../image/reference.h"
 
@@ -14,20 +13,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 
 constexpr QRgb BACKGROUND = 0xFF262626;
-
-inline std::uint32_t TypeOf(char const *name)
-{
-    for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
-        if (!std::strcmp(TovGetPixelTypeInfoByRow(row)->name, name))
-            return TovGetPixelTypeInfoByRow(row)->pixelType;
-    }
-    ADD_FAILURE() << name;
-    return 0;
-}
 
 class DisplayFixture : public testing::Test
 {
@@ -47,12 +36,6 @@ protected:
     void Set(char const *key, long value)
     {
         EXPECT_EQ(display->GetComponent()->SetParamInt(key, value), 0u) << key;
-    }
-    long Get(char const *key)
-    {
-        long value = -1;
-        EXPECT_EQ(display->GetComponent()->GetParamInt(key, &value), 0u) << key;
-        return value;
     }
     TovStatus Run(char const *key)
     {
@@ -85,11 +68,9 @@ protected:
                           Qt::NoScrollPhase, false);
         QApplication::sendEvent(widget.get(), &event);
     }
-    void Mouse(QEvent::Type type, QPoint at)
+    void Mouse(QEvent::Type type, QPoint at, Qt::MouseButtons held = Qt::LeftButton)
     {
-        Qt::MouseButton const button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
-        QMouseEvent event(type, at, button, type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
-                          Qt::NoModifier);
+        QMouseEvent event(type, at, type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton, held, Qt::NoModifier);
         QApplication::sendEvent(widget.get(), &event);
     }
     void Drag(QPoint from, QPoint to)
@@ -97,16 +78,16 @@ protected:
         Mouse(QEvent::MouseButtonPress, from);
         Mouse(QEvent::MouseMove, (from + to) / 2);
         Mouse(QEvent::MouseMove, to);
-        Mouse(QEvent::MouseButtonRelease, to);
+        Mouse(QEvent::MouseButtonRelease, to, Qt::NoButton);
     }
-    TovStatus AddMap(char const *map)
+    TovStatus AddMap(char const *map, long channels = 1, long state = 1)
     {
         TovComponent *const component = display->GetComponent();
         component->SetParamInt("filter.id", 1000);
         component->SetParamString("filter.name", "cmap.base");
-        component->SetParamInt("filter.channels", 1);
+        component->SetParamInt("filter.channels", channels);
         component->SetParamString("filter.channel.0", map);
-        component->SetParamInt("filter.state", 1);
+        component->SetParamInt("filter.state", state);
         return Run("filter.add");
     }
 

@@ -2,7 +2,7 @@
 #include "displayfixture.h"
 
 #include <atomic>
-#include <random>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -11,55 +11,44 @@ using DisplayThreads = DisplayFixture;
 
 TEST_F(DisplayThreads, FramesAndOperatorDoNotMeet)
 {
-    Pixels const first(TypeOf("BayerRG12Packed"), 640, 481, 3, 1);
-    Pixels const second(TypeOf("Mono8"), 333, 222, 0, 2);
+    Pixels const first(TypeOf("BayerRG12Packed"), 640, 481, 3, 1), second(TypeOf("Mono8"), 333, 222, 0, 2);
     std::atomic<bool> stop{false};
     std::atomic<int> frames{0};
     std::thread thread([&] {
         while (!stop) {
             int const frame = frames++;
-            Pixels const &pixels = frame / 8 % 2 ? second : first;
-            if (frame % 8 == 0) {
-                EXPECT_EQ(display->SetVideoFormat(pixels.Image(), "auto"), 0);
-            }
-            EXPECT_EQ(display->DisplayVideo(pixels.Image()), 0);
-            int x = 1, y = 1;
-            EXPECT_EQ(display->Translate(&x, &y, 1), 0);
+            _TovImage const *const image = (frame / 8 % 2 ? second : first).Image();
+            EXPECT_TRUE(frame % 8 != 0 || display->SetVideoFormat(image, "auto") == 0);
+            EXPECT_EQ(display->DisplayVideo(image), 0);
+            At(1, 1);
         }
     });
     std::mt19937 random(3);
     auto const number = [&](int below) {
         return int(random() % unsigned(below));
     };
-    for (int i = 0; i < 300 || frames < 100; ++i) {
-        switch (number(8)) {
-        case 0:
-            widget->resize(1 + number(300), 1 + number(200));
-            break;
-        case 1:
+    std::function<void()> const actions[] = {
+        [&] { widget->resize(1 + number(300), 1 + number(200)); },
+        [&] {
             Wheel({number(200), number(150)}, number(2) ? 120 : -120);
-            break;
-        case 2:
+        },
+        [&] {
             Drag({number(200), number(150)}, {number(200), number(150)});
-            break;
-        case 3:
-            Set("display.fit", number(4));
-            break;
-        case 4:
-            AddMap(number(2) ? "0.1,1,0.,1.,0.;0.9,0;1.,1,1.,0.,0.;" : "0.2,0.5,0.;0.8,0.5,1.;");
-            break;
-        case 5:
-            Run(number(2) ? "filter.del" : "display.zoom.in");
-            break;
-        case 6:
+        },
+        [&] { Set("display.fit", number(4)); },
+        [&] { AddMap(number(2) ? "0.1,1,0.,1.,0.;0.9,0;1.,1,1.,0.,0.;" : "0.2,0.5,0.;0.8,0.5,1.;"); },
+        [&] { Run(number(2) ? "filter.del" : "display.zoom.in"); },
+        [&] {
             Set("dump.w", number(100));
             Run(number(2) ? "display.dump.on" : "display.dump.off");
-            break;
-        default:
+        },
+        [&] {
             display->KeepVideo(number(2) ? second.Image() : nullptr);
             display->RefreshVideo(first.Image());
-            break;
-        }
+        },
+    };
+    for (int i = 0; i < 300 || frames < 100; ++i) {
+        actions[number(8)]();
         QApplication::processEvents();
         widget->repaint();
     }

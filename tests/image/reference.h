@@ -5,36 +5,42 @@
 
 #include <cstdint>
 #include <random>
+#include <string_view>
 #include <vector>
+
+inline TovPixelTypeInfo const &InfoOf(std::string_view name)
+{
+    std::uint32_t row = 0;
+    while (TovGetPixelTypeInfoByRow(row)->name != name)
+        ++row;
+    return *TovGetPixelTypeInfoByRow(row);
+}
+
+inline std::uint32_t TypeOf(std::string_view name)
+{
+    return InfoOf(name).pixelType;
+}
 
 // Sample `i` of a line, bit by bit.
 inline unsigned ReferenceSample(TovPixelTypeInfo const &info, std::uint8_t const *line, std::size_t i)
 {
     unsigned const depth = info.bitDepth;
-    auto const bitAt = [line](std::size_t bit) {
-        return unsigned(line[bit / 8] >> bit % 8 & 1);
-    };
-    unsigned value = 0;
-    switch (info.packing) {
-    case TOV_UNPACKED:
+    if (info.packing == TOV_UNPACKED)
         return depth == 8 ? line[i] : line[2 * i] + 256u * line[2 * i + 1];
-    case TOV_PACKED_GEV: {
+    if (info.packing == TOV_PACKED_GEV) {
         std::uint8_t const *pair = line + i / 2 * 3;
         unsigned const low = depth - 8;
         return (i % 2 ? pair[2] : pair[0]) << low | (pair[1] >> (i % 2 ? 4 : 0) & ((1u << low) - 1));
     }
-    case TOV_PACKED_P:
-        for (unsigned b = 0; b < depth; ++b)
-            value |= bitAt(i * depth + b) << b;
-        return value;
-    case TOV_PACKED_WEFT:
-        for (unsigned b = 0; b < depth; ++b) {
-            std::size_t const bit = i * depth + b; // counted from the top of the first byte
+    unsigned value = 0;
+    for (unsigned b = 0; b < depth; ++b) {
+        std::size_t const bit = i * depth + b;
+        if (info.packing == TOV_PACKED_P)
+            value |= unsigned(line[bit / 8] >> bit % 8 & 1) << b;
+        else // counted from the top of the first byte
             value = value << 1 | unsigned(line[bit / 8] >> (7 - bit % 8) & 1);
-        }
-        return value;
     }
-    return 0;
+    return value;
 }
 
 // Pixel memory of exactly the bytes that an image may touch: the last line ends with its last pixel. A margin of odd
@@ -51,14 +57,11 @@ public:
         std::mt19937 random(seed);
         for (std::uint8_t &byte : m_memory)
             byte = std::uint8_t(random());
-        // Samples in two bytes stay within their depth.
-        if (m_info.packing == TOV_UNPACKED && m_info.bitDepth > 8) {
-            for (std::uint32_t y = 0; y < height; ++y) {
-                for (std::size_t i = 1; i < m_lineBytes; i += 2)
-                    m_memory[y * (m_lineBytes + padding) + i] &= 0xFF >> (16 - m_info.bitDepth);
-            }
-        }
         TovCreateImageHeader(&m_image, {width, height}, type, m_lineBytes + padding, m_memory.data());
+        // Samples in two bytes stay within their depth.
+        for (std::uint32_t y = 0; y < height && m_info.packing == TOV_UNPACKED && m_info.bitDepth > 8; ++y)
+            for (std::size_t i = 1; i < m_lineBytes; i += 2)
+                Line(y)[i] &= 0xFF >> (16 - m_info.bitDepth);
     }
     ~Pixels()
     {
