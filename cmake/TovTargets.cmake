@@ -90,7 +90,8 @@ function(tov_add_test name)
     set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT}
                          ENVIRONMENT "${environment}")
     if(ARG_NETNS)
-        set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77)
+        # No frame may be lost at the fake camera's top rate: two processors, its own and ours.
+        set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 PROCESSORS 2)
     endif()
 endfunction()
 
