@@ -1,6 +1,7 @@
 // The whole program through many starts and many connections, with simulated cameras: it ends where it began.
 #include "displayview.h"
 #include "guimanager.h"
+#include "heap.h"
 #include "session.h"
 #include "tovscope.h"
 
@@ -12,29 +13,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
 #include <limits>
 
-#include <unistd.h>
-
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool MemoryTells = false; // freed memory is held back; leaks are found otherwise
-#else
-constexpr bool MemoryTells = true;
-#endif
 constexpr double MegabytesOfNoise = 0.5; // a window
-
-double ResidentMegabytes()
-{
-    std::ifstream file("/proc/self/statm");
-    double total = 0;
-    double resident = 0;
-    file >> total >> resident;
-    return resident * sysconf(_SC_PAGESIZE) / 1048576.0;
-}
 
 bool Pump(std::function<bool()> const &condition)
 {
@@ -101,15 +85,13 @@ protected:
         for (int i = 0; i < times; ++i) {
             ASSERT_NO_FATAL_FAILURE(step(i)) << "round " << i;
             if ((i + 1) % (times / Windows) == 0) {
-                double const now = ResidentMegabytes();
-                if (before > 0)
+                double const now = HeapMegabytes();
+                if (i + 1 > times / Windows)
                     least = std::min(least, now - before);
                 before = now;
             }
         }
-        if (MemoryTells) {
-            EXPECT_LT(least, MegabytesOfNoise);
-        }
+        EXPECT_LT(least, MegabytesOfNoise);
     }
 
     TovScope m_window;
