@@ -81,7 +81,7 @@ function(tov_add_test name)
         "LC_ALL=C.UTF-8" "TOV_CAMERA_INTERFACES=sim"
         "ASAN_OPTIONS=detect_leaks=1" "UBSAN_OPTIONS=print_stacktrace=1"
         "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0"
-        "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
+        "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp")
     if(ARG_XVFB)
         list(APPEND environment "QT_QPA_PLATFORM=xcb")
     else()
