@@ -12,6 +12,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
 
 #if defined(TovCameraApi_EXPORTS)
 #define TOV_CAMERA_API __attribute__((visibility("default")))
@@ -95,6 +98,65 @@ protected:
     ~EnumParam() = default;
 };
 
+// ---- The feature tree: for libTovCameraGuiApi and configuration files ----
+
+enum class FeatureKind : std::uint8_t { Category, Integer, Float, Boolean, Enumeration, String, Command, Register };
+enum class FeatureAccess : std::uint8_t { NotImplemented, NotAvailable, WriteOnly, ReadOnly, ReadWrite };
+enum class FeatureVisibility : std::uint8_t { Beginner, Expert, Guru, Invisible };
+enum class FeatureRepresentation : std::uint8_t { Linear, Logarithmic, Boolean, PureNumber, HexNumber, IPV4, MAC };
+
+// One entry of an enumeration, as the description has it.
+struct FeatureEntry
+{
+    std::string name;
+    std::string displayName; // the name where the description has none
+    std::string toolTip;
+    std::int64_t value = 0;
+    FeatureVisibility visibility = FeatureVisibility::Beginner;
+};
+
+// What a feature is, for as long as the camera is open. Features are told by their index; index 0 is the root category.
+struct FeatureInfo
+{
+    std::string name;
+    std::string displayName; // the name where the description has none
+    std::string toolTip;
+    std::string description;
+    std::string unit;
+    FeatureKind kind = FeatureKind::Category;
+    FeatureVisibility visibility = FeatureVisibility::Beginner;
+    FeatureRepresentation representation = FeatureRepresentation::PureNumber;
+    std::uint32_t pollingTime = 0;         // milliseconds, 0: need not be read again by itself
+    bool streamable = false;               // belongs into a stored configuration
+    std::vector<std::uint32_t> children;   // of a category, in the order of the description
+    std::vector<std::uint32_t> selected;   // of a selector: what it selects
+    std::vector<std::uint32_t> dependents; // to be read again after a write of this one, the selected ones included
+    std::vector<FeatureEntry> entries;     // of an enumeration, in the order of the description
+};
+
+struct FeatureValue
+{
+    std::int64_t integer = 0; // Integer, Enumeration; Boolean as 0 and 1
+    double real = 0.0;        // Float
+    std::string text;         // String; the entry's name of an Enumeration; the bytes of a Register
+};
+
+// What a feature is at this moment.
+struct FeatureState
+{
+    FeatureAccess access = FeatureAccess::NotImplemented;
+    FeatureValue value;           // left empty unless readable
+    std::int32_t valueStatus = 0; // of reading the value
+    std::int64_t minimum = 0;     // Integer
+    std::int64_t maximum = 0;
+    std::int64_t increment = 1;
+    double realMinimum = 0.0; // Float
+    double realMaximum = 0.0;
+    double realIncrement = 0.0;           // 0: none
+    std::uint64_t length = 0;             // String: most bytes it takes, 0 unknown; Register: its bytes
+    std::vector<std::uint32_t> available; // Enumeration: indices of the entries that can be chosen now
+};
+
 // A node map. Any thread; calls take the device's lock, and a slow camera makes them slow.
 class ParamArray
 {
@@ -116,6 +178,37 @@ public:
     virtual double GetFloatValue(char const *name, std::int32_t *error) = 0;
     virtual std::int32_t SetBooleanValue(char const *name, bool value) = 0;
     virtual std::int32_t SetStringValue(char const *name, char const *value) = 0;
+
+    // ---- The feature tree: for libTovCameraGuiApi ----
+    // Features reached from the root category, each counted once; 0 when there is no tree. Touches no register.
+    virtual std::uint32_t GetFeatureCount()
+    {
+        return 0;
+    }
+    virtual FeatureInfo const *GetFeature(std::uint32_t)
+    {
+        return nullptr;
+    } // null past the last
+    // Reads the camera once for all of it. A feature that cannot be told keeps access NotAvailable.
+    virtual std::int32_t ReadFeature(std::uint32_t, FeatureState *)
+    {
+        return TOV_CAM_ERR_INVALID_INDEX;
+    }
+    // Writes a value of the feature's kind; for an Enumeration `text` where it is set, else `integer`. Runs a Command.
+    virtual std::int32_t WriteFeature(std::uint32_t, FeatureValue const &)
+    {
+        return TOV_CAM_ERR_INVALID_INDEX;
+    }
+    virtual std::int32_t IsCommandDone(std::uint32_t, bool *)
+    {
+        return TOV_CAM_ERR_INVALID_INDEX;
+    }
+    // Keeps this object, and no more than it, beyond the device's Release: calls that come later fail at once, and one
+    // that is under way ends in its own time without holding Release up.
+    virtual std::shared_ptr<void> Hold()
+    {
+        return {};
+    }
 
 protected:
     ~ParamArray() = default;

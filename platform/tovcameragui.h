@@ -1,9 +1,10 @@
-// Camera widgets: the selector dialog. GUI thread only.
+// Camera widgets: the selector dialog and the feature tree. GUI thread only.
 #pragma once
 
 #include "tovcamera.h"
 
 #include <QDialog>
+#include <QWidget>
 
 #include <memory>
 
@@ -29,6 +30,36 @@ public:
 private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
+};
+
+// Which features are shown: those of the level and of the levels below it.
+enum Visibility { Beginner = 0, Expert = 1, Guru = 2 };
+
+// The features of one camera as a tree with an editor for each, a search field and a choice of visibility.
+//
+// The camera is read and written on a thread of the widget's own, so a slow or lost camera leaves the window alive: the
+// last known values stay, and what waits or failed is marked. Hidden, it reads nothing.
+class TOV_CAMERAGUI_API TovGenParamTreeView : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit TovGenParamTreeView(QWidget *parent);
+    ~TovGenParamTreeView() override;
+
+    // Fills the tree; null empties it. The features are good until the device's Release, before which the widget is
+    // destroyed or given null; neither waits for a slow camera.
+    virtual void SetGenParamArray(TovCam::ParamArray *params);
+    virtual Visibility visibility() const;
+    virtual void setVisibility(Visibility level);
+    // What is expanded and selected, the search text and the visibility, as text. Never null; good until the next call.
+    virtual char const *GetViewState();
+    // Text of any other origin is ignored; features that the camera lacks are skipped. May come before the tree is
+    // filled.
+    virtual void SetViewState(char const *state);
+
+private:
+    struct TreeImpl;
+    std::unique_ptr<TreeImpl> m_impl;
 };
 
 } // namespace TovGui

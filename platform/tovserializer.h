@@ -1,0 +1,52 @@
+// Image and movie files.
+//
+// Threads: StartImageSeries, StartMovie, WriteFrame and Stop from one thread at a time; the component's parameters from
+// any thread. A value set while a series or a movie runs counts from the next start on.
+#pragma once
+
+#include "tovimage.h"
+#include "tovmisc.h"
+
+#include <cstdint>
+
+#if defined(TovImageSerializer_EXPORTS)
+#define TOV_SERIALIZER_API __attribute__((visibility("default")))
+#else
+#define TOV_SERIALIZER_API
+#endif
+
+// Status of the operations below, 0 for success.
+enum TovSerializerError : std::int32_t {
+    TOV_SERIALIZER_OK = 0,
+    TOV_SERIALIZER_ERR_ARGUMENT = -1, // null, an image without pixels, of another shape or type than at the start
+    TOV_SERIALIZER_ERR_FORMAT = -2,   // an extension or compressor nobody has, a pixel type the format cannot hold
+    TOV_SERIALIZER_ERR_STATE = -3,    // nothing was started, or something still runs
+    TOV_SERIALIZER_ERR_WRITE = -4,    // the file system refused: no place, no right, no room
+    TOV_SERIALIZER_ERR_MEMORY = -5,
+};
+
+// Parameters of GetComponent():
+//   "jpeg.quality"       integer, 1 to 100: percent
+//   "movie.compressors"  string, read only: the compressors there are, separated by vertical bars, "Uncompressed" first
+//   "movie.compressor"   string: the one in use
+//   "movie.options"      integer, read only: 1 when the one in use has an options dialog
+class TOV_SERIALIZER_API TovImageSerializer
+{
+public:
+    static TovImageSerializer *CreateComponent(bool create); // null on failure
+    static void DeleteComponent(TovImageSerializer *serializer);
+
+    virtual TovComponent *GetComponent() = 0;
+    // Extensions: "raw", "tvi", "bmp", "jpg", "png", "tif". `image` gives shape and pixel type.
+    virtual std::int32_t StartImageSeries(_TovImage const *image, char const *extension) = 0;
+    // Extensions of `fileName`: ".avi" and ".tvm". The name is in local 8-bit encoding; `fps` above 0.
+    virtual std::int32_t StartMovie(_TovImage const *image, char const *fileName, double fps) = 0;
+    // Ends what was started and closes its files; harmless when nothing was.
+    virtual std::int32_t Stop() = 0;
+    // A series: writes one file under `fileName`; missing folders are made, a name that is taken gets a number before
+    // its extension, and the file appears under its name only when it is whole. A movie (`fileName` null): appends.
+    virtual std::int32_t WriteFrame(_TovImage const *image, char const *fileName) = 0;
+
+protected:
+    virtual ~TovImageSerializer() = default;
+};
