@@ -314,9 +314,11 @@ TEST_F(Manager, PanelsComeAndGoWithTheCameraAndKeepTheirPlaces)
         Action(action)->trigger();
         EXPECT_FALSE(Find<QDockWidget>(panel)->isVisible() || Action(action)->isChecked()) << action;
     }
-    Action("Statistics")->trigger();
-    EXPECT_TRUE(Find<QDockWidget>("StatisticsPanel")->isVisible());
     m_window->addDockWidget(Qt::RightDockWidgetArea, Find<QDockWidget>("StatisticsPanel"));
+    Action("GenICamTree")->trigger();
+    QRect const place(200, 150, 420, 310);
+    Find<QDockWidget>("CameraGenParamPanel")->setFloating(true);
+    Find<QDockWidget>("CameraGenParamPanel")->setGeometry(place);
     auto *const table = Find<QTableView>("statisticsTable");
     table->setColumnWidth(0, 234);
 
@@ -324,7 +326,7 @@ TEST_F(Manager, PanelsComeAndGoWithTheCameraAndKeepTheirPlaces)
     for (int round = 0; round < 3; ++round) {
         Gui().cameraDisconnect();
         EXPECT_EQ(m_window->findChildren<QDockWidget *>().size(), 0);
-        EXPECT_FALSE(Action("Statistics")->isChecked());
+        EXPECT_FALSE(Action("GenICamTree")->isChecked());
         if (round > 0) {
             FakeDevice device;
             if (round == 2)
@@ -335,9 +337,10 @@ TEST_F(Manager, PanelsComeAndGoWithTheCameraAndKeepTheirPlaces)
         }
         Bring(m_device, SessionStateIdle);
         EXPECT_EQ(m_window->dockWidgetArea(Find<QDockWidget>("StatisticsPanel")), Qt::RightDockWidgetArea) << round;
-        EXPECT_TRUE(Find<QDockWidget>("StatisticsPanel")->isVisible()) << round;
-        EXPECT_TRUE(Action("Statistics")->isChecked()) << round;
-        EXPECT_FALSE(Find<QDockWidget>("CameraGenParamPanel")->isVisible()) << round;
+        EXPECT_FALSE(Find<QDockWidget>("StatisticsPanel")->isVisible() || Action("Statistics")->isChecked()) << round;
+        auto *const tree = Find<QDockWidget>("CameraGenParamPanel");
+        EXPECT_TRUE(tree->isVisible() && tree->isFloating() && Action("GenICamTree")->isChecked()) << round;
+        EXPECT_EQ(tree->geometry(), place) << round;
         EXPECT_EQ(Find<QTableView>("statisticsTable")->columnWidth(0), 234) << round;
     }
 }
