@@ -67,8 +67,11 @@ public:
     {
         bool const raw = IsSameRaw(m_from, m_to);
         if (IsMosaic(m_from) && !raw) {
-            ColourLines const lines{m_destination.imageData, m_destination.lineStep};
-            Demosaic<T>(m_from, m_source, m_blueFirst, BYTES && m_to.channels == 3 ? &lines : nullptr,
+            // Straight into the destination, where only a shift is left to do.
+            bool const direct = m_to.channels == 3 && m_to.bitDepth >= m_depth;
+            ColourLines const lines{m_destination.imageData, m_destination.lineStep,
+                                    direct ? m_to.bitDepth - m_depth : 0};
+            Demosaic<T>(m_from, m_source, m_blueFirst, direct ? &lines : nullptr,
                         [this](std::uint32_t y, T const *colours) {
                             WriteColours(colours, m_destination.imageData + y * m_destination.lineStep);
                         });
