@@ -105,10 +105,14 @@ private:
 
     void ConvertRaw(std::uint8_t const *line, std::uint8_t *out)
     {
+        auto *const deep = reinterpret_cast<Sample16 *>(out);
+        bool const packed = m_from.packing != TOV_UNPACKED && m_from.bitDepth > 8;
         if constexpr (BYTES)
             Unpack8(m_from, line, 0, m_width, out);
-        else if (m_from.bitDepth == m_to.bitDepth)
-            Unpack16(m_from, line, 0, m_width, reinterpret_cast<Sample16 *>(out));
+        else if (m_from.bitDepth == m_to.bitDepth || (packed && m_from.bitDepth < m_to.bitDepth))
+            Unpack16(m_from, line, 0, m_width, deep, m_to.bitDepth - m_from.bitDepth);
+        else if (!packed && m_from.bitDepth > 8)
+            ShiftDepth(reinterpret_cast<Sample16 const *>(line), m_width, m_from.bitDepth, m_to.bitDepth, deep);
         else
             WriteSamples(Samples(line), m_width, out);
     }
