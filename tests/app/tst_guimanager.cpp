@@ -69,30 +69,34 @@ protected:
     template<typename Dialog>
     void During(std::function<void()> const &call, std::function<void(Dialog *)> const &act)
     {
-        bool answered = false;
         QTimer answer;
         QObject::connect(&answer, &QTimer::timeout, [&] {
-            if (auto *const dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget()); dialog && !answered) {
-                answered = true;
+            if (auto *const dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget())) {
+                answer.stop();
                 act(dialog);
             }
         });
         answer.start(5);
         call();
-        EXPECT_TRUE(answered);
+        EXPECT_FALSE(answer.isActive()) << "no dialog";
     }
-    // Gives the title of the file dialog, which is answered with the path; none cancels it.
+    // Answers the file dialog that opens in the course of the call, or cancels it where there is no path. Gives its
+    // title, filter and suggestion.
     std::string ChooseFile(std::function<void()> const &call, QString const &path)
     {
-        std::string title;
+        std::string asked;
         During<QFileDialog>(call, [&](QFileDialog *dialog) {
-            title = dialog->windowTitle().toStdString() + ", " + dialog->nameFilters().join(u'|').toStdString();
-            if (path.isEmpty())
-                return dialog->reject();
-            dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(path);
-            QMetaObject::invokeMethod(dialog, "accept");
+            auto *const name = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
+            asked =
+                (dialog->windowTitle() + u'|' + dialog->nameFilters().join(u',') + u'|' + name->text()).toStdString();
+            name->setText(path);
+            QMetaObject::invokeMethod(dialog, path.isEmpty() ? "reject" : "accept");
         });
-        return title;
+        return asked;
+    }
+    std::string ChooseFile(char const *action, QString const &path)
+    {
+        return ChooseFile([=, this] { Action(action)->trigger(); }, path);
     }
     template<typename W>
     W *Find(char const *name)
@@ -362,60 +366,42 @@ TEST_F(Manager, StatisticsFollowTheCamera)
                     "Thoughput [MB/s]=0.00; Frames incompleted=0; ");
     EXPECT_LE(refreshes, table->model()->rowCount());
 
-    auto const at = [&](int row) {
-        return table->visualRect(table->model()->index(row, 0)).center();
-    };
-    for (auto const &[pos, action, copied] :
-         {std::tuple{at(4), "Copy", "FPS\t28.12"}, {at(0), "Copy All", "Frames acquired\t9\nTimestamp"}}) {
-        emit table->customContextMenuRequested(pos);
-        auto *const menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
-        ASSERT_NE(menu, nullptr);
-        for (QAction *entry : menu->actions()) {
-            if (entry->text() == QLatin1String(action))
-                entry->trigger();
-        }
-        menu->close();
-        EXPECT_EQ(QGuiApplication::clipboard()->text().toStdString().rfind(copied, 0), 0u) << copied;
+    emit table->customContextMenuRequested(table->visualRect(table->model()->index(4, 0)).center());
+    for (QAction *entry : Find<QDockWidget>("StatisticsPanel")->findChildren<QAction *>()) {
+        if (entry->text() == QStringLiteral("Copy"))
+            entry->trigger();
     }
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), QStringLiteral("FPS\t28.12"));
 }
 
 TEST_F(Manager, ConfigurationsAreSavedWhereTheOperatorSaid)
 {
-    char const filter[] = ", Velmor camera configuration files (*.tcfg)";
+    char const filter[] = "|Velmor camera configuration files (*.tcfg)|";
     QTemporaryDir const folder;
     QString const first = folder.filePath(QStringLiteral("first.tcfg"));
     QString const second = folder.filePath(QStringLiteral("second"));
     QFile(first).open(QIODevice::WriteOnly);
-    auto const triggers = [this](char const *name) {
-        return [this, name] {
-            Action(name)->trigger();
-        };
-    };
     Bring(m_device, SessionStateIdle);
     m_device.script.TakeLog();
-    EXPECT_EQ(ChooseFile(triggers("SaveConfiguration"), {}), std::string("Save camera configuration") + filter);
+    EXPECT_EQ(ChooseFile("SaveConfiguration", {}), std::string("Save camera configuration") + filter);
     EXPECT_EQ(m_device.script.TakeLog(), "");
-    ChooseFile(triggers("SaveConfiguration"), second);
+    ChooseFile("SaveConfiguration", second);
     Action("SaveConfiguration")->trigger(); // asks no more
     EXPECT_EQ(m_device.script.TakeLog(),
               QStringLiteral("SaveConfiguration %1; SaveConfiguration %1").arg(second).toStdString());
     EXPECT_EQ(Title(), QStringLiteral("TovScope -  bench [Scripted, SN:0042] { %1 }").arg(second).toStdString());
-    EXPECT_EQ(ChooseFile(triggers("LoadConfiguration"), first), std::string("Open camera configuration") + filter);
+    EXPECT_EQ(ChooseFile("LoadConfiguration", first), std::string("Open camera configuration") + filter);
     EXPECT_EQ(m_device.script.TakeLog(), "LoadConfiguration " + first.toStdString());
-    EXPECT_EQ(ChooseFile(triggers("SaveConfigurationAs"), second),
-              std::string("Save camera configuration as...") + filter);
+    EXPECT_EQ(ChooseFile("SaveConfigurationAs", second), std::string("Save camera configuration as...") + filter);
     EXPECT_EQ(m_device.script.TakeLog(), "SaveConfiguration " + second.toStdString());
 
     // A camera that goes while the question is open.
-    During<QFileDialog>(triggers("SaveConfigurationAs"), [&](QFileDialog *dialog) {
-        Gui().cameraDisconnect();
-        dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(first);
-        QMetaObject::invokeMethod(dialog, "accept");
-    });
+    QTimer::singleShot(0, [this] { Gui().cameraDisconnect(); });
+    ChooseFile("SaveConfigurationAs", first);
     ExpectClosed(m_device);
 
     // Without a camera the file opens its own; this one names none.
-    ChooseFile(triggers("LoadConfiguration"), first);
+    ChooseFile("LoadConfiguration", first);
     EXPECT_EQ(Told(), Texts{"Camera cannot be instantinated"});
     EXPECT_EQ(QApplication::overrideCursor(), nullptr);
 }
@@ -426,51 +412,39 @@ TEST_F(Manager, DialogsTellCopyAndSaveTheReport)
     QString const path = folder.filePath(QStringLiteral("r.txt"));
     std::string const software = "Software information\nTovScope version:  1.3.0 (build 2230) \n";
     std::string const camera = "Device Information\nModel Name:        Scripted\n";
-    auto const look = [&](char const *action, char const *title, std::string const &begin, QString const &suggested) {
-        During<QDialog>([&] { Action(action)->trigger(); },
-                        [&](QDialog *dialog) {
-                            EXPECT_EQ(dialog->windowTitle(), QLatin1String(title));
-                            QString const report = dialog->findChild<QTextBrowser *>()->toPlainText();
-                            EXPECT_EQ(report.toStdString().rfind(begin, 0), 0u) << report.toStdString();
-                            auto const button = [&](char const *name) {
-                                return dialog->findChild<QPushButton *>(QString::fromLatin1(name));
-                            };
-                            emit button("buttonCopy")->pressed();
-                            EXPECT_EQ(QGuiApplication::clipboard()->text(), report);
-                            QFile file(path);
-                            EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-                            file.write(QByteArray(2000, '~'));
-                            file.close();
-                            During<QFileDialog>([&] { emit button("buttonSave")->pressed(); },
-                                                [&](QFileDialog *save) {
-                                                    auto *const name =
-                                                        save->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
-                                                    EXPECT_EQ(name->text(), suggested);
-                                                    name->setText(path);
-                                                    QMetaObject::invokeMethod(save, "accept");
-                                                });
-                            EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-                            QByteArray const content = file.readAll();
-                            EXPECT_EQ(content.size(), 2000) << "the rest of a longer file stays";
-                            EXPECT_TRUE(content.startsWith(report.toUtf8() + '~'));
-                            emit button("buttonClose")->released();
-                            EXPECT_FALSE(dialog->isVisible());
-                        });
+    bool loses = false;
+    auto const look = [&](char const *action, std::string const &begin, std::string const &suggested) {
+        auto const act = [&](QDialog *dialog) {
+            auto const button = [&](char const *name) {
+                return dialog->findChild<QPushButton *>(QString::fromLatin1(name));
+            };
+            if (loses) {
+                m_device.LoseConnection();
+                ExpectClosed(m_device);
+            }
+            QString const report = dialog->findChild<QTextBrowser *>()->toPlainText();
+            EXPECT_EQ(report.toStdString().rfind(begin, 0), 0u) << report.toStdString();
+            emit button("buttonCopy")->pressed();
+            EXPECT_EQ(QGuiApplication::clipboard()->text(), report);
+            QFile file(path);
+            EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write(QByteArray(2000, '~'));
+            file.close();
+            EXPECT_EQ(ChooseFile([&] { emit button("buttonSave")->pressed(); }, path),
+                      "Save camera info|Text file (*.txt)|" + suggested);
+            EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+            QByteArray const content = file.readAll();
+            EXPECT_TRUE(content.size() == 2000 && content.startsWith(report.toUtf8() + '~')) << "not truncated";
+            emit button("buttonClose")->released();
+            EXPECT_FALSE(dialog->isVisible());
+        };
+        During<QDialog>([=, this] { Action(action)->trigger(); }, act);
     };
-    look("About", "About TovScope", software, {});
+    look("About", software, "");
     Bring(m_device, SessionStateIdle);
-    look("CameraInformation", "Camera Information", camera, QStringLiteral("benchScripted_0042"));
-    look("About", "About TovScope", software + "U3V driver version: 1.0\n" + camera,
-         QStringLiteral("benchScripted_0042"));
-
-    // The camera is lost while its report is read.
-    During<QDialog>([&] { Action("CameraInformation")->trigger(); },
-                    [&](QDialog *dialog) {
-                        m_device.LoseConnection();
-                        ExpectClosed(m_device);
-                        EXPECT_TRUE(dialog->isVisible());
-                        emit dialog->findChild<QPushButton *>(QStringLiteral("buttonClose"))->released();
-                    });
+    look("About", software + "U3V driver version: 1.0\n" + camera, "benchScripted_0042");
+    loses = true; // while its report is read
+    look("CameraInformation", camera, "benchScripted_0042");
     EXPECT_EQ(Told(), Texts{"Connection to the Camera was lost"});
 }
 

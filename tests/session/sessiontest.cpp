@@ -406,8 +406,6 @@ TEST_F(SessionTest, ReportsWhatTheCameraHasAndNothingElse)
     device.info.interface = &adapter;
     Connect();
     device.params.texts.clear();
-    EXPECT_EQ(session->GetCameraInfo(), QStringLiteral("Device Information\n\nVersion Information\n\n"));
-
     auto &texts = device.params.texts;
     auto &ints = device.params.ints;
     texts["DeviceVendorName"].value = "other vendor";
