@@ -288,6 +288,7 @@ void GuiManager::Remove(Panel *&panel)
     if (!panel)
         return;
     panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
+    panel->CheckActionMenu(panel->GetActionName(), false); // hiding it would be remembered as the operator's wish
     delete std::exchange(panel, nullptr);
 }
 
@@ -327,9 +328,12 @@ void GuiManager::ClosePanels()
         }
     }
     // While the docks still exist.
-    m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
+    QByteArray const places = MainWindow()->saveState(StateVersion);
+    m_window->GetGlobalSettings()->setValue(StateKey, places);
     Remove(m_parameterPanel);
     Remove(m_statisticsPanel);
+    // A floating dock leaves as a hidden one, and the window's next saveState would say so.
+    MainWindow()->restoreState(places, StateVersion);
 }
 
 void GuiManager::ShowCritical(QString const &text)
