@@ -71,6 +71,7 @@ void FeatureModel::SetFeatures(std::vector<FeatureInfo const *> const &features)
         m_nodes.push_back({0, 0, 0, {}, {}});
         std::vector<bool> ancestors(features.size(), false);
         AddChildren(0, ancestors);
+        MakeHaystacks();
         Filter(0, false);
     }
     endResetModel();
@@ -103,17 +104,7 @@ void FeatureModel::SetFilter(QString const &text, Visibility level)
     m_level = level;
     if (m_nodes.empty())
         return;
-    if (!m_words.isEmpty() && m_haystacks.empty()) {
-        m_haystacks.resize(m_features.size());
-        m_nameLengths.resize(m_features.size());
-        for (std::size_t i = 0; i < m_features.size(); ++i) {
-            FeatureInfo const &info = *m_features[i].info;
-            QString const names = QString::fromStdString(info.name + '\n' + info.displayName).toCaseFolded();
-            m_nameLengths[i] = names.size();
-            m_haystacks[i] = names + QLatin1Char('\n') +
-                             QString::fromStdString(info.description + '\n' + info.toolTip).toCaseFolded();
-        }
-    }
+    MakeHaystacks();
     emit layoutAboutToBeChanged();
     std::vector<int> places;
     QModelIndexList const before = persistentIndexList();
@@ -128,6 +119,22 @@ void FeatureModel::SetFilter(QString const &text, Visibility level)
         after << IndexOf(places[std::size_t(i)], before[i].column());
     changePersistentIndexList(before, after);
     emit layoutChanged();
+}
+
+// What a search looks through, once there is something to search for.
+void FeatureModel::MakeHaystacks()
+{
+    if (m_words.isEmpty() || !m_haystacks.empty())
+        return;
+    m_haystacks.resize(m_features.size());
+    m_nameLengths.resize(m_features.size());
+    for (std::size_t i = 0; i < m_features.size(); ++i) {
+        FeatureInfo const &info = *m_features[i].info;
+        QString const names = QString::fromStdString(info.name + '\n' + info.displayName).toCaseFolded();
+        m_nameLengths[i] = names.size();
+        m_haystacks[i] =
+            names + QLatin1Char('\n') + QString::fromStdString(info.description + '\n' + info.toolTip).toCaseFolded();
+    }
 }
 
 // Whether anything under the node is shown; `all`: the search has been satisfied above.

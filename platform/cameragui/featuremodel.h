@@ -121,6 +121,7 @@ private:
     };
 
     void AddChildren(int node, std::vector<bool> &ancestors);
+    void MakeHaystacks();
     bool Filter(int node, bool all);
     bool Matches(std::uint32_t feature) const;
     bool NameMatches(std::uint32_t feature) const;
