@@ -656,8 +656,9 @@ std::int32_t Configuration::Apply(NodeMap &nodes, bool sameCamera) const
         idle = different < best ? 0 : idle + 1;
         best = std::min(best, different);
     }
-    if (why != TOV_CAM_ERR_OK && why != TOV_CAM_ERR_NO_DEVICE)
-        pass(false, why);
+    std::int32_t left = TOV_CAM_ERR_OK;
+    if (why != TOV_CAM_ERR_OK && why != TOV_CAM_ERR_NO_DEVICE && pass(false, left) == 0)
+        why = TOV_CAM_ERR_OK;
     for (Target const &target : finals)
         guard.SetFinal(target.index, target.value);
     std::int32_t const back = guard.PutBack();
