@@ -288,6 +288,7 @@ void GuiManager::Remove(Panel *&panel)
     if (!panel)
         return;
     panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
+    panel->CheckActionMenu(panel->GetActionName(), false); // hiding it would be remembered as the operator's wish
     delete std::exchange(panel, nullptr);
 }
 
