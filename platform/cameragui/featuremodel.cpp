@@ -1,6 +1,7 @@
 #include "featuremodel.h"
 
 #include <QApplication>
+#include <QColor>
 #include <QFont>
 #include <QPalette>
 
@@ -37,11 +38,6 @@ QString Encoded(std::string const &name)
     return QString::fromLatin1(QByteArray::fromStdString(name).toPercentEncoding());
 }
 
-QVariant Disabled()
-{
-    return QApplication::palette().brush(QPalette::Disabled, QPalette::Text);
-}
-
 } // namespace
 
 FeatureModel::FeatureModel(QObject *parent) : QAbstractItemModel(parent)
@@ -49,6 +45,17 @@ FeatureModel::FeatureModel(QObject *parent) : QAbstractItemModel(parent)
 }
 
 FeatureModel::~FeatureModel() = default;
+
+QColor FeatureModel::Grey()
+{
+    QPalette const palette = QApplication::palette();
+    QColor const text = palette.color(QPalette::Active, QPalette::Text);
+    QColor const base = palette.color(QPalette::Active, QPalette::Base);
+    auto const mix = [](int a, int b) {
+        return (a * 55 + b * 45) / 100;
+    };
+    return QColor(mix(text.red(), base.red()), mix(text.green(), base.green()), mix(text.blue(), base.blue()));
+}
 
 void FeatureModel::SetFeatures(std::vector<FeatureInfo const *> const &features)
 {
@@ -491,7 +498,7 @@ QVariant FeatureModel::ValueData(FeatureRow const &row, int role) const
             return row.Shown().integer ? Qt::Checked : Qt::Unchecked;
         return {};
     case Qt::ForegroundRole:
-        return row.IsWritable() && !row.lost ? QVariant() : Disabled();
+        return row.IsWritable() && !row.lost ? QVariant() : QVariant(Grey());
     case Qt::FontRole:
         if (row.slow || row.ticket) {
             QFont font = QApplication::font("QTreeView");
@@ -520,7 +527,7 @@ QVariant FeatureModel::data(QModelIndex const &index, int role) const
     case Qt::DisplayRole:
         return QString::fromStdString(info.displayName);
     case Qt::ForegroundRole:
-        return IsAbsent(*row) ? Disabled() : QVariant();
+        return IsAbsent(*row) ? QVariant(Grey()) : QVariant();
     case Qt::FontRole:
         if (info.kind == FeatureKind::Category) {
             QFont font = QApplication::font("QTreeView");
