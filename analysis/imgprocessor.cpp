@@ -328,7 +328,7 @@ void ImgProcessor::CalcSNR(_TovImage *image, ComplexHisto *histo)
         std::size_t const wanted = static_cast<std::size_t>(width) * height;
         cv::Mat a(height, width, CV_32FC1, m_floatImage.get());
         if (kept < wanted) { // of a smaller image: what is missing is zero
-            a = cv::Mat::zeros(height, width, CV_32FC1);
+            a = cv::Mat(height, width, CV_32FC1, cv::Scalar(0));
             std::copy_n(m_floatImage.get(), kept, a.ptr<float>());
         }
         cv::Mat b(height, width, CV_32FC1, current.get());
