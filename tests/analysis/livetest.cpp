@@ -150,6 +150,7 @@ TEST_F(LiveAnalysis, NoiseIsThatOfTheFirstImageOfItsSizeAndThenOfEachPair)
         Begin(first.Info(), 31, 17);
         Show(*first.Image());
         ImgProcessor fresh(nullptr, view.get());
+        histo.snr = 0.0;
         fresh.CalcSNR(second.Image(), &histo);
         EXPECT_EQ(histo.snr, 0.0); // nothing to compare with
         EXPECT_EQ(fresh.GetHistoData(&histo, &bayer), 1);
