@@ -247,22 +247,34 @@ void ImgProcessor::CalcCurrentCol(long bits, _TovImage *image, SimpleHisto *seri
     });
 }
 
+// The moments of each column as cv::meanStdDev gives them, to the last bit, but gathered line by line: a column at a
+// time walks the whole memory for every pixel of the width.
 void ImgProcessor::CalcIntegratedRow(long bits, _TovImage *image, SimpleHisto *series)
 {
     series->bits = static_cast<std::int32_t>(bits);
     Guarded([&] {
         PixelMemory const memory = GetPixelMemory(*image);
-        auto const size = static_cast<std::int64_t>(PixelSize(bits));
+        std::size_t const step = GetLineStep(*image);
         auto const width = static_cast<int>(image->width);
+        auto const height = static_cast<int>(image->height);
+        if (width > 0 && WrapPixels(memory, 0, height, 1, PixelType(bits), step).empty())
+            CV_Error(cv::Error::StsBadSize, "columns without pixels have no mean");
+        // Whole numbers, which a double holds exactly.
+        cv::Mat sums(1, std::max(width, 0), CV_64FC1, cv::Scalar(0));
+        cv::Mat squares = sums.clone();
+        for (int y = 0; y < height && width > 0; ++y) {
+            cv::Mat const line = WrapPixels(memory, static_cast<std::int64_t>(step) * y, 1, width, PixelType(bits));
+            cv::accumulate(line, sums);
+            cv::accumulateSquare(line, squares);
+        }
+        double const scale = 1.0 / height;
         double meanSum = 0.0;
         double stdDevSum = 0.0;
         for (int x = 0; x < width; ++x) {
-            cv::Scalar mean, stdDev;
-            cv::meanStdDev(WrapPixels(memory, size * x, image->height, 1, PixelType(bits), GetLineStep(*image)), mean,
-                           stdDev);
-            AppendPoint(series, x, static_cast<std::int32_t>(mean[0]));
-            meanSum += mean[0];
-            stdDevSum += stdDev[0];
+            double const mean = sums.at<double>(x) * scale;
+            AppendPoint(series, x, static_cast<std::int32_t>(mean));
+            meanSum += mean;
+            stdDevSum += std::sqrt(std::max(squares.at<double>(x) * scale - mean * mean, 0.0));
         }
         series->mean = meanSum / image->width;
         series->stdDev = stdDevSum / image->width;
