@@ -293,8 +293,11 @@ void GuiManager::Remove(Panel *&panel)
 
 bool GuiManager::CreatePanels()
 {
-    if (!m_parameterPanel)
+    if (!m_parameterPanel) {
         m_parameterPanel = new CamGenParamPanelImpl(MainWindow());
+        m_parameterPanel->setContextMenuPolicy(Qt::CustomContextMenu);
+        connect(m_parameterPanel, &QWidget::customContextMenuRequested, this, &GuiManager::ParameterMenu);
+    }
     Introduce(m_parameterPanel);
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
@@ -438,6 +441,21 @@ void GuiManager::showExpertParameters()
 {
     if (m_parameterPanel)
         m_parameterPanel->setVisibility(TovGui::Expert);
+}
+
+void GuiManager::ParameterMenu(QPoint const &pos)
+{
+    auto *const menu = new QMenu(m_parameterPanel); // the panel may go while it is open
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    std::pair<char const *, TovGui::Visibility> const views[] = {{"actionCamConfig_BasicView", TovGui::Beginner},
+                                                                 {"actionCamConfig_ExpertView", TovGui::Expert}};
+    for (auto const &[name, level] : views) {
+        if (auto *const action = MainWindow()->findChild<QAction *>(QString::fromLatin1(name))) {
+            action->setChecked(m_parameterPanel->visibility() == level);
+            menu->addAction(action);
+        }
+    }
+    menu->popup(m_parameterPanel->mapToGlobal(pos));
 }
 
 void GuiManager::showCameraInfoDlg()

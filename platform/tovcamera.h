@@ -104,6 +104,7 @@ enum class FeatureKind : std::uint8_t { Category, Integer, Float, Boolean, Enume
 enum class FeatureAccess : std::uint8_t { NotImplemented, NotAvailable, WriteOnly, ReadOnly, ReadWrite };
 enum class FeatureVisibility : std::uint8_t { Beginner, Expert, Guru, Invisible };
 enum class FeatureRepresentation : std::uint8_t { Linear, Logarithmic, Boolean, PureNumber, HexNumber, IPV4, MAC };
+enum class FeatureNotation : std::uint8_t { Automatic, Fixed, Scientific };
 
 // One entry of an enumeration, as the description has it.
 struct FeatureEntry
@@ -126,6 +127,8 @@ struct FeatureInfo
     FeatureKind kind = FeatureKind::Category;
     FeatureVisibility visibility = FeatureVisibility::Beginner;
     FeatureRepresentation representation = FeatureRepresentation::PureNumber;
+    FeatureNotation notation = FeatureNotation::Automatic; // Float
+    std::int32_t precision = -1;                           // Float: digits to show, -1 where the description has none
     std::uint32_t pollingTime = 0;         // milliseconds, 0: need not be read again by itself
     bool streamable = false;               // belongs into a stored configuration
     std::vector<std::uint32_t> children;   // of a category, in the order of the description

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <future>
+#include <set>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -325,4 +326,131 @@ TEST_P(CameraContract, StartsAndOpensLeaveMemoryFlat)
         Close();
         Open(m_info);
     });
+}
+
+std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
+{
+    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
+        if (nodes->GetFeature(i)->name == name)
+            return i;
+    }
+    ADD_FAILURE() << "no feature " << name;
+    return 0;
+}
+
+TEST_P(CameraContract, TreeTellsWhatTheNodesTell)
+{
+    using namespace TovCam;
+    std::uint32_t const count = m_nodes->GetFeatureCount();
+    ASSERT_GT(count, 10u);
+    EXPECT_EQ(m_nodes->GetFeature(count), nullptr);
+    EXPECT_EQ(m_nodes->GetFeature(0)->name, "Root");
+    std::set<std::string> names;
+    std::vector<bool> reached(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        FeatureInfo const &info = *m_nodes->GetFeature(i);
+        SCOPED_TRACE(info.name);
+        EXPECT_TRUE(names.insert(info.name).second);
+        EXPECT_FALSE(info.displayName.empty());
+        for (std::vector<std::uint32_t> const *list : {&info.children, &info.selected, &info.dependents}) {
+            for (std::uint32_t const other : *list)
+                ASSERT_LT(other, count);
+        }
+        for (std::uint32_t const child : info.children)
+            reached[child] = true;
+        EXPECT_TRUE(i == 0 || reached[i]);
+
+        FeatureState state;
+        ASSERT_EQ(m_nodes->ReadFeature(i, &state), 0);
+        bool const readable = state.access >= FeatureAccess::ReadOnly;
+        bool const writable = state.access == FeatureAccess::ReadWrite;
+        EXPECT_EQ(state.valueStatus, 0);
+        // What is read can be written as it stands; a command is left alone.
+        EXPECT_EQ(info.kind != FeatureKind::Command && m_nodes->WriteFeature(i, state.value) == 0, writable);
+        std::int32_t error = 0;
+        switch (info.kind) {
+        case FeatureKind::Integer:
+            if (readable) {
+                EXPECT_LE(state.minimum, state.value.integer);
+                EXPECT_LE(state.value.integer, state.maximum);
+                EXPECT_GE(state.increment, 1);
+                EXPECT_NE(m_nodes->GetInt(info.name.c_str(), nullptr), nullptr);
+            }
+            break;
+        case FeatureKind::Float:
+            if (readable) {
+                EXPECT_LE(state.realMinimum, state.value.real);
+                EXPECT_LE(state.value.real, state.realMaximum);
+            }
+            m_nodes->GetFloatValue(info.name.c_str(), &error);
+            EXPECT_EQ(error == 0, readable);
+            break;
+        case FeatureKind::Enumeration:
+            if (readable) {
+                EXPECT_EQ(state.value.text, m_nodes->GetEnumValueStr(info.name.c_str(), nullptr));
+                EXPECT_FALSE(state.available.empty());
+            }
+            break;
+        case FeatureKind::String:
+            if (readable) {
+                EXPECT_EQ(state.value.text, m_nodes->GetString(info.name.c_str(), nullptr)->GetValue(nullptr));
+            }
+            break;
+        case FeatureKind::Register:
+            EXPECT_EQ(state.value.text.size(), readable ? state.length : 0);
+            break;
+        case FeatureKind::Command: {
+            bool done = false;
+            EXPECT_EQ(m_nodes->IsCommandDone(i, &done), 0);
+            EXPECT_TRUE(done);
+            break;
+        }
+        default:
+            break;
+        }
+    }
+    FeatureState state;
+    EXPECT_EQ(m_nodes->ReadFeature(count, &state), TOV_CAM_ERR_INVALID_INDEX);
+    EXPECT_EQ(m_nodes->WriteFeature(count, {}), TOV_CAM_ERR_INVALID_INDEX);
+    EXPECT_EQ(m_nodes->ReadFeature(0, nullptr), TOV_CAM_ERR_INVALID_ARGUMENT);
+    std::uint32_t const width = FindFeature(m_nodes, "Width");
+    bool done;
+    EXPECT_EQ(m_nodes->IsCommandDone(width, &done), TOV_CAM_ERR_GENICAM_PARAM_TYPE);
+    ASSERT_EQ(m_nodes->ReadFeature(width, &state), 0);
+    FeatureValue value;
+    value.integer = state.maximum + 1;
+    EXPECT_EQ(m_nodes->WriteFeature(width, value), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
+    value.integer = state.minimum + state.increment;
+    EXPECT_EQ(m_nodes->WriteFeature(width, value), 0);
+    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), value.integer);
+    // An enumeration is written by name or by number.
+    std::uint32_t const format = FindFeature(m_nodes, "PixelFormat");
+    FeatureEntry const &entry = m_nodes->GetFeature(format)->entries.back();
+    value.integer = entry.value;
+    EXPECT_EQ(m_nodes->WriteFeature(format, value), 0);
+    EXPECT_EQ(m_nodes->GetEnumValueStr("PixelFormat", nullptr), entry.name);
+    value.text = "NoSuchFormat";
+    EXPECT_EQ(m_nodes->WriteFeature(format, value), TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT);
+}
+
+TEST_P(CameraContract, HeldNodesFailAfterTheRelease)
+{
+    std::shared_ptr<void> const hold = m_nodes->Hold();
+    TovCam::ParamArray *const nodes = m_nodes;
+    TovCam::IntParam *const width = nodes->GetInt("Width", nullptr);
+    TovCam::FeatureInfo const *const root = nodes->GetFeature(0);
+    Close();
+    std::int32_t error = 0;
+    TovCam::FeatureState state;
+    EXPECT_EQ(width->GetValue(&error), 0);
+    EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_STREQ(width->GetName(), "Width");
+    EXPECT_EQ(nodes->GetString("DeviceModelName", &error), nullptr);
+    EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(nodes->SetIntegerValue("Width", 64), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(nodes->ReadFeature(1, &state), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(nodes->WriteFeature(1, {}), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(root->name, "Root");
+    EXPECT_EQ(nodes->GetFeature(0), root);
+    Open(m_info); // the camera itself is free
 }

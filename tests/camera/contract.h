@@ -16,6 +16,9 @@ constexpr std::uint32_t Generous = 30000; // ms, for what a machine with other w
 // Waits generously for it.
 bool Eventually(std::function<bool()> const &condition);
 
+// The index of a feature in the tree; a failure, and 0, where there is none.
+std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name);
+
 // Counts what is told about a lost camera.
 struct LossCounter
 {

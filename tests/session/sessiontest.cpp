@@ -6,10 +6,12 @@
 #include "sessionhost.h"
 #include "tovscopeexception.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QMainWindow>
+#include <QMessageBox>
 #include <QTemporaryDir>
 #include <QThread>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -393,6 +395,95 @@ TEST_F(SessionTest, KeepsSettingsAndForgetsCounters)
         EXPECT_EQ(Value(session->GetGrabber(), key), "0") << key;
     emit session->signalStartAcquisition();
     EXPECT_EQ(device.script.TakeLog().rfind("AllocBufferQueue 25", 0), 0u);
+}
+
+TEST_F(SessionTest, ReportsWhatTheCameraHasAndNothingElse)
+{
+    FakeParams adapter{device.script};
+    adapter.ints.clear();
+    adapter.texts.clear();
+    adapter.texts["InterfaceID"].value = "eth0";
+    device.info.interface = &adapter;
+    Connect();
+    device.params.texts.clear();
+    EXPECT_EQ(session->GetCameraInfo(), QStringLiteral("Device Information\n\nVersion Information\n\n"));
+
+    auto &texts = device.params.texts;
+    auto &ints = device.params.ints;
+    texts["DeviceVendorName"].value = "other vendor";
+    texts["DeviceUserID"].value = "100% %1";
+    texts["DeviceFirmwareVersion"].value = "3.1";
+    ints["CameraHeadFirmwareVersion"].value = 0xAB;
+    ints["EpcsID"].value = -1;
+    ints["GevFirmwareHwVersion"].value = 7;
+    device.info.host = "line one\nline two \xc3\xa4";
+    EXPECT_EQ(session->GetCameraInfo(), QString::fromUtf8("Device Information\n"
+                                                          "Manufacturer Name: other vendor\n"
+                                                          "User Defined Name: 100% %1\n"
+                                                          "\nVersion Information\n"
+                                                          "Device FW Version: 3.1\n"
+                                                          "Firmware Version:  ver:ab epcs:ffffffffffffffff\n"
+                                                          " hw:7\n"
+                                                          "\nHost Information\n"
+                                                          "line one\nline two \xc3\xa4"))
+        << "an interface without a MAC has no section";
+
+    for (char const *name : {"DeviceManufacturerName", "DeviceModelName", "DeviceFamilyName", "DeviceVersion",
+                             "DeviceManufacturerInfo", "DeviceSerialNumber", "DeviceUserDefinedName"})
+        texts[name].value = std::string("<") + name + ">";
+    int value = 0x10;
+    for (char const *name :
+         {"FirmwareVersion", "FirmwareImage", "FirmwareBuild", "CustomerID", "RgsID", "FpgaID", "EpcsID", "XmlVersion",
+          "U3VFirmwareVersion", "U3VFirmwareBuildNumber", "GevFirmwareSwVersion", "GevFirmwareHwVersion"})
+        ints[name].value = value++;
+    device.params.enums["SensorType"].value = "Bayer";
+    device.info.host = "";
+    adapter.ints["GevInterfaceMACAddress"].value = 0x0A1B2C3D4E5F;
+    adapter.texts["InterfaceDisplayName"].value = "Ethernet";
+    EXPECT_EQ(session->GetCameraInfo(),
+              QStringLiteral("Device Information\n"
+                             "Manufacturer Name: <DeviceManufacturerName>\n"
+                             "Model Name:        <DeviceModelName>\n"
+                             "Family Name:       <DeviceFamilyName>\n"
+                             "Device Version:    <DeviceVersion>\n"
+                             "Manufacturer Info: <DeviceManufacturerInfo>\n"
+                             "Serial Number:     <DeviceSerialNumber>\n"
+                             "User Defined Name: <DeviceUserDefinedName>\n"
+                             "\nVersion Information\n"
+                             "Sensor Type:       Bayer\n"
+                             "Device FW Version: 3.1\n"
+                             "Firmware Version:  ver:10 img:11 bld:12 cust:13 rgs:14 fpga:15 epcs:16\n"
+                             "XML version:       17\n"
+                             "U3V version:       18, build  19GEV version:       sw:1a hw:1b\n"
+                             "\nHost Information\n"
+                             "\nNetwork Adapter Information:\nMAC:  a1b2c3d4e5f\nName: Ethernet\nID:   eth0\n"));
+}
+
+TEST_F(SessionTest, TellsWhenAConfigurationCouldNotBeSaved)
+{
+    Connect();
+    session->LoadConfiguration(QStringLiteral("/a/\u00e4.tcfg"));
+    session->SaveConfiguration(QStringLiteral("/b.tcfg"));
+    EXPECT_EQ(device.script.TakeLog(), "LoadConfiguration /a/\xc3\xa4.tcfg; SaveConfiguration /b.tcfg");
+    std::pair<std::int32_t, char const *> const rows[] = {
+        {TOV_CAM_ERR_FILE_NOT_FOUND, ""},
+        {TOV_CAM_ERR_GENICAM_GENERIC, "\nGen<i>Cam error"},
+        {TOV_CAM_ERR_UNKNOWN, "\nUnknown error"},
+    };
+    for (auto const &[status, more] : rows) {
+        device.script.Fail("SaveConfiguration", status);
+        QString told;
+        QTimer::singleShot(0, [&] {
+            auto *const box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            ASSERT_NE(box, nullptr);
+            told = box->windowTitle() + QLatin1String(": ") + box->text();
+            session.reset(); // the camera goes while the message is open
+            box->accept();
+        });
+        session->SaveConfiguration(QStringLiteral("/c"));
+        EXPECT_EQ(told.toStdString(), std::string("Error: Can not save configuration file: /c") + more);
+        Connect();
+    }
 }
 
 TEST_F(SessionTest, ManyConnectionsWithFramesLeaveNothingBehind)
