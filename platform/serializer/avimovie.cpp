@@ -247,12 +247,12 @@ private:
         return lines;
     }
 
-    // A chunk that players pass over, so that the pixels of the next one begin at a page and need not be copied.
-    int WritePadding()
+    // A chunk that players pass over, so that `head` bytes behind it a page begins.
+    int WritePadding(std::uint64_t head)
     {
         constexpr std::uint64_t CHUNK_HEAD = 8;
-        std::uint64_t const pixels = std::uint64_t(avio_tell(m_io)) + CHUNK_HEAD;
-        std::uint64_t padding = (OutFile::PAGE - pixels % OutFile::PAGE) % OutFile::PAGE;
+        std::uint64_t const behind = std::uint64_t(avio_tell(m_io)) + head;
+        std::uint64_t padding = (OutFile::PAGE - behind % OutFile::PAGE) % OutFile::PAGE;
         if (padding == 0)
             return 0;
         if (padding < CHUNK_HEAD)
@@ -262,6 +262,22 @@ private:
         avio_wl32(m_io, std::uint32_t(padding - CHUNK_HEAD));
         avio_write(m_io, zeros.data(), int(padding - CHUNK_HEAD));
         return m_error;
+    }
+
+    // A frame on the direct road: its pixels begin at a page and need not be copied, and what follows fills one, so
+    // that all of it is written when this returns.
+    int WriteAligned()
+    {
+        constexpr std::uint64_t CHUNK_HEAD = 8;
+        if (int const error = WritePadding(CHUNK_HEAD))
+            return error;
+        int const status = av_write_frame(m_format, m_packet.get());
+        if (status < 0)
+            return m_error ? m_error : ToErrno(status);
+        if (int const error = WritePadding(0))
+            return error;
+        avio_flush(m_io);
+        return m_error ? m_error : m_file.Flush();
     }
 
     // m_packet, in the container's time base.
@@ -274,8 +290,10 @@ private:
             return error;
         avio_flush(m_io);
         std::uint64_t const begin = m_file.Size();
-        int error = m_direct ? WritePadding() : 0;
-        if (!error) {
+        int error = 0;
+        if (m_direct) {
+            error = WriteAligned();
+        } else {
             int const status = av_write_frame(m_format, m_packet.get());
             avio_flush(m_io);
             error = m_error ? m_error : ToErrno(status);
