@@ -2,8 +2,10 @@
 
 #include "displayview.h"
 #include "managedwindow.h"
+#include "paramchanged.h"
 #include "rigtestplugin.h"
 #include "session.h"
+#include "statisticspanel.h"
 #include "tovscopeexception.h"
 
 #include "tovcamera.h"
@@ -108,10 +110,9 @@ GuiManager::GuiState const GuiManager::s_stateMapInit[42] = {
     {"actionAbout", {true, true, true, false}},
 };
 
-QMap<QString, GuiManager::GuiState> GuiManager::s_stateMap;
-
 GuiManager::GuiManager(ManagedWindow *window) : m_window(window)
 {
+    SetParamChangedHandler(&PlayerPanel::OnParamChanged);
 }
 
 GuiManager::~GuiManager()
@@ -216,8 +217,28 @@ bool GuiManager::CreateSession(TovCam::Device *device)
     return false;
 }
 
+void GuiManager::Introduce(PlayerPanel *panel)
+{
+    panel->SetCurrentSession(m_session);
+    panel->LoadStateFromGlobalSettings(m_window->GetGlobalSettings());
+    panel->LoadStateFromSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
+}
+
+template<typename Panel>
+void GuiManager::Remove(Panel *&panel)
+{
+    if (!panel)
+        return;
+    panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
+    delete std::exchange(panel, nullptr);
+}
+
 bool GuiManager::CreatePanels()
 {
+    if (!m_statisticsPanel)
+        m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
+    Introduce(m_statisticsPanel);
+
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
             plugin->SetComponents(m_session, m_session->GetDisplay(), nullptr);
@@ -235,7 +256,15 @@ void GuiManager::ClosePanels()
 {
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
+    if (m_session) {
+        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_statisticsPanel}) {
+            if (panel)
+                panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
+        }
+    }
+    // While the docks still exist.
     m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
+    Remove(m_statisticsPanel);
 }
 
 void GuiManager::ShowCritical(QString const &text)
@@ -321,6 +350,20 @@ void GuiManager::centerImage()
         display->CenterImage();
 }
 
+void GuiManager::viewPlayerPanel()
+{
+    auto *const action = qobject_cast<QAction *>(sender());
+    PlayerPanel *const panel = action ? PlayerPanel::GetPanel(action->objectName()) : nullptr;
+    if (!panel)
+        return;
+    if (panel->isVisible()) {
+        panel->hide();
+    } else {
+        panel->show();
+        panel->raise(); // from behind the other tabs of its place
+    }
+}
+
 void GuiManager::updateGui()
 {
     SessionState const state = m_session ? m_session->GetState() : SessionStateDisconnected;
@@ -343,6 +386,11 @@ void GuiManager::updateGui()
             if (entry.key() == QLatin1String("actionRecord"))
                 action->setChecked(state == SessionStateCapturing);
         }
+    }
+
+    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_statisticsPanel}) {
+        if (panel)
+            panel->UpdateAll();
     }
 
     QString title = m_window->GetRigTest() ? QStringLiteral("RigTest Auto - ") : QStringLiteral("TovScope - ");

@@ -130,6 +130,9 @@ void TovScope::InitGuiManager()
     handle(m_ui.actionSpreadToWindow, &GuiManager::zoomSpreadToWnd);
     handle(m_ui.actionCenterImage, &GuiManager::centerImage);
 
+    for (QAction *const action :
+         {m_ui.actionGenICamTree, m_ui.actionLog, m_ui.actionCapture, m_ui.actionStatistics, m_ui.actionHistogramPanel})
+        handle(action, &GuiManager::viewPlayerPanel);
     m_ui.actionInspectionView->setVisible(false);
     m_manager.updateGui();
 }
