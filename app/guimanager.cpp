@@ -1,5 +1,8 @@
 #include "guimanager.h"
 
+#include "aboutdlg.h"
+#include "camerainfodlg.h"
+#include "camgenparampanelimpl.h"
 #include "displayview.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
@@ -12,7 +15,8 @@
 #include "tovcameragui.h"
 
 #include <QAction>
-#include <QCoreApplication>
+#include <QApplication>
+#include <QFileDialog>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -186,6 +190,60 @@ void GuiManager::ConnectAndRunAutoEvaluation()
         plugin->RunAutoEvaluation();
 }
 
+void GuiManager::loadConfiguration()
+{
+    QString const path = QFileDialog::getOpenFileName(nullptr, tr("Open camera configuration"), QString(),
+                                                      tr("Velmor camera configuration files (*.tcfg)"));
+    if (path.isEmpty())
+        return;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    if (m_session)
+        m_session->LoadConfiguration(path);
+    else
+        OpenConfiguration(path);
+    QApplication::restoreOverrideCursor();
+    m_configurationFile = path;
+    updateGui();
+}
+
+void GuiManager::OpenConfiguration(QString const &path)
+{
+    TovCam::Device *const device =
+        TakeSystem() ? m_system->OpenDeviceFromConfiguration(path.toUtf8().constData(), nullptr) : nullptr;
+    if (CreateSession(device))
+        CreatePanels();
+    else if (device)
+        device->Release();
+}
+
+bool GuiManager::AskConfigurationFile(QString const &title)
+{
+    QString const path =
+        QFileDialog::getSaveFileName(nullptr, title, QString(), tr("Velmor camera configuration files (*.tcfg)"));
+    if (!path.isEmpty())
+        m_configurationFile = path;
+    return !path.isEmpty();
+}
+
+void GuiManager::saveConfiguration()
+{
+    if (!m_session || (m_configurationFile.isEmpty() && !AskConfigurationFile(tr("Save camera configuration"))))
+        return;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    if (m_session) // it may have gone while the question was open
+        m_session->SaveConfiguration(m_configurationFile);
+    QApplication::restoreOverrideCursor();
+    updateGui();
+}
+
+void GuiManager::saveConfigurationAs()
+{
+    if (!m_session || !AskConfigurationFile(tr("Save camera configuration as...")))
+        return;
+    saveConfiguration();
+    updateGui();
+}
+
 bool GuiManager::CreateSession(TovCam::Device *device)
 {
     if (!device) {
@@ -235,6 +293,9 @@ void GuiManager::Remove(Panel *&panel)
 
 bool GuiManager::CreatePanels()
 {
+    if (!m_parameterPanel)
+        m_parameterPanel = new CamGenParamPanelImpl(MainWindow());
+    Introduce(m_parameterPanel);
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
@@ -257,18 +318,21 @@ void GuiManager::ClosePanels()
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
     if (m_session) {
-        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_statisticsPanel}) {
+        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
             if (panel)
                 panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
         }
     }
     // While the docks still exist.
     m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
+    Remove(m_parameterPanel);
     Remove(m_statisticsPanel);
 }
 
 void GuiManager::ShowCritical(QString const &text)
 {
+    if (QApplication::overrideCursor()) // nothing waits while the operator is asked
+        QApplication::changeOverrideCursor(Qt::ArrowCursor);
     QMessageBox::critical(MainWindow(), QCoreApplication::applicationName(), text, QMessageBox::Ok);
 }
 
@@ -364,6 +428,28 @@ void GuiManager::viewPlayerPanel()
     }
 }
 
+void GuiManager::showBasicParameters()
+{
+    if (m_parameterPanel)
+        m_parameterPanel->setVisibility(TovGui::Beginner);
+}
+
+void GuiManager::showExpertParameters()
+{
+    if (m_parameterPanel)
+        m_parameterPanel->setVisibility(TovGui::Expert);
+}
+
+void GuiManager::showCameraInfoDlg()
+{
+    CameraInfoDlgImpl(MainWindow(), m_session).exec();
+}
+
+void GuiManager::showAboutDlg()
+{
+    AboutDlgImpl(MainWindow(), m_session).exec();
+}
+
 void GuiManager::updateGui()
 {
     SessionState const state = m_session ? m_session->GetState() : SessionStateDisconnected;
@@ -388,7 +474,7 @@ void GuiManager::updateGui()
         }
     }
 
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_statisticsPanel}) {
+    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
         if (panel)
             panel->UpdateAll();
     }

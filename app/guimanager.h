@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 
+class CamGenParamPanelImpl;
 class DisplayView;
 class ManagedWindow;
 class QMainWindow;
@@ -47,6 +48,10 @@ public:
 public slots:
     void cameraConnect();
     void cameraDisconnect();
+    // Into the open camera, or else opens the camera that the file names.
+    void loadConfiguration();
+    void saveConfiguration(); // asks for the file only where none was loaded or saved before
+    void saveConfigurationAs();
     void startAcquisition();
     void stopAcquisitionAndCapture();
     void captureOptionsDlg();
@@ -58,6 +63,10 @@ public slots:
     void centerImage();
     // Of the sending action: shows its panel if it is hidden, hides it if it is visible.
     void viewPlayerPanel();
+    void showBasicParameters();
+    void showExpertParameters();
+    void showCameraInfoDlg();
+    void showAboutDlg();
     void updateGui();
     void sessionStateError(void *session, unsigned char err);
     void sessionCameraDisconnected(void *session, unsigned char reason);
@@ -69,15 +78,19 @@ private:
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
     void Introduce(PlayerPanel *panel); // a new panel to the session
+    void OpenConfiguration(QString const &path);
+    bool AskConfigurationFile(QString const &title);
     template<typename Panel>
     void Remove(Panel *&panel);
 
     ManagedWindow *m_window;
-    Session *m_session = nullptr;                     // owned
-    TovCam::System *m_system = nullptr;               // got on first use
-    StatisticsPanelImpl *m_statisticsPanel = nullptr; // owned; null when no camera is open
-    QString m_configurationFile;                      // last loaded or saved
-    int m_openStateErrors = 0;                        // error messages that stand above an action of the state machine
-    std::optional<unsigned char> m_deferredReason;    // of a disconnection that waits for them
-    bool m_lossOnScreen = false;                      // the message about a lost camera is open
+    Session *m_session = nullptr;       // owned
+    TovCam::System *m_system = nullptr; // got on first use
+    // The panels: owned, null when no camera is open.
+    CamGenParamPanelImpl *m_parameterPanel = nullptr;
+    StatisticsPanelImpl *m_statisticsPanel = nullptr;
+    QString m_configurationFile;                   // last loaded or saved
+    int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
+    std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them
+    bool m_lossOnScreen = false;                   // the message about a lost camera is open
 };
