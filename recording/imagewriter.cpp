@@ -76,8 +76,11 @@ ImageWriter::ImageWriter(QObject *parent, GrabbingFifo *fifo, ImgProcessor *proc
 ImageWriter::~ImageWriter()
 {
     TovLog::Debug(0, "ImageWriter::~ImageWriter()");
-    if (m_writing)
-        StopWriting();
+    try {
+        if (m_writing)
+            StopWriting();
+    } catch (...) {
+    }
     if (m_serializer)
         TovImageSerializer::DeleteComponent(m_serializer);
     TovReleaseImage(&m_converted);
@@ -150,15 +153,21 @@ bool ImageWriter::StopWriting()
     TovLog::Debug(0, "ImageWriter::StopWriting() -> ENTER");
     m_fifo->SetGrabberThtreadBlocking(false);
     bool const stopped = WorkingThread::Stop() != 0;
-    if (m_serializer) {
-        if (std::int32_t const status = m_serializer->Stop())
+    std::exception_ptr failure;
+    try {
+        std::int32_t const status = m_serializer ? m_serializer->Stop() : 0;
+        if (status != 0)
             TovLog::Error(static_cast<unsigned long>(status), "ImageWriter::StopWriting(): closing the files failed");
+    } catch (...) {
+        failure = std::current_exception(); // the session's to tell, once the rest is done
     }
     m_captureRules.StopImgWriting();
     if (m_writing)
         CloseLedger();
     m_writing = false;
     m_fifo->SetGrabberThtreadBlocking(true);
+    if (failure)
+        std::rethrow_exception(failure);
     TovLog::Debug(stopped, "ImageWriter::StopWriting() <- LEAVE");
     return stopped;
 }
