@@ -306,7 +306,7 @@ bool GuiManager::CreatePanels()
 
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
-            plugin->SetComponents(m_session, m_session->GetDisplay(), nullptr);
+            plugin->SetComponents(m_session, m_session->GetDisplay(), m_session->GetImgProcessor());
             plugin->ShowPanel(MainWindow(), 0, 0);
         } else {
             m_window->ForgetRigTest();
@@ -368,6 +368,22 @@ void GuiManager::stopAcquisitionAndCapture()
         emit m_session->signalStopCapturing();
     else
         emit m_session->signalStopAcquisition();
+}
+
+void GuiManager::startStopCapture()
+{
+    if (!m_session)
+        return;
+    if (m_session->GetState() == SessionStateCapturing)
+        emit m_session->signalStopCapturing();
+    else
+        emit m_session->signalStartCapturing();
+}
+
+void GuiManager::snapNextImage()
+{
+    if (m_session)
+        m_session->SnapNextFrame();
 }
 
 void GuiManager::captureOptionsDlg()

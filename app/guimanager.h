@@ -54,6 +54,8 @@ public slots:
     void saveConfigurationAs();
     void startAcquisition();
     void stopAcquisitionAndCapture();
+    void startStopCapture();
+    void snapNextImage();
     void captureOptionsDlg();
     void zoomIn();
     void zoomOut();

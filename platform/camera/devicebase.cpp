@@ -210,15 +210,42 @@ std::int32_t DeviceBase::ReadRegister(std::uint64_t address, void *buffer, std::
     return status;
 }
 
+CameraIdentity DeviceBase::Identify()
+{
+    CameraIdentity identity{m_info->interface->GetInterfaceKind(), m_info->vendor, m_info->model, m_info->serial,
+                            m_info->userID};
+    for (char const *name : {"DeviceUserID", "DeviceUserDefinedName"}) {
+        if (TovCam::StringParam *const userID = m_nodes.GetString(name, nullptr))
+            identity.userID = userID->GetValue(nullptr);
+    }
+    return identity;
+}
+
 std::int32_t DeviceBase::SaveConfiguration(char const *path)
 {
-    // Configuration files are not written yet.
-    return path && *path ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_INVALID_ARGUMENT;
+    if (!path || !*path)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    Configuration configuration;
+    {
+        // Nobody else sees the selectors move.
+        std::lock_guard<std::recursive_mutex> lock(m_access);
+        configuration.camera = Identify();
+        if (std::int32_t const status = configuration.Take(m_nodes); status != TOV_CAM_ERR_OK)
+            return status;
+    }
+    return configuration.Write(path);
 }
 
 std::int32_t DeviceBase::LoadConfiguration(char const *path)
 {
     if (!path || !*path)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
-    return g_file_test(path, G_FILE_TEST_EXISTS) ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_FILE_NOT_FOUND;
+    Configuration configuration;
+    if (std::int32_t const status = configuration.Read(path); status != TOV_CAM_ERR_OK)
+        return status;
+    CameraIdentity const &camera = configuration.camera;
+    if (camera.vendor != m_info->vendor || camera.model != m_info->model)
+        return TOV_CAM_ERR_WRONG_CONFIGURATION;
+    std::lock_guard<std::recursive_mutex> lock(m_access);
+    return configuration.Apply(m_nodes, camera.serial == m_info->serial);
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "backend.h"
-#include "genicam/nodemap.h"
+#include "genicam/configuration.h"
 
 #include <array>
 #include <atomic>
@@ -72,6 +72,7 @@ protected:
     virtual void SayGoodbye(ArvDevice *device, bool mayWait);
 
 private:
+    CameraIdentity Identify();
     void CloseAll(std::unique_lock<std::recursive_mutex> lock, bool mayWait);
 
     SystemHold m_hold;                  // the device information outlives the device

@@ -8,6 +8,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <QPointer>
 #include <QToolTip>
 
 #include <algorithm>
@@ -39,8 +40,7 @@ public:
     {
         bool const selected = mode == QIcon::Selected;
         QPalette const palette = QApplication::palette();
-        QColor const plain =
-            selected ? palette.color(QPalette::HighlightedText) : palette.color(QPalette::Disabled, QPalette::Text);
+        QColor const plain = selected ? palette.color(QPalette::HighlightedText) : FeatureModel::Grey();
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);
         double const side = std::min(rect.width(), rect.height());
@@ -207,17 +207,23 @@ QWidget *FeatureDelegate::createEditor(QWidget *parent, QStyleOptionViewItem con
     });
     connect(editor, &FeatureEditor::finished, self, [self, editor](bool keyboard) {
         ParsedValue const result = editor->Result();
-        if (!result.hint.isEmpty()) {
+        QPointer<QWidget> const viewport = editor->parentWidget();
+        QPoint const below = editor->mapToGlobal(QPoint(0, editor->height()));
+        auto const hint = [&] {
+            if (result.hint.isEmpty() || !viewport)
+                return;
             emit self->hinted(result.hint);
-            QPoint const below = editor->mapToGlobal(QPoint(0, editor->height()));
-            QToolTip::showText(below, result.hint.toHtmlEscaped(), editor->parentWidget(), {}, 6000);
-            if (keyboard && !result.accepted)
-                return; // what was typed stays to be corrected
+            QToolTip::showText(below, result.hint.toHtmlEscaped(), viewport, {}, 6000);
+        };
+        if (keyboard && !result.accepted && !result.hint.isEmpty()) {
+            hint();
+            return; // what was typed stays to be corrected
         }
         if (result.accepted)
             emit self->commitData(editor);
         editor->End();
         emit self->closeEditor(editor, NoHint);
+        hint(); // the change of the focus takes a tooltip away
     });
     return editor;
 }

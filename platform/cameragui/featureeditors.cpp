@@ -31,6 +31,14 @@ void ShowAccepted(QWidget *widget, bool accepted)
     widget->setPalette(palette);
 }
 
+// Unlike QWidget::isAncestorOf also across the window that a list opens in.
+bool IsWithin(QWidget const *widget, QWidget const *ancestor)
+{
+    while (widget && widget != ancestor)
+        widget = widget->parentWidget();
+    return widget;
+}
+
 // A number of any width, with the camera's steps.
 class NumberSpin : public QAbstractSpinBox
 {
@@ -386,7 +394,7 @@ bool FeatureEditor::eventFilter(QObject *watched, QEvent *event)
         Qt::FocusReason const reason = static_cast<QFocusEvent *>(event)->reason();
         QWidget const *const next = QApplication::focusWidget();
         // Menus and lists of its own, and another window for a while, do not end it.
-        if (reason != Qt::PopupFocusReason && reason != Qt::ActiveWindowFocusReason && !(next && isAncestorOf(next)))
+        if (reason != Qt::PopupFocusReason && reason != Qt::ActiveWindowFocusReason && !IsWithin(next, this))
             emit finished(false);
     }
     return QWidget::eventFilter(watched, event);

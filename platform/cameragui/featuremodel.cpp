@@ -1,6 +1,7 @@
 #include "featuremodel.h"
 
 #include <QApplication>
+#include <QColor>
 #include <QFont>
 #include <QPalette>
 
@@ -37,11 +38,6 @@ QString Encoded(std::string const &name)
     return QString::fromLatin1(QByteArray::fromStdString(name).toPercentEncoding());
 }
 
-QVariant Disabled()
-{
-    return QApplication::palette().brush(QPalette::Disabled, QPalette::Text);
-}
-
 } // namespace
 
 FeatureModel::FeatureModel(QObject *parent) : QAbstractItemModel(parent)
@@ -49,6 +45,17 @@ FeatureModel::FeatureModel(QObject *parent) : QAbstractItemModel(parent)
 }
 
 FeatureModel::~FeatureModel() = default;
+
+QColor FeatureModel::Grey()
+{
+    QPalette const palette = QApplication::palette();
+    QColor const text = palette.color(QPalette::Active, QPalette::Text);
+    QColor const base = palette.color(QPalette::Active, QPalette::Base);
+    auto const mix = [](int a, int b) {
+        return (a * 55 + b * 45) / 100;
+    };
+    return QColor(mix(text.red(), base.red()), mix(text.green(), base.green()), mix(text.blue(), base.blue()));
+}
 
 void FeatureModel::SetFeatures(std::vector<FeatureInfo const *> const &features)
 {
@@ -64,6 +71,7 @@ void FeatureModel::SetFeatures(std::vector<FeatureInfo const *> const &features)
         m_nodes.push_back({0, 0, 0, {}, {}});
         std::vector<bool> ancestors(features.size(), false);
         AddChildren(0, ancestors);
+        MakeHaystacks();
         Filter(0, false);
     }
     endResetModel();
@@ -96,17 +104,7 @@ void FeatureModel::SetFilter(QString const &text, Visibility level)
     m_level = level;
     if (m_nodes.empty())
         return;
-    if (!m_words.isEmpty() && m_haystacks.empty()) {
-        m_haystacks.resize(m_features.size());
-        m_nameLengths.resize(m_features.size());
-        for (std::size_t i = 0; i < m_features.size(); ++i) {
-            FeatureInfo const &info = *m_features[i].info;
-            QString const names = QString::fromStdString(info.name + '\n' + info.displayName).toCaseFolded();
-            m_nameLengths[i] = names.size();
-            m_haystacks[i] = names + QLatin1Char('\n') +
-                             QString::fromStdString(info.description + '\n' + info.toolTip).toCaseFolded();
-        }
-    }
+    MakeHaystacks();
     emit layoutAboutToBeChanged();
     std::vector<int> places;
     QModelIndexList const before = persistentIndexList();
@@ -121,6 +119,22 @@ void FeatureModel::SetFilter(QString const &text, Visibility level)
         after << IndexOf(places[std::size_t(i)], before[i].column());
     changePersistentIndexList(before, after);
     emit layoutChanged();
+}
+
+// What a search looks through, once there is something to search for.
+void FeatureModel::MakeHaystacks()
+{
+    if (m_words.isEmpty() || !m_haystacks.empty())
+        return;
+    m_haystacks.resize(m_features.size());
+    m_nameLengths.resize(m_features.size());
+    for (std::size_t i = 0; i < m_features.size(); ++i) {
+        FeatureInfo const &info = *m_features[i].info;
+        QString const names = QString::fromStdString(info.name + '\n' + info.displayName).toCaseFolded();
+        m_nameLengths[i] = names.size();
+        m_haystacks[i] =
+            names + QLatin1Char('\n') + QString::fromStdString(info.description + '\n' + info.toolTip).toCaseFolded();
+    }
 }
 
 // Whether anything under the node is shown; `all`: the search has been satisfied above.
@@ -484,7 +498,7 @@ QVariant FeatureModel::ValueData(FeatureRow const &row, int role) const
             return row.Shown().integer ? Qt::Checked : Qt::Unchecked;
         return {};
     case Qt::ForegroundRole:
-        return row.IsWritable() && !row.lost ? QVariant() : Disabled();
+        return row.IsWritable() && !row.lost ? QVariant() : QVariant(Grey());
     case Qt::FontRole:
         if (row.slow || row.ticket) {
             QFont font = QApplication::font("QTreeView");
@@ -513,7 +527,7 @@ QVariant FeatureModel::data(QModelIndex const &index, int role) const
     case Qt::DisplayRole:
         return QString::fromStdString(info.displayName);
     case Qt::ForegroundRole:
-        return IsAbsent(*row) ? Disabled() : QVariant();
+        return IsAbsent(*row) ? QVariant(Grey()) : QVariant();
     case Qt::FontRole:
         if (info.kind == FeatureKind::Category) {
             QFont font = QApplication::font("QTreeView");

@@ -61,6 +61,9 @@ public:
     explicit FeatureModel(QObject *parent = nullptr);
     ~FeatureModel() override;
 
+    // Of what cannot be changed; darker than the palette's, since it is to be read.
+    static QColor Grey();
+
     // By index, the root category first. They stay with their owner, and outlive the model or the next call.
     void SetFeatures(std::vector<TovCam::FeatureInfo const *> const &features);
     // Features of the level and below that hold each word of the text in name, display name or description, and all of
@@ -118,6 +121,7 @@ private:
     };
 
     void AddChildren(int node, std::vector<bool> &ancestors);
+    void MakeHaystacks();
     bool Filter(int node, bool all);
     bool Matches(std::uint32_t feature) const;
     bool NameMatches(std::uint32_t feature) const;

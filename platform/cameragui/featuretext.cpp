@@ -30,14 +30,18 @@ bool IsHex(FeatureInfo const &info)
 
 QString RealText(double value)
 {
+    auto const format = value == 0.0 || (std::abs(value) >= 1e-4 && std::abs(value) < 1e12)
+                            ? std::chars_format::fixed
+                            : std::chars_format::general;
     // A number that came as 32 bits reads as it was meant: 0.1, not 0.10000000149.
     auto const narrow = static_cast<float>(value);
-    if (std::isfinite(narrow) && static_cast<double>(narrow) == value) {
-        std::array<char, 64> text{};
-        auto const end = std::to_chars(text.data(), text.data() + text.size(), narrow, std::chars_format::general).ptr;
-        return QString::fromLatin1(text.data(), int(end - text.data()));
-    }
-    return QString::number(value, 'g', 10);
+    bool const exact = std::isfinite(narrow) && static_cast<double>(narrow) == value;
+    // Of the others, the digits that arithmetic leaves behind the tenth go.
+    double const wide = exact ? value : QString::number(value, 'g', 10).toDouble();
+    std::array<char, 64> text{};
+    char *const begin = text.data(), *const end = begin + text.size();
+    auto const last = exact ? std::to_chars(begin, end, narrow, format) : std::to_chars(begin, end, wide, format);
+    return QString::fromLatin1(begin, int(last.ptr - begin));
 }
 
 QString HexText(std::int64_t value)
@@ -287,7 +291,7 @@ ParsedValue FeatureText::Parse(FeatureInfo const &info, FeatureState const &stat
 
     QString number = text.trimmed();
     QString const unit = QString::fromStdString(info.unit);
-    if (!unit.isEmpty() && number.endsWith(unit))
+    while (!unit.isEmpty() && number.endsWith(unit)) // typed once more in front of the one that stands there
         number = number.left(number.size() - unit.size()).trimmed();
     bool const integer = info.kind == FeatureKind::Integer;
     FeatureValue typed;
@@ -310,7 +314,7 @@ ParsedValue FeatureText::Parse(FeatureInfo const &info, FeatureState const &stat
         result.hint = (below   ? tr("%1 is below the range; %2 was taken.")
                        : above ? tr("%1 is above the range; %2 was taken.")
                                : tr("%1 is between two steps; %2 was taken."))
-                          .arg(number, taken);
+                          .arg(IsHex(info) ? Value(info, typed) : number, taken);
     }
     return result;
 }
@@ -383,7 +387,7 @@ QString FeatureText::Range(FeatureInfo const &info, FeatureState const &state)
     if (info.kind == FeatureKind::String)
         return state.length ? tr("up to %1 bytes").arg(state.length) : QString();
     if (info.kind == FeatureKind::Register)
-        return tr("%n byte(s)", nullptr, static_cast<int>(std::min<std::uint64_t>(state.length, INT32_MAX)));
+        return state.length == 1 ? tr("1 byte") : tr("%1 bytes").arg(state.length);
     if (!IsNumber(info) || !(Minimum(info, state) <= Maximum(info, state)))
         return {};
     FeatureValue low, high, step;

@@ -436,10 +436,10 @@ void TovGenParamTreeView::TreeImpl::ShowNotice(QString const &text)
 // A notice for its time, else the selected feature in one line.
 void TovGenParamTreeView::TreeImpl::ShowLine()
 {
-    line->Show(notice.isEmpty() ? model->Summary(view->currentIndex().siblingAtColumn(0)) : notice);
     QFont font = widget->font();
     font.setBold(!notice.isEmpty());
     line->setFont(font);
+    line->Show(notice.isEmpty() ? model->Summary(view->currentIndex().siblingAtColumn(0)) : notice);
 }
 
 TovGenParamTreeView::TovGenParamTreeView(QWidget *parent) : QWidget(parent), m_impl(std::make_unique<TreeImpl>(this))

@@ -6,6 +6,7 @@
 #include <future>
 #include <set>
 #include <thread>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -453,4 +454,114 @@ TEST_P(CameraContract, HeldNodesFailAfterTheRelease)
     EXPECT_EQ(root->name, "Root");
     EXPECT_EQ(nodes->GetFeature(0), root);
     Open(m_info); // the camera itself is free
+}
+
+namespace {
+
+using namespace TovCam;
+
+std::string TextOf(FeatureKind kind, FeatureValue const &value)
+{
+    if (kind == FeatureKind::Float)
+        return std::to_string(value.real);
+    return value.text.empty() ? std::to_string(value.integer) : value.text;
+}
+
+// Calls `look` for every feature that can be written, with what tells it from the others, and for those that a selector
+// selects with every entry of it. The selectors are put back.
+void ForSettings(ParamArray *nodes, std::function<void(std::string const &, std::uint32_t, FeatureState const &)> look)
+{
+    auto const lookAt = [&](std::string const &prefix, std::uint32_t index) {
+        FeatureInfo const &info = *nodes->GetFeature(index);
+        FeatureState state;
+        ASSERT_EQ(nodes->ReadFeature(index, &state), 0) << info.name;
+        if (state.access == FeatureAccess::ReadWrite && info.name != "TLParamsLocked")
+            look(prefix + info.name, index, state);
+    };
+    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
+        FeatureInfo const &info = *nodes->GetFeature(i);
+        FeatureState selector;
+        if (info.kind == FeatureKind::Enumeration && !info.selected.empty() && nodes->ReadFeature(i, &selector) == 0 &&
+            selector.access == FeatureAccess::ReadWrite) {
+            for (std::uint32_t const entry : selector.available) {
+                FeatureValue value;
+                value.text = info.entries[entry].name;
+                ASSERT_EQ(nodes->WriteFeature(i, value), 0);
+                for (std::uint32_t const selected : info.selected)
+                    lookAt(info.name + '=' + value.text + ' ', selected);
+            }
+            ASSERT_EQ(nodes->WriteFeature(i, selector.value), 0);
+        }
+        lookAt("", i);
+    }
+}
+
+} // namespace
+
+std::map<std::string, std::string> Settings(ParamArray *nodes)
+{
+    std::map<std::string, std::string> settings;
+    ForSettings(nodes, [&](std::string const &name, std::uint32_t index, FeatureState const &state) {
+        settings[name] = TextOf(nodes->GetFeature(index)->kind, state.value);
+    });
+    return settings;
+}
+
+void ChangeSettings(ParamArray *nodes)
+{
+    ForSettings(nodes, [nodes](std::string const &name, std::uint32_t index, FeatureState const &state) {
+        FeatureInfo const &info = *nodes->GetFeature(index);
+        FeatureValue value = state.value;
+        switch (info.kind) {
+        case FeatureKind::Integer:
+            value.integer = value.integer == state.minimum ? state.minimum + state.increment : state.minimum;
+            if (value.integer > state.maximum)
+                return;
+            break;
+        case FeatureKind::Float:
+            value.real =
+                value.real == state.realMinimum ? std::min(value.real + 1.0, state.realMaximum) : state.realMinimum;
+            break;
+        case FeatureKind::Boolean:
+            value.integer = !value.integer;
+            break;
+        case FeatureKind::Enumeration:
+            value.text = info.entries[state.available.back()].name;
+            if (value.text == state.value.text)
+                value.text = info.entries[state.available.front()].name;
+            break;
+        case FeatureKind::String:
+            value.text = "changed";
+            break;
+        default:
+            for (char &byte : value.text)
+                byte = static_cast<char>(~byte);
+            break;
+        }
+        EXPECT_EQ(nodes->WriteFeature(index, value), 0) << name;
+    });
+}
+
+TEST_P(CameraContract, SavedSettingsComeBack)
+{
+    std::string const path = testing::TempDir() + "/contract_" + std::to_string(getpid()) + ".tcfg";
+    // There and back again: what was changed is a configuration as good as the first.
+    for (int round = 0; round < 2; ++round) {
+        std::map<std::string, std::string> const saved = Settings(m_nodes);
+        ASSERT_EQ(m_device->SaveConfiguration(path.c_str()), 0);
+        EXPECT_EQ(Settings(m_nodes), saved); // saving moves nothing
+        ChangeSettings(m_nodes);
+        ASSERT_GT(Settings(m_nodes).size(), 10u);
+        ASSERT_NE(Settings(m_nodes), saved);
+        EXPECT_EQ(m_device->LoadConfiguration(path.c_str()), 0);
+        EXPECT_EQ(Settings(m_nodes), saved);
+        ChangeSettings(m_nodes); // the second round begins there
+    }
+    Close();
+    std::int32_t error = 1;
+    m_device = m_system->OpenDeviceFromConfiguration(path.c_str(), &error);
+    EXPECT_EQ(error, 0);
+    ASSERT_NE(m_device, nullptr);
+    EXPECT_EQ(m_device->GetDeviceInfo(), m_info);
+    std::remove(path.c_str());
 }

@@ -1,7 +1,9 @@
 #include "session.h"
 #include "displayview.h"
 #include "fakecamera.h"
+#include "fakeserializer.h"
 #include "grabbingfifo.h"
+#include "imagewriter.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
 #include "tovscopeexception.h"
@@ -10,6 +12,7 @@
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QThread>
 #include <QTimer>
 
@@ -88,6 +91,7 @@ protected:
     void Connect()
     {
         session.reset();
+        FakeSerializerScript::Get().Reset();
         session = std::make_unique<Session>(nullptr, &device, &host);
         QObject::connect(session.get(), &Session::signalUpdateGui, [this] { states.push_back(session->GetState()); });
         // As the program's manager answers.
@@ -381,15 +385,116 @@ TEST_F(SessionTest, ALostCameraEndsTheSessionFromEveryState)
     }
 }
 
+// What ends a recording, and where that leads; the next one works.
+TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
+{
+    FakeSerializerScript &serializer = FakeSerializerScript::Get();
+    struct
+    {
+        char const *what;
+        std::function<void()> begin, end;
+        SessionState after;
+        std::size_t saved;
+        std::vector<int> errors;
+    } const rows[] = {
+        {"the operator", {}, [this] { emit session->signalStopCapturing(); }, SessionStateAcquisition, 3, {}},
+        {"a snap", [this] { EXPECT_TRUE(session->SnapNextFrame()); }, [] {}, SessionStateAcquisition, 1, {}},
+        {"a failing movie",
+         [&] {
+             session->GetImageWriter()->SetParamInt("FileFormat", ImageWriter::FormatAvi);
+             serializer.OnWrite([](std::size_t number) { return number == 2 ? -4 : 0; });
+             emit session->signalStartCapturing();
+         },
+         [] {},
+         SessionStateAcquisition,
+         2,
+         {}},
+        {"files that cannot be closed",
+         {},
+         [&] {
+             serializer.OnStop([]() -> int { throw std::bad_alloc(); });
+             emit session->signalStopCapturing();
+         },
+         SessionStateIdle,
+         3,
+         {4}},
+        {"the end of an evaluation",
+         {},
+         [this] { static_cast<ImageWriter *>(session->GetImageWriter())->PostFinishEvaltest(); },
+         SessionStateIdle,
+         3,
+         {}},
+        {"the lost camera",
+         {},
+         [this] { emit session->signalCameraStateDisconnected(); },
+         SessionStateDisconnected,
+         3,
+         {}},
+        {"the end of the session", {}, [this] { session.reset(); }, SessionStateDisconnected, 3, {}},
+    };
+    for (auto const &row : rows) {
+        SCOPED_TRACE(row.what);
+        errors.clear();
+        Connect();
+        GoTo(SessionStateAcquisition);
+        if (row.begin)
+            row.begin();
+        else
+            emit session->signalStartCapturing();
+        ASSERT_EQ(session->GetState(), SessionStateCapturing);
+        Feed(1, 3);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return serializer.Writes().size() >= row.saved; }));
+        row.end();
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !session || session->GetState() == row.after; }));
+        EXPECT_EQ(serializer.Writes().size(), row.saved);
+        EXPECT_EQ(errors, row.errors);
+        if (row.after != SessionStateAcquisition)
+            continue;
+        RecordingLedger const &ledger = static_cast<ImageWriter *>(session->GetImageWriter())->GetLedger();
+        EXPECT_TRUE(ledger.AddsUp());
+        EXPECT_EQ(ledger.acquired, 3);
+        serializer.Reset();
+        GoTo(SessionStateCapturing);
+        Feed(4, 6);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return serializer.Writes().size() >= 3; }));
+    }
+}
+
+TEST_F(SessionTest, ALateReportOfOneRecordingDoesNotEndTheNext)
+{
+    Connect();
+    GoTo(SessionStateCapturing);
+    static_cast<ImageWriter *>(session->GetImageWriter())->PostFinishWriting();
+    emit session->signalStopCapturing();
+    emit session->signalStartCapturing();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(session->GetState(), SessionStateCapturing);
+}
+
+TEST_F(SessionTest, ASnapOutsideOfAcquisitionWaitsForTheNextRecording)
+{
+    Connect();
+    EXPECT_TRUE(session->SnapNextFrame());
+    EXPECT_EQ(session->GetState(), SessionStateIdle);
+    GoTo(SessionStateCapturing);
+    Feed(1, 5);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return session->GetState() == SessionStateAcquisition; }));
+    EXPECT_EQ(FakeSerializerScript::Get().Writes().size(), 1u);
+}
+
 TEST_F(SessionTest, KeepsSettingsAndForgetsCounters)
 {
     Connect();
     session->GetGrabber()->SetParamInt("QueueSize", 25);
     session->GetDisplay()->SetParamFloat("DisplayRate", 12.5);
+    session->GetImageWriter()->SetParamString("ImageName", "run_${time}");
+    session->GetImageWriter()->SetParamInt("FramesSaved", 9);
     GoTo(SessionStateAcquisition);
     Feed(7, 7);
     Connect();
     EXPECT_EQ(Value(session->GetDisplay(), "DisplayRate"), "12.5");
+    EXPECT_EQ(Value(session->GetImageWriter(), "ImageName"), "run_${time}");
+    EXPECT_EQ(Value(session->GetImageWriter(), "FramesSaved"), "0");
     for (char const *key : {"FramesAcquired", "FramesDroppedHW", "FramesDroppedSW", "FramesIncomp", "Timestamp",
                             "FrameID", "FpsAvg", "FpsInst", "Speed"})
         EXPECT_EQ(Value(session->GetGrabber(), key), "0") << key;

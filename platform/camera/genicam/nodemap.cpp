@@ -741,13 +741,11 @@ std::int32_t NodeMap::GetRole(std::uint32_t index, FeatureRole *role)
     return locked.Status();
 }
 
-std::int32_t NodeMap::ReadFeature(std::uint32_t index, TovCam::FeatureState *state)
+std::int32_t NodeMap::ReadValue(std::uint32_t index, TovCam::FeatureState *state)
 {
     using TovCam::FeatureAccess;
     using TovCam::FeatureKind;
 
-    if (!state)
-        return TOV_CAM_ERR_INVALID_ARGUMENT;
     *state = {};
     state->access = FeatureAccess::NotAvailable;
     Impl::Hold const hold(*m_impl);
@@ -797,7 +795,7 @@ std::int32_t NodeMap::ReadFeature(std::uint32_t index, TovCam::FeatureState *sta
             if (entry != info.entries.end())
                 value.text = entry->name;
             else
-                state->valueStatus = TOV_CAM_ERR_GENICAM_GENERIC; // a register that holds no entry's value
+                state->valueStatus = TOV_CAM_ERR_GENICAM_OUT_OF_RANGE; // a register that holds no entry's value
             break;
         }
         case FeatureKind::String: {
@@ -811,21 +809,36 @@ std::int32_t NodeMap::ReadFeature(std::uint32_t index, TovCam::FeatureState *sta
         default:
             break;
         }
-        if (std::int32_t const status = error.Status(); status != TOV_CAM_ERR_OK) {
+        if (std::int32_t const status = error.Status(); status != TOV_CAM_ERR_OK)
             state->valueStatus = status;
+        if (state->valueStatus != TOV_CAM_ERR_OK && info.kind != FeatureKind::Enumeration)
             value = {};
-            // Whoever does not answer to one question would let the next ones wait as well.
-            return TOV_CAM_ERR_OK;
-        }
     }
-    if (info.kind == FeatureKind::Enumeration) {
+    return TOV_CAM_ERR_OK;
+}
+
+std::int32_t NodeMap::ReadFeature(std::uint32_t index, TovCam::FeatureState *state)
+{
+    if (!state)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    Impl::Hold const hold(*m_impl);
+    std::int32_t result = ReadValue(index, state);
+    // Whoever does not answer to one question would let the next ones wait as well.
+    bool const answers = state->valueStatus == TOV_CAM_ERR_OK || state->valueStatus == TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    if (result != TOV_CAM_ERR_OK || state->access < TovCam::FeatureAccess::WriteOnly || !answers)
+        return result;
+    ArvGcFeatureNode *const node = m_impl->Find(hold, index, result);
+    if (!node)
+        return result;
+    TovCam::FeatureKind const kind = m_impl->tree->GetInfo(index)->kind;
+    if (kind == TovCam::FeatureKind::Enumeration) {
         std::vector<ArvGcFeatureNode *> const &entries = m_impl->tree->GetEntryNodes(index);
         for (std::uint32_t i = 0; i < entries.size(); ++i) {
             if (CheckEntry(entries[i]) == TOV_CAM_ERR_OK)
                 state->available.push_back(i);
         }
     }
-    ReadLimits(node, info.kind, *state);
+    ReadLimits(node, kind, *state);
     return TOV_CAM_ERR_OK;
 }
 

@@ -54,6 +54,8 @@ public:
     // After Refuse: lets go of the description. With the device's lock held.
     void Drop();
     std::int32_t GetRole(std::uint32_t index, FeatureRole *role);
+    // ReadFeature without the limits and the entries to choose from, which cost accesses of their own.
+    std::int32_t ReadValue(std::uint32_t index, TovCam::FeatureState *state);
 
     TovCam::EnumParam *GetEnum(char const *name, std::int32_t *error) override;
     TovCam::IntParam *GetInt(char const *name, std::int32_t *error) override;
