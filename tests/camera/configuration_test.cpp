@@ -77,7 +77,6 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
         {"a number and more", Edited("Width=2048", "Width=2048 px")},
         {"too large a number", Edited("Width=2048", "Width=99999999999999999999")},
         {"no finite number", Edited("Gamma=1", "Gamma=inf")},
-        {"a broken escape", Edited("DeviceUserID=", "DeviceUserID=\\")},
         {"half a byte", Edited("LUTValueAll=00", "LUTValueAll=0")},
         {"a selector without a value", Edited("GainSelector=AnalogAll]", "GainSelector]")},
         {"one value more than counted", Edited("Height=1536", "Height=1536\nNoSuchNode=1")},
