@@ -488,8 +488,7 @@ QVariant FeatureModel::ValueData(FeatureRow const &row, int role) const
         }
         if (check)
             return {};
-        QString const text = FeatureText::Value(info, row.Shown());
-        return info.unit.empty() ? text : text + QLatin1Char(' ') + QString::fromStdString(info.unit);
+        return FeatureText::Shown(info, row.Shown());
     }
     case Qt::EditRole:
         return QVariant::fromValue(row.Shown());

@@ -277,6 +277,22 @@ QString FeatureText::Value(FeatureInfo const &info, FeatureValue const &value)
     return {};
 }
 
+QString FeatureText::Shown(FeatureInfo const &info, FeatureValue const &value)
+{
+    QString text = Value(info, value);
+    if (info.kind == FeatureKind::Float && info.precision >= 0 && std::isfinite(value.real)) {
+        int const precision = std::min(info.precision, 17);
+        if (info.notation == FeatureNotation::Scientific)
+            text = QString::number(value.real, 'e', precision);
+        else if (info.notation == FeatureNotation::Fixed)
+            text = QString::number(value.real, 'f', precision);
+        else if (QString const brief = QString::number(value.real, 'g', std::max(precision, 1));
+                 !brief.contains(QLatin1Char('e'))) // all digits in front of the point stay
+            text = brief;
+    }
+    return info.unit.empty() || text.isEmpty() ? text : text + QLatin1Char(' ') + QString::fromStdString(info.unit);
+}
+
 ParsedValue FeatureText::Parse(FeatureInfo const &info, FeatureState const &state, QString const &text)
 {
     ParsedValue result;

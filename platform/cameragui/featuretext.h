@@ -24,7 +24,10 @@ class TOV_CAMERAGUI_API FeatureText
 public:
     static FeatureEditing EditingOf(TovCam::FeatureInfo const &info, TovCam::FeatureState const &state);
 
-    static QString Value(TovCam::FeatureInfo const &info, TovCam::FeatureValue const &value); // without the unit
+    static QString Value(TovCam::FeatureInfo const &info,
+                         TovCam::FeatureValue const &value); // as it is edited, without the unit
+    // As a row shows it: with the unit, and a Float with no more digits than the description wants.
+    static QString Shown(TovCam::FeatureInfo const &info, TovCam::FeatureValue const &value);
     // Numbers outside the range go to its end, those between two steps to the nearest. Text that is no number, or is
     // longer than the camera takes, is refused.
     static ParsedValue Parse(TovCam::FeatureInfo const &info, TovCam::FeatureState const &state, QString const &text);
