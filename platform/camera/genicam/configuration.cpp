@@ -500,6 +500,10 @@ std::int32_t Configuration::Take(NodeMap &nodes)
                 if (failure != TOV_CAM_ERR_OK)
                     return;
             }
+            // A selector may have a value of its own for each value of an outer one.
+            if (state.access == FeatureAccess::ReadWrite && state.valueStatus == TOV_CAM_ERR_OK &&
+                guard.Set(selector, state.value) != TOV_CAM_ERR_OK)
+                failure = TOV_CAM_ERR_GENICAM_GENERIC;
         };
         walk(0);
     }
@@ -628,19 +632,28 @@ std::int32_t Configuration::Apply(NodeMap &nodes, bool sameCamera) const
         };
         for (TargetGroup const &group : targets) {
             std::int32_t status = TOV_CAM_ERR_OK;
+            // Selectors that have a value of their own for each value of an outer one.
+            std::vector<Target> inner;
             for (Target const &selector : group.selectors) {
-                if (status == TOV_CAM_ERR_OK)
-                    status = guard.Set(selector.index, selector.value);
+                if (status != TOV_CAM_ERR_OK)
+                    break;
+                FeatureState state;
+                if (!layout.GetSelectorsOf(selector.index).empty() &&
+                    nodes.ReadValue(selector.index, &state) == TOV_CAM_ERR_OK &&
+                    state.access == FeatureAccess::ReadWrite && state.valueStatus == TOV_CAM_ERR_OK)
+                    inner.push_back({selector.index, state.value});
+                status = guard.Set(selector.index, selector.value);
             }
-            if (status != TOV_CAM_ERR_OK) {
+            if (status != TOV_CAM_ERR_OK)
                 count(status, group.values.size());
-                continue;
-            }
             for (Target const &target : group.values) {
-                count(Bring(layout, target, write), 1);
+                if (status == TOV_CAM_ERR_OK)
+                    count(Bring(layout, target, write), 1);
                 if (why == TOV_CAM_ERR_NO_DEVICE)
                     return different;
             }
+            for (auto i = inner.rbegin(); i != inner.rend(); ++i)
+                guard.Set(i->index, i->value);
         }
         return different;
     };

@@ -148,6 +148,8 @@ std::int32_t CheckWritable(ArvGcFeatureNode *node)
     return TOV_CAM_ERR_OK;
 }
 
+constexpr guint64 MaxRegister = 1u << 20; // bytes; a table of corrections has some ten thousand
+
 // ---- Writing a node of a known type that has been found writable ----
 
 std::int32_t WriteInteger(ArvGcFeatureNode *node, std::int64_t value)
@@ -215,6 +217,8 @@ std::int32_t WriteString(ArvGcFeatureNode *node, char const *value)
     ArvGcString *const string = ARV_GC_STRING(node);
     ErrorSlot slot;
     gint64 const room = arv_gc_string_get_max_length(string, slot);
+    if (room > static_cast<gint64>(MaxRegister))
+        return TOV_CAM_ERR_GENICAM_TREE;
     if (slot.Status() == TOV_CAM_ERR_OK && room > 0 && std::char_traits<char>::length(value) > std::size_t(room))
         return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
     ErrorSlot error;
@@ -228,6 +232,8 @@ std::int32_t WriteRegister(ArvGcFeatureNode *node, std::string const &bytes)
     guint64 const length = arv_gc_register_get_length(ARV_GC_REGISTER(node), lengthError);
     if (lengthError.Status() != TOV_CAM_ERR_OK)
         return lengthError.Status();
+    if (length > MaxRegister)
+        return TOV_CAM_ERR_GENICAM_TREE;
     if (bytes.empty() || bytes.size() != length)
         return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
     arv_gc_register_set(ARV_GC_REGISTER(node), bytes.data(), length, error);
@@ -243,8 +249,6 @@ std::int32_t Execute(ArvGcFeatureNode *node)
 
 // ---- Reading a node of a known type that has been found readable ----
 
-constexpr guint64 MaxRegister = 1u << 20; // bytes; a table of corrections has some ten thousand
-
 std::int32_t ReadRegister(ArvGcFeatureNode *node, std::uint64_t *size, std::string *bytes)
 {
     ErrorSlot lengthError, error;
@@ -259,6 +263,33 @@ std::int32_t ReadRegister(ArvGcFeatureNode *node, std::uint64_t *size, std::stri
         arv_gc_register_get(ARV_GC_REGISTER(node), read.data(), length, error);
     if (error.Status() == TOV_CAM_ERR_OK)
         *bytes = std::move(read);
+    return error.Status();
+}
+
+// Of a text that stands in a register: ArvGc trusts it to have an end.
+std::int32_t ReadText(ArvGcFeatureNode *node, std::string *text)
+{
+    text->clear();
+    ArvGcNode *source = ARV_GC_NODE(node);
+    for (int links = 0; ARV_IS_GC_FEATURE_NODE(source) && links < 100; ++links) {
+        if (ARV_IS_GC_REGISTER(source)) {
+            std::uint64_t size = 0;
+            std::int32_t const status = ReadRegister(ARV_GC_FEATURE_NODE(source), &size, text);
+            text->resize(std::min(text->find('\0'), text->size()));
+            return status;
+        }
+        ArvGcNode *const present = source;
+        source = nullptr;
+        for (ArvDomNode *child = arv_dom_node_get_first_child(ARV_DOM_NODE(present)); child;
+             child = arv_dom_node_get_next_sibling(child)) {
+            if (ARV_IS_GC_PROPERTY_NODE(child) &&
+                arv_gc_property_node_get_node_type(ARV_GC_PROPERTY_NODE(child)) == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE)
+                source = arv_gc_property_node_get_linked_node(ARV_GC_PROPERTY_NODE(child));
+        }
+    }
+    ErrorSlot error;
+    char const *const value = arv_gc_string_get_value(ARV_GC_STRING(node), error);
+    *text = value ? value : "";
     return error.Status();
 }
 
@@ -378,15 +409,12 @@ struct NodeMap::Impl
         char const *GetValue(std::int32_t *error) override
         {
             Hold const hold(m_map);
-            ErrorSlot slot;
             std::int32_t status = hold.status != TOV_CAM_ERR_OK ? hold.status : CheckReadable(m_node);
-            char const *text = nullptr;
-            if (status == TOV_CAM_ERR_OK) {
-                text = arv_gc_string_get_value(ARV_GC_STRING(m_node), slot);
-                status = slot.Status();
-            }
+            std::string text;
+            if (status == TOV_CAM_ERR_OK)
+                status = ReadText(m_node, &text);
             Store(error, status);
-            if (status != TOV_CAM_ERR_OK || !text)
+            if (status != TOV_CAM_ERR_OK)
                 return "";
             if (m_text != text) // an unchanged text keeps its place
                 m_text = text;
@@ -798,11 +826,9 @@ std::int32_t NodeMap::ReadValue(std::uint32_t index, TovCam::FeatureState *state
                 state->valueStatus = TOV_CAM_ERR_GENICAM_OUT_OF_RANGE; // a register that holds no entry's value
             break;
         }
-        case FeatureKind::String: {
-            char const *const text = arv_gc_string_get_value(ARV_GC_STRING(node), error);
-            value.text = text ? text : "";
+        case FeatureKind::String:
+            state->valueStatus = ReadText(node, &value.text);
             break;
-        }
         case FeatureKind::Register:
             state->valueStatus = ReadRegister(node, &state->length, &value.text);
             break;
