@@ -1,5 +1,5 @@
-// What files and movies cost, beside a plain program or a bare library call in the same run. The sides take turns; every
-// figure is the median of the turns. "ratio" is the peer's time over ours: 1 is as fast, more is faster.
+// What files and movies cost, beside a plain program or a bare library call in the same run. The sides take turns;
+// every figure is the median of the turns. "ratio" is the peer's time over ours: 1 is as fast, more is faster.
 //
 // Files go to the current folder, or to the one that TOV_BENCH_DIR names.
 #include "tovserializer.h"
@@ -170,7 +170,8 @@ bool WritePlainly(std::string const &name, void const *data, std::size_t size, i
 
 using WriteOne = std::function<bool(std::string const &name)>;
 
-// A series of files beside the two plain ways of writing as many bytes. A turn's time ends when the file system has them.
+// A series of files beside the two plain ways of writing as many bytes. A turn's time ends when the file system has
+// them.
 void SeriesAgainstPlainWrites(benchmark::State &state, char const *extension, std::uint32_t type)
 {
     constexpr int FRAMES = 150, TURNS = 5;
@@ -352,8 +353,8 @@ void JpegAgainstTurbojpeg(benchmark::State &state, std::uint32_t type)
     EncodeAgainst(state, frame, "jpg", folder, [&] {
         unsigned char *data = out.data();
         unsigned long size = out.size();
-        tjCompress2(encoder, frame->imageData, WIDTH, 0, HEIGHT, grey ? TJPF_GRAY : TJPF_RGB, &data, &size, sampling, 85,
-                    TJFLAG_NOREALLOC);
+        tjCompress2(encoder, frame->imageData, WIDTH, 0, HEIGHT, grey ? TJPF_GRAY : TJPF_RGB, &data, &size, sampling,
+                    85, TJFLAG_NOREALLOC);
         WritePlainly(name, data, size, 0);
         unlink(name.c_str());
         return std::size_t(size);

@@ -349,7 +349,7 @@ int OutFile::WriteAt(std::uint64_t position, void const *data, std::size_t size)
         position += part;
         size -= part;
     }
-    if (position < m_size) {
+    if (size > 0 && position < m_size) {
         std::size_t const part = std::size_t(std::min<std::uint64_t>(size, m_size - position));
         std::memcpy(m_stage + (position - m_written), bytes, part);
         bytes += part;

@@ -61,8 +61,11 @@ public:
     Serializer() : m_storage(COMPONENT_TYPE), m_component(COMPONENT_TYPE, m_storage)
     {
         std::string list;
-        for (std::string const &name : AviCompressors())
-            list += (list.empty() ? "" : "|") + name;
+        for (std::string const &name : AviCompressors()) {
+            if (!list.empty())
+                list += '|';
+            list += name;
+        }
         list.copy(m_compressors.data(), m_compressors.size() - 1);
         std::strcpy(m_compressor.data(), "Uncompressed");
 

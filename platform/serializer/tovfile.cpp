@@ -137,7 +137,8 @@ unsigned Walk(std::string const &name, FrameFileReader const &reader, Options co
         if (!problem && serializer) {
             char suffix[32];
             std::snprintf(suffix, sizeof suffix, "_%06" PRIu64 ".", number);
-            std::string const file = options.folder + "/" + stem + suffix + options.format;
+            std::string file = options.folder;
+            file.append("/").append(stem).append(suffix).append(options.format);
             std::int32_t status = serializer->StartImageSeries(image, options.format.c_str());
             if (status == TOV_SERIALIZER_OK)
                 status = serializer->WriteFrame(image, file.c_str());
