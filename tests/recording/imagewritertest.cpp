@@ -325,6 +325,7 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     serializer.OnWrite([](std::size_t) { return std::this_thread::sleep_for(50ms), 0; });
     Record();
     Feed(1, 8);
+    ASSERT_TRUE(waitFor([this] { return fifo.GetAccounts().withConsumers == 1; }));
     RecordingLedger const ledger = Stop();
     EXPECT_EQ(ledger.acquired, 8);
     EXPECT_GE(ledger.saved, 1);

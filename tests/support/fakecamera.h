@@ -9,6 +9,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <map>
@@ -67,7 +68,7 @@ public:
 private:
     friend class FakeStream;
     _TovImage m_image{};
-    std::vector<std::uint8_t> m_memory;
+    std::unique_ptr<std::uint8_t, void (*)(void *)> m_memory{nullptr, std::free}; // begins a page, as frames do
     bool m_incomplete = false;
     bool m_out = false; // with the application; the stream's mutex
 };
