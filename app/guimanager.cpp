@@ -307,6 +307,8 @@ bool GuiManager::CreatePanels()
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
+    // The picture gets the rest, unless a stored layout says otherwise.
+    MainWindow()->resizeDocks({m_capturePanel}, {m_capturePanel->sizeHint().height()}, Qt::Vertical);
 
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {

@@ -59,7 +59,6 @@ CapturePanelImpl::CapturePanelImpl(QMainWindow *window, PanelHost *host)
     FillFormats();
     FillCompressors();
     BuildNameMenu();
-    m_mainWindow->resizeDocks({this}, {sizeHint().height()}, Qt::Vertical); // unless a stored layout says otherwise
 }
 
 void CapturePanelImpl::SetUpForm()
@@ -68,8 +67,8 @@ void CapturePanelImpl::SetUpForm()
                                      edBuferQueueFilling, edBuferQueueSize, edJpgQuality, edFPS}) {
         QMargins const text = counter->textMargins() + counter->contentsMargins();
         int const frame = 2 * (counter->style()->pixelMetric(QStyle::PM_DefaultFrameWidth, nullptr, counter) + 3);
-        counter->setMinimumWidth(counter->fontMetrics().horizontalAdvance(WidestCount) + text.left() + text.right() +
-                                 frame);
+        counter->setFixedWidth(counter->fontMetrics().horizontalAdvance(WidestCount) + text.left() + text.right() +
+                               frame);
     }
     for (QToolButton *const button : {btnSnap, btnRecord})
         button->setToolTip(
