@@ -250,7 +250,7 @@ void CapturePanelImpl::FolderSelect()
     QFileDialog dialog(m_mainWindow, tr("Folder for recordings"), folder);
     QT_WARNING_PUSH
     QT_WARNING_DISABLE_DEPRECATED // it comes down to Directory with the option below
-    dialog.setFileMode(QFileDialog::DirectoryOnly);
+        dialog.setFileMode(QFileDialog::DirectoryOnly);
     QT_WARNING_POP
     dialog.setOption(QFileDialog::ShowDirsOnly);
     if (dialog.exec() != QDialog::Accepted || !alive)
@@ -264,17 +264,24 @@ void CapturePanelImpl::FolderSelect()
         m_writer->SetParamString("FilePath", path.toLocal8Bit().constData());
 }
 
+// Side by side where there is room for it, as at the bottom of the window; below each other in a narrow place.
 void CapturePanelImpl::resizeEvent(QResizeEvent *event)
 {
     PlayerPanel::resizeEvent(event);
-    Arrange();
+    bool const wide = width() >= SizeSideBySide().width();
+    groupsLayout->setDirection(wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
 }
 
-// Side by side where there is room for it, as at the bottom of the window; below each other in a narrow place.
-void CapturePanelImpl::Arrange()
+QSize CapturePanelImpl::SizeSideBySide() const
 {
     QMargins const margins = groupsLayout->contentsMargins();
-    int const needed = margins.left() + recordingColumn->minimumSize().width() + groupsLayout->spacing() +
-                       filesLayout->minimumSize().width() + margins.right();
-    groupsLayout->setDirection(width() >= needed ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+    QSize const left = recordingColumn->minimumSize();
+    QSize const right = filesLayout->minimumSize();
+    return {margins.left() + left.width() + groupsLayout->spacing() + right.width() + margins.right(),
+            margins.top() + std::max(left.height(), right.height()) + margins.bottom()};
+}
+
+QSize CapturePanelImpl::sizeHint() const
+{
+    return PlayerPanel::sizeHint() - scrollArea->sizeHint() + SizeSideBySide();
 }

@@ -30,6 +30,8 @@ public:
 
     void SetCurrentSession(Session *session) override;
     void UpdateAll() override;
+    // With its groups side by side.
+    QSize sizeHint() const override;
 
     // What is being typed counts, though its field was not left yet.
     void FinishEditing();
@@ -56,7 +58,7 @@ private:
     void SetUpForm();
     // An action of the host, and the buttons as they are to be afterwards.
     void Ask(void (PanelHost::*action)());
-    void Arrange();
+    QSize SizeSideBySide() const; // that the groups need
 
     std::int64_t m_fileFormat = 0;
     PanelHost *m_host;

@@ -178,6 +178,7 @@ void RigTest::Poll()
     case Step::Series:
         if (SeriesFiles().size() < m_series)
             break;
+        SaveScreenshot("tovscope-recording.png");
         Trigger("actionStop");                       // the recording
         if (ReportSeries() && Trigger("actionStop")) // the camera
             m_step = Step::Stop;
@@ -188,7 +189,7 @@ void RigTest::Poll()
         if (integerOf(m_grabber, "FramesAcquired") < m_frames)
             break;
         Report();
-        SaveScreenshot();
+        SaveScreenshot("tovscope-demo.png");
         if (Trigger("actionStop"))
             m_step = Step::Stop;
         else
@@ -259,9 +260,9 @@ void RigTest::Report()
     say(tr("Throughput  %1 MB/s").arg(numberOf(m_grabber, "Speed"), 0, 'f', 1));
 }
 
-void RigTest::SaveScreenshot()
+void RigTest::SaveScreenshot(char const *name)
 {
-    QString const file = outputFolder().filePath(QStringLiteral("tovscope-demo.png"));
+    QString const file = outputFolder().filePath(QString::fromLatin1(name));
     if (m_window->grab().save(file))
         say(tr("Screenshot  %1").arg(file));
     else

@@ -51,7 +51,7 @@ private:
     QStringList SeriesFiles() const;
     void Report();
     bool ReportSeries();
-    void SaveScreenshot();
+    void SaveScreenshot(char const *name);
     void Fail(QString const &why);
     void Finish(int exitCode);
 
