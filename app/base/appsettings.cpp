@@ -10,10 +10,21 @@ QString const Application = QStringLiteral("TovScope");
 constexpr unsigned int NameBytes = 256;
 constexpr unsigned int ValueBytes = 1024;
 
-bool paramName(TovComponent *component, unsigned int index, char (&name)[NameBytes])
+// Calls `f` with the name of each of the component's parameters, inside the group.
+template<typename F>
+void forEachParam(QSettings *settings, QString const &group, TovComponent *component, F f)
 {
-    unsigned int length = NameBytes;
-    return TovSucceeded(component->GetParamName(index, name, &length));
+    if (!settings || !component)
+        return;
+    unsigned int const count = component->GetParamCount();
+    settings->beginGroup(group);
+    for (unsigned int index = 0; index < count; ++index) {
+        char name[NameBytes];
+        unsigned int length = NameBytes;
+        if (TovSucceeded(component->GetParamName(index, name, &length)))
+            f(static_cast<char const *>(name), QString::fromUtf8(name));
+    }
+    settings->endGroup();
 }
 
 } // namespace
@@ -47,36 +58,18 @@ QSettings *AppSettings::GetSessionSettings(QString const &name)
 
 void AppSettings::SaveTovComponentSettings(QSettings *settings, QString const &group, TovComponent *component)
 {
-    if (!settings || !component)
-        return;
-    unsigned int const count = component->GetParamCount();
-    settings->beginGroup(group);
-    for (unsigned int index = 0; index < count; ++index) {
-        char name[NameBytes];
-        if (!paramName(component, index, name))
-            continue;
+    forEachParam(settings, group, component, [&](char const *name, QString const &key) {
         char value[ValueBytes];
         unsigned int length = ValueBytes;
-        if (!TovSucceeded(component->GetParamAsString(name, value, &length, nullptr)))
-            continue;
-        settings->setValue(QString::fromUtf8(name), QString::fromUtf8(value));
-    }
-    settings->endGroup();
+        if (TovSucceeded(component->GetParamAsString(name, value, &length, nullptr)))
+            settings->setValue(key, QString::fromUtf8(value));
+    });
 }
 
 void AppSettings::LoadTovComponentSettings(QSettings *settings, QString const &group, TovComponent *component)
 {
-    if (!settings || !component)
-        return;
-    unsigned int const count = component->GetParamCount();
-    settings->beginGroup(group);
-    for (unsigned int index = 0; index < count; ++index) {
-        char name[NameBytes];
-        if (!paramName(component, index, name))
-            continue;
-        QString const key = QString::fromUtf8(name);
+    forEachParam(settings, group, component, [&](char const *name, QString const &key) {
         if (settings->contains(key))
             component->SetParamAsString(name, settings->value(key).toString().toUtf8().constData());
-    }
-    settings->endGroup();
+    });
 }
