@@ -12,6 +12,7 @@
 #include <optional>
 
 class CamGenParamPanelImpl;
+class CapturePanelImpl;
 class DisplayView;
 class ManagedWindow;
 class QMainWindow;
@@ -54,9 +55,9 @@ public slots:
     void saveConfigurationAs();
     void startAcquisition();
     void stopAcquisitionAndCapture();
-    void startStopCapture();
-    void snapNextImage();
-    void captureOptionsDlg();
+    void startStopCapture() override;
+    void snapNextImage() override;
+    void captureOptionsDlg() override;
     void zoomIn();
     void zoomOut();
     void zoom100();
@@ -80,6 +81,7 @@ private:
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
     void Introduce(PlayerPanel *panel);    // a new panel to the session
+    void FinishEditing();                  // what is being typed in the capture panel counts
     void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
     void OpenConfiguration(QString const &path);
     bool AskConfigurationFile(QString const &title);
@@ -90,6 +92,7 @@ private:
     Session *m_session = nullptr;       // owned
     TovCam::System *m_system = nullptr; // got on first use
     // The panels: owned, null when no camera is open.
+    CapturePanelImpl *m_capturePanel = nullptr;
     CamGenParamPanelImpl *m_parameterPanel = nullptr;
     StatisticsPanelImpl *m_statisticsPanel = nullptr;
     QString m_configurationFile;                   // last loaded or saved
