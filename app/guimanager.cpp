@@ -1,16 +1,22 @@
 #include "guimanager.h"
 
+#include "aboutdlg.h"
+#include "camerainfodlg.h"
+#include "camgenparampanelimpl.h"
 #include "displayview.h"
 #include "managedwindow.h"
+#include "paramchanged.h"
 #include "rigtestplugin.h"
 #include "session.h"
+#include "statisticspanel.h"
 #include "tovscopeexception.h"
 
 #include "tovcamera.h"
 #include "tovcameragui.h"
 
 #include <QAction>
-#include <QCoreApplication>
+#include <QApplication>
+#include <QFileDialog>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -108,10 +114,9 @@ GuiManager::GuiState const GuiManager::s_stateMapInit[42] = {
     {"actionAbout", {true, true, true, false}},
 };
 
-QMap<QString, GuiManager::GuiState> GuiManager::s_stateMap;
-
 GuiManager::GuiManager(ManagedWindow *window) : m_window(window)
 {
+    SetParamChangedHandler(&PlayerPanel::OnParamChanged);
 }
 
 GuiManager::~GuiManager()
@@ -185,6 +190,60 @@ void GuiManager::ConnectAndRunAutoEvaluation()
         plugin->RunAutoEvaluation();
 }
 
+void GuiManager::loadConfiguration()
+{
+    QString const path = QFileDialog::getOpenFileName(nullptr, tr("Open camera configuration"), QString(),
+                                                      tr("Velmor camera configuration files (*.tcfg)"));
+    if (path.isEmpty())
+        return;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    if (m_session)
+        m_session->LoadConfiguration(path);
+    else
+        OpenConfiguration(path);
+    QApplication::restoreOverrideCursor();
+    m_configurationFile = path;
+    updateGui();
+}
+
+void GuiManager::OpenConfiguration(QString const &path)
+{
+    TovCam::Device *const device =
+        TakeSystem() ? m_system->OpenDeviceFromConfiguration(path.toUtf8().constData(), nullptr) : nullptr;
+    if (CreateSession(device))
+        CreatePanels();
+    else if (device)
+        device->Release();
+}
+
+bool GuiManager::AskConfigurationFile(QString const &title)
+{
+    QString const path =
+        QFileDialog::getSaveFileName(nullptr, title, QString(), tr("Velmor camera configuration files (*.tcfg)"));
+    if (!path.isEmpty())
+        m_configurationFile = path;
+    return !path.isEmpty();
+}
+
+void GuiManager::saveConfiguration()
+{
+    if (!m_session || (m_configurationFile.isEmpty() && !AskConfigurationFile(tr("Save camera configuration"))))
+        return;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    if (m_session) // it may have gone while the question was open
+        m_session->SaveConfiguration(m_configurationFile);
+    QApplication::restoreOverrideCursor();
+    updateGui();
+}
+
+void GuiManager::saveConfigurationAs()
+{
+    if (!m_session || !AskConfigurationFile(tr("Save camera configuration as...")))
+        return;
+    saveConfiguration();
+    updateGui();
+}
+
 bool GuiManager::CreateSession(TovCam::Device *device)
 {
     if (!device) {
@@ -216,8 +275,31 @@ bool GuiManager::CreateSession(TovCam::Device *device)
     return false;
 }
 
+void GuiManager::Introduce(PlayerPanel *panel)
+{
+    panel->SetCurrentSession(m_session);
+    panel->LoadStateFromGlobalSettings(m_window->GetGlobalSettings());
+    panel->LoadStateFromSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
+}
+
+template<typename Panel>
+void GuiManager::Remove(Panel *&panel)
+{
+    if (!panel)
+        return;
+    panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
+    delete std::exchange(panel, nullptr);
+}
+
 bool GuiManager::CreatePanels()
 {
+    if (!m_parameterPanel)
+        m_parameterPanel = new CamGenParamPanelImpl(MainWindow());
+    Introduce(m_parameterPanel);
+    if (!m_statisticsPanel)
+        m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
+    Introduce(m_statisticsPanel);
+
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
             plugin->SetComponents(m_session, m_session->GetDisplay(), nullptr);
@@ -235,11 +317,22 @@ void GuiManager::ClosePanels()
 {
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
+    if (m_session) {
+        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
+            if (panel)
+                panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
+        }
+    }
+    // While the docks still exist.
     m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
+    Remove(m_parameterPanel);
+    Remove(m_statisticsPanel);
 }
 
 void GuiManager::ShowCritical(QString const &text)
 {
+    if (QApplication::overrideCursor()) // nothing waits while the operator is asked
+        QApplication::changeOverrideCursor(Qt::ArrowCursor);
     QMessageBox::critical(MainWindow(), QCoreApplication::applicationName(), text, QMessageBox::Ok);
 }
 
@@ -321,6 +414,42 @@ void GuiManager::centerImage()
         display->CenterImage();
 }
 
+void GuiManager::viewPlayerPanel()
+{
+    auto *const action = qobject_cast<QAction *>(sender());
+    PlayerPanel *const panel = action ? PlayerPanel::GetPanel(action->objectName()) : nullptr;
+    if (!panel)
+        return;
+    if (panel->isVisible()) {
+        panel->hide();
+    } else {
+        panel->show();
+        panel->raise(); // from behind the other tabs of its place
+    }
+}
+
+void GuiManager::showBasicParameters()
+{
+    if (m_parameterPanel)
+        m_parameterPanel->setVisibility(TovGui::Beginner);
+}
+
+void GuiManager::showExpertParameters()
+{
+    if (m_parameterPanel)
+        m_parameterPanel->setVisibility(TovGui::Expert);
+}
+
+void GuiManager::showCameraInfoDlg()
+{
+    CameraInfoDlgImpl(MainWindow(), m_session).exec();
+}
+
+void GuiManager::showAboutDlg()
+{
+    AboutDlgImpl(MainWindow(), m_session).exec();
+}
+
 void GuiManager::updateGui()
 {
     SessionState const state = m_session ? m_session->GetState() : SessionStateDisconnected;
@@ -343,6 +472,11 @@ void GuiManager::updateGui()
             if (entry.key() == QLatin1String("actionRecord"))
                 action->setChecked(state == SessionStateCapturing);
         }
+    }
+
+    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
+        if (panel)
+            panel->UpdateAll();
     }
 
     QString title = m_window->GetRigTest() ? QStringLiteral("RigTest Auto - ") : QStringLiteral("TovScope - ");

@@ -3,36 +3,31 @@
 // the camera library's report of a lost camera arrives here as a queued call.
 #pragma once
 
-#include "sessionstate.h"
+#include "panelhost.h"
 
-#include <QMap>
 #include <QObject>
 #include <QString>
 
 #include <cstdint>
 #include <optional>
 
+class CamGenParamPanelImpl;
 class DisplayView;
 class ManagedWindow;
 class QMainWindow;
+class PlayerPanel;
 class Session;
+class StatisticsPanelImpl;
 namespace TovCam {
 class Device;
 class System;
 } // namespace TovCam
 
-class GuiManager : public QObject
+class GuiManager : public QObject, public PanelHost
 {
     Q_OBJECT
 public:
-    // The enabled state of one action, by the session's state.
-    struct GuiState
-    {
-        char objectName[255]; // zero-padded
-        bool enabled[4];      // indexed by SessionState
-    };
-    static GuiState const s_stateMapInit[42];
-    static QMap<QString, GuiState> s_stateMap; // filled on the first updateGui
+    static GuiState const s_stateMapInit[42]; // s_stateMap is filled from it on the first updateGui
 
     explicit GuiManager(ManagedWindow *window);
     ~GuiManager() override;
@@ -40,18 +35,23 @@ public:
     // Builds the session around an opened camera, after the one in use was closed. False, with a message shown, when
     // that fails: the device is then the caller's to release, and a session in use stays if the camera was unreadable.
     bool CreateSession(TovCam::Device *device);
+    // The panels around the current session; they go before it does.
     bool CreatePanels();
     void ClosePanels();
     // Opens the first camera there is and lets the plug-in drive the program.
     void ConnectAndRunAutoEvaluation();
     // The current session, null when no camera is open.
-    Session *GetSession() const;
+    Session *GetSession() const override;
     // Modal; a nonzero code is added to the text.
     void DisplayError(QString const &text, unsigned int code);
 
 public slots:
     void cameraConnect();
     void cameraDisconnect();
+    // Into the open camera, or else opens the camera that the file names.
+    void loadConfiguration();
+    void saveConfiguration(); // asks for the file only where none was loaded or saved before
+    void saveConfigurationAs();
     void startAcquisition();
     void stopAcquisitionAndCapture();
     void captureOptionsDlg();
@@ -61,6 +61,12 @@ public slots:
     void zoomFitToWnd();
     void zoomSpreadToWnd();
     void centerImage();
+    // Of the sending action: shows its panel if it is hidden, hides it if it is visible.
+    void viewPlayerPanel();
+    void showBasicParameters();
+    void showExpertParameters();
+    void showCameraInfoDlg();
+    void showAboutDlg();
     void updateGui();
     void sessionStateError(void *session, unsigned char err);
     void sessionCameraDisconnected(void *session, unsigned char reason);
@@ -71,10 +77,18 @@ private:
     DisplayView *CurrentDisplay() const;
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
+    void Introduce(PlayerPanel *panel); // a new panel to the session
+    void OpenConfiguration(QString const &path);
+    bool AskConfigurationFile(QString const &title);
+    template<typename Panel>
+    void Remove(Panel *&panel);
 
     ManagedWindow *m_window;
-    Session *m_session = nullptr;                  // owned
-    TovCam::System *m_system = nullptr;            // got on first use
+    Session *m_session = nullptr;       // owned
+    TovCam::System *m_system = nullptr; // got on first use
+    // The panels: owned, null when no camera is open.
+    CamGenParamPanelImpl *m_parameterPanel = nullptr;
+    StatisticsPanelImpl *m_statisticsPanel = nullptr;
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them

@@ -120,6 +120,13 @@ void TovScope::InitGuiManager()
     connect(m_ui.actionExit, &QAction::triggered, this, &TovScope::close);
     handle(m_ui.actionConnect, &GuiManager::cameraConnect);
     handle(m_ui.actionDisconnect, &GuiManager::cameraDisconnect);
+    handle(m_ui.actionLoadConfiguration, &GuiManager::loadConfiguration);
+    handle(m_ui.actionSaveConfiguration, &GuiManager::saveConfiguration);
+    handle(m_ui.actionSaveConfigurationAs, &GuiManager::saveConfigurationAs);
+    handle(m_ui.actionCameraInformation, &GuiManager::showCameraInfoDlg);
+    handle(m_ui.actionAbout, &GuiManager::showAboutDlg);
+    handle(m_ui.actionCamConfig_BasicView, &GuiManager::showBasicParameters);
+    handle(m_ui.actionCamConfig_ExpertView, &GuiManager::showExpertParameters);
     handle(m_ui.actionPlay, &GuiManager::startAcquisition);
     handle(m_ui.actionStop, &GuiManager::stopAcquisitionAndCapture);
     handle(m_ui.actionCaptureOptions, &GuiManager::captureOptionsDlg);
@@ -130,6 +137,9 @@ void TovScope::InitGuiManager()
     handle(m_ui.actionSpreadToWindow, &GuiManager::zoomSpreadToWnd);
     handle(m_ui.actionCenterImage, &GuiManager::centerImage);
 
+    for (QAction *const action :
+         {m_ui.actionGenICamTree, m_ui.actionLog, m_ui.actionCapture, m_ui.actionStatistics, m_ui.actionHistogramPanel})
+        handle(action, &GuiManager::viewPlayerPanel);
     m_ui.actionInspectionView->setVisible(false);
     m_manager.updateGui();
 }

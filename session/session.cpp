@@ -1,13 +1,17 @@
 #include "session.h"
 
 #include "appsettings.h"
+#include "camerareport.h"
 #include "displayview.h"
 #include "grabbingfifo.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
 #include "tovscopeexception.h"
 
+#include <QApplication>
 #include <QFinalState>
+#include <QMainWindow>
+#include <QMessageBox>
 #include <QState>
 
 #include <cstdio>
@@ -242,6 +246,32 @@ QString const &Session::GetSettingsName() const
 QString const &Session::GetTitle() const
 {
     return m_title;
+}
+
+void Session::LoadConfiguration(QString const &path)
+{
+    m_device->LoadConfiguration(path.toUtf8().constData());
+}
+
+void Session::SaveConfiguration(QString const &path)
+{
+    std::int32_t const status = m_device->SaveConfiguration(path.toUtf8().constData());
+    if (status == 0)
+        return;
+    QString text = QStringLiteral("Can not save configuration file: ") + path;
+    if (status == TOV_CAM_ERR_GENICAM_GENERIC)
+        text += QStringLiteral("\nGen<i>Cam error");
+    else if (status == TOV_CAM_ERR_UNKNOWN)
+        text += QStringLiteral("\nUnknown error");
+    if (QApplication::overrideCursor()) // nothing waits while the operator is asked
+        QApplication::changeOverrideCursor(Qt::ArrowCursor);
+    // The session may go while it is open.
+    QMessageBox::critical(m_window->GetMainWindow(), QStringLiteral("Error"), text, QMessageBox::Ok);
+}
+
+QString Session::GetCameraInfo()
+{
+    return CameraReport(m_device);
 }
 
 void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)

@@ -45,6 +45,13 @@ public:
     QString const &GetSettingsName() const;
     QString const &GetTitle() const;
 
+    // Applies a stored configuration to the camera; a failure is not told.
+    void LoadConfiguration(QString const &path);
+    // Stores the camera's configuration, with a message when that fails. Nothing of the session is touched after it.
+    void SaveConfiguration(QString const &path);
+    // What the camera, the host and the interface tell about themselves, line by line; made for a fixed-pitch font.
+    QString GetCameraInfo();
+
     // The callback for the lost connection; `user` is the session.
     static void CameraDisconnectCallback(void const *data, unsigned long size, void *user);
 

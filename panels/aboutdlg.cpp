@@ -1,0 +1,51 @@
+#include "aboutdlg.h"
+
+#include "report.h"
+#include "session.h"
+
+#include "tovcamera.h"
+
+#include <QClipboard>
+#include <QFileDialog>
+#include <QGuiApplication>
+
+namespace {
+
+QString const Version = QStringLiteral("1.3.0 (build 2230) ");
+
+}
+
+AboutDlgImpl::AboutDlgImpl(QWidget *parent, Session *session) : QDialog(parent)
+{
+    setupUi(this);
+    setFixedSize(size());
+
+    QString text = QStringLiteral("Software information\nTovScope version:  ") + Version + QLatin1Char('\n');
+    if (session) {
+        m_title = session->GetTitle();
+        // The caption is the same for every kind of camera.
+        text += QStringLiteral("U3V driver version: ") +
+                QString::fromUtf8(session->GetDevice()->GetDeviceInfo()->GetInterface()->GetDriverVersion()) +
+                QLatin1Char('\n') + session->GetCameraInfo();
+    }
+    m_report = text;
+    Report::Show(textBrowser, m_report);
+    aboutText->setText(QStringLiteral("TovScope Application v") + Version);
+
+    connect(buttonCopy, &QPushButton::pressed, this, &AboutDlgImpl::Copy);
+    connect(buttonSave, &QPushButton::pressed, this, &AboutDlgImpl::Save);
+    connect(buttonClose, &QPushButton::released, this, &AboutDlgImpl::accept);
+}
+
+void AboutDlgImpl::Copy()
+{
+    QGuiApplication::clipboard()->setText(m_report);
+}
+
+void AboutDlgImpl::Save()
+{
+    QString const path = QFileDialog::getSaveFileName(nullptr, tr("Save camera info"),
+                                                      Report::SuggestedFileName(m_title), tr("Text file (*.txt)"));
+    if (!path.isEmpty())
+        Report::Write(path, m_report);
+}

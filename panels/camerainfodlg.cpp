@@ -1,0 +1,34 @@
+#include "camerainfodlg.h"
+
+#include "report.h"
+#include "session.h"
+
+#include <QClipboard>
+#include <QFileDialog>
+#include <QGuiApplication>
+
+CameraInfoDlgImpl::CameraInfoDlgImpl(QWidget *parent, Session *session) : QDialog(parent)
+{
+    setupUi(this);
+    connect(buttonCopy, &QPushButton::pressed, this, &CameraInfoDlgImpl::Copy);
+    connect(buttonSave, &QPushButton::pressed, this, &CameraInfoDlgImpl::Save);
+    connect(buttonClose, &QPushButton::released, this, &CameraInfoDlgImpl::accept);
+    if (session) {
+        m_title = session->GetTitle();
+        m_report = session->GetCameraInfo();
+    }
+    Report::Show(textBrowser, m_report);
+}
+
+void CameraInfoDlgImpl::Copy()
+{
+    QGuiApplication::clipboard()->setText(m_report);
+}
+
+void CameraInfoDlgImpl::Save()
+{
+    QString const path = QFileDialog::getSaveFileName(nullptr, tr("Save camera info"),
+                                                      Report::SuggestedFileName(m_title), tr("Text file (*.txt)"));
+    if (!path.isEmpty())
+        Report::Write(path, m_report);
+}

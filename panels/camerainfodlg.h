@@ -1,0 +1,25 @@
+// Shows what the camera tells about itself. Modal; GUI thread only.
+#pragma once
+
+#include "ui_camerainfodlg.h"
+
+#include <QDialog>
+#include <QString>
+
+class Session;
+
+class CameraInfoDlgImpl : public QDialog, private Ui_camerainfodlg
+{
+    Q_OBJECT
+public:
+    // The session may be null. It may go while the dialog is open.
+    CameraInfoDlgImpl(QWidget *parent, Session *session);
+
+public slots:
+    void Copy();
+    void Save();
+
+private:
+    QString m_report;
+    QString m_title; // the session's
+};

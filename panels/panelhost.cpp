@@ -1,0 +1,3 @@
+#include "panelhost.h"
+
+QMap<QString, PanelHost::GuiState> PanelHost::s_stateMap;

@@ -1,0 +1,367 @@
+#include "playerpanel.h"
+
+#include "tovparamtablemodel.h"
+
+#include "tovmisc.h"
+
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMenu>
+#include <QMenuBar>
+#include <QSettings>
+#include <QTableView>
+#include <QTimer>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+QString const GeometryKey = QStringLiteral("wndGeometry");
+constexpr unsigned int StringEditSize = 1000;
+
+// What cannot be read is empty.
+QString valueText(TovComponent *component, char const *param, char const *format, unsigned int size)
+{
+    char text[256] = "";
+    component->GetParamAsString(param, text, &size, format);
+    return QString::fromUtf8(text);
+}
+
+bool boolValue(TovComponent *component, char const *param)
+{
+    bool value = false;
+    component->GetParamBool(param, &value);
+    return value;
+}
+
+} // namespace
+
+std::map<PlayerPanel *, PlayerPanel *> PlayerPanel::s_panels;
+std::mutex PlayerPanel::s_registryMutex;
+
+PlayerPanel::PlayerPanel(QMainWindow *window, QString const &actionName, int timerPeriod)
+    : QDockWidget(window),
+      m_mainWindow(window),
+      m_actionName(actionName)
+{
+    if (timerPeriod != 0) {
+        m_timer = new QTimer(this);
+        connect(m_timer, &QTimer::timeout, this, &PlayerPanel::UpdateByTimer);
+        m_timer->start(timerPeriod);
+    }
+    connect(this, &PlayerPanel::enableControl, this, &PlayerPanel::enableControlSlot);
+    std::lock_guard const lock(s_registryMutex);
+    s_panels[this] = this;
+}
+
+PlayerPanel::~PlayerPanel()
+{
+    std::lock_guard const lock(s_registryMutex);
+    s_panels[this] = nullptr;
+}
+
+void PlayerPanel::SetCurrentSession(Session *session)
+{
+    m_session = session;
+    UpdateAll();
+}
+
+void PlayerPanel::UpdateAll()
+{
+    UpdateFromComponent(QString());
+}
+
+bool PlayerPanel::SaveStateToGlobalSettings(QSettings *settings)
+{
+    settings->beginGroup(objectName());
+    settings->setValue(GeometryKey, saveGeometry());
+    settings->endGroup();
+    return true;
+}
+
+bool PlayerPanel::SaveStateToSessionSettings(QSettings * /*settings*/, QString const & /*name*/)
+{
+    return false;
+}
+
+bool PlayerPanel::LoadStateFromGlobalSettings(QSettings *settings)
+{
+    settings->beginGroup(objectName());
+    restoreGeometry(settings->value(GeometryKey).toByteArray());
+    settings->endGroup();
+    return true;
+}
+
+bool PlayerPanel::LoadStateFromSessionSettings(QSettings * /*settings*/, QString const & /*name*/)
+{
+    return false;
+}
+
+void PlayerPanel::OnCameraParamUpdated(QString const & /*name*/)
+{
+}
+
+bool PlayerPanel::UpdateSelfByTimer()
+{
+    return true;
+}
+
+void PlayerPanel::AddParamLink(char const *param, QWidget *widget, TovComponent *component, int row, char const *format)
+{
+    ParamLink link{QString::fromUtf8(param), format, widget->objectName(), row, component};
+    std::lock_guard const lock(s_registryMutex);
+    m_links.push_back(std::move(link));
+}
+
+void PlayerPanel::LinkEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component,
+                           void (PlayerPanel::*changed)())
+{
+    AddParamLink(param, edit, component, 0, format);
+    if (!edit->isReadOnly())
+        connect(edit, &QLineEdit::editingFinished, this, changed);
+}
+
+void PlayerPanel::AddIntegerEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component)
+{
+    LinkEdit(edit, param, format, component, &PlayerPanel::IntegerEditChanged);
+    edit->setText(valueText(component, param, format, 255));
+}
+
+void PlayerPanel::AddFloatEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component)
+{
+    LinkEdit(edit, param, format, component, &PlayerPanel::FloatEditChanged);
+    edit->setText(valueText(component, param, format, 255));
+}
+
+bool PlayerPanel::AddStringEdit(QLineEdit *edit, char const *param, TovComponent *component)
+{
+    LinkEdit(edit, param, nullptr, component, &PlayerPanel::StringEditChanged);
+    char text[StringEditSize] = "";
+    unsigned int size = sizeof text;
+    component->GetParamString(param, text, &size);
+    edit->setText(QString::fromUtf8(text));
+    return true;
+}
+
+void PlayerPanel::AddBoolCheckBox(QCheckBox *box, char const *param, TovComponent *component)
+{
+    AddParamLink(param, box, component, 0, nullptr);
+    connect(box, &QCheckBox::stateChanged, this, &PlayerPanel::CheckBoxChanged);
+    box->setChecked(boolValue(component, param));
+}
+
+void PlayerPanel::AddBoolCheckGroupBox(QGroupBox *box, char const *param, TovComponent *component)
+{
+    AddParamLink(param, box, component, 0, nullptr);
+    connect(box, &QGroupBox::toggled, this, &PlayerPanel::CheckGroupBoxChanged);
+    box->setChecked(boolValue(component, param));
+}
+
+void PlayerPanel::AddTableParam(QTableView *view, char const *param, TovComponent *component, char const *label)
+{
+    auto *const model = qobject_cast<TovParamTableModel *>(view->model());
+    if (!model)
+        return;
+    int const row = model->rowCount();
+    model->AddParam({component, QString::fromUtf8(param), QString::fromUtf8(label ? label : param)});
+    AddParamLink(param, view, component, row, nullptr);
+}
+
+ParamLink PlayerPanel::GetParamForControl(QString const &controlName) const
+{
+    auto const found = std::find_if(m_links.begin(), m_links.end(),
+                                    [&](ParamLink const &link) { return link.controlName == controlName; });
+    return found != m_links.end() ? *found : ParamLink();
+}
+
+ParamLink PlayerPanel::GetControlForParam(QString const &paramName) const
+{
+    auto const found = std::find_if(m_links.begin(), m_links.end(),
+                                    [&](ParamLink const &link) { return link.paramName == paramName; });
+    return found != m_links.end() ? *found : ParamLink();
+}
+
+bool PlayerPanel::HasParam(QString const &paramName) const
+{
+    return std::any_of(m_links.begin(), m_links.end(),
+                       [&](ParamLink const &link) { return link.paramName == paramName; });
+}
+
+PlayerPanel *PlayerPanel::GetPanel(QString const &actionName)
+{
+    for (auto const &[key, panel] : s_panels) {
+        if (panel && panel->m_actionName == actionName)
+            return panel;
+    }
+    return nullptr;
+}
+
+bool PlayerPanel::IsAlive(PlayerPanel *panel)
+{
+    std::lock_guard const lock(s_registryMutex);
+    return s_panels[panel] != nullptr;
+}
+
+void PlayerPanel::UpdateFromComponent(QString const &name)
+{
+    if (name.isEmpty()) {
+        // By index: a refresh may lead to a link more.
+        for (std::size_t i = 0; i < m_links.size(); ++i) {
+            if (QString const param = m_links[i].paramName; !param.isEmpty())
+                UpdateFromComponent(param);
+        }
+        return;
+    }
+    ParamLink const link = GetControlForParam(name);
+    if (!link.component)
+        return;
+    QByteArray const param = name.toUtf8();
+    if (auto *const edit = findChild<QLineEdit *>(link.controlName)) {
+        edit->setText(valueText(link.component, param.constData(), link.format, 256));
+    } else if (auto *const combo = findChild<QComboBox *>(link.controlName)) {
+        long value = 0;
+        link.component->GetParamInt(param.constData(), &value);
+        int const index =
+            combo->findData(qlonglong{value}, Qt::UserRole, Qt::MatchFlags(Qt::MatchExactly | Qt::MatchCaseSensitive));
+        if (index >= 0)
+            combo->setCurrentIndex(index);
+    } else if (auto *const box = findChild<QCheckBox *>(link.controlName)) {
+        box->setChecked(boolValue(link.component, param.constData()));
+    } else if (auto *const group = findChild<QGroupBox *>(link.controlName)) {
+        group->setChecked(boolValue(link.component, param.constData()));
+    } else if (auto *const view = findChild<QTableView *>(link.controlName)) {
+        if (QAbstractItemModel *const model = view->model())
+            emit model->dataChanged(model->index(link.row, 0), model->index(link.row, 1));
+    }
+}
+
+void PlayerPanel::UpdateFromComponentAsync(QString const &name)
+{
+    std::lock_guard const lock(m_pendingMutex);
+    if (name.isEmpty()) {
+        m_pendingParams.clear();
+        for (ParamLink const &link : m_links)
+            m_pendingParams.push_back(link.paramName);
+    } else if (std::find(m_pendingParams.begin(), m_pendingParams.end(), name) == m_pendingParams.end()) {
+        m_pendingParams.push_back(name);
+    }
+}
+
+unsigned int PlayerPanel::OnParamChanged(unsigned int /*component*/, _TovStParam *param)
+{
+    QString const name = QString::fromUtf8(param->name);
+    std::vector<PlayerPanel *> immediate;
+    {
+        std::lock_guard const lock(s_registryMutex);
+        for (auto const &[key, panel] : s_panels) {
+            if (!panel || !panel->HasParam(name))
+                continue;
+            if (panel->m_timer)
+                panel->UpdateFromComponentAsync(name);
+            else
+                immediate.push_back(panel);
+        }
+    }
+    // Panels that are shown by the thread that makes the change; one refresh may close another panel.
+    for (PlayerPanel *const panel : immediate) {
+        if (IsAlive(panel))
+            panel->UpdateFromComponent(name);
+    }
+    return 0;
+}
+
+void PlayerPanel::UpdateByTimer()
+{
+    if (!UpdateSelfByTimer())
+        return;
+    std::vector<QString> names;
+    {
+        std::lock_guard const lock(m_pendingMutex);
+        names.swap(m_pendingParams);
+    }
+    for (QString const &name : names)
+        UpdateFromComponent(name);
+}
+
+// There is no mark of a refresh by the program, and none is needed: setText does not end an edit, and setChecked tells
+// only of real changes.
+ParamLink PlayerPanel::SenderLink(QObject const *control) const
+{
+    return control && !isModal() ? GetParamForControl(control->objectName()) : ParamLink();
+}
+
+void PlayerPanel::IntegerEditChanged()
+{
+    auto *const edit = qobject_cast<QLineEdit *>(sender());
+    if (ParamLink const link = SenderLink(edit); link.component)
+        link.component->SetParamInt(link.paramName.toLocal8Bit().constData(), edit->text().toInt());
+}
+
+void PlayerPanel::FloatEditChanged()
+{
+    auto *const edit = qobject_cast<QLineEdit *>(sender());
+    // Under the name of the control. That is meant.
+    if (ParamLink const link = SenderLink(edit); link.component)
+        link.component->SetParamFloat(link.controlName.toLocal8Bit().constData(), edit->text().toDouble());
+}
+
+void PlayerPanel::StringEditChanged()
+{
+    auto *const edit = qobject_cast<QLineEdit *>(sender());
+    if (ParamLink const link = SenderLink(edit); link.component)
+        link.component->SetParamString(link.paramName.toLocal8Bit().constData(), edit->text().toUtf8().constData());
+}
+
+void PlayerPanel::CheckBoxChanged(int state)
+{
+    if (ParamLink const link = SenderLink(qobject_cast<QCheckBox *>(sender())); link.component)
+        link.component->SetParamBool(link.paramName.toLocal8Bit().constData(), state != Qt::Unchecked);
+}
+
+void PlayerPanel::CheckGroupBoxChanged(bool on)
+{
+    if (ParamLink const link = SenderLink(qobject_cast<QGroupBox *>(sender())); link.component)
+        link.component->SetParamBool(link.paramName.toLocal8Bit().constData(), on);
+}
+
+void PlayerPanel::enableControlSlot(QObject *w, bool e)
+{
+    if (auto *const widget = qobject_cast<QWidget *>(w))
+        widget->setEnabled(e);
+}
+
+void PlayerPanel::CheckActionMenu(QString const &name, bool checked)
+{
+    auto const menus = m_mainWindow->menuBar()->findChildren<QMenu *>();
+    for (QMenu const *menu : menus) {
+        auto const actions = menu->actions();
+        for (QAction *action : actions) {
+            if (action->objectName() == name)
+                action->setChecked(checked);
+        }
+    }
+}
+
+// A closed panel is only hidden.
+void PlayerPanel::closeEvent(QCloseEvent *event)
+{
+    hide();
+    event->ignore();
+}
+
+void PlayerPanel::showEvent(QShowEvent *event)
+{
+    event->accept();
+    CheckActionMenu(m_actionName, true);
+}
+
+void PlayerPanel::hideEvent(QHideEvent *event)
+{
+    event->accept();
+    CheckActionMenu(m_actionName, false);
+}

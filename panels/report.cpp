@@ -1,0 +1,27 @@
+#include "report.h"
+
+#include <QFile>
+#include <QTextBrowser>
+
+void Report::Show(QTextBrowser *browser, QString const &text)
+{
+    QFont font = browser->font();
+    font.setStyleHint(QFont::TypeWriter); // where the named family is not installed
+    browser->setFont(font);
+    browser->setPlainText(text);
+}
+
+QString Report::SuggestedFileName(QString title)
+{
+    for (char const unwanted : {' ', '[', ']'})
+        title.remove(QLatin1Char(unwanted));
+    return title.replace(QLatin1String(",SN:"), QLatin1String("_"));
+}
+
+void Report::Write(QString const &path, QString const &text)
+{
+    QFile file(path);
+    // Not truncated, and that is meant.
+    if (file.open(QIODevice::ReadWrite | QIODevice::Text))
+        file.write(text.toUtf8());
+}

@@ -1,0 +1,119 @@
+#include "statisticspanel.h"
+
+#include "panelhost.h"
+#include "session.h"
+
+#include <QAction>
+#include <QMainWindow>
+#include <QMenu>
+#include <QSettings>
+#include <QShortcut>
+#include <QStyle>
+#include <QStyleOptionHeader>
+#include <QTime>
+
+namespace {
+
+constexpr int Period = 1000; // milliseconds
+QString const HeaderKey = QStringLiteral("HeaderState");
+
+constexpr struct
+{
+    char const *key;
+    char const *label;
+} Rows[] = {
+    {"FramesAcquired", "Frames acquired"},
+    {"Timestamp", "Timestamp [ns]"},
+    {"FrameID", "Current BlockID"},
+    {"FramesDroppedHW", "Frames dropped"},
+    {"FpsInst", "FPS"},
+    {"Speed", "Thoughput [MB/s]"}, // spelled so wherever it is read
+    {"FramesIncomp", "Frames incompleted"},
+};
+
+} // namespace
+
+StatisticsPanelImpl::StatisticsPanelImpl(QMainWindow *window, PanelHost *host)
+    : PlayerPanel(window, QStringLiteral("actionStatistics"), Period),
+      m_model(this),
+      m_copy(new QAction(tr("Copy"), this)),
+      m_copyAll(new QAction(tr("Copy All"), this)),
+      m_menu(new QMenu(this))
+{
+    m_model.initFormats();
+    m_menu->addAction(m_copy);
+    m_menu->addAction(m_copyAll);
+
+    setupUi(this);
+    setFloating(false);
+    m_mainWindow->addDockWidget(Qt::BottomDockWidgetArea, this);
+    statisticsTable->setModel(&m_model);
+    MeasureRows();
+
+    connect(statisticsTable, &QTableView::customContextMenuRequested, this, &StatisticsPanelImpl::contextMenuRequested);
+    connect(m_copy, &QAction::triggered, this, &StatisticsPanelImpl::Copy);
+    connect(m_copyAll, &QAction::triggered, this, &StatisticsPanelImpl::CopyAll);
+    auto *const keys = new QShortcut(QKeySequence::Copy, statisticsTable);
+    keys->setContext(Qt::WidgetShortcut);
+    connect(keys, &QShortcut::activated, this, &StatisticsPanelImpl::CopyCurrent);
+
+    TovComponent *const grabber = host->GetSession()->GetGrabber();
+    for (auto const &row : Rows)
+        AddTableParam(statisticsTable, row.key, grabber, row.label);
+}
+
+// Rows and header are as high as a header with a short word.
+void StatisticsPanelImpl::MeasureRows()
+{
+    QHeaderView *const horizontal = statisticsTable->horizontalHeader();
+    QHeaderView *const vertical = statisticsTable->verticalHeader();
+    QStyleOptionHeader option;
+    option.initFrom(horizontal);
+    option.text = QTime(0, 0).toString(QStringLiteral("a"));
+    int const height =
+        vertical->style()->sizeFromContents(QStyle::CT_HeaderSection, &option, QSize(), vertical).height();
+    horizontal->setFixedHeight(height);
+    vertical->setDefaultSectionSize(height);
+}
+
+bool StatisticsPanelImpl::SaveStateToGlobalSettings(QSettings *settings)
+{
+    PlayerPanel::SaveStateToGlobalSettings(settings);
+    settings->beginGroup(objectName());
+    settings->setValue(HeaderKey, statisticsTable->horizontalHeader()->saveState());
+    settings->endGroup();
+    return true;
+}
+
+bool StatisticsPanelImpl::LoadStateFromGlobalSettings(QSettings *settings)
+{
+    PlayerPanel::LoadStateFromGlobalSettings(settings);
+    settings->beginGroup(objectName());
+    statisticsTable->horizontalHeader()->restoreState(settings->value(HeaderKey).toByteArray());
+    settings->endGroup();
+    return true;
+}
+
+void StatisticsPanelImpl::contextMenuRequested(QPoint pos)
+{
+    m_contextIndex = statisticsTable->indexAt(pos);
+    m_copy->setEnabled(m_contextIndex.isValid());
+    m_menu->popup(statisticsTable->viewport()->mapToGlobal(pos));
+}
+
+void StatisticsPanelImpl::Copy()
+{
+    m_model.CopyField(m_contextIndex);
+}
+
+void StatisticsPanelImpl::CopyAll()
+{
+    m_model.CopyTable();
+}
+
+void StatisticsPanelImpl::CopyCurrent()
+{
+    m_contextIndex = statisticsTable->currentIndex();
+    if (m_contextIndex.isValid())
+        Copy();
+}
