@@ -122,10 +122,7 @@ QList<QtTovLogViewer::LogData> QtTovLogModel::log() const
 
 int QtTovLogModel::rowCount(QModelIndex const &parent) const
 {
-    if (parent.isValid())
-        return 0;
-    std::lock_guard<std::mutex> const lock(d->mutex);
-    return d->cleared ? 0 : d->visible;
+    return parent.isValid() ? 0 : d->visible;
 }
 
 int QtTovLogModel::columnCount(QModelIndex const &) const

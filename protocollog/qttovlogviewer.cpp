@@ -28,7 +28,10 @@ void QtTovLogViewerPrivate::SizeSections()
     option.initFrom(horizontal);
     option.text = QTime(0, 0, 0, 0).toString(QStringLiteral("h:mm:ss.zzz"));
     QSize const size = q->style()->sizeFromContents(QStyle::CT_HeaderSection, &option, QSize(), horizontal);
-    horizontal->resizeSection(0, std::max(size.width(), horizontal->sectionSizeHint(0)));
+    // From ten o'clock on a time has a digit more, and a cell its own margins and the line of the grid.
+    int const cell = q->fontMetrics().horizontalAdvance(QStringLiteral("00:00:00.000")) + 1 +
+                     2 * (q->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, q) + 1);
+    horizontal->resizeSection(0, std::max({size.width(), horizontal->sectionSizeHint(0), cell}));
     vertical->setDefaultSectionSize(std::max(size.height(), vertical->sectionSizeHint(0)));
 }
 
@@ -76,8 +79,10 @@ void QtTovLogViewer::_q_rowsInserted(const QModelIndex &, int start, int end)
     QMetaObject::invokeMethod(
         this,
         [this, last] {
-            if (last.isValid())
-                setCurrentIndex(last);
+            if (!last.isValid())
+                return;
+            executeDelayedItemsLayout(); // or the first rows of a table are beyond its scroll bar's range
+            setCurrentIndex(last);
         },
         Qt::QueuedConnection);
 }

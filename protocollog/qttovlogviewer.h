@@ -39,9 +39,9 @@ public:
 public Q_SLOTS:
     void setAutoScrollMode(QtTovLogViewer::AutoScrollMode mode);
 
-private Q_SLOTS:
+private:
+    // Not known by name: the base class connects a slot of its own that is called the same, by name.
     void _q_rowsInserted(const QModelIndex &parent, int start, int end);
 
-private:
     std::unique_ptr<QtTovLogViewerPrivate> const d;
 };
