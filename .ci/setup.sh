@@ -4,7 +4,7 @@
 packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev libopencv-imgproc-dev liblog4cpp5-dev
     libaravis-dev libusb-1.0-0-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
-packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick"
+packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick tshark"
 packages_ci="clang-format-14|clang-format"
 
 say() {
