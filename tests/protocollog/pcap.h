@@ -3,6 +3,7 @@
 
 #include "tovcamera.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -18,16 +19,17 @@ public:
     {
         Little(0xA1B2C3D4, 4).Little(2, 2).Little(4, 2).Little(0, 8).Little(0x40000, 4).Little(101, 4); // raw IP
     }
-    // One packet on its channel's port; events go to the control port's protocol as well.
-    void Add(std::uint32_t channel, std::vector<std::uint8_t> const &bytes)
+    // One packet on the port of its protocol; no more than `most` bytes of it are captured.
+    void Add(std::uint32_t channel, std::vector<std::uint8_t> const &bytes, std::size_t most = 65535)
     {
         std::uint16_t const port = channel == TovCam::EventStreamChannel ? StreamPort : ControlPort;
         auto const length = static_cast<std::uint32_t>(UdpBytes + bytes.size());
+        std::size_t const taken = std::min(bytes.size(), most);
         ++m_count;
-        Little(m_count / 1000, 4).Little(m_count % 1000 * 1000, 4).Little(length, 4).Little(length, 4);
+        Little(m_count / 1000, 4).Little(m_count % 1000 * 1000, 4).Little(UdpBytes + taken, 4).Little(length, 4);
         Big(0x4500, 2).Big(length, 2).Big(0, 4).Big(0x4011, 2).Big(0, 2).Big(0x7F000001, 4).Big(0x7F000001, 4);
         Big(port, 2).Big(port, 2).Big(length - 20, 2).Big(0, 2);
-        m_out.write(reinterpret_cast<char const *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        m_out.write(reinterpret_cast<char const *>(bytes.data()), static_cast<std::streamsize>(taken));
     }
 
 private:
