@@ -104,6 +104,7 @@ enum class FeatureKind : std::uint8_t { Category, Integer, Float, Boolean, Enume
 enum class FeatureAccess : std::uint8_t { NotImplemented, NotAvailable, WriteOnly, ReadOnly, ReadWrite };
 enum class FeatureVisibility : std::uint8_t { Beginner, Expert, Guru, Invisible };
 enum class FeatureRepresentation : std::uint8_t { Linear, Logarithmic, Boolean, PureNumber, HexNumber, IPV4, MAC };
+enum class FeatureNotation : std::uint8_t { Automatic, Fixed, Scientific };
 
 // One entry of an enumeration, as the description has it.
 struct FeatureEntry
@@ -126,6 +127,8 @@ struct FeatureInfo
     FeatureKind kind = FeatureKind::Category;
     FeatureVisibility visibility = FeatureVisibility::Beginner;
     FeatureRepresentation representation = FeatureRepresentation::PureNumber;
+    FeatureNotation notation = FeatureNotation::Automatic; // Float
+    std::int32_t precision = -1;                           // Float: digits to show, -1 where the description has none
     std::uint32_t pollingTime = 0;         // milliseconds, 0: need not be read again by itself
     bool streamable = false;               // belongs into a stored configuration
     std::vector<std::uint32_t> children;   // of a category, in the order of the description
@@ -269,7 +272,13 @@ public:
     virtual std::int32_t UnregisterEvent(std::uint32_t id, EventCallback callback, void *user) = 0;
     virtual ParamArray *GetCameraParameters(std::int32_t *error) = 0; // null on failure; cheap
     virtual std::int32_t ReadRegister(std::uint64_t address, void *buffer, std::size_t size) = 0;
+    // A configuration file: who the camera is, and its settings. Both take as long as the accesses they need, hundreds
+    // of them, and hold the node map so long. Saving leaves the old file alone when it fails:
+    // TOV_CAM_ERR_FILE_NOT_FOUND where no file can be written, TOV_CAM_ERR_GENICAM_GENERIC for a camera that refuses.
     virtual std::int32_t SaveConfiguration(char const *path) = 0;
+    // 0 when every setting of the file that the camera has is as in the file. With TOV_CAM_ERR_FILE_NOT_FOUND,
+    // TOV_CAM_ERR_FILE_READ and TOV_CAM_ERR_WRONG_CONFIGURATION (no whole configuration, or another model's) nothing was
+    // touched; with any other status what could be applied is applied.
     virtual std::int32_t LoadConfiguration(char const *path) = 0;
 
 protected:
@@ -333,6 +342,8 @@ public:
     // `kindMask` has bit InterfaceKind - 1 for each kind asked for; 255 is every kind. Looks for cameras if that has
     // not been done yet. The list is good until the next call.
     virtual ObjectList *GetInterfaceList(std::uint32_t kindMask) = 0;
+    // Finds the file's camera by its serial number, else by its model, opens it and loads the file. A device together
+    // with a nonzero error is open, with what could be applied.
     virtual Device *OpenDeviceFromConfiguration(char const *path, std::int32_t *error) = 0;
     virtual std::int32_t LoadTransportLayer(char const *file) = 0;
 

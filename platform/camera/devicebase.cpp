@@ -1,6 +1,9 @@
 #include "devicebase.h"
 
+#include "background.h"
+
 #include <algorithm>
+#include <chrono>
 
 // ---- EventHub ----------------------------------------------------------------------------------------------------
 
@@ -94,20 +97,72 @@ void EventHub::Emit(std::uint32_t id, void const *data, std::size_t size)
 
 // ---- DeviceBase --------------------------------------------------------------------------------------------------
 
-void DeviceBase::Unref::operator()(ArvDevice *device) const
+namespace {
+
+using namespace std::chrono_literals;
+
+// A healthy camera's accesses are far shorter.
+constexpr auto AccessPatience = 100ms;
+
+// Not by a mutex with a timeout, which the thread sanitizer does not know.
+bool LockWithin(std::unique_lock<std::recursive_mutex> &lock, std::chrono::milliseconds patience)
 {
-    g_object_unref(device);
+    auto const end = std::chrono::steady_clock::now() + patience;
+    while (!lock.try_lock()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
 }
 
+} // namespace
+
 DeviceBase::DeviceBase(ArvDevice *device, DeviceInfoImpl *info)
-    : m_owner(device),
+    : m_self(this, [](DeviceBase *self) { delete self; }),
       m_device(device),
       m_info(info),
       m_nodes(device, m_access)
 {
+    m_nodes.SetOwner(m_self);
 }
 
 DeviceBase::~DeviceBase() = default;
+
+void DeviceBase::Release()
+{
+    if (!BeginRelease())
+        return;
+    m_nodes.Refuse();
+    m_events.UnregisterAll();
+    std::shared_ptr<DeviceBase> self = std::move(m_self);
+    std::unique_lock<std::recursive_mutex> lock(m_access, std::defer_lock);
+    if (LockWithin(lock, AccessPatience)) {
+        CloseAll(std::move(lock), true);
+        return;
+    }
+    Background::Run(
+        [self = std::move(self)] { self->CloseAll(std::unique_lock<std::recursive_mutex>(self->m_access), false); },
+        0ms);
+}
+
+void DeviceBase::CloseAll(std::unique_lock<std::recursive_mutex> lock, bool mayWait)
+{
+    Close();
+    m_nodes.Drop();
+    lock.unlock();
+    SayGoodbye(m_device, mayWait);
+}
+
+bool DeviceBase::BeginRelease()
+{
+    return true;
+}
+
+void DeviceBase::SayGoodbye(ArvDevice *device, bool)
+{
+    g_object_unref(device);
+}
 
 TovCam::DeviceInfo *DeviceBase::GetDeviceInfo()
 {
@@ -155,20 +210,42 @@ std::int32_t DeviceBase::ReadRegister(std::uint64_t address, void *buffer, std::
     return status;
 }
 
+CameraIdentity DeviceBase::Identify()
+{
+    CameraIdentity identity{m_info->interface->GetInterfaceKind(), m_info->vendor, m_info->model, m_info->serial,
+                            m_info->userID};
+    for (char const *name : {"DeviceUserID", "DeviceUserDefinedName"}) {
+        if (TovCam::StringParam *const userID = m_nodes.GetString(name, nullptr))
+            identity.userID = userID->GetValue(nullptr);
+    }
+    return identity;
+}
+
 std::int32_t DeviceBase::SaveConfiguration(char const *path)
 {
-    // Configuration files are not written yet.
-    return path && *path ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_INVALID_ARGUMENT;
+    if (!path || !*path)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    Configuration configuration;
+    {
+        // Nobody else sees the selectors move.
+        std::lock_guard<std::recursive_mutex> lock(m_access);
+        configuration.camera = Identify();
+        if (std::int32_t const status = configuration.Take(m_nodes); status != TOV_CAM_ERR_OK)
+            return status;
+    }
+    return configuration.Write(path);
 }
 
 std::int32_t DeviceBase::LoadConfiguration(char const *path)
 {
     if (!path || !*path)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
-    return g_file_test(path, G_FILE_TEST_EXISTS) ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_FILE_NOT_FOUND;
-}
-
-void DeviceBase::EndEvents()
-{
-    m_events.UnregisterAll();
+    Configuration configuration;
+    if (std::int32_t const status = configuration.Read(path); status != TOV_CAM_ERR_OK)
+        return status;
+    CameraIdentity const &camera = configuration.camera;
+    if (camera.vendor != m_info->vendor || camera.model != m_info->model)
+        return TOV_CAM_ERR_WRONG_CONFIGURATION;
+    std::lock_guard<std::recursive_mutex> lock(m_access);
+    return configuration.Apply(m_nodes, camera.serial == m_info->serial);
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "backend.h"
-#include "genicam/nodemap.h"
+#include "genicam/configuration.h"
 
 #include <array>
 #include <atomic>
@@ -42,10 +42,14 @@ private:
     std::array<std::atomic<bool>, 4> m_wanted{};
 };
 
-// Base of the simulated and the real devices. A subclass' Release stops what runs, calls EndEvents and deletes itself.
+// Base of the simulated and the real devices.
+//
+// A device belongs to itself until Release, and beyond it to whoever holds its node map and to a slow access that is
+// under way, at whose end the camera is closed.
 class DeviceBase : public TovCam::Device
 {
 public:
+    void Release() override;
     TovCam::DeviceInfo *GetDeviceInfo() override;
     // Which ids the device can serve is the subclass's to say (CanServe).
     std::int32_t RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
@@ -60,19 +64,22 @@ protected:
     DeviceBase(ArvDevice *device, DeviceInfoImpl *info);
     virtual ~DeviceBase();
     virtual bool CanServe(std::uint32_t eventId) const = 0;
-    // No callback of this device runs when it returns.
-    void EndEvents();
+    // The steps of Release. No access has ended yet, and false puts Release off.
+    virtual bool BeginRelease();
+    // Ends what uses the ArvDevice. With the device's lock held; perhaps on a thread of the background.
+    virtual void Close() = 0;
+    // The last reference goes. `mayWait`: on the caller's thread.
+    virtual void SayGoodbye(ArvDevice *device, bool mayWait);
 
 private:
-    struct Unref
-    {
-        void operator()(ArvDevice *device) const;
-    };
-    SystemHold m_hold; // the device information outlives the device
-    std::unique_ptr<ArvDevice, Unref> m_owner;
+    CameraIdentity Identify();
+    void CloseAll(std::unique_lock<std::recursive_mutex> lock, bool mayWait);
+
+    SystemHold m_hold;                  // the device information outlives the device
+    std::shared_ptr<DeviceBase> m_self; // until Release
 
 protected:
-    ArvDevice *const m_device;
+    ArvDevice *const m_device; // referenced until it is closed
     DeviceInfoImpl *const m_info;
     std::recursive_mutex m_access; // one a device: ArvGc and register access are not thread-safe
     EventHub m_events;

@@ -1,4 +1,5 @@
 #include "backend.h"
+#include "genicam/configuration.h"
 
 #include <glib.h>
 
@@ -88,13 +89,30 @@ public:
 
     TovCam::Device *OpenDeviceFromConfiguration(char const *path, std::int32_t *error) override
     {
-        // Configuration files are not read yet.
-        if (!path || !*path)
-            Store(error, TOV_CAM_ERR_INVALID_ARGUMENT);
-        else
-            Store(error,
-                  g_file_test(path, G_FILE_TEST_EXISTS) ? TOV_CAM_ERR_INVALID_STATE : TOV_CAM_ERR_FILE_NOT_FOUND);
-        return nullptr;
+        Configuration configuration;
+        std::int32_t status = path && *path ? configuration.Read(path) : TOV_CAM_ERR_INVALID_ARGUMENT;
+        DeviceInfoImpl *info = nullptr;
+        if (status == TOV_CAM_ERR_OK) {
+            std::lock_guard<std::mutex> lock(m_updateMutex);
+            if (m_updated)
+                info = FindCamera(configuration.camera);
+            // It may have been plugged in since somebody last looked.
+            if (!info && (status = Update()) == TOV_CAM_ERR_OK)
+                info = FindCamera(configuration.camera);
+            if (!info && status == TOV_CAM_ERR_OK)
+                status = TOV_CAM_ERR_NO_DEVICE;
+        }
+        TovCam::Device *device = info ? TovCam_CreateDevice(info, 2, &status) : nullptr;
+        if (device) {
+            status = device->LoadConfiguration(path);
+            // What could be applied is applied; but a camera that the file says nothing of is not for the caller.
+            if (status <= TOV_CAM_ERR_FILE_NOT_FOUND && status >= TOV_CAM_ERR_WRONG_CONFIGURATION) {
+                device->Release();
+                device = nullptr;
+            }
+        }
+        Store(error, status);
+        return device;
     }
 
     std::int32_t LoadTransportLayer(char const *file) override
@@ -133,6 +151,27 @@ public:
     }
 
 private:
+    // The camera itself, else one of its model, and rather one that is free. With m_updateMutex held.
+    DeviceInfoImpl *FindCamera(CameraIdentity const &camera)
+    {
+        DeviceInfoImpl *found = nullptr;
+        for (auto const &backend : m_backends) {
+            for (InterfaceImpl *interface : backend->GetInterfaces()) {
+                for (std::uint32_t i = 0; i < interface->GetDeviceCount(); ++i) {
+                    auto *const info = static_cast<DeviceInfoImpl *>(interface->GetDeviceInfoByIndex(i));
+                    if (!info || info->vendor != camera.vendor || info->model != camera.model)
+                        continue;
+                    if (!camera.serial.empty() && info->serial == camera.serial)
+                        return info;
+                    if (!found || (found->GetAccessStatus() == TovCam::DeviceInfo::AccessBusy &&
+                                   info->GetAccessStatus() != TovCam::DeviceInfo::AccessBusy))
+                        found = info;
+                }
+            }
+        }
+        return found;
+    }
+
     // With m_updateMutex held.
     std::int32_t Update()
     {

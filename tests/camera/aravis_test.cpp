@@ -74,6 +74,14 @@ TEST_F(AravisTest, ListsTheCameraAndWhoHasIt)
     EXPECT_STREQ(info->GetSerialNumber(), FakeGigECamera::Serial);
     EXPECT_STREQ(info->GetAddress(), "127.0.0.1");
     EXPECT_EQ(FindCamera(m_system), info);
+    TovCam::ParamArray *const adapter = interface->GetInterfaceParameters(nullptr);
+    ASSERT_NE(adapter, nullptr);
+    EXPECT_STREQ(adapter->GetString("InterfaceDisplayName", nullptr)->GetValue(nullptr), "lo");
+    EXPECT_NE(adapter->GetInt("GevInterfaceMACAddress", nullptr), nullptr);
+    std::string const host = info->GetHostInformation();
+    for (char const *line :
+         {"\nAdapter:        lo\n", "\nMTU:            65536 bytes\n", "\nHost address:   127.0.0.1\n"})
+        EXPECT_NE(host.find(line), std::string::npos) << line << host;
     auto const becomes = [&](std::uint32_t access) {
         return Eventually([&] { return m_system->UpdateDeviceList() == 0 && info->GetAccessStatus() == access; });
     };

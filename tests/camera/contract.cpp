@@ -4,7 +4,9 @@
 
 #include <chrono>
 #include <future>
+#include <set>
 #include <thread>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -325,4 +327,241 @@ TEST_P(CameraContract, StartsAndOpensLeaveMemoryFlat)
         Close();
         Open(m_info);
     });
+}
+
+std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
+{
+    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
+        if (nodes->GetFeature(i)->name == name)
+            return i;
+    }
+    ADD_FAILURE() << "no feature " << name;
+    return 0;
+}
+
+TEST_P(CameraContract, TreeTellsWhatTheNodesTell)
+{
+    using namespace TovCam;
+    std::uint32_t const count = m_nodes->GetFeatureCount();
+    ASSERT_GT(count, 10u);
+    EXPECT_EQ(m_nodes->GetFeature(count), nullptr);
+    EXPECT_EQ(m_nodes->GetFeature(0)->name, "Root");
+    std::set<std::string> names;
+    std::vector<bool> reached(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        FeatureInfo const &info = *m_nodes->GetFeature(i);
+        SCOPED_TRACE(info.name);
+        EXPECT_TRUE(names.insert(info.name).second);
+        EXPECT_FALSE(info.displayName.empty());
+        for (std::vector<std::uint32_t> const *list : {&info.children, &info.selected, &info.dependents}) {
+            for (std::uint32_t const other : *list)
+                ASSERT_LT(other, count);
+        }
+        for (std::uint32_t const child : info.children)
+            reached[child] = true;
+        EXPECT_TRUE(i == 0 || reached[i]);
+
+        FeatureState state;
+        ASSERT_EQ(m_nodes->ReadFeature(i, &state), 0);
+        bool const readable = state.access >= FeatureAccess::ReadOnly;
+        bool const writable = state.access == FeatureAccess::ReadWrite;
+        EXPECT_EQ(state.valueStatus, 0);
+        // What is read can be written as it stands; a command is left alone.
+        EXPECT_EQ(info.kind != FeatureKind::Command && m_nodes->WriteFeature(i, state.value) == 0, writable);
+        std::int32_t error = 0;
+        switch (info.kind) {
+        case FeatureKind::Integer:
+            if (readable) {
+                EXPECT_LE(state.minimum, state.value.integer);
+                EXPECT_LE(state.value.integer, state.maximum);
+                EXPECT_GE(state.increment, 1);
+                EXPECT_NE(m_nodes->GetInt(info.name.c_str(), nullptr), nullptr);
+            }
+            break;
+        case FeatureKind::Float:
+            if (readable) {
+                EXPECT_LE(state.realMinimum, state.value.real);
+                EXPECT_LE(state.value.real, state.realMaximum);
+            }
+            m_nodes->GetFloatValue(info.name.c_str(), &error);
+            EXPECT_EQ(error == 0, readable);
+            break;
+        case FeatureKind::Enumeration:
+            if (readable) {
+                EXPECT_EQ(state.value.text, m_nodes->GetEnumValueStr(info.name.c_str(), nullptr));
+                EXPECT_FALSE(state.available.empty());
+            }
+            break;
+        case FeatureKind::String:
+            if (readable) {
+                EXPECT_EQ(state.value.text, m_nodes->GetString(info.name.c_str(), nullptr)->GetValue(nullptr));
+            }
+            break;
+        case FeatureKind::Register:
+            EXPECT_EQ(state.value.text.size(), readable ? state.length : 0);
+            break;
+        case FeatureKind::Command: {
+            bool done = false;
+            EXPECT_EQ(m_nodes->IsCommandDone(i, &done), 0);
+            EXPECT_TRUE(done);
+            break;
+        }
+        default:
+            break;
+        }
+    }
+    FeatureState state;
+    EXPECT_EQ(m_nodes->ReadFeature(count, &state), TOV_CAM_ERR_INVALID_INDEX);
+    EXPECT_EQ(m_nodes->WriteFeature(count, {}), TOV_CAM_ERR_INVALID_INDEX);
+    EXPECT_EQ(m_nodes->ReadFeature(0, nullptr), TOV_CAM_ERR_INVALID_ARGUMENT);
+    std::uint32_t const width = FindFeature(m_nodes, "Width");
+    bool done;
+    EXPECT_EQ(m_nodes->IsCommandDone(width, &done), TOV_CAM_ERR_GENICAM_PARAM_TYPE);
+    ASSERT_EQ(m_nodes->ReadFeature(width, &state), 0);
+    FeatureValue value;
+    value.integer = state.maximum + 1;
+    EXPECT_EQ(m_nodes->WriteFeature(width, value), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
+    value.integer = state.minimum + state.increment;
+    EXPECT_EQ(m_nodes->WriteFeature(width, value), 0);
+    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), value.integer);
+    // An enumeration is written by name or by number.
+    std::uint32_t const format = FindFeature(m_nodes, "PixelFormat");
+    FeatureEntry const &entry = m_nodes->GetFeature(format)->entries.back();
+    value.integer = entry.value;
+    EXPECT_EQ(m_nodes->WriteFeature(format, value), 0);
+    EXPECT_EQ(m_nodes->GetEnumValueStr("PixelFormat", nullptr), entry.name);
+    value.text = "NoSuchFormat";
+    EXPECT_EQ(m_nodes->WriteFeature(format, value), TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT);
+}
+
+TEST_P(CameraContract, HeldNodesFailAfterTheRelease)
+{
+    std::shared_ptr<void> const hold = m_nodes->Hold();
+    TovCam::ParamArray *const nodes = m_nodes;
+    TovCam::IntParam *const width = nodes->GetInt("Width", nullptr);
+    TovCam::FeatureInfo const *const root = nodes->GetFeature(0);
+    Close();
+    std::int32_t error = 0;
+    TovCam::FeatureState state;
+    EXPECT_EQ(width->GetValue(&error), 0);
+    EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_STREQ(width->GetName(), "Width");
+    EXPECT_EQ(nodes->GetString("DeviceModelName", &error), nullptr);
+    EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(nodes->SetIntegerValue("Width", 64), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(nodes->ReadFeature(1, &state), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(nodes->WriteFeature(1, {}), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(root->name, "Root");
+    EXPECT_EQ(nodes->GetFeature(0), root);
+    Open(m_info); // the camera itself is free
+}
+
+namespace {
+
+using namespace TovCam;
+
+std::string TextOf(FeatureKind kind, FeatureValue const &value)
+{
+    if (kind == FeatureKind::Float)
+        return std::to_string(value.real);
+    return value.text.empty() ? std::to_string(value.integer) : value.text;
+}
+
+// Calls `look` for every feature that can be written, with what tells it from the others, and for those that a selector
+// selects with every entry of it. The selectors are put back.
+void ForSettings(ParamArray *nodes, std::function<void(std::string const &, std::uint32_t, FeatureState const &)> look)
+{
+    auto const lookAt = [&](std::string const &prefix, std::uint32_t index) {
+        FeatureInfo const &info = *nodes->GetFeature(index);
+        FeatureState state;
+        ASSERT_EQ(nodes->ReadFeature(index, &state), 0) << info.name;
+        if (state.access == FeatureAccess::ReadWrite && info.name != "TLParamsLocked")
+            look(prefix + info.name, index, state);
+    };
+    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
+        FeatureInfo const &info = *nodes->GetFeature(i);
+        FeatureState selector;
+        if (info.kind == FeatureKind::Enumeration && !info.selected.empty() && nodes->ReadFeature(i, &selector) == 0 &&
+            selector.access == FeatureAccess::ReadWrite) {
+            for (std::uint32_t const entry : selector.available) {
+                FeatureValue value;
+                value.text = info.entries[entry].name;
+                ASSERT_EQ(nodes->WriteFeature(i, value), 0);
+                for (std::uint32_t const selected : info.selected)
+                    lookAt(info.name + '=' + value.text + ' ', selected);
+            }
+            ASSERT_EQ(nodes->WriteFeature(i, selector.value), 0);
+        }
+        lookAt("", i);
+    }
+}
+
+} // namespace
+
+std::map<std::string, std::string> Settings(ParamArray *nodes)
+{
+    std::map<std::string, std::string> settings;
+    ForSettings(nodes, [&](std::string const &name, std::uint32_t index, FeatureState const &state) {
+        settings[name] = TextOf(nodes->GetFeature(index)->kind, state.value);
+    });
+    return settings;
+}
+
+void ChangeSettings(ParamArray *nodes)
+{
+    ForSettings(nodes, [nodes](std::string const &name, std::uint32_t index, FeatureState const &state) {
+        FeatureInfo const &info = *nodes->GetFeature(index);
+        FeatureValue value = state.value;
+        switch (info.kind) {
+        case FeatureKind::Integer:
+            value.integer = value.integer == state.minimum ? state.minimum + state.increment : state.minimum;
+            if (value.integer > state.maximum)
+                return;
+            break;
+        case FeatureKind::Float:
+            value.real =
+                value.real == state.realMinimum ? std::min(value.real + 1.0, state.realMaximum) : state.realMinimum;
+            break;
+        case FeatureKind::Boolean:
+            value.integer = !value.integer;
+            break;
+        case FeatureKind::Enumeration:
+            value.text = info.entries[state.available.back()].name;
+            if (value.text == state.value.text)
+                value.text = info.entries[state.available.front()].name;
+            break;
+        case FeatureKind::String:
+            value.text = "changed";
+            break;
+        default:
+            for (char &byte : value.text)
+                byte = static_cast<char>(~byte);
+            break;
+        }
+        EXPECT_EQ(nodes->WriteFeature(index, value), 0) << name;
+    });
+}
+
+TEST_P(CameraContract, SavedSettingsComeBack)
+{
+    std::string const path = testing::TempDir() + "/contract_" + std::to_string(getpid()) + ".tcfg";
+    // There and back again: what was changed is a configuration as good as the first.
+    for (int round = 0; round < 2; ++round) {
+        std::map<std::string, std::string> const saved = Settings(m_nodes);
+        ASSERT_EQ(m_device->SaveConfiguration(path.c_str()), 0);
+        EXPECT_EQ(Settings(m_nodes), saved); // saving moves nothing
+        ChangeSettings(m_nodes);
+        ASSERT_GT(Settings(m_nodes).size(), 10u);
+        ASSERT_NE(Settings(m_nodes), saved);
+        EXPECT_EQ(m_device->LoadConfiguration(path.c_str()), 0);
+        EXPECT_EQ(Settings(m_nodes), saved);
+        ChangeSettings(m_nodes); // the second round begins there
+    }
+    Close();
+    std::int32_t error = 1;
+    m_device = m_system->OpenDeviceFromConfiguration(path.c_str(), &error);
+    EXPECT_EQ(error, 0);
+    ASSERT_NE(m_device, nullptr);
+    EXPECT_EQ(m_device->GetDeviceInfo(), m_info);
+    std::remove(path.c_str());
 }

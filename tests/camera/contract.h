@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -15,6 +16,14 @@ constexpr std::uint32_t Generous = 30000; // ms, for what a machine with other w
 
 // Waits generously for it.
 bool Eventually(std::function<bool()> const &condition);
+
+// The index of a feature in the tree; a failure, and 0, where there is none.
+std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name);
+
+// Every setting of a camera by its name, once for each entry of its selector, as text.
+std::map<std::string, std::string> Settings(TovCam::ParamArray *nodes);
+// Makes each of them another one.
+void ChangeSettings(TovCam::ParamArray *nodes);
 
 // Counts what is told about a lost camera.
 struct LossCounter

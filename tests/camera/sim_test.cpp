@@ -1,10 +1,12 @@
 // The simulated cameras: the contract over each of them, their formats, their faults, and descriptions that are wrong.
 #include "contract.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -104,6 +106,92 @@ TEST_P(SimModels, EveryFormatShowsTheSameScene)
         ++formats;
     }
     EXPECT_GE(formats, 7);
+}
+
+// What the tree tells of single features, as the description has it or as it follows from it.
+TEST_F(SimTest, TreeKnowsTheFeatures)
+{
+    OpenModel();
+    auto const named = [this](std::vector<std::uint32_t> const &features, char const *name) {
+        return std::find(features.begin(), features.end(), FindFeature(m_nodes, name)) != features.end();
+    };
+    auto const info = [this](char const *name) -> TovCam::FeatureInfo const & {
+        return *m_nodes->GetFeature(FindFeature(m_nodes, name));
+    };
+    TovCam::FeatureInfo const &exposure = info("ExposureTime");
+    EXPECT_EQ(exposure.displayName, "Exposure Time");
+    EXPECT_EQ(exposure.unit, "us");
+    EXPECT_EQ(exposure.kind, TovCam::FeatureKind::Float);
+    EXPECT_EQ(exposure.representation, TovCam::FeatureRepresentation::Logarithmic);
+    EXPECT_EQ(exposure.notation, TovCam::FeatureNotation::Fixed);
+    EXPECT_EQ(exposure.precision, 1);
+    EXPECT_TRUE(exposure.streamable);
+    EXPECT_FALSE(exposure.toolTip.empty() || exposure.description.empty());
+    EXPECT_EQ(info("GevMACAddress").representation, TovCam::FeatureRepresentation::MAC);
+    EXPECT_EQ(info("TLParamsLocked").visibility, TovCam::FeatureVisibility::Guru);
+    EXPECT_EQ(info("TLParamsLocked").precision, -1);
+    EXPECT_EQ(info("LineStatus").pollingTime, 500u); // its register's
+    EXPECT_EQ(info("Width").pollingTime, 0u);
+    EXPECT_EQ(info("PixelFormat").entries.front().toolTip, "Grey, 8 bits a sample.");
+    EXPECT_TRUE(named(info("AnalogControl").children, "Gain"));
+    EXPECT_TRUE(named(info("GainSelector").selected, "Gain"));
+
+    struct
+    {
+        char const *feature, *dependent;
+        bool depends;
+    } const cases[] = {
+        {"GainSelector", "Gain", true},          // selected
+        {"TLParamsLocked", "PixelFormat", true}, // locked
+        {"OffsetX", "Width", true},              // a bound, through a formula
+        {"Width", "OffsetX", true},
+        {"Width", "Gain", false},
+        {"LUTIndex", "LUTValue", true},
+        {"BinningHorizontal", "WidthMax", true},
+        {"DeviceTemperatureSelector", "DeviceTemperature", true},
+        {"ExposureTime", "ExposureTime", false},
+    };
+    for (auto const &c : cases)
+        EXPECT_EQ(named(info(c.feature).dependents, c.dependent), c.depends) << c.feature << ' ' << c.dependent;
+
+    // A lock shows at once.
+    TovCam::FeatureState state;
+    for (std::int64_t const locked : {1, 0}) {
+        ASSERT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", locked), 0);
+        ASSERT_EQ(m_nodes->ReadFeature(FindFeature(m_nodes, "Width"), &state), 0);
+        EXPECT_EQ(state.access, locked ? TovCam::FeatureAccess::ReadOnly : TovCam::FeatureAccess::ReadWrite);
+    }
+    ASSERT_EQ(m_nodes->ExecuteCommand("SimLoseCamera"), 0);
+    state = {};
+    std::int32_t const status = m_nodes->ReadFeature(FindFeature(m_nodes, "Gain"), &state);
+    EXPECT_EQ(status != 0 ? status : state.valueStatus, TOV_CAM_ERR_NO_DEVICE);
+}
+
+// A camera that takes its time over an access holds up neither the end of the connection nor the next one.
+TEST_F(SimTest, ReleaseDoesNotWaitForASlowAccess)
+{
+    OpenModel();
+    std::uint32_t const gain = FindFeature(m_nodes, "Gain");
+    ASSERT_EQ(m_nodes->SetIntegerValue("SimSlowDelay", 1500), 0);
+    ASSERT_EQ(m_nodes->SetStringValue("SimSlowFeature", "Gain"), 0);
+    TovCam::ParamArray *const nodes = m_nodes;
+    auto slow = std::async(std::launch::async, [nodes, gain, hold = nodes->Hold()] {
+        TovCam::FeatureState state;
+        return nodes->ReadFeature(gain, &state);
+    });
+    EXPECT_EQ(slow.wait_for(200ms), std::future_status::timeout);
+    std::shared_ptr<void> hold = nodes->Hold();
+    Clock::time_point const begin = Clock::now();
+    Close();
+    TovCam::FeatureState state;
+    EXPECT_EQ(nodes->ReadFeature(gain, &state), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_NE(nodes->GetFeature(gain), nullptr);
+    OpenModel();
+    EXPECT_GT(m_nodes->GetIntegerValue("Width", nullptr), 0);
+    EXPECT_LT(Clock::now() - begin, 1200ms);
+    EXPECT_EQ(slow.wait_for(0ms), std::future_status::timeout);
+    hold.reset(); // the access alone keeps what it needs
+    slow.wait();
 }
 
 // The mosaic's colours are where its name says: red bars are bright on red pixels alone.

@@ -1,9 +1,12 @@
 // Finds and opens real cameras through Aravis.
 #include "aravisdevice.h"
 #include "gvcp.h"
+#include "hostinfo.h"
 
 #include <algorithm>
 #include <arv.h>
+#include <map>
+#include <mutex>
 
 namespace {
 
@@ -133,14 +136,53 @@ public:
         return IsGigE() ? OpenGigE(info, error) : OpenUSB3(info, error);
     }
 
-    TovCam::ParamArray *GetInterfaceParameters(InterfaceImpl *, std::int32_t *) override
+    // Of the adapter that leads to the camera opened last, or to the first one of the list.
+    TovCam::ParamArray *GetInterfaceParameters(InterfaceImpl *interface, std::int32_t *) override
     {
-        return nullptr;
+        std::string name;
+        if (IsGigE()) {
+            std::string address;
+            {
+                std::lock_guard<std::mutex> lock(m_paramsMutex);
+                address = m_openedAddress;
+            }
+            if (TovCam::DeviceInfo *const first = interface->GetFirstDeviceInfo(); first && address.empty())
+                address = first->GetAddress();
+            name = address.empty() ? "" : FindAdapter(GvcpClient(address).GetLocalAddress());
+            if (name.empty())
+                return nullptr;
+        }
+        std::lock_guard<std::mutex> lock(m_paramsMutex);
+        std::unique_ptr<FixedParams> &params = m_params[name];
+        if (!params && IsGigE()) {
+            std::uint64_t const mac = HostFacts().GetAdapter(name).mac;
+            params = MakeInterfaceParams(name, "eth:" + name, &mac);
+        } else if (!params) {
+            params = MakeInterfaceParams(interface->GetInterfaceDescription(), "usb", nullptr);
+        }
+        return params.get();
     }
 
-    std::string GetHostInformation(DeviceInfoImpl *) override
+    std::string GetHostInformation(DeviceInfoImpl *info) override
     {
-        return {};
+        HostFacts const host;
+        if (!IsGigE()) {
+            return AlignLines({{"Camera driver", AravisVersion()},
+                               {"USB speed", host.GetUsbSpeed(info->serial)},
+                               {"USB buffer", host.GetUsbBuffer()},
+                               {"Kernel", host.GetKernel()}});
+        }
+        std::string const address = GvcpClient(info->address).GetLocalAddress();
+        NetworkAdapter const adapter = host.GetAdapter(FindAdapter(address));
+        return AlignLines({{"Camera driver", AravisVersion()},
+                           {"Camera address", info->address},
+                           {"Host address", address},
+                           {"Adapter", adapter.name},
+                           {"Adapter driver", adapter.driver},
+                           {"MTU", adapter.mtu},
+                           {"Link speed", adapter.speed},
+                           {"Receive buffer", host.GetReceiveBuffer()},
+                           {"Kernel", host.GetKernel()}});
     }
 
 private:
@@ -227,6 +269,10 @@ private:
             return fail(TOV_CAM_ERR_GENICAM_ACCESS);
         }
         info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
+        {
+            std::lock_guard<std::mutex> lock(m_paramsMutex);
+            m_openedAddress = info->address;
+        }
         return new AravisDevice(device, info, info->address);
     }
 
@@ -253,6 +299,10 @@ private:
     // Used by Update and Find, which come one at a time.
     std::vector<DeviceInfoImpl *> m_visible;
     std::vector<std::string> m_asked; // addresses
+
+    std::mutex m_paramsMutex;                                     // guards the two below
+    std::string m_openedAddress;                                  // of the camera opened last
+    std::map<std::string, std::unique_ptr<FixedParams>> m_params; // by adapter; kept, as callers hold them
 };
 
 } // namespace

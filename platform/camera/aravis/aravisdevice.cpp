@@ -90,7 +90,7 @@ void AravisDevice::OnControlLost()
     m_events.Emit(TovCam::EventConnectionLost, nullptr, 0);
 }
 
-void AravisDevice::Release()
+bool AravisDevice::BeginRelease()
 {
     {
         std::unique_lock<std::mutex> lock(m_relay->mutex);
@@ -98,20 +98,29 @@ void AravisDevice::Release()
             // From the callback itself: the thread it runs on could neither be waited for nor end the device.
             lock.unlock();
             Background::Run([this] { Release(); }, 0ms);
-            return;
+            return false;
         }
         m_relay->idle.wait(lock, [this] { return m_relay->inside == std::thread::id(); });
         m_relay->device = nullptr;
     }
     g_signal_handler_disconnect(m_device, m_lossHandler);
-    EndEvents();
+    return true;
+}
+
+void AravisDevice::Close()
+{
     m_stream->Close();
-    // The last reference goes where nobody waits for a camera that is gone.
-    auto *const device = static_cast<ArvDevice *>(g_object_ref(m_device));
     if (!m_reachability.IsLost())
         m_info->access.store(TovCam::DeviceInfo::AccessFree, std::memory_order_relaxed);
-    delete this;
-    Background::Run([device] { g_object_unref(device); }, ClosePatience);
+}
+
+void AravisDevice::SayGoodbye(ArvDevice *device, bool mayWait)
+{
+    // The last reference goes where nobody waits for a camera that is gone.
+    if (mayWait)
+        Background::Run([device] { g_object_unref(device); }, ClosePatience);
+    else
+        g_object_unref(device);
 }
 
 TovCam::Stream *AravisDevice::GetStreamByIndex(std::uint32_t index)

@@ -16,13 +16,15 @@ public:
     // Takes over the reference. `address` is the camera's IP address, "" for USB3 Vision.
     AravisDevice(ArvDevice *device, DeviceInfoImpl *info, std::string const &address);
 
-    void Release() override;
     TovCam::Stream *GetStreamByIndex(std::uint32_t index) override;
     std::int32_t RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
     std::int32_t ReadRegister(std::uint64_t address, void *buffer, std::size_t size) override;
 
 protected:
     bool CanServe(std::uint32_t eventId) const override;
+    bool BeginRelease() override;
+    void Close() override;
+    void SayGoodbye(ArvDevice *device, bool mayWait) override;
 
 private:
     struct LossRelay;

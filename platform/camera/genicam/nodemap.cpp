@@ -1,9 +1,14 @@
 #include "nodemap.h"
 
+#include "featuretree.h"
 #include "xmlcheck.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <limits>
 #include <set>
+#include <vector>
 
 std::int32_t StatusFromError(GError const *error)
 {
@@ -143,36 +148,224 @@ std::int32_t CheckWritable(ArvGcFeatureNode *node)
     return TOV_CAM_ERR_OK;
 }
 
+constexpr guint64 MaxRegister = 1u << 20; // bytes; a table of corrections has some ten thousand
+
+// ---- Writing a node of a known type that has been found writable ----
+
+std::int32_t WriteInteger(ArvGcFeatureNode *node, std::int64_t value)
+{
+    ArvGcInteger *const integer = ARV_GC_INTEGER(node);
+    // ArvGc checks the bounds, and lets values between two steps pass.
+    gint64 const increment = arv_gc_integer_get_inc(integer, nullptr);
+    if (increment > 1) {
+        gint64 const minimum = arv_gc_integer_get_min(integer, nullptr);
+        auto const distance = static_cast<std::uint64_t>(value) - static_cast<std::uint64_t>(minimum);
+        if (value >= minimum && distance % static_cast<std::uint64_t>(increment) != 0)
+            return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    }
+    ErrorSlot error;
+    arv_gc_integer_set_value(integer, value, error);
+    return error.Status();
+}
+
+std::int32_t WriteFloat(ArvGcFeatureNode *node, double value)
+{
+    if (std::isnan(value))
+        return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    ErrorSlot error;
+    arv_gc_float_set_value(ARV_GC_FLOAT(node), value, error);
+    return error.Status();
+}
+
+std::int32_t WriteBoolean(ArvGcFeatureNode *node, bool value)
+{
+    ErrorSlot error;
+    arv_gc_boolean_set_value(ARV_GC_BOOLEAN(node), value, error);
+    return error.Status();
+}
+
+// 0 where the entry can be chosen now.
+std::int32_t CheckEntry(ArvGcFeatureNode *entry)
+{
+    ErrorSlot implementedError, availableError;
+    bool const offered = arv_gc_feature_node_is_implemented(entry, implementedError) &&
+                         arv_gc_feature_node_is_available(entry, availableError);
+    for (std::int32_t const status : {implementedError.Status(), availableError.Status()}) {
+        if (status != TOV_CAM_ERR_OK)
+            return status;
+    }
+    return offered ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_ACCESS;
+}
+
+std::int32_t WriteEntry(ArvGcFeatureNode *node, char const *name)
+{
+    ArvGcEnumeration *const enumeration = ARV_GC_ENUMERATION(node);
+    for (GSList const *i = arv_gc_enumeration_get_entries(enumeration); i; i = i->next) {
+        ArvGcFeatureNode *const entry = ARV_GC_FEATURE_NODE(i->data);
+        if (g_strcmp0(arv_gc_feature_node_get_name(entry), name) != 0)
+            continue;
+        if (std::int32_t const status = CheckEntry(entry); status != TOV_CAM_ERR_OK)
+            return status;
+    }
+    ErrorSlot error;
+    arv_gc_enumeration_set_string_value(enumeration, name, error);
+    return error.Status();
+}
+
+std::int32_t WriteString(ArvGcFeatureNode *node, char const *value)
+{
+    ArvGcString *const string = ARV_GC_STRING(node);
+    ErrorSlot slot;
+    gint64 const room = arv_gc_string_get_max_length(string, slot);
+    if (room > static_cast<gint64>(MaxRegister))
+        return TOV_CAM_ERR_GENICAM_TREE;
+    if (slot.Status() == TOV_CAM_ERR_OK && room > 0 && std::char_traits<char>::length(value) > std::size_t(room))
+        return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    ErrorSlot error;
+    arv_gc_string_set_value(string, value, error);
+    return error.Status();
+}
+
+std::int32_t WriteRegister(ArvGcFeatureNode *node, std::string const &bytes)
+{
+    ErrorSlot lengthError, error;
+    guint64 const length = arv_gc_register_get_length(ARV_GC_REGISTER(node), lengthError);
+    if (lengthError.Status() != TOV_CAM_ERR_OK)
+        return lengthError.Status();
+    if (length > MaxRegister)
+        return TOV_CAM_ERR_GENICAM_TREE;
+    if (bytes.empty() || bytes.size() != length)
+        return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    arv_gc_register_set(ARV_GC_REGISTER(node), bytes.data(), length, error);
+    return error.Status();
+}
+
+std::int32_t Execute(ArvGcFeatureNode *node)
+{
+    ErrorSlot error;
+    arv_gc_command_execute(ARV_GC_COMMAND(node), error);
+    return error.Status();
+}
+
+// ---- Reading a node of a known type that has been found readable ----
+
+std::int32_t ReadRegister(ArvGcFeatureNode *node, std::uint64_t *size, std::string *bytes)
+{
+    ErrorSlot lengthError, error;
+    guint64 const length = arv_gc_register_get_length(ARV_GC_REGISTER(node), lengthError);
+    if (lengthError.Status() != TOV_CAM_ERR_OK)
+        return lengthError.Status();
+    if (length > MaxRegister)
+        return TOV_CAM_ERR_GENICAM_TREE;
+    *size = length;
+    std::string read(length, '\0');
+    if (length > 0)
+        arv_gc_register_get(ARV_GC_REGISTER(node), read.data(), length, error);
+    if (error.Status() == TOV_CAM_ERR_OK)
+        *bytes = std::move(read);
+    return error.Status();
+}
+
+// Of a text that stands in a register: ArvGc trusts it to have an end.
+std::int32_t ReadText(ArvGcFeatureNode *node, std::string *text)
+{
+    text->clear();
+    ArvGcNode *source = ARV_GC_NODE(node);
+    for (int links = 0; ARV_IS_GC_FEATURE_NODE(source) && links < 100; ++links) {
+        if (ARV_IS_GC_REGISTER(source)) {
+            std::uint64_t size = 0;
+            std::int32_t const status = ReadRegister(ARV_GC_FEATURE_NODE(source), &size, text);
+            text->resize(std::min(text->find('\0'), text->size()));
+            return status;
+        }
+        ArvGcNode *const present = source;
+        source = nullptr;
+        for (ArvDomNode *child = arv_dom_node_get_first_child(ARV_DOM_NODE(present)); child;
+             child = arv_dom_node_get_next_sibling(child)) {
+            if (ARV_IS_GC_PROPERTY_NODE(child) &&
+                arv_gc_property_node_get_node_type(ARV_GC_PROPERTY_NODE(child)) == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE)
+                source = arv_gc_property_node_get_linked_node(ARV_GC_PROPERTY_NODE(child));
+        }
+    }
+    ErrorSlot error;
+    char const *const value = arv_gc_string_get_value(ARV_GC_STRING(node), error);
+    *text = value ? value : "";
+    return error.Status();
+}
+
+void ReadLimits(ArvGcFeatureNode *node, TovCam::FeatureKind kind, TovCam::FeatureState &state)
+{
+    if (kind == TovCam::FeatureKind::Integer) {
+        ArvGcInteger *const integer = ARV_GC_INTEGER(node);
+        state.minimum = arv_gc_integer_get_min(integer, nullptr);
+        state.maximum = arv_gc_integer_get_max(integer, nullptr);
+        state.increment = std::max<gint64>(arv_gc_integer_get_inc(integer, nullptr), 1);
+    } else if (kind == TovCam::FeatureKind::Float) {
+        ArvGcFloat *const real = ARV_GC_FLOAT(node);
+        state.realMinimum = arv_gc_float_get_min(real, nullptr);
+        state.realMaximum = arv_gc_float_get_max(real, nullptr);
+        double const increment = arv_gc_float_get_inc(real, nullptr);
+        // ArvGc has the smallest number there is for none.
+        state.realIncrement = increment > std::numeric_limits<double>::min() ? increment : 0.0;
+    } else if (kind == TovCam::FeatureKind::String) {
+        state.length =
+            static_cast<std::uint64_t>(std::max<gint64>(arv_gc_string_get_max_length(ARV_GC_STRING(node), nullptr), 0));
+    }
+}
+
 } // namespace
 
 struct NodeMap::Impl
 {
-    // The device's lock for the time of one call, and whether the camera may be asked at all.
+    // The device's lock for the time of one call, and whether the camera may be asked at all: nothing of the
+    // description is touched where `status` is not 0.
     struct Hold
     {
-        explicit Hold(Impl &map) : map(map), lock(map.access)
+        explicit Hold(Impl &impl) : map(impl), lock(impl.access, std::defer_lock)
         {
+            // A refused call does not wait for one that is under way.
+            if (map.refused.load(std::memory_order_acquire))
+                return;
+            lock.lock();
+            if (map.refused.load(std::memory_order_acquire))
+                return;
+            entered = true;
             if (map.depth++ == 0 && map.gate)
                 map.refusal = map.gate->Enter();
+            status = map.refusal;
         }
         ~Hold()
         {
-            if (--map.depth == 0 && map.gate)
+            if (entered && --map.depth == 0 && map.gate)
                 map.gate->Leave();
         }
         Impl &map;
-        std::lock_guard<std::recursive_mutex> lock;
+        std::unique_lock<std::recursive_mutex> lock;
+        bool entered = false;
+        std::int32_t status = TOV_CAM_ERR_NO_DEVICE;
     };
 
-    class Integer final : public TovCam::IntParam
+    // What the parameters of every type share.
+    class Base
+    {
+    protected:
+        Base(Impl &map, ArvGcFeatureNode *node) : m_map(map), m_node(node), m_name(arv_gc_feature_node_get_name(node))
+        {
+        }
+        Impl &m_map;
+        ArvGcFeatureNode *const m_node;
+        std::string const m_name;
+    };
+
+    class Integer final : public TovCam::IntParam, Base
     {
     public:
-        Integer(Impl &map, ArvGcFeatureNode *node) : m_map(map), m_node(node)
+        Integer(Impl &map, ArvGcFeatureNode *node) : Base(map, node)
         {
         }
         char const *GetName() override
         {
-            return arv_gc_feature_node_get_name(m_node);
+            return m_name.c_str();
         }
         std::int64_t GetValue(std::int32_t *error) override
         {
@@ -192,7 +385,7 @@ struct NodeMap::Impl
         {
             Hold const hold(m_map);
             ErrorSlot slot;
-            std::int32_t status = m_map.refusal;
+            std::int32_t status = hold.status;
             std::int64_t value = 0;
             if (status == TOV_CAM_ERR_OK) {
                 value = get(ARV_GC_INTEGER(m_node), slot);
@@ -201,33 +394,27 @@ struct NodeMap::Impl
             Store(error, status);
             return status == TOV_CAM_ERR_OK ? value : 0;
         }
-
-        Impl &m_map;
-        ArvGcFeatureNode *const m_node;
     };
 
-    class String final : public TovCam::StringParam
+    class String final : public TovCam::StringParam, Base
     {
     public:
-        String(Impl &map, ArvGcFeatureNode *node) : m_map(map), m_node(node)
+        String(Impl &map, ArvGcFeatureNode *node) : Base(map, node)
         {
         }
         char const *GetName() override
         {
-            return arv_gc_feature_node_get_name(m_node);
+            return m_name.c_str();
         }
         char const *GetValue(std::int32_t *error) override
         {
             Hold const hold(m_map);
-            ErrorSlot slot;
-            std::int32_t status = m_map.CheckReadable(m_node);
-            char const *text = nullptr;
-            if (status == TOV_CAM_ERR_OK) {
-                text = arv_gc_string_get_value(ARV_GC_STRING(m_node), slot);
-                status = slot.Status();
-            }
+            std::int32_t status = hold.status != TOV_CAM_ERR_OK ? hold.status : CheckReadable(m_node);
+            std::string text;
+            if (status == TOV_CAM_ERR_OK)
+                status = ReadText(m_node, &text);
             Store(error, status);
-            if (status != TOV_CAM_ERR_OK || !text)
+            if (status != TOV_CAM_ERR_OK)
                 return "";
             if (m_text != text) // an unchanged text keeps its place
                 m_text = text;
@@ -235,30 +422,24 @@ struct NodeMap::Impl
         }
 
     private:
-        Impl &m_map;
-        ArvGcFeatureNode *const m_node;
         std::string m_text; // guarded by the device's lock
     };
 
-    class Enumeration final : public TovCam::EnumParam
+    class Enumeration final : public TovCam::EnumParam, Base
     {
     public:
-        Enumeration(Impl &map, ArvGcFeatureNode *node) : m_map(map), m_node(node)
+        Enumeration(Impl &map, ArvGcFeatureNode *node) : Base(map, node)
         {
         }
         char const *GetName() override
         {
-            return arv_gc_feature_node_get_name(m_node);
+            return m_name.c_str();
         }
         char const *GetValueStr(std::int32_t *error) override
         {
             char const *const text = m_map.ReadEnumeration(m_node, error);
             return text ? text : "";
         }
-
-    private:
-        Impl &m_map;
-        ArvGcFeatureNode *const m_node;
     };
 
     Impl(ArvDevice *device, std::recursive_mutex &mutex) : access(mutex)
@@ -282,20 +463,18 @@ struct NodeMap::Impl
 
     ~Impl()
     {
-        if (genicam)
-            g_object_unref(genicam);
+        g_clear_object(&genicam);
     }
 
-    // With the lock held. A node that the camera declares as not implemented is as good as absent.
-    ArvGcFeatureNode *Find(char const *name, std::int32_t &result)
+    // A node that the camera declares as not implemented is as good as absent.
+    ArvGcFeatureNode *Find(Hold const &hold, char const *name, std::int32_t &result)
     {
+        result = hold.status;
+        if (result != TOV_CAM_ERR_OK)
+            return nullptr;
         result = status != TOV_CAM_ERR_OK ? status : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
         if (!genicam || !name)
             return nullptr;
-        if (refusal != TOV_CAM_ERR_OK) {
-            result = refusal;
-            return nullptr;
-        }
         ArvGcNode *const node = arv_gc_get_node(genicam, name);
         if (!ARV_IS_GC_FEATURE_NODE(node))
             return nullptr;
@@ -307,13 +486,39 @@ struct NodeMap::Impl
         return ARV_GC_FEATURE_NODE(node);
     }
 
-    ArvGcFeatureNode *Find(char const *name, NodeType type, std::int32_t &result)
+    ArvGcFeatureNode *Find(Hold const &hold, char const *name, NodeType type, std::int32_t &result)
     {
-        ArvGcFeatureNode *const node = Find(name, result);
+        ArvGcFeatureNode *const node = Find(hold, name, result);
         if (!node || TypeOf(ARV_GC_NODE(node)) == type)
             return node;
         result = TOV_CAM_ERR_GENICAM_PARAM_TYPE;
         return nullptr;
+    }
+
+    // A node of the tree. `tree` is there whenever the outcome is not null.
+    ArvGcFeatureNode *Find(Hold const &hold, std::uint32_t index, std::int32_t &result)
+    {
+        result = hold.status;
+        FeatureTree *const features = result == TOV_CAM_ERR_OK ? GetTree() : nullptr;
+        ArvGcFeatureNode *const node = features ? features->GetNode(index) : nullptr;
+        if (!node && result == TOV_CAM_ERR_OK)
+            result = TOV_CAM_ERR_INVALID_INDEX;
+        return node;
+    }
+
+    // Null where there is none and none can be made any more.
+    FeatureTree *GetTree()
+    {
+        if (FeatureTree *const made = publishedTree.load(std::memory_order_acquire))
+            return made;
+        Hold const hold(*this);
+        if (!hold.entered || !genicam)
+            return nullptr;
+        if (!tree) {
+            tree = std::make_unique<FeatureTree>(genicam);
+            publishedTree.store(tree.get(), std::memory_order_release);
+        }
+        return tree.get();
     }
 
     // The one Param of a node, made on first sight.
@@ -323,7 +528,7 @@ struct NodeMap::Impl
     {
         Hold const hold(*this);
         std::int32_t result;
-        ArvGcFeatureNode *const node = Find(name, type, result);
+        ArvGcFeatureNode *const node = Find(hold, name, type, result);
         Store(error, result);
         if (!node)
             return nullptr;
@@ -339,15 +544,11 @@ struct NodeMap::Impl
     {
         Hold const hold(*this);
         std::int32_t result;
-        ArvGcFeatureNode *const node = Find(name, type, result);
+        ArvGcFeatureNode *const node = Find(hold, name, type, result);
         if (!node)
             return result;
         result = CheckWritable(node);
-        if (result != TOV_CAM_ERR_OK)
-            return result;
-        ErrorSlot error;
-        result = write(node, error);
-        return result != TOV_CAM_ERR_OK ? result : error.Status();
+        return result == TOV_CAM_ERR_OK ? write(node) : result;
     }
 
     std::int64_t ReadInteger(ArvGcFeatureNode *node, std::int32_t *error)
@@ -355,7 +556,7 @@ struct NodeMap::Impl
         Hold const hold(*this);
         ErrorSlot slot;
         std::int64_t value = 0;
-        std::int32_t result = CheckReadable(node);
+        std::int32_t result = hold.status != TOV_CAM_ERR_OK ? hold.status : CheckReadable(node);
         if (result == TOV_CAM_ERR_OK) {
             value = arv_gc_integer_get_value(ARV_GC_INTEGER(node), slot);
             result = slot.Status();
@@ -369,7 +570,7 @@ struct NodeMap::Impl
         Hold const hold(*this);
         ErrorSlot slot;
         char const *text = nullptr;
-        std::int32_t result = CheckReadable(node);
+        std::int32_t result = hold.status != TOV_CAM_ERR_OK ? hold.status : CheckReadable(node);
         if (result == TOV_CAM_ERR_OK) {
             text = arv_gc_enumeration_get_string_value(ARV_GC_ENUMERATION(node), slot);
             result = slot.Status();
@@ -381,18 +582,16 @@ struct NodeMap::Impl
         return result == TOV_CAM_ERR_OK ? texts.emplace(text).first->c_str() : nullptr;
     }
 
-    // With the lock held.
-    std::int32_t CheckReadable(ArvGcFeatureNode *node) const
-    {
-        return refusal != TOV_CAM_ERR_OK ? refusal : ::CheckReadable(node);
-    }
-
-    std::recursive_mutex &access; // guards everything below
+    std::atomic<bool> refused{false};
+    std::atomic<FeatureTree *> publishedTree{nullptr}; // `tree`, once it is made
+    std::weak_ptr<void> owner;                         // set before the map is handed out
+    std::recursive_mutex &access;                      // guards everything below
     AccessGate *gate = nullptr;
     int depth = 0;                         // of calls that hold the lock
     std::int32_t refusal = TOV_CAM_ERR_OK; // what the gate said to the outermost call
     ArvGc *genicam = nullptr;
     std::int32_t status = TOV_CAM_ERR_OK;
+    std::unique_ptr<FeatureTree> tree;
     std::map<std::string, std::unique_ptr<Integer>, std::less<>> integers;
     std::map<std::string, std::unique_ptr<String>, std::less<>> strings;
     std::map<std::string, std::unique_ptr<Enumeration>, std::less<>> enumerations;
@@ -414,7 +613,7 @@ bool NodeMap::HasNode(char const *name)
 {
     Impl::Hold const hold(*m_impl);
     std::int32_t result;
-    return m_impl->Find(name, result) != nullptr;
+    return m_impl->Find(hold, name, result) != nullptr;
 }
 
 void NodeMap::SetGate(AccessGate *gate)
@@ -422,6 +621,28 @@ void NodeMap::SetGate(AccessGate *gate)
     std::lock_guard<std::recursive_mutex> lock(m_impl->access);
     m_impl->gate = gate;
 }
+
+void NodeMap::SetOwner(std::weak_ptr<void> owner)
+{
+    m_impl->owner = std::move(owner);
+}
+
+void NodeMap::Refuse()
+{
+    m_impl->refused.store(true, std::memory_order_release);
+}
+
+void NodeMap::Drop()
+{
+    g_clear_object(&m_impl->genicam);
+}
+
+std::shared_ptr<void> NodeMap::Hold()
+{
+    return m_impl->owner.lock();
+}
+
+// ---- Nodes by their names ------------------------------------------------------------------------------------------
 
 TovCam::EnumParam *NodeMap::GetEnum(char const *name, std::int32_t *error)
 {
@@ -442,7 +663,7 @@ char const *NodeMap::GetEnumValueStr(char const *name, std::int32_t *error)
 {
     Impl::Hold const hold(*m_impl);
     std::int32_t result;
-    ArvGcFeatureNode *const node = m_impl->Find(name, NodeType::Enumeration, result);
+    ArvGcFeatureNode *const node = m_impl->Find(hold, name, NodeType::Enumeration, result);
     if (node)
         return m_impl->ReadEnumeration(node, error);
     Store(error, result);
@@ -451,26 +672,15 @@ char const *NodeMap::GetEnumValueStr(char const *name, std::int32_t *error)
 
 std::int32_t NodeMap::SetIntegerValue(char const *name, std::int64_t value)
 {
-    return m_impl->WriteNode(name, NodeType::Integer, [value](ArvGcFeatureNode *node, GError **error) {
-        ArvGcInteger *const integer = ARV_GC_INTEGER(node);
-        // ArvGc checks the bounds, and lets values between two steps pass.
-        gint64 const increment = arv_gc_integer_get_inc(integer, nullptr);
-        if (increment > 1) {
-            gint64 const minimum = arv_gc_integer_get_min(integer, nullptr);
-            auto const distance = static_cast<std::uint64_t>(value) - static_cast<std::uint64_t>(minimum);
-            if (value >= minimum && distance % static_cast<std::uint64_t>(increment) != 0)
-                return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
-        }
-        arv_gc_integer_set_value(integer, value, error);
-        return TOV_CAM_ERR_OK;
-    });
+    return m_impl->WriteNode(name, NodeType::Integer,
+                             [value](ArvGcFeatureNode *node) { return WriteInteger(node, value); });
 }
 
 std::int64_t NodeMap::GetIntegerValue(char const *name, std::int32_t *error)
 {
     Impl::Hold const hold(*m_impl);
     std::int32_t result;
-    ArvGcFeatureNode *const node = m_impl->Find(name, NodeType::Integer, result);
+    ArvGcFeatureNode *const node = m_impl->Find(hold, name, NodeType::Integer, result);
     if (node)
         return m_impl->ReadInteger(node, error);
     Store(error, result);
@@ -479,47 +689,28 @@ std::int64_t NodeMap::GetIntegerValue(char const *name, std::int32_t *error)
 
 std::int32_t NodeMap::ExecuteCommand(char const *name)
 {
-    return m_impl->WriteNode(name, NodeType::Command, [](ArvGcFeatureNode *node, GError **error) {
-        arv_gc_command_execute(ARV_GC_COMMAND(node), error);
-        return TOV_CAM_ERR_OK;
-    });
+    return m_impl->WriteNode(name, NodeType::Command, Execute);
 }
 
 std::int32_t NodeMap::SetEnumValueStr(char const *name, char const *value)
 {
     if (!value)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
-    return m_impl->WriteNode(name, NodeType::Enumeration, [value](ArvGcFeatureNode *node, GError **error) {
-        ArvGcEnumeration *const enumeration = ARV_GC_ENUMERATION(node);
-        for (GSList const *i = arv_gc_enumeration_get_entries(enumeration); i; i = i->next) {
-            ArvGcFeatureNode *const entry = ARV_GC_FEATURE_NODE(i->data);
-            if (g_strcmp0(arv_gc_feature_node_get_name(entry), value) != 0)
-                continue;
-            ErrorSlot slot;
-            if (!arv_gc_feature_node_is_implemented(entry, slot) || !arv_gc_feature_node_is_available(entry, slot))
-                return slot.Status() != TOV_CAM_ERR_OK ? slot.Status()
-                                                       : static_cast<std::int32_t>(TOV_CAM_ERR_GENICAM_ACCESS);
-        }
-        arv_gc_enumeration_set_string_value(enumeration, value, error);
-        return static_cast<std::int32_t>(TOV_CAM_ERR_OK);
-    });
+    return m_impl->WriteNode(name, NodeType::Enumeration,
+                             [value](ArvGcFeatureNode *node) { return WriteEntry(node, value); });
 }
 
 std::int32_t NodeMap::SetFloatValue(char const *name, double value)
 {
-    if (std::isnan(value))
-        return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
-    return m_impl->WriteNode(name, NodeType::Float, [value](ArvGcFeatureNode *node, GError **error) {
-        arv_gc_float_set_value(ARV_GC_FLOAT(node), value, error);
-        return TOV_CAM_ERR_OK;
-    });
+    return m_impl->WriteNode(name, NodeType::Float,
+                             [value](ArvGcFeatureNode *node) { return WriteFloat(node, value); });
 }
 
 double NodeMap::GetFloatValue(char const *name, std::int32_t *error)
 {
     Impl::Hold const hold(*m_impl);
     std::int32_t result;
-    ArvGcFeatureNode *const node = m_impl->Find(name, NodeType::Float, result);
+    ArvGcFeatureNode *const node = m_impl->Find(hold, name, NodeType::Float, result);
     double value = 0.0;
     if (node && (result = CheckReadable(node)) == TOV_CAM_ERR_OK) {
         ErrorSlot slot;
@@ -532,23 +723,232 @@ double NodeMap::GetFloatValue(char const *name, std::int32_t *error)
 
 std::int32_t NodeMap::SetBooleanValue(char const *name, bool value)
 {
-    return m_impl->WriteNode(name, NodeType::Boolean, [value](ArvGcFeatureNode *node, GError **error) {
-        arv_gc_boolean_set_value(ARV_GC_BOOLEAN(node), value, error);
-        return TOV_CAM_ERR_OK;
-    });
+    return m_impl->WriteNode(name, NodeType::Boolean,
+                             [value](ArvGcFeatureNode *node) { return WriteBoolean(node, value); });
 }
 
 std::int32_t NodeMap::SetStringValue(char const *name, char const *value)
 {
     if (!value)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
-    return m_impl->WriteNode(name, NodeType::String, [value](ArvGcFeatureNode *node, GError **error) {
-        ArvGcString *const string = ARV_GC_STRING(node);
-        ErrorSlot slot;
-        gint64 const room = arv_gc_string_get_max_length(string, slot);
-        if (slot.Status() == TOV_CAM_ERR_OK && room > 0 && std::char_traits<char>::length(value) > std::size_t(room))
-            return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
-        arv_gc_string_set_value(string, value, error);
+    return m_impl->WriteNode(name, NodeType::String,
+                             [value](ArvGcFeatureNode *node) { return WriteString(node, value); });
+}
+
+// ---- The feature tree ----------------------------------------------------------------------------------------------
+
+std::uint32_t NodeMap::GetFeatureCount()
+{
+    FeatureTree *const tree = m_impl->GetTree();
+    return tree ? tree->GetCount() : 0;
+}
+
+TovCam::FeatureInfo const *NodeMap::GetFeature(std::uint32_t index)
+{
+    FeatureTree *const tree = m_impl->GetTree();
+    return tree ? tree->GetInfo(index) : nullptr;
+}
+
+std::int32_t NodeMap::GetRole(std::uint32_t index, FeatureRole *role)
+{
+    *role = {};
+    Impl::Hold const hold(*m_impl);
+    std::int32_t result;
+    ArvGcFeatureNode *const node = m_impl->Find(hold, index, result);
+    if (!node)
+        return result;
+    ErrorSlot implemented, available, locked;
+    role->implemented = arv_gc_feature_node_is_implemented(node, implemented);
+    if (implemented.Status() != TOV_CAM_ERR_OK || !role->implemented)
+        return implemented.Status();
+    role->available = arv_gc_feature_node_is_available(node, available);
+    if (available.Status() != TOV_CAM_ERR_OK || !role->available)
+        return available.Status();
+    role->locked = arv_gc_feature_node_is_locked(node, locked);
+    role->writable = arv_gc_feature_node_get_actual_access_mode(node) != ARV_GC_ACCESS_MODE_RO;
+    return locked.Status();
+}
+
+std::int32_t NodeMap::ReadValue(std::uint32_t index, TovCam::FeatureState *state)
+{
+    using TovCam::FeatureAccess;
+    using TovCam::FeatureKind;
+
+    *state = {};
+    state->access = FeatureAccess::NotAvailable;
+    Impl::Hold const hold(*m_impl);
+    std::int32_t result;
+    ArvGcFeatureNode *const node = m_impl->Find(hold, index, result);
+    if (!node)
+        return result;
+    FeatureRole role;
+    result = GetRole(index, &role);
+    if (result != TOV_CAM_ERR_OK)
+        return result;
+    if (!role.implemented)
+        state->access = FeatureAccess::NotImplemented;
+    if (!role.available)
         return TOV_CAM_ERR_OK;
-    });
+    TovCam::FeatureInfo const &info = *m_impl->tree->GetInfo(index);
+    bool const writable = role.writable && !role.locked;
+    if (info.kind == FeatureKind::Category) {
+        state->access = FeatureAccess::ReadOnly;
+        return TOV_CAM_ERR_OK;
+    }
+    if (info.kind == FeatureKind::Command) {
+        state->access = writable ? FeatureAccess::WriteOnly : FeatureAccess::ReadOnly;
+        return TOV_CAM_ERR_OK;
+    }
+    bool const readable = arv_gc_feature_node_get_actual_access_mode(node) != ARV_GC_ACCESS_MODE_WO;
+    state->access = readable   ? writable ? FeatureAccess::ReadWrite : FeatureAccess::ReadOnly
+                    : writable ? FeatureAccess::WriteOnly
+                               : FeatureAccess::NotAvailable;
+    if (readable) {
+        ErrorSlot error;
+        TovCam::FeatureValue &value = state->value;
+        switch (info.kind) {
+        case FeatureKind::Integer:
+            value.integer = arv_gc_integer_get_value(ARV_GC_INTEGER(node), error);
+            break;
+        case FeatureKind::Float:
+            value.real = arv_gc_float_get_value(ARV_GC_FLOAT(node), error);
+            break;
+        case FeatureKind::Boolean:
+            value.integer = arv_gc_boolean_get_value(ARV_GC_BOOLEAN(node), error);
+            break;
+        case FeatureKind::Enumeration: {
+            value.integer = arv_gc_enumeration_get_int_value(ARV_GC_ENUMERATION(node), error);
+            auto const entry = std::find_if(info.entries.begin(), info.entries.end(),
+                                            [&value](auto const &one) { return one.value == value.integer; });
+            if (entry != info.entries.end())
+                value.text = entry->name;
+            else
+                state->valueStatus = TOV_CAM_ERR_GENICAM_OUT_OF_RANGE; // a register that holds no entry's value
+            break;
+        }
+        case FeatureKind::String:
+            state->valueStatus = ReadText(node, &value.text);
+            break;
+        case FeatureKind::Register:
+            state->valueStatus = ReadRegister(node, &state->length, &value.text);
+            break;
+        default:
+            break;
+        }
+        if (std::int32_t const status = error.Status(); status != TOV_CAM_ERR_OK)
+            state->valueStatus = status;
+        if (state->valueStatus != TOV_CAM_ERR_OK && info.kind != FeatureKind::Enumeration)
+            value = {};
+    }
+    return TOV_CAM_ERR_OK;
+}
+
+std::int32_t NodeMap::ReadFeature(std::uint32_t index, TovCam::FeatureState *state)
+{
+    if (!state)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    Impl::Hold const hold(*m_impl);
+    std::int32_t result = ReadValue(index, state);
+    // Whoever does not answer to one question would let the next ones wait as well.
+    bool const answers = state->valueStatus == TOV_CAM_ERR_OK || state->valueStatus == TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    if (result != TOV_CAM_ERR_OK || state->access < TovCam::FeatureAccess::WriteOnly || !answers)
+        return result;
+    ArvGcFeatureNode *const node = m_impl->Find(hold, index, result);
+    if (!node)
+        return result;
+    TovCam::FeatureKind const kind = m_impl->tree->GetInfo(index)->kind;
+    if (kind == TovCam::FeatureKind::Enumeration) {
+        std::vector<ArvGcFeatureNode *> const &entries = m_impl->tree->GetEntryNodes(index);
+        for (std::uint32_t i = 0; i < entries.size(); ++i) {
+            if (CheckEntry(entries[i]) == TOV_CAM_ERR_OK)
+                state->available.push_back(i);
+        }
+    }
+    ReadLimits(node, kind, *state);
+    return TOV_CAM_ERR_OK;
+}
+
+std::int32_t NodeMap::WriteFeature(std::uint32_t index, TovCam::FeatureValue const &value)
+{
+    using TovCam::FeatureKind;
+
+    Impl::Hold const hold(*m_impl);
+    std::int32_t result;
+    ArvGcFeatureNode *const node = m_impl->Find(hold, index, result);
+    if (!node)
+        return result;
+    FeatureRole role;
+    result = GetRole(index, &role);
+    if (result != TOV_CAM_ERR_OK)
+        return result;
+    if (!role.writable || role.locked)
+        return TOV_CAM_ERR_GENICAM_ACCESS;
+    TovCam::FeatureInfo const &info = *m_impl->tree->GetInfo(index);
+    switch (info.kind) {
+    case FeatureKind::Integer:
+        return WriteInteger(node, value.integer);
+    case FeatureKind::Float:
+        return WriteFloat(node, value.real);
+    case FeatureKind::Boolean:
+        return WriteBoolean(node, value.integer != 0);
+    case FeatureKind::Enumeration: {
+        if (!value.text.empty())
+            return WriteEntry(node, value.text.c_str());
+        auto const entry = std::find_if(info.entries.begin(), info.entries.end(),
+                                        [&value](auto const &one) { return one.value == value.integer; });
+        return entry != info.entries.end() ? WriteEntry(node, entry->name.c_str())
+                                           : TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT;
+    }
+    case FeatureKind::String:
+        return WriteString(node, value.text.c_str());
+    case FeatureKind::Command:
+        return Execute(node);
+    case FeatureKind::Register:
+        return WriteRegister(node, value.text);
+    case FeatureKind::Category:
+        break;
+    }
+    return TOV_CAM_ERR_GENICAM_PARAM_TYPE;
+}
+
+std::int32_t NodeMap::IsCommandDone(std::uint32_t index, bool *done)
+{
+    if (!done)
+        return TOV_CAM_ERR_INVALID_ARGUMENT;
+    *done = true;
+    Impl::Hold const hold(*m_impl);
+    std::int32_t result;
+    ArvGcFeatureNode *const node = m_impl->Find(hold, index, result);
+    if (!node)
+        return result;
+    if (!ARV_IS_GC_COMMAND(node))
+        return TOV_CAM_ERR_GENICAM_PARAM_TYPE;
+    ArvGcNode *target = nullptr;
+    ErrorSlot commandError, valueError;
+    gint64 command = 0;
+    for (ArvDomNode *child = arv_dom_node_get_first_child(ARV_DOM_NODE(node)); child;
+         child = arv_dom_node_get_next_sibling(child)) {
+        if (!ARV_IS_GC_PROPERTY_NODE(child))
+            continue;
+        ArvGcPropertyNode *const property = ARV_GC_PROPERTY_NODE(child);
+        switch (arv_gc_property_node_get_node_type(property)) {
+        case ARV_GC_PROPERTY_NODE_TYPE_P_VALUE:
+            target = arv_gc_property_node_get_linked_node(property);
+            break;
+        case ARV_GC_PROPERTY_NODE_TYPE_COMMAND_VALUE:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_COMMAND_VALUE:
+            if (commandError.Status() == TOV_CAM_ERR_OK)
+                command = arv_gc_property_node_get_int64(property, commandError);
+            break;
+        default:
+            break;
+        }
+    }
+    // A camera that cannot be asked has done it when it has taken the command.
+    if (!ARV_IS_GC_INTEGER(target) || ::CheckReadable(ARV_GC_FEATURE_NODE(target)) != TOV_CAM_ERR_OK)
+        return TOV_CAM_ERR_OK;
+    gint64 const value = arv_gc_integer_get_value(ARV_GC_INTEGER(target), valueError);
+    result = valueError.Status() != TOV_CAM_ERR_OK ? valueError.Status() : commandError.Status();
+    *done = result != TOV_CAM_ERR_OK || value != command;
+    return result;
 }

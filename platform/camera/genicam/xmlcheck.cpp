@@ -5,6 +5,7 @@
 #include <libxml/xmlreader.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,6 +14,8 @@
 
 namespace {
 
+constexpr long long MaxTable = 16 << 20; // bytes of a Register
+constexpr long long MaxNumber = 1024;    // bytes of a register that holds a number
 constexpr int MaxChain = 100;            // links from a feature to its last register; real cameras have about ten
 constexpr std::uint64_t MaxCost = 20000; // nodes evaluated for one value; real cameras need a few hundred
 
@@ -80,6 +83,17 @@ bool IsValueLink(std::string_view tag)
     return std::find(std::begin(Tags), std::end(Tags), tag) != std::end(Tags);
 }
 
+// ArvGc takes memory of a register's length before it asks the camera, and ends the program where there is none. A
+// length that another node tells is allowed for tables and texts, whose readers ask for it first.
+bool IsSaneLength(std::string const &parent, std::string_view tag, std::string const &text)
+{
+    bool const isTable = parent == "Register" || parent == "StringReg";
+    if (tag == "pLength")
+        return isTable;
+    long long const length = std::strtoll(text.c_str(), nullptr, 0); // as ArvGc reads it
+    return length >= 0 && length <= (isTable ? MaxTable : MaxNumber);
+}
+
 std::string Trimmed(std::string_view view)
 {
     char const *const blanks = " \t\r\n";
@@ -120,8 +134,10 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
         return TOV_CAM_ERR_GENICAM_TREE;
 
     Graph values, categories;
-    std::vector<std::string> owners; // the names of the open elements, "" for those without
-    std::string tag, text;           // of the innermost open element
+    std::vector<std::string> owners;   // the names of the open elements, "" for those without
+    std::vector<std::string> elements; // the tags of the open elements
+    std::string tag, text;             // of the innermost open element
+    bool sane = true;
     bool described = false;
     // A structure's entries share the links of the structure, which has no name.
     std::vector<std::string> structLinks, structEntries;
@@ -149,6 +165,8 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
                 structEntries.push_back(Attribute(reader, "Name"));
             }
             if (!xmlTextReaderIsEmptyElement(reader))
+                elements.push_back(tag);
+            if (!xmlTextReaderIsEmptyElement(reader))
                 owners.push_back(tag == "EnumEntry" || tag == "Group" || tag[0] == 'p' ? std::string()
                                                                                        : Attribute(reader, "Name"));
             break;
@@ -156,6 +174,10 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
         case XML_READER_TYPE_END_ELEMENT:
             if (!owners.empty())
                 owners.pop_back();
+            if (!elements.empty())
+                elements.pop_back();
+            if (tag == "Length" || tag == "pLength")
+                sane = sane && !elements.empty() && IsSaneLength(elements.back(), tag, Trimmed(text));
             if (tag == "pFeature" || IsValueLink(tag)) {
                 // An enumeration reads its entries, so what they link to is linked to by it.
                 std::string const target = Trimmed(text);
@@ -184,7 +206,7 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
             break;
         }
     }
-    if (status != 0 || !described || !values.IsBounded() || !categories.IsBounded())
+    if (status != 0 || !described || !sane || !values.IsBounded() || !categories.IsBounded())
         return TOV_CAM_ERR_GENICAM_TREE;
     return TOV_CAM_ERR_OK;
 }

@@ -1,6 +1,7 @@
 #include "backend.h"
 
 #include "genicam/xmlcheck.h"
+#include "hostinfo.h"
 #include "simdevice.h"
 
 #include <cstdlib>
@@ -93,20 +94,38 @@ public:
         return nullptr;
     }
 
-    TovCam::ParamArray *GetInterfaceParameters(InterfaceImpl *, std::int32_t *) override
+    TovCam::ParamArray *GetInterfaceParameters(InterfaceImpl *interface, std::int32_t *) override
     {
-        return nullptr;
+        return interface == &m_gige ? m_gigeParams.get() : m_usbParams.get();
     }
 
     std::string GetHostInformation(DeviceInfoImpl *info) override
     {
-        return "Link:     " + std::string(info->interface->GetInterfaceDescription()) +
-               "\nAdapter:  none, the camera runs inside this program\nDriver:   " +
-               info->interface->GetDriverVersion() + "\n";
+        HostFacts const host;
+        std::string const driver =
+            std::string(info->interface->GetInterfaceDescription()) + ' ' + info->interface->GetDriverVersion();
+        if (info->interface == &m_gige) {
+            return AlignLines({{"Camera driver", driver},
+                               {"Adapter", "simulated, the camera runs inside this program"},
+                               {"MTU", "9000 bytes (simulated)"},
+                               {"Link speed", "1000 Mb/s (simulated)"},
+                               {"Receive buffer", host.GetReceiveBuffer()},
+                               {"Kernel", host.GetKernel()}});
+        }
+        return AlignLines({{"Camera driver", driver},
+                           {"Adapter", "simulated, the camera runs inside this program"},
+                           {"USB speed", "5000 Mb/s (simulated)"},
+                           {"USB buffer", host.GetUsbBuffer()},
+                           {"Kernel", host.GetKernel()}});
     }
 
 private:
+    static constexpr std::uint64_t SimulatedMac = 0x02005E0FF1CE; // an address that no maker has
+
     InterfaceImpl m_gige, m_usb;
+    std::unique_ptr<FixedParams> const m_gigeParams =
+        MakeInterfaceParams("Simulated network adapter", "sim-gige", &SimulatedMac);
+    std::unique_ptr<FixedParams> const m_usbParams = MakeInterfaceParams("Simulated USB host", "sim-usb3", nullptr);
     std::vector<SimModel const *> m_models;
     std::string m_foreignXml;
     SimModel m_foreign{};

@@ -130,15 +130,10 @@ public:
 
     void Release() override
     {
-        {
-            std::lock_guard<std::recursive_mutex> lock(m_access);
-            Self(m_device)->camera = nullptr;
-        }
-        EndEvents();
-        m_stream.Shutdown();
         DeviceInfoImpl *const info = m_info;
         SystemHold const hold; // the information's owner stays until it has been told
-        delete this;
+        DeviceBase::Release();
+        // Each opening has a camera of its own, so the next one need not wait for a slow access of this one.
         info->access.store(TovCam::DeviceInfo::AccessFree);
     }
 
@@ -151,6 +146,11 @@ protected:
     bool CanServe(std::uint32_t) const override
     {
         return true;
+    }
+    void Close() override
+    {
+        Self(m_device)->camera = nullptr;
+        m_stream.Shutdown();
     }
 
 private:

@@ -21,8 +21,15 @@ struct Workers
 
     ~Workers()
     {
-        for (Worker &worker : workers)
-            worker.thread.join();
+        // A job may have started another one.
+        std::unique_lock<std::mutex> lock(mutex);
+        while (!workers.empty()) {
+            std::thread thread = std::move(workers.back().thread);
+            workers.pop_back();
+            lock.unlock();
+            thread.join();
+            lock.lock();
+        }
     }
 };
 

@@ -1,0 +1,133 @@
+// A camera's description from the wire: checked, loaded, and each of its features looked at, read and written.
+#include "driver.h"
+#include "memorycamera.h"
+
+#include "genicam/configuration.h"
+
+char const *const FuzzWords[] = {"Category",
+                                 "Integer",
+                                 "Float",
+                                 "Boolean",
+                                 "Enumeration",
+                                 "EnumEntry",
+                                 "Command",
+                                 "String",
+                                 "StringReg",
+                                 "IntReg",
+                                 "MaskedIntReg",
+                                 "FloatReg",
+                                 "Register",
+                                 "StructReg",
+                                 "StructEntry",
+                                 "SwissKnife",
+                                 "IntSwissKnife",
+                                 "Converter",
+                                 "IntConverter",
+                                 "Port",
+                                 "Group",
+                                 "pFeature",
+                                 "pValue",
+                                 "Value",
+                                 "pMin",
+                                 "pMax",
+                                 "pInc",
+                                 "Min",
+                                 "Max",
+                                 "Inc",
+                                 "pVariable",
+                                 "pSelected",
+                                 "pInvalidator",
+                                 "pIndex",
+                                 "pAddress",
+                                 "pLength",
+                                 "Length",
+                                 "Address",
+                                 "pPort",
+                                 "pIsLocked",
+                                 "pIsAvailable",
+                                 "pIsImplemented",
+                                 "pValueIndexed",
+                                 "ValueIndexed",
+                                 "pValueDefault",
+                                 "pValueCopy",
+                                 "Formula",
+                                 "FormulaTo",
+                                 "FormulaFrom",
+                                 "Expression",
+                                 "Constant",
+                                 "LSB",
+                                 "MSB",
+                                 "Bit",
+                                 "Sign",
+                                 "Endianess",
+                                 "AccessMode",
+                                 "RW",
+                                 "RO",
+                                 "WO",
+                                 "PollingTime",
+                                 "Streamable",
+                                 "Visibility",
+                                 "Representation",
+                                 "Unit",
+                                 "CommandValue",
+                                 "pCommandValue",
+                                 "OnValue",
+                                 "OffValue",
+                                 "Slope",
+                                 "Root",
+                                 "Device",
+                                 "Name",
+                                 "Offset",
+                                 "pOffset",
+                                 "Cachable",
+                                 nullptr};
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
+{
+    MemoryCamera camera(std::string(reinterpret_cast<char const *>(data), size));
+    NodeMap &nodes = camera.GetNodes();
+    if (nodes.GetStatus() != TOV_CAM_ERR_OK)
+        return -1;
+    std::uint32_t const count = nodes.GetFeatureCount();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        TovCam::FeatureInfo const *const info = nodes.GetFeature(i);
+        TovCam::FeatureState state;
+        bool done;
+        nodes.ReadFeature(i, &state);
+        nodes.IsCommandDone(i, &done);
+        for (std::vector<std::uint32_t> const *list : {&info->children, &info->selected, &info->dependents}) {
+            for (std::uint32_t const other : *list) {
+                if (other >= count)
+                    FuzzFail("a feature that is none");
+            }
+        }
+        for (std::uint32_t const entry : state.available) {
+            if (entry >= info->entries.size())
+                FuzzFail("an entry that is none");
+        }
+        if (state.access == TovCam::FeatureAccess::ReadWrite) {
+            nodes.WriteFeature(i, state.value);
+            state.value.integer = state.maximum;
+            state.value.real = state.realMaximum;
+            nodes.WriteFeature(i, state.value);
+        } else if (state.access == TovCam::FeatureAccess::WriteOnly) {
+            nodes.WriteFeature(i, state.value);
+        }
+        for (char const *name : {info->name.c_str()}) {
+            nodes.GetIntegerValue(name, nullptr);
+            nodes.GetFloatValue(name, nullptr);
+            nodes.GetEnumValueStr(name, nullptr);
+            if (TovCam::StringParam *const text = nodes.GetString(name, nullptr))
+                text->GetValue(nullptr);
+        }
+    }
+    Configuration configuration;
+    configuration.camera.model = "x";
+    if (configuration.Take(nodes) == TOV_CAM_ERR_OK) {
+        Configuration copy;
+        if (copy.Parse(configuration.ToText()) != TOV_CAM_ERR_OK)
+            FuzzFail("a configuration that cannot be read again");
+        copy.Apply(nodes, true);
+    }
+    return count > 1 ? 0 : -1;
+}

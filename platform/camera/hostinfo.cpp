@@ -1,0 +1,285 @@
+#include "hostinfo.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <ifaddrs.h>
+#include <netinet/in.h>
+
+namespace fs = std::filesystem;
+
+std::string AlignLines(std::vector<std::pair<std::string, std::string>> const &facts)
+{
+    std::size_t widest = 0;
+    for (auto const &[label, value] : facts) {
+        if (!value.empty())
+            widest = std::max(widest, label.size());
+    }
+    std::string text;
+    for (auto const &[label, value] : facts) {
+        if (!value.empty())
+            text += label + ": " + std::string(widest - label.size(), ' ') + value + '\n';
+    }
+    return text;
+}
+
+// ---- HostFacts -----------------------------------------------------------------------------------------------------
+
+HostFacts::HostFacts(std::string root) : m_root(std::move(root))
+{
+}
+
+std::string HostFacts::Read(std::string const &file) const
+{
+    std::ifstream stream(m_root + file);
+    std::string line;
+    std::getline(stream, line);
+    return line;
+}
+
+NetworkAdapter HostFacts::GetAdapter(std::string const &name) const
+{
+    NetworkAdapter adapter;
+    std::string const folder = "/sys/class/net/" + name;
+    std::error_code error;
+    if (name.empty() || name.find('/') != std::string::npos || !fs::exists(m_root + folder, error))
+        return adapter;
+    adapter.name = name;
+    for (char const c : Read(folder + "/address")) {
+        if (c != ':')
+            adapter.mac =
+                adapter.mac << 4 | static_cast<std::uint64_t>(std::string_view("0123456789abcdef").find(c) & 15);
+    }
+    if (std::string const mtu = Read(folder + "/mtu"); !mtu.empty())
+        adapter.mtu = mtu + " bytes";
+    // What is down, or has no speed, says -1 or nothing.
+    if (std::string const speed = Read(folder + "/speed"); std::atoi(speed.c_str()) > 0)
+        adapter.speed = speed + " Mb/s";
+    fs::path const driver = fs::read_symlink(m_root + folder + "/device/driver", error).filename();
+    if (!error) {
+        std::string const version = Read("/sys/module/" + driver.string() + "/version");
+        adapter.driver = driver.string() + (version.empty() ? ", kernel " + GetKernel() : ' ' + version);
+    }
+    return adapter;
+}
+
+std::string HostFacts::GetReceiveBuffer() const
+{
+    std::string const bytes = Read("/proc/sys/net/core/rmem_max");
+    return bytes.empty() ? bytes : bytes + " bytes at most (net.core.rmem_max)";
+}
+
+std::string HostFacts::GetUsbBuffer() const
+{
+    std::string const megabytes = Read("/sys/module/usbcore/parameters/usbfs_memory_mb");
+    if (megabytes == "0")
+        return "without limit (usbfs_memory_mb)";
+    return megabytes.empty() ? megabytes : megabytes + " MB (usbfs_memory_mb)";
+}
+
+std::string HostFacts::GetKernel() const
+{
+    return Read("/proc/sys/kernel/osrelease");
+}
+
+std::string HostFacts::GetUsbSpeed(std::string const &serialNumber) const
+{
+    std::string const folder = "/sys/bus/usb/devices";
+    std::error_code error;
+    for (fs::directory_iterator i(m_root + folder, error), end; !error && i != end; i.increment(error)) {
+        std::string const device = folder + '/' + i->path().filename().string();
+        if (serialNumber.empty() || Read(device + "/serial") != serialNumber)
+            continue;
+        std::string const speed = Read(device + "/speed");
+        return speed.empty() ? speed : speed + " Mb/s";
+    }
+    return {};
+}
+
+std::string FindAdapter(std::string const &address)
+{
+    in_addr wanted;
+    ifaddrs *all = nullptr;
+    if (inet_pton(AF_INET, address.c_str(), &wanted) != 1 || getifaddrs(&all) != 0)
+        return {};
+    std::string name;
+    for (ifaddrs const *one = all; one && name.empty(); one = one->ifa_next) {
+        if (one->ifa_addr && one->ifa_addr->sa_family == AF_INET &&
+            reinterpret_cast<sockaddr_in const *>(one->ifa_addr)->sin_addr.s_addr == wanted.s_addr)
+            name = one->ifa_name;
+    }
+    freeifaddrs(all);
+    return name;
+}
+
+// ---- FixedParams ---------------------------------------------------------------------------------------------------
+
+class FixedParams::Integer final : public TovCam::IntParam
+{
+public:
+    Integer(std::string name, std::int64_t value) : m_name(std::move(name)), m_value(value)
+    {
+    }
+    char const *GetName() override
+    {
+        return m_name.c_str();
+    }
+    std::int64_t GetValue(std::int32_t *error) override
+    {
+        if (error)
+            *error = TOV_CAM_ERR_OK;
+        return m_value;
+    }
+    std::int64_t GetMin(std::int32_t *error) override
+    {
+        return GetValue(error);
+    }
+    std::int64_t GetMax(std::int32_t *error) override
+    {
+        return GetValue(error);
+    }
+
+private:
+    std::string const m_name;
+    std::int64_t const m_value;
+};
+
+class FixedParams::Text final : public TovCam::StringParam
+{
+public:
+    Text(std::string name, std::string value) : m_name(std::move(name)), m_value(std::move(value))
+    {
+    }
+    char const *GetName() override
+    {
+        return m_name.c_str();
+    }
+    char const *GetValue(std::int32_t *error) override
+    {
+        if (error)
+            *error = TOV_CAM_ERR_OK;
+        return m_value.c_str();
+    }
+
+private:
+    std::string const m_name, m_value;
+};
+
+namespace {
+
+void Store(std::int32_t *error, std::int32_t status)
+{
+    if (error)
+        *error = status;
+}
+
+template<class Params>
+auto Find(Params const &params, char const *name) -> decltype(params.begin()->second.get())
+{
+    auto const found = name ? params.find(std::string_view(name)) : params.end();
+    return found == params.end() ? nullptr : found->second.get();
+}
+
+} // namespace
+
+FixedParams::FixedParams(std::map<std::string, std::int64_t> const &integers,
+                         std::map<std::string, std::string> const &texts)
+{
+    for (auto const &[name, value] : integers)
+        m_integers.emplace(name, std::make_unique<Integer>(name, value));
+    for (auto const &[name, value] : texts)
+        m_texts.emplace(name, std::make_unique<Text>(name, value));
+}
+
+FixedParams::~FixedParams() = default;
+
+std::int32_t FixedParams::Missing(char const *name) const
+{
+    return Find(m_integers, name) || Find(m_texts, name) ? TOV_CAM_ERR_GENICAM_PARAM_TYPE
+                                                         : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
+}
+
+std::int32_t FixedParams::Refuse(char const *name) const
+{
+    return Missing(name) == TOV_CAM_ERR_GENICAM_PARAM_TYPE ? TOV_CAM_ERR_GENICAM_ACCESS : Missing(name);
+}
+
+TovCam::EnumParam *FixedParams::GetEnum(char const *name, std::int32_t *error)
+{
+    Store(error, Missing(name));
+    return nullptr;
+}
+
+TovCam::IntParam *FixedParams::GetInt(char const *name, std::int32_t *error)
+{
+    Integer *const param = Find(m_integers, name);
+    Store(error, param ? TOV_CAM_ERR_OK : Missing(name));
+    return param;
+}
+
+TovCam::StringParam *FixedParams::GetString(char const *name, std::int32_t *error)
+{
+    Text *const param = Find(m_texts, name);
+    Store(error, param ? TOV_CAM_ERR_OK : Missing(name));
+    return param;
+}
+
+char const *FixedParams::GetEnumValueStr(char const *name, std::int32_t *error)
+{
+    Store(error, Missing(name));
+    return nullptr;
+}
+
+std::int64_t FixedParams::GetIntegerValue(char const *name, std::int32_t *error)
+{
+    TovCam::IntParam *const param = GetInt(name, error);
+    return param ? param->GetValue(error) : 0;
+}
+
+double FixedParams::GetFloatValue(char const *name, std::int32_t *error)
+{
+    Store(error, Missing(name));
+    return 0.0;
+}
+
+std::int32_t FixedParams::SetIntegerValue(char const *name, std::int64_t)
+{
+    return Refuse(name);
+}
+
+std::int32_t FixedParams::ExecuteCommand(char const *name)
+{
+    return Missing(name);
+}
+
+std::int32_t FixedParams::SetEnumValueStr(char const *name, char const *)
+{
+    return Refuse(name);
+}
+
+std::int32_t FixedParams::SetFloatValue(char const *name, double)
+{
+    return Refuse(name);
+}
+
+std::int32_t FixedParams::SetBooleanValue(char const *name, bool)
+{
+    return Refuse(name);
+}
+
+std::int32_t FixedParams::SetStringValue(char const *name, char const *)
+{
+    return Refuse(name);
+}
+
+std::unique_ptr<FixedParams> MakeInterfaceParams(std::string const &displayName, std::string const &id,
+                                                 std::uint64_t const *mac)
+{
+    std::map<std::string, std::int64_t> integers;
+    if (mac)
+        integers["GevInterfaceMACAddress"] = static_cast<std::int64_t>(*mac);
+    return std::make_unique<FixedParams>(
+        integers, std::map<std::string, std::string>{{"InterfaceDisplayName", displayName}, {"InterfaceID", id}});
+}

@@ -1,0 +1,252 @@
+// Configuration files of a simulated camera: what each kind of file and place does to the camera and to the old file.
+#include "contract.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class ConfigurationTest : public CameraTest
+{
+protected:
+    void SetUp() override
+    {
+        fs::create_directories(m_folder);
+        OpenCamera();
+        ASSERT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
+        m_text = ReadFile();
+    }
+    ~ConfigurationTest() override
+    {
+        Close();
+        fs::remove_all(m_folder);
+    }
+    void OpenCamera()
+    {
+        Open(m_system->GetInterfaceList(2)->GetFirst()->GetFirstDeviceInfo());
+    }
+    std::string ReadFile() const
+    {
+        std::ifstream file(m_path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    // The saved file with `from` replaced, and its count of values larger by `more`.
+    std::string Edited(std::string const &from, std::string const &to, int more = 0) const
+    {
+        std::string text = m_text;
+        EXPECT_NE(text.find(from), std::string::npos) << from;
+        text.replace(text.find(from), from.size(), to);
+        std::size_t const count = text.rfind('=') + 1;
+        return text.substr(0, count) + std::to_string(std::stoi(text.substr(count)) + more) + '\n';
+    }
+    std::int32_t Load(std::string const &text)
+    {
+        std::ofstream(m_path, std::ios::binary) << text;
+        return m_device->LoadConfiguration(m_path.c_str());
+    }
+
+    fs::path const m_folder = fs::path(testing::TempDir()) / ("tcfg_" + std::to_string(getpid()));
+    std::string const m_path = m_folder / "camera.tcfg";
+    std::string m_text;
+};
+
+TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
+{
+    ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
+    struct
+    {
+        char const *name;
+        std::string text;
+    } const cases[] = {
+        {"empty", ""},
+        {"bytes", std::string("\x89PNG\r\n\x1a\n\0\xff", 10)},
+        {"a zero inside", m_text + '\0'},
+        {"no text", Edited("Model=VG-2048M", "Model=\xff\xfe")},
+        {"another format", Edited("Version=1", "Version=2")},
+        {"another model", Edited("Model=VG-2048M", "Model=VG-1280C")},
+        {"another maker", Edited("Vendor=Velmor", "Vendor=Other")},
+        {"no camera", Edited("Model=VG-2048M", "")},
+        {"a word for a number", Edited("Width=2048", "Width=wide")},
+        {"a number and more", Edited("Width=2048", "Width=2048 px")},
+        {"too large a number", Edited("Width=2048", "Width=99999999999999999999")},
+        {"no finite number", Edited("Gamma=1", "Gamma=inf")},
+        {"half a byte", Edited("LUTValueAll=00", "LUTValueAll=0")},
+        {"a selector without a value", Edited("GainSelector=AnalogAll]", "GainSelector]")},
+        {"one value more than counted", Edited("Height=1536", "Height=1536\nNoSuchNode=1")},
+    };
+    std::map<std::string, std::string> const before = Settings(m_nodes);
+    for (auto const &c : cases)
+        EXPECT_EQ(Load(c.text), TOV_CAM_ERR_WRONG_CONFIGURATION) << c.name;
+    for (std::size_t size = 0; size + 2 < m_text.size(); size += 97) // the last line feed may go
+        EXPECT_EQ(Load(m_text.substr(0, size)), TOV_CAM_ERR_WRONG_CONFIGURATION) << size;
+    EXPECT_EQ(m_device->LoadConfiguration(m_folder.c_str()), TOV_CAM_ERR_FILE_READ);
+    std::string const pipe = m_folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(m_device->LoadConfiguration(pipe.c_str()), TOV_CAM_ERR_FILE_READ);
+    EXPECT_EQ(m_device->LoadConfiguration((m_path + "x").c_str()), TOV_CAM_ERR_FILE_NOT_FOUND);
+    EXPECT_EQ(m_device->LoadConfiguration((m_path + "/x").c_str()), TOV_CAM_ERR_FILE_NOT_FOUND);
+    EXPECT_EQ(m_device->LoadConfiguration(""), TOV_CAM_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(Settings(m_nodes), before);
+    EXPECT_EQ(Load(m_text), 0);
+    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 2048);
+}
+
+TEST_F(ConfigurationTest, AppliesWhatItCan)
+{
+    ASSERT_EQ(m_nodes->SetFloatValue("Gamma", 2.0), 0);
+    struct
+    {
+        char const *name;
+        std::string text;
+        std::int32_t status;
+    } const cases[] = {
+        {"a node that the camera has not", Edited("Height=1536", "Height=1536\nNoSuchNode=1", 1), 0},
+        {"a selector that it has not", Edited("[End]", "[Features NoSelector=1]\nGain=1\n[End]", 1), 0},
+        {"a command", Edited("Height=1536", "Height=1536\nSimLoseCamera=1\nDeviceReset=1", 2), 0},
+        {"what no file stores", Edited("Height=1536", "Height=1536\nTLParamsLocked=1", 1), 0},
+        {"a value out of range", Edited("Width=2048", "Width=100000"), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE},
+        {"an entry that it has not", Edited("Mono8", "Mono99"), TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT},
+        {"a selection that it has not", Edited("GainSelector=AnalogAll]", "GainSelector=Nothing]"),
+         TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT},
+        {"a feature that fails", Edited("SimFailFeature=", "SimFailFeature=ReverseX"), 0},
+    };
+    for (auto const &c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_EQ(m_nodes->SetFloatValue("Gamma", 2.0), 0);
+        std::int32_t const status = Load(c.text);
+        EXPECT_EQ(status == 0, c.status == 0) << status;
+        EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
+        EXPECT_EQ(m_nodes->GetIntegerValue("TLParamsLocked", nullptr), 0);
+    }
+    // The camera refuses now; the file takes the fault away, and then all goes well.
+    ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", "Gamma"), 0);
+    EXPECT_EQ(Load(Edited("Gamma=1", "Gamma=1.5")), 0);
+    EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.5);
+
+    // While frames run the format stays, and everything else comes.
+    ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
+    ASSERT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 1), 0);
+    EXPECT_EQ(Load(m_text), TOV_CAM_ERR_GENICAM_ACCESS);
+    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 512);
+    EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
+    // The format belongs into a file that is saved now, though it is locked.
+    ASSERT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
+    EXPECT_NE(ReadFile().find("\nWidth=512\n"), std::string::npos);
+    ASSERT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 0), 0);
+
+    ASSERT_EQ(m_nodes->ExecuteCommand("SimLoseCamera"), 0);
+    EXPECT_EQ(Load(m_text), TOV_CAM_ERR_NO_DEVICE);
+}
+
+// Each pair is in the other's way, whatever the order.
+TEST_F(ConfigurationTest, SolvesDependencies)
+{
+    struct Format
+    {
+        std::int64_t binning, width, offset;
+    };
+    constexpr Format Formats[] = {{1, 2048, 0}, {1, 512, 1024}, {1, 1536, 512}, {4, 512, 0}, {2, 256, 768}};
+    auto const set = [this](Format const &f) {
+        EXPECT_EQ(m_nodes->SetIntegerValue("OffsetX", 0), 0);
+        EXPECT_EQ(m_nodes->SetIntegerValue("BinningHorizontal", f.binning), 0);
+        EXPECT_EQ(m_nodes->SetIntegerValue("Width", f.width), 0);
+        EXPECT_EQ(m_nodes->SetIntegerValue("OffsetX", f.offset), 0);
+    };
+    for (Format const &saved : Formats) {
+        set(saved);
+        ASSERT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
+        for (Format const &present : Formats) {
+            set(present);
+            EXPECT_EQ(m_device->LoadConfiguration(m_path.c_str()), 0);
+            EXPECT_EQ(m_nodes->GetIntegerValue("BinningHorizontal", nullptr), saved.binning);
+            EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), saved.width);
+            EXPECT_EQ(m_nodes->GetIntegerValue("OffsetX", nullptr), saved.offset);
+        }
+    }
+}
+
+TEST_F(ConfigurationTest, SavingLeavesTheOldFileOrAWholeNewOne)
+{
+    auto const files = [this] {
+        return std::distance(fs::directory_iterator(m_folder), {});
+    };
+    for (std::string const &path : {m_path + "/x.tcfg", (m_folder / "none" / "x.tcfg").string(), m_folder.string(),
+                                    std::string("/proc/x.tcfg"), std::string("/dev/full")})
+        EXPECT_EQ(m_device->SaveConfiguration(path.c_str()), TOV_CAM_ERR_FILE_NOT_FOUND) << path;
+    EXPECT_EQ(m_device->SaveConfiguration(""), TOV_CAM_ERR_INVALID_ARGUMENT);
+    // Through a link, and with the rights that the old file has.
+    ASSERT_EQ(chmod(m_path.c_str(), 0640), 0);
+    std::string const link = m_folder / "link.tcfg";
+    fs::create_symlink(m_path, link);
+    ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
+    ASSERT_EQ(m_device->SaveConfiguration(link.c_str()), 0);
+    EXPECT_NE(ReadFile().find("\nWidth=512\n"), std::string::npos);
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(static_cast<unsigned>(fs::status(m_path).permissions()), 0640u);
+    // Cameras that cannot be asked.
+    std::string const before = ReadFile();
+    ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", "GainSelector"), 0);
+    EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), TOV_CAM_ERR_GENICAM_GENERIC);
+    ASSERT_EQ(m_nodes->ExecuteCommand("SimLoseCamera"), 0);
+    EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(ReadFile(), before);
+    EXPECT_EQ(files(), 2); // nothing is left lying about
+}
+
+TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
+{
+    auto const open = [this](std::string const &text, std::int32_t &error) {
+        std::ofstream(m_path) << text;
+        error = 1;
+        m_device = m_system->OpenDeviceFromConfiguration(m_path.c_str(), &error);
+        m_nodes = m_device ? m_device->GetCameraParameters(nullptr) : nullptr;
+    };
+    std::int32_t error;
+    std::string const wide = Edited("Width=2048", "Width=1024");
+    TovCam::Device *const first = m_device;
+    open(wide, error); // it is in use
+    EXPECT_EQ(m_device, nullptr);
+    EXPECT_EQ(error, TOV_CAM_ERR_INVALID_STATE);
+    first->Release();
+
+    std::string const named = Edited("DeviceUserID=", "DeviceUserID=bench");
+    struct
+    {
+        char const *name;
+        std::string text;
+        bool opens;
+        std::int32_t error;
+        char const *userID;
+    } const cases[] = {
+        {"itself", named, true, 0, "bench"},
+        {"by its model", std::string(named).replace(named.find("20480117"), 8, "20480999"), true, 0, ""},
+        {"in part", Edited("Width=2048", "Width=100000"), true, TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, ""},
+        {"no value", Edited("Width=2048", "Width=x"), false, TOV_CAM_ERR_WRONG_CONFIGURATION, ""},
+        {"no camera like it", Edited("VG-2048M", "VG-4096M"), false, TOV_CAM_ERR_NO_DEVICE, ""},
+        {"no configuration", "x", false, TOV_CAM_ERR_WRONG_CONFIGURATION, ""},
+    };
+    for (auto const &c : cases) {
+        SCOPED_TRACE(c.name);
+        open(c.text, error);
+        EXPECT_EQ(error == 0, c.error == 0) << error;
+        ASSERT_EQ(m_device != nullptr, c.opens);
+        if (c.opens) {
+            EXPECT_STREQ(m_nodes->GetString("DeviceUserID", nullptr)->GetValue(nullptr), c.userID);
+        }
+        Close();
+    }
+    EXPECT_EQ(m_system->OpenDeviceFromConfiguration(nullptr, &error), nullptr);
+    EXPECT_EQ(error, TOV_CAM_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(m_system->OpenDeviceFromConfiguration((m_path + "x").c_str(), &error), nullptr);
+    EXPECT_EQ(error, TOV_CAM_ERR_FILE_NOT_FOUND);
+    OpenCamera(); // none of them has left it open
+}
+
+} // namespace

@@ -1,0 +1,87 @@
+// What the host says of its adapters, from a folder that looks like /sys and /proc.
+#include "hostinfo.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class HostInfoTest : public testing::Test
+{
+protected:
+    ~HostInfoTest() override
+    {
+        fs::remove_all(m_root);
+    }
+    void Put(std::string const &file, std::string const &text)
+    {
+        fs::path const path = m_root + file;
+        fs::create_directories(path.parent_path());
+        std::ofstream(path) << text << '\n';
+    }
+    std::string const m_root = testing::TempDir() + "/host_" + std::to_string(getpid());
+};
+
+TEST_F(HostInfoTest, ReadsWhatIsThere)
+{
+    Put("/proc/sys/kernel/osrelease", "6.1.0");
+    Put("/sys/class/net/eth0/address", "02:fc:00:00:0a:01");
+    Put("/sys/class/net/eth0/mtu", "9000");
+    Put("/sys/class/net/eth0/speed", "10000");
+    fs::create_directories(m_root + "/sys/class/net/eth0/device");
+    fs::create_symlink("../../../bus/pci/drivers/fast", m_root + "/sys/class/net/eth0/device/driver");
+    Put("/sys/class/net/down0/address", "02:fc:00:00:0a:02");
+    Put("/sys/class/net/down0/speed", "-1");
+    Put("/sys/bus/usb/devices/2-1/serial", "19200342");
+    Put("/sys/bus/usb/devices/2-1/speed", "5000");
+    HostFacts const host(m_root);
+    NetworkAdapter adapter = host.GetAdapter("eth0");
+    EXPECT_EQ(adapter.mac, 0x02FC00000A01u);
+    EXPECT_EQ(adapter.mtu, "9000 bytes");
+    EXPECT_EQ(adapter.speed, "10000 Mb/s");
+    EXPECT_EQ(adapter.driver, "fast, kernel 6.1.0");
+    Put("/sys/module/fast/version", "2.4");
+    EXPECT_EQ(host.GetAdapter("eth0").driver, "fast 2.4");
+    adapter = host.GetAdapter("down0");
+    EXPECT_EQ(adapter.mac, 0x02FC00000A02u);
+    EXPECT_EQ(adapter.speed + adapter.mtu + adapter.driver, "");
+    for (char const *name : {"", "eth1", "../net/eth0"})
+        EXPECT_EQ(host.GetAdapter(name).name, "") << name;
+    EXPECT_EQ(host.GetUsbSpeed("19200342"), "5000 Mb/s");
+    EXPECT_EQ(host.GetUsbSpeed("1"), "");
+    EXPECT_EQ(host.GetUsbBuffer(), "");
+    Put("/sys/module/usbcore/parameters/usbfs_memory_mb", "0");
+    EXPECT_EQ(host.GetUsbBuffer(), "without limit (usbfs_memory_mb)");
+    EXPECT_EQ(AlignLines({{"MTU", "9000 bytes"}, {"Unknown", ""}, {"Speed", "1"}}), "MTU:   9000 bytes\nSpeed: 1\n");
+}
+
+// The report's adapter section stands on the interface's nodes, and is left out where there is no hardware address.
+TEST_F(HostInfoTest, SimulatedInterfacesTellWhatTheyAre)
+{
+    TovCam::System *const system = TovCam_GetSystem();
+    TovCam::ObjectList *const list = system->GetInterfaceList(255);
+    for (TovCam::Interface *i = list->GetFirst(); i; i = list->GetNext()) {
+        bool const isGigE = i->GetInterfaceKind() == TovCam::InterfaceKindGigEVision;
+        TovCam::ParamArray *const nodes = i->GetInterfaceParameters(nullptr);
+        ASSERT_NE(nodes, nullptr);
+        std::int32_t error = 0;
+        EXPECT_EQ(nodes->GetInt("GevInterfaceMACAddress", &error) != nullptr, isGigE);
+        EXPECT_EQ(error, isGigE ? 0 : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
+        EXPECT_EQ(nodes->GetInt("InterfaceID", &error), nullptr);
+        EXPECT_EQ(error, TOV_CAM_ERR_GENICAM_PARAM_TYPE);
+        EXPECT_EQ(nodes->SetStringValue("InterfaceID", "x"), TOV_CAM_ERR_GENICAM_ACCESS);
+        for (char const *name : {"InterfaceDisplayName", "InterfaceID"})
+            EXPECT_STRNE(nodes->GetString(name, nullptr)->GetValue(nullptr), "");
+        std::string const text = i->GetFirstDeviceInfo()->GetHostInformation();
+        EXPECT_NE(text.find("simulated"), std::string::npos);
+        EXPECT_NE(text.find(isGigE ? "MTU" : "USB speed"), std::string::npos);
+    }
+    system->Release();
+}
+
+} // namespace
