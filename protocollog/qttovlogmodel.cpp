@@ -62,7 +62,7 @@ void QtTovLogModel::append(qlonglong time, QString channel, QString message)
     }
     // From another thread it is queued: a timer starts on its own.
     if (start)
-        QMetaObject::invokeMethod(&d->timer, qOverload<>(&QTimer::start));
+        QMetaObject::invokeMethod(&d->timer, "start");
 }
 
 void QtTovLogModel::_q_delayedAppendData()
@@ -103,7 +103,7 @@ void QtTovLogModel::clear()
         d->visible = 0;
         endResetModel();
     } else {
-        QMetaObject::invokeMethod(this, &QtTovLogModel::_q_delayedAppendData, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, "_q_delayedAppendData", Qt::QueuedConnection);
     }
 }
 
