@@ -3,6 +3,7 @@
 #include <QHeaderView>
 #include <QPersistentModelIndex>
 #include <QStyleOptionHeader>
+#include <QStyleOptionViewItem>
 #include <QTime>
 
 #include <algorithm>
@@ -28,10 +29,14 @@ void QtTovLogViewerPrivate::SizeSections()
     option.initFrom(horizontal);
     option.text = QTime(0, 0, 0, 0).toString(QStringLiteral("h:mm:ss.zzz"));
     QSize const size = q->style()->sizeFromContents(QStyle::CT_HeaderSection, &option, QSize(), horizontal);
-    // From ten o'clock on a time has a digit more, and a cell its own margins and the line of the grid.
-    int const cell = q->fontMetrics().horizontalAdvance(QStringLiteral("00:00:00.000")) + 1 +
-                     2 * (q->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, q) + 1);
-    horizontal->resizeSection(0, std::max({size.width(), horizontal->sectionSizeHint(0), cell}));
+    // From ten o'clock on a time has a digit more; a cell has its own margins, and the line of the grid.
+    QStyleOptionViewItem cell;
+    cell.initFrom(q);
+    cell.font = q->font();
+    cell.features = QStyleOptionViewItem::HasDisplay;
+    cell.text = QStringLiteral("00:00:00.000");
+    int const cellWidth = q->style()->sizeFromContents(QStyle::CT_ItemViewItem, &cell, QSize(), q).width() + 1;
+    horizontal->resizeSection(0, std::max({size.width(), horizontal->sectionSizeHint(0), cellWidth}));
     vertical->setDefaultSectionSize(std::max(size.height(), vertical->sectionSizeHint(0)));
 }
 

@@ -4,7 +4,6 @@
 #include <QAbstractItemModelTester>
 #include <QCoreApplication>
 #include <QHeaderView>
-#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -260,15 +259,16 @@ TEST_F(LogViewer, FollowsOnlyItsModelAndRowsThatAreThere)
 
 TEST_F(LogViewer, RowsAndTimesFit)
 {
-    EXPECT_EQ(CurrentAfterBatch(1), 0);
-    int const time = m_viewer.fontMetrics().horizontalAdvance(QStringLiteral("23:59:59.999"));
-    EXPECT_GT(m_viewer.columnWidth(0), time);
-    EXPECT_LT(m_viewer.columnWidth(0), 2 * time);
+    m_model.append(86399999, s_channel, s_channel);
+    m_model._q_delayedAppendData();
+    QSize const time = m_viewer.sizeHintForIndex(m_model.index(0, 0));
+    EXPECT_GT(m_viewer.columnWidth(0), time.width());
+    EXPECT_LT(m_viewer.columnWidth(0), 2 * time.width());
     EXPECT_GE(m_viewer.rowHeight(0), m_viewer.fontMetrics().height());
     EXPECT_EQ(m_viewer.horizontalHeader()->sectionResizeMode(0), QHeaderView::Fixed);
     EXPECT_EQ(m_viewer.verticalHeader()->sectionResizeMode(0), QHeaderView::Fixed);
     m_model.clear();
-    EXPECT_GT(m_viewer.columnWidth(0), time);
+    EXPECT_GT(m_viewer.columnWidth(0), time.width());
 }
 
 } // namespace
