@@ -288,13 +288,17 @@ void GuiManager::Remove(Panel *&panel)
     if (!panel)
         return;
     panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
+    panel->CheckActionMenu(panel->GetActionName(), false); // hiding it would be remembered as the operator's wish
     delete std::exchange(panel, nullptr);
 }
 
 bool GuiManager::CreatePanels()
 {
-    if (!m_parameterPanel)
+    if (!m_parameterPanel) {
         m_parameterPanel = new CamGenParamPanelImpl(MainWindow());
+        m_parameterPanel->setContextMenuPolicy(Qt::CustomContextMenu);
+        connect(m_parameterPanel, &QWidget::customContextMenuRequested, this, &GuiManager::ParameterMenu);
+    }
     Introduce(m_parameterPanel);
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
@@ -302,7 +306,7 @@ bool GuiManager::CreatePanels()
 
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
-            plugin->SetComponents(m_session, m_session->GetDisplay(), nullptr);
+            plugin->SetComponents(m_session, m_session->GetDisplay(), m_session->GetImgProcessor());
             plugin->ShowPanel(MainWindow(), 0, 0);
         } else {
             m_window->ForgetRigTest();
@@ -324,9 +328,12 @@ void GuiManager::ClosePanels()
         }
     }
     // While the docks still exist.
-    m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
+    QByteArray const places = MainWindow()->saveState(StateVersion);
+    m_window->GetGlobalSettings()->setValue(StateKey, places);
     Remove(m_parameterPanel);
     Remove(m_statisticsPanel);
+    // A floating dock leaves as a hidden one, and the window's next saveState would say so.
+    MainWindow()->restoreState(places, StateVersion);
 }
 
 void GuiManager::ShowCritical(QString const &text)
@@ -361,6 +368,22 @@ void GuiManager::stopAcquisitionAndCapture()
         emit m_session->signalStopCapturing();
     else
         emit m_session->signalStopAcquisition();
+}
+
+void GuiManager::startStopCapture()
+{
+    if (!m_session)
+        return;
+    if (m_session->GetState() == SessionStateCapturing)
+        emit m_session->signalStopCapturing();
+    else
+        emit m_session->signalStartCapturing();
+}
+
+void GuiManager::snapNextImage()
+{
+    if (m_session)
+        m_session->SnapNextFrame();
 }
 
 void GuiManager::captureOptionsDlg()
@@ -438,6 +461,21 @@ void GuiManager::showExpertParameters()
 {
     if (m_parameterPanel)
         m_parameterPanel->setVisibility(TovGui::Expert);
+}
+
+void GuiManager::ParameterMenu(QPoint const &pos)
+{
+    auto *const menu = new QMenu(m_parameterPanel); // the panel may go while it is open
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    std::pair<char const *, TovGui::Visibility> const views[] = {{"actionCamConfig_BasicView", TovGui::Beginner},
+                                                                 {"actionCamConfig_ExpertView", TovGui::Expert}};
+    for (auto const &[name, level] : views) {
+        if (auto *const action = MainWindow()->findChild<QAction *>(QString::fromLatin1(name))) {
+            action->setChecked(m_parameterPanel->visibility() == level);
+            menu->addAction(action);
+        }
+    }
+    menu->popup(m_parameterPanel->mapToGlobal(pos));
 }
 
 void GuiManager::showCameraInfoDlg()

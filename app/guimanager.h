@@ -54,6 +54,8 @@ public slots:
     void saveConfigurationAs();
     void startAcquisition();
     void stopAcquisitionAndCapture();
+    void startStopCapture();
+    void snapNextImage();
     void captureOptionsDlg();
     void zoomIn();
     void zoomOut();
@@ -77,7 +79,8 @@ private:
     DisplayView *CurrentDisplay() const;
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
-    void Introduce(PlayerPanel *panel); // a new panel to the session
+    void Introduce(PlayerPanel *panel);    // a new panel to the session
+    void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
     void OpenConfiguration(QString const &path);
     bool AskConfigurationFile(QString const &title);
     template<typename Panel>

@@ -129,6 +129,8 @@ void TovScope::InitGuiManager()
     handle(m_ui.actionCamConfig_ExpertView, &GuiManager::showExpertParameters);
     handle(m_ui.actionPlay, &GuiManager::startAcquisition);
     handle(m_ui.actionStop, &GuiManager::stopAcquisitionAndCapture);
+    handle(m_ui.actionRecord, &GuiManager::startStopCapture);
+    handle(m_ui.actionSnap, &GuiManager::snapNextImage);
     handle(m_ui.actionCaptureOptions, &GuiManager::captureOptionsDlg);
     handle(m_ui.actionZoomIn, &GuiManager::zoomIn);
     handle(m_ui.actionZoomOut, &GuiManager::zoomOut);

@@ -18,6 +18,7 @@ CamGenParamPanelImpl::CamGenParamPanelImpl(QMainWindow *window)
     setupUi(this);
     setFloating(false);
     m_mainWindow->addDockWidget(Qt::LeftDockWidgetArea, this);
+    m_mainWindow->resizeDocks({this}, {width()}, Qt::Horizontal); // unless a stored layout says otherwise
     m_tree = new TovGui::TovGenParamTreeView(this);
     verticalLayout->addWidget(m_tree);
 }

@@ -65,6 +65,11 @@ PlayerPanel::~PlayerPanel()
     s_panels[this] = nullptr;
 }
 
+QString const &PlayerPanel::GetActionName() const
+{
+    return m_actionName;
+}
+
 void PlayerPanel::SetCurrentSession(Session *session)
 {
     m_session = session;

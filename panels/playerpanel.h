@@ -69,6 +69,8 @@ public:
     // A row at the end of the view's TovParamTableModel; without a label it shows the key. Nothing for another model.
     void AddTableParam(QTableView *view, char const *param, TovComponent *component, char const *label);
 
+    QString const &GetActionName() const;
+
     // The first link of that name, or one with a null component.
     ParamLink GetParamForControl(QString const &controlName) const;
     ParamLink GetControlForParam(QString const &paramName) const;

@@ -60,6 +60,7 @@ StatisticsPanelImpl::StatisticsPanelImpl(QMainWindow *window, PanelHost *host)
     TovComponent *const grabber = host->GetSession()->GetGrabber();
     for (auto const &row : Rows)
         AddTableParam(statisticsTable, row.key, grabber, row.label);
+    statisticsTable->resizeColumnToContents(0);
 }
 
 // Rows and header are as high as a header with a short word.

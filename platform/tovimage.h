@@ -161,9 +161,9 @@ TOV_IMAGE_API bool TovUnpackLine(std::uint32_t pixelType, void const *line, std:
 TOV_IMAGE_API bool TovUnpackLine8(std::uint32_t pixelType, void const *line, std::uint32_t width, std::uint8_t *samples,
                                   std::uint32_t first = 0);
 
-// Frame-sized memory from a pool: aligned to 64 bytes, its contents undefined; null when there is none. Freed blocks
-// are kept for the next request of about their size, up to a bound, since fresh pages of a large image cost more than
-// any conversion. Any thread may free what another allocated.
+// Frame-sized memory from a pool: aligned to 64 bytes, from 128 KB on to 4096; its contents undefined; null when there
+// is none. Freed blocks are kept for the next request of about their size, up to a bound, since fresh pages of a large
+// image cost more than any conversion. Any thread may free what another allocated.
 TOV_IMAGE_API void *TovAllocFrameMemory(std::size_t size);
 TOV_IMAGE_API void TovFreeFrameMemory(void *memory);
 // What an image of packed lines wants of it: the pixels and the room behind them. 0 for what TovCreateImage refuses.

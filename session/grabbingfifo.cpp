@@ -183,6 +183,7 @@ std::int32_t GrabbingFifo::GetNewestBuffer(TovCam::Buffer **buffer, bool bKeepIn
             TovLog::Info(0, "GrabbingFifo::GetNewestBuffer(): buffer id=%i poped from m_grab_fifo, bKeepInFifo=false",
                          id);
             m_grab_fifo.pop_front();
+            ++m_withConsumers;
         }
         WriteQueueFilled();
     } else {
@@ -204,6 +205,7 @@ std::int32_t GrabbingFifo::PopOldestBuffer(TovCam::Buffer **buffer)
     if (std::unique_lock const fifo = WaitForFrame(wait)) {
         *buffer = m_grab_fifo.back();
         m_grab_fifo.pop_back();
+        ++m_withConsumers;
         TovLog::Info(0, "GrabbingFifo::PopOldestBuffer(): buffer id=%i poped from m_grab_fifo, and returned to caller",
                      static_cast<int>((*buffer)->GetFrameID()));
         WriteQueueFilled();
@@ -218,17 +220,20 @@ std::int32_t GrabbingFifo::ReleaseBuffer(TovCam::Buffer *buffer)
 {
     TovLog::Debug(0, "GrabbingFifo::ReleaseBuffer()");
     std::lock_guard const lock(m_fifoMutex);
+    --m_withConsumers;
     return m_stream->QueueBuffer(buffer);
 }
 
 std::int32_t GrabbingFifo::ReturnBuffer(TovCam::Buffer *buffer)
 {
     TovLog::Debug(0, "GrabbingFifo::ReturnBuffer()");
-    if (m_state.load(std::memory_order_relaxed) != SessionStateCapturing)
-        return ReleaseBuffer(buffer);
     {
-        // To the front, also past frames that came in the meantime, and beyond the limit. That is meant.
+        // The state is read under the lock: whoever asks for the accounts after a change of state finds them settled.
         std::lock_guard const lock(m_fifoMutex);
+        --m_withConsumers;
+        if (m_state.load(std::memory_order_relaxed) != SessionStateCapturing)
+            return m_stream->QueueBuffer(buffer);
+        // To the front, also past frames that came in the meantime, and beyond the limit. That is meant.
         m_grab_fifo.push_front(buffer);
     }
     WakeConsumers();
@@ -251,6 +256,13 @@ double GrabbingFifo::GetCurrentFPS()
     if (first == last)
         return 0.0;
     return static_cast<double>(TovLoadBound(m_framesAcquired)) / static_cast<double>(last - first);
+}
+
+GrabbingFifo::Accounts GrabbingFifo::GetAccounts()
+{
+    std::lock_guard const lock(m_fifoMutex);
+    return {m_arrived, m_arrivedIncomplete, TovLoadBound(m_framesDroppedSW),
+            static_cast<std::int64_t>(m_grab_fifo.size()), m_withConsumers};
 }
 
 std::int64_t GrabbingFifo::GetFramesAcquired() const
@@ -308,6 +320,8 @@ std::int32_t GrabbingFifo::GrabNewBuffer(std::uint32_t timeout)
         UpdateStatistics(buffer);
     {
         std::lock_guard const lock(m_fifoMutex);
+        m_arrived += buffer ? 1 : 0;
+        m_arrivedIncomplete += buffer && incomplete ? 1 : 0;
         PutIntoFifo(buffer);
         WriteQueueFilled();
     }

@@ -50,6 +50,18 @@ public:
     void SetGrabberThtreadBlocking(bool blocking);
     double GetCurrentFPS(); // frames per tick since StartGrabbing; 0.0 before two timestamps
 
+    // What has become of the frames, all read at one moment: while capturing, each one that arrived is dropped, queued,
+    // with a consumer, or given back by one. Any thread.
+    struct Accounts
+    {
+        std::int64_t arrived;    // at the FIFO, complete or not
+        std::int64_t incomplete; // of those that arrived
+        std::int64_t droppedSW;
+        std::int64_t queued;        // in the FIFO
+        std::int64_t withConsumers; // taken and not given back yet
+    };
+    Accounts GetAccounts();
+
     // Read by the recording thread without a lock; a stale value is corrected on its next pass.
     std::int64_t GetFramesAcquired() const;
     std::int64_t GetFramesDroppedHW() const;
@@ -80,6 +92,9 @@ private:
     std::int64_t m_queueSize = 16;                       // bound; relaxed atomic access
     std::int64_t m_queueFilled = 0;                      // bound; written under m_fifoMutex
     std::deque<TovCam::Buffer *> m_grab_fifo;            // front newest, back oldest; m_fifoMutex
+    std::int64_t m_arrived = 0;                          // frames put into the FIFO; m_fifoMutex
+    std::int64_t m_arrivedIncomplete = 0;                // m_fifoMutex
+    std::int64_t m_withConsumers = 0;                    // m_fifoMutex
     bool m_discard = false;                              // incomplete frames go back at once; set before the start
     std::atomic<bool> m_bBlockCallerThread{true};        // written under m_waitMutex
     std::condition_variable m_cvFifoEmpty;               // with m_waitMutex

@@ -4,11 +4,14 @@
 #include "camerareport.h"
 #include "displayview.h"
 #include "grabbingfifo.h"
+#include "imagewriter.h"
+#include "imgprocessor.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
 #include "tovscopeexception.h"
 
 #include <QApplication>
+#include <QCoreApplication>
 #include <QFinalState>
 #include <QMainWindow>
 #include <QMessageBox>
@@ -21,7 +24,7 @@ namespace {
 
 constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
 
-enum SessionError : unsigned char { ErrorStartAcquisition = 1, ErrorStartCapturing = 3 };
+enum SessionError : unsigned char { ErrorStartAcquisition = 1, ErrorStartCapturing = 3, ErrorStopCapturing = 4 };
 enum DisconnectReason : unsigned char { ReasonCameraLost = 1 };
 
 // A camera without the node starts all the same.
@@ -85,11 +88,14 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
 Session::~Session()
 {
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
+    runGuarded([this] { StopWriter(); });
     StopWhatStillRuns();
     m_window->RemoveDisplayWidget(m_display.get());
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
+    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Writer"), GetImageWriter());
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
     m_grabber.reset();
+    m_writer.reset();
     m_display.reset();
     m_device->Release();
 }
@@ -102,9 +108,14 @@ void Session::InitSession()
         throw TovScopeException("CreateGrabber( ) failed", 0);
     if (!CreateDisplayView())
         throw TovScopeException("CreateDisplayView( ) failed", 0);
+    if (!CreateImgProcessor())
+        throw TovScopeException("CreateImgProcessor( ) failed", 0);
+    if (!CreateWriter())
+        throw TovScopeException("CreateWriter( ) failed", 0);
     ReadIdentity();
     m_settings = m_window->GetSessionSettings(m_settingsName);
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
+    AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Writer"), GetImageWriter());
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
     ResetVolatileParams();
     m_device->RegisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
@@ -161,6 +172,31 @@ bool Session::CreateDisplayView()
     return m_window->AddDisplayWidget(m_display.get());
 }
 
+bool Session::CreateImgProcessor()
+{
+    delete m_imgProcessor;
+    m_imgProcessor = nullptr;
+    if (!m_display)
+        return false;
+    m_imgProcessor = new ImgProcessor(this, m_display.get());
+    return true;
+}
+
+bool Session::CreateWriter()
+{
+    m_writer.reset();
+    if (!m_grabber)
+        return false;
+    m_writer = std::make_unique<ImageWriter>(this, m_grabber.get(), m_imgProcessor);
+    // They come from the writer's thread. Reports of a recording that was stopped otherwise must not end the next one:
+    // a receiver of their own lets exitCapturing take them back.
+    connect(m_writer.get(), &ImageWriter::WritingDone, &m_writerReports, [this] { stopCapturing(); },
+            Qt::QueuedConnection);
+    connect(m_writer.get(), &ImageWriter::EvaluationTestDone, this, &Session::stopCapturingAndAcquisition,
+            Qt::QueuedConnection);
+    return true;
+}
+
 void Session::ReadIdentity()
 {
     m_settingsName = QStringLiteral("Session");
@@ -197,6 +233,9 @@ void Session::ResetVolatileParams()
         grabber->SetParamInt(key, 0);
     for (char const *key : {"FpsAvg", "FpsInst", "Speed"})
         grabber->SetParamFloat(key, 0.0);
+    for (char const *key :
+         {"CaptureFramesAcquired", "CaptureFramesDroppedHW", "CaptureFramesDroppedSW", "FramesSaved"})
+        GetImageWriter()->SetParamInt(key, 0);
 }
 
 // Of a session that could not be built.
@@ -204,6 +243,7 @@ void Session::RemoveComponents()
 {
     if (m_display)
         m_window->RemoveDisplayWidget(m_display.get());
+    m_writer.reset();
     m_display.reset();
     m_grabber.reset();
 }
@@ -216,6 +256,28 @@ TovComponent *Session::GetGrabber()
 TovComponent *Session::GetDisplay()
 {
     return m_display.get();
+}
+
+TovComponent *Session::GetImgProcessor()
+{
+    return m_imgProcessor;
+}
+
+TovComponent *Session::GetImageWriter()
+{
+    return m_writer.get();
+}
+
+TovComponent *Session::GetImageSerializer()
+{
+    return m_writer ? m_writer->GetSerializer() : nullptr;
+}
+
+bool Session::SnapNextFrame()
+{
+    m_writer->RequestSnap();
+    emit signalStartCapturing();
+    return true;
 }
 
 DisplayView *Session::GetDisplayView()
@@ -327,6 +389,12 @@ void Session::StopWhatStillRuns()
     m_enginesStarted = false;
 }
 
+void Session::StopWriter()
+{
+    if (m_writer->IsWriting())
+        m_writer->StopWriting();
+}
+
 void Session::enterIdle()
 {
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
@@ -408,6 +476,7 @@ void Session::enterCapturing()
         if (RigTestPlugin *const plugin = GetRigTest())
             plugin->OnStartCapturing();
         m_grabber->SetState(SessionStateCapturing);
+        m_writer->StartWriting();
     } catch (...) {
         // The machine stays in Capturing with the state that was; only a disconnection leads out. That is meant.
         emit signalSessionStateError(this, ErrorStartCapturing);
@@ -419,6 +488,12 @@ void Session::enterCapturing()
 
 void Session::exitCapturing()
 {
+    try {
+        m_writer->StopWriting();
+        QCoreApplication::removePostedEvents(&m_writerReports);
+    } catch (...) {
+        emit signalSessionStateError(this, ErrorStopCapturing);
+    }
     // The state stays SessionStateCapturing until the next action has written it.
 }
 

@@ -25,6 +25,8 @@
 
 class DisplayView;
 class GrabbingFifo;
+class ImageWriter;
+class ImgProcessor;
 class SessionHost;
 
 class Session : public QObject, public TovComponentImp, private TovParamListener
@@ -38,6 +40,9 @@ public:
 
     TovComponent *GetGrabber();
     TovComponent *GetDisplay();
+    TovComponent *GetImgProcessor();
+    TovComponent *GetImageWriter();
+    TovComponent *GetImageSerializer();
     DisplayView *GetDisplayView();
     SessionState GetState() const; // all ones until the machine has entered Idle
     TovCam::Device *GetDevice() const;
@@ -45,6 +50,8 @@ public:
     QString const &GetSettingsName() const;
     QString const &GetTitle() const;
 
+    // Asks for one frame and starts capturing; true. Outside of acquisition the request waits for the next capture.
+    bool SnapNextFrame();
     // Applies a stored configuration to the camera; a failure is not told.
     void LoadConfiguration(QString const &path);
     // Stores the camera's configuration, with a message when that fails. Nothing of the session is touched after it.
@@ -85,6 +92,8 @@ private:
     bool InitStateMachine();
     bool CreateGrabber();
     bool CreateDisplayView();
+    bool CreateImgProcessor();
+    bool CreateWriter();
     void ReadIdentity(); // settings name and title
     void ResetVolatileParams();
     void RemoveComponents();
@@ -95,6 +104,7 @@ private:
     void RecoverFromFailedStart();
     std::array<std::function<void()>, 5> StopSteps();
     void StopWhatStillRuns();
+    void StopWriter();
 
     static unsigned char s_CompID;
 
@@ -104,7 +114,10 @@ private:
     SessionState m_state;
     TovCam::Device *m_device;
     std::unique_ptr<GrabbingFifo> m_grabber;
-    std::unique_ptr<DisplayView> m_display; // uses the grabber, and goes before it unless its thread is asleep
+    QObject m_writerReports;                // receives the writer's reports that a recording is done
+    std::unique_ptr<ImageWriter> m_writer;  // both use the grabber, and go before it unless their threads are asleep
+    std::unique_ptr<DisplayView> m_display;
+    ImgProcessor *m_imgProcessor = nullptr; // a child
     QSettings *m_settings = nullptr;        // the window's
     QString m_settingsName;
     QString m_title;

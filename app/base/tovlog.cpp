@@ -90,12 +90,15 @@ std::string executableFolder()
     return folder;
 }
 
-// A file that is broken half way down leaves appenders behind.
-void removeAllAppenders()
+// A file that is broken half way down leaves appenders behind, and levels at which texts would be made for nobody.
+void disableLogging()
 {
     std::unique_ptr<std::vector<Category *>> const categories(Category::getCurrentCategories());
-    for (Category *category : *categories)
+    for (Category *category : *categories) {
         category->removeAllAppenders();
+        category->setPriority(Priority::FATAL);
+    }
+    Category::setRootPriority(Priority::FATAL);
 }
 
 } // namespace
@@ -109,7 +112,7 @@ void TovLog4Cpp_configure(char const *file, char const * /*category*/)
         syslog(LOG_WARNING, "TovLog4Cpp: PropertyConfigurator::configure succeeded!\n");
     } catch (std::exception const &) {
         // ConfigureFailure, and what the library throws of its own over values that it cannot read.
-        removeAllAppenders();
+        disableLogging();
         syslog(LOG_WARNING, "TovLog4Cpp: PropertyConfigurator::configure failed, logging is disabled!");
     }
 }

@@ -67,8 +67,11 @@ public:
     {
         bool const raw = IsSameRaw(m_from, m_to);
         if (IsMosaic(m_from) && !raw) {
-            ColourLines const lines{m_destination.imageData, m_destination.lineStep};
-            Demosaic<T>(m_from, m_source, m_blueFirst, BYTES && m_to.channels == 3 ? &lines : nullptr,
+            // Straight into the destination, where only a shift is left to do.
+            bool const direct = m_to.channels == 3 && m_to.bitDepth >= m_depth;
+            ColourLines const lines{m_destination.imageData, m_destination.lineStep,
+                                    direct ? m_to.bitDepth - m_depth : 0};
+            Demosaic<T>(m_from, m_source, m_blueFirst, direct ? &lines : nullptr,
                         [this](std::uint32_t y, T const *colours) {
                             WriteColours(colours, m_destination.imageData + y * m_destination.lineStep);
                         });
@@ -102,10 +105,14 @@ private:
 
     void ConvertRaw(std::uint8_t const *line, std::uint8_t *out)
     {
+        auto *const deep = reinterpret_cast<Sample16 *>(out);
+        bool const packed = m_from.packing != TOV_UNPACKED && m_from.bitDepth > 8;
         if constexpr (BYTES)
             Unpack8(m_from, line, 0, m_width, out);
-        else if (m_from.bitDepth == m_to.bitDepth)
-            Unpack16(m_from, line, 0, m_width, reinterpret_cast<Sample16 *>(out));
+        else if (m_from.bitDepth == m_to.bitDepth || (packed && m_from.bitDepth < m_to.bitDepth))
+            Unpack16(m_from, line, 0, m_width, deep, m_to.bitDepth - m_from.bitDepth);
+        else if (!packed && m_from.bitDepth > 8)
+            ShiftDepth(reinterpret_cast<Sample16 const *>(line), m_width, m_from.bitDepth, m_to.bitDepth, deep);
         else
             WriteSamples(Samples(line), m_width, out);
     }

@@ -28,6 +28,9 @@ constexpr std::size_t KEEP_BLOCKS = 128;
 // From here on large pages pay: a 37 MB frame is 18 of them, or 9,000 small ones.
 constexpr std::size_t HUGE_PAGE = 2u << 20;
 constexpr std::size_t HUGE_FROM = 2 * HUGE_PAGE;
+// Frames begin at a page, so that a file can be written from them past the page cache.
+constexpr std::size_t PAGE = 4096;
+constexpr std::size_t PAGED_FROM = 32 * PAGE;
 
 // No frame comes near; a size beyond is a mistake in somebody's arithmetic.
 constexpr std::size_t LARGEST = std::size_t(1) << 36;
@@ -36,6 +39,7 @@ constexpr std::size_t LARGEST = std::size_t(1) << 36;
 struct alignas(ALIGNMENT) Block
 {
     std::size_t capacity; // bytes behind this header
+    void *memory;         // what it stands in, to be freed
 };
 static_assert(sizeof(Block) == ALIGNMENT);
 
@@ -81,7 +85,7 @@ public:
         // Giving pages back takes long: not under the lock.
         for (std::size_t i = 0; i < count; ++i) {
             ASAN_UNPOISON_MEMORY_REGION(dropped[i] + 1, dropped[i]->capacity);
-            std::free(dropped[i]);
+            std::free(dropped[i]->memory);
         }
         return true;
     }
@@ -107,15 +111,16 @@ FramePool &Pool()
 Block *NewBlock(std::size_t capacity)
 {
     bool const huge = capacity >= HUGE_FROM;
-    std::size_t const bytes = (capacity + sizeof(Block) + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
+    std::size_t const begin = capacity >= PAGED_FROM ? PAGE : sizeof(Block);
+    std::size_t const bytes = (begin + capacity + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
     void *memory = nullptr;
-    if (posix_memalign(&memory, huge ? HUGE_PAGE : ALIGNMENT, bytes) != 0)
+    if (posix_memalign(&memory, huge ? HUGE_PAGE : begin, bytes) != 0)
         return nullptr;
 #if defined(MADV_HUGEPAGE)
     if (huge)
         madvise(memory, bytes, MADV_HUGEPAGE);
 #endif
-    return new (memory) Block{bytes - sizeof(Block)};
+    return new (static_cast<char *>(memory) + begin - sizeof(Block)) Block{bytes - begin, memory};
 }
 
 } // namespace
@@ -146,5 +151,5 @@ void TovFreeFrameMemory(void *memory)
     if (block->capacity >= POOLED_FROM && Pool().Keep(block))
         return;
     ASAN_UNPOISON_MEMORY_REGION(block + 1, block->capacity);
-    std::free(block);
+    std::free(block->memory);
 }

@@ -189,7 +189,7 @@ TOV_CPU_CLONES void DropAlpha(std::uint8_t const *__restrict in, std::size_t wid
     }
 }
 
-TOV_CPU_CLONES void ShiftDepth(std::uint16_t const *__restrict in, std::size_t count, unsigned from, unsigned to,
+TOV_CPU_CLONES void ShiftDepth(Sample16 const *__restrict in, std::size_t count, unsigned from, unsigned to,
                                Sample16 *__restrict out)
 {
     // A product stays within 16-bit lanes, which a shift by a variable does not.

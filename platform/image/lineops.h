@@ -36,6 +36,6 @@ void AddAlpha(std::uint8_t const *colours, std::size_t width, std::uint8_t *out)
 void DropAlpha(std::uint8_t const *in, std::size_t width, std::uint8_t *colours);
 
 // Moves samples of a depth into another.
-void ShiftDepth(std::uint16_t const *in, std::size_t count, unsigned from, unsigned to, Sample16 *out);
+void ShiftDepth(Sample16 const *in, std::size_t count, unsigned from, unsigned to, Sample16 *out);
 
 } // namespace TovPixels

@@ -1,7 +1,7 @@
 #include "mosaic.h"
 
+#include "bayer.h"
 #include "scratch.h"
-#include "unpack.h"
 
 #include <algorithm>
 
@@ -11,8 +11,29 @@ namespace TovPixels {
 
 namespace {
 
-// Below this many pixels OpenCV keeps a demosaicing on the calling thread, and a strip stays in the cache.
+// A strip of so many pixels stays in the cache.
 constexpr std::size_t STRIP_PIXELS = 90000;
+// A picture from this size on is shared among OpenCV's threads, as OpenCV's own operations are; waking them does not
+// pay for the bands that the display asks for.
+constexpr std::size_t SHARED_PIXELS = 1u << 20;
+constexpr double PIXELS_A_SHARE = 1u << 18;
+
+// Has `work` do the lines from `begin` to `end`, more than once and on several threads where the picture is large.
+template<class Work>
+void ForLines(_TovImage const &picture, Work const &work)
+{
+    int const height = int(picture.height);
+#if !defined(__SANITIZE_THREAD__) // which does not see how threads of a library that it knows nothing of meet
+    std::size_t const pixels = std::size_t(picture.width) * picture.height;
+    if (pixels >= SHARED_PIXELS) {
+        cv::parallel_for_(
+            cv::Range(0, height), [&work](cv::Range const &lines) { work(lines.start, lines.end); },
+            double(pixels) / PIXELS_A_SHARE);
+        return;
+    }
+#endif
+    work(0, height);
+}
 
 // The nearest index inside [0, size) that lies in the same place of the mosaic's tile, of `period` pixels.
 int SamePlace(int index, int size, int period)
@@ -94,99 +115,86 @@ private:
     Scratch<T> const m_samples;
 };
 
-// OpenCV calls a pattern by the pixels one line down and one column on. `phase` is the one that begins there.
-int BayerCode(TovBayerPhase phase, bool blueFirst)
-{
-    switch (phase) {
-    case TOV_BAYER_GR:
-        return blueFirst ? cv::COLOR_BayerGR2BGR : cv::COLOR_BayerGR2RGB;
-    case TOV_BAYER_RG:
-        return blueFirst ? cv::COLOR_BayerRG2BGR : cv::COLOR_BayerRG2RGB;
-    case TOV_BAYER_GB:
-        return blueFirst ? cv::COLOR_BayerGB2BGR : cv::COLOR_BayerGB2RGB;
-    default:
-        return blueFirst ? cv::COLOR_BayerBG2BGR : cv::COLOR_BayerBG2RGB;
-    }
-}
-
-// The pattern from the next column on.
-TovBayerPhase NextColumn(TovBayerPhase phase)
-{
-    switch (phase) {
-    case TOV_BAYER_GR:
-        return TOV_BAYER_RG;
-    case TOV_BAYER_RG:
-        return TOV_BAYER_GR;
-    case TOV_BAYER_GB:
-        return TOV_BAYER_BG;
-    default:
-        return TOV_BAYER_GB;
-    }
-}
-
-// One pixel as OpenCV interpolates it. `at` is its sample, `here` its filter and `beside` that of the next column.
+// The lines of a mosaic as samples T: where they stand if they are such already, else unpacked, a few at a time.
 template<class T>
-void InterpolatePixel(T const *at, std::ptrdiff_t step, char here, char beside, bool blueFirst, T *out)
+class MosaicLines
 {
-    auto const place = [blueFirst](char colour) {
-        return colour == 'G' ? 1 : (colour == 'R') != blueFirst ? 0 : 2;
-    };
-    int const level = (at[-1] + at[1] + 1) / 2;
-    int const upright = (at[-step] + at[step] + 1) / 2;
-    if (here == 'G') {
-        out[1] = *at;
-        out[place(beside)] = T(level);
-        out[2 - place(beside)] = T(upright);
-    } else {
-        out[place(here)] = *at;
-        out[1] = T((at[-1] + at[1] + at[-step] + at[step] + 2) / 4);
-        out[2 - place(here)] = T((at[-step - 1] + at[-step + 1] + at[step - 1] + at[step + 1] + 2) / 4);
+public:
+    // Lines asked for may lie at most that many apart.
+    static constexpr int REACH = 3;
+
+    MosaicLines(TovPixelTypeInfo const &info, _TovImage const &source)
+        : m_info(info),
+          m_source(source),
+          m_inPlace(info.packing == TOV_UNPACKED && (info.bitDepth > 8 ? 2 : 1) == sizeof(T)),
+          m_samples(m_inPlace ? 0 : std::size_t(REACH) * source.width)
+    {
     }
+
+    std::uint8_t const *At(int y)
+    {
+        std::uint8_t const *line = m_source.imageData + std::uint64_t(y) * m_source.lineStep;
+        if (m_inPlace)
+            return line;
+        int const slot = y % REACH;
+        T *samples = m_samples.Data() + std::size_t(slot) * m_source.width;
+        if (m_held[slot] != y) {
+            UnpackInto(m_info, line, m_source.width, samples);
+            m_held[slot] = y;
+        }
+        return reinterpret_cast<std::uint8_t const *>(samples);
+    }
+
+private:
+    TovPixelTypeInfo const &m_info;
+    _TovImage const &m_source;
+    bool const m_inPlace;
+    Scratch<T> const m_samples;
+    int m_held[REACH] = {-1, -1, -1};
+};
+
+// One line interpolated, shifted up by `shift` bits.
+void InterpolateAt(MosaicLines<std::uint8_t> &lines, int above, int y, int below, std::size_t width, BayerLine line,
+                   unsigned, std::uint8_t *out)
+{
+    InterpolateBayer(lines.At(above), lines.At(y), lines.At(below), width, line, out);
+}
+
+void InterpolateAt(MosaicLines<std::uint16_t> &lines, int above, int y, int below, std::size_t width, BayerLine line,
+                   unsigned shift, std::uint8_t *out)
+{
+    auto const samples = [&lines](int at) {
+        return reinterpret_cast<Sample16 const *>(lines.At(at));
+    };
+    InterpolateBayer(samples(above), samples(y), samples(below), width, line, shift, reinterpret_cast<Sample16 *>(out));
 }
 
 template<class T>
 void DemosaicBayer(TovPixelTypeInfo const &info, _TovImage const &source, bool blueFirst, ColourLines const *direct,
                    ColourLineSink<T> const &sink)
 {
-    // OpenCV computes no pixel at the edge; the margin is what it leaves out.
-    constexpr int MARGIN = 1;
-    Strip<T> strip(info, source, MARGIN, 2);
-    int const depth = sizeof(T) == 1 ? CV_8U : CV_16U;
-    int const width = int(source.width);
     int const height = int(source.height);
-    Scratch<T> colours(strip.Step() * 3 * std::size_t(strip.Lines() + 2 * MARGIN));
-
-    for (int top = 0; top < height; top += strip.Lines()) {
-        int const count = std::min(strip.Lines(), height - top);
-        strip.Fill(top, count);
-        if constexpr (sizeof(T) == 1) {
-            if (direct && width > 2 && top > 0 && top + count < height) {
-                // Straight into the destination. OpenCV also writes the lines above and below, as edges: the upper
-                // one is finished and has to be kept, the lower one is the next strip's. Its edge columns are wrong
-                // too, having no margin here.
-                std::uint8_t *above = direct->first + std::uint64_t(top - 1) * direct->lineStep;
-                std::copy_n(above, 3 * width, colours.Data());
-                cv::Mat const mosaic(count + 2, width, CV_8UC1, strip.Data() + MARGIN, strip.Step());
-                cv::Mat picture(count + 2, width, CV_8UC3, above, direct->lineStep);
-                cv::demosaicing(mosaic, picture, BayerCode(NextColumn(info.bayer), blueFirst));
-                std::copy_n(colours.Data(), 3 * width, above);
-                for (int i = 1; i <= count; ++i) {
-                    for (int x : {0, width - 1}) {
-                        char const here = TovGetFilterColour(&info, std::uint32_t(x), std::uint32_t(top + i - 1));
-                        char const beside = TovGetFilterColour(&info, std::uint32_t(x + 1), std::uint32_t(top + i - 1));
-                        InterpolatePixel(strip.Data() + std::size_t(i) * strip.Step() + MARGIN + x,
-                                         std::ptrdiff_t(strip.Step()), here, beside, blueFirst,
-                                         picture.ptr<T>(i) + 3 * x);
-                    }
-                }
-                continue;
-            }
-        }
-        cv::Mat const mosaic(count + 2 * MARGIN, int(strip.Step()), CV_MAKETYPE(depth, 1), strip.Data());
-        cv::Mat picture(mosaic.size(), CV_MAKETYPE(depth, 3), colours.Data());
-        cv::demosaicing(mosaic, picture, BayerCode(info.bayer, blueFirst));
-        for (int i = 0; i < count; ++i)
-            sink(std::uint32_t(top + i), picture.ptr<T>(i + MARGIN) + 3 * MARGIN);
+    auto const interpolate = [&](MosaicLines<T> &lines, int y, unsigned shift, std::uint8_t *out) {
+        int const above = SamePlace(y - 1, height, 2);
+        int const below = SamePlace(y + 1, height, 2);
+        char const first = TovGetFilterColour(&info, 0, std::uint32_t(y));
+        char const own = first != 'G' ? first : TovGetFilterColour(&info, 1, std::uint32_t(y));
+        BayerLine const line{first == 'G', (own == 'R') != blueFirst};
+        InterpolateAt(lines, above, y, below, source.width, line, shift, out);
+    };
+    if (direct) {
+        ForLines(source, [&](int begin, int end) {
+            MosaicLines<T> lines(info, source);
+            for (int y = begin; y < end; ++y)
+                interpolate(lines, y, direct->shift, direct->first + std::uint64_t(y) * direct->lineStep);
+        });
+        return;
+    }
+    MosaicLines<T> lines(info, source);
+    Scratch<T> const colours(3 * std::size_t(source.width));
+    for (int y = 0; y < height; ++y) {
+        interpolate(lines, y, 0, reinterpret_cast<std::uint8_t *>(colours.Data()));
+        sink(std::uint32_t(y), colours.Data());
     }
 }
 

@@ -165,14 +165,16 @@ TOV_ALWAYS_INLINE void Put(Out sample, std::uint8_t *out)
     std::memcpy(out, &sample, sizeof sample);
 }
 
-template<class F, class Out>
-TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, std::size_t count, std::uint8_t *out)
+// Deep samples are shifted up by `up` bits, which is 0 unless Shifted.
+template<class F, class Out, bool Shifted>
+TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, std::size_t count, unsigned up,
+                                  std::uint8_t *out)
 {
     constexpr unsigned SHIFT = sizeof(Out) == 1 ? F::DEPTH - 8 : 0;
     std::size_t i = first;
     std::size_t const end = first + count;
     for (; i < end && i % F::GROUP != 0; ++i, out += sizeof(Out))
-        Put(Out(F::Sample(line, i) >> SHIFT), out);
+        Put(Out(F::Sample(line, i) >> SHIFT << up), out);
 
     // A step reads its last sixteen bytes from where its last eight samples begin.
     constexpr std::size_t STEP = sizeof(Out) == 1 ? 2 * LANES : LANES;
@@ -192,29 +194,31 @@ TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, s
             Bytes const step = F::HighBytes(from);
             std::memcpy(out, &step, sizeof step);
         } else {
-            Words const step = F::Samples(from);
+            Words step = F::Samples(from);
+            if constexpr (Shifted)
+                step = step << up;
             std::memcpy(out, &step, sizeof step);
         }
     }
     for (; i < end; ++i, out += sizeof(Out))
-        Put(Out(F::Sample(line, i) >> SHIFT), out);
+        Put(Out(F::Sample(line, i) >> SHIFT << up), out);
 }
 
 // `packing` and `depth` are one of the six packed forms.
-template<class Out>
+template<class Out, bool Shifted>
 TOV_ALWAYS_INLINE void UnpackAny(TovPacking packing, unsigned depth, std::uint8_t const *line, std::size_t first,
-                                 std::size_t count, std::uint8_t *out)
+                                 std::size_t count, unsigned up, std::uint8_t *out)
 {
     bool const ten = depth == 10;
     if (packing == TOV_PACKED_GEV)
-        ten ? UnpackForm<Form<TOV_PACKED_GEV, 10>, Out>(line, first, count, out)
-            : UnpackForm<Form<TOV_PACKED_GEV, 12>, Out>(line, first, count, out);
+        ten ? UnpackForm<Form<TOV_PACKED_GEV, 10>, Out, Shifted>(line, first, count, up, out)
+            : UnpackForm<Form<TOV_PACKED_GEV, 12>, Out, Shifted>(line, first, count, up, out);
     else if (packing == TOV_PACKED_P)
-        ten ? UnpackForm<Form<TOV_PACKED_P, 10>, Out>(line, first, count, out)
-            : UnpackForm<Form<TOV_PACKED_P, 12>, Out>(line, first, count, out);
+        ten ? UnpackForm<Form<TOV_PACKED_P, 10>, Out, Shifted>(line, first, count, up, out)
+            : UnpackForm<Form<TOV_PACKED_P, 12>, Out, Shifted>(line, first, count, up, out);
     else
-        ten ? UnpackForm<Form<TOV_PACKED_WEFT, 10>, Out>(line, first, count, out)
-            : UnpackForm<Form<TOV_PACKED_WEFT, 12>, Out>(line, first, count, out);
+        ten ? UnpackForm<Form<TOV_PACKED_WEFT, 10>, Out, Shifted>(line, first, count, up, out)
+            : UnpackForm<Form<TOV_PACKED_WEFT, 12>, Out, Shifted>(line, first, count, up, out);
 }
 
 template<unsigned Shift>
@@ -236,13 +240,20 @@ bool IsBytes(TovPixelTypeInfo const &info)
 TOV_CPU_CLONES void UnpackPacked16(TovPacking packing, unsigned depth, std::uint8_t const *line, std::size_t first,
                                    std::size_t count, Sample16 *samples)
 {
-    UnpackAny<std::uint16_t>(packing, depth, line, first, count, reinterpret_cast<std::uint8_t *>(samples));
+    UnpackAny<std::uint16_t, false>(packing, depth, line, first, count, 0, reinterpret_cast<std::uint8_t *>(samples));
+}
+
+TOV_CPU_CLONES void UnpackShifted16(TovPacking packing, unsigned depth, std::uint8_t const *line, std::size_t first,
+                                    std::size_t count, unsigned shift, Sample16 *samples)
+{
+    UnpackAny<std::uint16_t, true>(packing, depth, line, first, count, shift,
+                                   reinterpret_cast<std::uint8_t *>(samples));
 }
 
 TOV_CPU_CLONES void UnpackPacked8(TovPacking packing, unsigned depth, std::uint8_t const *line, std::size_t first,
                                   std::size_t count, std::uint8_t *samples)
 {
-    UnpackAny<std::uint8_t>(packing, depth, line, first, count, samples);
+    UnpackAny<std::uint8_t, false>(packing, depth, line, first, count, 0, samples);
 }
 
 TOV_CPU_CLONES void NarrowSamples(unsigned depth, Sample16 const *in, std::size_t count, std::uint8_t *out)
@@ -273,12 +284,14 @@ std::uint32_t SamplesPerPixel(TovPixelTypeInfo const &info)
 }
 
 void Unpack16(TovPixelTypeInfo const &info, std::uint8_t const *line, std::size_t first, std::size_t count,
-              Sample16 *samples)
+              Sample16 *samples, unsigned shift)
 {
     if (IsBytes(info))
         WidenSamples(line + first, count, samples);
     else if (info.packing == TOV_UNPACKED)
         std::memcpy(samples, line + first * 2, count * 2);
+    else if (shift != 0)
+        UnpackShifted16(info.packing, info.bitDepth, line, first, count, shift, samples);
     else
         UnpackPacked16(info.packing, info.bitDepth, line, first, count, samples);
 }

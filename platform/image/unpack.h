@@ -22,9 +22,10 @@ using Sample16 = std::uint16_t __attribute__((aligned(1), may_alias));
 std::uint32_t SamplesPerPixel(TovPixelTypeInfo const &info);
 
 // `count` samples of a line from the sample `first` on: at their own depth, right-aligned, or their upper eight bits.
-// Nothing behind the last sample's last byte is read. The output must not overlap the line.
+// Packed ones may be shifted up by `shift` bits on the way, which others take no notice of. Nothing behind the last
+// sample's last byte is read. The output must not overlap the line.
 void Unpack16(TovPixelTypeInfo const &info, std::uint8_t const *line, std::size_t first, std::size_t count,
-              Sample16 *samples);
+              Sample16 *samples, unsigned shift = 0);
 void Unpack8(TovPixelTypeInfo const &info, std::uint8_t const *line, std::size_t first, std::size_t count,
              std::uint8_t *samples);
 

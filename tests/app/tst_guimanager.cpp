@@ -10,10 +10,18 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
+#include <QDockWidget>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSettings>
+#include <QTableView>
+#include <QTemporaryDir>
 #include <QTest>
+#include <QTextBrowser>
 #include <QTimer>
 
 #include <functional>
@@ -50,10 +58,50 @@ protected:
             action();
             return; // answered in a later round, after what the action has posted
         }
+        if (qobject_cast<QFileDialog *>(box->parent()))
+            return box->button(QMessageBox::Yes)->click(); // a file that is there already may be overwritten
         EXPECT_EQ(box->windowTitle(), QCoreApplication::applicationName());
         EXPECT_EQ(box->icon(), QMessageBox::Critical);
         m_told.push_back(box->text().toStdString());
         box->button(QMessageBox::Ok)->click();
+    }
+    // While `call` runs, one dialog opens and `act` answers it.
+    template<typename Dialog>
+    void During(std::function<void()> const &call, std::function<void(Dialog *)> const &act)
+    {
+        QTimer answer;
+        QObject::connect(&answer, &QTimer::timeout, [&] {
+            if (auto *const dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget())) {
+                answer.stop();
+                act(dialog);
+            }
+        });
+        answer.start(5);
+        call();
+        EXPECT_FALSE(answer.isActive()) << "no dialog";
+    }
+    // Answers the file dialog that opens in the course of the call, or cancels it where there is no path. Gives its
+    // title, filter and suggestion.
+    std::string ChooseFile(std::function<void()> const &call, QString const &path)
+    {
+        std::string asked;
+        During<QFileDialog>(call, [&](QFileDialog *dialog) {
+            auto *const name = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
+            asked =
+                (dialog->windowTitle() + u'|' + dialog->nameFilters().join(u',') + u'|' + name->text()).toStdString();
+            name->setText(path);
+            QMetaObject::invokeMethod(dialog, path.isEmpty() ? "reject" : "accept");
+        });
+        return asked;
+    }
+    std::string ChooseFile(char const *action, QString const &path)
+    {
+        return ChooseFile([=, this] { Action(action)->trigger(); }, path);
+    }
+    template<typename W>
+    W *Find(char const *name)
+    {
+        return m_window->findChild<W *>(QString::fromLatin1(name));
     }
     // What the message boxes said since the last call.
     Texts Told()
@@ -255,6 +303,149 @@ TEST_F(Manager, AnotherCameraReplacesARunningOneAndALateReportOfThatIsIgnored)
     m_window.reset(); // with a camera that runs
     EXPECT_EQ(m_other.ReleaseCount(), 1);
     EXPECT_EQ(m_other.stream.OutCount(), 0u);
+}
+
+TEST_F(Manager, PanelsComeAndGoWithTheCameraAndKeepTheirPlaces)
+{
+    m_window->show();
+    EXPECT_EQ(m_window->findChildren<QDockWidget *>().size(), 0);
+    Bring(m_device, SessionStateIdle);
+    EXPECT_EQ(m_window->dockWidgetArea(Find<QDockWidget>("CameraGenParamPanel")), Qt::LeftDockWidgetArea);
+    EXPECT_EQ(m_window->dockWidgetArea(Find<QDockWidget>("StatisticsPanel")), Qt::BottomDockWidgetArea);
+    for (auto const &[action, panel] :
+         {std::pair{"GenICamTree", "CameraGenParamPanel"}, {"Statistics", "StatisticsPanel"}}) {
+        EXPECT_TRUE(Action(action)->isChecked()) << action;
+        Action(action)->trigger();
+        EXPECT_FALSE(Find<QDockWidget>(panel)->isVisible() || Action(action)->isChecked()) << action;
+    }
+    m_window->addDockWidget(Qt::RightDockWidgetArea, Find<QDockWidget>("StatisticsPanel"));
+    Action("GenICamTree")->trigger();
+    QRect const place(200, 150, 420, 310);
+    Find<QDockWidget>("CameraGenParamPanel")->setFloating(true);
+    Find<QDockWidget>("CameraGenParamPanel")->setGeometry(place);
+    auto *const table = Find<QTableView>("statisticsTable");
+    table->setColumnWidth(0, 234);
+
+    // The camera goes and comes again, in this run and in the next, whether or not it was closed before the end.
+    for (int round = 0; round < 3; ++round) {
+        Gui().cameraDisconnect();
+        EXPECT_EQ(m_window->findChildren<QDockWidget *>().size(), 0);
+        EXPECT_FALSE(Action("GenICamTree")->isChecked());
+        if (round > 0) {
+            FakeDevice device;
+            if (round == 2)
+                Bring(device, SessionStateIdle);
+            m_window->close();
+            m_window = std::make_unique<TovScope>(nullptr, false, false);
+            m_window->show();
+        }
+        Bring(m_device, SessionStateIdle);
+        EXPECT_EQ(m_window->dockWidgetArea(Find<QDockWidget>("StatisticsPanel")), Qt::RightDockWidgetArea) << round;
+        EXPECT_FALSE(Find<QDockWidget>("StatisticsPanel")->isVisible() || Action("Statistics")->isChecked()) << round;
+        auto *const tree = Find<QDockWidget>("CameraGenParamPanel");
+        EXPECT_TRUE(tree->isVisible() && tree->isFloating() && Action("GenICamTree")->isChecked()) << round;
+        EXPECT_EQ(tree->geometry(), place) << round;
+        EXPECT_EQ(Find<QTableView>("statisticsTable")->columnWidth(0), 234) << round;
+    }
+}
+
+TEST_F(Manager, StatisticsFollowTheCamera)
+{
+    Bring(m_device, SessionStateAcquisition);
+    auto *const table = Find<QTableView>("statisticsTable");
+    int refreshes = 0;
+    QObject::connect(table->model(), &QAbstractItemModel::dataChanged, [&] { ++refreshes; });
+    for (std::uint64_t id = 1; id <= 9; ++id)
+        EXPECT_TRUE(m_device.stream.Push({id, id * 40000}));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return refreshes > 0; }));
+    std::string text;
+    for (int row = 0; row < table->model()->rowCount(); ++row)
+        text += table->model()->index(row, 0).data().toString().toStdString() + "=" +
+                table->model()->index(row, 1).data().toString().toStdString() + "; ";
+    EXPECT_EQ(text, "Frames acquired=9; Timestamp [ns]=360000; Current BlockID=9; Frames dropped=0; FPS=28.12; "
+                    "Thoughput [MB/s]=0.00; Frames incompleted=0; ");
+    EXPECT_LE(refreshes, table->model()->rowCount());
+
+    emit table->customContextMenuRequested(table->visualRect(table->model()->index(4, 0)).center());
+    for (QAction *entry : Find<QDockWidget>("StatisticsPanel")->findChildren<QAction *>()) {
+        if (entry->text() == QStringLiteral("Copy"))
+            entry->trigger();
+    }
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), QStringLiteral("FPS\t28.12"));
+}
+
+TEST_F(Manager, ConfigurationsAreSavedWhereTheOperatorSaid)
+{
+    char const filter[] = "|Velmor camera configuration files (*.tcfg)|";
+    QTemporaryDir const folder;
+    QString const first = folder.filePath(QStringLiteral("first.tcfg"));
+    QString const second = folder.filePath(QStringLiteral("second"));
+    QFile(first).open(QIODevice::WriteOnly);
+    Bring(m_device, SessionStateIdle);
+    m_device.script.TakeLog();
+    EXPECT_EQ(ChooseFile("SaveConfiguration", {}), std::string("Save camera configuration") + filter);
+    EXPECT_EQ(m_device.script.TakeLog(), "");
+    ChooseFile("SaveConfiguration", second);
+    Action("SaveConfiguration")->trigger(); // asks no more
+    EXPECT_EQ(m_device.script.TakeLog(),
+              QStringLiteral("SaveConfiguration %1; SaveConfiguration %1").arg(second).toStdString());
+    EXPECT_EQ(Title(), QStringLiteral("TovScope -  bench [Scripted, SN:0042] { %1 }").arg(second).toStdString());
+    EXPECT_EQ(ChooseFile("LoadConfiguration", first), std::string("Open camera configuration") + filter);
+    EXPECT_EQ(m_device.script.TakeLog(), "LoadConfiguration " + first.toStdString());
+    EXPECT_EQ(ChooseFile("SaveConfigurationAs", second), std::string("Save camera configuration as...") + filter);
+    EXPECT_EQ(m_device.script.TakeLog(), "SaveConfiguration " + second.toStdString());
+
+    // A camera that goes while the question is open.
+    QTimer::singleShot(0, [this] { Gui().cameraDisconnect(); });
+    ChooseFile("SaveConfigurationAs", first);
+    ExpectClosed(m_device);
+
+    // Without a camera the file opens its own; this one names none.
+    ChooseFile("LoadConfiguration", first);
+    EXPECT_EQ(Told(), Texts{"Camera cannot be instantinated"});
+    EXPECT_EQ(QApplication::overrideCursor(), nullptr);
+}
+
+TEST_F(Manager, DialogsTellCopyAndSaveTheReport)
+{
+    QTemporaryDir const folder;
+    QString const path = folder.filePath(QStringLiteral("r.txt"));
+    std::string const software = "Software information\nTovScope version:  1.3.0 (build 2230) \n";
+    std::string const camera = "Device Information\nModel Name:        Scripted\n";
+    bool loses = false;
+    auto const look = [&](char const *action, std::string const &begin, std::string const &suggested) {
+        auto const act = [&](QDialog *dialog) {
+            auto const button = [&](char const *name) {
+                return dialog->findChild<QPushButton *>(QString::fromLatin1(name));
+            };
+            if (loses) {
+                m_device.LoseConnection();
+                ExpectClosed(m_device);
+            }
+            QString const report = dialog->findChild<QTextBrowser *>()->toPlainText();
+            EXPECT_EQ(report.toStdString().rfind(begin, 0), 0u) << report.toStdString();
+            emit button("buttonCopy")->pressed();
+            EXPECT_EQ(QGuiApplication::clipboard()->text(), report);
+            QFile file(path);
+            EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write(QByteArray(2000, '~'));
+            file.close();
+            EXPECT_EQ(ChooseFile([&] { emit button("buttonSave")->pressed(); }, path),
+                      "Save camera info|Text file (*.txt)|" + suggested);
+            EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+            QByteArray const content = file.readAll();
+            EXPECT_TRUE(content.size() == 2000 && content.startsWith(report.toUtf8() + '~')) << "not truncated";
+            emit button("buttonClose")->released();
+            EXPECT_FALSE(dialog->isVisible());
+        };
+        During<QDialog>([=, this] { Action(action)->trigger(); }, act);
+    };
+    look("About", software, "");
+    Bring(m_device, SessionStateIdle);
+    look("About", software + "U3V driver version: 1.0\n" + camera, "benchScripted_0042");
+    loses = true; // while its report is read
+    look("CameraInformation", camera, "benchScripted_0042");
+    EXPECT_EQ(Told(), Texts{"Connection to the Camera was lost"});
 }
 
 } // namespace

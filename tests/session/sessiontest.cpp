@@ -1,15 +1,20 @@
 #include "session.h"
 #include "displayview.h"
 #include "fakecamera.h"
+#include "fakeserializer.h"
 #include "grabbingfifo.h"
+#include "imagewriter.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
 #include "tovscopeexception.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QMainWindow>
+#include <QMessageBox>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QThread>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -86,6 +91,7 @@ protected:
     void Connect()
     {
         session.reset();
+        FakeSerializerScript::Get().Reset();
         session = std::make_unique<Session>(nullptr, &device, &host);
         QObject::connect(session.get(), &Session::signalUpdateGui, [this] { states.push_back(session->GetState()); });
         // As the program's manager answers.
@@ -379,20 +385,208 @@ TEST_F(SessionTest, ALostCameraEndsTheSessionFromEveryState)
     }
 }
 
+// What ends a recording, and where that leads; the next one works.
+TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
+{
+    FakeSerializerScript &serializer = FakeSerializerScript::Get();
+    struct
+    {
+        char const *what;
+        std::function<void()> begin, end;
+        SessionState after;
+        std::size_t saved;
+        std::vector<int> errors;
+    } const rows[] = {
+        {"the operator", {}, [this] { emit session->signalStopCapturing(); }, SessionStateAcquisition, 3, {}},
+        {"a snap", [this] { EXPECT_TRUE(session->SnapNextFrame()); }, [] {}, SessionStateAcquisition, 1, {}},
+        {"a failing movie",
+         [&] {
+             session->GetImageWriter()->SetParamInt("FileFormat", ImageWriter::FormatAvi);
+             serializer.OnWrite([](std::size_t number) { return number == 2 ? -4 : 0; });
+             emit session->signalStartCapturing();
+         },
+         [] {},
+         SessionStateAcquisition,
+         2,
+         {}},
+        {"files that cannot be closed",
+         {},
+         [&] {
+             serializer.OnStop([]() -> int { throw std::bad_alloc(); });
+             emit session->signalStopCapturing();
+         },
+         SessionStateIdle,
+         3,
+         {4}},
+        {"the end of an evaluation",
+         {},
+         [this] { static_cast<ImageWriter *>(session->GetImageWriter())->PostFinishEvaltest(); },
+         SessionStateIdle,
+         3,
+         {}},
+        {"the lost camera",
+         {},
+         [this] { emit session->signalCameraStateDisconnected(); },
+         SessionStateDisconnected,
+         3,
+         {}},
+        {"the end of the session", {}, [this] { session.reset(); }, SessionStateDisconnected, 3, {}},
+    };
+    for (auto const &row : rows) {
+        SCOPED_TRACE(row.what);
+        errors.clear();
+        Connect();
+        GoTo(SessionStateAcquisition);
+        if (row.begin)
+            row.begin();
+        else
+            emit session->signalStartCapturing();
+        ASSERT_EQ(session->GetState(), SessionStateCapturing);
+        Feed(1, 3);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return serializer.Writes().size() >= row.saved; }));
+        row.end();
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !session || session->GetState() == row.after; }));
+        EXPECT_EQ(serializer.Writes().size(), row.saved);
+        EXPECT_EQ(errors, row.errors);
+        if (row.after != SessionStateAcquisition)
+            continue;
+        RecordingLedger const &ledger = static_cast<ImageWriter *>(session->GetImageWriter())->GetLedger();
+        EXPECT_TRUE(ledger.AddsUp());
+        EXPECT_EQ(ledger.acquired, 3);
+        serializer.Reset();
+        GoTo(SessionStateCapturing);
+        Feed(4, 6);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return serializer.Writes().size() >= 3; }));
+    }
+}
+
+TEST_F(SessionTest, ALateReportOfOneRecordingDoesNotEndTheNext)
+{
+    Connect();
+    GoTo(SessionStateCapturing);
+    static_cast<ImageWriter *>(session->GetImageWriter())->PostFinishWriting();
+    emit session->signalStopCapturing();
+    emit session->signalStartCapturing();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(session->GetState(), SessionStateCapturing);
+}
+
+TEST_F(SessionTest, ASnapOutsideOfAcquisitionWaitsForTheNextRecording)
+{
+    Connect();
+    EXPECT_TRUE(session->SnapNextFrame());
+    EXPECT_EQ(session->GetState(), SessionStateIdle);
+    GoTo(SessionStateCapturing);
+    Feed(1, 5);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return session->GetState() == SessionStateAcquisition; }));
+    EXPECT_EQ(FakeSerializerScript::Get().Writes().size(), 1u);
+}
+
 TEST_F(SessionTest, KeepsSettingsAndForgetsCounters)
 {
     Connect();
     session->GetGrabber()->SetParamInt("QueueSize", 25);
     session->GetDisplay()->SetParamFloat("DisplayRate", 12.5);
+    session->GetImageWriter()->SetParamString("ImageName", "run_${time}");
+    session->GetImageWriter()->SetParamInt("FramesSaved", 9);
     GoTo(SessionStateAcquisition);
     Feed(7, 7);
     Connect();
     EXPECT_EQ(Value(session->GetDisplay(), "DisplayRate"), "12.5");
+    EXPECT_EQ(Value(session->GetImageWriter(), "ImageName"), "run_${time}");
+    EXPECT_EQ(Value(session->GetImageWriter(), "FramesSaved"), "0");
     for (char const *key : {"FramesAcquired", "FramesDroppedHW", "FramesDroppedSW", "FramesIncomp", "Timestamp",
                             "FrameID", "FpsAvg", "FpsInst", "Speed"})
         EXPECT_EQ(Value(session->GetGrabber(), key), "0") << key;
     emit session->signalStartAcquisition();
     EXPECT_EQ(device.script.TakeLog().rfind("AllocBufferQueue 25", 0), 0u);
+}
+
+TEST_F(SessionTest, ReportsWhatTheCameraHasAndNothingElse)
+{
+    FakeParams adapter{device.script};
+    adapter.ints.clear();
+    adapter.texts.clear();
+    adapter.texts["InterfaceID"].value = "eth0";
+    device.info.interface = &adapter;
+    Connect();
+    device.params.texts.clear();
+    auto &texts = device.params.texts;
+    auto &ints = device.params.ints;
+    texts["DeviceVendorName"].value = "other vendor";
+    texts["DeviceUserID"].value = "100% %1";
+    texts["DeviceFirmwareVersion"].value = "3.1";
+    ints["CameraHeadFirmwareVersion"].value = 0xAB;
+    ints["EpcsID"].value = -1;
+    ints["GevFirmwareHwVersion"].value = 7;
+    device.info.host = "line one\nline two \xc3\xa4";
+    EXPECT_EQ(session->GetCameraInfo(), QString::fromUtf8("Device Information\n"
+                                                          "Manufacturer Name: other vendor\n"
+                                                          "User Defined Name: 100% %1\n"
+                                                          "\nVersion Information\n"
+                                                          "Device FW Version: 3.1\n"
+                                                          "Firmware Version:  ver:ab epcs:ffffffffffffffff\n"
+                                                          " hw:7\n"
+                                                          "\nHost Information\n"
+                                                          "line one\nline two \xc3\xa4"))
+        << "an interface without a MAC has no section";
+
+    for (char const *name : {"DeviceManufacturerName", "DeviceModelName", "DeviceFamilyName", "DeviceVersion",
+                             "DeviceManufacturerInfo", "DeviceSerialNumber", "DeviceUserDefinedName"})
+        texts[name].value = std::string("<") + name + ">";
+    int value = 0x10;
+    for (char const *name :
+         {"FirmwareVersion", "FirmwareImage", "FirmwareBuild", "CustomerID", "RgsID", "FpgaID", "EpcsID", "XmlVersion",
+          "U3VFirmwareVersion", "U3VFirmwareBuildNumber", "GevFirmwareSwVersion", "GevFirmwareHwVersion"})
+        ints[name].value = value++;
+    device.params.enums["SensorType"].value = "Bayer";
+    device.info.host = "";
+    adapter.ints["GevInterfaceMACAddress"].value = 0x0A1B2C3D4E5F;
+    adapter.texts["InterfaceDisplayName"].value = "Ethernet";
+    EXPECT_EQ(session->GetCameraInfo(),
+              QStringLiteral("Device Information\n"
+                             "Manufacturer Name: <DeviceManufacturerName>\n"
+                             "Model Name:        <DeviceModelName>\n"
+                             "Family Name:       <DeviceFamilyName>\n"
+                             "Device Version:    <DeviceVersion>\n"
+                             "Manufacturer Info: <DeviceManufacturerInfo>\n"
+                             "Serial Number:     <DeviceSerialNumber>\n"
+                             "User Defined Name: <DeviceUserDefinedName>\n"
+                             "\nVersion Information\n"
+                             "Sensor Type:       Bayer\n"
+                             "Device FW Version: 3.1\n"
+                             "Firmware Version:  ver:10 img:11 bld:12 cust:13 rgs:14 fpga:15 epcs:16\n"
+                             "XML version:       17\n"
+                             "U3V version:       18, build  19GEV version:       sw:1a hw:1b\n"
+                             "\nHost Information\n"
+                             "\nNetwork Adapter Information:\nMAC:  a1b2c3d4e5f\nName: Ethernet\nID:   eth0\n"));
+}
+
+TEST_F(SessionTest, TellsWhenAConfigurationCouldNotBeSaved)
+{
+    Connect();
+    session->LoadConfiguration(QStringLiteral("/a/\u00e4.tcfg"));
+    session->SaveConfiguration(QStringLiteral("/b.tcfg"));
+    EXPECT_EQ(device.script.TakeLog(), "LoadConfiguration /a/\xc3\xa4.tcfg; SaveConfiguration /b.tcfg");
+    std::pair<std::int32_t, char const *> const rows[] = {
+        {TOV_CAM_ERR_FILE_NOT_FOUND, ""},
+        {TOV_CAM_ERR_GENICAM_GENERIC, "\nGen<i>Cam error"},
+        {TOV_CAM_ERR_UNKNOWN, "\nUnknown error"},
+    };
+    for (auto const &[status, more] : rows) {
+        device.script.Fail("SaveConfiguration", status);
+        QString told;
+        QTimer::singleShot(0, [&] {
+            auto *const box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            ASSERT_NE(box, nullptr);
+            told = box->windowTitle() + QLatin1String(": ") + box->text();
+            session.reset(); // the camera goes while the message is open
+            box->accept();
+        });
+        session->SaveConfiguration(QStringLiteral("/c"));
+        EXPECT_EQ(told.toStdString(), std::string("Error: Can not save configuration file: /c") + more);
+        Connect();
+    }
 }
 
 TEST_F(SessionTest, ManyConnectionsWithFramesLeaveNothingBehind)

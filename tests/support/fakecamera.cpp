@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <thread>
 #include <utility>
 
@@ -146,8 +147,12 @@ std::int32_t FakeStream::AllocBufferQueue(void *, std::uint32_t count)
         _TovImage &image = buffer->m_image;
         image = m_format;
         // One more line of 16-bit samples behind the last one.
-        buffer->m_memory.resize(image.imageSize + std::size_t{image.width} * 2);
-        image.imageData = buffer->m_memory.data();
+        std::size_t const size = image.imageSize + std::size_t{image.width} * 2;
+        void *memory = nullptr;
+        if (posix_memalign(&memory, 4096, size) != 0)
+            return TOV_CAM_ERR_UNKNOWN;
+        buffer->m_memory.reset(static_cast<std::uint8_t *>(memory));
+        image.imageData = static_cast<std::uint8_t *>(std::memset(memory, 0, size));
         m_free.push_back(buffer.get());
         m_buffers.push_back(std::move(buffer));
     }

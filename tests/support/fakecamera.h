@@ -9,6 +9,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <map>
@@ -67,7 +68,7 @@ public:
 private:
     friend class FakeStream;
     _TovImage m_image{};
-    std::vector<std::uint8_t> m_memory;
+    std::unique_ptr<std::uint8_t, void (*)(void *)> m_memory{nullptr, std::free}; // begins a page, as frames do
     bool m_incomplete = false;
     bool m_out = false; // with the application; the stream's mutex
 };
@@ -136,6 +137,15 @@ public:
 };
 
 // What is not among them is unknown to the camera.
+class FakeEnum final : public TovCam::EnumParam
+{
+public:
+    std::string value;
+
+    FAKE_GIVES(char const *GetName(), "");
+    FAKE_GIVES(char const *GetValueStr(std::int32_t *), value.c_str());
+};
+
 class FakeParams final : public TovCam::ParamArray
 {
 public:
@@ -143,6 +153,7 @@ public:
 
     std::map<std::string, FakeInt> ints;
     std::map<std::string, FakeText> texts;
+    std::map<std::string, FakeEnum> enums;
     std::set<std::string> commands;
     bool absenceSilent = false; // a missing node is null, without an error
 
@@ -150,7 +161,8 @@ public:
     TovCam::StringParam *GetString(char const *name, std::int32_t *error) override;
     std::int32_t SetIntegerValue(char const *name, std::int64_t value) override;
     std::int32_t ExecuteCommand(char const *name) override;
-    FAKE_GIVES(TovCam::EnumParam *GetEnum(char const *, std::int32_t *), nullptr);
+    FAKE_GIVES(TovCam::EnumParam *GetEnum(char const *name, std::int32_t *),
+               enums.count(name) ? &enums[name] : nullptr);
     FAKE_GIVES(char const *GetEnumValueStr(char const *, std::int32_t *), nullptr);
     FAKE_GIVES(std::int64_t GetIntegerValue(char const *, std::int32_t *), 0);
     FAKE_GIVES(double GetFloatValue(char const *, std::int32_t *), 0);
@@ -167,9 +179,12 @@ private:
 class FakeDeviceInfo final : public TovCam::DeviceInfo, public TovCam::Interface
 {
 public:
+    char const *host = nullptr;              // what it tells of the host
+    TovCam::ParamArray *interface = nullptr; // parameters of the interface
+
     FAKE_GIVES(TovCam::Interface *GetInterface(), this);
     FAKE_GIVES(char const *GetDisplayName(), "Scripted camera");
-    FAKE_GIVES(char const *GetHostInformation(), nullptr);
+    FAKE_GIVES(char const *GetHostInformation(), host);
     FAKE_GIVES(char const *GetVendorName(), "Test bench");
     FAKE_GIVES(char const *GetModelName(), "Scripted");
     FAKE_GIVES(char const *GetSerialNumber(), "0042");
@@ -181,7 +196,7 @@ public:
     FAKE_GIVES(std::uint32_t GetInterfaceKind(), TovCam::InterfaceKindGigEVision);
     FAKE_GIVES(char const *GetInterfaceDescription(), "Scripted interface");
     FAKE_GIVES(char const *GetDriverVersion(), "1.0");
-    FAKE_GIVES(TovCam::ParamArray *GetInterfaceParameters(std::int32_t *), nullptr);
+    FAKE_GIVES(TovCam::ParamArray *GetInterfaceParameters(std::int32_t *), interface);
     FAKE_GIVES(std::uint32_t GetDeviceCount(), 1);
     FAKE_GIVES(TovCam::DeviceInfo *GetDeviceInfoByIndex(std::uint32_t index), index == 0 ? this : nullptr);
 };
@@ -209,8 +224,10 @@ public:
     FAKE_GIVES(TovCam::Stream *GetStreamByIndex(std::uint32_t index), index == 0 ? &stream : nullptr);
     FAKE_GIVES(TovCam::DeviceInfo *GetDeviceInfo(), &info);
     FAKE_GIVES(std::int32_t ReadRegister(std::uint64_t, void *, std::size_t), TOV_CAM_ERR_UNKNOWN);
-    FAKE_GIVES(std::int32_t SaveConfiguration(char const *), script.Run("SaveConfiguration"));
-    FAKE_GIVES(std::int32_t LoadConfiguration(char const *), script.Run("LoadConfiguration"));
+    FAKE_GIVES(std::int32_t SaveConfiguration(char const *path),
+               script.Run("SaveConfiguration", std::string("SaveConfiguration ") + path));
+    FAKE_GIVES(std::int32_t LoadConfiguration(char const *path),
+               script.Run("LoadConfiguration", std::string("LoadConfiguration ") + path));
 
 private:
     struct Subscription

@@ -7,8 +7,11 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFileDialog>
 #include <QImage>
 #include <QMainWindow>
+#include <QMenu>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QProcess>
 #include <QPushButton>
@@ -116,6 +119,26 @@ public:
         ClickAt(at);
     }
 
+    // An action through its menu in the menu bar.
+    void ClickMenu(QMainWindow *window, char const *action)
+    {
+        auto *found = Gui([=] { return window->findChild<QAction *>(QString::fromLatin1(action)); });
+        auto *menu = Gui([=] {
+            for (QMenu *menu : window->menuBar()->findChildren<QMenu *>())
+                if (menu->actions().contains(found))
+                    return menu;
+            return static_cast<QMenu *>(nullptr);
+        });
+        if (!menu)
+            throw std::runtime_error(std::string("no menu with ") + action);
+        ClickAt(Gui([=] {
+            QMenuBar *bar = window->menuBar();
+            return bar->mapToGlobal(bar->actionGeometry(menu->menuAction()).center());
+        }));
+        WaitFor("the menu", [=] { return menu->isVisible(); });
+        ClickAt(Gui([=] { return menu->mapToGlobal(menu->actionGeometry(found).center()); }));
+    }
+
     void DoubleClickAt(QPoint global)
     {
         MoveTo(global);
@@ -135,6 +158,25 @@ public:
     void Key(char const *name)
     {
         XDo({QStringLiteral("key"), QString::fromLatin1(name)});
+    }
+
+    void Type(QString const &text)
+    {
+        XDo({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("4"), QStringLiteral("--"), text});
+    }
+
+    // Waits for a file dialog, gives it the name and waits until it has gone.
+    void AnswerFileDialog(QString const &file)
+    {
+        auto const dialog = [] {
+            return qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
+        };
+        WaitFor("a file dialog", [=] { return dialog() && dialog()->isActiveWindow(); });
+        QThread::msleep(150); // let the window manager place it
+        Key("ctrl+a");
+        Type(file);
+        Key("Return");
+        WaitFor("the file dialog to close", [=] { return !dialog(); });
     }
 
     // Waits for a message box, returns its text and presses its default button with the pointer.

@@ -1,0 +1,221 @@
+// Recording raw series of 12 MP frames: a scripted camera, the FIFO, the writer and the real serializer, against a
+// plain program that writes the same bytes under as many names. Files are removed as they come; the folder is
+// TOV_BENCH_FOLDER, or the one for temporary files.
+#include "fakecamera.h"
+#include "imagewriter.h"
+
+#include <log4cpp/Category.hh>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t Width = 4096;
+constexpr std::uint32_t Height = 3000;
+constexpr std::size_t FrameSize = std::size_t{Width} * Height;
+constexpr std::uint64_t RunFrames = 120;
+constexpr std::uint64_t LongRunFrames = 2000;
+constexpr int Rounds = 5;
+constexpr double ShareOfTheDisk = 0.95;
+constexpr std::uint64_t FilesKept = 8;
+constexpr std::int64_t QueueRoom = 8; // an unhurried camera never fills the FIFO
+
+std::string folder()
+{
+    char const *const asked = std::getenv("TOV_BENCH_FOLDER");
+    std::string const path = (asked ? std::string(asked) : std::filesystem::temp_directory_path().string()) +
+                             "/tov_recordbench_" + std::to_string(getpid());
+    std::filesystem::create_directories(path);
+    return path;
+}
+
+std::string fileName(std::uint64_t id)
+{
+    char name[64];
+    std::snprintf(name, sizeof name, "/image_%08lu.raw", static_cast<unsigned long>(id));
+    return folder() + name;
+}
+
+void removeOld(std::uint64_t id)
+{
+    if (id > FilesKept)
+        unlink(fileName(id - FilesKept).c_str());
+}
+
+void removeAll()
+{
+    std::filesystem::remove_all(folder());
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
+double seconds(Clock::time_point begin)
+{
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+// Frames a second.
+double plainRun(int flags)
+{
+    void *memory = nullptr;
+    if (posix_memalign(&memory, 4096, FrameSize) != 0)
+        return 0;
+    std::fill_n(static_cast<char *>(memory), FrameSize, 0);
+    std::atomic<std::uint64_t> written{0};
+    std::atomic<bool> failed{false};
+    auto const begin = Clock::now();
+    double time = 0;
+    std::thread writer([&] {
+        for (std::uint64_t id = 1; id <= RunFrames && !failed; ++id) {
+            int const file = open(fileName(id).c_str(), O_CREAT | O_WRONLY | O_EXCL | flags, 0666);
+            std::size_t done = 0;
+            while (file >= 0 && done < FrameSize) {
+                ssize_t const count = write(file, static_cast<char *>(memory) + done, FrameSize - done);
+                if (count <= 0)
+                    break;
+                done += static_cast<std::size_t>(count);
+            }
+            if (file >= 0)
+                close(file);
+            failed = done < FrameSize;
+            written = id;
+        }
+        time = seconds(begin);
+    });
+    std::uint64_t removed = 0;
+    while (removed < RunFrames && !failed) {
+        if (removed < written)
+            removeOld(++removed);
+        else
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    writer.join();
+    std::free(memory);
+    removeAll();
+    return failed ? 0 : RunFrames / time;
+}
+
+struct Run
+{
+    double rate; // frames a second
+    std::int64_t saved, dropped, refused;
+};
+
+// With a rate the camera keeps it and a frame that finds no buffer is lost; with 0 it waits for the writer.
+Run record(std::uint64_t frames, double rate)
+{
+    FakeDevice device;
+    device.stream.SetFormat(Width, Height, TV_PIXEL_MONO8, 8);
+    GrabbingFifo fifo(nullptr, &device);
+    ImageWriter writer(nullptr, &fifo, nullptr);
+    writer.SetParamString("FilePath", folder().c_str());
+    fifo.CreateBuffers();
+    fifo.StartGrabbing();
+    fifo.SetState(SessionStateCapturing);
+    writer.StartWriting();
+    Run run{};
+    auto const begin = Clock::now();
+    for (std::uint64_t id = 1; id <= frames; ++id) {
+        if (rate > 0)
+            std::this_thread::sleep_until(begin + std::chrono::duration_cast<Clock::duration>(
+                                                      std::chrono::duration<double>(static_cast<double>(id) / rate)));
+        else
+            while (fifo.GetAccounts().queued > QueueRoom)
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+        FakeFrame frame;
+        frame.id = id;
+        frame.timestamp = id;
+        run.refused += !device.stream.Push(frame);
+        removeOld(id > 16 ? id - 16 : 0); // what the FIFO may hold is not written yet
+    }
+    device.stream.WaitUntilDrained();
+    GrabbingFifo::Accounts accounts = fifo.GetAccounts();
+    while (accounts.queued + accounts.withConsumers > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        accounts = fifo.GetAccounts();
+    }
+    run.rate = static_cast<double>(frames) / seconds(begin);
+    writer.StopWriting();
+    run.saved = writer.GetLedger().saved;
+    run.dropped = writer.GetLedger().droppedSW;
+    fifo.SetState(SessionStateAcquisition);
+    fifo.StopGrabbing();
+    fifo.ReleaseBuffers();
+    removeAll();
+    return run;
+}
+
+double megabytes(double rate)
+{
+    return rate * static_cast<double>(FrameSize) / 1e6;
+}
+
+// Both in turn, so that what else the machine does hits both.
+void RawSeriesAgainstPlainWrite(benchmark::State &state)
+{
+    std::vector<double> cached, direct, own, ratio;
+    for (auto _ : state) {
+        for (int round = 0; round < Rounds; ++round) {
+            cached.push_back(plainRun(0));
+            direct.push_back(plainRun(O_DIRECT));
+            own.push_back(record(RunFrames, 0).rate);
+        }
+    }
+    double const plain = std::max(median(cached), median(direct));
+    state.counters["plain_cached_MB/s"] = megabytes(median(cached));
+    state.counters["plain_direct_MB/s"] = megabytes(median(direct));
+    state.counters["writer_MB/s"] = megabytes(median(own));
+    state.counters["ratio"] = median(own) / plain;
+}
+BENCHMARK(RawSeriesAgainstPlainWrite)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
+
+// The camera sends what the disk has just shown to take, less a little; no frame may be dropped.
+void NoDropAtTheRateOfTheDisk(benchmark::State &state)
+{
+    Run run{};
+    double rate = 0;
+    for (auto _ : state) {
+        std::vector<double> plain;
+        for (int round = 0; round < Rounds; ++round)
+            plain.push_back(std::max(plainRun(0), plainRun(O_DIRECT)));
+        rate = ShareOfTheDisk * median(plain);
+        run = record(LongRunFrames, rate);
+    }
+    state.counters["frames"] = static_cast<double>(LongRunFrames);
+    state.counters["saved"] = static_cast<double>(run.saved);
+    state.counters["dropped_sw"] = static_cast<double>(run.dropped);
+    state.counters["no_buffer"] = static_cast<double>(run.refused);
+    state.counters["camera_MB/s"] = megabytes(rate);
+    state.counters["camera_fps"] = rate;
+}
+BENCHMARK(NoDropAtTheRateOfTheDisk)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    log4cpp::Category::setRootPriority(log4cpp::Priority::ERROR);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    removeAll();
+    return 0;
+}

@@ -1,0 +1,319 @@
+#include "histo_graph.h"
+
+#include <QFontMetrics>
+#include <QPainter>
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+constexpr int CENTRED = Qt::AlignHCenter | Qt::AlignVCenter;
+
+QPen ThinPen(QColor const &color)
+{
+    return QPen(QBrush(color, Qt::SolidPattern), 1.0, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin);
+}
+
+void CopyFormat(char (&to)[32], char const *from)
+{
+    std::strncpy(to, from, sizeof to - 1);
+    to[sizeof to - 1] = '\0';
+}
+
+QString Label(char const *format, double value)
+{
+    return QString::asprintf(format, value);
+}
+
+QString Number(std::int32_t value)
+{
+    return QString::asprintf("%d", value);
+}
+
+// Ticks but the last one, and the lines of the cells between them.
+template<class Draw>
+void ForEachGridLine(std::vector<double> const &ticks, int divisions, Draw draw)
+{
+    for (std::size_t i = 0; i + 1 < ticks.size(); ++i) {
+        draw(ticks[i]);
+        if (divisions < 1 || i == 0)
+            continue;
+        double const cell = (ticks[i] - ticks[i - 1]) / divisions;
+        for (int k = 1; k < divisions; ++k)
+            draw(ticks[i - 1] + k * cell);
+    }
+}
+
+} // namespace
+
+Histo_Graph::Histo_Graph() = default;
+
+Histo_Graph::~Histo_Graph()
+{
+    ClearPlots();
+}
+
+void Histo_Graph::Init(QRect rect, bool logX, bool logY, int yMinor, int xMinor)
+{
+    m_outerRect = rect;
+    m_logX = logX;
+    m_logY = logY;
+    m_yMinorDivisions = yMinor;
+    m_xMinorDivisions = xMinor;
+    m_firstColor = QColor(0, 255, 0);
+    m_secondColor = QColor(0, 0, 255);
+    SetTitles(QStringLiteral("Title"), QStringLiteral("Arguments"), QStringLiteral("Values"));
+    m_xScale.reset();
+    m_yScale.reset();
+}
+
+void Histo_Graph::SetTitles(QString const &title, QString const &xTitle, QString const &yTitle)
+{
+    m_title = title;
+    m_xTitle = xTitle;
+    m_yTitle = yTitle;
+}
+
+void Histo_Graph::SetLogMode(bool logX, bool logY)
+{
+    m_logX = logX;
+    m_logY = logY;
+}
+
+void Histo_Graph::SetScales(char const *xFormat, char const *yFormat, std::vector<double> const &xTicks,
+                            std::vector<double> const &yTicks, double xFactor, double yFactor)
+{
+    CopyFormat(m_xFormat, xFormat);
+    CopyFormat(m_yFormat, yFormat);
+    m_xTicks = xTicks;
+    m_yTicks = yTicks;
+    m_xFactor = xFactor;
+    m_yFactor = yFactor;
+}
+
+void Histo_Graph::AddPlot(Histo_Plot *plot)
+{
+    m_plots.push_back(plot);
+}
+
+void Histo_Graph::ClearPlots()
+{
+    for (Histo_Plot *plot : m_plots)
+        delete plot;
+    m_plots.clear();
+}
+
+void Histo_Graph::Resize(QRect rect)
+{
+    m_outerRect = rect;
+}
+
+bool Histo_Graph::GetThresholds(QPointF const &position, float &value) const
+{
+    if (!m_xScale || static_cast<float>(position.x() - m_plotRect.left()) <= 0.0f)
+        return false;
+    value = static_cast<float>(m_xScale->Backward(position.x()));
+    return true;
+}
+
+QRect const &Histo_Graph::GetPlotRect() const
+{
+    return m_plotRect;
+}
+
+// ---- Layout ---------------------------------------------------------------------------------------------------------
+
+void Histo_Graph::CreateFontEx(std::unique_ptr<QFont> &font, QPainter &, QFont::HintingPreference hinting)
+{
+    if (font)
+        return;
+    font = std::make_unique<QFont>(QStringLiteral("Tahoma"), 9, QFont::Light, false);
+    font->setHintingPreference(hinting);
+}
+
+QSize Histo_Graph::GetTextSize(QFont const &font, QPainter &painter, QString const &text) const
+{
+    QFontMetrics const metrics(font, painter.device());
+    return {metrics.horizontalAdvance(text), metrics.height()};
+}
+
+void Histo_Graph::DrawSelf(QPainter &painter)
+{
+    CreateFontEx(m_labelFont, painter, QFont::PreferDefaultHinting);
+    CreateFontEx(m_yTitleFont, painter, QFont::PreferVerticalHinting);
+    bool const hasAxes = !m_xTicks.empty() && !m_yTicks.empty();
+    auto const labelSize = [&](char const *format, std::vector<double> const &ticks, double factor) {
+        return hasAxes ? GetTextSize(*m_labelFont, painter, Label(format, ticks.back() * factor)) : QSize(0, 0);
+    };
+    QSize const titleSize = GetTextSize(*m_labelFont, painter, m_title);
+    QSize const xTitleSize = GetTextSize(*m_labelFont, painter, m_xTitle);
+    QSize const yTitleSize = GetTextSize(*m_yTitleFont, painter, m_yTitle).transposed(); // as it stands, rotated
+    QSize const xLabelSize = labelSize(m_xFormat, m_xTicks, m_xFactor);
+    QSize const yLabelSize = labelSize(m_yFormat, m_yTicks, m_yFactor);
+
+    m_plotRect = m_outerRect.adjusted(yTitleSize.width() + yLabelSize.width(), titleSize.height(), 0,
+                                      -(xLabelSize.height() + xTitleSize.height()));
+    painter.fillRect(m_outerRect, QColor(255, 255, 245));
+    painter.fillRect(m_plotRect, QColor(245, 245, 255));
+    if (!hasAxes) {
+        m_xScale.reset();
+        m_yScale.reset();
+        DrawTitles(painter, titleSize, xTitleSize, yTitleSize);
+        return;
+    }
+    CreateScales();
+    DrawTitles(painter, titleSize, xTitleSize, yTitleSize);
+    DrawGrid(painter);
+    DrawHorScale(painter, xLabelSize);
+    DrawVertScale(painter, yLabelSize);
+    for (Histo_Plot *plot : m_plots)
+        plot->Draw(painter, m_xScale.get(), m_yScale.get(), m_plotRect);
+    DrawThresholds(painter);
+    PaintThresholdsPixels(painter);
+}
+
+// The first tick stands on the left or bottom pixel, the last one a pixel beyond the right or top one.
+void Histo_Graph::CreateScales()
+{
+    double const width = m_plotRect.right() - m_plotRect.left() + 1;
+    double const height = m_plotRect.bottom() - m_plotRect.top() + 1;
+    auto const make = [](bool log) -> std::shared_ptr<TVScaleFunction> {
+        if (log)
+            return std::make_shared<TVLog10Scale>();
+        return std::make_shared<TVLinearScale>();
+    };
+    // An axis without a span has an infinite slope, which ToPixel bounds.
+    auto const end = [](bool log, double tick) {
+        return log ? std::log10(tick) : tick;
+    };
+    double const xFirst = end(m_logX, m_xTicks.front());
+    double const xSpan = end(m_logX, m_xTicks.back()) - xFirst;
+    m_xScale = make(m_logX);
+    m_xScale->slope = width / xSpan;
+    // Without the first tick's term when logarithmic; that is meant, though the Y axis has it.
+    m_xScale->offset = m_logX ? m_plotRect.left() : m_plotRect.left() - width * xFirst / xSpan;
+    double const yFirst = end(m_logY, m_yTicks.front());
+    double const ySpan = end(m_logY, m_yTicks.back()) - yFirst;
+    m_yScale = make(m_logY);
+    m_yScale->slope = -height / ySpan;
+    m_yScale->offset = m_plotRect.bottom() + height * yFirst / ySpan;
+}
+
+// ---- Drawing --------------------------------------------------------------------------------------------------------
+
+void Histo_Graph::DrawTitles(QPainter &painter, QSize const &titleSize, QSize const &xTitleSize,
+                             QSize const &yTitleSize)
+{
+    painter.setBackgroundMode(Qt::TransparentMode);
+    painter.setFont(*m_labelFont);
+    QRect const &outer = m_outerRect;
+    painter.drawText(QRect(outer.left(), outer.top(), outer.width(), titleSize.height()), CENTRED, m_title);
+    painter.drawText(QRect(outer.left(), outer.bottom() - xTitleSize.height() + 1, outer.width(), xTitleSize.height()),
+                     CENTRED, m_xTitle);
+    // The text starts at the middle, and does not have its own middle there; that is meant.
+    painter.setFont(*m_yTitleFont);
+    PaintRotatedString(painter, yTitleSize.width(), outer.bottom() - (outer.height() - yTitleSize.width()) / 2, -90.0f,
+                       m_yTitle);
+}
+
+void Histo_Graph::DrawGrid(QPainter &painter)
+{
+    QPen const textPen = painter.pen();
+    painter.setPen(ThinPen(QColor(192, 192, 192)));
+    ForEachGridLine(m_xTicks, m_xMinorDivisions, [&](double tick) {
+        int const x = ToPixel(m_xScale->Forward(tick));
+        painter.drawLine(x, m_plotRect.top(), x, m_plotRect.bottom());
+    });
+    ForEachGridLine(m_yTicks, m_yMinorDivisions, [&](double tick) {
+        int const y = ToPixel(m_yScale->Forward(tick));
+        painter.drawLine(m_plotRect.left(), y, m_plotRect.right(), y);
+    });
+    painter.setPen(textPen); // labels as the titles, not as faint as the grid
+}
+
+void Histo_Graph::DrawHorScale(QPainter &painter, QSize labelSize)
+{
+    painter.setFont(*m_labelFont);
+    int const y = m_plotRect.bottom() + labelSize.height();
+    std::size_t const count = m_xTicks.size();
+    for (std::size_t i = 0; i + 2 < count; ++i) {
+        int const x = ToPixel(m_xScale->Forward(m_xTicks[i]) - labelSize.width() / 2);
+        painter.drawText(x, y, Label(m_xFormat, m_xTicks[i] * m_xFactor));
+    }
+    // The last label is that of the last tick but one, at the end of the axis; that is meant.
+    if (count >= 2)
+        painter.drawText(m_plotRect.right() - labelSize.width(), y, Label(m_xFormat, m_xTicks[count - 2] * m_xFactor));
+}
+
+void Histo_Graph::DrawVertScale(QPainter &painter, QSize labelSize)
+{
+    painter.setFont(*m_labelFont);
+    int const x = m_plotRect.left() - labelSize.width();
+    for (std::size_t i = 0; i < m_yTicks.size(); ++i) {
+        int const below = i == 0 ? 0 : labelSize.height() / 2;
+        painter.drawText(x, ToPixel(m_yScale->Forward(m_yTicks[i]) + below), Label(m_yFormat, m_yTicks[i] * m_yFactor));
+    }
+}
+
+void Histo_Graph::DrawThresholds(QPainter &painter)
+{
+    if (!thresholds)
+        return;
+    struct
+    {
+        std::uint16_t value;
+        QColor color;
+    } const markers[] = {{thresholds->highThreshold, QColor(255, 0, 0)},
+                         {thresholds->lowThreshold, QColor(0, 255, 0)},
+                         {thresholds->markThreshold, QColor(255, 0, 255)}};
+    int const top = m_plotRect.top();
+    int const bottom = m_plotRect.bottom();
+    for (auto const &marker : markers) {
+        if (marker.value == 0)
+            continue;
+        painter.setPen(ThinPen(marker.color));
+        int const x = ToPixel(m_xScale->Forward(marker.value));
+        painter.drawLine(x, top, x, bottom);
+        PaintRotatedString(painter, x, top + (bottom - top) / 2, -90.0f, Number(marker.value));
+    }
+}
+
+void Histo_Graph::PaintThresholdsPixels(QPainter &painter)
+{
+    if (!thresholds)
+        return;
+    painter.setFont(*m_labelFont);
+    HistoThresholds const &t = *thresholds;
+    int const left = m_plotRect.left();
+    int const right = m_plotRect.right();
+    auto const widthOf = [&](std::int32_t count) {
+        return GetTextSize(*m_labelFont, painter, Number(count)).width();
+    };
+    int const lineHeight = GetTextSize(*m_labelFont, painter, Number(t.belowLow)).height();
+    auto const draw = [&](std::int32_t count, QColor const &color, int x, int y) {
+        painter.setPen(QPen(color));
+        painter.drawText(x, y, Number(count));
+    };
+    // From the top of the canvas, not of the data area; that is meant.
+    int const first = 2 * lineHeight;
+    int const second = first + lineHeight;
+    if (t.belowLow != 0 || t.aboveHigh != 0 || t.betweenLowHigh != 0) {
+        draw(t.belowLow, QColor(0, 204, 0), left, first);
+        draw(t.aboveHigh, QColor(204, 0, 0), right - widthOf(t.aboveHigh), first);
+        draw(t.betweenLowHigh, QColor(192, 192, 0), (left + right) / 2 - widthOf(t.betweenLowHigh) / 2, first);
+    }
+    if (t.belowMark != 0 || t.aboveMark != 0) {
+        draw(t.belowMark, QColor(192, 0, 192), left, second);
+        draw(t.aboveMark, QColor(192, 0, 192), right - widthOf(t.aboveMark), second);
+    }
+}
+
+void Histo_Graph::PaintRotatedString(QPainter &painter, int x, int y, float angle, QString const &text)
+{
+    painter.save();
+    painter.translate(x, y);
+    painter.rotate(static_cast<qreal>(angle));
+    painter.drawText(0, 0, text);
+    painter.restore();
+}

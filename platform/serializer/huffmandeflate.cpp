@@ -1,0 +1,277 @@
+#include "huffmandeflate.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+
+static_assert(std::endian::native == std::endian::little, "bits are stored as whole words");
+
+namespace {
+
+constexpr unsigned LITERALS = 286, END_OF_BLOCK = 256;
+// Below deflate's 15, so that four codes fit a word beside the bits that wait.
+constexpr unsigned LONGEST_CODE = 12;
+constexpr unsigned LONGEST_LENGTH_CODE = 7;
+// Shorter repetitions are not worth leaving the loop over literals.
+constexpr std::size_t SHORTEST_RUN = 8;
+constexpr unsigned LONGEST_MATCH = 258, SHORTEST_MATCH = 3;
+
+struct Code
+{
+    std::uint16_t bits;
+    std::uint16_t length;
+};
+
+// Lengths of a complete code over the symbols that occur, none longer than `longest`. At least two occur.
+void MakeLengths(std::uint32_t const *counts, unsigned symbols, unsigned longest, std::uint8_t *lengths)
+{
+    struct Node
+    {
+        std::uint64_t count;
+        int parent;
+    };
+    std::array<std::uint16_t, LITERALS> order;
+    std::array<Node, 2 * LITERALS> nodes;
+    unsigned used = 0;
+    for (unsigned s = 0; s < symbols; ++s) {
+        lengths[s] = 0;
+        if (counts[s])
+            order[used++] = std::uint16_t(s);
+    }
+    std::sort(order.begin(), order.begin() + used,
+              [counts](unsigned a, unsigned b) { return counts[a] != counts[b] ? counts[a] < counts[b] : a < b; });
+    for (unsigned i = 0; i < used; ++i)
+        nodes[i] = {counts[order[i]], 0};
+    // The two rarest of leaves and inner nodes, which both stand in rising order, again and again.
+    unsigned leaf = 0, inner = used, end = used;
+    auto const rarest = [&] {
+        return leaf < used && (inner == end || nodes[leaf].count <= nodes[inner].count) ? leaf++ : inner++;
+    };
+    while (end < 2 * used - 1) {
+        unsigned const a = rarest(), b = rarest();
+        nodes[end] = {nodes[a].count + nodes[b].count, 0};
+        nodes[a].parent = nodes[b].parent = int(end++);
+    }
+    std::array<std::uint8_t, 2 * LITERALS> depth;
+    depth[end - 1] = 0;
+    for (int i = int(end) - 2; i >= 0; --i)
+        depth[unsigned(i)] = std::uint8_t(std::min(depth[unsigned(nodes[unsigned(i)].parent)] + 1, 255));
+
+    // Each code of length l takes 2^(longest - l) of 2^longest. Cutting the deep ones takes too much: the rarest of the
+    // others grow until it fits; then what is left over goes to the most frequent that can use it.
+    std::int64_t room = std::int64_t(1) << longest;
+    for (unsigned i = 0; i < used; ++i) {
+        unsigned const length = std::min<unsigned>(depth[i], longest);
+        lengths[order[i]] = std::uint8_t(length);
+        room -= std::int64_t(1) << (longest - length);
+    }
+    for (unsigned i = 0; room < 0; ++i) {
+        for (std::uint8_t &length = lengths[order[i]]; length < longest && room < 0;)
+            room += std::int64_t(1) << (longest - ++length);
+    }
+    for (unsigned i = used; room > 0; i = i ? i : used) {
+        std::uint8_t &length = lengths[order[--i]];
+        if (std::int64_t const gain = std::int64_t(1) << (longest - length); gain <= room) {
+            room -= gain;
+            --length;
+        }
+    }
+}
+
+// Canonical codes, their bits in the order in which they are sent.
+void MakeCodes(std::uint8_t const *lengths, unsigned symbols, Code *codes)
+{
+    std::array<unsigned, 16> next{};
+    for (unsigned s = 0; s < symbols; ++s)
+        ++next[lengths[s]];
+    next[0] = 0;
+    unsigned code = 0;
+    for (unsigned l = 1; l < next.size(); ++l) {
+        unsigned const count = next[l];
+        next[l] = code;
+        code = (code + count) << 1;
+    }
+    for (unsigned s = 0; s < symbols; ++s) {
+        unsigned const length = lengths[s];
+        unsigned reversed = 0;
+        if (length) {
+            unsigned const bits = next[length]++;
+            for (unsigned b = 0; b < length; ++b)
+                reversed |= (bits >> b & 1) << (length - 1 - b);
+        }
+        codes[s] = {std::uint16_t(reversed), std::uint16_t(length)};
+    }
+}
+
+struct LengthSymbol
+{
+    std::uint16_t symbol;
+    std::uint8_t extraBits;
+    std::uint8_t extra;
+};
+
+std::array<LengthSymbol, LONGEST_MATCH + 1> MakeLengthSymbols()
+{
+    std::array<LengthSymbol, LONGEST_MATCH + 1> table{};
+    unsigned length = SHORTEST_MATCH;
+    for (unsigned symbol = 257; symbol < 285; ++symbol) {
+        unsigned const extraBits = symbol < 265 ? 0 : (symbol - 261) / 4;
+        for (unsigned extra = 0; extra < 1u << extraBits && length < LONGEST_MATCH; ++extra)
+            table[length++] = {std::uint16_t(symbol), std::uint8_t(extraBits), std::uint8_t(extra)};
+    }
+    table[LONGEST_MATCH] = {285, 0, 0};
+    return table;
+}
+
+std::array<LengthSymbol, LONGEST_MATCH + 1> const s_lengthSymbols = MakeLengthSymbols();
+
+// A run as matches; its length is at least a match's.
+template<class F>
+void ForEachMatch(std::uint32_t length, F &&function)
+{
+    while (length > 0) {
+        unsigned take = std::min<std::uint32_t>(length, LONGEST_MATCH);
+        if (length - take > 0 && length - take < SHORTEST_MATCH)
+            take -= SHORTEST_MATCH;
+        function(s_lengthSymbols[take]);
+        length -= take;
+    }
+}
+
+std::uint64_t Load(std::uint8_t const *at)
+{
+    std::uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+} // namespace
+
+void HuffmanDeflate::Begin()
+{
+    m_bits = 0;
+    m_bitCount = 0;
+}
+
+void HuffmanDeflate::FindRuns(std::uint8_t const *data, std::size_t size)
+{
+    m_runs.clear();
+    std::size_t i = 1;
+    while (i + SHORTEST_RUN <= size) {
+        if (Load(data + i) != Load(data + i - 1)) {
+            i += SHORTEST_RUN;
+            continue;
+        }
+        std::size_t end = i + SHORTEST_RUN;
+        while (end + 8 <= size && Load(data + end) == Load(data + end - 1))
+            end += 8;
+        while (end < size && data[end] == data[end - 1])
+            ++end;
+        m_runs.push_back({std::uint32_t(i), std::uint32_t(end - i)});
+        i = end + 1;
+    }
+    m_runs.push_back({std::uint32_t(size), 0});
+}
+
+std::size_t HuffmanDeflate::Block(std::uint8_t const *data, std::size_t size, bool last, std::uint8_t *out)
+{
+    FindRuns(data, size);
+
+    // Four tables: neighbouring bytes are often the same, and would wait for each other's count.
+    std::array<std::array<std::uint32_t, LITERALS>, 4> counts{};
+    std::size_t at = 0;
+    for (Run const &run : m_runs) {
+        for (; at + 4 <= run.begin; at += 4) {
+            ++counts[0][data[at]];
+            ++counts[1][data[at + 1]];
+            ++counts[2][data[at + 2]];
+            ++counts[3][data[at + 3]];
+        }
+        for (; at < run.begin; ++at)
+            ++counts[0][data[at]];
+        ForEachMatch(run.length, [&](LengthSymbol const &match) { ++counts[0][match.symbol]; });
+        at += run.length;
+    }
+    for (unsigned s = 0; s < LITERALS; ++s)
+        counts[0][s] += counts[1][s] + counts[2][s] + counts[3][s];
+    counts[0][END_OF_BLOCK] = 1;
+
+    std::array<std::uint8_t, LITERALS + 1> lengths;
+    MakeLengths(counts[0].data(), LITERALS, LONGEST_CODE, lengths.data());
+    std::array<Code, LITERALS> codes;
+    MakeCodes(lengths.data(), LITERALS, codes.data());
+
+    std::uint8_t *const begin = out;
+    std::uint64_t bits = m_bits;
+    unsigned bitCount = m_bitCount;
+    auto const put = [&](std::uint64_t value, unsigned count) {
+        bits |= value << bitCount;
+        bitCount += count;
+    };
+    auto const flush = [&] {
+        std::memcpy(out, &bits, sizeof bits);
+        out += bitCount >> 3;
+        bits >>= bitCount & ~7u;
+        bitCount &= 7;
+    };
+
+    // The block's head. Its one distance is 1; the lengths are sent one by one, which is little beside a block.
+    lengths[LITERALS] = 1;
+    std::array<std::uint32_t, 19> lengthCounts{};
+    for (std::uint8_t const length : lengths)
+        ++lengthCounts[length];
+    std::array<std::uint8_t, 19> lengthLengths;
+    MakeLengths(lengthCounts.data(), 19, LONGEST_LENGTH_CODE, lengthLengths.data());
+    std::array<Code, 19> lengthCodes;
+    MakeCodes(lengthLengths.data(), 19, lengthCodes.data());
+    static constexpr std::uint8_t order[] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
+    put(last ? 1 : 0, 1);
+    put(2, 2);
+    put(LITERALS - 257, 5);
+    put(0, 5);
+    put(19 - 4, 4);
+    flush();
+    for (std::uint8_t const symbol : order) {
+        put(lengthLengths[symbol], 3);
+        flush();
+    }
+    for (std::uint8_t const length : lengths) {
+        put(lengthCodes[length].bits, lengthCodes[length].length);
+        flush();
+    }
+
+    auto const literal = [&](std::uint8_t value) {
+        put(codes[value].bits, codes[value].length);
+    };
+    at = 0;
+    for (Run const &run : m_runs) {
+        for (; at + 4 <= run.begin; at += 4) {
+            literal(data[at]);
+            literal(data[at + 1]);
+            literal(data[at + 2]);
+            literal(data[at + 3]);
+            flush();
+        }
+        for (; at < run.begin; ++at) {
+            literal(data[at]);
+            flush();
+        }
+        ForEachMatch(run.length, [&](LengthSymbol const &match) {
+            put(codes[match.symbol].bits, codes[match.symbol].length);
+            put(match.extra, match.extraBits);
+            put(0, 1);
+            flush();
+        });
+        at += run.length;
+    }
+    put(codes[END_OF_BLOCK].bits, codes[END_OF_BLOCK].length);
+    flush();
+    if (last) {
+        bitCount = (bitCount + 7) & ~7u;
+        flush();
+    }
+    m_bits = bits;
+    m_bitCount = bitCount;
+    return std::size_t(out - begin);
+}

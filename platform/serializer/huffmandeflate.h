@@ -1,0 +1,34 @@
+// A deflate encoder for filtered camera pictures: noise, which only its distribution can shorten, and flat parts. It
+// looks for repeated bytes and for nothing else, and takes a fraction of the time of one that searches.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+class HuffmanDeflate
+{
+public:
+    // Bytes that a block's stream may take at most, with what is left over of the one before.
+    static constexpr std::size_t Bound(std::size_t size)
+    {
+        return size + size / 2 + 1024;
+    }
+
+    // Forgets the stream before.
+    void Begin();
+    // One block of the stream to `out`; returns the bytes written. With `last` the stream is complete.
+    std::size_t Block(std::uint8_t const *data, std::size_t size, bool last, std::uint8_t *out);
+
+private:
+    struct Run
+    {
+        std::uint32_t begin; // bytes from here on repeat the one before
+        std::uint32_t length;
+    };
+    void FindRuns(std::uint8_t const *data, std::size_t size);
+
+    std::vector<Run> m_runs;
+    std::uint64_t m_bits = 0; // not yet written, the lowest first
+    unsigned m_bitCount = 0;  // below 8 between blocks
+};

@@ -1,0 +1,27 @@
+// The formats of single files.
+#pragma once
+
+#include "outfile.h"
+#include "tovimage.h"
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+class ImageFormat
+{
+public:
+    virtual ~ImageFormat() = default;
+    // The type that pictures of such a type are converted to before Write gets them; `info` is null for an unknown one.
+    // 0: such pictures cannot be held.
+    virtual std::uint32_t Accepts(std::uint32_t pixelType, TovPixelTypeInfo const *info) const = 0;
+    virtual OutFile::Road Road(_TovImage const &image) const = 0;
+    // About what the file will take, to get room for; 0 when it is not worth it.
+    virtual std::uint64_t FileSize(_TovImage const &image) const = 0;
+    // The whole file into an empty one; `source` is the picture before the conversion. An errno value, or -1 when the
+    // format cannot hold the picture.
+    virtual int Write(OutFile &file, _TovImage const &image, _TovImage const &source) = 0;
+};
+
+// By extension, without a dot: raw, tvi, bmp, jpg, png, tif; null for another one. `jpegQuality` in percent.
+std::unique_ptr<ImageFormat> MakeImageFormat(std::string_view extension, int jpegQuality);

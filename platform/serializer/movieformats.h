@@ -1,0 +1,41 @@
+// The movie containers.
+#pragma once
+
+#include "outfile.h"
+#include "tovimage.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+class Movie
+{
+public:
+    virtual ~Movie() = default; // closes the file, too, if Close was not called
+    // The type that pictures of such a type are converted to before Open and Write get them; `info` is null for an
+    // unknown one. 0: such pictures cannot be held.
+    virtual std::uint32_t Accepts(std::uint32_t pixelType, TovPixelTypeInfo const *info) const = 0;
+    // These three: 0, an errno value, or -1 when the format cannot hold the picture.
+    virtual int Open(std::string const &name, _TovImage const &image, double fps) = 0;
+    // After a failure the file holds the frames before, and plays.
+    virtual int Write(_TovImage const &image) = 0;
+    virtual int Close() = 0;
+};
+
+// Frames of at least so many bytes take the direct road.
+constexpr std::uint64_t DIRECT_FRAME = 256 * 1024;
+
+std::unique_ptr<Movie> MakeTvmMovie();
+// Null for a compressor that is not there.
+std::unique_ptr<Movie> MakeAviMovie(std::string const &compressor, int jpegQuality);
+// Names of the compressors there are, "Uncompressed" first.
+std::vector<std::string> AviCompressors();
+
+// The fraction nearest to `fps`, neither part 0 or above `largest`.
+struct FrameRate
+{
+    int rate;
+    int scale;
+};
+FrameRate ToFrameRate(double fps);

@@ -1,0 +1,473 @@
+#include "outfile.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t PAGE = OutFile::PAGE;
+constexpr std::size_t STAGE_SIZE = 1 << 20;
+// Movies take room in steps of this.
+constexpr std::uint64_t RESERVE_STEP = 64u << 20;
+
+std::string FolderOf(std::string const &name)
+{
+    std::size_t const slash = name.rfind('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : name.substr(0, slash);
+}
+
+int MakeFolders(std::string const &folder)
+{
+    if (mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST)
+        return 0;
+    if (errno != ENOENT || folder == "." || folder == "/")
+        return errno;
+    if (int const error = MakeFolders(FolderOf(folder)))
+        return error;
+    return mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST ? 0 : errno;
+}
+
+bool IsTaken(std::string const &name)
+{
+    struct stat info;
+    return lstat(name.c_str(), &info) == 0;
+}
+
+std::string Numbered(std::string const &name, unsigned number)
+{
+    std::size_t const base = name.rfind('/') + 1; // 0 when there is none
+    std::size_t const dot = name.rfind('.');
+    std::size_t const end = dot == std::string::npos || dot <= base ? name.size() : dot;
+    return name.substr(0, end) + "_" + std::to_string(number) + name.substr(end);
+}
+
+// A free number, found by few look-ups however many are taken: doubling, then halving between one that is taken and one
+// that is not. Numbers that became free in between stay so.
+unsigned FreeNumber(std::string const &name)
+{
+    unsigned taken = 0, open = 1;
+    while (open < 1u << 30 && IsTaken(Numbered(name, open))) {
+        taken = open;
+        open *= 2;
+    }
+    while (open - taken > 1) {
+        unsigned const middle = taken + (open - taken) / 2;
+        (IsTaken(Numbered(name, middle)) ? taken : open) = middle;
+    }
+    return open;
+}
+
+// Calls `attempt` with `name` and then with numbers of it until the answer is not EEXIST; `name` becomes the one it
+// was.
+template<class F>
+int UnderFreeName(std::string &name, F &&attempt)
+{
+    int error = attempt(name);
+    if (error != EEXIST)
+        return error;
+    std::string candidate;
+    for (unsigned number = FreeNumber(name); error == EEXIST; ++number) {
+        candidate = Numbered(name, number);
+        error = attempt(candidate);
+    }
+    name = candidate;
+    return error;
+}
+
+// Some file systems know neither of the first two; there the name is taken by an empty file, which the move replaces.
+int MoveWithoutReplacing(std::string const &from, std::string const &to)
+{
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    if (link(from.c_str(), to.c_str()) == 0) {
+        unlink(from.c_str());
+        return 0;
+    }
+    if (errno == EEXIST || errno == ENOENT)
+        return errno;
+    int const placeholder = open(to.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+    if (placeholder < 0)
+        return errno;
+    close(placeholder);
+    if (rename(from.c_str(), to.c_str()) == 0)
+        return 0;
+    int const error = errno;
+    unlink(to.c_str());
+    return error;
+}
+
+bool IsMissingAbility(int error)
+{
+    return error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
+}
+
+} // namespace
+
+OutFile::~OutFile()
+{
+    if (IsOpen()) {
+        if (m_visible)
+            Close();
+        else
+            Abandon();
+    }
+    std::free(m_stage);
+}
+
+void OutFile::Forget()
+{
+    m_file = -1;
+    m_direct = m_staging = m_visible = false;
+    m_canReserve = true;
+    m_temporary.clear();
+    m_size = m_written = m_reserved = 0;
+}
+
+int OutFile::OpenHidden(std::string const &folder, Birth birth)
+{
+    int const direct = m_direct ? O_DIRECT : 0;
+    if (birth == Birth::Unnamed) {
+        m_file = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC | direct, 0666);
+        if (m_file >= 0)
+            return 0;
+        if (!IsMissingAbility(errno) && errno != EISDIR)
+            return errno;
+    }
+    static std::atomic<unsigned> s_count;
+    do {
+        char text[64];
+        std::snprintf(text, sizeof text, "/.tov-%ld-%u.part", long(getpid()), ++s_count);
+        m_temporary = folder + text;
+        m_file = open(m_temporary.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | direct, 0666);
+    } while (m_file < 0 && errno == EEXIST);
+    if (m_file < 0)
+        m_temporary.clear();
+    return m_file >= 0 ? 0 : errno;
+}
+
+int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth)
+{
+    Forget();
+    m_name = name;
+    m_direct = m_staging = road == Road::Direct;
+    std::string const folder = FolderOf(name);
+    int error = OpenHidden(folder, birth);
+    if (error == ENOENT && (error = MakeFolders(folder)) == 0)
+        error = OpenHidden(folder, birth);
+    if (error == EINVAL && m_direct) {
+        m_direct = false;
+        error = OpenHidden(folder, birth);
+    }
+    if (error == 0 && m_staging && !m_stage) {
+        void *memory = nullptr;
+        error = posix_memalign(&memory, PAGE, STAGE_SIZE);
+        m_stage = static_cast<unsigned char *>(memory);
+    }
+    // The size is set along: writing inside a file is cheaper than making it longer.
+    if (error == 0 && size > 0 && m_staging) {
+        if (fallocate(m_file, 0, 0, off_t(size)) == 0)
+            m_reserved = size;
+        else if (!IsMissingAbility(errno))
+            error = errno;
+    }
+    if (error)
+        Abandon();
+    return error;
+}
+
+int OutFile::CreateVisible(std::string const &name, Road road)
+{
+    Forget();
+    m_name = name;
+    m_direct = m_staging = road == Road::Direct;
+    if (m_staging && !m_stage) {
+        void *memory = nullptr;
+        if (int const error = posix_memalign(&memory, PAGE, STAGE_SIZE))
+            return error;
+        m_stage = static_cast<unsigned char *>(memory);
+    }
+    bool foldersMade = false;
+    return UnderFreeName(m_name, [&](std::string const &candidate) {
+        for (;;) {
+            m_file = open(candidate.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | (m_direct ? O_DIRECT : 0), 0666);
+            if (m_file >= 0) {
+                m_visible = true;
+                return 0;
+            }
+            int error = errno;
+            if (error == ENOENT && !foldersMade) {
+                foldersMade = true;
+                error = MakeFolders(FolderOf(candidate));
+                if (error == 0)
+                    continue;
+            } else if (error == EINVAL && m_direct) {
+                // Such an open may have left the empty file.
+                unlink(candidate.c_str());
+                m_direct = false;
+                continue;
+            }
+            return error;
+        }
+    });
+}
+
+void OutFile::SetDirect(bool direct)
+{
+    int const flags = fcntl(m_file, F_GETFL);
+    fcntl(m_file, F_SETFL, direct ? flags | O_DIRECT : flags & ~O_DIRECT);
+}
+
+// Both pieces, one behind the other, at m_written.
+int OutFile::WriteOut(void const *first, std::size_t firstSize, void const *second, std::size_t secondSize)
+{
+    iovec pieces[2] = {{const_cast<void *>(first), firstSize}, {const_cast<void *>(second), secondSize}};
+    std::uint64_t position = m_written; // which counts only what was written wholly
+    while (pieces[0].iov_len + pieces[1].iov_len > 0) {
+        int const from = pieces[0].iov_len == 0;
+        ssize_t written = pwritev(m_file, pieces + from, 2 - from, off_t(position));
+        if (written < 0) {
+            if (errno == EINTR)
+                continue;
+            if (errno == EINVAL && m_direct) { // the file system takes the flag, and other alignments than ours
+                m_direct = false;
+                SetDirect(false);
+                continue;
+            }
+            return errno;
+        }
+        if (written == 0)
+            return EIO;
+        // What a file system that is nearly full leaves behind is not aligned any more.
+        if (m_direct && written % PAGE != 0) {
+            m_direct = false;
+            SetDirect(false);
+        }
+        position += std::uint64_t(written);
+        for (iovec &piece : pieces) {
+            std::size_t const part = std::min(std::size_t(written), piece.iov_len);
+            piece.iov_base = static_cast<char *>(piece.iov_base) + part;
+            piece.iov_len -= part;
+            written -= ssize_t(part);
+        }
+    }
+    m_written = position;
+    return 0;
+}
+
+// Everything staged but the last `keep` bytes, which move to the front.
+int OutFile::WriteStaged(std::size_t keep)
+{
+    std::size_t const staged = std::size_t(m_size - m_written) - keep;
+    if (int const error = WriteOut(m_stage, staged, nullptr, 0))
+        return error;
+    std::memmove(m_stage, m_stage + staged, keep);
+    return 0;
+}
+
+int OutFile::Append(void const *data, std::size_t size)
+{
+    auto const *bytes = static_cast<unsigned char const *>(data);
+    if (!m_staging) {
+        int const error = WriteOut(bytes, size, nullptr, 0);
+        m_size = m_written;
+        return error;
+    }
+    while (size > 0) {
+        std::size_t const staged = std::size_t(m_size - m_written);
+        std::size_t const toPage = (PAGE - staged % PAGE) % PAGE;
+        if (size >= toPage + PAGE && (reinterpret_cast<std::uintptr_t>(bytes) + toPage) % PAGE == 0) {
+            // Pages of the caller's memory become pages of the file: no copy.
+            std::memcpy(m_stage + staged, bytes, toPage);
+            std::size_t const whole = (size - toPage) / PAGE * PAGE;
+            if (int const error = WriteOut(m_stage, staged + toPage, bytes + toPage, whole))
+                return error;
+            bytes += toPage + whole;
+            size -= toPage + whole;
+            m_size = m_written;
+            continue;
+        }
+        std::size_t const part = std::min(size, STAGE_SIZE - staged);
+        std::memcpy(m_stage + staged, bytes, part);
+        bytes += part;
+        size -= part;
+        m_size += part;
+        if (staged + part == STAGE_SIZE) {
+            if (int const error = WriteStaged(0))
+                return error;
+        }
+    }
+    return 0;
+}
+
+int OutFile::AppendZeros(std::uint64_t size)
+{
+    static constexpr unsigned char zeros[PAGE] = {};
+    while (size > 0) {
+        std::size_t const part = std::size_t(std::min<std::uint64_t>(size, sizeof zeros));
+        if (int const error = Append(zeros, part))
+            return error;
+        size -= part;
+    }
+    return 0;
+}
+
+int OutFile::WriteAt(std::uint64_t position, void const *data, std::size_t size)
+{
+    auto const *bytes = static_cast<unsigned char const *>(data);
+    if (position > m_size) {
+        if (int const error = AppendZeros(position - m_size))
+            return error;
+    }
+    if (position < m_written) {
+        std::size_t const part = std::size_t(std::min<std::uint64_t>(size, m_written - position));
+        if (m_direct)
+            SetDirect(false);
+        int error = 0;
+        for (std::size_t done = 0; done < part && !error;) {
+            ssize_t const written = pwrite(m_file, bytes + done, part - done, off_t(position + done));
+            if (written > 0)
+                done += std::size_t(written);
+            else if (written == 0 || errno != EINTR)
+                error = written == 0 ? EIO : errno;
+        }
+        if (m_direct)
+            SetDirect(true);
+        if (error)
+            return error;
+        bytes += part;
+        position += part;
+        size -= part;
+    }
+    if (size > 0 && position < m_size) {
+        std::size_t const part = std::size_t(std::min<std::uint64_t>(size, m_size - position));
+        std::memcpy(m_stage + (position - m_written), bytes, part);
+        bytes += part;
+        size -= part;
+    }
+    return Append(bytes, size);
+}
+
+int OutFile::Reserve(std::uint64_t size)
+{
+    std::uint64_t const wanted = m_size + size;
+    if (!m_canReserve || wanted <= m_reserved)
+        return 0;
+    // Behind the end, so that the file is never longer than what was written.
+    std::uint64_t const from = std::max(m_reserved, m_size);
+    for (std::uint64_t const length : {std::max(wanted - from, RESERVE_STEP), wanted - from}) {
+        if (fallocate(m_file, FALLOC_FL_KEEP_SIZE, off_t(from), off_t(length)) == 0) {
+            m_reserved = from + length;
+            return 0;
+        }
+        if (IsMissingAbility(errno)) {
+            m_canReserve = false;
+            return 0;
+        }
+    }
+    return errno;
+}
+
+int OutFile::Flush()
+{
+    if (!m_staging || m_size == m_written)
+        return 0;
+    // The last page may be filled up later: it is written now and stays staged.
+    std::size_t const rest = std::size_t(m_size - m_written) % PAGE;
+    if (int const error = WriteStaged(rest))
+        return error;
+    std::uint64_t const position = m_written;
+    if (m_direct)
+        SetDirect(false);
+    int const error = WriteOut(m_stage, rest, nullptr, 0);
+    if (m_direct)
+        SetDirect(true);
+    m_written = position;
+    return error;
+}
+
+int OutFile::CutTo(std::uint64_t size)
+{
+    if (m_direct) {
+        m_direct = false;
+        SetDirect(false);
+    }
+    // Further bytes go through the cache one by one: this is the road after a failure.
+    if (m_staging && size > m_written) {
+        if (int const error = WriteOut(m_stage, std::size_t(size - m_written), nullptr, 0))
+            return error;
+    }
+    m_staging = false;
+    m_reserved = size;
+    m_canReserve = false;
+    m_size = m_written = size;
+    return ftruncate(m_file, off_t(size)) == 0 ? 0 : errno;
+}
+
+int OutFile::GiveName()
+{
+    if (!m_temporary.empty()) {
+        int const error =
+            UnderFreeName(m_name, [this](std::string const &name) { return MoveWithoutReplacing(m_temporary, name); });
+        if (error == 0)
+            m_temporary.clear();
+        return error;
+    }
+    std::string const self = "/proc/self/fd/" + std::to_string(m_file);
+    return UnderFreeName(m_name, [&](std::string const &name) {
+        return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+    });
+}
+
+int OutFile::Publish()
+{
+    int error = Flush();
+    if (error == 0 && m_reserved > m_size && ftruncate(m_file, off_t(m_size)) != 0)
+        error = errno;
+    if (error == 0)
+        error = GiveName();
+    if (error) {
+        Abandon();
+        return error;
+    }
+    // Some file systems tell only here that they had no room.
+    error = close(m_file) == 0 ? 0 : errno;
+    if (error)
+        unlink(m_name.c_str());
+    Forget();
+    return error;
+}
+
+int OutFile::Close()
+{
+    if (!IsOpen())
+        return 0;
+    int error = Flush();
+    if (m_reserved > m_size && ftruncate(m_file, off_t(m_size)) != 0 && !error)
+        error = errno;
+    if (close(m_file) != 0 && !error)
+        error = errno;
+    Forget();
+    return error;
+}
+
+void OutFile::Abandon()
+{
+    if (IsOpen())
+        close(m_file);
+    if (!m_temporary.empty())
+        unlink(m_temporary.c_str());
+    if (m_visible)
+        unlink(m_name.c_str());
+    Forget();
+}

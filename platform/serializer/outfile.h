@@ -1,0 +1,88 @@
+// A file being written: large pieces go past the page cache where the file system can, nothing that is there is ever
+// overwritten, and a file meant to appear whole has no name before it is.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// All operations give 0 or an errno value. One thread at a time; an object is used for one file after another and keeps
+// its memory.
+class OutFile
+{
+public:
+    enum class Road {
+        Cached, // small or slowly growing files: through the page cache
+        Direct, // frames: O_DIRECT where memory and file position are aligned to pages, through a page cache of our own
+                // elsewhere
+    };
+    enum class Birth {
+        Unnamed, // without a name until Publish, where the file system can do that
+        Beside,  // under a temporary name until Publish
+    };
+    static constexpr std::size_t PAGE = 4096;
+
+    OutFile() = default;
+    ~OutFile();
+    OutFile(OutFile const &) = delete;
+    OutFile &operator=(OutFile const &) = delete;
+
+    // A file that will appear under `name`, or the next free number of it, when Publish is called. Missing folders are
+    // made. `size` bytes are taken from the file system at once, so that a full one is known before anything is
+    // written.
+    int CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth = Birth::Unnamed);
+    // A file that is under its name from now on.
+    int CreateVisible(std::string const &name, Road road);
+
+    int Append(void const *data, std::size_t size);
+    int AppendZeros(std::uint64_t size);
+    // Anywhere; what lies between the end and a position beyond it becomes zeros.
+    int WriteAt(std::uint64_t position, void const *data, std::size_t size);
+    std::uint64_t Size() const
+    {
+        return m_size;
+    }
+    // Room for `size` more bytes, so that they will not fail for the lack of it; 0 as well where it cannot be told.
+    int Reserve(std::uint64_t size);
+    // Whatever lies behind is gone; forgets an earlier error.
+    int CutTo(std::uint64_t size);
+    // Hands everything to the kernel, so that the end of this process loses nothing.
+    int Flush();
+
+    // Gives a hidden file its name and closes it. After an error the file is gone.
+    int Publish();
+    // Closes a visible file.
+    int Close();
+    // Closes and removes the file, hidden or visible.
+    void Abandon();
+
+    bool IsOpen() const
+    {
+        return m_file >= 0;
+    }
+    // The name it has or will have; after Publish and CreateVisible with its number.
+    std::string const &Name() const
+    {
+        return m_name;
+    }
+
+private:
+    int OpenHidden(std::string const &folder, Birth birth);
+    void SetDirect(bool direct);
+    int WriteOut(void const *first, std::size_t firstSize, void const *second, std::size_t secondSize);
+    int WriteStaged(std::size_t keep);
+    int GiveName();
+    void Forget();
+
+    int m_file = -1;
+    bool m_direct = false;        // O_DIRECT is set
+    bool m_staging = false;       // appended bytes are gathered to pages
+    bool m_canReserve = true;     // until the file system says otherwise
+    std::string m_name;           // wanted, then had
+    std::string m_temporary;      // name until Publish; empty: none
+    bool m_visible = false;       // m_name is a file of ours
+    std::uint64_t m_size = 0;     // with what is staged
+    std::uint64_t m_written = 0;  // given to the kernel; a whole number of pages while staging
+    std::uint64_t m_reserved = 0; // taken from the file system
+    unsigned char *m_stage = nullptr;
+};

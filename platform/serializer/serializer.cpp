@@ -1,0 +1,264 @@
+#include "tovserializer.h"
+
+#include "imageformats.h"
+#include "movieformats.h"
+#include "pixellayout.h"
+#include "storagecomponent.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <string>
+
+namespace {
+
+constexpr unsigned char COMPONENT_TYPE = 202;
+
+std::int32_t ToStatus(int error)
+{
+    switch (error) {
+    case 0:
+        return TOV_SERIALIZER_OK;
+    case -1:
+        return TOV_SERIALIZER_ERR_FORMAT;
+    case ENOMEM:
+        return TOV_SERIALIZER_ERR_MEMORY;
+    default:
+        return TOV_SERIALIZER_ERR_WRITE;
+    }
+}
+
+// Runs `function`, whose containers may find no memory.
+template<class F>
+std::int32_t Guarded(F &&function)
+{
+    try {
+        return function();
+    } catch (std::bad_alloc const &) {
+        return TOV_SERIALIZER_ERR_MEMORY;
+    }
+}
+
+// The extension of a file name or an extension alone, in lower case and without the dot.
+std::string Extension(char const *text)
+{
+    std::string extension(text);
+    if (std::size_t const dot = extension.rfind('.'); dot != std::string::npos)
+        extension.erase(0, dot + 1);
+    for (char &c : extension) {
+        if (c >= 'A' && c <= 'Z')
+            c = char(c - 'A' + 'a');
+    }
+    return extension;
+}
+
+class Serializer final : public TovImageSerializer
+{
+public:
+    Serializer() : m_storage(COMPONENT_TYPE), m_component(COMPONENT_TYPE, m_storage)
+    {
+        std::string list;
+        for (std::string const &name : AviCompressors()) {
+            if (!list.empty())
+                list += '|';
+            list += name;
+        }
+        list.copy(m_compressors.data(), m_compressors.size() - 1);
+        std::strcpy(m_compressor.data(), "Uncompressed");
+
+        constexpr std::uint32_t READ = 1, READ_WRITE = 3;
+        auto const number = [this](char const *key, std::int64_t &value, long least, long most, std::uint32_t flags) {
+            _TovStParam param{};
+            param.type = TOV_PARAM_INT;
+            param.flags = flags;
+            std::strcpy(param.name, key);
+            param.i = {value, least, most, 0, &value};
+            m_storage.AddParam(&param);
+        };
+        auto const text = [this](char const *key, char *value, std::size_t capacity, std::uint32_t flags) {
+            _TovStParam param{};
+            param.type = TOV_PARAM_STRING;
+            param.flags = flags;
+            std::strcpy(param.name, key);
+            param.s = {"", value, std::uint32_t(capacity)};
+            m_storage.AddParam(&param);
+        };
+        number("jpeg.quality", m_jpegQuality, 1, 100, READ_WRITE);
+        text("movie.compressors", m_compressors.data(), m_compressors.size(), READ);
+        text("movie.compressor", m_compressor.data(), m_compressor.size(), READ_WRITE);
+        number("movie.options", m_options, 0, 1, READ); // no compressor here has a dialog
+    }
+
+    TovComponent *GetComponent() override
+    {
+        return &m_component;
+    }
+
+    std::int32_t StartImageSeries(_TovImage const *image, char const *extension) override
+    {
+        return Guarded([&]() -> std::int32_t {
+            if (std::int32_t const status = CheckStart(image, extension))
+                return status;
+            auto format = MakeImageFormat(Extension(extension), int(TovLoadBound(m_jpegQuality)));
+            if (!format)
+                return TOV_SERIALIZER_ERR_FORMAT;
+            if (std::int32_t const status = SetTarget(*image, *format))
+                return status;
+            m_series = std::move(format);
+            return TOV_SERIALIZER_OK;
+        });
+    }
+
+    std::int32_t StartMovie(_TovImage const *image, char const *fileName, double fps) override
+    {
+        return Guarded([&]() -> std::int32_t {
+            if (std::int32_t const status = CheckStart(image, fileName))
+                return status;
+            if (!(fps > 0) || !std::isfinite(fps))
+                return TOV_SERIALIZER_ERR_ARGUMENT;
+            std::string const extension = Extension(fileName);
+            std::unique_ptr<Movie> movie;
+            if (extension == "avi")
+                movie = MakeAviMovie(CompressorInUse(), int(TovLoadBound(m_jpegQuality)));
+            else if (extension == "tvm")
+                movie = MakeTvmMovie();
+            if (!movie)
+                return TOV_SERIALIZER_ERR_FORMAT;
+            if (std::int32_t const status = SetTarget(*image, *movie))
+                return status;
+            _TovImage shape = *image;
+            if (m_converted)
+                shape = *m_converted;
+            if (int const error = movie->Open(fileName, shape, fps)) {
+                ReleaseConverted();
+                return ToStatus(error);
+            }
+            m_movie = std::move(movie);
+            return TOV_SERIALIZER_OK;
+        });
+    }
+
+    std::int32_t Stop() override
+    {
+        return Guarded([&] {
+            std::int32_t const status = m_movie ? ToStatus(m_movie->Close()) : TOV_SERIALIZER_OK;
+            m_movie.reset();
+            m_series.reset();
+            ReleaseConverted();
+            return status;
+        });
+    }
+
+    std::int32_t WriteFrame(_TovImage const *image, char const *fileName) override
+    {
+        return Guarded([&]() -> std::int32_t {
+            if (!m_series && !m_movie)
+                return TOV_SERIALIZER_ERR_STATE;
+            if (!HasPixels(image) || image->width != m_width || image->height != m_height ||
+                image->pixelType != m_pixelType || LineStep(*image) < LineBytes(*image) ||
+                (m_series && (!fileName || !*fileName)))
+                return TOV_SERIALIZER_ERR_ARGUMENT;
+            _TovImage const *target = image;
+            if (m_converted) {
+                unsigned long const status = TovConvertImage(m_converted, image);
+                if (!TovSucceeded(status))
+                    return status == TOV_IMAGE_ERR_MEMORY ? TOV_SERIALIZER_ERR_MEMORY : TOV_SERIALIZER_ERR_FORMAT;
+                target = m_converted;
+            }
+            return ToStatus(m_movie ? m_movie->Write(*target) : WriteFile(*target, *image, fileName));
+        });
+    }
+
+private:
+    ~Serializer() override
+    {
+        Stop();
+    }
+    friend class TovImageSerializer;
+
+    static bool HasPixels(_TovImage const *image)
+    {
+        return image && image->imageData && image->width > 0 && image->height > 0;
+    }
+
+    std::int32_t CheckStart(_TovImage const *image, char const *text) const
+    {
+        if (!image || image->width == 0 || image->height == 0 || LineBytes(*image) == 0 || !text || !*text)
+            return TOV_SERIALIZER_ERR_ARGUMENT;
+        return m_series || m_movie ? TOV_SERIALIZER_ERR_STATE : TOV_SERIALIZER_OK;
+    }
+
+    // The shape to come, and the picture to convert into when the format wants another type.
+    template<class Format>
+    std::int32_t SetTarget(_TovImage const &image, Format const &format)
+    {
+        std::uint32_t const target = format.Accepts(image.pixelType, TovGetPixelTypeInfo(image.pixelType));
+        if (target == 0)
+            return TOV_SERIALIZER_ERR_FORMAT;
+        if (target != image.pixelType) {
+            unsigned long const status = TovCreateImage(&m_converted, {image.width, image.height}, target);
+            if (!TovSucceeded(status)) {
+                m_converted = nullptr;
+                return status == TOV_IMAGE_ERR_MEMORY ? TOV_SERIALIZER_ERR_MEMORY : TOV_SERIALIZER_ERR_FORMAT;
+            }
+        }
+        m_width = image.width;
+        m_height = image.height;
+        m_pixelType = image.pixelType;
+        return TOV_SERIALIZER_OK;
+    }
+
+    void ReleaseConverted()
+    {
+        TovReleaseImage(&m_converted);
+        m_converted = nullptr;
+    }
+
+    int WriteFile(_TovImage const &target, _TovImage const &source, char const *fileName)
+    {
+        if (int const error = m_file.CreateHidden(fileName, m_series->FileSize(target), m_series->Road(target)))
+            return error;
+        if (int const error = m_series->Write(m_file, target, source)) {
+            m_file.Abandon();
+            return error;
+        }
+        return m_file.Publish();
+    }
+
+    std::string CompressorInUse()
+    {
+        std::array<char, sizeof m_compressor> name{};
+        unsigned int capacity = name.size();
+        return TovSucceeded(m_storage.GetParamString("movie.compressor", name.data(), &capacity)) ? name.data() : "";
+    }
+
+    // Bound to m_storage.
+    std::int64_t m_jpegQuality = 85;
+    std::array<char, 256> m_compressors{};
+    std::array<char, 64> m_compressor{};
+    std::int64_t m_options = 0;
+    TovParamStorage m_storage;
+    StorageComponent m_component;
+
+    // All below: the recording thread's.
+    std::unique_ptr<ImageFormat> m_series; // one of the two at most
+    std::unique_ptr<Movie> m_movie;
+    std::uint32_t m_width = 0, m_height = 0, m_pixelType = 0; // as at the start
+    _TovImage *m_converted = nullptr;                         // null: pictures go as they are
+    OutFile m_file;                                           // of a series
+};
+
+} // namespace
+
+TovImageSerializer *TovImageSerializer::CreateComponent(bool create)
+{
+    return create ? new (std::nothrow) Serializer : nullptr;
+}
+
+void TovImageSerializer::DeleteComponent(TovImageSerializer *serializer)
+{
+    delete static_cast<Serializer *>(serializer);
+}

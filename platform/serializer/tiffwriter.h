@@ -1,0 +1,19 @@
+// TIFF files of unpacked mono and RGB pictures, their samples as they stand.
+#pragma once
+
+#include "outfile.h"
+#include "pixellayout.h"
+#include "tovimage.h"
+
+class TiffWriter
+{
+public:
+    // What a file takes besides its pixels, at most.
+    static constexpr std::uint64_t OVERHEAD = 2 * OutFile::PAGE;
+
+    // A whole file into an empty one. An errno value, or -1 for a picture that the format cannot hold.
+    int Write(OutFile &file, _TovImage const &image);
+
+private:
+    FrameMemory m_packed; // the lines without gaps, when they have some
+};

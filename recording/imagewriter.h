@@ -1,0 +1,180 @@
+// The recording engine: a thread that takes frames from the FIFO in their order and hands them to the serializer as
+// single files or as one movie, under the capture rule in force, and keeps the recording's counters. With the
+// evaluation plug-in loaded the same thread feeds frames to the plug-in instead, and writes nothing.
+//
+// The thread holds one buffer at a time and gives it back on every path. It never drops a frame that it has taken but
+// by the rule; when it is slower than the camera, the FIFO drops the newest frames and counts them.
+//
+// Threads: StartWriting and StopWriting on the GUI thread; Work and everything under it on the own thread; parameters
+// from any thread, through the storage. The signals are emitted on the own thread. It has no messages: every failure
+// winds the recording up through WritingDone, but for a single file that cannot be written, which costs its frame.
+#pragma once
+
+#include "capturerules.h"
+#include "grabbingfifo.h"
+#include "tovcomponentimp.h"
+#include "workingthread.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+class ImgProcessor;
+class TovImageSerializer;
+struct _TovImage;
+
+// What became of the frames of one recording.
+struct RecordingLedger
+{
+    std::int64_t acquired = 0;   // came in while it ran, complete or not, or waited in the FIFO when it began
+    std::int64_t incomplete = 0; // of those that came in; they are written like any other
+    std::int64_t saved = 0;
+    std::int64_t unwanted = 0;  // the rule did not want them
+    std::int64_t failed = 0;    // could not be converted or written
+    std::int64_t droppedSW = 0; // by the full FIFO
+    std::int64_t queued = 0;    // at the stop, in the FIFO or with the display
+    std::int64_t droppedHW = 0; // never arrived, and are not among the acquired ones
+
+    bool AddsUp() const
+    {
+        return acquired == saved + unwanted + failed + droppedSW + queued;
+    }
+};
+
+class ImageWriter : public QObject, public WorkingThread, public TovComponentImp
+{
+    Q_OBJECT
+public:
+    enum FileFormat : std::int64_t {
+        FormatRaw = 0,
+        FormatTvi = 1,
+        FormatBmp = 2,
+        FormatJpg = 3,
+        FormatPng = 4,
+        FormatTif = 5,
+        FormatAvi = 6,
+        FormatTvm = 7, // beyond the range of "FileFormat"
+    };
+    static constexpr int PixTypeCount = 35;
+    static constexpr int FileFormatCount = 8;
+    static std::uint32_t const s_inputPixTypeMap[PixTypeCount];
+    // By input type and file format; 0 asks for no conversion.
+    static std::uint32_t const s_convertionPixTypeMap[PixTypeCount][FileFormatCount];
+
+    // The FIFO and the processor are not owned, and outlive a recording. Without a processor nothing is converted.
+    ImageWriter(QObject *parent, GrabbingFifo *fifo, ImgProcessor *processor);
+    ~ImageWriter() override;
+
+    // One shot: the next recording takes one frame, whatever "CaptureMode" says.
+    void RequestSnap();
+    bool StartWriting();
+    // Returns once the frame in hand is done with and the files are closed.
+    bool StopWriting();
+    // From StartWriting to StopWriting. GUI thread.
+    bool IsWriting() const;
+    // Of the last recording that was stopped. GUI thread.
+    RecordingLedger const &GetLedger() const;
+
+    TovComponent *GetSerializer(); // the serializer's parameters; null when there is none
+    // The one of format 7 has a dot of its own.
+    char const *GetFileExtension() const;
+    // What frames of that type are converted to before they are written, or the type itself; 0 when none is asked for.
+    std::uint32_t GetOutputPixType(std::uint32_t type, FileFormat format) const;
+    // Own thread, or any while that sleeps.
+    void SetCurrFileName(_TovImage *image);
+    QString const &GetCurrFileName() const;
+
+    void PostFinishWriting();
+    void PostFinishEvaltest();
+
+signals:
+    void WritingDone();
+    void EvaluationTestDone();
+
+protected:
+    void Work() override;
+
+private:
+    // What series and movies do differently.
+    struct Steps
+    {
+        bool (ImageWriter::*start)(_TovImage *image);
+        bool (ImageWriter::*write)(_TovImage *image);
+        bool (ImageWriter::*stop)();
+    };
+
+    void RegisterParams();
+    FileFormat GetFormat() const;
+    bool IsMovie() const;
+    std::string GetText(char const *key);
+
+    void DoWriting();
+    void UpdateCounters();
+    void WriteImage(TovCam::Buffer *buffer);
+    void WriteMovie(TovCam::Buffer *buffer);
+    void Record(TovCam::Buffer *buffer, Steps const &steps);
+    bool Try(bool (ImageWriter::*step)(_TovImage *image), _TovImage *image);
+    void WindUp(Steps const &steps);
+
+    bool ImgSeriesWriteStart(_TovImage *image);
+    bool ImgSeriesWrite(_TovImage *image);
+    bool ImgSeriesWriteStop();
+    bool MovieWriteStart(_TovImage *image);
+    bool MovieWrite(_TovImage *image);
+    bool MovieStop();
+    // Sets *target to what the serializer gets to see; false when there is no memory for it.
+    bool PrepareConversion(_TovImage *image, _TovImage const **target);
+    bool Convert(_TovImage *image);
+    std::int32_t WriteThrough(_TovImage *image, char const *fileName);
+
+    bool DoEvaluation();
+    bool EndEvaluation();
+
+    void CloseLedger();
+
+    // GUI thread.
+    bool m_snapRequest = false;
+    bool m_writing = false;
+    GrabbingFifo::Accounts m_startAccounts{};
+    RecordingLedger m_ledger;
+
+    // Set while the own thread sleeps, or by it.
+    GrabbingFifo *m_fifo;
+    QString m_currFileName;
+    bool m_firstFrame = false;
+    CaptureRules m_captureRules;
+    TovImageSerializer *m_serializer; // owned
+    ImgProcessor *m_processor;
+    std::int64_t m_startAcquired = 0;
+    std::int64_t m_startDroppedHW = 0;
+    std::int64_t m_startDroppedSW = 0;
+    _TovImage *m_converted = nullptr; // the recording's conversion target
+    bool m_converting = false;
+    std::uint32_t m_outputPixType;
+    std::map<std::uint32_t, int> m_inputPixTypes; // rows of the conversion table
+    std::int64_t m_saved = 0;                     // of this recording, as the next two
+    std::int64_t m_unwanted = 0;
+    std::int64_t m_failed = 0;
+    bool m_evaluated = false;
+    QByteArray m_pictures;    // the default of "FilePath"
+    std::vector<char> m_text; // what GetText reads into
+
+    // Bound; scalars by relaxed atomic access, text through the storage.
+    std::int64_t m_fileFormat = FormatRaw;
+    char m_filePath[32000];
+    char m_imageName[260];
+    char m_movieName[260];
+    std::int64_t m_captureMode = CaptureModeContinous;
+    std::int64_t m_framesSaved = 0;
+    std::int64_t m_captureAcquired = 0;
+    std::int64_t m_captureDroppedHW = 0;
+    std::int64_t m_captureDroppedSW = 0;
+    bool m_normalizedTiff = true;
+    std::int64_t m_jpgQuality = 85;
+    double m_movieFps = 30.0;
+};

@@ -1,0 +1,139 @@
+#include "bayerhelper2.h"
+#include "imgprocessor.h"
+
+#include "plain.h"
+#include "tovcamera.h"
+
+namespace {
+
+// What the masks of a pattern take the pixel for: 0 red, 1 green, 2 blue; -1 in the last line of an odd height.
+int ColourAt(unsigned pattern, std::uint32_t height, std::uint32_t x, std::uint32_t y)
+{
+    if (y >= height / 2 * 2)
+        return -1;
+    bool const redFirst = pattern % 2 == 0; // red in the even columns
+    bool const inRedOrBlue = (x % 2 == y % 2) == redFirst;
+    return !inRedOrBlue ? 1 : y % 2 == 0 ? 0 : 2;
+}
+
+TEST(BayerHelper, CountsEachColourOfTheMaskedFrame)
+{
+    struct
+    {
+        char const *type;
+        std::uint32_t width, height, padding; // of the image
+        std::uint32_t frameWidth, frameHeight, bits;
+        bool fits = true; // lines long enough for the frame, and of a step that is one
+    } const cases[] = {
+        {"BayerRG8", 8, 8, 0, 8, 8, 8},
+        {"BayerGB8", 7, 5, 3, 7, 5, 8},
+        {"BayerGR10", 6, 7, 2, 6, 7, 10},
+        {"BayerBG12", 33, 12, 0, 33, 12, 12},
+        {"BayerRG12", 8, 8, 0, 8, 31, 12}, // masks of a higher frame
+        {"BayerRG8", 8, 8, 0, 6, 4, 8},    // of a smaller one
+        {"BayerRG8", 16, 8, 0, 8, 8, 12},  // two pixels read as one
+        {"Mono16", 4, 4, 0, 4, 4, 16},
+        {"BayerRG8", 8, 8, 0, 16, 8, 8, false}, // of a wider one
+        {"BayerRG12p", 8, 8, 0, 8, 8, 12, false},
+        {"BayerRG12", 8, 8, 1, 8, 8, 12, false},
+        {"BayerRG8", 8, 8, 0, 8, 8, 4228, false}, // a depth that no sample has
+    };
+    QColor const colours[] = {QColor(255, 0, 0), QColor(0, 255, 0), QColor(0, 0, 255)};
+    ImgProcessor processor(nullptr, nullptr);
+    for (auto const &c : cases) {
+        for (unsigned pattern = 0; pattern < 4; ++pattern) {
+            for (Picture const picture : {Picture::Random, Picture::Black, Picture::Flat, Picture::Saturated}) {
+                SCOPED_TRACE(testing::Message() << c.type << ' ' << c.frameWidth << " x " << c.frameHeight
+                                                << " pattern " << pattern << " picture " << int(picture));
+                Pixels pixels(TypeOf(c.type), c.width, c.height, c.padding, pattern);
+                Fill(pixels, picture);
+                ComplexHisto histo;
+                BayerHelper2 helper;
+                helper.bayerPattern = pattern;
+                helper.SetUp(c.frameWidth, c.frameHeight, c.bits, 0, 0, &histo);
+                histo.bits = 3;
+                processor.GetRGBHisto(pixels.Image(), &histo, &helper);
+                ASSERT_EQ(histo.plots.size(), 3u);
+                EXPECT_EQ(histo.bits, 3);
+                EXPECT_EQ(histo.currentIndex, -1);
+                for (int place = 0; place < 3; ++place) {
+                    int const colour = pattern < 2 ? 2 - place : place;
+                    SimpleHisto const &series = *histo.plots[std::size_t(place)];
+                    EXPECT_EQ(series.color, colours[colour]);
+                    EXPECT_EQ(series.bits, std::int32_t(c.bits));
+                    std::vector<std::int32_t> counts(c.bits > 16 ? 0 : std::size_t(1) << c.bits), plane;
+                    EXPECT_EQ(series.positions, counts); // zeros
+                    for (std::uint32_t y = 0; c.fits && y < c.frameHeight; ++y)
+                        for (std::uint32_t x = 0; x < c.frameWidth; ++x) {
+                            int const bytes = c.bits == 8 ? 1 : 2;
+                            int const value = SampleAt(pixels, y * pixels.Image()->lineStep + x * bytes, bytes);
+                            plane.push_back(ColourAt(pattern, c.frameHeight, x, y) == colour ? value : 0);
+                            if (std::size_t(plane.back()) < counts.size())
+                                ++counts[std::size_t(plane.back())];
+                        }
+                    if (c.fits)
+                        counts[0] = int(counts[0] - (colour == 1 ? 0.5 : 0.75) * c.frameWidth * c.frameHeight);
+                    EXPECT_EQ(series.values, counts);
+                    ExpectMoments(series, c.fits ? MomentsOf(plane) : Moments{111, 22});
+                }
+            }
+        }
+    }
+}
+
+TEST(BayerHelper, FamilyChoosesThePattern)
+{
+    struct
+    {
+        std::uint32_t sensorClass;
+        std::int64_t family;
+        std::uint32_t pattern, swap;
+    } const cases[] = {{12, 1, 3, 1}, {12, 2, 0, 0}, {12, 7, 0, 0}, {0, 1, 0, 0}, {12, 1LL << 32 | 1, 0, 0}};
+    for (auto const &c : cases) {
+        ComplexHisto histo;
+        BayerHelper2 helper;
+        helper.SetUp(4, 2, 10, c.sensorClass, c.family, &histo);
+        EXPECT_EQ(helper.bayerPattern, c.pattern);
+        EXPECT_EQ(histo.bayerPattern, std::int32_t(c.pattern));
+        EXPECT_EQ(helper.swapRows, c.swap);
+        EXPECT_EQ(helper.colorSensor, c.sensorClass == 12 ? 1u : 0u);
+        EXPECT_EQ(helper.tapCount, 1u);
+        ASSERT_EQ(helper.taps.size(), 1u);
+        EXPECT_EQ(helper.taps[0].width, 4u);
+        EXPECT_TRUE(helper.taps[0].MaskA.empty());
+    }
+}
+
+TEST(BayerHelper, ReadsTheSensorClassOrElseThePixelFormat)
+{
+    struct
+    {
+        char const *model, *format;
+        std::uint32_t sensorClass;
+    } const cases[] = {{"VU-1920C", "BayerRG12", 12},
+                       {"VU-1920C", "BayerGR8", 12},
+                       {"VG-2048M", "Mono12", 4},
+                       {"VG-1280C", "RGB8", 0},
+                       {"VG-1280C", "BayerRG8", 12}};
+    TovCam::System *const system = TovCam_GetSystem();
+    auto const find = [system](std::string_view model) -> TovCam::DeviceInfo * {
+        TovCam::ObjectList *const list = system->GetInterfaceList(255);
+        for (TovCam::Interface *i = list->GetFirst(); i; i = list->GetNext())
+            for (std::uint32_t k = 0; k < i->GetDeviceCount(); ++k)
+                if (i->GetDeviceInfoByIndex(k)->GetModelName() == model)
+                    return i->GetDeviceInfoByIndex(k);
+        return nullptr;
+    };
+    for (auto const &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.model << ' ' << c.format);
+        TovCam::Device *const device = TovCam_CreateDevice(find(c.model), 2, nullptr);
+        ASSERT_TRUE(device);
+        EXPECT_EQ(device->GetCameraParameters(nullptr)->SetEnumValueStr("PixelFormat", c.format), 0);
+        EXPECT_EQ(BayerHelper2::ReadSensorClass(device), c.sensorClass);
+        device->Release();
+    }
+    system->Release();
+    EXPECT_EQ(BayerHelper2::ReadSensorClass(nullptr), 0u);
+}
+
+} // namespace

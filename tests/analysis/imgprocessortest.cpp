@@ -1,0 +1,222 @@
+#include "imgprocessor.h"
+
+#include "plain.h"
+
+#include <opencv2/core.hpp>
+
+#include <memory>
+#include <numeric>
+
+namespace {
+
+constexpr Moments UNTOUCHED{111.0, 22.0};
+
+std::vector<std::int32_t> Indices(std::size_t count)
+{
+    std::vector<std::int32_t> indices(count);
+    std::iota(indices.begin(), indices.end(), 0);
+    return indices;
+}
+
+struct Shape
+{
+    std::uint32_t width, height, padding;
+};
+
+class EveryPixelType : public testing::TestWithParam<Shape>
+{
+protected:
+    // Calls the test with pictures of every pixel type there is.
+    template<class Test>
+    void ForEach(Test test)
+    {
+        auto const [width, height, padding] = GetParam();
+        for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
+            TovPixelTypeInfo const &info = *TovGetPixelTypeInfoByRow(row);
+            for (Picture const picture : {Picture::Random, Picture::Black, Picture::Flat, Picture::Saturated}) {
+                SCOPED_TRACE(testing::Message() << info.name << ", picture " << int(picture));
+                Pixels pixels(info.pixelType, width, height, padding, row);
+                Fill(pixels, picture);
+                step = std::int64_t(pixels.Image()->lineStep);
+                bytes = info.bitDepth == 8 ? 1 : 2;
+                oddStep = step % bytes != 0;
+                test(pixels);
+            }
+        }
+    }
+    std::vector<std::int32_t> Line(Pixels &pixels, std::int64_t offset, std::int64_t advance, std::size_t count) const
+    {
+        std::vector<std::int32_t> values;
+        for (std::size_t i = 0; i < count; ++i)
+            values.push_back(SampleAt(pixels, offset + std::int64_t(i) * advance, bytes));
+        return values;
+    }
+
+    ImgProcessor processor{nullptr, nullptr};
+    std::int64_t step = 0;
+    int bytes = 0;
+    bool oddStep = false; // of two-byte pixels: no picture to OpenCV
+};
+
+TEST_P(EveryPixelType, HistogramCountsEachValueOrIsMissing)
+{
+    ForEach([this](Pixels &pixels) {
+        TovPixelTypeInfo const &info = pixels.Info();
+        ComplexHisto histo;
+        processor.GetRAWHisto(pixels.Image(), &histo);
+        EXPECT_EQ(histo.bits, info.bitDepth);
+        bool const deep =
+            info.packing == TOV_UNPACKED && info.channels == 1 && (info.bitDepth == 10 || info.bitDepth == 12);
+        bool const known = info.bitDepth == 8 || (deep && info.family != TOV_FAMILY_YUV && !oddStep);
+        ASSERT_EQ(histo.plots.size(), known ? 1u : 0u);
+        EXPECT_EQ(histo.currentIndex, known ? 0 : -1);
+        if (!known)
+            return;
+        std::vector<std::int32_t> values, counts(std::size_t(1) << info.bitDepth);
+        for (std::uint32_t y = 0; y < pixels.Image()->height; ++y)
+            for (int const value : Line(pixels, y * step, bytes, pixels.Image()->width)) {
+                values.push_back(value);
+                ++counts[std::size_t(value)];
+            }
+        SimpleHisto const &series = *histo.plots[0];
+        EXPECT_EQ(series.values, counts);
+        EXPECT_EQ(series.positions, Indices(counts.size()));
+        EXPECT_EQ(series.bits, info.bitDepth);
+        EXPECT_EQ(series.color, QColor(Qt::yellow));
+        ExpectMoments(series, MomentsOf(values));
+    });
+}
+
+TEST_P(EveryPixelType, ProfilesReadTheLineAndZerosOutsideTheImage)
+{
+    ForEach([this](Pixels &pixels) {
+        std::uint32_t const width = pixels.Image()->width;
+        std::uint32_t const height = pixels.Image()->height;
+        for (int const at : {0, 1, int(height) - 1, int(height), int(width) - 1, int(width), -1, 100000, INT32_MIN}) {
+            SCOPED_TRACE(at);
+            ComplexHisto histo;
+            histo.row = histo.column = at;
+            processor.GetRowHisto(pixels.Image(), &histo);
+            processor.GetColHisto(pixels.Image(), &histo);
+            EXPECT_EQ(histo.currentIndex, 1);
+            EXPECT_EQ(histo.width, std::int32_t(width));
+            EXPECT_EQ(histo.height, std::int32_t(height));
+            SimpleHisto const &row = *histo.plots[0];
+            EXPECT_EQ(row.bits, pixels.Info().bitDepth);
+            EXPECT_EQ(row.values, Line(pixels, at * step, bytes, width));
+            EXPECT_EQ(row.positions, Indices(width));
+            ExpectMoments(row, MomentsOf(row.values));
+            SimpleHisto const &column = *histo.plots[1];
+            std::size_t const count = oddStep ? 0 : height;
+            EXPECT_EQ(column.values, Line(pixels, std::int64_t(at) * bytes, step, count));
+            EXPECT_EQ(column.positions, Indices(count));
+            ExpectMoments(column, oddStep ? UNTOUCHED : MomentsOf(column.values));
+        }
+    });
+}
+
+TEST_P(EveryPixelType, IntegratedProfilesAreTruncatedMeansAndBothDivideByTheWidth)
+{
+    ForEach([this](Pixels &pixels) {
+        std::uint32_t const width = pixels.Image()->width;
+        std::uint32_t const height = pixels.Image()->height;
+        ComplexHisto histo;
+        histo.integrated = true;
+        processor.GetRowHisto(pixels.Image(), &histo);
+        processor.GetColHisto(pixels.Image(), &histo);
+        for (bool const lines : {false, true}) {
+            std::size_t const count = !lines && oddStep ? 0 : lines ? height : width;
+            std::vector<std::int32_t> means;
+            double mean = 0.0, stdDev = 0.0;
+            for (std::size_t i = 0; i < count; ++i) {
+                cv::Scalar m, s; // the very bits decide what is truncated
+                cv::meanStdDev(lines ? Line(pixels, std::int64_t(i) * step, bytes, width)
+                                     : Line(pixels, std::int64_t(i) * bytes, step, height),
+                               m, s);
+                means.push_back(std::int32_t(m[0]));
+                mean += m[0];
+                stdDev += s[0];
+            }
+            SimpleHisto const &series = *histo.plots[lines];
+            EXPECT_EQ(series.values, means);
+            EXPECT_EQ(series.positions, Indices(count));
+            EXPECT_EQ(series.mean, count == 0 ? UNTOUCHED.mean : mean / width);
+            EXPECT_NEAR(series.stdDev, count == 0 ? UNTOUCHED.stdDev : stdDev / width, 1e-3);
+        }
+    });
+}
+
+TEST_P(EveryPixelType, FloatImageHoldsTheSamples)
+{
+    ForEach([this](Pixels &pixels) {
+        int stride = 0, width = 0, height = 0;
+        std::unique_ptr<float[]> const floats(processor.CreateFloatimage(pixels.Image(), stride, width, height));
+        EXPECT_EQ(stride, width * 4);
+        ASSERT_EQ(floats != nullptr, !oddStep && step >= std::int64_t(width) * bytes); // a packed line is too short
+        for (int i = 0; floats && i < width * height; ++i)
+            ASSERT_EQ(floats[std::size_t(i)], SampleAt(pixels, i / width * step + i % width * bytes, bytes));
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, EveryPixelType,
+                         testing::Values(Shape{7, 5, 0}, Shape{16, 9, 2}, Shape{33, 4, 3}, Shape{1, 1, 0},
+                                         Shape{6, 13, 32}));
+
+TEST(ImgProcessor, StandsImagesOfNoSizeNoPixelsAndNoKnownDepth)
+{
+    ImgProcessor processor(nullptr, nullptr);
+    Pixels pixels(TypeOf("Mono8"), 8, 4, 0, 1);
+    struct
+    {
+        std::uint32_t width, height, bits;
+        bool data;
+    } const cases[] = {{0, 4, 8, true},  {8, 0, 8, true},  {0, 0, 12, true},  {8, 4, 8, false},
+                       {8, 4, 31, true}, {8, 4, 64, true}, {8, 4, ~0u, true}, {~0u, ~0u, 8, true}};
+    for (auto const &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.width << " x " << c.height << " of " << c.bits);
+        _TovImage image = *pixels.Image();
+        image.width = c.width;
+        image.height = c.height;
+        image.bitDepth = c.bits;
+        if (!c.data)
+            image.imageData = nullptr;
+        ComplexHisto histo;
+        for (int i = 0; i < 4; ++i) { // with the depth that the histogram left
+            histo.integrated = i % 2;
+            processor.GetRAWHisto(&image, &histo);
+            processor.GetRowHisto(&image, &histo);
+            processor.GetColHisto(&image, &histo);
+        }
+        int stride, width, height;
+        delete[] processor.CreateFloatimage(&image, stride, width, height);
+        processor.CalcSNR(&image, &histo);
+        EXPECT_EQ(histo.snr, 0.0);
+    }
+    _TovImage empty = *pixels.Image();
+    empty.width = 0;
+    SimpleHisto row, column;
+    processor.CalcIntegratedRow(8, &empty, &row);
+    EXPECT_TRUE(row.values.empty() && std::isnan(row.mean) && std::isnan(row.stdDev));
+    empty.width = 8;
+    empty.height = 0;
+    processor.CalcIntegratedCol(8, &empty, &column);
+    EXPECT_TRUE(column.values.empty() && column.mean == 0.0 && column.stdDev == 0.0);
+}
+
+TEST(ImgProcessor, ThresholdsAreOneBlockUnderTheirKey)
+{
+    ImgProcessor first(nullptr, nullptr);
+    ImgProcessor second(nullptr, nullptr);
+    EXPECT_EQ(second.GetComponentTypeID(), first.GetComponentTypeID() + 1);
+    HistoThresholds block{1, 2, 3, 4, 5, 6, 7, 8};
+    ASSERT_EQ(first.SetParamArray("HistoThresholds", &block, sizeof block), 0u);
+    EXPECT_EQ(first.m_thresholds.highThreshold, 2);
+    EXPECT_EQ(first.m_thresholds.aboveMark, 8);
+    first.m_thresholds.belowLow = 44;
+    unsigned int size = sizeof block;
+    ASSERT_EQ(first.GetParamArray("HistoThresholds", &block, &size), 0u);
+    EXPECT_EQ(block.belowLow, 44);
+    EXPECT_NE(first.SetParamArray("HistoThresholds", &block, sizeof block - 1), 0u);
+}
+
+} // namespace

@@ -1,0 +1,225 @@
+// The analysis of what a running display shows.
+#include "bayerhelper2.h"
+#include "displayview.h"
+#include "fakecamera.h"
+#include "grabbingfifo.h"
+#include "imgprocessor.h"
+
+#include "plain.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QMainWindow>
+
+#include <cstring>
+#include <thread>
+
+namespace {
+
+class LiveAnalysis : public testing::Test
+{
+protected:
+    ~LiveAnalysis() override
+    {
+        view.reset();
+        EXPECT_TRUE(device.script.Violations().empty()) << device.script.Violations();
+    }
+    void Begin(TovPixelTypeInfo const &info, std::uint32_t width, std::uint32_t height)
+    {
+        device.stream.SetFormat(width, height, info.pixelType, info.bitDepth);
+        ASSERT_EQ(fifo.CreateBuffers(), 0);
+        ASSERT_TRUE(fifo.StartGrabbing());
+        fifo.SetState(SessionStateAcquisition);
+        ASSERT_TRUE(view->StartDisplaying());
+    }
+    void Finish()
+    {
+        EXPECT_NE(view->StopDisplaying(), 0);
+        EXPECT_TRUE(fifo.StopGrabbing());
+        EXPECT_EQ(fifo.ReleaseBuffers(), 0);
+        fifo.SetState(SessionStateIdle);
+    }
+    _TovImage *Last()
+    {
+        _TovImage *image = nullptr;
+        return view->GetDisplayedImageRaw(&image) ? image : nullptr;
+    }
+    bool Push(std::function<void(_TovImage &)> const &paint)
+    {
+        return device.stream.WaitForFree() && device.stream.Push({++m_frame}, paint);
+    }
+    // Pushes a frame with the picture's bytes, and waits until the display has copied it.
+    void Show(_TovImage const &picture)
+    {
+        ASSERT_TRUE(Push([&](_TovImage &image) { std::memcpy(image.imageData, picture.imageData, image.imageSize); }));
+        for (QElapsedTimer timer = Started(); timer.elapsed() < 10000;) {
+            view->UpdateVideo();
+            QApplication::processEvents();
+            if (Last() && TovLoadBound(Last()->frameID) == m_frame && device.stream.OutCount() == 0)
+                return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        FAIL();
+    }
+    static QElapsedTimer Started()
+    {
+        QElapsedTimer timer;
+        timer.start();
+        return timer;
+    }
+
+    QMainWindow window;
+    FakeDevice device;
+    GrabbingFifo fifo{nullptr, &device};
+    std::unique_ptr<DisplayView> view = std::make_unique<DisplayView>(&window, &fifo);
+    ImgProcessor processor{nullptr, view.get()};
+    BayerHelper2 bayer;
+    ComplexHisto histo;
+    std::uint64_t m_frame = 0;
+};
+
+TEST_F(LiveAnalysis, ModesLeaveEachOtherTheirDepthAndSize)
+{
+    EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 0);
+    auto *const old = new SimpleHisto;
+    histo.plots.push_back(old);
+    EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 0);
+    ASSERT_EQ(histo.plots.size(), 1u); // still there
+
+    bayer.SetUp(20, 10, 8, 0, 0, &histo);
+    Pixels const small(TypeOf("Mono8"), 20, 10, 0, 1), large(TypeOf("Mono16"), 30, 10, 0, 2);
+    // In this order: what the mode leaves in width, height and bits, and how many series.
+    struct
+    {
+        Pixels const &picture;
+        std::int32_t mode;
+        bool integrated;
+        std::int32_t width, height, bits;
+        std::size_t plots;
+    } const cases[] = {
+        {small, HistoRGB, false, 640, 480, 12, 3}, {small, HistoYUV, false, 640, 480, 12, 0},
+        {small, HistoRow, true, 20, 10, 12, 1},    {small, HistoRaw, true, 20, 10, 8, 1},
+        {large, HistoRGB, false, 20, 10, 8, 3},    {large, 5, false, 20, 10, 16, 0},
+        {large, -1, false, 20, 10, 16, 0},         {large, HistoColumn, false, 30, 10, 16, 1},
+        {small, HistoYUV, false, 30, 10, 16, 0},   {small, 77, false, 30, 10, 8, 1},
+    };
+    Pixels const *running = nullptr;
+    for (auto const &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.mode << " of " << c.picture.Info().name);
+        if (running != &c.picture) {
+            if (running)
+                Finish();
+            running = &c.picture;
+            Begin(c.picture.Info(), c.picture.Image()->width, c.picture.Image()->height);
+            Show(*c.picture.Image());
+        }
+        histo.mode = c.mode;
+        histo.integrated = c.integrated;
+        EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 1);
+        EXPECT_EQ(histo.width, c.width);
+        EXPECT_EQ(histo.height, c.height);
+        EXPECT_EQ(histo.bits, c.bits);
+        ASSERT_EQ(histo.plots.size(), c.plots);
+        EXPECT_EQ(histo.currentIndex, c.plots == 1 ? 0 : -1);
+    }
+    Finish();
+    EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 0);
+    EXPECT_EQ(histo.plots.size(), 1u);
+}
+
+// Decibels of the full scale over the noise of a pair.
+double PlainNoise(Pixels const &first, Pixels const &second)
+{
+    std::vector<std::int32_t> a, b, difference;
+    for (std::uint32_t y = 0; y < first.Image()->height; ++y)
+        for (std::uint32_t x = 0; x < first.Image()->width; ++x) {
+            a.push_back(std::int32_t(first.Sample(y, x)));
+            b.push_back(std::int32_t(second.Sample(y, x)));
+            difference.push_back(a.back() - b.back());
+        }
+    double const sigma = MomentsOf(difference).stdDev / std::sqrt(2.0);
+    return 20.0 * std::log10(std::exp2(first.Info().bitDepth) / sigma);
+}
+
+TEST_F(LiveAnalysis, NoiseIsThatOfTheFirstImageOfItsSizeAndThenOfEachPair)
+{
+    for (char const *const name : {"Mono8", "Mono10", "Mono12", "Mono16"}) {
+        SCOPED_TRACE(name);
+        Pixels const first(TypeOf(name), 31, 17, 0, 1), second(TypeOf(name), 31, 17, 0, 2);
+        Pixels const small(TypeOf(name), 9, 4, 0, 3), large(TypeOf(name), 90, 40, 0, 4);
+        Begin(first.Info(), 31, 17);
+        Show(*first.Image());
+        ImgProcessor fresh(nullptr, view.get());
+        histo.snr = 0.0;
+        fresh.CalcSNR(second.Image(), &histo);
+        EXPECT_EQ(histo.snr, 0.0); // nothing to compare with
+        EXPECT_EQ(fresh.GetHistoData(&histo, &bayer), 1);
+        Show(*second.Image());
+        EXPECT_EQ(fresh.GetHistoData(&histo, &bayer), 1); // keeps the first one
+        fresh.CalcSNR(first.Image(), &histo);
+        EXPECT_TRUE(std::isinf(histo.snr)) << histo.snr;
+        fresh.CalcSNR(second.Image(), &histo);
+        EXPECT_NEAR(histo.snr, PlainNoise(first, second), 1e-3);
+        fresh.CalcSNR(first.Image(), &histo);
+        EXPECT_NEAR(histo.snr, PlainNoise(second, first), 1e-3);
+        for (Pixels const *const other : {&small, &large, &small}) {
+            fresh.CalcSNR(other->Image(), &histo);
+            EXPECT_TRUE(std::isfinite(histo.snr));
+        }
+        Finish();
+    }
+}
+
+// The display overwrites its last image as fast as it can while the panel's thread reads it, over changes of the format
+// with and without a stop between. The sanitizers see to the rest.
+TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
+{
+    struct
+    {
+        char const *type;
+        std::uint32_t width, height;
+    } const rounds[] = {{"Mono8", 64, 48},      {"BayerRG12", 320, 200}, {"RGB8", 100, 75},
+                        {"BayerRG10", 33, 500}, {"Mono12p", 64, 48},     {"Mono16", 500, 20}};
+    view->show();
+    for (auto const &round : rounds) {
+        SCOPED_TRACE(round.type);
+        TovPixelTypeInfo const &info = InfoOf(round.type);
+        Begin(info, round.width, round.height);
+        std::atomic<bool> running{true};
+        std::thread camera([&] {
+            for (int shade = 0;
+                 running && Push([&](_TovImage &image) { std::memset(image.imageData, shade & 3, image.imageSize); });
+                 ++shade) {
+                view->UpdateVideo();
+                if (device.stream.OutCount() > 3)
+                    std::this_thread::yield();
+            }
+        });
+        int reads = 0;
+        _TovImage *kept = nullptr;
+        for (QElapsedTimer timer = Started(); timer.elapsed() < 250 || (reads < 40 && timer.elapsed() < 20000);) {
+            QApplication::processEvents();
+            histo.mode = reads % 6;
+            histo.integrated = reads % 4 == 1;
+            histo.row = histo.column = reads % 700;
+            bayer.SetUp(round.width, round.height, info.bitDepth, 12, reads % 3, &histo);
+            if (!processor.GetHistoData(&histo, &bayer))
+                continue;
+            ++reads;
+            processor.CalcSNR(Last(), &histo);
+            if (!kept)
+                kept = Last();
+            if (reads == 20)
+                view->StartDisplaying(); // the next frame is a first one again, and the image another
+        }
+        EXPECT_GE(reads, 40);
+        EXPECT_NE(Last(), kept);
+        processor.GetRowHisto(kept, &histo); // who holds the old one keeps it until the stop
+        running = false;
+        camera.join();
+        Finish();
+        EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 0);
+    }
+}
+
+} // namespace

@@ -1,0 +1,274 @@
+// The node map of a camera for the feature tree, made by the test: features in categories, values that the test sets,
+// accesses that take as long as it says, and a log of them.
+//
+// Any thread; the features are made before the first access.
+#pragma once
+
+#include "tovcamera.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+class FeatureCamera final : public TovCam::ParamArray, public std::enable_shared_from_this<FeatureCamera>
+{
+public:
+    using Index = std::uint32_t;
+
+    FeatureCamera()
+    {
+        Add("Root", TovCam::FeatureKind::Category, 0);
+    }
+
+    // A feature at the end of a category, readable and writable, or a category. `setUp` changes what it is.
+    Index Add(std::string const &name, TovCam::FeatureKind kind, Index category,
+              std::function<void(TovCam::FeatureInfo &, TovCam::FeatureState &)> const &setUp = {})
+    {
+        auto const index = Index(m_infos.size());
+        auto &info = *m_infos.emplace_back(std::make_unique<TovCam::FeatureInfo>());
+        TovCam::FeatureState &state = m_states.emplace_back();
+        info.name = info.displayName = name;
+        info.kind = kind;
+        state.access = TovCam::FeatureAccess::ReadWrite;
+        state.maximum = 100;
+        state.realMaximum = 100.0;
+        if (setUp)
+            setUp(info, state);
+        for (std::size_t i = 0; i < info.entries.size() && state.available.empty(); ++i)
+            for (Index entry = 0; entry < info.entries.size(); ++entry)
+                state.available.push_back(entry);
+        if (index != 0)
+            m_infos[category]->children.push_back(index);
+        return index;
+    }
+    TovCam::FeatureInfo &Info(Index feature)
+    {
+        return *m_infos[feature];
+    }
+
+    // Changes or reads a state under the camera's lock.
+    template<typename F>
+    auto With(Index feature, F f)
+    {
+        std::lock_guard const lock(m_mutex);
+        return f(m_states[feature]);
+    }
+    // "r1 w2 a2": reads, writes and questions by feature; forgets them.
+    std::string TakeLog()
+    {
+        std::lock_guard const lock(m_mutex);
+        return std::exchange(m_log, {});
+    }
+    void Hold(bool on) // accesses wait inside the camera
+    {
+        m_held = on;
+        m_held.notify_all();
+    }
+
+    std::function<void(Index)> onWrite; // under the lock; may change states by Unlocked
+    std::atomic<std::int32_t> readStatus{0}, writeStatus{0};
+    std::atomic<int> delay{0}; // milliseconds an access takes
+    std::atomic<int> running{0}, reads{0};
+    std::atomic<bool> commandDone{true};
+    std::atomic<bool> holdable{true};
+
+    TovCam::FeatureState &Unlocked(Index feature)
+    {
+        return m_states[feature];
+    }
+
+    std::uint32_t GetFeatureCount() override
+    {
+        Wait();
+        return Index(m_infos.size());
+    }
+    TovCam::FeatureInfo const *GetFeature(Index feature) override
+    {
+        return feature < m_infos.size() ? m_infos[feature].get() : nullptr;
+    }
+    std::int32_t ReadFeature(Index feature, TovCam::FeatureState *state) override
+    {
+        Wait();
+        ++reads;
+        std::lock_guard const lock(m_mutex);
+        m_log += (m_log.empty() ? "r" : " r") + std::to_string(feature);
+        if (readStatus == 0)
+            *state = m_states[feature];
+        return readStatus;
+    }
+    std::int32_t WriteFeature(Index feature, TovCam::FeatureValue const &value) override
+    {
+        Wait();
+        std::lock_guard const lock(m_mutex);
+        m_log += (m_log.empty() ? "w" : " w") + std::to_string(feature);
+        if (writeStatus)
+            return writeStatus;
+        m_states[feature].value = value;
+        if (onWrite)
+            onWrite(feature);
+        return 0;
+    }
+    std::int32_t IsCommandDone(Index feature, bool *done) override
+    {
+        Wait();
+        std::lock_guard const lock(m_mutex);
+        m_log += (m_log.empty() ? "a" : " a") + std::to_string(feature);
+        *done = commandDone;
+        return 0;
+    }
+    std::shared_ptr<void> Hold() override
+    {
+        return holdable ? shared_from_this() : nullptr;
+    }
+
+    // What the tree has no use for.
+    TovCam::EnumParam *GetEnum(char const *, std::int32_t *) override
+    {
+        return nullptr;
+    }
+    TovCam::IntParam *GetInt(char const *, std::int32_t *) override
+    {
+        return nullptr;
+    }
+    TovCam::StringParam *GetString(char const *, std::int32_t *) override
+    {
+        return nullptr;
+    }
+    char const *GetEnumValueStr(char const *, std::int32_t *) override
+    {
+        return nullptr;
+    }
+    std::int32_t SetIntegerValue(char const *, std::int64_t) override
+    {
+        return -1;
+    }
+    std::int64_t GetIntegerValue(char const *, std::int32_t *) override
+    {
+        return 0;
+    }
+    std::int32_t ExecuteCommand(char const *) override
+    {
+        return -1;
+    }
+    std::int32_t SetEnumValueStr(char const *, char const *) override
+    {
+        return -1;
+    }
+    std::int32_t SetFloatValue(char const *, double) override
+    {
+        return -1;
+    }
+    double GetFloatValue(char const *, std::int32_t *) override
+    {
+        return 0.0;
+    }
+    std::int32_t SetBooleanValue(char const *, bool) override
+    {
+        return -1;
+    }
+    std::int32_t SetStringValue(char const *, char const *) override
+    {
+        return -1;
+    }
+
+private:
+    void Wait()
+    {
+        ++running;
+        m_held.wait(true);
+        if (delay > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        --running;
+    }
+
+    std::atomic<bool> m_held{false};
+    std::vector<std::unique_ptr<TovCam::FeatureInfo>> m_infos;
+    std::mutex m_mutex; // guards the next two
+    std::vector<TovCam::FeatureState> m_states;
+    std::string m_log;
+};
+
+// One feature of each kind that has an editor of its own, in two categories, and what hangs on a selector.
+struct SampleCamera
+{
+    std::shared_ptr<FeatureCamera> camera = std::make_shared<FeatureCamera>();
+    FeatureCamera::Index image, transport, width, exposure, gain, mask, mac, address, selector, level, flag, name, run,
+        memory, counter;
+
+    SampleCamera()
+    {
+        using enum TovCam::FeatureKind;
+        using TovCam::FeatureInfo, TovCam::FeatureState, TovCam::FeatureRepresentation, TovCam::FeatureVisibility;
+        FeatureCamera &c = *camera;
+        auto const number = [](FeatureRepresentation representation, std::int64_t value, std::int64_t minimum,
+                               std::int64_t maximum, std::int64_t increment) {
+            return [=](FeatureInfo &info, FeatureState &state) {
+                info.representation = representation;
+                state.value.integer = value;
+                state.minimum = minimum;
+                state.maximum = maximum;
+                state.increment = increment;
+            };
+        };
+        image = c.Add("ImageFormatControl", Category, 0);
+        transport = c.Add("TransportLayerControl", Category, 0);
+        width = c.Add("Width", Integer, image, number(FeatureRepresentation::PureNumber, 640, 16, 2048, 16));
+        exposure = c.Add("ExposureTime", Float, image, [](FeatureInfo &info, FeatureState &state) {
+            info.displayName = "Exposure Time";
+            info.description = "How long the sensor collects light.";
+            info.representation = FeatureRepresentation::Logarithmic;
+            info.unit = "us";
+            state.value.real = 10000.0;
+            state.realMinimum = 10.0;
+            state.realMaximum = 1000000.0;
+        });
+        selector = c.Add("GainSelector", Enumeration, image, [](FeatureInfo &info, FeatureState &state) {
+            for (char const *entry : {"All", "Red", "Green", "Blue"}) {
+                info.entries.push_back(
+                    {entry, entry, "", std::int64_t(info.entries.size()), FeatureVisibility::Beginner});
+            }
+            state.available = {0, 1, 3}; // no green now
+            state.value.text = "All";
+        });
+        gain = c.Add("Gain", Integer, image, number(FeatureRepresentation::Linear, 5, 0, 48, 1));
+        level = c.Add("BlackLevel", Float, image, [](FeatureInfo &info, FeatureState &state) {
+            info.visibility = FeatureVisibility::Expert;
+            info.representation = FeatureRepresentation::Linear;
+            info.unit = "dB";
+            state.value.real = 0.5;
+            state.realIncrement = 0.25;
+            state.realMaximum = 4.0;
+        });
+        flag = c.Add("ReverseX", Boolean, image);
+        name = c.Add("DeviceUserID", String, image, [](FeatureInfo &, FeatureState &state) {
+            state.value.text = "left";
+            state.length = 8;
+        });
+        run = c.Add("TriggerSoftware", Command, image);
+        mac = c.Add("GevMACAddress", Integer, transport,
+                    number(FeatureRepresentation::MAC, 0x001A2B3C4D5E, 0, 0xFFFFFFFFFFFF, 1));
+        address = c.Add("GevPersistentIPAddress", Integer, transport,
+                        number(FeatureRepresentation::IPV4, 0xC0A8000A, 0, 0xFFFFFFFF, 1));
+        mask = c.Add("EventMask", Integer, transport, number(FeatureRepresentation::HexNumber, 0x1F, 0, 0xFFFF, 1));
+        memory = c.Add("FileAccessBuffer", Register, transport, [](FeatureInfo &info, FeatureState &state) {
+            info.visibility = FeatureVisibility::Guru;
+            state.access = TovCam::FeatureAccess::ReadOnly;
+            state.value.text = std::string("\x01\xAB\0z", 4);
+            state.length = 4;
+        });
+        counter = c.Add("DeviceTemperature", Float, transport, [](FeatureInfo &info, FeatureState &state) {
+            info.pollingTime = 100;
+            info.unit = "C";
+            state.access = TovCam::FeatureAccess::ReadOnly;
+            state.value.real = 41.5;
+        });
+        c.Info(selector).selected = c.Info(selector).dependents = {gain};
+    }
+};

@@ -1,0 +1,375 @@
+#include "featurecamera.h"
+#include "featuremodel.h"
+
+#include <QAbstractItemModelTester>
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSlider>
+#include <QTest>
+#include <QTreeView>
+
+#include <gtest/gtest.h>
+
+using namespace TovGui;
+using TovCam::FeatureAccess;
+
+namespace {
+
+// Rows as text, what a category holds in brackets.
+std::string Rows(QAbstractItemModel const &model, QModelIndex const &parent = {})
+{
+    std::string text;
+    for (int row = 0; row < model.rowCount(parent); ++row) {
+        QModelIndex const index = model.index(row, 0, parent);
+        text += (row ? " " : "") + index.data().toString().toStdString();
+        if (model.hasChildren(index))
+            text += "[" + Rows(model, index) + "]";
+    }
+    return text;
+}
+
+TEST(FeatureModelTest, FindsByNameDisplayNameAndDescription)
+{
+    SampleCamera sample;
+    FeatureCamera &camera = *sample.camera;
+    camera.Info(sample.transport).children.push_back(sample.width);     // in two categories
+    camera.Info(sample.transport).children.push_back(sample.transport); // and into itself
+    camera.Info(sample.transport).children.push_back(999);
+    std::vector<TovCam::FeatureInfo const *> features;
+    for (FeatureCamera::Index i = 0; camera.GetFeature(i); ++i)
+        features.push_back(camera.GetFeature(i));
+    FeatureModel model;
+    QAbstractItemModelTester const tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    model.SetFeatures(features);
+    QPersistentModelIndex const exposure = model.IndexOf(QStringLiteral("ImageFormatControl/ExposureTime"));
+    struct
+    {
+        char const *text;
+        Visibility level;
+        char const *rows;
+    } const cases[] = {
+        {"width", Beginner, "ImageFormatControl[Width] TransportLayerControl[Width]"},
+        {"exposuretime", Beginner, "ImageFormatControl[Exposure Time]"},
+        {"EXPOSURE  tim", Beginner, "ImageFormatControl[Exposure Time]"},
+        {"collects light", Beginner, "ImageFormatControl[Exposure Time]"},
+        {"level", Beginner, ""},
+        {"level", Expert, "ImageFormatControl[BlackLevel]"},
+        {"buffer", Expert, ""},
+        {"buffer", Guru, "TransportLayerControl[FileAccessBuffer]"},
+        {"transport", Beginner,
+         "TransportLayerControl[GevMACAddress GevPersistentIPAddress EventMask DeviceTemperature Width]"},
+        {".*", Guru, ""},
+    };
+    for (auto const &c : cases) {
+        model.SetFilter(QString::fromLatin1(c.text), c.level);
+        EXPECT_EQ(Rows(model), c.rows) << c.text;
+    }
+    model.SetFilter(QStringLiteral("exposure"), Beginner);
+    EXPECT_EQ(model.index(0, 0, model.index(0, 0)).data(), QStringLiteral("Exposure Time"));
+    EXPECT_FALSE(exposure.isValid()) << "it was hidden in between";
+    QPersistentModelIndex const kept = model.index(0, 0, model.index(0, 0));
+    model.SetFilter({}, Guru);
+    EXPECT_EQ(kept.data(), QStringLiteral("Exposure Time"));
+    EXPECT_EQ(kept.row(), 1);
+    model.SetFeatures({});
+    EXPECT_EQ(model.rowCount(), 0);
+}
+
+class FeatureTreeTest : public testing::Test
+{
+protected:
+    SampleCamera m_sample;
+    FeatureCamera &m_camera = *m_sample.camera;
+    std::unique_ptr<TovGenParamTreeView> m_tree = std::make_unique<TovGenParamTreeView>(nullptr);
+    QTreeView *m_view = m_tree->findChild<QTreeView *>(QStringLiteral("featureTree"));
+    QAbstractItemModelTester m_tester{m_view->model(), QAbstractItemModelTester::FailureReportingMode::Fatal};
+
+    FeatureTreeTest()
+    {
+        m_tree->setVisibility(Guru);
+        m_tree->resize(600, 700);
+        m_tree->show();
+    }
+    ~FeatureTreeTest() override
+    {
+        m_camera.delay = 0;
+        m_camera.Hold(false);
+    }
+    void Fill()
+    {
+        m_tree->SetGenParamArray(&m_camera);
+        ASSERT_TRUE(QTest::qWaitFor([this] { return m_view->model()->rowCount() == 2; }));
+        m_view->expandAll();
+        ASSERT_TRUE(QTest::qWaitFor([this] { return Shown("DeviceTemperature") == "41.5 C"; }));
+    }
+    QModelIndex Find(char const *name, QModelIndex const &parent = {}) const
+    {
+        for (int row = 0; row < m_view->model()->rowCount(parent); ++row) {
+            QModelIndex const index = m_view->model()->index(row, 0, parent);
+            QModelIndex const below = Find(name, index);
+            if (index.data() == QString::fromLatin1(name) || below.isValid())
+                return below.isValid() ? below : index.siblingAtColumn(1);
+        }
+        return {};
+    }
+    std::string Shown(char const *name) const
+    {
+        return Find(name).data().toString().toStdString();
+    }
+    std::string Message() const
+    {
+        return m_tree->findChild<QLabel *>(QStringLiteral("featureMessage"))->accessibleName().toStdString();
+    }
+    bool Says(std::string const &part) const
+    {
+        return QTest::qWaitFor([&] { return Message().find(part) != std::string::npos; });
+    }
+    void Key(char const *name, Qt::Key key)
+    {
+        m_view->setCurrentIndex(Find(name));
+        QTest::keyClick(m_view, key);
+    }
+    template<typename W = QWidget>
+    W *Editor() const
+    {
+        return m_view->findChild<W *>(QStringLiteral("featureEditor"));
+    }
+    // The camera's value once it differs from `before`.
+    TovCam::FeatureValue Written(FeatureCamera::Index feature, std::function<bool(TovCam::FeatureValue const &)> is)
+    {
+        TovCam::FeatureValue value;
+        EXPECT_TRUE(QTest::qWaitFor([&] {
+            value = m_camera.With(feature, [](auto &state) { return state.value; });
+            return is(value);
+        })) << value.integer
+            << " " << value.real << " " << value.text;
+        return value;
+    }
+};
+
+TEST_F(FeatureTreeTest, EditsEachKindOfFeature)
+{
+    Fill();
+    struct
+    {
+        char const *name;
+        FeatureCamera::Index feature;
+        char const *typed;
+        std::int64_t integer;
+        double real;
+        char const *text;
+        char const *shown;
+        char const *hint;
+    } const cases[] = {
+        {"Width", m_sample.width, "1280", 1280, 0, "", "1280", "Width"},
+        {"Width", m_sample.width, "99999", 2048, 0, "", "2048", "above the range"},
+        {"Exposure Time", m_sample.exposure, "1.5e3", 0, 1500, "", "1500 us", "Exposure"},
+        {"BlackLevel", m_sample.level, "2.6 dB", 0, 2.5, "", "2.5 dB", "between two steps"},
+        {"EventMask", m_sample.mask, "ff", 255, 0, "", "0xFF", "EventMask"},
+        {"GevMACAddress", m_sample.mac, "00:00:00:00:01:02", 0x102, 0, "", "00:00:00:00:01:02", "Gev"},
+        {"GevPersistentIPAddress", m_sample.address, "10.1.2.3", 0x0A010203, 0, "", "10.1.2.3", "Gev"},
+        {"DeviceUserID", m_sample.name, "right", 0, 0, "right", "right", "DeviceUserID"},
+    };
+    for (auto const &c : cases) {
+        Key(c.name, Qt::Key_F2);
+        ASSERT_TRUE(Editor()) << c.name;
+        QTest::keyClicks(Editor(), QStringLiteral("77")); // given up
+        QTest::keyClick(Editor(), Qt::Key_Escape);
+        EXPECT_TRUE(QTest::qWaitFor([this] { return !Editor(); }));
+        Key(c.name, Qt::Key_Return);
+        ASSERT_TRUE(Editor()) << c.name;
+        QTest::keyClicks(Editor(), QString::fromLatin1(c.typed));
+        QTest::keyClick(Editor(), Qt::Key_Return);
+        Written(c.feature, [&](TovCam::FeatureValue const &value) {
+            return value.integer == c.integer && value.real == c.real && value.text == c.text;
+        });
+        EXPECT_TRUE(QTest::qWaitFor([&] { return Shown(c.name) == c.shown && !Editor(); })) << Shown(c.name);
+        EXPECT_TRUE(Says(c.hint)) << Message();
+    }
+    EXPECT_EQ(m_camera.TakeLog().find("77"), std::string::npos);
+    Key("ReverseX", Qt::Key_Space);
+    Written(m_sample.flag, [](auto &value) { return value.integer == 1; });
+    EXPECT_EQ(Find("ReverseX").data(Qt::CheckStateRole).toInt(), int(Qt::Checked));
+    Key("FileAccessBuffer", Qt::Key_F2);
+    ASSERT_TRUE(Editor<QLineEdit>());
+    EXPECT_TRUE(Editor<QLineEdit>()->isReadOnly());
+    EXPECT_EQ(Editor<QLineEdit>()->text(), QStringLiteral("01 AB 00 7A"));
+}
+
+TEST_F(FeatureTreeTest, KeepsWhatWasTypedUntilItMakesSense)
+{
+    Fill();
+    Key("Width", Qt::Key_F2);
+    QTest::keyClicks(Editor(), QStringLiteral("wide"));
+    QTest::keyClick(Editor(), Qt::Key_Return);
+    EXPECT_TRUE(Says("\"wide\" is no whole number."));
+    ASSERT_TRUE(Editor()) << "it stays open";
+    m_view->setFocus(); // and gives up when the user goes elsewhere
+    EXPECT_TRUE(QTest::qWaitFor([this] { return !Editor(); }));
+    EXPECT_EQ(Shown("Width"), "640");
+    EXPECT_EQ(m_camera.TakeLog().find('w'), std::string::npos);
+}
+
+TEST_F(FeatureTreeTest, SliderWritesWhileItMovesAndEscapePutsBack)
+{
+    Fill();
+    Key("Gain", Qt::Key_F2);
+    auto *const slider = m_view->findChild<QSlider *>(QStringLiteral("featureSlider"));
+    ASSERT_TRUE(slider);
+    EXPECT_EQ(slider->value(), 5);
+    EXPECT_EQ(slider->maximum(), 48);
+    slider->setValue(20);
+    Written(m_sample.gain, [](auto &value) { return value.integer == 20; });
+    QTest::keyClick(Editor(), Qt::Key_Escape);
+    Written(m_sample.gain, [](auto &value) { return value.integer == 5; });
+}
+
+TEST_F(FeatureTreeTest, OffersAvailableEntriesAndRefreshesWhatIsSelected)
+{
+    m_camera.onWrite = [this](FeatureCamera::Index feature) { // each colour has a gain of its own
+        if (feature == m_sample.selector)
+            m_camera.Unlocked(m_sample.gain).value.integer = 11;
+    };
+    Fill();
+    Key("GainSelector", Qt::Key_Return);
+    auto *const combo = Editor<QComboBox>();
+    ASSERT_TRUE(combo);
+    ASSERT_EQ(combo->count(), 3);
+    EXPECT_EQ(combo->itemText(2), QStringLiteral("Blue"));
+    ASSERT_TRUE(QTest::qWaitFor([] { return QApplication::activePopupWidget() != nullptr; }));
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_End);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+    Written(m_sample.selector, [](auto &value) { return value.text == "Blue"; });
+    EXPECT_TRUE(QTest::qWaitFor([this] { return Shown("Gain") == "11"; }, 800)) << "before it is looked at again";
+}
+
+TEST_F(FeatureTreeTest, ShowsLocksMadeElsewhereAndWhyAWriteFailed)
+{
+    Fill();
+    m_camera.With(m_sample.width, [](auto &state) { state.access = FeatureAccess::ReadOnly; });
+    m_camera.With(m_sample.gain, [](auto &state) { state.access = FeatureAccess::NotAvailable; });
+    EXPECT_TRUE(QTest::qWaitFor([this] { return !(Find("Width").flags() & Qt::ItemIsEditable); }));
+    EXPECT_TRUE(QTest::qWaitFor([this] { return Shown("Gain") == "not available now"; }));
+    EXPECT_EQ(Find("Width").data(Qt::ForegroundRole).value<QColor>(), FeatureModel::Grey());
+    Key("Width", Qt::Key_F2);
+    EXPECT_FALSE(Editor());
+
+    m_camera.writeStatus = TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    Key("EventMask", Qt::Key_F2);
+    QTest::keyClicks(Editor(), QStringLiteral("2"));
+    QTest::keyClick(Editor(), Qt::Key_Return);
+    EXPECT_TRUE(Says("EventMask was not written: The value is out of range (error -40204)"));
+    EXPECT_EQ(Shown("EventMask"), "0x1F");
+    EXPECT_TRUE(Find("EventMask").data(Qt::ToolTipRole).toString().contains(QStringLiteral("-40204")));
+}
+
+TEST_F(FeatureTreeTest, CommandTellsWhenItIsDone)
+{
+    m_camera.commandDone = false;
+    Fill();
+    QRect const cell = m_view->visualRect(Find("TriggerSoftware"));
+    QTest::mouseClick(m_view->viewport(), Qt::LeftButton, {}, cell.topLeft() + QPoint(20, cell.height() / 2));
+    EXPECT_TRUE(QTest::qWaitFor([this] { return Shown("TriggerSoftware") == "Running..."; }));
+    EXPECT_TRUE(QTest::qWaitFor([this] { return m_camera.TakeLog().find('a') != std::string::npos; }));
+    Key("TriggerSoftware", Qt::Key_Space); // not again
+    m_camera.commandDone = true;
+    EXPECT_TRUE(QTest::qWaitFor([this] { return Shown("TriggerSoftware") == "Done"; }));
+    EXPECT_EQ(m_camera.TakeLog().find('w'), std::string::npos);
+    EXPECT_TRUE(QTest::qWaitFor([this] { return Shown("TriggerSoftware") == "Execute"; }));
+}
+
+TEST_F(FeatureTreeTest, PollsWhatIsVisibleAndNothingWhileHidden)
+{
+    Fill();
+    m_camera.With(m_sample.counter, [](auto &state) { state.value.real = 42.0; });
+    EXPECT_TRUE(QTest::qWaitFor([this] { return Shown("DeviceTemperature") == "42 C"; }, 700));
+    m_camera.TakeLog();
+    m_view->collapse(m_view->model()->index(1, 0)); // where the temperature is
+    QTest::qWait(150);
+    m_camera.TakeLog();
+    QTest::qWait(1300);
+    std::string const log = ' ' + m_camera.TakeLog() + ' ';
+    EXPECT_EQ(log.find(" r" + std::to_string(m_sample.counter) + ' '), std::string::npos) << log;
+    EXPECT_NE(log.find(" r" + std::to_string(m_sample.width) + ' '), std::string::npos) << log;
+    m_tree->hide();
+    QTest::qWait(100);
+    m_camera.TakeLog();
+    QTest::qWait(1300);
+    EXPECT_EQ(m_camera.TakeLog(), "");
+    m_tree->show();
+    EXPECT_TRUE(QTest::qWaitFor([this] { return m_camera.TakeLog() != ""; }));
+}
+
+TEST_F(FeatureTreeTest, SlowOrLostCameraLeavesTheWindowAlive)
+{
+    Fill();
+    m_camera.Hold(true); // for good
+    ASSERT_TRUE(QTest::qWaitFor([this] { return m_camera.running == 1; }));
+    QElapsedTimer turn;
+    qint64 longest = 0;
+    auto const spin = [&](int milliseconds) {
+        for (QElapsedTimer all; !all.isValid() || all.elapsed() < milliseconds;) {
+            if (!all.isValid())
+                all.start();
+            turn.start();
+            QTest::qWait(5);
+            longest = std::max(longest, turn.elapsed());
+        }
+    };
+    Key("ReverseX", Qt::Key_Space);
+    EXPECT_EQ(Find("ReverseX").data(Qt::CheckStateRole).toInt(), int(Qt::Checked)) << "what is on its way";
+    spin(700);
+    EXPECT_TRUE(Find("ReverseX").data(Qt::FontRole).value<QFont>().italic());
+    EXPECT_EQ(Shown("Width"), "640");
+    m_tree->findChild<QLineEdit *>(QStringLiteral("featureSearch"))->setText(QStringLiteral("e"));
+    spin(200);
+    EXPECT_LT(longest, 900);
+
+    m_camera.readStatus = m_camera.writeStatus = TOV_CAM_ERR_NO_DEVICE; // gone at last
+    m_camera.Hold(false);
+    EXPECT_TRUE(Says("The camera is gone"));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [this] { return Find("Width").data(Qt::ToolTipRole).toString().contains(QStringLiteral("-40006")); }));
+    EXPECT_EQ(Shown("Width"), "640");
+    EXPECT_EQ(Find("ReverseX").data(Qt::CheckStateRole).toInt(), int(Qt::Unchecked));
+
+    m_camera.Hold(true);
+    ASSERT_TRUE(QTest::qWaitFor([this] { return m_camera.running == 1; }));
+    m_tree.reset(); // would hang here
+}
+
+TEST_F(FeatureTreeTest, ViewStateComesBackAndSearchLeavesItAlone)
+{
+    Fill();
+    auto *const search = m_tree->findChild<QLineEdit *>(QStringLiteral("featureSearch"));
+    m_view->collapse(m_view->model()->index(1, 0));
+    m_view->setCurrentIndex(Find("Exposure Time"));
+    std::string const state = m_tree->GetViewState();
+    QTest::keyClick(m_view, Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::focusWidget(), search);
+    QTest::keyClicks(search, QStringLiteral("mask"));
+    EXPECT_EQ(Rows(*m_view->model()), "TransportLayerControl[EventMask]");
+    EXPECT_TRUE(m_view->isExpanded(m_view->model()->index(0, 0)));
+    QTest::keyClick(search, Qt::Key_Escape);
+    EXPECT_EQ(m_tree->GetViewState(), state);
+    EXPECT_FALSE(m_view->isExpanded(m_view->model()->index(1, 0)));
+    EXPECT_EQ(m_view->currentIndex().siblingAtColumn(1), Find("Exposure Time"));
+
+    TovGenParamTreeView other(nullptr);
+    other.SetViewState(state.c_str()); // before there are features
+    other.SetViewState("nonsense");
+    EXPECT_EQ(other.GetViewState(), state);
+    other.SetGenParamArray(&m_camera);
+    auto *const view = other.findChild<QTreeView *>();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view->model()->rowCount() == 2; }));
+    EXPECT_TRUE(view->isExpanded(view->model()->index(0, 0)));
+    EXPECT_FALSE(view->isExpanded(view->model()->index(1, 0)));
+    EXPECT_EQ(view->currentIndex().data(), QStringLiteral("Exposure Time"));
+    EXPECT_EQ(other.visibility(), Guru);
+    other.SetGenParamArray(nullptr);
+    EXPECT_EQ(view->model()->rowCount(), 0);
+}
+
+} // namespace

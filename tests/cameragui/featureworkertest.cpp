@@ -1,0 +1,127 @@
+#include "featureworker.h"
+#include "featurecamera.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+
+using namespace TovGui;
+using Kind = FeatureResult::Kind;
+using std::chrono::seconds;
+
+namespace {
+
+class FeatureWorkerTest : public testing::Test
+{
+protected:
+    std::shared_ptr<FeatureCamera> m_camera = std::make_shared<FeatureCamera>();
+    std::unique_ptr<FeatureWorker> m_worker;
+    std::mutex m_mutex; // guards m_wakes
+    std::condition_variable m_woken;
+    int m_wakes = 0;
+
+    FeatureWorkerTest()
+    {
+        for (char const *name : {"a", "b", "c", "d", "e"})
+            m_camera->Add(name, TovCam::FeatureKind::Integer, 0);
+    }
+    ~FeatureWorkerTest() override
+    {
+        m_camera->Hold(false);
+    }
+    void Start()
+    {
+        m_worker = std::make_unique<FeatureWorker>(m_camera.get(), [this] {
+            std::lock_guard const lock(m_mutex);
+            ++m_wakes;
+            m_woken.notify_all();
+        });
+    }
+    // Until `count` results have come.
+    std::vector<FeatureResult> Results(std::size_t count)
+    {
+        std::vector<FeatureResult> all;
+        while (all.size() < count) {
+            {
+                std::unique_lock lock(m_mutex);
+                if (!m_woken.wait_for(lock, seconds(20), [this] { return m_wakes > 0; }))
+                    break;
+                m_wakes = 0;
+            }
+            for (FeatureResult &result : m_worker->TakeResults())
+                all.push_back(std::move(result));
+        }
+        EXPECT_EQ(all.size(), count);
+        return all;
+    }
+    template<typename F>
+    static bool Eventually(F condition)
+    {
+        for (int i = 0; i < 2000 && !condition(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return condition();
+    }
+};
+
+TEST_F(FeatureWorkerTest, WritesGoFirstAndReadsAreThoseWantedLast)
+{
+    m_camera->Hold(true);
+    Start();
+    m_worker->SetReads({1, 2});
+    m_worker->AskDone(4);
+    m_worker->AskDone(4);
+    TovCam::FeatureValue value;
+    value.integer = 7;
+    std::uint64_t const first = m_worker->Write(5, value);
+    std::uint64_t const second = m_worker->Write(3, value);
+    m_worker->SetReads({2, 5});
+    m_camera->Hold(false);
+    std::vector<FeatureResult> const results = Results(6);
+    EXPECT_EQ(m_camera->TakeLog(), "w5 w3 a4 r2 r5");
+    EXPECT_EQ(results[0].kind, Kind::Loaded);
+    EXPECT_EQ(results[0].features.size(), 6u);
+    EXPECT_EQ(results[1].ticket, first);
+    EXPECT_EQ(results[2].ticket, second);
+    EXPECT_TRUE(results[3].done);
+    EXPECT_EQ(results[5].state.value.integer, 7);
+}
+
+TEST_F(FeatureWorkerTest, OnlyTheNewestPlaceOfASliderIsWrittenAndTheOrderStays)
+{
+    m_camera->Hold(true);
+    Start();
+    TovCam::FeatureValue value;
+    for (int const step : {1, 2, 3}) {
+        value.integer = step;
+        m_worker->Write(1, value, true);
+    }
+    m_worker->Write(2, value);
+    m_worker->Write(1, value, true);
+    m_worker->Write(1, value);
+    m_worker->Write(1, value); // by hand: both count
+    m_camera->Hold(false);
+    std::vector<FeatureResult> const results = Results(5);
+    EXPECT_EQ(m_camera->TakeLog(), "w1 w2 w1 w1");
+    EXPECT_EQ(results[1].ticket, 3u);
+    EXPECT_EQ(m_camera->With(1, [](auto &state) { return state.value.integer; }), 3);
+}
+
+TEST_F(FeatureWorkerTest, GoesAwayInTheMiddleOfAnAccess)
+{
+    Start();
+    Results(1);
+    m_camera->Hold(true);
+    m_worker->SetReads({1, 2, 3});
+    ASSERT_TRUE(Eventually([this] { return m_camera->running == 1; }));
+    m_worker.reset(); // would hang here
+    std::weak_ptr<FeatureCamera> const left = m_camera;
+    FeatureCamera *const camera = m_camera.get();
+    m_camera.reset();
+    EXPECT_FALSE(left.expired()) << "the access still needs it";
+    camera->Hold(false);
+    EXPECT_TRUE(Eventually([&] { return left.expired(); }));
+    EXPECT_EQ(m_wakes, 0) << "nobody is there to be woken";
+    m_camera = std::make_shared<FeatureCamera>();
+}
+
+} // namespace

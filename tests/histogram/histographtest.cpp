@@ -1,0 +1,191 @@
+#include "histo_graph.h"
+
+#include <QImage>
+#include <QPainter>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <random>
+
+namespace {
+
+QRgb const OUTSIDE = qRgb(255, 255, 245), AREA = qRgb(245, 245, 255), GRID = qRgb(192, 192, 192);
+
+class HistoGraph : public testing::Test
+{
+protected:
+    HistoGraph()
+    {
+        graph.Init(QRect(0, 0, 500, 380), false, false, 0, 0);
+        graph.SetScales("%5.0f", "%5.0f", {0, 50, 100, 150, 200, 250, 256}, {0, 250, 500, 750, 1000}, 1.0, 1.0);
+    }
+    void Paint()
+    {
+        image.fill(Qt::black);
+        QPainter painter(&image);
+        painter.setPen(Qt::blue);
+        graph.DrawSelf(painter);
+        area = graph.GetPlotRect();
+    }
+    int XOf(double x) const
+    {
+        return int(area.left() + area.width() * x / 256);
+    }
+    int YOf(double y) const
+    {
+        return int(area.bottom() - area.height() * y / 1000);
+    }
+    // Pixels of a colour that no other drawing has; text is smoothed, so any shade but the two backgrounds counts.
+    int Inked(QRect const &rect) const
+    {
+        int count = 0;
+        for (int y = rect.top(); y <= rect.bottom(); ++y)
+            for (int x = rect.left(); x <= rect.right(); ++x)
+                count += image.pixel(x, y) != OUTSIDE && image.pixel(x, y) != AREA;
+        return count;
+    }
+
+    Histo_Graph graph;
+    QImage image{500, 380, QImage::Format_RGB32};
+    QRect area;
+};
+
+TEST_F(HistoGraph, DrawsGridBarsAndLabelsInTheirPlaces)
+{
+    auto *const bars = new Histo_Bar;
+    bars->color = Qt::yellow;
+    bars->points = {{30, 600}, {60, 0}, {255, 1000}, {256, 900}, {-1, 900}};
+    graph.AddPlot(bars);
+    Paint();
+    EXPECT_EQ(image.pixel(area.left() + 1, area.top() + 1), AREA);
+    EXPECT_EQ(image.pixel(area.left() - 1, 0), OUTSIDE);
+    for (double const tick : {0, 50, 100, 150, 200, 250})
+        EXPECT_EQ(image.pixel(XOf(tick), YOf(770)), GRID) << tick;
+    for (double const tick : {0, 250, 500, 750})
+        EXPECT_EQ(image.pixel(XOf(70), YOf(tick)), GRID) << tick;
+    EXPECT_NE(image.pixel(XOf(70), area.top()), GRID); // the last tick has no line
+    QRgb const yellow = QColor(Qt::yellow).rgb();
+    EXPECT_EQ(image.pixel(XOf(30), YOf(600)), yellow);
+    EXPECT_EQ(image.pixel(XOf(30), area.bottom()), yellow);
+    EXPECT_EQ(image.pixel(XOf(30), YOf(600) - 2), AREA);
+    EXPECT_EQ(image.pixel(XOf(60), area.bottom() - 3), AREA); // no bar without a count
+    EXPECT_EQ(image.pixel(XOf(255), area.top() + 5), yellow);
+    // Labels: of each tick but the last, and that of 250 at the end of the axis.
+    int const high = QFontMetrics(QFont(QStringLiteral("Tahoma"), 9, QFont::Light)).height();
+    QRect const labels(0, area.bottom() + 2, 500, high);
+    EXPECT_GT(Inked(QRect(area.right() - 30, labels.top(), 31, high)), 10);
+    graph.SetScales("%5.0f", "%5.0f", {0, 256}, {0, 1000}, 1.0, 1.0); // two ticks: one label, at the end
+    Paint();
+    EXPECT_EQ(Inked(QRect(area.left() - 10, labels.top(), 60, high)), 0);
+    EXPECT_GT(Inked(QRect(area.right() - 30, labels.top(), 31, high)), 5);
+}
+
+TEST_F(HistoGraph, MinorLinesFillTheCellsButTheFirstAndLast)
+{
+    graph.Init(QRect(0, 0, 500, 380), false, false, 0, 5);
+    graph.SetScales("%g", "%g", {0, 64, 128, 192, 256}, {0, 1000}, 1.0, 1.0);
+    Paint();
+    int lines = 0;
+    for (int x = area.left(); x <= area.right(); ++x)
+        lines += image.pixel(x, YOf(500)) == GRID;
+    EXPECT_EQ(lines, 4 + 3 * 4);
+}
+
+TEST_F(HistoGraph, MarkersStandAtTheirSignalWithTheirCounts)
+{
+    HistoThresholds t{40, 220, 128, 0, 0, 0, 0, 0};
+    graph.thresholds = &t;
+    Paint();
+    int const y = area.top() + 3;
+    EXPECT_EQ(image.pixel(XOf(40), y), qRgb(0, 255, 0));
+    EXPECT_EQ(image.pixel(XOf(220), y), qRgb(255, 0, 0));
+    EXPECT_EQ(image.pixel(XOf(128), y), qRgb(255, 0, 255));
+    t = {0, 0, 0, 5, 0, 0, 0, 0};
+    Paint();
+    EXPECT_EQ(image.pixel(XOf(40), y), AREA);
+    float value = 0.0f;
+    EXPECT_FALSE(graph.GetThresholds(QPointF(area.left(), 5), value));
+    EXPECT_TRUE(graph.GetThresholds(QPointF(XOf(128), -50), value));
+    EXPECT_NEAR(value, 128.0f, 0.7f);
+    EXPECT_TRUE(graph.GetThresholds(QPointF(area.right() + 200, 5), value));
+    EXPECT_GT(value, 256.0f);
+    EXPECT_FALSE(Histo_Graph().GetThresholds(QPointF(100, 100), value));
+}
+
+TEST(HistoScales, MapAndInvert)
+{
+    TVLinearScale linear;
+    linear.slope = 1.5625;
+    linear.offset = 60;
+    EXPECT_EQ(linear.Forward(128), 260.0);
+    EXPECT_EQ(linear.Backward(260), 128.0);
+    TVLog10Scale log;
+    log.slope = -100;
+    log.offset = 319;
+    EXPECT_EQ(log.Forward(1000), 19.0);
+    EXPECT_EQ(log.Forward(0), 319.0);
+    EXPECT_EQ(log.Forward(-2), 519.0);
+    EXPECT_EQ(log.Backward(2), 100.0);
+}
+
+// Every point a line of its own, one call each.
+TEST(HistoPlots, LookAsIfEachLineWereDrawn)
+{
+    std::mt19937 random(1);
+    TVLinearScale scale[2];
+    QRect rect(20, 10, 60, 80);
+    for (int round = 0; round < 200; ++round) {
+        bool const curve = round % 2;
+        std::unique_ptr<Histo_Plot> plot;
+        if (curve)
+            plot = std::make_unique<Histo_Curve>();
+        else
+            plot = std::make_unique<Histo_Bar>();
+        plot->color = Qt::red;
+        plot->penWidth = 1 + round / 2 % 2;
+        for (int i = 0; i < 40; ++i)
+            plot->points.emplace_back(round % 3 ? i * 2.4 + random() % 2 : random() % 100, int(random() % 130) - 20);
+        QImage image(100, 110, QImage::Format_RGB32), expected(100, 110, QImage::Format_RGB32);
+        image.fill(Qt::white);
+        expected.fill(Qt::white);
+        QPainter painter(&image), plain(&expected);
+        plot->Draw(painter, &scale[0], &scale[1], rect);
+        plain.setPen(QPen(QBrush(Qt::red), plot->penWidth, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
+        for (std::size_t i = 0; i < plot->points.size(); ++i) {
+            QPoint const at(int(plot->points[i].first), int(plot->points[i].second));
+            if (curve) {
+                QPoint const from(int(plot->points[i ? i - 1 : 0].first), int(plot->points[i ? i - 1 : 0].second));
+                if (i > 0 && from.x() >= 20 && at.x() <= 79)
+                    plain.drawLine(from, at);
+            } else if (at.x() >= 20 && at.x() <= 79 && at.y() != 0) {
+                plain.drawLine(QPoint(at.x(), 89), at);
+            }
+        }
+        EXPECT_EQ(image, expected) << round;
+    }
+}
+
+TEST_F(HistoGraph, StandsAxesThatAreNone)
+{
+    auto *const curve = new Histo_Curve;
+    curve->points = {{0, 0}, {1, -5}, {2, 1e300}, {NAN, INFINITY}, {3, -INFINITY}};
+    graph.AddPlot(curve);
+    graph.AddPlot(new Histo_Curve);
+    HistoThresholds t{65535, 1, 2, INT32_MIN, INT32_MAX, -1, 4, 5};
+    graph.thresholds = &t;
+    std::vector<double> const lists[] = {{}, {5}, {5, 5}, {0, 10}, {10, 0}, {-1e308, 1e308}, {NAN, 1}, {0, INFINITY}};
+    for (auto const &xTicks : lists)
+        for (auto const &yTicks : lists)
+            for (int size : {0, 3, 120, 380})
+                for (bool const log : {false, true}) {
+                    graph.Init(QRect(0, 0, size, size / 2), log, log, 3, 3);
+                    graph.SetScales("%5.0f and more than thirty-two bytes", "%g", xTicks, yTicks, 1.0, 1.0);
+                    Paint();
+                    float value;
+                    graph.GetThresholds(QPointF(200, 5), value);
+                }
+}
+
+} // namespace

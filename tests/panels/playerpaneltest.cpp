@@ -1,0 +1,212 @@
+// Widgets bound to parameters, typed into and changed from other threads.
+#include "values.h"
+
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMenuBar>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+constexpr int Period = 40;
+
+class Panels : public testing::Test
+{
+protected:
+    // A widget of the panel under a name.
+    template<typename W>
+    W *Add(PlayerPanel &panel, char const *name)
+    {
+        auto *const widget = new W(&panel);
+        widget->setObjectName(QString::fromLatin1(name));
+        return widget;
+    }
+    void Type(QLineEdit *edit, char const *text)
+    {
+        edit->setText(QString::fromUtf8(text));
+        QTest::keyClick(edit, Qt::Key_Return);
+    }
+
+    Values values;
+    QMainWindow window;
+    PlayerPanel panel{&window, QStringLiteral("actionShown"), Period};
+};
+
+TEST_F(Panels, WhatIsTypedReachesTheParameter)
+{
+    using Adder = std::function<void(QLineEdit *, char const *)>;
+    Adder const integer = [&](QLineEdit *edit, char const *key) {
+        panel.AddIntegerEdit(edit, key, nullptr, &values);
+    };
+    Adder const real = [&](QLineEdit *edit, char const *key) {
+        panel.AddFloatEdit(edit, key, "%.1f", &values);
+    };
+    Adder const text = [&](QLineEdit *edit, char const *key) {
+        EXPECT_TRUE(panel.AddStringEdit(edit, key, &values));
+    };
+    struct
+    {
+        Adder add;
+        char const *control;
+        char const *key;
+        char const *shown;
+        char const *typed;
+        char const *stored;
+    } const rows[] = {
+        {integer, "a", "Count", "5", "42", "42"},
+        {integer, "b", "Count", "42", "abc", "0"},
+        {integer, "c", "Count", "0", "2000000", "1000000"},
+        {real, "Rate", "Rate", "0.5", "2.5", "2.5"},
+        {real, "edit", "Rate", "2.5", "7.5", "2.5"}, // written under the control's name
+        {text, "d", "Text", "start", "gr\u00fcn", "gr\u00fcn"},
+    };
+    for (auto const &row : rows) {
+        auto *const edit = Add<QLineEdit>(panel, row.control);
+        row.add(edit, row.key);
+        EXPECT_EQ(edit->text().toStdString(), row.shown) << row.control;
+        Type(edit, row.typed);
+        EXPECT_EQ(values.Text(row.key), row.stored) << row.control;
+        EXPECT_EQ(edit->text().toStdString(), row.typed) << "stays as it was typed";
+    }
+
+    auto *const box = Add<QCheckBox>(panel, "box");
+    auto *const group = Add<QGroupBox>(panel, "group");
+    group->setCheckable(true);
+    group->setChecked(false);
+    panel.AddBoolCheckBox(box, "Switch", &values);
+    panel.AddBoolCheckGroupBox(group, "Group", &values);
+    EXPECT_FALSE(box->isChecked());
+    EXPECT_TRUE(group->isChecked());
+    box->setTristate();
+    box->setCheckState(Qt::PartiallyChecked);
+    group->setChecked(false);
+    EXPECT_EQ(values.Text("Switch") + values.Text("Group"), "10");
+
+    panel.setWindowModality(Qt::WindowModal);
+    box->setCheckState(Qt::Unchecked);
+    EXPECT_EQ(values.Text("Switch"), "1") << "a modal panel writes nothing";
+}
+
+TEST_F(Panels, ChangesReachTheirWidgetsAtTheNextTickOnce)
+{
+    auto *const edit = Add<QLineEdit>(panel, "edit");
+    auto *const second = Add<QLineEdit>(panel, "second");
+    auto *const combo = Add<QComboBox>(panel, "combo");
+    auto *const box = Add<QCheckBox>(panel, "box");
+    edit->setReadOnly(true);
+    combo->addItem(QStringLiteral("seven"), 7);
+    combo->addItem(QStringLiteral("nine"), 9);
+    panel.AddIntegerEdit(edit, "Count", "%05d", &values);
+    panel.AddIntegerEdit(second, "Count", nullptr, &values);
+    panel.AddParamLink("Other", combo, &values, 0, nullptr);
+    panel.AddBoolCheckBox(box, "Switch", &values);
+    PlayerPanel immediate{&window, QStringLiteral("other"), 0};
+    auto *const shown = Add<QLineEdit>(immediate, "edit");
+    immediate.AddIntegerEdit(shown, "Count", nullptr, &values);
+
+    int changes = 0;
+    QObject::connect(edit, &QLineEdit::textChanged, [&] { ++changes; });
+    values.SetParamInt("Count", 10);
+    values.SetParamInt("Count", 11);
+    values.SetParamInt("Other", 9);
+    values.SetParamBool("Switch", true);
+    EXPECT_EQ(shown->text(), QStringLiteral("11")) << "without a timer at once";
+    EXPECT_EQ(changes, 0);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return changes > 0; }));
+    EXPECT_EQ(edit->text(), QStringLiteral("00011"));
+    EXPECT_EQ(changes, 1);
+    EXPECT_EQ(second->text(), QStringLiteral("5")) << "a second link of a parameter is not found";
+    EXPECT_EQ(combo->currentIndex(), 1);
+    EXPECT_TRUE(box->isChecked());
+    values.SetParamInt("Other", 8);
+    panel.UpdateFromComponent(QString());
+    EXPECT_EQ(combo->currentIndex(), 1) << "no entry for the value";
+}
+
+TEST_F(Panels, AreFoundByTheirActionAndFollowIt)
+{
+    QMenu *const menu = window.menuBar()->addMenu(QStringLiteral("menu"))->addMenu(QStringLiteral("inner"));
+    QAction *const action = menu->addAction(QStringLiteral("Panel"));
+    action->setObjectName(QStringLiteral("actionShown"));
+    action->setCheckable(true);
+    window.addDockWidget(Qt::LeftDockWidgetArea, &panel);
+    window.show();
+    EXPECT_TRUE(action->isChecked());
+    panel.setFloating(true);
+    EXPECT_FALSE(panel.close());
+    EXPECT_FALSE(action->isChecked());
+    EXPECT_EQ(PlayerPanel::GetPanel(action->objectName()), &panel);
+    EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), nullptr);
+    {
+        PlayerPanel const other(&window, QStringLiteral("unknown"), 0);
+        EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), &other);
+    }
+    EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), nullptr);
+
+    QTemporaryDir const folder;
+    QSettings settings(folder.filePath(QStringLiteral("s.ini")), QSettings::IniFormat);
+    panel.setObjectName(QStringLiteral("thePanel"));
+    panel.show();
+    panel.setGeometry(100, 120, 333, 222);
+    panel.SaveStateToGlobalSettings(&settings);
+    EXPECT_TRUE(settings.contains(QStringLiteral("thePanel/wndGeometry")));
+    panel.setGeometry(10, 20, 400, 400);
+    panel.LoadStateFromGlobalSettings(&settings);
+    EXPECT_EQ(panel.geometry(), QRect(100, 120, 333, 222));
+}
+
+// What a camera at speed does to panels that come and go.
+TEST_F(Panels, AStormOfChangesCostsOneRefreshAPeriod)
+{
+    auto *const edit = Add<QLineEdit>(panel, "edit");
+    panel.AddIntegerEdit(edit, "Count", nullptr, &values);
+    QObject::connect(&panel, &PlayerPanel::enableControl, [edit](QObject *w, bool) { EXPECT_EQ(w, edit); });
+    int refreshes = 0;
+    QObject::connect(edit, &QLineEdit::textChanged, [&] { ++refreshes; });
+
+    std::atomic<bool> stop{false};
+    std::atomic<long> changes{0};
+    std::thread storm([&] {
+        while (!stop) {
+            values.SetParamInt("Count", 1 + changes % 999999);
+            values.SetParamInt("Other", 1 + changes++ % 999999);
+            if (changes % 1000 == 0)
+                emit panel.enableControl(edit, changes % 2000 != 0);
+            std::this_thread::sleep_for(std::chrono::microseconds(20));
+        }
+    });
+    QElapsedTimer clock;
+    clock.start();
+    int made = 0;
+    while (clock.elapsed() < 1000) {
+        PlayerPanel guest(&window, QStringLiteral("guest"), 1);
+        guest.AddIntegerEdit(Add<QLineEdit>(guest, "other"), "Other", nullptr, &values);
+        ++made;
+        QTest::qWait(10);
+    }
+    auto const elapsed = clock.elapsed();
+    stop = true;
+    storm.join();
+    RecordProperty("changes_a_second", std::to_string(2000 * changes / elapsed));
+    EXPECT_GT(changes, 1000);
+    EXPECT_GT(made, 3);
+    EXPECT_GT(refreshes, 3);
+    EXPECT_LE(refreshes, elapsed / Period + 2);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return edit->text().toStdString() == values.Text("Count"); }));
+}
+
+} // namespace

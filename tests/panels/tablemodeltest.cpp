@@ -1,0 +1,83 @@
+#include "tovparamtablemodel.h"
+#include "values.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractItemModelTester>
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QMainWindow>
+#include <QTableView>
+
+namespace {
+
+QStringList s_complaints;
+
+class TableModel : public testing::Test
+{
+protected:
+    TableModel()
+    {
+        view.setObjectName(QStringLiteral("table"));
+        view.setModel(&model);
+        view.setParent(&panel);
+    }
+    std::string Cell(int row, int column)
+    {
+        return model.data(model.index(row, column)).toString().toStdString();
+    }
+    std::string Clipboard()
+    {
+        return QGuiApplication::clipboard()->text().toStdString();
+    }
+
+    Values values;
+    QMainWindow window;
+    TovParamTableModel model;
+    PlayerPanel panel{&window, QStringLiteral("action"), 0};
+    QTableView view;
+};
+
+TEST_F(TableModel, ShowsLabelsAndValuesAsTheyAreAndCopiesThem)
+{
+    model.initFormats();
+    panel.AddTableParam(&view, "Count", &values, "Frames");
+    panel.AddTableParam(&view, "Speed", &values, nullptr);
+    panel.AddTableParam(&view, "Nothing", &values, "Unknown");
+    values.SetParamFloat("Speed", 29.968);
+    ASSERT_EQ(model.rowCount(), 3);
+    EXPECT_EQ(Cell(0, 0) + "=" + Cell(0, 1), "Frames=5");
+    EXPECT_EQ(Cell(1, 0) + "=" + Cell(1, 1), "Speed=29.97");
+    EXPECT_EQ(Cell(2, 1), "n/a");
+    EXPECT_EQ(model.headerData(0, Qt::Horizontal), QStringLiteral("Parameter"));
+    EXPECT_EQ(model.headerData(1, Qt::Horizontal), QStringLiteral("Value"));
+    EXPECT_FALSE(model.headerData(0, Qt::Vertical).isValid());
+    EXPECT_FALSE(model.data(model.index(0, 0), Qt::EditRole).isValid());
+    EXPECT_FALSE(model.data(QModelIndex()).isValid());
+
+    model.CopyField(model.index(1, 0));
+    EXPECT_EQ(Clipboard(), "Speed\t29.97");
+    model.CopyField(QModelIndex());
+    EXPECT_EQ(Clipboard(), "\tn/a");
+    values.SetParamInt("Count", 6);
+    model.CopyTable();
+    EXPECT_EQ(Clipboard(), "Frames\t6\nSpeed\t29.97\nUnknown\tn/a\n");
+}
+
+TEST_F(TableModel, KeepsTheRulesOfModelsButForItsRowsUnderEveryParent)
+{
+    s_complaints.clear();
+    auto *const before = qInstallMessageHandler(
+        [](QtMsgType, QMessageLogContext const &, QString const &text) { s_complaints += text; });
+    {
+        QAbstractItemModelTester const tester(&model, QAbstractItemModelTester::FailureReportingMode::Warning);
+        panel.AddTableParam(&view, "Count", &values, "Frames");
+        panel.AddTableParam(&view, "Rate", &values, "Rate");
+        values.SetParamInt("Count", 8);
+    }
+    qInstallMessageHandler(before);
+    for (QString const &complaint : s_complaints)
+        EXPECT_TRUE(complaint.contains(QLatin1String("topIndex"))) << complaint.toStdString();
+}
+
+} // namespace

@@ -1,0 +1,502 @@
+#include "imagewriter.h"
+
+#include "displayview.h"
+#include "fakecamera.h"
+#include "fakeserializer.h"
+#include "imgprocessor.h"
+#include "rigtestplugin.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <new>
+#include <random>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+bool waitFor(std::function<bool()> const &condition)
+{
+    auto const deadline = std::chrono::steady_clock::now() + 20s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+class Writer : public testing::Test
+{
+protected:
+    Writer()
+    {
+        serializer.Reset();
+        writer.SetParamString("FilePath", "/somewhere");
+        QObject::connect(&writer, &ImageWriter::WritingDone, [this] { ++done; });
+        QObject::connect(&writer, &ImageWriter::EvaluationTestDone, [this] { ++evaluated; });
+    }
+    ~Writer() override
+    {
+        EXPECT_TRUE(fifo.StopGrabbing());
+        EXPECT_EQ(fifo.ReleaseBuffers(), 0) << "and with it every buffer is back";
+        EXPECT_EQ(device.script.Violations(), "");
+    }
+
+    void Run(std::uint32_t pixelType = TV_PIXEL_MONO8, std::uint32_t bitDepth = 8)
+    {
+        device.stream.SetFormat(32, 32, pixelType, bitDepth);
+        ASSERT_EQ(fifo.CreateBuffers(), 0);
+        ASSERT_TRUE(fifo.StartGrabbing());
+        fifo.SetState(SessionStateAcquisition);
+    }
+    void Record()
+    {
+        fifo.SetState(SessionStateCapturing);
+        ASSERT_TRUE(writer.StartWriting());
+    }
+    // The ledger of the recording, which adds up.
+    RecordingLedger Stop()
+    {
+        EXPECT_TRUE(writer.StopWriting());
+        fifo.SetState(SessionStateAcquisition);
+        EXPECT_TRUE(writer.GetLedger().AddsUp());
+        EXPECT_EQ(Int("FramesSaved"), static_cast<long>(writer.GetLedger().saved));
+        return writer.GetLedger();
+    }
+    // One by one, each after the FIFO has taken the one before.
+    void Feed(std::uint64_t first, std::uint64_t last, std::function<void(_TovImage &)> const &paint = {})
+    {
+        for (std::uint64_t id = first; id <= last; ++id) {
+            FakeFrame frame;
+            frame.id = id;
+            frame.timestamp = id * 1000;
+            ASSERT_TRUE(device.stream.Push(frame, paint));
+            ASSERT_TRUE(device.stream.WaitUntilDrained());
+        }
+    }
+    bool Drained()
+    {
+        return waitFor([this] {
+            GrabbingFifo::Accounts const accounts = fifo.GetAccounts();
+            return accounts.queued == 0 && accounts.withConsumers == 0;
+        });
+    }
+    long Int(char const *key)
+    {
+        long value = -1;
+        EXPECT_EQ(writer.GetParamInt(key, &value), TOV_PARAM_OK);
+        return value;
+    }
+
+    FakeSerializerScript &serializer = FakeSerializerScript::Get();
+    FakeDevice device;
+    GrabbingFifo fifo{nullptr, &device};
+    DisplayView display{nullptr, &fifo};
+    ImgProcessor processor{nullptr, &display};
+    ImageWriter writer{nullptr, &fifo, &processor};
+    std::atomic<int> done{0};
+    std::atomic<int> evaluated{0};
+};
+
+TEST_F(Writer, WritesEveryFrameInOrderUnderItsName)
+{
+    Run();
+    Feed(1, 3);
+    Record();
+    for (std::uint64_t id = 4; id <= 40; ++id) {
+        Feed(id, id, [](_TovImage &image) { image.imageData[0] = static_cast<std::uint8_t>(image.frameID); });
+        ASSERT_TRUE(id % 8 != 0 || Drained());
+    }
+    ASSERT_TRUE(Drained());
+    ASSERT_TRUE(waitFor([this] { return Int("CaptureFramesAcquired") == 37; }));
+    RecordingLedger const ledger = Stop();
+    EXPECT_EQ(serializer.TakeLog(), "Series raw 1080101 q50; Stop");
+    auto const writes = serializer.Writes();
+    ASSERT_EQ(writes.size(), 38u) << "the one that waited in the FIFO as well";
+    for (std::size_t i = 0; i < writes.size(); ++i) {
+        std::uint64_t const id = i + 3;
+        EXPECT_EQ(writes[i].id, id);
+        EXPECT_EQ(writes[i].name,
+                  "/somewhere/image_000000" + std::string(id < 10 ? "0" : "") + std::to_string(id) + ".raw");
+        EXPECT_EQ(writes[i].firstByte, id == 3 ? 0 : id);
+    }
+    EXPECT_EQ(ledger.acquired, 38);
+    EXPECT_EQ(ledger.saved, 38);
+    EXPECT_EQ(done, 0);
+}
+
+// What a series or movie is started with, and what its frames have become.
+TEST_F(Writer, ConvertsWhatTheFormatCannotHold)
+{
+    struct
+    {
+        ImageWriter::FileFormat format;
+        std::uint32_t type, bits;
+        bool normalized;
+        std::uint32_t written;
+        char const *log;
+    } const rows[] = {
+        {ImageWriter::FormatTvi, 0x10C2307, 12, true, 0x10C2307, "Series tvi 10C2307 q50; Stop"},
+        {ImageWriter::FormatBmp, 0x308010D, 8, true, TV_PIXEL_BGR8, "Series bmp 2180172 q50; Stop"},
+        {ImageWriter::FormatJpg, 0x1100202, 10, true, TV_PIXEL_MONO8, "Series jpg 1080101 q77; Stop"},
+        {ImageWriter::FormatJpg, TV_PIXEL_MONO16, 16, true, TV_PIXEL_MONO16, "Series jpg 110050B q77; Stop"},
+        {ImageWriter::FormatPng, 0x30C1328, 12, true, TV_PIXEL_RGB8, "Series png 2180171 q77; Stop"},
+        {ImageWriter::FormatTif, 0x3100315, 12, true, TV_PIXEL_RGB16, "Series tif 230057B q77; Stop"},
+        {ImageWriter::FormatTif, 0x3100315, 12, false, TV_PIXEL_RGB12, "Series tif 2300377 q77; Stop"},
+        {ImageWriter::FormatTif, 0x308010E, 8, true, TV_PIXEL_RGB8, "Series tif 2180171 q77; Stop"},
+        {ImageWriter::FormatTif, 0x10C1308, 12, false, TV_PIXEL_MONO12, "Series tif 1100306 q77; Stop"},
+        {ImageWriter::FormatTif, 0x1100202, 10, true, TV_PIXEL_MONO16, "Series tif 110050B q77; Stop"},
+        {ImageWriter::FormatAvi, 0x30A221B, 10, true, TV_PIXEL_BGR8, "Movie /somewhere/m1.avi 2180172 12.5; Stop"},
+        {ImageWriter::FormatAvi, TV_PIXEL_MONO8, 8, true, TV_PIXEL_MONO8, "Movie /somewhere/m1.avi 1080101 12.5; Stop"},
+    };
+    writer.SetParamString("MovieName", "m${image.id:%lu}");
+    writer.SetParamFloat("MovieFPS", 12.5);
+    writer.SetParamInt("JpgQuality", 77);
+    bool first = true;
+    for (auto const &row : rows) {
+        SCOPED_TRACE(row.log);
+        if (!first) {
+            EXPECT_TRUE(fifo.StopGrabbing());
+            EXPECT_EQ(fifo.ReleaseBuffers(), 0);
+        }
+        first = false;
+        serializer.Reset();
+        writer.SetParamInt("FileFormat", row.format);
+        writer.SetParamBool("NormalizedTiff", row.normalized);
+        Run(row.type, row.bits);
+        Record();
+        Feed(1, 3);
+        ASSERT_TRUE(Drained());
+        EXPECT_EQ(Stop().saved, 3);
+        EXPECT_EQ(serializer.TakeLog(), row.log);
+        for (FakeWrite const &write : serializer.Writes()) {
+            EXPECT_EQ(write.pixelType, row.written);
+            EXPECT_EQ(write.name.empty(), row.format == ImageWriter::FormatAvi);
+        }
+    }
+}
+
+TEST_F(Writer, SnapsOneFrameAndKeepsAskingForItsEnd)
+{
+    Run();
+    writer.SetParamInt("CaptureMode", CaptureModeEventTime);
+    writer.RequestSnap();
+    Record();
+    Feed(1, 3);
+    ASSERT_TRUE(Drained());
+    ASSERT_TRUE(waitFor([this] { return done == 3 && Int("CaptureFramesAcquired") == 1; }));
+    RecordingLedger const ledger = Stop();
+    EXPECT_EQ(ledger.saved, 1);
+    EXPECT_EQ(ledger.unwanted, 2);
+    Record(); // the request was for one recording
+    Feed(4, 6);
+    ASSERT_TRUE(Drained());
+    EXPECT_EQ(Stop().saved, 3);
+    EXPECT_EQ(done, 3);
+}
+
+TEST(CaptureRules, EndASnapOnlyAndWrapAfter256Frames)
+{
+    CaptureRules rules;
+    rules.StopImgWriting();
+    EXPECT_FALSE(rules.NeedToWrite(nullptr) || rules.IsFinished(nullptr));
+    rules.SnapNextFrame();
+    for (int frame = 0; frame < 257; ++frame) {
+        EXPECT_EQ(rules.NeedToWrite(nullptr), frame % 256 == 0);
+        EXPECT_TRUE(rules.IsFinished(nullptr));
+    }
+    rules.StopImgWriting();
+    EXPECT_FALSE(rules.m_bSnap);
+    for (std::int64_t mode = 0; mode <= 4; ++mode) {
+        rules.StartImgWriting(static_cast<CaptureMode>(mode));
+        EXPECT_TRUE(rules.NeedToWrite(nullptr));
+        EXPECT_FALSE(rules.IsFinished(nullptr));
+    }
+}
+
+// Each failure costs what it must; afterwards every buffer is back and the next recording is whole.
+TEST_F(Writer, GetsOverFailures)
+{
+    using Format = ImageWriter::FileFormat;
+    auto const wide = [](_TovImage &image) {
+        image.width = image.frameID == 3 ? 31 : 32;
+    };
+    auto const thirdFails = [this] {
+        serializer.OnWrite([](std::size_t n) { return n == 2 ? -4 : 0; });
+    };
+    auto const thirdThrows = [this] {
+        serializer.OnWrite([](std::size_t n) { return n == 2 ? throw std::bad_alloc() : 0; });
+    };
+    auto const startFails = [this] {
+        serializer.OnStart([] { return -4; });
+    };
+    auto const startThrows = [this] {
+        serializer.OnStart([]() -> int { throw std::bad_alloc(); });
+    };
+    struct
+    {
+        char const *what;
+        Format format;
+        std::uint32_t type;
+        std::function<void()> arrange;
+        std::function<void(_TovImage &)> paint;
+        int saved, requests;
+    } const rows[] = {
+        {"a file", Format::FormatRaw, TV_PIXEL_MONO8, thirdFails, {}, 4, 0},
+        {"a file, with conversion", Format::FormatPng, 0x308010D, thirdFails, {}, 4, 0},
+        {"a frame of a movie", Format::FormatAvi, TV_PIXEL_MONO8, thirdFails, {}, 4, 1},
+        // The conversion's target is gone once the recording was wound up.
+        {"a frame of a converted movie", Format::FormatAvi, 0x308010D, thirdFails, {}, 2, 3},
+        {"a conversion", Format::FormatBmp, 0x308010D, [] {}, wide, 2, 3},
+        {"memory", Format::FormatRaw, TV_PIXEL_MONO8, thirdThrows, {}, 4, 1},
+        {"the start of a series", Format::FormatRaw, TV_PIXEL_MONO8, startFails, {}, 0, 0},
+        {"the start of a converted series", Format::FormatBmp, 0x308010D, startFails, {}, 0, 1},
+        {"the start of a movie", Format::FormatAvi, TV_PIXEL_MONO8, startFails, {}, 0, 5},
+        {"the start of a converted movie", Format::FormatAvi, 0x308010D, startFails, {}, 0, 6},
+        {"memory at the start", Format::FormatRaw, TV_PIXEL_MONO8, startThrows, {}, 0, 1},
+    };
+    bool first = true;
+    for (auto const &row : rows) {
+        SCOPED_TRACE(row.what);
+        if (!first) {
+            EXPECT_TRUE(fifo.StopGrabbing());
+            EXPECT_EQ(fifo.ReleaseBuffers(), 0);
+        }
+        first = false;
+        serializer.Reset();
+        row.arrange();
+        done = 0;
+        writer.SetParamInt("FileFormat", row.format);
+        Run(row.type);
+        Record();
+        Feed(1, 5, row.paint);
+        ASSERT_TRUE(Drained());
+        ASSERT_TRUE(waitFor([&] { return done == row.requests; }));
+        RecordingLedger const ledger = Stop();
+        EXPECT_EQ(ledger.saved, row.saved);
+        EXPECT_EQ(ledger.failed, 5 - row.saved);
+        EXPECT_EQ(done, row.requests);
+
+        serializer.Reset();
+        Record();
+        Feed(6, 9);
+        ASSERT_TRUE(Drained());
+        EXPECT_EQ(Stop().saved, 4);
+    }
+}
+
+// The recorder holds one frame, the FIFO QueueSize - 3; what comes on top replaces the newest.
+TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
+{
+    std::promise<void> go;
+    std::shared_future<void> const gone = go.get_future().share();
+    serializer.OnWrite([gone](std::size_t) { return gone.wait(), 0; });
+    Run();
+    Record();
+    Feed(1, 1);
+    ASSERT_TRUE(waitFor([this] { return fifo.GetAccounts().queued == 0; }));
+    Feed(2, 60);
+    EXPECT_EQ(fifo.GetAccounts().queued, 13);
+    EXPECT_EQ(fifo.GetAccounts().withConsumers, 1);
+    go.set_value();
+    ASSERT_TRUE(Drained());
+    ASSERT_TRUE(waitFor([this] { return Int("CaptureFramesDroppedSW") == 46; }));
+    RecordingLedger const ledger = Stop();
+    EXPECT_EQ(ledger.acquired, 60);
+    EXPECT_EQ(ledger.saved, 14);
+    EXPECT_EQ(ledger.droppedSW, 46);
+    std::vector<std::uint64_t> ids;
+    for (FakeWrite const &write : serializer.Writes())
+        ids.push_back(write.id);
+    EXPECT_EQ(ids, (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 60}));
+}
+
+TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
+{
+    Run();
+    Record();
+    EXPECT_EQ(Stop().acquired, 0) << "asleep over an empty FIFO";
+
+    serializer.OnWrite([](std::size_t) { return std::this_thread::sleep_for(50ms), 0; });
+    Record();
+    Feed(1, 8);
+    ASSERT_TRUE(waitFor([this] { return fifo.GetAccounts().withConsumers == 1; }));
+    RecordingLedger const ledger = Stop();
+    EXPECT_EQ(ledger.acquired, 8);
+    EXPECT_GE(ledger.saved, 1);
+    EXPECT_GE(ledger.queued, 1);
+
+    Record();
+    serializer.OnStop([]() -> int { throw std::bad_alloc(); });
+    EXPECT_THROW(writer.StopWriting(), std::bad_alloc);
+    serializer.Reset();
+    Record();
+    Feed(9, 10);
+    ASSERT_TRUE(Drained());
+    EXPECT_GE(Stop().saved, 2) << "the FIFO blocks and the rules are fresh all the same";
+
+    {
+        ImageWriter another(nullptr, &fifo, nullptr);
+        fifo.SetState(SessionStateCapturing);
+        ASSERT_TRUE(another.StartWriting());
+        Feed(11, 12);
+    } // destroyed while it records
+    fifo.SetState(SessionStateAcquisition);
+}
+
+// Frames come incomplete and not at all, the display borrows them, writing is slow and fails at random.
+TEST_F(Writer, AccountsForEveryFrameWhateverHappens)
+{
+    std::atomic<bool> over{false};
+    std::atomic<long> pushed{0}, incomplete{0};
+    Run();
+    Feed(1, 1);
+    std::thread camera([&] {
+        std::mt19937 random(1);
+        std::uint64_t id = 1;
+        while (!over) {
+            FakeFrame frame;
+            id += random() % 10 == 0 ? 2 : 1; // some never come
+            frame.id = id;
+            frame.timestamp = id * 1000;
+            frame.incomplete = random() % 7 == 0;
+            if (device.stream.Push(frame)) {
+                ++pushed;
+                incomplete += frame.incomplete;
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 500));
+        }
+    });
+    std::thread viewer([&] {
+        while (!over) {
+            TovCam::Buffer *buffer = nullptr;
+            if (fifo.GetNewestBuffer(&buffer, false) == 0 && buffer) {
+                std::this_thread::sleep_for(300us);
+                fifo.ReturnBuffer(buffer);
+            }
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    for (int recording = 0; recording < 8; ++recording) {
+        serializer.Reset();
+        serializer.OnWrite([recording](std::size_t n) {
+            std::this_thread::sleep_for(std::chrono::microseconds(n % 5 * 100 * recording));
+            return n % 11 == 10 ? -4 : 0;
+        });
+        Record();
+        std::this_thread::sleep_for(100ms);
+        RecordingLedger const ledger = Stop();
+        EXPECT_EQ(ledger.saved, static_cast<std::int64_t>(serializer.Writes().size()));
+        EXPECT_GT(ledger.saved, 0);
+    }
+    over = true;
+    camera.join();
+    viewer.join();
+    EXPECT_GT(pushed, 100);
+    EXPECT_GT(incomplete, 0);
+
+    // One more that is counted from outside.
+    Feed(1000000, 1000000); // the FIFO forgets all but this one
+    GrabbingFifo::Accounts const before = fifo.GetAccounts();
+    EXPECT_EQ(before.arrived, pushed + 2);
+    EXPECT_EQ(before.incomplete, incomplete);
+    Record();
+    Feed(1000001, 1000008);
+    ASSERT_TRUE(Drained());
+    RecordingLedger const ledger = Stop();
+    EXPECT_EQ(ledger.acquired, 9);
+    EXPECT_EQ(ledger.saved + ledger.failed, 9);
+}
+
+class EvaluationPlugin : public RigTestPlugin
+{
+public:
+    EvaluationPlugin()
+    {
+        RigTestSlot() = this;
+    }
+    ~EvaluationPlugin() override
+    {
+        RigTestSlot() = nullptr;
+    }
+    FAKE_GIVES(void ShowPanel(QMainWindow *, int, int), void());
+    FAKE_GIVES(void Detach(QMainWindow *), void());
+    FAKE_GIVES(bool Attach(QMainWindow *, TovCam::Device *), true);
+    void ProcessBuffer(TovCam::Buffer *buffer) override
+    {
+        if (buffer->GetFrameID() == 13)
+            throw std::runtime_error("unlucky");
+        ids.push_back(buffer->GetFrameID());
+    }
+    bool NeedNextFrame(bool *wantsNewest) override
+    {
+        EXPECT_TRUE(*wantsNewest);
+        *wantsNewest = newest;
+        while (hold)
+            std::this_thread::sleep_for(1ms);
+        return ids.size() < wanted;
+    }
+    FAKE_GIVES(void Reserved1(), void());
+    FAKE_GIVES(void Reserved2(), void());
+    FAKE_GIVES(void OnStartCapturing(), void());
+    FAKE_GIVES(void OnStop(), void());
+    FAKE_GIVES(void PrepareToAcquition(), void());
+    FAKE_GIVES(void RunAutoEvaluation(), void());
+    FAKE_GIVES(void SetComponents(TovComponent *, TovComponent *, TovComponent *), void());
+
+    std::atomic<bool> newest{false}, hold{true};
+    std::atomic<std::size_t> wanted{3};
+    std::vector<std::uint64_t> ids; // recording thread
+};
+
+TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
+{
+    struct
+    {
+        bool newest;
+        std::vector<std::uint64_t> ids;
+    } const rows[] = {{false, {1, 2, 4}}, {true, {6, 5, 4}}};
+    Run();
+    for (auto const &row : rows) {
+        EvaluationPlugin plugin;
+        plugin.newest = row.newest;
+        evaluated = 0;
+        Record();
+        for (std::uint64_t id = 1; id <= 6; ++id) {
+            FakeFrame frame;
+            frame.id = id;
+            frame.incomplete = id == 3;
+            ASSERT_TRUE(device.stream.Push(frame));
+        }
+        ASSERT_TRUE(device.stream.WaitUntilDrained());
+        plugin.hold = false;
+        ASSERT_TRUE(waitFor([this] { return evaluated == 1; }));
+        writer.StopWriting(); // the worker has ended by itself
+        EXPECT_EQ(plugin.ids, row.ids);
+        EXPECT_EQ(fifo.GetAccounts().withConsumers, 0);
+        fifo.SetState(SessionStateAcquisition);
+        Feed(7, 7); // lets the FIFO forget the rest
+        fifo.SetState(SessionStateCapturing);
+        TovCam::Buffer *left = nullptr;
+        fifo.PopOldestBuffer(&left);
+        fifo.ReleaseBuffer(left);
+    }
+    {
+        EvaluationPlugin plugin;
+        evaluated = 0;
+        plugin.hold = false;
+        Record();
+        Feed(13, 13);
+        ASSERT_TRUE(waitFor([this] { return evaluated == 1; })) << "it threw";
+        writer.StopWriting();
+    }
+    EXPECT_TRUE(serializer.Writes().empty());
+    EXPECT_EQ(Int("CaptureFramesAcquired"), 0);
+}
+
+} // namespace

@@ -1,0 +1,217 @@
+// Single files, seen by other programs.
+#include "serializerfixture.h"
+
+#include <thread>
+
+namespace {
+
+class ImageSeriesTest : public SerializerTest
+{
+};
+
+bool IsColour(TovPixelTypeInfo const *info)
+{
+    return info->family != TOV_FAMILY_MONO;
+}
+
+std::uint32_t UnpackedOfDepth(bool colour, unsigned depth)
+{
+    static constexpr std::uint32_t grey[] = {TV_PIXEL_MONO8, TV_PIXEL_MONO10, TV_PIXEL_MONO12, 0x0110040A,
+                                             TV_PIXEL_MONO16};
+    static constexpr std::uint32_t rgb[] = {TV_PIXEL_RGB8, TV_PIXEL_RGB10, TV_PIXEL_RGB12, 0x02300479, TV_PIXEL_RGB16};
+    unsigned const index = depth / 2 - 4;
+    return colour ? rgb[index] : grey[index];
+}
+
+// Every pixel type to every lossless format, read back by ImageMagick, all files of a kind in one call.
+TEST_F(ImageSeriesTest, EveryPixelTypeComesBackFromOtherProgramsBitForBit)
+{
+    for (std::string const format : {"bmp", "png", "tif"}) {
+        for (int kind = 0; kind < 4; ++kind) {
+            bool const colour = kind & 1, deep = kind & 2;
+            Bytes expected;
+            std::string list;
+            for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
+                TovPixelTypeInfo const *info = TovGetPixelTypeInfoByRow(row);
+                if (IsColour(info) != colour || (info->bitDepth > 8) != deep)
+                    continue;
+                Picture const picture(info->pixelType, 37, 22, row, row % 3 * 2);
+                std::string const path = Path(std::to_string(row) + "." + format);
+                ASSERT_EQ(Save(picture, format.c_str(), path), TOV_SERIALIZER_OK) << info->name << " " << path;
+                // bmp has no depth but 8, png has 8 and 16, tif has them all.
+                unsigned const depth = format == "bmp" ? 8u : format == "png" && deep ? 16u : info->bitDepth;
+                expected += picture.LinesAs(UnpackedOfDepth(colour, depth));
+                list += " '" + path + "'";
+            }
+            std::string const read = Output("convert" + list + " -depth " + (deep && format != "bmp" ? "16" : "8") +
+                                            " -endian LSB " + (colour ? "rgb:-" : "gray:-"));
+            EXPECT_TRUE(read == expected) << format << (colour ? " colour" : " grey") << (deep ? " deep" : "") << ": "
+                                          << read.size() << " bytes of " << expected.size();
+            if (format == "png")
+                Output("pngcheck -q" + list);
+            fs::remove_all(folder);
+        }
+    }
+}
+
+TEST_F(ImageSeriesTest, RawIsTheLinesBytesAndNothingElse)
+{
+    for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
+        Picture const picture(TovGetPixelTypeInfoByRow(row)->pixelType, 35, 11, row, row % 4);
+        ASSERT_EQ(Save(picture, "raw", Path("p.raw")), TOV_SERIALIZER_OK);
+        EXPECT_TRUE(ReadFile(Path("p.raw")) == picture.Lines()) << row;
+        fs::remove(Path("p.raw"));
+    }
+    // Large ones take another road; aligned or not, with a rest of less than a page or none.
+    for (std::uint32_t const width : {2048u, 1999u}) {
+        for (std::uint64_t const gap : {0, 13}) {
+            Picture const picture(TV_PIXEL_MONO8, width, 1024, width, gap);
+            ASSERT_EQ(Save(picture, "raw", Path("large.raw")), TOV_SERIALIZER_OK);
+            EXPECT_TRUE(ReadFile(Path("large.raw")) == picture.Lines()) << width << " " << gap;
+            fs::remove(Path("large.raw"));
+        }
+    }
+}
+
+TEST_F(ImageSeriesTest, TiffTellsTheDepthOfItsSamples)
+{
+    struct Case
+    {
+        std::uint32_t type;
+        char const *maximum; // null: not told
+    };
+    for (Case const &c : {Case{TV_PIXEL_MONO10, "1023"}, Case{TV_PIXEL_RGB12, "4095"}, Case{0x010C1308, "4095"},
+                          Case{TV_PIXEL_MONO16, nullptr}}) {
+        ASSERT_EQ(Save(Picture(c.type, 640, 480), "tif", Path("t.tif")), TOV_SERIALIZER_OK);
+        std::string const info = Output("tiffinfo '" + Path("t.tif") + "' 2>&1");
+        EXPECT_NE(info.find("Bits/Sample: 16"), std::string::npos) << info;
+        EXPECT_EQ(info.find("Max Sample Value: ") != std::string::npos, c.maximum != nullptr) << info;
+        if (c.maximum) {
+            EXPECT_NE(info.find(std::string("Max Sample Value: ") + c.maximum), std::string::npos) << info;
+        }
+        EXPECT_EQ(info.find("Warning"), std::string::npos) << info;
+        fs::remove(Path("t.tif"));
+    }
+}
+
+// Pictures that fill several blocks, flat parts and long repetitions, 8 and 16 bits, and every filter.
+TEST_F(ImageSeriesTest, PngsOfAllSortsOfPicturesAreSound)
+{
+    for (std::uint32_t const type : {TV_PIXEL_MONO8, TV_PIXEL_MONO16, TV_PIXEL_RGB8, TV_PIXEL_RGB16}) {
+        bool const wide = type == TV_PIXEL_MONO16 || type == TV_PIXEL_RGB16, colour = type >> 24 == 2;
+        for (int kind = 0; kind < 5; ++kind) {
+            Picture const picture(type, 701, 603, unsigned(kind));
+            std::uint64_t const bytes = TovLineBytes(type, 701);
+            std::mt19937 random(9);
+            for (std::uint64_t i = 0; i < bytes * 603; ++i) {
+                std::uint64_t const x = i % bytes, y = i / bytes;
+                int const noise = int(random() % 7);
+                int const values[] = {77, int(x), int(y), int(x / 3 + y / 5) + noise, x % 300 < 50 ? noise * 36 : 5};
+                picture.Get()->imageData[i] = std::uint8_t(values[kind]);
+            }
+            ASSERT_EQ(Save(picture, "png", Path("p.png")), TOV_SERIALIZER_OK);
+            Output("pngcheck -q '" + Path("p.png") + "'");
+            char const *const pixels = wide ? (colour ? "rgb48le" : "gray16le") : colour ? "rgb24" : "gray";
+            EXPECT_TRUE(Decoded(Path("p.png"), pixels) == picture.Lines()) << pixels << " " << kind;
+            fs::remove(Path("p.png"));
+        }
+    }
+}
+
+TEST_F(ImageSeriesTest, JpegFollowsItsQualityAndTakesEveryPixelType)
+{
+    std::string list;
+    for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
+        std::string const path = Path(std::to_string(row) + ".jpg");
+        ASSERT_EQ(Save(Picture(TovGetPixelTypeInfoByRow(row)->pixelType, 64, 48), "JPG", path), TOV_SERIALIZER_OK);
+        list += " '" + path + "'";
+    }
+    std::string const sizes = Output("identify -format '%m %wx%h\\n'" + list);
+    EXPECT_EQ(sizes.size(), TOV_PIXEL_TYPE_ROWS * std::strlen("JPEG 64x48\n")) << sizes;
+
+    Picture const picture(TV_PIXEL_MONO8, 256, 256);
+    for (std::uint32_t i = 0; i < 256 * 256; ++i)
+        picture.Get()->imageData[i] = std::uint8_t(i % 256 / 2 + i / 512);
+    for (int const quality : {25, 90}) {
+        serializer->GetComponent()->SetParamInt("jpeg.quality", quality);
+        std::string const path = Path("q" + std::to_string(quality) + ".jpg");
+        ASSERT_EQ(Save(picture, "jpg", path), TOV_SERIALIZER_OK);
+        EXPECT_EQ(Output("identify -format %Q '" + path + "'"), std::to_string(quality));
+    }
+    Bytes const decoded = Decoded(Path("q90.jpg"), "gray"), original = picture.Lines();
+    ASSERT_EQ(decoded.size(), original.size());
+    for (std::size_t i = 0; i < decoded.size(); ++i)
+        ASSERT_NEAR(std::uint8_t(decoded[i]), std::uint8_t(original[i]), 6) << i;
+}
+
+TEST_F(ImageSeriesTest, FoldersAreMadeAndNothingIsOverwritten)
+{
+    Picture const first(TV_PIXEL_MONO8, 16, 16, 1), second(TV_PIXEL_MONO8, 16, 16, 2);
+    std::string const path = Path("a/b.c/image.x.raw");
+    ASSERT_EQ(serializer->StartImageSeries(first.Get(), "raw"), TOV_SERIALIZER_OK);
+    for (Picture const *picture : {&first, &second, &second})
+        ASSERT_EQ(serializer->WriteFrame(picture->Get(), path.c_str()), TOV_SERIALIZER_OK);
+    EXPECT_TRUE(ReadFile(path) == first.Lines());
+    EXPECT_TRUE(ReadFile(Path("a/b.c/image.x_1.raw")) == second.Lines());
+    EXPECT_TRUE(ReadFile(Path("a/b.c/image.x_2.raw")) == second.Lines());
+    EXPECT_EQ(Files(folder), 5);
+    // A name that leads nowhere is taken all the same; so is that of a folder.
+    fs::create_symlink("nowhere", Path("link.raw"));
+    fs::create_directory(Path("folder.raw"));
+    for (char const *name : {"link.raw", "folder.raw", "no-dot", ".hidden"})
+        EXPECT_EQ(serializer->WriteFrame(first.Get(), Path(name).c_str()), TOV_SERIALIZER_OK);
+    for (char const *name : {"link_1.raw", "folder_1.raw", "no-dot", ".hidden"})
+        EXPECT_TRUE(ReadFile(Path(name)) == first.Lines()) << name;
+    EXPECT_FALSE(fs::exists(Path("nowhere")));
+    // Thousands of one name: no look-up for each of those before.
+    for (int i = 0; i < 3000; ++i)
+        ASSERT_EQ(serializer->WriteFrame(first.Get(), Path("many/x.raw").c_str()), TOV_SERIALIZER_OK);
+    EXPECT_EQ(Files(folder / "many"), 3000);
+    EXPECT_TRUE(fs::exists(Path("many/x_2999.raw")));
+}
+
+// Several recorders, or programs, that write to one name at a time.
+TEST_F(ImageSeriesTest, WritersOfOneNameDoNotMeet)
+{
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 4; ++t) {
+        threads.emplace_back([this, t] {
+            std::unique_ptr<TovImageSerializer, Deleter> own(TovImageSerializer::CreateComponent(true));
+            Picture const picture(TV_PIXEL_MONO8, 8, 8, t);
+            own->StartImageSeries(picture.Get(), "raw");
+            for (int i = 0; i < 100; ++i)
+                EXPECT_EQ(own->WriteFrame(picture.Get(), Path("x.raw").c_str()), TOV_SERIALIZER_OK);
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(Files(folder), 400);
+}
+
+TEST_F(ImageSeriesTest, WrongCallsAreRefusedAndHarmless)
+{
+    Picture const picture(TV_PIXEL_MONO8, 16, 16), wider(TV_PIXEL_MONO8, 17, 16), deeper(TV_PIXEL_MONO16, 16, 16);
+    _TovImage const *image = picture.Get();
+    EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+    EXPECT_EQ(serializer->WriteFrame(image, Path("x.raw").c_str()), TOV_SERIALIZER_ERR_STATE);
+    EXPECT_EQ(serializer->StartImageSeries(nullptr, "raw"), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->StartImageSeries(image, ""), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->StartImageSeries(image, "gif"), TOV_SERIALIZER_ERR_FORMAT);
+    EXPECT_EQ(serializer->StartMovie(image, Path("x.avi").c_str(), 0), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->StartMovie(image, Path("x.mov").c_str(), 25), TOV_SERIALIZER_ERR_FORMAT);
+    Choose("Betamax");
+    EXPECT_EQ(serializer->StartMovie(image, Path("x.avi").c_str(), 25), TOV_SERIALIZER_ERR_FORMAT);
+
+    ASSERT_EQ(serializer->StartImageSeries(image, "raw"), TOV_SERIALIZER_OK);
+    EXPECT_EQ(serializer->StartImageSeries(image, "raw"), TOV_SERIALIZER_ERR_STATE);
+    EXPECT_EQ(serializer->StartMovie(image, Path("x.tvm").c_str(), 25), TOV_SERIALIZER_ERR_STATE);
+    EXPECT_EQ(serializer->WriteFrame(image, nullptr), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->WriteFrame(wider.Get(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->WriteFrame(deeper.Get(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->WriteFrame(image, "/proc/nowhere/x.raw"), TOV_SERIALIZER_ERR_WRITE);
+    EXPECT_EQ(serializer->WriteFrame(image, Path(std::string(300, 'x') + ".raw").c_str()), TOV_SERIALIZER_ERR_WRITE);
+    EXPECT_EQ(Files(folder), 0);
+    EXPECT_EQ(serializer->WriteFrame(image, Path("x.raw").c_str()), TOV_SERIALIZER_OK);
+}
+
+} // namespace

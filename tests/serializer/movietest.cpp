@@ -1,0 +1,159 @@
+// Movies, seen by ffprobe and ffmpeg.
+#include "serializerfixture.h"
+
+#include <deque>
+
+namespace {
+
+class MovieTest : public SerializerTest
+{
+protected:
+    // Writes frames; returns what their pixels are in `type`.
+    Bytes Record(std::string const &path, std::uint32_t from, std::uint32_t type, TovImageSize size, int frames,
+                 double fps = 25, std::uint64_t gap = 0)
+    {
+        Bytes expected;
+        for (int i = 0; i < frames; ++i) {
+            Picture const picture(from, size.width, size.height, unsigned(i) + 1, gap);
+            if (i == 0) {
+                EXPECT_EQ(serializer->StartMovie(picture.Get(), path.c_str(), fps), TOV_SERIALIZER_OK);
+            }
+            EXPECT_EQ(serializer->WriteFrame(picture.Get(), nullptr), TOV_SERIALIZER_OK);
+            expected += type == from ? picture.Lines() : picture.LinesAs(type);
+        }
+        EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+        return expected;
+    }
+    std::string Probe(std::string const &path, char const *entry)
+    {
+        return Output("ffprobe -v error -count_frames -select_streams v -show_entries stream=" + std::string(entry) +
+                      " -of csv=p=0 '" + path + "' | tr -d '\\n,'");
+    }
+};
+
+TEST_F(MovieTest, LosslessMoviesComeBackFrameByFrame)
+{
+    struct Case
+    {
+        char const *compressor;
+        std::uint32_t from, held;
+        TovImageSize size;
+        char const *pixels; // ffmpeg's name of `held`
+        std::uint64_t gap;
+    };
+    static constexpr std::uint32_t BAYERGR8 = 0x0308010D, MONO12P = 0x010C2307;
+    static constexpr Case cases[] = {
+        {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {64, 48}, "gray", 0},
+        {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {61, 47}, "gray", 3},
+        {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {1024, 768}, "gray", 0},
+        {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {1021, 767}, "gray", 0},
+        {"Uncompressed", TV_PIXEL_MONO16, TV_PIXEL_MONO8, {64, 48}, "gray", 0},
+        {"Uncompressed", MONO12P, TV_PIXEL_MONO8, {63, 48}, "gray", 0},
+        {"Uncompressed", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {64, 48}, "bgr24", 0},
+        {"Uncompressed", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {61, 47}, "bgr24", 5},
+        {"Uncompressed", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {1023, 301}, "bgr24", 0},
+        {"Uncompressed", BAYERGR8, TV_PIXEL_BGR8, {640, 480}, "bgr24", 0},
+        {"FFV1", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {64, 48}, "gray", 0},
+        {"FFV1", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {321, 241}, "gray", 7},
+        {"FFV1", TV_PIXEL_MONO16, TV_PIXEL_MONO16, {322, 240}, "gray16le", 0},
+        {"FFV1", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {321, 241}, "bgr24", 0},
+        {"FFV1", TV_PIXEL_RGB16, TV_PIXEL_RGB16, {322, 240}, "rgb48le", 0},
+    };
+    for (Case const &c : cases) {
+        Choose(c.compressor);
+        std::string const path = Path("m.avi");
+        Bytes const expected = Record(path, c.from, c.held, c.size, 7, 25, c.gap);
+        EXPECT_TRUE(Decoded(path, c.pixels) == expected)
+            << c.compressor << " " << c.pixels << " " << c.size.width << "x" << c.size.height;
+        fs::remove(path);
+    }
+}
+
+// Against the grain of the pictures, which are noise, these still tell light from dark and colours apart.
+TEST_F(MovieTest, LossyMoviesLookLikeTheirFrames)
+{
+    struct Case
+    {
+        char const *compressor, *codec;
+        std::uint32_t type;
+        TovImageSize size;
+    };
+    for (Case const &c : {Case{"MJPEG", "mjpeg", TV_PIXEL_MONO8, {320, 240}},
+                          {"MJPEG", "mjpeg", TV_PIXEL_BGR8, {321, 241}},
+                          {"H.264", "h264", TV_PIXEL_MONO8, {320, 240}},
+                          {"H.264", "h264", TV_PIXEL_BGR8, {321, 241}}}) {
+        Choose(c.compressor);
+        std::string const path = Path("m.avi");
+        std::size_t const samples = TovLineBytes(c.type, c.size.width) * c.size.height;
+        Bytes expected;
+        Picture const picture(c.type, c.size.width, c.size.height);
+        ASSERT_EQ(serializer->StartMovie(picture.Get(), path.c_str(), 50), TOV_SERIALIZER_OK);
+        for (int i = 0; i < 20; ++i) {
+            for (std::size_t s = 0; s < samples; ++s)
+                picture.Get()->imageData[s] =
+                    std::uint8_t(40 + 5 * i + s % TovLineBytes(c.type, c.size.width) / 10 + (s % 3) * 20);
+            if (c.type == TV_PIXEL_MONO8) {
+                for (std::size_t s = 0; s < samples; ++s)
+                    picture.Get()->imageData[s] = std::uint8_t(10 * i + s / c.size.width / 6);
+            }
+            expected += picture.Lines();
+            ASSERT_EQ(serializer->WriteFrame(picture.Get(), nullptr), TOV_SERIALIZER_OK);
+        }
+        ASSERT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+        EXPECT_EQ(Probe(path, "codec_name"), c.codec);
+        Bytes const decoded = Decoded(path, c.type == TV_PIXEL_MONO8 ? "gray" : "bgr24");
+        ASSERT_EQ(decoded.size(), expected.size()) << c.compressor;
+        double difference = 0;
+        for (std::size_t i = 0; i < decoded.size(); ++i)
+            difference += std::abs(int(std::uint8_t(decoded[i])) - int(std::uint8_t(expected[i])));
+        EXPECT_LT(difference / double(decoded.size()), 4) << c.compressor << " " << c.size.width;
+        fs::remove(path);
+    }
+}
+
+TEST_F(MovieTest, PlaysAtTheRateAskedFor)
+{
+    struct Case
+    {
+        double fps;
+        char const *rate;
+    };
+    for (Case const &c : {Case{30, "30/1"},
+                          {29.97, "2997/100"},
+                          {30000.0 / 1001, "30000/1001"},
+                          {0.1, "1/10"},
+                          {1000, "1000/1"},
+                          {12.5, "25/2"}}) {
+        for (char const *compressor : {"Uncompressed", "MJPEG"}) {
+            Choose(compressor);
+            Record(Path("m.avi"), TV_PIXEL_MONO8, TV_PIXEL_MONO8, {32, 32}, 5, c.fps);
+            EXPECT_EQ(Probe(Path("m.avi"), "r_frame_rate,nb_read_frames"), std::string(c.rate) + "5") << compressor;
+            fs::remove(Path("m.avi"));
+        }
+    }
+}
+
+TEST_F(MovieTest, MoviesAreNeverOverwrittenAndTellTheirParameters)
+{
+    char text[256];
+    unsigned int size = sizeof text;
+    TovComponent *const component = serializer->GetComponent();
+    ASSERT_EQ(component->GetParamString("movie.compressors", text, &size), TOV_PARAM_OK);
+    EXPECT_EQ(std::string(text).substr(0, 18), "Uncompressed|MJPEG") << text;
+    long options = -1;
+    EXPECT_EQ(component->GetParamInt("movie.options", &options), TOV_PARAM_OK);
+    EXPECT_EQ(options, 0);
+    for (char const *name : {"new/m.avi", "new/m..tvm"}) {
+        Picture const picture(TV_PIXEL_MONO8, 16, 16);
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_EQ(serializer->StartMovie(picture.Get(), Path(name).c_str(), 25), TOV_SERIALIZER_OK);
+            EXPECT_TRUE(fs::exists(Path(name)));
+            EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+        }
+    }
+    EXPECT_TRUE(fs::exists(Path("new/m_1.avi")));
+    EXPECT_TRUE(fs::exists(Path("new/m._1.tvm")));
+    EXPECT_EQ(Files(folder), 5);
+}
+
+} // namespace

@@ -1,0 +1,66 @@
+#include "outfile.h"
+
+#include "serializerfixture.h"
+
+namespace {
+
+class OutFileTest : public SerializerTest
+{
+};
+
+// Appends and changes of all sizes, against the same done in memory.
+TEST_F(OutFileTest, HoldsWhatWasWrittenOnEveryRoad)
+{
+    std::vector<std::uint8_t> memory(3 << 20);
+    std::mt19937 random(3);
+    for (std::uint8_t &byte : memory)
+        byte = std::uint8_t(random());
+    OutFile file;
+    for (OutFile::Road const road : {OutFile::Road::Direct, OutFile::Road::Cached}) {
+        for (OutFile::Birth const birth : {OutFile::Birth::Unnamed, OutFile::Birth::Beside}) {
+            for (int round = 0; round < 30; ++round) {
+                std::string const path = Path("f.bin");
+                Bytes expected;
+                bool const visible = round % 3 == 0;
+                ASSERT_EQ(visible ? file.CreateVisible(path, road) : file.CreateHidden(path, 4 << 20, road, birth), 0);
+                EXPECT_EQ(fs::exists(path), visible);
+                for (int step = 0; step < 12; ++step) {
+                    std::size_t const size = random() % (step % 3 ? 9000 : 2 << 20),
+                                      from = random() % 4096 * (step % 2);
+                    auto const *bytes = reinterpret_cast<char const *>(memory.data()) + from;
+                    std::size_t const at = random() % (expected.size() + 5000);
+                    switch (random() % 5) {
+                    case 0:
+                        expected.resize(std::max(expected.size(), at + size));
+                        expected.replace(at, size, bytes, size);
+                        ASSERT_EQ(file.WriteAt(at, bytes, size), 0);
+                        break;
+                    case 1:
+                        ASSERT_EQ(file.Flush(), 0);
+                        break;
+                    case 2:
+                        if (round % 2 && at < expected.size()) {
+                            expected.resize(at);
+                            ASSERT_EQ(file.CutTo(at), 0);
+                        }
+                        ASSERT_EQ(file.Reserve(size), 0);
+                        break;
+                    default:
+                        expected.append(bytes, size);
+                        ASSERT_EQ(file.Append(bytes, size), 0);
+                    }
+                    ASSERT_EQ(file.Size(), expected.size());
+                }
+                ASSERT_EQ(visible ? file.Close() : file.Publish(), 0);
+                ASSERT_TRUE(ReadFile(path) == expected) << int(road) << int(birth) << " round " << round;
+                fs::remove(path);
+            }
+        }
+    }
+    EXPECT_EQ(file.CreateHidden(Path("gone"), 10, OutFile::Road::Direct, OutFile::Birth::Beside), 0);
+    EXPECT_EQ(Files(folder), 1);
+    file.Abandon();
+    EXPECT_EQ(Files(folder), 0);
+}
+
+} // namespace

@@ -1,0 +1,137 @@
+#include "fakeserializer.h"
+
+#include "tovcomponentimp.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace {
+
+class Parameters final : public TovComponentImp
+{
+public:
+    Parameters() : TovComponentImp(1)
+    {
+        AddIntParam("jpeg.quality", &m_quality, m_quality, 1, 100);
+    }
+    std::int64_t m_quality = 50;
+};
+
+} // namespace
+
+class FakeSerializer final : public TovImageSerializer
+{
+public:
+    TovComponent *GetComponent() override
+    {
+        return &m_parameters;
+    }
+    std::int32_t StartImageSeries(_TovImage const *image, char const *extension) override
+    {
+        char text[64];
+        std::snprintf(text, sizeof text, "Series %s %X q%d", extension, image->pixelType,
+                      static_cast<int>(TovLoadBound(m_parameters.m_quality)));
+        return Begin(text);
+    }
+    std::int32_t StartMovie(_TovImage const *image, char const *fileName, double fps) override
+    {
+        char text[512];
+        std::snprintf(text, sizeof text, "Movie %s %X %g", fileName, image->pixelType, fps);
+        return Begin(text);
+    }
+    std::int32_t Stop() override
+    {
+        auto const action = Log("Stop", m_script.m_onStop);
+        m_started = false;
+        return action ? action() : 0;
+    }
+    std::int32_t WriteFrame(_TovImage const *image, char const *fileName) override
+    {
+        std::unique_lock lock(m_script.m_mutex);
+        auto const action = m_script.m_onWrite;
+        std::size_t const number = m_script.m_calls++;
+        lock.unlock();
+        std::int32_t const status = !m_started ? TOV_SERIALIZER_ERR_STATE : action ? action(number) : 0;
+        lock.lock();
+        if (status == 0)
+            m_script.m_writes.push_back(
+                {fileName ? fileName : "", image->frameID, image->pixelType, *image->imageData});
+        return status;
+    }
+
+private:
+    std::int32_t Begin(std::string const &entry)
+    {
+        auto const action = Log(entry, m_script.m_onStart);
+        std::int32_t const status = action ? action() : 0;
+        m_started = status == 0;
+        return status;
+    }
+    std::function<std::int32_t()> Log(std::string const &entry, std::function<std::int32_t()> const &action)
+    {
+        std::lock_guard const lock(m_script.m_mutex);
+        m_script.m_log += (m_script.m_log.empty() ? "" : "; ") + entry;
+        return action;
+    }
+
+    FakeSerializerScript &m_script = FakeSerializerScript::Get();
+    Parameters m_parameters;
+    bool m_started = false;
+};
+
+TovImageSerializer *TovImageSerializer::CreateComponent(bool)
+{
+    return new FakeSerializer;
+}
+
+void TovImageSerializer::DeleteComponent(TovImageSerializer *serializer)
+{
+    delete static_cast<FakeSerializer *>(serializer);
+}
+
+FakeSerializerScript &FakeSerializerScript::Get()
+{
+    static FakeSerializerScript script;
+    return script;
+}
+
+void FakeSerializerScript::Reset()
+{
+    std::lock_guard const lock(m_mutex);
+    m_onStart = {};
+    m_onWrite = {};
+    m_onStop = {};
+    m_log.clear();
+    m_writes.clear();
+    m_calls = 0;
+}
+
+void FakeSerializerScript::OnStart(std::function<std::int32_t()> action)
+{
+    std::lock_guard const lock(m_mutex);
+    m_onStart = std::move(action);
+}
+
+void FakeSerializerScript::OnWrite(std::function<std::int32_t(std::size_t)> action)
+{
+    std::lock_guard const lock(m_mutex);
+    m_onWrite = std::move(action);
+}
+
+void FakeSerializerScript::OnStop(std::function<std::int32_t()> action)
+{
+    std::lock_guard const lock(m_mutex);
+    m_onStop = std::move(action);
+}
+
+std::string FakeSerializerScript::TakeLog()
+{
+    std::lock_guard const lock(m_mutex);
+    return std::exchange(m_log, {});
+}
+
+std::vector<FakeWrite> FakeSerializerScript::Writes() const
+{
+    std::lock_guard const lock(m_mutex);
+    return m_writes;
+}
