@@ -8,6 +8,32 @@
 
 #include <algorithm>
 
+namespace {
+
+// The rows' numbers. Asked for its width after every batch, it measures the longest numbers alone; the base class
+// measures two hundred.
+class RowHeader : public QHeaderView
+{
+public:
+    explicit RowHeader(QWidget *parent) : QHeaderView(Qt::Vertical, parent)
+    {
+        setSectionsClickable(true);
+        setHighlightSections(true);
+    }
+    QSize sizeHint() const override
+    {
+        constexpr int Measured = 10;
+        if (count() < Measured)
+            return QHeaderView::sizeHint();
+        QSize size;
+        for (int i = count() - Measured; i < count(); ++i)
+            size = size.expandedTo(sectionSizeFromContents(i));
+        return size;
+    }
+};
+
+} // namespace
+
 class QtTovLogViewerPrivate
 {
 public:
@@ -42,6 +68,7 @@ void QtTovLogViewerPrivate::SizeSections()
 
 QtTovLogViewer::QtTovLogViewer(QWidget *parent) : QTableView(parent), d(std::make_unique<QtTovLogViewerPrivate>(this))
 {
+    setVerticalHeader(new RowHeader(this));
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::SingleSelection);
     horizontalHeader()->setStretchLastSection(true);
