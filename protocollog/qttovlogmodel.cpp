@@ -33,10 +33,10 @@ public:
 
     QtTovLogModel *const q;
     std::mutex mutex;        // alone, for the copy of a line
-    LineStore lines;         // mutex; those past `visible` are pending
+    LineStore lines;         // mutex; every line, those past `visible` are pending
     bool timerAsked = false; // mutex; its run is under way
     bool cleared = false;    // mutex; by another thread, and views have not heard of it
-    int visible = 0;         // rows that views know; the model's thread
+    LineStore visible;       // the rows, which share the lines' memory; the model's thread
     QTimer timer;            // the model's thread
 };
 
@@ -69,22 +69,22 @@ void QtTovLogModel::_q_delayedAppendData()
 {
     d->timer.stop();
     bool cleared = false;
-    int count = 0;
+    LineStore lines;
     {
         std::lock_guard<std::mutex> const lock(d->mutex);
         d->timerAsked = false;
         cleared = std::exchange(d->cleared, false);
-        count = static_cast<int>(d->lines.Count());
+        lines = d->lines;
     }
     if (cleared) {
         beginResetModel();
-        d->visible = 0;
+        d->visible = {};
         endResetModel();
     }
-    if (count <= d->visible)
+    if (lines.Count() == d->visible.Count())
         return;
-    beginInsertRows(QModelIndex(), d->visible, count - 1);
-    d->visible = count;
+    beginInsertRows(QModelIndex(), rowCount(), static_cast<int>(lines.Count()) - 1);
+    d->visible = std::move(lines);
     endInsertRows();
 }
 
@@ -100,7 +100,7 @@ void QtTovLogModel::clear()
         d->cleared = !isOwnThread;
     }
     if (isOwnThread) {
-        d->visible = 0;
+        d->visible = {};
         endResetModel();
     } else {
         QMetaObject::invokeMethod(this, "_q_delayedAppendData", Qt::QueuedConnection);
@@ -122,7 +122,7 @@ QList<QtTovLogViewer::LogData> QtTovLogModel::log() const
 
 int QtTovLogModel::rowCount(QModelIndex const &parent) const
 {
-    return parent.isValid() ? 0 : d->visible;
+    return parent.isValid() ? 0 : static_cast<int>(d->visible.Count());
 }
 
 int QtTovLogModel::columnCount(QModelIndex const &) const
@@ -134,15 +134,15 @@ QVariant QtTovLogModel::data(QModelIndex const &index, int role) const
 {
     if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::ToolTipRole))
         return {};
-    std::lock_guard<std::mutex> const lock(d->mutex);
-    if (static_cast<std::size_t>(index.row()) >= d->lines.Count())
+    auto const row = static_cast<std::size_t>(index.row());
+    if (row >= d->visible.Count())
         return {};
-    LineStore::Line const line = d->lines.At(static_cast<std::size_t>(index.row()));
+    LineStore::Line const line = d->visible.At(row);
     switch (index.column()) {
     case TimeColumn:
         return role == Qt::DisplayRole ? TimeText(line.time) : QVariant();
     case ChannelColumn:
-        return d->lines.ChannelOf(line);
+        return d->visible.ChannelOf(line);
     case MessageColumn:
         return line.Message();
     default:

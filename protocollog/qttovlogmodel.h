@@ -34,8 +34,8 @@ public:
 public Q_SLOTS:
     // `time` in milliseconds since the start of the day.
     void append(qlonglong time, QString channel, QString message);
-    // Drops every line, those that are no rows yet included. From another thread the lines are gone at once, and their
-    // rows, empty until then, when the model's thread gets to it.
+    // Drops every line, those that are no rows yet included. From another thread the rows, and the memory, go when the
+    // model's thread gets to it.
     void clear();
     void _q_delayedAppendData();
 
