@@ -82,17 +82,6 @@ TEST_F(HistoGraph, DrawsGridBarsAndLabelsInTheirPlaces)
     EXPECT_GT(Inked(QRect(area.right() - 30, labels.top(), 31, high)), 5);
 }
 
-TEST_F(HistoGraph, MinorLinesFillTheCellsButTheFirstAndLast)
-{
-    graph.Init(QRect(0, 0, 500, 380), false, false, 0, 5);
-    graph.SetScales("%g", "%g", {0, 64, 128, 192, 256}, {0, 1000}, 1.0, 1.0);
-    Paint();
-    int lines = 0;
-    for (int x = area.left(); x <= area.right(); ++x)
-        lines += image.pixel(x, YOf(500)) == GRID;
-    EXPECT_EQ(lines, 4 + 3 * 4);
-}
-
 TEST_F(HistoGraph, MarkersStandAtTheirSignalWithTheirCounts)
 {
     HistoThresholds t{40, 220, 128, 0, 0, 0, 0, 0};
@@ -112,22 +101,6 @@ TEST_F(HistoGraph, MarkersStandAtTheirSignalWithTheirCounts)
     EXPECT_TRUE(graph.GetThresholds(QPointF(area.right() + 200, 5), value));
     EXPECT_GT(value, 256.0f);
     EXPECT_FALSE(Histo_Graph().GetThresholds(QPointF(100, 100), value));
-}
-
-TEST(HistoScales, MapAndInvert)
-{
-    TVLinearScale linear;
-    linear.slope = 1.5625;
-    linear.offset = 60;
-    EXPECT_EQ(linear.Forward(128), 260.0);
-    EXPECT_EQ(linear.Backward(260), 128.0);
-    TVLog10Scale log;
-    log.slope = -100;
-    log.offset = 319;
-    EXPECT_EQ(log.Forward(1000), 19.0);
-    EXPECT_EQ(log.Forward(0), 319.0);
-    EXPECT_EQ(log.Forward(-2), 519.0);
-    EXPECT_EQ(log.Backward(2), 100.0);
 }
 
 // Every point a line of its own, one call each.

@@ -99,9 +99,18 @@ public:
         XDo({QStringLiteral("click"), QString::number(button)});
     }
 
+    // Goes by the window as the X server has it: Qt may not have heard yet where the window manager put a new one.
     void Click(QWidget *widget)
     {
-        ClickAt(Gui([=] { return widget->mapToGlobal(widget->rect().center()); }));
+        QStringList arguments{QStringLiteral("mousemove"), QStringLiteral("--window")};
+        Gui([&] {
+            QPoint const at = widget->mapTo(widget->window(), widget->rect().center());
+            arguments << QString::number(widget->window()->winId())
+                      << QString::number(qRound(at.x() * widget->devicePixelRatioF()))
+                      << QString::number(qRound(at.y() * widget->devicePixelRatioF()));
+        });
+        XDo(arguments);
+        XDo({QStringLiteral("click"), QStringLiteral("1")});
     }
 
     // The button of an action in one of the window's visible toolbars.

@@ -1,7 +1,7 @@
 // An operator with a GigE Vision camera that is not ours, on loopback in a network namespace: seen by the selector,
 // watched, lost, and found again.
 #include "fakegige.h"
-#include "operator.h"
+#include "paneltour.h"
 
 #include <gtest/gtest.h>
 
@@ -52,6 +52,19 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
         hands.Play(robot);
         hands.Stop(robot);
         hands.Disconnect(robot);
+    });
+}
+
+TEST_F(FakeGigE, ItsPanelsAreOperatedAndKeepItsSetUp)
+{
+    Operator::Run([](Robot &robot, Operator &hands) {
+        FakeGigECamera camera;
+        PanelTour tour(robot, hands);
+        hands.Connect(robot, FakeGigECamera::Serial);
+        tour.DocksComeAndGo();
+        tour.StreamsWithTheTreeOpen(false);
+        tour.ShowsItsReport();
+        tour.IsKeptInAConfiguration();
     });
 }
 
