@@ -124,20 +124,6 @@ TEST_F(LogModel, ClearingDropsWhatIsPending)
     EXPECT_TRUE(RowsBecome(1));
 }
 
-TEST_F(LogModel, AnotherThreadMayClear)
-{
-    Append(10);
-    m_model._q_delayedAppendData();
-    QPersistentModelIndex const row = m_model.index(5, 0);
-    std::thread([this] {
-        m_model.clear();
-        EXPECT_TRUE(m_model.log().isEmpty());
-        Append(2);
-    }).join();
-    ASSERT_TRUE(RowsBecome(2));
-    EXPECT_FALSE(row.isValid());
-}
-
 // More than 50,000 lines a second from three threads while the model's own thread shows and copies them.
 TEST_F(LogModel, NoLineIsLostBetweenThreads)
 {
