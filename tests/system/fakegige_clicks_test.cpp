@@ -2,6 +2,7 @@
 // watched, lost, and found again.
 #include "fakegige.h"
 #include "paneltour.h"
+#include "recordingtour.h"
 
 #include <QTemporaryDir>
 
