@@ -192,6 +192,11 @@ void CapturePanelImpl::FileFormatChanged(int n)
     showAll({labelJpgQual, edJpgQuality}, m_fileFormat == ImageWriter::FormatJpg);
     showAll({labelFPS, edFPS, btnGetFpsFromCamera, labelCompressor, cbCompressor, btnCompressorOptions},
             m_fileFormat == ImageWriter::FormatAvi);
+    // Before the panel is shown, a layout inside a layout does not learn of it by itself.
+    for (QLayout *const part : {static_cast<QLayout *>(formatRow), static_cast<QLayout *>(compressorRow),
+                                static_cast<QLayout *>(filesLayout)})
+        part->invalidate();
+    groupBox_3->updateGeometry();
 }
 
 void CapturePanelImpl::CompressorChanged(int sel)

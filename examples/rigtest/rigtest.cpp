@@ -178,8 +178,8 @@ void RigTest::Poll()
     case Step::Series:
         if (SeriesFiles().size() < m_series)
             break;
+        Trigger("actionStop"); // the recording
         SaveScreenshot("tovscope-recording.png");
-        Trigger("actionStop");                       // the recording
         if (ReportSeries() && Trigger("actionStop")) // the camera
             m_step = Step::Stop;
         else
