@@ -4,6 +4,7 @@
 #include "camerainfodlg.h"
 #include "camgenparampanelimpl.h"
 #include "displayview.h"
+#include "histogrampanel.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
 #include "rigtestplugin.h"
@@ -278,6 +279,11 @@ bool GuiManager::CreateSession(TovCam::Device *device)
 void GuiManager::Introduce(PlayerPanel *panel)
 {
     panel->SetCurrentSession(m_session);
+    LoadState(panel);
+}
+
+void GuiManager::LoadState(PlayerPanel *panel)
+{
     panel->LoadStateFromGlobalSettings(m_window->GetGlobalSettings());
     panel->LoadStateFromSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
 }
@@ -303,6 +309,11 @@ bool GuiManager::CreatePanels()
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
+    if (!m_histogramPanel)
+        m_histogramPanel = new HistogramPanel(MainWindow());
+    m_histogramPanel->SetCurrentSession(m_session);
+    m_histogramPanel->close(); // it starts hidden
+    LoadState(m_histogramPanel);
 
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
@@ -322,7 +333,8 @@ void GuiManager::ClosePanels()
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
     if (m_session) {
-        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
+        for (PlayerPanel *const panel :
+             std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel, m_histogramPanel}) {
             if (panel)
                 panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
         }
@@ -332,6 +344,7 @@ void GuiManager::ClosePanels()
     m_window->GetGlobalSettings()->setValue(StateKey, places);
     Remove(m_parameterPanel);
     Remove(m_statisticsPanel);
+    Remove(m_histogramPanel);
     // A floating dock leaves as a hidden one, and the window's next saveState would say so.
     MainWindow()->restoreState(places, StateVersion);
 }
@@ -512,7 +525,8 @@ void GuiManager::updateGui()
         }
     }
 
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
+    for (PlayerPanel *const panel :
+         std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel, m_histogramPanel}) {
         if (panel)
             panel->UpdateAll();
     }
