@@ -177,13 +177,4 @@ TEST(ImgProcessor, StandsImagesOfNoSizeNoPixelsAndNoKnownDepth)
     }
 }
 
-TEST(ImgProcessor, ThresholdsAreOneBlockUnderTheirKey)
-{
-    ImgProcessor processor(nullptr, nullptr);
-    HistoThresholds const block{1, 2, 3, 4, 5, 6, 7, 8};
-    ASSERT_EQ(processor.SetParamArray("HistoThresholds", &block, sizeof block), 0u);
-    EXPECT_EQ(processor.m_thresholds.highThreshold, 2);
-    EXPECT_EQ(processor.m_thresholds.aboveMark, 8);
-}
-
 } // namespace

@@ -1,70 +1,31 @@
 // The analysis of what a running display shows.
 #include "bayerhelper2.h"
-#include "displayview.h"
-#include "fakecamera.h"
-#include "grabbingfifo.h"
 #include "imgprocessor.h"
 
 #include "plain.h"
+#include "viewfixture.h"
 
-#include <QApplication>
 #include <QDeadlineTimer>
-#include <QMainWindow>
 
 #include <cstring>
 #include <thread>
 
 namespace {
 
-class LiveAnalysis : public testing::Test
+class LiveAnalysis : public ViewFixture
 {
 protected:
-    ~LiveAnalysis() override
-    {
-        view.reset();
-        EXPECT_TRUE(device.script.Violations().empty()) << device.script.Violations();
-    }
     void Begin(TovPixelTypeInfo const &info, std::uint32_t width, std::uint32_t height)
     {
         device.stream.SetFormat(width, height, info.pixelType, info.bitDepth);
-        ASSERT_EQ(fifo.CreateBuffers(), 0);
-        ASSERT_TRUE(fifo.StartGrabbing());
-        fifo.SetState(SessionStateAcquisition);
-        ASSERT_TRUE(view->StartDisplaying());
+        ViewFixture::Begin();
     }
-    void Finish()
-    {
-        EXPECT_NE(view->StopDisplaying(), 0);
-        EXPECT_TRUE(fifo.StopGrabbing());
-        EXPECT_EQ(fifo.ReleaseBuffers(), 0);
-        fifo.SetState(SessionStateIdle);
-    }
-    _TovImage *Last()
-    {
-        _TovImage *image = nullptr;
-        return view->GetDisplayedImageRaw(&image) ? image : nullptr;
-    }
-    bool Push(std::function<void(_TovImage &)> const &paint)
-    {
-        return device.stream.WaitForFree() && device.stream.Push({++m_frame}, paint);
-    }
-    // Pushes a frame with the picture's bytes, and waits until the display has copied it.
+    // A frame with the picture's bytes.
     void Show(_TovImage const &picture)
     {
-        ASSERT_TRUE(Push([&](_TovImage &image) { std::memcpy(image.imageData, picture.imageData, image.imageSize); }));
-        for (QDeadlineTimer deadline(10000); !deadline.hasExpired();) {
-            view->UpdateVideo();
-            QApplication::processEvents();
-            if (Last() && TovLoadBound(Last()->frameID) == m_frame && device.stream.OutCount() == 0)
-                return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        FAIL();
+        ASSERT_TRUE(ViewFixture::Show(
+            {++m_frame}, [&](_TovImage &image) { std::memcpy(image.imageData, picture.imageData, image.imageSize); }));
     }
-    QMainWindow window;
-    FakeDevice device;
-    GrabbingFifo fifo{nullptr, &device};
-    std::unique_ptr<DisplayView> view = std::make_unique<DisplayView>(&window, &fifo);
     ImgProcessor processor{nullptr, view.get()};
     BayerHelper2 bayer;
     ComplexHisto histo;
@@ -154,7 +115,6 @@ TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
         std::uint32_t width, height;
     } const rounds[] = {{"Mono8", 64, 48},      {"BayerRG12", 320, 200}, {"RGB8", 100, 75},
                         {"BayerRG10", 33, 500}, {"Mono12p", 64, 48},     {"Mono16", 500, 20}};
-    view->show();
     for (auto const &round : rounds) {
         SCOPED_TRACE(round.type);
         TovPixelTypeInfo const &info = InfoOf(round.type);
@@ -162,7 +122,9 @@ TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
         std::atomic<bool> running{true};
         std::thread camera([&] {
             for (int shade = 0;
-                 running && Push([&](_TovImage &image) { std::memset(image.imageData, shade & 3, image.imageSize); });
+                 running && device.stream.WaitForFree() &&
+                 device.stream.Push(
+                     {++m_frame}, [&](_TovImage &image) { std::memset(image.imageData, shade & 3, image.imageSize); });
                  ++shade) {
                 view->UpdateVideo();
                 if (device.stream.OutCount() > 3)
