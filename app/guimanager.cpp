@@ -5,6 +5,7 @@
 #include "camgenparampanelimpl.h"
 #include "capturepanelimpl.h"
 #include "displayview.h"
+#include "histogrampanel.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
 #include "rigtestplugin.h"
@@ -279,6 +280,11 @@ bool GuiManager::CreateSession(TovCam::Device *device)
 void GuiManager::Introduce(PlayerPanel *panel)
 {
     panel->SetCurrentSession(m_session);
+    LoadState(panel);
+}
+
+void GuiManager::LoadState(PlayerPanel *panel)
+{
     panel->LoadStateFromGlobalSettings(m_window->GetGlobalSettings());
     panel->LoadStateFromSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
 }
@@ -307,6 +313,11 @@ bool GuiManager::CreatePanels()
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
+    if (!m_histogramPanel)
+        m_histogramPanel = new HistogramPanel(MainWindow());
+    m_histogramPanel->SetCurrentSession(m_session);
+    m_histogramPanel->close(); // it starts hidden
+    LoadState(m_histogramPanel);
     // The picture gets the rest, unless a stored layout says otherwise.
     MainWindow()->resizeDocks({m_capturePanel}, {m_capturePanel->sizeHint().height()}, Qt::Vertical);
 
@@ -328,8 +339,8 @@ void GuiManager::ClosePanels()
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
     if (m_session) {
-        for (PlayerPanel *const panel :
-             std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_statisticsPanel}) {
+        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel,
+                                                                             m_statisticsPanel, m_histogramPanel}) {
             if (panel)
                 panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
         }
@@ -340,6 +351,7 @@ void GuiManager::ClosePanels()
     Remove(m_capturePanel);
     Remove(m_parameterPanel);
     Remove(m_statisticsPanel);
+    Remove(m_histogramPanel);
     // A floating dock leaves as a hidden one, and the window's next saveState would say so.
     MainWindow()->restoreState(places, StateVersion);
 }
@@ -532,7 +544,7 @@ void GuiManager::updateGui()
     }
 
     for (PlayerPanel *const panel :
-         std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_statisticsPanel}) {
+         std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_statisticsPanel, m_histogramPanel}) {
         if (panel)
             panel->UpdateAll();
     }

@@ -14,6 +14,7 @@
 class CamGenParamPanelImpl;
 class CapturePanelImpl;
 class DisplayView;
+class HistogramPanel;
 class ManagedWindow;
 class QMainWindow;
 class PlayerPanel;
@@ -80,8 +81,9 @@ private:
     DisplayView *CurrentDisplay() const;
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
-    void Introduce(PlayerPanel *panel);    // a new panel to the session
-    void FinishEditing();                  // what is being typed in the capture panel counts
+    void Introduce(PlayerPanel *panel); // a new panel to the session
+    void FinishEditing();               // what is being typed in the capture panel counts
+    void LoadState(PlayerPanel *panel);
     void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
     void OpenConfiguration(QString const &path);
     bool AskConfigurationFile(QString const &title);
@@ -95,6 +97,7 @@ private:
     CapturePanelImpl *m_capturePanel = nullptr;
     CamGenParamPanelImpl *m_parameterPanel = nullptr;
     StatisticsPanelImpl *m_statisticsPanel = nullptr;
+    HistogramPanel *m_histogramPanel = nullptr;
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them

@@ -147,6 +147,7 @@ TOV_IMAGE_API std::uint64_t TovLineBytes(std::uint32_t pixelType, std::uint32_t 
 // 0x1230 in 16 bits and 0x12 in 8. Grey from colour and colour from YUV go by ITU-R BT.601, full range. The source
 // and destination may be parts of larger pictures: their lines are read and written to their last byte, not beyond.
 // A part of a mosaic has to begin at an even column and line (TrueSense: at a multiple of four) to keep its colours.
+// Bayer mosaics of a megapixel and more are shared among OpenCV's threads (cv::setNumThreads).
 TOV_IMAGE_API unsigned long TovConvertImage(_TovImage *destination, _TovImage const *source);
 
 // Samples that TovUnpackLine gives for a pixel: 1 for mono and mosaics, 2 for YUV 4:2:2, 3 and 4 for the others; 0 for

@@ -1,77 +1,31 @@
 // The analysis of what a running display shows.
 #include "bayerhelper2.h"
-#include "displayview.h"
-#include "fakecamera.h"
-#include "grabbingfifo.h"
 #include "imgprocessor.h"
 
 #include "plain.h"
+#include "viewfixture.h"
 
-#include <QApplication>
-#include <QElapsedTimer>
-#include <QMainWindow>
+#include <QDeadlineTimer>
 
 #include <cstring>
 #include <thread>
 
 namespace {
 
-class LiveAnalysis : public testing::Test
+class LiveAnalysis : public ViewFixture
 {
 protected:
-    ~LiveAnalysis() override
-    {
-        view.reset();
-        EXPECT_TRUE(device.script.Violations().empty()) << device.script.Violations();
-    }
     void Begin(TovPixelTypeInfo const &info, std::uint32_t width, std::uint32_t height)
     {
         device.stream.SetFormat(width, height, info.pixelType, info.bitDepth);
-        ASSERT_EQ(fifo.CreateBuffers(), 0);
-        ASSERT_TRUE(fifo.StartGrabbing());
-        fifo.SetState(SessionStateAcquisition);
-        ASSERT_TRUE(view->StartDisplaying());
+        ViewFixture::Begin();
     }
-    void Finish()
-    {
-        EXPECT_NE(view->StopDisplaying(), 0);
-        EXPECT_TRUE(fifo.StopGrabbing());
-        EXPECT_EQ(fifo.ReleaseBuffers(), 0);
-        fifo.SetState(SessionStateIdle);
-    }
-    _TovImage *Last()
-    {
-        _TovImage *image = nullptr;
-        return view->GetDisplayedImageRaw(&image) ? image : nullptr;
-    }
-    bool Push(std::function<void(_TovImage &)> const &paint)
-    {
-        return device.stream.WaitForFree() && device.stream.Push({++m_frame}, paint);
-    }
-    // Pushes a frame with the picture's bytes, and waits until the display has copied it.
+    // A frame with the picture's bytes.
     void Show(_TovImage const &picture)
     {
-        ASSERT_TRUE(Push([&](_TovImage &image) { std::memcpy(image.imageData, picture.imageData, image.imageSize); }));
-        for (QElapsedTimer timer = Started(); timer.elapsed() < 10000;) {
-            view->UpdateVideo();
-            QApplication::processEvents();
-            if (Last() && TovLoadBound(Last()->frameID) == m_frame && device.stream.OutCount() == 0)
-                return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        FAIL();
+        ASSERT_TRUE(ViewFixture::Show(
+            {++m_frame}, [&](_TovImage &image) { std::memcpy(image.imageData, picture.imageData, image.imageSize); }));
     }
-    static QElapsedTimer Started()
-    {
-        QElapsedTimer timer;
-        timer.start();
-        return timer;
-    }
-
-    QMainWindow window;
-    FakeDevice device;
-    GrabbingFifo fifo{nullptr, &device};
-    std::unique_ptr<DisplayView> view = std::make_unique<DisplayView>(&window, &fifo);
     ImgProcessor processor{nullptr, view.get()};
     BayerHelper2 bayer;
     ComplexHisto histo;
@@ -80,9 +34,7 @@ protected:
 
 TEST_F(LiveAnalysis, ModesLeaveEachOtherTheirDepthAndSize)
 {
-    EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 0);
-    auto *const old = new SimpleHisto;
-    histo.plots.push_back(old);
+    histo.plots.push_back(new SimpleHisto);
     EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 0);
     ASSERT_EQ(histo.plots.size(), 1u); // still there
 
@@ -127,47 +79,30 @@ TEST_F(LiveAnalysis, ModesLeaveEachOtherTheirDepthAndSize)
     EXPECT_EQ(histo.plots.size(), 1u);
 }
 
-// Decibels of the full scale over the noise of a pair.
-double PlainNoise(Pixels const &first, Pixels const &second)
-{
-    std::vector<std::int32_t> a, b, difference;
-    for (std::uint32_t y = 0; y < first.Image()->height; ++y)
-        for (std::uint32_t x = 0; x < first.Image()->width; ++x) {
-            a.push_back(std::int32_t(first.Sample(y, x)));
-            b.push_back(std::int32_t(second.Sample(y, x)));
-            difference.push_back(a.back() - b.back());
-        }
-    double const sigma = MomentsOf(difference).stdDev / std::sqrt(2.0);
-    return 20.0 * std::log10(std::exp2(first.Info().bitDepth) / sigma);
-}
-
 TEST_F(LiveAnalysis, NoiseIsThatOfTheFirstImageOfItsSizeAndThenOfEachPair)
 {
-    for (char const *const name : {"Mono8", "Mono10", "Mono12", "Mono16"}) {
-        SCOPED_TRACE(name);
-        Pixels const first(TypeOf(name), 31, 17, 0, 1), second(TypeOf(name), 31, 17, 0, 2);
-        Pixels const small(TypeOf(name), 9, 4, 0, 3), large(TypeOf(name), 90, 40, 0, 4);
-        Begin(first.Info(), 31, 17);
-        Show(*first.Image());
-        ImgProcessor fresh(nullptr, view.get());
-        histo.snr = 0.0;
-        fresh.CalcSNR(second.Image(), &histo);
-        EXPECT_EQ(histo.snr, 0.0); // nothing to compare with
-        EXPECT_EQ(fresh.GetHistoData(&histo, &bayer), 1);
-        Show(*second.Image());
-        EXPECT_EQ(fresh.GetHistoData(&histo, &bayer), 1); // keeps the first one
-        fresh.CalcSNR(first.Image(), &histo);
-        EXPECT_TRUE(std::isinf(histo.snr)) << histo.snr;
-        fresh.CalcSNR(second.Image(), &histo);
-        EXPECT_NEAR(histo.snr, PlainNoise(first, second), 1e-3);
-        fresh.CalcSNR(first.Image(), &histo);
-        EXPECT_NEAR(histo.snr, PlainNoise(second, first), 1e-3);
-        for (Pixels const *const other : {&small, &large, &small}) {
-            fresh.CalcSNR(other->Image(), &histo);
-            EXPECT_TRUE(std::isfinite(histo.snr));
-        }
-        Finish();
+    Pixels const first(TypeOf("Mono12"), 31, 17, 0, 1), second(TypeOf("Mono12"), 31, 17, 0, 2);
+    Pixels const small(TypeOf("Mono8"), 9, 4, 0, 3), large(TypeOf("Mono8"), 90, 40, 0, 4);
+    std::vector<std::int32_t> difference;
+    for (std::uint32_t i = 0; i < 31 * 17; ++i)
+        difference.push_back(int(first.Sample(i / 31, i % 31)) - int(second.Sample(i / 31, i % 31)));
+    double const expected = 20.0 * std::log10(4096.0 / (MomentsOf(difference).stdDev / std::sqrt(2.0)));
+    Begin(first.Info(), 31, 17);
+    Show(*first.Image());
+    processor.CalcSNR(second.Image(), &histo);
+    EXPECT_EQ(histo.snr, 0.0); // nothing to compare with
+    EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 1);
+    Show(*second.Image());
+    EXPECT_EQ(processor.GetHistoData(&histo, &bayer), 1); // keeps the first one
+    processor.CalcSNR(first.Image(), &histo);
+    EXPECT_TRUE(std::isinf(histo.snr)) << histo.snr;
+    processor.CalcSNR(second.Image(), &histo);
+    EXPECT_NEAR(histo.snr, expected, 1e-3);
+    for (Pixels const *const other : {&small, &large, &small}) {
+        processor.CalcSNR(other->Image(), &histo);
+        EXPECT_TRUE(std::isfinite(histo.snr));
     }
+    Finish();
 }
 
 // The display overwrites its last image as fast as it can while the panel's thread reads it, over changes of the format
@@ -180,7 +115,6 @@ TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
         std::uint32_t width, height;
     } const rounds[] = {{"Mono8", 64, 48},      {"BayerRG12", 320, 200}, {"RGB8", 100, 75},
                         {"BayerRG10", 33, 500}, {"Mono12p", 64, 48},     {"Mono16", 500, 20}};
-    view->show();
     for (auto const &round : rounds) {
         SCOPED_TRACE(round.type);
         TovPixelTypeInfo const &info = InfoOf(round.type);
@@ -188,7 +122,9 @@ TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
         std::atomic<bool> running{true};
         std::thread camera([&] {
             for (int shade = 0;
-                 running && Push([&](_TovImage &image) { std::memset(image.imageData, shade & 3, image.imageSize); });
+                 running && device.stream.WaitForFree() &&
+                 device.stream.Push(
+                     {++m_frame}, [&](_TovImage &image) { std::memset(image.imageData, shade & 3, image.imageSize); });
                  ++shade) {
                 view->UpdateVideo();
                 if (device.stream.OutCount() > 3)
@@ -197,7 +133,8 @@ TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
         });
         int reads = 0;
         _TovImage *kept = nullptr;
-        for (QElapsedTimer timer = Started(); timer.elapsed() < 250 || (reads < 40 && timer.elapsed() < 20000);) {
+        for (QDeadlineTimer enough(250), deadline(20000);
+             !enough.hasExpired() || (reads < 40 && !deadline.hasExpired());) {
             QApplication::processEvents();
             histo.mode = reads % 6;
             histo.integrated = reads % 4 == 1;

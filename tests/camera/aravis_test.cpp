@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <thread>
 
@@ -67,10 +68,8 @@ TEST_F(AravisTest, ListsTheCameraAndWhoHasIt)
         });
     };
     ASSERT_TRUE(listed(1));
-    EXPECT_EQ(m_system->GetInterfaceList(1)->GetFirst(), nullptr);
     EXPECT_EQ(interface->GetInterfaceKind(), TovCam::InterfaceKindGigEVision);
     TovCam::DeviceInfo *const info = interface->GetFirstDeviceInfo();
-    EXPECT_STREQ(info->GetModelName(), "Fake");
     EXPECT_STREQ(info->GetSerialNumber(), FakeGigECamera::Serial);
     EXPECT_STREQ(info->GetAddress(), "127.0.0.1");
     EXPECT_EQ(FindCamera(m_system), info);
@@ -97,83 +96,8 @@ TEST_F(AravisTest, ListsTheCameraAndWhoHasIt)
     ASSERT_TRUE(listed(0));
     EXPECT_EQ(TovCam_CreateDevice(info, 2, &error), nullptr);
     EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
-    for (char const *address : {"127.0.0.1", "127.0.0.9", "not.an.address", ""}) {
-        EXPECT_EQ(m_system->FindDeviceByAddress(address, &error), nullptr) << address;
-        EXPECT_NE(error, 0) << address;
-    }
-}
-
-TEST_F(AravisTest, DeliversAThousandFramesAndLosesNone)
-{
-    StartCamera();
-    ASSERT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 1000.0), 0); // more than it manages
-    // Where other work holds up the machine for longer than the buffers last, it is tried again.
-    int inOrder = 0;
-    for (int attempt = 0; attempt < 10 && inOrder < 1000; ++attempt) {
-        RunningCamera camera(m_device, 32);
-        std::uint64_t lastId = 0;
-        bool lossless = true;
-        for (inOrder = 0; lossless && inOrder < 1000; ++inOrder) {
-            camera.ForFrames(1, [&](TovCam::Buffer &buffer) {
-                lossless = !buffer.IsIncomplete() && (inOrder == 0 || buffer.GetFrameID() == lastId + 1);
-                lastId = buffer.GetFrameID();
-                _TovImage const *const image = buffer.GetImage();
-                ASSERT_EQ(image->pixelType, TV_PIXEL_MONO8);
-                ASSERT_EQ(image->imageSize, 512u * 512);
-                if (buffer.IsIncomplete())
-                    return;
-                // The picture is a ramp, so neighbours differ somewhere and lines are shifted copies of each other.
-                ASSERT_EQ(image->imageData[512], image->imageData[1]);
-                ASSERT_EQ(image->imageData[511 * 512 + 10], image->imageData[510 * 512 + 11]);
-                ASSERT_NE(image->imageData[0], image->imageData[100]);
-            });
-            ASSERT_FALSE(HasFailure());
-        }
-        inOrder -= !lossless;
-    }
-    EXPECT_EQ(inOrder, 1000);
-}
-
-TEST_F(AravisTest, TellsTheFormatOfEachQueue)
-{
-    StartCamera();
-    struct Format
-    {
-        char const *name;
-        std::uint32_t width, height, bitsPerPixel;
-    };
-    for (Format const &format : {Format{"Mono16", 64, 48, 16}, {"BayerRG8", 130, 7, 8}, {"RGB8", 32, 32, 24}}) {
-        SCOPED_TRACE(format.name);
-        ASSERT_EQ(m_nodes->SetEnumValueStr("PixelFormat", format.name), 0);
-        ASSERT_EQ(m_nodes->SetIntegerValue("Width", format.width), 0);
-        ASSERT_EQ(m_nodes->SetIntegerValue("Height", format.height), 0);
-        RunningCamera(m_device).ForFrames(1, [&format](TovCam::Buffer &buffer) {
-            _TovImage const *const image = buffer.GetImage();
-            EXPECT_EQ(image->width, format.width);
-            EXPECT_EQ(image->height, format.height);
-            EXPECT_EQ(image->bitsPerPixel, format.bitsPerPixel);
-            EXPECT_EQ(image->imageSize, format.width * format.height * format.bitsPerPixel / 8);
-        });
-    }
-}
-
-TEST_F(AravisTest, DeliversFramesWithLostPacketsAsIncomplete)
-{
-    StartCamera({"-r", "5"});
-    ASSERT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 100.0), 0);
-    int whole = 0, incomplete = 0;
-    std::uint64_t lastId = 0;
-    RunningCamera(m_device).ForFrames(150, [&](TovCam::Buffer &buffer) {
-        EXPECT_EQ(buffer.GetBufferSize(), 512u * 512);
-        EXPECT_EQ(buffer.GetImage()->width, 512u);
-        ++(buffer.IsIncomplete() ? incomplete : whole);
-        if (buffer.IsIncomplete())
-            return;
-        EXPECT_GT(buffer.GetFrameID(), lastId);
-        lastId = buffer.GetFrameID();
-    });
-    EXPECT_GT(whole, 0);
-    EXPECT_GT(incomplete, 0);
+    EXPECT_EQ(m_system->FindDeviceByAddress("not.an.address", &error), nullptr);
+    EXPECT_NE(error, 0);
 }
 
 TEST_F(AravisTest, ReportsALostCameraAndConnectsAgain)
@@ -213,7 +137,31 @@ TEST_F(AravisTest, LetsGoOfACameraThatDiedUnnoticed)
     }
 }
 
-TEST_F(AravisTest, GivesTimestampsInTicksOfTheCamerasClock)
+// The node map outlives the device for whoever holds it, and a camera that has died is asked once, by one thread.
+TEST_F(AravisTest, ReleaseDoesNotWaitForASlowAccess)
+{
+    StartCamera();
+    std::uint32_t const width = FindFeature(m_nodes, "Width");
+    m_camera->Kill();
+    TovCam::ParamArray *const nodes = m_nodes;
+    auto slow = std::async(std::launch::async, [nodes, width, hold = nodes->Hold()] {
+        TovCam::FeatureState state;
+        std::int32_t const status = nodes->ReadFeature(width, &state);
+        return status != 0 ? status : state.valueStatus;
+    });
+    EXPECT_EQ(slow.wait_for(300ms), std::future_status::timeout);
+    std::shared_ptr<void> const hold = nodes->Hold();
+    auto const begin = std::chrono::steady_clock::now();
+    Close();
+    TovCam::FeatureState state;
+    EXPECT_EQ(nodes->ReadFeature(width, &state), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1000ms);
+    EXPECT_NE(slow.get(), 0);
+    StartCamera(); // back, while the old connection is still being buried
+    EXPECT_GT(m_nodes->GetIntegerValue("Width", nullptr), 0);
+}
+
+TEST_F(AravisTest, GivesThePictureAndTicksOfTheCamerasClock)
 {
     // The fake camera's description, with a clock of 125 MHz added; its timestamps are the time of day all the same.
     ArvDevice *const donor = arv_fake_device_new("donor", nullptr);
@@ -229,6 +177,11 @@ TEST_F(AravisTest, GivesTimestampsInTicksOfTheCamerasClock)
     ASSERT_EQ(m_nodes->GetIntegerValue("GevTimestampTickFrequency", nullptr), 125000000);
     RunningCamera(m_device).ForFrames(1, [](TovCam::Buffer &buffer) {
         EXPECT_NEAR(static_cast<double>(buffer.GetTimestamp()) / 125e6, static_cast<double>(std::time(nullptr)), 600.0);
+        // The picture is a ramp, so neighbours differ somewhere and lines are shifted copies of each other.
+        std::uint8_t const *const pixels = buffer.GetImage()->imageData;
+        EXPECT_EQ(pixels[512], pixels[1]);
+        EXPECT_EQ(pixels[511 * 512 + 10], pixels[510 * 512 + 11]);
+        EXPECT_NE(pixels[0], pixels[100]);
     });
     std::remove(path.c_str());
 }

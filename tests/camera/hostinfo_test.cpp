@@ -60,28 +60,4 @@ TEST_F(HostInfoTest, ReadsWhatIsThere)
     EXPECT_EQ(AlignLines({{"MTU", "9000 bytes"}, {"Unknown", ""}, {"Speed", "1"}}), "MTU:   9000 bytes\nSpeed: 1\n");
 }
 
-// The report's adapter section stands on the interface's nodes, and is left out where there is no hardware address.
-TEST_F(HostInfoTest, SimulatedInterfacesTellWhatTheyAre)
-{
-    TovCam::System *const system = TovCam_GetSystem();
-    TovCam::ObjectList *const list = system->GetInterfaceList(255);
-    for (TovCam::Interface *i = list->GetFirst(); i; i = list->GetNext()) {
-        bool const isGigE = i->GetInterfaceKind() == TovCam::InterfaceKindGigEVision;
-        TovCam::ParamArray *const nodes = i->GetInterfaceParameters(nullptr);
-        ASSERT_NE(nodes, nullptr);
-        std::int32_t error = 0;
-        EXPECT_EQ(nodes->GetInt("GevInterfaceMACAddress", &error) != nullptr, isGigE);
-        EXPECT_EQ(error, isGigE ? 0 : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
-        EXPECT_EQ(nodes->GetInt("InterfaceID", &error), nullptr);
-        EXPECT_EQ(error, TOV_CAM_ERR_GENICAM_PARAM_TYPE);
-        EXPECT_EQ(nodes->SetStringValue("InterfaceID", "x"), TOV_CAM_ERR_GENICAM_ACCESS);
-        for (char const *name : {"InterfaceDisplayName", "InterfaceID"})
-            EXPECT_STRNE(nodes->GetString(name, nullptr)->GetValue(nullptr), "");
-        std::string const text = i->GetFirstDeviceInfo()->GetHostInformation();
-        EXPECT_NE(text.find("simulated"), std::string::npos);
-        EXPECT_NE(text.find(isGigE ? "MTU" : "USB speed"), std::string::npos);
-    }
-    system->Release();
-}
-
 } // namespace

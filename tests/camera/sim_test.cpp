@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <future>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -119,19 +118,14 @@ TEST_F(SimTest, TreeKnowsTheFeatures)
         return *m_nodes->GetFeature(FindFeature(m_nodes, name));
     };
     TovCam::FeatureInfo const &exposure = info("ExposureTime");
-    EXPECT_EQ(exposure.displayName, "Exposure Time");
     EXPECT_EQ(exposure.unit, "us");
-    EXPECT_EQ(exposure.kind, TovCam::FeatureKind::Float);
     EXPECT_EQ(exposure.representation, TovCam::FeatureRepresentation::Logarithmic);
-    EXPECT_EQ(exposure.notation, TovCam::FeatureNotation::Fixed);
     EXPECT_EQ(exposure.precision, 1);
     EXPECT_TRUE(exposure.streamable);
     EXPECT_FALSE(exposure.toolTip.empty() || exposure.description.empty());
     EXPECT_EQ(info("GevMACAddress").representation, TovCam::FeatureRepresentation::MAC);
     EXPECT_EQ(info("TLParamsLocked").visibility, TovCam::FeatureVisibility::Guru);
-    EXPECT_EQ(info("TLParamsLocked").precision, -1);
     EXPECT_EQ(info("LineStatus").pollingTime, 500u); // its register's
-    EXPECT_EQ(info("Width").pollingTime, 0u);
     EXPECT_EQ(info("PixelFormat").entries.front().toolTip, "Grey, 8 bits a sample.");
     EXPECT_TRUE(named(info("AnalogControl").children, "Gain"));
     EXPECT_TRUE(named(info("GainSelector").selected, "Gain"));
@@ -153,18 +147,6 @@ TEST_F(SimTest, TreeKnowsTheFeatures)
     };
     for (auto const &c : cases)
         EXPECT_EQ(named(info(c.feature).dependents, c.dependent), c.depends) << c.feature << ' ' << c.dependent;
-
-    // A lock shows at once.
-    TovCam::FeatureState state;
-    for (std::int64_t const locked : {1, 0}) {
-        ASSERT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", locked), 0);
-        ASSERT_EQ(m_nodes->ReadFeature(FindFeature(m_nodes, "Width"), &state), 0);
-        EXPECT_EQ(state.access, locked ? TovCam::FeatureAccess::ReadOnly : TovCam::FeatureAccess::ReadWrite);
-    }
-    ASSERT_EQ(m_nodes->ExecuteCommand("SimLoseCamera"), 0);
-    state = {};
-    std::int32_t const status = m_nodes->ReadFeature(FindFeature(m_nodes, "Gain"), &state);
-    EXPECT_EQ(status != 0 ? status : state.valueStatus, TOV_CAM_ERR_NO_DEVICE);
 }
 
 // A camera that takes its time over an access holds up neither the end of the connection nor the next one.
@@ -194,29 +176,6 @@ TEST_F(SimTest, ReleaseDoesNotWaitForASlowAccess)
     slow.wait();
 }
 
-// The mosaic's colours are where its name says: red bars are bright on red pixels alone.
-TEST_F(SimTest, MosaicsBeginWithTheirColours)
-{
-    OpenModel("VU-1920C");
-    ASSERT_EQ(m_nodes->SetEnumValueStr("TestPattern", "ColorBar"), 0);
-    struct
-    {
-        char const *format;
-        std::uint32_t redX, redY;
-    } const cases[] = {{"BayerGR8", 1, 0}, {"BayerRG8", 0, 0}, {"BayerGB8", 0, 1}, {"BayerBG8", 1, 1}};
-    for (auto const &c : cases) {
-        SCOPED_TRACE(c.format);
-        ASSERT_EQ(m_nodes->SetEnumValueStr("PixelFormat", c.format), 0);
-        RunningCamera(m_device, 2).ForFrames(1, [&c](TovCam::Buffer &buffer) {
-            _TovImage const *const image = buffer.GetImage();
-            std::uint32_t const redBar = image->width * 5 / 8 + 32; // the sixth of eight, an even column
-            for (std::uint32_t i = 0; i < 4; ++i)
-                EXPECT_EQ(image->imageData[i / 2 * image->lineStep + redBar + i % 2],
-                          i % 2 == c.redX && i / 2 == c.redY ? 255 : 0);
-        });
-    }
-}
-
 TEST_F(SimTest, LightShowsInThePicture)
 {
     OpenModel();
@@ -230,27 +189,20 @@ TEST_F(SimTest, LightShowsInThePicture)
     EXPECT_NEAR(brightness(), normal / 2, 3);
     EXPECT_EQ(m_nodes->SetFloatValue("Gain", 6.0), 0);
     EXPECT_NEAR(brightness(), normal, 4);
-    EXPECT_EQ(m_nodes->SetIntegerValue("BlackLevel", 255), 0);
-    EXPECT_NEAR(brightness(), normal + 14, 3);
     EXPECT_EQ(m_nodes->ExecuteCommand("UserSetLoad"), 0);
     EXPECT_NEAR(brightness(), normal, 1);
-    EXPECT_EQ(m_nodes->SetFloatValue("Gain", std::numeric_limits<double>::quiet_NaN()),
-              TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
 }
 
 TEST_F(SimTest, NodesTellWhatTheyAllow)
 {
     OpenModel();
-    EXPECT_EQ(m_nodes->SetIntegerValue("Width", 1000), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE); // between two steps
-    EXPECT_EQ(m_nodes->SetIntegerValue("SensorWidth", 1), TOV_CAM_ERR_GENICAM_ACCESS);
+    EXPECT_EQ(m_nodes->SetIntegerValue("Width", 1000), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);      // between two steps
     EXPECT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 10), TOV_CAM_ERR_GENICAM_ACCESS); // not available
     EXPECT_EQ(m_nodes->SetBooleanValue("AcquisitionFrameRateEnable", true), 0);
     EXPECT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 10), 0);
     EXPECT_NEAR(m_nodes->GetFloatValue("ResultingFrameRate", nullptr), 10.0, 1e-6);
     EXPECT_EQ(m_nodes->SetEnumValueStr("TestPattern", "ColorBar"),
               TOV_CAM_ERR_GENICAM_ACCESS); // an entry of colour cameras
-    EXPECT_EQ(m_nodes->SetStringValue("DeviceUserID", "bench 4"), 0);
-    EXPECT_STREQ(m_nodes->GetString("DeviceUserID", nullptr)->GetValue(nullptr), "bench 4");
     EXPECT_EQ(m_nodes->SetStringValue("DeviceUserID", std::string(65, 'x').c_str()), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
     // A selector gives each of its features one value for each of its own.
     EXPECT_EQ(m_nodes->SetFloatValue("TimerDelay", 7.0), 0);
@@ -260,31 +212,6 @@ TEST_F(SimTest, NodesTellWhatTheyAllow)
     EXPECT_EQ(m_nodes->SetIntegerValue("BinningHorizontal", 2), 0);
     EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 1024);
     EXPECT_EQ(m_nodes->SetIntegerValue("OffsetX", 8), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
-    EXPECT_EQ(m_nodes->SetIntegerValue("PixelClock", 100), 0);
-    EXPECT_EQ(m_nodes->SetIntegerValue("SimClockStep", 8), 0);
-    EXPECT_EQ(m_nodes->GetIntegerValue("PixelClockInfo", nullptr), 96);
-}
-
-TEST_F(SimTest, CamerasSayWhatTheirSensorIs)
-{
-    struct
-    {
-        char const *model;
-        std::int32_t registerStatus;
-        std::uint32_t sensorClass;
-        std::int64_t family; // -1: no such node
-    } const cases[] = {{"VG-2048M", 0, 4, 2}, {"VU-1920C", 0, 12, 1}, {"VG-1280C", TOV_CAM_ERR_GENICAM_GENERIC, 0, -1}};
-    for (auto const &c : cases) {
-        SCOPED_TRACE(c.model);
-        OpenModel(c.model);
-        std::uint32_t value = 0;
-        EXPECT_EQ(m_device->ReadRegister(0x20006004, &value, 4), c.registerStatus);
-        EXPECT_EQ(value >> 24 & 15, c.sensorClass);
-        std::int32_t error = 0;
-        std::int64_t const family = m_nodes->GetIntegerValue("FamilyID", &error);
-        EXPECT_EQ(error == 0 ? family : -1, c.family);
-        Close();
-    }
 }
 
 TEST_F(SimTest, AcquisitionModesAndTriggersCountFrames)
@@ -346,31 +273,6 @@ TEST_F(SimTest, FaultsShowInTheFrames)
     double const rate = 256 * 128 * m_nodes->GetFloatValue("ResultingFrameRate", nullptr) / 1048576.0;
     EXPECT_EQ(incomplete(10, m_nodes->SetFloatValue("SimLinkLimit", rate * 0.9)), 10);
     EXPECT_EQ(incomplete(10, m_nodes->SetFloatValue("SimLinkLimit", rate * 1.1)), 0);
-}
-
-TEST_F(SimTest, NamedFeaturesFailAndDawdle)
-{
-    OpenModel();
-    auto const fails = [this](char const *feature, std::function<std::int32_t()> const &touch) {
-        SCOPED_TRACE(feature);
-        ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", feature), 0);
-        EXPECT_EQ(touch(), TOV_CAM_ERR_GENICAM_GENERIC);
-        EXPECT_EQ(m_nodes->SetIntegerValue("BlackLevel", 3), 0);
-        ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", ""), 0);
-    };
-    fails("AcquisitionStart", [this] { return m_nodes->ExecuteCommand("AcquisitionStart"); });
-    fails("TLParamsLocked", [this] { return m_nodes->SetIntegerValue("TLParamsLocked", 0); });
-    fails("Gain", [this] { return m_nodes->SetFloatValue("Gain", 3.0); });
-    fails("PixelFormat", [this] { return m_nodes->SetEnumValueStr("PixelFormat", "Mono12"); });
-    fails("ReverseX", [this] { return m_nodes->SetBooleanValue("ReverseX", true); });
-    ASSERT_EQ(m_nodes->SetStringValue("SimSlowFeature", "BlackLevel"), 0);
-    ASSERT_EQ(m_nodes->SetIntegerValue("SimSlowDelay", 120), 0);
-    ASSERT_EQ(m_nodes->SetIntegerValue("SimAccessDelay", 60), 0);
-    for (auto const &[feature, delay] : {std::pair("BlackLevel", 120ms), std::pair("Width", 60ms)}) {
-        Clock::time_point const begin = Clock::now();
-        m_nodes->GetIntegerValue(feature, nullptr);
-        EXPECT_GE(Clock::now() - begin, delay);
-    }
 }
 
 TEST_F(SimTest, ALostCameraTellsAndComesBack)
@@ -437,11 +339,8 @@ TEST(SimDescriptions, AreUsedOrRefused)
         {"plain", plain, true},
         {"padded", plain + std::string(100, '\0'), true},
         {"empty", ""},
-        {"text", "no description at all"},
         {"zeros", std::string(5000, '\0')},
         {"truncated", plain.substr(0, 190)},
-        {"another root", "<?xml version=\"1.0\"?><html><body/></html>"},
-        {"mismatched", Described("<Integer Name=\"A\"></Float>")},
         {"too large", Described("<!--" + std::string(9 << 20, 'x') + "-->")},
         {"deep elements", Described(Repeat(5000, [](int) { return "<Group>"; }))},
         {"entities",
@@ -452,14 +351,11 @@ TEST(SimDescriptions, AreUsedOrRefused)
                         return "<!ENTITY " + N(i + 1) + " \"" + last + last + last + "\">";
                     }) +
              "]><RegisterDescription><String Name=\"S\"><Value>&N20;</Value></String></RegisterDescription>"},
-        {"self-reference", Described(Link("A", "A"))},
         {"circle", Described(Link("A", "B") + Link("B", "C<!-- -->C") + Link("CC", "A"))},
         {"circle through an address", Described(Link("A", "R") + Register("R", "<pAddress>A</pAddress>"))},
-        {"circle through an offset", Described(Register("R", "<Address>0</Address><pIndex pOffset=\"R\">B</pIndex>"))},
         {"circle through a structure",
          Described("<StructReg Comment=\"s\"><pAddress>R</pAddress><Length>4</Length><pPort>Device</pPort>"
                    "<StructEntry Name=\"R\"><Bit>3</Bit></StructEntry></StructReg>")},
-        {"circle of formulas", Described(Knife("K", "K", "X+1"))},
         {"circle of categories", Described("<Category Name=\"Root\"><pFeature>C</pFeature></Category>"
                                            "<Category Name=\"C\"><pFeature>Root</pFeature></Category>")},
         {"long chain", Described(Repeat(50000, [](int i) { return Link(N(i), N(i + 1)); }))},
@@ -469,7 +365,6 @@ TEST(SimDescriptions, AreUsedOrRefused)
          Described(Integer("W", "<Value>5</Value><pMax>M</pMax>") + Integer("O", "<Value>5</Value><pMax>P</pMax>") +
                    Knife("M", "O", "9-X") + Knife("P", "W", "9-X")),
          true},
-        {"missing nodes", Described(Link("A", "Nowhere")), true},
     };
     std::string const path = testing::TempDir() + "/sim_" + std::to_string(getpid()) + ".xml";
     setenv("TOV_SIM_CAMERA_XML", path.c_str(), 1);
@@ -499,109 +394,41 @@ TEST(SimDescriptions, AreUsedOrRefused)
 
 // ---- Packets -----------------------------------------------------------------------------------------------------
 
-// Keeps packets as hexadecimal text, which reads well in a failure.
-struct Packets
+// The bytes of the frames' packets behind their headers.
+struct Payload
 {
-    std::mutex mutex;
-    std::vector<std::string> list;
-    bool zerosBehind = true;
+    std::size_t const headerSize;
+    std::vector<std::vector<std::uint8_t>> packets;
+    bool zerosBehind;
 
     static void Take(void const *data, unsigned long size, void *user)
     {
-        auto *const self = static_cast<Packets *>(user);
+        auto *const self = static_cast<Payload *>(user);
         auto const *const bytes = static_cast<std::uint8_t const *>(data);
-        std::lock_guard<std::mutex> lock(self->mutex);
-        self->list.push_back(Hex(bytes, size));
-        for (std::size_t i = size; i < size + 0x10100; ++i)
-            self->zerosBehind = self->zerosBehind && bytes[i] == 0;
-    }
-    static std::string Hex(std::uint8_t const *bytes, std::size_t size)
-    {
-        std::string text;
-        for (std::size_t i = 0; i < size; ++i) {
-            text += "0123456789ABCDEF"[bytes[i] >> 4];
-            text += "0123456789ABCDEF"[bytes[i] & 15];
-        }
-        return text;
-    }
-    // The packets up to the one that begins like this.
-    std::vector<std::string> Until(std::string const &begin)
-    {
-        std::vector<std::string> seen;
-        EXPECT_TRUE(Eventually([&] {
-            std::lock_guard<std::mutex> lock(mutex);
-            seen = list;
-            return !seen.empty() && seen.back().rfind(begin, 0) == 0;
-        }));
-        return seen;
+        self->packets.emplace_back(bytes + self->headerSize, bytes + size);
+        self->zerosBehind = self->zerosBehind && std::count(bytes + size, bytes + size + 0x10100, 0) == 0x10100;
     }
 };
 
-TEST_F(SimTest, RegisterTrafficReadsAsPackets)
-{
-    std::uint32_t value = 0;
-    Packets gige, usb;
-    OpenModel();
-    ASSERT_EQ(m_device->RegisterEvent(TovCam::EventControlChannel, Packets::Take, &gige), 0);
-    EXPECT_EQ(m_device->ReadRegister(0x1000, &value, 4), 0); // the width
-    EXPECT_EQ(m_nodes->SetIntegerValue("BlackLevel", 7), 0);
-    std::vector<std::string> list = gige.Until("00000083");
-    ASSERT_GE(list.size(), 4u);
-    std::uint8_t const id = static_cast<std::uint8_t>(list.size() / 2);
-    EXPECT_EQ(list[0], "420100800004000100001000");
-    EXPECT_EQ(list[1], "000000810004000100000800");
-    EXPECT_EQ(list[list.size() - 2], "42010082000800" + Packets::Hex(&id, 1) + "0000110000000007");
-    EXPECT_EQ(list.back(), "00000083000400" + Packets::Hex(&id, 1) + "00000001");
-    EXPECT_TRUE(gige.zerosBehind);
-    Close();
-
-    OpenModel("VU-1920C");
-    ASSERT_EQ(m_device->RegisterEvent(TovCam::EventControlChannel, Packets::Take, &usb), 0);
-    EXPECT_EQ(m_device->ReadRegister(0x20006004, &value, 4), 0);
-    list = usb.Until("5533564300000108");
-    ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(list[0], "55335643004000080C000000046000200000000000000400");
-    EXPECT_EQ(list[1], "5533564300000108040000000000000C");
-    Close();
-}
-
-TEST_F(SimTest, FramesAndEventsReadAsPackets)
+TEST_F(SimTest, FramesReadAsPackets)
 {
     for (bool const usb : {false, true}) {
         SCOPED_TRACE(usb);
         OpenFast(usb ? "VU-1920C" : "VG-2048M");
-        Packets stream, events;
-        ASSERT_EQ(m_nodes->SetEnumValueStr("EventNotification", "On"), 0);
+        Payload stream{usb ? 0u : 8u, {}, true};
         ASSERT_EQ(m_nodes->SetEnumValueStr("AcquisitionMode", "SingleFrame"), 0);
-        ASSERT_EQ(m_device->RegisterEvent(TovCam::EventStreamChannel, Packets::Take, &stream), 0);
-        ASSERT_EQ(m_device->RegisterEvent(TovCam::EventEventChannel, Packets::Take, &events), 0);
-        std::string pixels, payload;
+        ASSERT_EQ(m_device->RegisterEvent(TovCam::EventStreamChannel, Payload::Take, &stream), 0);
+        std::vector<std::uint8_t> pixels, payload;
         RunningCamera(m_device, 2).ForFrames(1, [&pixels](TovCam::Buffer &buffer) {
-            pixels = Packets::Hex(buffer.GetImage()->imageData, buffer.GetBufferSize());
+            std::uint8_t const *const begin = buffer.GetImage()->imageData;
+            pixels.assign(begin, begin + buffer.GetBufferSize());
         });
         Close();
-        std::vector<std::string> const &list = stream.list;
-        ASSERT_GE(list.size(), 3u);
-        for (std::size_t i = 1; i + 1 < list.size(); ++i) {
-            EXPECT_TRUE(usb || list[i].substr(8, 2) == "03");
-            payload += list[i].substr(usb ? 0 : 16);
-        }
-        EXPECT_TRUE(payload == pixels); // half a million digits, better not printed
-        EXPECT_EQ(list.front().size(), usb ? 104u : 88u);
-        if (usb) {
-            EXPECT_EQ(list.front().substr(0, 16), "5533564C00003400");
-            EXPECT_EQ(list.front().substr(64, 16), "0001000080000000");
-            EXPECT_EQ(list.back().substr(40), "008000000000000080000000");
-        } else {
-            std::uint8_t const last = static_cast<std::uint8_t>(list.size() - 1);
-            EXPECT_EQ(list.front().substr(0, 24), "000000010100000000000001");
-            EXPECT_EQ(list.front().substr(40, 24), "010800010000010000000080");
-            EXPECT_EQ(list.back(), "00000001020000" + Packets::Hex(&last, 1) + "0000000100000080");
-        }
+        ASSERT_GE(stream.packets.size(), 3u);
+        for (std::size_t i = 1; i + 1 < stream.packets.size(); ++i)
+            payload.insert(payload.end(), stream.packets[i].begin(), stream.packets[i].end());
+        EXPECT_TRUE(payload == pixels); // a quarter of a million numbers, better not printed
         EXPECT_TRUE(stream.zerosBehind);
-        ASSERT_EQ(events.list.size(), 1u);
-        EXPECT_EQ(events.list[0].size(), usb ? 64u : 48u);
-        EXPECT_EQ(events.list[0].substr(0, 8), usb ? "55335645" : "420100C0");
     }
 }
 

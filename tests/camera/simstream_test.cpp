@@ -48,25 +48,6 @@ TEST(EventHub, NoCallRunsAfterUnregister)
         thread.join();
 }
 
-TEST(EventHub, ACallbackMayEndItself)
-{
-    struct Self
-    {
-        EventHub hub;
-        int calls = 0;
-        static void Call(void const *, unsigned long, void *user)
-        {
-            auto *const self = static_cast<Self *>(user);
-            ++self->calls;
-            EXPECT_EQ(self->hub.Unregister(TovCam::EventConnectionLost, Call, self), 0);
-        }
-    } self;
-    ASSERT_EQ(self.hub.Register(TovCam::EventConnectionLost, Self::Call, &self), 0);
-    self.hub.Emit(TovCam::EventConnectionLost, nullptr, 0);
-    self.hub.Emit(TovCam::EventConnectionLost, nullptr, 0);
-    EXPECT_EQ(self.calls, 1);
-}
-
 SimModel const s_model{"T", "T", "1",     "", "", TovCam::InterfaceKindGigEVision, 64, 64, false, 0x01080001,
                        2,   0,   1000000, 1,  1.0};
 
@@ -114,25 +95,6 @@ TEST_F(SimStreamTest, StartsAndStopsRaceWithFrames)
         ASSERT_EQ(m_stream.ReleaseBufferQueue(), 0);
         m_stream.End();
     }
-}
-
-TEST_F(SimStreamTest, LosingTheCameraEndsFramesAndTellsOnce)
-{
-    Counter lost;
-    ASSERT_EQ(m_hub.Register(TovCam::EventConnectionLost, Counter::Call, &lost), 0);
-    Start(-1);
-    m_stream.Begin(m_format, Settings(), -1);
-    ASSERT_NE(m_stream.GetBuffer(30000, nullptr), nullptr);
-    m_stream.Lose();
-    while (lost.calls == 0)
-        std::this_thread::sleep_for(1ms);
-    m_stream.Lose();
-    while (m_stream.GetBuffer(20, nullptr)) {
-    }
-    m_stream.Begin(m_format, Settings(), -1); // a lost camera does not start
-    EXPECT_FALSE(m_stream.IsRunning());
-    EXPECT_EQ(m_stream.GetBuffer(20, nullptr), nullptr);
-    EXPECT_EQ(lost.calls, 1);
 }
 
 TEST_F(SimStreamTest, AFormatThatGrewComesIncomplete)

@@ -4,7 +4,7 @@
 // Any thread; the features are made before the first access.
 #pragma once
 
-#include "tovcamera.h"
+#include "../support/bareparams.h"
 
 #include <algorithm>
 #include <atomic>
@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-class FeatureCamera final : public TovCam::ParamArray, public std::enable_shared_from_this<FeatureCamera>
+class FeatureCamera final : public BareParams, public std::enable_shared_from_this<FeatureCamera>
 {
 public:
     using Index = std::uint32_t;
@@ -77,28 +77,21 @@ public:
     std::atomic<int> delay{0}; // milliseconds an access takes
     std::atomic<int> running{0}, reads{0};
     std::atomic<bool> commandDone{true};
-    std::atomic<bool> holdable{true};
 
     TovCam::FeatureState &Unlocked(Index feature)
     {
         return m_states[feature];
     }
 
-    std::uint32_t GetFeatureCount() override
-    {
-        Wait();
-        return Index(m_infos.size());
-    }
-    TovCam::FeatureInfo const *GetFeature(Index feature) override
-    {
-        return feature < m_infos.size() ? m_infos[feature].get() : nullptr;
-    }
+    FAKE_GIVES(std::uint32_t GetFeatureCount(), (Wait(), Index(m_infos.size())));
+    FAKE_GIVES(TovCam::FeatureInfo const *GetFeature(Index feature),
+               feature < m_infos.size() ? m_infos[feature].get() : nullptr);
     std::int32_t ReadFeature(Index feature, TovCam::FeatureState *state) override
     {
         Wait();
         ++reads;
         std::lock_guard const lock(m_mutex);
-        m_log += (m_log.empty() ? "r" : " r") + std::to_string(feature);
+        Log("r", feature);
         if (readStatus == 0)
             *state = m_states[feature];
         return readStatus;
@@ -107,7 +100,7 @@ public:
     {
         Wait();
         std::lock_guard const lock(m_mutex);
-        m_log += (m_log.empty() ? "w" : " w") + std::to_string(feature);
+        Log("w", feature);
         if (writeStatus)
             return writeStatus;
         m_states[feature].value = value;
@@ -119,66 +112,17 @@ public:
     {
         Wait();
         std::lock_guard const lock(m_mutex);
-        m_log += (m_log.empty() ? "a" : " a") + std::to_string(feature);
+        Log("a", feature);
         *done = commandDone;
         return 0;
     }
-    std::shared_ptr<void> Hold() override
-    {
-        return holdable ? shared_from_this() : nullptr;
-    }
-
-    // What the tree has no use for.
-    TovCam::EnumParam *GetEnum(char const *, std::int32_t *) override
-    {
-        return nullptr;
-    }
-    TovCam::IntParam *GetInt(char const *, std::int32_t *) override
-    {
-        return nullptr;
-    }
-    TovCam::StringParam *GetString(char const *, std::int32_t *) override
-    {
-        return nullptr;
-    }
-    char const *GetEnumValueStr(char const *, std::int32_t *) override
-    {
-        return nullptr;
-    }
-    std::int32_t SetIntegerValue(char const *, std::int64_t) override
-    {
-        return -1;
-    }
-    std::int64_t GetIntegerValue(char const *, std::int32_t *) override
-    {
-        return 0;
-    }
-    std::int32_t ExecuteCommand(char const *) override
-    {
-        return -1;
-    }
-    std::int32_t SetEnumValueStr(char const *, char const *) override
-    {
-        return -1;
-    }
-    std::int32_t SetFloatValue(char const *, double) override
-    {
-        return -1;
-    }
-    double GetFloatValue(char const *, std::int32_t *) override
-    {
-        return 0.0;
-    }
-    std::int32_t SetBooleanValue(char const *, bool) override
-    {
-        return -1;
-    }
-    std::int32_t SetStringValue(char const *, char const *) override
-    {
-        return -1;
-    }
+    FAKE_GIVES(std::shared_ptr<void> Hold(), shared_from_this());
 
 private:
+    void Log(char const *access, Index feature)
+    {
+        m_log += (m_log.empty() ? "" : " ") + (access + std::to_string(feature));
+    }
     void Wait()
     {
         ++running;

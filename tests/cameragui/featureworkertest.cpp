@@ -63,7 +63,8 @@ protected:
     }
 };
 
-TEST_F(FeatureWorkerTest, WritesGoFirstAndReadsAreThoseWantedLast)
+// Writes go first and in their order, of a slider's places only the newest, and reads are those wanted last.
+TEST_F(FeatureWorkerTest, OrdersTheAccesses)
 {
     m_camera->Hold(true);
     Start();
@@ -73,37 +74,24 @@ TEST_F(FeatureWorkerTest, WritesGoFirstAndReadsAreThoseWantedLast)
     TovCam::FeatureValue value;
     value.integer = 7;
     std::uint64_t const first = m_worker->Write(5, value);
-    std::uint64_t const second = m_worker->Write(3, value);
-    m_worker->SetReads({2, 5});
-    m_camera->Hold(false);
-    std::vector<FeatureResult> const results = Results(6);
-    EXPECT_EQ(m_camera->TakeLog(), "w5 w3 a4 r2 r5");
-    EXPECT_EQ(results[0].kind, Kind::Loaded);
-    EXPECT_EQ(results[0].features.size(), 6u);
-    EXPECT_EQ(results[1].ticket, first);
-    EXPECT_EQ(results[2].ticket, second);
-    EXPECT_TRUE(results[3].done);
-    EXPECT_EQ(results[5].state.value.integer, 7);
-}
-
-TEST_F(FeatureWorkerTest, OnlyTheNewestPlaceOfASliderIsWrittenAndTheOrderStays)
-{
-    m_camera->Hold(true);
-    Start();
-    TovCam::FeatureValue value;
     for (int const step : {1, 2, 3}) {
         value.integer = step;
         m_worker->Write(1, value, true);
     }
-    m_worker->Write(2, value);
+    m_worker->Write(3, value);
     m_worker->Write(1, value, true);
     m_worker->Write(1, value);
     m_worker->Write(1, value); // by hand: both count
+    m_worker->SetReads({1, 5});
     m_camera->Hold(false);
-    std::vector<FeatureResult> const results = Results(5);
-    EXPECT_EQ(m_camera->TakeLog(), "w1 w2 w1 w1");
-    EXPECT_EQ(results[1].ticket, 3u);
-    EXPECT_EQ(m_camera->With(1, [](auto &state) { return state.value.integer; }), 3);
+    std::vector<FeatureResult> const results = Results(9);
+    EXPECT_EQ(m_camera->TakeLog(), "w5 w1 w3 w1 w1 a4 r1 r5");
+    EXPECT_EQ(results[0].kind, Kind::Loaded);
+    EXPECT_EQ(results[0].features.size(), 6u);
+    EXPECT_EQ(results[1].ticket, first);
+    EXPECT_TRUE(results[6].done);
+    EXPECT_EQ(results[7].state.value.integer, 3);
+    EXPECT_EQ(results[8].state.value.integer, 7);
 }
 
 TEST_F(FeatureWorkerTest, GoesAwayInTheMiddleOfAnAccess)

@@ -37,16 +37,6 @@ protected:
     {
         return int(area.bottom() - area.height() * y / 1000);
     }
-    // Pixels of a colour that no other drawing has; text is smoothed, so any shade but the two backgrounds counts.
-    int Inked(QRect const &rect) const
-    {
-        int count = 0;
-        for (int y = rect.top(); y <= rect.bottom(); ++y)
-            for (int x = rect.left(); x <= rect.right(); ++x)
-                count += image.pixel(x, y) != OUTSIDE && image.pixel(x, y) != AREA;
-        return count;
-    }
-
     Histo_Graph graph;
     QImage image{500, 380, QImage::Format_RGB32};
     QRect area;
@@ -72,25 +62,6 @@ TEST_F(HistoGraph, DrawsGridBarsAndLabelsInTheirPlaces)
     EXPECT_EQ(image.pixel(XOf(30), YOf(600) - 2), AREA);
     EXPECT_EQ(image.pixel(XOf(60), area.bottom() - 3), AREA); // no bar without a count
     EXPECT_EQ(image.pixel(XOf(255), area.top() + 5), yellow);
-    // Labels: of each tick but the last, and that of 250 at the end of the axis.
-    int const high = QFontMetrics(QFont(QStringLiteral("Tahoma"), 9, QFont::Light)).height();
-    QRect const labels(0, area.bottom() + 2, 500, high);
-    EXPECT_GT(Inked(QRect(area.right() - 30, labels.top(), 31, high)), 10);
-    graph.SetScales("%5.0f", "%5.0f", {0, 256}, {0, 1000}, 1.0, 1.0); // two ticks: one label, at the end
-    Paint();
-    EXPECT_EQ(Inked(QRect(area.left() - 10, labels.top(), 60, high)), 0);
-    EXPECT_GT(Inked(QRect(area.right() - 30, labels.top(), 31, high)), 5);
-}
-
-TEST_F(HistoGraph, MinorLinesFillTheCellsButTheFirstAndLast)
-{
-    graph.Init(QRect(0, 0, 500, 380), false, false, 0, 5);
-    graph.SetScales("%g", "%g", {0, 64, 128, 192, 256}, {0, 1000}, 1.0, 1.0);
-    Paint();
-    int lines = 0;
-    for (int x = area.left(); x <= area.right(); ++x)
-        lines += image.pixel(x, YOf(500)) == GRID;
-    EXPECT_EQ(lines, 4 + 3 * 4);
 }
 
 TEST_F(HistoGraph, MarkersStandAtTheirSignalWithTheirCounts)
@@ -112,22 +83,6 @@ TEST_F(HistoGraph, MarkersStandAtTheirSignalWithTheirCounts)
     EXPECT_TRUE(graph.GetThresholds(QPointF(area.right() + 200, 5), value));
     EXPECT_GT(value, 256.0f);
     EXPECT_FALSE(Histo_Graph().GetThresholds(QPointF(100, 100), value));
-}
-
-TEST(HistoScales, MapAndInvert)
-{
-    TVLinearScale linear;
-    linear.slope = 1.5625;
-    linear.offset = 60;
-    EXPECT_EQ(linear.Forward(128), 260.0);
-    EXPECT_EQ(linear.Backward(260), 128.0);
-    TVLog10Scale log;
-    log.slope = -100;
-    log.offset = 319;
-    EXPECT_EQ(log.Forward(1000), 19.0);
-    EXPECT_EQ(log.Forward(0), 319.0);
-    EXPECT_EQ(log.Forward(-2), 519.0);
-    EXPECT_EQ(log.Backward(2), 100.0);
 }
 
 // Every point a line of its own, one call each.

@@ -8,32 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
-
-TEST(FramePool, SteadyStateTouchesNoFreshPage)
-{
-    auto const faults = [] {
-        rusage usage{};
-        getrusage(RUSAGE_SELF, &usage);
-        return usage.ru_minflt;
-    };
-    long before = 0;
-    for (int i = 0; i < 21; ++i) {
-        void *blocks[2];
-        for (std::size_t b = 0; b < 2; ++b) {
-            std::size_t const size = 9'000'001 - b * 45'000;
-            blocks[b] = TovAllocFrameMemory(size);
-            std::memset(blocks[b], 1, size);
-        }
-        for (void *block : blocks)
-            TovFreeFrameMemory(block);
-        before = i == 0 ? faults() : before;
-    }
-    EXPECT_LT(faults() - before, 100); // one turn with fresh small pages is 4,400
-}
 
 TEST(FramePool, GivesBackWhatIsBeyondItsBound)
 {

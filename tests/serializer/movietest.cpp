@@ -43,17 +43,13 @@ TEST_F(MovieTest, LosslessMoviesComeBackFrameByFrame)
     };
     static constexpr std::uint32_t BAYERGR8 = 0x0308010D, MONO12P = 0x010C2307;
     static constexpr Case cases[] = {
-        {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {64, 48}, "gray", 0},
         {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {61, 47}, "gray", 3},
         {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {1024, 768}, "gray", 0},
         {"Uncompressed", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {1021, 767}, "gray", 0},
-        {"Uncompressed", TV_PIXEL_MONO16, TV_PIXEL_MONO8, {64, 48}, "gray", 0},
         {"Uncompressed", MONO12P, TV_PIXEL_MONO8, {63, 48}, "gray", 0},
-        {"Uncompressed", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {64, 48}, "bgr24", 0},
         {"Uncompressed", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {61, 47}, "bgr24", 5},
         {"Uncompressed", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {1023, 301}, "bgr24", 0},
         {"Uncompressed", BAYERGR8, TV_PIXEL_BGR8, {640, 480}, "bgr24", 0},
-        {"FFV1", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {64, 48}, "gray", 0},
         {"FFV1", TV_PIXEL_MONO8, TV_PIXEL_MONO8, {321, 241}, "gray", 7},
         {"FFV1", TV_PIXEL_MONO16, TV_PIXEL_MONO16, {322, 240}, "gray16le", 0},
         {"FFV1", TV_PIXEL_BGR8, TV_PIXEL_BGR8, {321, 241}, "bgr24", 0},
@@ -89,13 +85,11 @@ TEST_F(MovieTest, LossyMoviesLookLikeTheirFrames)
         Picture const picture(c.type, c.size.width, c.size.height);
         ASSERT_EQ(serializer->StartMovie(picture.Get(), path.c_str(), 50), TOV_SERIALIZER_OK);
         for (int i = 0; i < 20; ++i) {
+            std::size_t const line = TovLineBytes(c.type, c.size.width);
+            bool const grey = c.type == TV_PIXEL_MONO8;
             for (std::size_t s = 0; s < samples; ++s)
                 picture.Get()->imageData[s] =
-                    std::uint8_t(40 + 5 * i + s % TovLineBytes(c.type, c.size.width) / 10 + (s % 3) * 20);
-            if (c.type == TV_PIXEL_MONO8) {
-                for (std::size_t s = 0; s < samples; ++s)
-                    picture.Get()->imageData[s] = std::uint8_t(10 * i + s / c.size.width / 6);
-            }
+                    std::uint8_t(grey ? 10 * i + s / line / 6 : 40 + 5 * i + s % line / 10 + s % 3 * 20);
             expected += picture.Lines();
             ASSERT_EQ(serializer->WriteFrame(picture.Get(), nullptr), TOV_SERIALIZER_OK);
         }

@@ -4,7 +4,7 @@
 // Threads: the script, the stream and the device from any thread; the nodes are set up while nobody else uses them.
 #pragma once
 
-#include "tovcamera.h"
+#include "bareparams.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -18,13 +18,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-// An operation that always gives the same.
-#define FAKE_GIVES(operation, value)                                                                                   \
-    operation override                                                                                                 \
-    {                                                                                                                  \
-        return value;                                                                                                  \
-    }
 
 // Steps of the script and the log. A step is named as its function, or for a node as the node: "StartAcquisition",
 // "TLParamsLocked".
@@ -146,7 +139,7 @@ public:
     FAKE_GIVES(char const *GetValueStr(std::int32_t *), value.c_str());
 };
 
-class FakeParams final : public TovCam::ParamArray
+class FakeParams final : public BareParams
 {
 public:
     explicit FakeParams(FakeScript &script);
@@ -163,20 +156,13 @@ public:
     std::int32_t ExecuteCommand(char const *name) override;
     FAKE_GIVES(TovCam::EnumParam *GetEnum(char const *name, std::int32_t *),
                enums.count(name) ? &enums[name] : nullptr);
-    FAKE_GIVES(char const *GetEnumValueStr(char const *, std::int32_t *), nullptr);
-    FAKE_GIVES(std::int64_t GetIntegerValue(char const *, std::int32_t *), 0);
-    FAKE_GIVES(double GetFloatValue(char const *, std::int32_t *), 0);
-    FAKE_GIVES(std::int32_t SetEnumValueStr(char const *, char const *), TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
-    FAKE_GIVES(std::int32_t SetFloatValue(char const *, double), TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
-    FAKE_GIVES(std::int32_t SetBooleanValue(char const *, bool), TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
-    FAKE_GIVES(std::int32_t SetStringValue(char const *, char const *), TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
 
 private:
     FakeScript &m_script;
 };
 
 // The camera as a search would list it, and the interface that it hangs on.
-class FakeDeviceInfo final : public TovCam::DeviceInfo, public TovCam::Interface
+class FakeDeviceInfo : public TovCam::DeviceInfo, public TovCam::Interface
 {
 public:
     char const *host = nullptr;              // what it tells of the host
