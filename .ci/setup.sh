@@ -5,7 +5,7 @@ packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev 
     libaravis-dev libusb-1.0-0-dev libturbojpeg0-dev libtiff-dev libdeflate-dev libavformat-dev libavcodec-dev
     libavutil-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
-packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck"
+packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark"
 packages_ci="clang-format-14|clang-format"
 
 say() {

@@ -3,7 +3,9 @@
 #include "aboutdlg.h"
 #include "camerainfodlg.h"
 #include "camgenparampanelimpl.h"
+#include "capturepanelimpl.h"
 #include "displayview.h"
+#include "histogrampanel.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
 #include "rigtestplugin.h"
@@ -278,6 +280,11 @@ bool GuiManager::CreateSession(TovCam::Device *device)
 void GuiManager::Introduce(PlayerPanel *panel)
 {
     panel->SetCurrentSession(m_session);
+    LoadState(panel);
+}
+
+void GuiManager::LoadState(PlayerPanel *panel)
+{
     panel->LoadStateFromGlobalSettings(m_window->GetGlobalSettings());
     panel->LoadStateFromSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
 }
@@ -300,9 +307,19 @@ bool GuiManager::CreatePanels()
         connect(m_parameterPanel, &QWidget::customContextMenuRequested, this, &GuiManager::ParameterMenu);
     }
     Introduce(m_parameterPanel);
+    if (!m_capturePanel)
+        m_capturePanel = new CapturePanelImpl(MainWindow(), this);
+    Introduce(m_capturePanel);
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
+    if (!m_histogramPanel)
+        m_histogramPanel = new HistogramPanel(MainWindow());
+    m_histogramPanel->SetCurrentSession(m_session);
+    m_histogramPanel->close(); // it starts hidden
+    LoadState(m_histogramPanel);
+    // The picture gets the rest, unless a stored layout says otherwise.
+    MainWindow()->resizeDocks({m_capturePanel}, {m_capturePanel->sizeHint().height()}, Qt::Vertical);
 
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
@@ -322,7 +339,8 @@ void GuiManager::ClosePanels()
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
     if (m_session) {
-        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
+        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel,
+                                                                             m_statisticsPanel, m_histogramPanel}) {
             if (panel)
                 panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
         }
@@ -330,8 +348,10 @@ void GuiManager::ClosePanels()
     // While the docks still exist.
     QByteArray const places = MainWindow()->saveState(StateVersion);
     m_window->GetGlobalSettings()->setValue(StateKey, places);
+    Remove(m_capturePanel);
     Remove(m_parameterPanel);
     Remove(m_statisticsPanel);
+    Remove(m_histogramPanel);
     // A floating dock leaves as a hidden one, and the window's next saveState would say so.
     MainWindow()->restoreState(places, StateVersion);
 }
@@ -374,16 +394,27 @@ void GuiManager::startStopCapture()
 {
     if (!m_session)
         return;
-    if (m_session->GetState() == SessionStateCapturing)
+    if (m_session->GetState() == SessionStateCapturing) {
         emit m_session->signalStopCapturing();
-    else
-        emit m_session->signalStartCapturing();
+        return;
+    }
+    FinishEditing();
+    emit m_session->signalStartCapturing();
 }
 
 void GuiManager::snapNextImage()
 {
-    if (m_session)
-        m_session->SnapNextFrame();
+    if (!m_session)
+        return;
+    FinishEditing();
+    m_session->SnapNextFrame();
+}
+
+// A button in a toolbar takes no focus, so a folder may have been typed and not left.
+void GuiManager::FinishEditing()
+{
+    if (m_capturePanel)
+        m_capturePanel->FinishEditing();
 }
 
 void GuiManager::captureOptionsDlg()
@@ -512,7 +543,8 @@ void GuiManager::updateGui()
         }
     }
 
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_parameterPanel, m_statisticsPanel}) {
+    for (PlayerPanel *const panel :
+         std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_statisticsPanel, m_histogramPanel}) {
         if (panel)
             panel->UpdateAll();
     }

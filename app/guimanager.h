@@ -12,7 +12,9 @@
 #include <optional>
 
 class CamGenParamPanelImpl;
+class CapturePanelImpl;
 class DisplayView;
+class HistogramPanel;
 class ManagedWindow;
 class QMainWindow;
 class PlayerPanel;
@@ -54,9 +56,9 @@ public slots:
     void saveConfigurationAs();
     void startAcquisition();
     void stopAcquisitionAndCapture();
-    void startStopCapture();
-    void snapNextImage();
-    void captureOptionsDlg();
+    void startStopCapture() override;
+    void snapNextImage() override;
+    void captureOptionsDlg() override;
     void zoomIn();
     void zoomOut();
     void zoom100();
@@ -79,7 +81,9 @@ private:
     DisplayView *CurrentDisplay() const;
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
-    void Introduce(PlayerPanel *panel);    // a new panel to the session
+    void Introduce(PlayerPanel *panel); // a new panel to the session
+    void FinishEditing();               // what is being typed in the capture panel counts
+    void LoadState(PlayerPanel *panel);
     void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
     void OpenConfiguration(QString const &path);
     bool AskConfigurationFile(QString const &title);
@@ -90,8 +94,10 @@ private:
     Session *m_session = nullptr;       // owned
     TovCam::System *m_system = nullptr; // got on first use
     // The panels: owned, null when no camera is open.
+    CapturePanelImpl *m_capturePanel = nullptr;
     CamGenParamPanelImpl *m_parameterPanel = nullptr;
     StatisticsPanelImpl *m_statisticsPanel = nullptr;
+    HistogramPanel *m_histogramPanel = nullptr;
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them

@@ -184,8 +184,9 @@ void Histo_Graph::CreateScales()
         return std::make_shared<TVLinearScale>();
     };
     // An axis without a span has an infinite slope, which ToPixel bounds.
+    // A logarithmic one whose end has no logarithm ends at 1.
     auto const end = [](bool log, double tick) {
-        return log ? std::log10(tick) : tick;
+        return !log ? tick : tick > 0.0 ? std::log10(tick) : 0.0;
     };
     double const xFirst = end(m_logX, m_xTicks.front());
     double const xSpan = end(m_logX, m_xTicks.back()) - xFirst;

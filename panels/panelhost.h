@@ -20,6 +20,11 @@ public:
 
     virtual Session *GetSession() const = 0; // null when no camera is open
 
+    // What the capture panel's buttons do.
+    virtual void startStopCapture() = 0;
+    virtual void snapNextImage() = 0;
+    virtual void captureOptionsDlg() = 0;
+
 protected:
     ~PanelHost() = default;
 };

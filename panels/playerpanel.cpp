@@ -227,7 +227,10 @@ void PlayerPanel::UpdateFromComponent(QString const &name)
         return;
     QByteArray const param = name.toUtf8();
     if (auto *const edit = findChild<QLineEdit *>(link.controlName)) {
-        edit->setText(valueText(link.component, param.constData(), link.format, 256));
+        // What is being typed stays, to be written once it is finished, and so does a selection in what is up to date.
+        QString const text = valueText(link.component, param.constData(), link.format, 256);
+        if (text != edit->text() && !(edit->hasFocus() && edit->isModified()))
+            edit->setText(text);
     } else if (auto *const combo = findChild<QComboBox *>(link.controlName)) {
         long value = 0;
         link.component->GetParamInt(param.constData(), &value);
@@ -295,8 +298,10 @@ void PlayerPanel::UpdateByTimer()
 
 // There is no mark of a refresh by the program, and none is needed: setText does not end an edit, and setChecked tells
 // only of real changes.
-ParamLink PlayerPanel::SenderLink(QObject const *control) const
+ParamLink PlayerPanel::SenderLink(QObject *control) const
 {
+    if (auto *const edit = qobject_cast<QLineEdit *>(control))
+        edit->setModified(false); // refreshed again from now on
     return control && !isModal() ? GetParamForControl(control->objectName()) : ParamLink();
 }
 

@@ -78,7 +78,8 @@ public:
     // The first living panel of that action, or null.
     static PlayerPanel *GetPanel(QString const &actionName);
 
-    // Refreshes the widget of one parameter, or of all for an empty name.
+    // Refreshes the widget of one parameter, or of all for an empty name. A field that is being typed into is left
+    // alone.
     void UpdateFromComponent(QString const &name);
     // The same at the next tick. Any thread; the GUI thread for an empty name.
     void UpdateFromComponentAsync(QString const &name);
@@ -112,7 +113,7 @@ protected:
 
 private:
     static bool IsAlive(PlayerPanel *panel);
-    ParamLink SenderLink(QObject const *control) const;
+    ParamLink SenderLink(QObject *control) const;
     void LinkEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component,
                   void (PlayerPanel::*changed)());
 

@@ -263,6 +263,11 @@ TovComponent *Session::GetImgProcessor()
     return m_imgProcessor;
 }
 
+ImgProcessor *Session::GetAnalysis()
+{
+    return m_imgProcessor;
+}
+
 TovComponent *Session::GetImageWriter()
 {
     return m_writer.get();

@@ -44,6 +44,7 @@ public:
     TovComponent *GetImageWriter();
     TovComponent *GetImageSerializer();
     DisplayView *GetDisplayView();
+    ImgProcessor *GetAnalysis();
     SessionState GetState() const; // all ones until the machine has entered Idle
     TovCam::Device *GetDevice() const;
     QSettings *GetSettings() const;

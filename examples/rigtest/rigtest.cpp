@@ -1,10 +1,12 @@
 #include "rigtest.h"
 
+#include "tovcamera.h"
 #include "tovmisc.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDir>
+#include <QLineEdit>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPixmap>
@@ -42,6 +44,11 @@ double numberOf(TovComponent *component, char const *key)
     return value;
 }
 
+QDir outputFolder()
+{
+    return QDir(QDir(qEnvironmentVariable("TOVSCOPE_RIGTEST_DIR", QStringLiteral("."))).absolutePath());
+}
+
 // The engines of a session are its children; the grabber is the one that counts frames.
 TovComponent *findGrabber(TovComponent *session)
 {
@@ -61,15 +68,20 @@ TovComponent *findGrabber(TovComponent *session)
 
 RigTest::RigTest()
     : m_frames(environmentNumber("TOVSCOPE_RIGTEST_FRAMES", 100)),
-      m_timeout(1000 * environmentNumber("TOVSCOPE_RIGTEST_TIMEOUT", 30))
+      m_timeout(1000 * environmentNumber("TOVSCOPE_RIGTEST_TIMEOUT", 30)),
+      m_series(environmentNumber("TOVSCOPE_RIGTEST_RECORD", 0))
 {
     connect(&m_poll, &QTimer::timeout, this, &RigTest::Poll);
 }
 
-bool RigTest::Attach(QMainWindow *window, TovCam::Device *)
+bool RigTest::Attach(QMainWindow *window, TovCam::Device *device)
 {
     m_window = window;
-    return true;
+    if (m_series == 0)
+        return true;
+    m_device = device;
+    Run();
+    return false;
 }
 
 void RigTest::SetComponents(TovComponent *session, TovComponent *, TovComponent *)
@@ -128,6 +140,11 @@ void RigTest::RunAutoEvaluation()
         Fail(tr("there is no camera"));
         return;
     }
+    Run();
+}
+
+void RigTest::Run()
+{
     m_step = Step::Start;
     m_time.start();
     m_poll.start(PollInterval);
@@ -141,41 +158,92 @@ void RigTest::Poll()
         return;
     }
     if (m_time.hasExpired(m_timeout)) {
-        Report();
+        if (m_grabber)
+            Report();
         Fail(tr("time-out"));
         return;
     }
     switch (m_step) {
     case Step::Start: // the action is enabled once the session stands idle
         if (Trigger("actionPlay"))
-            m_step = Step::Frames;
+            m_step = m_series == 0 ? Step::Frames : Step::Record;
+        break;
+    case Step::Record: // as soon as the camera runs
+        if (!IsEnabled("actionRecord"))
+            break;
+        SetOutputFolder();
+        Trigger("actionRecord");
+        m_step = Step::Series;
+        break;
+    case Step::Series:
+        if (SeriesFiles().size() < m_series)
+            break;
+        Trigger("actionStop"); // the recording
+        SaveScreenshot("tovscope-recording.png");
+        if (ReportSeries() && Trigger("actionStop")) // the camera
+            m_step = Step::Stop;
+        else
+            Fail(tr("the series is not whole"));
         break;
     case Step::Frames:
         if (integerOf(m_grabber, "FramesAcquired") < m_frames)
             break;
         Report();
-        SaveScreenshot();
+        SaveScreenshot("tovscope-demo.png");
         if (Trigger("actionStop"))
             m_step = Step::Stop;
         else
             Fail(tr("the acquisition cannot be stopped"));
         break;
-    case Step::Stop: {
-        auto const *const play = m_window->findChild<QAction *>(QStringLiteral("actionPlay"));
-        if (play && play->isEnabled())
+    case Step::Stop:
+        if (IsEnabled("actionPlay"))
             Finish(0);
         break;
     }
-    }
+}
+
+bool RigTest::IsEnabled(char const *name) const
+{
+    auto const *const action = m_window->findChild<QAction *>(QString::fromLatin1(name));
+    return action && action->isEnabled();
 }
 
 bool RigTest::Trigger(char const *name)
 {
-    auto *const action = m_window->findChild<QAction *>(QString::fromLatin1(name));
-    if (!action || !action->isEnabled())
+    if (!IsEnabled(name))
         return false;
-    action->trigger();
+    m_window->findChild<QAction *>(QString::fromLatin1(name))->trigger();
     return true;
+}
+
+// As if typed into the capture panel.
+void RigTest::SetOutputFolder()
+{
+    if (auto *const folder = m_window->findChild<QLineEdit *>(QStringLiteral("edFolderName"))) {
+        folder->setText(outputFolder().filePath(QStringLiteral("series")));
+        emit folder->editingFinished();
+    }
+}
+
+QStringList RigTest::SeriesFiles() const
+{
+    return QDir(outputFolder().filePath(QStringLiteral("series"))).entryList({QStringLiteral("*.raw")}, QDir::Files);
+}
+
+// What the program counts as saved has to be there.
+bool RigTest::ReportSeries()
+{
+    QStringList const files = SeriesFiles();
+    auto const *const saved = m_window->findChild<QLineEdit *>(QStringLiteral("edFramesSaved"));
+    TovCam::ParamArray *const camera = m_device->GetCameraParameters(nullptr);
+    char const *const pixels = camera->GetEnumValueStr("PixelFormat", nullptr);
+    say(tr("Recorded    %1 frames of %2 x %3 %4, %5 to %6")
+            .arg(saved ? saved->text() : QString())
+            .arg(camera->GetIntegerValue("Width", nullptr))
+            .arg(camera->GetIntegerValue("Height", nullptr))
+            .arg(QString::fromUtf8(pixels ? pixels : ""), files.value(0), files.value(files.size() - 1)));
+    say(tr("Series      %1").arg(outputFolder().filePath(QStringLiteral("series"))));
+    return saved && saved->text().toLongLong() == files.size();
 }
 
 void RigTest::Report()
@@ -192,10 +260,9 @@ void RigTest::Report()
     say(tr("Throughput  %1 MB/s").arg(numberOf(m_grabber, "Speed"), 0, 'f', 1));
 }
 
-void RigTest::SaveScreenshot()
+void RigTest::SaveScreenshot(char const *name)
 {
-    QDir const folder(qEnvironmentVariable("TOVSCOPE_RIGTEST_DIR", QStringLiteral(".")));
-    QString const file = QDir::cleanPath(folder.absoluteFilePath(QStringLiteral("tovscope-demo.png")));
+    QString const file = outputFolder().filePath(QString::fromLatin1(name));
     if (m_window->grab().save(file))
         say(tr("Screenshot  %1").arg(file));
     else

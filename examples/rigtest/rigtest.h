@@ -1,4 +1,6 @@
-// An example of an evaluation plug-in: takes a number of frames unattended, reports, and quits.
+// An example of an evaluation plug-in: takes a number of frames unattended, reports, and quits. Or records a short
+// series: a program with a plug-in attached gives it the frames and writes none, so for that it declines to be
+// attached, and does at the window what an operator would.
 //
 // Threads: everything on the GUI thread, but for NeedNextFrame and ProcessBuffer, which the recording thread calls and
 // which touch the atomic counter only.
@@ -9,6 +11,7 @@
 #include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
+#include <QStringList>
 #include <QTimer>
 
 #include <atomic>
@@ -38,21 +41,28 @@ public:
     void SetComponents(TovComponent *session, TovComponent *display, TovComponent *imageProcessor) override;
 
 private:
-    enum class Step { Start, Frames, Stop };
+    enum class Step { Start, Frames, Record, Series, Stop };
 
     void Poll();
     bool Trigger(char const *action);
+    void Run();
+    bool IsEnabled(char const *action) const;
+    void SetOutputFolder();
+    QStringList SeriesFiles() const;
     void Report();
-    void SaveScreenshot();
+    bool ReportSeries();
+    void SaveScreenshot(char const *name);
     void Fail(QString const &why);
     void Finish(int exitCode);
 
     QPointer<QMainWindow> m_window;
-    TovComponent *m_grabber = nullptr; // valid between SetComponents and Detach
+    TovCam::Device *m_device = nullptr; // of the camera that is recorded from
+    TovComponent *m_grabber = nullptr;  // valid between SetComponents and Detach
     QTimer m_poll;
     QElapsedTimer m_time;
     Step m_step = Step::Start;
     std::int64_t m_frames;  // to wait for
     std::int64_t m_timeout; // ms
+    std::int64_t m_series;  // frames to record; 0 evaluates instead
     std::atomic<std::int64_t> m_processed{0};
 };

@@ -217,8 +217,10 @@ TEST_F(Manager, EnablesActionsByState)
     Action("Play")->trigger();
     ASSERT_TRUE(Reaches(SessionStateAcquisition));
     EXPECT_EQ(Enabled(), "SaveConfiguration Connect Stop Record Snap ZoomIn About Settings ");
-    emit Current()->signalStartCapturing();
-    ASSERT_TRUE(Reaches(SessionStateCapturing));
+    for (SessionState const state : {SessionStateCapturing, SessionStateAcquisition, SessionStateCapturing}) {
+        Action("Record")->trigger();
+        ASSERT_TRUE(Reaches(state));
+    }
     EXPECT_EQ(Enabled(), "SaveConfiguration Connect Stop Record ZoomIn Settings ");
     EXPECT_FALSE(Action("Record")->isChecked());
     EXPECT_EQ(Title(), "TovScope -  bench [Scripted, SN:0042]");
@@ -226,6 +228,13 @@ TEST_F(Manager, EnablesActionsByState)
     // From capturing the first press stops the recording, the second the camera.
     Action("Stop")->trigger();
     ASSERT_TRUE(Reaches(SessionStateAcquisition));
+    QTemporaryDir const folder;
+    Current()->GetImageWriter()->SetParamString("FilePath", folder.path().toUtf8().constData());
+    Action("Snap")->trigger();
+    ASSERT_TRUE(Reaches(SessionStateCapturing));
+    ASSERT_TRUE(m_device.stream.Push({42, 1}));
+    ASSERT_TRUE(Reaches(SessionStateAcquisition));
+    EXPECT_TRUE(QFile::exists(folder.filePath(QStringLiteral("image_00000042.raw"))));
     Action("Stop")->trigger();
     ASSERT_TRUE(Reaches(SessionStateIdle));
     Action("Disconnect")->trigger();

@@ -1,6 +1,7 @@
 // The program as a whole, as it is started from a shell.
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QProcess>
@@ -53,6 +54,22 @@ TEST_F(Program, RunsUnattendedAndLeavesAScreenshotOfTheLivePicture)
     for (int x = 100; x < screenshot.width() - 100; x += 3)
         colours.insert(screenshot.pixel(x, screenshot.height() / 2));
     EXPECT_GT(colours.size(), 20) << "no picture in the middle of the window";
+}
+
+TEST_F(Program, RecordsASeriesUnattended)
+{
+    qputenv("TOVSCOPE_RIGTEST_RECORD", "4");
+    bool const ended = Run(QStringLiteral(TOV_PROGRAM), "1", "60", 90000);
+    qunsetenv("TOVSCOPE_RIGTEST_RECORD");
+    ASSERT_TRUE(ended) << m_output;
+    EXPECT_EQ(m_process.exitCode(), 0);
+    auto const files = QDir(m_folder.filePath(QStringLiteral("series"))).entryInfoList(QDir::Files);
+    EXPECT_GE(files.size(), 4);
+    for (QFileInfo const &file : files)
+        EXPECT_EQ(file.size(), 2048 * 1536) << file.fileName().toStdString();
+    EXPECT_NE(m_output.find("Recorded    " + std::to_string(files.size()) + " frames of 2048 x 1536 Mono8"),
+              std::string::npos)
+        << m_output;
 }
 
 TEST_F(Program, WithoutItsFramesAnUnattendedRunFailsAndABrokenLogFileIsNoHindrance)

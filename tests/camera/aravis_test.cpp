@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <thread>
 
@@ -134,6 +135,30 @@ TEST_F(AravisTest, LetsGoOfACameraThatDiedUnnoticed)
         RunningCamera(m_device).ForFrames(releaseQueue ? 100 : 1, [](auto &) { std::this_thread::sleep_for(50ms); });
         Close();
     }
+}
+
+// The node map outlives the device for whoever holds it, and a camera that has died is asked once, by one thread.
+TEST_F(AravisTest, ReleaseDoesNotWaitForASlowAccess)
+{
+    StartCamera();
+    std::uint32_t const width = FindFeature(m_nodes, "Width");
+    m_camera->Kill();
+    TovCam::ParamArray *const nodes = m_nodes;
+    auto slow = std::async(std::launch::async, [nodes, width, hold = nodes->Hold()] {
+        TovCam::FeatureState state;
+        std::int32_t const status = nodes->ReadFeature(width, &state);
+        return status != 0 ? status : state.valueStatus;
+    });
+    EXPECT_EQ(slow.wait_for(300ms), std::future_status::timeout);
+    std::shared_ptr<void> const hold = nodes->Hold();
+    auto const begin = std::chrono::steady_clock::now();
+    Close();
+    TovCam::FeatureState state;
+    EXPECT_EQ(nodes->ReadFeature(width, &state), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1000ms);
+    EXPECT_NE(slow.get(), 0);
+    StartCamera(); // back, while the old connection is still being buried
+    EXPECT_GT(m_nodes->GetIntegerValue("Width", nullptr), 0);
 }
 
 TEST_F(AravisTest, GivesThePictureAndTicksOfTheCamerasClock)

@@ -2,9 +2,9 @@
 
 #include "displayview.h"
 #include "fakecamera.h"
+#include "fakehost.h"
 #include "fakeserializer.h"
 #include "imgprocessor.h"
-#include "rigtestplugin.h"
 
 #include <gtest/gtest.h>
 
@@ -413,20 +413,10 @@ TEST_F(Writer, AccountsForEveryFrameWhateverHappens)
     EXPECT_EQ(ledger.saved + ledger.failed, 9);
 }
 
-class EvaluationPlugin : public RigTestPlugin
+class EvaluationPlugin : public FakePlugin
 {
 public:
-    EvaluationPlugin()
-    {
-        RigTestSlot() = this;
-    }
-    ~EvaluationPlugin() override
-    {
-        RigTestSlot() = nullptr;
-    }
-    FAKE_GIVES(void ShowPanel(QMainWindow *, int, int), void());
-    FAKE_GIVES(void Detach(QMainWindow *), void());
-    FAKE_GIVES(bool Attach(QMainWindow *, TovCam::Device *), true);
+    using FakePlugin::FakePlugin;
     void ProcessBuffer(TovCam::Buffer *buffer) override
     {
         if (buffer->GetFrameID() == 13)
@@ -439,18 +429,10 @@ public:
         *wantsNewest = newest;
         while (hold)
             std::this_thread::sleep_for(1ms);
-        return ids.size() < wanted;
+        return ids.size() < 3;
     }
-    FAKE_GIVES(void Reserved1(), void());
-    FAKE_GIVES(void Reserved2(), void());
-    FAKE_GIVES(void OnStartCapturing(), void());
-    FAKE_GIVES(void OnStop(), void());
-    FAKE_GIVES(void PrepareToAcquition(), void());
-    FAKE_GIVES(void RunAutoEvaluation(), void());
-    FAKE_GIVES(void SetComponents(TovComponent *, TovComponent *, TovComponent *), void());
 
     std::atomic<bool> newest{false}, hold{true};
-    std::atomic<std::size_t> wanted{3};
     std::vector<std::uint64_t> ids; // recording thread
 };
 
@@ -463,7 +445,7 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
     } const rows[] = {{false, {1, 2, 4}}, {true, {6, 5, 4}}};
     Run();
     for (auto const &row : rows) {
-        EvaluationPlugin plugin;
+        EvaluationPlugin plugin(device.script);
         plugin.newest = row.newest;
         evaluated = 0;
         Record();
@@ -487,7 +469,7 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
         fifo.ReleaseBuffer(left);
     }
     {
-        EvaluationPlugin plugin;
+        EvaluationPlugin plugin(device.script);
         evaluated = 0;
         plugin.hold = false;
         Record();

@@ -2,15 +2,13 @@
 #include "session.h"
 
 #include "displayview.h"
+#include "fakehost.h"
 #include "imagewriter.h"
-#include "sessionhost.h"
 
 #include "tovcamera.h"
 
 #include <QDir>
 #include <QFile>
-#include <QMainWindow>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -22,7 +20,6 @@
 
 #include <cstdio>
 #include <memory>
-#include <optional>
 
 namespace {
 
@@ -42,37 +39,6 @@ bool const s_mayMount = [] {
     return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && writeText("/proc/self/setgroups", "deny") &&
            writeText("/proc/self/uid_map", "0 " + user + " 1") && writeText("/proc/self/gid_map", "0 " + group + " 1");
 }();
-
-class Host final : public SessionHost
-{
-public:
-    QSettings *GetSessionSettings(QString const &name) override
-    {
-        m_settings.emplace(m_folder.filePath(name + QStringLiteral(".ini")), QSettings::IniFormat);
-        return &*m_settings;
-    }
-    bool AddDisplayWidget(QWidget *widget) override
-    {
-        widget->setParent(&m_window);
-        return true;
-    }
-    bool RemoveDisplayWidget(QWidget *) override
-    {
-        return true;
-    }
-    void setCoordinatesAndValue(int, int, int, int, int) override
-    {
-    }
-    QMainWindow *GetMainWindow() override
-    {
-        return &m_window;
-    }
-
-private:
-    QMainWindow m_window;
-    QTemporaryDir m_folder;
-    std::optional<QSettings> m_settings;
-};
 
 class Recording : public testing::TestWithParam<unsigned int>
 {
@@ -143,7 +109,8 @@ protected:
     TovCam::System *system = TovCam_GetSystem();
     TovCam::Device *device = nullptr; // the session's, which lives as long
     TovCam::ParamArray *nodes = nullptr;
-    Host host;
+    FakeScript script;
+    FakeHost host{script};
     QTemporaryDir folder;
     std::unique_ptr<Session> session;
 };

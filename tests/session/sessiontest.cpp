@@ -1,82 +1,20 @@
 #include "session.h"
 #include "displayview.h"
 #include "fakecamera.h"
+#include "fakehost.h"
 #include "fakeserializer.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
-#include "rigtestplugin.h"
-#include "sessionhost.h"
 #include "tovscopeexception.h"
 
 #include <QApplication>
-#include <QMainWindow>
 #include <QMessageBox>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
 #include <gtest/gtest.h>
 
-#include <optional>
-
 namespace {
-
-// What the host and the plug-in are called for are steps of the camera's script.
-class Host : public SessionHost
-{
-public:
-    explicit Host(FakeScript &script) : m_script(script)
-    {
-    }
-    QSettings *GetSessionSettings(QString const &name) override
-    {
-        m_settings.emplace(m_folder.filePath(name + QStringLiteral(".ini")), QSettings::IniFormat);
-        return &*m_settings;
-    }
-    bool AddDisplayWidget(QWidget *widget) override
-    {
-        widget->setParent(&window);
-        return m_script.Run("AddDisplayWidget") == 0;
-    }
-    FAKE_GIVES(bool RemoveDisplayWidget(QWidget *), m_script.Run("RemoveDisplayWidget") == 0);
-    FAKE_GIVES(void setCoordinatesAndValue(int, int, int, int, int), void());
-    FAKE_GIVES(QMainWindow *GetMainWindow(), &window);
-
-    QMainWindow window;
-
-private:
-    FakeScript &m_script;
-    QTemporaryDir m_folder;
-    std::optional<QSettings> m_settings;
-};
-
-class Plugin : public RigTestPlugin
-{
-public:
-    explicit Plugin(FakeScript &script) : m_script(script)
-    {
-        RigTestSlot() = this;
-    }
-    ~Plugin() override
-    {
-        RigTestSlot() = nullptr;
-    }
-    FAKE_GIVES(void ShowPanel(QMainWindow *, int, int), void());
-    FAKE_GIVES(void Detach(QMainWindow *), void());
-    FAKE_GIVES(bool Attach(QMainWindow *, TovCam::Device *), true);
-    FAKE_GIVES(void ProcessBuffer(TovCam::Buffer *), void());
-    FAKE_GIVES(bool NeedNextFrame(bool *), false);
-    FAKE_GIVES(void Reserved1(), void());
-    FAKE_GIVES(void Reserved2(), void());
-    FAKE_GIVES(void OnStartCapturing(), void(m_script.Run("OnStartCapturing")));
-    FAKE_GIVES(void OnStop(), void(m_script.Run("OnStop")));
-    FAKE_GIVES(void PrepareToAcquition(), void(m_script.Run("PrepareToAcquition")));
-    FAKE_GIVES(void RunAutoEvaluation(), void());
-    FAKE_GIVES(void SetComponents(TovComponent *, TovComponent *, TovComponent *), void());
-
-private:
-    FakeScript &m_script;
-};
 
 class SessionTest : public testing::Test
 {
@@ -132,7 +70,7 @@ protected:
     }
 
     FakeDevice device;
-    Host host{device.script};
+    FakeHost host{device.script};
     std::unique_ptr<Session> session;
     std::vector<SessionState> states; // at each signalUpdateGui
     std::vector<int> errors;
@@ -182,7 +120,7 @@ TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
 
 TEST_F(SessionTest, StartsCapturesAndStopsInOrder)
 {
-    Plugin const plugin(device.script);
+    FakePlugin const plugin(device.script);
     Connect();
     emit session->signalStartAcquisition();
     EXPECT_EQ(device.script.TakeLog(), "PrepareToAcquition; " START_LOG);
@@ -317,7 +255,7 @@ TEST_F(SessionTest, WhatAnExceptionLeftRunningIsStoppedBeforeTheNextStartOrTheEn
 
 TEST_F(SessionTest, AFailingPluginLeavesTheMachineInCapturing)
 {
-    Plugin const plugin(device.script);
+    FakePlugin const plugin(device.script);
     Connect();
     GoTo(SessionStateAcquisition);
     device.script.At("OnStartCapturing", [] { throw 42; });

@@ -2,10 +2,15 @@
 // watched, lost, and found again.
 #include "fakegige.h"
 #include "paneltour.h"
+#include "recordingtour.h"
+
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
+#include <optional>
 
 namespace {
 
@@ -81,6 +86,22 @@ TEST_F(FakeGigE, IncompleteFramesAreCountedAndNotShown)
         hands.Stop(robot);
         hands.Disconnect(robot);
     });
+}
+
+TEST_F(FakeGigE, IsRecordedFrom)
+{
+    QTemporaryDir const folder;
+    std::optional<RecordingTour> tour;
+    Operator::Run([&](Robot &robot, Operator &hands) {
+        auto camera = std::make_unique<FakeGigECamera>();
+        tour.emplace(robot, hands, FakeGigECamera::Serial, folder.path());
+        tour->Connect();
+        tour->RecordsSnapsAndRecordsAgain();
+        tour->OutlivesTheEndOfTheConnection([&] { camera->Kill(); },
+                                            [&] { camera = std::make_unique<FakeGigECamera>(); });
+        tour->ClosesTheWindow();
+    });
+    tour->FilesAreWhole();
 }
 
 } // namespace

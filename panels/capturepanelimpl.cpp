@@ -1,0 +1,292 @@
+#include "capturepanelimpl.h"
+
+#include "imagewriter.h"
+#include "panelhost.h"
+#include "session.h"
+
+#include <QDir>
+#include <QFileDialog>
+#include <QMainWindow>
+#include <QPointer>
+
+#include <algorithm>
+#include <initializer_list>
+#include <vector>
+
+namespace {
+
+constexpr int Period = 1000; // milliseconds
+constexpr unsigned int FolderSize = 32000;
+constexpr double UnknownFps = 11.1;
+constexpr double LeastFps = 0.1;
+QString const WidestCount = QStringLiteral("00000000"); // what a counter has room for
+
+void showAll(std::initializer_list<QWidget *> widgets, bool visible)
+{
+    for (QWidget *const widget : widgets)
+        widget->setVisible(visible);
+}
+
+} // namespace
+
+QString const CapturePanelImpl::kReset = QStringLiteral("Reset");
+QString const CapturePanelImpl::kAddPcDateAndTime = QStringLiteral("Add PC Date and Time");
+QString const CapturePanelImpl::kAddPcTimestamp = QStringLiteral("Add PC Timestamp");
+QString const CapturePanelImpl::kAddImageId = QStringLiteral("Add Image ID");
+QString const CapturePanelImpl::kAddImageTimestamp = QStringLiteral("Add Image Timestamp");
+
+CapturePanelImpl::CapturePanelImpl(QMainWindow *window, PanelHost *host)
+    : PlayerPanel(window, QStringLiteral("actionCapture"), Period),
+      m_host(host)
+{
+    setupUi(this);
+    SetUpForm();
+    setFloating(false);
+    m_mainWindow->addDockWidget(Qt::BottomDockWidgetArea, this);
+
+    connect(btnRecord, &QToolButton::clicked, this, [this] { Ask(&PanelHost::startStopCapture); });
+    connect(btnSnap, &QToolButton::clicked, this, [this] { Ask(&PanelHost::snapNextImage); });
+    connect(btnCaptOptions, &QToolButton::clicked, this, [this] { Ask(&PanelHost::captureOptionsDlg); });
+    connect(btnFolderSelect, &QToolButton::clicked, this, &CapturePanelImpl::FolderSelect);
+    connect(cbFileFormat, qOverload<int>(&QComboBox::activated), this, &CapturePanelImpl::FileFormatChanged);
+    connect(cbCompressor, qOverload<int>(&QComboBox::activated), this, &CapturePanelImpl::CompressorChanged);
+    connect(btnGetFpsFromCamera, &QToolButton::clicked, this, &CapturePanelImpl::GetFpsFromCamera);
+    connect(btnCompressorOptions, &QToolButton::clicked, this, &CapturePanelImpl::ShowCompressorOptions);
+    connect(btnFileName, &QToolButton::clicked, this, &CapturePanelImpl::ShowNameTemplatesMenu);
+    connect(btnMovieTemplate, &QToolButton::clicked, this, &CapturePanelImpl::ShowNameTemplatesMenu);
+
+    TakeComponents(host->GetSession());
+    FillFormats();
+    FillCompressors();
+    BuildNameMenu();
+}
+
+void CapturePanelImpl::SetUpForm()
+{
+    for (QLineEdit *const counter : {edFramesAcquired, edFramesSaved, edFramesDroppedHW, edFramesDroppedSW,
+                                     edBuferQueueFilling, edBuferQueueSize, edJpgQuality, edFPS}) {
+        QMargins const text = counter->textMargins() + counter->contentsMargins();
+        int const frame = 2 * (counter->style()->pixelMetric(QStyle::PM_DefaultFrameWidth, nullptr, counter) + 3);
+        counter->setFixedWidth(counter->fontMetrics().horizontalAdvance(WidestCount) + text.left() + text.right() +
+                               frame);
+    }
+    for (QToolButton *const button : {btnSnap, btnRecord})
+        button->setToolTip(
+            QStringLiteral("%1 (%2)").arg(button->toolTip(), button->shortcut().toString(QKeySequence::NativeText)));
+}
+
+void CapturePanelImpl::TakeComponents(Session *session)
+{
+    m_session = session;
+    m_writer = session->GetImageWriter();
+    m_serializer = session->GetImageSerializer();
+    m_grabber = session->GetGrabber();
+}
+
+// The writer can do more; this list is where further formats are offered. A stored format that is not offered gives way
+// to the first one.
+void CapturePanelImpl::FillFormats()
+{
+    cbFileFormat->addItem(tr("RAW File"), qlonglong{ImageWriter::FormatRaw});
+    long format = ImageWriter::FormatRaw;
+    m_writer->GetParamInt("FileFormat", &format);
+    int const index = std::max(cbFileFormat->findData(qlonglong{format}), 0);
+    cbFileFormat->setCurrentIndex(index);
+    FileFormatChanged(index);
+}
+
+// The serializer is asked how much it has to tell, and no more: the list is this one, whatever it would be. Meant.
+void CapturePanelImpl::FillCompressors()
+{
+    if (m_serializer) {
+        char nothing = 0;
+        unsigned int length = 0;
+        m_serializer->GetParamString("movie.compressors", &nothing, &length);
+    }
+    m_compressors = QStringLiteral("Uncompressed").split(QLatin1Char('|'), Qt::KeepEmptyParts);
+    for (int i = 0; i < m_compressors.size(); ++i)
+        cbCompressor->addItem(m_compressors[i], i);
+    CompressorChanged(0);
+}
+
+void CapturePanelImpl::BuildNameMenu()
+{
+    m_nameMenu.addAction(kReset);
+    m_nameMenu.addSeparator();
+    m_nameMenu.addAction(kAddPcDateAndTime);
+    m_nameMenu.addAction(kAddPcTimestamp);
+    m_nameMenu.addSeparator();
+    m_nameMenu.addAction(kAddImageId);
+    m_nameMenu.addAction(kAddImageTimestamp);
+    connect(&m_nameMenu, &QMenu::triggered, this, &CapturePanelImpl::OnNameTemplatesMenu);
+}
+
+void CapturePanelImpl::SetCurrentSession(Session *session)
+{
+    TakeComponents(session);
+    SetupCtlParams();
+    UpdateAll();
+}
+
+// "NormalizedTiff" has no link: its box does not reach it. That is meant.
+void CapturePanelImpl::SetupCtlParams()
+{
+    AddIntegerEdit(edBuferQueueSize, "QueueSize", nullptr, m_grabber);
+    AddFloatEdit(edFPS, "MovieFPS", "%.1f", m_writer);
+    AddIntegerEdit(edFramesAcquired, "CaptureFramesAcquired", nullptr, m_writer);
+    AddIntegerEdit(edFramesDroppedHW, "CaptureFramesDroppedHW", nullptr, m_writer);
+    AddIntegerEdit(edFramesDroppedSW, "CaptureFramesDroppedSW", nullptr, m_writer);
+    AddIntegerEdit(edFramesSaved, "FramesSaved", nullptr, m_writer);
+    AddIntegerEdit(edBuferQueueFilling, "QueueFilled", nullptr, m_grabber);
+    AddIntegerEdit(edJpgQuality, "JpgQuality", nullptr, m_writer);
+    AddStringEdit(edFileName, "ImageName", m_writer);
+    AddStringEdit(edMovieFileName, "MovieName", m_writer);
+    AddStringEdit(edFolderName, "FilePath", m_writer);
+}
+
+void CapturePanelImpl::UpdateAll()
+{
+    UpdateFromComponent(QString());
+    SessionState const state = m_session->GetState();
+    // A session whose machine has not started yet has a state beyond the table.
+    auto const enabled = [state](char const *action) {
+        return state >= SessionStateDisconnected && state <= SessionStateCapturing &&
+               PanelHost::s_stateMap.value(QString::fromLatin1(action)).enabled[state];
+    };
+    btnRecord->setEnabled(enabled("actionRecord"));
+    btnSnap->setEnabled(enabled("actionSnap"));
+    btnCaptOptions->setEnabled(false); // in every state: there are no options yet
+    btnRecord->setChecked(state == SessionStateCapturing);
+}
+
+void CapturePanelImpl::FinishEditing()
+{
+    for (QLineEdit *const edit : {edFolderName, edFileName, edMovieFileName, edJpgQuality, edFPS}) {
+        if (edit->hasFocus())
+            emit edit->editingFinished();
+    }
+}
+
+// A click has checked the button already, whether or not the recording starts. A message may be shown meanwhile, and
+// the panel go.
+void CapturePanelImpl::Ask(void (PanelHost::*action)())
+{
+    QPointer<CapturePanelImpl> const alive(this);
+    (m_host->*action)();
+    if (alive)
+        btnRecord->setChecked(m_session->GetState() == SessionStateCapturing);
+}
+
+bool CapturePanelImpl::IsMovie() const
+{
+    return m_fileFormat == ImageWriter::FormatAvi || m_fileFormat == ImageWriter::FormatTvm;
+}
+
+void CapturePanelImpl::FileFormatChanged(int n)
+{
+    m_fileFormat = cbFileFormat->itemData(n).toLongLong();
+    showAll({imageFileNameWidget}, !IsMovie());
+    showAll({movieFileNameWidget}, IsMovie());
+    m_writer->SetParamInt("FileFormat", static_cast<long>(m_fileFormat));
+    showAll({chNormalizedTif}, m_fileFormat == ImageWriter::FormatTif);
+    showAll({labelJpgQual, edJpgQuality}, m_fileFormat == ImageWriter::FormatJpg);
+    showAll({labelFPS, edFPS, btnGetFpsFromCamera, labelCompressor, cbCompressor, btnCompressorOptions},
+            m_fileFormat == ImageWriter::FormatAvi);
+    // Before the panel is shown, a layout inside a layout does not learn of it by itself.
+    for (QLayout *const part : {static_cast<QLayout *>(formatRow), static_cast<QLayout *>(compressorRow),
+                                static_cast<QLayout *>(filesLayout)})
+        part->invalidate();
+    groupBox_3->updateGeometry();
+}
+
+void CapturePanelImpl::CompressorChanged(int sel)
+{
+    int const index = cbCompressor->itemData(sel).toInt();
+    long options = 0;
+    if (m_serializer && index >= 0 && index < m_compressors.size()) {
+        m_serializer->SetParamString("movie.compressor", m_compressors[index].toUtf8().constData());
+        m_serializer->GetParamInt("movie.options", &options);
+    }
+    btnCompressorOptions->setEnabled(options == 1);
+}
+
+void CapturePanelImpl::ShowCompressorOptions()
+{
+}
+
+void CapturePanelImpl::GetFpsFromCamera()
+{
+    double fps = UnknownFps;
+    m_grabber->GetParamFloat("FpsInst", &fps);
+    m_writer->SetParamFloat("MovieFPS", std::max(fps, LeastFps));
+}
+
+// At the button of the image's name for both.
+void CapturePanelImpl::ShowNameTemplatesMenu()
+{
+    m_nameMenu.popup(btnFileName->mapToGlobal(QPoint(btnFileName->width() - 1, 0)));
+}
+
+void CapturePanelImpl::OnNameTemplatesMenu(QAction *in)
+{
+    QLineEdit *const target = IsMovie() ? edMovieFileName : edFileName;
+    QString const caption = in->text();
+    if (caption == kReset)
+        target->setText(IsMovie() ? QStringLiteral("movie") : QStringLiteral("image_${image.id}"));
+    else if (caption == kAddPcDateAndTime)
+        target->setText(target->text() + QStringLiteral("${date:%Y-%b-%d}_${time:%H%M%S_%fff}"));
+    else if (caption == kAddPcTimestamp)
+        target->setText(target->text() + QStringLiteral("${date:%Y%m%d}_${time}"));
+    else if (caption == kAddImageId)
+        target->setText(target->text() + QStringLiteral("#${image.id}"));
+    else if (caption == kAddImageTimestamp)
+        target->setText(target->text() + QStringLiteral("${image.time}"));
+    emit target->editingFinished(); // which carries it into the parameter
+}
+
+void CapturePanelImpl::FolderSelect()
+{
+    std::vector<char> text(FolderSize);
+    unsigned int size = FolderSize;
+    m_writer->GetParamString("FilePath", text.data(), &size);
+    QString const folder = QString::fromUtf8(text.data());
+
+    QPointer<CapturePanelImpl> const alive(this); // the camera may be lost while the dialog is open
+    QFileDialog dialog(m_mainWindow, tr("Folder for recordings"), folder);
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED // it comes down to Directory with the option below
+        dialog.setFileMode(QFileDialog::DirectoryOnly);
+    QT_WARNING_POP
+    dialog.setOption(QFileDialog::ShowDirsOnly);
+    if (dialog.exec() != QDialog::Accepted || !alive)
+        return;
+    // A folder that was selected, but not entered, is meant as well.
+    QStringList const chosen = dialog.selectedFiles();
+    if (!chosen.isEmpty())
+        dialog.setDirectory(chosen.first());
+    QString const path = dialog.directory().absolutePath();
+    if (path != folder)
+        m_writer->SetParamString("FilePath", path.toLocal8Bit().constData());
+}
+
+// Side by side where there is room for it, as at the bottom of the window; below each other in a narrow place.
+void CapturePanelImpl::resizeEvent(QResizeEvent *event)
+{
+    PlayerPanel::resizeEvent(event);
+    bool const wide = width() >= SizeSideBySide().width();
+    groupsLayout->setDirection(wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+}
+
+QSize CapturePanelImpl::SizeSideBySide() const
+{
+    QMargins const margins = groupsLayout->contentsMargins();
+    QSize const left = recordingColumn->minimumSize();
+    QSize const right = filesLayout->minimumSize();
+    return {margins.left() + left.width() + groupsLayout->spacing() + right.width() + margins.right(),
+            margins.top() + std::max(left.height(), right.height()) + margins.bottom()};
+}
+
+QSize CapturePanelImpl::sizeHint() const
+{
+    return PlayerPanel::sizeHint() - scrollArea->sizeHint() + SizeSideBySide();
+}

@@ -1,0 +1,70 @@
+// What the operator records with: snap and record, the counters of the recording, where its files go and what they are
+// called, and their format. It records nothing by itself: its widgets show parameters of the writer and of the grabbing
+// FIFO, and its buttons are the host's. GUI thread only.
+#pragma once
+
+#include "playerpanel.h"
+#include "ui_capturepanel.h"
+
+#include <QList>
+#include <QMenu>
+#include <QString>
+
+#include <cstdint>
+
+class PanelHost;
+
+class CapturePanelImpl : public PlayerPanel, private Ui::CapturePanel
+{
+    Q_OBJECT
+public:
+    // Captions of the menu of file name templates, which also tell its actions apart.
+    static QString const kReset;
+    static QString const kAddPcDateAndTime;
+    static QString const kAddPcTimestamp;
+    static QString const kAddImageId;
+    static QString const kAddImageTimestamp;
+
+    // For the host's current session, which the panel must not outlive.
+    CapturePanelImpl(QMainWindow *window, PanelHost *host);
+
+    void SetCurrentSession(Session *session) override;
+    void UpdateAll() override;
+    // With its groups side by side.
+    QSize sizeHint() const override;
+
+    // What is being typed counts, though its field was not left yet.
+    void FinishEditing();
+
+public slots:
+    void FileFormatChanged(int n); // index into the list of formats
+    void FolderSelect();
+    void CompressorChanged(int sel);
+    void GetFpsFromCamera();
+    void ShowCompressorOptions(); // reserved
+    void ShowNameTemplatesMenu();
+    void OnNameTemplatesMenu(QAction *in);
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    bool IsMovie() const;
+    void TakeComponents(Session *session);
+    void SetupCtlParams();
+    void FillFormats();
+    void FillCompressors();
+    void BuildNameMenu();
+    void SetUpForm();
+    // An action of the host, and the buttons as they are to be afterwards.
+    void Ask(void (PanelHost::*action)());
+    QSize SizeSideBySide() const; // that the groups need
+
+    std::int64_t m_fileFormat = 0;
+    PanelHost *m_host;
+    TovComponent *m_writer = nullptr;
+    TovComponent *m_serializer = nullptr; // null when there is none
+    TovComponent *m_grabber = nullptr;
+    QList<QString> m_compressors;
+    QMenu m_nameMenu;
+};

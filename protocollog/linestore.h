@@ -1,0 +1,74 @@
+// Lines of a log, many millions of them: packed one behind the other in large blocks, about 20 bytes a line besides its
+// text, and text of 8-bit characters takes one byte a character. Blocks come from the system and go back to it.
+// Written lines never change.
+//
+// Thread-safety: none of its own, with one exception: a copy is cheap, shares the lines written so far, and may be read
+// while the original is appended to.
+#pragma once
+
+#include <QString>
+#include <QVector>
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+class LineStore
+{
+public:
+    // One line as it lies in its block.
+    struct Line
+    {
+        qlonglong time;
+        quint32 channel; // index into the channels
+        bool wide;       // 16 bits a character
+        char const *text;
+        std::size_t bytes;
+
+        QString Message() const;
+    };
+
+    std::size_t Count() const
+    {
+        return m_count;
+    }
+    // Throws std::bad_alloc.
+    void Append(qlonglong time, QString const &channel, QString const &message);
+    Line At(std::size_t row) const;
+    QString const &ChannelOf(Line const &line) const
+    {
+        return m_channels.at(static_cast<int>(line.channel));
+    }
+    // Calls it for every line, in order.
+    template<class Visit>
+    void ForEach(Visit const &visit) const
+    {
+        for (std::size_t b = 0; b < m_blocks.size(); ++b) {
+            std::size_t const end = b + 1 < m_blocks.size() ? m_blocks[b + 1]->firstRow : m_count;
+            for (std::size_t row = m_blocks[b]->firstRow; row < end; ++row)
+                visit(m_blocks[b]->At(row));
+        }
+    }
+
+private:
+    // Records grow from its begin, their offsets from its end towards them.
+    struct Block
+    {
+        Block(std::size_t minimum, std::size_t row);
+        ~Block();
+        Block(Block const &) = delete;
+        Block &operator=(Block const &) = delete;
+        Line At(std::size_t row) const;
+
+        std::size_t const size;
+        std::size_t const firstRow;
+        char *const memory;
+    };
+
+    quint32 IndexOfChannel(QString const &channel);
+
+    std::vector<std::shared_ptr<Block>> m_blocks;
+    std::size_t m_used = 0; // bytes of records in the last block
+    std::size_t m_count = 0;
+    QVector<QString> m_channels; // the few there are
+};

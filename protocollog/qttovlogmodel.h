@@ -1,0 +1,44 @@
+// The table of a protocol's lines: time, channel, message. Only grows, until it is cleared. Lines become rows in
+// batches, 100 ms after the first of them at the latest, so a view sees at most ten inserts a second however many lines
+// come.
+//
+// Thread-safety: append, clear and log from any thread; the rest on the model's thread. No lock is held while signals
+// are emitted.
+#pragma once
+
+#include "qttovlogviewer.h"
+
+#include <QAbstractTableModel>
+#include <QList>
+
+#include <memory>
+
+class QtTovLogModelPrivate;
+
+class QtTovLogModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    explicit QtTovLogModel(QObject *parent = nullptr);
+    ~QtTovLogModel() override;
+
+    // Every line, those that are no rows yet included. Makes each line's text anew; appending goes on meanwhile.
+    QList<QtTovLogViewer::LogData> log() const;
+
+    int rowCount(QModelIndex const &parent = QModelIndex()) const override;
+    int columnCount(QModelIndex const &parent = QModelIndex()) const override;
+    QVariant data(QModelIndex const &index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+
+public Q_SLOTS:
+    // `time` in milliseconds since the start of the day.
+    void append(qlonglong time, QString channel, QString message);
+    // Drops every line, those that are no rows yet included. From another thread the rows, and the memory, go when the
+    // model's thread gets to it.
+    void clear();
+    void _q_delayedAppendData();
+
+private:
+    std::unique_ptr<QtTovLogModelPrivate> const d;
+};

@@ -1,0 +1,120 @@
+#include "qttovlogviewer.h"
+
+#include <QHeaderView>
+#include <QPersistentModelIndex>
+#include <QStyleOptionHeader>
+#include <QStyleOptionViewItem>
+#include <QTime>
+
+#include <algorithm>
+
+namespace {
+
+// The rows' numbers. Asked for its width after every batch, it measures the longest numbers alone; the base class
+// measures two hundred.
+class RowHeader : public QHeaderView
+{
+public:
+    explicit RowHeader(QWidget *parent) : QHeaderView(Qt::Vertical, parent)
+    {
+        setSectionsClickable(true);
+        setHighlightSections(true);
+    }
+    QSize sizeHint() const override
+    {
+        constexpr int Measured = 10;
+        if (count() < Measured)
+            return QHeaderView::sizeHint();
+        QSize size;
+        for (int i = count() - Measured; i < count(); ++i)
+            size = size.expandedTo(sectionSizeFromContents(i));
+        return size;
+    }
+};
+
+} // namespace
+
+class QtTovLogViewerPrivate
+{
+public:
+    explicit QtTovLogViewerPrivate(QtTovLogViewer *viewer) : q(viewer)
+    {
+    }
+    // Widths and heights from the fonts and the style: headers are fixed, so rows are never measured.
+    void SizeSections();
+
+    QtTovLogViewer *const q;
+    QtTovLogViewer::AutoScrollMode mode = QtTovLogViewer::AutoScroll;
+};
+
+void QtTovLogViewerPrivate::SizeSections()
+{
+    QHeaderView *const horizontal = q->horizontalHeader();
+    QHeaderView *const vertical = q->verticalHeader();
+    QStyleOptionHeader option;
+    option.initFrom(horizontal);
+    option.text = QTime(0, 0, 0, 0).toString(QStringLiteral("h:mm:ss.zzz"));
+    QSize const size = q->style()->sizeFromContents(QStyle::CT_HeaderSection, &option, QSize(), horizontal);
+    // From ten o'clock on a time has a digit more; a cell has its own margins, and the line of the grid.
+    QStyleOptionViewItem cell;
+    cell.initFrom(q);
+    cell.font = q->font();
+    cell.features = QStyleOptionViewItem::HasDisplay;
+    cell.text = QStringLiteral("00:00:00.000");
+    int const cellWidth = q->style()->sizeFromContents(QStyle::CT_ItemViewItem, &cell, QSize(), q).width() + 1;
+    horizontal->resizeSection(0, std::max({size.width(), horizontal->sectionSizeHint(0), cellWidth}));
+    vertical->setDefaultSectionSize(std::max(size.height(), vertical->sectionSizeHint(0)));
+}
+
+QtTovLogViewer::QtTovLogViewer(QWidget *parent) : QTableView(parent), d(std::make_unique<QtTovLogViewerPrivate>(this))
+{
+    setVerticalHeader(new RowHeader(this));
+    setSelectionBehavior(QAbstractItemView::SelectRows);
+    setSelectionMode(QAbstractItemView::SingleSelection);
+    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    d->SizeSections();
+}
+
+QtTovLogViewer::~QtTovLogViewer() = default;
+
+void QtTovLogViewer::setModel(QAbstractItemModel *newModel)
+{
+    if (model())
+        disconnect(model(), &QAbstractItemModel::rowsInserted, this, &QtTovLogViewer::_q_rowsInserted);
+    QTableView::setModel(newModel);
+    if (!newModel)
+        return;
+    d->SizeSections(); // there is no section to size before there is a model
+    connect(newModel, &QAbstractItemModel::rowsInserted, this, &QtTovLogViewer::_q_rowsInserted);
+}
+
+QtTovLogViewer::AutoScrollMode QtTovLogViewer::autoScrollMode() const
+{
+    return d->mode;
+}
+
+void QtTovLogViewer::setAutoScrollMode(QtTovLogViewer::AutoScrollMode mode)
+{
+    d->mode = mode;
+}
+
+void QtTovLogViewer::_q_rowsInserted(const QModelIndex &, int start, int end)
+{
+    if (d->mode == AutoScrollDisabled)
+        return;
+    if (start != 0 && d->mode != AutoScrollAlways && currentIndex().row() != start - 1)
+        return;
+    // Queued: it comes when the insert is over. The row may have been cleared by then.
+    QPersistentModelIndex const last = model()->index(end, 0);
+    QMetaObject::invokeMethod(
+        this,
+        [this, last] {
+            if (!last.isValid())
+                return;
+            executeDelayedItemsLayout(); // or the first rows of a table are beyond its scroll bar's range
+            setCurrentIndex(last);
+        },
+        Qt::QueuedConnection);
+}

@@ -1,0 +1,47 @@
+// The table that shows a log's lines and follows the newest by moving the current row to it. GUI thread.
+#pragma once
+
+#include <QString>
+#include <QTableView>
+
+#include <memory>
+
+class QtTovLogViewerPrivate;
+
+class QtTovLogViewer : public QTableView
+{
+    Q_OBJECT
+    Q_CLASSINFO("version", "0.0.2")
+    Q_PROPERTY(AutoScrollMode autoScrollMode READ autoScrollMode WRITE setAutoScrollMode)
+
+public:
+    struct LogData
+    {
+        qlonglong time; // milliseconds since the start of the day, local time
+        QString channel;
+        QString message;
+    };
+
+    // What happens when rows arrive.
+    enum AutoScrollMode {
+        AutoScrollDisabled, // the view stays where it is
+        AutoScroll,         // it follows while the last row is the current one, and in an empty table
+        AutoScrollAlways    // it follows
+    };
+    Q_ENUM(AutoScrollMode)
+
+    explicit QtTovLogViewer(QWidget *parent = nullptr);
+    ~QtTovLogViewer() override;
+
+    void setModel(QAbstractItemModel *model) override;
+    AutoScrollMode autoScrollMode() const;
+
+public Q_SLOTS:
+    void setAutoScrollMode(QtTovLogViewer::AutoScrollMode mode);
+
+private:
+    // Not known by name: the base class connects a slot of its own that is called the same, by name.
+    void _q_rowsInserted(const QModelIndex &parent, int start, int end);
+
+    std::unique_ptr<QtTovLogViewerPrivate> const d;
+};

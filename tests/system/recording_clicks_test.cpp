@@ -1,0 +1,39 @@
+// An operator who records from each simulated camera, by real clicks.
+#include "recordingtour.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace {
+
+char const *const Serials[] = {"20480117", "19200342", "12800058"};
+
+class RecordingFromEachCamera : public testing::TestWithParam<int>
+{
+};
+
+TEST_P(RecordingFromEachCamera, LeavesWholeFilesHoweverItEnds)
+{
+    QTemporaryDir const folder;
+    std::optional<RecordingTour> tour;
+    Operator::Run([&](Robot &robot, Operator &hands) {
+        tour.emplace(robot, hands, Serials[GetParam()], folder.path());
+        tour->Connect();
+        tour->RecordsSnapsAndRecordsAgain();
+        auto const lose = [&] {
+            robot.Gui([&] {
+                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->ExecuteCommand("SimLoseCamera");
+            });
+        };
+        tour->OutlivesTheEndOfTheConnection(lose, [] {});
+        tour->ClosesTheWindow();
+    });
+    tour->FilesAreWhole();
+}
+
+INSTANTIATE_TEST_SUITE_P(Clicks, RecordingFromEachCamera, testing::Range(0, 3));
+
+} // namespace

@@ -1,0 +1,223 @@
+// An operator who records through the capture panel. For every kind of camera.
+#pragma once
+
+#include "operator.h"
+
+#include "imagewriter.h"
+
+#include "tovcamera.h"
+
+#include <QDir>
+#include <QLineEdit>
+#include <QRegularExpression>
+#include <QToolButton>
+
+#include <functional>
+#include <string>
+
+class RecordingTour
+{
+public:
+    RecordingTour(Robot &robot, Operator &hands, char const *camera, QString const &folder)
+        : m_robot(robot),
+          m_hands(hands),
+          m_camera(camera),
+          m_top(folder)
+    {
+    }
+
+    // With small frames, and running.
+    void Connect()
+    {
+        m_hands.Connect(m_robot, m_camera);
+        m_frameBytes = m_robot.Gui([this] {
+            auto *const features = m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
+            features->SetIntegerValue("Width", 256);
+            features->SetIntegerValue("Height", 128);
+            return features->GetIntegerValue("PayloadSize", nullptr);
+        });
+        EXPECT_EQ(Buttons(), "");
+        Screenshot("idle");
+        m_hands.Play(m_robot);
+        m_robot.WaitFor("the buttons", [this] { return IsEnabled("btnRecord"); });
+        EXPECT_EQ(Buttons(), "btnSnap btnRecord ");
+    }
+
+    // ---- Hands ----
+
+    void Press(char const *button)
+    {
+        m_robot.Click(Find<QToolButton>(button));
+    }
+    // A folder of its own for what comes next; it does not exist yet. `leave` by Enter, or stay in the field.
+    void TypeFolder(char const *name, bool leave = true)
+    {
+        m_folder = m_top + QLatin1Char('/') + QString::fromLatin1(name);
+        Type("edFolderName", m_folder, leave);
+    }
+    void Type(char const *field, QString const &text, bool leave = true)
+    {
+        auto *const edit = Find<QLineEdit>(field);
+        m_robot.Click(edit);
+        m_robot.Key("ctrl+a");
+        m_robot.Type(text);
+        m_robot.WaitFor("the text", [=] { return edit->text() == text; });
+        if (leave)
+            m_robot.Key("Return");
+    }
+    // `how` starts the recording.
+    void Start(std::function<void()> const &how, int frames = 5)
+    {
+        how();
+        m_robot.WaitFor("the recording", [this] { return m_hands.State() == SessionStateCapturing; });
+        m_robot.WaitFor("some files", [=, this] { return Files().size() >= frames; });
+        EXPECT_TRUE(m_robot.Gui([this] { return Find<QToolButton>("btnRecord")->isChecked(); }));
+        EXPECT_EQ(Buttons(), "btnRecord ");
+    }
+    void Start()
+    {
+        Start([this] { Press("btnRecord"); });
+    }
+    // `how` stops it, or it stops by itself; then the counters and the files are looked at.
+    void End(std::function<void()> const &how, QString const &name)
+    {
+        how();
+        m_robot.WaitFor("the end of the recording", [this] { return m_hands.State() == SessionStateAcquisition; });
+        m_robot.Gui([&] {
+            RecordingLedger const &ledger =
+                dynamic_cast<ImageWriter *>(m_hands.CurrentSession()->GetImageWriter())->GetLedger();
+            EXPECT_TRUE(ledger.AddsUp());
+            EXPECT_EQ(ledger.saved, Files().size());
+            EXPECT_EQ(Shown("edFramesSaved"), ledger.saved);
+            EXPECT_EQ(Shown("edFramesDroppedSW"), ledger.droppedSW);
+            EXPECT_EQ(Shown("edFramesDroppedHW"), 0);
+            // What waited in the FIFO when the recording began was acquired before it.
+            EXPECT_GE(Shown("edFramesAcquired") + 2, ledger.saved);
+            EXPECT_FALSE(Find<QToolButton>("btnRecord")->isChecked());
+        });
+        EXPECT_EQ(Buttons(), "btnSnap btnRecord ");
+        FilesAreWhole(name);
+    }
+    void End(QString const &name)
+    {
+        End([this] { Press("btnRecord"); }, name);
+    }
+    // Nothing but frames, each of them whole, under names of that pattern.
+    void FilesAreWhole(QString const &name = QStringLiteral("shot_\\d{8}\\.raw"))
+    {
+        auto const entries = QDir(m_folder).entryInfoList(QDir::Files | QDir::Hidden);
+        EXPECT_FALSE(entries.isEmpty());
+        for (QFileInfo const &file : entries) {
+            EXPECT_EQ(file.size(), m_frameBytes) << file.fileName().toStdString();
+            EXPECT_TRUE(QRegularExpression(QRegularExpression::anchoredPattern(name)).match(file.fileName()).hasMatch())
+                << file.fileName().toStdString();
+        }
+    }
+
+    // ---- The tour ----
+
+    void RecordsSnapsAndRecordsAgain()
+    {
+        TypeFolder("new/folder");
+        Type("edFileName", QStringLiteral("shot_${image.id}"));
+        Start();
+        Screenshot("recording");
+        End(QStringLiteral("shot_\\d{8}\\.raw"));
+        Screenshot("recorded");
+
+        // What was typed counts without Enter, for the panel's buttons and for the window's actions.
+        TypeFolder("snap", false);
+        m_robot.Key("ctrl+shift+r");
+        m_robot.WaitFor("one file", [this] { return Files().size() == 1; });
+        End([] {}, QStringLiteral("shot_\\d{8}\\.raw"));
+        EXPECT_EQ(m_robot.Gui([this] { return Shown("edFramesSaved") + Shown("edFramesAcquired"); }), 2);
+        TypeFolder("menu", false);
+        Start([this] { m_robot.ClickMenu(m_hands.Window(), "actionRecord"); });
+        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); }, QStringLiteral("shot_\\d{8}\\.raw"));
+
+        TypeFolder("template", false);
+        Press("btnFileName");
+        m_robot.WaitFor("the menu", [] { return QApplication::activePopupWidget(); });
+        Screenshot("templates");
+        m_robot.Key("Up"); // the last but one: the number
+        m_robot.Key("Up");
+        m_robot.Key("Return");
+        Start([this] { m_robot.Key("ctrl+r"); });
+        End([this] { m_robot.Key("ctrl+r"); }, QStringLiteral("shot_(\\d{8})#\\1\\.raw"));
+        Type("edFileName", QStringLiteral("shot_${image.id}"));
+    }
+
+    // Ends that leave no camera behind; the next connection records as ever.
+    void OutlivesTheEndOfTheConnection(std::function<void()> const &lose, std::function<void()> const &restore)
+    {
+        TypeFolder("disconnected");
+        Start();
+        m_hands.Disconnect(m_robot);
+        FilesAreWhole();
+        Connect();
+        TypeFolder("lost");
+        Start();
+        lose();
+        EXPECT_EQ(m_robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
+        m_robot.WaitFor("the disconnected picture", [this] { return m_hands.CurrentSession() == nullptr; });
+        FilesAreWhole();
+        restore();
+        Connect();
+        TypeFolder("found again");
+        Start();
+        End(QStringLiteral("shot_\\d{8}\\.raw"));
+    }
+
+    // To be followed by FilesAreWhole once the window has gone.
+    void ClosesTheWindow()
+    {
+        TypeFolder("closed");
+        Start();
+        m_robot.Key("alt+F4");
+        m_robot.WaitFor("the window to close", [this] { return !m_hands.Window()->isVisible(); });
+    }
+
+private:
+    template<typename W>
+    W *Find(char const *name) const
+    {
+        W *const found = m_hands.Window()->findChild<W *>(QString::fromLatin1(name));
+        if (!found)
+            throw std::runtime_error(std::string("no ") + name);
+        return found;
+    }
+    bool IsEnabled(char const *button) const
+    {
+        return Find<QToolButton>(button)->isEnabled();
+    }
+    std::string Buttons()
+    {
+        return m_robot.Gui([this] {
+            std::string enabled;
+            for (char const *const name : {"btnSnap", "btnRecord", "btnCaptOptions"})
+                enabled += IsEnabled(name) ? std::string(name) + ' ' : std::string();
+            return enabled;
+        });
+    }
+    long Shown(char const *counter) const
+    {
+        return Find<QLineEdit>(counter)->text().toLong();
+    }
+    QStringList Files() const
+    {
+        return QDir(m_folder).entryList({QStringLiteral("*.raw")}, QDir::Files);
+    }
+    void Screenshot(char const *state)
+    {
+        QThread::msleep(300);
+        m_robot.Screenshot(
+            QStringLiteral("capture-%1-%2").arg(QString::fromLatin1(m_camera), QString::fromLatin1(state)));
+    }
+
+    Robot &m_robot;
+    Operator &m_hands;
+    char const *m_camera;
+    QString m_top;
+    QString m_folder;
+    qint64 m_frameBytes = 0;
+};
