@@ -66,15 +66,11 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
         std::string text;
     } const cases[] = {
         {"empty", ""},
-        {"bytes", std::string("\x89PNG\r\n\x1a\n\0\xff", 10)},
         {"a zero inside", m_text + '\0'},
         {"no text", Edited("Model=VG-2048M", "Model=\xff\xfe")},
         {"another format", Edited("Version=1", "Version=2")},
         {"another model", Edited("Model=VG-2048M", "Model=VG-1280C")},
-        {"another maker", Edited("Vendor=Velmor", "Vendor=Other")},
-        {"no camera", Edited("Model=VG-2048M", "")},
         {"a word for a number", Edited("Width=2048", "Width=wide")},
-        {"a number and more", Edited("Width=2048", "Width=2048 px")},
         {"too large a number", Edited("Width=2048", "Width=99999999999999999999")},
         {"no finite number", Edited("Gamma=1", "Gamma=inf")},
         {"half a byte", Edited("LUTValueAll=00", "LUTValueAll=0")},
@@ -91,8 +87,6 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_EQ(m_device->LoadConfiguration(pipe.c_str()), TOV_CAM_ERR_FILE_READ);
     EXPECT_EQ(m_device->LoadConfiguration((m_path + "x").c_str()), TOV_CAM_ERR_FILE_NOT_FOUND);
-    EXPECT_EQ(m_device->LoadConfiguration((m_path + "/x").c_str()), TOV_CAM_ERR_FILE_NOT_FOUND);
-    EXPECT_EQ(m_device->LoadConfiguration(""), TOV_CAM_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(Settings(m_nodes), before);
     EXPECT_EQ(Load(m_text), 0);
     EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 2048);
@@ -112,7 +106,6 @@ TEST_F(ConfigurationTest, AppliesWhatItCan)
         {"a command", Edited("Height=1536", "Height=1536\nSimLoseCamera=1\nDeviceReset=1", 2), 0},
         {"what no file stores", Edited("Height=1536", "Height=1536\nTLParamsLocked=1", 1), 0},
         {"a value out of range", Edited("Width=2048", "Width=100000"), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE},
-        {"an entry that it has not", Edited("Mono8", "Mono99"), TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT},
         {"a selection that it has not", Edited("GainSelector=AnalogAll]", "GainSelector=Nothing]"),
          TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT},
         {"a feature that fails", Edited("SimFailFeature=", "SimFailFeature=ReverseX"), 0},
@@ -177,10 +170,8 @@ TEST_F(ConfigurationTest, SavingLeavesTheOldFileOrAWholeNewOne)
     auto const files = [this] {
         return std::distance(fs::directory_iterator(m_folder), {});
     };
-    for (std::string const &path : {m_path + "/x.tcfg", (m_folder / "none" / "x.tcfg").string(), m_folder.string(),
-                                    std::string("/proc/x.tcfg"), std::string("/dev/full")})
+    for (std::string const &path : {m_path + "/x.tcfg", m_folder.string(), std::string("/dev/full")})
         EXPECT_EQ(m_device->SaveConfiguration(path.c_str()), TOV_CAM_ERR_FILE_NOT_FOUND) << path;
-    EXPECT_EQ(m_device->SaveConfiguration(""), TOV_CAM_ERR_INVALID_ARGUMENT);
     // Through a link, and with the rights that the old file has.
     ASSERT_EQ(chmod(m_path.c_str(), 0640), 0);
     std::string const link = m_folder / "link.tcfg";
@@ -228,7 +219,6 @@ TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
         {"itself", named, true, 0, "bench"},
         {"by its model", std::string(named).replace(named.find("20480117"), 8, "20480999"), true, 0, ""},
         {"in part", Edited("Width=2048", "Width=100000"), true, TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, ""},
-        {"no value", Edited("Width=2048", "Width=x"), false, TOV_CAM_ERR_WRONG_CONFIGURATION, ""},
         {"no camera like it", Edited("VG-2048M", "VG-4096M"), false, TOV_CAM_ERR_NO_DEVICE, ""},
         {"no configuration", "x", false, TOV_CAM_ERR_WRONG_CONFIGURATION, ""},
     };
@@ -242,8 +232,6 @@ TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
         }
         Close();
     }
-    EXPECT_EQ(m_system->OpenDeviceFromConfiguration(nullptr, &error), nullptr);
-    EXPECT_EQ(error, TOV_CAM_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(m_system->OpenDeviceFromConfiguration((m_path + "x").c_str(), &error), nullptr);
     EXPECT_EQ(error, TOV_CAM_ERR_FILE_NOT_FOUND);
     OpenCamera(); // none of them has left it open

@@ -2,16 +2,9 @@
 #include "contract.h"
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <future>
-#include <thread>
 #include <vector>
-
-using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -147,33 +140,6 @@ TEST_F(SimTest, TreeKnowsTheFeatures)
     };
     for (auto const &c : cases)
         EXPECT_EQ(named(info(c.feature).dependents, c.dependent), c.depends) << c.feature << ' ' << c.dependent;
-}
-
-// A camera that takes its time over an access holds up neither the end of the connection nor the next one.
-TEST_F(SimTest, ReleaseDoesNotWaitForASlowAccess)
-{
-    OpenModel();
-    std::uint32_t const gain = FindFeature(m_nodes, "Gain");
-    ASSERT_EQ(m_nodes->SetIntegerValue("SimSlowDelay", 1500), 0);
-    ASSERT_EQ(m_nodes->SetStringValue("SimSlowFeature", "Gain"), 0);
-    TovCam::ParamArray *const nodes = m_nodes;
-    auto slow = std::async(std::launch::async, [nodes, gain, hold = nodes->Hold()] {
-        TovCam::FeatureState state;
-        return nodes->ReadFeature(gain, &state);
-    });
-    EXPECT_EQ(slow.wait_for(200ms), std::future_status::timeout);
-    std::shared_ptr<void> hold = nodes->Hold();
-    Clock::time_point const begin = Clock::now();
-    Close();
-    TovCam::FeatureState state;
-    EXPECT_EQ(nodes->ReadFeature(gain, &state), TOV_CAM_ERR_NO_DEVICE);
-    EXPECT_NE(nodes->GetFeature(gain), nullptr);
-    OpenModel();
-    EXPECT_GT(m_nodes->GetIntegerValue("Width", nullptr), 0);
-    EXPECT_LT(Clock::now() - begin, 1200ms);
-    EXPECT_EQ(slow.wait_for(0ms), std::future_status::timeout);
-    hold.reset(); // the access alone keeps what it needs
-    slow.wait();
 }
 
 TEST_F(SimTest, LightShowsInThePicture)

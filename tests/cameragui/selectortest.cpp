@@ -4,7 +4,6 @@
 #include <QAbstractItemModelTester>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPersistentModelIndex>
 #include <QPushButton>
 #include <QSettings>
 #include <QTest>
@@ -15,7 +14,6 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
-#include <random>
 
 using namespace TovGui;
 
@@ -130,47 +128,6 @@ std::string Rows(QAbstractItemModel const &model)
     return text;
 }
 
-TEST(CameraModelTest, TakesListingsOverAndKeepsIndexesOfWhatStays)
-{
-    FakeInterface interfaces[2];
-    FakeCamera cameras[] = {FakeCamera("a"), FakeCamera("b"), FakeCamera("c"), FakeCamera("d"), FakeCamera("e")};
-    CameraModel model;
-    QAbstractItemModelTester const tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
-    // Interfaces with the letters of their cameras, and the rows that they make.
-    auto const set = [&](std::vector<std::pair<int, std::string>> const &listing) {
-        CameraList list;
-        std::string rows;
-        for (auto const &[number, letters] : listing) {
-            list.push_back({&interfaces[number], QString::number(number), {}, 0, {}});
-            for (char const letter : letters) {
-                list.back().cameras.push_back({&cameras[letter - 'a'], {}, {}, {}, {}, {}, {}});
-                list.back().cameras.back().model = QString(QLatin1Char(letter));
-            }
-            rows += std::to_string(number) + (letters.empty() ? " - no camera[" : "[") + letters + "]";
-        }
-        model.SetList(list);
-        EXPECT_EQ(Rows(model), rows);
-    };
-    set({{0, "c"}, {1, ""}});
-    QPersistentModelIndex const index = model.IndexOf(&cameras[2]);
-    std::mt19937 random(7);
-    std::string letters = "abcde";
-    for (int round = 0; round < 200; ++round) {
-        std::shuffle(letters.begin(), letters.end(), random);
-        std::string const first = letters.substr(0, random() % 6), second = letters.substr(3);
-        std::vector<std::pair<int, std::string>> listing = {{0, first.find('c') == first.npos ? first + "c" : first},
-                                                            {1, second}};
-        if (random() % 2)
-            std::swap(listing[0], listing[1]);
-        set(listing);
-        ASSERT_EQ(index.data().toString(), QStringLiteral("c")) << round;
-    }
-    set({{1, "aa"}, {0, ""}}); // listed twice by mistake
-    EXPECT_FALSE(index.isValid());
-    set({{1, "a"}});
-    set({});
-}
-
 class SelectorTest : public testing::Test
 {
 protected:
@@ -194,6 +151,7 @@ protected:
     {
         m_dialog = std::make_unique<TovCameraSelectorDialog>(&m_system, nullptr);
         m_tree = m_dialog->findChild<QTreeView *>();
+        new QAbstractItemModelTester(m_tree->model(), QAbstractItemModelTester::FailureReportingMode::Fatal, m_tree);
         m_dialog->show();
         ASSERT_TRUE(QTest::qWaitForWindowActive(m_dialog.get()));
     }

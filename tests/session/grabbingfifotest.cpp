@@ -1,8 +1,4 @@
-#include "grabbingfifo.h"
-#include "fakecamera.h"
-#include "paramchanged.h"
-
-#include <gtest/gtest.h>
+#include "fifofixture.h"
 
 #include <chrono>
 #include <thread>
@@ -14,32 +10,19 @@ namespace {
 constexpr std::uint64_t Farthest = ~std::uint64_t{0};
 constexpr double T = 1e6; // the camera's ticks a second
 
-class Fifo : public testing::Test
+class Fifo : public FifoFixture
 {
 protected:
-    ~Fifo() override
-    {
-        if (m_running)
-            Finish();
-        EXPECT_EQ(device.script.Violations(), "");
-    }
-
     void Begin(SessionState state, int queueSize = 16)
     {
         fifo.SetParamInt("QueueSize", queueSize);
-        ASSERT_EQ(fifo.CreateBuffers(), 0);
-        ASSERT_TRUE(fifo.StartGrabbing());
-        fifo.SetState(state);
-        m_running = true;
+        FifoFixture::Begin(state);
         ASSERT_TRUE(device.stream.WaitUntilDrained());
     }
 
     void Finish()
     {
-        m_running = false;
-        EXPECT_TRUE(fifo.StopGrabbing());
-        EXPECT_EQ(fifo.ReleaseBuffers(), 0);
-        fifo.SetState(SessionStateIdle);
+        FifoFixture::Finish();
         EXPECT_EQ(Int("QueueFilled"), 0);
     }
 
@@ -81,12 +64,6 @@ protected:
         EXPECT_EQ(fifo.GetParamFloat(key, &value), TOV_PARAM_OK);
         return value;
     }
-
-    FakeDevice device;
-    GrabbingFifo fifo{nullptr, &device};
-
-private:
-    bool m_running = false;
 };
 
 TEST_F(Fifo, WatchingHoldsTheNewestFrameAndDropsNothing)
@@ -111,34 +88,6 @@ TEST_F(Fifo, WatchingHoldsTheNewestFrameAndDropsNothing)
     EXPECT_EQ(device.stream.OutCount(), 0u);
 }
 
-// The handler of the panels, on the grabbing thread.
-TEST_F(Fifo, TellsThePanelsOfEveryChangeInOrder)
-{
-    static std::string heard; // read while the grabbing thread sleeps in GetBuffer
-    auto const hear = [](unsigned int component, _TovStParam *param) -> unsigned int {
-        EXPECT_EQ(component, 0u);
-        heard += std::string(" ") + param->name;
-        return 0;
-    };
-    Begin(SessionStateAcquisition);
-    SetParamChangedHandler(hear);
-    struct
-    {
-        FakeFrame frame;
-        char const *changes;
-    } const rows[] = {
-        {{1, 1000}, " FramesAcquired Timestamp FpsInst Speed FrameID QueueFilled"},
-        {{3, 2000}, " FramesAcquired Timestamp FramesDroppedHW FpsInst FpsAvg Speed FrameID"},
-        {{4, 3000, true}, " FramesIncomp"},
-    };
-    for (auto const &row : rows) {
-        heard.clear();
-        Feed({row.frame});
-        EXPECT_EQ(heard, row.changes);
-    }
-    SetParamChangedHandler(nullptr);
-}
-
 struct StatisticsRow
 {
     char const *name;
@@ -158,7 +107,6 @@ TEST_P(FifoStatistics, AreThoseOfTheFrames)
     Begin(SessionStateAcquisition);
     Feed(row.frames);
     EXPECT_EQ(Int("FramesAcquired"), row.acquired);
-    EXPECT_EQ(fifo.GetFramesAcquired(), row.acquired);
     EXPECT_EQ(Int("FramesDroppedHW"), row.dropped);
     EXPECT_EQ(Int("FramesIncomp"), row.incomplete);
     EXPECT_DOUBLE_EQ(Float("FpsAvg"), row.framesPerTick * T);
@@ -312,10 +260,8 @@ TEST(FifoTickFrequency, ComesFromTheNodeWhereThereIsOne)
 }
 
 // A camera that never rests, a display and a recorder that take what comes, and a state that goes up and down.
-TEST(FifoRaces, ConsumersAndStopsInAnyOrderLoseNoBuffer)
+TEST_F(FifoFixture, ConsumersAndStopsInAnyOrderLoseNoBuffer)
 {
-    FakeDevice device;
-    GrabbingFifo fifo(nullptr, &device);
     std::atomic<bool> done{false};
     std::thread camera([&] {
         for (std::uint64_t id = 1; !done; ++id) {
@@ -324,9 +270,7 @@ TEST(FifoRaces, ConsumersAndStopsInAnyOrderLoseNoBuffer)
         }
     });
     for (int cycle = 0; cycle < 40; ++cycle) {
-        ASSERT_EQ(fifo.CreateBuffers(), 0);
-        ASSERT_TRUE(fifo.StartGrabbing());
-        fifo.SetState(SessionStateAcquisition);
+        Begin();
         std::atomic<bool> stop{false};
         auto const consume = [&](bool newest) {
             while (!stop) {
@@ -351,32 +295,10 @@ TEST(FifoRaces, ConsumersAndStopsInAnyOrderLoseNoBuffer)
         display.join();
         recorder.join();
         fifo.SetGrabberThtreadBlocking(true);
-        ASSERT_TRUE(fifo.StopGrabbing());
-        ASSERT_EQ(fifo.ReleaseBuffers(), 0);
-        fifo.SetState(SessionStateIdle);
+        Finish();
     }
     done = true;
     camera.join();
-    EXPECT_EQ(device.script.Violations(), "");
-}
-
-TEST(FifoRaces, AThousandStartsAndStops)
-{
-    FakeDevice device;
-    GrabbingFifo fifo(nullptr, &device);
-    fifo.SetParamInt("QueueSize", 4);
-    for (int cycle = 0; cycle < 1000; ++cycle) {
-        // The state is set first, so that the thread hangs in GetBuffer at some stops and is on its way at others.
-        fifo.SetState(SessionStateAcquisition);
-        ASSERT_EQ(fifo.CreateBuffers(), 0);
-        ASSERT_TRUE(fifo.StartGrabbing());
-        if (cycle % 2)
-            device.stream.Push({1, 1000});
-        ASSERT_TRUE(cycle % 50 || device.stream.WaitUntilDrained());
-        ASSERT_TRUE(fifo.StopGrabbing());
-        ASSERT_EQ(fifo.ReleaseBuffers(), 0);
-    }
-    EXPECT_EQ(device.script.Violations(), "");
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include <QApplication>
 #include <QMessageBox>
 #include <QTest>
-#include <QThread>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -270,59 +269,6 @@ TEST_F(SessionTest, AFailingPluginLeavesTheMachineInCapturing)
     EXPECT_EQ(states, (std::vector<SessionState>{SessionStateIdle, SessionStateDisconnected}));
 }
 
-// The camera goes away in each state, and in the middle of each step of a start and a stop; its report comes on a
-// foreign thread and is answered on this one, as the program's manager does.
-TEST_F(SessionTest, ALostCameraEndsTheSessionFromEveryState)
-{
-    struct
-    {
-        SessionState state;
-        std::vector<char const *> steps; // "": while nothing happens
-    } const rows[] = {
-        {SessionStateIdle, {"", "AllocBufferQueue", "TLParamsLocked", "StartAcquisition", "AcquisitionStart"}},
-        {SessionStateAcquisition, {"", "AcquisitionStop", "StopAcquisition", "ReleaseBufferQueue"}},
-        {SessionStateCapturing, {""}},
-    };
-    auto const answer = [this](std::int32_t status) {
-        for (char const *node : {"TLParamsLocked", "AcquisitionStart", "AcquisitionStop", "AcquisitionAbort"})
-            device.script.Fail(node, status);
-    };
-    int released = 0;
-    for (auto const &[state, steps] : rows) {
-        for (std::string const step : steps) {
-            SCOPED_TRACE(std::to_string(state) + " " + step);
-            Connect();
-            GoTo(state);
-            QObject manager;
-            int heard = 0;
-            QObject::connect(session.get(), &Session::signalCameraDisconnected, &manager, [&] {
-                EXPECT_EQ(QThread::currentThread(), manager.thread());
-                ++heard;
-                emit session->signalCameraStateDisconnected();
-                EXPECT_EQ(session->GetState(), SessionStateDisconnected) << "within the emission";
-                session.reset();
-            });
-            auto const lose = [&] {
-                device.script.At(step, {});
-                answer(-40006);
-                device.LoseConnection();
-            };
-            device.script.At(step, lose);
-            if (step.empty())
-                lose();
-            else if (state == SessionStateIdle)
-                emit session->signalStartAcquisition();
-            else
-                emit session->signalStopAcquisition();
-            EXPECT_EQ(heard, 0) << "only queued";
-            QCoreApplication::processEvents();
-            EXPECT_EQ(heard, 1);
-            EXPECT_EQ(device.ReleaseCount(), ++released);
-            answer(0);
-        }
-    }
-}
-
 // What ends a recording, and where that leads; the next one works.
 TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
 {
@@ -525,22 +471,6 @@ TEST_F(SessionTest, TellsWhenAConfigurationCouldNotBeSaved)
         EXPECT_EQ(told.toStdString(), std::string("Error: Can not save configuration file: /c") + more);
         Connect();
     }
-}
-
-TEST_F(SessionTest, ManyConnectionsWithFramesLeaveNothingBehind)
-{
-    for (int cycle = 0; cycle < 30; ++cycle) {
-        Connect();
-        GoTo(cycle % 3 ? SessionStateAcquisition : SessionStateCapturing);
-        for (std::uint64_t id = 1; id <= 20; ++id)
-            device.stream.Push({id, id * 1000});
-        session->stopCapturingAndAcquisition();
-        ASSERT_EQ(session->GetState(), SessionStateIdle);
-        GoTo(SessionStateAcquisition);
-        emit session->signalCameraStateDisconnected();
-        session.reset();
-    }
-    EXPECT_EQ(device.ReleaseCount(), 30);
 }
 
 } // namespace
