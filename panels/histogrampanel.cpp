@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 
 namespace {
@@ -51,8 +52,7 @@ HistogramPanel::HistogramPanel(QMainWindow *window)
     modeComboBox->insertItem(HistoRow, QStringLiteral("Row histogram"));
     modeComboBox->insertItem(HistoColumn, QStringLiteral("Column histogram"));
     modeComboBox->setCurrentIndex(HistoRaw);
-    // With wide letters the rows of the groups need more.
-    setMinimumWidth(qMax(minimumWidth(), Ui::HistogramPanel::widget->minimumSizeHint().width()));
+    Ui::HistogramPanel::widget->installEventFilter(this);
 
     connect(xLimitsCheckBox, &QCheckBox::released, this, &HistogramPanel::DoXLimitsCheckBox);
     connect(meanSpin, qOverload<double>(&QDoubleSpinBox::valueChanged), this, &HistogramPanel::DoMeanSpin);
@@ -66,6 +66,7 @@ HistogramPanel::HistogramPanel(QMainWindow *window)
 
     setFloating(true);
     m_mainWindow->addDockWidget(Qt::RightDockWidgetArea, this);
+    move(m_mainWindow->geometry().topRight() - QPoint(width(), 0)); // until it has a place of its own
 }
 
 HistogramPanel::~HistogramPanel()
@@ -105,6 +106,7 @@ void HistogramPanel::SetCurrentSession(Session *session)
     m_view->SetupHistoGraph(area / (levels * 0.1), 0.0, levels);
     connect(m_view, &HistoView::signalUpdateThresolds, this, &HistogramPanel::UpdateThresholds);
     m_view->show();
+    FitToTexts();
 }
 
 void HistogramPanel::ReadCamera()
@@ -154,6 +156,7 @@ bool HistogramPanel::UpdateSelfByTimer()
     meanLabel->setText(QString::asprintf("%5.2f", first.mean));
     devLabel->setText(QString::asprintf("%5.2f", first.stdDev));
     SNRLabel->setText(QString::asprintf("%5.1f", m_histo.snr)); // nothing computes it: 0.0
+    FitToTexts();
     // The view gets the markers only now, so the first update shows no more than the axes; that is meant.
     m_view->SetData(&m_histo);
     m_view->thresholds = &m_thresholds;
@@ -257,10 +260,32 @@ void HistogramPanel::DoColSpin()
 
 // ---- Layout ---------------------------------------------------------------------------------------------------------
 
+// The sizes of the form are those of usual texts in a narrow font: what needs more gets more.
+void HistogramPanel::FitToTexts()
+{
+    for (QWidget *const text :
+         std::initializer_list<QWidget *>{meanLabel, devLabel, SNRLabel, label, label_6, label_7, modeComboBox}) {
+        text->ensurePolished();
+        if (int const wanted = text->sizeHint().width(); wanted > text->minimumWidth())
+            text->setMinimumWidth(wanted);
+    }
+    QWidget *const contents = Ui::HistogramPanel::widget;
+    if (int const wanted = contents->minimumSizeHint().width(); wanted > minimumWidth())
+        setMinimumWidth(wanted);
+}
+
 void HistogramPanel::resizeEvent(QResizeEvent *event)
 {
     PlayerPanel::resizeEvent(event);
     PlaceGroups();
+}
+
+// The layout may do its work again at any time; it has done so when this is called.
+bool HistogramPanel::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Resize)
+        PlaceGroups();
+    return PlayerPanel::eventFilter(watched, event);
 }
 
 void HistogramPanel::paintEvent(QPaintEvent *event)

@@ -38,11 +38,13 @@ public slots:
 protected:
     void resizeEvent(QResizeEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void ReadCamera();
     void ResetState();
     void CountPixels();
+    void FitToTexts();
     void PlaceGroups();
 
     ComplexHisto m_histo;

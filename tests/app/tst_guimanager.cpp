@@ -11,6 +11,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
+#include <QComboBox>
 #include <QDockWidget>
 #include <QFileDialog>
 #include <QLineEdit>
@@ -365,6 +366,69 @@ TEST_F(Manager, PanelsComeAndGoWithTheCameraAndKeepTheirPlaces)
         EXPECT_TRUE(tree->isVisible() && tree->isFloating() && Action("GenICamTree")->isChecked()) << round;
         EXPECT_EQ(tree->geometry(), place) << round;
         EXPECT_EQ(Find<QTableView>("statisticsTable")->columnWidth(0), 234) << round;
+    }
+}
+
+TEST_F(Manager, TheCapturePanelOffersWhatItsFormatHas)
+{
+    m_window->show();
+    Bring(m_device, SessionStateIdle);
+    auto const format = [this] {
+        long value = -1;
+        Current()->GetImageWriter()->GetParamInt("FileFormat", &value);
+        return value;
+    };
+    Current()->GetImageWriter()->SetParamInt("FileFormat", 3);
+    Gui().ClosePanels();
+    ASSERT_TRUE(Gui().CreatePanels());
+    EXPECT_EQ(format(), 0); // the one that is offered
+    auto *const panel = Find<QDockWidget>("CapturePanel");
+    auto *const formats = Find<QComboBox>("cbFileFormat");
+    EXPECT_EQ(formats->count(), 1);
+
+    struct
+    {
+        int format;
+        char const *shown;
+        char const *reset;
+    } const cases[] = {{0, "imageFileNameWidget ", "edFileName=image_${image.id}"},
+                       {3, "imageFileNameWidget labelJpgQual edJpgQuality ", "edFileName=image_${image.id}"},
+                       {5, "imageFileNameWidget chNormalizedTif ", "edFileName=image_${image.id}"},
+                       {6,
+                        "movieFileNameWidget labelFPS edFPS btnGetFpsFromCamera labelCompressor cbCompressor "
+                        "btnCompressorOptions ",
+                        "edMovieFileName=movie"},
+                       {7, "movieFileNameWidget ", "edMovieFileName=movie"}};
+    for (auto const &c : cases) {
+        formats->addItem(QString::number(c.format), c.format);
+        QMetaObject::invokeMethod(panel, "FileFormatChanged", Q_ARG(int, formats->count() - 1));
+        EXPECT_EQ(format(), std::min(c.format, 6));
+        std::string shown;
+        for (char const *const name :
+             {"imageFileNameWidget", "movieFileNameWidget", "chNormalizedTif", "labelJpgQual", "edJpgQuality",
+              "labelFPS", "edFPS", "btnGetFpsFromCamera", "labelCompressor", "cbCompressor", "btnCompressorOptions"}) {
+            if (!Find<QWidget>(name)->isHidden())
+                shown += std::string(name) + ' ';
+        }
+        EXPECT_EQ(shown, c.shown) << c.format;
+        QAction reset(QStringLiteral("Reset"));
+        QMetaObject::invokeMethod(panel, "OnNameTemplatesMenu", Q_ARG(QAction *, &reset));
+        std::string const target = std::string(c.reset).substr(0, std::string(c.reset).find('='));
+        EXPECT_EQ(target + '=' + Find<QLineEdit>(target.c_str())->text().toStdString(), c.reset) << c.format;
+    }
+
+    QMetaObject::invokeMethod(panel, "GetFpsFromCamera"); // of a camera that tells 0
+    double fps = 0;
+    Current()->GetImageWriter()->GetParamFloat("MovieFPS", &fps);
+    EXPECT_DOUBLE_EQ(fps, 0.1);
+
+    QTemporaryDir const folder;
+    for (bool const accepted : {true, false}) {
+        ChooseFile([&] { QMetaObject::invokeMethod(panel, "FolderSelect"); }, accepted ? folder.path() : QString());
+        char path[1000] = "";
+        unsigned int size = sizeof path;
+        Current()->GetImageWriter()->GetParamString("FilePath", path, &size);
+        EXPECT_EQ(QString::fromUtf8(path), folder.path()) << accepted;
     }
 }
 
