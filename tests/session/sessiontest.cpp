@@ -5,7 +5,6 @@
 #include "fakeserializer.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
-#include "tovscopeexception.h"
 
 #include <QApplication>
 #include <QMessageBox>
@@ -90,14 +89,6 @@ TEST_F(SessionTest, IsBuiltAndEntersIdleOnTheNextPass)
     EXPECT_EQ(session->GetState(), SessionStateIdle);
     session.reset();
     EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " CLOSE_LOG);
-}
-
-TEST_F(SessionTest, ABuildThatFailsLeavesTheDeviceToTheCaller)
-{
-    device.script.Fail("AddDisplayWidget", -1);
-    EXPECT_THROW(Session(nullptr, &device, &host), TovScopeException);
-    EXPECT_EQ(device.script.TakeLog(), "AddDisplayWidget; RemoveDisplayWidget");
-    EXPECT_TRUE(host.window.findChildren<DisplayView *>().isEmpty());
 }
 
 TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
