@@ -90,7 +90,8 @@ public:
 
     void MoveTo(QPoint global)
     {
-        XDo({QStringLiteral("mousemove"), QString::number(global.x()), QString::number(global.y())});
+        QPoint const at = global * qGuiApp->devicePixelRatio();
+        XDo({QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y())});
     }
 
     void ClickAt(QPoint global, int button = 1)
