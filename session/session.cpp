@@ -190,8 +190,8 @@ bool Session::CreateWriter()
     m_writer = std::make_unique<ImageWriter>(this, m_grabber.get(), m_imgProcessor);
     // They come from the writer's thread. Reports of a recording that was stopped otherwise must not end the next one:
     // a receiver of their own lets exitCapturing take them back.
-    connect(m_writer.get(), &ImageWriter::WritingDone, &m_writerReports, [this] { stopCapturing(); },
-            Qt::QueuedConnection);
+    connect(
+        m_writer.get(), &ImageWriter::WritingDone, &m_writerReports, [this] { stopCapturing(); }, Qt::QueuedConnection);
     connect(m_writer.get(), &ImageWriter::EvaluationTestDone, this, &Session::stopCapturingAndAcquisition,
             Qt::QueuedConnection);
     return true;
@@ -233,8 +233,7 @@ void Session::ResetVolatileParams()
         grabber->SetParamInt(key, 0);
     for (char const *key : {"FpsAvg", "FpsInst", "Speed"})
         grabber->SetParamFloat(key, 0.0);
-    for (char const *key :
-         {"CaptureFramesAcquired", "CaptureFramesDroppedHW", "CaptureFramesDroppedSW", "FramesSaved"})
+    for (char const *key : {"CaptureFramesAcquired", "CaptureFramesDroppedHW", "CaptureFramesDroppedSW", "FramesSaved"})
         GetImageWriter()->SetParamInt(key, 0);
 }
 

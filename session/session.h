@@ -115,8 +115,8 @@ private:
     SessionState m_state;
     TovCam::Device *m_device;
     std::unique_ptr<GrabbingFifo> m_grabber;
-    QObject m_writerReports;                // receives the writer's reports that a recording is done
-    std::unique_ptr<ImageWriter> m_writer;  // both use the grabber, and go before it unless their threads are asleep
+    QObject m_writerReports;               // receives the writer's reports that a recording is done
+    std::unique_ptr<ImageWriter> m_writer; // both use the grabber, and go before it unless their threads are asleep
     std::unique_ptr<DisplayView> m_display;
     ImgProcessor *m_imgProcessor = nullptr; // a child
     QSettings *m_settings = nullptr;        // the window's
