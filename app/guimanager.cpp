@@ -380,6 +380,19 @@ void GuiManager::startAcquisition()
         emit m_session->signalStartAcquisition();
 }
 
+void GuiManager::startTestBandwidth()
+{
+    if (!m_session)
+        return;
+    QMessageBox box(QMessageBox::Question, QCoreApplication::applicationName(), QStringLiteral("Bandwidth testing."),
+                    QMessageBox::Ok | QMessageBox::Cancel, MainWindow());
+    box.setInformativeText(QStringLiteral("Do you want to begin?"));
+    box.setDefaultButton(QMessageBox::Ok);
+    if (box.exec() == QMessageBox::Cancel || !m_session) // it may have gone while the question was open
+        return;
+    m_session->startTestBW();
+}
+
 void GuiManager::stopAcquisitionAndCapture()
 {
     if (!m_session)

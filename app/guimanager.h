@@ -55,6 +55,7 @@ public slots:
     void saveConfiguration(); // asks for the file only where none was loaded or saved before
     void saveConfigurationAs();
     void startAcquisition();
+    void startTestBandwidth(); // asks first
     void stopAcquisitionAndCapture();
     void startStopCapture() override;
     void snapNextImage() override;

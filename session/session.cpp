@@ -513,6 +513,11 @@ void Session::exitDisconnected()
 {
 }
 
+void Session::startTestBW()
+{
+    m_window->RunBandwidthTest(this);
+}
+
 // The log channels' decoders decide what the switches do; without one nothing is subscribed.
 void Session::ParamChanged(_TovStParam /*param*/)
 {
