@@ -432,7 +432,8 @@ bool CBWTesting::WaitFor(std::int64_t state, char const *good, char const *timeo
 
 bool CBWTesting::Settle(int step)
 {
-    for (int i = 0; i < SettleSteps; ++i) {
+    bool const running = m_running;
+    for (int i = 0; i < SettleSteps && m_session && m_running == running; ++i) {
         sleepFor(step);
         ProcessEvents();
     }
