@@ -1,7 +1,7 @@
 // An operator with a GigE Vision camera that is not ours, on loopback in a network namespace: seen by the selector,
 // watched, lost, and found again.
+#include "bandwidthtour.h"
 #include "fakegige.h"
-#include "paneltour.h"
 #include "recordingtour.h"
 
 #include <QTemporaryDir>
@@ -70,6 +70,21 @@ TEST_F(FakeGigE, ItsPanelsAreOperatedAndKeepItsSetUp)
         tour.StreamsWithTheTreeOpen(false);
         tour.ShowsItsReport();
         tour.IsKeptInAConfiguration();
+    });
+}
+
+TEST_F(FakeGigE, ItsBandwidthCannotBeTested)
+{
+    Operator::Run([](Robot &robot, Operator &hands) {
+        FakeGigECamera camera;
+        hands.Connect(robot, FakeGigECamera::Serial);
+        BandwidthTour tour(robot, hands);
+        tour.Begin();
+        tour.WaitForLine("Device is not compatible. Test is impossible.");
+        tour.Look("refused");
+        tour.Close();
+        hands.Play(robot);
+        hands.Disconnect(robot);
     });
 }
 
