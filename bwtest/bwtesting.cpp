@@ -54,6 +54,10 @@ CBWTesting::CBWTesting(Session *session, QWidget *parent, Qt::WindowFlags flags)
     setupUi(this);
     // The events that the test processes before exec() must not reach the window behind.
     setWindowModality(Qt::ApplicationModal);
+    stopCloseButton->setFocus();
+    QScrollBar *const bar = teStats->verticalScrollBar();
+    connect(bar, &QScrollBar::valueChanged, this, [this, bar](int value) { m_follows = value >= bar->maximum(); });
+    connect(bar, &QScrollBar::rangeChanged, this, &CBWTesting::FollowLog);
     Append(QStringLiteral("Initialization..."));
     show();
     if (session)
@@ -308,7 +312,6 @@ void CBWTesting::finalMessage()
         return; // the camera holds it already
 
     QMessageBox box(this);
-    box.setIcon(QMessageBox::Question);
     box.setText(finished);
     QString const unit = IsPixelClock() ? QStringLiteral(" MHz") : QString();
     box.setInformativeText(IsPixelClock() ? QStringLiteral("Which value of Pixel Clock do you want to apply?")
@@ -361,7 +364,6 @@ void CBWTesting::slAccept()
         return;
     }
     QMessageBox box(this);
-    box.setIcon(QMessageBox::Question);
     box.setText(QStringLiteral("Test is in processing"));
     box.setInformativeText(QStringLiteral("Are you sure to stop the test?"));
     box.setDefaultButton(box.addButton(QStringLiteral("No"), QMessageBox::NoRole));
@@ -395,6 +397,8 @@ void CBWTesting::SessionGone()
 
 int CBWTesting::Ask(QMessageBox &box)
 {
+    box.setIcon(QMessageBox::Question);
+    box.setWindowTitle(windowTitle());
     m_question = &box;
     return box.exec();
 }
@@ -465,12 +469,9 @@ void CBWTesting::Append(QString const &text)
     Append(text, m_normalColor);
 }
 
-// With a cursor of its own: what the operator has selected stays, in its colour. The view follows while it is at the
-// end.
+// With a cursor of its own: what the operator has selected stays, in its colour.
 void CBWTesting::Append(QString const &text, QColor const &color)
 {
-    QScrollBar *const bar = teStats->verticalScrollBar();
-    bool const follows = bar->value() >= bar->maximum();
     QTextCursor end(teStats->document());
     end.movePosition(QTextCursor::End);
     QTextCharFormat format;
@@ -480,6 +481,12 @@ void CBWTesting::Append(QString const &text, QColor const &color)
         end.insertBlock();
     end.insertText(text, format);
     end.endEditBlock();
-    if (follows)
-        bar->setValue(bar->maximum());
+    FollowLog();
+}
+
+// The newest line stays in view, also while the window is resized, unless the operator has scrolled back.
+void CBWTesting::FollowLog()
+{
+    if (m_follows)
+        teStats->verticalScrollBar()->setValue(teStats->verticalScrollBar()->maximum());
 }

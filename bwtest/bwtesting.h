@@ -67,6 +67,7 @@ private:
 
     void Append(QString const &text);
     void Append(QString const &text, QColor const &color);
+    void FollowLog();
     bool WaitFor(std::int64_t state, char const *good, char const *timeout);
     // Seven times: sleep, process events. False when the test was stopped or the camera lost meanwhile.
     bool Settle(int step);
@@ -103,6 +104,7 @@ private:
     bool m_running = false;
     bool m_sessionGone = false; // there was one
     bool m_done = false;        // the operator has left
+    bool m_follows = true;      // the log is at its end
     QElapsedTimer m_elapsed;
     QString m_error; // why init failed
 };

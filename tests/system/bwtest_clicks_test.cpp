@@ -126,6 +126,10 @@ TEST(BandwidthClicks, IsStoppedLeftAndResized)
         robot.Gui([&] { tour.Dialog()->resize(10, 10); });
         robot.WaitFor("the size", [&] { return tour.Dialog()->width() < 400; });
         QThread::msleep(300);
+        EXPECT_TRUE(robot.Gui([&] {
+            auto *const bar = tour.Dialog()->findChild<QTextEdit *>()->verticalScrollBar();
+            return bar->maximum() > 0 && bar->value() == bar->maximum();
+        }));
         tour.Look("small");
         robot.Key("Return"); // the button is the default one
         tour.WaitUntilLeft();
