@@ -55,6 +55,7 @@ InspectView::InspectView(QMainWindow *window, TovComponent *mainDisplay, QPoint 
         component->SetParamFloat("display.init.at.y", 0.5);
     }
     ++s_id;
+    hide(); // floating it would show it, before it has its place
     // It belongs to the window and to none of its dock areas, so the window's layout does not hear of it.
     setupUi(this);
     setWindowTitle(tr("Inspection View"));
@@ -293,6 +294,5 @@ void InspectView::hideEvent(QHideEvent *event)
 void InspectView::moveEvent(QMoveEvent *event)
 {
     PlayerPanel::moveEvent(event);
-    if (m_displayWidget)
-        UpdateRectangle(); // onto a screen of another scale
+    UpdateRectangle(); // onto a screen of another scale
 }
