@@ -71,8 +71,13 @@ public:
                         [&] { return View() && View()->isVisible() && View()->pos() == at; });
         EXPECT_TRUE(m_robot.Gui([&] { return IsChecked(); }));
         m_robot.WaitFor("the pixel in its middle", [&] {
+            // As far as the picture reaches.
+            auto const first = [](int at, int view, std::int64_t image) {
+                return std::clamp(at - (view - 1) / 2, 0, std::max(int(image) - view, 0));
+            };
             QSize const size = View()->widget()->size();
-            return First() == pixel - QPoint((size.width() - 1) / 2, (size.height() - 1) / 2);
+            return First() == QPoint(first(pixel.x(), size.width(), Features()->GetIntegerValue("Width", nullptr)),
+                                     first(pixel.y(), size.height(), Features()->GetIntegerValue("Height", nullptr)));
         });
     }
     // Out of the main view's way, by its title.
@@ -98,7 +103,7 @@ public:
         });
     }
 
-    // The picture stands still. What `zoom` does comes before each look.
+    // While the picture stands still.
     void ExpectExact(char const *when)
     {
         SCOPED_TRACE(when);
@@ -200,6 +205,7 @@ TEST_P(InspectionOfEachCamera, ShowsAndMarksAPartOfThePictureExactly)
         tour.Open(0.3, 0.3);
         robot.Screenshot(QStringLiteral("inspect-%1-stopped").arg(QLatin1String(Serials[GetParam()])));
         // Another format.
+        tour.PutAside();
         robot.Gui([&] {
             tour.Features()->SetIntegerValue("Width", 640);
             tour.Features()->SetIntegerValue("Height", 400);
@@ -226,6 +232,7 @@ TEST_P(InspectionOfEachCamera, WorksWhileARecordingRunsAndGoesWithALostCamera)
         InspectTour tour(robot, hands, Serials[GetParam()]);
         robot.Key("ctrl+i"); // at the pointer, which is not over the picture: in its middle
         robot.WaitFor("the view", [&] { return tour.View() && tour.View()->isVisible(); });
+        tour.PutAside();
         tour.Open(0.5, 0.4);
         for (int i = 0; i < 3; ++i) {
             robot.Key("ctrl+i");
