@@ -128,6 +128,7 @@ GuiManager::GuiManager(ManagedWindow *window) : m_window(window)
 GuiManager::~GuiManager()
 {
     cameraDisconnect();
+    delete m_inspectView; // where the disconnection had to wait for a message: it looks at the session's display
     delete m_session;
     if (m_system)
         m_system->Release();
