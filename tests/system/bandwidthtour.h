@@ -6,8 +6,6 @@
 
 #include <QTextEdit>
 
-#include <algorithm>
-
 class BandwidthTour : public PanelTour
 {
 public:
@@ -28,46 +26,39 @@ public:
                 return dialog;
         return nullptr;
     }
-    // GUI thread. The log of the open dialog, or else of the last one.
-    QString Log()
+    static QTextEdit *Log()
     {
-        if (Dialog())
-            m_log = Dialog()->findChild<QTextEdit *>()->toPlainText();
-        return m_log;
+        return Dialog()->findChild<QTextEdit *>();
     }
-    void WaitForLine(char const *text, int milliseconds = 60000)
+    void WaitForLine(char const *text)
     {
         m_robot.WaitFor(
-            text, [=, this] { return Log().contains(QLatin1String(text)); }, milliseconds);
+            text, [=] { return Dialog() && Log()->toPlainText().contains(QLatin1String(text)); }, 60000);
     }
     void Begin()
     {
         m_robot.Click(m_hands.Window(), "actionTestBandwidth");
-        Choose("Bandwidth testing.", "OK");
-        m_robot.WaitFor("the dialog", [] { return Dialog() != nullptr; });
+        Choose("Bandwidth testing.", QStringLiteral("OK"));
     }
-    // Presses the shortest button with that beginning in the message box with that one.
-    void Choose(char const *text, char const *button)
+    // Presses the button of that text in the message box with that beginning.
+    void Choose(char const *text, QString const &button)
     {
-        auto const box = [] {
-            return qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        auto const box = [=] {
+            auto *found = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            return found && found->text().startsWith(QLatin1String(text)) ? found : nullptr;
         };
         m_robot.WaitFor(
-            text, [=] { return box() && box()->text().startsWith(QLatin1String(text)); }, 60000);
+            text, [=] { return box() != nullptr; }, 60000);
         QThread::msleep(200); // let the window manager place it
-        m_robot.Screenshot(QStringLiteral("bandwidth-%1-%2").arg(QString::fromLatin1(text).left(4), Robot::TestName()));
-        QAbstractButton *const found = m_robot.Gui([&] {
-            auto buttons = box()->buttons();
-            std::sort(buttons.begin(), buttons.end(), [](auto *a, auto *b) { return a->text() < b->text(); });
-            auto const named = [=](QAbstractButton *one) {
-                return one->text().remove(QLatin1Char('&')).startsWith(QLatin1String(button));
-            };
-            auto const first = std::find_if(buttons.begin(), buttons.end(), named);
-            return first != buttons.end() ? *first : nullptr;
+        Look(QString::fromLatin1(text).left(4));
+        QPushButton *found = nullptr;
+        m_robot.Gui([&] {
+            for (QPushButton *one : box()->findChildren<QPushButton *>())
+                found = one->text().remove(QLatin1Char('&')) == button ? one : found;
         });
-        ASSERT_TRUE(found) << button;
+        ASSERT_TRUE(found);
         m_robot.Click(found);
-        m_robot.WaitFor("the answer", [=] { return !box() || !box()->text().startsWith(QLatin1String(text)); });
+        m_robot.WaitFor("the answer", [=] { return !box(); });
     }
     void PressButton()
     {
@@ -76,21 +67,24 @@ public:
     }
     void WaitUntilLeft()
     {
-        m_robot.WaitFor("the dialog to close", [] { return !Dialog() && !QApplication::activeModalWidget(); });
+        m_robot.WaitFor("the end", [] { return !Dialog() && !QApplication::activeModalWidget(); });
+        EXPECT_NE(m_robot.Gui([&] { return m_hands.State(); }), SessionStateAcquisition);
     }
-    // By its button, from a test that has ended.
-    void Close()
+    void IsRefused()
     {
+        Begin();
+        WaitForLine("Device is not compatible. Test is impossible.");
+        Look(QStringLiteral("refused"));
         PressButton();
         WaitUntilLeft();
+        m_hands.Play(m_robot);
     }
-    void Look(char const *name)
+    void Look(QString const &name)
     {
-        m_robot.Screenshot(QStringLiteral("bandwidth-%1-%2").arg(QLatin1String(name), Robot::TestName()));
+        m_robot.Screenshot(QStringLiteral("bandwidth-%1-%2").arg(name, Robot::TestName()));
     }
 
 private:
     Robot &m_robot;
     Operator &m_hands;
-    QString m_log; // GUI thread
 };
