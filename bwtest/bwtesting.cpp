@@ -178,13 +178,11 @@ void CBWTesting::checkQuality()
         return;
     for (int attempt = 0; attempt < MostAttempts && !SetAndReadBack(); ++attempt) {
         if (!m_running)
-            return;
+            return; // stopped or lost while the camera settled: nothing may be started any more
         // In both families, also for the line time, where that is the good side. That is meant.
         m_high = m_current;
         sleepFor(s_waits.retry);
     }
-    if (!m_running)
-        return; // stopped or lost while the camera settled: nothing may be started any more
     emit m_session->signalStartAcquisition();
     waitForStart();
     ReadCounters(&m_incompleteAtStart, &m_acquiredAtStart);
