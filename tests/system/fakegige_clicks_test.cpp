@@ -48,8 +48,7 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
         robot.Screenshot(QStringLiteral("gige-live"));
 
         camera->Kill();
-        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        robot.WaitFor("the disconnected picture", [&] { return hands.CurrentSession() == nullptr; });
+        hands.ReadOfTheLoss(robot);
         EXPECT_EQ(robot.Gui([&] { return hands.Title(); }), QStringLiteral("TovScope - Camera is not connected"));
 
         camera = std::make_unique<FakeGigECamera>();
@@ -70,7 +69,6 @@ TEST_F(FakeGigE, ItsPanelsAreOperatedAndKeepItsSetUp)
         hands.Stop(robot);
         tour.DocksComeAndGo();
         tour.StreamsWithTheTreeOpen(false);
-        tour.ShowsItsReport();
         tour.IsKeptInAConfiguration();
     });
 }

@@ -9,9 +9,7 @@
 
 namespace {
 
-char const *const Serials[] = {"20480117", "19200342", "12800058"};
-
-class RecordingFromEachCamera : public testing::TestWithParam<int>
+class RecordingFromEachCamera : public testing::TestWithParam<char const *>
 {
 };
 
@@ -20,21 +18,17 @@ TEST_P(RecordingFromEachCamera, LeavesWholeFilesHoweverItEnds)
     QTemporaryDir const folder;
     std::optional<RecordingTour> tour;
     Operator::Run([&](Robot &robot, Operator &hands) {
-        tour.emplace(robot, hands, Serials[GetParam()], folder.path());
+        tour.emplace(robot, hands, GetParam(), folder.path());
         tour->Connect();
         tour->RecordsSnapsAndRecordsAgain();
-        auto const lose = [&] {
-            robot.Gui([&] {
-                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->ExecuteCommand("SimLoseCamera");
-            });
-        };
-        tour->OutlivesTheEndOfTheConnection(lose, [] {});
+        tour->OutlivesTheEndOfTheConnection(
+            [&] { robot.Gui([&] { hands.Features()->ExecuteCommand("SimLoseCamera"); }); }, [] {});
         tour->ClosesTheWindow();
     });
     if (!HasFailure())
         tour->FilesAreWhole();
 }
 
-INSTANTIATE_TEST_SUITE_P(Clicks, RecordingFromEachCamera, testing::Range(0, 3));
+INSTANTIATE_TEST_SUITE_P(Clicks, RecordingFromEachCamera, testing::ValuesIn(Operator::Serials));
 
 } // namespace

@@ -5,8 +5,6 @@
 
 #include "imagewriter.h"
 
-#include "tovcamera.h"
-
 #include <QDir>
 #include <QLineEdit>
 #include <QRegularExpression>
@@ -31,7 +29,7 @@ public:
     {
         m_hands.Connect(m_robot, m_camera);
         m_frameBytes = m_robot.Gui([this] {
-            auto *const features = m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
+            auto *const features = m_hands.Features();
             features->SetIntegerValue("Width", 256);
             features->SetIntegerValue("Height", 128);
             return features->GetIntegerValue("PayloadSize", nullptr);
@@ -158,8 +156,7 @@ public:
         TypeFolder("lost");
         Start();
         lose();
-        EXPECT_EQ(m_robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        m_robot.WaitFor("the disconnected picture", [this] { return m_hands.CurrentSession() == nullptr; });
+        m_hands.ReadOfTheLoss(m_robot);
         FilesAreWhole();
         restore();
         Connect();
