@@ -2,7 +2,6 @@
 #include "imgprocessor.h"
 
 #include "plain.h"
-#include "tovcamera.h"
 
 namespace {
 
@@ -97,38 +96,6 @@ TEST(BayerHelper, FamilyChoosesThePattern)
         EXPECT_EQ(helper.swapRows, c.pattern == 3);
         EXPECT_EQ(helper.colorSensor, c.sensorClass == 12);
     }
-}
-
-TEST(BayerHelper, ReadsTheSensorClassOrElseThePixelFormat)
-{
-    struct
-    {
-        char const *model, *format;
-        std::uint32_t sensorClass;
-    } const cases[] = {{"VU-1920C", "BayerRG12", 12},
-                       {"VU-1920C", "BayerGR8", 12},
-                       {"VG-2048M", "Mono12", 4},
-                       {"VG-1280C", "RGB8", 0},
-                       {"VG-1280C", "BayerRG8", 12}};
-    TovCam::System *const system = TovCam_GetSystem();
-    auto const find = [system](std::string_view model) -> TovCam::DeviceInfo * {
-        TovCam::ObjectList *const list = system->GetInterfaceList(255);
-        for (TovCam::Interface *i = list->GetFirst(); i; i = list->GetNext())
-            for (std::uint32_t k = 0; k < i->GetDeviceCount(); ++k)
-                if (i->GetDeviceInfoByIndex(k)->GetModelName() == model)
-                    return i->GetDeviceInfoByIndex(k);
-        return nullptr;
-    };
-    for (auto const &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.model << ' ' << c.format);
-        TovCam::Device *const device = TovCam_CreateDevice(find(c.model), 2, nullptr);
-        ASSERT_TRUE(device);
-        EXPECT_EQ(device->GetCameraParameters(nullptr)->SetEnumValueStr("PixelFormat", c.format), 0);
-        EXPECT_EQ(BayerHelper2::ReadSensorClass(device), c.sensorClass);
-        device->Release();
-    }
-    system->Release();
-    EXPECT_EQ(BayerHelper2::ReadSensorClass(nullptr), 0u);
 }
 
 } // namespace

@@ -113,31 +113,4 @@ TEST(FeatureSliderTest, PlacesAndValuesAgreeOnEveryScale)
     }
 }
 
-TEST(FeatureViewStateTest, ReadsWhatItWroteAndNoOtherText)
-{
-    FeatureViewState state;
-    state.visibility = Guru;
-    state.search = QString::fromUtf8("gain\n\xC3\xA4 %20");
-    state.expanded = {QStringLiteral("Image"), QStringLiteral("Image/a%2Fb")};
-    state.selected = QStringLiteral("Image/Gain");
-    state.column = 30;
-    QByteArray const text = state.ToText();
-    FeatureViewState again;
-    ASSERT_TRUE(again.FromText(text.constData()));
-    EXPECT_EQ(again.ToText(), text);
-    EXPECT_EQ(again.search, state.search);
-    EXPECT_EQ(again.expanded, state.expanded);
-
-    std::string const long_(2 << 20, 'x');
-    for (std::string const &hostile :
-         {std::string(), std::string("\x01\x02"), std::string("TovFeatureTree 2\nvisibility Beginner"), long_,
-          "TovFeatureTree 1\nsearch " + long_}) {
-        EXPECT_FALSE(again.FromText(hostile.c_str()));
-        EXPECT_EQ(again.ToText(), text);
-    }
-    EXPECT_FALSE(again.FromText(nullptr));
-    EXPECT_TRUE(again.FromText("TovFeatureTree 1\nvisibility 99\ncolumn -5\nexpanded \nselected\n\xFF\xFE zz\n"));
-    EXPECT_EQ(again.ToText(), FeatureViewState().ToText());
-}
-
 } // namespace

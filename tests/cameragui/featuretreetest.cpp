@@ -340,7 +340,11 @@ TEST_F(FeatureTreeTest, ViewStateComesBackAndSearchLeavesItAlone)
 
     TovGenParamTreeView other(nullptr);
     other.SetViewState(state.c_str()); // before there are features
-    other.SetViewState("nonsense");
+    std::string const longText(2 << 20, 'x');
+    for (std::string const &hostile :
+         {std::string(), std::string("\x01\x02"), std::string("TovFeatureTree 2\nvisibility Beginner"), longText,
+          "TovFeatureTree 1\nsearch " + longText})
+        other.SetViewState(hostile.c_str());
     EXPECT_EQ(other.GetViewState(), state);
     other.SetGenParamArray(&m_camera);
     auto *const view = other.findChild<QTreeView *>();
@@ -348,6 +352,9 @@ TEST_F(FeatureTreeTest, ViewStateComesBackAndSearchLeavesItAlone)
     EXPECT_TRUE(view->isExpanded(view->model()->index(0, 0)));
     EXPECT_FALSE(view->isExpanded(view->model()->index(1, 0)));
     EXPECT_EQ(view->currentIndex().data(), QStringLiteral("Exposure Time"));
+    other.SetViewState("TovFeatureTree 1\nvisibility 99\ncolumn -5\nexpanded \nselected\n\xFF\xFE zz\n");
+    TovGenParamTreeView fresh(nullptr);
+    EXPECT_STREQ(other.GetViewState(), fresh.GetViewState());
 }
 
 } // namespace

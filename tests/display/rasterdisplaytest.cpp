@@ -274,30 +274,6 @@ TEST_F(RasterDisplay, RefusesWhatIsNoColourMap)
     EXPECT_EQ(Show(pixels.Image()).pixel(100, 75), Grey(9));
 }
 
-// ---- Dump rectangle -------------------------------------------------------------------------------------------------
-
-TEST_F(RasterDisplay, OutlinesTheDumpRectangleOnItsPixels)
-{
-    Pixels pixels(TypeOf("Mono8"), 200, 150, 0, 16);
-    std::fill(pixels.Memory().begin(), pixels.Memory().end(), 9);
-    Set("display.view.scale", 8);
-    Show(pixels.Image());
-    Set("dump.x", At(0, 0).x() + 3);
-    Set("dump.y", At(0, 0).y() + 2);
-    Set("dump.w", 4);
-    Set("dump.h", 5);
-    QRect const rect(WidgetAt(At(0, 0).x() + 3, At(0, 0).y() + 2), QSize(32, 40));
-    for (bool shown : {false, true}) {
-        Run(shown ? "display.dump.on" : "display.dump.off");
-        QImage const picture = Grab();
-        for (int i = 0; i < 200 * 150; ++i) {
-            QPoint const at(i % 200, i / 200);
-            bool const on = shown && rect.contains(at) && !rect.adjusted(1, 1, -1, -1).contains(at);
-            ASSERT_EQ(picture.pixel(at) != Grey(9), on) << at.x() << " " << at.y();
-        }
-    }
-}
-
 // ---- Odd input and lives --------------------------------------------------------------------------------------------
 
 TEST_F(RasterDisplay, RefusesWhatItCannotShow)

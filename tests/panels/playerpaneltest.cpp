@@ -10,11 +10,7 @@
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMenuBar>
-#include <QSettings>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 #include <atomic>
 #include <chrono>
@@ -156,17 +152,6 @@ TEST_F(Panels, AreFoundByTheirActionAndFollowIt)
         EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), &other);
     }
     EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), nullptr);
-
-    QTemporaryDir const folder;
-    QSettings settings(folder.filePath(QStringLiteral("s.ini")), QSettings::IniFormat);
-    panel.setObjectName(QStringLiteral("thePanel"));
-    panel.show();
-    panel.setGeometry(100, 120, 333, 222);
-    panel.SaveStateToGlobalSettings(&settings);
-    EXPECT_TRUE(settings.contains(QStringLiteral("thePanel/wndGeometry")));
-    panel.setGeometry(10, 20, 400, 400);
-    panel.LoadStateFromGlobalSettings(&settings);
-    EXPECT_EQ(panel.geometry(), QRect(100, 120, 333, 222));
 }
 
 // What a camera at speed does to panels that come and go.

@@ -1,12 +1,10 @@
 #include "imagewriter.h"
 
 #include "displayview.h"
-#include "fakecamera.h"
 #include "fakehost.h"
 #include "fakeserializer.h"
+#include "fifofixture.h"
 #include "imgprocessor.h"
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -30,7 +28,7 @@ bool waitFor(std::function<bool()> const &condition)
     return true;
 }
 
-class Writer : public testing::Test
+class Writer : public FifoFixture
 {
 protected:
     Writer()
@@ -40,19 +38,10 @@ protected:
         QObject::connect(&writer, &ImageWriter::WritingDone, [this] { ++done; });
         QObject::connect(&writer, &ImageWriter::EvaluationTestDone, [this] { ++evaluated; });
     }
-    ~Writer() override
-    {
-        EXPECT_TRUE(fifo.StopGrabbing());
-        EXPECT_EQ(fifo.ReleaseBuffers(), 0) << "and with it every buffer is back";
-        EXPECT_EQ(device.script.Violations(), "");
-    }
-
     void Run(std::uint32_t pixelType = TV_PIXEL_MONO8, std::uint32_t bitDepth = 8)
     {
         device.stream.SetFormat(32, 32, pixelType, bitDepth);
-        ASSERT_EQ(fifo.CreateBuffers(), 0);
-        ASSERT_TRUE(fifo.StartGrabbing());
-        fifo.SetState(SessionStateAcquisition);
+        Begin();
     }
     void Record()
     {
@@ -72,10 +61,7 @@ protected:
     void Feed(std::uint64_t first, std::uint64_t last, std::function<void(_TovImage &)> const &paint = {})
     {
         for (std::uint64_t id = first; id <= last; ++id) {
-            FakeFrame frame;
-            frame.id = id;
-            frame.timestamp = id * 1000;
-            ASSERT_TRUE(device.stream.Push(frame, paint));
+            ASSERT_TRUE(device.stream.Push({id, id * 1000}, paint));
             ASSERT_TRUE(device.stream.WaitUntilDrained());
         }
     }
@@ -94,8 +80,6 @@ protected:
     }
 
     FakeSerializerScript &serializer = FakeSerializerScript::Get();
-    FakeDevice device;
-    GrabbingFifo fifo{nullptr, &device};
     DisplayView display{nullptr, &fifo};
     ImgProcessor processor{nullptr, &display};
     ImageWriter writer{nullptr, &fifo, &processor};
@@ -157,14 +141,8 @@ TEST_F(Writer, ConvertsWhatTheFormatCannotHold)
     writer.SetParamString("MovieName", "m${image.id:%lu}");
     writer.SetParamFloat("MovieFPS", 12.5);
     writer.SetParamInt("JpgQuality", 77);
-    bool first = true;
     for (auto const &row : rows) {
         SCOPED_TRACE(row.log);
-        if (!first) {
-            EXPECT_TRUE(fifo.StopGrabbing());
-            EXPECT_EQ(fifo.ReleaseBuffers(), 0);
-        }
-        first = false;
         serializer.Reset();
         writer.SetParamInt("FileFormat", row.format);
         writer.SetParamBool("NormalizedTiff", row.normalized);
@@ -200,25 +178,6 @@ TEST_F(Writer, SnapsOneFrameAndKeepsAskingForItsEnd)
     EXPECT_EQ(done, 3);
 }
 
-TEST(CaptureRules, EndASnapOnlyAndWrapAfter256Frames)
-{
-    CaptureRules rules;
-    rules.StopImgWriting();
-    EXPECT_FALSE(rules.NeedToWrite(nullptr) || rules.IsFinished(nullptr));
-    rules.SnapNextFrame();
-    for (int frame = 0; frame < 257; ++frame) {
-        EXPECT_EQ(rules.NeedToWrite(nullptr), frame % 256 == 0);
-        EXPECT_TRUE(rules.IsFinished(nullptr));
-    }
-    rules.StopImgWriting();
-    EXPECT_FALSE(rules.m_bSnap);
-    for (std::int64_t mode = 0; mode <= 4; ++mode) {
-        rules.StartImgWriting(static_cast<CaptureMode>(mode));
-        EXPECT_TRUE(rules.NeedToWrite(nullptr));
-        EXPECT_FALSE(rules.IsFinished(nullptr));
-    }
-}
-
 // Each failure costs what it must; afterwards every buffer is back and the next recording is whole.
 TEST_F(Writer, GetsOverFailures)
 {
@@ -227,16 +186,16 @@ TEST_F(Writer, GetsOverFailures)
         image.width = image.frameID == 3 ? 31 : 32;
     };
     auto const thirdFails = [this] {
-        serializer.OnWrite([](std::size_t n) { return n == 2 ? -4 : 0; });
+        serializer.Set(&FakeSerializing::onWrite, [](std::size_t n) { return n == 2 ? -4 : 0; });
     };
     auto const thirdThrows = [this] {
-        serializer.OnWrite([](std::size_t n) { return n == 2 ? throw std::bad_alloc() : 0; });
+        serializer.Set(&FakeSerializing::onWrite, [](std::size_t n) { return n == 2 ? throw std::bad_alloc() : 0; });
     };
     auto const startFails = [this] {
-        serializer.OnStart([] { return -4; });
+        serializer.Set(&FakeSerializing::onStart, [] { return -4; });
     };
     auto const startThrows = [this] {
-        serializer.OnStart([]() -> int { throw std::bad_alloc(); });
+        serializer.Set(&FakeSerializing::onStart, []() -> int { throw std::bad_alloc(); });
     };
     struct
     {
@@ -260,14 +219,8 @@ TEST_F(Writer, GetsOverFailures)
         {"the start of a converted movie", Format::FormatAvi, 0x308010D, startFails, {}, 0, 6},
         {"memory at the start", Format::FormatRaw, TV_PIXEL_MONO8, startThrows, {}, 0, 1},
     };
-    bool first = true;
     for (auto const &row : rows) {
         SCOPED_TRACE(row.what);
-        if (!first) {
-            EXPECT_TRUE(fifo.StopGrabbing());
-            EXPECT_EQ(fifo.ReleaseBuffers(), 0);
-        }
-        first = false;
         serializer.Reset();
         row.arrange();
         done = 0;
@@ -295,7 +248,7 @@ TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
 {
     std::promise<void> go;
     std::shared_future<void> const gone = go.get_future().share();
-    serializer.OnWrite([gone](std::size_t) { return gone.wait(), 0; });
+    serializer.Set(&FakeSerializing::onWrite, [gone](std::size_t) { return gone.wait(), 0; });
     Run();
     Record();
     Feed(1, 1);
@@ -322,7 +275,7 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     Record();
     EXPECT_EQ(Stop().acquired, 0) << "asleep over an empty FIFO";
 
-    serializer.OnWrite([](std::size_t) { return std::this_thread::sleep_for(50ms), 0; });
+    serializer.Set(&FakeSerializing::onWrite, [](std::size_t) { return std::this_thread::sleep_for(50ms), 0; });
     Record();
     Feed(1, 8);
     ASSERT_TRUE(waitFor([this] { return fifo.GetAccounts().withConsumers == 1; }));
@@ -332,7 +285,7 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     EXPECT_GE(ledger.queued, 1);
 
     Record();
-    serializer.OnStop([]() -> int { throw std::bad_alloc(); });
+    serializer.Set(&FakeSerializing::onStop, []() -> int { throw std::bad_alloc(); });
     EXPECT_THROW(writer.StopWriting(), std::bad_alloc);
     serializer.Reset();
     Record();
@@ -360,11 +313,8 @@ TEST_F(Writer, AccountsForEveryFrameWhateverHappens)
         std::mt19937 random(1);
         std::uint64_t id = 1;
         while (!over) {
-            FakeFrame frame;
             id += random() % 10 == 0 ? 2 : 1; // some never come
-            frame.id = id;
-            frame.timestamp = id * 1000;
-            frame.incomplete = random() % 7 == 0;
+            FakeFrame const frame{id, id * 1000, random() % 7 == 0};
             if (device.stream.Push(frame)) {
                 ++pushed;
                 incomplete += frame.incomplete;
@@ -384,7 +334,7 @@ TEST_F(Writer, AccountsForEveryFrameWhateverHappens)
     });
     for (int recording = 0; recording < 8; ++recording) {
         serializer.Reset();
-        serializer.OnWrite([recording](std::size_t n) {
+        serializer.Set(&FakeSerializing::onWrite, [recording](std::size_t n) {
             std::this_thread::sleep_for(std::chrono::microseconds(n % 5 * 100 * recording));
             return n % 11 == 10 ? -4 : 0;
         });
@@ -449,12 +399,8 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
         plugin.newest = row.newest;
         evaluated = 0;
         Record();
-        for (std::uint64_t id = 1; id <= 6; ++id) {
-            FakeFrame frame;
-            frame.id = id;
-            frame.incomplete = id == 3;
-            ASSERT_TRUE(device.stream.Push(frame));
-        }
+        for (std::uint64_t id = 1; id <= 6; ++id)
+            ASSERT_TRUE(device.stream.Push({id, 0, id == 3}));
         ASSERT_TRUE(device.stream.WaitUntilDrained());
         plugin.hold = false;
         ASSERT_TRUE(waitFor([this] { return evaluated == 1; }));

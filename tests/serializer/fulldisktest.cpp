@@ -1,9 +1,13 @@
-// Disks without room: a limit on the size of files, on which the file system refuses in the middle of a frame.
+// Disks without room: a limit on the size of files, on which the file system refuses in the middle of a frame, and a
+// small file system of our own.
 #include "framefilereader.h"
 #include "serializerfixture.h"
 
 #include <csignal>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -39,6 +43,17 @@ protected:
         }
         fs::remove(Path(name));
     }
+    void FillWithEverything()
+    {
+        for (TovImageSize const size : {TovImageSize{1024, 1024}, TovImageSize{200, 150}}) {
+            FillWithMovie("m.avi", size);
+            FillWithMovie("m.tvm", size);
+        }
+        Picture const picture(TV_PIXEL_MONO8, 3000, 3000);
+        for (std::string const extension : {"raw", "tvi", "bmp", "png", "tif"})
+            EXPECT_EQ(Save(picture, extension.c_str(), Path("x." + extension)), TOV_SERIALIZER_ERR_WRITE) << extension;
+        EXPECT_EQ(Files(folder), 0);
+    }
 };
 
 TEST_F(FullDiskTest, LeavesMoviesThatPlayAndNoHalfFiles)
@@ -48,15 +63,32 @@ TEST_F(FullDiskTest, LeavesMoviesThatPlayAndNoHalfFiles)
     getrlimit(RLIMIT_FSIZE, &old);
     rlimit const limit{7'340'033, old.rlim_max};
     setrlimit(RLIMIT_FSIZE, &limit);
-    for (TovImageSize const size : {TovImageSize{1024, 1024}, TovImageSize{200, 150}}) {
-        FillWithMovie("m.avi", size);
-        FillWithMovie("m.tvm", size);
-    }
-    Picture const picture(TV_PIXEL_MONO8, 3000, 3000);
-    for (std::string const extension : {"raw", "tvi", "bmp", "png", "tif"})
-        EXPECT_EQ(Save(picture, extension.c_str(), Path("x." + extension)), TOV_SERIALIZER_ERR_WRITE) << extension;
+    FillWithEverything();
     setrlimit(RLIMIT_FSIZE, &old);
-    EXPECT_EQ(Files(folder), 0);
+}
+
+// In a child: a mount namespace of its own has to begin with one thread.
+TEST_F(FullDiskTest, LeavesTheSameOnAFileSystemThatIsFull)
+{
+    constexpr int NotAllowed = 77;
+    pid_t const child = fork();
+    if (child == 0) {
+        std::string const user = "0 " + std::to_string(getuid()) + " 1", group = "0 " + std::to_string(getgid()) + " 1";
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+            _exit(NotAllowed);
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/uid_map") << user;
+        std::ofstream("/proc/self/gid_map") << group;
+        if (mount("none", folder.c_str(), "tmpfs", 0, "size=7m") != 0)
+            _exit(NotAllowed);
+        FillWithEverything();
+        _exit(HasFailure());
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == NotAllowed)
+        GTEST_SKIP() << "no file system of our own here";
+    EXPECT_EQ(status, 0);
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 
 #include "tovserializer.h"
 
+#include "../image/reference.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -20,46 +22,31 @@ namespace fs = std::filesystem;
 
 using Bytes = std::string;
 
-class Picture
+// Random; `gap` bytes of something else stand behind each line.
+class Picture : public Pixels
 {
 public:
-    // Every bit that the type uses is random in every pixel; `gap` bytes of something else stand behind each line.
-    Picture(std::uint32_t type, std::uint32_t width, std::uint32_t height, unsigned seed = 1, std::uint64_t gap = 0)
+    Picture(std::uint32_t type, std::uint32_t width, std::uint32_t height, unsigned seed = 1, std::uint32_t gap = 0)
+        : Pixels(type, width, height, gap, seed)
     {
-        TovPixelTypeInfo const *info = TovGetPixelTypeInfo(type);
-        std::uint64_t const step = TovLineBytes(type, width) + gap;
-        m_memory.resize(step * height + 64 + 2 * width);
-        std::mt19937 random(seed);
-        for (std::uint8_t &byte : m_memory)
-            byte = std::uint8_t(random());
-        bool const words = info->packing == TOV_UNPACKED && info->bitDepth > 8;
-        for (std::size_t i = 1; words && gap % 2 == 0 && i < m_memory.size(); i += 2)
-            m_memory[i] &= std::uint8_t((1 << (info->bitDepth - 8)) - 1);
-        TovCreateImageHeader(&m_image, {width, height}, type, step, m_memory.data());
-        m_image->timestamp = 1000 + seed;
-        m_image->frameID = seed;
+        Image()->timestamp = 1000 + seed;
+        Image()->frameID = seed;
     }
-    ~Picture()
-    {
-        TovReleaseImageHeader(&m_image);
-    }
-    Picture(Picture const &) = delete;
-    Picture &operator=(Picture const &) = delete;
     _TovImage *Get() const
     {
-        return m_image;
+        return Image();
     }
     // The lines' bytes one after another.
     Bytes Lines() const
     {
-        return LinesOf(m_image);
+        return LinesOf(Image());
     }
     // The same picture in another type.
     Bytes LinesAs(std::uint32_t type) const
     {
         _TovImage *other = nullptr;
-        TovCreateImage(&other, {m_image->width, m_image->height}, type);
-        EXPECT_EQ(TovConvertImage(other, m_image), TOV_IMAGE_OK);
+        TovCreateImage(&other, {Image()->width, Image()->height}, type);
+        EXPECT_EQ(TovConvertImage(other, Image()), TOV_IMAGE_OK);
         Bytes const lines = LinesOf(other);
         TovReleaseImage(&other);
         return lines;
@@ -74,9 +61,6 @@ private:
             lines.append(reinterpret_cast<char const *>(image->imageData) + y * image->lineStep, bytes);
         return lines;
     }
-
-    std::vector<std::uint8_t> m_memory;
-    _TovImage *m_image = nullptr;
 };
 
 inline Bytes ReadFile(fs::path const &path)

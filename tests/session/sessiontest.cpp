@@ -277,7 +277,7 @@ TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
         {"a failing movie",
          [&] {
              session->GetImageWriter()->SetParamInt("FileFormat", ImageWriter::FormatAvi);
-             serializer.OnWrite([](std::size_t number) { return number == 2 ? -4 : 0; });
+             serializer.Set(&FakeSerializing::onWrite, [](std::size_t number) { return number == 2 ? -4 : 0; });
              emit session->signalStartCapturing();
          },
          [] {},
@@ -287,7 +287,7 @@ TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
         {"files that cannot be closed",
          {},
          [&] {
-             serializer.OnStop([]() -> int { throw std::bad_alloc(); });
+             serializer.Set(&FakeSerializing::onStop, []() -> int { throw std::bad_alloc(); });
              emit session->signalStopCapturing();
          },
          SessionStateIdle,

@@ -41,20 +41,20 @@ public:
     }
     std::int32_t Stop() override
     {
-        auto const action = Log("Stop", m_script.m_onStop);
+        auto const action = Log("Stop", m_script.m_state.onStop);
         m_started = false;
         return action ? action() : 0;
     }
     std::int32_t WriteFrame(_TovImage const *image, char const *fileName) override
     {
         std::unique_lock lock(m_script.m_mutex);
-        auto const action = m_script.m_onWrite;
-        std::size_t const number = m_script.m_calls++;
+        auto const action = m_script.m_state.onWrite;
+        std::size_t const number = m_script.m_state.calls++;
         lock.unlock();
         std::int32_t const status = !m_started ? TOV_SERIALIZER_ERR_STATE : action ? action(number) : 0;
         lock.lock();
         if (status == 0)
-            m_script.m_writes.push_back(
+            m_script.m_state.writes.push_back(
                 {fileName ? fileName : "", image->frameID, image->pixelType, *image->imageData});
         return status;
     }
@@ -62,7 +62,7 @@ public:
 private:
     std::int32_t Begin(std::string const &entry)
     {
-        auto const action = Log(entry, m_script.m_onStart);
+        auto const action = Log(entry, m_script.m_state.onStart);
         std::int32_t const status = action ? action() : 0;
         m_started = status == 0;
         return status;
@@ -70,7 +70,7 @@ private:
     std::function<std::int32_t()> Log(std::string const &entry, std::function<std::int32_t()> const &action)
     {
         std::lock_guard const lock(m_script.m_mutex);
-        m_script.m_log += (m_script.m_log.empty() ? "" : "; ") + entry;
+        m_script.m_state.log += (m_script.m_state.log.empty() ? "" : "; ") + entry;
         return action;
     }
 
@@ -98,40 +98,17 @@ FakeSerializerScript &FakeSerializerScript::Get()
 void FakeSerializerScript::Reset()
 {
     std::lock_guard const lock(m_mutex);
-    m_onStart = {};
-    m_onWrite = {};
-    m_onStop = {};
-    m_log.clear();
-    m_writes.clear();
-    m_calls = 0;
-}
-
-void FakeSerializerScript::OnStart(std::function<std::int32_t()> action)
-{
-    std::lock_guard const lock(m_mutex);
-    m_onStart = std::move(action);
-}
-
-void FakeSerializerScript::OnWrite(std::function<std::int32_t(std::size_t)> action)
-{
-    std::lock_guard const lock(m_mutex);
-    m_onWrite = std::move(action);
-}
-
-void FakeSerializerScript::OnStop(std::function<std::int32_t()> action)
-{
-    std::lock_guard const lock(m_mutex);
-    m_onStop = std::move(action);
+    m_state = {};
 }
 
 std::string FakeSerializerScript::TakeLog()
 {
     std::lock_guard const lock(m_mutex);
-    return std::exchange(m_log, {});
+    return std::exchange(m_state.log, {});
 }
 
 std::vector<FakeWrite> FakeSerializerScript::Writes() const
 {
     std::lock_guard const lock(m_mutex);
-    return m_writes;
+    return m_state.writes;
 }

@@ -10,6 +10,8 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 struct FakeWrite
@@ -20,27 +22,35 @@ struct FakeWrite
     std::uint8_t firstByte;
 };
 
+// What it does and what it has seen.
+struct FakeSerializing
+{
+    // Statuses; the argument of a write is its number, from 0. An action may block or throw.
+    std::function<std::int32_t()> onStart, onStop;
+    std::function<std::int32_t(std::size_t)> onWrite;
+    std::string log;               // starts and stops, "entry; entry"
+    std::vector<FakeWrite> writes; // those that succeeded
+    std::size_t calls = 0;
+};
+
 // One for the whole process.
 class FakeSerializerScript
 {
 public:
     static FakeSerializerScript &Get();
 
+    template<typename T>
+    void Set(T FakeSerializing::*what, std::type_identity_t<T> value)
+    {
+        std::lock_guard const lock(m_mutex);
+        m_state.*what = std::move(value);
+    }
     void Reset();
-    // Statuses; the argument of a write is its number, from 0. An action may block or throw.
-    void OnStart(std::function<std::int32_t()> action);
-    void OnWrite(std::function<std::int32_t(std::size_t)> action);
-    void OnStop(std::function<std::int32_t()> action);
-    std::string TakeLog();                 // starts and stops, "entry; entry"
-    std::vector<FakeWrite> Writes() const; // those that succeeded
+    std::string TakeLog();
+    std::vector<FakeWrite> Writes() const;
 
 private:
     friend class FakeSerializer;
-    mutable std::mutex m_mutex; // guards all below; not held while an action runs
-    std::function<std::int32_t()> m_onStart;
-    std::function<std::int32_t(std::size_t)> m_onWrite;
-    std::function<std::int32_t()> m_onStop;
-    std::string m_log;
-    std::vector<FakeWrite> m_writes;
-    std::size_t m_calls = 0;
+    mutable std::mutex m_mutex; // not held while an action runs
+    FakeSerializing m_state;    // m_mutex
 };

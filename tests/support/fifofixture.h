@@ -18,6 +18,8 @@ protected:
 
     void Begin(SessionState state = SessionStateAcquisition)
     {
+        if (m_running)
+            Finish();
         ASSERT_EQ(fifo.CreateBuffers(), 0);
         ASSERT_TRUE(fifo.StartGrabbing());
         fifo.SetState(state);
