@@ -1,5 +1,6 @@
 #include "featurecamera.h"
 #include "featuremodel.h"
+#include "rows.h"
 
 #include <QAbstractItemModelTester>
 #include <QComboBox>
@@ -16,19 +17,6 @@ using namespace TovGui;
 using TovCam::FeatureAccess;
 
 namespace {
-
-// Rows as text, what a category holds in brackets.
-std::string Rows(QAbstractItemModel const &model, QModelIndex const &parent = {})
-{
-    std::string text;
-    for (int row = 0; row < model.rowCount(parent); ++row) {
-        QModelIndex const index = model.index(row, 0, parent);
-        text += (row ? " " : "") + index.data().toString().toStdString();
-        if (model.hasChildren(index))
-            text += "[" + Rows(model, index) + "]";
-    }
-    return text;
-}
 
 TEST(FeatureModelTest, FindsByNameDisplayNameAndDescription)
 {

@@ -1,5 +1,6 @@
 #include "cameramodel.h"
 #include "fakecamera.h"
+#include "rows.h"
 
 #include <QAbstractItemModelTester>
 #include <QLabel>
@@ -114,20 +115,6 @@ __attribute__((visibility("default"))) TovCam::System *TovCam_GetSystem()
 
 namespace {
 
-// Rows as text, the cameras of an interface in brackets.
-std::string Rows(QAbstractItemModel const &model)
-{
-    std::string text;
-    for (int row = 0; row < model.rowCount(); ++row) {
-        QModelIndex const group = model.index(row, 0);
-        text += group.data().toString().toStdString() + "[";
-        for (int camera = 0; camera < model.rowCount(group); ++camera)
-            text += model.index(camera, 0, group).data().toString().toStdString();
-        text += "]";
-    }
-    return text;
-}
-
 class SelectorTest : public testing::Test
 {
 protected:
@@ -211,7 +198,7 @@ TEST_F(SelectorTest, ListsWhatIsKnownAtOnceAndSearchesByItself)
     m_system.SetCameras({&m_mono}, {&m_bayer});
     m_system.Proceed();
     EXPECT_TRUE(Says("2 cameras found"));
-    EXPECT_EQ(Rows(*m_tree->model()), "GigE Vision[Mono 1]USB3 Vision[Bayer 2]");
+    EXPECT_EQ(Rows(*m_tree->model()), "GigE Vision[Mono 1] USB3 Vision[Bayer 2]");
     EXPECT_EQ(Selected(), "Bayer 2");
     EXPECT_TRUE(m_tree->isExpanded(Group(0)));
     m_tree->collapse(Group(0));

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <sstream>
 
 namespace {
 
@@ -90,29 +91,11 @@ TEST(ImageParser, ExpandsTemplates)
 TEST(ImageParser, LeavesOutWhatHasNoFittingFormat)
 {
     _TovImage image = testImage();
-    for (std::string const text : {"${image.id:%s}",
-                                   "${image.id:%d}",
-                                   "${image.id:%lu%lu}",
-                                   "${image.id:%ln}",
-                                   "${image.id:%*lu}",
-                                   "${image.id:%lf}",
-                                   "${image.id:%Lf}",
-                                   "${image.id:%#ld}",
-                                   "${image.id:%l}",
-                                   "${image.id:%}",
-                                   "${image.id:%hlu}",
-                                   "${image.id:%lc}",
-                                   "${image.dims:%lu}",
-                                   "${image.dims:%u%u%u}",
-                                   "${image.dims:%2$u}",
-                                   "${image.dims:%1$u%u}",
-                                   "${image.dims:%3$u%2$u%1$u}",
-                                   "${image.type:%p}",
-                                   "${image.id:%4096lu}",
-                                   "${image.id:%99999999999999999999lu}",
-                                   "${image.id:%.4096lu}",
-                                   "${image.dims:%4000u%4000u}"})
-        EXPECT_EQ(ImageParser().parse(('<' + text + '>').c_str(), &image, true), "<>") << text;
+    std::istringstream formats("id:%s id:%d id:%lu%lu id:%ln id:%*lu id:%lf id:%Lf id:%#ld id:%l id:% id:%hlu id:%lc "
+                               "dims:%lu dims:%u%u%u dims:%2$u dims:%1$u%u dims:%3$u%2$u%1$u type:%p id:%4096lu "
+                               "id:%99999999999999999999lu id:%.4096lu dims:%4000u%4000u");
+    for (std::string text; formats >> text;)
+        EXPECT_EQ(ImageParser().parse(("<${image." + text + "}>").c_str(), &image, true), "<>") << text;
 }
 
 TEST(ImageParser, HoldsExpansionsUpToItsBuffer)

@@ -6,6 +6,8 @@
 #include "fifofixture.h"
 #include "imgprocessor.h"
 
+#include <QTest>
+
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -19,13 +21,7 @@ namespace {
 
 bool waitFor(std::function<bool()> const &condition)
 {
-    auto const deadline = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
+    return QTest::qWaitFor(condition, 20000);
 }
 
 class Writer : public FifoFixture
