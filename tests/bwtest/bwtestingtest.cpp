@@ -88,6 +88,13 @@ protected:
     {
         return Gui().GetSession();
     }
+    // Whole frames at these clocks.
+    static std::function<Frames(std::int64_t, int)> Between(int slow, int fast)
+    {
+        return [slow, fast](std::int64_t clock, int) {
+            return clock >= slow && clock <= fast ? Frames::Whole : Frames::SomeIncomplete;
+        };
+    }
     static void Press(CBWTesting *dialog)
     {
         dialog->findChild<QPushButton *>(QStringLiteral("stopCloseButton"))->click();
@@ -159,9 +166,7 @@ TEST_F(BandwidthTest, AShortSearchToTheLetter)
 {
     CBWTesting::s_waits.poll = 16;
     MakeCamera(2, "PixelClock", 10, 10, 12);
-    m_frames = [](std::int64_t clock, int) {
-        return clock <= 11 ? Frames::Whole : Frames::SomeIncomplete;
-    };
+    m_frames = Between(0, 11);
     EXPECT_EQ(Run(), "11 12 11 11 ");
     QString log = QString::fromStdString(m_log);
     log.replace(QRegularExpression(QStringLiteral("rames( *)= \\d+")), QStringLiteral("rames\\1= N"));
@@ -190,17 +195,9 @@ Optimized Pixel Clock was set = 11 MHz)");
 
 TEST_F(BandwidthTest, EachSearchSetsTheValuesOfItsBisection)
 {
-    auto const whole = [](std::int64_t, int) {
-        return Frames::Whole;
-    };
     auto const onlyProbe = [](int wanted) {
         return [wanted](std::int64_t, int probe) {
             return probe == wanted ? Frames::Whole : Frames::None;
-        };
-    };
-    auto const between = [](int slow, int fast) {
-        return [slow, fast](std::int64_t clock, int) {
-            return clock >= slow && clock <= fast ? Frames::Whole : Frames::SomeIncomplete;
         };
     };
     struct
@@ -215,23 +212,25 @@ TEST_F(BandwidthTest, EachSearchSetsTheValuesOfItsBisection)
         std::int64_t step = 1;
         std::int32_t status = 0; // of setting the clock
     } const table[] = {
-        {2, "Frame_PixelClock", 64, 32, 120, whole, "76 98 109 115 118 119 120 120 ", "Optimized Pixel Clock"},
-        {1, "Frame_LineTime", 100, 32, 120, whole, "76 54 43 37 34 33 32 100 ", "Old Line Time was set = 100", "Old"},
-        {2, "PixelClock", 64, 32, 120, between(0, 100), "76 98 109 98 104 98 101 98 100 101 100 64 ",
+        {2, "Frame_PixelClock", 64, 32, 120, Between(0, 9999), "76 98 109 115 118 119 120 120 ",
+         "Optimized Pixel Clock"},
+        {1, "Frame_LineTime", 100, 32, 120, Between(0, 9999), "76 54 43 37 34 33 32 100 ",
+         "Old Line Time was set = 100", "Old"},
+        {2, "PixelClock", 64, 32, 120, Between(0, 100), "76 98 109 98 104 98 101 98 100 101 100 64 ",
          "Old pixel clock was set = 64 MHz", "Old"},
-        {1, "LineTime", 60, 32, 120, between(50, 999), "76 54 43 54 48 54 51 49 51 50 49 50 50 ",
+        {1, "LineTime", 60, 32, 120, Between(50, 999), "76 54 43 54 48 54 51 49 51 50 49 50 50 ",
          "Optimized Line Time was set = 50"},
         // Repeated twice, then it has failed; nothing is asked, as nothing was found.
         {2, "PixelClock", 11, 10, 12, onlyProbe(0), "11 11 11 11 11 11 11 11 ", "Acquired 0 frames. Try to repeat 2"},
         // A repeat before a pass counts for the probes after it.
         {2, "PixelClock", 10, 10, 18, onlyProbe(2), "14 10 14 16 14 16 14 15 14 15 14 15 14 15 14 14 ", "repeat 2"},
         // A value between two steps moves the high bound, in both families, and the tenth is probed all the same.
-        {2, "PixelClock", 64, 32, 120, whole, "76 54 43 38 35 34 33 33 33 33 33 ",
+        {2, "PixelClock", 64, 32, 120, Between(0, 9999), "76 54 43 38 35 34 33 33 33 33 33 ",
          "Returned incorrect PixelClockInfo = 72, needed 76", "", 8},
-        {1, "LineTime", 2000, 550, 4400, whole, "2475 1512 1031 790 670 610 580 565 557 553 551 550 550 ",
+        {1, "LineTime", 2000, 550, 4400, Between(0, 9999), "2475 1512 1031 790 670 610 580 565 557 553 551 550 550 ",
          "Returned incorrect LineTime = 2472, needed 2475", "", 8},
-        {2, "PixelClock", 64, 32, 120, whole, "76 54 43 38 35 34 33 33 33 33 33 ", "Set PixelClock error -40204", "", 1,
-         TOV_CAM_ERR_GENICAM_OUT_OF_RANGE},
+        {2, "PixelClock", 64, 32, 120, Between(0, 9999), "76 54 43 38 35 34 33 33 33 33 33 ",
+         "Set PixelClock error -40204", "", 1, TOV_CAM_ERR_GENICAM_OUT_OF_RANGE},
     };
     for (auto const &row : table) {
         m_step = row.step;
@@ -273,9 +272,7 @@ protected:
     AnInterruptedTest()
     {
         MakeCamera(2, "PixelClock", 10, 10, 200);
-        m_frames = [](std::int64_t clock, int) {
-            return clock <= 120 ? Frames::Whole : Frames::SomeIncomplete;
-        };
+        m_frames = Between(0, 120);
         m_line = GetParam();
     }
 };
@@ -331,9 +328,7 @@ TEST_F(BandwidthTest, AValueThatCannotBeRestoredAndAStartThatFailsWaitForTheOper
 
     m_device.script.Fail("PixelClock", 0);
     m_device.script.Fail("AcquisitionStart", 0);
-    m_frames = [](std::int64_t, int) {
-        return Frames::Whole;
-    };
+    m_frames = Between(0, 12);
     m_onBox = [this] { // the last question
         m_device.LoseConnection();
     };

@@ -20,12 +20,6 @@ protected:
         ASSERT_TRUE(device.stream.WaitUntilDrained());
     }
 
-    void Finish()
-    {
-        FifoFixture::Finish();
-        EXPECT_EQ(Int("QueueFilled"), 0);
-    }
-
     void Feed(std::vector<FakeFrame> const &frames)
     {
         for (FakeFrame const &frame : frames) {
@@ -137,6 +131,7 @@ TEST_F(Fifo, ARestartKeepsTheTimestampAndClearsTheCounts)
     Feed({{1, 1000}, {5, 2000}, {6, 3000, true}});
     EXPECT_DOUBLE_EQ(fifo.GetCurrentFPS(), 2.0 / 1000);
     Finish();
+    EXPECT_EQ(Int("QueueFilled"), 0);
     Begin(SessionStateAcquisition);
     EXPECT_EQ(Int("FramesAcquired"), 0);
     EXPECT_EQ(Int("FramesDroppedHW"), 0);

@@ -8,9 +8,11 @@
 #include <QDir>
 #include <QLineEdit>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QToolButton>
 
 #include <functional>
+#include <optional>
 #include <string>
 
 class RecordingTour
@@ -22,6 +24,23 @@ public:
           m_camera(camera),
           m_top(folder)
     {
+    }
+
+    // The whole tour; files that the end of the window leaves are whole as well.
+    static void Run(char const *camera, std::function<void(Robot &, Operator &)> const &lose,
+                    std::function<void()> const &restore)
+    {
+        QTemporaryDir const folder;
+        std::optional<RecordingTour> tour;
+        Operator::Run([&](Robot &robot, Operator &hands) {
+            tour.emplace(robot, hands, camera, folder.path());
+            tour->Connect();
+            tour->RecordsSnapsAndRecordsAgain();
+            tour->OutlivesTheEndOfTheConnection([&] { lose(robot, hands); }, restore);
+            tour->ClosesTheWindow();
+        });
+        if (!testing::Test::HasFailure())
+            tour->FilesAreWhole();
     }
 
     // With small frames, and running.
@@ -77,7 +96,7 @@ public:
         Start([this] { Press("btnRecord"); });
     }
     // `how` stops it, or it stops by itself; then the counters and the files are looked at.
-    void End(std::function<void()> const &how, QString const &name)
+    void End(std::function<void()> const &how, QString const &name = Shots)
     {
         how();
         m_robot.WaitFor("the end of the recording", [this] { return m_hands.State() == SessionStateAcquisition; });
@@ -96,12 +115,12 @@ public:
         EXPECT_EQ(Buttons(), "btnSnap btnRecord ");
         FilesAreWhole(name);
     }
-    void End(QString const &name)
+    void End()
     {
-        End([this] { Press("btnRecord"); }, name);
+        End([this] { Press("btnRecord"); });
     }
     // Nothing but frames, each of them whole, under names of that pattern.
-    void FilesAreWhole(QString const &name = QStringLiteral("shot_\\d{8}\\.raw"))
+    void FilesAreWhole(QString const &name = Shots)
     {
         auto const entries = QDir(m_folder).entryInfoList(QDir::Files | QDir::Hidden);
         EXPECT_FALSE(entries.isEmpty());
@@ -120,18 +139,18 @@ public:
         Type("edFileName", QStringLiteral("shot_${image.id}"));
         Start();
         Screenshot("recording");
-        End(QStringLiteral("shot_\\d{8}\\.raw"));
+        End();
         Screenshot("recorded");
 
         // What was typed counts without Enter, for the panel's buttons and for the window's actions.
         TypeFolder("snap", false);
         m_robot.Key("ctrl+shift+r");
         m_robot.WaitFor("one file", [this] { return Files().size() == 1; });
-        End([] {}, QStringLiteral("shot_\\d{8}\\.raw"));
+        End([] {});
         EXPECT_EQ(m_robot.Gui([this] { return Shown("edFramesSaved") + Shown("edFramesAcquired"); }), 2);
         TypeFolder("menu", false);
         Start([this] { m_robot.ClickMenu(m_hands.Window(), "actionRecord"); });
-        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); }, QStringLiteral("shot_\\d{8}\\.raw"));
+        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); });
 
         TypeFolder("template", false);
         Press("btnFileName");
@@ -162,7 +181,7 @@ public:
         Connect();
         TypeFolder("found again");
         Start();
-        End(QStringLiteral("shot_\\d{8}\\.raw"));
+        End();
     }
 
     // To be followed by FilesAreWhole once the window has gone.
@@ -211,6 +230,7 @@ private:
             QStringLiteral("capture-%1-%2").arg(QString::fromLatin1(m_camera), QString::fromLatin1(state)));
     }
 
+    static inline QString const Shots = QStringLiteral("shot_\\d{8}\\.raw");
     Robot &m_robot;
     Operator &m_hands;
     char const *m_camera;
