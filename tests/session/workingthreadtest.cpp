@@ -55,12 +55,13 @@ TEST(WorkingThread, StopRightAfterStartReturnsAndLeavesNoPassBehind)
         ASSERT_EQ(worker.Stop(), 0);
         worker.ExpectAtRest();
     }
-    ASSERT_TRUE(worker.Start());
-    EXPECT_FALSE(worker.Start());
-    worker.Terminate();
-    worker.Terminate();
-    worker.ExpectAtRest();
-    EXPECT_FALSE(worker.Start());
+    Worker other;
+    ASSERT_TRUE(other.Start());
+    EXPECT_FALSE(other.Start());
+    other.Terminate();
+    other.Terminate();
+    other.ExpectAtRest();
+    EXPECT_FALSE(other.Start());
 }
 
 // The report of a worker that ended its passes itself must not pass for the answer to a later Stop, and a Stop that
