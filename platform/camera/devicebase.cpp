@@ -18,6 +18,8 @@ int EventHub::IndexOf(std::uint32_t id)
         return 2;
     case TovCam::EventConnectionLost:
         return 3;
+    case TovCam::EventPacketsMissed:
+        return 4;
     }
     return -1;
 }

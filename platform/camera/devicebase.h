@@ -38,8 +38,8 @@ private:
 
     std::mutex m_mutex; // guards the subscriptions
     std::condition_variable m_idle;
-    std::array<std::shared_ptr<Subscription>, 4> m_subscriptions; // 1000, 1001, 1002, 1004
-    std::array<std::atomic<bool>, 4> m_wanted{};
+    std::array<std::shared_ptr<Subscription>, 5> m_subscriptions; // 1000, 1001, 1002, 1004, 1005
+    std::array<std::atomic<bool>, 5> m_wanted{};
 };
 
 // Base of the simulated and the real devices.
