@@ -85,6 +85,7 @@ public:
 
 protected:
     pcap_t *const m_handle;
+    std::unique_ptr<PacketFraming> const m_framing;
 
 private:
     static void OnFrame(u_char *self, pcap_pkthdr const *header, u_char const *bytes)
@@ -95,7 +96,6 @@ private:
             pcap_breakloop(source->m_handle);
     }
 
-    std::unique_ptr<PacketFraming> const m_framing;
     bool const m_live;
     int const m_wake;
     Sink const *m_sink = nullptr; // during Read
@@ -109,29 +109,24 @@ class GigECapture final : public CaptureSource
 {
 public:
     GigECapture(pcap_t *handle, std::unique_ptr<GigEFraming> framing, std::string camera)
-        : GigECapture(handle, *framing, std::move(framing), std::move(camera))
+        : CaptureSource(handle, std::move(framing), true),
+          m_streamPort(static_cast<GigEFraming const &>(*m_framing).GetStreamPort()),
+          m_camera(std::move(camera))
     {
         AttachFilter();
     }
     void SetStreamWanted(bool wanted) override
     {
-        if (wanted == m_streamWanted && m_framing.GetStreamPort().All() == m_filteredPorts)
+        if (wanted == m_streamWanted && m_streamPort.All() == m_filteredPorts)
             return;
         m_streamWanted = wanted;
         AttachFilter();
     }
 
 private:
-    GigECapture(pcap_t *handle, GigEFraming const &framing, std::unique_ptr<GigEFraming> owned, std::string camera)
-        : CaptureSource(handle, std::move(owned), true),
-          m_framing(framing),
-          m_camera(std::move(camera))
-    {
-    }
-
     void AttachFilter()
     {
-        m_filteredPorts = m_framing.GetStreamPort().All();
+        m_filteredPorts = m_streamPort.All();
         std::vector<sock_filter> program;
         for (std::uint16_t const port : m_filteredPorts) {
             if (port != 0)
@@ -165,7 +160,7 @@ private:
         pcap_freecode(&compiled);
     }
 
-    GigEFraming const &m_framing;
+    FollowedPort const &m_streamPort;
     std::string const m_camera;
     bool m_streamWanted = true;
     std::array<std::uint16_t, 2> m_filteredPorts{};

@@ -4,7 +4,7 @@
 
 #include "packetsource.h"
 
-#include "devicebase.h"
+#include "eventhub.h"
 
 #include <atomic>
 #include <functional>

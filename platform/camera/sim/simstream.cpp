@@ -524,8 +524,9 @@ bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
             // A packet that is asked for again gets lost with the same probability.
             arrival = LostForGood;
             for (std::uint8_t request = 1; faults.resend && request <= Requests && arrival == LostForGood; ++request) {
+                // A USB link repeats by itself, without a packet that tells of it.
                 if (uniform(m_random) >= p)
-                    arrival = request;
+                    arrival = m_model.kind == TovCam::InterfaceKindGigEVision ? request : 0;
             }
         }
     }
