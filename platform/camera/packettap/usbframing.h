@@ -31,7 +31,7 @@ class UsbFraming final : public PacketFraming
 public:
     // The bytes of a stream transfer that a line can show.
     static constexpr std::size_t StreamBytesShown = 50;
-    static constexpr std::size_t LongestTransfer = 64u << 20;
+    static constexpr std::size_t LongestTransfer = 16u << 20;
 
     static bool Knows(int linkType); // DLT_...
     UsbFraming(int linkType, UsbCamera const &camera);
