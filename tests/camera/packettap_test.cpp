@@ -359,34 +359,37 @@ struct Listener
     }
 };
 
-// A thread a channel; the tap begins and ends with the first and the last of them, in every order.
+// A thread a channel: the tap begins and ends with the first and the last of them, in every order. With one channel
+// each round has a tap of its own.
 TEST(PacketTaps, ChannelsGoOnAndOffWhilePacketsCome)
 {
     EventHub hub;
     std::atomic<int> open{0};
     PacketTaps taps(hub, [&open](std::int32_t *) { return std::make_unique<EndlessSource>(open); });
-    std::vector<std::thread> operators;
-    for (std::uint32_t const channel : Channels) {
-        operators.emplace_back([&taps, channel] {
-            for (int i = 0; i < 3000; ++i) {
-                Listener listener{taps, channel, i % 7 == 0};
-                ASSERT_EQ(taps.Register(channel, Listener::Call, &listener), 0);
-                while (i % 5 == 0 && listener.calls == 0)
+    auto const operate = [&taps](std::uint32_t channel) {
+        for (int i = 0; i < 3000; ++i) {
+            Listener listener{taps, channel, i % 7 == 0};
+            ASSERT_EQ(taps.Register(channel, Listener::Call, &listener), 0);
+            while (i % 5 == 0 && listener.calls == 0)
+                std::this_thread::yield();
+            if (listener.leavesByItself) {
+                while (!listener.left || listener.inside != 0)
                     std::this_thread::yield();
-                if (listener.leavesByItself) {
-                    while (!listener.left || listener.inside != 0)
-                        std::this_thread::yield();
-                    continue;
-                }
-                ASSERT_EQ(taps.Unregister(channel, Listener::Call, &listener), 0);
-                int const calls = listener.calls;
-                EXPECT_EQ(listener.inside, 0);
-                EXPECT_EQ(listener.calls, calls);
+                continue;
             }
-        });
+            ASSERT_EQ(taps.Unregister(channel, Listener::Call, &listener), 0);
+            int const calls = listener.calls;
+            EXPECT_EQ(listener.inside, 0);
+            EXPECT_EQ(listener.calls, calls);
+        }
+    };
+    for (int const channels : {3, 1}) {
+        std::vector<std::thread> operators;
+        for (int i = 0; i < channels; ++i)
+            operators.emplace_back(operate, Channels[i]);
+        for (std::thread &one : operators)
+            one.join();
     }
-    for (std::thread &one : operators)
-        one.join();
     EXPECT_FALSE(taps.IsOnThread());
     taps.Close();
     EXPECT_EQ(open, 0);

@@ -9,6 +9,10 @@ using namespace std::chrono_literals;
 
 constexpr std::uint32_t Channels[] = {TovCam::EventControlChannel, TovCam::EventStreamChannel,
                                       TovCam::EventEventChannel};
+// Whom the present thread reads for, null for a thread that is no tap's. A tap that ends is in nobody's list any more
+// while its last callback runs.
+thread_local EventHub const *t_hub = nullptr;
+
 constexpr auto Patience = 500ms;     // of a wait for packets
 constexpr auto MissedPeriod = 200ms; // between two looks at what was missed
 
@@ -49,6 +53,7 @@ private:
 
     void Run()
     {
+        t_hub = &m_events;
         PacketBuffer buffer;
         PacketSource::Sink const sink = [this, &buffer](TapPacket const &packet) {
             if (m_end.load(std::memory_order_relaxed))
@@ -149,11 +154,9 @@ std::int32_t PacketTaps::Unregister(std::uint32_t id, TovCam::EventCallback call
     return TOV_CAM_ERR_OK;
 }
 
-bool PacketTaps::IsOnThread()
+bool PacketTaps::IsOnThread() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return (m_tap && m_tap->IsOnThread()) ||
-           std::any_of(m_retired.begin(), m_retired.end(), [](auto const &tap) { return tap->IsOnThread(); });
+    return t_hub == &m_events;
 }
 
 void PacketTaps::Close()

@@ -29,7 +29,7 @@ public:
     // As EventHub. The last one ends the thread, which has gone on return unless it is the caller's.
     std::int32_t Unregister(std::uint32_t id, TovCam::EventCallback callback, void *user);
     // Whether the caller is in a callback of these channels.
-    bool IsOnThread();
+    bool IsOnThread() const;
     // Ends everything. Not from a callback.
     void Close();
 
