@@ -142,7 +142,8 @@ void TovScope::InitGuiManager()
     for (QAction *const action :
          {m_ui.actionGenICamTree, m_ui.actionLog, m_ui.actionCapture, m_ui.actionStatistics, m_ui.actionHistogramPanel})
         handle(action, &GuiManager::viewPlayerPanel);
-    m_ui.actionInspectionView->setVisible(false);
+    handle(m_ui.actionInspectionView, &GuiManager::viewInspection);
+    m_ui.actionInspectionView->setShortcut(QKeySequence(QStringLiteral("Ctrl+I")));
     m_manager.updateGui();
 }
 
