@@ -23,6 +23,8 @@ constexpr std::size_t Shown = FUZZ_USB ? UsbFraming::StreamBytesShown : GigEFram
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
+    if (UsbEndpoints endpoints; FUZZ_USB && ParseUsbDescriptors(data, size, endpoints))
+        return 0;
     // The file is only read.
     std::FILE *const file = size > 0 ? fmemopen(const_cast<std::uint8_t *>(data), size, "rb") : nullptr;
     std::int32_t status = 0;

@@ -90,13 +90,10 @@ TEST(GigEFraming, TellsThePortsByListening)
     } const cases[] = {
         {"nothing", {}, false, false},
         {"registers written", {Gvcp(0x82, 1, {0x0D00, StreamPort, 0x0B00, MessagePort})}, true, true},
-        {"with the upper half in use", {Gvcp(0x82, 1, {0x0D00, 0x40000000 | StreamPort})}, true, false},
         {"memory written", {Gvcp(0x86, 1, {0x0AFC, 1, MessagePort})}, false, true},
         {"memory read", {Gvcp(0x85, 1, {0x0CF8, 1, 2, StreamPort, 3})}, true, false},
-        {"memory that ends before", {Gvcp(0x85, 1, {0x0CF8, 1, StreamPort})}, false, false},
         {"registers read", {Gvcp(0x80, 9, {0, 0x0D00}), Gvcp(0x81, 9, {1, StreamPort})}, true, false},
         {"another answer", {Gvcp(0x80, 9, {0, 0x0D00}), Gvcp(0x81, 8, {1, StreamPort})}, false, false},
-        {"a short answer", {Gvcp(0x80, 9, {0, 0x0D00}), Gvcp(0x81, 9, {1})}, false, false},
         {"the last but one", {Gvcp(0x82, 1, {0x0D00, StreamPort}), Gvcp(0x82, 2, {0x0D00, 7})}, true, false},
         {"closed", {Gvcp(0x82, 1, {0x0D00, StreamPort}), Gvcp(0x82, 2, {0x0D00, 0})}, true, false},
         {"forgotten",
@@ -130,12 +127,8 @@ TEST(GigEFraming, HandsOnWholePacketsOfThisCamera)
         return frame;
     };
     Bytes const read = Datagram(Host, 1234, Camera, Control, Gvcp(0x80, 1, {4}));
-    Bytes tagged = s_toStream, padded = s_toStream, optional = s_toStream;
+    Bytes tagged = s_toStream;
     tagged.insert(tagged.begin() + 12, {0x81, 0x00, 0x00, 0x05});
-    padded.insert(padded.end(), 20, 0);
-    optional.insert(optional.begin() + UdpAt, 8, 1);
-    Put(optional, IpAt, 0x47, 1);
-    Put(optional, IpAt + 2, optional.size() - IpAt, 2);
     struct
     {
         char const *what;
@@ -147,28 +140,19 @@ TEST(GigEFraming, HandsOnWholePacketsOfThisCamera)
         {"as much of it as a line shows", s_toStream, UdpAt + 8 + GigEFraming::StreamBytesShown, 1001},
         {"less of it", s_toStream, UdpAt + 7 + GigEFraming::StreamBytesShown, 0},
         {"a short one, whole", Datagram(Camera, 40000, Host, StreamPort, Payload(20)), 65536, 1001},
-        {"shorter than a header", Datagram(Camera, 40000, Host, StreamPort, Bytes(7)), 65536, 0},
         {"control", read, 65536, 1000},
         {"a part of it", read, read.size() - 1, 0},
         {"less than its header", Datagram(Host, 1234, Camera, Control, Bytes(7)), 65536, 0},
         {"with a tag", tagged, 65536, 1001},
-        {"padded", padded, 65536, 1001},
-        {"with options", optional, 65536, 1001},
         {"first fragment", changed(s_toStream, IpAt + 6, 0x2000, 2), 65536, 0},
         {"later fragment", changed(s_toStream, IpAt + 6, 0x0010, 2), 65536, 0},
-        {"not to be fragmented", changed(s_toStream, IpAt + 6, 0x4000, 2), 65536, 1001},
         {"longer than the frame, says IP", changed(s_toStream, IpAt + 2, 1029, 2), 65536, 0},
         {"longer than the packet, says UDP", changed(s_toStream, UdpAt + 4, 1009, 2), 65536, 0},
         {"shorter, says UDP", changed(s_toStream, UdpAt + 4, 900, 2), 65536, 1001},
         {"without a header, says UDP", changed(s_toStream, UdpAt + 4, 7, 2), 65536, 0},
-        {"without a header, says IP", changed(s_toStream, IpAt + 2, 27, 2), 65536, 0},
-        {"half a header, says IP", changed(s_toStream, IpAt, 0x44, 1), 65536, 0},
-        {"another version", changed(s_toStream, IpAt, 0x65, 1), 65536, 0},
         {"another protocol", changed(s_toStream, IpAt + 9, 6, 1), 65536, 0},
-        {"another type", changed(s_toStream, 12, 0x86DD, 2), 65536, 0},
         {"another camera", changed(s_toStream, IpAt + 12, Camera + 1, 4), 65536, 0},
         {"another port", changed(s_toStream, UdpAt + 2, StreamPort + 1, 2), 65536, 0},
-        {"another camera's control", changed(read, IpAt + 16, Camera + 1, 4), 65536, 0},
     };
     for (auto const &c : cases) {
         SCOPED_TRACE(c.what);
@@ -224,17 +208,12 @@ TEST(UsbFraming, TellsTransfersByTheirEndpoint)
         {"stream", {.endpoint = 0x83, .length = 65536, .captured = 50}, 1001},
         {"of which too little is there", {.endpoint = 0x83, .length = 65536, .captured = 49}, 0},
         {"part of an answer", {.length = 21}, 0},
-        {"less than a prefix", {.length = 8, .captured = 8}, 0},
-        {"a request for bytes", {.event = 'S'}, 0},
         {"a command that is done", {.endpoint = 0x01}, 0},
         {"another endpoint", {.endpoint = 0x84}, 0},
-        {"no bulk", {.type = 2}, 0},
         {"another device", {.address = 6}, 0},
-        {"another bus", {.bus = 3}, 0},
         {"without data", {.dataFlag = '<'}, 0},
         {"cancelled", {.status = -2}, 0},
         {"fewer bytes than asked for", {.status = -121}, 1000},
-        {"of no bytes", {.endpoint = 0x83, .length = 0, .captured = 4}, 0},
         {"absurdly long", {.endpoint = 0x83, .length = 0xFFFFFFFF, .captured = 50}, 0},
     };
     for (auto const &c : cases) {

@@ -3,8 +3,6 @@
 
 #include "bytes.h"
 
-#include "packettap/packetsource.h"
-
 #include <QTemporaryDir>
 
 namespace {
@@ -40,24 +38,6 @@ std::vector<SimPacketSeen> const s_others{
 // Where stream and events of the captures go.
 SimPacketSeen const s_ports{TovCam::EventControlChannel,
                             FromHex("4201 0082 0010 0001 00000d00 00009c40 00000b00 00009c41")};
-
-// What the tap makes of a stored capture.
-std::vector<SimPacketSeen> ReadCapture(QString const &path)
-{
-    std::vector<SimPacketSeen> packets;
-    std::int32_t status = -1;
-    std::unique_ptr<PacketSource> const source = OpenCaptureFile(path.toStdString(), &status);
-    EXPECT_EQ(status, 0);
-    while (source && source->Read(
-                         [&packets](TapPacket const &packet) {
-                             packets.push_back({packet.channel, {packet.bytes, packet.bytes + packet.captured}});
-                             packets.back().bytes.resize(packet.size);
-                             return true;
-                         },
-                         std::chrono::milliseconds(0))) {
-    }
-    return packets;
-}
 
 // A capture of them has the same packets, and the same lines where it was cut.
 void ExpectTheSameFromCaptures(QString const &folder, LogStringMaker &maker, std::vector<SimPacketSeen> const &packets,

@@ -6,6 +6,8 @@
 #include "pcap.h"
 #include "simtraffic.h"
 
+#include "packettap/packetsource.h"
+
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStringList>
@@ -139,4 +141,22 @@ inline void CompareWithWitness(std::vector<QStringList> const &rows, std::vector
             ++compared[told.field];
         }
     }
+}
+
+// What the tap makes of a stored capture.
+inline std::vector<SimPacketSeen> ReadCapture(QString const &path)
+{
+    std::vector<SimPacketSeen> packets;
+    std::int32_t status = -1;
+    std::unique_ptr<PacketSource> const source = OpenCaptureFile(path.toStdString(), &status);
+    EXPECT_EQ(status, 0);
+    while (source && source->Read(
+                         [&packets](TapPacket const &packet) {
+                             packets.push_back({packet.channel, {packet.bytes, packet.bytes + packet.captured}});
+                             packets.back().bytes.resize(packet.size);
+                             return true;
+                         },
+                         std::chrono::milliseconds(0))) {
+    }
+    return packets;
 }
