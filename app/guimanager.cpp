@@ -6,6 +6,7 @@
 #include "capturepanelimpl.h"
 #include "displayview.h"
 #include "histogrampanel.h"
+#include "logpanelimpl.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
 #include "rigtestplugin.h"
@@ -310,9 +311,13 @@ bool GuiManager::CreatePanels()
     if (!m_capturePanel)
         m_capturePanel = new CapturePanelImpl(MainWindow(), this);
     Introduce(m_capturePanel);
+    if (!m_logPanel)
+        m_logPanel = new LogPanelImpl(MainWindow());
+    Introduce(m_logPanel);
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
+    MainWindow()->tabifyDockWidget(m_logPanel, m_statisticsPanel); // lines and files need the width
     if (!m_histogramPanel)
         m_histogramPanel = new HistogramPanel(MainWindow());
     m_histogramPanel->SetCurrentSession(m_session);
@@ -339,8 +344,8 @@ void GuiManager::ClosePanels()
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
     if (m_session) {
-        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel,
-                                                                             m_statisticsPanel, m_histogramPanel}) {
+        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
+                 m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_histogramPanel}) {
             if (panel)
                 panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
         }
@@ -350,6 +355,7 @@ void GuiManager::ClosePanels()
     m_window->GetGlobalSettings()->setValue(StateKey, places);
     Remove(m_capturePanel);
     Remove(m_parameterPanel);
+    Remove(m_logPanel);
     Remove(m_statisticsPanel);
     Remove(m_histogramPanel);
     // A floating dock leaves as a hidden one, and the window's next saveState would say so.
@@ -543,8 +549,8 @@ void GuiManager::updateGui()
         }
     }
 
-    for (PlayerPanel *const panel :
-         std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_statisticsPanel, m_histogramPanel}) {
+    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_logPanel,
+                                                                         m_statisticsPanel, m_histogramPanel}) {
         if (panel)
             panel->UpdateAll();
     }

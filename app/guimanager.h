@@ -17,6 +17,7 @@ class DisplayView;
 class HistogramPanel;
 class ManagedWindow;
 class QMainWindow;
+class LogPanelImpl;
 class PlayerPanel;
 class Session;
 class StatisticsPanelImpl;
@@ -96,6 +97,7 @@ private:
     // The panels: owned, null when no camera is open.
     CapturePanelImpl *m_capturePanel = nullptr;
     CamGenParamPanelImpl *m_parameterPanel = nullptr;
+    LogPanelImpl *m_logPanel = nullptr;
     StatisticsPanelImpl *m_statisticsPanel = nullptr;
     HistogramPanel *m_histogramPanel = nullptr;
     QString m_configurationFile;                   // last loaded or saved
