@@ -464,4 +464,31 @@ TEST_F(SessionTest, TellsWhenAConfigurationCouldNotBeSaved)
     }
 }
 
+TEST_F(SessionTest, SwitchesTheLogsChannelsAndClearsTheSwitchOfARefusedOne)
+{
+    Connect();
+    session->SetParamBool("LogEvent", true);
+    session->SetParamBool("LogControl", true);
+    EXPECT_EQ(device.script.TakeLog(), "");
+    session->SetParamBool("EnableLog", true);
+    EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1000; RegisterEvent 1002");
+    session->SetParamBool("LogControl", false);
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1000");
+    device.script.Fail("RegisterEvent", TOV_CAM_ERR_INVALID_ARGUMENT);
+    session->SetParamBool("LogStream", true);
+    EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1001");
+    EXPECT_EQ(Value(session.get(), "LogStream"), "0");
+    session->SetParamBool("EnableLog", false);
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1002");
+    // Refused once more, and then only those that are still asked for.
+    session->SetParamBool("EnableLog", true);
+    EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1002");
+    EXPECT_EQ(Value(session.get(), "LogEvent"), "0");
+    device.script.Fail("RegisterEvent", 0);
+    session->SetParamBool("LogControl", true);
+    device.script.TakeLog();
+    session.reset(); // with a channel on
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1000; " CLOSE_LOG);
+}
+
 } // namespace

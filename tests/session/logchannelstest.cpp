@@ -1,0 +1,119 @@
+// Channels of the protocol log, switched off while a simulated camera's packets come.
+#include "qttovlogmodel.h"
+#include "session.h"
+#include "sessionhost.h"
+
+#include <QApplication>
+#include <QMainWindow>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+namespace {
+
+class Host final : public SessionHost
+{
+public:
+    QSettings *GetSessionSettings(QString const &) override
+    {
+        return &m_settings;
+    }
+    bool AddDisplayWidget(QWidget *widget) override
+    {
+        widget->setParent(&m_window);
+        return true;
+    }
+    bool RemoveDisplayWidget(QWidget *) override
+    {
+        return true;
+    }
+    void setCoordinatesAndValue(int, int, int, int, int) override
+    {
+    }
+    QMainWindow *GetMainWindow() override
+    {
+        return &m_window;
+    }
+
+private:
+    QTemporaryDir m_folder;
+    QSettings m_settings{m_folder.filePath(QStringLiteral("session.ini")), QSettings::IniFormat};
+    QMainWindow m_window;
+};
+
+class LogChannels : public testing::TestWithParam<char const *>
+{
+protected:
+    LogChannels()
+    {
+        TovCam::ObjectList *const list = m_system->GetInterfaceList(255);
+        for (TovCam::Interface *i = list->GetFirst(); i && !m_device; i = list->GetNext())
+            for (std::uint32_t k = 0; k < i->GetDeviceCount() && !m_device; ++k)
+                if (std::string(i->GetDeviceInfoByIndex(k)->GetSerialNumber()) == GetParam())
+                    m_device = TovCam_CreateDevice(i->GetDeviceInfoByIndex(k), 2, nullptr);
+        m_session = std::make_unique<Session>(nullptr, m_device, &m_host);
+        (void)QTest::qWaitFor([this] { return m_session->GetState() == SessionStateIdle; });
+    }
+    ~LogChannels() override
+    {
+        m_session.reset();
+        m_system->Release();
+    }
+
+    TovCam::System *const m_system = TovCam_GetSystem();
+    TovCam::Device *m_device = nullptr;
+    Host m_host;
+    std::unique_ptr<Session> m_session;
+};
+
+TEST_P(LogChannels, AreSwitchedOffAThousandTimesWhileTheirCallbacksRun)
+{
+    auto *const features = m_device->GetCameraParameters(nullptr);
+    features->SetIntegerValue("Width", 256);
+    features->SetIntegerValue("Height", 128);
+    emit m_session->signalStartAcquisition();
+    ASSERT_EQ(m_session->GetState(), SessionStateAcquisition);
+    m_session->SetParamBool("EnableLog", true);
+    std::atomic<bool> done{false};
+    std::thread control([&] { // packets of the control channel from a second thread
+        for (int i = 0; !done; ++i)
+            features->SetFloatValue("Gain", 1 + i % 3);
+    });
+    int lines = 0;
+    char const *const keys[] = {"LogControl", "LogStream", "LogEvent"};
+    for (int round = 0; round < 1000; ++round) {
+        for (char const *key : keys)
+            m_session->SetParamBool(key, true);
+        if (round % 10 == 0)
+            QTest::qWait(5);
+        // By its own switch, or by the main one.
+        if (round % 2 == 0) {
+            for (int i = 0; i < 3; ++i)
+                m_session->SetParamBool(keys[(round + i) % 3], false);
+        } else {
+            m_session->SetParamBool("EnableLog", false);
+        }
+        int const before = m_session->GetLogModel()->log().size();
+        std::this_thread::yield();
+        EXPECT_EQ(m_session->GetLogModel()->log().size(), before) << "a line after the end";
+        lines += before;
+        m_session->clearLog();
+        m_session->SetParamBool("EnableLog", true);
+    }
+    EXPECT_GT(lines, 1000);
+    for (char const *key : keys)
+        m_session->SetParamBool(key, true);
+    done = true;
+    control.join();
+    m_session.reset(); // with everything on, and running
+}
+
+INSTANTIATE_TEST_SUITE_P(EachProtocol, LogChannels, testing::Values("20480117", "19200342"));
+
+} // namespace
