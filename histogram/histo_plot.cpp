@@ -14,6 +14,33 @@ QPen PenOf(Histo_Plot const &plot)
                 Qt::SquareCap, Qt::BevelJoin);
 }
 
+struct Join
+{
+    QLine line;
+    int before; // uprights that were drawn before it
+};
+
+// A line of the plot is then one pixel wide.
+bool IsBare(QPainter const &painter, Histo_Plot const &plot)
+{
+    return plot.penWidth == 1 && plot.penStyle == Qt::SolidLine &&
+           painter.deviceTransform().type() <= QTransform::TxTranslate &&
+           !painter.testRenderHint(QPainter::Antialiasing);
+}
+
+// Whether all pixels of a join to the next column are those of the uprights on either side: but for its end, it stays
+// in the column that it comes from.
+bool IsCovered(Join const &join, QVector<QLine> const &uprights)
+{
+    QLine const &line = join.line;
+    auto const has = [&](int index, int x, int y) {
+        return index >= 0 && index < uprights.size() && uprights[index].x1() == x && y >= uprights[index].y2() &&
+               y <= uprights[index].y1();
+    };
+    return line.dx() == 1 && has(join.before - 1, line.x1(), line.y1()) && has(join.before - 1, line.x1(), line.y2()) &&
+           has(join.before, line.x2(), line.y2());
+}
+
 } // namespace
 
 double TVLinearScale::Forward(double x) const
@@ -75,29 +102,38 @@ void Histo_Curve::Draw(QPainter &painter, TVScaleFunction *xScale, TVScaleFuncti
     auto const pixelOf = [&](std::pair<double, double> const &point) {
         return QPoint(ToPixel(xScale->Forward(point.first)), ToPixel(yScale->Forward(point.second)));
     };
-    QVector<QLine> lines;
+    QVector<QLine> uprights; // along one column of pixels each, from the lowest end to the highest
+    std::vector<Join> joins; // from one column to another
     QPoint previous = pixelOf(points[0]);
-    bool upright = false; // the last line is one of a single column, and may grow
+    bool growing = false; // the last upright stands in the column of `previous`, and may grow
     for (std::size_t i = 1; i < points.size(); ++i) {
         QPoint const next = pixelOf(points[i]);
-        // The outer ends alone are tested; that is meant.
         bool const stays = previous.x() == next.x();
-        if (previous.x() >= rect.left() && next.x() <= rect.right()) {
-            if (stays && upright && lines.back().x1() == next.x()) {
-                QLine &line = lines.back();
-                line = QLine(next.x(), std::max(line.y1(), next.y()), next.x(), std::min(line.y2(), next.y()));
-            } else if (stays) {
-                lines.append(
-                    QLine(next.x(), std::max(previous.y(), next.y()), next.x(), std::min(previous.y(), next.y())));
-            } else {
-                lines.append(QLine(previous, next));
-            }
-            upright = stays;
-        } else {
-            upright = false;
+        // The outer ends alone are tested; that is meant.
+        bool const shown = previous.x() >= rect.left() && next.x() <= rect.right();
+        if (shown && stays) {
+            if (!growing)
+                uprights.append(QLine(previous, previous));
+            QLine &line = uprights.back();
+            line = QLine(next.x(), std::max(line.y1(), next.y()), next.x(), std::min(line.y2(), next.y()));
+        } else if (shown) {
+            joins.push_back({QLine(previous, next), uprights.size()});
         }
+        growing = shown && stays;
         previous = next;
     }
     painter.setPen(PenOf(*this));
+    QVector<QLine> lines;
+    bool const bare = IsBare(painter, *this);
+    for (Join const &join : joins) {
+        if (!bare || !IsCovered(join, uprights))
+            lines.append(join.line);
+    }
+    if (bare) { // quicker than lines
+        for (QLine const &line : uprights)
+            painter.fillRect(QRect(line.p2(), line.p1()), color);
+    } else {
+        lines += uprights;
+    }
     painter.drawLines(lines);
 }

@@ -11,7 +11,7 @@ namespace {
 
 constexpr double NARROWEST = 0.01; // ADU; an axis below it has neither ticks nor labels that differ
 constexpr double WIDENED = 5.0;    // ADU, on either side
-constexpr int MOST_TICKS = 10000;
+constexpr int MOST_TICKS = 1000;
 
 // Full scale of a depth; none for one that no number of 32 bits has.
 int FullScale(int bits)

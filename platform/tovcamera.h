@@ -129,10 +129,10 @@ struct FeatureInfo
     FeatureRepresentation representation = FeatureRepresentation::PureNumber;
     FeatureNotation notation = FeatureNotation::Automatic; // Float
     std::int32_t precision = -1;                           // Float: digits to show, -1 where the description has none
-    std::uint32_t pollingTime = 0;         // milliseconds, 0: need not be read again by itself
-    bool streamable = false;               // belongs into a stored configuration
-    std::vector<std::uint32_t> children;   // of a category, in the order of the description
-    std::vector<std::uint32_t> selected;   // of a selector: what it selects
+    std::uint32_t pollingTime = 0;                         // milliseconds, 0: need not be read again by itself
+    bool streamable = false;                               // belongs into a stored configuration
+    std::vector<std::uint32_t> children;                   // of a category, in the order of the description
+    std::vector<std::uint32_t> selected;                   // of a selector: what it selects
     std::vector<std::uint32_t> dependents; // to be read again after a write of this one, the selected ones included
     std::vector<FeatureEntry> entries;     // of an enumeration, in the order of the description
 };
@@ -277,8 +277,8 @@ public:
     // TOV_CAM_ERR_FILE_NOT_FOUND where no file can be written, TOV_CAM_ERR_GENICAM_GENERIC for a camera that refuses.
     virtual std::int32_t SaveConfiguration(char const *path) = 0;
     // 0 when every setting of the file that the camera has is as in the file. With TOV_CAM_ERR_FILE_NOT_FOUND,
-    // TOV_CAM_ERR_FILE_READ and TOV_CAM_ERR_WRONG_CONFIGURATION (no whole configuration, or another model's) nothing was
-    // touched; with any other status what could be applied is applied.
+    // TOV_CAM_ERR_FILE_READ and TOV_CAM_ERR_WRONG_CONFIGURATION (no whole configuration, or another model's) nothing
+    // was touched; with any other status what could be applied is applied.
     virtual std::int32_t LoadConfiguration(char const *path) = 0;
 
 protected:

@@ -101,7 +101,10 @@ TEST(HistoPlots, LookAsIfEachLineWereDrawn)
         plot->color = Qt::red;
         plot->penWidth = 1 + round / 2 % 2;
         for (int i = 0; i < 40; ++i)
-            plot->points.emplace_back(round % 3 ? i * 2.4 + random() % 2 : random() % 100, int(random() % 130) - 20);
+            plot->points.emplace_back(round % 3 == 0   ? random() % 100
+                                      : round % 3 == 1 ? i * 2.4 + random() % 2
+                                                       : 18 + i / 5, // crowded
+                                      int(random() % 130) - 20);
         QImage image(100, 110, QImage::Format_RGB32), expected(100, 110, QImage::Format_RGB32);
         image.fill(Qt::white);
         expected.fill(Qt::white);

@@ -116,9 +116,10 @@ public:
                 // A title bar of more than 20 pixels pushes the lowest line of the lowest group out; that is meant.
                 QRect const parent = box->parentWidget()->rect().adjusted(0, 0, 0, 5);
                 EXPECT_TRUE(parent.contains(box->geometry())) << where << ": " << one;
-                for (char const *other : groups)
+                for (char const *other : groups) {
                     EXPECT_TRUE(one == other || !box->geometry().intersects(Find<QGroupBox>(other)->geometry()))
                         << where << ": " << one << " on " << other;
+                }
                 for (auto *child : box->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly)) {
                     EXPECT_TRUE(box->rect().contains(child->geometry()))
                         << where << ": " << child->objectName().toStdString();

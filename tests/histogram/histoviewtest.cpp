@@ -1,0 +1,164 @@
+#include "histoview.h"
+
+#include <QApplication>
+#include <QMouseEvent>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <climits>
+#include <cmath>
+#include <utility>
+
+namespace {
+
+TEST(HistoView, ChoosesStepsAndGrids)
+{
+    HistoView const view(nullptr);
+    for (auto const &[range, step] : {std::pair(100.0, 20.0),
+                                      {256, 50},
+                                      {480, 50},
+                                      {640, 100},
+                                      {1024, 200},
+                                      {4096, 500},
+                                      {6000, 1000},
+                                      {65536, 10000},
+                                      {20, 2},
+                                      {0.4, 0.2},
+                                      {0, 0},
+                                      {-5, 0},
+                                      {NAN, 0},
+                                      {INFINITY, 0}})
+        EXPECT_DOUBLE_EQ(view.CalcStep(range), step) << range;
+    for (auto const &[value, grid, up, down] : {std::array{1000, 500, 1500, 1000},
+                                                {120, 20, 140, 120},
+                                                {0, 20, 0, 0},
+                                                {-130, 100, -160, -200},
+                                                {7, 20, 20, 0}}) {
+        EXPECT_EQ(view.RoundToVal(value, grid, true), up) << value;
+        EXPECT_EQ(view.RoundToVal(value, grid, false), down) << value;
+    }
+}
+
+class HistoViewOfSeries : public testing::Test
+{
+protected:
+    HistoViewOfSeries()
+    {
+        view.resize(600, 400);
+        series.bits = 8;
+        for (int i = 0; i < 256; ++i) {
+            series.positions.push_back(i);
+            series.values.push_back(i == 100 ? 5000 : 0);
+        }
+        series.mean = 100;
+        series.stdDev = 10;
+        data.plots = {&series};
+    }
+    ~HistoViewOfSeries() override
+    {
+        data.plots.clear();
+    }
+    void Show()
+    {
+        data.mode = view.mode;
+        view.SetData(&data);
+        view.grab();
+    }
+    // The signal at a place that is so many pixels beside the data area's left edge.
+    float At(int x) const
+    {
+        float value = NAN;
+        view.graph.GetThresholds(QPointF(view.graph.GetPlotRect().left() + x, 0), value);
+        return value;
+    }
+    float End() const
+    {
+        return At(view.graph.GetPlotRect().width());
+    }
+    void Click(double signal, Qt::MouseButton button)
+    {
+        QRect const area = view.graph.GetPlotRect();
+        QPointF const at(area.left() + area.width() * signal / 256, area.center().y());
+        QMouseEvent release(QEvent::MouseButtonRelease, at, button, Qt::NoButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(&view, &release);
+    }
+
+    HistoView view{nullptr};
+    SimpleHisto series;
+    ComplexHisto data;
+    HistoThresholds markers{};
+};
+
+TEST_F(HistoViewOfSeries, LimitsTheAxisAndWidensOneThatIsNone)
+{
+    view.SetupHistoGraph(1000, 0, 64);
+    Show(); // without markers: the axes stay
+    EXPECT_NEAR(End(), 64, 0.01);
+    view.thresholds = &markers;
+    Show();
+    EXPECT_NEAR(End(), 256, 0.01);
+    view.SetXAxisLimit(true, 1);
+    Show();
+    EXPECT_NEAR(End(), 110, 0.01);
+    EXPECT_NEAR(At(1), 90, 0.1);
+    series.stdDev = 0;
+    Show();
+    EXPECT_GT(End(), 101);
+    EXPECT_LT(At(1), 99);
+}
+
+// Whatever the camera says, the picture is painted and the axis has a finite end.
+TEST_F(HistoViewOfSeries, StandsWhatNobodyHasHeardOf)
+{
+    view.thresholds = &markers;
+    for (int bits : {-1, 0, 12, 31, 4228, INT_MAX})
+        for (int size : {0, 1, 70000, -1, INT_MAX})
+            for (int mode : {0, 1, 2, 3, 4, 5, -7})
+                for (bool odd : {false, true}) {
+                    data.bits = bits;
+                    data.width = data.height = size;
+                    series.values = odd ? std::vector<int>{INT_MIN, INT_MAX, 0} : std::vector<int>{};
+                    series.mean = series.stdDev = odd ? NAN : 0;
+                    view.SetMode(mode);
+                    view.SetXAxisLimit(odd, 10);
+                    view.UseYAxisLog(odd);
+                    Show();
+                    Click(odd ? 1e9 : 100, Qt::LeftButton);
+                }
+}
+
+TEST_F(HistoViewOfSeries, MovesTheMarkersByClicks)
+{
+    int told = 0;
+    QObject::connect(&view, &HistoView::signalUpdateThresolds, [&] { ++told; });
+    Click(100, Qt::LeftButton);
+    EXPECT_EQ(told, 0); // nothing to mark yet
+    view.thresholds = &markers;
+    data.bits = 8;
+    Show();
+    struct
+    {
+        double signal;
+        Qt::MouseButton button;
+        int low, high, mark; // afterwards
+    } const clicks[] = {
+        {200.5, Qt::LeftButton, 175, 200, 0},   {240.5, Qt::LeftButton, 175, 240, 0},
+        {50.5, Qt::LeftButton, 50, 240, 0},     {140.5, Qt::LeftButton, 140, 240, 0},
+        {200.5, Qt::LeftButton, 140, 200, 0},   {77.5, Qt::RightButton, 140, 200, 77},
+        {99.5, Qt::MiddleButton, 140, 200, 77}, {-20, Qt::LeftButton, 140, 200, 77},
+    };
+    for (auto const &click : clicks) {
+        Click(click.signal, click.button);
+        EXPECT_EQ(markers.lowThreshold, click.low) << click.signal;
+        EXPECT_EQ(markers.highThreshold, click.high) << click.signal;
+        EXPECT_EQ(markers.markThreshold, click.mark) << click.signal;
+    }
+    EXPECT_EQ(told, 7); // not for the one beside the data area
+    markers = {};
+    Click(20.5, Qt::LeftButton);
+    EXPECT_EQ(markers.lowThreshold, 20);
+    EXPECT_EQ(markers.highThreshold, 45);
+}
+
+} // namespace
