@@ -32,7 +32,7 @@ signals:
 
 public slots:
     void enableLog(bool enable);
-    void enableControlChannel(bool enable);
+    void enableControlChannel(bool enabl);
     void enableStreamChannel(bool enable);
     void enableEventChannel(bool enable);
 
