@@ -317,7 +317,9 @@ bool GuiManager::CreatePanels()
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
-    MainWindow()->tabifyDockWidget(m_logPanel, m_statisticsPanel); // lines and files need the width
+    // Lines need the width that file names need, and hardly at the same time.
+    MainWindow()->tabifyDockWidget(m_capturePanel, m_logPanel);
+    m_capturePanel->raise();
     if (!m_histogramPanel)
         m_histogramPanel = new HistogramPanel(MainWindow());
     m_histogramPanel->SetCurrentSession(m_session);

@@ -5,13 +5,31 @@
 #include "session.h"
 #include "ui_logpanelimpl.h"
 
+#include "tovcamera.h"
+
+#include <QCoreApplication>
 #include <QMainWindow>
+#include <QToolTip>
 
 namespace {
 
-constexpr int Period = 1000; // milliseconds
+constexpr int Period = 1000;   // milliseconds
+constexpr int TipTime = 20000; // milliseconds; there is a line to copy
 
+// What an operator does about a real camera whose packets may not be captured.
+QString refusalText(TovCam::Device *device)
+{
+    if (device->GetDeviceInfo()->GetInterface()->GetInterfaceKind() == TovCam::InterfaceKindUSB3Vision)
+        return QStringLiteral("The packets of this camera cannot be captured. Reading them off the bus takes\n"
+                              "read access to /dev/usbmon*, which this line gives until the next start of the system:\n"
+                              "sudo modprobe usbmon && sudo chown $USER /dev/usbmon*");
+    return QStringLiteral("The packets of this camera cannot be captured. Reading them off the network takes\n"
+                          "a right that this line gives the program from its next start on:\n"
+                          "sudo setcap cap_net_raw,cap_net_admin+ep %1")
+        .arg(QCoreApplication::applicationFilePath());
 }
+
+} // namespace
 
 class LogPanelImplPrivate
 {
@@ -36,6 +54,11 @@ LogPanelImpl::LogPanelImpl(QMainWindow *window)
     connect(d->ui->chkEvent, &QCheckBox::clicked, this, &LogPanelImpl::eventChannelEnabled);
     for (QCheckBox *const box : {d->ui->chkControl, d->ui->chkStream, d->ui->chkEvent})
         connect(d->ui->groupLogging, &QGroupBox::toggled, box, &QWidget::setEnabled);
+
+    // Queued: a box cannot be cleared while it tells of a click, and the parameter has been written by then.
+    connect(d->ui->groupLogging, &QGroupBox::toggled, this, &LogPanelImpl::ShowRefusals, Qt::QueuedConnection);
+    for (QCheckBox *const box : {d->ui->chkControl, d->ui->chkStream, d->ui->chkEvent})
+        connect(box, &QCheckBox::toggled, this, &LogPanelImpl::ShowRefusals, Qt::QueuedConnection);
 }
 
 LogPanelImpl::~LogPanelImpl() = default;
@@ -52,6 +75,25 @@ void LogPanelImpl::SetCurrentSession(Session *session)
     d->viewer->setModel(session->GetLogModel());
     connect(d->ui->btnClear, &QPushButton::clicked, session, &Session::clearLog);
     connect(d->ui->btnSave, &QPushButton::clicked, session, &Session::saveLog);
+}
+
+// A refused channel has cleared its own switch: its box follows at once, and says why.
+void LogPanelImpl::ShowRefusals()
+{
+    for (QCheckBox *const box : {d->ui->chkControl, d->ui->chkStream, d->ui->chkEvent}) {
+        ParamLink const link = GetParamForControl(box->objectName());
+        bool on = false;
+        if (!box->isChecked() || !link.component ||
+            (link.component->GetParamBool(link.paramName.toUtf8().constData(), &on) & 0xffff))
+            continue;
+        QString const text = on ? QString() : refusalText(m_session->GetDevice());
+        box->setToolTip(text);
+        if (on)
+            continue;
+        UpdateFromComponent(link.paramName);
+        if (box->isVisible())
+            QToolTip::showText(box->mapToGlobal(QPoint(0, box->height())), text, box, QRect(), TipTime);
+    }
 }
 
 bool LogPanelImpl::isLogEnabled() const

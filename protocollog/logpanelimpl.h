@@ -37,5 +37,7 @@ public slots:
     void enableEventChannel(bool enable);
 
 private:
+    void ShowRefusals();
+
     std::unique_ptr<LogPanelImplPrivate> const d;
 };

@@ -640,16 +640,19 @@ void Session::saveLog()
                                                       QStringLiteral("Log files (*.log)"));
     if (path.isEmpty() || !alive)
         return;
-    auto const log = m_logModel->log();
     QFile file(path);
     bool saved = file.open(QIODevice::WriteOnly | QIODevice::Text);
     if (saved) {
+        QApplication::setOverrideCursor(Qt::WaitCursor); // millions of lines take seconds
         QTextStream out(&file);
-        for (QtTovLogViewer::LogData const &line : log)
+        // Not through a list of them all, which would take many times the log's memory.
+        m_logModel->visitLog([&out](QtTovLogViewer::LogData const &line) {
             out << QTime::fromMSecsSinceStartOfDay(static_cast<int>(line.time)).toString(QStringLiteral("hh:mm:ss.zzz"))
                 << ' ' << line.channel << ' ' << line.message << '\n'; // flushed once, not by the line
+        });
         out.flush();
         saved = out.status() == QTextStream::Ok && file.flush();
+        QApplication::restoreOverrideCursor();
     }
     if (!saved)
         QMessageBox::critical(window, QStringLiteral("Error saving log"), file.errorString(), QMessageBox::Ok);

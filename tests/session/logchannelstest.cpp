@@ -1,12 +1,8 @@
 // Channels of the protocol log, switched off while a simulated camera's packets come.
+#include "fakehost.h"
 #include "qttovlogmodel.h"
 #include "session.h"
-#include "sessionhost.h"
 
-#include <QApplication>
-#include <QMainWindow>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -16,36 +12,6 @@
 #include <thread>
 
 namespace {
-
-class Host final : public SessionHost
-{
-public:
-    QSettings *GetSessionSettings(QString const &) override
-    {
-        return &m_settings;
-    }
-    bool AddDisplayWidget(QWidget *widget) override
-    {
-        widget->setParent(&m_window);
-        return true;
-    }
-    bool RemoveDisplayWidget(QWidget *) override
-    {
-        return true;
-    }
-    void setCoordinatesAndValue(int, int, int, int, int) override
-    {
-    }
-    QMainWindow *GetMainWindow() override
-    {
-        return &m_window;
-    }
-
-private:
-    QTemporaryDir m_folder;
-    QSettings m_settings{m_folder.filePath(QStringLiteral("session.ini")), QSettings::IniFormat};
-    QMainWindow m_window;
-};
 
 class LogChannels : public testing::TestWithParam<char const *>
 {
@@ -68,7 +34,8 @@ protected:
 
     TovCam::System *const m_system = TovCam_GetSystem();
     TovCam::Device *m_device = nullptr;
-    Host m_host;
+    FakeScript m_script;
+    FakeHost m_host{m_script};
     std::unique_ptr<Session> m_session;
 };
 
