@@ -33,6 +33,7 @@ public:
         m_robot.Gui([this] {
             Features()->SetIntegerValue("Width", 256);
             Features()->SetIntegerValue("Height", 128);
+            Features()->SetEnumValueStr("EventNotification", "On");
         });
         m_hands.Play(m_robot);
         // Its tab is behind the statistics' at first.
@@ -139,8 +140,10 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         tour.ExpectTraffic(none);
         tour.Press("groupLogging");
         tour.ExpectTraffic({QStringLiteral("Control")});
+        tour.Press("chkEvent");
+        tour.ExpectTraffic({QStringLiteral("Event"), QStringLiteral("Control")});
         tour.Press("chkStream");
-        tour.ExpectTraffic({QStringLiteral("Stream"), QStringLiteral("Control")});
+        tour.ExpectTraffic({QStringLiteral("Event"), QStringLiteral("Stream"), QStringLiteral("Control")});
 
         // The view follows until a row is selected, and again from the last one on.
         robot.WaitFor("rows", [&] { return tour.Rows() > 100 && tour.Follows(); });
@@ -170,7 +173,7 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         auto const lines =
             QString::fromUtf8(robot.Gui([&] { return file.readAll(); })).split(u'\n', Qt::SkipEmptyParts);
         EXPECT_EQ(lines.size(), last);
-        QRegularExpression const form(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d\\.\\d{3} (Control|Stream) .*="));
+        QRegularExpression const form(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d\\.\\d{3} (Control|Event|Stream) .*="));
         for (QString const &line : lines)
             EXPECT_TRUE(form.match(line).hasMatch()) << line.toStdString();
         robot.Click(tour.Find<QWidget>("btnSave"));
@@ -199,6 +202,6 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Clicks, LogOfEachKind, testing::Values("20480117", "19200342"));
+INSTANTIATE_TEST_SUITE_P(Clicks, LogOfEachKind, testing::Values("20480117", "19200342", "12800058"));
 
 } // namespace
