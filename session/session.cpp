@@ -10,6 +10,7 @@
 #include "qttovlogmodel.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
+#include "tovlog.h"
 #include "tovscopeexception.h"
 
 #include <QApplication>
@@ -121,6 +122,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
 Session::~Session()
 {
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
+    m_device->UnregisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
     for (LogChannelInfo const &info : LogChannels)
         EnableLog(info.channel, false);
     runGuarded([this] { StopWriter(); });
@@ -155,6 +157,7 @@ void Session::InitSession()
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
     ResetVolatileParams();
     m_device->RegisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
+    m_device->RegisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
 }
 
 bool Session::InitStateMachine()
@@ -599,6 +602,14 @@ void Session::LogEvent(void const *data, unsigned long size, void *user)
 {
     auto const *const record = static_cast<LogChannel const *>(user);
     record->session->WriteLog(record->channel, data, size);
+}
+
+void Session::PacketsMissedCallback(void const *data, unsigned long size, void * /*user*/)
+{
+    std::uint64_t missed = 0;
+    std::memcpy(&missed, data, std::min<std::size_t>(size, sizeof missed));
+    TovLog::Warning(static_cast<unsigned long>(missed),
+                    "Session: packets of the log's channels have been lost on their way here");
 }
 
 void Session::WriteLog(LogEnum channel, void const *data, unsigned long size)

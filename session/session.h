@@ -6,7 +6,8 @@
 // deleted from there.
 //
 // Threads: the GUI thread, except for the callbacks of the camera library, which come on its threads:
-// CameraDisconnectCallback only emits a signal; LogEvent and what it calls make a line of a packet and append it.
+// CameraDisconnectCallback only emits a signal, PacketsMissedCallback only logs; LogEvent and what it calls make a line
+// of a packet and append it.
 #pragma once
 
 #include "sessionstate.h"
@@ -81,6 +82,8 @@ public:
 
     // The callback for the lost connection; `user` is the session.
     static void CameraDisconnectCallback(void const *data, unsigned long size, void *user);
+    // The callback for packets of the log's channels that nobody could read. Their number goes to the program's log.
+    static void PacketsMissedCallback(void const *data, unsigned long size, void *user);
 
 signals:
     void signalStartAcquisition();

@@ -83,12 +83,12 @@ TEST_F(SessionTest, IsBuiltAndEntersIdleOnTheNextPass)
 {
     session = std::make_unique<Session>(nullptr, &device, &host);
     EXPECT_EQ(session->GetState(), static_cast<SessionState>(-1));
-    EXPECT_EQ(device.script.TakeLog(), "AddDisplayWidget; RegisterEvent 1004");
+    EXPECT_EQ(device.script.TakeLog(), "AddDisplayWidget; RegisterEvent 1004; RegisterEvent 1005");
     emit session->signalStartAcquisition(); // nobody listens yet
     QCoreApplication::processEvents();
     EXPECT_EQ(session->GetState(), SessionStateIdle);
     session.reset();
-    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " CLOSE_LOG);
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; " CLOSE_LOG);
 }
 
 TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
@@ -240,7 +240,7 @@ TEST_F(SessionTest, WhatAnExceptionLeftRunningIsStoppedBeforeTheNextStartOrTheEn
             EXPECT_EQ(session->GetState(), SessionStateAcquisition);
         }
         session.reset();
-        EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " STOP_LOG "; " CLOSE_LOG);
+        EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; " STOP_LOG "; " CLOSE_LOG);
     }
 }
 
@@ -488,7 +488,7 @@ TEST_F(SessionTest, SwitchesTheLogsChannelsAndClearsTheSwitchOfARefusedOne)
     session->SetParamBool("LogControl", true);
     device.script.TakeLog();
     session.reset(); // with a channel on
-    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1000; " CLOSE_LOG);
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; UnregisterEvent 1000; " CLOSE_LOG);
 }
 
 } // namespace
