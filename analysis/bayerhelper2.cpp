@@ -26,10 +26,15 @@ std::uint32_t BayerHelper2::ReadSensorClass(TovCam::Device *device)
 {
     if (!device)
         return 0;
-    std::uint32_t value = 0;
-    if (device->ReadRegister(SensorRegister, &value, sizeof value) == 0)
-        return value >> 24 & 0xF;
     TovCam::ParamArray *const params = device->GetCameraParameters(nullptr);
+    // The register is one of the families'. Another maker's camera has something else at the address, or nothing, and
+    // some stop answering for good when they are asked for it.
+    std::int32_t error = params ? 0 : -1;
+    if (params)
+        params->GetIntegerValue("FamilyID", &error);
+    std::uint32_t value = 0;
+    if (error == 0 && device->ReadRegister(SensorRegister, &value, sizeof value) == 0)
+        return value >> 24 & 0xF;
     char const *const format = params ? params->GetEnumValueStr("PixelFormat", nullptr) : nullptr;
     return format && std::strncmp(format, "Bayer", 5) == 0 ? ColorClass : 0;
 }

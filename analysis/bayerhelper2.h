@@ -46,8 +46,8 @@ class BayerHelper2 : public BayerTap2
 public:
     static constexpr std::uint32_t ColorClass = 12;
 
-    // The class of the camera's sensor, from its register. A camera without that register is of the colour class when
-    // its pixel format is a mosaic's, and of class 0 otherwise.
+    // The class of the camera's sensor, from its register. A camera of no family, or without that register, is of the
+    // colour class when its pixel format is a mosaic's, and of class 0 otherwise.
     static std::uint32_t ReadSensorClass(TovCam::Device *device);
 
     // Sets the fields, the pattern (in `histo` too) and the masks for frames of that size. `bits` is the pixel format's

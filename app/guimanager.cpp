@@ -6,6 +6,7 @@
 #include "capturepanelimpl.h"
 #include "displayview.h"
 #include "histogrampanel.h"
+#include "inspectview.h"
 #include "logpanelimpl.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
@@ -16,14 +17,17 @@
 
 #include "tovcamera.h"
 #include "tovcameragui.h"
+#include "tovdisplay.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QCursor>
 #include <QFileDialog>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QScreen>
 #include <QSettings>
 
 #include <algorithm>
@@ -125,6 +129,7 @@ GuiManager::GuiManager(ManagedWindow *window) : m_window(window)
 GuiManager::~GuiManager()
 {
     cameraDisconnect();
+    delete m_inspectView; // where the disconnection had to wait for a message: it looks at the session's display
     delete m_session;
     if (m_system)
         m_system->Release();
@@ -269,6 +274,7 @@ bool GuiManager::CreateSession(TovCam::Device *device)
         connect(session, &Session::signalUpdateGui, this, &GuiManager::updateGui);
         connect(session, &Session::signalSessionStateError, this, &GuiManager::sessionStateError);
         connect(session, &Session::signalCameraDisconnected, this, &GuiManager::sessionCameraDisconnected);
+        connect(session->GetDisplayView(), &DisplayView::inspectionRequested, this, &GuiManager::inspect);
         return true;
     } catch (TovScopeException const &exception) {
         DisplayError(QString::fromUtf8(exception.what()), exception.GetCode());
@@ -347,7 +353,7 @@ void GuiManager::ClosePanels()
         plugin->Detach(MainWindow());
     if (m_session) {
         for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
-                 m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_histogramPanel}) {
+                 m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
             if (panel)
                 panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
         }
@@ -359,6 +365,9 @@ void GuiManager::ClosePanels()
     Remove(m_parameterPanel);
     Remove(m_logPanel);
     Remove(m_statisticsPanel);
+    if (m_inspectView && m_session)
+        m_session->GetDisplayView()->RemoveInspectView(m_inspectView);
+    Remove(m_inspectView);
     Remove(m_histogramPanel);
     // A floating dock leaves as a hidden one, and the window's next saveState would say so.
     MainWindow()->restoreState(places, StateVersion);
@@ -386,6 +395,19 @@ void GuiManager::startAcquisition()
 {
     if (m_session)
         emit m_session->signalStartAcquisition();
+}
+
+void GuiManager::startTestBandwidth()
+{
+    if (!m_session)
+        return;
+    QMessageBox box(QMessageBox::Question, QCoreApplication::applicationName(), QStringLiteral("Bandwidth testing."),
+                    QMessageBox::Ok | QMessageBox::Cancel, MainWindow());
+    box.setInformativeText(QStringLiteral("Do you want to begin?"));
+    box.setDefaultButton(QMessageBox::Ok);
+    if (box.exec() == QMessageBox::Cancel || !m_session) // it may have gone while the question was open
+        return;
+    m_session->startTestBW();
 }
 
 void GuiManager::stopAcquisitionAndCapture()
@@ -490,6 +512,58 @@ void GuiManager::viewPlayerPanel()
     }
 }
 
+void GuiManager::inspect(QPoint position, QPoint pixel)
+{
+    OpenInspection(position, pixel);
+}
+
+void GuiManager::viewInspection()
+{
+    if (m_inspectView) {
+        m_inspectView->setVisible(!m_inspectView->isVisible());
+        return;
+    }
+    DisplayView *const display = CurrentDisplay();
+    if (!display)
+        return;
+    QPoint position = QCursor::pos();
+    std::optional<QPoint> pixel = display->PixelAt(position);
+    if (!pixel) {
+        position = display->mapToGlobal(display->rect().center());
+        pixel = display->PixelAt(position);
+    }
+    OpenInspection(position, pixel);
+}
+
+// Without a pixel it shows the middle of the image.
+void GuiManager::OpenInspection(QPoint position, std::optional<QPoint> pixel)
+{
+    DisplayView *const display = CurrentDisplay();
+    if (!display)
+        return;
+    if (!m_inspectView) {
+        TovDisplay *const renderer = display->GetRenderer();
+        QPoint const at = pixel.value_or(QPoint());
+        m_inspectView =
+            new InspectView(MainWindow(), renderer ? renderer->GetComponent() : nullptr, position, at.x(), at.y());
+        Introduce(m_inspectView); // its size is kept; its place is the pointer's
+        m_inspectView->JoinDisplay(display);
+    }
+    if (QScreen const *const screen = QGuiApplication::screenAt(position)) {
+        QRect const area = screen->availableGeometry();
+        QSize const size = m_inspectView->size();
+        position.setX(std::max(area.left(), std::min(position.x(), area.right() + 1 - size.width())));
+        position.setY(std::max(area.top(), std::min(position.y(), area.bottom() + 1 - size.height())));
+    }
+    m_inspectView->move(position);
+    if (pixel)
+        m_inspectView->LookAt(*pixel);
+    m_inspectView->show();
+    m_inspectView->raise();
+    m_inspectView->activateWindow();
+    m_inspectView->setFocus();
+}
+
 void GuiManager::showBasicParameters()
 {
     if (m_parameterPanel)
@@ -551,8 +625,8 @@ void GuiManager::updateGui()
         }
     }
 
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_logPanel,
-                                                                         m_statisticsPanel, m_histogramPanel}) {
+    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
+             m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_histogramPanel, m_inspectView}) {
         if (panel)
             panel->UpdateAll();
     }

@@ -6,6 +6,7 @@
 #include "panelhost.h"
 
 #include <QObject>
+#include <QPoint>
 #include <QString>
 
 #include <cstdint>
@@ -15,6 +16,7 @@ class CamGenParamPanelImpl;
 class CapturePanelImpl;
 class DisplayView;
 class HistogramPanel;
+class InspectView;
 class ManagedWindow;
 class QMainWindow;
 class LogPanelImpl;
@@ -56,6 +58,7 @@ public slots:
     void saveConfiguration(); // asks for the file only where none was loaded or saved before
     void saveConfigurationAs();
     void startAcquisition();
+    void startTestBandwidth(); // asks first
     void stopAcquisitionAndCapture();
     void startStopCapture() override;
     void snapNextImage() override;
@@ -68,6 +71,10 @@ public slots:
     void centerImage();
     // Of the sending action: shows its panel if it is hidden, hides it if it is visible.
     void viewPlayerPanel();
+    // Opens an inspection view of that pixel at that point of the screen, or brings the open one there.
+    void inspect(QPoint position, QPoint pixel);
+    // Shows or hides the inspection view; opens it at the pointer, or else in the middle of the picture.
+    void viewInspection();
     void showBasicParameters();
     void showExpertParameters();
     void showCameraInfoDlg();
@@ -80,6 +87,7 @@ private:
     bool TakeSystem();
     void LoadProducer();
     DisplayView *CurrentDisplay() const;
+    void OpenInspection(QPoint position, std::optional<QPoint> pixel);
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
     void Introduce(PlayerPanel *panel); // a new panel to the session
@@ -100,6 +108,7 @@ private:
     LogPanelImpl *m_logPanel = nullptr;
     StatisticsPanelImpl *m_statisticsPanel = nullptr;
     HistogramPanel *m_histogramPanel = nullptr;
+    InspectView *m_inspectView = nullptr;          // of no camera's panels until the operator opens it
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them

@@ -1,5 +1,7 @@
 #include "tovscope.h"
 
+#include "bwtesting.h"
+
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QLabel>
@@ -62,6 +64,12 @@ QMainWindow *TovScope::GetMainWindow()
 QSettings *TovScope::GetGlobalSettings()
 {
     return m_settings.GetGlobalSettings();
+}
+
+void TovScope::RunBandwidthTest(Session *session)
+{
+    // A title and no close button: the test is left by its own button.
+    CBWTesting(session, nullptr, Qt::CustomizeWindowHint | Qt::WindowTitleHint).exec();
 }
 
 RigTestPlugin *TovScope::GetRigTest()
@@ -128,6 +136,7 @@ void TovScope::InitGuiManager()
     handle(m_ui.actionCamConfig_BasicView, &GuiManager::showBasicParameters);
     handle(m_ui.actionCamConfig_ExpertView, &GuiManager::showExpertParameters);
     handle(m_ui.actionPlay, &GuiManager::startAcquisition);
+    handle(m_ui.actionTestBandwidth, &GuiManager::startTestBandwidth);
     handle(m_ui.actionStop, &GuiManager::stopAcquisitionAndCapture);
     handle(m_ui.actionRecord, &GuiManager::startStopCapture);
     handle(m_ui.actionSnap, &GuiManager::snapNextImage);
@@ -142,7 +151,8 @@ void TovScope::InitGuiManager()
     for (QAction *const action :
          {m_ui.actionGenICamTree, m_ui.actionLog, m_ui.actionCapture, m_ui.actionStatistics, m_ui.actionHistogramPanel})
         handle(action, &GuiManager::viewPlayerPanel);
-    m_ui.actionInspectionView->setVisible(false);
+    handle(m_ui.actionInspectionView, &GuiManager::viewInspection);
+    m_ui.actionInspectionView->setShortcut(QKeySequence(QStringLiteral("Ctrl+I")));
     m_manager.updateGui();
 }
 

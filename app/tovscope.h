@@ -28,6 +28,7 @@ public:
     bool RemoveDisplayWidget(QWidget *widget) override;
     QSettings *GetSessionSettings(QString const &name) override;
     QMainWindow *GetMainWindow() override;
+    void RunBandwidthTest(Session *session) override;
     QSettings *GetGlobalSettings() override;
     RigTestPlugin *GetRigTest() override;
     void ForgetRigTest() override;

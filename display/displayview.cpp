@@ -2,6 +2,7 @@
 
 #include "colormodel.h"
 #include "grabbingfifo.h"
+#include "inspectsink.h"
 #include "tovlog.h"
 
 #include <QEvent>
@@ -156,8 +157,11 @@ int DisplayView::StopDisplaying()
     int const status = Stop();
     m_fifo->SetGrabberThtreadBlocking(true);
     // The picture stays on the screen, so the renderer takes what it needs to zoom into it.
-    if (_TovImage const *image = m_lastImage; image && m_display && m_framesShown != 0)
+    if (_TovImage const *image = m_lastImage; image && m_display && m_framesShown != 0) {
         m_display->KeepVideo(image);
+        for (InspectSink *const view : m_inspectViews)
+            view->KeepImage(image);
+    }
     ReleaseLastImage();
     return status;
 }
@@ -254,6 +258,12 @@ void DisplayView::Work()
         TovLog::Info(static_cast<std::uint32_t>(status), "DisplayView::Work() DisplayVideo returned for frame ID=%i",
                      static_cast<int>(frameId));
 
+        {
+            std::lock_guard const lock(m_inspectViewsMutex);
+            for (InspectSink *const view : m_inspectViews)
+                view->DisplayImage(image);
+        }
+
         // Behind the painting, so that the copy does not delay the picture.
         if (TovStatus const copied = TovCopyImage(m_lastImage, image); Failed(copied))
             TovLog::Error(copied, "TVCopyImage failed for m_lastImage, err=%i", static_cast<int>(copied));
@@ -285,6 +295,9 @@ void DisplayView::InitByFirstFrame(_TovImage const *image)
     if (!VerifyDisplayFormat(image)) {
         std::int64_t const mode = TovLoadBound(m_displayMode);
         m_display->SetVideoFormat(image, mode == 2 ? "OpenGL" : mode == 1 ? "GDI" : "auto");
+        std::lock_guard const lock(m_inspectViewsMutex);
+        for (InspectSink *const view : m_inspectViews)
+            view->StopDisplaying();
     }
     if (_TovImage *const old = m_lastImage.exchange(nullptr))
         m_retiredImages.push_back(old); // a reader may hold it until the stop
@@ -532,6 +545,39 @@ TovDisplay *DisplayView::GetRenderer() const
     return m_display;
 }
 
+// ---- Inspection views -----------------------------------------------------------------------------------------------
+
+void DisplayView::AddInspectView(InspectSink *view)
+{
+    {
+        std::lock_guard const lock(m_inspectViewsMutex);
+        m_inspectViews.push_back(view);
+    }
+    if (_TovImage const *const kept = m_display && !m_lastImage ? m_display->GetKeptVideo() : nullptr)
+        view->KeepImage(kept);
+}
+
+void DisplayView::RemoveInspectView(InspectSink *view)
+{
+    std::lock_guard const lock(m_inspectViewsMutex);
+    m_inspectViews.erase(std::remove(m_inspectViews.begin(), m_inspectViews.end(), view), m_inspectViews.end());
+}
+
+std::optional<QPoint> DisplayView::PixelAt(QPoint global) const
+{
+    QPoint const at = viewport()->mapFromGlobal(global);
+    _TovImage const *image = m_lastImage;
+    if (!image && m_display)
+        image = m_display->GetKeptVideo();
+    int x = at.x();
+    int y = at.y();
+    if (!image || !viewport()->rect().contains(at) || m_display->Translate(&x, &y, 1) != 0)
+        return {};
+    if (x < 0 || y < 0 || std::uint32_t(x) >= image->width || std::uint32_t(y) >= image->height)
+        return {};
+    return QPoint(x, y);
+}
+
 // ---- Events of the widget -------------------------------------------------------------------------------------------
 
 bool DisplayView::nativeEvent(QByteArray const &eventType, void *, long *)
@@ -550,6 +596,14 @@ bool DisplayView::viewportEvent(QEvent *event)
         m_pointer = static_cast<QMouseEvent *>(event)->pos();
         ReadPointer();
         break;
+    case QEvent::MouseButtonDblClick: {
+        auto const *const click = static_cast<QMouseEvent *>(event);
+        if (click->button() != Qt::LeftButton)
+            break;
+        if (auto const pixel = PixelAt(click->globalPos()))
+            emit inspectionRequested(click->globalPos(), *pixel);
+        return true;
+    }
     case QEvent::Leave:
     case QEvent::Hide:
         m_pointer.reset();
@@ -583,5 +637,7 @@ void DisplayView::Refresh()
         ++m_idleTicks;
     } else if (_TovImage const *image = m_lastImage; image && shown != 0 && m_display) {
         m_display->RefreshVideo(image);
+        for (InspectSink *const view : m_inspectViews)
+            view->RefreshImage(image);
     }
 }

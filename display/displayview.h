@@ -2,8 +2,8 @@
 // and the component that carries the display settings. The painting is TovDisplay's.
 //
 // Threads: the widget, the timer, the zoom commands, StartDisplaying and StopDisplaying on the GUI thread; Work and
-// what it calls on the display thread. m_updateMutex guards the wake-up flag. The last image has no lock: a reader may
-// see a frame that is being overwritten.
+// what it calls on the display thread. m_updateMutex guards the wake-up flag, m_inspectViewsMutex the inspection views.
+// The last image has no lock: a reader may see a frame that is being overwritten.
 #pragma once
 
 #include "tovcomponentimp.h"
@@ -23,6 +23,7 @@
 #include <vector>
 
 class GrabbingFifo;
+class InspectSink;
 class QMainWindow;
 
 class DisplayView : public QGraphicsView, private WorkingThread, public TovComponentImp
@@ -70,8 +71,17 @@ public:
 
     TovDisplay *GetRenderer() const;
 
+    // An inspection view gets each frame shown from now on, and the picture of a stream that has stopped at once. It
+    // leaves before it or this view goes; once it has left, no call to it is under way. GUI thread.
+    void AddInspectView(InspectSink *view);
+    void RemoveInspectView(InspectSink *view);
+    // The image pixel at a point of the screen; nothing outside of the picture. GUI thread.
+    std::optional<QPoint> PixelAt(QPoint global) const;
+
 signals:
     void mouseMoved(int x, int y, int r, int g, int b);
+    // A double click on the picture: where on the screen, and on which pixel.
+    void inspectionRequested(QPoint global, QPoint pixel);
 
 public slots:
     void UpdateVideo();
@@ -112,9 +122,11 @@ private:
     {
         std::int32_t x = 0, y = 0, w = 0, h = 0;
     };
-    bool m_hexDumpShown = false;          // GUI thread
-    Rectangle m_hexDumpRect;              // image pixels; GUI thread
-    QMainWindow *m_mainWindow;            // not owned
+    bool m_hexDumpShown = false;               // GUI thread
+    Rectangle m_hexDumpRect;                   // image pixels; GUI thread
+    QMainWindow *m_mainWindow;                 // not owned
+    std::vector<InspectSink *> m_inspectViews; // m_inspectViewsMutex; the GUI thread, which writes it, reads without
+    std::mutex m_inspectViewsMutex;
     _TovImage *m_displayFormat = nullptr; // header of the shape the renderer is set up for; display thread
     std::int64_t m_displayMode = 0;       // bound; relaxed atomic access
 

@@ -106,7 +106,7 @@ void HistogramPanel::SetCurrentSession(Session *session)
     m_view->SetupHistoGraph(area / (levels * 0.1), 0.0, levels);
     connect(m_view, &HistoView::signalUpdateThresolds, this, &HistogramPanel::UpdateThresholds);
     m_view->show();
-    FitToTexts();
+    FitToTexts(levels);
 }
 
 void HistogramPanel::ReadCamera()
@@ -156,7 +156,6 @@ bool HistogramPanel::UpdateSelfByTimer()
     meanLabel->setText(QString::asprintf("%5.2f", first.mean));
     devLabel->setText(QString::asprintf("%5.2f", first.stdDev));
     SNRLabel->setText(QString::asprintf("%5.1f", m_histo.snr)); // nothing computes it: 0.0
-    FitToTexts();
     // The view gets the markers only now, so the first update shows no more than the axes; that is meant.
     m_view->SetData(&m_histo);
     m_view->thresholds = &m_thresholds;
@@ -260,11 +259,19 @@ void HistogramPanel::DoColSpin()
 
 // ---- Layout ---------------------------------------------------------------------------------------------------------
 
-// The sizes of the form are those of usual texts in a narrow font: what needs more gets more.
-void HistogramPanel::FitToTexts()
+// The sizes of the form are those of usual texts in a narrow font: what needs more gets more. The figures get their
+// greatest width at once, so that the panel does not grow while one looks at it.
+void HistogramPanel::FitToTexts(int levels)
 {
+    for (QLabel *const figure : {meanLabel, devLabel, SNRLabel}) {
+        QString const now = figure->text();
+        figure->setText(figure == SNRLabel ? QStringLiteral("-100.0") : QString::asprintf("%5.2f", double(levels)));
+        figure->ensurePolished();
+        figure->setMinimumWidth(std::max(figure->minimumWidth(), figure->sizeHint().width()));
+        figure->setText(now);
+    }
     for (QWidget *const text :
-         std::initializer_list<QWidget *>{meanLabel, devLabel, SNRLabel, label, label_6, label_7, modeComboBox}) {
+         std::initializer_list<QWidget *>{label, label_4, label_5, label_6, label_7, SNR, modeComboBox}) {
         text->ensurePolished();
         if (int const wanted = text->sizeHint().width(); wanted > text->minimumWidth())
             text->setMinimumWidth(wanted);

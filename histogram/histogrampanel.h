@@ -44,7 +44,7 @@ private:
     void ReadCamera();
     void ResetState();
     void CountPixels();
-    void FitToTexts();
+    void FitToTexts(int levels);
     void PlaceGroups();
 
     ComplexHisto m_histo;

@@ -22,9 +22,10 @@ class QWidget;
 //
 // Keys of the store (GetComponent): commands "display.zoom.in", "display.zoom.out", "display.atcenter",
 // "display.dump.on", "display.dump.off", "filter.add", "filter.del"; integers "display.fit" (0 none, 1 fit, 2 spread,
-// 3 actual size), "display.init.fit", "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h", "filter.id",
-// "filter.channels", "filter.state"; floats "display.init.at.x", "display.init.at.y" (0 to 1 of the image); strings
-// "filter.name", "filter.channel.0" (a colour map).
+// 3 actual size), "display.init.fit", "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h" (image pixels, a
+// rectangle that is outlined), "filter.id", "filter.channels", "filter.state"; floats "display.init.at.x",
+// "display.init.at.y", "display.at.x", "display.at.y" (0 to 1 of the image: the point in the middle of the view, as it
+// opens and now); strings "filter.name", "filter.channel.0" (a colour map).
 class TovDisplay
 {
 public:
@@ -47,12 +48,16 @@ public:
     // ---- For a picture that stands still: GUI thread. Until they are called, a change of zoom shows the last picture
     // enlarged or reduced. ----
 
-    // Shows a frame again that DisplayVideo has shown, if the view has changed since; for streams that pause. The
-    // pointer is not kept.
+    // Shows the last frame again, if the view has changed since or shows none; for streams that pause. The pointer is
+    // not kept.
     virtual std::int32_t RefreshVideo(_TovImage const *image) = 0;
     // Copies the frame that was shown last, so that a picture that stays after its stream has ended can be zoomed into
     // its own pixels. Null, or the next DisplayVideo, lets the copy go.
     virtual std::int32_t KeepVideo(_TovImage const *image) = 0;
+    // That copy, or null.
+    virtual _TovImage const *GetKeptVideo() const = 0;
+    // Shows nothing until the next frame comes, or a kept one is there to be shown.
+    virtual void ClearVideo() = 0;
 
 protected:
     virtual ~TovDisplay() = default;

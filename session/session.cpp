@@ -566,6 +566,11 @@ void Session::exitDisconnected()
 {
 }
 
+void Session::startTestBW()
+{
+    m_window->RunBandwidthTest(this);
+}
+
 // Every channel each time: the main switch is part of all of them. A refusal inside comes back here for its own switch.
 void Session::ParamChanged(_TovStParam param)
 {

@@ -111,6 +111,8 @@ public slots:
     void exitCapturing();
     void enterDisconnected();
     void exitDisconnected();
+    // Has the window run the bandwidth test, modally. The session may be gone when it returns.
+    void startTestBW();
 
 private:
     void ParamChanged(_TovStParam param) override;

@@ -5,6 +5,7 @@ class QMainWindow;
 class QSettings;
 class QString;
 class QWidget;
+class Session;
 
 class SessionHost
 {
@@ -17,6 +18,8 @@ public:
     // The pointer over the picture: r or b of -1 means a monochrome value in g.
     virtual void setCoordinatesAndValue(int x, int y, int r, int g, int b) = 0;
     virtual QMainWindow *GetMainWindow() = 0;
+    // Runs the bandwidth test on that session, modally. The session may go meanwhile.
+    virtual void RunBandwidthTest(Session *session) = 0;
 
 protected:
     ~SessionHost() = default;

@@ -141,6 +141,8 @@ void RasterDisplay::AddParams()
     addInt("display.init.fit", &m_initFit, FIT_NONE, FIT_ACTUAL);
     addUnit("display.init.at.x", &m_initAt[0]);
     addUnit("display.init.at.y", &m_initAt[1]);
+    addUnit("display.at.x", &m_at[0]);
+    addUnit("display.at.y", &m_at[1]);
     addInt("display.view.scale", &m_viewScale, 0, std::int64_t(ViewState::MAX_SCALE));
     char const *const dumpKeys[] = {"dump.x", "dump.y", "dump.w", "dump.h"};
     for (int i = 0; i < 4; ++i)
@@ -153,8 +155,8 @@ void RasterDisplay::AddParams()
     addCommand("filter.add", &Run<&RasterDisplay::AddFilter>);
     addCommand("filter.del", &Run<&RasterDisplay::DeleteFilter>);
 
-    for (char const *key : {"display.fit", "display.init.fit", "display.init.at.x", "display.init.at.y",
-                            "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h"})
+    for (char const *key : {"display.fit", "display.init.fit", "display.init.at.x", "display.init.at.y", "display.at.x",
+                            "display.at.y", "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h"})
         m_storage.AddParamChangedListener(key, this);
 }
 
@@ -181,6 +183,8 @@ void RasterDisplay::ParamChanged(_TovStParam param)
             if (!view.state.HasImage())
                 view.state.SetCentre(TovLoadBound(m_initAt[0]), TovLoadBound(m_initAt[1]));
         });
+    } else if (is("display.at.x") || is("display.at.y")) {
+        ChangeView([this](View &view) { view.state.SetCentre(TovLoadBound(m_at[0]), TovLoadBound(m_at[1])); });
     } else if (is("display.view.scale")) {
         if (std::int64_t const scale = TovLoadBound(m_viewScale)) {
             ChangeView([scale](View &view) { view.state.SetScale(double(scale)); });
@@ -266,13 +270,15 @@ RasterDisplay::View RasterDisplay::GetView()
 template<class Change>
 void RasterDisplay::ChangeView(Change change)
 {
-    ViewFit fit;
+    ViewState state;
     {
         std::lock_guard const lock(m_viewMutex);
         change(m_view);
-        fit = m_view.state.Fit();
+        state = m_view.state;
     }
-    TovStoreBound(m_fit, std::int64_t(fit));
+    TovStoreBound(m_fit, std::int64_t(state.Fit()));
+    TovStoreBound(m_at[0], state.CentreX());
+    TovStoreBound(m_at[1], state.CentreY());
     if (m_target)
         m_target->update();
 }
@@ -426,7 +432,7 @@ void RasterDisplay::TakeNewest()
 
 bool RasterDisplay::IsStale(View const &view) const
 {
-    return m_current && (m_current->geometry != view.state.Geometry() || m_current->map != view.map);
+    return !m_current || m_current->geometry != view.state.Geometry() || m_current->map != view.map;
 }
 
 std::int32_t RasterDisplay::RefreshVideo(_TovImage const *image)
@@ -457,6 +463,24 @@ std::int32_t RasterDisplay::KeepVideo(_TovImage const *image)
     }
     TovCopyImage(m_kept, image);
     return OK;
+}
+
+_TovImage const *RasterDisplay::GetKeptVideo() const
+{
+    return m_kept;
+}
+
+void RasterDisplay::ClearVideo()
+{
+    std::unique_ptr<Picture> waiting;
+    {
+        std::lock_guard const lock(m_slotMutex);
+        waiting = std::move(m_newest);
+    }
+    GivePicture(std::move(waiting));
+    GivePicture(std::move(m_current));
+    if (m_target)
+        m_target->update();
 }
 
 // ---- Painting -------------------------------------------------------------------------------------------------------
@@ -514,12 +538,13 @@ void RasterDisplay::Paint(QPaintEvent *event)
         }
     }
     if (m_dumpShown && geometry.HasImage())
-        PaintDump(&painter, geometry);
+        PaintDump(&painter, view);
 }
 
-// A line on the outermost device pixels of those image pixels.
-void RasterDisplay::PaintDump(QPainter *painter, ViewGeometry const &geometry) const
+// A line on the outermost device pixels of those image pixels, one pixel of the screen's scale wide.
+void RasterDisplay::PaintDump(QPainter *painter, View const &view) const
 {
+    ViewGeometry const geometry = view.state.Geometry();
     std::int64_t const x = TovLoadBound(m_dump[0]);
     std::int64_t const y = TovLoadBound(m_dump[1]);
     std::int64_t const width = TovLoadBound(m_dump[2]);
@@ -533,11 +558,10 @@ void RasterDisplay::PaintDump(QPainter *painter, ViewGeometry const &geometry) c
                      QPoint(device(geometry.x, x + width) - 1, device(geometry.y, y + height) - 1));
     if (!rect.isValid())
         return;
-    QColor const colour(DUMP_COLOUR);
-    painter->fillRect(QRect(rect.left(), rect.top(), rect.width(), 1), colour);
-    painter->fillRect(QRect(rect.left(), rect.bottom(), rect.width(), 1), colour);
-    painter->fillRect(QRect(rect.left(), rect.top(), 1, rect.height()), colour);
-    painter->fillRect(QRect(rect.right(), rect.top(), 1, rect.height()), colour);
+    int const line = std::max(1, qRound(view.pixelRatio));
+    QRegion const outline = QRegion(rect) - rect.adjusted(line, line, -line, -line);
+    for (QRect const &part : outline)
+        painter->fillRect(part, QColor(DUMP_COLOUR));
 }
 
 // ---- The operator's hand --------------------------------------------------------------------------------------------

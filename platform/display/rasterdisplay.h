@@ -49,6 +49,8 @@ public:
     std::int32_t Translate(int *x, int *y, int direction) override;
     std::int32_t RefreshVideo(_TovImage const *image) override;
     std::int32_t KeepVideo(_TovImage const *image) override;
+    _TovImage const *GetKeptVideo() const override;
+    void ClearVideo() override;
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
@@ -95,7 +97,7 @@ private:
     bool IsStale(View const &view) const;
 
     void Paint(QPaintEvent *event);
-    void PaintDump(QPainter *painter, ViewGeometry const &geometry) const;
+    void PaintDump(QPainter *painter, View const &view) const;
     bool Wheel(QWheelEvent *event);
     bool MousePress(QMouseEvent *event);
     void MouseMove(QMouseEvent *event);
@@ -110,6 +112,7 @@ private:
     std::int64_t m_fit = FIT_WINDOW;
     std::int64_t m_initFit = FIT_WINDOW;
     double m_initAt[2] = {0.5, 0.5};
+    double m_at[2] = {0.5, 0.5};
     std::int64_t m_viewScale = 0;
     std::int64_t m_dump[4] = {}; // x, y, w, h
     std::int64_t m_filterId = 0;

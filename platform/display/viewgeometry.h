@@ -52,6 +52,14 @@ public:
     }
     void SetScale(double scale);        // leaves the fit
     void SetCentre(double x, double y); // 0 to 1 of the image
+    double CentreX() const
+    {
+        return m_centreX;
+    }
+    double CentreY() const
+    {
+        return m_centreY;
+    }
 
     // The image point under that device pixel stays there, unless the picture's edge would leave a gap.
     void ZoomAt(double factor, double deviceX, double deviceY);

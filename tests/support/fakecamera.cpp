@@ -260,7 +260,20 @@ TovCam::StringParam *FakeParams::GetString(char const *name, std::int32_t *error
 std::int32_t FakeParams::SetIntegerValue(char const *name, std::int64_t value)
 {
     std::int32_t const status = m_script.Run(name, "Set " + std::string(name) + " " + std::to_string(value));
-    return ints.count(name) ? status : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
+    if (!ints.count(name))
+        return TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
+    if (status == 0) {
+        ints[name].value = value;
+        if (onSet)
+            onSet(name);
+    }
+    return status;
+}
+
+std::int64_t FakeParams::GetIntegerValue(char const *name, std::int32_t *error)
+{
+    TovCam::IntParam *const node = GetInt(name, error);
+    return node ? node->GetValue(error) : 0;
 }
 
 std::int32_t FakeParams::ExecuteCommand(char const *name)

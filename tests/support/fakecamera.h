@@ -113,10 +113,12 @@ class FakeInt final : public TovCam::IntParam
 public:
     std::int64_t value = 0;
     std::int32_t error = 0; // of reading it
+    std::int64_t minimum = INT64_MIN;
+    std::int64_t maximum = INT64_MAX;
 
     FAKE_GIVES(char const *GetName(), "");
-    FAKE_GIVES(std::int64_t GetMin(std::int32_t *), INT64_MIN);
-    FAKE_GIVES(std::int64_t GetMax(std::int32_t *), INT64_MAX);
+    FAKE_GIVES(std::int64_t GetMin(std::int32_t *), minimum);
+    FAKE_GIVES(std::int64_t GetMax(std::int32_t *), maximum);
     std::int64_t GetValue(std::int32_t *status) override;
 };
 
@@ -148,11 +150,13 @@ public:
     std::map<std::string, FakeText> texts;
     std::map<std::string, FakeEnum> enums;
     std::set<std::string> commands;
-    bool absenceSilent = false; // a missing node is null, without an error
+    bool absenceSilent = false;                     // a missing node is null, without an error
+    std::function<void(std::string const &)> onSet; // after that integer was set
 
     TovCam::IntParam *GetInt(char const *name, std::int32_t *error) override;
     TovCam::StringParam *GetString(char const *name, std::int32_t *error) override;
     std::int32_t SetIntegerValue(char const *name, std::int64_t value) override;
+    std::int64_t GetIntegerValue(char const *name, std::int32_t *error) override;
     std::int32_t ExecuteCommand(char const *name) override;
     FAKE_GIVES(TovCam::EnumParam *GetEnum(char const *name, std::int32_t *),
                enums.count(name) ? &enums[name] : nullptr);

@@ -30,6 +30,7 @@ public:
     FAKE_GIVES(bool RemoveDisplayWidget(QWidget *), m_script.Run("RemoveDisplayWidget") == 0);
     FAKE_GIVES(void setCoordinatesAndValue(int, int, int, int, int), void());
     FAKE_GIVES(QMainWindow *GetMainWindow(), &window);
+    FAKE_GIVES(void RunBandwidthTest(Session *), void());
 
     QMainWindow window;
 

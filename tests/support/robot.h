@@ -17,6 +17,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QThread>
+#include <QTimer>
 #include <QToolBar>
 #include <QWidget>
 
@@ -34,6 +35,7 @@ public:
     static void Run(std::function<void(Robot &)> user)
     {
         QEventLoop loop;
+        delete qApp->findChild<QTimer *>(QStringLiteral("closer")); // of a test before that failed
         std::thread thread([&] {
             Robot robot;
             try {
@@ -41,17 +43,26 @@ public:
             } catch (std::exception const &e) {
                 robot.Screenshot(QStringLiteral("failed-%1").arg(TestName()));
                 ADD_FAILURE() << e.what();
-                // Nothing modal may keep the GUI thread from leaving its loops.
-                robot.Gui([] {
-                    for (int i = 0; i < 10 && QApplication::activeModalWidget(); ++i)
-                        QApplication::activeModalWidget()->close();
-                });
+                robot.Gui([] { CloseWhatIsModal(); });
             }
             QMetaObject::invokeMethod(
                 &loop, [&] { loop.quit(); }, Qt::QueuedConnection);
         });
         loop.exec();
         thread.join();
+    }
+
+    // From now on nothing modal keeps the GUI thread in a loop, the boxes that come up while the windows are taken down
+    // included: nobody will answer them.
+    static void CloseWhatIsModal()
+    {
+        auto *timer = new QTimer(qApp);
+        timer->setObjectName(QStringLiteral("closer"));
+        QObject::connect(timer, &QTimer::timeout, qApp, [] {
+            if (QWidget *modal = QApplication::activeModalWidget())
+                modal->close();
+        });
+        timer->start(100);
     }
 
     // Runs a function on the GUI thread, also inside a nested event loop, and waits for it.
@@ -84,8 +95,15 @@ public:
     // Throws when the condition does not come true: what follows would make no sense.
     void WaitFor(char const *what, std::function<bool()> condition, int milliseconds = 10000)
     {
-        if (!Holds(std::move(condition), milliseconds))
-            throw std::runtime_error(std::string("waited in vain for ") + what);
+        if (Holds(std::move(condition), milliseconds))
+            return;
+        QString const modal = Gui([] {
+            QWidget *widget = QApplication::activeModalWidget();
+            auto *box = qobject_cast<QMessageBox *>(widget);
+            return box ? box->text() : widget ? widget->windowTitle() : QString();
+        });
+        throw std::runtime_error(std::string("waited in vain for ") + what +
+                                 (modal.isEmpty() ? "" : ", in front stands: " + modal.toStdString()));
     }
 
     void MoveTo(QPoint global)

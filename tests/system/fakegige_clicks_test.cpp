@@ -1,7 +1,7 @@
 // An operator with a GigE Vision camera that is not ours, on loopback in a network namespace: seen by the selector,
 // watched, lost, and found again.
+#include "bandwidthtour.h"
 #include "fakegige.h"
-#include "paneltour.h"
 #include "recordingtour.h"
 
 #include <QTemporaryDir>
@@ -64,8 +64,10 @@ TEST_F(FakeGigE, ItsPanelsAreOperatedAndKeepItsSetUp)
 {
     Operator::Run([](Robot &robot, Operator &hands) {
         FakeGigECamera camera;
-        PanelTour tour(robot, hands);
+        BandwidthTour tour(robot, hands);
         hands.Connect(robot, FakeGigECamera::Serial);
+        tour.IsRefused(); // it has no clock that could be set
+        hands.Stop(robot);
         tour.DocksComeAndGo();
         tour.StreamsWithTheTreeOpen(false);
         tour.ShowsItsReport();
@@ -101,7 +103,8 @@ TEST_F(FakeGigE, IsRecordedFrom)
                                             [&] { camera = std::make_unique<FakeGigECamera>(); });
         tour->ClosesTheWindow();
     });
-    tour->FilesAreWhole();
+    if (!HasFailure())
+        tour->FilesAreWhole();
 }
 
 } // namespace

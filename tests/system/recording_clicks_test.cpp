@@ -31,7 +31,8 @@ TEST_P(RecordingFromEachCamera, LeavesWholeFilesHoweverItEnds)
         tour->OutlivesTheEndOfTheConnection(lose, [] {});
         tour->ClosesTheWindow();
     });
-    tour->FilesAreWhole();
+    if (!HasFailure())
+        tour->FilesAreWhole();
 }
 
 INSTANTIATE_TEST_SUITE_P(Clicks, RecordingFromEachCamera, testing::Range(0, 3));

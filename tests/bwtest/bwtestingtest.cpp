@@ -1,0 +1,344 @@
+// The search on a scripted camera, through the window's action, with an operator who answers every question.
+#include "bwtesting.h"
+#include "fakecamera.h"
+#include "guimanager.h"
+#include "session.h"
+#include "tovscope.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QMessageBox>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTest>
+#include <QTextEdit>
+#include <QTimer>
+
+#include <functional>
+#include <string>
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+enum class Frames { Whole, SomeIncomplete, None };
+
+class BandwidthTest : public testing::Test
+{
+protected:
+    BandwidthTest()
+    {
+        CBWTesting::s_waits = {1, 1, 1, 25, 1, 1};
+        QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).clear();
+        m_device.script.At("AcquisitionStart", [this] { ++m_probe; });
+        QObject::connect(&m_operator, &QTimer::timeout, [this] {
+            Feed();
+            Answer();
+        });
+        m_operator.start(1);
+    }
+    ~BandwidthTest() override
+    {
+        CBWTesting::s_waits = {};
+        m_window.reset();
+        EXPECT_EQ(m_device.script.Violations(), "");
+    }
+
+    void MakeCamera(int family, char const *clock, std::int64_t value, std::int64_t minimum, std::int64_t maximum)
+    {
+        auto &ints = m_device.params.ints;
+        ints.erase(m_clock);
+        m_clock = clock;
+        ints["FamilyID"].value = family;
+        ints[clock].value = value;
+        ints[clock].minimum = minimum;
+        ints[clock].maximum = maximum;
+        std::string const readBack = family == 2 ? "PixelClockInfo" : clock;
+        m_device.params.onSet = [this, readBack](std::string const &name) {
+            if (name == m_clock)
+                m_device.params.ints[readBack].value = m_device.params.ints[m_clock].value / m_step * m_step;
+        };
+        m_device.params.onSet(clock);
+    }
+    // Runs the test from the click on its action to the end of its dialog; gives the values that were set.
+    std::string Run()
+    {
+        if (!Current()) {
+            EXPECT_TRUE(Gui().CreateSession(&m_device) && Gui().CreatePanels());
+            EXPECT_TRUE(QTest::qWaitFor([&] { return Current()->GetState() == SessionStateIdle; }));
+        }
+        m_device.script.TakeLog();
+        m_probe = 0;
+        m_told.clear();
+        m_window->findChild<QAction *>(QStringLiteral("actionTestBandwidth"))->trigger();
+        std::string sets;
+        for (QString const &call : QString::fromStdString(m_device.script.TakeLog()).split(QStringLiteral("; ")))
+            if (call.startsWith(QStringLiteral("Set %1 ").arg(QString::fromStdString(m_clock))))
+                sets += call.section(QLatin1Char(' '), 2).toStdString() + ' ';
+        return sets;
+    }
+    GuiManager &Gui()
+    {
+        return m_window->GetGuiManager();
+    }
+    Session *Current()
+    {
+        return Gui().GetSession();
+    }
+    static void Press(CBWTesting *dialog)
+    {
+        dialog->findChild<QPushButton *>(QStringLiteral("stopCloseButton"))->click();
+    }
+
+    FakeDevice m_device;
+    std::string m_clock;
+    std::int64_t m_step = 1;                                       // the camera takes multiples of it
+    std::function<Frames(std::int64_t clock, int probe)> m_frames; // what it sends
+    QString m_answer;                           // the button that is pressed where a box has it, else the default one
+    std::function<void()> m_onBox;              // instead of answering the first box after the confirmation
+    std::string m_line;                         // begin of the log's last line ...
+    std::function<void(CBWTesting *)> m_onLine; // ... at which this is done, once
+    std::string m_log;
+    std::string m_told; // by message boxes
+    std::unique_ptr<TovScope> m_window = std::make_unique<TovScope>(nullptr, false, false);
+
+private:
+    void Feed()
+    {
+        if (!Current() || Current()->GetState() != SessionStateAcquisition)
+            return;
+        Frames const frames = m_frames(m_device.params.ints[m_clock].value, m_probe);
+        for (bool const incomplete : {false, true}) {
+            if (frames == Frames::None || (incomplete && frames == Frames::Whole))
+                continue;
+            ++m_id;
+            if (m_device.stream.Push({m_id, m_id * 1000, incomplete}))
+                m_device.stream.WaitUntilDrained(); // so the counters know of it
+        }
+    }
+    void Answer()
+    {
+        QWidget *const modal = QApplication::activeModalWidget();
+        if (auto *const box = qobject_cast<QMessageBox *>(modal)) {
+            if (m_onBox && box->text() != QStringLiteral("Bandwidth testing."))
+                return std::exchange(m_onBox, {})();
+            m_told += (box->text() + u'|' + box->informativeText()).toStdString();
+            QAbstractButton *chosen = box->defaultButton() ? box->defaultButton() : box->button(QMessageBox::Ok);
+            for (QAbstractButton *button : box->findChildren<QPushButton *>()) { // in the order of their making
+                m_told += '|' + button->text().toStdString() + (button == chosen ? "*" : "");
+                if (button->text() == m_answer || button->text().startsWith(m_answer + QStringLiteral(" one")))
+                    chosen = button;
+            }
+            m_told += '\n';
+            chosen->click();
+        } else if (auto *const dialog = qobject_cast<CBWTesting *>(modal)) {
+            std::string const before =
+                std::exchange(m_log, dialog->findChild<QTextEdit *>()->toPlainText().toStdString());
+            m_still = before == m_log ? m_still + 1 : 0;
+            std::string const last = m_log.substr(m_log.rfind('\n') + 1);
+            bool const ended = dialog->findChild<QPushButton *>()->text() == QStringLiteral("Close") ||
+                               last.find("impossible.") != std::string::npos;
+            // Posted: a slot of this timer could not answer what it opens.
+            if (m_onLine && last.rfind(m_line, 0) == 0)
+                QTimer::singleShot(0, dialog, [act = std::exchange(m_onLine, {}), dialog] { act(dialog); });
+            else if (ended && m_still > 20)
+                QTimer::singleShot(0, dialog, [dialog] { Press(dialog); });
+        }
+    }
+
+    QTimer m_operator;
+    int m_still = 0; // rounds that the log has not changed for
+    int m_probe = 0;
+    std::uint64_t m_id = 0;
+};
+
+TEST_F(BandwidthTest, AShortSearchToTheLetter)
+{
+    CBWTesting::s_waits.poll = 16;
+    MakeCamera(2, "PixelClock", 10, 10, 12);
+    m_frames = [](std::int64_t clock, int) {
+        return clock <= 11 ? Frames::Whole : Frames::SomeIncomplete;
+    };
+    EXPECT_EQ(Run(), "11 12 11 11 ");
+    QString log = QString::fromStdString(m_log);
+    log.replace(QRegularExpression(QStringLiteral("rames( *)= \\d+")), QStringLiteral("rames\\1= N"));
+    EXPECT_EQ(log.toStdString(), R"(Initialization...
+Good stop wait 16 ms
+Saved init value = 10
+
+Good start wait 16 ms
+Start waiting...
+Good stop wait 16 ms
+[10 .. 12] curClockValue = 11  range/2 = 1
+Acceptable parameters. Acquired Frames= N , Speed = 1.0 MB/s, Clock Value = 11
+
+Good start wait 16 ms
+Start waiting...
+Good stop wait 16 ms
+[11 .. 12] curClockValue = 12  range/2 = 0
+Nonworking parameters. Incomplete frames  = N, Acquired Frames = N, Speed = 0.5 MB/s, Clock Value= 12
+Last good pixel clock was set = 11
+Testing is finished. Time elapsed 0 s
+Optimized Pixel Clock was set = 11 MHz)");
+    EXPECT_EQ(m_told, "Bandwidth testing.|Do you want to begin?|OK*|Cancel\n"
+                      "Testing is finished. Time elapsed 0 s|Which value of Pixel Clock do you want to apply?"
+                      "|Old one = 10 MHz|Optimized one = 11 MHz*\n");
+}
+
+TEST_F(BandwidthTest, EachSearchSetsTheValuesOfItsBisection)
+{
+    auto const whole = [](std::int64_t, int) {
+        return Frames::Whole;
+    };
+    auto const onlyProbe = [](int wanted) {
+        return [wanted](std::int64_t, int probe) {
+            return probe == wanted ? Frames::Whole : Frames::None;
+        };
+    };
+    auto const between = [](int slow, int fast) {
+        return [slow, fast](std::int64_t clock, int) {
+            return clock >= slow && clock <= fast ? Frames::Whole : Frames::SomeIncomplete;
+        };
+    };
+    struct
+    {
+        int family;
+        char const *clock;
+        std::int64_t saved, minimum, maximum;
+        std::function<Frames(std::int64_t, int)> frames;
+        char const *sets;
+        char const *says; // somewhere in the log
+        char const *answer = "";
+        std::int64_t step = 1;
+        std::int32_t status = 0; // of setting the clock
+    } const table[] = {
+        {2, "Frame_PixelClock", 64, 32, 120, whole, "76 98 109 115 118 119 120 120 ", "Optimized Pixel Clock"},
+        {1, "Frame_LineTime", 100, 32, 120, whole, "76 54 43 37 34 33 32 100 ", "Old Line Time was set = 100", "Old"},
+        {2, "PixelClock", 64, 32, 120, between(0, 100), "76 98 109 98 104 98 101 98 100 101 100 64 ",
+         "Old pixel clock was set = 64 MHz", "Old"},
+        {1, "LineTime", 60, 32, 120, between(50, 999), "76 54 43 54 48 54 51 49 51 50 49 50 50 ",
+         "Optimized Line Time was set = 50"},
+        // Repeated twice, then it has failed; nothing is asked, as nothing was found.
+        {2, "PixelClock", 11, 10, 12, onlyProbe(0), "11 11 11 11 11 11 11 11 ", "Acquired 0 frames. Try to repeat 2"},
+        // A repeat before a pass counts for the probes after it.
+        {2, "PixelClock", 10, 10, 18, onlyProbe(2), "14 10 14 16 14 16 14 15 14 15 14 15 14 15 14 14 ", "repeat 2"},
+        // A value between two steps moves the high bound, in both families, and the tenth is probed all the same.
+        {2, "PixelClock", 64, 32, 120, whole, "76 54 43 38 35 34 33 33 33 33 33 ",
+         "Returned incorrect PixelClockInfo = 72, needed 76", "", 8},
+        {1, "LineTime", 2000, 550, 4400, whole, "2475 1512 1031 790 670 610 580 565 557 553 551 550 550 ",
+         "Returned incorrect LineTime = 2472, needed 2475", "", 8},
+        {2, "PixelClock", 64, 32, 120, whole, "76 54 43 38 35 34 33 33 33 33 33 ", "Set PixelClock error -40204", "", 1,
+         TOV_CAM_ERR_GENICAM_OUT_OF_RANGE},
+    };
+    for (auto const &row : table) {
+        m_step = row.step;
+        MakeCamera(row.family, row.clock, row.saved, row.minimum, row.maximum);
+        m_frames = row.frames;
+        m_answer = QString::fromLatin1(row.answer);
+        m_device.script.Fail(row.clock, row.status);
+        EXPECT_EQ(Run(), row.sets) << row.says;
+        m_device.script.Fail(row.clock, 0);
+        EXPECT_THAT(m_log, HasSubstr(row.says));
+        EXPECT_THAT(m_log, Not(HasSubstr("repeat 3")));
+        EXPECT_EQ(m_log.ends_with(row.clock + std::string(" error")), row.status != 0) << m_log;
+        EXPECT_EQ(m_told.find("Which value") == std::string::npos, row.saved == 11) << m_told;
+    }
+}
+
+TEST_F(BandwidthTest, ACameraThatCannotBeTestedIsRefusedWithTheReason)
+{
+    auto &ints = m_device.params.ints;
+    std::pair<std::function<void()>, char const *> const table[] = {
+        {[&] { ints.erase("FamilyID"); }, "Device is not compatible. Test is impossible."},
+        {[&] { ints["FamilyID"].value = 3; }, "Incorrect FamilyID 3. Device is not compatible. Test is impossible."},
+        {[&] { ints["FamilyID"].value = 1; }, "Unknown parameter. Device is not compatible. Test is impossible."},
+        {[&] { ints["FamilyID"].value = 2, ints["PixelClock"].error = -40202; },
+         "Get PixelClock error -40202. Test is impossible."},
+    };
+    MakeCamera(2, "PixelClock", 10, 10, 12);
+    for (auto const &[prepare, reason] : table) {
+        prepare();
+        EXPECT_EQ(Run(), "");
+        EXPECT_EQ(m_log, std::string("Initialization...\nGood stop wait 1 ms\n") + reason);
+    }
+}
+
+// At any moment of it, the first ones before the dialog's own event loop runs.
+class AnInterruptedTest : public BandwidthTest, public testing::WithParamInterface<char const *>
+{
+protected:
+    AnInterruptedTest()
+    {
+        MakeCamera(2, "PixelClock", 10, 10, 200);
+        m_frames = [](std::int64_t clock, int) {
+            return clock <= 120 ? Frames::Whole : Frames::SomeIncomplete;
+        };
+        m_line = GetParam();
+    }
+};
+
+TEST_P(AnInterruptedTest, IsStoppedAndReadOrLeftOrGoesOn)
+{
+    for (char const *answer : {"Yes", "Yes and Close", "No"}) {
+        m_answer = QString::fromLatin1(answer);
+        m_onLine = [](CBWTesting *dialog) {
+            QTest::keyClick(dialog, Qt::Key_Escape);
+        };
+        Run();
+        EXPECT_THAT(m_told, HasSubstr("Test is in processing|Are you sure to stop the test?|No*|Yes|Yes and Close\n"));
+        EXPECT_EQ(m_told.find("Which value") == std::string::npos, *answer == 'Y') << answer;
+        EXPECT_EQ(m_log.ends_with("Test is stopped"), std::string(answer) == "Yes") << m_log;
+        QTest::qWait(60); // no probe is left that would begin
+        EXPECT_EQ(Current()->GetState(), SessionStateIdle) << answer;
+    }
+}
+
+TEST_P(AnInterruptedTest, OutlivesItsCamera)
+{
+    auto const lose = [this] {
+        m_device.LoseConnection();
+    };
+    for (bool const asked : {false, true}) { // with a question open
+        m_onBox = asked ? lose : std::function<void()>();
+        m_onLine = [&](CBWTesting *dialog) {
+            asked ? Press(dialog) : lose();
+        };
+        Run();
+        EXPECT_EQ(Current(), nullptr);
+        EXPECT_EQ(m_device.stream.OutCount(), 0u);
+        EXPECT_THAT(m_told, HasSubstr("Connection to the Camera was lost"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Moments, AnInterruptedTest,
+                         testing::Values("Saved init value", "Start waiting...", "Acceptable", "Nonworking"));
+
+TEST_F(BandwidthTest, AValueThatCannotBeRestoredAndAStartThatFailsWaitForTheOperator)
+{
+    MakeCamera(2, "PixelClock", 10, 10, 12);
+    m_device.script.Fail("PixelClock", TOV_CAM_ERR_NO_DEVICE);
+    m_device.script.Fail("AcquisitionStart", TOV_CAM_ERR_NO_DEVICE);
+    m_answer = QStringLiteral("Yes");
+    m_line = "PixelClock error";
+    m_onLine = Press;
+    Run();
+    EXPECT_THAT(m_log, HasSubstr("\n\nTimeout start wait\nStart waiting..."));
+    EXPECT_THAT(m_log, HasSubstr("PixelClock error\nGood stop wait 1 ms\nTest is stopped"));
+    EXPECT_THAT(m_told, HasSubstr("Can not start the Acquisition"));
+
+    m_device.script.Fail("PixelClock", 0);
+    m_device.script.Fail("AcquisitionStart", 0);
+    m_frames = [](std::int64_t, int) {
+        return Frames::Whole;
+    };
+    m_onBox = [this] { // the last question
+        m_device.LoseConnection();
+    };
+    Run();
+    EXPECT_EQ(Current(), nullptr);
+}
+
+} // namespace
