@@ -265,6 +265,7 @@ void DisplayView::Work()
         }
 
         // Behind the painting, so that the copy does not delay the picture.
+        std::lock_guard const lock(m_overwriteMutex);
         if (TovStatus const copied = TovCopyImage(m_lastImage, image); Failed(copied))
             TovLog::Error(copied, "TVCopyImage failed for m_lastImage, err=%i", static_cast<int>(copied));
         else
@@ -636,6 +637,9 @@ void DisplayView::Refresh()
     } else if (m_idleTicks < IDLE_TICKS) {
         ++m_idleTicks;
     } else if (_TovImage const *image = m_lastImage; image && shown != 0 && m_display) {
+        std::unique_lock const lock(m_overwriteMutex, std::try_to_lock);
+        if (!lock)
+            return; // a frame is here
         m_display->RefreshVideo(image);
         for (InspectSink *const view : m_inspectViews)
             view->RefreshImage(image);

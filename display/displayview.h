@@ -115,6 +115,7 @@ private:
     std::atomic<std::uint32_t> m_pixelDepth{8}; // written by the display thread
     // Published whole by the display thread. What it points to goes in StopDisplaying only, on the GUI thread, whose
     // readers so never lose it under their hands; the pixels may be those of two frames while one is copied.
+    std::mutex m_overwriteMutex; // held while the last image is overwritten, and tried before it is painted again
     std::atomic<_TovImage *> m_lastImage{nullptr};
     std::vector<_TovImage *>
         m_retiredImages; // replaced ones, until the stop; display thread, or GUI while it is stopped

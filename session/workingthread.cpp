@@ -93,7 +93,9 @@ void WorkingThread::DoWork()
             m_busy = false;
         }
         m_stopCondition.notify_all();
-        if (m_terminate)
+        // Whoever has started the next pass by now may wait for its end.
+        std::lock_guard const lock(m_startMutex);
+        if (m_terminate && !m_startRequested)
             return;
     }
 }

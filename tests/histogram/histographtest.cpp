@@ -73,6 +73,9 @@ TEST_F(HistoGraph, MarkersStandAtTheirSignalWithTheirCounts)
     EXPECT_EQ(image.pixel(XOf(40), y), qRgb(0, 255, 0));
     EXPECT_EQ(image.pixel(XOf(220), y), qRgb(255, 0, 0));
     EXPECT_EQ(image.pixel(XOf(128), y), qRgb(255, 0, 255));
+    t = {0, 0, 0, 5, 0, 0, 0, 0};
+    Paint();
+    EXPECT_EQ(image.pixel(XOf(40), y), AREA);
     float value = 0.0f;
     EXPECT_FALSE(graph.GetThresholds(QPointF(area.left(), 5), value));
     EXPECT_TRUE(graph.GetThresholds(QPointF(XOf(128), -50), value));
@@ -120,6 +123,27 @@ TEST(HistoPlots, LookAsIfEachLineWereDrawn)
         }
         EXPECT_EQ(image, expected) << round;
     }
+}
+
+TEST_F(HistoGraph, StandsAxesThatAreNone)
+{
+    auto *const curve = new Histo_Curve;
+    curve->points = {{0, 0}, {1, -5}, {2, 1e300}, {NAN, INFINITY}, {3, -INFINITY}};
+    graph.AddPlot(curve);
+    graph.AddPlot(new Histo_Curve);
+    HistoThresholds t{65535, 1, 2, INT32_MIN, INT32_MAX, -1, 4, 5};
+    graph.thresholds = &t;
+    std::vector<double> const lists[] = {{}, {5}, {5, 5}, {0, 10}, {10, 0}, {-1e308, 1e308}, {NAN, 1}, {0, INFINITY}};
+    for (auto const &xTicks : lists)
+        for (auto const &yTicks : lists)
+            for (int size : {0, 3, 120, 380})
+                for (bool const log : {false, true}) {
+                    graph.Init(QRect(0, 0, size, size / 2), log, log, 3, 3);
+                    graph.SetScales("%5.0f and more than thirty-two bytes", "%g", xTicks, yTicks, 1.0, 1.0);
+                    Paint();
+                    float value;
+                    graph.GetThresholds(QPointF(200, 5), value);
+                }
 }
 
 } // namespace

@@ -20,6 +20,12 @@ protected:
         ASSERT_TRUE(device.stream.WaitUntilDrained());
     }
 
+    void Finish()
+    {
+        FifoFixture::Finish();
+        EXPECT_EQ(Int("QueueFilled"), 0);
+    }
+
     void Feed(std::vector<FakeFrame> const &frames)
     {
         for (FakeFrame const &frame : frames) {
@@ -131,7 +137,6 @@ TEST_F(Fifo, ARestartKeepsTheTimestampAndClearsTheCounts)
     Feed({{1, 1000}, {5, 2000}, {6, 3000, true}});
     EXPECT_DOUBLE_EQ(fifo.GetCurrentFPS(), 2.0 / 1000);
     Finish();
-    EXPECT_EQ(Int("QueueFilled"), 0);
     Begin(SessionStateAcquisition);
     EXPECT_EQ(Int("FramesAcquired"), 0);
     EXPECT_EQ(Int("FramesDroppedHW"), 0);
@@ -161,6 +166,18 @@ TEST_F(Fifo, CapturingKeepsTheOldestInOrder)
     EXPECT_EQ(Int("QueueFilled"), 2);
     EXPECT_EQ(PopId(), 21u);
     EXPECT_EQ(PopId(), 29u);
+}
+
+TEST_F(Fifo, CapturingWithTheSmallestQueueDropsEveryFrame)
+{
+    Begin(SessionStateCapturing, 1);
+    EXPECT_EQ(Int("QueueSize"), 3);
+    FeedIds(1, 10);
+    device.stream.PushNothing(0);
+    ASSERT_TRUE(device.stream.WaitUntilDrained());
+    EXPECT_EQ(Int("FramesDroppedSW"), 10);
+    EXPECT_EQ(Int("QueueFilled"), 0);
+    EXPECT_EQ(device.stream.OutCount(), 0u);
 }
 
 TEST_F(Fifo, AReturnedFrameReachesTheRecorderWhileCapturing)
@@ -240,6 +257,48 @@ TEST(FifoTickFrequency, ComesFromTheNodeWhereThereIsOne)
         EXPECT_TRUE(fifo.StopGrabbing());
         EXPECT_EQ(fifo.ReleaseBuffers(), 0);
     }
+}
+
+// A camera that never rests, a display and a recorder that take what comes, and a state that goes up and down.
+TEST_F(FifoFixture, ConsumersAndStopsInAnyOrderLoseNoBuffer)
+{
+    std::atomic<bool> done{false};
+    std::thread camera([&] {
+        for (std::uint64_t id = 1; !done; ++id) {
+            if (!device.stream.Push({id, id * 1000, id % 17 == 0}))
+                std::this_thread::yield();
+        }
+    });
+    for (int cycle = 0; cycle < 40; ++cycle) {
+        Begin();
+        std::atomic<bool> stop{false};
+        auto const consume = [&](bool newest) {
+            while (!stop) {
+                TovCam::Buffer *buffer = nullptr;
+                newest ? fifo.GetNewestBuffer(&buffer, false) : fifo.PopOldestBuffer(&buffer);
+                if (!buffer)
+                    continue;
+                EXPECT_NE(buffer->GetImage()->imageData, nullptr);
+                newest ? fifo.ReturnBuffer(buffer) : fifo.ReleaseBuffer(buffer);
+            }
+        };
+        std::thread display(consume, true);
+        std::thread recorder(consume, false);
+        std::this_thread::sleep_for(1ms);
+        fifo.SetState(SessionStateCapturing);
+        std::this_thread::sleep_for(2ms);
+        fifo.SetState(SessionStateAcquisition);
+        double rate = 0; // as the panels read it
+        EXPECT_EQ(fifo.GetParamFloat("FpsAvg", &rate), TOV_PARAM_OK);
+        stop = true;
+        fifo.SetGrabberThtreadBlocking(false);
+        display.join();
+        recorder.join();
+        fifo.SetGrabberThtreadBlocking(true);
+        Finish();
+    }
+    done = true;
+    camera.join();
 }
 
 } // namespace

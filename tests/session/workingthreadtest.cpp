@@ -55,6 +55,14 @@ TEST(WorkingThread, StopRightAfterStartReturnsAndLeavesNoPassBehind)
         ASSERT_EQ(worker.Stop(), 0);
         worker.ExpectAtRest();
     }
+    for (int i = 0; i < 500; ++i) {
+        Worker ended;
+        ended.Start();
+        ended.Stop();
+        ended.Start();
+        ended.Terminate();
+        ended.ExpectAtRest();
+    }
     Worker other;
     ASSERT_TRUE(other.Start());
     EXPECT_FALSE(other.Start());

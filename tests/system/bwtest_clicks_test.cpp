@@ -62,6 +62,19 @@ TEST_P(BandwidthOfEachFamily, IsFoundToTheStep)
         tour.WaitUntilLeft();
         EXPECT_EQ(camera->GetIntegerValue(family.clock, nullptr), family.best);
         hands.Play(robot); // whole frames, so there is a picture
+
+        // A clock that takes steps and is slow; the test stops the picture itself.
+        hands.Stop(robot);
+        camera->SetFloatValue("SimLinkLimit", 0.0);
+        camera->SetIntegerValue("SimClockStep", 8);
+        camera->SetStringValue("SimSlowFeature", family.clock);
+        camera->SetIntegerValue("SimSlowDelay", 40);
+        tour.Begin();
+        tour.WaitForLine("Returned incorrect ");
+        tour.Choose("Testing is finished.", answer("Old"));
+        tour.WaitForLine("Old ");
+        tour.PressButton();
+        tour.WaitUntilLeft();
     });
 }
 
@@ -72,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(Clicks, BandwidthOfEachFamily,
                                                 "2475 1512 1031 1031 1031 1271 1151 1151 1151 1211 1181 1181 1181 1196 "
                                                 "1196 1196 1203 1199 1199 1199 1201 1200 1199 "}));
 
-TEST(BandwidthClicks, IsStoppedAndResized)
+TEST(BandwidthClicks, IsStoppedLeftAndResized)
 {
     Operator::Run([](Robot &robot, Operator &hands) {
         hands.Connect(robot, "20480117");
@@ -100,6 +113,24 @@ TEST(BandwidthClicks, IsStoppedAndResized)
         robot.Key("Return"); // the button is the default one
         tour.WaitUntilLeft();
 
+        for (char const *moment : {"Saved init value", "Start waiting..."}) {
+            tour.Begin();
+            tour.WaitForLine(moment);
+            tour.PressButton();
+            tour.Choose("Test is in processing", QStringLiteral("Yes and Close"));
+            tour.WaitUntilLeft();
+        }
+        for (char const *moment : {"Saved init value", "Start waiting..."}) { // the camera is pulled
+            if (!robot.Gui([&] { return hands.CurrentSession(); }))
+                hands.Connect(robot, "20480117");
+            tour.Begin();
+            tour.WaitForLine(moment);
+            robot.Gui([&] { tour.Features()->ExecuteCommand("SimLoseCamera"); });
+            EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Connection to the Camera was lost"));
+            tour.WaitForLine("Test is stopped");
+            tour.PressButton();
+            tour.WaitUntilLeft();
+        }
         hands.Connect(robot, "12800058"); // no family
         tour.IsRefused();
     });

@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
 
 #include <linux/capability.h>
 #include <sys/syscall.h>
@@ -52,7 +53,8 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
         robot.Screenshot(QStringLiteral("gige-live"));
 
         camera->Kill();
-        hands.ReadOfTheLoss(robot);
+        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
+        robot.WaitFor("the disconnected picture", [&] { return hands.CurrentSession() == nullptr; });
         EXPECT_EQ(robot.Gui([&] { return hands.Title(); }), QStringLiteral("TovScope - Camera is not connected"));
 
         camera = std::make_unique<FakeGigECamera>();
@@ -112,6 +114,7 @@ TEST_F(FakeGigE, ItsPanelsAreOperatedAndKeepItsSetUp)
         hands.Stop(robot);
         tour.DocksComeAndGo();
         tour.StreamsWithTheTreeOpen(false);
+        tour.ShowsItsReport();
         tour.IsKeptInAConfiguration();
     });
 }
@@ -133,10 +136,19 @@ TEST_F(FakeGigE, IncompleteFramesAreCountedAndNotShown)
 
 TEST_F(FakeGigE, IsRecordedFrom)
 {
-    auto camera = std::make_unique<FakeGigECamera>();
-    RecordingTour::Run(
-        FakeGigECamera::Serial, [&](Robot &, Operator &) { camera->Kill(); },
-        [&] { camera = std::make_unique<FakeGigECamera>(); });
+    QTemporaryDir const folder;
+    std::optional<RecordingTour> tour;
+    Operator::Run([&](Robot &robot, Operator &hands) {
+        auto camera = std::make_unique<FakeGigECamera>();
+        tour.emplace(robot, hands, FakeGigECamera::Serial, folder.path());
+        tour->Connect();
+        tour->RecordsSnapsAndRecordsAgain();
+        tour->OutlivesTheEndOfTheConnection([&] { camera->Kill(); },
+                                            [&] { camera = std::make_unique<FakeGigECamera>(); });
+        tour->ClosesTheWindow();
+    });
+    if (!HasFailure())
+        tour->FilesAreWhole();
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 
 namespace {
 
+char const *const Serials[] = {"20480117", "19200342", "12800058"};
 constexpr QRgb MarkColour = 0xFFFFC800;
 
 class InspectTour : public PanelTour
@@ -127,7 +128,7 @@ private:
     Operator &m_hands;
 };
 
-class InspectionOfEachCamera : public testing::TestWithParam<char const *>
+class InspectionOfEachCamera : public testing::TestWithParam<int>
 {
 };
 
@@ -135,7 +136,7 @@ TEST_P(InspectionOfEachCamera, ShowsAndMarksAPartExactlyAndWorksWhileRecording)
 {
     QTemporaryDir folder;
     Operator::Run([&](Robot &robot, Operator &hands) {
-        hands.Connect(robot, GetParam());
+        hands.Connect(robot, Serials[GetParam()]);
         InspectTour tour(robot, hands);
         hands.Play(robot);
         tour.Open(0.4, 0.45);
@@ -170,7 +171,7 @@ TEST_P(InspectionOfEachCamera, ShowsAndMarksAPartExactlyAndWorksWhileRecording)
         EXPECT_FALSE(robot.Gui([&] { return tour.View(); }));
 
         // A recording of another format, and a camera that is lost.
-        RecordingTour recording(robot, hands, GetParam(), folder.path());
+        RecordingTour recording(robot, hands, Serials[GetParam()], folder.path());
         recording.Connect();
         recording.TypeFolder("inspect");
         recording.Start();
@@ -179,11 +180,13 @@ TEST_P(InspectionOfEachCamera, ShowsAndMarksAPartExactlyAndWorksWhileRecording)
         tour.PutAside();
         tour.Open(0.4, 0.4);
         EXPECT_EQ(robot.Gui([&] { return hands.State(); }), SessionStateCapturing);
-        hands.LoseCamera(robot);
+        robot.Gui([&] { tour.Features()->ExecuteCommand("SimLoseCamera"); });
+        EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Connection to the Camera was lost"));
+        robot.WaitFor("the end", [&] { return !hands.CurrentSession(); });
         EXPECT_FALSE(robot.Gui([&] { return tour.View(); }));
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Clicks, InspectionOfEachCamera, testing::ValuesIn(Operator::Serials));
+INSTANTIATE_TEST_SUITE_P(Clicks, InspectionOfEachCamera, testing::Range(0, 3));
 
 } // namespace

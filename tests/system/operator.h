@@ -6,7 +6,6 @@
 #include "displayview.h"
 #include "guimanager.h"
 #include "session.h"
-#include "tovcamera.h"
 #include "tovscope.h"
 
 #include <QDialogButtonBox>
@@ -20,9 +19,6 @@
 class Operator
 {
 public:
-    // The simulated cameras, in the order of the selector; the second has a mosaic.
-    static constexpr char const *Serials[] = {"20480117", "19200342", "12800058"};
-
     explicit Operator(TovScope &window) : m_window(&window)
     {
     }
@@ -49,11 +45,6 @@ public:
     Session *CurrentSession() const
     {
         return m_window->GetGuiManager().GetSession();
-    }
-    // GUI thread.
-    TovCam::ParamArray *Features() const
-    {
-        return CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
     }
     // GUI thread.
     SessionState State() const
@@ -118,18 +109,6 @@ public:
     {
         robot.Click(m_window, "actionDisconnect");
         robot.WaitFor("the disconnection", [this] { return CurrentSession() == nullptr; });
-    }
-
-    // A simulated camera goes by itself.
-    void LoseCamera(Robot &robot)
-    {
-        robot.Gui([this] { Features()->ExecuteCommand("SimLoseCamera"); });
-        ReadOfTheLoss(robot);
-    }
-    void ReadOfTheLoss(Robot &robot)
-    {
-        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        robot.WaitFor("the disconnected picture", [this] { return CurrentSession() == nullptr; });
     }
 
 private:

@@ -3,13 +3,19 @@
 
 #include "operator.h"
 
+#include "tovcamera.h"
+
 #include <QAbstractItemView>
+#include <QClipboard>
 #include <QComboBox>
 #include <QDockWidget>
 #include <QLineEdit>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QTextBrowser>
 
+#include <cmath>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -26,7 +32,7 @@ public:
     }
     TovCam::ParamArray *Features() const
     {
-        return m_hands.Features();
+        return m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
     }
     // The index of a feature; nothing when the camera lacks it.
     std::optional<std::uint32_t> Find(std::string const &name) const
@@ -76,6 +82,17 @@ public:
         m_robot.WaitFor(("the row of " + name).c_str(), [&] { return !Cell(name, 1).isEmpty(); });
     }
 
+    // Shows the features of every level.
+    void ShowEverything()
+    {
+        auto *box = m_hands.Window()->findChild<QComboBox *>(QStringLiteral("featureVisibility"));
+        m_robot.Click(box);
+        m_robot.WaitFor("the levels", [&] { return box->view()->isVisible(); });
+        m_robot.Key("End");
+        m_robot.Key("Return");
+        m_robot.WaitFor("the level", [&] { return box->currentIndex() == box->count() - 1; });
+    }
+
     // Puts text into a feature's editor by the keyboard.
     void Edit(std::string const &name, QString const &text)
     {
@@ -89,6 +106,64 @@ public:
         m_robot.Key("ctrl+a");
         m_robot.Type(text);
         m_robot.Key("Return");
+    }
+
+    // Every feature that a configuration holds and its text, at the selectors' present places.
+    std::map<std::string, std::string> Values() const
+    {
+        std::map<std::string, std::string> values;
+        for (std::uint32_t i = 0; i < Features()->GetFeatureCount(); ++i) {
+            TovCam::FeatureInfo const *info = Features()->GetFeature(i);
+            TovCam::FeatureState state;
+            if (!info->streamable || Features()->ReadFeature(i, &state) != 0 ||
+                state.access != TovCam::FeatureAccess::ReadWrite)
+                continue;
+            bool const text = !state.value.text.empty() || info->kind == TovCam::FeatureKind::String;
+            values[info->name] = text ? state.value.text
+                                 : info->kind == TovCam::FeatureKind::Float
+                                     ? QString::number(state.value.real, 'g', 9).toStdString()
+                                     : std::to_string(state.value.integer);
+        }
+        return values;
+    }
+
+    // Another value for everything that can have one; not from the tree, which would take minutes.
+    void ChangeEverything() const
+    {
+        for (std::uint32_t i = 0; i < Features()->GetFeatureCount(); ++i) {
+            TovCam::FeatureInfo const *info = Features()->GetFeature(i);
+            TovCam::FeatureState state;
+            if (!info->streamable || Features()->ReadFeature(i, &state) != 0 ||
+                state.access != TovCam::FeatureAccess::ReadWrite)
+                continue;
+            TovCam::FeatureValue value;
+            switch (info->kind) {
+            case TovCam::FeatureKind::Integer:
+                value.integer = state.value.integer != state.minimum
+                                    ? state.minimum
+                                    : std::min(state.maximum, state.minimum + state.increment);
+                break;
+            case TovCam::FeatureKind::Float:
+                value.real = state.value.real * 0.5 + 0.5 * state.realMinimum;
+                break;
+            case TovCam::FeatureKind::Boolean:
+                value.integer = !state.value.integer;
+                break;
+            case TovCam::FeatureKind::Enumeration:
+                for (std::uint32_t entry : state.available)
+                    if (info->entries[entry].name != state.value.text)
+                        value.text = info->entries[entry].name;
+                if (value.text.empty())
+                    continue;
+                break;
+            case TovCam::FeatureKind::String:
+                value.text = "changed";
+                break;
+            default:
+                continue;
+            }
+            Features()->WriteFeature(i, value);
+        }
     }
 
     // ---- The tour ----
@@ -150,33 +225,60 @@ public:
         m_hands.Stop(m_robot);
     }
 
-    // Every setting of a configuration is compared where the camera library is tested.
     void IsKeptInAConfiguration()
     {
         QTemporaryDir folder;
         QString const file = folder.filePath(QStringLiteral("camera.tcfg"));
-        auto const width = [this] {
-            return Read("Width").value.integer;
-        };
-        std::int64_t const before = m_robot.Gui(width);
+        auto const before = m_robot.Gui([&] { return Values(); });
         m_robot.ClickMenu(m_hands.Window(), "actionSaveConfigurationAs");
         m_robot.AnswerFileDialog(file);
         m_robot.WaitFor("the file", [&] { return QFile::exists(file); });
         EXPECT_TRUE(m_robot.Gui([&] { return m_hands.Title(); }).endsWith(QStringLiteral(" { %1 }").arg(file)));
-        Edit("Width", QStringLiteral("256"));
-        m_robot.WaitFor("the change", [&] { return width() == 256 && before != 256; });
+        m_robot.Gui([&] { ChangeEverything(); });
+        auto const changed = m_robot.Gui([&] { return Values(); });
+        EXPECT_GT(Differences(before, changed).size(), 3u);
         m_robot.Click(m_hands.Window(), "actionLoadConfiguration");
         m_robot.AnswerFileDialog(file);
-        m_robot.WaitFor("the load", [&] { return width() == before; });
+        m_robot.WaitFor("the load", [&] { return !QApplication::overrideCursor(); });
+        auto const after = m_robot.Gui([&] { return Values(); });
+        EXPECT_EQ(Differences(before, after), std::vector<std::string>());
 
         // With no camera open the file alone brings it back.
-        m_robot.Gui([&] { Features()->SetIntegerValue("Width", 256); });
         m_hands.Disconnect(m_robot);
         m_robot.Click(m_hands.Window(), "actionLoadConfiguration");
         m_robot.AnswerFileDialog(file);
         m_robot.WaitFor(
             "the camera of the file", [&] { return m_hands.State() == SessionStateIdle; }, 20000);
-        EXPECT_EQ(m_robot.Gui(width), before);
+        EXPECT_EQ(Differences(before, m_robot.Gui([&] { return Values(); })), std::vector<std::string>());
+    }
+
+    static std::vector<std::string> Differences(std::map<std::string, std::string> const &one,
+                                                std::map<std::string, std::string> const &other)
+    {
+        std::vector<std::string> names;
+        for (auto const &[name, value] : one)
+            if (auto const found = other.find(name); found == other.end() || found->second != value)
+                names.push_back(name + ": " + value + " / " + (found == other.end() ? "(gone)" : found->second));
+        return names;
+    }
+
+    void ShowsItsReport()
+    {
+        m_robot.Click(m_hands.Window(), "actionCameraInformation");
+        m_robot.WaitFor("the report", [] {
+            QWidget *dialog = QApplication::activeModalWidget();
+            return dialog && dialog->findChild<QTextBrowser *>();
+        });
+        QThread::msleep(200);
+        m_robot.Screenshot(QStringLiteral("camera-information-%1").arg(Robot::TestName()));
+        m_robot.Click(m_robot.Gui(
+            [] { return QApplication::activeModalWidget()->findChild<QWidget *>(QStringLiteral("buttonCopy")); }));
+        QString const report = m_robot.Gui([] { return QGuiApplication::clipboard()->text(); });
+        EXPECT_TRUE(report.startsWith(QStringLiteral("Device Information\n"))) << report.toStdString();
+        EXPECT_TRUE(report.contains(QStringLiteral("\nHost Information\n"))) << report.toStdString();
+        m_robot.Click(m_robot.Gui(
+            [] { return QApplication::activeModalWidget()->findChild<QWidget *>(QStringLiteral("buttonClose")); }));
+        m_robot.WaitFor("the report to close", [] { return !QApplication::activeModalWidget(); });
     }
 
 private:

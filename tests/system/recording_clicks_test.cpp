@@ -1,22 +1,40 @@
 // An operator who records from each simulated camera, by real clicks.
 #include "recordingtour.h"
 
+#include <QTemporaryDir>
+
 #include <gtest/gtest.h>
+
+#include <optional>
 
 namespace {
 
-class RecordingFromEachCamera : public testing::TestWithParam<char const *>
+char const *const Serials[] = {"20480117", "19200342", "12800058"};
+
+class RecordingFromEachCamera : public testing::TestWithParam<int>
 {
 };
 
 TEST_P(RecordingFromEachCamera, LeavesWholeFilesHoweverItEnds)
 {
-    auto const lose = [](Robot &robot, Operator &hands) {
-        robot.Gui([&] { hands.Features()->ExecuteCommand("SimLoseCamera"); });
-    };
-    RecordingTour::Run(GetParam(), lose, [] {});
+    QTemporaryDir const folder;
+    std::optional<RecordingTour> tour;
+    Operator::Run([&](Robot &robot, Operator &hands) {
+        tour.emplace(robot, hands, Serials[GetParam()], folder.path());
+        tour->Connect();
+        tour->RecordsSnapsAndRecordsAgain();
+        auto const lose = [&] {
+            robot.Gui([&] {
+                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->ExecuteCommand("SimLoseCamera");
+            });
+        };
+        tour->OutlivesTheEndOfTheConnection(lose, [] {});
+        tour->ClosesTheWindow();
+    });
+    if (!HasFailure())
+        tour->FilesAreWhole();
 }
 
-INSTANTIATE_TEST_SUITE_P(Clicks, RecordingFromEachCamera, testing::ValuesIn(Operator::Serials));
+INSTANTIATE_TEST_SUITE_P(Clicks, RecordingFromEachCamera, testing::Range(0, 3));
 
 } // namespace

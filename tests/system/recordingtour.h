@@ -5,14 +5,14 @@
 
 #include "imagewriter.h"
 
+#include "tovcamera.h"
+
 #include <QDir>
 #include <QLineEdit>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QToolButton>
 
 #include <functional>
-#include <optional>
 #include <string>
 
 class RecordingTour
@@ -26,29 +26,12 @@ public:
     {
     }
 
-    // The whole tour; files that the end of the window leaves are whole as well.
-    static void Run(char const *camera, std::function<void(Robot &, Operator &)> const &lose,
-                    std::function<void()> const &restore)
-    {
-        QTemporaryDir const folder;
-        std::optional<RecordingTour> tour;
-        Operator::Run([&](Robot &robot, Operator &hands) {
-            tour.emplace(robot, hands, camera, folder.path());
-            tour->Connect();
-            tour->RecordsSnapsAndRecordsAgain();
-            tour->OutlivesTheEndOfTheConnection([&] { lose(robot, hands); }, restore);
-            tour->ClosesTheWindow();
-        });
-        if (!testing::Test::HasFailure())
-            tour->FilesAreWhole();
-    }
-
     // With small frames, and running.
     void Connect()
     {
         m_hands.Connect(m_robot, m_camera);
         m_frameBytes = m_robot.Gui([this] {
-            auto *const features = m_hands.Features();
+            auto *const features = m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
             features->SetIntegerValue("Width", 256);
             features->SetIntegerValue("Height", 128);
             return features->GetIntegerValue("PayloadSize", nullptr);
@@ -96,7 +79,7 @@ public:
         Start([this] { Press("btnRecord"); });
     }
     // `how` stops it, or it stops by itself; then the counters and the files are looked at.
-    void End(std::function<void()> const &how, QString const &name = Shots)
+    void End(std::function<void()> const &how, QString const &name)
     {
         how();
         m_robot.WaitFor("the end of the recording", [this] { return m_hands.State() == SessionStateAcquisition; });
@@ -115,12 +98,12 @@ public:
         EXPECT_EQ(Buttons(), "btnSnap btnRecord ");
         FilesAreWhole(name);
     }
-    void End()
+    void End(QString const &name)
     {
-        End([this] { Press("btnRecord"); });
+        End([this] { Press("btnRecord"); }, name);
     }
     // Nothing but frames, each of them whole, under names of that pattern.
-    void FilesAreWhole(QString const &name = Shots)
+    void FilesAreWhole(QString const &name = QStringLiteral("shot_\\d{8}\\.raw"))
     {
         auto const entries = QDir(m_folder).entryInfoList(QDir::Files | QDir::Hidden);
         EXPECT_FALSE(entries.isEmpty());
@@ -139,18 +122,18 @@ public:
         Type("edFileName", QStringLiteral("shot_${image.id}"));
         Start();
         Screenshot("recording");
-        End();
+        End(QStringLiteral("shot_\\d{8}\\.raw"));
         Screenshot("recorded");
 
         // What was typed counts without Enter, for the panel's buttons and for the window's actions.
         TypeFolder("snap", false);
         m_robot.Key("ctrl+shift+r");
         m_robot.WaitFor("one file", [this] { return Files().size() == 1; });
-        End([] {});
+        End([] {}, QStringLiteral("shot_\\d{8}\\.raw"));
         EXPECT_EQ(m_robot.Gui([this] { return Shown("edFramesSaved") + Shown("edFramesAcquired"); }), 2);
         TypeFolder("menu", false);
         Start([this] { m_robot.ClickMenu(m_hands.Window(), "actionRecord"); });
-        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); });
+        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); }, QStringLiteral("shot_\\d{8}\\.raw"));
 
         TypeFolder("template", false);
         Press("btnFileName");
@@ -175,13 +158,14 @@ public:
         TypeFolder("lost");
         Start();
         lose();
-        m_hands.ReadOfTheLoss(m_robot);
+        EXPECT_EQ(m_robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
+        m_robot.WaitFor("the disconnected picture", [this] { return m_hands.CurrentSession() == nullptr; });
         FilesAreWhole();
         restore();
         Connect();
         TypeFolder("found again");
         Start();
-        End();
+        End(QStringLiteral("shot_\\d{8}\\.raw"));
     }
 
     // To be followed by FilesAreWhole once the window has gone.
@@ -230,7 +214,6 @@ private:
             QStringLiteral("capture-%1-%2").arg(QString::fromLatin1(m_camera), QString::fromLatin1(state)));
     }
 
-    static inline QString const Shots = QStringLiteral("shot_\\d{8}\\.raw");
     Robot &m_robot;
     Operator &m_hands;
     char const *m_camera;

@@ -7,6 +7,7 @@
 
 #include "tovcamera.h"
 
+#include <QElapsedTimer>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -18,6 +19,18 @@
 namespace {
 
 constexpr double MegabytesOfNoise = 0.5; // a window
+
+bool Pump(std::function<bool()> const &condition)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > 10000)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
+    }
+    return true;
+}
 
 class Soak : public testing::Test
 {
@@ -43,7 +56,7 @@ protected:
             ASSERT_TRUE(
                 m_manager.CreateSession(TovCam_CreateDevice(interface->GetDeviceInfoByIndex(camera), 2, nullptr)));
             m_manager.CreatePanels();
-            ASSERT_TRUE(QTest::qWaitFor([this] { return m_manager.GetSession()->GetState() == SessionStateIdle; }));
+            ASSERT_TRUE(Pump([this] { return m_manager.GetSession()->GetState() == SessionStateIdle; }));
             TovCam::ParamArray *const nodes = m_manager.GetSession()->GetDevice()->GetCameraParameters(nullptr);
             nodes->SetIntegerValue("Width", 256);
             nodes->SetIntegerValue("Height", 128);
@@ -57,8 +70,7 @@ protected:
         m_manager.startAcquisition();
         ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateAcquisition);
         _TovImage *image = nullptr;
-        ASSERT_TRUE(
-            QTest::qWaitFor([&] { return m_manager.GetSession()->GetDisplayView()->GetDisplayedImageRaw(&image); }));
+        ASSERT_TRUE(Pump([&] { return m_manager.GetSession()->GetDisplayView()->GetDisplayedImageRaw(&image); }));
         m_manager.stopAcquisitionAndCapture();
         ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateIdle);
     }

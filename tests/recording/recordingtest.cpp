@@ -1,0 +1,205 @@
+// Whole recordings: simulated cameras, a session, and real files.
+#include "session.h"
+
+#include "displayview.h"
+#include "fakehost.h"
+#include "imagewriter.h"
+
+#include "tovcamera.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+bool writeText(char const *path, std::string const &text)
+{
+    std::FILE *const file = std::fopen(path, "w");
+    if (!file)
+        return false;
+    bool const written = std::fputs(text.c_str(), file) >= 0;
+    return std::fclose(file) == 0 && written;
+}
+
+// A mount namespace of its own for this process, which has to happen while it has one thread. False where it is not
+// allowed.
+bool const s_mayMount = [] {
+    std::string const user = std::to_string(getuid()), group = std::to_string(getgid());
+    return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && writeText("/proc/self/setgroups", "deny") &&
+           writeText("/proc/self/uid_map", "0 " + user + " 1") && writeText("/proc/self/gid_map", "0 " + group + " 1");
+}();
+
+class Recording : public testing::TestWithParam<unsigned int>
+{
+protected:
+    Recording()
+    {
+        TovCam::ObjectList *const interfaces = system->GetInterfaceList(255);
+        std::vector<TovCam::DeviceInfo *> cameras;
+        for (TovCam::Interface *i = interfaces->GetFirst(); i; i = interfaces->GetNext()) {
+            for (std::uint32_t camera = 0; camera < i->GetDeviceCount(); ++camera)
+                cameras.push_back(i->GetDeviceInfoByIndex(camera));
+        }
+        device = TovCam_CreateDevice(cameras.at(GetParam()), 2, nullptr);
+        nodes = device->GetCameraParameters(nullptr);
+        nodes->SetIntegerValue("Width", 320);
+        nodes->SetIntegerValue("Height", 200);
+        nodes->SetFloatValue("ExposureTime", 1000.0);
+        session = std::make_unique<Session>(nullptr, device, &host);
+        session->GetImageWriter()->SetParamString("FilePath", folder.path().toUtf8().constData());
+        // As the program's manager answers.
+        QObject::connect(session.get(), &Session::signalCameraDisconnected, session.get(),
+                         [this](void *, int) { emit session->signalCameraStateDisconnected(); });
+        QTest::qWait(0);
+    }
+    ~Recording() override
+    {
+        session.reset();
+        system->Release();
+    }
+
+    bool WaitFor(char const *key, long least)
+    {
+        return QTest::qWaitFor(
+            [&] {
+                long value = 0;
+                session->GetImageWriter()->GetParamInt(key, &value);
+                return value >= least;
+            },
+            20000);
+    }
+    void Record(ImageWriter::FileFormat format, long frames)
+    {
+        session->GetImageWriter()->SetParamInt("FileFormat", format);
+        if (session->GetState() == SessionStateIdle)
+            emit session->signalStartAcquisition();
+        emit session->signalStartCapturing();
+        ASSERT_EQ(session->GetState(), SessionStateCapturing);
+        ASSERT_TRUE(WaitFor("FramesSaved", frames));
+    }
+    RecordingLedger const &Ledger()
+    {
+        RecordingLedger const &ledger = static_cast<ImageWriter *>(session->GetImageWriter())->GetLedger();
+        EXPECT_TRUE(ledger.AddsUp());
+        return ledger;
+    }
+    // The files of that kind, with everything that does not belong there.
+    QFileInfoList Files(QString const &suffix)
+    {
+        QFileInfoList const all = QDir(folder.path()).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
+        QFileInfoList wanted;
+        for (QFileInfo const &file : all) {
+            if (file.suffix() == suffix || file.isHidden())
+                wanted << file;
+        }
+        return wanted;
+    }
+
+    TovCam::System *system = TovCam_GetSystem();
+    TovCam::Device *device = nullptr; // the session's, which lives as long
+    TovCam::ParamArray *nodes = nullptr;
+    FakeScript script;
+    FakeHost host{script};
+    QTemporaryDir folder;
+    std::unique_ptr<Session> session;
+};
+
+TEST_P(Recording, KnowsOfEveryFrameOfADisturbedCamera)
+{
+    nodes->SetIntegerValue("SimIncompleteEvery", 7);
+    nodes->SetIntegerValue("SimMissingEvery", 5);
+    Record(ImageWriter::FormatRaw, 30);
+    ASSERT_TRUE(WaitFor("CaptureFramesDroppedHW", 3));
+    emit session->signalStopCapturing();
+    RecordingLedger const ledger = Ledger();
+    EXPECT_GE(ledger.saved, 30);
+    EXPECT_GE(ledger.incomplete, 3);
+    EXPECT_GE(ledger.droppedHW, 3);
+    QFileInfoList const files = Files(QStringLiteral("raw"));
+    EXPECT_EQ(files.size(), ledger.saved);
+    for (QFileInfo const &file : files)
+        EXPECT_EQ(file.size() * 8 % (320 * 200), 0) << qPrintable(file.fileName());
+
+    // A snap, and a movie that the operator ends by closing the connection.
+    session->SnapNextFrame();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return session->GetState() == SessionStateAcquisition; }, 20000));
+    EXPECT_EQ(Ledger().saved, 1);
+    EXPECT_EQ(Files(QStringLiteral("raw")).size(), files.size() + 1);
+    Record(ImageWriter::FormatAvi, 5);
+    emit session->signalCameraStateDisconnected();
+    EXPECT_EQ(session->GetState(), SessionStateDisconnected);
+    EXPECT_GE(Ledger().saved, 5);
+    EXPECT_EQ(Files(QStringLiteral("avi")).size(), 1);
+}
+
+TEST_P(Recording, EndsWithTheCameraOrTheSession)
+{
+    Record(ImageWriter::FormatTif, 3);
+    nodes->ExecuteCommand("SimLoseCamera");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return session->GetState() == SessionStateDisconnected; }, 20000));
+    std::int64_t const saved = Ledger().saved;
+    QFileInfoList const files = Files(QStringLiteral("tif"));
+    EXPECT_EQ(files.size(), saved);
+    for (QFileInfo const &file : files)
+        EXPECT_EQ(file.size(), files[0].size());
+}
+
+TEST_P(Recording, IsDestroyedWhileItRuns)
+{
+    Record(ImageWriter::FormatPng, 3);
+    session.reset();
+    EXPECT_GE(Files(QStringLiteral("png")).size(), 3);
+    for (QFileInfo const &info : Files(QStringLiteral("png"))) {
+        QFile file(info.filePath());
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(file.readAll().contains("IEND")) << qPrintable(info.fileName());
+    }
+}
+
+TEST_P(Recording, SurvivesAFullDisk)
+{
+    std::string const path = folder.path().toStdString();
+    if (!s_mayMount || mount("none", path.c_str(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "no tmpfs of our own here";
+    for (ImageWriter::FileFormat const format : {ImageWriter::FormatRaw, ImageWriter::FormatAvi}) {
+        SCOPED_TRACE(format);
+        QString const suffix = format == ImageWriter::FormatRaw ? QStringLiteral("raw") : QStringLiteral("avi");
+        Record(format, 2);
+        if (format == ImageWriter::FormatRaw) {
+            // A series goes on, and costs one frame after another.
+            ASSERT_TRUE(WaitFor("CaptureFramesAcquired", 40));
+            emit session->signalStopCapturing();
+        } else {
+            // A movie ends.
+            ASSERT_TRUE(QTest::qWaitFor([&] { return session->GetState() == SessionStateAcquisition; }, 20000));
+        }
+        EXPECT_GT(Ledger().failed, 0);
+        QFileInfoList const files = Files(suffix);
+        EXPECT_EQ(files.size(), format == ImageWriter::FormatRaw ? Ledger().saved : 1);
+        for (QFileInfo const &file : files) {
+            EXPECT_EQ(file.size(), files[0].size());
+            QFile::remove(file.filePath());
+        }
+        Record(ImageWriter::FormatRaw, 1); // there is room again
+        emit session->signalStopCapturing();
+        for (QFileInfo const &file : Files(QStringLiteral("raw")))
+            QFile::remove(file.filePath());
+    }
+    session.reset();
+    umount2(path.c_str(), MNT_DETACH);
+}
+
+INSTANTIATE_TEST_SUITE_P(SimulatedCameras, Recording, testing::Range(0u, 3u));
+
+} // namespace
