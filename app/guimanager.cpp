@@ -7,6 +7,7 @@
 #include "displayview.h"
 #include "histogrampanel.h"
 #include "inspectview.h"
+#include "logpanelimpl.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
 #include "rigtestplugin.h"
@@ -316,9 +317,15 @@ bool GuiManager::CreatePanels()
     if (!m_capturePanel)
         m_capturePanel = new CapturePanelImpl(MainWindow(), this);
     Introduce(m_capturePanel);
+    if (!m_logPanel)
+        m_logPanel = new LogPanelImpl(MainWindow());
+    Introduce(m_logPanel);
     if (!m_statisticsPanel)
         m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
     Introduce(m_statisticsPanel);
+    // Lines need the width that file names need, and hardly at the same time.
+    MainWindow()->tabifyDockWidget(m_capturePanel, m_logPanel);
+    m_capturePanel->raise();
     if (!m_histogramPanel)
         m_histogramPanel = new HistogramPanel(MainWindow());
     m_histogramPanel->SetCurrentSession(m_session);
@@ -346,7 +353,7 @@ void GuiManager::ClosePanels()
         plugin->Detach(MainWindow());
     if (m_session) {
         for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
-                 m_capturePanel, m_parameterPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
+                 m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
             if (panel)
                 panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
         }
@@ -356,6 +363,7 @@ void GuiManager::ClosePanels()
     m_window->GetGlobalSettings()->setValue(StateKey, places);
     Remove(m_capturePanel);
     Remove(m_parameterPanel);
+    Remove(m_logPanel);
     Remove(m_statisticsPanel);
     if (m_inspectView && m_session)
         m_session->GetDisplayView()->RemoveInspectView(m_inspectView);
@@ -617,8 +625,9 @@ void GuiManager::updateGui()
         }
     }
 
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
-             m_capturePanel, m_parameterPanel, m_statisticsPanel, m_histogramPanel, m_inspectView}) {
+    for (PlayerPanel *const panel :
+         std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel,
+                                              m_histogramPanel, m_inspectView}) {
         if (panel)
             panel->UpdateAll();
     }

@@ -19,6 +19,7 @@ class HistogramPanel;
 class InspectView;
 class ManagedWindow;
 class QMainWindow;
+class LogPanelImpl;
 class PlayerPanel;
 class Session;
 class StatisticsPanelImpl;
@@ -104,6 +105,7 @@ private:
     // The panels: owned, null when no camera is open.
     CapturePanelImpl *m_capturePanel = nullptr;
     CamGenParamPanelImpl *m_parameterPanel = nullptr;
+    LogPanelImpl *m_logPanel = nullptr;
     StatisticsPanelImpl *m_statisticsPanel = nullptr;
     HistogramPanel *m_histogramPanel = nullptr;
     InspectView *m_inspectView = nullptr;          // of no camera's panels until the operator opens it

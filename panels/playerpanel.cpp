@@ -35,7 +35,8 @@ QString valueText(TovComponent *component, char const *param, char const *format
 bool boolValue(TovComponent *component, char const *param)
 {
     bool value = false;
-    component->GetParamBool(param, &value);
+    if (component)
+        component->GetParamBool(param, &value);
     return value;
 }
 

@@ -64,6 +64,7 @@ public:
     // What is typed is written under the edit's object name, not under `param`: the two are to be the same.
     void AddFloatEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component);
     bool AddStringEdit(QLineEdit *edit, char const *param, TovComponent *component);
+    // A null component leaves the box unchecked and unwritten.
     void AddBoolCheckBox(QCheckBox *box, char const *param, TovComponent *component);
     void AddBoolCheckGroupBox(QGroupBox *box, char const *param, TovComponent *component);
     // A row at the end of the view's TovParamTableModel; without a label it shows the key. Nothing for another model.

@@ -51,6 +51,8 @@ enum EventID : std::uint32_t {
     EventStreamChannel = 1001,  // raw stream packets
     EventEventChannel = 1002,   // raw event packets
     EventConnectionLost = 1004, // no data
+    EventPacketsMissed = 1005, // std::uint64_t: packets of the three channels that got lost on the way to the callbacks
+                               // since the camera was opened; told when it has risen
 };
 
 constexpr std::uint32_t WaitForever = 0xFFFFFFFFu;
@@ -267,6 +269,8 @@ public:
     virtual void Release() = 0;
     virtual Stream *GetStreamByIndex(std::uint32_t index) = 0; // null past the last
     virtual DeviceInfo *GetDeviceInfo() = 0;
+    // For the packets of a real camera TOV_CAM_ERR_GENICAM_ACCESS without the right to capture, TOV_CAM_ERR_NO_DEVICE
+    // where the system offers nothing to capture from.
     virtual std::int32_t RegisterEvent(std::uint32_t id, EventCallback callback, void *user) = 0;
     // No callback of the subscription runs any more when it returns, unless it is called from that very callback.
     virtual std::int32_t UnregisterEvent(std::uint32_t id, EventCallback callback, void *user) = 0;

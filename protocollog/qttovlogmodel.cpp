@@ -109,15 +109,19 @@ void QtTovLogModel::clear()
 
 QList<QtTovLogViewer::LogData> QtTovLogModel::log() const
 {
+    QList<QtTovLogViewer::LogData> log;
+    visitLog([&](QtTovLogViewer::LogData const &line) { log.append(line); });
+    return log;
+}
+
+void QtTovLogModel::visitLog(std::function<void(QtTovLogViewer::LogData const &)> const &visit) const
+{
     LineStore lines;
     {
         std::lock_guard<std::mutex> const lock(d->mutex);
         lines = d->lines;
     }
-    QList<QtTovLogViewer::LogData> log;
-    log.reserve(static_cast<int>(lines.Count()));
-    lines.ForEach([&](LineStore::Line const &line) { log.append({line.time, lines.ChannelOf(line), line.Message()}); });
-    return log;
+    lines.ForEach([&](LineStore::Line const &line) { visit({line.time, lines.ChannelOf(line), line.Message()}); });
 }
 
 int QtTovLogModel::rowCount(QModelIndex const &parent) const

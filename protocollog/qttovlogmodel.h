@@ -2,8 +2,8 @@
 // batches, 100 ms after the first of them at the latest, so a view sees at most ten inserts a second however many lines
 // come.
 //
-// Thread-safety: append, clear and log from any thread; the rest on the model's thread. No lock is held while signals
-// are emitted.
+// Thread-safety: append, clear, log and visitLog from any thread; the rest on the model's thread. No lock is held while
+// signals are emitted.
 #pragma once
 
 #include "qttovlogviewer.h"
@@ -11,6 +11,7 @@
 #include <QAbstractTableModel>
 #include <QList>
 
+#include <functional>
 #include <memory>
 
 class QtTovLogModelPrivate;
@@ -25,6 +26,8 @@ public:
 
     // Every line, those that are no rows yet included. Makes each line's text anew; appending goes on meanwhile.
     QList<QtTovLogViewer::LogData> log() const;
+    // The same, line by line: nothing but the line in hand takes memory.
+    void visitLog(std::function<void(QtTovLogViewer::LogData const &)> const &visit) const;
 
     int rowCount(QModelIndex const &parent = QModelIndex()) const override;
     int columnCount(QModelIndex const &parent = QModelIndex()) const override;

@@ -71,6 +71,7 @@ QtTovLogViewer::QtTovLogViewer(QWidget *parent) : QTableView(parent), d(std::mak
     setVerticalHeader(new RowHeader(this));
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::SingleSelection);
+    setWordWrap(false); // or a long line ends after the last word that fits, far from the edge
     horizontalHeader()->setStretchLastSection(true);
     horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);

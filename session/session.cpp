@@ -6,18 +6,29 @@
 #include "grabbingfifo.h"
 #include "imagewriter.h"
 #include "imgprocessor.h"
+#include "logstringmaker.h"
+#include "qttovlogmodel.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
+#include "tovlog.h"
 #include "tovscopeexception.h"
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QFile>
+#include <QFileDialog>
 #include <QFinalState>
 #include <QMainWindow>
 #include <QMessageBox>
+#include <QPointer>
 #include <QState>
+#include <QTextStream>
+#include <QTime>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 #include <stdexcept>
 
 namespace {
@@ -26,6 +37,28 @@ constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
 
 enum SessionError : unsigned char { ErrorStartAcquisition = 1, ErrorStartCapturing = 3, ErrorStopCapturing = 4 };
 enum DisconnectReason : unsigned char { ReasonCameraLost = 1 };
+
+// What tells a log's channels apart, in the order in which they are switched.
+struct LogChannelInfo
+{
+    Session::LogEnum channel;
+    QString name;
+    char const *key; // of its switch
+    QString (LogStringMaker::*makeLine)(void const *data, unsigned long size);
+};
+LogChannelInfo const LogChannels[] = {
+    {Session::LogEnumControl, QStringLiteral("Control"), "LogControl", &LogStringMaker::MakeControlLogString},
+    {Session::LogEnumStream, QStringLiteral("Stream"), "LogStream", &LogStringMaker::MakeStreamLogString},
+    {Session::LogEnumEvent, QStringLiteral("Event"), "LogEvent", &LogStringMaker::MakeEventLogString},
+};
+
+// Null for any other value.
+LogChannelInfo const *findLogChannel(Session::LogEnum channel)
+{
+    auto const found = std::find_if(std::begin(LogChannels), std::end(LogChannels),
+                                    [channel](LogChannelInfo const &info) { return info.channel == channel; });
+    return found != std::end(LogChannels) ? found : nullptr;
+}
 
 // A camera without the node starts all the same.
 bool isFailure(std::int32_t status)
@@ -61,6 +94,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
       m_state(StateBeforeTheFirst),
       m_device(device)
 {
+    MakeLogStringMaker();
     TovCam::DeviceInfo *const info = device->GetDeviceInfo();
     m_displayName = QString::fromUtf8(info->GetDisplayName());
     m_interfaceDescription = QString::fromUtf8(info->GetInterface()->GetInterfaceDescription());
@@ -88,6 +122,9 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
 Session::~Session()
 {
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
+    m_device->UnregisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
+    for (LogChannelInfo const &info : LogChannels)
+        EnableLog(info.channel, false);
     runGuarded([this] { StopWriter(); });
     StopWhatStillRuns();
     m_window->RemoveDisplayWidget(m_display.get());
@@ -112,6 +149,7 @@ void Session::InitSession()
         throw TovScopeException("CreateImgProcessor( ) failed", 0);
     if (!CreateWriter())
         throw TovScopeException("CreateWriter( ) failed", 0);
+    m_logModel = new QtTovLogModel(this);
     ReadIdentity();
     m_settings = m_window->GetSessionSettings(m_settingsName);
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
@@ -119,6 +157,7 @@ void Session::InitSession()
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
     ResetVolatileParams();
     m_device->RegisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
+    m_device->RegisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
 }
 
 bool Session::InitStateMachine()
@@ -195,6 +234,20 @@ bool Session::CreateWriter()
     connect(m_writer.get(), &ImageWriter::EvaluationTestDone, this, &Session::stopCapturingAndAcquisition,
             Qt::QueuedConnection);
     return true;
+}
+
+void Session::MakeLogStringMaker()
+{
+    switch (m_device->GetDeviceInfo()->GetInterface()->GetInterfaceKind()) {
+    case TovCam::InterfaceKindUSB3Vision:
+        m_logStringMaker = std::make_unique<LogStringMakerU3V>();
+        break;
+    case TovCam::InterfaceKindGigEVision:
+        m_logStringMaker = std::make_unique<LogStringMakerGEV>();
+        break;
+    default:
+        break;
+    }
 }
 
 void Session::ReadIdentity()
@@ -518,7 +571,105 @@ void Session::startTestBW()
     m_window->RunBandwidthTest(this);
 }
 
-// The log channels' decoders decide what the switches do; without one nothing is subscribed.
-void Session::ParamChanged(_TovStParam /*param*/)
+// Every channel each time: the main switch is part of all of them. A refusal inside comes back here for its own switch.
+void Session::ParamChanged(_TovStParam param)
 {
+    bool const isMain = std::strcmp(param.name, "EnableLog") == 0;
+    if (!isMain && std::none_of(std::begin(LogChannels), std::end(LogChannels),
+                                [&](LogChannelInfo const &info) { return std::strcmp(param.name, info.key) == 0; }))
+        return;
+    EnableLog(LogEnumControl, m_enableLog && m_logControl);
+    EnableLog(LogEnumStream, m_enableLog && m_logStream);
+    EnableLog(LogEnumEvent, m_enableLog && m_logEvent);
+}
+
+bool Session::EnableLog(LogEnum channel, bool enable)
+{
+    auto const found = m_logChannels.find(channel);
+    if ((found != m_logChannels.end()) == enable)
+        return true;
+    if (!enable) {
+        // No callback runs any more when it returns, so the node may go.
+        m_device->UnregisterEvent(channel, LogEvent, &found->second);
+        m_logChannels.erase(found);
+        return true;
+    }
+    auto const added = m_logChannels.emplace(channel, LogChannel{channel, this}).first;
+    if (m_device->RegisterEvent(channel, LogEvent, &added->second) == 0)
+        return true;
+    m_logChannels.erase(added);
+    if (LogChannelInfo const *const info = findLogChannel(channel))
+        m_storage.SetParamBool(info->key, false, true);
+    return false;
+}
+
+void Session::LogEvent(void const *data, unsigned long size, void *user)
+{
+    auto const *const record = static_cast<LogChannel const *>(user);
+    record->session->WriteLog(record->channel, data, size);
+}
+
+void Session::PacketsMissedCallback(void const *data, unsigned long size, void * /*user*/)
+{
+    std::uint64_t missed = 0;
+    std::memcpy(&missed, data, std::min<std::size_t>(size, sizeof missed));
+    TovLog::Warning(static_cast<unsigned long>(missed),
+                    "Session: packets of the log's channels have been lost on their way here");
+}
+
+void Session::WriteLog(LogEnum channel, void const *data, unsigned long size)
+{
+    LogChannelInfo const *const info = findLogChannel(channel);
+    // Before the decoding: it is the packet's arrival. An invalid time counts as 0.
+    qlonglong const time = QTime::currentTime().msecsSinceStartOfDay();
+    QString const line = MakeLogStringFromData(channel, data, size);
+    if (!line.isEmpty())
+        m_logModel->append(time, info ? info->name : QString(), line);
+}
+
+QString Session::MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size)
+{
+    if (!m_logStringMaker)
+        return {};
+    LogChannelInfo const *const info = findLogChannel(channel);
+    return info ? (m_logStringMaker.get()->*info->makeLine)(data, size) : QStringLiteral("UNKNOWN LOGGING EVENT TYPE");
+}
+
+QtTovLogModel *Session::GetLogModel() const
+{
+    return m_logModel;
+}
+
+void Session::clearLog()
+{
+    if (m_logModel)
+        m_logModel->clear();
+}
+
+void Session::saveLog()
+{
+    if (!m_logModel)
+        return;
+    QPointer<Session> const alive(this); // the camera may be lost while the question is open
+    QMainWindow *const window = m_window->GetMainWindow();
+    QString const path = QFileDialog::getSaveFileName(window, QStringLiteral("Save log file"), QString(),
+                                                      QStringLiteral("Log files (*.log)"));
+    if (path.isEmpty() || !alive)
+        return;
+    QFile file(path);
+    bool saved = file.open(QIODevice::WriteOnly | QIODevice::Text);
+    if (saved) {
+        QApplication::setOverrideCursor(Qt::WaitCursor); // millions of lines take seconds
+        QTextStream out(&file);
+        // Not through a list of them all, which would take many times the log's memory.
+        m_logModel->visitLog([&out](QtTovLogViewer::LogData const &line) {
+            out << QTime::fromMSecsSinceStartOfDay(static_cast<int>(line.time)).toString(QStringLiteral("hh:mm:ss.zzz"))
+                << ' ' << line.channel << ' ' << line.message << '\n'; // flushed once, not by the line
+        });
+        out.flush();
+        saved = out.status() == QTextStream::Ok && file.flush();
+        QApplication::restoreOverrideCursor();
+    }
+    if (!saved)
+        QMessageBox::critical(window, QStringLiteral("Error saving log"), file.errorString(), QMessageBox::Ok);
 }

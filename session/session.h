@@ -5,8 +5,9 @@
 // with everything stopped, unless it is emitted from inside one of the machine's actions; neither may the session be
 // deleted from there.
 //
-// Threads: the GUI thread, except for CameraDisconnectCallback, which comes on a thread of the camera library and only
-// emits a signal.
+// Threads: the GUI thread, except for the callbacks of the camera library, which come on its threads:
+// CameraDisconnectCallback only emits a signal, PacketsMissedCallback only logs; LogEvent and what it calls make a line
+// of a packet and append it.
 #pragma once
 
 #include "sessionstate.h"
@@ -21,12 +22,15 @@
 
 #include <array>
 #include <functional>
+#include <map>
 #include <memory>
 
 class DisplayView;
 class GrabbingFifo;
 class ImageWriter;
 class ImgProcessor;
+class LogStringMaker;
+class QtTovLogModel;
 class SessionHost;
 
 class Session : public QObject, public TovComponentImp, private TovParamListener
@@ -60,8 +64,26 @@ public:
     // What the camera, the host and the interface tell about themselves, line by line; made for a fixed-pitch font.
     QString GetCameraInfo();
 
+    // Channels of the protocol log, by the camera library's event that brings their packets.
+    enum LogEnum : std::uint32_t {
+        LogEnumControl = TovCam::EventControlChannel,
+        LogEnumStream = TovCam::EventStreamChannel,
+        LogEnumEvent = TovCam::EventEventChannel,
+    };
+    // Subscribes to a channel's packets, or ends that. False when the camera refuses; the channel's switch is then off.
+    bool EnableLog(LogEnum channel, bool enable);
+    // The callback for packets; `user` is the channel's record. Any thread, several at once.
+    static void LogEvent(void const *data, unsigned long size, void *user);
+    // Appends a packet's line, if it gets one, stamped with the time of the call. Any thread; stream packets in order.
+    void WriteLog(LogEnum channel, void const *data, unsigned long size);
+    // Empty for a packet without a line, and for every one of a camera whose protocol has no decoder. As WriteLog.
+    QString MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size);
+    QtTovLogModel *GetLogModel() const; // a child
+
     // The callback for the lost connection; `user` is the session.
     static void CameraDisconnectCallback(void const *data, unsigned long size, void *user);
+    // The callback for packets of the log's channels that nobody could read. Their number goes to the program's log.
+    static void PacketsMissedCallback(void const *data, unsigned long size, void *user);
 
 signals:
     void signalStartAcquisition();
@@ -75,6 +97,10 @@ signals:
     void signalCameraDisconnected(void *session, unsigned char reason);
 
 public slots:
+    void clearLog();
+    // Asks for a file and writes every line into it, with a message when that fails. Nothing of the session is touched
+    // after the message.
+    void saveLog();
     void stopCapturing();
     void stopCapturingAndAcquisition();
     void enterIdle();
@@ -97,6 +123,7 @@ private:
     bool CreateDisplayView();
     bool CreateImgProcessor();
     bool CreateWriter();
+    void MakeLogStringMaker();
     void ReadIdentity(); // settings name and title
     void ResetVolatileParams();
     void RemoveComponents();
@@ -108,6 +135,12 @@ private:
     std::array<std::function<void()>, 5> StopSteps();
     void StopWhatStillRuns();
     void StopWriter();
+
+    struct LogChannel
+    {
+        LogEnum channel;
+        Session *session;
+    };
 
     static unsigned char s_CompID;
 
@@ -131,4 +164,8 @@ private:
     bool m_logControl = false;
     bool m_logStream = false;
     bool m_logEvent = false;
+    QtTovLogModel *m_logModel = nullptr; // a child; set before the first subscription, appended to on any thread
+    std::unique_ptr<LogStringMaker> m_logStringMaker; // as m_logModel; null without a decoder
+    // Subscribed channels. A node is the user data of its subscription, and goes after it.
+    std::map<LogEnum, LogChannel> m_logChannels;
 };

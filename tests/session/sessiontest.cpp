@@ -83,12 +83,12 @@ TEST_F(SessionTest, IsBuiltAndEntersIdleOnTheNextPass)
 {
     session = std::make_unique<Session>(nullptr, &device, &host);
     EXPECT_EQ(session->GetState(), static_cast<SessionState>(-1));
-    EXPECT_EQ(device.script.TakeLog(), "AddDisplayWidget; RegisterEvent 1004");
+    EXPECT_EQ(device.script.TakeLog(), "AddDisplayWidget; RegisterEvent 1004; RegisterEvent 1005");
     emit session->signalStartAcquisition(); // nobody listens yet
     QCoreApplication::processEvents();
     EXPECT_EQ(session->GetState(), SessionStateIdle);
     session.reset();
-    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " CLOSE_LOG);
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; " CLOSE_LOG);
 }
 
 TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
@@ -240,7 +240,7 @@ TEST_F(SessionTest, WhatAnExceptionLeftRunningIsStoppedBeforeTheNextStartOrTheEn
             EXPECT_EQ(session->GetState(), SessionStateAcquisition);
         }
         session.reset();
-        EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; " STOP_LOG "; " CLOSE_LOG);
+        EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; " STOP_LOG "; " CLOSE_LOG);
     }
 }
 
@@ -462,6 +462,33 @@ TEST_F(SessionTest, TellsWhenAConfigurationCouldNotBeSaved)
         EXPECT_EQ(told.toStdString(), std::string("Error: Can not save configuration file: /c") + more);
         Connect();
     }
+}
+
+TEST_F(SessionTest, SwitchesTheLogsChannelsAndClearsTheSwitchOfARefusedOne)
+{
+    Connect();
+    session->SetParamBool("LogEvent", true);
+    session->SetParamBool("LogControl", true);
+    EXPECT_EQ(device.script.TakeLog(), "");
+    session->SetParamBool("EnableLog", true);
+    EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1000; RegisterEvent 1002");
+    session->SetParamBool("LogControl", false);
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1000");
+    device.script.Fail("RegisterEvent", TOV_CAM_ERR_INVALID_ARGUMENT);
+    session->SetParamBool("LogStream", true);
+    EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1001");
+    EXPECT_EQ(Value(session.get(), "LogStream"), "0");
+    session->SetParamBool("EnableLog", false);
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1002");
+    // Refused once more, and then only those that are still asked for.
+    session->SetParamBool("EnableLog", true);
+    EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1002");
+    EXPECT_EQ(Value(session.get(), "LogEvent"), "0");
+    device.script.Fail("RegisterEvent", 0);
+    session->SetParamBool("LogControl", true);
+    device.script.TakeLog();
+    session.reset(); // with a channel on
+    EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; UnregisterEvent 1000; " CLOSE_LOG);
 }
 
 } // namespace

@@ -171,6 +171,7 @@ class FakeDeviceInfo : public TovCam::DeviceInfo, public TovCam::Interface
 public:
     char const *host = nullptr;              // what it tells of the host
     TovCam::ParamArray *interface = nullptr; // parameters of the interface
+    std::uint32_t kind = TovCam::InterfaceKindGigEVision;
 
     FAKE_GIVES(TovCam::Interface *GetInterface(), this);
     FAKE_GIVES(char const *GetDisplayName(), "Scripted camera");
@@ -183,7 +184,7 @@ public:
     FAKE_GIVES(AccessStatus GetAccessStatus(), AccessFree);
 
     FAKE_GIVES(TovCam::DeviceInfo *GetFirstDeviceInfo(), this);
-    FAKE_GIVES(std::uint32_t GetInterfaceKind(), TovCam::InterfaceKindGigEVision);
+    FAKE_GIVES(std::uint32_t GetInterfaceKind(), kind);
     FAKE_GIVES(char const *GetInterfaceDescription(), "Scripted interface");
     FAKE_GIVES(char const *GetDriverVersion(), "1.0");
     FAKE_GIVES(TovCam::ParamArray *GetInterfaceParameters(std::int32_t *), interface);
