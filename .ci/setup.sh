@@ -2,7 +2,7 @@
 
 # Names of Debian 12 and Ubuntu 22.04, 24.04. "a|b": either will do, the first one that can be had is installed.
 packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev libopencv-imgproc-dev liblog4cpp5-dev
-    libaravis-dev libusb-1.0-0-dev libturbojpeg0-dev libtiff-dev libdeflate-dev libavformat-dev libavcodec-dev
+    libaravis-dev libusb-1.0-0-dev libpcap-dev libturbojpeg0-dev libtiff-dev libdeflate-dev libavformat-dev libavcodec-dev
     libavutil-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
 packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark"

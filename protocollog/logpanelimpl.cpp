@@ -20,9 +20,10 @@ constexpr int TipTime = 20000; // milliseconds; there is a line to copy
 QString refusalText(TovCam::Device *device)
 {
     if (device->GetDeviceInfo()->GetInterface()->GetInterfaceKind() == TovCam::InterfaceKindUSB3Vision)
-        return QStringLiteral("The packets of this camera cannot be captured. Reading them off the bus takes\n"
-                              "read access to /dev/usbmon*, which this line gives until the next start of the system:\n"
-                              "sudo modprobe usbmon && sudo chown $USER /dev/usbmon*");
+        return QStringLiteral(
+            "The packets of this camera cannot be captured. Reading them off the bus takes\n"
+            "read access to /dev/usbmon*, which this gives until the next start of the system:\n"
+            "sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r /dev/usbmon*");
     return QStringLiteral("The packets of this camera cannot be captured. Reading them off the network takes\n"
                           "a right that this line gives the program from its next start on:\n"
                           "sudo setcap cap_net_raw,cap_net_admin+ep %1")

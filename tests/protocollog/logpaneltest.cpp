@@ -21,7 +21,8 @@ TEST(LogPanel, ARefusedChannelIsClearedAndTellsTheWayOut)
     } const rows[] = {
         {TovCam::InterfaceKindGigEVision,
          QStringLiteral("\nsudo setcap cap_net_raw,cap_net_admin+ep %1").arg(QCoreApplication::applicationFilePath())},
-        {TovCam::InterfaceKindUSB3Vision, QStringLiteral("\nsudo modprobe usbmon && sudo chown $USER /dev/usbmon*")},
+        {TovCam::InterfaceKindUSB3Vision,
+         QStringLiteral("\nsudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r /dev/usbmon*")},
     };
     for (auto const &row : rows) {
         FakeDevice device;

@@ -35,7 +35,7 @@ public:
             _exit(127);
         }
         for (int i = 0; i < 3000; ++i) {
-            if (HasControlPort())
+            if (HasItsPorts())
                 return;
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
@@ -72,14 +72,14 @@ public:
     }
 
 private:
-    // Looks and does not touch: a socket of ours could take the port from under the camera's hands.
-    static bool HasControlPort()
+    // Looks and does not touch: a socket of ours could take a port from under the camera's hands.
+    static bool HasItsPorts()
     {
         std::ifstream sockets("/proc/net/udp");
+        int open = 0;
         for (std::string line; std::getline(sockets, line);)
-            if (line.find(":0F74 ") != std::string::npos) // 3956
-                return true;
-        return false;
+            open += line.find(":0F74 ") != std::string::npos; // 3956
+        return open == 2;                                     // for its own address, and for searches
     }
 
     pid_t m_process = -1;

@@ -2,8 +2,10 @@
 // watched, lost, and found again.
 #include "bandwidthtour.h"
 #include "fakegige.h"
+#include "logtour.h"
 #include "recordingtour.h"
 
+#include <QCheckBox>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -11,6 +13,9 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+
+#include <linux/capability.h>
+#include <sys/syscall.h>
 
 namespace {
 
@@ -57,6 +62,45 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
         hands.Play(robot);
         hands.Stop(robot);
         hands.Disconnect(robot);
+    });
+}
+
+// Of the calling thread.
+bool SetRightToCapture(bool given)
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3];
+    if (syscall(SYS_capget, &header, rights) != 0)
+        return false;
+    std::uint32_t const raw = 1u << CAP_NET_RAW;
+    rights[0].effective = given ? rights[0].effective | raw : rights[0].effective & ~raw;
+    return syscall(SYS_capset, &header, rights) == 0;
+}
+
+TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
+{
+    Operator::Run([](Robot &robot, Operator &hands) {
+        FakeGigECamera camera;
+        LogTour tour(robot, hands);
+        tour.Connect(FakeGigECamera::Serial);
+        tour.Press("groupLogging");
+        EXPECT_TRUE(robot.Gui([] { return SetRightToCapture(false); }));
+        tour.Press("chkStream");
+        auto *const stream = tour.Find<QCheckBox>("chkStream");
+        EXPECT_TRUE(robot.Holds([&] { return !stream->isChecked() && stream->toolTip().contains(u"sudo setcap "); }));
+        tour.Screenshot("refused");
+        EXPECT_TRUE(robot.Gui([] { return SetRightToCapture(true); }));
+        tour.Press("chkStream");
+        tour.ExpectTraffic({QStringLiteral("Stream")});
+        tour.Press("chkControl");
+        tour.ExpectTraffic({QStringLiteral("Stream"), QStringLiteral("Control")});
+        tour.Press("chkStream");
+        tour.ExpectTraffic({QStringLiteral("Control")});
+        tour.Press("chkStream");
+        tour.Screenshot("real");
+        camera.Kill();
+        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
+        robot.WaitFor("the disconnected picture", [&] { return hands.CurrentSession() == nullptr; });
     });
 }
 

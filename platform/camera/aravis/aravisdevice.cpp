@@ -1,6 +1,11 @@
 #include "aravisdevice.h"
 
 #include "aravisstream.h"
+#include "gvcp.h"
+#include "hostinfo.h"
+#include "packettap/usbframing.h"
+
+#include <cstdlib>
 
 namespace {
 
@@ -53,8 +58,10 @@ struct AravisDevice::LossRelay
 
 AravisDevice::AravisDevice(ArvDevice *device, DeviceInfoImpl *info, std::string const &address)
     : DeviceBase(device, info),
+      m_address(address),
       m_reachability(address),
-      m_relay(std::make_shared<LossRelay>())
+      m_relay(std::make_shared<LossRelay>()),
+      m_taps(m_events, [this](std::int32_t *status) { return OpenTap(status); })
 {
     m_nodes.SetGate(&m_reachability);
     if (m_nodes.GetStatus() == TOV_CAM_ERR_OK)
@@ -90,11 +97,43 @@ void AravisDevice::OnControlLost()
     m_events.Emit(TovCam::EventConnectionLost, nullptr, 0);
 }
 
+// The road to the camera. A file given by the environment takes its place.
+std::unique_ptr<PacketSource> AravisDevice::OpenTap(std::int32_t *status)
+{
+    if (char const *const file = std::getenv("TOV_PACKET_CAPTURE"); file && *file)
+        return OpenCaptureFile(std::string(file), status);
+    if (!m_address.empty()) {
+        // What goes to an address of this host does not leave it.
+        std::string adapter = "lo";
+        if (FindAdapter(m_address).empty())
+            adapter = FindAdapter(GvcpClient(m_address).GetLocalAddress());
+        return OpenGigECapture(adapter, m_address, status);
+    }
+    UsbCamera camera;
+    if (FindUsbCamera(m_info->vendor, m_info->serial, camera))
+        return OpenUsbCapture(camera, status);
+    *status = TOV_CAM_ERR_NO_DEVICE;
+    return nullptr;
+}
+
+// The tap hears the answers, and so learns where the stream and the events of a camera go that runs already. By a
+// socket of its own: a slow access elsewhere must not hold the caller up.
+void AravisDevice::AskForPorts()
+{
+    if (m_address.empty() || m_reachability.IsLost())
+        return;
+    constexpr std::uint32_t StreamPort = 0x0D00, MessagePort = 0x0B00;
+    GvcpClient camera(m_address);
+    std::uint32_t port;
+    if (camera.ReadRegister(StreamPort, port))
+        camera.ReadRegister(MessagePort, port);
+}
+
 bool AravisDevice::BeginRelease()
 {
     {
         std::unique_lock<std::mutex> lock(m_relay->mutex);
-        if (m_relay->inside == std::this_thread::get_id()) {
+        if (m_relay->inside == std::this_thread::get_id() || m_taps.IsOnThread()) {
             // From the callback itself: the thread it runs on could neither be waited for nor end the device.
             lock.unlock();
             Background::Run([this] { Release(); }, 0ms);
@@ -104,6 +143,7 @@ bool AravisDevice::BeginRelease()
         m_relay->device = nullptr;
     }
     g_signal_handler_disconnect(m_device, m_lossHandler);
+    m_taps.Close();
     return true;
 }
 
@@ -130,14 +170,25 @@ TovCam::Stream *AravisDevice::GetStreamByIndex(std::uint32_t index)
 
 std::int32_t AravisDevice::RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user)
 {
-    // Aravis shows no packets.
-    if (id == TovCam::EventControlChannel || id == TovCam::EventStreamChannel || id == TovCam::EventEventChannel)
-        return TOV_CAM_ERR_INVALID_STATE;
+    // Aravis shows no packets: they are captured.
+    if (PacketTaps::IsPacketChannel(id)) {
+        bool started = false;
+        std::int32_t const status = m_taps.Register(id, callback, user, &started);
+        if (status == TOV_CAM_ERR_OK && started)
+            AskForPorts();
+        return status;
+    }
     std::int32_t const status = DeviceBase::RegisterEvent(id, callback, user);
     // A camera that was lost before somebody listened is reported to him all the same.
     if (status == TOV_CAM_ERR_OK && m_reachability.IsLost())
         Background::Run([relay = m_relay] { LossRelay::Notify(relay); }, 0ms);
     return status;
+}
+
+std::int32_t AravisDevice::UnregisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user)
+{
+    return PacketTaps::IsPacketChannel(id) ? m_taps.Unregister(id, callback, user)
+                                           : DeviceBase::UnregisterEvent(id, callback, user);
 }
 
 std::int32_t AravisDevice::ReadRegister(std::uint64_t address, void *buffer, std::size_t size)
@@ -152,7 +203,7 @@ std::int32_t AravisDevice::ReadRegister(std::uint64_t address, void *buffer, std
 
 bool AravisDevice::CanServe(std::uint32_t eventId) const
 {
-    return eventId == TovCam::EventConnectionLost;
+    return eventId == TovCam::EventConnectionLost || eventId == TovCam::EventPacketsMissed;
 }
 
 // ---- A camera without a description --------------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include "reachability.h"
 
 #include "devicebase.h"
+#include "packettap/packettap.h"
 
 #include <memory>
 #include <string>
@@ -18,6 +19,7 @@ public:
 
     TovCam::Stream *GetStreamByIndex(std::uint32_t index) override;
     std::int32_t RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
+    std::int32_t UnregisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
     std::int32_t ReadRegister(std::uint64_t address, void *buffer, std::size_t size) override;
 
 protected:
@@ -31,11 +33,15 @@ private:
     ~AravisDevice() override;
     void Negotiate();
     void OnControlLost();
+    std::unique_ptr<PacketSource> OpenTap(std::int32_t *status);
+    void AskForPorts();
 
+    std::string const m_address;
     Reachability m_reachability;
     std::shared_ptr<LossRelay> m_relay;
     unsigned long m_lossHandler = 0;
     std::unique_ptr<AravisStream> m_stream;
+    PacketTaps m_taps;
 };
 
 // A camera that is there and whose description cannot be used: open, without parameters.

@@ -45,6 +45,8 @@ constexpr U32 ControlMagic = 0x43563355, EventMagic = 0x45563355, LeaderMagic = 
 constexpr U16 AnswerWanted = 0x4000; // flag of a USB3 Vision command
 constexpr U16 GvcpKey = 0x4201;      // key byte, and the flag that asks for an acknowledge
 constexpr U16 AccessDenied = 0x8006; // the same status in both protocols
+constexpr U16 ResendKey = 0x4200;    // no acknowledge: the packets are the answer
+constexpr U16 ResentStatus = 0x0100; // of a stream packet
 constexpr U8 GvspLeader = 1, GvspTrailer = 2, GvspPayload = 3;
 
 // Sixteen bits that skip 0.
@@ -67,10 +69,10 @@ SimPacket Uvcp(U32 magic, U16 flags, U16 code, U16 length, U16 id)
     return packet;
 }
 
-SimPacket Gvsp(U64 id, U8 format, U32 packetId)
+SimPacket Gvsp(U64 id, U8 format, U32 packetId, U16 status = 0)
 {
     SimPacket packet;
-    Writer(packet, true).Put(U16{0}).Put(BlockId16(id)).Put(U32{format} << 24 | (packetId & 0xFFFFFF));
+    Writer(packet, true).Put(status).Put(BlockId16(id)).Put(U32{format} << 24 | (packetId & 0xFFFFFF));
     return packet;
 }
 
@@ -160,9 +162,17 @@ SimPacket SimPackets::Trailer(SimFrameFacts const &facts, std::uint32_t packetId
     return packet;
 }
 
-SimPacket SimPackets::PayloadHeader(SimFrameFacts const &facts, std::uint32_t packetId) const
+SimPacket SimPackets::PayloadHeader(SimFrameFacts const &facts, std::uint32_t packetId, bool resent) const
 {
-    return m_usb ? SimPacket() : Gvsp(facts.id, GvspPayload, packetId);
+    return m_usb ? SimPacket() : Gvsp(facts.id, GvspPayload, packetId, resent ? ResentStatus : U16{0});
+}
+
+SimPacket SimPackets::Resend(SimFrameFacts const &facts, std::uint32_t first, std::uint32_t last)
+{
+    m_resendRequest = m_resendRequest == 0xFFFF ? 1 : m_resendRequest + 1;
+    SimPacket packet = Gvcp(ResendKey, 0x0040, 12, m_resendRequest);
+    Writer(packet, true).Put(U16{0}).Put(BlockId16(facts.id)).Put(first).Put(last);
+    return packet;
 }
 
 SimPacket SimPackets::Event(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp)

@@ -35,10 +35,12 @@ public:
 
     // Commands and acknowledges, in order; long accesses take several. Counts the requests up.
     std::vector<SimPacket> Control(SimAccess const &access);
+    // The host asks for packets of a frame again, both ends included. GigE Vision only, as is what it brings.
+    SimPacket Resend(SimFrameFacts const &facts, std::uint32_t first, std::uint32_t last);
     SimPacket Leader(SimFrameFacts const &facts) const;
     SimPacket Trailer(SimFrameFacts const &facts, std::uint32_t packetId, bool complete) const;
     // Header of a payload packet; the pixels follow. Empty for USB3 Vision, which sends them bare.
-    SimPacket PayloadHeader(SimFrameFacts const &facts, std::uint32_t packetId) const;
+    SimPacket PayloadHeader(SimFrameFacts const &facts, std::uint32_t packetId, bool resent = false) const;
     SimPacket Event(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp);
     // Bytes of pixels in a payload packet.
     std::size_t PayloadBytes(std::uint32_t packetSize) const;
@@ -47,4 +49,5 @@ private:
     bool const m_usb;
     std::uint16_t m_request = 0; // of the control channel; never 0 on GigE Vision
     std::uint16_t m_eventRequest = 0;
+    std::uint16_t m_resendRequest = 0; // the receiver of the stream counts its own
 };

@@ -7,10 +7,9 @@
 
 namespace {
 
-// A decoder may trust a 16-bit length and a few headers before it; this many zeros follow each packet.
-constexpr std::size_t ScratchTail = 0x20000;
-constexpr std::size_t ScratchSize = 0x10000 + 64 + ScratchTail;
-constexpr std::size_t LongestBacklog = 8192; // control packets that wait for a slow subscriber; later ones are dropped
+constexpr std::size_t LongestBacklog = 8192; // control packets that wait for a slow subscriber; later ones are missed
+constexpr std::uint8_t Requests = 3;         // for a packet, until it is given up
+constexpr std::uint8_t LostForGood = 255;
 constexpr std::uint16_t ExposureEndEvent = 0x9001, FrameStartEvent = 0x9002;
 // Behind this the frames are late for good: the schedule moves instead of a burst that catches up.
 constexpr auto MostLate = std::chrono::milliseconds(50);
@@ -99,7 +98,6 @@ SimStream::SimStream(SimModel const &model, EventHub &events, std::function<std:
       m_clockStart(Clock::now().time_since_epoch().count()),
       m_scene(model.sensorWidth, model.sensorHeight, model.colour),
       m_packets(model.kind),
-      m_scratch(ScratchSize),
       m_thread([this] { Run(); })
 {
 }
@@ -190,6 +188,8 @@ void SimStream::Post(std::vector<SimPacket> packets)
         for (SimPacket &packet : packets) {
             if (m_control.size() < LongestBacklog)
                 m_control.push_back(std::move(packet));
+            else
+                ++m_missed;
         }
     }
     m_wake.notify_all();
@@ -385,9 +385,13 @@ void SimStream::EmitPending(std::unique_lock<std::mutex> &lock)
 {
     bool const lost = std::exchange(m_tellLost, false);
     std::deque<SimPacket> packets = std::exchange(m_control, {});
+    std::uint64_t const missed = m_missed;
+    bool const tellMissed = std::exchange(m_toldMissed, missed) != missed;
     lock.unlock();
     for (SimPacket const &packet : packets)
         EmitBytes(TovCam::EventControlChannel, packet, nullptr, 0);
+    if (tellMissed)
+        m_events.Emit(TovCam::EventPacketsMissed, &missed, sizeof missed);
     if (lost)
         m_events.Emit(TovCam::EventConnectionLost, nullptr, 0);
     lock.lock();
@@ -469,7 +473,9 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
     m_scene.Draw(id, static_cast<double>(timestamp) / static_cast<double>(m_model.tickFrequency),
                  buffer.image->imageData);
     buffer.incomplete = LosePackets(buffer, id);
-    if (m_events.IsWanted(TovCam::EventStreamChannel))
+    // What gets lost shows on the control channel too.
+    if (m_events.IsWanted(TovCam::EventStreamChannel) ||
+        (!m_arrivals.empty() && m_events.IsWanted(TovCam::EventControlChannel)))
         EmitFrame(buffer, id, timestamp);
 }
 
@@ -477,7 +483,7 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
 bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
 {
     SimFaults const &faults = m_drawn.faults;
-    m_packetLost.clear();
+    m_arrivals.clear();
     std::uint64_t const number = id - m_model.firstFrameID + 1;
     bool const marked = faults.incompleteEvery != 0 && number % faults.incompleteEvery == 0;
     double const rate =
@@ -488,24 +494,23 @@ bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
 
     std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize);
     std::size_t const count = (buffer.payload + bytes - 1) / bytes;
-    m_packetLost.assign(count, 0);
+    m_arrivals.assign(count, 0);
     if (marked)
-        m_packetLost[count / 2] = 1;
+        m_arrivals[count / 2] = LostForGood;
     if (overrun) {
         // What the link cannot carry is spread over the frame; at least one packet is too much.
         double const share = 1.0 - faults.linkLimit / rate;
         double owed = 1.0;
         for (std::size_t i = 0; i < count; ++i) {
             if (owed >= 1.0) {
-                m_packetLost[i] = 1;
+                m_arrivals[i] = LostForGood;
                 owed -= 1.0;
             }
             owed += share;
         }
     }
     if (faults.packetLoss > 0.0) {
-        // A packet that is asked for again gets lost with the same probability, up to three times.
-        double const p = std::min(faults.resend ? std::pow(faults.packetLoss, 4.0) : faults.packetLoss, 1.0);
+        double const p = std::min(faults.packetLoss, 1.0);
         std::uniform_real_distribution<double> uniform(0.0, 1.0);
         for (double i = 0;; i += 1.0) {
             // The distance to the next lost packet, instead of a throw of dice for each.
@@ -513,12 +518,21 @@ bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
                 i += std::floor(std::log(1.0 - uniform(m_random)) / std::log1p(-p));
             if (!(i < static_cast<double>(count)))
                 break;
-            m_packetLost[static_cast<std::size_t>(i)] = 1;
+            std::uint8_t &arrival = m_arrivals[static_cast<std::size_t>(i)];
+            if (arrival == LostForGood)
+                continue;
+            // A packet that is asked for again gets lost with the same probability.
+            arrival = LostForGood;
+            for (std::uint8_t request = 1; faults.resend && request <= Requests && arrival == LostForGood; ++request) {
+                // A USB link repeats by itself, without a packet that tells of it.
+                if (uniform(m_random) >= p)
+                    arrival = m_model.kind == TovCam::InterfaceKindGigEVision ? request : 0;
+            }
         }
     }
     bool incomplete = false;
     for (std::size_t i = 0; i < count; ++i) {
-        if (!m_packetLost[i])
+        if (m_arrivals[i] != LostForGood)
             continue;
         incomplete = true;
         std::memset(buffer.image->imageData + i * bytes, 0, std::min<std::size_t>(bytes, buffer.payload - i * bytes));
@@ -531,32 +545,68 @@ void SimStream::EmitFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64
 {
     TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(buffer.format.pixelType);
     std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize);
+    std::size_t const count = (buffer.payload + bytes - 1) / bytes;
     SimFrameFacts facts{buffer.format, info->pfnc, id, timestamp, buffer.payload};
     EmitBytes(TovCam::EventStreamChannel, m_packets.Leader(facts), nullptr, 0);
-    std::uint32_t packet = 1;
-    for (std::uint64_t at = 0; at < buffer.payload; at += bytes, ++packet) {
-        std::size_t const size = std::min<std::uint64_t>(bytes, buffer.payload - at);
-        if (packet - 1 < m_packetLost.size() && m_packetLost[packet - 1]) {
-            facts.validPayload -= size;
+    std::size_t gap = count; // where the packets begin that have not come; count: nowhere
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!m_arrivals.empty() && m_arrivals[i] != 0) {
+            gap = std::min(gap, i);
+            if (m_arrivals[i] == LostForGood)
+                facts.validPayload -= std::min<std::uint64_t>(bytes, buffer.payload - i * bytes);
             continue;
         }
-        EmitBytes(TovCam::EventStreamChannel, m_packets.PayloadHeader(facts, packet), buffer.image->imageData + at,
-                  size);
+        EmitPayload(buffer, facts, i, false);
+        // The first packet behind a gap tells the host of it.
+        if (gap < i)
+            EmitResends(buffer, facts, gap, i);
+        gap = count;
     }
-    EmitBytes(TovCam::EventStreamChannel, m_packets.Trailer(facts, packet, !buffer.incomplete), nullptr, 0);
+    EmitBytes(TovCam::EventStreamChannel,
+              m_packets.Trailer(facts, static_cast<std::uint32_t>(count + 1), !buffer.incomplete), nullptr, 0);
+    if (gap < count)
+        EmitResends(buffer, facts, gap, count);
+}
+
+// Packet `index` of the payload; it has the id above, as the leader is packet 0.
+void SimStream::EmitPayload(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t index, bool resent)
+{
+    std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize), at = index * bytes;
+    EmitBytes(TovCam::EventStreamChannel, m_packets.PayloadHeader(facts, static_cast<std::uint32_t>(index + 1), resent),
+              buffer.image->imageData + at, std::min<std::uint64_t>(bytes, buffer.payload - at));
+}
+
+// The host asks for the packets from `first` up to `last`, which is excluded, and again for those that stay away.
+void SimStream::EmitResends(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t first, std::size_t last)
+{
+    if (!m_drawn.faults.resend || m_model.kind != TovCam::InterfaceKindGigEVision)
+        return;
+    for (std::uint8_t request = 1; request <= Requests; ++request) {
+        auto const isMissing = [this, request](std::uint8_t arrival) {
+            return arrival >= request;
+        };
+        auto const end = m_arrivals.begin() + static_cast<std::ptrdiff_t>(last);
+        auto from = m_arrivals.begin() + static_cast<std::ptrdiff_t>(first);
+        while ((from = std::find_if(from, end, isMissing)) != end) {
+            auto const to = std::find_if_not(from, end, isMissing);
+            auto const index = [this](auto place) {
+                return static_cast<std::size_t>(place - m_arrivals.begin());
+            };
+            EmitBytes(TovCam::EventControlChannel,
+                      m_packets.Resend(facts, static_cast<std::uint32_t>(index(from) + 1),
+                                       static_cast<std::uint32_t>(index(to))),
+                      nullptr, 0);
+            for (; from != to; ++from) {
+                if (*from == request)
+                    EmitPayload(buffer, facts, index(from), true);
+            }
+        }
+    }
 }
 
 void SimStream::EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size)
 {
     std::size_t const total = head.size() + size;
-    if (total > ScratchSize - ScratchTail)
-        return;
-    std::copy(head.begin(), head.end(), m_scratch.begin());
-    if (size > 0)
-        std::copy_n(body, size, m_scratch.begin() + static_cast<std::ptrdiff_t>(head.size()));
-    if (total < m_scratchUsed)
-        std::fill(m_scratch.begin() + static_cast<std::ptrdiff_t>(total),
-                  m_scratch.begin() + static_cast<std::ptrdiff_t>(m_scratchUsed), 0);
-    m_scratchUsed = total;
-    m_events.Emit(channel, m_scratch.data(), total);
+    if (m_events.IsWanted(channel))
+        m_events.Emit(channel, m_bytes.Lay(head.data(), head.size(), body, size, total), total);
 }

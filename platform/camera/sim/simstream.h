@@ -6,6 +6,7 @@
 #pragma once
 
 #include "devicebase.h"
+#include "packettap/packetframing.h"
 #include "simpackets.h"
 #include "simscene.h"
 
@@ -94,6 +95,8 @@ private:
     void Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestamp);
     bool LosePackets(SimBuffer &buffer, std::uint64_t id);
     void EmitFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp);
+    void EmitPayload(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t index, bool resent);
+    void EmitResends(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t first, std::size_t last);
     void EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size);
     void FlushFilled();
 
@@ -113,6 +116,7 @@ private:
     std::int64_t m_hostFrames = -1; // left to deliver, -1: endless
     bool m_quit = false, m_lost = false, m_tellLost = false;
     std::deque<SimPacket> m_control;
+    std::uint64_t m_missed = 0, m_toldMissed = 0; // control packets that found no place there
     SimFormat m_format;
     SimSettings m_settings;
     std::uint64_t m_change = 0;     // rises with m_format and m_settings
@@ -129,9 +133,10 @@ private:
     SimFormat m_drawnFormat;
     SimSettings m_drawn;
     std::uint64_t m_drawnChange = 0;
-    std::vector<std::uint8_t> m_packetLost; // of the present frame, one a packet
-    std::vector<std::uint8_t> m_scratch;    // a packet, and zeros behind it
-    std::size_t m_scratchUsed = 0;
+    // How the packets of the present frame came, empty where each came by itself: as the answer to which request, 0 for
+    // none, LostForGood for not at all.
+    std::vector<std::uint8_t> m_arrivals;
+    PacketBuffer m_bytes;
     std::minstd_rand m_random{2024};
 
     std::thread m_thread; // last: it uses everything above

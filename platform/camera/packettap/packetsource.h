@@ -1,0 +1,40 @@
+// Where the packets of a camera's channels are read from.
+#pragma once
+
+#include "packetframing.h"
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+
+struct UsbCamera;
+
+// One thread reads.
+class PacketSource
+{
+public:
+    using Sink = std::function<bool(TapPacket const &)>; // false: no more of them
+
+    virtual ~PacketSource() = default;
+    // Hands on what has come, and waits at most `patience` where nothing has. False when nothing will come any more.
+    virtual bool Read(Sink const &sink, std::chrono::milliseconds patience) = 0;
+    // Ends the present or the next wait. Any thread.
+    virtual void Wake() = 0;
+    // Packets that the system had no room for, since the source was opened.
+    virtual std::uint64_t GetMissed() = 0;
+    // Whether stream packets are of use to anybody; they are most of the traffic. Before each Read.
+    virtual void SetStreamWanted(bool wanted) = 0;
+};
+
+// Null with a status: TOV_CAM_ERR_GENICAM_ACCESS without the right to capture, TOV_CAM_ERR_NO_DEVICE where there is
+// nothing to capture from.
+std::unique_ptr<PacketSource> OpenGigECapture(std::string const &adapter, std::string const &camera,
+                                              std::int32_t *status);
+std::unique_ptr<PacketSource> OpenUsbCapture(UsbCamera const &camera, std::int32_t *status);
+
+// A capture in a file, pcap or pcapng, of either kind of camera: the first one that is heard in it. Null with
+// TOV_CAM_ERR_FILE_NOT_FOUND, or TOV_CAM_ERR_FILE_READ for anything else.
+std::unique_ptr<PacketSource> OpenCaptureFile(std::string const &path, std::int32_t *status);
+std::unique_ptr<PacketSource> OpenCaptureFile(std::FILE *file, std::int32_t *status); // takes it over
