@@ -2,6 +2,7 @@
 #include "tovscope.h"
 
 #include <QApplication>
+#include <QScreen>
 #include <QString>
 
 int main(int argc, char **argv)
@@ -18,6 +19,10 @@ int main(int argc, char **argv)
     QString const second = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString();
 
     TovScope window(nullptr, first == QLatin1String("rigtest"), second == QLatin1String("auto"));
+    // On a small screen the right and lower edges would be out of reach. A window that was restored fits already.
+    QSize const room = window.screen()->availableSize();
+    if (window.width() > room.width() || window.height() > room.height())
+        window.setWindowState(window.windowState() | Qt::WindowMaximized);
     window.show();
     return QApplication::exec();
 }
