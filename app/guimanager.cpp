@@ -10,6 +10,7 @@
 #include "logpanelimpl.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
+#include "report.h"
 #include "rigtestplugin.h"
 #include "session.h"
 #include "statisticspanel.h"
@@ -22,13 +23,17 @@
 #include <QAction>
 #include <QApplication>
 #include <QCursor>
+#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPointer>
 #include <QScreen>
 #include <QSettings>
+#include <QStandardPaths>
 
 #include <algorithm>
 #include <exception>
@@ -200,8 +205,9 @@ void GuiManager::ConnectAndRunAutoEvaluation()
 
 void GuiManager::loadConfiguration()
 {
-    QString const path = QFileDialog::getOpenFileName(nullptr, tr("Open camera configuration"), QString(),
-                                                      tr("Velmor camera configuration files (*.tcfg)"));
+    QString const path =
+        QFileDialog::getOpenFileName(nullptr, tr("Open camera configuration"), ConfigurationPlace(QString()),
+                                     tr("Velmor camera configuration files (*.tcfg)"));
     if (path.isEmpty())
         return;
     QApplication::setOverrideCursor(Qt::WaitCursor);
@@ -224,10 +230,24 @@ void GuiManager::OpenConfiguration(QString const &path)
         device->Release();
 }
 
+// Beside the last configuration; the first one among the user's documents, not where the program was started.
+QString GuiManager::ConfigurationPlace(QString const &fileName) const
+{
+    QString const folder = m_configurationFile.isEmpty()
+                               ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
+                               : QFileInfo(m_configurationFile).path();
+    // A new user has no documents yet; a dialog for a folder that is missing would open in the working directory.
+    return QDir(QFileInfo(folder).isDir() ? folder : QDir::homePath()).filePath(fileName);
+}
+
 bool GuiManager::AskConfigurationFile(QString const &title)
 {
-    QString const path =
-        QFileDialog::getSaveFileName(nullptr, title, QString(), tr("Velmor camera configuration files (*.tcfg)"));
+    // With the extension, for none is added.
+    QString const name = m_configurationFile.isEmpty()
+                             ? Report::SuggestedFileName(m_session->GetTitle()) + QStringLiteral(".tcfg")
+                             : QFileInfo(m_configurationFile).fileName();
+    QString const path = QFileDialog::getSaveFileName(nullptr, title, ConfigurationPlace(name),
+                                                      tr("Velmor camera configuration files (*.tcfg)"));
     if (!path.isEmpty())
         m_configurationFile = path;
     return !path.isEmpty();
@@ -344,6 +364,8 @@ bool GuiManager::CreatePanels()
     }
     if (!m_window->GetRigTest())
         MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
+    if (DisplayView *const display = CurrentDisplay())
+        display->setFocus(); // its keys work at once
     return true;
 }
 
@@ -611,6 +633,8 @@ void GuiManager::updateGui()
 
     // A session whose machine has not started yet has a state beyond the table: nothing may be used then.
     bool const known = state >= SessionStateDisconnected && state <= SessionStateCapturing;
+    QPointer<QWidget> const focus = MainWindow()->focusWidget(); // an editor may go meanwhile
+    bool const focused = focus && focus->isEnabled();
     auto const menus = MainWindow()->menuBar()->findChildren<QMenu *>();
     for (QMenu const *menu : menus) {
         auto const actions = menu->actions();
@@ -630,6 +654,9 @@ void GuiManager::updateGui()
         if (panel)
             panel->UpdateAll();
     }
+    // A button that has just been used up would give its keys to the next field, the folder's name.
+    if (DisplayView *const display = focused && focus && !focus->isEnabled() ? CurrentDisplay() : nullptr)
+        display->setFocus();
 
     QString title = m_window->GetRigTest() ? QStringLiteral("RigTest Auto - ") : QStringLiteral("TovScope - ");
     if (state == SessionStateDisconnected) {

@@ -95,6 +95,7 @@ private:
     void LoadState(PlayerPanel *panel);
     void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
     void OpenConfiguration(QString const &path);
+    QString ConfigurationPlace(QString const &fileName) const;
     bool AskConfigurationFile(QString const &title);
     template<typename Panel>
     void Remove(Panel *&panel);

@@ -2,6 +2,7 @@
 #include "tovscope.h"
 
 #include <QApplication>
+#include <QScreen>
 #include <QString>
 
 int main(int argc, char **argv)
@@ -17,7 +18,14 @@ int main(int argc, char **argv)
     QString const first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     QString const second = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString();
 
-    TovScope window(nullptr, first == QLatin1String("rigtest"), second == QLatin1String("auto"));
+    bool const rigTest = first == QLatin1String("rigtest");
+    bool const autoRun = second == QLatin1String("auto");
+    TovScope window(nullptr, rigTest, autoRun);
+    // On a small screen the right and lower edges would be out of the operator's reach. A restored window fits already.
+    QSize const room = window.screen()->availableSize();
+    bool const attended = !(rigTest && autoRun);
+    if (attended && (window.width() > room.width() || window.height() > room.height()))
+        window.setWindowState(window.windowState() | Qt::WindowMaximized);
     window.show();
     return QApplication::exec();
 }

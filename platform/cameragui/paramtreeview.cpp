@@ -199,15 +199,19 @@ void TovGenParamTreeView::TreeImpl::Connect()
         state.visibility = Visibility(std::clamp(index, int(Beginner), int(Guru)));
         Refilter();
     });
-    auto const shortcut = [this](QKeySequence const &keys, QWidget *where, auto action) {
+    auto const shortcut = [this](QKeySequence const &keys, QWidget *where, auto action,
+                                 Qt::ShortcutContext context = Qt::WidgetWithChildrenShortcut) {
         auto *const made = new QShortcut(keys, where);
-        made->setContext(Qt::WidgetWithChildrenShortcut);
+        made->setContext(context);
         connect(made, &QShortcut::activated, this, action);
     };
-    shortcut(QKeySequence::Find, widget, [this] {
-        search->setFocus(Qt::ShortcutFocusReason);
-        search->selectAll();
-    });
+    shortcut(
+        QKeySequence::Find, widget,
+        [this] {
+            search->setFocus(Qt::ShortcutFocusReason);
+            search->selectAll();
+        },
+        Qt::WindowShortcut); // from the picture and the other panels too
     shortcut(QKeySequence(Qt::Key_Escape), search, [this] {
         search->clear();
         view->setFocus(Qt::ShortcutFocusReason);

@@ -54,6 +54,16 @@ protected:
         painter.drawText(viewport()->rect(), Qt::AlignCenter, m_placeholder);
     }
 
+    // Up and down go from camera to camera, past the headings between them; Left reaches those, to fold them.
+    QModelIndex moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers) override
+    {
+        QModelIndex const next = QTreeView::moveCursor(action, modifiers);
+        if ((action != MoveUp && action != MoveDown) || next.parent().isValid() || !isExpanded(next))
+            return next;
+        QModelIndex const beyond = action == MoveUp ? indexAbove(next) : indexBelow(next);
+        return beyond.isValid() ? beyond : currentIndex();
+    }
+
 private:
     QString m_placeholder;
 };

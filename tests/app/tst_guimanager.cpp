@@ -392,14 +392,14 @@ TEST_F(Manager, TheCapturePanelBringsItsSettingsIntoTheirRanges)
 
 TEST_F(Manager, ConfigurationsAreSavedWhereTheOperatorSaid)
 {
-    char const filter[] = "|Velmor camera configuration files (*.tcfg)|";
+    std::string const filter = "|Velmor camera configuration files (*.tcfg)|";
     QTemporaryDir const folder;
     QString const first = folder.filePath(QStringLiteral("first.tcfg"));
     QString const second = folder.filePath(QStringLiteral("second"));
     QFile(first).open(QIODevice::WriteOnly);
     Bring(m_device, SessionStateIdle);
     m_device.script.TakeLog();
-    EXPECT_EQ(ChooseFile("SaveConfiguration", {}), std::string("Save camera configuration") + filter);
+    EXPECT_EQ(ChooseFile("SaveConfiguration", {}), "Save camera configuration" + filter + "benchScripted_0042.tcfg");
     EXPECT_EQ(m_device.script.TakeLog(), "");
     ChooseFile("SaveConfiguration", second);
     Action("SaveConfiguration")->trigger(); // asks no more
@@ -408,7 +408,7 @@ TEST_F(Manager, ConfigurationsAreSavedWhereTheOperatorSaid)
     EXPECT_EQ(Title(), QStringLiteral("TovScope -  bench [Scripted, SN:0042] { %1 }").arg(second).toStdString());
     EXPECT_EQ(ChooseFile("LoadConfiguration", first), std::string("Open camera configuration") + filter);
     EXPECT_EQ(m_device.script.TakeLog(), "LoadConfiguration " + first.toStdString());
-    EXPECT_EQ(ChooseFile("SaveConfigurationAs", second), std::string("Save camera configuration as...") + filter);
+    EXPECT_EQ(ChooseFile("SaveConfigurationAs", second), "Save camera configuration as..." + filter + "first.tcfg");
     EXPECT_EQ(m_device.script.TakeLog(), "SaveConfiguration " + second.toStdString());
 
     // A camera that goes while the question is open.

@@ -226,6 +226,11 @@ TEST_F(SelectorTest, ConnectsAFreeCameraOnlyAndKeepsItsColumns)
     m_mono.access = TovCam::DeviceInfo::AccessBusy;
     OpenWith({&m_mono}, {&m_bayer});
     EXPECT_EQ(Selected(), "Bayer 2"); // the first that is free
+    for (auto const &[key, camera] :
+         {std::pair{Qt::Key_Up, "Mono 1"}, {Qt::Key_Up, "Mono 1"}, {Qt::Key_Down, "Bayer 2"}}) {
+        QTest::keyClick(m_tree, key);
+        EXPECT_EQ(Selected(), camera) << "past the headings";
+    }
     Click(0, 0);
     EXPECT_EQ(Message(), "Mono 1 is in use, by this or another program");
     EXPECT_FALSE(CanConnect());
