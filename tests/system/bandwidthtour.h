@@ -11,7 +11,7 @@ class BandwidthTour : public PanelTour
 public:
     BandwidthTour(Robot &robot, Operator &hands) : PanelTour(robot, hands), m_robot(robot), m_hands(hands)
     {
-        CBWTesting::s_waits = {16, 20, 40, 600, 40, 20};
+        CBWTesting::s_waits = {16, 20, 40, 1000, 40, 20};
     }
     ~BandwidthTour()
     {
