@@ -1,6 +1,6 @@
 // Recording raw series of 12 MP frames: a scripted camera, the FIFO, the writer and the real serializer, against a
-// plain program that writes the same bytes under as many names. Files are removed as they come; the folder is
-// TOV_BENCH_FOLDER, or the one for temporary files.
+// plain program that writes the same bytes under as many names. A run's time ends when the file system has them. Of the
+// long runs the files are removed as they come; the folder is TOV_BENCH_FOLDER, or the one for temporary files.
 #include "fakecamera.h"
 #include "imagewriter.h"
 
@@ -9,7 +9,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -73,6 +72,13 @@ double seconds(Clock::time_point begin)
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
+void sync()
+{
+    int const directory = open(folder().c_str(), O_RDONLY | O_DIRECTORY);
+    syncfs(directory);
+    close(directory);
+}
+
 // Frames a second.
 double plainRun(int flags)
 {
@@ -80,35 +86,23 @@ double plainRun(int flags)
     if (posix_memalign(&memory, 4096, FrameSize) != 0)
         return 0;
     std::fill_n(static_cast<char *>(memory), FrameSize, 0);
-    std::atomic<std::uint64_t> written{0};
-    std::atomic<bool> failed{false};
+    bool failed = false;
     auto const begin = Clock::now();
-    double time = 0;
-    std::thread writer([&] {
-        for (std::uint64_t id = 1; id <= RunFrames && !failed; ++id) {
-            int const file = open(fileName(id).c_str(), O_CREAT | O_WRONLY | O_EXCL | flags, 0666);
-            std::size_t done = 0;
-            while (file >= 0 && done < FrameSize) {
-                ssize_t const count = write(file, static_cast<char *>(memory) + done, FrameSize - done);
-                if (count <= 0)
-                    break;
-                done += static_cast<std::size_t>(count);
-            }
-            if (file >= 0)
-                close(file);
-            failed = done < FrameSize;
-            written = id;
+    for (std::uint64_t id = 1; id <= RunFrames && !failed; ++id) {
+        int const file = open(fileName(id).c_str(), O_CREAT | O_WRONLY | O_EXCL | flags, 0666);
+        std::size_t done = 0;
+        while (file >= 0 && done < FrameSize) {
+            ssize_t const count = write(file, static_cast<char *>(memory) + done, FrameSize - done);
+            if (count <= 0)
+                break;
+            done += static_cast<std::size_t>(count);
         }
-        time = seconds(begin);
-    });
-    std::uint64_t removed = 0;
-    while (removed < RunFrames && !failed) {
-        if (removed < written)
-            removeOld(++removed);
-        else
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        if (file >= 0)
+            close(file);
+        failed = done < FrameSize;
     }
-    writer.join();
+    sync();
+    double const time = seconds(begin);
     std::free(memory);
     removeAll();
     return failed ? 0 : RunFrames / time;
@@ -152,7 +146,8 @@ Run record(std::uint64_t frames, double rate)
         bool const taken = device.stream.Push(frame);
         pushed += taken;
         run.refused += !taken;
-        removeOld(id > 16 ? id - 16 : 0); // what the FIFO may hold is not written yet
+        if (frames > RunFrames)
+            removeOld(id > 16 ? id - 16 : 0); // what the FIFO may hold is not written yet
     }
     device.stream.WaitUntilDrained();
     GrabbingFifo::Accounts accounts = fifo.GetAccounts();
@@ -160,6 +155,8 @@ Run record(std::uint64_t frames, double rate)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         accounts = fifo.GetAccounts();
     }
+    if (rate == 0)
+        sync();
     run.rate = static_cast<double>(frames) / seconds(begin);
     writer.StopWriting();
     run.saved = writer.GetLedger().saved;
