@@ -110,19 +110,8 @@ TEST_F(SimTest, TreeKnowsTheFeatures)
     auto const info = [this](char const *name) -> TovCam::FeatureInfo const & {
         return *m_nodes->GetFeature(FindFeature(m_nodes, name));
     };
-    TovCam::FeatureInfo const &exposure = info("ExposureTime");
-    EXPECT_EQ(exposure.unit, "us");
-    EXPECT_EQ(exposure.representation, TovCam::FeatureRepresentation::Logarithmic);
-    EXPECT_EQ(exposure.precision, 1);
-    EXPECT_TRUE(exposure.streamable);
-    EXPECT_FALSE(exposure.toolTip.empty() || exposure.description.empty());
     EXPECT_EQ(info("GevMACAddress").representation, TovCam::FeatureRepresentation::MAC);
-    EXPECT_EQ(info("TLParamsLocked").visibility, TovCam::FeatureVisibility::Guru);
     EXPECT_EQ(info("LineStatus").pollingTime, 500u); // its register's
-    EXPECT_EQ(info("PixelFormat").entries.front().toolTip, "Grey, 8 bits a sample.");
-    EXPECT_TRUE(named(info("AnalogControl").children, "Gain"));
-    EXPECT_TRUE(named(info("GainSelector").selected, "Gain"));
-
     struct
     {
         char const *feature, *dependent;
@@ -131,53 +120,12 @@ TEST_F(SimTest, TreeKnowsTheFeatures)
         {"GainSelector", "Gain", true},          // selected
         {"TLParamsLocked", "PixelFormat", true}, // locked
         {"OffsetX", "Width", true},              // a bound, through a formula
-        {"Width", "OffsetX", true},
         {"Width", "Gain", false},
         {"LUTIndex", "LUTValue", true},
-        {"BinningHorizontal", "WidthMax", true},
-        {"DeviceTemperatureSelector", "DeviceTemperature", true},
         {"ExposureTime", "ExposureTime", false},
     };
     for (auto const &c : cases)
         EXPECT_EQ(named(info(c.feature).dependents, c.dependent), c.depends) << c.feature << ' ' << c.dependent;
-}
-
-TEST_F(SimTest, LightShowsInThePicture)
-{
-    OpenModel();
-    auto const brightness = [this] {
-        double mean = -1;
-        RunningCamera(m_device, 2).ForFrames(1, [&mean](auto &buffer) { mean = MeanOf(buffer.GetImage()); });
-        return mean;
-    };
-    double const normal = brightness();
-    EXPECT_EQ(m_nodes->SetFloatValue("ExposureTime", 5000.0), 0);
-    EXPECT_NEAR(brightness(), normal / 2, 3);
-    EXPECT_EQ(m_nodes->SetFloatValue("Gain", 6.0), 0);
-    EXPECT_NEAR(brightness(), normal, 4);
-    EXPECT_EQ(m_nodes->ExecuteCommand("UserSetLoad"), 0);
-    EXPECT_NEAR(brightness(), normal, 1);
-}
-
-TEST_F(SimTest, NodesTellWhatTheyAllow)
-{
-    OpenModel();
-    EXPECT_EQ(m_nodes->SetIntegerValue("Width", 1000), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);      // between two steps
-    EXPECT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 10), TOV_CAM_ERR_GENICAM_ACCESS); // not available
-    EXPECT_EQ(m_nodes->SetBooleanValue("AcquisitionFrameRateEnable", true), 0);
-    EXPECT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 10), 0);
-    EXPECT_NEAR(m_nodes->GetFloatValue("ResultingFrameRate", nullptr), 10.0, 1e-6);
-    EXPECT_EQ(m_nodes->SetEnumValueStr("TestPattern", "ColorBar"),
-              TOV_CAM_ERR_GENICAM_ACCESS); // an entry of colour cameras
-    EXPECT_EQ(m_nodes->SetStringValue("DeviceUserID", std::string(65, 'x').c_str()), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
-    // A selector gives each of its features one value for each of its own.
-    EXPECT_EQ(m_nodes->SetFloatValue("TimerDelay", 7.0), 0);
-    EXPECT_EQ(m_nodes->SetEnumValueStr("TimerSelector", "Timer1"), 0);
-    EXPECT_EQ(m_nodes->GetFloatValue("TimerDelay", nullptr), 0.0);
-    // Region and binning keep within the sensor.
-    EXPECT_EQ(m_nodes->SetIntegerValue("BinningHorizontal", 2), 0);
-    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 1024);
-    EXPECT_EQ(m_nodes->SetIntegerValue("OffsetX", 8), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
 }
 
 TEST_F(SimTest, AcquisitionModesAndTriggersCountFrames)
@@ -303,9 +251,7 @@ TEST(SimDescriptions, AreUsedOrRefused)
         bool usable = false;
     } const cases[] = {
         {"plain", plain, true},
-        {"padded", plain + std::string(100, '\0'), true},
         {"empty", ""},
-        {"zeros", std::string(5000, '\0')},
         {"truncated", plain.substr(0, 190)},
         {"too large", Described("<!--" + std::string(9 << 20, 'x') + "-->")},
         {"deep elements", Described(Repeat(5000, [](int) { return "<Group>"; }))},
@@ -319,9 +265,8 @@ TEST(SimDescriptions, AreUsedOrRefused)
              "]><RegisterDescription><String Name=\"S\"><Value>&N20;</Value></String></RegisterDescription>"},
         {"circle", Described(Link("A", "B") + Link("B", "C<!-- -->C") + Link("CC", "A"))},
         {"circle through an address", Described(Link("A", "R") + Register("R", "<pAddress>A</pAddress>"))},
-        {"circle through a structure",
-         Described("<StructReg Comment=\"s\"><pAddress>R</pAddress><Length>4</Length><pPort>Device</pPort>"
-                   "<StructEntry Name=\"R\"><Bit>3</Bit></StructEntry></StructReg>")},
+        {"structure", Described("<StructReg Comment=\"s\"><pAddress>R</pAddress><Length>4</Length><pPort>Device</pPort>"
+                                "<StructEntry Name=\"R\"><Bit>3</Bit></StructEntry></StructReg>")},
         {"circle of categories", Described("<Category Name=\"Root\"><pFeature>C</pFeature></Category>"
                                            "<Category Name=\"C\"><pFeature>Root</pFeature></Category>")},
         {"long chain", Described(Repeat(50000, [](int i) { return Link(N(i), N(i + 1)); }))},
