@@ -143,8 +143,7 @@ private:
 struct SampleCamera
 {
     std::shared_ptr<FeatureCamera> camera = std::make_shared<FeatureCamera>();
-    FeatureCamera::Index image, transport, width, exposure, gain, mask, mac, address, selector, level, flag, name, run,
-        memory, counter;
+    FeatureCamera::Index image, transport, width, exposure, gain, mask, selector, flag, run, memory, counter;
 
     SampleCamera()
     {
@@ -182,24 +181,8 @@ struct SampleCamera
             state.value.text = "All";
         });
         gain = c.Add("Gain", Integer, image, number(FeatureRepresentation::Linear, 5, 0, 48, 1));
-        level = c.Add("BlackLevel", Float, image, [](FeatureInfo &info, FeatureState &state) {
-            info.visibility = FeatureVisibility::Expert;
-            info.representation = FeatureRepresentation::Linear;
-            info.unit = "dB";
-            state.value.real = 0.5;
-            state.realIncrement = 0.25;
-            state.realMaximum = 4.0;
-        });
         flag = c.Add("ReverseX", Boolean, image);
-        name = c.Add("DeviceUserID", String, image, [](FeatureInfo &, FeatureState &state) {
-            state.value.text = "left";
-            state.length = 8;
-        });
         run = c.Add("TriggerSoftware", Command, image);
-        mac = c.Add("GevMACAddress", Integer, transport,
-                    number(FeatureRepresentation::MAC, 0x001A2B3C4D5E, 0, 0xFFFFFFFFFFFF, 1));
-        address = c.Add("GevPersistentIPAddress", Integer, transport,
-                        number(FeatureRepresentation::IPV4, 0xC0A8000A, 0, 0xFFFFFFFF, 1));
         mask = c.Add("EventMask", Integer, transport, number(FeatureRepresentation::HexNumber, 0x1F, 0, 0xFFFF, 1));
         memory = c.Add("FileAccessBuffer", Register, transport, [](FeatureInfo &info, FeatureState &state) {
             info.visibility = FeatureVisibility::Guru;

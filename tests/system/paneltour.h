@@ -17,12 +17,11 @@
 #include <optional>
 #include <string>
 
-class PanelTour
+class PanelTour : public Tour
 {
 public:
-    PanelTour(Robot &robot, Operator &hands) : m_robot(robot), m_hands(hands)
-    {
-    }
+    using Tour::Find;
+    using Tour::Tour;
 
     QDockWidget *Dock(char const *name) const
     {
@@ -30,7 +29,7 @@ public:
     }
     TovCam::ParamArray *Features() const
     {
-        return m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
+        return m_hands.Features();
     }
     // The index of a feature; nothing when the camera lacks it.
     std::optional<std::uint32_t> Find(std::string const &name) const
@@ -208,8 +207,4 @@ public:
             [] { return QApplication::activeModalWidget()->findChild<QWidget *>(QStringLiteral("buttonClose")); }));
         m_robot.WaitFor("the report to close", [] { return !QApplication::activeModalWidget(); });
     }
-
-private:
-    Robot &m_robot;
-    Operator &m_hands;
 };

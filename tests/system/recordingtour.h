@@ -5,8 +5,6 @@
 
 #include "imagewriter.h"
 
-#include "tovcamera.h"
-
 #include <QDir>
 #include <QLineEdit>
 #include <QRegularExpression>
@@ -15,12 +13,11 @@
 #include <functional>
 #include <string>
 
-class RecordingTour
+class RecordingTour : public Tour
 {
 public:
     RecordingTour(Robot &robot, Operator &hands, char const *camera, QString const &folder)
-        : m_robot(robot),
-          m_hands(hands),
+        : Tour(robot, hands),
           m_camera(camera),
           m_top(folder)
     {
@@ -31,7 +28,7 @@ public:
     {
         m_hands.Connect(m_robot, m_camera);
         m_frameBytes = m_robot.Gui([this] {
-            auto *const features = m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
+            auto *const features = m_hands.Features();
             features->SetIntegerValue("Width", 256);
             features->SetIntegerValue("Height", 128);
             return features->GetIntegerValue("PayloadSize", nullptr);
@@ -158,8 +155,7 @@ public:
         TypeFolder("lost");
         Start();
         lose();
-        EXPECT_EQ(m_robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        m_robot.WaitFor("the disconnected picture", [this] { return m_hands.CurrentSession() == nullptr; });
+        m_hands.AnswerLoss(m_robot);
         FilesAreWhole();
         restore();
         Connect();
@@ -178,14 +174,6 @@ public:
     }
 
 private:
-    template<typename W>
-    W *Find(char const *name) const
-    {
-        W *const found = m_hands.Window()->findChild<W *>(QString::fromLatin1(name));
-        if (!found)
-            throw std::runtime_error(std::string("no ") + name);
-        return found;
-    }
     bool IsEnabled(char const *button) const
     {
         return Find<QToolButton>(button)->isEnabled();
@@ -214,8 +202,6 @@ private:
             QStringLiteral("capture-%1-%2").arg(QString::fromLatin1(m_camera), QString::fromLatin1(state)));
     }
 
-    Robot &m_robot;
-    Operator &m_hands;
     char const *m_camera;
     QString m_top;
     QString m_folder;
