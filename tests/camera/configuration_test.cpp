@@ -1,8 +1,6 @@
 // Configuration files of a simulated camera: what each kind of file and place does to the camera and to the old file.
 #include "contract.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

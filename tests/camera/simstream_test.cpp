@@ -7,11 +7,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-void CountPacket(void const *, unsigned long, void *user)
-{
-    ++*static_cast<std::atomic<int> *>(user);
-}
-
 SimModel const s_model{"T", "T", "1",     "", "", TovCam::InterfaceKindGigEVision, 64, 64, false, 0x01080001,
                        2,   0,   1000000, 1,  1.0};
 
@@ -41,7 +36,10 @@ protected:
 TEST_F(SimStreamTest, StartsAndStopsRaceWithFrames)
 {
     std::atomic<int> packets{0};
-    ASSERT_EQ(m_hub.Register(TovCam::EventStreamChannel, CountPacket, &packets), 0);
+    ASSERT_EQ(m_hub.Register(
+                  TovCam::EventStreamChannel, [](auto, auto, void *user) { ++*static_cast<std::atomic<int> *>(user); },
+                  &packets),
+              0);
     for (int i = 0; i < 60; ++i) {
         ASSERT_NO_FATAL_FAILURE(Start(-1));
         std::thread taker([this] {

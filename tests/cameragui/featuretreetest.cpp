@@ -72,7 +72,6 @@ protected:
     }
     ~FeatureTreeTest() override
     {
-        m_camera.delay = 0;
         m_camera.Hold(false);
     }
     void Fill()

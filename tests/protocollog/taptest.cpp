@@ -280,7 +280,6 @@ TEST_F(FloodTest, NoPacketIsLostUncounted)
     expectAll(Sent);
     EXPECT_EQ(missed, 0u) << "at " << Sent / took.count() << " packets a second";
     EXPECT_EQ(log->model.log().size(), static_cast<int>(Sent));
-    RecordProperty("packets_per_second", static_cast<int>(Sent / took.count()));
     log->model.clear();
 
     // A subscriber that stands still longer than the ring lasts.

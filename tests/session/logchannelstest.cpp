@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <set>
-#include <string>
 #include <thread>
 
 namespace {

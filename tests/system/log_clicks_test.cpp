@@ -15,7 +15,7 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
     QTemporaryDir const folder;
     Operator::Run([&](Robot &robot, Operator &hands) {
         LogTour tour(robot, hands);
-        tour.ConnectSimulated(GetParam());
+        tour.Connect(GetParam());
         tour.Screenshot("off");
 
         // Boxes cannot be pressed before logging is on; then in any order.
@@ -82,7 +82,7 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         hands.LoseCamera(robot);
         hands.AnswerLoss(robot);
         for (int round = 0; round < 2; ++round) {
-            tour.ConnectSimulated(GetParam());
+            tour.Connect(GetParam());
             tour.ExpectTraffic(none);
             tour.Press("groupLogging");
             tour.Press("chkStream");

@@ -17,13 +17,8 @@ class LogTour : public Tour
 {
 public:
     using Tour::Tour;
+    // With small frames, and events where the camera has them.
     void Connect(char const *camera)
-    {
-        m_hands.Connect(m_robot, camera);
-        Play();
-    }
-    // With small frames, and events.
-    void ConnectSimulated(char const *camera)
     {
         m_hands.Connect(m_robot, camera);
         m_robot.Gui([this] {

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 namespace {
 
 class PanelsOfEachCamera : public testing::TestWithParam<int>

@@ -62,23 +62,19 @@ public:
         if (leave)
             m_robot.Key("Return");
     }
-    // `how` starts the recording.
-    void Start(std::function<void()> const &how, int frames = 5)
+    // `how` starts the recording, or else the button.
+    void Start(std::function<void()> const &how = {})
     {
-        how();
+        how ? how() : Press("btnRecord");
         m_robot.WaitFor("the recording", [this] { return m_hands.State() == SessionStateCapturing; });
-        m_robot.WaitFor("some files", [=, this] { return Files().size() >= frames; });
+        m_robot.WaitFor("some files", [this] { return Files().size() >= 5; });
         EXPECT_TRUE(m_robot.Gui([this] { return Find<QToolButton>("btnRecord")->isChecked(); }));
         EXPECT_EQ(Buttons(), "btnRecord ");
     }
-    void Start()
-    {
-        Start([this] { Press("btnRecord"); });
-    }
     // `how` stops it, or it stops by itself; then the counters and the files are looked at.
-    void End(std::function<void()> const &how, QString const &name)
+    void End(std::function<void()> const &how = {}, QString const &name = QStringLiteral("shot_\\d{8}\\.raw"))
     {
-        how();
+        how ? how() : Press("btnRecord");
         m_robot.WaitFor("the end of the recording", [this] { return m_hands.State() == SessionStateAcquisition; });
         m_robot.Gui([&] {
             RecordingLedger const &ledger =
@@ -94,10 +90,6 @@ public:
         });
         EXPECT_EQ(Buttons(), "btnSnap btnRecord ");
         FilesAreWhole(name);
-    }
-    void End(QString const &name)
-    {
-        End([this] { Press("btnRecord"); }, name);
     }
     // Nothing but frames, each of them whole, under names of that pattern.
     void FilesAreWhole(QString const &name = QStringLiteral("shot_\\d{8}\\.raw"))
@@ -119,18 +111,18 @@ public:
         Type("edFileName", QStringLiteral("shot_${image.id}"));
         Start();
         Screenshot("recording");
-        End(QStringLiteral("shot_\\d{8}\\.raw"));
+        End();
         Screenshot("recorded");
 
         // What was typed counts without Enter, for the panel's buttons and for the window's actions.
         TypeFolder("snap", false);
         m_robot.Key("ctrl+shift+r");
         m_robot.WaitFor("one file", [this] { return Files().size() == 1; });
-        End([] {}, QStringLiteral("shot_\\d{8}\\.raw"));
+        End([] {});
         EXPECT_EQ(m_robot.Gui([this] { return Shown("edFramesSaved") + Shown("edFramesAcquired"); }), 2);
         TypeFolder("menu", false);
         Start([this] { m_robot.ClickMenu(m_hands.Window(), "actionRecord"); });
-        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); }, QStringLiteral("shot_\\d{8}\\.raw"));
+        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); });
 
         TypeFolder("template", false);
         Press("btnFileName");
@@ -161,7 +153,7 @@ public:
         Connect();
         TypeFolder("found again");
         Start();
-        End(QStringLiteral("shot_\\d{8}\\.raw"));
+        End();
     }
 
     // To be followed by FilesAreWhole once the window has gone.
