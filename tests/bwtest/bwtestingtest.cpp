@@ -247,24 +247,6 @@ TEST_F(BandwidthTest, EachSearchSetsTheValuesOfItsBisection)
     }
 }
 
-TEST_F(BandwidthTest, ACameraThatCannotBeTestedIsRefusedWithTheReason)
-{
-    auto &ints = m_device.params.ints;
-    std::pair<std::function<void()>, char const *> const table[] = {
-        {[&] { ints.erase("FamilyID"); }, "Device is not compatible. Test is impossible."},
-        {[&] { ints["FamilyID"].value = 3; }, "Incorrect FamilyID 3. Device is not compatible. Test is impossible."},
-        {[&] { ints["FamilyID"].value = 1; }, "Unknown parameter. Device is not compatible. Test is impossible."},
-        {[&] { ints["FamilyID"].value = 2, ints["PixelClock"].error = -40202; },
-         "Get PixelClock error -40202. Test is impossible."},
-    };
-    MakeCamera(2, "PixelClock", 10, 10, 12);
-    for (auto const &[prepare, reason] : table) {
-        prepare();
-        EXPECT_EQ(Run(), "");
-        EXPECT_EQ(m_log, std::string("Initialization...\nGood stop wait 1 ms\n") + reason);
-    }
-}
-
 // At any moment of it, the first ones before the dialog's own event loop runs.
 class AnInterruptedTest : public BandwidthTest, public testing::WithParamInterface<char const *>
 {
@@ -325,15 +307,6 @@ TEST_F(BandwidthTest, AValueThatCannotBeRestoredAndAStartThatFailsWaitForTheOper
     EXPECT_THAT(m_log, HasSubstr("\n\nTimeout start wait\nStart waiting..."));
     EXPECT_THAT(m_log, HasSubstr("PixelClock error\nGood stop wait 1 ms\nTest is stopped"));
     EXPECT_THAT(m_told, HasSubstr("Can not start the Acquisition"));
-
-    m_device.script.Fail("PixelClock", 0);
-    m_device.script.Fail("AcquisitionStart", 0);
-    m_frames = Between(0, 12);
-    m_onBox = [this] { // the last question
-        m_device.LoseConnection();
-    };
-    Run();
-    EXPECT_EQ(Current(), nullptr);
 }
 
 } // namespace

@@ -2,12 +2,8 @@
 #include "contract.h"
 #include "fakegige.h"
 
-#include <arv.h>
-
 #include <atomic>
 #include <cstdlib>
-#include <ctime>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <thread>
@@ -73,10 +69,6 @@ TEST_F(AravisTest, ListsTheCameraAndWhoHasIt)
     EXPECT_STREQ(info->GetSerialNumber(), FakeGigECamera::Serial);
     EXPECT_STREQ(info->GetAddress(), "127.0.0.1");
     EXPECT_EQ(FindCamera(m_system), info);
-    TovCam::ParamArray *const adapter = interface->GetInterfaceParameters(nullptr);
-    ASSERT_NE(adapter, nullptr);
-    EXPECT_STREQ(adapter->GetString("InterfaceDisplayName", nullptr)->GetValue(nullptr), "lo");
-    EXPECT_NE(adapter->GetInt("GevInterfaceMACAddress", nullptr), nullptr);
     std::string const host = info->GetHostInformation();
     for (char const *line :
          {"\nAdapter:        lo\n", "\nMTU:            65536 bytes\n", "\nHost address:   127.0.0.1\n"})
@@ -96,8 +88,6 @@ TEST_F(AravisTest, ListsTheCameraAndWhoHasIt)
     ASSERT_TRUE(listed(0));
     EXPECT_EQ(TovCam_CreateDevice(info, 2, &error), nullptr);
     EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
-    EXPECT_EQ(m_system->FindDeviceByAddress("not.an.address", &error), nullptr);
-    EXPECT_NE(error, 0);
 }
 
 TEST_F(AravisTest, ReportsALostCameraAndConnectsAgain)
@@ -157,31 +147,6 @@ TEST_F(AravisTest, ReleaseDoesNotWaitForASlowAccess)
     EXPECT_NE(slow.get(), 0);
     StartCamera(); // back, while the old connection is still being buried
     EXPECT_GT(m_nodes->GetIntegerValue("Width", nullptr), 0);
-}
-
-TEST_F(AravisTest, GivesThePictureAndTicksOfTheCamerasClock)
-{
-    // The fake camera's description, with a clock of 125 MHz added; its timestamps are the time of day all the same.
-    ArvDevice *const donor = arv_fake_device_new("donor", nullptr);
-    size_t size = 0;
-    char const *const text = arv_device_get_genicam_xml(donor, &size);
-    std::string xml(text, size);
-    g_object_unref(donor);
-    xml.insert(xml.rfind("</RegisterDescription>"),
-               "<Integer Name=\"GevTimestampTickFrequency\"><Value>125000000</Value></Integer>");
-    std::string const path = testing::TempDir() + "/aravis_clock_" + std::to_string(getpid()) + ".xml";
-    std::ofstream(path) << xml;
-    StartCamera({"-g", path});
-    ASSERT_EQ(m_nodes->GetIntegerValue("GevTimestampTickFrequency", nullptr), 125000000);
-    RunningCamera(m_device).ForFrames(1, [](TovCam::Buffer &buffer) {
-        EXPECT_NEAR(static_cast<double>(buffer.GetTimestamp()) / 125e6, static_cast<double>(std::time(nullptr)), 600.0);
-        // The picture is a ramp, so neighbours differ somewhere and lines are shifted copies of each other.
-        std::uint8_t const *const pixels = buffer.GetImage()->imageData;
-        EXPECT_EQ(pixels[512], pixels[1]);
-        EXPECT_EQ(pixels[511 * 512 + 10], pixels[510 * 512 + 11]);
-        EXPECT_NE(pixels[0], pixels[100]);
-    });
-    std::remove(path.c_str());
 }
 
 // A camera of ours that says of its registers what a test wants: the first kilobytes, and no more.
@@ -302,11 +267,8 @@ TEST_F(AravisTest, LoadsNoDescriptionFromWhereNoneBelongs)
     } const cases[] = {
         {"none", "", ""},
         {"a file of the host", "file:///dev/zero.xml", ""},
-        {"another server", "http://127.0.0.1/a.xml", ""},
-        {"no numbers", "Local:a.xml", ""},
         {"4 GB", "Local:a.xml;1000;ffffffff", ""},
         {"behind the address space", "Local:a.xml;fffffff0;100", ""},
-        {"no archive", "Local:a.zip;1000;100", ""},
         {"a description", local("a.xml", xml), xml, Used},
         {"a circle", local("a.xml", circle), circle, Loaded},
         {"no description", local("a.xml", end), end, Loaded},

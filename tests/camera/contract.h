@@ -1,13 +1,12 @@
 // What holds for every camera, whoever makes it. A backend's tests instantiate CameraContract with cameras of theirs.
 #pragma once
 
-#include "tovcamera.h"
+#include "settings.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -19,11 +18,6 @@ bool Eventually(std::function<bool()> const &condition);
 
 // The index of a feature in the tree; a failure, and 0, where there is none.
 std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name);
-
-// Every setting of a camera by its name, once for each entry of its selector, as text.
-std::map<std::string, std::string> Settings(TovCam::ParamArray *nodes);
-// Makes each of them another one.
-void ChangeSettings(TovCam::ParamArray *nodes);
 
 // Counts what is told about a lost camera.
 struct LossCounter

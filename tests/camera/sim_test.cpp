@@ -1,5 +1,6 @@
 // The simulated cameras: the contract over each of them, their formats, their faults, and descriptions that are wrong.
 #include "contract.h"
+#include "simcamera.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,18 +8,6 @@
 #include <vector>
 
 namespace {
-
-TovCam::DeviceInfo *FindModel(TovCam::System *system, std::string const &model)
-{
-    TovCam::ObjectList *const list = system->GetInterfaceList(255);
-    for (TovCam::Interface *i = list->GetFirst(); i; i = list->GetNext()) {
-        for (std::uint32_t k = 0; k < i->GetDeviceCount(); ++k) {
-            if (i->GetDeviceInfoByIndex(k)->GetModelName() == model)
-                return i->GetDeviceInfoByIndex(k);
-        }
-    }
-    return nullptr;
-}
 
 double MeanOf(_TovImage const *image, std::uint32_t channel = 0)
 {
@@ -40,7 +29,7 @@ class SimTest : public CameraTest
 protected:
     void OpenModel(char const *model = "VG-2048M")
     {
-        ASSERT_NO_FATAL_FAILURE(Open(FindModel(m_system, model)));
+        ASSERT_NO_FATAL_FAILURE(Open(FindSimulated(m_system, model)));
     }
     // A small picture at some hundred frames a second.
     void OpenFast(char const *model = "VG-2048M")
@@ -54,7 +43,7 @@ protected:
 
 ContractCamera SimCamera(char const *name, char const *model)
 {
-    return {name, std::bind(FindModel, std::placeholders::_1, model)};
+    return {name, std::bind(FindSimulated, std::placeholders::_1, model)};
 }
 
 INSTANTIATE_TEST_SUITE_P(Sim, CameraContract,
@@ -100,110 +89,21 @@ TEST_P(SimModels, EveryFormatShowsTheSameScene)
     EXPECT_GE(formats, 7);
 }
 
-// What the tree tells of single features, as the description has it or as it follows from it.
-TEST_F(SimTest, TreeKnowsTheFeatures)
-{
-    OpenModel();
-    auto const named = [this](std::vector<std::uint32_t> const &features, char const *name) {
-        return std::find(features.begin(), features.end(), FindFeature(m_nodes, name)) != features.end();
-    };
-    auto const info = [this](char const *name) -> TovCam::FeatureInfo const & {
-        return *m_nodes->GetFeature(FindFeature(m_nodes, name));
-    };
-    TovCam::FeatureInfo const &exposure = info("ExposureTime");
-    EXPECT_EQ(exposure.unit, "us");
-    EXPECT_EQ(exposure.representation, TovCam::FeatureRepresentation::Logarithmic);
-    EXPECT_EQ(exposure.precision, 1);
-    EXPECT_TRUE(exposure.streamable);
-    EXPECT_FALSE(exposure.toolTip.empty() || exposure.description.empty());
-    EXPECT_EQ(info("GevMACAddress").representation, TovCam::FeatureRepresentation::MAC);
-    EXPECT_EQ(info("TLParamsLocked").visibility, TovCam::FeatureVisibility::Guru);
-    EXPECT_EQ(info("LineStatus").pollingTime, 500u); // its register's
-    EXPECT_EQ(info("PixelFormat").entries.front().toolTip, "Grey, 8 bits a sample.");
-    EXPECT_TRUE(named(info("AnalogControl").children, "Gain"));
-    EXPECT_TRUE(named(info("GainSelector").selected, "Gain"));
-
-    struct
-    {
-        char const *feature, *dependent;
-        bool depends;
-    } const cases[] = {
-        {"GainSelector", "Gain", true},          // selected
-        {"TLParamsLocked", "PixelFormat", true}, // locked
-        {"OffsetX", "Width", true},              // a bound, through a formula
-        {"Width", "OffsetX", true},
-        {"Width", "Gain", false},
-        {"LUTIndex", "LUTValue", true},
-        {"BinningHorizontal", "WidthMax", true},
-        {"DeviceTemperatureSelector", "DeviceTemperature", true},
-        {"ExposureTime", "ExposureTime", false},
-    };
-    for (auto const &c : cases)
-        EXPECT_EQ(named(info(c.feature).dependents, c.dependent), c.depends) << c.feature << ' ' << c.dependent;
-}
-
-TEST_F(SimTest, LightShowsInThePicture)
-{
-    OpenModel();
-    auto const brightness = [this] {
-        double mean = -1;
-        RunningCamera(m_device, 2).ForFrames(1, [&mean](auto &buffer) { mean = MeanOf(buffer.GetImage()); });
-        return mean;
-    };
-    double const normal = brightness();
-    EXPECT_EQ(m_nodes->SetFloatValue("ExposureTime", 5000.0), 0);
-    EXPECT_NEAR(brightness(), normal / 2, 3);
-    EXPECT_EQ(m_nodes->SetFloatValue("Gain", 6.0), 0);
-    EXPECT_NEAR(brightness(), normal, 4);
-    EXPECT_EQ(m_nodes->ExecuteCommand("UserSetLoad"), 0);
-    EXPECT_NEAR(brightness(), normal, 1);
-}
-
-TEST_F(SimTest, NodesTellWhatTheyAllow)
-{
-    OpenModel();
-    EXPECT_EQ(m_nodes->SetIntegerValue("Width", 1000), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);      // between two steps
-    EXPECT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 10), TOV_CAM_ERR_GENICAM_ACCESS); // not available
-    EXPECT_EQ(m_nodes->SetBooleanValue("AcquisitionFrameRateEnable", true), 0);
-    EXPECT_EQ(m_nodes->SetFloatValue("AcquisitionFrameRate", 10), 0);
-    EXPECT_NEAR(m_nodes->GetFloatValue("ResultingFrameRate", nullptr), 10.0, 1e-6);
-    EXPECT_EQ(m_nodes->SetEnumValueStr("TestPattern", "ColorBar"),
-              TOV_CAM_ERR_GENICAM_ACCESS); // an entry of colour cameras
-    EXPECT_EQ(m_nodes->SetStringValue("DeviceUserID", std::string(65, 'x').c_str()), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
-    // A selector gives each of its features one value for each of its own.
-    EXPECT_EQ(m_nodes->SetFloatValue("TimerDelay", 7.0), 0);
-    EXPECT_EQ(m_nodes->SetEnumValueStr("TimerSelector", "Timer1"), 0);
-    EXPECT_EQ(m_nodes->GetFloatValue("TimerDelay", nullptr), 0.0);
-    // Region and binning keep within the sensor.
-    EXPECT_EQ(m_nodes->SetIntegerValue("BinningHorizontal", 2), 0);
-    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 1024);
-    EXPECT_EQ(m_nodes->SetIntegerValue("OffsetX", 8), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
-}
-
 TEST_F(SimTest, AcquisitionModesAndTriggersCountFrames)
 {
     OpenFast();
-    struct
-    {
-        char const *mode;
-        int frames;
-        bool triggered;
-    } const cases[] = {{"SingleFrame", 1, false}, {"MultiFrame", 7, false}, {"Continuous", 1, true}};
-    EXPECT_EQ(m_nodes->ExecuteCommand("TriggerSoftware"), TOV_CAM_ERR_GENICAM_ACCESS);
-    for (auto const &c : cases) {
-        SCOPED_TRACE(c.mode);
-        EXPECT_EQ(m_nodes->SetEnumValueStr("AcquisitionMode", c.mode), 0);
-        if (c.frames == 7) {
-            EXPECT_EQ(m_nodes->SetIntegerValue("AcquisitionFrameCount", 7), 0);
-        }
-        EXPECT_EQ(m_nodes->SetEnumValueStr("TriggerMode", c.triggered ? "On" : "Off"), 0);
+    for (auto const &[mode, frames] : {std::pair("SingleFrame", 1), {"MultiFrame", 7}, {"Continuous", 0}}) {
+        SCOPED_TRACE(mode);
+        EXPECT_EQ(m_nodes->SetEnumValueStr("AcquisitionMode", mode), 0);
+        m_nodes->SetIntegerValue("AcquisitionFrameCount", 7); // where there is one
+        EXPECT_EQ(m_nodes->SetEnumValueStr("TriggerMode", frames == 0 ? "On" : "Off"), 0);
         RunningCamera camera(m_device);
-        if (c.triggered) {
-            EXPECT_EQ(m_stream->GetBuffer(100, nullptr), nullptr);
-            EXPECT_EQ(m_nodes->ExecuteCommand("TriggerSoftware"), 0);
-        }
-        camera.ForFrames(c.frames, [](auto &) {});
+        camera.ForFrames(frames, [](auto &) {});
         EXPECT_EQ(m_stream->GetBuffer(200, nullptr), nullptr);
+        if (frames == 0) {
+            EXPECT_EQ(m_nodes->ExecuteCommand("TriggerSoftware"), 0);
+            camera.ForFrames(1, [](auto &) {});
+        }
     }
 }
 
@@ -272,16 +172,6 @@ std::string Integer(std::string const &name, std::string const &content)
     return "<Integer Name=\"" + name + "\">" + content + "</Integer>";
 }
 
-std::string Link(std::string const &name, std::string const &to)
-{
-    return Integer(name, "<pValue>" + to + "</pValue>");
-}
-
-std::string Register(std::string const &name, std::string const &place)
-{
-    return "<IntReg Name=\"" + name + "\">" + place + "<Length>4</Length><pPort>Device</pPort></IntReg>";
-}
-
 std::string Knife(std::string const &name, std::string const &x, std::string const &formula)
 {
     return "<IntSwissKnife Name=\"" + name + "\"><pVariable Name=\"X\">" + x + "</pVariable><pVariable Name=\"Y\">" +
@@ -303,9 +193,7 @@ TEST(SimDescriptions, AreUsedOrRefused)
         bool usable = false;
     } const cases[] = {
         {"plain", plain, true},
-        {"padded", plain + std::string(100, '\0'), true},
         {"empty", ""},
-        {"zeros", std::string(5000, '\0')},
         {"truncated", plain.substr(0, 190)},
         {"too large", Described("<!--" + std::string(9 << 20, 'x') + "-->")},
         {"deep elements", Described(Repeat(5000, [](int) { return "<Group>"; }))},
@@ -317,14 +205,17 @@ TEST(SimDescriptions, AreUsedOrRefused)
                         return "<!ENTITY " + N(i + 1) + " \"" + last + last + last + "\">";
                     }) +
              "]><RegisterDescription><String Name=\"S\"><Value>&N20;</Value></String></RegisterDescription>"},
-        {"circle", Described(Link("A", "B") + Link("B", "C<!-- -->C") + Link("CC", "A"))},
-        {"circle through an address", Described(Link("A", "R") + Register("R", "<pAddress>A</pAddress>"))},
-        {"circle through a structure",
-         Described("<StructReg Comment=\"s\"><pAddress>R</pAddress><Length>4</Length><pPort>Device</pPort>"
-                   "<StructEntry Name=\"R\"><Bit>3</Bit></StructEntry></StructReg>")},
+        {"circle", Described(Integer("A", "<pValue>B</pValue>") + Integer("B", "<pValue>C<!-- -->C</pValue>") +
+                             Integer("CC", "<pValue>A</pValue>"))},
+        {"circle through an address",
+         Described(Integer("A", "<pValue>R</pValue>") +
+                   R"(<IntReg Name="R"><pAddress>A</pAddress><Length>4</Length><pPort>Device</pPort></IntReg>)")},
+        {"structure", Described("<StructReg Comment=\"s\"><pAddress>R</pAddress><Length>4</Length><pPort>Device</pPort>"
+                                "<StructEntry Name=\"R\"><Bit>3</Bit></StructEntry></StructReg>")},
         {"circle of categories", Described("<Category Name=\"Root\"><pFeature>C</pFeature></Category>"
                                            "<Category Name=\"C\"><pFeature>Root</pFeature></Category>")},
-        {"long chain", Described(Repeat(50000, [](int i) { return Link(N(i), N(i + 1)); }))},
+        {"long chain",
+         Described(Repeat(50000, [](int i) { return Integer(N(i), "<pValue>" + N(i + 1) + "</pValue>"); }))},
         {"avalanche", Described(Repeat(60, [](int i) { return Knife(N(i), N(i + 1), "X+Y"); }))},
         // What real cameras do, and what only looks like a circle.
         {"mutual bounds",
@@ -338,7 +229,7 @@ TEST(SimDescriptions, AreUsedOrRefused)
         SCOPED_TRACE(c.name);
         std::ofstream(path, std::ios::binary) << c.xml;
         TovCam::System *const system = TovCam_GetSystem();
-        TovCam::Device *const device = TovCam_CreateDevice(FindModel(system, "VG-XML"), 2, nullptr);
+        TovCam::Device *const device = TovCam_CreateDevice(FindSimulated(system, "VG-XML"), 2, nullptr);
         ASSERT_NE(device, nullptr);
         std::int32_t error = 1;
         TovCam::ParamArray *const nodes = device->GetCameraParameters(&error);

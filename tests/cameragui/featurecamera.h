@@ -1,5 +1,5 @@
 // The node map of a camera for the feature tree, made by the test: features in categories, values that the test sets,
-// accesses that take as long as it says, and a log of them.
+// accesses that it holds up, and a log of them.
 //
 // Any thread; the features are made before the first access.
 #pragma once
@@ -8,12 +8,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -74,7 +72,6 @@ public:
 
     std::function<void(Index)> onWrite; // under the lock; may change states by Unlocked
     std::atomic<std::int32_t> readStatus{0}, writeStatus{0};
-    std::atomic<int> delay{0}; // milliseconds an access takes
     std::atomic<int> running{0}, reads{0};
     std::atomic<bool> commandDone{true};
 
@@ -127,8 +124,6 @@ private:
     {
         ++running;
         m_held.wait(true);
-        if (delay > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(delay));
         --running;
     }
 
@@ -143,8 +138,7 @@ private:
 struct SampleCamera
 {
     std::shared_ptr<FeatureCamera> camera = std::make_shared<FeatureCamera>();
-    FeatureCamera::Index image, transport, width, exposure, gain, mask, mac, address, selector, level, flag, name, run,
-        memory, counter;
+    FeatureCamera::Index image, transport, width, exposure, gain, mask, selector, flag, run, memory, counter;
 
     SampleCamera()
     {
@@ -164,14 +158,9 @@ struct SampleCamera
         image = c.Add("ImageFormatControl", Category, 0);
         transport = c.Add("TransportLayerControl", Category, 0);
         width = c.Add("Width", Integer, image, number(FeatureRepresentation::PureNumber, 640, 16, 2048, 16));
-        exposure = c.Add("ExposureTime", Float, image, [](FeatureInfo &info, FeatureState &state) {
+        exposure = c.Add("ExposureTime", Float, image, [](FeatureInfo &info, FeatureState &) {
             info.displayName = "Exposure Time";
             info.description = "How long the sensor collects light.";
-            info.representation = FeatureRepresentation::Logarithmic;
-            info.unit = "us";
-            state.value.real = 10000.0;
-            state.realMinimum = 10.0;
-            state.realMaximum = 1000000.0;
         });
         selector = c.Add("GainSelector", Enumeration, image, [](FeatureInfo &info, FeatureState &state) {
             for (char const *entry : {"All", "Red", "Green", "Blue"}) {
@@ -182,24 +171,8 @@ struct SampleCamera
             state.value.text = "All";
         });
         gain = c.Add("Gain", Integer, image, number(FeatureRepresentation::Linear, 5, 0, 48, 1));
-        level = c.Add("BlackLevel", Float, image, [](FeatureInfo &info, FeatureState &state) {
-            info.visibility = FeatureVisibility::Expert;
-            info.representation = FeatureRepresentation::Linear;
-            info.unit = "dB";
-            state.value.real = 0.5;
-            state.realIncrement = 0.25;
-            state.realMaximum = 4.0;
-        });
         flag = c.Add("ReverseX", Boolean, image);
-        name = c.Add("DeviceUserID", String, image, [](FeatureInfo &, FeatureState &state) {
-            state.value.text = "left";
-            state.length = 8;
-        });
         run = c.Add("TriggerSoftware", Command, image);
-        mac = c.Add("GevMACAddress", Integer, transport,
-                    number(FeatureRepresentation::MAC, 0x001A2B3C4D5E, 0, 0xFFFFFFFFFFFF, 1));
-        address = c.Add("GevPersistentIPAddress", Integer, transport,
-                        number(FeatureRepresentation::IPV4, 0xC0A8000A, 0, 0xFFFFFFFF, 1));
         mask = c.Add("EventMask", Integer, transport, number(FeatureRepresentation::HexNumber, 0x1F, 0, 0xFFFF, 1));
         memory = c.Add("FileAccessBuffer", Register, transport, [](FeatureInfo &info, FeatureState &state) {
             info.visibility = FeatureVisibility::Guru;

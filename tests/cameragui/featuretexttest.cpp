@@ -53,27 +53,27 @@ constexpr auto Pure = FeatureRepresentation::PureNumber, Hex = FeatureRepresenta
 
 INSTANTIATE_TEST_SUITE_P(
     Values, FeatureParseTest,
-    testing::Values(
-        ParseCase{Int, Pure, 16, 2048, 16, " 640 us ", "640", false},
-        ParseCase{Int, Pure, 16, 2048, 16, "649", "656", true}, ParseCase{Int, Pure, 16, 2048, 16, "0x20", "32", false},
-        ParseCase{Int, Pure, 16, 2050, 16, "9999", "2048", true},
-        ParseCase{Int, Pure, 16, 2048, 16, "-99999999999999999999", "16", true},
-        ParseCase{Int, Pure, -1e19, 1e19, 1, "-9223372036854775808", "-9223372036854775808", false},
-        ParseCase{Int, Pure, 0, 10, 1, "1.5", nullptr, true}, ParseCase{Int, Pure, 0, 10, 1, "", nullptr, true},
-        ParseCase{Int, Pure, 10, 0, 1, "77", "77", false}, // a range without sense: the camera decides
-        ParseCase{Int, Hex, 0, 65535, 1, "1f", "0x1F", false},
-        ParseCase{Int, Hex, 0, 65535, 1, "12345", "0xFFFF", true},
-        ParseCase{Int, Hex, -1e19, 1e19, 1, "0xFFFFFFFFFFFFFFFF", "0xFFFFFFFFFFFFFFFF", false},
-        ParseCase{Int, Ip, 0, 4294967295.0, 1, "10.0.0.9", "10.0.0.9", false},
-        ParseCase{Int, Ip, 0, 4294967295.0, 1, "10.0.0.256", nullptr, true},
-        ParseCase{Int, Mac, 0, 281474976710655.0, 1, "00:1a:2b-3c:4d:5e", "00:1A:2B:3C:4D:5E", false},
-        ParseCase{Int, Mac, 0, 281474976710655.0, 1, "00:1a:2b", nullptr, true},
-        ParseCase{Real, Pure, 10, 1e6, 0, "12,5", "12.5", false},
-        ParseCase{Real, Pure, 10, 1e6, 0, "1e9", "1000000", true},
-        ParseCase{Real, Pure, 10, 1e6, 0, "nan", nullptr, true}, ParseCase{Real, Pure, 0, 1, 0.1, "0.3", "0.3", false},
-        ParseCase{Real, Pure, 0, 1, 0.25, "0.4", "0.5", true},
-        ParseCase{Text, Pure, 0, 4, 0, "\xC3\xA4\xC3\xB6", "\xC3\xA4\xC3\xB6", false},
-        ParseCase{Text, Pure, 0, 4, 0, "\xC3\xA4\xC3\xB6!", nullptr, true}));
+    testing::Values(ParseCase{Int, Pure, 16, 2048, 16, " 640 us ", "640", false},
+                    ParseCase{Int, Pure, 16, 2048, 16, "649", "656", true},
+                    ParseCase{Int, Pure, 16, 2050, 16, "9999", "2048", true},
+                    ParseCase{Int, Pure, 16, 2048, 16, "-99999999999999999999", "16", true},
+                    ParseCase{Int, Pure, -1e19, 1e19, 1, "-9223372036854775808", "-9223372036854775808", false},
+                    ParseCase{Int, Pure, 0, 10, 1, "1.5", nullptr, true},
+                    ParseCase{Int, Pure, 10, 0, 1, "77", "77", false}, // a range without sense: the camera decides
+                    ParseCase{Int, Hex, 0, 65535, 1, "1f", "0x1F", false},
+                    ParseCase{Int, Hex, 0, 65535, 1, "12345", "0xFFFF", true},
+                    ParseCase{Int, Hex, -1e19, 1e19, 1, "0xFFFFFFFFFFFFFFFF", "0xFFFFFFFFFFFFFFFF", false},
+                    ParseCase{Int, Ip, 0, 4294967295.0, 1, "10.0.0.9", "10.0.0.9", false},
+                    ParseCase{Int, Ip, 0, 4294967295.0, 1, "10.0.0.256", nullptr, true},
+                    ParseCase{Int, Mac, 0, 281474976710655.0, 1, "00:1a:2b-3c:4d:5e", "00:1A:2B:3C:4D:5E", false},
+                    ParseCase{Int, Mac, 0, 281474976710655.0, 1, "00:1a:2b", nullptr, true},
+                    ParseCase{Real, Pure, 10, 1e6, 0, "12,5", "12.5", false},
+                    ParseCase{Real, Pure, 10, 1e6, 0, "1e9", "1000000", true},
+                    ParseCase{Real, Pure, 10, 1e6, 0, "nan", nullptr, true},
+                    ParseCase{Real, Pure, 0, 1, 0.1, "0.3", "0.3", false},
+                    ParseCase{Real, Pure, 0, 1, 0.25, "0.4", "0.5", true},
+                    ParseCase{Text, Pure, 0, 4, 0, "\xC3\xA4\xC3\xB6", "\xC3\xA4\xC3\xB6", false},
+                    ParseCase{Text, Pure, 0, 4, 0, "\xC3\xA4\xC3\xB6!", nullptr, true}));
 
 TEST(FeatureSliderTest, PlacesAndValuesAgreeOnEveryScale)
 {

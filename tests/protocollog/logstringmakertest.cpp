@@ -55,17 +55,6 @@ TEST(U3VStream, TheTrailerIsJudgedByTheLastLeader)
     EXPECT_EQ(Decode(maker, "stream", trailer), bare);
 }
 
-TEST(GEVStream, HeadersOfTheirOwn)
-{
-    TovGEV::_internal::GVSP_Header10 header10;
-    TovGEV::_internal::GVSP_Header20 header20;
-    memcpy(&header10, FromHex("0001 0012 03abcdef").data(), sizeof header10);
-    memcpy(&header20, FromHex("0000 1234 83000000 0102030405060708 00000001").data(), sizeof header20);
-    EXPECT_EQ(MakeStreamLogHeader10(&header10).toStdString(), ", status=0001, block_id=0012, packet_id=abcdef");
-    EXPECT_EQ(MakeStreamLogHeader20(&header20).toStdString(),
-              ", status=0000, flag=1234, packetFormat=01020304, block_id64=0506070800000001, packet_id32=00000001");
-}
-
 TEST(GEVEvents, ALyingLengthGivesAllTheRecordsItTells)
 {
     LogStringMakerGEV maker;

@@ -11,10 +11,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
-#include <linux/capability.h>
-#include <sys/syscall.h>
 
 using namespace std::chrono_literals;
 
@@ -152,56 +148,6 @@ TEST(TapOnLoopback, TellsWhatTheWitnessSees)
                                    "WRITEREG_ACK", "gvsp.sizex", "gvsp.packetid24"})
         EXPECT_GT(compared[name], 0) << name;
 
-    // The capture in the place of the camera's traffic.
-    setenv("TOV_PACKET_CAPTURE", path.toLocal8Bit(), 1);
-    TovCam::Device *const again = OpenFake(system);
-    ASSERT_NE(again, nullptr);
-    std::atomic<std::size_t> told{0};
-    auto const count = [](void const *, unsigned long, void *user) {
-        ++*static_cast<std::atomic<std::size_t> *>(user);
-    };
-    ASSERT_EQ(again->RegisterEvent(TovCam::EventStreamChannel, count, &told), 0);
-    auto const streamed =
-        static_cast<std::size_t>(std::count_if(stored.begin(), stored.end(), [](SimPacketSeen const &packet) {
-            return packet.channel == TovCam::EventStreamChannel;
-        }));
-    for (int i = 0; i < 100 && told < streamed; ++i)
-        std::this_thread::sleep_for(100ms);
-    EXPECT_EQ(told, streamed);
-    again->Release();
-    system->Release();
-    unsetenv("TOV_PACKET_CAPTURE");
-}
-
-TEST(TapOnLoopback, RefusesWithoutTheRight)
-{
-    FakeGigECamera camera;
-    TovCam::System *const system = TovCam_GetSystem();
-    TovCam::Device *const device = OpenFake(system);
-    ASSERT_NE(device, nullptr);
-    auto const threads = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
-                             std::filesystem::directory_iterator());
-    };
-    auto const before = threads();
-    // The calling thread alone gives the right away, and takes it back.
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct held[2], reduced[2];
-    ASSERT_EQ(syscall(SYS_capget, &header, held), 0);
-    std::copy(std::begin(held), std::end(held), reduced);
-    reduced[0].effective &= ~(1u << CAP_NET_RAW);
-    ASSERT_EQ(syscall(SYS_capset, &header, reduced), 0);
-    std::vector<SimPacketSeen> packets;
-    Channel channel{TovCam::EventControlChannel, &packets};
-    std::int32_t const refused = device->RegisterEvent(channel.id, Channel::Take, &channel);
-    EXPECT_EQ(syscall(SYS_capset, &header, held), 0);
-    EXPECT_EQ(refused, TOV_CAM_ERR_GENICAM_ACCESS);
-    EXPECT_EQ(threads(), before);
-    EXPECT_EQ(device->RegisterEvent(channel.id, Channel::Take, &channel), 0);
-    EXPECT_EQ(threads(), before + 1);
-    std::this_thread::sleep_for(200ms);
-    device->Release();
-    EXPECT_FALSE(packets.empty()); // the questions for the ports
     system->Release();
 }
 
@@ -253,8 +199,7 @@ struct LogWriter
     static void Take(void const *data, unsigned long size, void *user)
     {
         auto *const self = static_cast<LogWriter *>(user);
-        while (self->stalled)
-            std::this_thread::sleep_for(1ms);
+        self->stalled.wait(true);
         self->model.append(0, "Stream"_s, self->maker.MakeStreamLogString(data, size));
         ++self->packets;
     }
@@ -289,33 +234,21 @@ TEST_F(FloodTest, TheSystemCopiesWhatALineShowsAndNothingUnasked)
     ASSERT_NE(source, nullptr);
     Flood flood;
     std::size_t packets = 0, most = 0;
-    auto const read = [&](bool wanted) {
-        packets = most = 0;
-        for (int i = 0; i < 5; ++i) {
-            source->SetStreamWanted(wanted);
-            flood.Stream(1);
-            for (auto const end = std::chrono::steady_clock::now() + 100ms; std::chrono::steady_clock::now() < end;)
-                source->Read(
-                    [&](TapPacket const &packet) {
-                        packets += packet.channel == TovCam::EventStreamChannel;
-                        most = std::max(most, packet.captured);
-                        EXPECT_TRUE(packet.channel == TovCam::EventControlChannel || packet.size == 1464);
-                        return true;
-                    },
-                    10ms);
-        }
+    auto const take = [&](TapPacket const &packet) {
+        packets += packet.channel == TovCam::EventStreamChannel;
+        most = std::max(most, packet.captured);
+        return true;
     };
-    read(true); // the first one comes with the packet that tells the port
-    EXPECT_EQ(packets, 5u);
-    EXPECT_EQ(most, 1464u);
-    read(true);
-    EXPECT_EQ(packets, 5u);
+    for (bool const wanted : {true, true, false, true}) { // the first one comes with the packet that tells the port
+        packets = most = 0;
+        source->SetStreamWanted(wanted);
+        flood.Stream(1);
+        for (auto const end = std::chrono::steady_clock::now() + 300ms; std::chrono::steady_clock::now() < end;)
+            source->Read(take, 10ms);
+        EXPECT_EQ(packets, wanted);
+    }
     EXPECT_LT(most, 150u);
     EXPECT_GE(most, 97u);
-    read(false);
-    EXPECT_EQ(packets, 0u);
-    read(true);
-    EXPECT_EQ(packets, 5u);
 }
 
 // In and out are counted: each packet is a line or is counted as missed.
@@ -347,7 +280,6 @@ TEST_F(FloodTest, NoPacketIsLostUncounted)
     expectAll(Sent);
     EXPECT_EQ(missed, 0u) << "at " << Sent / took.count() << " packets a second";
     EXPECT_EQ(log->model.log().size(), static_cast<int>(Sent));
-    RecordProperty("packets_per_second", static_cast<int>(Sent / took.count()));
     log->model.clear();
 
     // A subscriber that stands still longer than the ring lasts.
@@ -356,6 +288,7 @@ TEST_F(FloodTest, NoPacketIsLostUncounted)
     for (std::uint32_t id = 0; id < Burst; ++id)
         flood.Stream(id);
     log->stalled = false;
+    log->stalled.notify_all();
     expectAll(Sent + Burst);
     EXPECT_GT(missed, 0u);
 

@@ -61,50 +61,11 @@ void ExpectTheSameFromCaptures(QString const &folder, LogStringMaker &maker, std
     }
 }
 
-std::uint64_t Number(Bytes const &bytes, std::size_t at, int size)
-{
-    std::uint64_t value = 0;
-    for (int i = 0; i < size; ++i)
-        value = value << 8 | bytes[at + static_cast<std::size_t>(i)];
-    return value;
-}
-
-// Packets come again only after they were asked for, and are asked for three times at most until they come.
-void ExpectCoherentResends(std::vector<SimPacketSeen> const &packets)
-{
-    std::map<std::uint64_t, int> asked; // by frame and packet; -1: came
-    int requests = 0, resent = 0, givenUp = 0;
-    for (SimPacketSeen const &packet : packets) {
-        Bytes const &bytes = packet.bytes;
-        if (packet.channel == TovCam::EventControlChannel && Number(bytes, 0, 4) == 0x42000040) {
-            ++requests;
-            for (std::uint64_t id = Number(bytes, 12, 4); id <= Number(bytes, 16, 4); ++id) {
-                int &times = asked[Number(bytes, 10, 2) << 32 | id];
-                EXPECT_GE(times, 0) << id;
-                EXPECT_LE(++times, 3) << id;
-            }
-        } else if (packet.channel == TovCam::EventStreamChannel) {
-            int &times = asked[Number(bytes, 2, 2) << 32 | Number(bytes, 5, 3)];
-            EXPECT_EQ(times > 0, Number(bytes, 0, 2) == 0x0100);
-            resent += times > 0;
-            times = -1;
-        }
-    }
-    for (auto const &[id, times] : asked) {
-        EXPECT_TRUE(times == -1 || times == 3) << id;
-        givenUp += times == 3;
-    }
-    EXPECT_GT(requests, 3);
-    EXPECT_GT(resent, 3);
-    EXPECT_GT(givenUp, 0);
-}
-
 TEST(SimTraffic, GigEVisionReadsAsTheWitnessReadsIt)
 {
     SimTraffic traffic(TovCam::InterfaceKindGigEVision, "VG-2048M");
     ASSERT_NE(traffic.Nodes(), nullptr);
     std::vector<SimPacketSeen> packets = traffic.Collect(8, SetFeatures);
-    ExpectCoherentResends(packets);
     packets.insert(packets.begin(), s_ports);
     packets.insert(packets.end(), s_others.begin(), s_others.end());
     QTemporaryDir folder;
@@ -146,10 +107,9 @@ TEST(SimTraffic, Usb3VisionTellsACoherentStory)
             }
             EXPECT_EQ(line.section(", "_s, 1, 1), command.section(", "_s, 1, 1));
             int const length = command.section("length="_s, 1).left(4).toInt(nullptr, 16);
-            if (line.startsWith("RD_ACK"_s))
-                EXPECT_EQ(line.section("data="_s, 1).count(QLatin1Char(' ')), std::min(length, 17));
-            else
-                EXPECT_EQ(line.section("length_written="_s, 1).toInt(nullptr, 16), length - 8);
+            EXPECT_TRUE(line.startsWith("RD_ACK"_s)
+                            ? line.section("data="_s, 1).count(u' ') == std::min(length, 17)
+                            : line.section("length_written="_s, 1).toInt(nullptr, 16) == length - 8);
         } else if (line.startsWith("STR_LD"_s)) {
             frame = line.section(", "_s, 2, 2);
             EXPECT_TRUE(line.contains(", sz_x=00000100, sz_y=00000040, of_x=00000010, of_y=00000000, pd_x=0000"_s));

@@ -66,25 +66,12 @@ inline Told const s_told[] = {
 // A row a packet of the protocols: first "malformed", then a text about it, then the fields.
 inline std::vector<QStringList> AskWitness(QString const &capture, int streamPort, int messagePort)
 {
-    QStringList arguments{"-n"_s,
-                          "-r"_s,
-                          capture,
-                          "-d"_s,
-                          "udp.port==%1,gvsp"_s.arg(streamPort),
-                          "-d"_s,
-                          "udp.port==%1,gvcp"_s.arg(messagePort),
-                          "-Y"_s,
-                          "gvcp || gvsp"_s,
-                          "-T"_s,
-                          "fields"_s,
-                          "-E"_s,
-                          "separator=/t"_s,
-                          "-E"_s,
-                          "occurrence=f"_s,
-                          "-e"_s,
-                          "_ws.malformed"_s,
-                          "-e"_s,
-                          "_ws.col.Info"_s};
+    QStringList arguments =
+        "-n -r %1 -d udp.port==%2,gvsp -d udp.port==%3,gvcp -Y gvcp||gvsp -T fields -E separator=/t -E occurrence=f "
+        "-e _ws.malformed -e _ws.col.Info"_s.arg(capture)
+            .arg(streamPort)
+            .arg(messagePort)
+            .split(u' ');
     for (Told const &told : s_told)
         arguments << "-e"_s << QString::fromLatin1(told.field);
     QProcess witness;

@@ -2,6 +2,7 @@
 #include "fakehost.h"
 #include "qttovlogmodel.h"
 #include "session.h"
+#include "simcamera.h"
 
 #include <QTest>
 
@@ -9,7 +10,6 @@
 
 #include <atomic>
 #include <set>
-#include <string>
 #include <thread>
 
 namespace {
@@ -19,11 +19,6 @@ class LogChannels : public testing::TestWithParam<char const *>
 protected:
     LogChannels()
     {
-        TovCam::ObjectList *const list = m_system->GetInterfaceList(255);
-        for (TovCam::Interface *i = list->GetFirst(); i && !m_device; i = list->GetNext())
-            for (std::uint32_t k = 0; k < i->GetDeviceCount() && !m_device; ++k)
-                if (std::string(i->GetDeviceInfoByIndex(k)->GetSerialNumber()) == GetParam())
-                    m_device = TovCam_CreateDevice(i->GetDeviceInfoByIndex(k), 2, nullptr);
         m_session = std::make_unique<Session>(nullptr, m_device, &m_host);
         (void)QTest::qWaitFor([this] { return m_session->GetState() == SessionStateIdle; });
     }
@@ -41,7 +36,7 @@ protected:
     }
 
     TovCam::System *const m_system = TovCam_GetSystem();
-    TovCam::Device *m_device = nullptr;
+    TovCam::Device *const m_device = TovCam_CreateDevice(FindSimulated(m_system, GetParam()), 2, nullptr);
     FakeScript m_script;
     FakeHost m_host{m_script};
     std::unique_ptr<Session> m_session;

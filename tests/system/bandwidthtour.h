@@ -9,7 +9,7 @@
 class BandwidthTour : public PanelTour
 {
 public:
-    BandwidthTour(Robot &robot, Operator &hands) : PanelTour(robot, hands), m_robot(robot), m_hands(hands)
+    BandwidthTour(Robot &robot, Operator &hands) : PanelTour(robot, hands)
     {
         CBWTesting::s_waits = {16, 20, 40, 1000, 40, 20};
     }
@@ -83,8 +83,4 @@ public:
     {
         m_robot.Screenshot(QStringLiteral("bandwidth-%1-%2").arg(name, Robot::TestName()));
     }
-
-private:
-    Robot &m_robot;
-    Operator &m_hands;
 };

@@ -82,15 +82,15 @@ TEST_P(BandwidthOfEachFamily, IsFoundToTheStep)
 }
 
 INSTANTIATE_TEST_SUITE_P(Clicks, BandwidthOfEachFamily,
-                         testing::Values(Family{"20480117", "PixelClock", " MHz", 99, 100,
+                         testing::Values(Family{Serials[0], "PixelClock", " MHz", 99, 100,
                                                 "76 98 109 104 101 100 99 100 "},
-                                         Family{"19200342", "LineTime", "", 1200, 1199,
+                                         Family{Serials[1], "LineTime", "", 1200, 1199,
                                                 "2475 1512 1031 1271 1151 1211 1181 1196 1203 1199 1201 1200 1199 "}));
 
 TEST(BandwidthClicks, IsStoppedLeftAndResized)
 {
     Operator::Run([](Robot &robot, Operator &hands) {
-        hands.Connect(robot, "20480117");
+        hands.Connect(robot, Serials[0]);
         BandwidthTour tour(robot, hands);
         CBWTesting::s_waits.settleStep = 200; // time to click into it
         CBWTesting::s_waits.probe = 1500;
@@ -124,16 +124,16 @@ TEST(BandwidthClicks, IsStoppedLeftAndResized)
         }
         for (char const *moment : {"Saved init value", "Start waiting..."}) { // the camera is pulled
             if (!robot.Gui([&] { return hands.CurrentSession(); }))
-                hands.Connect(robot, "20480117");
+                hands.Connect(robot, Serials[0]);
             tour.Begin();
             tour.WaitForLine(moment);
-            robot.Gui([&] { tour.Features()->ExecuteCommand("SimLoseCamera"); });
+            hands.LoseCamera(robot);
             EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Connection to the Camera was lost"));
             tour.WaitForLine("Test is stopped");
             tour.PressButton();
             tour.WaitUntilLeft();
         }
-        hands.Connect(robot, "12800058"); // no family
+        hands.Connect(robot, Serials[2]); // no family
         tour.IsRefused();
     });
 }

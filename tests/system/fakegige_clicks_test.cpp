@@ -53,9 +53,7 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
         robot.Screenshot(QStringLiteral("gige-live"));
 
         camera->Kill();
-        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        robot.WaitFor("the disconnected picture", [&] { return hands.CurrentSession() == nullptr; });
-        EXPECT_EQ(robot.Gui([&] { return hands.Title(); }), QStringLiteral("TovScope - Camera is not connected"));
+        hands.AnswerLoss(robot);
 
         camera = std::make_unique<FakeGigECamera>();
         hands.Connect(robot, FakeGigECamera::Serial);
@@ -99,8 +97,7 @@ TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
         tour.Press("chkStream");
         tour.Screenshot("real");
         camera.Kill();
-        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        robot.WaitFor("the disconnected picture", [&] { return hands.CurrentSession() == nullptr; });
+        hands.AnswerLoss(robot);
     });
 }
 

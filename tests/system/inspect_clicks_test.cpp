@@ -9,15 +9,12 @@
 
 namespace {
 
-char const *const Serials[] = {"20480117", "19200342", "12800058"};
 constexpr QRgb MarkColour = 0xFFFFC800;
 
 class InspectTour : public PanelTour
 {
 public:
-    InspectTour(Robot &robot, Operator &hands) : PanelTour(robot, hands), m_robot(robot), m_hands(hands)
-    {
-    }
+    using PanelTour::PanelTour;
 
     // GUI thread, as the next three. Null while there is none.
     InspectView *View() const
@@ -122,10 +119,6 @@ public:
             }
         });
     }
-
-private:
-    Robot &m_robot;
-    Operator &m_hands;
 };
 
 class InspectionOfEachCamera : public testing::TestWithParam<int>
@@ -180,9 +173,8 @@ TEST_P(InspectionOfEachCamera, ShowsAndMarksAPartExactlyAndWorksWhileRecording)
         tour.PutAside();
         tour.Open(0.4, 0.4);
         EXPECT_EQ(robot.Gui([&] { return hands.State(); }), SessionStateCapturing);
-        robot.Gui([&] { tour.Features()->ExecuteCommand("SimLoseCamera"); });
-        EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Connection to the Camera was lost"));
-        robot.WaitFor("the end", [&] { return !hands.CurrentSession(); });
+        hands.LoseCamera(robot);
+        hands.AnswerLoss(robot);
         EXPECT_FALSE(robot.Gui([&] { return tour.View(); }));
     });
 }

@@ -15,7 +15,7 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
     QTemporaryDir const folder;
     Operator::Run([&](Robot &robot, Operator &hands) {
         LogTour tour(robot, hands);
-        tour.ConnectSimulated(GetParam());
+        tour.Connect(GetParam());
         tour.Screenshot("off");
 
         // Boxes cannot be pressed before logging is on; then in any order.
@@ -79,11 +79,10 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         robot.WaitFor("the view to go on", [&] { return tour.Rows() > last + 50 && tour.Follows(); });
 
         // However the connection ends, the next one starts quiet and logs as ever.
-        robot.Gui([&] { tour.Features()->ExecuteCommand("SimLoseCamera"); });
-        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        robot.WaitFor("the disconnected picture", [&] { return hands.CurrentSession() == nullptr; });
+        hands.LoseCamera(robot);
+        hands.AnswerLoss(robot);
         for (int round = 0; round < 2; ++round) {
-            tour.ConnectSimulated(GetParam());
+            tour.Connect(GetParam());
             tour.ExpectTraffic(none);
             tour.Press("groupLogging");
             tour.Press("chkStream");
@@ -96,6 +95,6 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Clicks, LogOfEachKind, testing::Values("20480117", "19200342", "12800058"));
+INSTANTIATE_TEST_SUITE_P(Clicks, LogOfEachKind, testing::ValuesIn(Serials));
 
 } // namespace

@@ -6,8 +6,6 @@
 #include "qttovlogmodel.h"
 #include "qttovlogviewer.h"
 
-#include "tovcamera.h"
-
 #include <QGroupBox>
 #include <QTabBar>
 
@@ -15,25 +13,18 @@
 
 using Channels = std::set<QString>;
 
-class LogTour
+class LogTour : public Tour
 {
 public:
-    LogTour(Robot &robot, Operator &hands) : m_robot(robot), m_hands(hands)
-    {
-    }
+    using Tour::Tour;
+    // With small frames, and events where the camera has them.
     void Connect(char const *camera)
     {
         m_hands.Connect(m_robot, camera);
-        Play();
-    }
-    // With small frames, and events.
-    void ConnectSimulated(char const *camera)
-    {
-        m_hands.Connect(m_robot, camera);
         m_robot.Gui([this] {
-            Features()->SetIntegerValue("Width", 256);
-            Features()->SetIntegerValue("Height", 128);
-            Features()->SetEnumValueStr("EventNotification", "On");
+            m_hands.Features()->SetIntegerValue("Width", 256);
+            m_hands.Features()->SetIntegerValue("Height", 128);
+            m_hands.Features()->SetEnumValueStr("EventNotification", "On");
         });
         Play();
     }
@@ -51,18 +42,9 @@ public:
         m_robot.ClickAt(tab);
         m_robot.WaitFor("the panel", [this] { return !View()->visibleRegion().isEmpty(); });
     }
-    template<typename W>
-    W *Find(char const *name) const
-    {
-        return m_hands.Window()->findChild<W *>(QString::fromLatin1(name));
-    }
     QtTovLogViewer *View() const
     {
         return m_hands.Window()->findChild<QtTovLogViewer *>();
-    }
-    TovCam::ParamArray *Features() const
-    {
-        return m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
     }
     int Rows() const
     {
@@ -87,7 +69,7 @@ public:
                 channels.insert(View()->model()->index(row, 1).data().toString());
             return channels;
         };
-        m_robot.Gui([this] { Features()->SetFloatValue("Gain", 1.0 + ++m_gain % 3); });
+        m_robot.Gui([this] { m_hands.Features()->SetFloatValue("Gain", 1.0 + ++m_gain % 3); });
         EXPECT_TRUE(m_robot.Holds([&] { return seen() == expected; }, 3000));
         QThread::msleep(300);
         EXPECT_EQ(m_robot.Gui(seen), expected);
@@ -111,7 +93,5 @@ public:
     }
 
 private:
-    Robot &m_robot;
-    Operator &m_hands;
     int m_gain = 0;
 };

@@ -6,6 +6,7 @@
 #include "displayview.h"
 #include "guimanager.h"
 #include "session.h"
+#include "tovcamera.h"
 #include "tovscope.h"
 
 #include <QDialogButtonBox>
@@ -13,6 +14,9 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QTreeView>
+
+// The serial numbers of the simulated cameras, in the order of the selector.
+inline char const *const Serials[] = {"20480117", "19200342", "12800058"};
 
 // A window of the program with settings of its own, and the hands of a user on it. Made on the GUI thread; the steps
 // run on the user's.
@@ -72,6 +76,10 @@ public:
     {
         return m_window->windowTitle();
     }
+    TovCam::ParamArray *Features() const
+    {
+        return CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
+    }
 
     // Opens the selector and waits until it lists a camera whose row holds the text; gives the row's place.
     QPoint OpenSelector(Robot &robot, char const *camera)
@@ -111,6 +119,19 @@ public:
         robot.WaitFor("the disconnection", [this] { return CurrentSession() == nullptr; });
     }
 
+    // A simulated camera is pulled.
+    void LoseCamera(Robot &robot)
+    {
+        robot.Gui([this] { Features()->ExecuteCommand("SimLoseCamera"); });
+    }
+    // What follows on a lost camera.
+    void AnswerLoss(Robot &robot)
+    {
+        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
+        robot.WaitFor("the disconnected picture", [this] { return CurrentSession() == nullptr; });
+        EXPECT_EQ(robot.Gui([this] { return Title(); }), QStringLiteral("TovScope - Camera is not connected"));
+    }
+
 private:
     // GUI thread. The middle of the first row of the open selector that holds the text, in screen coordinates.
     static QPoint FindCamera(char const *text)
@@ -130,4 +151,26 @@ private:
     }
 
     TovScope *m_window;
+};
+
+// What an operator does with one part of the program, whatever the camera.
+class Tour
+{
+public:
+    Tour(Robot &robot, Operator &hands) : m_robot(robot), m_hands(hands)
+    {
+    }
+    // GUI thread. A part of the window.
+    template<typename W>
+    W *Find(char const *name) const
+    {
+        W *const found = m_hands.Window()->findChild<W *>(QString::fromLatin1(name));
+        if (!found)
+            throw std::runtime_error(std::string("no ") + name);
+        return found;
+    }
+
+protected:
+    Robot &m_robot;
+    Operator &m_hands;
 };

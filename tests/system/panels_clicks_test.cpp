@@ -3,11 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 namespace {
-
-char const *const Serials[] = {"20480117", "19200342", "12800058"};
 
 class PanelsOfEachCamera : public testing::TestWithParam<int>
 {
@@ -92,28 +88,6 @@ TEST(PanelClicks, TheLayoutOutlivesAReconnectAndARestart)
             window->close();
             delete window;
         });
-    });
-}
-
-TEST(PanelClicks, ACameraThatAnswersSlowlyLeavesTheWindowAlive)
-{
-    Operator::Run([&](Robot &robot, Operator &hands) {
-        PanelTour tour(robot, hands);
-        hands.Connect(robot, Serials[0]);
-        tour.Search("ExposureTime");
-        robot.Gui([&] { tour.Features()->SetIntegerValue("SimAccessDelay", 1000); });
-        tour.Edit("ExposureTime", QStringLiteral("5000"));
-        // Many turns of the event loop while one access is under way.
-        QElapsedTimer timer;
-        timer.start();
-        int turns = 0;
-        for (; timer.elapsed() < 1500; ++turns) {
-            robot.Gui([] {});
-            QThread::msleep(5);
-        }
-        EXPECT_GT(turns, 30);
-        robot.Screenshot(QStringLiteral("tree-slow-camera"));
-        hands.Disconnect(robot);
     });
 }
 

@@ -9,8 +9,6 @@
 
 namespace {
 
-char const *const Serials[] = {"20480117", "19200342", "12800058"};
-
 class RecordingFromEachCamera : public testing::TestWithParam<int>
 {
 };
@@ -23,12 +21,7 @@ TEST_P(RecordingFromEachCamera, LeavesWholeFilesHoweverItEnds)
         tour.emplace(robot, hands, Serials[GetParam()], folder.path());
         tour->Connect();
         tour->RecordsSnapsAndRecordsAgain();
-        auto const lose = [&] {
-            robot.Gui([&] {
-                hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr)->ExecuteCommand("SimLoseCamera");
-            });
-        };
-        tour->OutlivesTheEndOfTheConnection(lose, [] {});
+        tour->OutlivesTheEndOfTheConnection([&] { hands.LoseCamera(robot); }, [] {});
         tour->ClosesTheWindow();
     });
     if (!HasFailure())

@@ -5,8 +5,6 @@
 
 #include "imagewriter.h"
 
-#include "tovcamera.h"
-
 #include <QDir>
 #include <QLineEdit>
 #include <QRegularExpression>
@@ -15,12 +13,11 @@
 #include <functional>
 #include <string>
 
-class RecordingTour
+class RecordingTour : public Tour
 {
 public:
     RecordingTour(Robot &robot, Operator &hands, char const *camera, QString const &folder)
-        : m_robot(robot),
-          m_hands(hands),
+        : Tour(robot, hands),
           m_camera(camera),
           m_top(folder)
     {
@@ -31,7 +28,7 @@ public:
     {
         m_hands.Connect(m_robot, m_camera);
         m_frameBytes = m_robot.Gui([this] {
-            auto *const features = m_hands.CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
+            auto *const features = m_hands.Features();
             features->SetIntegerValue("Width", 256);
             features->SetIntegerValue("Height", 128);
             return features->GetIntegerValue("PayloadSize", nullptr);
@@ -65,23 +62,19 @@ public:
         if (leave)
             m_robot.Key("Return");
     }
-    // `how` starts the recording.
-    void Start(std::function<void()> const &how, int frames = 5)
+    // `how` starts the recording, or else the button.
+    void Start(std::function<void()> const &how = {})
     {
-        how();
+        how ? how() : Press("btnRecord");
         m_robot.WaitFor("the recording", [this] { return m_hands.State() == SessionStateCapturing; });
-        m_robot.WaitFor("some files", [=, this] { return Files().size() >= frames; });
+        m_robot.WaitFor("some files", [this] { return Files().size() >= 5; });
         EXPECT_TRUE(m_robot.Gui([this] { return Find<QToolButton>("btnRecord")->isChecked(); }));
         EXPECT_EQ(Buttons(), "btnRecord ");
     }
-    void Start()
-    {
-        Start([this] { Press("btnRecord"); });
-    }
     // `how` stops it, or it stops by itself; then the counters and the files are looked at.
-    void End(std::function<void()> const &how, QString const &name)
+    void End(std::function<void()> const &how = {}, QString const &name = QStringLiteral("shot_\\d{8}\\.raw"))
     {
-        how();
+        how ? how() : Press("btnRecord");
         m_robot.WaitFor("the end of the recording", [this] { return m_hands.State() == SessionStateAcquisition; });
         m_robot.Gui([&] {
             RecordingLedger const &ledger =
@@ -97,10 +90,6 @@ public:
         });
         EXPECT_EQ(Buttons(), "btnSnap btnRecord ");
         FilesAreWhole(name);
-    }
-    void End(QString const &name)
-    {
-        End([this] { Press("btnRecord"); }, name);
     }
     // Nothing but frames, each of them whole, under names of that pattern.
     void FilesAreWhole(QString const &name = QStringLiteral("shot_\\d{8}\\.raw"))
@@ -122,18 +111,18 @@ public:
         Type("edFileName", QStringLiteral("shot_${image.id}"));
         Start();
         Screenshot("recording");
-        End(QStringLiteral("shot_\\d{8}\\.raw"));
+        End();
         Screenshot("recorded");
 
         // What was typed counts without Enter, for the panel's buttons and for the window's actions.
         TypeFolder("snap", false);
         m_robot.Key("ctrl+shift+r");
         m_robot.WaitFor("one file", [this] { return Files().size() == 1; });
-        End([] {}, QStringLiteral("shot_\\d{8}\\.raw"));
+        End([] {});
         EXPECT_EQ(m_robot.Gui([this] { return Shown("edFramesSaved") + Shown("edFramesAcquired"); }), 2);
         TypeFolder("menu", false);
         Start([this] { m_robot.ClickMenu(m_hands.Window(), "actionRecord"); });
-        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); }, QStringLiteral("shot_\\d{8}\\.raw"));
+        End([this] { m_robot.Click(m_hands.Window(), "actionStop"); });
 
         TypeFolder("template", false);
         Press("btnFileName");
@@ -158,14 +147,13 @@ public:
         TypeFolder("lost");
         Start();
         lose();
-        EXPECT_EQ(m_robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
-        m_robot.WaitFor("the disconnected picture", [this] { return m_hands.CurrentSession() == nullptr; });
+        m_hands.AnswerLoss(m_robot);
         FilesAreWhole();
         restore();
         Connect();
         TypeFolder("found again");
         Start();
-        End(QStringLiteral("shot_\\d{8}\\.raw"));
+        End();
     }
 
     // To be followed by FilesAreWhole once the window has gone.
@@ -178,14 +166,6 @@ public:
     }
 
 private:
-    template<typename W>
-    W *Find(char const *name) const
-    {
-        W *const found = m_hands.Window()->findChild<W *>(QString::fromLatin1(name));
-        if (!found)
-            throw std::runtime_error(std::string("no ") + name);
-        return found;
-    }
     bool IsEnabled(char const *button) const
     {
         return Find<QToolButton>(button)->isEnabled();
@@ -214,8 +194,6 @@ private:
             QStringLiteral("capture-%1-%2").arg(QString::fromLatin1(m_camera), QString::fromLatin1(state)));
     }
 
-    Robot &m_robot;
-    Operator &m_hands;
     char const *m_camera;
     QString m_top;
     QString m_folder;

@@ -3,11 +3,9 @@
 #include "guimanager.h"
 #include "heap.h"
 #include "session.h"
+#include "simcamera.h"
 #include "tovscope.h"
 
-#include "tovcamera.h"
-
-#include <QElapsedTimer>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -19,18 +17,6 @@
 namespace {
 
 constexpr double MegabytesOfNoise = 0.5; // a window
-
-bool Pump(std::function<bool()> const &condition)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > 10000)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-    }
-    return true;
-}
 
 class Soak : public testing::Test
 {
@@ -47,22 +33,13 @@ protected:
 
     void Connect(int camera)
     {
-        TovCam::ObjectList *list = m_system->GetInterfaceList(255);
-        for (TovCam::Interface *interface = list->GetFirst(); interface; interface = list->GetNext()) {
-            if (camera >= int(interface->GetDeviceCount())) {
-                camera -= int(interface->GetDeviceCount());
-                continue;
-            }
-            ASSERT_TRUE(
-                m_manager.CreateSession(TovCam_CreateDevice(interface->GetDeviceInfoByIndex(camera), 2, nullptr)));
-            m_manager.CreatePanels();
-            ASSERT_TRUE(Pump([this] { return m_manager.GetSession()->GetState() == SessionStateIdle; }));
-            TovCam::ParamArray *const nodes = m_manager.GetSession()->GetDevice()->GetCameraParameters(nullptr);
-            nodes->SetIntegerValue("Width", 256);
-            nodes->SetIntegerValue("Height", 128);
-            return;
-        }
-        FAIL() << "no such camera";
+        char const *const models[] = {"VG-2048M", "VU-1920C", "VG-1280C"};
+        ASSERT_TRUE(m_manager.CreateSession(TovCam_CreateDevice(FindSimulated(m_system, models[camera]), 2, nullptr)));
+        m_manager.CreatePanels();
+        ASSERT_TRUE(QTest::qWaitFor([this] { return m_manager.GetSession()->GetState() == SessionStateIdle; }));
+        TovCam::ParamArray *const nodes = m_manager.GetSession()->GetDevice()->GetCameraParameters(nullptr);
+        nodes->SetIntegerValue("Width", 256);
+        nodes->SetIntegerValue("Height", 128);
     }
 
     void PlayAndStop()
@@ -70,7 +47,8 @@ protected:
         m_manager.startAcquisition();
         ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateAcquisition);
         _TovImage *image = nullptr;
-        ASSERT_TRUE(Pump([&] { return m_manager.GetSession()->GetDisplayView()->GetDisplayedImageRaw(&image); }));
+        ASSERT_TRUE(
+            QTest::qWaitFor([&] { return m_manager.GetSession()->GetDisplayView()->GetDisplayedImageRaw(&image); }));
         m_manager.stopAcquisitionAndCapture();
         ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateIdle);
     }
