@@ -44,6 +44,7 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         tour.Screenshot("following");
         int const top = robot.Gui([&] { return tour.View()->rowAt(0) + 1; });
         tour.ClickRow(top);
+        QThread::msleep(500); // the click is on its way
         int const chosen = robot.Gui([&] { return tour.View()->currentIndex().row(); });
         int const rows = robot.Gui([&] { return tour.Rows(); });
         robot.WaitFor("more rows", [&] { return tour.Rows() > rows + 50; });
