@@ -107,12 +107,14 @@ void QtTovLogViewer::_q_rowsInserted(const QModelIndex &, int start, int end)
         return;
     if (start != 0 && d->mode != AutoScrollAlways && currentIndex().row() != start - 1)
         return;
-    // Queued: it comes when the insert is over. The row may have been cleared by then.
+    // Queued: it comes when the insert is over. By then the row may have been cleared, or another one been chosen by
+    // hand, which stops the following.
     QPersistentModelIndex const last = model()->index(end, 0);
+    QPersistentModelIndex const current = currentIndex();
     QMetaObject::invokeMethod(
         this,
-        [this, last] {
-            if (!last.isValid())
+        [this, last, current] {
+            if (!last.isValid() || (d->mode != AutoScrollAlways && current.isValid() && currentIndex() != current))
                 return;
             executeDelayedItemsLayout(); // or the first rows of a table are beyond its scroll bar's range
             setCurrentIndex(last);

@@ -1,5 +1,6 @@
 // The log's model. Threads append while the model's own thread shows, clears and copies.
 #include "qttovlogmodel.h"
+#include "qttovlogviewer.h"
 
 #include <QAbstractItemModelTester>
 #include <QCoreApplication>
@@ -111,6 +112,32 @@ TEST_F(LogModel, ClearingDropsWhatIsPending)
     EXPECT_EQ(inserts.size(), 0);
     Append(1);
     EXPECT_TRUE(RowsBecome(1));
+}
+
+TEST_F(LogModel, TheViewFollowsFromItsLastRowOn)
+{
+    QtTovLogViewer view;
+    view.setModel(&m_model);
+    auto const row = [&view] {
+        QCoreApplication::processEvents();
+        return view.currentIndex().row();
+    };
+    auto const insert = [this](int count) {
+        Append(count);
+        m_model._q_delayedAppendData();
+    };
+    insert(10);
+    EXPECT_EQ(row(), 9);
+    insert(10);
+    EXPECT_EQ(row(), 19);
+    insert(10);
+    view.selectRow(5); // by hand, when the step to the new last row is on its way
+    EXPECT_EQ(row(), 5);
+    insert(10);
+    EXPECT_EQ(row(), 5);
+    view.selectRow(39);
+    insert(10);
+    EXPECT_EQ(row(), 49);
 }
 
 // More than 50,000 lines a second from three threads while the model's own thread shows and copies them.
