@@ -243,7 +243,8 @@ public:
     // Blocks until a filled buffer is there, `timeout` milliseconds pass (WaitForever: never), or CancelGetBuffer wakes
     // it. Null with 0 when nothing came. May return a buffer together with a nonzero error.
     virtual Buffer *GetBuffer(std::uint32_t timeout, std::int32_t *error) = 0;
-    // Remembered when nobody waits: the next GetBuffer returns at once. StartAcquisition forgets it.
+    // GetBuffer returns within 20 ms. Remembered when nobody waits: the next one returns at once. StartAcquisition
+    // forgets it.
     virtual void CancelGetBuffer() = 0;
     // `frames` -1 is endless; flags 0. After AllocBufferQueue.
     virtual std::int32_t StartAcquisition(std::int64_t frames, std::uint32_t flags) = 0;

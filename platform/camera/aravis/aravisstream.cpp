@@ -5,6 +5,7 @@
 #include <limits>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -12,6 +13,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto ClosePatience = 1000ms;
+constexpr std::chrono::microseconds CancelPeriod = 20ms;
 constexpr std::size_t FrameLimit = std::size_t(1) << 30; // bytes; more than any sensor sends
 constexpr std::uint32_t QueueLimit = 10000;
 
@@ -136,26 +138,6 @@ public:
     std::atomic<bool> m_held{false}; // between GetBuffer and QueueBuffer
 };
 
-// ---- Arrival -----------------------------------------------------------------------------------------------------
-
-void AravisStream::Arrival::OnNewBuffer(ArvStream *, gpointer data)
-{
-    Arrival &arrival = **static_cast<std::shared_ptr<Arrival> *>(data);
-    bool wake;
-    {
-        std::lock_guard<std::mutex> lock(arrival.mutex);
-        arrival.arrived = true;
-        wake = arrival.waiting;
-    }
-    if (wake)
-        arrival.changed.notify_one();
-}
-
-void AravisStream::Arrival::Forget(gpointer data, GClosure *)
-{
-    delete static_cast<std::shared_ptr<Arrival> *>(data);
-}
-
 // ---- AravisStream ------------------------------------------------------------------------------------------------
 
 AravisStream::AravisStream(ArvDevice *device, std::recursive_mutex &access, Reachability &reachability)
@@ -212,9 +194,6 @@ std::int32_t AravisStream::CreateStream(std::size_t payload)
         GSocketAddress *const host = arv_gv_device_get_interface_address(ARV_GV_DEVICE(m_device));
         SizeSocket(ARV_GV_STREAM(m_stream), g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(host)), room);
     }
-    g_signal_connect_data(m_stream, "new-buffer", G_CALLBACK(Arrival::OnNewBuffer),
-                          new std::shared_ptr<Arrival>(m_arrival), Arrival::Forget, GConnectFlags(0));
-    arv_stream_set_emit_signals(m_stream, TRUE);
     return TOV_CAM_ERR_OK;
 }
 
@@ -278,7 +257,6 @@ void AravisStream::Dispose()
     bool const runs = m_started.exchange(false, std::memory_order_relaxed);
     m_disposal = Background::Run(
         [stream, frames, runs] {
-            arv_stream_set_emit_signals(stream, FALSE);
             // Aravis cannot end a stream whose thread has ended before.
             if (!runs)
                 arv_stream_start_thread(stream);
@@ -310,11 +288,7 @@ std::int32_t AravisStream::StartAcquisition(std::int64_t frames, std::uint32_t)
         return TOV_CAM_ERR_NO_DEVICE;
     m_frameIds.Reset(ARV_IS_GV_STREAM(m_stream));
     m_framesLeft = frames < 0 ? -1 : frames;
-    {
-        std::lock_guard<std::mutex> lock(m_arrival->mutex);
-        m_arrival->cancelled = false;
-        m_arrival->arrived = false;
-    }
+    m_cancelled.store(false, std::memory_order_relaxed);
     // The thread begins with no memory of earlier frame ids, as the camera does.
     arv_stream_start_thread(m_stream);
     m_started.store(true, std::memory_order_relaxed);
@@ -348,51 +322,40 @@ std::int32_t AravisStream::QueueBuffer(TovCam::Buffer *buffer)
 
 void AravisStream::CancelGetBuffer()
 {
-    {
-        std::lock_guard<std::mutex> lock(m_arrival->mutex);
-        m_arrival->cancelled = true;
-    }
-    m_arrival->changed.notify_all();
+    m_cancelled.store(true, std::memory_order_relaxed);
 }
 
+// Waits as a bare loop over the ArvStream does: the signal of a new buffer, the way to be woken by something else too,
+// costs several microseconds a frame. A cancel is looked for at times instead.
 TovCam::Buffer *AravisStream::GetBuffer(std::uint32_t timeout, std::int32_t *error)
 {
     if (error)
         *error = TOV_CAM_ERR_OK;
-    auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
-    Arrival &arrival = *m_arrival;
-    std::unique_lock<std::mutex> lock(arrival.mutex);
+    auto const start = std::chrono::steady_clock::now();
+    auto left = timeout == TovCam::WaitForever ? CancelPeriod : std::chrono::microseconds(1ms) * timeout;
     for (;;) {
-        if (arrival.cancelled) {
-            arrival.cancelled = false;
+        if (m_cancelled.load(std::memory_order_relaxed) && m_cancelled.exchange(false, std::memory_order_relaxed))
             return nullptr;
-        }
-        arrival.arrived = false;
-        if (m_started.load(std::memory_order_relaxed) && m_framesLeft != 0) {
-            lock.unlock();
-            // A frame is in the queue before its signal, so none slips between this look and the wait.
-            while (ArvBuffer *const buffer = arv_stream_try_pop_buffer(m_stream)) {
-                if (Frame *const frame = Describe(buffer)) {
-                    if (m_framesLeft > 0)
-                        --m_framesLeft;
-                    return frame;
-                }
-                arv_stream_push_buffer(m_stream, buffer);
+        auto const slice = std::min(left, CancelPeriod);
+        if (!m_started.load(std::memory_order_relaxed) || m_framesLeft == 0) {
+            std::this_thread::sleep_for(slice);
+        } else if (ArvBuffer *const buffer =
+                       slice > 0us ? arv_stream_timeout_pop_buffer(m_stream, static_cast<std::uint64_t>(slice.count()))
+                                   : arv_stream_try_pop_buffer(m_stream)) {
+            if (Frame *const frame = Describe(buffer)) {
+                if (m_framesLeft > 0)
+                    --m_framesLeft;
+                return frame;
             }
-            lock.lock();
+            arv_stream_push_buffer(m_stream, buffer);
+            continue;
         }
-        auto const ready = [&arrival] {
-            return arrival.arrived || arrival.cancelled;
-        };
-        arrival.waiting = true;
-        bool woken = true;
         if (timeout == TovCam::WaitForever)
-            arrival.changed.wait(lock, ready);
-        else
-            woken = arrival.changed.wait_until(lock, end, ready);
-        arrival.waiting = false;
-        if (!woken)
+            continue;
+        if (left == 0us)
             return nullptr;
+        left = std::max(0us, std::chrono::duration_cast<std::chrono::microseconds>(
+                                 start + std::chrono::milliseconds(timeout) - std::chrono::steady_clock::now()));
     }
 }
 

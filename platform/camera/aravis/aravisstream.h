@@ -5,7 +5,6 @@
 #include "reachability.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -41,18 +40,6 @@ private:
         std::uint32_t linePadding = 0; // bytes behind each line
         bool operator==(Shape const &other) const = default;
     };
-    // Shared with the thread of the ArvStream.
-    struct Arrival
-    {
-        std::mutex mutex; // guards the rest
-        std::condition_variable changed;
-        bool arrived = false; // a frame came since somebody last looked
-        bool waiting = false;
-        bool cancelled = false;
-        static void OnNewBuffer(ArvStream *, gpointer arrival);
-        static void Forget(gpointer arrival, GClosure *);
-    };
-
     std::int32_t ReadFormat(Shape &shape, std::size_t &payload, std::uint64_t &tickFrequency);
     std::int32_t CreateStream(std::size_t payload);
     // Sends the ArvStream and the buffers off; the device's lock is held.
@@ -74,7 +61,7 @@ private:
     FrameIdCounter m_frameIds;                       // and by the thread in GetBuffer
     std::int64_t m_framesLeft = -1;                  // the same; -1 is endless
 
-    std::shared_ptr<Arrival> const m_arrival = std::make_shared<Arrival>();
     std::atomic<bool> m_started{false};
+    std::atomic<bool> m_cancelled{false};
     std::atomic<std::uint32_t> m_held{0}; // frames between GetBuffer and QueueBuffer
 };
