@@ -1,4 +1,5 @@
 #include "inspectview.h"
+#include "params.h"
 #include "viewfixture.h"
 
 #include "../image/reference.h"
@@ -6,7 +7,6 @@
 #include <QMouseEvent>
 #include <QWheelEvent>
 
-#include <atomic>
 #include <cstring>
 #include <thread>
 
@@ -29,11 +29,8 @@ protected:
     }
     QRect Dump()
     {
-        long values[4] = {};
-        char const *const keys[] = {"dump.x", "dump.y", "dump.w", "dump.h"};
-        for (int i = 0; i < 4; ++i)
-            view->GetRenderer()->GetComponent()->GetParamInt(keys[i], &values[i]);
-        return QRect(int(values[0]), int(values[1]), int(values[2]), int(values[3]));
+        TovComponent *const c = view->GetRenderer()->GetComponent();
+        return QRect(IntOf(c, "dump.x"), IntOf(c, "dump.y"), IntOf(c, "dump.w"), IntOf(c, "dump.h"));
     }
     QImage Picture(QWidget *widget)
     {
