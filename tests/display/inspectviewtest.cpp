@@ -57,11 +57,6 @@ protected:
             QApplication::sendEvent(inspect->widget(), &event);
         }
     }
-    void Press(int key)
-    {
-        QKeyEvent event(QEvent::KeyPress, key, Qt::NoModifier);
-        QApplication::sendEvent(inspect->widget(), &event);
-    }
 
     std::unique_ptr<InspectView> inspect;
 };
@@ -98,11 +93,11 @@ TEST_F(InspectViewTest, ShowsItsPartPixelByPixelAndTellsWhichItIs)
     expectPart({41, 390}, {42, 391, 119, 89});
     Drag({-30, 20});
     expectPart({71, 370}, {72, 371, 119, 89});
-    Press(Qt::Key_Up);
+    QTest::keyClick(inspect->widget(), Qt::Key_Up);
     expectPart({71, 359}, {72, 360, 119, 89});
     QWheelEvent wheel(QPoint(9, 9), QPoint(9, 9), {}, {0, 240}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
     QApplication::sendEvent(inspect->widget(), &wheel); // there is no zoom
-    Press(Qt::Key_Plus);
+    QTest::keyClick(inspect->widget(), Qt::Key_Plus);
     expectPart({71, 359}, {72, 360, 119, 89});
     inspect->resize(121, 60); // about its middle
     expectPart({71, 374}, {72, 375, 120, 59});
