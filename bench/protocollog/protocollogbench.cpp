@@ -72,7 +72,7 @@ double ResidentBytes()
 
 std::vector<SimPacketSeen> CameraPackets()
 {
-    SimTraffic traffic(TovCam::InterfaceKindGigEVision, "VG-2048M");
+    SimTraffic traffic("VG-2048M");
     return traffic.Collect(40, [](TovCam::ParamArray &nodes) {
         nodes.SetIntegerValue("Width", 256);
         nodes.SetIntegerValue("Height", 64);

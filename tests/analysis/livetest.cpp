@@ -109,16 +109,13 @@ TEST_F(LiveAnalysis, NoiseIsThatOfTheFirstImageOfItsSizeAndThenOfEachPair)
 // with and without a stop between. The sanitizers see to the rest.
 TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
 {
-    struct
-    {
-        char const *type;
-        std::uint32_t width, height;
-    } const rounds[] = {{"Mono8", 64, 48},      {"BayerRG12", 320, 200}, {"RGB8", 100, 75},
-                        {"BayerRG10", 33, 500}, {"Mono12p", 64, 48},     {"Mono16", 500, 20}};
-    for (auto const &round : rounds) {
-        SCOPED_TRACE(round.type);
-        TovPixelTypeInfo const &info = InfoOf(round.type);
-        Begin(info, round.width, round.height);
+    std::tuple<char const *, std::uint32_t, std::uint32_t> const rounds[] = {
+        {"Mono8", 64, 48},      {"BayerRG12", 320, 200}, {"RGB8", 100, 75},
+        {"BayerRG10", 33, 500}, {"Mono12p", 64, 48},     {"Mono16", 500, 20}};
+    for (auto const &[type, width, height] : rounds) {
+        SCOPED_TRACE(type);
+        TovPixelTypeInfo const &info = InfoOf(type);
+        Begin(info, width, height);
         std::atomic<bool> running{true};
         std::thread camera([&] {
             for (int shade = 0;
@@ -139,7 +136,7 @@ TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
             histo.mode = reads % 6;
             histo.integrated = reads % 4 == 1;
             histo.row = histo.column = reads % 700;
-            bayer.SetUp(round.width, round.height, info.bitDepth, 12, reads % 3, &histo);
+            bayer.SetUp(width, height, info.bitDepth, 12, reads % 3, &histo);
             if (!processor.GetHistoData(&histo, &bayer))
                 continue;
             ++reads;

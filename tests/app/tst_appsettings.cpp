@@ -1,8 +1,6 @@
 #include "../panels/values.h"
 #include "appsettings.h"
 
-#include <gtest/gtest.h>
-
 #include <QDir>
 #include <QStandardPaths>
 
@@ -43,9 +41,7 @@ TEST_F(Settings, KeepAComponentFromOneRunToTheNext)
     EXPECT_EQ(QDir(m_folder).entryList(QDir::Files).size(), 1);
     Run(AppSettings::LoadTovComponentSettings, camera, loaded);
     EXPECT_EQ(loaded.Text("Count"), "42");
-    double rate = 0;
-    EXPECT_EQ(loaded.GetParamFloat("Rate", &rate), TOV_PARAM_OK);
-    EXPECT_EQ(rate, 1.0 / 3);
+    EXPECT_EQ(FloatOf(&loaded, "Rate"), 1.0 / 3);
     EXPECT_EQ(loaded.Text("Text"), text);
 }
 

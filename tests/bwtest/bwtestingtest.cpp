@@ -16,9 +16,6 @@
 #include <QTextEdit>
 #include <QTimer>
 
-#include <functional>
-#include <string>
-
 namespace {
 
 using testing::HasSubstr;

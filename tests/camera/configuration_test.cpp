@@ -58,11 +58,7 @@ protected:
 TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
 {
     ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
-    struct
-    {
-        char const *name;
-        std::string text;
-    } const cases[] = {
+    std::pair<char const *, std::string> const cases[] = {
         {"empty", ""},
         {"a zero inside", m_text + '\0'},
         {"another format", Edited("Version=1", "Version=2")},
@@ -74,8 +70,8 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
         {"one value more than counted", Edited("Height=1536", "Height=1536\nNoSuchNode=1")},
     };
     std::map<std::string, std::string> const before = Settings(m_nodes);
-    for (auto const &c : cases)
-        EXPECT_EQ(Load(c.text), TOV_CAM_ERR_WRONG_CONFIGURATION) << c.name;
+    for (auto const &[name, text] : cases)
+        EXPECT_EQ(Load(text), TOV_CAM_ERR_WRONG_CONFIGURATION) << name;
     for (std::size_t size = 0; size + 2 < m_text.size(); size += 97) // the last line feed may go
         EXPECT_EQ(Load(m_text.substr(0, size)), TOV_CAM_ERR_WRONG_CONFIGURATION) << size;
     EXPECT_EQ(m_device->LoadConfiguration(m_folder.c_str()), TOV_CAM_ERR_FILE_READ);
@@ -91,12 +87,7 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
 TEST_F(ConfigurationTest, AppliesWhatItCan)
 {
     ASSERT_EQ(m_nodes->SetFloatValue("Gamma", 2.0), 0);
-    struct
-    {
-        char const *name;
-        std::string text;
-        std::int32_t status;
-    } const cases[] = {
+    std::tuple<char const *, std::string, std::int32_t> const cases[] = {
         {"a node that the camera has not", Edited("Height=1536", "Height=1536\nNoSuchNode=1", 1), 0},
         {"a command", Edited("Height=1536", "Height=1536\nSimLoseCamera=1\nDeviceReset=1", 2), 0},
         {"a value out of range", Edited("Width=2048", "Width=100000"), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE},
@@ -104,11 +95,11 @@ TEST_F(ConfigurationTest, AppliesWhatItCan)
          TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT},
         {"a feature that fails", Edited("SimFailFeature=", "SimFailFeature=ReverseX"), 0},
     };
-    for (auto const &c : cases) {
-        SCOPED_TRACE(c.name);
+    for (auto const &[name, text, expected] : cases) {
+        SCOPED_TRACE(name);
         ASSERT_EQ(m_nodes->SetFloatValue("Gamma", 2.0), 0);
-        std::int32_t const status = Load(c.text);
-        EXPECT_EQ(status == 0, c.status == 0) << status;
+        std::int32_t const status = Load(text);
+        EXPECT_EQ(status == 0, expected == 0) << status;
         EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
     }
     // The camera refuses now; the file takes the fault away, and then all goes well.
@@ -195,24 +186,19 @@ TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
     first->Release();
 
     std::string const named = Edited("DeviceUserID=", "DeviceUserID=bench");
-    struct
-    {
-        std::string text;
-        std::int32_t error;
-        char const *userID; // of the camera that is opened
-    } const cases[] = {
+    std::tuple<std::string, std::int32_t, char const *> const cases[] = {
         {named, 0, "bench"},
         {std::string(named).replace(named.find("20480117"), 8, "20480999"), 0, ""}, // another one of the model
         {Edited("Width=2048", "Width=100000"), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, ""},
         {Edited("VG-2048M", "VG-4096M"), TOV_CAM_ERR_NO_DEVICE, nullptr},
     };
-    for (auto const &c : cases) {
-        SCOPED_TRACE(c.error);
-        open(c.text, error);
-        EXPECT_EQ(error == 0, c.error == 0) << error;
-        ASSERT_EQ(m_device != nullptr, c.userID != nullptr);
-        if (c.userID) {
-            EXPECT_STREQ(m_nodes->GetString("DeviceUserID", nullptr)->GetValue(nullptr), c.userID);
+    for (auto const &[text, expected, userID] : cases) { // of the camera that is opened
+        SCOPED_TRACE(expected);
+        open(text, error);
+        EXPECT_EQ(error == 0, expected == 0) << error;
+        ASSERT_EQ(m_device != nullptr, userID != nullptr);
+        if (userID) {
+            EXPECT_STREQ(m_nodes->GetString("DeviceUserID", nullptr)->GetValue(nullptr), userID);
         }
         Close();
     }

@@ -1,64 +1,10 @@
 #include "contract.h"
 
-#include <chrono>
 #include <future>
 #include <set>
-#include <thread>
 #include <unistd.h>
 
 using namespace std::chrono_literals;
-
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CameraContract);
-
-bool Eventually(std::function<bool()> const &condition)
-{
-    for (std::uint32_t waited = 0; !condition(); waited += 10) {
-        if (waited > Generous)
-            return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
-CameraTest::CameraTest() : m_system(TovCam_GetSystem())
-{
-}
-
-CameraTest::~CameraTest()
-{
-    Close();
-    m_system->Release();
-}
-
-void CameraTest::Open(TovCam::DeviceInfo *info)
-{
-    ASSERT_NE(info, nullptr);
-    for (int attempt = 0; attempt < 10 && !m_nodes; ++attempt) {
-        Close();
-        if ((m_device = TovCam_CreateDevice(info, 2, nullptr)))
-            m_nodes = m_device->GetCameraParameters(nullptr);
-    }
-    ASSERT_NE(m_nodes, nullptr);
-    m_stream = m_device->GetStreamByIndex(0);
-    ASSERT_NE(m_stream, nullptr);
-}
-
-void CameraTest::Close()
-{
-    if (m_device)
-        m_device->Release();
-    m_device = nullptr;
-    m_nodes = nullptr;
-    m_stream = nullptr;
-}
-
-void LossCounter::Count(void const *data, unsigned long size, void *user)
-{
-    EXPECT_EQ(data, nullptr);
-    EXPECT_EQ(size, 0u);
-    static_cast<LossCounter *>(user)->thread = std::this_thread::get_id();
-    ++static_cast<LossCounter *>(user)->told;
-}
 
 void CameraTest::ExpectLoss(std::function<void()> const &lose)
 {
@@ -86,48 +32,6 @@ void CameraTest::ExpectLoss(std::function<void()> const &lose)
     EXPECT_NE(m_stream->AllocBufferQueue(nullptr, 4), 0);
     EXPECT_EQ(m_device->UnregisterEvent(TovCam::EventConnectionLost, LossCounter::Count, &loss), 0);
     EXPECT_EQ(loss.told, 1);
-}
-
-void CameraContract::SetUp()
-{
-    m_info = GetParam().find(m_system);
-    Open(m_info);
-}
-
-RunningCamera::RunningCamera(TovCam::Device *device, std::uint32_t buffers)
-    : nodes(device->GetCameraParameters(nullptr)),
-      stream(device->GetStreamByIndex(0))
-{
-    EXPECT_EQ(stream->AllocBufferQueue(nullptr, buffers), 0);
-    EXPECT_EQ(stream->StartAcquisition(-1, 0), 0);
-    EXPECT_EQ(nodes->ExecuteCommand("AcquisitionStart"), 0);
-}
-
-RunningCamera::~RunningCamera()
-{
-    EXPECT_EQ(nodes->ExecuteCommand("AcquisitionStop"), 0);
-    EXPECT_EQ(stream->StopAcquisition(1), 0);
-    EXPECT_EQ(stream->ReleaseBufferQueue(), 0);
-}
-
-TovCam::Buffer *RunningCamera::Next()
-{
-    std::int32_t error = 1;
-    TovCam::Buffer *const buffer = stream->GetBuffer(Generous, &error);
-    EXPECT_EQ(error, 0);
-    EXPECT_NE(buffer, nullptr);
-    return buffer;
-}
-
-void RunningCamera::ForFrames(int count, std::function<void(TovCam::Buffer &)> const &look)
-{
-    for (int i = 0; i < count; ++i) {
-        TovCam::Buffer *const buffer = Next();
-        if (!buffer)
-            return;
-        look(*buffer);
-        EXPECT_EQ(stream->QueueBuffer(buffer), 0);
-    }
 }
 
 TEST_P(CameraContract, OpensForOneHostAtATime)
@@ -273,16 +177,6 @@ TEST_P(CameraContract, FormatDecidesAboutTheFramesAndIsLocked)
               TOV_CAM_ERR_GENICAM_ACCESS);
     EXPECT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 0), 0);
     EXPECT_EQ(m_nodes->SetIntegerValue("Width", m_nodes->GetIntegerValue("Width", nullptr)), 0);
-}
-
-std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
-{
-    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
-        if (nodes->GetFeature(i)->name == name)
-            return i;
-    }
-    ADD_FAILURE() << "no feature " << name;
-    return 0;
 }
 
 TEST_P(CameraContract, TreeTellsWhatTheNodesTell)

@@ -3,26 +3,45 @@
 
 #include "settings.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <functional>
+#include <chrono>
 #include <ostream>
-#include <string>
 #include <thread>
 
 constexpr std::uint32_t Generous = 30000; // ms, for what a machine with other work may do late
 
 // Waits generously for it.
-bool Eventually(std::function<bool()> const &condition);
+inline bool Eventually(std::function<bool()> const &condition)
+{
+    for (std::uint32_t waited = 0; !condition(); waited += 10) {
+        if (waited > Generous)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
 
 // The index of a feature in the tree; a failure, and 0, where there is none.
-std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name);
+inline std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
+{
+    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
+        if (nodes->GetFeature(i)->name == name)
+            return i;
+    }
+    ADD_FAILURE() << "no feature " << name;
+    return 0;
+}
 
 // Counts what is told about a lost camera.
 struct LossCounter
 {
-    static void Count(void const *data, unsigned long size, void *user);
+    static void Count(void const *data, unsigned long size, void *user)
+    {
+        EXPECT_EQ(data, nullptr);
+        EXPECT_EQ(size, 0u);
+        static_cast<LossCounter *>(user)->thread = std::this_thread::get_id();
+        ++static_cast<LossCounter *>(user)->told;
+    }
     std::atomic<int> told{0};
     std::atomic<std::thread::id> thread;
 };
@@ -30,15 +49,36 @@ struct LossCounter
 class CameraTest : public testing::Test
 {
 protected:
-    CameraTest();
-    ~CameraTest() override;
+    ~CameraTest() override
+    {
+        Close();
+        m_system->Release();
+    }
     // A fatal failure when it cannot be done; a camera that answers late is asked again.
-    void Open(TovCam::DeviceInfo *info);
-    void Close();
+    void Open(TovCam::DeviceInfo *info)
+    {
+        ASSERT_NE(info, nullptr);
+        for (int attempt = 0; attempt < 10 && !m_nodes; ++attempt) {
+            Close();
+            if ((m_device = TovCam_CreateDevice(info, 2, nullptr)))
+                m_nodes = m_device->GetCameraParameters(nullptr);
+        }
+        ASSERT_NE(m_nodes, nullptr);
+        m_stream = m_device->GetStreamByIndex(0);
+        ASSERT_NE(m_stream, nullptr);
+    }
+    void Close()
+    {
+        if (m_device)
+            m_device->Release();
+        m_device = nullptr;
+        m_nodes = nullptr;
+        m_stream = nullptr;
+    }
     // The open camera is lost while frames flow: it is told, and everything still answers.
     void ExpectLoss(std::function<void()> const &lose);
 
-    TovCam::System *m_system;
+    TovCam::System *m_system = TovCam_GetSystem();
     TovCam::Device *m_device = nullptr;
     TovCam::ParamArray *m_nodes = nullptr;
     TovCam::Stream *m_stream = nullptr;
@@ -59,7 +99,11 @@ inline void PrintTo(ContractCamera const &camera, std::ostream *out)
 class CameraContract : public CameraTest, public testing::WithParamInterface<ContractCamera>
 {
 protected:
-    void SetUp() override;
+    void SetUp() override
+    {
+        m_info = GetParam().find(m_system);
+        Open(m_info);
+    }
 
     TovCam::DeviceInfo *m_info = nullptr;
 };
@@ -68,12 +112,40 @@ protected:
 class RunningCamera
 {
 public:
-    explicit RunningCamera(TovCam::Device *device, std::uint32_t buffers = 8);
-    ~RunningCamera();
+    explicit RunningCamera(TovCam::Device *device, std::uint32_t buffers = 8)
+        : nodes(device->GetCameraParameters(nullptr)),
+          stream(device->GetStreamByIndex(0))
+    {
+        EXPECT_EQ(stream->AllocBufferQueue(nullptr, buffers), 0);
+        EXPECT_EQ(stream->StartAcquisition(-1, 0), 0);
+        EXPECT_EQ(nodes->ExecuteCommand("AcquisitionStart"), 0);
+    }
+    ~RunningCamera()
+    {
+        EXPECT_EQ(nodes->ExecuteCommand("AcquisitionStop"), 0);
+        EXPECT_EQ(stream->StopAcquisition(1), 0);
+        EXPECT_EQ(stream->ReleaseBufferQueue(), 0);
+    }
     // Null, and a failure, after a generous time without a frame.
-    TovCam::Buffer *Next();
+    TovCam::Buffer *Next()
+    {
+        std::int32_t error = 1;
+        TovCam::Buffer *const buffer = stream->GetBuffer(Generous, &error);
+        EXPECT_EQ(error, 0);
+        EXPECT_NE(buffer, nullptr);
+        return buffer;
+    }
     // Shows the next frames and gives them back; fewer when they do not come.
-    void ForFrames(int count, std::function<void(TovCam::Buffer &)> const &look);
+    void ForFrames(int count, std::function<void(TovCam::Buffer &)> const &look)
+    {
+        for (int i = 0; i < count; ++i) {
+            TovCam::Buffer *const buffer = Next();
+            if (!buffer)
+                return;
+            look(*buffer);
+            EXPECT_EQ(stream->QueueBuffer(buffer), 0);
+        }
+    }
 
     TovCam::ParamArray *nodes;
     TovCam::Stream *stream;

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 using namespace TovGui;
 using namespace TovCam;
 
@@ -20,9 +18,7 @@ struct ParseCase
     bool hint;
 };
 
-class FeatureParseTest : public testing::TestWithParam<ParseCase>
-{
-};
+using FeatureParseTest = testing::TestWithParam<ParseCase>;
 
 TEST_P(FeatureParseTest, TakesClampsOrRefusesWithAHint)
 {

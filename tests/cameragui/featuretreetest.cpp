@@ -31,12 +31,7 @@ TEST(FeatureModelTest, FindsByNameDisplayNameAndDescription)
     FeatureModel model;
     QAbstractItemModelTester const tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
     model.SetFeatures(features);
-    struct
-    {
-        char const *text;
-        Visibility level;
-        char const *rows;
-    } const cases[] = {
+    std::tuple<char const *, Visibility, char const *> const cases[] = {
         {"width", Beginner, "ImageFormatControl[Width] TransportLayerControl[Width]"},
         {"EXPOSURE  tim", Beginner, "ImageFormatControl[Exposure Time]"},
         {"buffer", Expert, ""},
@@ -44,9 +39,9 @@ TEST(FeatureModelTest, FindsByNameDisplayNameAndDescription)
         {"transport", Beginner, "TransportLayerControl[EventMask DeviceTemperature Width]"},
         {".*", Guru, ""},
     };
-    for (auto const &c : cases) {
-        model.SetFilter(QString::fromLatin1(c.text), c.level);
-        EXPECT_EQ(Rows(model), c.rows) << c.text;
+    for (auto const &[text, level, rows] : cases) {
+        model.SetFilter(QString::fromLatin1(text), level);
+        EXPECT_EQ(Rows(model), rows) << text;
     }
     model.SetFilter(QStringLiteral("exposure"), Beginner);
     QPersistentModelIndex const kept = model.index(0, 0, model.index(0, 0));

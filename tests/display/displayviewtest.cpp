@@ -1,3 +1,4 @@
+#include "params.h"
 #include "viewfixture.h"
 
 #include "../image/reference.h"
@@ -27,10 +28,7 @@ protected:
     }
     std::string Map()
     {
-        std::string text(1 << 20, '\0');
-        auto size = static_cast<unsigned int>(text.size());
-        EXPECT_EQ(view->GetRenderer()->GetComponent()->GetParamString("filter.channel.0", text.data(), &size), 0u);
-        return text.c_str();
+        return ParamText(view->GetRenderer()->GetComponent(), "filter.channel.0");
     }
 };
 
@@ -64,9 +62,7 @@ TEST_F(DisplayViewTest, ColorizeWritesTheseMaps)
         component->SetParamString("filter.channel.0", "untouched");
         EXPECT_EQ(view->Colorize(c.colorize, c.lo, c.hi, c.range, c.stretch), c.map != nullptr) << c.range;
         EXPECT_EQ(Map(), c.map ? c.map : "untouched");
-        long id = 0;
-        component->GetParamInt("filter.id", &id);
-        EXPECT_EQ(id, c.range < 2 ? 7 : 1000);
+        EXPECT_EQ(IntOf(component, "filter.id"), c.range < 2 ? 7 : 1000);
     }
     // The largest stretch there is still fits.
     EXPECT_TRUE(view->Colorize(true, 0, 65534, 65536, true));

@@ -1,4 +1,5 @@
 #include "inspectview.h"
+#include "params.h"
 #include "viewfixture.h"
 
 #include "../image/reference.h"
@@ -6,7 +7,6 @@
 #include <QMouseEvent>
 #include <QWheelEvent>
 
-#include <atomic>
 #include <cstring>
 #include <thread>
 
@@ -29,11 +29,8 @@ protected:
     }
     QRect Dump()
     {
-        long values[4] = {};
-        char const *const keys[] = {"dump.x", "dump.y", "dump.w", "dump.h"};
-        for (int i = 0; i < 4; ++i)
-            view->GetRenderer()->GetComponent()->GetParamInt(keys[i], &values[i]);
-        return QRect(int(values[0]), int(values[1]), int(values[2]), int(values[3]));
+        TovComponent *const c = view->GetRenderer()->GetComponent();
+        return QRect(IntOf(c, "dump.x"), IntOf(c, "dump.y"), IntOf(c, "dump.w"), IntOf(c, "dump.h"));
     }
     QImage Picture(QWidget *widget)
     {
@@ -59,11 +56,6 @@ protected:
             QMouseEvent event(type, at, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
             QApplication::sendEvent(inspect->widget(), &event);
         }
-    }
-    void Press(int key)
-    {
-        QKeyEvent event(QEvent::KeyPress, key, Qt::NoModifier);
-        QApplication::sendEvent(inspect->widget(), &event);
     }
 
     std::unique_ptr<InspectView> inspect;
@@ -101,11 +93,11 @@ TEST_F(InspectViewTest, ShowsItsPartPixelByPixelAndTellsWhichItIs)
     expectPart({41, 390}, {42, 391, 119, 89});
     Drag({-30, 20});
     expectPart({71, 370}, {72, 371, 119, 89});
-    Press(Qt::Key_Up);
+    QTest::keyClick(inspect->widget(), Qt::Key_Up);
     expectPart({71, 359}, {72, 360, 119, 89});
     QWheelEvent wheel(QPoint(9, 9), QPoint(9, 9), {}, {0, 240}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
     QApplication::sendEvent(inspect->widget(), &wheel); // there is no zoom
-    Press(Qt::Key_Plus);
+    QTest::keyClick(inspect->widget(), Qt::Key_Plus);
     expectPart({71, 359}, {72, 360, 119, 89});
     inspect->resize(121, 60); // about its middle
     expectPart({71, 374}, {72, 375, 120, 59});

@@ -215,11 +215,7 @@ TEST_F(RasterDisplay, ColourMapsActOnTheInputScale)
     // Black below, white above; and levels past the last entry, which are plain.
     constexpr char const *stretch = "0.25,0.5,0.;0.375,0.5,0.5;0.5,0.5,1.;1.,1,1.,1.,1.;";
     constexpr char const *half = "0.5,1,0.,0.,1.;";
-    struct
-    {
-        char const *type, *map;
-        std::vector<std::pair<unsigned, QRgb>> levels; // and what each shows
-    } const cases[] = {
+    std::tuple<char const *, char const *, std::vector<std::pair<unsigned, QRgb>>> const cases[] = {
         {"Mono8", map8, {{0, green}, {1, Grey(1)}, {253, Grey(253)}, {254, red}, {255, red}}},
         {"Mono10", map10, {{0, green}, {1, Grey(0)}, {1021, Grey(255)}, {1022, red}, {1023, red}}},
         {"Mono12", map12, {{0, green}, {1, Grey(0)}, {4093, Grey(255)}, {4094, red}, {4095, red}}},
@@ -228,15 +224,15 @@ TEST_F(RasterDisplay, ColourMapsActOnTheInputScale)
         {"Mono8", half, {{0, blue}, {127, blue}, {128, Grey(128)}, {255, Grey(255)}}},
     };
     Set("display.fit", 3);
-    for (auto const &c : cases) {
-        Pixels pixels(TypeOf(c.type), 200, 150, 0, 13);
+    for (auto const &[type, map, levels] : cases) { // levels, and what each shows
+        Pixels pixels(TypeOf(type), 200, 150, 0, 13);
         std::size_t const bytes = pixels.Info().bitsPerPixel / 8;
         for (std::size_t i = 0; i < pixels.Memory().size(); ++i) // columns in pairs
-            pixels.Memory()[i] = std::uint8_t(c.levels[i / bytes % 200 / 2 % c.levels.size()].first >> i % bytes * 8);
-        ASSERT_EQ(AddMap(c.map), 0u) << c.map;
+            pixels.Memory()[i] = std::uint8_t(levels[i / bytes % 200 / 2 % levels.size()].first >> i % bytes * 8);
+        ASSERT_EQ(AddMap(map), 0u) << map;
         QImage const shown = Show(pixels.Image());
-        for (std::size_t i = 0; i < c.levels.size(); ++i)
-            EXPECT_EQ(shown.pixel(int(2 * i), 75), c.levels[i].second) << c.type << " level " << c.levels[i].first;
+        for (std::size_t i = 0; i < levels.size(); ++i)
+            EXPECT_EQ(shown.pixel(int(2 * i), 75), levels[i].second) << type << " level " << levels[i].first;
         EXPECT_EQ(Run("filter.del"), 0u);
     }
 }

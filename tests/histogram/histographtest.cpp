@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <memory>
 #include <random>
 
@@ -123,27 +122,6 @@ TEST(HistoPlots, LookAsIfEachLineWereDrawn)
         }
         EXPECT_EQ(image, expected) << round;
     }
-}
-
-TEST_F(HistoGraph, StandsAxesThatAreNone)
-{
-    auto *const curve = new Histo_Curve;
-    curve->points = {{0, 0}, {1, -5}, {2, 1e300}, {NAN, INFINITY}, {3, -INFINITY}};
-    graph.AddPlot(curve);
-    graph.AddPlot(new Histo_Curve);
-    HistoThresholds t{65535, 1, 2, INT32_MIN, INT32_MAX, -1, 4, 5};
-    graph.thresholds = &t;
-    std::vector<double> const lists[] = {{}, {5}, {5, 5}, {0, 10}, {10, 0}, {-1e308, 1e308}, {NAN, 1}, {0, INFINITY}};
-    for (auto const &xTicks : lists)
-        for (auto const &yTicks : lists)
-            for (int size : {0, 3, 120, 380})
-                for (bool const log : {false, true}) {
-                    graph.Init(QRect(0, 0, size, size / 2), log, log, 3, 3);
-                    graph.SetScales("%5.0f and more than thirty-two bytes", "%g", xTicks, yTicks, 1.0, 1.0);
-                    Paint();
-                    float value;
-                    graph.GetThresholds(QPointF(200, 5), value);
-                }
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "histoview.h"
 
-#include <QApplication>
 #include <QMouseEvent>
 
 #include <gtest/gtest.h>

@@ -81,26 +81,24 @@ protected:
 // Sets every value by text; "!" before the expected text means that it is refused and the value stays.
 TEST_F(ParamStorage, TakesTextAndRefusesWhatIsNoValue)
 {
-    struct
-    {
-        char const *key, *text, *expected;
-    } const rows[] = {{"number", "42", "42"},    {"number", " -3\n", "-3"},
-                      {"number", "101", "100"},  {"number", "99999999999999999999999", "100"},
-                      {"number", "+-5", "!"},    {"number", "4x", "!"},
-                      {"flag", "yes", "!"},      {"rate", "1e3", "1000"},
-                      {"rate", "-1e999", "-1"},  {"rate", "nan", "!"},
-                      {"rate", "1,5", "!"},      {"text", "1234567", "1234567"},
-                      {"text", "12345678", "!"}, {"block", "00ff10", "00ff10"},
-                      {"block", "00ff1000", "!"}};
-    for (auto const &row : rows) {
-        SCOPED_TRACE(std::string(row.key) + " = '" + row.text + "'");
-        std::string const before = AsString(row.key);
+    std::tuple<char const *, char const *, char const *> const rows[] = {
+        {"number", "42", "42"},    {"number", " -3\n", "-3"},
+        {"number", "101", "100"},  {"number", "99999999999999999999999", "100"},
+        {"number", "+-5", "!"},    {"number", "4x", "!"},
+        {"flag", "yes", "!"},      {"rate", "1e3", "1000"},
+        {"rate", "-1e999", "-1"},  {"rate", "nan", "!"},
+        {"rate", "1,5", "!"},      {"text", "1234567", "1234567"},
+        {"text", "12345678", "!"}, {"block", "00ff10", "00ff10"},
+        {"block", "00ff1000", "!"}};
+    for (auto const &[key, typed, expected] : rows) {
+        SCOPED_TRACE(std::string(key) + " = '" + typed + "'");
+        std::string const before = AsString(key);
         s_changes = 0;
-        TovStatus const status = store.SetParamAsString(row.key, row.text, true);
-        bool const refused = row.expected[0] == '!';
+        TovStatus const status = store.SetParamAsString(key, typed, true);
+        bool const refused = expected[0] == '!';
         EXPECT_EQ(TovSucceeded(status), !refused);
         EXPECT_EQ(s_changes, refused ? 0 : 1);
-        EXPECT_EQ(AsString(row.key), refused ? before : row.expected);
+        EXPECT_EQ(AsString(key), refused ? before : expected);
     }
 }
 
@@ -108,18 +106,16 @@ TEST_F(ParamStorage, PrintsByAFormatThatFitsAndRefusesOthers)
 {
     number = -42;
     rate = 1234.5678;
-    struct
-    {
-        char const *key, *format, *expected;
-    } const rows[] = {{"number", "%ld", "-42"},     {"number", "<%6lli> 100%%", "<   -42> 100%"},
-                      {"number", "%s", "!4"},       {"number", "%n", "!4"},
-                      {"number", "%*d", "!4"},      {"number", "%d %d", "!4"},
-                      {"number", "%", "!4"},        {"number", "%500d", "!6"},
-                      {"rate", "%.2f", "1234.57"},  {"rate", "%d", "!4"},
-                      {"text", "[%5s]", "[  abc]"}, {"block", "%s", "01abff"},
-                      {"go", nullptr, "!2"},        {"absent", nullptr, "!1"}};
-    for (auto const &row : rows)
-        EXPECT_EQ(AsString(row.key, row.format), row.expected) << row.key << " " << (row.format ? row.format : "null");
+    std::tuple<char const *, char const *, char const *> const rows[] = {
+        {"number", "%ld", "-42"},     {"number", "<%6lli> 100%%", "<   -42> 100%"},
+        {"number", "%s", "!4"},       {"number", "%n", "!4"},
+        {"number", "%*d", "!4"},      {"number", "%d %d", "!4"},
+        {"number", "%", "!4"},        {"number", "%500d", "!6"},
+        {"rate", "%.2f", "1234.57"},  {"rate", "%d", "!4"},
+        {"text", "[%5s]", "[  abc]"}, {"block", "%s", "01abff"},
+        {"go", nullptr, "!2"},        {"absent", nullptr, "!1"}};
+    for (auto const &[key, format, expected] : rows)
+        EXPECT_EQ(AsString(key, format), expected) << key << " " << (format ? format : "null");
     rate = 0.1 + 0.2;
     double const before = rate;
     ASSERT_EQ(store.SetParamAsString("rate", AsString("rate").c_str(), false), TOV_PARAM_OK);

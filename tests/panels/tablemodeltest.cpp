@@ -1,8 +1,6 @@
 #include "tovparamtablemodel.h"
 #include "values.h"
 
-#include <gtest/gtest.h>
-
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QMainWindow>

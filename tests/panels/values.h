@@ -1,11 +1,11 @@
 // A component with one parameter of each kind, which tells panels of changes.
 #pragma once
 
+#include "params.h"
+
 #include "paramchanged.h"
 #include "playerpanel.h"
 #include "tovcomponentimp.h"
-
-#include <string>
 
 class Values : public TovComponentImp
 {
@@ -24,10 +24,7 @@ public:
 
     std::string Text(char const *key)
     {
-        char text[256] = "";
-        unsigned int size = sizeof text;
-        GetParamAsString(key, text, &size, nullptr);
-        return text;
+        return ParamText(this, key);
     }
 
 private:

@@ -1,10 +1,8 @@
 // The packets of a simulated camera: its frames, its events and its registers while features are set.
 #pragma once
 
-#include "tovcamera.h"
+#include "../support/simcamera.h"
 
-#include <cstdint>
-#include <cstring>
 #include <functional>
 #include <mutex>
 #include <vector>
@@ -18,16 +16,9 @@ struct SimPacketSeen
 class SimTraffic
 {
 public:
-    // Opens the first simulated camera of this kind whose display name contains the model's.
-    SimTraffic(std::uint32_t interfaceKind, char const *model) : m_system(TovCam_GetSystem())
+    explicit SimTraffic(char const *model) : m_system(TovCam_GetSystem())
     {
-        TovCam::ObjectList *const list = m_system->GetInterfaceList(1u << (interfaceKind - 1));
-        for (TovCam::Interface *i = list->GetFirst(); i && !m_device; i = list->GetNext()) {
-            for (std::uint32_t k = 0; k < i->GetDeviceCount() && !m_device; ++k) {
-                if (std::strcmp(i->GetDeviceInfoByIndex(k)->GetModelName(), model) == 0)
-                    m_device = TovCam_CreateDevice(i->GetDeviceInfoByIndex(k), 2, nullptr);
-            }
-        }
+        m_device = TovCam_CreateDevice(FindSimulated(m_system, model), 2, nullptr);
     }
     ~SimTraffic()
     {

@@ -5,10 +5,10 @@
 #include "fakeserializer.h"
 #include "fifofixture.h"
 #include "imgprocessor.h"
+#include "params.h"
 
 #include <QTest>
 
-#include <atomic>
 #include <chrono>
 #include <future>
 #include <new>
@@ -50,7 +50,7 @@ protected:
         EXPECT_TRUE(writer.StopWriting());
         fifo.SetState(SessionStateAcquisition);
         EXPECT_TRUE(writer.GetLedger().AddsUp());
-        EXPECT_EQ(Int("FramesSaved"), static_cast<long>(writer.GetLedger().saved));
+        EXPECT_EQ(IntOf(&writer, "FramesSaved"), static_cast<long>(writer.GetLedger().saved));
         return writer.GetLedger();
     }
     // One by one, each after the FIFO has taken the one before.
@@ -67,12 +67,6 @@ protected:
             GrabbingFifo::Accounts const accounts = fifo.GetAccounts();
             return accounts.queued == 0 && accounts.withConsumers == 0;
         });
-    }
-    long Int(char const *key)
-    {
-        long value = -1;
-        EXPECT_EQ(writer.GetParamInt(key, &value), TOV_PARAM_OK);
-        return value;
     }
 
     FakeSerializerScript &serializer = FakeSerializerScript::Get();
@@ -126,25 +120,6 @@ TEST_F(Writer, ConvertsWhatTheFormatCannotHold)
             EXPECT_EQ(write.name.empty(), row.format == ImageWriter::FormatAvi);
         }
     }
-}
-
-TEST_F(Writer, SnapsOneFrameAndKeepsAskingForItsEnd)
-{
-    Run();
-    writer.SetParamInt("CaptureMode", CaptureModeEventTime);
-    writer.RequestSnap();
-    Record();
-    Feed(1, 3);
-    ASSERT_TRUE(Drained());
-    ASSERT_TRUE(waitFor([this] { return done == 3 && Int("CaptureFramesAcquired") == 1; }));
-    RecordingLedger const ledger = Stop();
-    EXPECT_EQ(ledger.saved, 1);
-    EXPECT_EQ(ledger.unwanted, 2);
-    Record(); // the request was for one recording
-    Feed(4, 6);
-    ASSERT_TRUE(Drained());
-    EXPECT_EQ(Stop().saved, 3);
-    EXPECT_EQ(done, 3);
 }
 
 // Each failure costs what it must; afterwards every buffer is back and the next recording is whole.
@@ -230,7 +205,7 @@ TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
     EXPECT_EQ(fifo.GetAccounts().withConsumers, 1);
     go.set_value();
     ASSERT_TRUE(Drained());
-    ASSERT_TRUE(waitFor([this] { return Int("CaptureFramesDroppedSW") == 46; }));
+    ASSERT_TRUE(waitFor([this] { return IntOf(&writer, "CaptureFramesDroppedSW") == 46; }));
     RecordingLedger const ledger = Stop();
     EXPECT_EQ(ledger.acquired, 60);
     EXPECT_EQ(ledger.saved, 14);
@@ -270,14 +245,6 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     Feed(9, 10);
     ASSERT_TRUE(Drained());
     EXPECT_GE(Stop().saved, 2) << "the FIFO blocks and the rules are fresh all the same";
-
-    {
-        ImageWriter another(nullptr, &fifo, nullptr);
-        fifo.SetState(SessionStateCapturing);
-        ASSERT_TRUE(another.StartWriting());
-        Feed(11, 12);
-    } // destroyed while it records
-    fifo.SetState(SessionStateAcquisition);
 }
 
 // Frames come incomplete and not at all, the display borrows them, writing is slow and fails at random.
@@ -366,15 +333,11 @@ public:
 
 TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
 {
-    struct
-    {
-        bool newest;
-        std::vector<std::uint64_t> ids;
-    } const rows[] = {{false, {1, 2, 4}}, {true, {6, 5, 4}}};
-    for (auto const &row : rows) {
+    std::pair<bool, std::vector<std::uint64_t>> const rows[] = {{false, {1, 2, 4}}, {true, {6, 5, 4}}};
+    for (auto const &[newest, ids] : rows) {
         Run();
         EvaluationPlugin plugin(device.script);
-        plugin.newest = row.newest;
+        plugin.newest = newest;
         evaluated = 0;
         Record();
         for (std::uint64_t id = 1; id <= 6; ++id)
@@ -383,7 +346,7 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
         plugin.hold = false;
         ASSERT_TRUE(waitFor([this] { return evaluated == 1; }));
         writer.StopWriting(); // the worker has ended by itself
-        EXPECT_EQ(plugin.ids, row.ids);
+        EXPECT_EQ(plugin.ids, ids);
         EXPECT_EQ(fifo.GetAccounts().withConsumers, 0);
     }
     Run();
@@ -395,7 +358,7 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
     ASSERT_TRUE(waitFor([this] { return evaluated == 1; })) << "it threw";
     writer.StopWriting();
     EXPECT_TRUE(serializer.Writes().empty());
-    EXPECT_EQ(Int("CaptureFramesAcquired"), 0);
+    EXPECT_EQ(IntOf(&writer, "CaptureFramesAcquired"), 0);
 }
 
 } // namespace

@@ -4,54 +4,25 @@
 #include "displayview.h"
 #include "fakehost.h"
 #include "imagewriter.h"
-
-#include "tovcamera.h"
+#include "ownmounts.h"
+#include "params.h"
+#include "simcamera.h"
 
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <QTest>
-
-#include <gtest/gtest.h>
-
-#include <sched.h>
-#include <sys/mount.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <memory>
 
 namespace {
 
-bool writeText(char const *path, std::string const &text)
-{
-    std::FILE *const file = std::fopen(path, "w");
-    if (!file)
-        return false;
-    bool const written = std::fputs(text.c_str(), file) >= 0;
-    return std::fclose(file) == 0 && written;
-}
+// While there is one thread.
+bool const s_mayMount = EnterOwnMounts();
 
-// A mount namespace of its own for this process, which has to happen while it has one thread. False where it is not
-// allowed.
-bool const s_mayMount = [] {
-    std::string const user = std::to_string(getuid()), group = std::to_string(getgid());
-    return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && writeText("/proc/self/setgroups", "deny") &&
-           writeText("/proc/self/uid_map", "0 " + user + " 1") && writeText("/proc/self/gid_map", "0 " + group + " 1");
-}();
-
-class Recording : public testing::TestWithParam<unsigned int>
+class Recording : public testing::TestWithParam<char const *>
 {
 protected:
     Recording()
     {
-        TovCam::ObjectList *const interfaces = system->GetInterfaceList(255);
-        std::vector<TovCam::DeviceInfo *> cameras;
-        for (TovCam::Interface *i = interfaces->GetFirst(); i; i = interfaces->GetNext()) {
-            for (std::uint32_t camera = 0; camera < i->GetDeviceCount(); ++camera)
-                cameras.push_back(i->GetDeviceInfoByIndex(camera));
-        }
-        device = TovCam_CreateDevice(cameras.at(GetParam()), 2, nullptr);
+        device = TovCam_CreateDevice(FindSimulated(system, GetParam()), 2, nullptr);
         nodes = device->GetCameraParameters(nullptr);
         nodes->SetIntegerValue("Width", 320);
         nodes->SetIntegerValue("Height", 200);
@@ -71,13 +42,7 @@ protected:
 
     bool WaitFor(char const *key, long least)
     {
-        return QTest::qWaitFor(
-            [&] {
-                long value = 0;
-                session->GetImageWriter()->GetParamInt(key, &value);
-                return value >= least;
-            },
-            20000);
+        return QTest::qWaitFor([&] { return IntOf(session->GetImageWriter(), key) >= least; }, 20000);
     }
     void Record(ImageWriter::FileFormat format, long frames)
     {
@@ -130,20 +95,9 @@ TEST_P(Recording, KnowsOfEveryFrameOfADisturbedCamera)
     EXPECT_EQ(files.size(), ledger.saved);
     for (QFileInfo const &file : files)
         EXPECT_EQ(file.size() * 8 % (320 * 200), 0) << qPrintable(file.fileName());
-
-    // A snap, and a movie that the operator ends by closing the connection.
-    session->SnapNextFrame();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return session->GetState() == SessionStateAcquisition; }, 20000));
-    EXPECT_EQ(Ledger().saved, 1);
-    EXPECT_EQ(Files(QStringLiteral("raw")).size(), files.size() + 1);
-    Record(ImageWriter::FormatAvi, 5);
-    emit session->signalCameraStateDisconnected();
-    EXPECT_EQ(session->GetState(), SessionStateDisconnected);
-    EXPECT_GE(Ledger().saved, 5);
-    EXPECT_EQ(Files(QStringLiteral("avi")).size(), 1);
 }
 
-TEST_P(Recording, EndsWithTheCameraOrTheSession)
+TEST_P(Recording, EndsWithTheCamera)
 {
     Record(ImageWriter::FormatTif, 3);
     nodes->ExecuteCommand("SimLoseCamera");
@@ -153,18 +107,6 @@ TEST_P(Recording, EndsWithTheCameraOrTheSession)
     EXPECT_EQ(files.size(), saved);
     for (QFileInfo const &file : files)
         EXPECT_EQ(file.size(), files[0].size());
-}
-
-TEST_P(Recording, IsDestroyedWhileItRuns)
-{
-    Record(ImageWriter::FormatPng, 3);
-    session.reset();
-    EXPECT_GE(Files(QStringLiteral("png")).size(), 3);
-    for (QFileInfo const &info : Files(QStringLiteral("png"))) {
-        QFile file(info.filePath());
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        EXPECT_TRUE(file.readAll().contains("IEND")) << qPrintable(info.fileName());
-    }
 }
 
 TEST_P(Recording, SurvivesAFullDisk)
@@ -200,6 +142,6 @@ TEST_P(Recording, SurvivesAFullDisk)
     umount2(path.c_str(), MNT_DETACH);
 }
 
-INSTANTIATE_TEST_SUITE_P(SimulatedCameras, Recording, testing::Range(0u, 3u));
+INSTANTIATE_TEST_SUITE_P(SimulatedCameras, Recording, testing::Values("VG-2048M", "VU-1920C", "VG-1280C"));
 
 } // namespace

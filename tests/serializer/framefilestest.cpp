@@ -12,9 +12,9 @@ protected:
         for (unsigned i = 0; i < frames; ++i) {
             Picture const picture(type, size.width, size.height, i + 1, i % 2);
             if (i == 0) {
-                ASSERT_EQ(serializer->StartMovie(picture.Get(), path.c_str(), 29.97), TOV_SERIALIZER_OK);
+                ASSERT_EQ(serializer->StartMovie(picture.Image(), path.c_str(), 29.97), TOV_SERIALIZER_OK);
             }
-            ASSERT_EQ(serializer->WriteFrame(picture.Get(), nullptr), TOV_SERIALIZER_OK);
+            ASSERT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
         }
     }
     // The frames of the file are those from 0 on that Record has written, but `missing`.
@@ -30,8 +30,8 @@ protected:
             ASSERT_EQ(reader.Read(frame, pixels.data()), 0);
             EXPECT_TRUE(pixels == picture.Lines());
             EXPECT_EQ(frame.header.number, number);
-            EXPECT_EQ(frame.header.frameId, picture.Get()->frameID);
-            EXPECT_EQ(frame.header.timestamp, picture.Get()->timestamp);
+            EXPECT_EQ(frame.header.frameId, picture.Image()->frameID);
+            EXPECT_EQ(frame.header.timestamp, picture.Image()->timestamp);
             EXPECT_EQ(frame.header.pixelType, type);
         }
     }

@@ -1,11 +1,10 @@
 // Disks without room: a limit on the size of files, on which the file system refuses in the middle of a frame, and a
 // small file system of our own.
 #include "framefilereader.h"
+#include "ownmounts.h"
 #include "serializerfixture.h"
 
 #include <csignal>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -23,9 +22,9 @@ protected:
         for (unsigned i = 0; i < 500; ++i) {
             Picture const picture(TV_PIXEL_MONO8, size.width, size.height, i + 1);
             if (i == 0) {
-                ASSERT_EQ(serializer->StartMovie(picture.Get(), Path(name).c_str(), 25), TOV_SERIALIZER_OK);
+                ASSERT_EQ(serializer->StartMovie(picture.Image(), Path(name).c_str(), 25), TOV_SERIALIZER_OK);
             }
-            status = serializer->WriteFrame(picture.Get(), nullptr);
+            status = serializer->WriteFrame(picture.Image(), nullptr);
             if (status != TOV_SERIALIZER_OK)
                 break;
             expected += picture.Lines();
@@ -73,13 +72,7 @@ TEST_F(FullDiskTest, LeavesTheSameOnAFileSystemThatIsFull)
     constexpr int NotAllowed = 77;
     pid_t const child = fork();
     if (child == 0) {
-        std::string const user = "0 " + std::to_string(getuid()) + " 1", group = "0 " + std::to_string(getgid()) + " 1";
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-            _exit(NotAllowed);
-        std::ofstream("/proc/self/setgroups") << "deny";
-        std::ofstream("/proc/self/uid_map") << user;
-        std::ofstream("/proc/self/gid_map") << group;
-        if (mount("none", folder.c_str(), "tmpfs", 0, "size=7m") != 0)
+        if (!EnterOwnMounts() || mount("none", folder.c_str(), "tmpfs", 0, "size=7m") != 0)
             _exit(NotAllowed);
         FillWithEverything();
         _exit(HasFailure());

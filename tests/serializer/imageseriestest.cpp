@@ -5,14 +5,7 @@
 
 namespace {
 
-class ImageSeriesTest : public SerializerTest
-{
-};
-
-bool IsColour(TovPixelTypeInfo const *info)
-{
-    return info->family != TOV_FAMILY_MONO;
-}
+using ImageSeriesTest = SerializerTest;
 
 std::uint32_t UnpackedOfDepth(bool colour, unsigned depth)
 {
@@ -33,7 +26,7 @@ TEST_F(ImageSeriesTest, EveryPixelTypeComesBackFromOtherProgramsBitForBit)
             std::string list;
             for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
                 TovPixelTypeInfo const *info = TovGetPixelTypeInfoByRow(row);
-                if (IsColour(info) != colour || (info->bitDepth > 8) != deep)
+                if ((info->family != TOV_FAMILY_MONO) != colour || (info->bitDepth > 8) != deep)
                     continue;
                 Picture const picture(info->pixelType, 37, 22, row, row % 3 * 2);
                 std::string const path = Path(std::to_string(row) + "." + format);
@@ -75,18 +68,14 @@ TEST_F(ImageSeriesTest, RawIsTheLinesBytesAndNothingElse)
 
 TEST_F(ImageSeriesTest, TiffTellsTheDepthOfItsSamples)
 {
-    struct Case
-    {
-        std::uint32_t type;
-        char const *maximum; // null: not told
-    };
-    for (Case const &c : {Case{TV_PIXEL_MONO10, "1023"}, Case{TV_PIXEL_RGB12, "4095"}, Case{0x010C1308, "4095"},
-                          Case{TV_PIXEL_MONO16, nullptr}}) {
-        ASSERT_EQ(Save(Picture(c.type, 640, 480), "tif", Path("t.tif")), TOV_SERIALIZER_OK);
+    std::pair<std::uint32_t, char const *> const cases[] = {
+        {TV_PIXEL_MONO10, "1023"}, {TV_PIXEL_RGB12, "4095"}, {0x010C1308, "4095"}, {TV_PIXEL_MONO16, nullptr}};
+    for (auto const &[type, maximum] : cases) { // null: not told
+        ASSERT_EQ(Save(Picture(type, 640, 480), "tif", Path("t.tif")), TOV_SERIALIZER_OK);
         std::string const info = Output("tiffinfo '" + Path("t.tif") + "' 2>&1");
         EXPECT_NE(info.find("Bits/Sample: 16"), std::string::npos) << info;
         std::string const told = "Max Sample Value: ";
-        EXPECT_EQ(info.find(c.maximum ? told + c.maximum : told) != std::string::npos, c.maximum != nullptr) << info;
+        EXPECT_EQ(info.find(maximum ? told + maximum : told) != std::string::npos, maximum != nullptr) << info;
         EXPECT_EQ(info.find("Warning"), std::string::npos) << info;
         fs::remove(Path("t.tif"));
     }
@@ -105,7 +94,7 @@ TEST_F(ImageSeriesTest, PngsOfAllSortsOfPicturesAreSound)
                 std::uint64_t const x = i % bytes, y = i / bytes;
                 int const noise = int(random() % 7);
                 int const values[] = {77, int(x), int(y), int(x / 3 + y / 5) + noise, x % 300 < 50 ? noise * 36 : 5};
-                picture.Get()->imageData[i] = std::uint8_t(values[kind]);
+                picture.Image()->imageData[i] = std::uint8_t(values[kind]);
             }
             ASSERT_EQ(Save(picture, "png", Path("p.png")), TOV_SERIALIZER_OK);
             Output("pngcheck -q '" + Path("p.png") + "'");
@@ -129,7 +118,7 @@ TEST_F(ImageSeriesTest, JpegFollowsItsQualityAndTakesEveryPixelType)
 
     Picture const picture(TV_PIXEL_MONO8, 256, 256);
     for (std::uint32_t i = 0; i < 256 * 256; ++i)
-        picture.Get()->imageData[i] = std::uint8_t(i % 256 / 2 + i / 512);
+        picture.Image()->imageData[i] = std::uint8_t(i % 256 / 2 + i / 512);
     for (int const quality : {25, 90}) {
         serializer->GetComponent()->SetParamInt("jpeg.quality", quality);
         std::string const path = Path("q" + std::to_string(quality) + ".jpg");
@@ -146,9 +135,9 @@ TEST_F(ImageSeriesTest, FoldersAreMadeAndNothingIsOverwritten)
 {
     Picture const first(TV_PIXEL_MONO8, 16, 16, 1), second(TV_PIXEL_MONO8, 16, 16, 2);
     std::string const path = Path("a/b.c/image.x.raw");
-    ASSERT_EQ(serializer->StartImageSeries(first.Get(), "raw"), TOV_SERIALIZER_OK);
+    ASSERT_EQ(serializer->StartImageSeries(first.Image(), "raw"), TOV_SERIALIZER_OK);
     for (Picture const *picture : {&first, &second, &second})
-        ASSERT_EQ(serializer->WriteFrame(picture->Get(), path.c_str()), TOV_SERIALIZER_OK);
+        ASSERT_EQ(serializer->WriteFrame(picture->Image(), path.c_str()), TOV_SERIALIZER_OK);
     EXPECT_TRUE(ReadFile(path) == first.Lines());
     EXPECT_TRUE(ReadFile(Path("a/b.c/image.x_1.raw")) == second.Lines());
     EXPECT_TRUE(ReadFile(Path("a/b.c/image.x_2.raw")) == second.Lines());
@@ -157,13 +146,13 @@ TEST_F(ImageSeriesTest, FoldersAreMadeAndNothingIsOverwritten)
     fs::create_symlink("nowhere", Path("link.raw"));
     fs::create_directory(Path("folder.raw"));
     for (char const *name : {"link.raw", "folder.raw", "no-dot", ".hidden"})
-        EXPECT_EQ(serializer->WriteFrame(first.Get(), Path(name).c_str()), TOV_SERIALIZER_OK);
+        EXPECT_EQ(serializer->WriteFrame(first.Image(), Path(name).c_str()), TOV_SERIALIZER_OK);
     for (char const *name : {"link_1.raw", "folder_1.raw", "no-dot", ".hidden"})
         EXPECT_TRUE(ReadFile(Path(name)) == first.Lines()) << name;
     EXPECT_FALSE(fs::exists(Path("nowhere")));
     // Thousands of one name: no look-up for each of those before.
     for (int i = 0; i < 3000; ++i)
-        ASSERT_EQ(serializer->WriteFrame(first.Get(), Path("many/x.raw").c_str()), TOV_SERIALIZER_OK);
+        ASSERT_EQ(serializer->WriteFrame(first.Image(), Path("many/x.raw").c_str()), TOV_SERIALIZER_OK);
     EXPECT_EQ(Files(folder / "many"), 3000);
     EXPECT_TRUE(fs::exists(Path("many/x_2999.raw")));
 }
@@ -174,11 +163,11 @@ TEST_F(ImageSeriesTest, WritersOfOneNameDoNotMeet)
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < 4; ++t) {
         threads.emplace_back([this, t] {
-            std::unique_ptr<TovImageSerializer, Deleter> own(TovImageSerializer::CreateComponent(true));
+            Serializer const own = NewSerializer();
             Picture const picture(TV_PIXEL_MONO8, 8, 8, t);
-            own->StartImageSeries(picture.Get(), "raw");
+            own->StartImageSeries(picture.Image(), "raw");
             for (int i = 0; i < 100; ++i)
-                EXPECT_EQ(own->WriteFrame(picture.Get(), Path("x.raw").c_str()), TOV_SERIALIZER_OK);
+                EXPECT_EQ(own->WriteFrame(picture.Image(), Path("x.raw").c_str()), TOV_SERIALIZER_OK);
         });
     }
     for (std::thread &thread : threads)
@@ -189,7 +178,7 @@ TEST_F(ImageSeriesTest, WritersOfOneNameDoNotMeet)
 TEST_F(ImageSeriesTest, WrongCallsAreRefusedAndHarmless)
 {
     Picture const picture(TV_PIXEL_MONO8, 16, 16), wider(TV_PIXEL_MONO8, 17, 16), deeper(TV_PIXEL_MONO16, 16, 16);
-    _TovImage const *image = picture.Get();
+    _TovImage const *image = picture.Image();
     EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
     EXPECT_EQ(serializer->WriteFrame(image, Path("x.raw").c_str()), TOV_SERIALIZER_ERR_STATE);
     EXPECT_EQ(serializer->StartImageSeries(nullptr, "raw"), TOV_SERIALIZER_ERR_ARGUMENT);
@@ -204,8 +193,8 @@ TEST_F(ImageSeriesTest, WrongCallsAreRefusedAndHarmless)
     EXPECT_EQ(serializer->StartImageSeries(image, "raw"), TOV_SERIALIZER_ERR_STATE);
     EXPECT_EQ(serializer->StartMovie(image, Path("x.tvm").c_str(), 25), TOV_SERIALIZER_ERR_STATE);
     EXPECT_EQ(serializer->WriteFrame(image, nullptr), TOV_SERIALIZER_ERR_ARGUMENT);
-    EXPECT_EQ(serializer->WriteFrame(wider.Get(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
-    EXPECT_EQ(serializer->WriteFrame(deeper.Get(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->WriteFrame(wider.Image(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
+    EXPECT_EQ(serializer->WriteFrame(deeper.Image(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->WriteFrame(image, "/proc/nowhere/x.raw"), TOV_SERIALIZER_ERR_WRITE);
     EXPECT_EQ(serializer->WriteFrame(image, Path(std::string(300, 'x') + ".raw").c_str()), TOV_SERIALIZER_ERR_WRITE);
     EXPECT_EQ(Files(folder), 0);

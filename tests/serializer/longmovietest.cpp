@@ -3,9 +3,7 @@
 
 namespace {
 
-class LongMovieTest : public SerializerTest
-{
-};
+using LongMovieTest = SerializerTest;
 
 TEST_F(LongMovieTest, PlaysPastFourGigabytes)
 {
@@ -16,11 +14,11 @@ TEST_F(LongMovieTest, PlaysPastFourGigabytes)
         GTEST_SKIP() << "no room for it";
     Picture const picture(TV_PIXEL_MONO8, WIDTH, HEIGHT);
     std::string const path = Path("long.avi");
-    ASSERT_EQ(serializer->StartMovie(picture.Get(), path.c_str(), 25), TOV_SERIALIZER_OK);
+    ASSERT_EQ(serializer->StartMovie(picture.Image(), path.c_str(), 25), TOV_SERIALIZER_OK);
     std::vector<std::string> expected;
     for (int i = 0; i < FRAMES; ++i) {
-        std::memset(picture.Get()->imageData + i * HEIGHT * 17, i, WIDTH);
-        ASSERT_EQ(serializer->WriteFrame(picture.Get(), nullptr), TOV_SERIALIZER_OK) << i;
+        std::memset(picture.Image()->imageData + i * HEIGHT * 17, i, WIDTH);
+        ASSERT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK) << i;
     }
     ASSERT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
     ASSERT_GT(fs::file_size(path), std::uintmax_t(1) << 32);

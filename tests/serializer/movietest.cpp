@@ -1,7 +1,6 @@
 // Movies, seen by ffprobe and ffmpeg.
+#include "params.h"
 #include "serializerfixture.h"
-
-#include <deque>
 
 namespace {
 
@@ -16,9 +15,9 @@ protected:
         for (int i = 0; i < frames; ++i) {
             Picture const picture(from, size.width, size.height, unsigned(i) + 1, gap);
             if (i == 0) {
-                EXPECT_EQ(serializer->StartMovie(picture.Get(), path.c_str(), fps), TOV_SERIALIZER_OK);
+                EXPECT_EQ(serializer->StartMovie(picture.Image(), path.c_str(), fps), TOV_SERIALIZER_OK);
             }
-            EXPECT_EQ(serializer->WriteFrame(picture.Get(), nullptr), TOV_SERIALIZER_OK);
+            EXPECT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
             expected += type == from ? picture.Lines() : picture.LinesAs(type);
         }
         EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
@@ -83,15 +82,15 @@ TEST_F(MovieTest, LossyMoviesLookLikeTheirFrames)
         std::size_t const samples = TovLineBytes(c.type, c.size.width) * c.size.height;
         Bytes expected;
         Picture const picture(c.type, c.size.width, c.size.height);
-        ASSERT_EQ(serializer->StartMovie(picture.Get(), path.c_str(), 50), TOV_SERIALIZER_OK);
+        ASSERT_EQ(serializer->StartMovie(picture.Image(), path.c_str(), 50), TOV_SERIALIZER_OK);
         for (int i = 0; i < 20; ++i) {
             std::size_t const line = TovLineBytes(c.type, c.size.width);
             bool const grey = c.type == TV_PIXEL_MONO8;
             for (std::size_t s = 0; s < samples; ++s)
-                picture.Get()->imageData[s] =
+                picture.Image()->imageData[s] =
                     std::uint8_t(grey ? 10 * i + s / line / 6 : 40 + 5 * i + s % line / 10 + s % 3 * 20);
             expected += picture.Lines();
-            ASSERT_EQ(serializer->WriteFrame(picture.Get(), nullptr), TOV_SERIALIZER_OK);
+            ASSERT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
         }
         ASSERT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
         EXPECT_EQ(Probe(path, "codec_name"), c.codec);
@@ -107,21 +106,16 @@ TEST_F(MovieTest, LossyMoviesLookLikeTheirFrames)
 
 TEST_F(MovieTest, PlaysAtTheRateAskedFor)
 {
-    struct Case
-    {
-        double fps;
-        char const *rate;
-    };
-    for (Case const &c : {Case{30, "30/1"},
-                          {29.97, "2997/100"},
-                          {30000.0 / 1001, "30000/1001"},
-                          {0.1, "1/10"},
-                          {1000, "1000/1"},
-                          {12.5, "25/2"}}) {
+    for (auto const &[fps, rate] : {std::pair(30.0, "30/1"),
+                                    {29.97, "2997/100"},
+                                    {30000.0 / 1001, "30000/1001"},
+                                    {0.1, "1/10"},
+                                    {1000, "1000/1"},
+                                    {12.5, "25/2"}}) {
         for (char const *compressor : {"Uncompressed", "MJPEG"}) {
             Choose(compressor);
-            Record(Path("m.avi"), TV_PIXEL_MONO8, TV_PIXEL_MONO8, {32, 32}, 5, c.fps);
-            EXPECT_EQ(Probe(Path("m.avi"), "r_frame_rate,nb_read_frames"), std::string(c.rate) + "5") << compressor;
+            Record(Path("m.avi"), TV_PIXEL_MONO8, TV_PIXEL_MONO8, {32, 32}, 5, fps);
+            EXPECT_EQ(Probe(Path("m.avi"), "r_frame_rate,nb_read_frames"), std::string(rate) + "5") << compressor;
             fs::remove(Path("m.avi"));
         }
     }
@@ -129,18 +123,13 @@ TEST_F(MovieTest, PlaysAtTheRateAskedFor)
 
 TEST_F(MovieTest, MoviesAreNeverOverwrittenAndTellTheirParameters)
 {
-    char text[256];
-    unsigned int size = sizeof text;
     TovComponent *const component = serializer->GetComponent();
-    ASSERT_EQ(component->GetParamString("movie.compressors", text, &size), TOV_PARAM_OK);
-    EXPECT_EQ(std::string(text).substr(0, 18), "Uncompressed|MJPEG") << text;
-    long options = -1;
-    EXPECT_EQ(component->GetParamInt("movie.options", &options), TOV_PARAM_OK);
-    EXPECT_EQ(options, 0);
+    EXPECT_EQ(ParamText(component, "movie.compressors").substr(0, 18), "Uncompressed|MJPEG");
+    EXPECT_EQ(IntOf(component, "movie.options"), 0);
     for (char const *name : {"new/m.avi", "new/m..tvm"}) {
         Picture const picture(TV_PIXEL_MONO8, 16, 16);
         for (int i = 0; i < 2; ++i) {
-            ASSERT_EQ(serializer->StartMovie(picture.Get(), Path(name).c_str(), 25), TOV_SERIALIZER_OK);
+            ASSERT_EQ(serializer->StartMovie(picture.Image(), Path(name).c_str(), 25), TOV_SERIALIZER_OK);
             EXPECT_TRUE(fs::exists(Path(name)));
             EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
         }

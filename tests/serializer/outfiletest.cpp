@@ -4,9 +4,7 @@
 
 namespace {
 
-class OutFileTest : public SerializerTest
-{
-};
+using OutFileTest = SerializerTest;
 
 // Appends and changes of all sizes, against the same done in memory.
 TEST_F(OutFileTest, HoldsWhatWasWrittenOnEveryRoad)

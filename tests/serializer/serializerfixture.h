@@ -8,15 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <random>
 #include <string>
-#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -31,10 +28,6 @@ public:
     {
         Image()->timestamp = 1000 + seed;
         Image()->frameID = seed;
-    }
-    _TovImage *Get() const
-    {
-        return Image();
     }
     // The lines' bytes one after another.
     Bytes Lines() const
@@ -92,6 +85,13 @@ inline int Files(fs::path const &folder)
     return int(std::distance(fs::recursive_directory_iterator(folder), {}));
 }
 
+using Serializer = std::unique_ptr<TovImageSerializer, decltype(&TovImageSerializer::DeleteComponent)>;
+
+inline Serializer NewSerializer()
+{
+    return {TovImageSerializer::CreateComponent(true), &TovImageSerializer::DeleteComponent};
+}
+
 class SerializerTest : public testing::Test
 {
 protected:
@@ -111,9 +111,9 @@ protected:
     // One file of a series.
     std::int32_t Save(Picture const &picture, char const *extension, std::string const &path)
     {
-        std::int32_t status = serializer->StartImageSeries(picture.Get(), extension);
+        std::int32_t status = serializer->StartImageSeries(picture.Image(), extension);
         if (status == TOV_SERIALIZER_OK)
-            status = serializer->WriteFrame(picture.Get(), path.c_str());
+            status = serializer->WriteFrame(picture.Image(), path.c_str());
         serializer->Stop();
         return status;
     }
@@ -122,14 +122,7 @@ protected:
         serializer->GetComponent()->SetParamString("movie.compressor", compressor);
     }
 
-    struct Deleter
-    {
-        void operator()(TovImageSerializer *object) const
-        {
-            TovImageSerializer::DeleteComponent(object);
-        }
-    };
     fs::path const folder = fs::temp_directory_path() / ("tov-serializer-" + std::to_string(getpid()) + "-" +
                                                          testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::unique_ptr<TovImageSerializer, Deleter> serializer{TovImageSerializer::CreateComponent(true)};
+    Serializer const serializer = NewSerializer();
 };

@@ -1,4 +1,5 @@
 #include "fifofixture.h"
+#include "params.h"
 
 #include <chrono>
 #include <thread>
@@ -23,7 +24,7 @@ protected:
     void Finish()
     {
         FifoFixture::Finish();
-        EXPECT_EQ(Int("QueueFilled"), 0);
+        EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 0);
     }
 
     void Feed(std::vector<FakeFrame> const &frames)
@@ -51,19 +52,6 @@ protected:
         EXPECT_EQ(fifo.ReleaseBuffer(buffer), 0);
         return id;
     }
-
-    long Int(char const *key)
-    {
-        long value = -1;
-        EXPECT_EQ(fifo.GetParamInt(key, &value), TOV_PARAM_OK);
-        return value;
-    }
-    double Float(char const *key)
-    {
-        double value = -1;
-        EXPECT_EQ(fifo.GetParamFloat(key, &value), TOV_PARAM_OK);
-        return value;
-    }
 };
 
 TEST_F(Fifo, WatchingHoldsTheNewestFrameAndDropsNothing)
@@ -76,14 +64,14 @@ TEST_F(Fifo, WatchingHoldsTheNewestFrameAndDropsNothing)
     Feed({{21, 21000, true}});
     device.stream.PushNothing(0); // leaves the last one
     ASSERT_TRUE(device.stream.WaitUntilDrained());
-    EXPECT_EQ(Int("QueueFilled"), 1);
-    EXPECT_EQ(Int("FramesDroppedSW"), 0);
+    EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 1);
+    EXPECT_EQ(IntOf(&fifo, "FramesDroppedSW"), 0);
     EXPECT_EQ(device.stream.OutCount(), 1u);
     ASSERT_EQ(fifo.GetNewestBuffer(&buffer, true), 0);
-    EXPECT_EQ(Int("QueueFilled"), 1);
+    EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 1);
     ASSERT_EQ(fifo.GetNewestBuffer(&buffer, false), 0);
     EXPECT_EQ(buffer->GetFrameID(), 21u) << "an incomplete frame replaces the last one";
-    EXPECT_EQ(Int("QueueFilled"), 0);
+    EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 0);
     EXPECT_EQ(fifo.ReturnBuffer(buffer), 0);
     EXPECT_EQ(device.stream.OutCount(), 0u);
 }
@@ -106,12 +94,12 @@ TEST_P(FifoStatistics, AreThoseOfTheFrames)
     StatisticsRow const &row = GetParam();
     Begin(SessionStateAcquisition);
     Feed(row.frames);
-    EXPECT_EQ(Int("FramesAcquired"), row.acquired);
-    EXPECT_EQ(Int("FramesDroppedHW"), row.dropped);
-    EXPECT_EQ(Int("FramesIncomp"), row.incomplete);
-    EXPECT_DOUBLE_EQ(Float("FpsAvg"), row.framesPerTick * T);
-    EXPECT_DOUBLE_EQ(Float("FpsInst"), row.framesPerTick * T);
-    EXPECT_DOUBLE_EQ(Float("Speed"), row.ticksOfSpeed ? T * 1024 / (row.ticksOfSpeed * 1048576) : 0);
+    EXPECT_EQ(IntOf(&fifo, "FramesAcquired"), row.acquired);
+    EXPECT_EQ(IntOf(&fifo, "FramesDroppedHW"), row.dropped);
+    EXPECT_EQ(IntOf(&fifo, "FramesIncomp"), row.incomplete);
+    EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsAvg"), row.framesPerTick * T);
+    EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsInst"), row.framesPerTick * T);
+    EXPECT_DOUBLE_EQ(FloatOf(&fifo, "Speed"), row.ticksOfSpeed ? T * 1024 / (row.ticksOfSpeed * 1048576) : 0);
 }
 
 StatisticsRow const statisticsRows[] = {
@@ -138,32 +126,32 @@ TEST_F(Fifo, ARestartKeepsTheTimestampAndClearsTheCounts)
     EXPECT_DOUBLE_EQ(fifo.GetCurrentFPS(), 2.0 / 1000);
     Finish();
     Begin(SessionStateAcquisition);
-    EXPECT_EQ(Int("FramesAcquired"), 0);
-    EXPECT_EQ(Int("FramesDroppedHW"), 0);
-    EXPECT_EQ(Int("FramesIncomp"), 0);
-    EXPECT_EQ(Int("Timestamp"), 2000);
+    EXPECT_EQ(IntOf(&fifo, "FramesAcquired"), 0);
+    EXPECT_EQ(IntOf(&fifo, "FramesDroppedHW"), 0);
+    EXPECT_EQ(IntOf(&fifo, "FramesIncomp"), 0);
+    EXPECT_EQ(IntOf(&fifo, "Timestamp"), 2000);
     Feed({{1, 12000}});
-    EXPECT_DOUBLE_EQ(Float("FpsAvg"), T / 10000);
+    EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsAvg"), T / 10000);
 }
 
 TEST_F(Fifo, CapturingKeepsTheOldestInOrder)
 {
     Begin(SessionStateCapturing);
     FeedIds(1, 20);
-    EXPECT_EQ(Int("QueueFilled"), 13);
-    EXPECT_EQ(Int("FramesDroppedSW"), 7);
+    EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 13);
+    EXPECT_EQ(IntOf(&fifo, "FramesDroppedSW"), 7);
     // A pass without a frame finds the FIFO full, too, and makes room for nothing.
     device.stream.PushNothing(-40001);
     ASSERT_TRUE(device.stream.WaitUntilDrained());
-    EXPECT_EQ(Int("FramesDroppedSW"), 8);
-    EXPECT_EQ(Int("QueueFilled"), 12);
+    EXPECT_EQ(IntOf(&fifo, "FramesDroppedSW"), 8);
+    EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 12);
     for (std::uint64_t id = 1; id <= 12; ++id)
         EXPECT_EQ(PopId(), id);
     // A smaller queue takes effect at once.
     FeedIds(21, 28);
     fifo.SetParamInt("QueueSize", 5);
     Feed({{29, 29000}});
-    EXPECT_EQ(Int("QueueFilled"), 2);
+    EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 2);
     EXPECT_EQ(PopId(), 21u);
     EXPECT_EQ(PopId(), 29u);
 }
@@ -171,12 +159,12 @@ TEST_F(Fifo, CapturingKeepsTheOldestInOrder)
 TEST_F(Fifo, CapturingWithTheSmallestQueueDropsEveryFrame)
 {
     Begin(SessionStateCapturing, 1);
-    EXPECT_EQ(Int("QueueSize"), 3);
+    EXPECT_EQ(IntOf(&fifo, "QueueSize"), 3);
     FeedIds(1, 10);
     device.stream.PushNothing(0);
     ASSERT_TRUE(device.stream.WaitUntilDrained());
-    EXPECT_EQ(Int("FramesDroppedSW"), 10);
-    EXPECT_EQ(Int("QueueFilled"), 0);
+    EXPECT_EQ(IntOf(&fifo, "FramesDroppedSW"), 10);
+    EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 0);
     EXPECT_EQ(device.stream.OutCount(), 0u);
 }
 
@@ -251,9 +239,7 @@ TEST(FifoTickFrequency, ComesFromTheNodeWhereThereIsOne)
         fifo.SetState(SessionStateAcquisition);
         device.stream.Push({1, 1000});
         EXPECT_TRUE(device.stream.WaitUntilDrained());
-        double rate = -1;
-        fifo.GetParamFloat("FpsAvg", &rate);
-        EXPECT_DOUBLE_EQ(rate, row.rate);
+        EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsAvg"), row.rate);
         EXPECT_TRUE(fifo.StopGrabbing());
         EXPECT_EQ(fifo.ReleaseBuffers(), 0);
     }
@@ -288,8 +274,7 @@ TEST_F(FifoFixture, ConsumersAndStopsInAnyOrderLoseNoBuffer)
         fifo.SetState(SessionStateCapturing);
         std::this_thread::sleep_for(2ms);
         fifo.SetState(SessionStateAcquisition);
-        double rate = 0; // as the panels read it
-        EXPECT_EQ(fifo.GetParamFloat("FpsAvg", &rate), TOV_PARAM_OK);
+        FloatOf(&fifo, "FpsAvg"); // as the panels read it
         stop = true;
         fifo.SetGrabberThtreadBlocking(false);
         display.join();

@@ -1,17 +1,15 @@
 #include "session.h"
 #include "displayview.h"
-#include "fakecamera.h"
 #include "fakehost.h"
 #include "fakeserializer.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
+#include "params.h"
 
 #include <QApplication>
 #include <QMessageBox>
 #include <QTest>
 #include <QTimer>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -60,14 +58,6 @@ protected:
         EXPECT_TRUE(device.stream.WaitUntilDrained());
     }
 
-    std::string Value(TovComponent *component, char const *key)
-    {
-        char text[64] = "";
-        unsigned int length = sizeof text;
-        EXPECT_EQ(component->GetParamAsString(key, text, &length, nullptr), TOV_PARAM_OK);
-        return text;
-    }
-
     FakeDevice device;
     FakeHost host{device.script};
     std::unique_ptr<Session> session;
@@ -93,18 +83,16 @@ TEST_F(SessionTest, IsBuiltAndEntersIdleOnTheNextPass)
 
 TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
 {
-    struct
-    {
-        char const *absent, *name, *title; // each row with one node less
-    } const rows[] = {{"", "Session_bench_Scripted", " bench [Scripted, SN:0042]"},
-                      {"DeviceUserID", "Session_Scripted", " [Scripted, SN:0042]"},
-                      {"DeviceModelName", "Session", ", SN:0042]"},
-                      {"DeviceSerialNumber", "Session", "]"}};
-    for (auto const &row : rows) {
-        device.params.texts.erase(row.absent);
+    std::tuple<char const *, char const *, char const *> const rows[] = {
+        {"", "Session_bench_Scripted", " bench [Scripted, SN:0042]"},
+        {"DeviceUserID", "Session_Scripted", " [Scripted, SN:0042]"},
+        {"DeviceModelName", "Session", ", SN:0042]"},
+        {"DeviceSerialNumber", "Session", "]"}};
+    for (auto const &[absent, name, title] : rows) { // each with one node less
+        device.params.texts.erase(absent);
         Connect();
-        EXPECT_EQ(session->GetSettingsName().toStdString(), row.name);
-        EXPECT_EQ(session->GetTitle().toStdString(), row.title);
+        EXPECT_EQ(session->GetSettingsName().toStdString(), name);
+        EXPECT_EQ(session->GetTitle().toStdString(), title);
         session.reset();
     }
 }
@@ -116,14 +104,14 @@ TEST_F(SessionTest, StartsCapturesAndStopsInOrder)
     emit session->signalStartAcquisition();
     EXPECT_EQ(device.script.TakeLog(), "PrepareToAcquition; " START_LOG);
     Feed(1, 5);
-    EXPECT_EQ(Value(session->GetGrabber(), "FramesAcquired"), "5");
+    EXPECT_EQ(ParamText(session->GetGrabber(), "FramesAcquired"), "5");
     emit session->signalStartCapturing();
     Feed(6, 15);
-    EXPECT_GE(std::stoi(Value(session->GetGrabber(), "QueueFilled")), 8)
+    EXPECT_GE(std::stoi(ParamText(session->GetGrabber(), "QueueFilled")), 8)
         << "no recorder took them; the display has borrowed one or two";
     emit session->signalStopCapturing();
     Feed(16, 16);
-    EXPECT_LE(std::stoi(Value(session->GetGrabber(), "QueueFilled")), 1);
+    EXPECT_LE(std::stoi(ParamText(session->GetGrabber(), "QueueFilled")), 1);
     EXPECT_EQ(device.script.TakeLog(), "OnStartCapturing") << "the camera is left alone";
     emit session->signalStopAcquisition();
     EXPECT_EQ(device.script.TakeLog(), STOP_LOG "; OnStop");
@@ -167,10 +155,7 @@ TEST_F(SessionTest, MovesOnlyWhereATransitionLeads)
 TEST_F(SessionTest, AFailingStepOfTheStartIsUndoneWhole)
 {
 #define UNDO_LOG "Execute AcquisitionAbort; Set TLParamsLocked 0; ReleaseBufferQueue"
-    struct
-    {
-        char const *step, *log;
-    } const rows[] = {
+    std::pair<char const *, char const *> const rows[] = {
         {"AllocBufferQueue", "AllocBufferQueue 16; " UNDO_LOG},
         {"TLParamsLocked", "AllocBufferQueue 16; Set TLParamsLocked 1; " UNDO_LOG},
         {"StartAcquisition", "AllocBufferQueue 16; Set TLParamsLocked 1; StartAcquisition -1 0; " UNDO_LOG},
@@ -178,20 +163,20 @@ TEST_F(SessionTest, AFailingStepOfTheStartIsUndoneWhole)
          START_LOG "; Execute AcquisitionAbort; StopAcquisition 1; Set TLParamsLocked 0; ReleaseBufferQueue"},
     };
     Connect();
-    for (auto const &row : rows) {
+    for (auto const &[step, log] : rows) {
         for (bool const throws : {false, true}) {
-            SCOPED_TRACE(std::string(row.step) + (throws ? " throws" : " fails"));
-            device.script.Fail(row.step, throws ? 0 : -40001);
+            SCOPED_TRACE(std::string(step) + (throws ? " throws" : " fails"));
+            device.script.Fail(step, throws ? 0 : -40001);
             if (throws)
-                device.script.At(row.step, [&] {
-                    device.script.At(row.step, {});
+                device.script.At(step, [&, step = step] {
+                    device.script.At(step, {});
                     throw std::runtime_error("broken");
                 });
             emit session->signalStartAcquisition();
-            EXPECT_EQ(device.script.TakeLog(), row.log);
+            EXPECT_EQ(device.script.TakeLog(), log);
             EXPECT_EQ(std::exchange(errors, {}), std::vector<int>{1});
             EXPECT_EQ(states, std::vector<SessionState>{SessionStateIdle}) << "the answer led back to Idle";
-            device.script.Fail(row.step, 0);
+            device.script.Fail(step, 0);
             GoTo(SessionStateAcquisition);
             emit session->signalStopAcquisition();
             device.script.TakeLog();
@@ -355,12 +340,12 @@ TEST_F(SessionTest, KeepsSettingsAndForgetsCounters)
     GoTo(SessionStateAcquisition);
     Feed(7, 7);
     Connect();
-    EXPECT_EQ(Value(session->GetDisplay(), "DisplayRate"), "12.5");
-    EXPECT_EQ(Value(session->GetImageWriter(), "ImageName"), "run_${time}");
-    EXPECT_EQ(Value(session->GetImageWriter(), "FramesSaved"), "0");
+    EXPECT_EQ(ParamText(session->GetDisplay(), "DisplayRate"), "12.5");
+    EXPECT_EQ(ParamText(session->GetImageWriter(), "ImageName"), "run_${time}");
+    EXPECT_EQ(ParamText(session->GetImageWriter(), "FramesSaved"), "0");
     for (char const *key : {"FramesAcquired", "FramesDroppedHW", "FramesDroppedSW", "FramesIncomp", "Timestamp",
                             "FrameID", "FpsAvg", "FpsInst", "Speed"})
-        EXPECT_EQ(Value(session->GetGrabber(), key), "0") << key;
+        EXPECT_EQ(ParamText(session->GetGrabber(), key), "0") << key;
     emit session->signalStartAcquisition();
     EXPECT_EQ(device.script.TakeLog().rfind("AllocBufferQueue 25", 0), 0u);
 }
@@ -465,13 +450,13 @@ TEST_F(SessionTest, SwitchesTheLogsChannelsAndClearsTheSwitchOfARefusedOne)
     device.script.Fail("RegisterEvent", TOV_CAM_ERR_INVALID_ARGUMENT);
     session->SetParamBool("LogStream", true);
     EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1001");
-    EXPECT_EQ(Value(session.get(), "LogStream"), "0");
+    EXPECT_EQ(ParamText(session.get(), "LogStream"), "0");
     session->SetParamBool("EnableLog", false);
     EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1002");
     // Refused once more, and then only those that are still asked for.
     session->SetParamBool("EnableLog", true);
     EXPECT_EQ(device.script.TakeLog(), "RegisterEvent 1002");
-    EXPECT_EQ(Value(session.get(), "LogEvent"), "0");
+    EXPECT_EQ(ParamText(session.get(), "LogEvent"), "0");
     device.script.Fail("RegisterEvent", 0);
     session->SetParamBool("LogControl", true);
     device.script.TakeLog();

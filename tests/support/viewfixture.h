@@ -8,9 +8,6 @@
 #include <QMainWindow>
 #include <QTest>
 
-#include <functional>
-#include <memory>
-
 class ViewFixture : public FifoFixture
 {
 protected:

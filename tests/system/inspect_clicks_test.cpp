@@ -5,8 +5,6 @@
 
 #include "inspectview.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 constexpr QRgb MarkColour = 0xFFFFC800;
@@ -32,11 +30,8 @@ public:
     // What the main view was told to mark.
     QRect Mark() const
     {
-        long values[4] = {};
-        char const *const keys[] = {"dump.x", "dump.y", "dump.w", "dump.h"};
-        for (int i = 0; i < 4; ++i)
-            Main()->GetRenderer()->GetComponent()->GetParamInt(keys[i], &values[i]);
-        return QRect(int(values[0]), int(values[1]), int(values[2]), int(values[3]));
+        TovComponent *const c = Main()->GetRenderer()->GetComponent();
+        return QRect(IntOf(c, "dump.x"), IntOf(c, "dump.y"), IntOf(c, "dump.w"), IntOf(c, "dump.h"));
     }
     void ExpectShown(bool shown)
     {
@@ -77,14 +72,6 @@ public:
         m_robot.Drag(grip, grip + screen.bottomRight() - place.bottomRight() - QPoint(5, 5));
         m_robot.WaitFor("the view to move", [&] { return !Place(View()).intersects(Place(Main())); });
     }
-    // Frames end, the picture stays.
-    void StandStill()
-    {
-        m_robot.Gui([&] { Features()->SetIntegerValue("SimMissingEvery", 1); });
-        std::uint64_t last = 1;
-        while (last != std::exchange(last, m_robot.Gui([&] { return m_hands.ShownFrame(); })))
-            QThread::msleep(1000);
-    }
     // While the picture stands still.
     void ExpectExact(char const *when)
     {
@@ -121,9 +108,7 @@ public:
     }
 };
 
-class InspectionOfEachCamera : public testing::TestWithParam<int>
-{
-};
+using InspectionOfEachCamera = testing::TestWithParam<int>;
 
 TEST_P(InspectionOfEachCamera, ShowsAndMarksAPartExactlyAndWorksWhileRecording)
 {

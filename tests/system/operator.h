@@ -1,6 +1,7 @@
 // What an operator does with the main window, step by step, for the tests that click.
 #pragma once
 
+#include "params.h"
 #include "robot.h"
 
 #include "displayview.h"
@@ -9,7 +10,6 @@
 #include "tovcamera.h"
 #include "tovscope.h"
 
-#include <QDialogButtonBox>
 #include <QLabel>
 #include <QSettings>
 #include <QStatusBar>
@@ -66,10 +66,7 @@ public:
     // GUI thread. A counter of the grabber.
     long Counter(char const *key) const
     {
-        long value = -1;
-        if (CurrentSession())
-            CurrentSession()->GetGrabber()->GetParamInt(key, &value);
-        return value;
+        return CurrentSession() ? IntOf(CurrentSession()->GetGrabber(), key) : -1;
     }
     // GUI thread.
     QString Title() const

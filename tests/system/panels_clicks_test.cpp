@@ -1,13 +1,9 @@
 // An operator at the panels with each simulated camera, by real clicks.
 #include "paneltour.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
-class PanelsOfEachCamera : public testing::TestWithParam<int>
-{
-};
+using PanelsOfEachCamera = testing::TestWithParam<int>;
 
 TEST_P(PanelsOfEachCamera, AreOperatedAndKeepTheCamerasSetUp)
 {
@@ -56,38 +52,6 @@ TEST(PanelClicks, EveryKindOfFeatureIsEdited)
         robot.Key("Escape");
         TovCam::FeatureState const width = robot.Gui([&] { return tour.Read("Width"); });
         EXPECT_LE(width.value.integer, width.maximum);
-    });
-}
-
-TEST(PanelClicks, TheLayoutOutlivesAReconnectAndARestart)
-{
-    Operator::Run([&](Robot &robot, Operator &hands) {
-        PanelTour tour(robot, hands);
-        hands.Connect(robot, Serials[0]);
-        robot.Click(hands.Window(), "actionStatistics");
-        tour.Search("Gain");
-        hands.Disconnect(robot);
-        hands.Connect(robot, Serials[0]);
-        EXPECT_FALSE(robot.Gui([&] { return tour.Dock("StatisticsPanel")->isVisible(); }));
-        EXPECT_TRUE(robot.Gui([&] { return tour.Dock("CameraGenParamPanel")->isVisible(); }));
-        robot.WaitFor("the search to come back", [&] { return !tour.Cell("Gain", 1).isEmpty(); });
-    });
-    Robot::Run([&](Robot &robot) {
-        auto *window = robot.Gui([] {
-            auto *made = new TovScope(nullptr, false, false);
-            made->show();
-            return made;
-        });
-        Operator hands(*window);
-        PanelTour tour(robot, hands);
-        robot.WaitFor("the window", [&] { return window->isVisible() && window->isActiveWindow(); });
-        hands.Connect(robot, Serials[0]);
-        EXPECT_FALSE(robot.Gui([&] { return tour.Dock("StatisticsPanel")->isVisible(); }));
-        EXPECT_TRUE(robot.Gui([&] { return tour.Dock("CameraGenParamPanel")->isVisible(); }));
-        robot.Gui([&] {
-            window->close();
-            delete window;
-        });
     });
 }
 

@@ -8,14 +8,11 @@
 #include <QClipboard>
 #include <QComboBox>
 #include <QDockWidget>
-#include <QLineEdit>
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTextBrowser>
 
-#include <cmath>
 #include <optional>
-#include <string>
 
 class PanelTour : public Tour
 {
@@ -77,6 +74,15 @@ public:
         m_robot.Key("ctrl+a");
         m_robot.Type(QString::fromStdString(name));
         m_robot.WaitFor(("the row of " + name).c_str(), [&] { return !Cell(name, 1).isEmpty(); });
+    }
+
+    // A simulated camera's frames end, the picture stays.
+    void StandStill()
+    {
+        m_robot.Gui([&] { Features()->SetIntegerValue("SimMissingEvery", 1); });
+        std::uint64_t last = 1;
+        while (last != std::exchange(last, m_robot.Gui([&] { return m_hands.ShownFrame(); })))
+            QThread::msleep(1000);
     }
 
     // Shows the features of every level.

@@ -3,15 +3,11 @@
 
 #include <QTemporaryDir>
 
-#include <gtest/gtest.h>
-
 #include <optional>
 
 namespace {
 
-class RecordingFromEachCamera : public testing::TestWithParam<int>
-{
-};
+using RecordingFromEachCamera = testing::TestWithParam<int>;
 
 TEST_P(RecordingFromEachCamera, LeavesWholeFilesHoweverItEnds)
 {

@@ -5,13 +5,9 @@
 
 #include "imagewriter.h"
 
-#include <QDir>
 #include <QLineEdit>
 #include <QRegularExpression>
 #include <QToolButton>
-
-#include <functional>
-#include <string>
 
 class RecordingTour : public Tour
 {
