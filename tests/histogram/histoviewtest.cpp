@@ -1,5 +1,6 @@
 #include "histoview.h"
 
+#include <QApplication>
 #include <QMouseEvent>
 
 #include <gtest/gtest.h>

@@ -4,6 +4,10 @@
 #include <QRegularExpression>
 #include <QScrollBar>
 
+#include <gtest/gtest.h>
+
+#include <string>
+
 namespace {
 
 // The camera, its clock and what to say of it; a value in the middle that the link is made for, the next faster one.
@@ -17,7 +21,9 @@ struct Family
     char const *values; // that the search tries
 };
 
-using BandwidthOfEachFamily = testing::TestWithParam<Family>;
+class BandwidthOfEachFamily : public testing::TestWithParam<Family>
+{
+};
 
 TEST_P(BandwidthOfEachFamily, IsFoundToTheStep)
 {
@@ -38,10 +44,12 @@ TEST_P(BandwidthOfEachFamily, IsFoundToTheStep)
         camera->SetFloatValue("SimLinkLimit", limit);
         camera->SetIntegerValue(family.clock, before);
 
+        auto const answer = [&](char const *which) {
+            return QStringLiteral("%1 one = %2%3")
+                .arg(QLatin1String(which), QString::number(family.best), QLatin1String(family.unit));
+        };
         tour.Begin();
-        tour.Choose(
-            "Testing is finished.",
-            QStringLiteral("Optimized one = %1%2").arg(QString::number(family.best), QLatin1String(family.unit)));
+        tour.Choose("Testing is finished.", answer("Optimized"));
         tour.WaitForLine("Optimized ");
         tour.Look(QStringLiteral("finished"));
         QString const log = robot.Gui([&] { return tour.Log()->toPlainText(); });
@@ -57,6 +65,19 @@ TEST_P(BandwidthOfEachFamily, IsFoundToTheStep)
         tour.WaitUntilLeft();
         EXPECT_EQ(camera->GetIntegerValue(family.clock, nullptr), family.best);
         hands.Play(robot); // whole frames, so there is a picture
+
+        // A clock that takes steps and is slow; the test stops the picture itself.
+        hands.Stop(robot);
+        camera->SetFloatValue("SimLinkLimit", 0.0);
+        camera->SetIntegerValue("SimClockStep", 8);
+        camera->SetStringValue("SimSlowFeature", family.clock);
+        camera->SetIntegerValue("SimSlowDelay", 40);
+        tour.Begin();
+        tour.WaitForLine("Returned incorrect ");
+        tour.Choose("Testing is finished.", answer("Old"));
+        tour.WaitForLine("Old ");
+        tour.PressButton();
+        tour.WaitUntilLeft();
     });
 }
 
@@ -93,6 +114,25 @@ TEST(BandwidthClicks, IsStoppedLeftAndResized)
         }));
         robot.Key("Return"); // the button is the default one
         tour.WaitUntilLeft();
+
+        for (char const *moment : {"Saved init value", "Start waiting..."}) {
+            tour.Begin();
+            tour.WaitForLine(moment);
+            tour.PressButton();
+            tour.Choose("Test is in processing", QStringLiteral("Yes and Close"));
+            tour.WaitUntilLeft();
+        }
+        for (char const *moment : {"Saved init value", "Start waiting..."}) { // the camera is pulled
+            if (!robot.Gui([&] { return hands.CurrentSession(); }))
+                hands.Connect(robot, Serials[0]);
+            tour.Begin();
+            tour.WaitForLine(moment);
+            hands.LoseCamera(robot);
+            EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Connection to the Camera was lost"));
+            tour.WaitForLine("Test is stopped");
+            tour.PressButton();
+            tour.WaitUntilLeft();
+        }
         hands.Connect(robot, Serials[2]); // no family
         tour.IsRefused();
     });

@@ -67,4 +67,18 @@ TEST_P(EachSimulatedCamera, IsConnectedWatchedStoppedAndDisconnected)
 
 INSTANTIATE_TEST_SUITE_P(Clicks, EachSimulatedCamera, testing::Range(0, 3));
 
+TEST(Clicks, AnotherCameraTakesThePlaceOfARunningOne)
+{
+    Operator::Run([&](Robot &robot, Operator &hands) {
+        for (char const *const serial : Serials) {
+            hands.Connect(robot, serial);
+            EXPECT_TRUE(robot.Gui([&] { return hands.Title(); }).contains(QLatin1String(serial)));
+            hands.Play(robot);
+        }
+        // Out of the program with the last one running.
+        robot.Key("alt+F4");
+        robot.WaitFor("the window to close", [&] { return !hands.Window()->isVisible(); });
+    });
+}
+
 } // namespace

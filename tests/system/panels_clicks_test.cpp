@@ -55,4 +55,36 @@ TEST(PanelClicks, EveryKindOfFeatureIsEdited)
     });
 }
 
+TEST(PanelClicks, TheLayoutOutlivesAReconnectAndARestart)
+{
+    Operator::Run([&](Robot &robot, Operator &hands) {
+        PanelTour tour(robot, hands);
+        hands.Connect(robot, Serials[0]);
+        robot.Click(hands.Window(), "actionStatistics");
+        tour.Search("Gain");
+        hands.Disconnect(robot);
+        hands.Connect(robot, Serials[0]);
+        EXPECT_FALSE(robot.Gui([&] { return tour.Dock("StatisticsPanel")->isVisible(); }));
+        EXPECT_TRUE(robot.Gui([&] { return tour.Dock("CameraGenParamPanel")->isVisible(); }));
+        robot.WaitFor("the search to come back", [&] { return !tour.Cell("Gain", 1).isEmpty(); });
+    });
+    Robot::Run([&](Robot &robot) {
+        auto *window = robot.Gui([] {
+            auto *made = new TovScope(nullptr, false, false);
+            made->show();
+            return made;
+        });
+        Operator hands(*window);
+        PanelTour tour(robot, hands);
+        robot.WaitFor("the window", [&] { return window->isVisible() && window->isActiveWindow(); });
+        hands.Connect(robot, Serials[0]);
+        EXPECT_FALSE(robot.Gui([&] { return tour.Dock("StatisticsPanel")->isVisible(); }));
+        EXPECT_TRUE(robot.Gui([&] { return tour.Dock("CameraGenParamPanel")->isVisible(); }));
+        robot.Gui([&] {
+            window->close();
+            delete window;
+        });
+    });
+}
+
 } // namespace
