@@ -78,8 +78,9 @@ private:
         std::ifstream sockets("/proc/net/udp");
         int open = 0;
         for (std::string line; std::getline(sockets, line);)
-            open += line.find(":0F74 ") != std::string::npos; // 3956
-        return open == 2;                                     // for its own address, and for searches
+            open += line.find(":0F74 00000000:0000 ") != std::string::npos; // 3956, and not what talks to it
+        // For its own address, and for searches.
+        return open == 2;
     }
 
     pid_t m_process = -1;
