@@ -267,6 +267,7 @@ TEST_F(AravisTest, LoadsNoDescriptionFromWhereNoneBelongs)
     } const cases[] = {
         {"none", "", ""},
         {"a file of the host", "file:///dev/zero.xml", ""},
+        {"another server", "http://127.0.0.1/a.xml", ""},
         {"4 GB", "Local:a.xml;1000;ffffffff", ""},
         {"behind the address space", "Local:a.xml;fffffff0;100", ""},
         {"a description", local("a.xml", xml), xml, Used},

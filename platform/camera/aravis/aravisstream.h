@@ -40,6 +40,7 @@ private:
         std::uint32_t linePadding = 0; // bytes behind each line
         bool operator==(Shape const &other) const = default;
     };
+
     std::int32_t ReadFormat(Shape &shape, std::size_t &payload, std::uint64_t &tickFrequency);
     std::int32_t CreateStream(std::size_t payload);
     // Sends the ArvStream and the buffers off; the device's lock is held.
