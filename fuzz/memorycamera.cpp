@@ -1,5 +1,7 @@
 #include "memorycamera.h"
 
+#include "aravisreleases.h"
+
 #include <algorithm>
 
 struct MemoryDevice
@@ -53,7 +55,7 @@ static gboolean ReadMemory(ArvDevice *device, guint64 address, guint32 size, voi
     return bytes != nullptr;
 }
 
-static gboolean WriteMemory(ArvDevice *device, guint64 address, guint32 size, void *buffer, GError **error)
+static gboolean WriteMemory(ArvDevice *device, guint64 address, guint32 size, ArvWrittenData buffer, GError **error)
 {
     std::uint8_t *const bytes = Find(device, address, size, error);
     if (bytes)

@@ -1,5 +1,7 @@
 #include "aravisstream.h"
 
+#include "aravisreleases.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -360,43 +362,19 @@ TovCam::Buffer *AravisStream::GetBuffer(std::uint32_t timeout, std::int32_t *err
 }
 
 // Where the first image of a whole buffer stands, and its shape. False when the buffer does not tell.
-#if !defined(TOV_ARAVIS_WITHOUT_PARTS)
 bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, Shape &shape, std::size_t &offset)
 {
-    guint part = 0;
-    guint const parts = arv_buffer_get_n_parts(buffer);
-    while (part < parts && arv_buffer_get_part_data_type(buffer, part) != ARV_BUFFER_PART_DATA_TYPE_2D_IMAGE)
-        ++part;
-    if (part == parts)
+    std::optional<ArvBufferImage> const image = FirstImageOf(buffer);
+    if (!image)
         return false;
-    gint x, y, width, height, xPadding, yPadding;
-    arv_buffer_get_part_region(buffer, part, &x, &y, &width, &height);
-    arv_buffer_get_part_padding(buffer, part, &xPadding, &yPadding);
-    shape.width = static_cast<std::uint32_t>(width);
-    shape.height = static_cast<std::uint32_t>(height);
-    shape.pfnc = arv_buffer_get_part_pixel_format(buffer, part);
-    shape.linePadding = static_cast<std::uint32_t>(xPadding);
-    if (parts > 1) {
-        size_t size;
-        auto const *const data = static_cast<std::uint8_t const *>(arv_buffer_get_part_data(buffer, part, &size));
-        offset = static_cast<std::size_t>(data - memory);
-    }
+    shape.width = static_cast<std::uint32_t>(image->width);
+    shape.height = static_cast<std::uint32_t>(image->height);
+    shape.pfnc = image->format;
+    shape.linePadding = static_cast<std::uint32_t>(image->linePadding);
+    if (image->data)
+        offset = static_cast<std::size_t>(image->data - memory);
     return true;
 }
-#else
-// Before 0.8.23 a buffer has one part, and tells of images alone.
-bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *, Shape &shape, std::size_t &)
-{
-    if (arv_buffer_get_payload_type(buffer) != ARV_BUFFER_PAYLOAD_TYPE_IMAGE)
-        return false;
-    gint x, y, width, height;
-    arv_buffer_get_image_region(buffer, &x, &y, &width, &height);
-    shape.width = static_cast<std::uint32_t>(width);
-    shape.height = static_cast<std::uint32_t>(height);
-    shape.pfnc = arv_buffer_get_image_pixel_format(buffer);
-    return true;
-}
-#endif
 
 // What the camera says of a filled buffer, in our terms. Null for one whose filling was broken off at a stop.
 AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)

@@ -1,5 +1,6 @@
 #include "simdevice.h"
 
+#include "aravisreleases.h"
 #include "genicam/xmlcheck.h"
 #include "simcamera.h"
 
@@ -58,7 +59,7 @@ static gboolean sim_arv_device_read_memory(ArvDevice *device, guint64 address, g
     return camera && camera->Read(address, size, static_cast<std::uint8_t *>(buffer), error);
 }
 
-static gboolean sim_arv_device_write_memory(ArvDevice *device, guint64 address, guint32 size, void *buffer,
+static gboolean sim_arv_device_write_memory(ArvDevice *device, guint64 address, guint32 size, ArvWrittenData buffer,
                                             GError **error)
 {
     SimCamera *const camera = CameraOf(device, error);
