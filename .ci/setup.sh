@@ -1,12 +1,12 @@
 # Shell functions of ./run, ./test and .ci/run: packages and builds. Sourced; `top` is the project's folder.
 
-# Names of Debian 12 and Ubuntu 22.04, 24.04. "a|b": either will do, the first one that can be had is installed.
+# Names of Debian 12 and later, and of Ubuntu 22.04 and later. README.md tells which of these were tried.
 packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev libopencv-imgproc-dev liblog4cpp5-dev
     libaravis-dev libusb-1.0-0-dev libpcap-dev libturbojpeg0-dev libtiff-dev libdeflate-dev libavformat-dev libavcodec-dev
     libavutil-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
 packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark"
-packages_ci="clang-format-14|clang-format"
+packages_ci="clang-format-19"
 
 say() {
     printf '%s: %s\n' "$(basename "$0")" "$*"
@@ -20,21 +20,13 @@ have() {
 # need PACKAGE...: installs what is missing. Where that cannot be done it says so and goes on: the machine may hold the
 # same things under other names, and the configuration finds out.
 need() {
-    local wanted name found distribution root=() missing=() names=()
-    distribution=$(. /etc/os-release 2>/dev/null && echo "${ID:-} ${VERSION_ID:-}")
-    case $distribution in
-    "debian 12" | "ubuntu 22.04" | "ubuntu 24.04") ;;
-    *)
-        say "this system (${distribution:-unknown}) is set up by hand. Needed, by the names of Debian 12:" "$@"
+    local name root=() missing=()
+    if ! command -v apt-get >/dev/null; then
+        say "no apt-get: this system is set up by hand. Needed, by the names of Debian 12:" "$@"
         return 0
-        ;;
-    esac
-    for wanted in "$@"; do
-        found=
-        for name in ${wanted//|/ }; do
-            if have "$name"; then found=$name; fi
-        done
-        [ -n "$found" ] || missing+=("$wanted")
+    fi
+    for name in "$@"; do
+        have "$name" || missing+=("$name")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     if [ "$(id -u)" != 0 ]; then
@@ -48,20 +40,10 @@ need() {
     root+=(env DEBIAN_FRONTEND=noninteractive)
     say "installing" "${missing[@]}"
     "${root[@]}" apt-get update -qq -o DPkg::Lock::Timeout=300 </dev/null || say "apt-get update failed; going on"
-    for wanted in "${missing[@]}"; do
-        found=${wanted%%|*}
-        for name in ${wanted//|/ }; do
-            if apt-cache show "$name" >/dev/null 2>&1; then
-                found=$name
-                break
-            fi
-        done
-        names+=("$found")
-    done
-    "${root[@]}" apt-get install -y -qq --no-install-recommends -o DPkg::Lock::Timeout=300 "${names[@]}" \
+    "${root[@]}" apt-get install -y -qq --no-install-recommends -o DPkg::Lock::Timeout=300 "${missing[@]}" \
         </dev/null >"$setup_log" 2>&1 || {
         tail -n 20 "$setup_log" >&2
-        say "apt-get could not install" "${names[@]}"
+        say "apt-get could not install" "${missing[@]}"
         say "going on with what is there"
     }
 }

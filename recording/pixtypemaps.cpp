@@ -22,18 +22,9 @@ std::uint32_t const ImageWriter::s_inputPixTypeMap[PixTypeCount] = {
 };
 
 // Columns: raw, tvi, bmp, jpg, png, tif, avi, tvm.
-#define AS_IT_IS                                                                                                       \
-    {                                                                                                                  \
-        None, None, None, None, None, None, None, None                                                                 \
-    }
-#define MONO(tif)                                                                                                      \
-    {                                                                                                                  \
-        None, None, TV_PIXEL_MONO8, TV_PIXEL_MONO8, TV_PIXEL_MONO8, tif, TV_PIXEL_MONO8, None                          \
-    }
-#define COLOUR(tif)                                                                                                    \
-    {                                                                                                                  \
-        None, None, TV_PIXEL_BGR8, TV_PIXEL_RGB8, TV_PIXEL_RGB8, tif, TV_PIXEL_BGR8, None                              \
-    }
+#define AS_IT_IS {None, None, None, None, None, None, None, None}
+#define MONO(tif) {None, None, TV_PIXEL_MONO8, TV_PIXEL_MONO8, TV_PIXEL_MONO8, tif, TV_PIXEL_MONO8, None}
+#define COLOUR(tif) {None, None, TV_PIXEL_BGR8, TV_PIXEL_RGB8, TV_PIXEL_RGB8, tif, TV_PIXEL_BGR8, None}
 #define MOSAICS(tif) COLOUR(tif), COLOUR(tif), COLOUR(tif), COLOUR(tif)
 
 std::uint32_t const ImageWriter::s_convertionPixTypeMap[PixTypeCount][FileFormatCount] = {

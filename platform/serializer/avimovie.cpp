@@ -377,8 +377,8 @@ private:
         auto *const memory = static_cast<std::uint8_t *>(TovAllocFrameMemory(bytes));
         if (!memory)
             return ENOMEM;
-        frame->buf[0] = av_buffer_create(
-            memory, bytes, [](void *, std::uint8_t *data) { TovFreeFrameMemory(data); }, nullptr, 0);
+        frame->buf[0] =
+            av_buffer_create(memory, bytes, [](void *, std::uint8_t *data) { TovFreeFrameMemory(data); }, nullptr, 0);
         if (!frame->buf[0]) {
             TovFreeFrameMemory(memory);
             return ENOMEM;

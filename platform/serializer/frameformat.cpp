@@ -54,10 +54,8 @@ private:
 };
 
 template<class Transfer, class Header>
-void Fields(Transfer &transfer, Header &header) requires requires
-{
-    header.pixelType;
-}
+void Fields(Transfer &transfer, Header &header)
+    requires requires { header.pixelType; }
 {
     transfer(header.headerBytes), transfer(header.pixelType), transfer(header.width), transfer(header.height);
     transfer(header.bitDepth), transfer(header.pixelCheck), transfer(header.lineBytes), transfer(header.pixelBytes);
@@ -65,10 +63,8 @@ void Fields(Transfer &transfer, Header &header) requires requires
 }
 
 template<class Transfer, class Header>
-void Fields(Transfer &transfer, Header &header) requires requires
-{
-    header.indexOffset;
-}
+void Fields(Transfer &transfer, Header &header)
+    requires requires { header.indexOffset; }
 {
     transfer(header.headerBytes), transfer(header.alignment), transfer(header.rate), transfer(header.scale);
     transfer(header.frameCount), transfer(header.indexOffset);

@@ -146,7 +146,7 @@ protected:
         Action("Play")->trigger();
         ASSERT_TRUE(Reaches(SessionStateAcquisition));
         if (state == SessionStateCapturing)
-            emit Current()->signalStartCapturing();
+            Current()->signalStartCapturing();
         ASSERT_TRUE(Reaches(state));
     }
     void ExpectClosed(FakeDevice &device)
@@ -233,13 +233,13 @@ TEST_F(Manager, TellsSessionErrorsAndMovesTheMachine)
     for (auto const &[error, after, text] : table) {
         FakeDevice device;
         Bring(device, SessionStateAcquisition);
-        emit Current()->signalSessionStateError(Current(), error);
+        Current()->signalSessionStateError(Current(), error);
         EXPECT_EQ(Told(), Texts{text});
         EXPECT_TRUE(Reaches(after));
         Gui().cameraDisconnect();
     }
     Bring(m_device, SessionStateAcquisition);
-    emit Current()->signalSessionStateError(Current(), 2);
+    Current()->signalSessionStateError(Current(), 2);
     EXPECT_EQ(Told(), (Texts{"Connection to the Camera was terminated, because of invalid device state",
                              "Can not stop the Acquisition"}));
     ExpectClosed(m_device);

@@ -29,12 +29,8 @@ TEST_F(DisplayThreads, FramesAndOperatorDoNotMeet)
     };
     std::function<void()> const actions[] = {
         [&] { widget->resize(1 + number(300), 1 + number(200)); },
-        [&] {
-            Wheel({number(200), number(150)}, number(2) ? 120 : -120);
-        },
-        [&] {
-            Drag({number(200), number(150)}, {number(200), number(150)});
-        },
+        [&] { Wheel({number(200), number(150)}, number(2) ? 120 : -120); },
+        [&] { Drag({number(200), number(150)}, {number(200), number(150)}); },
         [&] { Set("display.fit", number(4)); },
         [&] { AddMap(number(2) ? "0.1,1,0.,1.,0.;0.9,0;1.,1,1.,0.,0.;" : "0.2,0.5,0.;0.8,0.5,1.;"); },
         [&] { Run(number(2) ? "filter.del" : "display.zoom.in"); },

@@ -43,9 +43,8 @@ protected:
         Add(TOV_PARAM_BOOL, "flag", [this](auto &param) { param.b = {0, 0, &flag}; });
         Add(TOV_PARAM_FLOAT, "rate", [this](auto &param) { param.f = {0, -1, 1e6, 0, &rate}; });
         Add(TOV_PARAM_STRING, "text", [this](auto &param) { param.s = {"", text, sizeof text}; });
-        Add(TOV_PARAM_ARRAY, "block", [this](auto &param) {
-            param.a = {{0, 0}, nullptr, sizeof block, block, sizeof block};
-        });
+        Add(TOV_PARAM_ARRAY, "block",
+            [this](auto &param) { param.a = {{0, 0}, nullptr, sizeof block, block, sizeof block}; });
         Add(TOV_PARAM_COMMAND, "go", [](auto &param) { param.c = {[](void *) { return 1u; }, nullptr}; });
         s_changes = 0;
     }

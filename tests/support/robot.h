@@ -45,8 +45,7 @@ public:
                 ADD_FAILURE() << e.what();
                 robot.Gui([] { CloseWhatIsModal(); });
             }
-            QMetaObject::invokeMethod(
-                &loop, [&] { loop.quit(); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(&loop, [&] { loop.quit(); }, Qt::QueuedConnection);
         });
         loop.exec();
         thread.join();
@@ -70,12 +69,10 @@ public:
     auto Gui(F f) -> decltype(f())
     {
         if constexpr (std::is_void_v<decltype(f())>) {
-            QMetaObject::invokeMethod(
-                qApp, [&] { f(); }, Qt::BlockingQueuedConnection);
+            QMetaObject::invokeMethod(qApp, [&] { f(); }, Qt::BlockingQueuedConnection);
         } else {
             decltype(f()) result{};
-            QMetaObject::invokeMethod(
-                qApp, [&] { result = f(); }, Qt::BlockingQueuedConnection);
+            QMetaObject::invokeMethod(qApp, [&] { result = f(); }, Qt::BlockingQueuedConnection);
             return result;
         }
     }

@@ -32,8 +32,7 @@ public:
     }
     void WaitForLine(char const *text)
     {
-        m_robot.WaitFor(
-            text, [=] { return Dialog() && Log()->toPlainText().contains(QLatin1String(text)); }, 60000);
+        m_robot.WaitFor(text, [=] { return Dialog() && Log()->toPlainText().contains(QLatin1String(text)); }, 60000);
     }
     void Begin()
     {
@@ -47,8 +46,7 @@ public:
             auto *found = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
             return found && found->text().startsWith(QLatin1String(text)) ? found : nullptr;
         };
-        m_robot.WaitFor(
-            text, [=] { return box() != nullptr; }, 60000);
+        m_robot.WaitFor(text, [=] { return box() != nullptr; }, 60000);
         QThread::msleep(200); // let the window manager place it
         Look(QString::fromLatin1(text).left(4));
         QPushButton *found = nullptr;

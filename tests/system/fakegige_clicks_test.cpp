@@ -44,8 +44,7 @@ TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
             if (attempt > 0)
                 hands.Stop(robot);
             hands.Play(robot);
-            robot.WaitFor(
-                "a thousand frames", [&] { return hands.Counter("FramesAcquired") >= 1000; }, 120000);
+            robot.WaitFor("a thousand frames", [&] { return hands.Counter("FramesAcquired") >= 1000; }, 120000);
             lossless =
                 robot.Gui([&] { return hands.Counter("FramesIncomp") == 0 && hands.Counter("FramesDroppedHW") == 0; });
         }
@@ -122,10 +121,8 @@ TEST_F(FakeGigE, IncompleteFramesAreCountedAndNotShown)
         FakeGigECamera camera({"-r", "2"});
         hands.Connect(robot, FakeGigECamera::Serial);
         robot.Click(hands.Window(), "actionPlay");
-        robot.WaitFor(
-            "incomplete frames", [&] { return hands.Counter("FramesIncomp") >= 5; }, 60000);
-        robot.WaitFor(
-            "whole frames", [&] { return hands.Counter("FramesAcquired") >= 5; }, 60000);
+        robot.WaitFor("incomplete frames", [&] { return hands.Counter("FramesIncomp") >= 5; }, 60000);
+        robot.WaitFor("whole frames", [&] { return hands.Counter("FramesAcquired") >= 5; }, 60000);
         hands.Stop(robot);
         hands.Disconnect(robot);
     });

@@ -82,8 +82,7 @@ public:
     QPoint OpenSelector(Robot &robot, char const *camera)
     {
         robot.Click(m_window, "actionConnect");
-        robot.WaitFor(
-            "the camera in the selector", [=] { return !FindCamera(camera).isNull(); }, 20000);
+        robot.WaitFor("the camera in the selector", [=] { return !FindCamera(camera).isNull(); }, 20000);
         QThread::msleep(200); // let the window manager place it
         return robot.Gui([=] { return FindCamera(camera); });
     }

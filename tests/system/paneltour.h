@@ -190,8 +190,7 @@ public:
         m_hands.Disconnect(m_robot);
         m_robot.Click(m_hands.Window(), "actionLoadConfiguration");
         m_robot.AnswerFileDialog(file);
-        m_robot.WaitFor(
-            "the camera of the file", [&] { return m_hands.State() == SessionStateIdle; }, 20000);
+        m_robot.WaitFor("the camera of the file", [&] { return m_hands.State() == SessionStateIdle; }, 20000);
         EXPECT_EQ(m_robot.Gui([&] { return Settings(Features()); }), before);
     }
 
