@@ -3,6 +3,8 @@
 add_library(tov_options INTERFACE)
 target_compile_features(tov_options INTERFACE cxx_std_20)
 target_compile_options(tov_options INTERFACE -Wall -Wextra)
+# One result on every processor: Arm has fused multiply-adds, which round once where others round twice.
+target_compile_options(tov_options INTERFACE -ffp-contract=off)
 target_compile_definitions(tov_options INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH)
 if(TOV_SANITIZE)
     target_compile_options(tov_options INTERFACE -fsanitize=${TOV_SANITIZE} -fno-omit-frame-pointer
