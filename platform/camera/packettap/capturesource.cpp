@@ -171,14 +171,10 @@ pcap_t *Activate(std::string const &device, int snap, int ring, std::int32_t *st
 {
     char text[PCAP_ERRBUF_SIZE];
     pcap_t *const handle = pcap_create(device.c_str(), text);
-    int result = handle ? 0 : PCAP_ERROR;
-    if (handle) {
-        pcap_set_snaplen(handle, snap);
-        pcap_set_timeout(handle, RingDelay);
-        if (ring > 0)
-            pcap_set_buffer_size(handle, ring);
+    int result = PCAP_ERROR;
+    if (handle && pcap_set_snaplen(handle, snap) == 0 && pcap_set_timeout(handle, RingDelay) == 0 &&
+        (ring == 0 || pcap_set_buffer_size(handle, ring) == 0))
         result = pcap_activate(handle);
-    }
     if (result >= 0 && pcap_setnonblock(handle, 1, text) == 0 && pcap_get_selectable_fd(handle) >= 0) {
         *status = TOV_CAM_ERR_OK;
         return handle;

@@ -3,6 +3,7 @@
 #include "tovcamera.h"
 
 #include <algorithm>
+#include <array>
 
 namespace {
 
@@ -18,11 +19,12 @@ public:
     template<class T>
     Writer &Put(T value)
     {
+        std::array<std::uint8_t, sizeof(T)> bytes;
         for (std::size_t i = 0; i < sizeof(T); ++i) {
             std::size_t const shift = 8 * (m_big ? sizeof(T) - 1 - i : i);
-            m_out.push_back(static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> shift));
+            bytes[i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> shift);
         }
-        return *this;
+        return Bytes(bytes.data(), bytes.size());
     }
     Writer &Bytes(std::uint8_t const *bytes, std::size_t size)
     {
