@@ -239,7 +239,7 @@ std::int32_t AravisStream::ReleaseBufferQueue()
 {
     if (!m_stream)
         return TOV_CAM_ERR_OK;
-    if (m_held.load(std::memory_order_relaxed) != 0)
+    if (m_held.load(std::memory_order_acquire) != 0)
         return TOV_CAM_ERR_INVALID_STATE;
     StopAcquisition(0);
     std::lock_guard<std::recursive_mutex> lock(m_access);
@@ -293,7 +293,8 @@ std::int32_t AravisStream::StartAcquisition(std::int64_t frames, std::uint32_t)
     m_cancelled.store(false, std::memory_order_relaxed);
     // The thread begins with no memory of earlier frame ids, as the camera does.
     arv_stream_start_thread(m_stream);
-    m_started.store(true, std::memory_order_relaxed);
+    // Whoever waits for frames already sees the counts above.
+    m_started.store(true, std::memory_order_release);
     return TOV_CAM_ERR_OK;
 }
 
@@ -317,8 +318,8 @@ std::int32_t AravisStream::QueueBuffer(TovCam::Buffer *buffer)
     auto *const frame = static_cast<Frame *>(buffer);
     if (!m_stream || !frame || !frame->m_held.exchange(false, std::memory_order_acq_rel))
         return TOV_CAM_ERR_INVALID_ARGUMENT;
-    m_held.fetch_sub(1, std::memory_order_relaxed);
     arv_stream_push_buffer(m_stream, frame->m_buffer);
+    m_held.fetch_sub(1, std::memory_order_release); // from here on the stream may go
     return TOV_CAM_ERR_OK;
 }
 
@@ -339,7 +340,7 @@ TovCam::Buffer *AravisStream::GetBuffer(std::uint32_t timeout, std::int32_t *err
         if (m_cancelled.load(std::memory_order_relaxed) && m_cancelled.exchange(false, std::memory_order_relaxed))
             return nullptr;
         auto const slice = std::min(left, CancelPeriod);
-        if (!m_started.load(std::memory_order_relaxed) || m_framesLeft == 0) {
+        if (!m_started.load(std::memory_order_acquire) || m_framesLeft == 0) {
             std::this_thread::sleep_for(slice);
         } else if (ArvBuffer *const buffer =
                        slice > 0us ? arv_stream_timeout_pop_buffer(m_stream, static_cast<std::uint64_t>(slice.count()))
