@@ -166,11 +166,10 @@ public:
     }
 
 private:
-#if LIBAVFORMAT_VERSION_MAJOR >= 61
-    using Bytes = std::uint8_t const *;
-#else
-    using Bytes = std::uint8_t *;
-#endif
+    // Const from FFmpeg 7 on.
+    template<class T>
+    static T BytesOf(int (*)(void *, T, int));
+    using Bytes = decltype(BytesOf(AVIOContext::write_packet));
 
     static int WriteBytes(void *self, Bytes bytes, int size)
     {
