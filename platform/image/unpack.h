@@ -3,6 +3,10 @@
 
 #include "tovimage.h"
 
+#include <bit>
+
+static_assert(std::endian::native == std::endian::little, "deep samples are read as they stand in memory");
+
 // The hot loops are plain C++ over vectors of 16 bytes, which every target has. Debian's x86-64 baseline lacks the byte
 // shuffle they stand on, so there the functions marked with this are compiled for newer processors as well, and the
 // loader picks. It picks before a sanitizer is ready, hence not under one.
