@@ -1,6 +1,6 @@
 #include "framepainter.h"
 
-#include <opencv2/core/hal/intrin.hpp>
+#include "vectorops.h"
 
 #include <algorithm>
 #include <array>
@@ -257,14 +257,14 @@ void FramePainter::ReduceLine(std::uint32_t *out) const
         cv::v_uint32x4 const half = cv::v_setall_u32(WEIGHTS / 2);
         cv::v_uint32x4 const opaque = cv::v_setall_u32(0xFF000000u);
         auto const mean = [half](std::uint8_t const *line, std::int32_t const *at, cv::v_uint8x16 const &shares) {
-            return cv::v_shr<8>(cv::v_dotprod_expand(Quads(line, at), shares) + half);
+            return cv::v_shr<8>(Sum(cv::v_dotprod_expand(Quads(line, at), shares), half));
         };
         for (; i + 4 <= pixels; i += 4) {
             cv::v_uint8x16 const shares = cv::v_load(weights + std::size_t(i) * TAPS);
             cv::v_uint32x4 const r = mean(red, first + i, shares);
             cv::v_uint32x4 const g = m_planes == 1 ? r : mean(green, first + i, shares);
             cv::v_uint32x4 const b = m_planes == 1 ? r : mean(blue, first + i, shares);
-            cv::v_store(out + i, opaque | cv::v_shl<16>(r) | cv::v_shl<8>(g) | b);
+            cv::v_store(out + i, Union(Union(opaque, cv::v_shl<16>(r)), Union(cv::v_shl<8>(g), b)));
         }
     }
     auto const mean = [=](std::uint8_t const *line, int pixel) {

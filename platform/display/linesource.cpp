@@ -1,6 +1,6 @@
 #include "linesource.h"
 
-#include <opencv2/core/hal/intrin.hpp>
+#include "vectorops.h"
 
 #include <algorithm>
 #include <cstring>
@@ -34,7 +34,7 @@ void SplitCells(std::uint8_t const *top, std::uint8_t const *bottom, int cells, 
         cv::v_uint16x8 a0, a1, b0, b1;
         cv::v_expand(a, a0, a1);
         cv::v_expand(b, b0, b1);
-        return cv::v_pack(cv::v_shr<1>(a0 + b0 + one), cv::v_shr<1>(a1 + b1 + one));
+        return cv::v_pack(cv::v_shr<1>(Sum(Sum(a0, b0), one)), cv::v_shr<1>(Sum(Sum(a1, b1), one)));
     };
     for (; x + 16 <= cells; x += 16) {
         cv::v_uint8x16 even, odd, evenBelow, oddBelow;
