@@ -3,7 +3,6 @@
 #include "tovcamera.h"
 
 #include <algorithm>
-#include <array>
 
 namespace {
 
@@ -19,12 +18,13 @@ public:
     template<class T>
     Writer &Put(T value)
     {
-        std::array<std::uint8_t, sizeof(T)> bytes;
+        std::size_t const at = m_out.size();
+        m_out.resize(at + sizeof(T));
         for (std::size_t i = 0; i < sizeof(T); ++i) {
             std::size_t const shift = 8 * (m_big ? sizeof(T) - 1 - i : i);
-            bytes[i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> shift);
+            m_out[at + i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> shift);
         }
-        return Bytes(bytes.data(), bytes.size());
+        return *this;
     }
     Writer &Bytes(std::uint8_t const *bytes, std::size_t size)
     {
