@@ -1,6 +1,7 @@
 #include "tovscope.h"
 
 #include "bwtesting.h"
+#include "noticebar.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>
@@ -172,6 +173,7 @@ void TovScope::writeSettings()
 
 void TovScope::adjustStatusBar()
 {
+    m_ui.statusBar->addWidget(new NoticeBar(this), 1);
     auto const addField = [this](QString const &widest) {
         auto *const label = new QLabel(this);
         label->setAlignment(Qt::AlignRight);

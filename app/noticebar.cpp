@@ -1,0 +1,90 @@
+#include "noticebar.h"
+
+#include <QAccessible>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QStyle>
+#include <QToolTip>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int Gap = 4;
+constexpr int FewestCharacters = 12;
+
+QStyle::StandardPixmap Mark(NoticeLevel level)
+{
+    switch (level) {
+    case NoticeLevel::Info:
+        return QStyle::SP_MessageBoxInformation;
+    case NoticeLevel::Warning:
+        return QStyle::SP_MessageBoxWarning;
+    case NoticeLevel::Error:
+        break;
+    }
+    return QStyle::SP_MessageBoxCritical;
+}
+
+} // namespace
+
+NoticeBar::NoticeBar(QWidget *parent) : QWidget(parent)
+{
+    setObjectName(QStringLiteral("noticeBar"));
+    setAccessibleName(tr("Notices"));
+    setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    connect(&NoticeBoard::Instance(), &NoticeBoard::changed, this, &NoticeBar::Take);
+    Take();
+}
+
+QString NoticeBar::Text() const
+{
+    return m_notices.empty() ? QString() : m_notices.front().text;
+}
+
+void NoticeBar::Take()
+{
+    m_notices = NoticeBoard::Instance().Notices();
+    QString tip;
+    for (Notice const &notice : m_notices)
+        tip += QStringLiteral("<p>%1</p>").arg(notice.text.toHtmlEscaped());
+    setToolTip(tip);
+    if (accessibleDescription() != Text()) {
+        setAccessibleDescription(Text());
+        QAccessibleEvent event(this, QAccessible::Alert);
+        QAccessible::updateAccessibility(&event);
+    }
+    update();
+}
+
+QSize NoticeBar::sizeHint() const
+{
+    return {fontMetrics().horizontalAdvance(Text()) + fontMetrics().height() + 2 * Gap, minimumSizeHint().height()};
+}
+
+QSize NoticeBar::minimumSizeHint() const
+{
+    return {fontMetrics().averageCharWidth() * FewestCharacters, fontMetrics().height() + 2};
+}
+
+void NoticeBar::paintEvent(QPaintEvent *)
+{
+    if (m_notices.empty())
+        return;
+    QPainter painter(this);
+    int const side = std::min(fontMetrics().height(), height());
+    QRect const mark(Gap, (height() - side) / 2, side, side);
+    style()->standardIcon(Mark(m_notices.front().level), nullptr, this).paint(&painter, mark);
+
+    QString const more = m_notices.size() > 1 ? tr(" (+%1)").arg(m_notices.size() - 1) : QString();
+    QRect const text = rect().adjusted(mark.right() + 1 + Gap, 0, -Gap, 0);
+    int const room = text.width() - fontMetrics().horizontalAdvance(more);
+    painter.setPen(palette().color(QPalette::WindowText));
+    painter.drawText(text, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
+                     fontMetrics().elidedText(Text(), Qt::ElideRight, room) + more);
+}
+
+void NoticeBar::mousePressEvent(QMouseEvent *event)
+{
+    QToolTip::showText(event->globalPos(), toolTip(), this);
+}
