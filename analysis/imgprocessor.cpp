@@ -54,6 +54,12 @@ void AppendPoint(SimpleHisto *series, int position, std::int32_t value)
     series->values.push_back(value);
 }
 
+// Where nothing of the image lies, so that it reads as zeros.
+std::int64_t Outside(PixelMemory const &memory)
+{
+    return static_cast<std::int64_t>(memory.size);
+}
+
 // No error of the analysis reaches the user.
 template<class Work>
 void Guarded(Work &&work)
@@ -97,6 +103,32 @@ int ImgProcessor::GetHistoData(ComplexHisto *histo, BayerHelper2 *bayer)
     _TovImage *image = nullptr;
     if (!m_display->GetDisplayedImageRaw(&image) || !image)
         return 0;
+    return Analyse(image, histo, bayer);
+}
+
+int ImgProcessor::GetKeptHistoData(ComplexHisto *histo, BayerHelper2 *bayer)
+{
+    _TovImage *image = nullptr;
+    TovDisplay const *const renderer = m_display->GetRenderer();
+    if (!renderer || m_display->GetDisplayedImageRaw(&image))
+        return 0;
+    image = const_cast<_TovImage *>(renderer->GetKeptVideo()); // which is only read
+    return image ? Analyse(image, histo, bayer) : 0;
+}
+
+_TovImage const &ImgProcessor::GetSource() const
+{
+    return m_source;
+}
+
+int ImgProcessor::Analyse(_TovImage *image, ComplexHisto *histo, BayerHelper2 *bayer)
+{
+    m_source = {};
+    m_source.pixelType = image->pixelType;
+    m_source.bitDepth = DepthOf(image);
+    m_source.formatClass = TovLoadBound(image->formatClass);
+    m_source.width = image->width;
+    m_source.height = image->height;
     histo->ClearPlots();
     // What a mode does not set is what the calls before have left: in RGB mode the depth is that of the last RAW
     // histogram. That is meant.
@@ -218,8 +250,10 @@ void ImgProcessor::CalcCurrentRow(long bits, _TovImage *image, SimpleHisto *seri
 {
     series->bits = static_cast<std::int32_t>(bits);
     Guarded([&] {
-        cv::Mat line = WrapPixels(GetPixelMemory(*image), static_cast<std::int64_t>(GetLineStep(*image)) * row, 1,
-                                  image->width, PixelType(bits));
+        PixelMemory const memory = GetPixelMemory(*image);
+        bool const inside = row >= 0 && static_cast<std::uint32_t>(row) < image->height;
+        std::int64_t const offset = inside ? static_cast<std::int64_t>(GetLineStep(*image)) * row : Outside(memory);
+        cv::Mat line = WrapPixels(memory, offset, 1, image->width, PixelType(bits));
         std::size_t const size = PixelSize(bits);
         for (int x = 0; x < line.cols; ++x)
             AppendPoint(series, x, LoadPixel(line.data + x * size, size));
@@ -234,9 +268,11 @@ void ImgProcessor::CalcCurrentCol(long bits, _TovImage *image, SimpleHisto *seri
 {
     series->bits = static_cast<std::int32_t>(bits);
     Guarded([&] {
+        PixelMemory const memory = GetPixelMemory(*image);
         std::size_t const size = PixelSize(bits);
-        cv::Mat line = WrapPixels(GetPixelMemory(*image), static_cast<std::int64_t>(size) * column, image->height, 1,
-                                  PixelType(bits), GetLineStep(*image));
+        bool const inside = column >= 0 && static_cast<std::uint32_t>(column) < image->width;
+        std::int64_t const offset = inside ? static_cast<std::int64_t>(size) * column : Outside(memory);
+        cv::Mat line = WrapPixels(memory, offset, image->height, 1, PixelType(bits), GetLineStep(*image));
         std::size_t const step = line.step / size * size;
         for (int y = 0; y < line.rows; ++y)
             AppendPoint(series, y, LoadPixel(line.data + y * step, size));

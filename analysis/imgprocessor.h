@@ -31,6 +31,10 @@ public:
     // Answers histo->mode of the displayed image: 1, or 0 without an image, which leaves `histo` as it is. The series
     // live until the next call that finds an image. `bayer` is used in mode HistoRGB.
     int GetHistoData(ComplexHisto *histo, BayerHelper2 *bayer);
+    // The same of the picture that stays on the screen after a stop: 0 while one is running, and when none stayed.
+    int GetKeptHistoData(ComplexHisto *histo, BayerHelper2 *bayer);
+    // The header of the picture that the last answer is of, without its pixels; all zero before the first one.
+    _TovImage const &GetSource() const;
 
     // Each appends what it makes to histo->plots.
     void GetRAWHisto(_TovImage *image, ComplexHisto *histo);
@@ -38,7 +42,7 @@ public:
     void GetYUVHisto(_TovImage *image, ComplexHisto *histo); // nothing
     void GetRowHisto(_TovImage *image, ComplexHisto *histo);
     void GetColHisto(_TovImage *image, ComplexHisto *histo);
-    // A row or column outside the image reads what lies there in the image's memory, and zeros beyond it.
+    // A row or column outside the image reads as zeros.
     void CalcCurrentRow(long bits, _TovImage *image, SimpleHisto *series, int row);
     void CalcCurrentCol(long bits, _TovImage *image, SimpleHisto *series, int column);
     void CalcIntegratedRow(long bits, _TovImage *image, SimpleHisto *series);
@@ -58,6 +62,7 @@ public:
     HistoThresholds m_thresholds;
 
 private:
+    int Analyse(_TovImage *image, ComplexHisto *histo, BayerHelper2 *bayer);
     void UpdateFloatImage(_TovImage *image);
 
     static unsigned char s_CompID;
@@ -66,6 +71,7 @@ private:
     std::int32_t m_lastWidth = 640;
     std::int32_t m_lastHeight = 480;
     std::int32_t m_lastBits = 12;
+    _TovImage m_source{}; // a header alone
     std::unique_ptr<float[]> m_floatImage;
     int m_floatStride = 0; // bytes
     int m_floatWidth = 0;
