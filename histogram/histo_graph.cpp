@@ -3,12 +3,16 @@
 #include <QFontMetrics>
 #include <QPainter>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
 namespace {
 
 constexpr int CENTRED = Qt::AlignHCenter | Qt::AlignVCenter;
+constexpr int TEXT_GAP = 3; // pixels between two labels, at least
+constexpr int LINE_GAP = 6; // pixels from which grid lines run together
+QColor const OUTSIDE(255, 255, 245), AREA(245, 245, 255);
 
 QPen ThinPen(QColor const &color)
 {
@@ -29,6 +33,27 @@ QString Label(char const *format, double value)
 QString Number(std::int32_t value)
 {
     return QString::asprintf("%d", value);
+}
+
+// The pixels of a text that is drawn at that point; blanks before it have none.
+QRect InkOf(QFontMetrics const &metrics, QPoint at, QString const &text)
+{
+    int const blanks =
+        static_cast<int>(std::find_if(text.begin(), text.end(), [](QChar c) { return !c.isSpace(); }) - text.begin());
+    return metrics.tightBoundingRect(text.mid(blanks))
+        .translated(at + QPoint(metrics.horizontalAdvance(text.left(blanks)), 0));
+}
+
+// The same once it stands upright, and reads upwards.
+QRect UprightInkOf(QFontMetrics const &metrics, QPoint at, QString const &text)
+{
+    QRect const flat = InkOf(metrics, QPoint(0, 0), text);
+    return {at.x() + flat.top(), at.y() - flat.right(), flat.height(), flat.width()};
+}
+
+bool Touch(QRect const &a, QRect const &b)
+{
+    return a.adjusted(-TEXT_GAP, -TEXT_GAP, TEXT_GAP, TEXT_GAP).intersects(b);
 }
 
 // Ticks but the last one, and the lines of the cells between them.
@@ -104,6 +129,11 @@ void Histo_Graph::ClearPlots()
     m_plots.clear();
 }
 
+void Histo_Graph::SetNotice(QString const &text)
+{
+    m_notice = text;
+}
+
 void Histo_Graph::Resize(QRect rect)
 {
     m_outerRect = rect;
@@ -154,23 +184,27 @@ void Histo_Graph::DrawSelf(QPainter &painter)
 
     m_plotRect = m_outerRect.adjusted(yTitleSize.width() + yLabelSize.width(), titleSize.height(), 0,
                                       -(xLabelSize.height() + xTitleSize.height()));
-    painter.fillRect(m_outerRect, QColor(255, 255, 245));
-    painter.fillRect(m_plotRect, QColor(245, 245, 255));
+    painter.fillRect(m_outerRect, OUTSIDE);
+    painter.fillRect(m_plotRect, AREA);
     if (!hasAxes) {
         m_xScale.reset();
         m_yScale.reset();
-        DrawTitles(painter, titleSize, xTitleSize, yTitleSize);
+        DrawTitles(painter, titleSize, xTitleSize, yTitleSize, {});
+        PaintNotice(painter);
         return;
     }
     CreateScales();
-    DrawTitles(painter, titleSize, xTitleSize, yTitleSize);
-    DrawGrid(painter);
-    DrawHorScale(painter, xLabelSize);
-    DrawVertScale(painter, yLabelSize);
+    std::vector<Tick> const xLabels = PlaceHorLabels(painter, xLabelSize);
+    std::vector<Tick> const yLabels = PlaceVertLabels(painter, yLabelSize);
+    DrawTitles(painter, titleSize, xTitleSize, yTitleSize, yLabels);
+    DrawGrid(painter, xLabels, yLabels);
+    DrawLabels(painter, xLabels);
+    DrawLabels(painter, yLabels);
     for (Histo_Plot *plot : m_plots)
         plot->Draw(painter, m_xScale.get(), m_yScale.get(), m_plotRect);
     DrawThresholds(painter);
     PaintThresholdsPixels(painter);
+    PaintNotice(painter);
 }
 
 // The first tick stands on the left or bottom pixel, the last one a pixel beyond the right or top one.
@@ -201,10 +235,92 @@ void Histo_Graph::CreateScales()
     m_yScale->offset = m_plotRect.bottom() + height * yFirst / ySpan;
 }
 
+// ---- Labels ---------------------------------------------------------------------------------------------------------
+
+std::vector<Histo_Graph::Tick> Histo_Graph::PlaceHorLabels(QPainter &painter, QSize labelSize) const
+{
+    QFontMetrics const metrics(*m_labelFont, painter.device());
+    int const y = m_plotRect.bottom() + labelSize.height();
+    std::vector<Tick> ticks;
+    for (double const value : m_xTicks) {
+        QPoint const at(ToPixel(m_xScale->Forward(value) - labelSize.width() / 2), y);
+        QString const text = Label(m_xFormat, value * m_xFactor);
+        ticks.push_back({value, at, text, InkOf(metrics, at, text)});
+    }
+    // The last label is that of the last tick but one, at the end of the axis; that is meant.
+    Tick const last = ticks.back();
+    ticks.pop_back();
+    if (!ticks.empty()) {
+        Tick end = ticks.back();
+        ticks.pop_back();
+        end.at.setX(m_plotRect.right() - labelSize.width());
+        end.ink = InkOf(metrics, end.at, end.text);
+        Thin(ticks, m_logX);
+        for (Tick &tick : ticks) {
+            if (Touch(tick.ink, end.ink))
+                tick.text.clear();
+        }
+        ticks.push_back(end);
+    }
+    ticks.push_back({last.value, last.at, QString(), QRect()});
+    return ticks;
+}
+
+std::vector<Histo_Graph::Tick> Histo_Graph::PlaceVertLabels(QPainter &painter, QSize labelSize) const
+{
+    QFontMetrics const metrics(*m_labelFont, painter.device());
+    int const x = m_plotRect.left() - labelSize.width();
+    std::vector<Tick> ticks;
+    for (double const value : m_yTicks) {
+        int const below = ticks.empty() ? 0 : labelSize.height() / 2;
+        QPoint const at(x, ToPixel(m_yScale->Forward(value) + below));
+        QString const text = Label(m_yFormat, value * m_yFactor);
+        ticks.push_back({value, at, text, InkOf(metrics, at, text)});
+    }
+    Thin(ticks, m_logY);
+    return ticks;
+}
+
+// Ticks that are evenly spaced stay so: every second, fifth or tenth is kept, and so on, those of round values first.
+void Histo_Graph::Thin(std::vector<Tick> &ticks, bool log)
+{
+    auto const keep = [&](std::size_t stride) {
+        double const step = ticks.size() < 2 ? 0.0 : static_cast<double>(stride) * (ticks[1].value - ticks[0].value);
+        std::size_t first = 0;
+        for (std::size_t i = 0; i < std::min(stride, ticks.size()) && first == 0; ++i) {
+            if (std::fabs(std::remainder(ticks[i].value, step)) < 1e-6 * step)
+                first = i;
+        }
+        Tick const *last = nullptr;
+        bool apart = true;
+        for (std::size_t i = 0; i < ticks.size(); ++i) {
+            ticks[i].kept = i % stride == first && !(log && last && Touch(last->ink, ticks[i].ink));
+            if (!ticks[i].kept)
+                continue;
+            apart = apart && !(last && Touch(last->ink, ticks[i].ink));
+            last = &ticks[i];
+        }
+        return apart;
+    };
+    for (std::size_t decade = 1; decade <= ticks.size(); decade *= 10) {
+        if (keep(decade) || keep(2 * decade) || keep(5 * decade))
+            return;
+    }
+}
+
+void Histo_Graph::DrawLabels(QPainter &painter, std::vector<Tick> const &labels)
+{
+    painter.setFont(*m_labelFont);
+    for (Tick const &label : labels) {
+        if (label.kept)
+            painter.drawText(label.at, label.text);
+    }
+}
+
 // ---- Drawing --------------------------------------------------------------------------------------------------------
 
 void Histo_Graph::DrawTitles(QPainter &painter, QSize const &titleSize, QSize const &xTitleSize,
-                             QSize const &yTitleSize)
+                             QSize const &yTitleSize, std::vector<Tick> const &yLabels)
 {
     painter.setBackgroundMode(Qt::TransparentMode);
     painter.setFont(*m_labelFont);
@@ -214,47 +330,45 @@ void Histo_Graph::DrawTitles(QPainter &painter, QSize const &titleSize, QSize co
                      CENTRED, m_xTitle);
     // The text starts at the middle, and does not have its own middle there; that is meant.
     painter.setFont(*m_yTitleFont);
-    PaintRotatedString(painter, yTitleSize.width(), outer.bottom() - (outer.height() - yTitleSize.width()) / 2, -90.0f,
-                       m_yTitle);
+    QPoint const at(yTitleSize.width(), outer.bottom() - (outer.height() - yTitleSize.width()) / 2);
+    // What it has below its base line may stand on a long label.
+    QRect const ink = UprightInkOf(QFontMetrics(*m_yTitleFont, painter.device()), at, m_yTitle);
+    int over = 0;
+    for (Tick const &label : yLabels) {
+        if (label.kept && Touch(ink, label.ink))
+            over = std::max(over, ink.right() + TEXT_GAP + 1 - label.ink.left());
+    }
+    over = std::min(over, std::max(0, ink.left() - outer.left()));
+    PaintRotatedString(painter, at.x() - over, at.y(), -90.0f, m_yTitle);
 }
 
-void Histo_Graph::DrawGrid(QPainter &painter)
+void Histo_Graph::DrawGrid(QPainter &painter, std::vector<Tick> const &xLabels, std::vector<Tick> const &yLabels)
 {
+    // The ticks that have lines, and the last one, which has none.
+    auto const lines = [](std::vector<Tick> const &ticks, TVScaleFunction const &scale) {
+        bool crowded = false;
+        for (std::size_t i = 1; i < ticks.size(); ++i) {
+            double const distance = scale.Forward(ticks[i].value) - scale.Forward(ticks[i - 1].value);
+            crowded = crowded || std::fabs(distance) < LINE_GAP;
+        }
+        std::vector<double> values;
+        for (Tick const &tick : ticks) {
+            if (tick.kept || !crowded || &tick == &ticks.back())
+                values.push_back(tick.value);
+        }
+        return values;
+    };
     QPen const textPen = painter.pen();
     painter.setPen(ThinPen(QColor(192, 192, 192)));
-    ForEachGridLine(m_xTicks, m_xMinorDivisions, [&](double tick) {
+    ForEachGridLine(lines(xLabels, *m_xScale), m_xMinorDivisions, [&](double tick) {
         int const x = ToPixel(m_xScale->Forward(tick));
         painter.drawLine(x, m_plotRect.top(), x, m_plotRect.bottom());
     });
-    ForEachGridLine(m_yTicks, m_yMinorDivisions, [&](double tick) {
+    ForEachGridLine(lines(yLabels, *m_yScale), m_yMinorDivisions, [&](double tick) {
         int const y = ToPixel(m_yScale->Forward(tick));
         painter.drawLine(m_plotRect.left(), y, m_plotRect.right(), y);
     });
     painter.setPen(textPen); // labels as the titles, not as faint as the grid
-}
-
-void Histo_Graph::DrawHorScale(QPainter &painter, QSize labelSize)
-{
-    painter.setFont(*m_labelFont);
-    int const y = m_plotRect.bottom() + labelSize.height();
-    std::size_t const count = m_xTicks.size();
-    for (std::size_t i = 0; i + 2 < count; ++i) {
-        int const x = ToPixel(m_xScale->Forward(m_xTicks[i]) - labelSize.width() / 2);
-        painter.drawText(x, y, Label(m_xFormat, m_xTicks[i] * m_xFactor));
-    }
-    // The last label is that of the last tick but one, at the end of the axis; that is meant.
-    if (count >= 2)
-        painter.drawText(m_plotRect.right() - labelSize.width(), y, Label(m_xFormat, m_xTicks[count - 2] * m_xFactor));
-}
-
-void Histo_Graph::DrawVertScale(QPainter &painter, QSize labelSize)
-{
-    painter.setFont(*m_labelFont);
-    int const x = m_plotRect.left() - labelSize.width();
-    for (std::size_t i = 0; i < m_yTicks.size(); ++i) {
-        int const below = i == 0 ? 0 : labelSize.height() / 2;
-        painter.drawText(x, ToPixel(m_yScale->Forward(m_yTicks[i]) + below), Label(m_yFormat, m_yTicks[i] * m_yFactor));
-    }
 }
 
 void Histo_Graph::DrawThresholds(QPainter &painter)
@@ -271,12 +385,34 @@ void Histo_Graph::DrawThresholds(QPainter &painter)
     int const top = m_plotRect.top();
     int const bottom = m_plotRect.bottom();
     for (auto const &marker : markers) {
+        int const x = ToPixel(m_xScale->Forward(marker.value));
+        painter.setPen(ThinPen(marker.color));
+        if (marker.value != 0)
+            painter.drawLine(x, top, x, bottom);
+    }
+    // The numbers at half height, and below one another where the markers are close.
+    QFontMetrics const metrics(painter.font(), painter.device());
+    std::vector<QRect> taken;
+    for (auto const &marker : markers) {
         if (marker.value == 0)
             continue;
+        QString const text = Number(marker.value);
+        QPoint at(ToPixel(m_xScale->Forward(marker.value)), top + (bottom - top) / 2);
+        QRect ink = UprightInkOf(metrics, at, text);
+        if (m_plotRect.contains(at) && ink.left() <= m_plotRect.left()) { // not on the labels of the Y axis
+            int const over = at.x() + TEXT_GAP - ink.left();
+            at.rx() += over;
+            ink.translate(over, 0);
+        }
+        while (std::any_of(taken.begin(), taken.end(), [&](QRect const &other) { return Touch(other, ink); })) {
+            at.ry() += TEXT_GAP;
+            ink.translate(0, TEXT_GAP);
+        }
+        taken.push_back(ink);
+        if (m_plotRect.contains(ink))
+            painter.fillRect(ink.adjusted(-1, -1, 0, 1), AREA);
         painter.setPen(ThinPen(marker.color));
-        int const x = ToPixel(m_xScale->Forward(marker.value));
-        painter.drawLine(x, top, x, bottom);
-        PaintRotatedString(painter, x, top + (bottom - top) / 2, -90.0f, Number(marker.value));
+        PaintRotatedString(painter, at.x(), at.y(), -90.0f, text);
     }
 }
 
@@ -291,8 +427,10 @@ void Histo_Graph::PaintThresholdsPixels(QPainter &painter)
     auto const widthOf = [&](std::int32_t count) {
         return GetTextSize(*m_labelFont, painter, Number(count)).width();
     };
+    QFontMetrics const metrics(*m_labelFont, painter.device());
     int const lineHeight = GetTextSize(*m_labelFont, painter, Number(t.belowLow)).height();
     auto const draw = [&](std::int32_t count, QColor const &color, int x, int y) {
+        painter.fillRect(InkOf(metrics, {x, y}, Number(count)).adjusted(-1, -1, 1, 1), AREA); // not on bars and lines
         painter.setPen(QPen(color));
         painter.drawText(x, y, Number(count));
     };
@@ -317,4 +455,19 @@ void Histo_Graph::PaintRotatedString(QPainter &painter, int x, int y, float angl
     painter.rotate(static_cast<qreal>(angle));
     painter.drawText(0, 0, text);
     painter.restore();
+}
+
+void Histo_Graph::PaintNotice(QPainter &painter)
+{
+    if (m_notice.isEmpty())
+        return;
+    painter.setFont(*m_labelFont);
+    int const flags = CENTRED | Qt::TextWordWrap;
+    QRect room = m_plotRect.adjusted(12, 4, -12, -4);
+    if (!m_plots.empty()) // rather above what they show
+        room.setBottom(room.center().y());
+    QRect const box = painter.boundingRect(room, flags, m_notice);
+    painter.fillRect(box.adjusted(-6, -3, 6, 3), AREA);
+    painter.setPen(Qt::black);
+    painter.drawText(box, flags, m_notice);
 }

@@ -37,7 +37,10 @@ public:
     void AddPlot(Histo_Plot *plot); // takes ownership
     void ClearPlots();
     void Resize(QRect rect);
-    // An axis without ticks leaves the data area empty.
+    // A sentence over the data area, for what the plots do not tell; empty for none.
+    void SetNotice(QString const &text);
+    // An axis without ticks leaves the data area empty. Labels that would touch are thinned, and so are grid lines that
+    // would run together; the ticks stay.
     void DrawSelf(QPainter &painter);
 
     // The signal value at a mouse position; false left of the data area, on its left edge, and before the first paint.
@@ -48,16 +51,30 @@ public:
     HistoThresholds *thresholds = nullptr; // not owned; null: no markers
 
 private:
+    // A tick as it is drawn.
+    struct Tick
+    {
+        double value;
+        QPoint at;    // where the label begins, on its base line
+        QString text; // empty for none
+        QRect ink;    // of the label
+        bool kept = true;
+    };
+
     void CreateFontEx(std::unique_ptr<QFont> &font, QPainter &painter, QFont::HintingPreference hinting);
     QSize GetTextSize(QFont const &font, QPainter &painter, QString const &text) const;
     void CreateScales();
-    void DrawTitles(QPainter &painter, QSize const &titleSize, QSize const &xTitleSize, QSize const &yTitleSize);
-    void DrawGrid(QPainter &painter);
-    void DrawHorScale(QPainter &painter, QSize labelSize);
-    void DrawVertScale(QPainter &painter, QSize labelSize);
+    std::vector<Tick> PlaceHorLabels(QPainter &painter, QSize labelSize) const;
+    std::vector<Tick> PlaceVertLabels(QPainter &painter, QSize labelSize) const;
+    void DrawTitles(QPainter &painter, QSize const &titleSize, QSize const &xTitleSize, QSize const &yTitleSize,
+                    std::vector<Tick> const &yLabels);
+    void DrawGrid(QPainter &painter, std::vector<Tick> const &xLabels, std::vector<Tick> const &yLabels);
+    void DrawLabels(QPainter &painter, std::vector<Tick> const &labels);
     void DrawThresholds(QPainter &painter);
     void PaintThresholdsPixels(QPainter &painter);
     void PaintRotatedString(QPainter &painter, int x, int y, float angle, QString const &text);
+    void PaintNotice(QPainter &painter);
+    static void Thin(std::vector<Tick> &ticks, bool log);
 
     QRect m_outerRect; // the whole canvas
     QRect m_plotRect;  // the data area
@@ -68,6 +85,7 @@ private:
     std::unique_ptr<QFont> m_labelFont, m_yTitleFont;    // made by the first paint
     QColor m_secondColor;
     QString m_title, m_xTitle, m_yTitle;
+    QString m_notice;
     std::vector<Histo_Plot *> m_plots; // owned
     char m_xFormat[32] = {};
     char m_yFormat[32] = {};

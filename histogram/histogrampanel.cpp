@@ -8,11 +8,13 @@
 
 #include <QMainWindow>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -35,10 +37,20 @@ int DepthOf(char const *pixelFormat)
     return static_cast<int>(depth > INT_MAX ? INT_MAX : depth);
 }
 
-// Full scale of a depth; none for one that no number of 32 bits has.
-std::int32_t FullScale(int bits)
+// A sample a pixel, in whole bytes. Of a type that is in no table the class tells.
+bool IsPlain(_TovImage const &picture, TovPixelTypeInfo const *info)
 {
-    return bits >= 0 && bits <= 30 ? 1 << bits : 0;
+    if (info)
+        return info->packing == TOV_UNPACKED && info->channels == 1 && info->family != TOV_FAMILY_YUV;
+    return picture.formatClass != TOV_CLASS_PACKED && picture.formatClass != TOV_CLASS_RGB &&
+           picture.formatClass != TOV_CLASS_YUV;
+}
+
+QString NameOf(TovPixelTypeInfo const *info)
+{
+    if (!info)
+        return HistogramPanel::tr("this pixel format");
+    return QString::fromLatin1(info->pfncName ? info->pfncName : info->name);
 }
 
 } // namespace
@@ -99,14 +111,12 @@ void HistogramPanel::SetCurrentSession(Session *session)
     m_view->bits = m_histo.bits;
     ResetState();
 
-    std::int32_t const levels = FullScale(m_histo.bits);
     m_thresholds.lowThreshold = 0;
-    m_thresholds.highThreshold = static_cast<std::uint16_t>(levels);
-    auto const area = static_cast<std::int32_t>(static_cast<std::uint32_t>(m_histo.height) * m_histo.width * 2u);
-    m_view->SetupHistoGraph(area / (levels * 0.1), 0.0, levels);
+    m_thresholds.highThreshold = static_cast<std::uint16_t>(HistoLevels(m_histo.bits));
+    m_view->ShowAxes(m_histo.bits);
     connect(m_view, &HistoView::signalUpdateThresolds, this, &HistogramPanel::UpdateThresholds);
     m_view->show();
-    FitToTexts(levels);
+    FitToTexts();
 }
 
 void HistogramPanel::ReadCamera()
@@ -149,20 +159,118 @@ bool HistogramPanel::UpdateSelfByTimer()
         return false;
     ImgProcessor *const analysis = m_session->GetAnalysis();
     std::memcpy(&m_thresholds, &analysis->m_thresholds, sizeof m_thresholds);
-    analysis->GetHistoData(&m_histo, &m_bayer);
-    if (m_histo.plots.empty())
+    bool const seen = analysis->GetHistoData(&m_histo, &m_bayer) || analysis->GetKeptHistoData(&m_histo, &m_bayer);
+    if (QString const why = seen ? WhyNothing() : QString(); !why.isEmpty())
+        ShowNothing(why);
+    if (m_histo.plots.empty()) {
+        if (!seen) { // the figures are of no picture
+            m_view->graph.SetNotice(tr("No picture yet: Play starts it."));
+            for (QLabel *const figure : {meanLabel, devLabel, SNRLabel})
+                figure->setEnabled(false);
+            m_view->update();
+        }
         return false;
+    }
     SimpleHisto const &first = *m_histo.plots.front();
-    meanLabel->setText(QString::asprintf("%5.2f", first.mean));
-    devLabel->setText(QString::asprintf("%5.2f", first.stdDev));
-    SNRLabel->setText(QString::asprintf("%5.1f", m_histo.snr)); // nothing computes it: 0.0
+    // Of the noise nothing is computed: 0.0.
+    SetFigures(QString::asprintf("%5.2f", first.mean), QString::asprintf("%5.2f", first.stdDev),
+               QString::asprintf("%5.1f", m_histo.snr));
     // The view gets the markers only now, so the first update shows no more than the axes; that is meant.
     m_view->SetData(&m_histo);
     m_view->thresholds = &m_thresholds;
     CountPixels();
     m_view->graph.thresholds = &m_thresholds;
+    m_view->graph.SetNotice(seen ? Doubt() : QString());
     m_view->update();
     return true;
+}
+
+// Why the answer is none of this picture: the analysis takes the samples as they stand in memory, and the colours'
+// masks as they were made. Empty when it is one.
+QString HistogramPanel::WhyNothing() const
+{
+    _TovImage const &picture = m_session->GetAnalysis()->GetSource();
+    TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(picture.pixelType);
+    QString const name = NameOf(info);
+    if (info && info->packing != TOV_UNPACKED)
+        return tr("%1 is packed and cannot be measured. Choose an unpacked pixel format.").arg(name);
+    if (!IsPlain(picture, info))
+        return tr("%1 has several values to a pixel and cannot be measured. Choose a Mono or Bayer format.").arg(name);
+    bool const mosaic = !info || info->family == TOV_FAMILY_BAYER || info->family == TOV_FAMILY_TRUESENSE;
+    if (m_histo.mode == HistoRGB && !mosaic)
+        return tr("%1 has no colours. Choose a Bayer format.").arg(name);
+    if (m_histo.mode == HistoRGB &&
+        (picture.width != m_bayer.width || picture.height != m_bayer.height || picture.bitDepth != m_bayer.bits)) {
+        QString const shape = tr("%1 x %2 at %3 bits");
+        return tr("The colours are told apart in pictures of %1 only, as they were when the camera was connected; this "
+                  "one has %2. Connect again.")
+            .arg(shape.arg(m_bayer.width).arg(m_bayer.height).arg(m_bayer.bits),
+                 shape.arg(picture.width).arg(picture.height).arg(picture.bitDepth));
+    }
+    bool const counted = picture.bitDepth == 8 || picture.bitDepth == 10 || picture.bitDepth == 12;
+    bool const profile = m_histo.mode == HistoRow || m_histo.mode == HistoColumn;
+    if (!profile && m_histo.mode != HistoRGB && !counted) {
+        return tr("%1 has %2 bits; a bar histogram takes 8, 10 or 12. Row and column histograms show it.")
+            .arg(name)
+            .arg(picture.bitDepth);
+    }
+    SimpleHisto const placeholder;
+    bool const failed = std::any_of(m_histo.plots.begin(), m_histo.plots.end(), [&](SimpleHisto const *series) {
+        return series->mean == placeholder.mean && series->stdDev == placeholder.stdDev;
+    });
+    return failed || m_histo.plots.empty() ? tr("This picture cannot be measured.") : QString();
+}
+
+// What makes true figures misleading.
+QString HistogramPanel::Doubt() const
+{
+    _TovImage const &picture = m_session->GetAnalysis()->GetSource();
+    auto const beyond = [](std::int32_t line, std::uint32_t count) {
+        return static_cast<std::uint32_t>(line) >= count;
+    };
+    if (m_histo.mode == HistoRow && !m_histo.integrated && beyond(m_histo.row, picture.height))
+        return tr("Row %1 is outside of the picture, which has %2 rows.").arg(m_histo.row).arg(picture.height);
+    if (m_histo.mode == HistoColumn && !m_histo.integrated && beyond(m_histo.column, picture.width))
+        return tr("Column %1 is outside of the picture, which has %2 columns.").arg(m_histo.column).arg(picture.width);
+    TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(picture.pixelType);
+    if (m_histo.mode == HistoRGB && info && info->family == TOV_FAMILY_BAYER) {
+        bool const redFirst = m_bayer.bayerPattern == 0 || m_bayer.bayerPattern == 2;
+        if (info->bayer != (redFirst ? TOV_BAYER_RG : TOV_BAYER_GR))
+            return tr("The colours are counted as in %1; this picture is %2, so they are mixed up.")
+                .arg(redFirst ? QStringLiteral("BayerRG") : QStringLiteral("BayerGR"), NameOf(info));
+    }
+    return {};
+}
+
+// The mode's axes, and no figures that were another picture's.
+void HistogramPanel::ShowNothing(QString const &why)
+{
+    m_histo.ClearPlots();
+    QString const dash(QChar(0x2013));
+    SetFigures(dash, dash, dash);
+    HistoThresholds &t = m_thresholds;
+    t.belowLow = t.betweenLowHigh = t.aboveHigh = t.belowMark = t.aboveMark = 0;
+    _TovImage const &picture = m_session->GetAnalysis()->GetSource();
+    bool const known = picture.width != 0;
+    if (known) {
+        m_view->width = static_cast<std::int32_t>(picture.width);
+        m_view->height = static_cast<std::int32_t>(picture.height);
+    }
+    m_view->ShowAxes(known ? static_cast<int>(picture.bitDepth) : m_histo.bits);
+    m_view->graph.SetNotice(why);
+    m_view->update();
+}
+
+void HistogramPanel::SetFigures(QString const &mean, QString const &stdDev, QString const &snr)
+{
+    std::pair<QLabel *, QString const &> const figures[] = {{meanLabel, mean}, {devLabel, stdDev}, {SNRLabel, snr}};
+    for (auto const &[label, text] : figures) {
+        label->setEnabled(true);
+        label->setText(text);
+        // There is room for the usual ones; a mean over lines of a high picture may be larger.
+        if (int const wanted = label->sizeHint().width(); wanted > label->minimumWidth())
+            label->setMinimumWidth(wanted);
+    }
 }
 
 // Of a profile, whose positions are places, these are sums of the signal.
@@ -220,6 +328,7 @@ void HistogramPanel::DoModeComboBox()
     m_modeIndex = modeComboBox->currentIndex();
     m_view->SetMode(m_modeIndex);
     m_histo.mode = m_modeIndex;
+    ShowNothing(QString()); // what was shown is of the other mode
 }
 
 void HistogramPanel::DoAvrCheckBox()
@@ -260,12 +369,12 @@ void HistogramPanel::DoColSpin()
 // ---- Layout ---------------------------------------------------------------------------------------------------------
 
 // The sizes of the form are those of usual texts in a narrow font: what needs more gets more. The figures get their
-// greatest width at once, so that the panel does not grow while one looks at it.
-void HistogramPanel::FitToTexts(int levels)
+// greatest width at once, of whatever format the camera changes to, so that the panel does not grow while one looks.
+void HistogramPanel::FitToTexts()
 {
     for (QLabel *const figure : {meanLabel, devLabel, SNRLabel}) {
         QString const now = figure->text();
-        figure->setText(figure == SNRLabel ? QStringLiteral("-100.0") : QString::asprintf("%5.2f", double(levels)));
+        figure->setText(figure == SNRLabel ? QStringLiteral("-100.0") : QStringLiteral("65535.00"));
         figure->ensurePolished();
         figure->setMinimumWidth(std::max(figure->minimumWidth(), figure->sizeHint().width()));
         figure->setText(now);

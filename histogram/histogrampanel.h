@@ -43,8 +43,12 @@ protected:
 private:
     void ReadCamera();
     void ResetState();
+    QString WhyNothing() const;
+    QString Doubt() const;
+    void ShowNothing(QString const &why);
+    void SetFigures(QString const &mean, QString const &stdDev, QString const &snr);
     void CountPixels();
-    void FitToTexts(int levels);
+    void FitToTexts();
     void PlaceGroups();
 
     ComplexHisto m_histo;

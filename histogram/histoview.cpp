@@ -117,6 +117,14 @@ void HistoView::SetData(ComplexHisto *answer)
     SetupPlots();
 }
 
+void HistoView::ShowAxes(int depth)
+{
+    graph.ClearPlots();
+    std::int32_t const levels = FullScale(depth);
+    auto const area = static_cast<std::int32_t>(static_cast<std::uint32_t>(height) * width * 2u);
+    SetupHistoGraph(area / (levels * 0.1), 0.0, levels);
+}
+
 // ---- Axes -----------------------------------------------------------------------------------------------------------
 
 double HistoView::CalcStep(double range) const
@@ -143,7 +151,7 @@ int HistoView::RoundToVal(int value, int grid, bool up) const
 
 void HistoView::SetupScales()
 {
-    if (!thresholds || !data)
+    if (!thresholds || !data || data->plots.empty())
         return;
     auto const &plots = data->plots;
     SimpleHisto const &brightest = **std::max_element(
@@ -213,7 +221,7 @@ void HistoView::SetupHistoGraph(double yMax, double low, double high)
 void HistoView::SetupPlots()
 {
     graph.ClearPlots();
-    if (!thresholds || !data)
+    if (!thresholds || !data || data->plots.empty())
         return;
     auto const add = [this](Histo_Plot *plot, SimpleHisto const *series, int penWidth) {
         plot->color = series->color;

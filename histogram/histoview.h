@@ -21,9 +21,11 @@ public:
     void SetXAxisLimit(bool enable, int factor);
     void UseYAxisLog(bool on);
     void SetTapMode(bool on, int count); // changes no picture
-    // Not owned, and to outlive the view. The axes and plots stay as they are while `thresholds` is null. The list of
-    // series is not empty.
+    // Not owned, and to outlive the view. The axes and plots stay as they are while `thresholds` is null, or without
+    // series.
     void SetData(ComplexHisto *answer);
+    // The mode's axes over the whole scale of that depth, without data.
+    void ShowAxes(int depth);
 
     void SetupScales();
     void SetupHistoGraph(double yMax, double low, double high);
