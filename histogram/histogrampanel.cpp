@@ -164,7 +164,7 @@ bool HistogramPanel::UpdateSelfByTimer()
         ShowNothing(why);
     if (m_histo.plots.empty()) {
         if (!seen) { // the figures are of no picture
-            m_view->graph.SetNotice(tr("No picture yet: Play starts it."));
+            Tell(tr("No picture yet: Play starts it."));
             for (QLabel *const figure : {meanLabel, devLabel, SNRLabel})
                 figure->setEnabled(false);
             m_view->update();
@@ -180,7 +180,7 @@ bool HistogramPanel::UpdateSelfByTimer()
     m_view->thresholds = &m_thresholds;
     CountPixels();
     m_view->graph.thresholds = &m_thresholds;
-    m_view->graph.SetNotice(seen ? Doubt() : QString());
+    Tell(seen ? Doubt() : QString());
     m_view->update();
     return true;
 }
@@ -257,8 +257,14 @@ void HistogramPanel::ShowNothing(QString const &why)
         m_view->height = static_cast<std::int32_t>(picture.height);
     }
     m_view->ShowAxes(known ? static_cast<int>(picture.bitDepth) : m_histo.bits);
-    m_view->graph.SetNotice(why);
+    Tell(why);
     m_view->update();
+}
+
+void HistogramPanel::Tell(QString const &sentence)
+{
+    m_view->graph.SetNotice(sentence);
+    m_view->setAccessibleDescription(sentence);
 }
 
 void HistogramPanel::SetFigures(QString const &mean, QString const &stdDev, QString const &snr)

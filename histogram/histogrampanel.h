@@ -46,6 +46,7 @@ private:
     QString WhyNothing() const;
     QString Doubt() const;
     void ShowNothing(QString const &why);
+    void Tell(QString const &sentence); // in the graph; empty for nothing
     void SetFigures(QString const &mean, QString const &stdDev, QString const &snr);
     void CountPixels();
     void FitToTexts();

@@ -80,18 +80,4 @@ TEST(BayerHelper, CountsEachColourOfTheMaskedFrame)
     }
 }
 
-TEST(BayerHelper, FamilyChoosesThePattern)
-{
-    std::tuple<std::uint32_t, std::int64_t, std::int32_t> const cases[] = {
-        {12, 1, 3}, {12, 2, 0}, {12, 7, 0}, {0, 1, 0}, {12, 1LL << 32 | 1, 0}};
-    for (auto const &[sensorClass, family, pattern] : cases) {
-        ComplexHisto histo;
-        BayerHelper2 helper;
-        helper.SetUp(4, 2, 10, sensorClass, family, &histo);
-        EXPECT_EQ(histo.bayerPattern, pattern);
-        EXPECT_EQ(helper.swapRows, pattern == 3);
-        EXPECT_EQ(helper.colorSensor, sensorClass == 12);
-    }
-}
-
 } // namespace

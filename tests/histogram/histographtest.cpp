@@ -5,8 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
+#include <tuple>
+#include <vector>
 
 namespace {
 
@@ -82,6 +85,46 @@ TEST_F(HistoGraph, MarkersStandAtTheirSignalWithTheirCounts)
     EXPECT_TRUE(graph.GetThresholds(QPointF(area.right() + 200, 5), value));
     EXPECT_GT(value, 256.0f);
     EXPECT_FALSE(Histo_Graph().GetThresholds(QPointF(100, 100), value));
+}
+
+// Labels of the Y axis stand apart from one another and from the title, however many ticks there are.
+TEST_F(HistoGraph, ThinsLabelsThatWouldTouch)
+{
+    std::vector<double> profile, decades;
+    for (int tick = -500; tick <= 66000; tick += 500)
+        profile.push_back(tick);
+    for (double tick = 1; tick < 1e8; tick *= 10)
+        decades.push_back(tick);
+    std::tuple<std::vector<double>, bool> const axes[] = {{profile, false}, {profile, true}, {decades, true}};
+    for (auto const &[ticks, log] : axes) {
+        for (int height = 101; height <= 380; height += 3) {
+            graph.SetLogMode(false, log);
+            graph.SetScales("%5.0f", "%5.0f", {0, 256}, ticks, 1.0, 1.0);
+            graph.Resize(QRect(0, 0, 500, height));
+            graph.SetTitles(QString(), QString(), QString());
+            Paint();
+            QImage const labels = image;
+            int run = 0, longest = 0, runs = 0;
+            for (int y = 0; y < area.bottom() - 2; ++y) {
+                bool inked = false;
+                for (int x = 0; x < area.left(); ++x)
+                    inked = inked || image.pixel(x, y) != OUTSIDE;
+                run = inked ? run + 1 : 0;
+                runs += run == 1;
+                longest = std::max(longest, run);
+            }
+            EXPECT_GE(runs, 2) << height;
+            EXPECT_LE(longest, 12) << height << ", " << log; // a digit
+            graph.SetTitles(QString(), QString(), QStringLiteral("Signal (ADU)"));
+            Paint();
+            for (int y = 0; y < height; ++y)
+                for (int x = 1; x < area.left() - 1; ++x)
+                    ASSERT_TRUE(image.pixel(x, y) == labels.pixel(x, y) ||
+                                (labels.pixel(x - 1, y) == OUTSIDE && labels.pixel(x, y) == OUTSIDE &&
+                                 labels.pixel(x + 1, y) == OUTSIDE))
+                        << "the title on a label at " << x << ' ' << y << " of " << height;
+        }
+    }
 }
 
 // Every point a line of its own, one call each.

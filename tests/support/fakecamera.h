@@ -160,6 +160,8 @@ public:
     std::int32_t ExecuteCommand(char const *name) override;
     FAKE_GIVES(TovCam::EnumParam *GetEnum(char const *name, std::int32_t *),
                enums.count(name) ? &enums[name] : nullptr);
+    FAKE_GIVES(char const *GetEnumValueStr(char const *name, std::int32_t *),
+               enums.count(name) ? enums[name].value.c_str() : nullptr);
 
 private:
     FakeScript &m_script;
