@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int Colour = 1; // the camera with a mosaic
+constexpr int Rgb = 2;    // the one that starts with pixels of several values, which are not measured
 
 class HistogramTour : public PanelTour
 {
@@ -132,6 +133,8 @@ TEST_P(HistogramOfEachCamera, IsOperatedLiveAndStopped)
         std::int64_t const width = tour.Features()->GetIntegerValue("Width", nullptr);
         std::int64_t const height = tour.Features()->GetIntegerValue("Height", nullptr);
         EXPECT_FALSE(robot.Gui([&] { return tour.panel->isVisible(); })); // it starts hidden
+        if (GetParam() == Rgb)
+            robot.Gui([&] { tour.Features()->SetEnumValueStr("PixelFormat", "BayerRG8"); });
         hands.Play(robot);
         QThread::msleep(1200);
         EXPECT_EQ(robot.Gui([&] { return tour.Text("meanLabel"); }), QStringLiteral("1000")); // and asks for nothing
@@ -196,7 +199,7 @@ TEST_P(HistogramOfEachCamera, IsOperatedLiveAndStopped)
         EXPECT_GT(HistogramTour::Count(marked, QColor(255, 0, 255)), marked.height() / 2);
         tour.ExpectTidy("markers");
 
-        // Stopped, there is no picture to look at, and what was shown stays.
+        // The picture stays after a stop, and so does what is shown of it.
         hands.Stop(robot);
         EXPECT_EQ(tour.Updated(), marked);
         // A camera that goes while it is looked at.
