@@ -192,6 +192,14 @@ SimPacket SimPackets::Event(std::uint16_t eventId, std::uint64_t frame, std::uin
     return packet;
 }
 
+SimPacket SimPackets::EventAcknowledge(SimPacket const &event) const
+{
+    constexpr U8 Wanted = GvcpKey & 0xFF;
+    if (m_usb || (event[1] & Wanted) == 0)
+        return {};
+    return Gvcp(0, 0x00C1, 0, static_cast<U16>(event[6] << 8 | event[7]));
+}
+
 std::size_t SimPackets::PayloadBytes(std::uint32_t packetSize) const
 {
     constexpr std::size_t GigEHeaders = 20 + 8 + 8; // IP, UDP, GVSP

@@ -42,6 +42,8 @@ public:
     // Header of a payload packet; the pixels follow. Empty for USB3 Vision, which sends them bare.
     SimPacket PayloadHeader(SimFrameFacts const &facts, std::uint32_t packetId, bool resent = false) const;
     SimPacket Event(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp);
+    // What the host answers to an event; empty where the camera asks for no answer, as on USB3 Vision.
+    SimPacket EventAcknowledge(SimPacket const &event) const;
     // Bytes of pixels in a payload packet.
     std::size_t PayloadBytes(std::uint32_t packetSize) const;
 

@@ -423,9 +423,9 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
     lock.unlock();
     if (events) {
         if (m_drawn.frameStartEvent)
-            EmitBytes(TovCam::EventEventChannel, m_packets.Event(FrameStartEvent, id, timestamp), nullptr, 0);
+            EmitEvent(FrameStartEvent, id, timestamp);
         if (m_drawn.exposureEndEvent)
-            EmitBytes(TovCam::EventEventChannel, m_packets.Event(ExposureEndEvent, id, timestamp), nullptr, 0);
+            EmitEvent(ExposureEndEvent, id, timestamp);
     }
     if (buffer)
         Fill(*buffer, id, timestamp);
@@ -604,9 +604,27 @@ void SimStream::EmitResends(SimBuffer const &buffer, SimFrameFacts const &facts,
     }
 }
 
+// With the host's answer, which goes the other way on the same channel.
+void SimStream::EmitEvent(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp)
+{
+    SimPacket const event = m_packets.Event(eventId, frame, timestamp), answer = m_packets.EventAcknowledge(event);
+    EmitBytes(TovCam::EventEventChannel, event, nullptr, 0);
+    if (!answer.empty())
+        EmitBytes(TovCam::EventEventChannel, answer, nullptr, 0);
+}
+
 void SimStream::EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size)
 {
+    if (!m_events.IsWanted(channel))
+        return;
     std::size_t const total = head.size() + size;
-    if (m_events.IsWanted(channel))
-        m_events.Emit(channel, m_bytes.Lay(head.data(), head.size(), body, size, total), total);
+    void const *bytes = nullptr;
+    try {
+        bytes = m_bytes.Lay(head.data(), head.size(), body, size, total);
+    } catch (std::bad_alloc const &) {
+        std::lock_guard const lock(m_mutex);
+        ++m_missed;
+        return;
+    }
+    m_events.Emit(channel, bytes, total);
 }

@@ -97,6 +97,7 @@ private:
     void EmitFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp);
     void EmitPayload(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t index, bool resent);
     void EmitResends(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t first, std::size_t last);
+    void EmitEvent(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp);
     void EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size);
     void FlushFilled();
 
