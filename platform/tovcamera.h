@@ -52,7 +52,8 @@ enum EventID : std::uint32_t {
     EventEventChannel = 1002,   // raw event packets
     EventConnectionLost = 1004, // no data
     EventPacketsMissed = 1005, // std::uint64_t: packets of the three channels that got lost on the way to the callbacks
-                               // since the camera was opened; told when it has risen
+                               // since the camera was opened, those included that a capture cut short; told when it has
+                               // risen
 };
 
 constexpr std::uint32_t WaitForever = 0xFFFFFFFFu;
@@ -262,6 +263,21 @@ protected:
 // Called on a thread of the library; the bytes are valid during the call only.
 using EventCallback = void (*)(void const *data, unsigned long size, void *user);
 
+// Why the packets of a camera cannot be captured, for the operator to mend.
+enum class CaptureRefusal : std::uint8_t {
+    None,
+    NoRight,    // the system does not permit it
+    NoAdapter,  // there is no such network adapter, or it is down; no such USB monitor
+    NoFile,     // the capture file that takes the camera's place cannot be opened
+    NotACapture // it is none, or of something else
+};
+struct CaptureFailure
+{
+    CaptureRefusal refusal = CaptureRefusal::None;
+    std::string place;  // the adapter, the monitor or the file that was tried; empty where there was none to try
+    std::string reason; // in the system's words; may be empty
+};
+
 // An open camera.
 class Device
 {
@@ -285,6 +301,11 @@ public:
     // TOV_CAM_ERR_FILE_READ and TOV_CAM_ERR_WRONG_CONFIGURATION (no whole configuration, or another model's) nothing
     // was touched; with any other status what could be applied is applied.
     virtual std::int32_t LoadConfiguration(char const *path) = 0;
+    // Why the last subscription to packets was refused, where it was. Any thread.
+    virtual CaptureFailure GetCaptureFailure()
+    {
+        return {};
+    }
 
 protected:
     ~Device() = default;

@@ -100,20 +100,32 @@ void AravisDevice::OnControlLost()
 // The road to the camera. A file given by the environment takes its place.
 std::unique_ptr<PacketSource> AravisDevice::OpenTap(std::int32_t *status)
 {
-    if (char const *const file = std::getenv("TOV_PACKET_CAPTURE"); file && *file)
-        return OpenCaptureFile(std::string(file), status);
-    if (!m_address.empty()) {
+    TovCam::CaptureFailure failure;
+    std::unique_ptr<PacketSource> source;
+    UsbCamera camera;
+    if (char const *const file = std::getenv("TOV_PACKET_CAPTURE"); file && *file) {
+        source = OpenCaptureFile(std::string(file), status, &failure);
+    } else if (!m_address.empty()) {
         // What goes to an address of this host does not leave it.
         std::string adapter = "lo";
         if (FindAdapter(m_address).empty())
             adapter = FindAdapter(GvcpClient(m_address).GetLocalAddress());
-        return OpenGigECapture(adapter, m_address, status);
+        source = OpenGigECapture(adapter, m_address, status, &failure);
+    } else if (FindUsbCamera(m_info->vendor, m_info->serial, camera)) {
+        source = OpenUsbCapture(camera, status, &failure);
+    } else {
+        *status = TOV_CAM_ERR_NO_DEVICE;
+        failure.refusal = TovCam::CaptureRefusal::NoAdapter;
     }
-    UsbCamera camera;
-    if (FindUsbCamera(m_info->vendor, m_info->serial, camera))
-        return OpenUsbCapture(camera, status);
-    *status = TOV_CAM_ERR_NO_DEVICE;
-    return nullptr;
+    std::lock_guard const lock(m_failureMutex);
+    m_failure = std::move(failure);
+    return source;
+}
+
+TovCam::CaptureFailure AravisDevice::GetCaptureFailure()
+{
+    std::lock_guard const lock(m_failureMutex);
+    return m_failure;
 }
 
 // The tap hears the answers, and so learns where the stream and the events of a camera go that runs already. By a

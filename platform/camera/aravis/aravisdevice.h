@@ -7,6 +7,7 @@
 #include "packettap/packettap.h"
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 class AravisStream;
@@ -21,6 +22,7 @@ public:
     std::int32_t RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
     std::int32_t UnregisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
     std::int32_t ReadRegister(std::uint64_t address, void *buffer, std::size_t size) override;
+    TovCam::CaptureFailure GetCaptureFailure() override;
 
 protected:
     bool CanServe(std::uint32_t eventId) const override;
@@ -42,6 +44,8 @@ private:
     unsigned long m_lossHandler = 0;
     std::unique_ptr<AravisStream> m_stream;
     PacketTaps m_taps;
+    std::mutex m_failureMutex;          // alone
+    TovCam::CaptureFailure m_failure{}; // m_failureMutex; of the last attempt to open a tap
 };
 
 // A camera that is there and whose description cannot be used: open, without parameters.

@@ -4,12 +4,13 @@
 #include "gigeframing.h"
 #include "usbframing.h"
 
-#include "tovcamera.h"
-
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
 #include <linux/filter.h>
 #include <linux/if_packet.h>
+#include <new>
 #include <pcap/pcap.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -73,14 +74,14 @@ public:
     std::uint64_t GetMissed() override
     {
         pcap_stat stat;
-        if (!m_live || pcap_stats(m_handle, &stat) != 0)
-            return m_missed;
         // The system counts in 32 bits.
-        m_missed += static_cast<std::uint32_t>(stat.ps_drop - static_cast<std::uint32_t>(m_missed));
-        return m_missed;
+        if (m_live && pcap_stats(m_handle, &stat) == 0)
+            m_dropped += static_cast<std::uint32_t>(stat.ps_drop - static_cast<std::uint32_t>(m_dropped));
+        return m_dropped + m_framing->GetCutShort() + m_noMemory;
     }
-    void SetStreamWanted(bool) override
+    void SetStreamWanted(bool wanted) override
     {
+        m_framing->SetStreamWanted(wanted);
     }
 
 protected:
@@ -92,14 +93,19 @@ private:
     {
         auto *const source = reinterpret_cast<CaptureSource *>(self);
         TapPacket packet;
-        if (source->m_framing->Unpack({bytes, header->caplen, header->len}, packet) && !(*source->m_sink)(packet))
-            pcap_breakloop(source->m_handle);
+        try { // nothing may be thrown through libpcap
+            if (source->m_framing->Unpack({bytes, header->caplen, header->len}, packet) && !(*source->m_sink)(packet))
+                pcap_breakloop(source->m_handle);
+        } catch (std::bad_alloc const &) {
+            ++source->m_noMemory;
+        }
     }
 
     bool const m_live;
     int const m_wake;
     Sink const *m_sink = nullptr; // during Read
-    std::uint64_t m_missed = 0;
+    // Packets that are missing: the system had no room for them; there was no memory to hand them on.
+    std::uint64_t m_dropped = 0, m_noMemory = 0;
 };
 
 // Of one GigE Vision camera. The filter in the system copies no more of a stream packet than a line can show, and
@@ -117,6 +123,7 @@ public:
     }
     void SetStreamWanted(bool wanted) override
     {
+        CaptureSource::SetStreamWanted(wanted);
         if (wanted == m_streamWanted && m_streamPort.All() == m_filteredPorts)
             return;
         m_streamWanted = wanted;
@@ -166,10 +173,20 @@ private:
     std::array<std::uint16_t, 2> m_filteredPorts{};
 };
 
-// An activated capture, or null. The system keeps packets in a ring of `ring` bytes, 0 for its own choice.
-pcap_t *Activate(std::string const &device, int snap, int ring, std::int32_t *status)
+// Nothing to read from.
+std::nullptr_t Refuse(std::int32_t *status, std::int32_t error, TovCam::CaptureFailure *failure,
+                      TovCam::CaptureRefusal refusal, std::string const &place, std::string const &reason)
 {
-    char text[PCAP_ERRBUF_SIZE];
+    *status = error;
+    if (failure)
+        *failure = {refusal, place, reason};
+    return nullptr;
+}
+
+// An activated capture, or null. The system keeps packets in a ring of `ring` bytes, 0 for its own choice.
+pcap_t *Activate(std::string const &device, int snap, int ring, std::int32_t *status, TovCam::CaptureFailure *failure)
+{
+    char text[PCAP_ERRBUF_SIZE] = "";
     pcap_t *const handle = pcap_create(device.c_str(), text);
     int result = PCAP_ERROR;
     if (handle && pcap_set_snaplen(handle, snap) == 0 && pcap_set_timeout(handle, RingDelay) == 0 &&
@@ -180,29 +197,32 @@ pcap_t *Activate(std::string const &device, int snap, int ring, std::int32_t *st
         return handle;
     }
     bool const denied = result == PCAP_ERROR_PERM_DENIED || result == PCAP_ERROR_PROMISC_PERM_DENIED;
-    *status = denied ? TOV_CAM_ERR_GENICAM_ACCESS : TOV_CAM_ERR_NO_DEVICE;
+    std::string reason = handle ? pcap_geterr(handle) : text;
+    if (reason.empty())
+        reason = result < 0 ? pcap_statustostr(result) : text;
     if (handle)
         pcap_close(handle);
-    return nullptr;
+    return Refuse(status, denied ? TOV_CAM_ERR_GENICAM_ACCESS : TOV_CAM_ERR_NO_DEVICE, failure,
+                  denied ? TovCam::CaptureRefusal::NoRight : TovCam::CaptureRefusal::NoAdapter, device, reason);
 }
 
 } // namespace
 
 std::unique_ptr<PacketSource> OpenGigECapture(std::string const &adapter, std::string const &camera,
-                                              std::int32_t *status)
+                                              std::int32_t *status, TovCam::CaptureFailure *failure)
 {
+    using TovCam::CaptureRefusal;
     in_addr address;
-    *status = TOV_CAM_ERR_NO_DEVICE;
     if (adapter.empty() || inet_pton(AF_INET, camera.c_str(), &address) != 1)
-        return nullptr;
-    pcap_t *const handle = Activate(adapter, ControlSnap, RingBytes, status);
+        return Refuse(status, TOV_CAM_ERR_NO_DEVICE, failure, CaptureRefusal::NoAdapter, adapter, {});
+    pcap_t *const handle = Activate(adapter, ControlSnap, RingBytes, status, failure);
     if (!handle)
         return nullptr;
     int const link = pcap_datalink(handle);
     if (!GigEFraming::Knows(link)) {
         pcap_close(handle);
-        *status = TOV_CAM_ERR_NO_DEVICE;
-        return nullptr;
+        return Refuse(status, TOV_CAM_ERR_NO_DEVICE, failure, CaptureRefusal::NoAdapter, adapter,
+                      "not an Ethernet adapter");
     }
     // A packet on loopback goes out and comes in; once is enough.
     if (adapter == "lo") {
@@ -212,36 +232,41 @@ std::unique_ptr<PacketSource> OpenGigECapture(std::string const &adapter, std::s
     return std::make_unique<GigECapture>(handle, std::make_unique<GigEFraming>(link, ntohl(address.s_addr)), camera);
 }
 
-std::unique_ptr<PacketSource> OpenUsbCapture(UsbCamera const &camera, std::int32_t *status)
+std::unique_ptr<PacketSource> OpenUsbCapture(UsbCamera const &camera, std::int32_t *status,
+                                             TovCam::CaptureFailure *failure)
 {
-    pcap_t *const handle = Activate("usbmon" + std::to_string(camera.bus), UsbSnap, 0, status);
+    std::string const monitor = "usbmon" + std::to_string(camera.bus);
+    pcap_t *const handle = Activate(monitor, UsbSnap, 0, status, failure);
     if (!handle)
         return nullptr;
     int const link = pcap_datalink(handle);
     if (UsbFraming::Knows(link))
         return std::make_unique<CaptureSource>(handle, std::make_unique<UsbFraming>(link, camera), true);
     pcap_close(handle);
-    *status = TOV_CAM_ERR_NO_DEVICE;
-    return nullptr;
+    return Refuse(status, TOV_CAM_ERR_NO_DEVICE, failure, TovCam::CaptureRefusal::NoAdapter, monitor, {});
 }
 
-std::unique_ptr<PacketSource> OpenCaptureFile(std::string const &path, std::int32_t *status)
+std::unique_ptr<PacketSource> OpenCaptureFile(std::string const &path, std::int32_t *status,
+                                              TovCam::CaptureFailure *failure)
 {
     std::FILE *const file = std::fopen(path.c_str(), "rbe");
-    if (file)
-        return OpenCaptureFile(file, status);
-    *status = TOV_CAM_ERR_FILE_NOT_FOUND;
-    return nullptr;
+    if (!file)
+        return Refuse(status, TOV_CAM_ERR_FILE_NOT_FOUND, failure, TovCam::CaptureRefusal::NoFile, path,
+                      std::strerror(errno));
+    std::unique_ptr<PacketSource> source = OpenCaptureFile(file, status, failure);
+    if (!source && failure)
+        failure->place = path;
+    return source;
 }
 
-std::unique_ptr<PacketSource> OpenCaptureFile(std::FILE *file, std::int32_t *status)
+std::unique_ptr<PacketSource> OpenCaptureFile(std::FILE *file, std::int32_t *status, TovCam::CaptureFailure *failure)
 {
-    *status = TOV_CAM_ERR_FILE_READ;
+    using TovCam::CaptureRefusal;
     char text[PCAP_ERRBUF_SIZE];
     pcap_t *const handle = pcap_fopen_offline(file, text);
     if (!handle) {
         std::fclose(file);
-        return nullptr;
+        return Refuse(status, TOV_CAM_ERR_FILE_READ, failure, CaptureRefusal::NotACapture, {}, text);
     }
     std::unique_ptr<PacketFraming> framing;
     int const link = pcap_datalink(handle);
@@ -251,7 +276,8 @@ std::unique_ptr<PacketSource> OpenCaptureFile(std::FILE *file, std::int32_t *sta
         framing = std::make_unique<UsbFraming>(link, UsbCamera());
     if (!framing) {
         pcap_close(handle);
-        return nullptr;
+        return Refuse(status, TOV_CAM_ERR_FILE_READ, failure, CaptureRefusal::NotACapture, {},
+                      "neither Ethernet nor the USB monitor");
     }
     *status = TOV_CAM_ERR_OK;
     return std::make_unique<CaptureSource>(handle, std::move(framing), false);

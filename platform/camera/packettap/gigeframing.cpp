@@ -127,19 +127,20 @@ bool GigEFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
     if (control || (from && m_messagePort.Has(datagram.destinationPort)) ||
         (to && m_messagePort.Has(datagram.sourcePort))) {
         packet.channel = control ? TovCam::EventControlChannel : TovCam::EventEventChannel;
-        if (packet.size < ControlHeader || packet.captured < packet.size)
+        if (packet.size < ControlHeader || !AcceptMessage(packet.captured == packet.size))
             return false;
         if (control)
             Listen(packet.bytes, packet.size);
         return true;
     }
-    if (!from || packet.size < StreamHeader || packet.captured < std::min(packet.size, StreamBytesShown))
+    if (!from || packet.size < StreamHeader)
         return false;
     // With no word about the port, as in a capture that begins later, the first image tells it.
     if (!m_streamPort.IsKnown() && LooksLikeLeader(packet.bytes, packet.captured))
         m_streamPort.Note(datagram.destinationPort);
     packet.channel = TovCam::EventStreamChannel;
-    return m_streamPort.Has(datagram.destinationPort);
+    return m_streamPort.Has(datagram.destinationPort) &&
+           AcceptStream(packet.captured >= std::min(packet.size, StreamBytesShown));
 }
 
 // The end of a control channel that answers, or that is asked for registers; other commands go to everybody.

@@ -28,6 +28,32 @@ public:
     virtual ~PacketFraming() = default;
     // False for whatever is not a whole packet of one of the camera's channels.
     virtual bool Unpack(CapturedFrame const &frame, TapPacket &packet) = 0;
+    // Packets of the camera's channels of which too little was captured, those of a stream that nobody wants left out.
+    std::uint64_t GetCutShort() const
+    {
+        return m_cutShort;
+    }
+    void SetStreamWanted(bool wanted)
+    {
+        m_streamWanted = wanted;
+    }
+
+protected:
+    // False, and counted, for one that is not whole.
+    bool AcceptStream(bool whole)
+    {
+        m_cutShort += !whole && m_streamWanted;
+        return whole;
+    }
+    bool AcceptMessage(bool whole)
+    {
+        m_cutShort += !whole;
+        return whole;
+    }
+
+private:
+    bool m_streamWanted = true;
+    std::uint64_t m_cutShort = 0;
 };
 
 // Packets with zeros behind them, farther than any length field reaches that a decoder might trust.

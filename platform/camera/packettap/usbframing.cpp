@@ -137,7 +137,7 @@ bool UsbFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
     UsbEndpoints const &endpoints = m_camera.endpoints;
     if (header.endpoint == endpoints.stream) {
         packet.channel = TovCam::EventStreamChannel;
-        return packet.captured >= std::min(packet.size, StreamBytesShown);
+        return AcceptStream(packet.captured >= std::min(packet.size, StreamBytesShown));
     }
     if (header.endpoint == endpoints.commands || header.endpoint == endpoints.answers)
         packet.channel = TovCam::EventControlChannel;
@@ -146,7 +146,7 @@ bool UsbFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
     else
         return false;
     constexpr std::size_t PacketPrefix = 12;
-    return packet.size >= PacketPrefix && packet.captured == packet.size;
+    return packet.size >= PacketPrefix && AcceptMessage(packet.captured == packet.size);
 }
 
 // Every packet but a stream's payload begins with what it is.
