@@ -43,11 +43,31 @@ public:
     template<class Visit>
     void ForEach(Visit const &visit) const
     {
+        ForEachWhile([&visit](Line const &line) {
+            visit(line);
+            return true;
+        });
+    }
+    // The same, as long as it says true. Whether it always did.
+    template<class Visit>
+    bool ForEachWhile(Visit const &visit) const
+    {
         for (std::size_t b = 0; b < m_blocks.size(); ++b) {
-            std::size_t const end = b + 1 < m_blocks.size() ? m_blocks[b + 1]->firstRow : m_count;
-            for (std::size_t row = m_blocks[b]->firstRow; row < end; ++row)
-                visit(m_blocks[b]->At(row));
+            if (!VisitBlock(b, visit))
+                return false;
         }
+        return true;
+    }
+    // The same, and gives up each block behind its last line. Nothing else may be done with the store after it.
+    template<class Visit>
+    bool Drain(Visit const &visit)
+    {
+        for (std::size_t b = 0; b < m_blocks.size(); ++b) {
+            if (!VisitBlock(b, visit))
+                return false;
+            m_blocks[b].reset();
+        }
+        return true;
     }
 
 private:
@@ -65,6 +85,16 @@ private:
         char *const memory;
     };
 
+    template<class Visit>
+    bool VisitBlock(std::size_t b, Visit const &visit) const
+    {
+        std::size_t const end = b + 1 < m_blocks.size() ? m_blocks[b + 1]->firstRow : m_count;
+        for (std::size_t row = m_blocks[b]->firstRow; row < end; ++row) {
+            if (!visit(m_blocks[b]->At(row)))
+                return false;
+        }
+        return true;
+    }
     quint32 IndexOfChannel(QString const &channel);
 
     std::vector<std::shared_ptr<Block>> m_blocks;

@@ -1,5 +1,6 @@
 #include "logpanelimpl.h"
 
+#include "noticeboard.h"
 #include "qttovlogmodel.h"
 #include "qttovlogviewer.h"
 #include "session.h"
@@ -16,18 +17,61 @@ namespace {
 constexpr int Period = 1000;   // milliseconds
 constexpr int TipTime = 20000; // milliseconds; there is a line to copy
 
-// What an operator does about a real camera whose packets may not be captured.
+// What the operator does about a right that is missing.
+QString howToGetTheRight(bool usb)
+{
+    if (usb)
+        return LogPanelImpl::tr(
+            "Reading them off the bus takes read access to /dev/usbmon*, which this gives until the\n"
+            "next start of the system:\n"
+            "sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r "
+            "/dev/usbmon*");
+    return LogPanelImpl::tr(
+               "Reading them off the network takes a right that this line gives the program from its next\n"
+               "start on:\nsudo setcap cap_net_raw,cap_net_admin+ep %1")
+        .arg(QCoreApplication::applicationFilePath());
+}
+
+// Why this camera's packets are not logged, and what mends it.
 QString refusalText(TovCam::Device *device)
 {
-    if (device->GetDeviceInfo()->GetInterface()->GetInterfaceKind() == TovCam::InterfaceKindUSB3Vision)
-        return QStringLiteral(
-            "The packets of this camera cannot be captured. Reading them off the bus takes\n"
-            "read access to /dev/usbmon*, which this gives until the next start of the system:\n"
-            "sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r /dev/usbmon*");
-    return QStringLiteral("The packets of this camera cannot be captured. Reading them off the network takes\n"
-                          "a right that this line gives the program from its next start on:\n"
-                          "sudo setcap cap_net_raw,cap_net_admin+ep %1")
-        .arg(QCoreApplication::applicationFilePath());
+    using TovCam::CaptureRefusal;
+    TovCam::CaptureFailure const failure = device->GetCaptureFailure();
+    QString const place = QString::fromStdString(failure.place), reason = QString::fromStdString(failure.reason);
+    bool const usb = device->GetDeviceInfo()->GetInterface()->GetInterfaceKind() == TovCam::InterfaceKindUSB3Vision;
+    QString text = LogPanelImpl::tr("The packets of this camera cannot be captured.");
+    switch (failure.refusal) {
+    case CaptureRefusal::None: // a library that does not tell
+    case CaptureRefusal::NoRight:
+        text += QLatin1Char(' ') + howToGetTheRight(usb);
+        break;
+    case CaptureRefusal::NoAdapter:
+        if (usb && place.isEmpty())
+            text += LogPanelImpl::tr("\nThe system does not list it among its USB devices.");
+        else if (usb)
+            text += LogPanelImpl::tr("\nThere is no %1, which shows what goes over its bus. Load the monitor, and give "
+                                     "yourself the right to read it:\n")
+                        .arg(place) +
+                    QStringLiteral("sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && "
+                                   "sudo chmod g+r /dev/usbmon*");
+        else if (place.isEmpty())
+            text += LogPanelImpl::tr("\nNo network adapter of this computer leads to its address any more.");
+        else
+            text += LogPanelImpl::tr("\nThe network adapter %1 is not there, is down, or is of a kind that is not "
+                                     "supported.")
+                        .arg(place);
+        break;
+    case CaptureRefusal::NoFile:
+        text += LogPanelImpl::tr("\nThe capture file that TOV_PACKET_CAPTURE names cannot be opened: %1").arg(place);
+        break;
+    case CaptureRefusal::NotACapture:
+        text +=
+            LogPanelImpl::tr("\nThe file that TOV_PACKET_CAPTURE names is no capture of a camera's packets (pcap or "
+                             "pcapng): %1")
+                .arg(place);
+        break;
+    }
+    return reason.isEmpty() ? text : text + QStringLiteral("\n(%1)").arg(reason);
 }
 
 } // namespace
@@ -76,6 +120,23 @@ void LogPanelImpl::SetCurrentSession(Session *session)
     d->viewer->setModel(session->GetLogModel());
     connect(d->ui->btnClear, &QPushButton::clicked, session, &Session::clearLog);
     connect(d->ui->btnSave, &QPushButton::clicked, session, &Session::saveLog);
+    ShowReport();
+}
+
+bool LogPanelImpl::UpdateSelfByTimer()
+{
+    ShowReport();
+    return PlayerPanel::UpdateSelfByTimer();
+}
+
+// Wherever the pointer rests in the panel, but for what has more to say.
+void LogPanelImpl::ShowReport()
+{
+    if (!m_session)
+        return;
+    setToolTip(m_session->GetLogReport());
+    d->ui->btnSave->setToolTip(m_session->IsSavingLog() ? tr("Cancels the save that is under way, and removes its file")
+                                                        : QString());
 }
 
 // A refused channel has cleared its own switch: its box follows at once, and says why.
@@ -91,6 +152,7 @@ void LogPanelImpl::ShowRefusals()
         box->setToolTip(text);
         if (on)
             continue;
+        NoticeBoard::Instance().Report(NoticeTopic::Log, NoticeLevel::Warning, text.simplified());
         UpdateFromComponent(link.paramName);
         if (box->isVisible())
             QToolTip::showText(box->mapToGlobal(QPoint(0, box->height())), text, box, QRect(), TipTime);

@@ -17,6 +17,7 @@ public:
 
     // The panel must not outlive the session. Null leaves the switches without effect.
     void SetCurrentSession(Session *session) override;
+    bool UpdateSelfByTimer() override;
 
     bool isLogEnabled() const;
     bool isControlChannelEnabled() const;
@@ -38,6 +39,7 @@ public slots:
 
 private:
     void ShowRefusals();
+    void ShowReport();
 
     std::unique_ptr<LogPanelImplPrivate> const d;
 };

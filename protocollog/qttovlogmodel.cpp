@@ -7,6 +7,7 @@
 #include <QTimer>
 
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace {
@@ -60,9 +61,14 @@ void QtTovLogModel::append(qlonglong time, QString channel, QString message)
         d->lines.Append(time, channel, message);
         start = !std::exchange(d->timerAsked, true);
     }
-    // From another thread it is queued: a timer starts on its own.
-    if (start)
-        QMetaObject::invokeMethod(&d->timer, "start");
+    if (!start)
+        return;
+    try {
+        QMetaObject::invokeMethod(&d->timer, "start"); // from another thread it is queued: a timer starts on its own
+    } catch (std::bad_alloc const &) {
+        std::lock_guard<std::mutex> const lock(d->mutex);
+        d->timerAsked = false; // the next line asks again
+    }
 }
 
 void QtTovLogModel::_q_delayedAppendData()
@@ -116,12 +122,14 @@ QList<QtTovLogViewer::LogData> QtTovLogModel::log() const
 
 void QtTovLogModel::visitLog(std::function<void(QtTovLogViewer::LogData const &)> const &visit) const
 {
-    LineStore lines;
-    {
-        std::lock_guard<std::mutex> const lock(d->mutex);
-        lines = d->lines;
-    }
-    lines.ForEach([&](LineStore::Line const &line) { visit({line.time, lines.ChannelOf(line), line.Message()}); });
+    LineStore const all = lines();
+    all.ForEach([&](LineStore::Line const &line) { visit({line.time, all.ChannelOf(line), line.Message()}); });
+}
+
+LineStore QtTovLogModel::lines() const
+{
+    std::lock_guard<std::mutex> const lock(d->mutex);
+    return d->lines;
 }
 
 int QtTovLogModel::rowCount(QModelIndex const &parent) const

@@ -2,8 +2,8 @@
 // batches, 100 ms after the first of them at the latest, so a view sees at most ten inserts a second however many lines
 // come.
 //
-// Thread-safety: append, clear, log and visitLog from any thread; the rest on the model's thread. No lock is held while
-// signals are emitted.
+// Thread-safety: append, clear, log, visitLog and lines from any thread; the rest on the model's thread. No lock is
+// held while signals are emitted.
 #pragma once
 
 #include "qttovlogviewer.h"
@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 
+class LineStore;
 class QtTovLogModelPrivate;
 
 class QtTovLogModel : public QAbstractTableModel
@@ -28,6 +29,8 @@ public:
     QList<QtTovLogViewer::LogData> log() const;
     // The same, line by line: nothing but the line in hand takes memory.
     void visitLog(std::function<void(QtTovLogViewer::LogData const &)> const &visit) const;
+    // The lines as they are kept, shared and not copied.
+    LineStore lines() const;
 
     int rowCount(QModelIndex const &parent = QModelIndex()) const override;
     int columnCount(QModelIndex const &parent = QModelIndex()) const override;
@@ -35,7 +38,7 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
 
 public Q_SLOTS:
-    // `time` in milliseconds since the start of the day.
+    // `time` in milliseconds since the start of the day. Throws std::bad_alloc, with everything as it was.
     void append(qlonglong time, QString channel, QString message);
     // Drops every line, those that are no rows yet included. From another thread the rows, and the memory, go when the
     // model's thread gets to it.

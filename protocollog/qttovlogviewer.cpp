@@ -1,7 +1,11 @@
 #include "qttovlogviewer.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QPersistentModelIndex>
+#include <QStringList>
 #include <QStyleOptionHeader>
 #include <QStyleOptionViewItem>
 #include <QTime>
@@ -99,6 +103,28 @@ QtTovLogViewer::AutoScrollMode QtTovLogViewer::autoScrollMode() const
 void QtTovLogViewer::setAutoScrollMode(QtTovLogViewer::AutoScrollMode mode)
 {
     d->mode = mode;
+}
+
+void QtTovLogViewer::keyboardSearch(QString const &)
+{
+}
+
+void QtTovLogViewer::keyPressEvent(QKeyEvent *event)
+{
+    if (!event->matches(QKeySequence::Copy) || !selectionModel() || !selectionModel()->hasSelection()) {
+        QTableView::keyPressEvent(event);
+        return;
+    }
+    QModelIndexList rows = selectionModel()->selectedRows();
+    std::sort(rows.begin(), rows.end());
+    QStringList lines;
+    for (QModelIndex const &row : rows) {
+        QStringList cells;
+        for (int column = 0; column < model()->columnCount(); ++column)
+            cells += row.sibling(row.row(), column).data().toString();
+        lines += cells.join(QLatin1Char(' '));
+    }
+    QGuiApplication::clipboard()->setText(lines.join(QLatin1Char('\n')));
 }
 
 void QtTovLogViewer::_q_rowsInserted(const QModelIndex &, int start, int end)

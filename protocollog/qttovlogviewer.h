@@ -35,9 +35,15 @@ public:
 
     void setModel(QAbstractItemModel *model) override;
     AutoScrollMode autoScrollMode() const;
+    // Does nothing: looking through millions of rows for what was typed would hold the window up.
+    void keyboardSearch(QString const &search) override;
 
 public Q_SLOTS:
     void setAutoScrollMode(QtTovLogViewer::AutoScrollMode mode);
+
+protected:
+    // Copying takes the selected rows whole, a line each, as a saved log has them.
+    void keyPressEvent(QKeyEvent *event) override;
 
 private:
     // Not known by name: the base class connects a slot of its own that is called the same, by name.

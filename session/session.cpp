@@ -7,6 +7,7 @@
 #include "imagewriter.h"
 #include "imgprocessor.h"
 #include "logstringmaker.h"
+#include "logwatch.h"
 #include "qttovlogmodel.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
@@ -15,20 +16,16 @@
 
 #include <QApplication>
 #include <QCoreApplication>
-#include <QFile>
-#include <QFileDialog>
 #include <QFinalState>
 #include <QMainWindow>
 #include <QMessageBox>
-#include <QPointer>
 #include <QState>
-#include <QTextStream>
-#include <QTime>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <new>
 #include <stdexcept>
 
 namespace {
@@ -125,6 +122,7 @@ Session::~Session()
     m_device->UnregisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
     for (LogChannelInfo const &info : LogChannels)
         EnableLog(info.channel, false);
+    m_logWatch->KeepLines();
     runGuarded([this] { StopWriter(); });
     StopWhatStillRuns();
     m_window->RemoveDisplayWidget(m_display.get());
@@ -150,6 +148,8 @@ void Session::InitSession()
     if (!CreateWriter())
         throw TovScopeException("CreateWriter( ) failed", 0);
     m_logModel = new QtTovLogModel(this);
+    m_logWatch = std::make_unique<LogWatch>(m_logModel, m_window->GetMainWindow());
+    connect(m_logWatch.get(), &LogWatch::memoryShort, this, &Session::endLogging);
     ReadIdentity();
     m_settings = m_window->GetSessionSettings(m_settingsName);
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
@@ -592,15 +592,26 @@ bool Session::EnableLog(LogEnum channel, bool enable)
         // No callback runs any more when it returns, so the node may go.
         m_device->UnregisterEvent(channel, LogEvent, &found->second);
         m_logChannels.erase(found);
+        m_logWatch->SetLogging(!m_logChannels.empty());
         return true;
     }
     auto const added = m_logChannels.emplace(channel, LogChannel{channel, this}).first;
+    m_logWatch->SetLogging(true);
     if (m_device->RegisterEvent(channel, LogEvent, &added->second) == 0)
         return true;
     m_logChannels.erase(added);
+    m_logWatch->SetLogging(!m_logChannels.empty());
     if (LogChannelInfo const *const info = findLogChannel(channel))
         m_storage.SetParamBool(info->key, false, true);
     return false;
+}
+
+// The main switch, as a click would set it; and what was switched on without it.
+void Session::endLogging()
+{
+    m_storage.SetParamBool("EnableLog", false, true);
+    for (LogChannelInfo const &info : LogChannels)
+        EnableLog(info.channel, false);
 }
 
 void Session::LogEvent(void const *data, unsigned long size, void *user)
@@ -609,10 +620,12 @@ void Session::LogEvent(void const *data, unsigned long size, void *user)
     record->session->WriteLog(record->channel, data, size);
 }
 
-void Session::PacketsMissedCallback(void const *data, unsigned long size, void * /*user*/)
+void Session::PacketsMissedCallback(void const *data, unsigned long size, void *user)
 {
     std::uint64_t missed = 0;
     std::memcpy(&missed, data, std::min<std::size_t>(size, sizeof missed));
+    if (user)
+        static_cast<Session *>(user)->m_logWatch->NoteMissed(missed);
     TovLog::Warning(static_cast<unsigned long>(missed),
                     "Session: packets of the log's channels have been lost on their way here");
 }
@@ -620,11 +633,16 @@ void Session::PacketsMissedCallback(void const *data, unsigned long size, void *
 void Session::WriteLog(LogEnum channel, void const *data, unsigned long size)
 {
     LogChannelInfo const *const info = findLogChannel(channel);
-    // Before the decoding: it is the packet's arrival. An invalid time counts as 0.
-    qlonglong const time = QTime::currentTime().msecsSinceStartOfDay();
-    QString const line = MakeLogStringFromData(channel, data, size);
-    if (!line.isEmpty())
-        m_logModel->append(time, info ? info->name : QString(), line);
+    try {
+        qlonglong time;
+        if (!m_logWatch->Stamp(time)) // before the decoding: it is the packet's arrival
+            return;
+        QString const line = MakeLogStringFromData(channel, data, size);
+        if (!line.isEmpty())
+            m_logModel->append(time, info ? info->name : QString(), line);
+    } catch (std::bad_alloc const &) {
+        m_logWatch->NoteNoMemory(); // an exception would end the library's thread, and the process
+    }
 }
 
 QString Session::MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size)
@@ -648,28 +666,16 @@ void Session::clearLog()
 
 void Session::saveLog()
 {
-    if (!m_logModel)
-        return;
-    QPointer<Session> const alive(this); // the camera may be lost while the question is open
-    QMainWindow *const window = m_window->GetMainWindow();
-    QString const path = QFileDialog::getSaveFileName(window, QStringLiteral("Save log file"), QString(),
-                                                      QStringLiteral("Log files (*.log)"));
-    if (path.isEmpty() || !alive)
-        return;
-    QFile file(path);
-    bool saved = file.open(QIODevice::WriteOnly | QIODevice::Text);
-    if (saved) {
-        QApplication::setOverrideCursor(Qt::WaitCursor); // millions of lines take seconds
-        QTextStream out(&file);
-        // Not through a list of them all, which would take many times the log's memory.
-        m_logModel->visitLog([&out](QtTovLogViewer::LogData const &line) {
-            out << QTime::fromMSecsSinceStartOfDay(static_cast<int>(line.time)).toString(QStringLiteral("hh:mm:ss.zzz"))
-                << ' ' << line.channel << ' ' << line.message << '\n'; // flushed once, not by the line
-        });
-        out.flush();
-        saved = out.status() == QTextStream::Ok && file.flush();
-        QApplication::restoreOverrideCursor();
-    }
-    if (!saved)
-        QMessageBox::critical(window, QStringLiteral("Error saving log"), file.errorString(), QMessageBox::Ok);
+    if (m_logModel)
+        m_logWatch->Save();
+}
+
+bool Session::IsSavingLog() const
+{
+    return m_logWatch->IsSaving();
+}
+
+QString Session::GetLogReport() const
+{
+    return m_logWatch->Report();
 }

@@ -6,8 +6,8 @@
 // deleted from there.
 //
 // Threads: the GUI thread, except for the callbacks of the camera library, which come on its threads:
-// CameraDisconnectCallback only emits a signal, PacketsMissedCallback only logs; LogEvent and what it calls make a line
-// of a packet and append it.
+// CameraDisconnectCallback only emits a signal, PacketsMissedCallback only counts and logs; LogEvent and what it calls
+// make a line of a packet and append it.
 #pragma once
 
 #include "sessionstate.h"
@@ -30,6 +30,7 @@ class GrabbingFifo;
 class ImageWriter;
 class ImgProcessor;
 class LogStringMaker;
+class LogWatch;
 class QtTovLogModel;
 class SessionHost;
 
@@ -71,6 +72,7 @@ public:
         LogEnumEvent = TovCam::EventEventChannel,
     };
     // Subscribes to a channel's packets, or ends that. False when the camera refuses; the channel's switch is then off.
+    // All of them are switched off by themselves before the memory runs short.
     bool EnableLog(LogEnum channel, bool enable);
     // The callback for packets; `user` is the channel's record. Any thread, several at once.
     static void LogEvent(void const *data, unsigned long size, void *user);
@@ -79,10 +81,13 @@ public:
     // Empty for a packet without a line, and for every one of a camera whose protocol has no decoder. As WriteLog.
     QString MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size);
     QtTovLogModel *GetLogModel() const; // a child
+    bool IsSavingLog() const;
+    QString GetLogReport() const; // what there is to know about it, such as packets that are missing
 
     // The callback for the lost connection; `user` is the session.
     static void CameraDisconnectCallback(void const *data, unsigned long size, void *user);
-    // The callback for packets of the log's channels that nobody could read. Their number goes to the program's log.
+    // The callback for packets of the log's channels that nobody could read; `user` is the session. Their number goes
+    // to the program's log, and the operator is told.
     static void PacketsMissedCallback(void const *data, unsigned long size, void *user);
 
 signals:
@@ -98,8 +103,8 @@ signals:
 
 public slots:
     void clearLog();
-    // Asks for a file and writes every line into it, with a message when that fails. Nothing of the session is touched
-    // after the message.
+    // Asks for a file and writes every line into it, with a message when that fails. A long log is written on a thread
+    // of its own, beyond the end of the session if need be; until then another call cancels that, and asks for nothing.
     void saveLog();
     void stopCapturing();
     void stopCapturingAndAcquisition();
@@ -135,6 +140,7 @@ private:
     std::array<std::function<void()>, 5> StopSteps();
     void StopWhatStillRuns();
     void StopWriter();
+    void endLogging();
 
     struct LogChannel
     {
@@ -166,6 +172,7 @@ private:
     bool m_logEvent = false;
     QtTovLogModel *m_logModel = nullptr; // a child; set before the first subscription, appended to on any thread
     std::unique_ptr<LogStringMaker> m_logStringMaker; // as m_logModel; null without a decoder
+    std::unique_ptr<LogWatch> m_logWatch;             // as m_logModel, which it uses
     // Subscribed channels. A node is the user data of its subscription, and goes after it.
     std::map<LogEnum, LogChannel> m_logChannels;
 };

@@ -1,15 +1,23 @@
 // The log's model. Threads append while the model's own thread shows, clears and copies.
+#include "localclock.h"
+#include "memoryroom.h"
 #include "qttovlogmodel.h"
 #include "qttovlogviewer.h"
 
 #include <QAbstractItemModelTester>
+#include <QClipboard>
 #include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QGuiApplication>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
 #include <thread>
 
 namespace {
@@ -138,6 +146,81 @@ TEST_F(LogModel, TheViewFollowsFromItsLastRowOn)
     view.selectRow(39);
     insert(10);
     EXPECT_EQ(row(), 49);
+}
+
+// Whole lines, and letters are no search.
+TEST_F(LogModel, TheViewCopiesWholeLines)
+{
+    QtTovLogViewer view;
+    view.setModel(&m_model);
+    Append(10);
+    m_model._q_delayedAppendData();
+    QGuiApplication::clipboard()->clear();
+    view.selectRow(3);
+    QTest::keyClick(&view, Qt::Key_7);
+    EXPECT_EQ(view.currentIndex().row(), 3);
+    QTest::keyClick(&view, Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), QStringLiteral("0:00:00.003 Control 3"));
+}
+
+// Qt's own clock agrees, second by second where the clocks are changed and at times that clocks go through twice.
+TEST(LocalClock, AgreesWithTheSystemsZones)
+{
+    QByteArray const before = qgetenv("TZ");
+    for (char const *const zone : {"Europe/Berlin", "America/New_York", "Australia/Lord_Howe", "Asia/Kathmandu",
+                                   "Pacific/Kiritimati", "UTC0", ""}) {
+        zone[0] ? qputenv("TZ", zone) : qunsetenv("TZ");
+        tzset();
+        LocalClock clock;
+        for (qint64 const change : {1774746000, 1792890000, 1775314800, 1791043200, 1772953200, 1793512800}) {
+            for (qint64 second = change - 130; second < change + 130; ++second) {
+                qint64 const expected =
+                    QDateTime::fromMSecsSinceEpoch(second * 1000 + 987).time().msecsSinceStartOfDay();
+                ASSERT_EQ(clock.TimeOfDay(second, 987654321), expected) << zone << ' ' << second;
+            }
+        }
+    }
+    before.isNull() ? qunsetenv("TZ") : qputenv("TZ", before);
+    tzset();
+}
+
+// What is shortest counts, and what the system can give back is left.
+TEST(MemoryRoom, KnowsEveryLimit)
+{
+    struct
+    {
+        char const *name;
+        std::map<std::string, QByteArray> files;
+        double left;
+    } const cases[] = {
+        {"nothing known", {}, 1.0},
+        {"the system", {{"proc/meminfo", "MemTotal:  1000 kB\nMemFree: 1 kB\nMemAvailable: 250 kB\n"}}, 0.25},
+        {"a group",
+         {{"proc/self/cgroup", "0::/a/b\n"},
+          {"sys/fs/cgroup/a/b/memory.max", "max\n"},
+          {"sys/fs/cgroup/a/b/memory.current", "900\n"},
+          {"sys/fs/cgroup/a/memory.max", "1000\n"},
+          {"sys/fs/cgroup/a/memory.current", "970\n"},
+          {"sys/fs/cgroup/a/memory.stat", "anon 1\nfile 50\ninactive_file 30\nactive_file 20\n"}},
+         0.08},
+        {"a group of the old kind",
+         {{"proc/self/cgroup", "5:cpu:/x\n4:memory:/d\n"},
+          {"sys/fs/cgroup/memory/memory.limit_in_bytes", "2000\n"},
+          {"sys/fs/cgroup/memory/memory.usage_in_bytes", "1000\n"}},
+         0.5},
+    };
+    for (auto const &c : cases) {
+        QTemporaryDir root;
+        for (auto const &[path, text] : c.files) {
+            QFileInfo const info(root.filePath(QString::fromStdString(path)));
+            QDir().mkpath(info.path());
+            QFile file(info.filePath());
+            ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(text) == text.size());
+        }
+        EXPECT_DOUBLE_EQ(MemoryLeft(root.path().toStdString()), c.left) << c.name;
+    }
+    EXPECT_GT(MemoryLeft(), 0.0);
+    EXPECT_LT(MemoryLeft(), 1.0);
 }
 
 // More than 50,000 lines a second from three threads while the model's own thread shows and copies them.

@@ -1,9 +1,11 @@
 // The tap on a network: against a camera that is not ours, a witness that captures and reads beside it, and more
 // packets than anybody can take. Runs in a network namespace of its own.
+#include "fakegige.h"
+#include "fakehost.h"
+#include "linestore.h"
 #include "qttovlogmodel.h"
+#include "session.h"
 #include "witness.h"
-
-#include "../support/fakegige.h"
 
 #include "packettap/packettap.h"
 
@@ -190,19 +192,29 @@ private:
     std::vector<std::uint8_t> m_packet;
 };
 
+// The session's log, as the program has it, where no TZ is set.
 struct LogWriter
 {
-    LogStringMakerGEV maker;
-    QtTovLogModel model;
+    FakeDevice device;
+    FakeHost host{device.script};
+    Session session{nullptr, &device, &host};
     std::atomic<std::uint32_t> packets{0};
     std::atomic<bool> stalled{false};
 
+    LogWriter()
+    {
+        unsetenv("TZ");
+    }
     static void Take(void const *data, unsigned long size, void *user)
     {
         auto *const self = static_cast<LogWriter *>(user);
         self->stalled.wait(true);
-        self->model.append(0, "Stream"_s, self->maker.MakeStreamLogString(data, size));
+        self->session.WriteLog(Session::LogEnumStream, data, size);
         ++self->packets;
+    }
+    std::size_t Lines() const
+    {
+        return session.GetLogModel()->lines().Count();
     }
 };
 
@@ -280,8 +292,8 @@ TEST_F(FloodTest, NoPacketIsLostUncounted)
     std::chrono::duration<double> const took = std::chrono::steady_clock::now() - begin;
     expectAll(Sent);
     EXPECT_EQ(missed, 0u) << "at " << Sent / took.count() << " packets a second";
-    EXPECT_EQ(log->model.log().size(), static_cast<int>(Sent));
-    log->model.clear();
+    EXPECT_EQ(log->Lines(), std::size_t{Sent});
+    log->session.clearLog();
 
     // A subscriber that stands still longer than the ring lasts.
     constexpr std::uint32_t Burst = 400000;

@@ -1,0 +1,23 @@
+// The local time of day of lines that come by the ten thousand a second. The C library looks at the zone's file for
+// each time that it is asked, where no TZ is set; here that happens once a minute. Zones change their offset on whole
+// minutes, so every time is right, and a zone that the operator changes is followed within a minute.
+//
+// Thread-safety: any thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+
+class LocalClock
+{
+public:
+    // Milliseconds since the start of the day; 0 where the system cannot tell.
+    std::int64_t TimeOfDay(std::int64_t secondsSinceEpoch, long nanoseconds);
+
+private:
+    static constexpr std::int64_t MinuteBits = 40; // the rest is the offset
+
+    // The minute since the epoch, and its offset in seconds plus a day, in one word.
+    std::atomic<std::uint64_t> m_minute{std::numeric_limits<std::uint64_t>::max()};
+};

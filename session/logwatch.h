@@ -1,0 +1,74 @@
+// Watches over the log of one session: stamps its lines, counts what is missing from it, ends it before the memory runs
+// short, and keeps unsaved lines when the camera goes.
+//
+// Threads: the GUI thread, but for what says otherwise.
+#pragma once
+
+#include "localclock.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QTimer>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+class QMainWindow;
+class QtTovLogModel;
+
+class LogWatch : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr double LeastMemory = 0.1; // the share of it that must be left for more lines
+
+    // The model outlives it.
+    LogWatch(QtTovLogModel *model, QMainWindow *window);
+
+    // ---- Any thread: where the lines are made
+    // The time of day in milliseconds; looks at the memory once a second. False where no more lines may be made; the
+    // packet counts as missing then.
+    bool Stamp(qlonglong &time);
+    void NoteNoMemory(); // in the middle of a line
+    // Packets that no line could be made of since the camera was opened.
+    void NoteMissed(std::uint64_t total);
+
+    // Whether any channel is on.
+    void SetLogging(bool on);
+    // Asks for a file and writes the lines into it; while it does, asks for nothing and cancels.
+    void Save();
+    bool IsSaving() const;
+    // Unsaved lines are put into a file, unless the window is closed as well.
+    void KeepLines();
+    // The packets that are missing from the lines there are.
+    std::uint64_t Missing() const;
+    // What there is to know, in a few words.
+    QString Report() const;
+
+signals:
+    void memoryShort(); // logging has to be switched off
+
+private:
+    void Look();
+    void Tell();
+    void LinesDropped();
+
+    QtTovLogModel *const m_model;
+    QPointer<QMainWindow> const m_window;
+    LocalClock m_clock; // any thread
+    // Any thread; nothing else goes by their order.
+    std::atomic<std::int64_t> m_memorySecond{0}; // of the last look at it
+    std::atomic<bool> m_short{false};
+    std::atomic<bool> m_failed{false}; // there was none for a line
+    std::atomic<std::uint64_t> m_missed{0}, m_refused{0};
+    // The GUI thread's.
+    QTimer m_timer; // while logging
+    bool m_logging = false;
+    QString m_ended;                  // why logging was switched off
+    std::uint64_t m_missedBefore = 0; // of m_missed and m_refused, when the lines were last cleared
+    std::size_t m_saved = 0;          // lines from the first on
+    std::size_t m_saving = 0;         // what the last save was to write
+    std::uint32_t m_timesDropped = 0; // so that a save of lines that are gone does not count
+};
