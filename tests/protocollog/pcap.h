@@ -33,6 +33,23 @@ public:
         Big(port, 2).Big(port, 2).Big(length - 20, 2).Big(0, 2);
         m_out.write(reinterpret_cast<char const *>(bytes.data()), static_cast<std::streamsize>(taken));
     }
+    // What tells a reader that knows nothing of the camera which of its endpoints is what.
+    void AddUsbDescriptors()
+    {
+        std::vector<std::uint8_t> const device{18, 1, 0, 3, 0xEF, 2, 1, 9, 0, 0, 0, 0, 0, 1, 0, 0, 0, 1};
+        std::vector<std::uint8_t> configuration{9, 2, 0, 0, 3, 1, 0, 0xC0, 50};
+        for (std::uint8_t const interface : {0, 1, 2}) { // control, event, stream
+            bool const control = interface == 0;
+            configuration.insert(configuration.end(), {9, 4, interface, 0, static_cast<std::uint8_t>(control ? 2 : 1),
+                                                       0xEF, 5, interface, 0});
+            if (control)
+                configuration.insert(configuration.end(), {7, 5, 0x01, 2, 0, 4, 0});
+            configuration.insert(configuration.end(), {7, 5, static_cast<std::uint8_t>(0x81 + interface), 2, 0, 4, 0});
+        }
+        configuration[2] = static_cast<std::uint8_t>(configuration.size());
+        AddUsbDescriptor(1, device);
+        AddUsbDescriptor(2, configuration);
+    }
     // The same of a USB3 Vision camera: commands leave when they are submitted, all else comes when it is complete.
     void AddUsb(std::uint32_t channel, std::vector<std::uint8_t> const &bytes, std::size_t most = 65535)
     {
@@ -48,6 +65,22 @@ public:
     }
 
 private:
+    // Asked for and answered.
+    void AddUsbDescriptor(std::uint8_t type, std::vector<std::uint8_t> const &bytes)
+    {
+        constexpr std::size_t Header = 64;
+        for (char const event : {'S', 'C'}) {
+            bool const answer = event == 'C';
+            Record(Header + (answer ? bytes.size() : 0), Header + (answer ? bytes.size() : 0));
+            Little(0x1000u + type, 8).Little(static_cast<std::uint8_t>(event), 1).Little(2, 1).Little(0x80, 1);
+            Little(5, 1).Little(2, 2).Little(answer ? '-' : 0, 1).Little(answer ? 0 : '<', 1).Little(0, 16);
+            Little(bytes.size(), 4).Little(answer ? bytes.size() : 0, 4);
+            Little(0x80, 1).Little(6, 1).Little(0, 1).Little(type, 1).Little(0, 2).Little(bytes.size(), 2);
+            Little(0, 16);
+            if (answer)
+                m_out.write(reinterpret_cast<char const *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        }
+    }
     void Record(std::size_t taken, std::size_t length)
     {
         ++m_count;

@@ -5,6 +5,10 @@
 
 #include <QTemporaryDir>
 
+#include <functional>
+
+#include <unistd.h>
+
 namespace {
 
 // Small frames, both events, registers of every length; every third frame incomplete, packets lost and asked for again.
@@ -34,6 +38,7 @@ std::vector<SimPacketSeen> const s_others{
     {TovCam::EventEventChannel, FromHex("4201 00c2 0014 000a 0000 9001 0002 0003 1112131415161718 01020304")},
     {TovCam::EventStreamChannel, FromHex("0000 0000 83000000 0000000000000012 00000345 aabbccdd")},
 };
+SimPacketSeen const s_otherUsb{TovCam::EventControlChannel, FromHex("55335643 0000 0508 0400 0200 0000 f401")};
 
 // Where stream and events of the captures go.
 SimPacketSeen const s_ports{TovCam::EventControlChannel,
@@ -59,6 +64,18 @@ void ExpectTheSameFromCaptures(QString const &folder, LogStringMaker &maker, std
             ASSERT_EQ(LineOf(maker, read[i]), LineOf(maker, packets[i])) << i;
         }
     }
+
+    // Shorter than a line shows: none of them comes, and each is counted.
+    QString const path = folder + "/short.pcap"_s;
+    {
+        PcapFile file(path.toStdString(), link);
+        for (SimPacketSeen const &packet : packets)
+            (file.*add)(packet.channel, packet.bytes, packet.channel == TovCam::EventStreamChannel ? 49 : 65535);
+    }
+    std::uint64_t missed = 0;
+    std::vector<SimPacketSeen> const read = ReadCapture(path, &missed);
+    EXPECT_GT(missed, 5u);
+    EXPECT_EQ(read.size() + missed, packets.size());
 }
 
 TEST(SimTraffic, GigEVisionReadsAsTheWitnessReadsIt)
@@ -80,27 +97,80 @@ TEST(SimTraffic, GigEVisionReadsAsTheWitnessReadsIt)
     for (Told const &told : s_told)
         EXPECT_GT(compared[told.field], 0) << told.field;
     for (char const *const name : {"READREG_CMD", "READREG_ACK", "WRITEREG_CMD", "WRITEREG_ACK", "READMEM_CMD",
-                                   "READMEM_ACK", "WRITEMEM_CMD", "WRITEMEM_ACK", "EVENT_CMD", "words"})
+                                   "READMEM_ACK", "WRITEMEM_CMD", "WRITEMEM_ACK", "EVENT_CMD", "EVENT_ACK", "words"})
         EXPECT_GT(compared[name], 0) << name;
     LogStringMakerGEV maker;
     ExpectTheSameFromCaptures(folder.path(), maker, packets, PcapFile::RawIp, &PcapFile::Add);
 }
 
-// There is no witness for this protocol.
-TEST(SimTraffic, Usb3VisionComesBackFromCaptures)
+TEST(SimTraffic, Usb3VisionReadsAsTheWitnessReadsIt)
 {
     SimTraffic traffic("VU-1920C");
     ASSERT_NE(traffic.Nodes(), nullptr);
-    std::vector<SimPacketSeen> const packets = traffic.Collect(6, SetFeatures);
-    LogStringMakerU3V maker;
-    std::map<std::string, int> count;
-    for (SimPacketSeen const &packet : packets)
-        ++count[LineOf(maker, packet).left(6).toStdString()];
-    for (char const *const kind : {"RD_CMD", "RD_ACK", "WR_CMD", "WR_ACK", "STR_LD", "STR_PL", "STR_TR", "EVENT "})
-        EXPECT_GT(count[kind], 3) << kind;
-    EXPECT_EQ(count.size(), 8u);
+    std::vector<SimPacketSeen> packets = traffic.Collect(6, SetFeatures);
     QTemporaryDir folder;
+    LogStringMakerU3V maker;
     ExpectTheSameFromCaptures(folder.path(), maker, packets, PcapFile::UsbMonitor, &PcapFile::AddUsb);
+    packets.push_back(s_otherUsb);
+    QString const path = folder.filePath("sim.pcap"_s);
+    {
+        PcapFile file(path.toStdString(), PcapFile::UsbMonitor);
+        file.AddUsbDescriptors();
+        for (SimPacketSeen const &packet : packets)
+            file.AddUsb(packet.channel, packet.bytes);
+    }
+    std::map<std::string, int> compared;
+    CompareUsbWithWitness(path, packets, compared);
+    for (UsbTold const &told : s_usbTold)
+        EXPECT_GT(compared[std::string(told.line) + told.field], 0) << told.line << ' ' << told.field;
+    for (char const *const name : {"payload", "written addresses"})
+        EXPECT_GT(compared[name], 3) << name;
+}
+
+// What the operator is told comes from here.
+TEST(Captures, ARefusalSaysWhy)
+{
+    using TovCam::CaptureRefusal;
+    QTemporaryDir folder;
+    QString const text = folder.filePath("text"_s), usual = folder.filePath("wlan.pcap"_s);
+    std::ofstream(text.toStdString()) << "no capture";
+    PcapFile(usual.toStdString(), static_cast<PcapFile::Link>(105)).Add(TovCam::EventStreamChannel, {1});
+    struct
+    {
+        std::string place;
+        CaptureRefusal refusal;
+        std::function<std::unique_ptr<PacketSource>(std::string const &, std::int32_t *, TovCam::CaptureFailure *)>
+            open;
+    } const cases[] = {
+        {folder.filePath("none"_s).toStdString(), CaptureRefusal::NoFile,
+         [](auto const &place, auto *status, auto *why) {
+             return OpenCaptureFile(place, status, why);
+         }},
+        {text.toStdString(), CaptureRefusal::NotACapture,
+         [](auto const &place, auto *status, auto *why) {
+             return OpenCaptureFile(place, status, why);
+         }},
+        {usual.toStdString(), CaptureRefusal::NotACapture,
+         [](auto const &place, auto *status, auto *why) {
+             return OpenCaptureFile(place, status, why);
+         }},
+        {"nosuch0", CaptureRefusal::NoAdapter,
+         [](auto const &place, auto *status, auto *why) {
+             return OpenGigECapture(place, "127.0.0.1", status, why);
+         }},
+    };
+    for (auto const &c : cases) {
+        SCOPED_TRACE(c.place);
+        std::int32_t status = 0;
+        TovCam::CaptureFailure failure;
+        EXPECT_EQ(c.open(c.place, &status, &failure), nullptr);
+        EXPECT_NE(status, 0);
+        if (geteuid() != 0 && failure.refusal == CaptureRefusal::NoRight)
+            continue; // who may not capture is not told which adapters there are
+        EXPECT_EQ(failure.refusal, c.refusal);
+        EXPECT_EQ(failure.place, c.place);
+        EXPECT_FALSE(failure.reason.empty());
+    }
 }
 
 } // namespace

@@ -64,16 +64,13 @@ inline Told const s_told[] = {
 };
 
 // A row a packet of the protocols: first "malformed", then a text about it, then the fields.
-inline std::vector<QStringList> AskWitness(QString const &capture, int streamPort, int messagePort)
+inline std::vector<QStringList> AskWitness(QString const &capture, QString const &protocols, QStringList const &fields)
 {
-    QStringList arguments =
-        "-n -r %1 -d udp.port==%2,gvsp -d udp.port==%3,gvcp -Y gvcp||gvsp -T fields -E separator=/t -E occurrence=f "
-        "-e _ws.malformed -e _ws.col.Info"_s.arg(capture)
-            .arg(streamPort)
-            .arg(messagePort)
-            .split(u' ');
-    for (Told const &told : s_told)
-        arguments << "-e"_s << QString::fromLatin1(told.field);
+    QStringList arguments = "-n -r %1 %2 -T fields -E separator=/t -E occurrence=f -e _ws.malformed -e _ws.col.Info"_s
+                                .arg(capture, protocols)
+                                .split(u' ');
+    for (QString const &field : fields)
+        arguments << "-e"_s << field;
     QProcess witness;
     witness.start(QStringLiteral(TSHARK), arguments);
     EXPECT_TRUE(witness.waitForFinished(60000));
@@ -82,6 +79,15 @@ inline std::vector<QStringList> AskWitness(QString const &capture, int streamPor
          QString::fromUtf8(witness.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
         rows.push_back(row.split(QLatin1Char('\t')));
     return rows;
+}
+
+inline std::vector<QStringList> AskWitness(QString const &capture, int streamPort, int messagePort)
+{
+    QStringList fields;
+    for (Told const &told : s_told)
+        fields << QString::fromLatin1(told.field);
+    return AskWitness(
+        capture, "-d udp.port==%1,gvsp -d udp.port==%2,gvcp -Y gvcp||gvsp"_s.arg(streamPort).arg(messagePort), fields);
 }
 
 // Counts what was compared, by the names of commands and fields.
@@ -130,8 +136,92 @@ inline void CompareWithWitness(std::vector<QStringList> const &rows, std::vector
     }
 }
 
-// What the tap makes of a stored capture.
-inline std::vector<SimPacketSeen> ReadCapture(QString const &path)
+// A number of a USB3 Vision packet, and the lines of ours that have it.
+struct UsbTold
+{
+    char const *line; // its beginning
+    char const *field;
+    char const *words;
+    int width;
+};
+
+inline UsbTold const s_usbTold[] = {
+    {"RD_CMD", "u3v.gencp.req_id", "req_id=", 4},
+    {"RD_CMD", "u3v.gencp.custom_addr", "addr=", 16},
+    {"RD_CMD", "u3v.gencp.count", "length=", 4},
+    {"RD_ACK", "u3v.gencp.req_id", "req_id=", 4},
+    {"WR_CMD", "u3v.gencp.req_id", "req_id=", 4},
+    {"WR_CMD", "u3v.gencp.payloadlength", "length=", 4},
+    {"WR_ACK", "u3v.gencp.req_id", "req_id=", 4},
+    {"WR_ACK", "u3v.gencp.count", "length_written=", 4},
+    {"PD_ACK", "u3v.gencp.req_id", "req_id=", 4},
+    {"PD_ACK", "u3v.gencp.timetocompletion", "temp_timeout=", 4},
+    {"EVENT ", "u3v.gencp.req_id", "req_id=", 4},
+    {"EVENT ", "u3v.gencp.command_id", "cmd_id=", 4},
+    {"EVENT ", "u3v.cmd.event.devicespecificid", "event_id=", 4},
+    {"STR_LD", "u3v.stream.block_id", " id=", 16},
+    {"STR_LD", "u3v.stream.timestamp", "ts=", 16},
+    {"STR_LD", "u3v.stream.pixel_format", "frmt=", 8},
+    {"STR_LD", "u3v.stream.sizex", "sz_x=", 8},
+    {"STR_LD", "u3v.stream.sizey", "sz_y=", 8},
+    {"STR_LD", "u3v.stream.offsetx", "of_x=", 8},
+    {"STR_LD", "u3v.stream.offsety", "of_y=", 8},
+    {"STR_LD", "u3v.stream.paddingx", "pd_x=", 4},
+    {"STR_TR", "u3v.stream.block_id", " id=", 16},
+    {"STR_TR", "u3v.stream.status", "status=", 4},
+    {"STR_TR", "u3v.stream.valid_payload_size", "val_pld_sz=", 4},
+    {"STR_TR", "u3v.stream.sizey", "sz_y=", 8},
+};
+
+// The beginnings of our lines, by what the witness calls the packets.
+inline std::map<QString, QString> const s_usbLines{
+    {"READMEM_CMD"_s, "RD_CMD"_s},   {"READMEM_ACK"_s, "RD_ACK"_s},    {"WRITEMEM_CMD"_s, "WR_CMD"_s},
+    {"WRITEMEM_ACK"_s, "WR_ACK"_s},  {"PENDING_ACK"_s, "PD_ACK"_s},    {"EVENT_CMD"_s, "EVENT "_s},
+    {"Stream Leader"_s, "STR_LD"_s}, {"Stream Payload"_s, "STR_PL"_s}, {"Stream Trailer"_s, "STR_TR"_s}};
+
+// Counts what was compared, by our lines and its fields.
+inline void CompareUsbWithWitness(QString const &capture, std::vector<SimPacketSeen> const &packets,
+                                  std::map<std::string, int> &compared)
+{
+    QStringList fields{"u3v.stream.data"_s}; // each once
+    for (UsbTold const &told : s_usbTold)
+        fields << QString::fromLatin1(told.field);
+    fields.removeDuplicates();
+    std::vector<QStringList> const rows = AskWitness(capture, "-Y u3v"_s, fields);
+    ASSERT_EQ(rows.size(), packets.size());
+    LogStringMakerU3V maker;
+    QRegularExpression const name("[A-Z]+_(CMD|ACK)|Stream [A-Z][a-z]+"_s), address("Addr:0x([0-9A-F]{16})"_s);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        QString const line = LineOf(maker, packets[i]), info = rows[i][1], kind = line.left(6);
+        SCOPED_TRACE(testing::Message() << i << ": " << qPrintable(info) << "\nours: " << qPrintable(line));
+        auto const expected = s_usbLines.find(name.match(info).captured());
+        ASSERT_TRUE(expected != s_usbLines.end() && expected->second == kind);
+        // It takes low addresses for those of the standard's registers, and wants all of their bytes.
+        EXPECT_TRUE(rows[i][0].isEmpty() || kind == "RD_ACK"_s) << "malformed";
+        if (kind == "WR_CMD"_s && address.match(info).hasMatch()) {
+            EXPECT_TRUE(line.contains("addr="_s + address.match(info).captured(1).toLower()));
+            ++compared["written addresses"];
+        }
+        if (kind == "STR_PL"_s) { // 32 bytes, each with a blank
+            QString data = line.mid(line.indexOf(u'=') + 1).remove(u' ').chopped(3);
+            EXPECT_TRUE(data.size() == 64 && rows[i][2].startsWith(data));
+            ++compared["payload"];
+        }
+        for (UsbTold const &told : s_usbTold) {
+            QString const value = rows[i].value(fields.indexOf(QString::fromLatin1(told.field)) + 2);
+            if (value.isEmpty() || kind != QString::fromLatin1(told.line))
+                continue;
+            QString const ours = QString::fromLatin1(told.words) +
+                                 "%1"_s.arg(value.toULongLong(nullptr, 0), told.width, 16, QLatin1Char('0'));
+            EXPECT_TRUE(QRegularExpression(ours + "(?=[^0-9a-f]|$)"_s).match(line).hasMatch())
+                << told.field << ": " << qPrintable(ours);
+            ++compared[std::string(told.line) + told.field];
+        }
+    }
+}
+
+// What the tap makes of a stored capture; `missed` is what it could not read of it.
+inline std::vector<SimPacketSeen> ReadCapture(QString const &path, std::uint64_t *missed = nullptr)
 {
     std::vector<SimPacketSeen> packets;
     std::int32_t status = -1;
@@ -145,5 +235,7 @@ inline std::vector<SimPacketSeen> ReadCapture(QString const &path)
                          },
                          std::chrono::milliseconds(0))) {
     }
+    if (missed && source)
+        *missed = source->GetMissed();
     return packets;
 }
