@@ -1,16 +1,22 @@
 // The protocol log: decoding beside tshark on the same capture, the model's memory, and batches of lines under a view
 // beside those of a plain model that holds a QList of lines. Runs offscreen. Times are processor time.
+#include "fakehost.h"
+#include "linestore.h"
 #include "logstringmaker.h"
+#include "logwrite.h"
 #include "qttovlogmodel.h"
+#include "session.h"
 
 #include "pcap.h"
 #include "simtraffic.h"
 
 #include <QApplication>
+#include <QFileInfo>
 #include <QHeaderView>
 #include <QProcess>
 #include <QScrollBar>
 #include <QTemporaryDir>
+#include <QTextStream>
 #include <QTime>
 
 #include <benchmark/benchmark.h>
@@ -379,17 +385,59 @@ void AppendFromThreads(benchmark::State &state)
 }
 BENCHMARK(AppendFromThreads)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-// A copy of a million lines, as it is taken to save them.
-void CopyOfLog(benchmark::State &state)
+// ---- The session -------------------------------------------------------------------------------------------------
+
+// A packet's whole way behind the callback, where no TZ is set; beside it what asking Qt for the time of each line
+// takes.
+void WriteLog(benchmark::State &state)
+{
+    bool const ours = state.range(0) == 0;
+    std::vector<SimPacketSeen> const packets = CameraPackets();
+    unsetenv("TZ");
+    tzset();
+    FakeDevice device;
+    FakeHost host{device.script};
+    Session session(nullptr, &device, &host);
+    std::size_t i = 0;
+    for (auto _ : state) {
+        SimPacketSeen const &packet = packets[i++ % packets.size()];
+        auto const channel = static_cast<Session::LogEnum>(packet.channel);
+        if (ours)
+            session.WriteLog(channel, packet.bytes.data(), packet.bytes.size());
+        else
+            session.GetLogModel()->append(
+                QTime::currentTime().msecsSinceStartOfDay(), s_channel,
+                session.MakeLogStringFromData(channel, packet.bytes.data(), packet.bytes.size()));
+    }
+    state.counters["lines/s"] = benchmark::Counter(static_cast<double>(i), benchmark::Counter::kIsRate);
+}
+BENCHMARK(WriteLog)->Arg(0)->Arg(1)->Iterations(1000000);
+
+// A million lines into a file; beside it by QTextStream.
+void SaveAMillionLines(benchmark::State &state)
 {
     QtTovLogModel model;
     Append(model, 1000000);
+    QTemporaryDir folder;
+    QString const path = folder.filePath(QStringLiteral("saved.log"));
     for (auto _ : state) {
-        auto const log = model.log();
-        benchmark::DoNotOptimize(log.size());
+        auto file = std::make_unique<QFile>(path);
+        file->open(QIODevice::WriteOnly | QIODevice::Text);
+        if (state.range(0) == 0) {
+            LogWrite write(model.lines(), std::move(file), false);
+            write.WaitFor(std::chrono::minutes(5));
+        } else {
+            QTextStream out(file.get());
+            model.visitLog([&out](QtTovLogViewer::LogData const &line) {
+                out << QTime::fromMSecsSinceStartOfDay(static_cast<int>(line.time))
+                           .toString(QStringLiteral("hh:mm:ss.zzz"))
+                    << ' ' << line.channel << ' ' << line.message << '\n';
+            });
+        }
     }
+    state.counters["MB"] = static_cast<double>(QFileInfo(path).size()) / 1e6;
 }
-BENCHMARK(CopyOfLog)->Iterations(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(SaveAMillionLines)->Arg(0)->Arg(1)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 } // namespace
 
