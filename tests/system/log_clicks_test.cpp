@@ -1,6 +1,8 @@
 // An operator who reads the protocol's traffic of simulated cameras, by real clicks.
 #include "logtour.h"
 
+#include "noticeboard.h"
+
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
@@ -13,6 +15,10 @@ class LogOfEachKind : public testing::TestWithParam<char const *>
 TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
 {
     QTemporaryDir const folder;
+    qputenv("TMPDIR", folder.path().toUtf8());
+    auto const kept = [&] {
+        return QDir(folder.path()).entryList({QStringLiteral("tovscope-*.log")}).size();
+    };
     Operator::Run([&](Robot &robot, Operator &hands) {
         LogTour tour(robot, hands);
         tour.Connect(GetParam());
@@ -80,6 +86,13 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         // However the connection ends, the next one starts quiet and logs as ever.
         hands.LoseCamera(robot);
         hands.AnswerLoss(robot);
+        auto const notice = [] {
+            auto const all = NoticeBoard::Instance().Notices();
+            return all.empty() ? QString() : all.front().text;
+        };
+        robot.WaitFor("the lines to be kept", [&] { return notice().contains(folder.path()); });
+        EXPECT_EQ(kept(), 1);
+        tour.Screenshot("kept");
         for (int round = 0; round < 2; ++round) {
             tour.Connect(GetParam());
             tour.ExpectTraffic(none);
@@ -92,6 +105,8 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         robot.Key("alt+F4");
         robot.WaitFor("the window to close", [&] { return !hands.Window()->isVisible(); });
     });
+    EXPECT_EQ(kept(), 2); // one a camera that went; who closes the window wants none
+    qunsetenv("TMPDIR");
 }
 
 INSTANTIATE_TEST_SUITE_P(Clicks, LogOfEachKind, testing::ValuesIn(Serials));
