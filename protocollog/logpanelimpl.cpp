@@ -17,19 +17,41 @@ namespace {
 constexpr int Period = 1000;   // milliseconds
 constexpr int TipTime = 20000; // milliseconds; there is a line to copy
 
-// What the operator does about a right that is missing.
-QString howToGetTheRight(bool usb)
+// Makes the kernel's USB monitor readable.
+QString const LoadMonitor =
+    QStringLiteral("sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r /dev/usbmon*");
+
+QString noRightText(bool usb)
 {
+    QString const text = LogPanelImpl::tr("The program has no right to capture the packets of this camera.") + u'\n';
     if (usb)
+        return text +
+               LogPanelImpl::tr("It takes read access to /dev/usbmon*, which this gives until the next start of the "
+                                "system:") +
+               u'\n' + LoadMonitor;
+    return text + LogPanelImpl::tr("This line gives it, from the program's next start on:\n"
+                                   "sudo setcap cap_net_raw,cap_net_admin+ep %1")
+                      .arg(QCoreApplication::applicationFilePath());
+}
+
+QString noAdapterText(bool usb, QString const &place)
+{
+    if (usb && place.isEmpty())
+        return LogPanelImpl::tr("The packets of this camera cannot be captured: the system does not list it among its "
+                                "USB devices.");
+    if (usb)
+        return LogPanelImpl::tr("The packets of this camera cannot be captured: the kernel's USB monitor, %1, is not "
+                                "there.\nThis loads it until the next start of the system:")
+                   .arg(place) +
+               u'\n' + LoadMonitor;
+    if (place.isEmpty())
         return LogPanelImpl::tr(
-            "Reading them off the bus takes read access to /dev/usbmon*, which this gives until the\n"
-            "next start of the system:\n"
-            "sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r "
-            "/dev/usbmon*");
+            "The packets of this camera cannot be captured: no network adapter of this computer leads "
+            "to its address.");
     return LogPanelImpl::tr(
-               "Reading them off the network takes a right that this line gives the program from its next\n"
-               "start on:\nsudo setcap cap_net_raw,cap_net_admin+ep %1")
-        .arg(QCoreApplication::applicationFilePath());
+               "The packets of this camera cannot be captured: the network adapter %1 is not there, is down, "
+               "or is of a kind that cannot be read.")
+        .arg(place);
 }
 
 // Why this camera's packets are not logged, and what mends it.
@@ -39,36 +61,22 @@ QString refusalText(TovCam::Device *device)
     TovCam::CaptureFailure const failure = device->GetCaptureFailure();
     QString const place = QString::fromStdString(failure.place), reason = QString::fromStdString(failure.reason);
     bool const usb = device->GetDeviceInfo()->GetInterface()->GetInterfaceKind() == TovCam::InterfaceKindUSB3Vision;
-    QString text = LogPanelImpl::tr("The packets of this camera cannot be captured.");
+    QString text;
     switch (failure.refusal) {
     case CaptureRefusal::None: // a library that does not tell
     case CaptureRefusal::NoRight:
-        text += QLatin1Char(' ') + howToGetTheRight(usb);
+        text = noRightText(usb);
         break;
     case CaptureRefusal::NoAdapter:
-        if (usb && place.isEmpty())
-            text += LogPanelImpl::tr("\nThe system does not list it among its USB devices.");
-        else if (usb)
-            text += LogPanelImpl::tr("\nThere is no %1, which shows what goes over its bus. Load the monitor, and give "
-                                     "yourself the right to read it:\n")
-                        .arg(place) +
-                    QStringLiteral("sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && "
-                                   "sudo chmod g+r /dev/usbmon*");
-        else if (place.isEmpty())
-            text += LogPanelImpl::tr("\nNo network adapter of this computer leads to its address any more.");
-        else
-            text += LogPanelImpl::tr("\nThe network adapter %1 is not there, is down, or is of a kind that is not "
-                                     "supported.")
-                        .arg(place);
+        text = noAdapterText(usb, place);
         break;
     case CaptureRefusal::NoFile:
-        text += LogPanelImpl::tr("\nThe capture file that TOV_PACKET_CAPTURE names cannot be opened: %1").arg(place);
+        text = LogPanelImpl::tr("The capture file that TOV_PACKET_CAPTURE names cannot be opened: %1").arg(place);
         break;
     case CaptureRefusal::NotACapture:
-        text +=
-            LogPanelImpl::tr("\nThe file that TOV_PACKET_CAPTURE names is no capture of a camera's packets (pcap or "
-                             "pcapng): %1")
-                .arg(place);
+        text = LogPanelImpl::tr("The file that TOV_PACKET_CAPTURE names is no capture of a camera's packets, pcap or "
+                                "pcapng: %1")
+                   .arg(place);
         break;
     }
     return reason.isEmpty() ? text : text + QStringLiteral("\n(%1)").arg(reason);

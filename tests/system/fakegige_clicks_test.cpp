@@ -76,6 +76,8 @@ bool SetRightToCapture(bool given)
 
 TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
 {
+    QTemporaryDir const folder; // of the lines that outlive the camera
+    qputenv("TMPDIR", folder.path().toUtf8());
     Operator::Run([](Robot &robot, Operator &hands) {
         FakeGigECamera camera;
         LogTour tour(robot, hands);
@@ -86,7 +88,12 @@ TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
         auto *const stream = tour.Find<QCheckBox>("chkStream");
         EXPECT_TRUE(robot.Holds([&] { return !stream->isChecked() && stream->toolTip().contains(u"sudo setcap "); }));
         tour.Screenshot("refused");
-        EXPECT_TRUE(robot.Gui([] { return SetRightToCapture(true); }));
+        EXPECT_TRUE(
+            robot.Gui([] { return SetRightToCapture(true) && qputenv("TOV_PACKET_CAPTURE", "/no/such.pcap"); }));
+        tour.Press("chkStream");
+        EXPECT_TRUE(robot.Holds([&] { return !stream->isChecked() && stream->toolTip().contains(u"/no/such.pcap"); }));
+        tour.Screenshot("nofile");
+        robot.Gui([] { qunsetenv("TOV_PACKET_CAPTURE"); });
         tour.Press("chkStream");
         tour.ExpectTraffic({QStringLiteral("Stream")});
         tour.Press("chkControl");
@@ -98,6 +105,7 @@ TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
         camera.Kill();
         hands.AnswerLoss(robot);
     });
+    qunsetenv("TMPDIR");
 }
 
 TEST_F(FakeGigE, ItsPanelsAreOperatedAndKeepItsSetUp)
