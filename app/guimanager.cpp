@@ -4,6 +4,7 @@
 #include "camerainfodlg.h"
 #include "camgenparampanelimpl.h"
 #include "capturepanelimpl.h"
+#include "configurationnotice.h"
 #include "displayview.h"
 #include "histogrampanel.h"
 #include "inspectview.h"
@@ -224,6 +225,10 @@ void GuiManager::OpenConfiguration(QString const &path)
 {
     TovCam::Device *const device =
         TakeSystem() ? m_system->OpenDeviceFromConfiguration(path.toUtf8().constData(), nullptr) : nullptr;
+    if (m_system) { // in front of the message, which says no more than that there is no camera
+        TovCam::ConfigurationReport const report = m_system->GetConfigurationReport();
+        ConfigurationNotice::Loaded(path, report.status, report);
+    }
     if (CreateSession(device))
         CreatePanels();
     else if (device)

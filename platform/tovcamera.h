@@ -147,6 +147,42 @@ struct FeatureValue
     std::string text;         // String; the entry's name of an Enumeration; the bytes of a Register
 };
 
+// A setting of a configuration file that the camera does not have as the file has it. Texts as in the file, UTF-8.
+struct RefusedSetting
+{
+    std::string feature;
+    std::string selectors;     // "GainSelector=DigitalAll", of several told apart by blanks; empty without any
+    std::string wanted;        // by the file
+    std::string present;       // of the camera; empty where it cannot be told
+    std::int32_t status = 0;   // why; 0: taken without an error, and not kept
+    bool streamLocked = false; // refused only because frames run
+};
+
+// What came of a configuration file, beyond the status.
+struct ConfigurationReport
+{
+    enum class Problem : std::uint8_t {
+        None,
+        File,            // could not be read, or not be written; `systemError` tells why
+        NoConfiguration, // nothing that a camera has saved, or by a version that is not known
+        NotWhole,        // a part is missing
+        NoValue,         // the one in `refused` is none for its feature
+        OtherCamera,     // made by `vendor`'s `model`, which this one is not
+        NoCamera,        // `model` is nowhere to be found
+        CameraInUse,     // by this or another program
+        NotKept,         // the file of another camera could not be put aside; `systemError`
+        Selector,        // the one in `refused` does not obey
+    };
+    std::int32_t status = 0; // of the operation
+    Problem problem = Problem::None;
+    int systemError = 0; // an errno
+    // Who made the file: of a saved one, that of another camera that stood there before.
+    std::string vendor, model, serial;
+    std::string keptAs;                  // where that one is now; empty when there was none
+    std::size_t settings = 0;            // that were compared with the camera's
+    std::vector<RefusedSetting> refused; // empty with TOV_CAM_ERR_NO_DEVICE
+};
+
 // What a feature is at this moment.
 struct FeatureState
 {
@@ -161,6 +197,9 @@ struct FeatureState
     double realIncrement = 0.0;           // 0: none
     std::uint64_t length = 0;             // String: most bytes it takes, 0 unknown; Register: its bytes
     std::vector<std::uint32_t> available; // Enumeration: indices of the entries that can be chosen now
+    bool streamLocked = false;            // could be written if no frames ran
+    // By the configuration file that was loaded last, until the feature is written.
+    std::vector<RefusedSetting> refused;
 };
 
 // A node map. Any thread; calls take the device's lock, and a slow camera makes them slow.
@@ -296,6 +335,8 @@ public:
     // A configuration file: who the camera is, and its settings. Both take as long as the accesses they need, hundreds
     // of them, and hold the node map so long. Saving leaves the old file alone when it fails:
     // TOV_CAM_ERR_FILE_NOT_FOUND where no file can be written, TOV_CAM_ERR_GENICAM_GENERIC for a camera that refuses.
+    // A file that another camera (by vendor, model or serial number) has saved stays beside the new one, by its name
+    // with a tilde behind it; so does one that tells of no camera.
     virtual std::int32_t SaveConfiguration(char const *path) = 0;
     // 0 when every setting of the file that the camera has is as in the file. With TOV_CAM_ERR_FILE_NOT_FOUND,
     // TOV_CAM_ERR_FILE_READ and TOV_CAM_ERR_WRONG_CONFIGURATION (no whole configuration, or another model's) nothing
@@ -303,6 +344,11 @@ public:
     virtual std::int32_t LoadConfiguration(char const *path) = 0;
     // Why the last subscription to packets was refused, where it was. Any thread.
     virtual CaptureFailure GetCaptureFailure()
+    {
+        return {};
+    }
+    // Of the last of the two that has ended. Any thread.
+    virtual ConfigurationReport GetConfigurationReport()
     {
         return {};
     }
@@ -378,6 +424,12 @@ public:
     virtual std::int32_t UpdateDeviceList() = 0;
     // Asks the one address (a GigE Vision camera's IP) and adds it to its interface's list; null when nobody answers.
     virtual DeviceInfo *FindDeviceByAddress(char const *address, std::int32_t *error) = 0;
+
+    // Of the last OpenDeviceFromConfiguration. Any thread.
+    virtual ConfigurationReport GetConfigurationReport()
+    {
+        return {};
+    }
 
 protected:
     ~System() = default;

@@ -2,6 +2,7 @@
 
 #include "appsettings.h"
 #include "camerareport.h"
+#include "configurationnotice.h"
 #include "displayview.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
@@ -369,12 +370,14 @@ QString const &Session::GetTitle() const
 
 void Session::LoadConfiguration(QString const &path)
 {
-    m_device->LoadConfiguration(path.toUtf8().constData());
+    std::int32_t const status = m_device->LoadConfiguration(path.toUtf8().constData());
+    ConfigurationNotice::Loaded(path, status, m_device->GetConfigurationReport());
 }
 
 void Session::SaveConfiguration(QString const &path)
 {
     std::int32_t const status = m_device->SaveConfiguration(path.toUtf8().constData());
+    ConfigurationNotice::Saved(path, status, m_device->GetConfigurationReport());
     if (status == 0)
         return;
     QString text = QStringLiteral("Can not save configuration file: ") + path;

@@ -58,7 +58,7 @@ public:
 
     // Asks for one frame and starts capturing; true. Outside of acquisition the request waits for the next capture.
     bool SnapNextFrame();
-    // Applies a stored configuration to the camera; a failure is not told.
+    // Applies a stored configuration to the camera. What fails goes to the board and the log, without a message.
     void LoadConfiguration(QString const &path);
     // Stores the camera's configuration, with a message when that fails. Nothing of the session is touched after it.
     void SaveConfiguration(QString const &path);

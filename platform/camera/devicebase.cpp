@@ -132,29 +132,54 @@ CameraIdentity DeviceBase::Identify()
 
 std::int32_t DeviceBase::SaveConfiguration(char const *path)
 {
-    if (!path || !*path)
-        return TOV_CAM_ERR_INVALID_ARGUMENT;
     Configuration configuration;
+    std::int32_t const status = path && *path ? Save(path, &configuration) : TOV_CAM_ERR_INVALID_ARGUMENT;
+    SetReport(std::move(configuration.report), status);
+    return status;
+}
+
+std::int32_t DeviceBase::Save(char const *path, Configuration *configuration)
+{
     {
         // Nobody else sees the selectors move.
         std::lock_guard<std::recursive_mutex> lock(m_access);
-        configuration.camera = Identify();
-        if (std::int32_t const status = configuration.Take(m_nodes); status != TOV_CAM_ERR_OK)
+        configuration->camera = Identify();
+        if (std::int32_t const status = configuration->Take(m_nodes); status != TOV_CAM_ERR_OK)
             return status;
     }
-    return configuration.Write(path);
+    return configuration->Write(path);
 }
 
 std::int32_t DeviceBase::LoadConfiguration(char const *path)
 {
-    if (!path || !*path)
-        return TOV_CAM_ERR_INVALID_ARGUMENT;
     Configuration configuration;
-    if (std::int32_t const status = configuration.Read(path); status != TOV_CAM_ERR_OK)
+    std::int32_t const status = path && *path ? Load(path, &configuration) : TOV_CAM_ERR_INVALID_ARGUMENT;
+    SetReport(std::move(configuration.report), status);
+    return status;
+}
+
+std::int32_t DeviceBase::Load(char const *path, Configuration *configuration)
+{
+    if (std::int32_t const status = configuration->Read(path); status != TOV_CAM_ERR_OK)
         return status;
-    CameraIdentity const &camera = configuration.camera;
-    if (camera.vendor != m_info->vendor || camera.model != m_info->model)
+    CameraIdentity const &camera = configuration->camera;
+    if (camera.vendor != m_info->vendor || camera.model != m_info->model) {
+        configuration->report.problem = TovCam::ConfigurationReport::Problem::OtherCamera;
         return TOV_CAM_ERR_WRONG_CONFIGURATION;
+    }
     std::lock_guard<std::recursive_mutex> lock(m_access);
-    return configuration.Apply(m_nodes, camera.serial == m_info->serial);
+    return configuration->Apply(m_nodes, camera.serial == m_info->serial);
+}
+
+TovCam::ConfigurationReport DeviceBase::GetConfigurationReport()
+{
+    std::lock_guard<std::mutex> lock(m_reportMutex);
+    return m_report;
+}
+
+void DeviceBase::SetReport(TovCam::ConfigurationReport report, std::int32_t status)
+{
+    report.status = status;
+    std::lock_guard<std::mutex> lock(m_reportMutex);
+    m_report = std::move(report);
 }

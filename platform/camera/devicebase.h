@@ -24,6 +24,7 @@ public:
     std::int32_t ReadRegister(std::uint64_t address, void *buffer, std::size_t size) override;
     std::int32_t SaveConfiguration(char const *path) override;
     std::int32_t LoadConfiguration(char const *path) override;
+    TovCam::ConfigurationReport GetConfigurationReport() override;
 
 protected:
     // Takes over the caller's reference on the device.
@@ -39,10 +40,15 @@ protected:
 
 private:
     CameraIdentity Identify();
+    std::int32_t Save(char const *path, Configuration *configuration);
+    std::int32_t Load(char const *path, Configuration *configuration);
+    void SetReport(TovCam::ConfigurationReport report, std::int32_t status);
     void CloseAll(std::unique_lock<std::recursive_mutex> lock, bool mayWait);
 
     SystemHold m_hold;                  // the device information outlives the device
     std::shared_ptr<DeviceBase> m_self; // until Release
+    std::mutex m_reportMutex;           // guards the next one; alone
+    TovCam::ConfigurationReport m_report;
 
 protected:
     ArvDevice *const m_device; // referenced until it is closed

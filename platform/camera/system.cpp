@@ -102,9 +102,16 @@ public:
             if (!info && status == TOV_CAM_ERR_OK)
                 status = TOV_CAM_ERR_NO_DEVICE;
         }
+        using Problem = TovCam::ConfigurationReport::Problem;
+        TovCam::ConfigurationReport report = std::move(configuration.report);
+        if (status == TOV_CAM_ERR_NO_DEVICE)
+            report.problem = Problem::NoCamera;
         TovCam::Device *device = info ? TovCam_CreateDevice(info, 2, &status) : nullptr;
+        if (info && !device && (status == TOV_CAM_ERR_INVALID_STATE || status == TOV_CAM_ERR_GENICAM_ACCESS))
+            report.problem = Problem::CameraInUse;
         if (device) {
             status = device->LoadConfiguration(path);
+            report = device->GetConfigurationReport();
             // What could be applied is applied; but a camera that the file says nothing of is not for the caller.
             if (status <= TOV_CAM_ERR_FILE_NOT_FOUND && status >= TOV_CAM_ERR_WRONG_CONFIGURATION) {
                 device->Release();
@@ -112,7 +119,16 @@ public:
             }
         }
         Store(error, status);
+        report.status = status;
+        std::lock_guard<std::mutex> lock(m_reportMutex);
+        m_report = std::move(report);
         return device;
+    }
+
+    TovCam::ConfigurationReport GetConfigurationReport() override
+    {
+        std::lock_guard<std::mutex> lock(m_reportMutex);
+        return m_report;
     }
 
     std::int32_t LoadTransportLayer(char const *file) override
@@ -189,6 +205,8 @@ private:
     std::mutex m_updateMutex;                         // one enumeration at a time; guards the two below
     bool m_updated = false;
     InterfaceList m_list;
+    std::mutex m_reportMutex; // guards the next one; alone
+    TovCam::ConfigurationReport m_report;
 };
 
 std::mutex s_systemMutex; // guards the two below

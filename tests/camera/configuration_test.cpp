@@ -50,6 +50,26 @@ protected:
         return m_device->LoadConfiguration(m_path.c_str());
     }
 
+    // What the library tells of it: "feature [selectors] wanted/present status", the first with its problem.
+    std::string Told() const
+    {
+        TovCam::ConfigurationReport const report = m_device->GetConfigurationReport();
+        std::string told = std::to_string(int(report.problem));
+        for (TovCam::RefusedSetting const &one : report.refused)
+            told += "; " + one.feature + (one.selectors.empty() ? "" : " [" + one.selectors + "]") + ' ' + one.wanted +
+                    '/' + one.present + ' ' + std::to_string(one.status) + (one.streamLocked ? " locked" : "");
+        return told;
+    }
+    TovCam::FeatureState State(std::string const &name) const
+    {
+        TovCam::FeatureState state;
+        for (std::uint32_t i = 0; i < m_nodes->GetFeatureCount(); ++i) {
+            if (m_nodes->GetFeature(i)->name == name)
+                m_nodes->ReadFeature(i, &state);
+        }
+        return state;
+    }
+
     fs::path const m_folder = fs::path(testing::TempDir()) / ("tcfg_" + std::to_string(getpid()));
     std::string const m_path = m_folder / "camera.tcfg";
     std::string m_text;
@@ -58,20 +78,23 @@ protected:
 TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
 {
     ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
-    std::pair<char const *, std::string> const cases[] = {
-        {"empty", ""},
-        {"a zero inside", m_text + '\0'},
-        {"another format", Edited("Version=1", "Version=2")},
-        {"another model", Edited("Model=VG-2048M", "Model=VG-1280C")},
-        {"too large a number", Edited("Width=2048", "Width=99999999999999999999")},
-        {"no finite number", Edited("Gamma=1", "Gamma=inf")},
-        {"half a byte", Edited("LUTValueAll=00", "LUTValueAll=0")},
-        {"a selector without a value", Edited("GainSelector=AnalogAll]", "GainSelector]")},
-        {"one value more than counted", Edited("Height=1536", "Height=1536\nNoSuchNode=1")},
+    using enum TovCam::ConfigurationReport::Problem;
+    std::tuple<char const *, std::string, TovCam::ConfigurationReport::Problem> const cases[] = {
+        {"empty", "", NoConfiguration},
+        {"a zero inside", m_text + '\0', NoConfiguration},
+        {"another format", Edited("Version=1", "Version=2"), NoConfiguration},
+        {"another model", Edited("Model=VG-2048M", "Model=VG-1280C"), OtherCamera},
+        {"too large a number", Edited("Width=2048", "Width=99999999999999999999"), NoValue},
+        {"no finite number", Edited("Gamma=1", "Gamma=inf"), NoValue},
+        {"half a byte", Edited("LUTValueAll=00", "LUTValueAll=0"), NoValue},
+        {"a selector without a value", Edited("GainSelector=AnalogAll]", "GainSelector]"), NotWhole},
+        {"one value more than counted", Edited("Height=1536", "Height=1536\nNoSuchNode=1"), NotWhole},
     };
     std::map<std::string, std::string> const before = Settings(m_nodes);
-    for (auto const &[name, text] : cases)
+    for (auto const &[name, text, problem] : cases) {
         EXPECT_EQ(Load(text), TOV_CAM_ERR_WRONG_CONFIGURATION) << name;
+        EXPECT_EQ(m_device->GetConfigurationReport().problem, problem) << name;
+    }
     for (std::size_t size = 0; size + 2 < m_text.size(); size += 97) // the last line feed may go
         EXPECT_EQ(Load(m_text.substr(0, size)), TOV_CAM_ERR_WRONG_CONFIGURATION) << size;
     EXPECT_EQ(m_device->LoadConfiguration(m_folder.c_str()), TOV_CAM_ERR_FILE_READ);
@@ -79,6 +102,7 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_EQ(m_device->LoadConfiguration(pipe.c_str()), TOV_CAM_ERR_FILE_READ);
     EXPECT_EQ(m_device->LoadConfiguration((m_path + "x").c_str()), TOV_CAM_ERR_FILE_NOT_FOUND);
+    EXPECT_EQ(m_device->GetConfigurationReport().systemError, ENOENT);
     EXPECT_EQ(Settings(m_nodes), before);
     EXPECT_EQ(Load(m_text), 0);
     EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 2048);
@@ -87,21 +111,30 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
 TEST_F(ConfigurationTest, AppliesWhatItCan)
 {
     ASSERT_EQ(m_nodes->SetFloatValue("Gamma", 2.0), 0);
-    std::tuple<char const *, std::string, std::int32_t> const cases[] = {
-        {"a node that the camera has not", Edited("Height=1536", "Height=1536\nNoSuchNode=1", 1), 0},
-        {"a command", Edited("Height=1536", "Height=1536\nSimLoseCamera=1\nDeviceReset=1", 2), 0},
-        {"a value out of range", Edited("Width=2048", "Width=100000"), TOV_CAM_ERR_GENICAM_OUT_OF_RANGE},
-        {"a selection that it has not", Edited("GainSelector=AnalogAll]", "GainSelector=Nothing]"),
-         TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT},
-        {"a feature that fails", Edited("SimFailFeature=", "SimFailFeature=ReverseX"), 0},
+    std::tuple<char const *, std::string, char const *> const cases[] = {
+        {"a node that the camera has not", Edited("Height=1536", "Height=1536\nNoSuchNode=1", 1), "0"},
+        {"a command", Edited("Height=1536", "Height=1536\nSimLoseCamera=1\nDeviceReset=1", 2), "0"},
+        {"a value out of range", Edited("Width=2048", "Width=100000"), "0; Width 100000/2048 -40204"},
+        {"a selection that it has not", Edited("GainSelector=AnalogAll]\nGain=0", "GainSelector=Nothing]\nGain=5"),
+         "0; Gain [GainSelector=Nothing] 5/ -40206"},
+        {"one of several selections", Edited("GainSelector=DigitalAll]\nGain=0", "GainSelector=DigitalAll]\nGain=900"),
+         "0; Gain [GainSelector=DigitalAll] 900/0 -40204"},
+        {"a feature that fails", Edited("SimFailFeature=", "SimFailFeature=ReverseX"), "0"},
     };
-    for (auto const &[name, text, expected] : cases) {
+    for (auto const &[name, text, told] : cases) {
         SCOPED_TRACE(name);
         ASSERT_EQ(m_nodes->SetFloatValue("Gamma", 2.0), 0);
-        std::int32_t const status = Load(text);
-        EXPECT_EQ(status == 0, expected == 0) << status;
+        EXPECT_EQ(Load(text) == 0, std::string(told) == "0");
+        EXPECT_EQ(Told(), told);
         EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
     }
+    // The node map tells it of the feature, until that is written or all is well.
+    EXPECT_NE(Load(Edited("Width=2048", "Width=100000")), 0);
+    ASSERT_EQ(State("Width").refused.size(), 1u);
+    EXPECT_EQ(State("Width").refused[0].wanted, "100000");
+    EXPECT_TRUE(State("Height").refused.empty());
+    EXPECT_EQ(Load(m_text), 0);
+    EXPECT_TRUE(State("Width").refused.empty());
     // The camera refuses now; the file takes the fault away, and then all goes well.
     ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", "Gamma"), 0);
     EXPECT_EQ(Load(Edited("Gamma=1", "Gamma=1.5")), 0);
@@ -111,6 +144,9 @@ TEST_F(ConfigurationTest, AppliesWhatItCan)
     ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
     ASSERT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 1), 0);
     EXPECT_EQ(Load(m_text), TOV_CAM_ERR_GENICAM_ACCESS);
+    EXPECT_EQ(Told(), "0; Width 2048/512 -40202 locked");
+    EXPECT_TRUE(State("Width").streamLocked);
+    EXPECT_FALSE(State("PayloadSize").streamLocked); // which nobody can write at any time
     EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 512);
     EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
     // The format belongs into a file that is saved now, though it is locked.
@@ -169,6 +205,42 @@ TEST_F(ConfigurationTest, SavingLeavesTheOldFileOrAWholeNewOne)
     EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 2); // nothing is left lying about
 }
 
+// As whoever asks for the next one would have lost it.
+TEST_F(ConfigurationTest, SavingOverTheFileOfAnotherCameraKeepsIt)
+{
+    std::string const kept = m_path + '~';
+    std::tuple<char const *, std::string, bool> const cases[] = {
+        {"its own, of another name", Edited("UserID=", "UserID=left"), false},
+        {"its own, broken", m_text.substr(0, 400), false},
+        {"another serial number", Edited("SerialNumber=20480117", "SerialNumber=20480999"), true},
+        {"another model", Edited("Model=VG-2048M", "Model=VG-1280C"), true},
+        {"another vendor", Edited("Vendor=Velmor", "Vendor=Other"), true},
+        {"no configuration", "notes\n", true},
+        {"nothing", "", false},
+    };
+    auto const textOf = [](std::string const &path) {
+        std::ifstream file(path, std::ios::binary);
+        return std::string{std::istreambuf_iterator<char>(file), {}};
+    };
+    for (auto const &[name, text, keeps] : cases) {
+        SCOPED_TRACE(name);
+        fs::remove(kept);
+        std::ofstream(m_path, std::ios::binary) << text;
+        EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
+        EXPECT_EQ(ReadFile(), m_text);
+        EXPECT_EQ(m_device->GetConfigurationReport().keptAs, keeps ? kept : "");
+        EXPECT_EQ(fs::exists(kept), keeps);
+        EXPECT_EQ(keeps ? textOf(kept) : "", keeps ? text : "");
+    }
+    // Where it cannot be kept it stays where it is.
+    fs::create_directories(kept + "/full");
+    std::ofstream(m_path, std::ios::binary) << "notes\n";
+    EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), TOV_CAM_ERR_FILE_NOT_FOUND);
+    EXPECT_EQ(m_device->GetConfigurationReport().problem, TovCam::ConfigurationReport::Problem::NotKept);
+    EXPECT_EQ(ReadFile(), "notes\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 2);
+}
+
 TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
 {
     auto const open = [this](std::string const &text, std::int32_t &error) {
@@ -182,6 +254,7 @@ TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
     TovCam::Device *const first = m_device;
     open(wide, error); // it is in use
     EXPECT_EQ(m_device, nullptr);
+    EXPECT_EQ(m_system->GetConfigurationReport().problem, TovCam::ConfigurationReport::Problem::CameraInUse);
     EXPECT_EQ(error, TOV_CAM_ERR_INVALID_STATE);
     first->Release();
 
@@ -196,6 +269,7 @@ TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
         SCOPED_TRACE(expected);
         open(text, error);
         EXPECT_EQ(error == 0, expected == 0) << error;
+        EXPECT_EQ(m_system->GetConfigurationReport().refused.size(), error == TOV_CAM_ERR_GENICAM_OUT_OF_RANGE ? 1 : 0);
         ASSERT_EQ(m_device != nullptr, userID != nullptr);
         if (userID) {
             EXPECT_STREQ(m_nodes->GetString("DeviceUserID", nullptr)->GetValue(nullptr), userID);

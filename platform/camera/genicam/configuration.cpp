@@ -301,14 +301,17 @@ public:
     {
         return m_values;
     }
-    // At once, instead of at the end: 0, or why the first one failed.
-    std::int32_t PutBack()
+    // At once, instead of at the end: 0, or why the first one failed, which is added to `refused`.
+    std::int32_t PutBack(std::vector<std::pair<std::uint32_t, RefusedSetting>> *refused)
     {
         std::int32_t first = TOV_CAM_ERR_OK;
         for (auto const &[index, value] : m_values) {
             std::int32_t const status = Set(index, value);
-            if (first == TOV_CAM_ERR_OK)
-                first = status;
+            if (first != TOV_CAM_ERR_OK || status == TOV_CAM_ERR_OK)
+                continue;
+            first = status;
+            FeatureInfo const &info = m_layout.Info(index);
+            refused->push_back({index, {info.name, {}, ::ToText(info.kind, value).value_or(""), {}, status}});
         }
         m_moved = false;
         return first;
@@ -364,6 +367,40 @@ bool WriteAll(int descriptor, std::string const &text)
     return true;
 }
 
+bool Copy(std::string const &from, std::string const &to)
+{
+    File const source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status;
+    if (source.Get() < 0 || fstat(source.Get(), &status) != 0)
+        return false;
+    File target(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, status.st_mode & 0777));
+    if (target.Get() < 0)
+        return false;
+    std::string block(65536, '\0');
+    for (;;) {
+        ssize_t const got = read(source.Get(), block.data(), block.size());
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0 || !WriteAll(target.Get(), block.substr(0, static_cast<std::size_t>(got))))
+            return false;
+        if (got == 0)
+            return fsync(target.Get()) == 0 && target.Close();
+    }
+}
+
+// The file gets a second name, which it has still when another one takes its first: 0, or an errno, and all is as it
+// was.
+int KeepAs(std::string const &file, std::string const &name)
+{
+    std::string const temporary = name + '.' + std::to_string(g_random_int()) + ".part";
+    // Not every file system has links.
+    bool const kept = (link(file.c_str(), temporary.c_str()) == 0 || Copy(file, temporary)) &&
+                      rename(temporary.c_str(), name.c_str()) == 0;
+    int const error = errno;
+    unlink(temporary.c_str()); // also where both names were the same file already: nothing is renamed then
+    return kept ? 0 : error;
+}
+
 struct FreeGlib
 {
     void operator()(void *memory) const
@@ -399,6 +436,7 @@ std::int32_t Configuration::Take(NodeMap &nodes)
     Layout layout(nodes);
     SelectorGuard guard(layout);
     std::int32_t failure = TOV_CAM_ERR_OK;
+    std::vector<std::pair<std::uint32_t, RefusedSetting>> disobedient;
 
     // While frames run the format is locked, and belongs into the file all the same. What another feature has locked
     // has no effect as things are.
@@ -492,6 +530,7 @@ std::int32_t Configuration::Take(NodeMap &nodes)
                 std::int32_t const status = guard.Set(selector, choice);
                 if (status != TOV_CAM_ERR_OK) {
                     failure = status == TOV_CAM_ERR_NO_DEVICE ? status : TOV_CAM_ERR_GENICAM_GENERIC;
+                    disobedient.push_back({selector, {info.name, {}, *text, {}, status}});
                     return;
                 }
                 group.selectors.emplace_back(info.name, std::move(*text));
@@ -502,8 +541,10 @@ std::int32_t Configuration::Take(NodeMap &nodes)
             }
             // A selector may have a value of its own for each value of an outer one.
             if (state.access == FeatureAccess::ReadWrite && state.valueStatus == TOV_CAM_ERR_OK &&
-                guard.Set(selector, state.value) != TOV_CAM_ERR_OK)
+                guard.Set(selector, state.value) != TOV_CAM_ERR_OK) {
                 failure = TOV_CAM_ERR_GENICAM_GENERIC;
+                disobedient.push_back({selector, {info.name, {}, {}, {}, failure}});
+            }
         };
         walk(0);
     }
@@ -512,9 +553,13 @@ std::int32_t Configuration::Take(NodeMap &nodes)
         if (text && IsName(layout.Info(index).name))
             selectors.emplace_back(layout.Info(index).name, std::move(*text));
     }
-    std::int32_t const back = guard.PutBack();
+    std::int32_t const back = guard.PutBack(&disobedient);
     if (failure == TOV_CAM_ERR_OK && back != TOV_CAM_ERR_OK)
         failure = back == TOV_CAM_ERR_NO_DEVICE ? back : TOV_CAM_ERR_GENICAM_GENERIC;
+    if (failure == TOV_CAM_ERR_GENICAM_GENERIC && !disobedient.empty()) {
+        report.problem = ConfigurationReport::Problem::Selector;
+        report.refused = {disobedient.front().second};
+    }
     return failure;
 }
 
@@ -526,6 +571,11 @@ struct Target
 {
     std::uint32_t index;
     FeatureValue value;
+    std::string text;         // as the file has it
+    std::int32_t status = 0;  // as the last pass found it: 1 where the camera has another value
+    std::int32_t refusal = 0; // of the last attempt to write it
+    std::string present;      // the camera's value, once the last pass of all is through
+    bool streamLocked = false;
 };
 
 struct TargetGroup
@@ -568,117 +618,206 @@ std::int32_t Bring(Layout &layout, Target const &target, bool write)
     return 1;
 }
 
-} // namespace
-
-std::int32_t Configuration::Apply(NodeMap &nodes, bool sameCamera) const
+// What a file has for this camera.
+class Targets
 {
-    Layout layout(nodes);
-    // Everything is understood before anything is written.
-    std::vector<TargetGroup> targets;
-    std::vector<Target> finals;
-    bool understood = true;
-    auto const resolve = [&](std::string const &name, std::string const &text, auto const &wanted) {
-        std::optional<Target> target;
-        auto const index = layout.Find(name);
-        if (!index || !wanted(*index))
-            return target;
-        auto value = FromText(layout.Info(*index).kind, text);
-        if (value)
-            target = Target{*index, std::move(*value)};
-        else
-            understood = false;
-        return target;
-    };
-    auto const isSelector = [&](std::uint32_t index) {
-        return layout.IsSelector(index);
-    };
-    for (Group const &group : groups) {
-        TargetGroup resolved;
-        bool known = true;
-        for (auto const &[name, text] : group.selectors) {
-            if (auto target = resolve(name, text, isSelector))
-                resolved.selectors.push_back(std::move(*target));
-            else
-                known = false;
+public:
+    Targets(Layout const &layout, Configuration const &configuration, bool sameCamera) : m_layout(layout)
+    {
+        auto const isSelector = [&](std::uint32_t index) {
+            return layout.IsSelector(index);
+        };
+        for (Configuration::Group const &group : configuration.groups) {
+            TargetGroup resolved;
+            bool known = true;
+            for (auto const &[name, text] : group.selectors) {
+                if (auto target = Resolve(name, text, isSelector))
+                    resolved.selectors.push_back(std::move(*target));
+                else
+                    known = false;
+            }
+            for (auto const &[name, text] : group.values) {
+                // A camera keeps its own name, whoever's settings it gets.
+                if (!sameCamera && (name == "DeviceUserID" || name == "DeviceUserDefinedName"))
+                    continue;
+                if (auto target = Resolve(name, text, [&](std::uint32_t index) { return layout.IsStored(index); }))
+                    resolved.values.push_back(std::move(*target));
+            }
+            if (known && !resolved.values.empty())
+                groups.push_back(std::move(resolved));
         }
-        for (auto const &[name, text] : group.values) {
-            // A camera keeps its own name, whoever's settings it gets.
-            if (!sameCamera && (name == "DeviceUserID" || name == "DeviceUserDefinedName"))
-                continue;
-            if (auto target = resolve(name, text, [&](std::uint32_t index) { return layout.IsStored(index); }))
-                resolved.values.push_back(std::move(*target));
+        for (auto const &[name, text] : configuration.selectors) {
+            if (auto target = Resolve(name, text, isSelector))
+                finals.push_back(std::move(*target));
         }
-        if (known && !resolved.values.empty())
-            targets.push_back(std::move(resolved));
     }
-    for (auto const &[name, text] : selectors) {
-        if (auto target = resolve(name, text, isSelector))
-            finals.push_back(std::move(*target));
-    }
-    if (!understood)
-        return TOV_CAM_ERR_WRONG_CONFIGURATION;
 
-    SelectorGuard guard(layout);
+    std::vector<TargetGroup> groups;
+    std::vector<Target> finals; // the selectors themselves
+    // The first value that is none for its feature.
+    std::optional<RefusedSetting> misunderstood;
+
+private:
+    template<class Wanted>
+    std::optional<Target> Resolve(std::string const &name, std::string const &text, Wanted const &wanted)
+    {
+        auto const index = m_layout.Find(name);
+        if (!index || !wanted(*index))
+            return std::nullopt;
+        if (auto value = FromText(m_layout.Info(*index).kind, text))
+            return Target{*index, std::move(*value), text, 0, 0, {}, false};
+        if (!misunderstood)
+            misunderstood = RefusedSetting{name, {}, text, {}, TOV_CAM_ERR_WRONG_CONFIGURATION};
+        return std::nullopt;
+    }
+
+    Layout const &m_layout;
+};
+
+class Applier
+{
+public:
+    Applier(Layout &layout, Targets &targets) : m_layout(layout), m_targets(targets), m_guard(layout)
+    {
+    }
+
+    // 0, or why the first setting failed of those that did.
+    std::int32_t Run()
+    {
+        // A value may be refused as long as another one is in its way, and may change others: once more, until that
+        // does not help any longer.
+        std::int32_t why = TOV_CAM_ERR_OK;
+        std::size_t best = std::numeric_limits<std::size_t>::max();
+        int idle = 0;
+        for (int i = 0; i < MaxPasses && idle < 2 && why != TOV_CAM_ERR_NO_DEVICE; ++i) {
+            std::size_t const different = Pass(true, why);
+            if (different == 0)
+                break;
+            idle = different < best ? 0 : idle + 1;
+            best = std::min(best, different);
+        }
+        std::int32_t left = TOV_CAM_ERR_OK;
+        if (why != TOV_CAM_ERR_OK && why != TOV_CAM_ERR_NO_DEVICE) {
+            if (Pass(false, left) == 0)
+                why = TOV_CAM_ERR_OK;
+            else if (left != TOV_CAM_ERR_NO_DEVICE)
+                CollectRefused();
+        }
+        for (Target const &target : m_targets.finals)
+            m_guard.SetFinal(target.index, target.value);
+        std::int32_t const back = m_guard.PutBack(&refused);
+        if (why == TOV_CAM_ERR_OK)
+            why = back;
+        if (why == TOV_CAM_ERR_NO_DEVICE)
+            refused.clear();
+        // Taken without a word, and not kept.
+        return why > 0 ? static_cast<std::int32_t>(TOV_CAM_ERR_GENICAM_GENERIC) : why;
+    }
+
+    std::vector<std::pair<std::uint32_t, RefusedSetting>> refused; // by the index of the feature
+
+private:
     // How many features differ from the file, as each is come by, and why the first of them does.
-    auto const pass = [&](bool write, std::int32_t &why) {
+    std::size_t Pass(bool write, std::int32_t &why)
+    {
         std::size_t different = 0;
         why = TOV_CAM_ERR_OK;
-        auto const count = [&](std::int32_t status, std::size_t features) {
-            if (status == TOV_CAM_ERR_OK)
-                return;
-            different += features;
-            if (why == TOV_CAM_ERR_OK || status == TOV_CAM_ERR_NO_DEVICE)
-                why = status;
-        };
-        for (TargetGroup const &group : targets) {
-            std::int32_t status = TOV_CAM_ERR_OK;
+        for (TargetGroup &group : m_targets.groups) {
             // Selectors that have a value of their own for each value of an outer one.
-            std::vector<Target> inner;
-            for (Target const &selector : group.selectors) {
-                if (status != TOV_CAM_ERR_OK)
-                    break;
-                FeatureState state;
-                if (!layout.GetSelectorsOf(selector.index).empty() &&
-                    nodes.ReadValue(selector.index, &state) == TOV_CAM_ERR_OK &&
-                    state.access == FeatureAccess::ReadWrite && state.valueStatus == TOV_CAM_ERR_OK)
-                    inner.push_back({selector.index, state.value});
-                status = guard.Set(selector.index, selector.value);
-            }
-            if (status != TOV_CAM_ERR_OK)
-                count(status, group.values.size());
-            for (Target const &target : group.values) {
-                if (status == TOV_CAM_ERR_OK)
-                    count(Bring(layout, target, write), 1);
+            std::vector<std::pair<std::uint32_t, FeatureValue>> inner;
+            std::int32_t const selected = Select(group, inner);
+            for (Target &target : group.values) {
+                target.status = selected != TOV_CAM_ERR_OK ? selected : Bring(m_layout, target, write);
+                if (write)
+                    target.refusal = target.status;
+                if (target.status == TOV_CAM_ERR_OK)
+                    continue;
+                ++different;
+                if (why == TOV_CAM_ERR_OK || target.status == TOV_CAM_ERR_NO_DEVICE)
+                    why = target.status;
                 if (why == TOV_CAM_ERR_NO_DEVICE)
                     return different;
+                if (!write && selected == TOV_CAM_ERR_OK)
+                    Describe(target);
             }
             for (auto i = inner.rbegin(); i != inner.rend(); ++i)
-                guard.Set(i->index, i->value);
+                m_guard.Set(i->first, i->second);
         }
         return different;
-    };
-    // A value may be refused as long as another one is in its way, and may change others: once more, until that does
-    // not help any longer.
-    std::int32_t why = TOV_CAM_ERR_OK;
-    std::size_t best = std::numeric_limits<std::size_t>::max();
-    int idle = 0;
-    for (int i = 0; i < MaxPasses && idle < 2 && why != TOV_CAM_ERR_NO_DEVICE; ++i) {
-        std::size_t const different = pass(true, why);
-        if (different == 0)
-            break;
-        idle = different < best ? 0 : idle + 1;
-        best = std::min(best, different);
     }
-    std::int32_t left = TOV_CAM_ERR_OK;
-    if (why != TOV_CAM_ERR_OK && why != TOV_CAM_ERR_NO_DEVICE && pass(false, left) == 0)
-        why = TOV_CAM_ERR_OK;
-    for (Target const &target : finals)
-        guard.SetFinal(target.index, target.value);
-    std::int32_t const back = guard.PutBack();
-    if (why == TOV_CAM_ERR_OK)
-        why = back;
-    // Taken without a word, and not kept.
-    return why > 0 ? static_cast<std::int32_t>(TOV_CAM_ERR_GENICAM_GENERIC) : why;
+
+    std::int32_t Select(TargetGroup const &group, std::vector<std::pair<std::uint32_t, FeatureValue>> &inner)
+    {
+        for (Target const &selector : group.selectors) {
+            FeatureState state;
+            if (!m_layout.GetSelectorsOf(selector.index).empty() &&
+                m_layout.nodes.ReadValue(selector.index, &state) == TOV_CAM_ERR_OK &&
+                state.access == FeatureAccess::ReadWrite && state.valueStatus == TOV_CAM_ERR_OK)
+                inner.emplace_back(selector.index, state.value);
+            if (std::int32_t const status = m_guard.Set(selector.index, selector.value); status != TOV_CAM_ERR_OK)
+                return status;
+        }
+        return TOV_CAM_ERR_OK;
+    }
+
+    // What the camera has in its place, while its selectors stand as the file has them.
+    void Describe(Target &target)
+    {
+        FeatureState state;
+        if (m_layout.nodes.ReadFeature(target.index, &state) != TOV_CAM_ERR_OK)
+            return;
+        target.streamLocked = state.streamLocked;
+        if (state.access >= FeatureAccess::ReadOnly && state.valueStatus == TOV_CAM_ERR_OK)
+            target.present = ToText(m_layout.Info(target.index).kind, state.value).value_or("");
+    }
+
+    void CollectRefused()
+    {
+        for (TargetGroup const &group : m_targets.groups) {
+            std::string selectors;
+            for (Target const &selector : group.selectors)
+                selectors += (selectors.empty() ? "" : " ") + m_layout.Info(selector.index).name + '=' + selector.text;
+            for (Target const &target : group.values) {
+                if (target.status == TOV_CAM_ERR_OK)
+                    continue;
+                std::int32_t const why = target.status < 0 ? target.status : std::min(target.refusal, 0);
+                refused.push_back({target.index,
+                                   {m_layout.Info(target.index).name, selectors, target.text, target.present, why,
+                                    target.streamLocked}});
+            }
+        }
+    }
+
+    Layout &m_layout;
+    Targets &m_targets;
+    SelectorGuard m_guard;
+};
+
+} // namespace
+
+std::int32_t Configuration::Apply(NodeMap &nodes, bool sameCamera)
+{
+    nodes.SetRefused({});
+    Layout layout(nodes);
+    // Everything is understood before anything is written.
+    Targets targets(layout, *this, sameCamera);
+    if (targets.misunderstood) {
+        report.problem = ConfigurationReport::Problem::NoValue;
+        report.refused = {*targets.misunderstood};
+        return TOV_CAM_ERR_WRONG_CONFIGURATION;
+    }
+    Applier applier(layout, targets);
+    std::int32_t const status = applier.Run();
+    report.settings = targets.finals.size();
+    for (TargetGroup const &group : targets.groups)
+        report.settings += group.values.size();
+    std::map<std::uint32_t, std::vector<RefusedSetting>> byFeature;
+    for (auto &[index, setting] : applier.refused) {
+        report.refused.push_back(setting);
+        byFeature[index].push_back(std::move(setting));
+    }
+    nodes.SetRefused(std::move(byFeature));
+    return status;
 }
 
 // ---- The file ------------------------------------------------------------------------------------------------------
@@ -718,6 +857,8 @@ std::int32_t Configuration::Parse(std::string const &text)
     groups.clear();
     selectors.clear();
     camera = {};
+    report = {};
+    report.problem = ConfigurationReport::Problem::NoConfiguration;
     KeyFile const file(g_key_file_new());
     if (text.find('\0') != std::string::npos ||
         !g_key_file_load_from_data(file.get(), text.data(), text.size(), G_KEY_FILE_NONE, nullptr) ||
@@ -732,6 +873,10 @@ std::int32_t Configuration::Parse(std::string const &text)
     camera.model = GetText(file.get(), CameraGroup, "Model").value_or("");
     camera.serial = GetText(file.get(), CameraGroup, "SerialNumber").value_or("");
     camera.userID = GetText(file.get(), CameraGroup, "UserID").value_or("");
+    report.vendor = camera.vendor;
+    report.model = camera.model;
+    report.serial = camera.serial;
+    report.problem = ConfigurationReport::Problem::NotWhole;
     if (camera.model.empty())
         return TOV_CAM_ERR_WRONG_CONFIGURATION;
 
@@ -772,56 +917,95 @@ std::int32_t Configuration::Parse(std::string const &text)
     // A file that has lost its end has lost this too.
     if (!sound || GetText(file.get(), EndGroup, "Values") != std::to_string(count))
         return TOV_CAM_ERR_WRONG_CONFIGURATION;
+    report.problem = ConfigurationReport::Problem::None;
     return TOV_CAM_ERR_OK;
 }
 
 std::int32_t Configuration::Read(char const *path)
 {
+    report = {};
+    camera = {};
+    auto const failed = [this](int error, std::int32_t status) {
+        report.problem = ConfigurationReport::Problem::File;
+        report.systemError = error;
+        return status;
+    };
     // Not to be held up by a pipe.
     File const file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file.Get() < 0)
-        return errno == ENOENT || errno == ENOTDIR ? TOV_CAM_ERR_FILE_NOT_FOUND : TOV_CAM_ERR_FILE_READ;
+        return failed(errno, errno == ENOENT || errno == ENOTDIR ? TOV_CAM_ERR_FILE_NOT_FOUND : TOV_CAM_ERR_FILE_READ);
     struct stat status;
-    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))
-        return TOV_CAM_ERR_FILE_READ;
-    if (static_cast<std::uint64_t>(status.st_size) > MaxFile)
+    if (fstat(file.Get(), &status) != 0)
+        return failed(errno, TOV_CAM_ERR_FILE_READ);
+    if (!S_ISREG(status.st_mode))
+        return failed(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, TOV_CAM_ERR_FILE_READ);
+    if (static_cast<std::uint64_t>(status.st_size) > MaxFile) {
+        report.problem = ConfigurationReport::Problem::NoConfiguration;
         return TOV_CAM_ERR_WRONG_CONFIGURATION;
+    }
     std::string text(static_cast<std::size_t>(status.st_size), '\0');
     std::size_t size = 0;
     for (ssize_t got = 1; got != 0 && size < text.size(); size += static_cast<std::size_t>(std::max<ssize_t>(got, 0))) {
         got = read(file.Get(), text.data() + size, text.size() - size);
         if (got < 0 && errno != EINTR)
-            return TOV_CAM_ERR_FILE_READ;
+            return failed(errno, TOV_CAM_ERR_FILE_READ);
     }
     text.resize(size);
     return Parse(text);
 }
 
-std::int32_t Configuration::Write(char const *path) const
+std::int32_t Configuration::Write(char const *path)
 {
+    auto const failed = [this](ConfigurationReport::Problem problem, int error, std::int32_t status) {
+        report.problem = problem;
+        report.systemError = error;
+        return status;
+    };
+    using enum ConfigurationReport::Problem;
     // Behind a link the file itself is replaced.
     std::unique_ptr<char, decltype(&std::free)> const resolved(realpath(path, nullptr), std::free);
     std::string const target = resolved ? resolved.get() : path;
     struct stat old;
     bool const exists = stat(target.c_str(), &old) == 0;
-    if (exists && (!S_ISREG(old.st_mode) || access(target.c_str(), W_OK) != 0))
-        return TOV_CAM_ERR_FILE_NOT_FOUND;
+    if (exists && !S_ISREG(old.st_mode))
+        return failed(File, S_ISDIR(old.st_mode) ? EISDIR : EINVAL, TOV_CAM_ERR_FILE_NOT_FOUND);
+    if (exists && access(target.c_str(), W_OK) != 0)
+        return failed(File, errno, TOV_CAM_ERR_FILE_NOT_FOUND);
     std::string const temporary = target + '.' + std::to_string(g_random_int()) + ".part";
-    File file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    ::File file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (file.Get() < 0)
-        return TOV_CAM_ERR_FILE_NOT_FOUND;
-    bool written = WriteAll(file.Get(), ToText()) && (!exists || fchmod(file.Get(), old.st_mode & 07777) == 0) &&
-                   fsync(file.Get()) == 0;
-    written = file.Close() && written && rename(temporary.c_str(), target.c_str()) == 0;
-    if (!written) {
+        return failed(File, errno, TOV_CAM_ERR_FILE_NOT_FOUND);
+    auto const giveUp = [&](ConfigurationReport::Problem problem, int error, std::int32_t status) {
         unlink(temporary.c_str());
-        return TOV_CAM_ERR_UNKNOWN;
+        return failed(problem, error, status);
+    };
+    if (!WriteAll(file.Get(), ToText()) || (exists && fchmod(file.Get(), old.st_mode & 07777) != 0) ||
+        fsync(file.Get()) != 0 || !file.Close())
+        return giveUp(File, errno, TOV_CAM_ERR_UNKNOWN);
+    if (exists && old.st_size > 0 && IsOfAnother(target)) {
+        if (int const error = KeepAs(target, target + '~'))
+            return giveUp(NotKept, error, TOV_CAM_ERR_FILE_NOT_FOUND);
+        report.keptAs = target + '~';
     }
+    if (rename(temporary.c_str(), target.c_str()) != 0)
+        return giveUp(File, errno, TOV_CAM_ERR_UNKNOWN);
     // The new name is to last as well.
     std::size_t const slash = target.rfind('/');
-    File const folder(open(slash == std::string::npos ? "." : target.substr(0, slash + 1).c_str(),
-                           O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ::File const folder(open(slash == std::string::npos ? "." : target.substr(0, slash + 1).c_str(),
+                             O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.Get() >= 0)
         fsync(folder.Get());
     return TOV_CAM_ERR_OK;
+}
+
+// Whether a file is not known to be this camera's; who it is of goes into the report.
+bool Configuration::IsOfAnother(std::string const &file)
+{
+    Configuration other;
+    other.Read(file.c_str());
+    report.vendor = other.camera.vendor;
+    report.model = other.camera.model;
+    report.serial = other.camera.serial;
+    return other.camera.vendor != camera.vendor || other.camera.model != camera.model ||
+           other.camera.serial != camera.serial;
 }

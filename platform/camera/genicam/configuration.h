@@ -29,8 +29,9 @@ public:
     std::int32_t Read(char const *path);
     std::int32_t Parse(std::string const &text);
     // The whole file or, if that cannot be done, what was there before: TOV_CAM_ERR_FILE_NOT_FOUND where no file can be
-    // made, TOV_CAM_ERR_UNKNOWN where it cannot be written to the end.
-    std::int32_t Write(char const *path) const;
+    // made, TOV_CAM_ERR_UNKNOWN where it cannot be written to the end. What another camera has saved, or nobody knows
+    // who, stays beside it.
+    std::int32_t Write(char const *path);
     std::string ToText() const;
 
     // Takes the values from the camera. TOV_CAM_ERR_GENICAM_GENERIC where a selector does not obey.
@@ -38,9 +39,14 @@ public:
     // Brings the camera to the values. TOV_CAM_ERR_WRONG_CONFIGURATION, and nothing done, where a value is none for its
     // feature; otherwise 0, or why the first of those failed that the camera did not take. Nodes that the camera has
     // not, and those that no configuration stores, are passed over. `sameCamera` decides about the camera's name.
-    std::int32_t Apply(NodeMap &nodes, bool sameCamera) const;
+    // The node map is told what the camera refused.
+    std::int32_t Apply(NodeMap &nodes, bool sameCamera);
 
+    TovCam::ConfigurationReport report; // of all of the above since the last Read or Parse
     CameraIdentity camera;
     std::vector<Group> groups;
     std::vector<std::pair<std::string, std::string>> selectors; // their own values, outer ones first
+
+private:
+    bool IsOfAnother(std::string const &file);
 };

@@ -130,6 +130,9 @@ public:
             Connect(i);
         for (std::uint32_t i = 0; i < m_tree.m_features.size(); ++i)
             Finish(i);
+        auto const lock = m_ids.find(arv_gc_get_node(genicam, "TLParamsLocked"));
+        if (lock != m_ids.end())
+            m_tree.SpreadTransportLock(lock->second);
     }
 
 private:
@@ -300,6 +303,9 @@ private:
             case ARV_GC_PROPERTY_NODE_TYPE_P_VALUE_DEFAULT:
                 m_tree.m_nodes[id].written.push_back(other);
                 break;
+            case ARV_GC_PROPERTY_NODE_TYPE_P_IS_LOCKED:
+                m_tree.m_nodes[id].locks.push_back(other);
+                break;
             default:
                 break;
             }
@@ -369,6 +375,38 @@ ArvGcFeatureNode *FeatureTree::GetNode(std::uint32_t index) const
 std::vector<ArvGcFeatureNode *> const &FeatureTree::GetEntryNodes(std::uint32_t index) const
 {
     return m_features[index].entries;
+}
+
+bool FeatureTree::IsLockedWithTransport(std::uint32_t index) const
+{
+    return index < m_features.size() && m_features[index].lockedWithTransport;
+}
+
+// From the lock over what is computed from it to what looks at that as its own lock, and no further: what is made of a
+// locked feature is not locked by it.
+void FeatureTree::SpreadTransportLock(std::uint32_t lock)
+{
+    std::vector<bool> seen(m_nodes.size());
+    std::vector<std::uint32_t> open{lock};
+    seen[lock] = true;
+    auto const visit = [&](std::uint32_t id) {
+        if (!seen[id])
+            open.push_back(id);
+        seen[id] = true;
+    };
+    for (std::size_t i = 0; i < open.size(); ++i) {
+        for (std::uint32_t const id : m_nodes[open[i]].written)
+            visit(id);
+    }
+    for (std::size_t i = 0; i < open.size(); ++i) {
+        for (std::uint32_t const id : m_nodes[open[i]].dependents) {
+            std::vector<std::uint32_t> const &locks = m_nodes[id].locks;
+            if (std::find(locks.begin(), locks.end(), open[i]) == locks.end())
+                visit(id);
+            else if (id < m_features.size())
+                m_features[id].lockedWithTransport = true;
+        }
+    }
 }
 
 // Whatever is made of a node that changes by itself changes with it: the shortest time comes first, and stays.

@@ -21,6 +21,8 @@ public:
     ArvGcFeatureNode *GetNode(std::uint32_t index) const; // null past the last
     // Of an enumeration, in the order of its FeatureInfo::entries.
     std::vector<ArvGcFeatureNode *> const &GetEntryNodes(std::uint32_t index) const;
+    // Whether "TLParamsLocked" can lock it.
+    bool IsLockedWithTransport(std::uint32_t index) const;
 
 private:
     friend class FeatureTreeBuilder;
@@ -29,6 +31,7 @@ private:
     {
         std::vector<std::uint32_t> dependents; // nodes that refer to this one, in whatever way
         std::vector<std::uint32_t> written;    // nodes that a write of this one goes on to
+        std::vector<std::uint32_t> locks;      // nodes that lock this one
         std::uint32_t pollingTime = 0;
     };
     struct Feature
@@ -37,9 +40,11 @@ private:
         ArvGcFeatureNode *node = nullptr;
         std::vector<ArvGcFeatureNode *> entries;
         bool hasDependents = false; // they have been looked for
+        bool lockedWithTransport = false;
     };
 
     void SpreadPollingTimes();
+    void SpreadTransportLock(std::uint32_t id);
     void FindDependents(std::uint32_t index);
 
     std::vector<Node> m_nodes;       // the features first, in their order

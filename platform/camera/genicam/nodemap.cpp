@@ -592,6 +592,7 @@ struct NodeMap::Impl
     ArvGc *genicam = nullptr;
     std::int32_t status = TOV_CAM_ERR_OK;
     std::unique_ptr<FeatureTree> tree;
+    std::map<std::uint32_t, std::vector<TovCam::RefusedSetting>> refusals;
     std::map<std::string, std::unique_ptr<Integer>, std::less<>> integers;
     std::map<std::string, std::unique_ptr<String>, std::less<>> strings;
     std::map<std::string, std::unique_ptr<Enumeration>, std::less<>> enumerations;
@@ -849,6 +850,11 @@ std::int32_t NodeMap::ReadFeature(std::uint32_t index, TovCam::FeatureState *sta
         return TOV_CAM_ERR_INVALID_ARGUMENT;
     Impl::Hold const hold(*m_impl);
     std::int32_t result = ReadValue(index, state);
+    if (result == TOV_CAM_ERR_OK) {
+        state->streamLocked = state->access <= TovCam::FeatureAccess::ReadOnly && IsStreamLocked(index);
+        if (auto const refused = m_impl->refusals.find(index); refused != m_impl->refusals.end())
+            state->refused = refused->second;
+    }
     // Whoever does not answer to one question would let the next ones wait as well.
     bool const answers = state->valueStatus == TOV_CAM_ERR_OK || state->valueStatus == TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
     if (result != TOV_CAM_ERR_OK || state->access < TovCam::FeatureAccess::WriteOnly || !answers)
@@ -868,7 +874,32 @@ std::int32_t NodeMap::ReadFeature(std::uint32_t index, TovCam::FeatureState *sta
     return TOV_CAM_ERR_OK;
 }
 
+// With the device's lock held.
+bool NodeMap::IsStreamLocked(std::uint32_t index)
+{
+    FeatureRole role;
+    std::int32_t error = TOV_CAM_ERR_OK;
+    return m_impl->tree->IsLockedWithTransport(index) && GetRole(index, &role) == TOV_CAM_ERR_OK && role.writable &&
+           role.locked && GetIntegerValue("TLParamsLocked", &error) != 0 && error == TOV_CAM_ERR_OK;
+}
+
+void NodeMap::SetRefused(std::map<std::uint32_t, std::vector<TovCam::RefusedSetting>> refused)
+{
+    Impl::Hold const hold(*m_impl);
+    if (hold.entered)
+        m_impl->refusals = std::move(refused);
+}
+
 std::int32_t NodeMap::WriteFeature(std::uint32_t index, TovCam::FeatureValue const &value)
+{
+    Impl::Hold const hold(*m_impl);
+    std::int32_t const status = Write(index, value);
+    if (status == TOV_CAM_ERR_OK)
+        m_impl->refusals.erase(index);
+    return status;
+}
+
+std::int32_t NodeMap::Write(std::uint32_t index, TovCam::FeatureValue const &value)
 {
     using TovCam::FeatureKind;
 

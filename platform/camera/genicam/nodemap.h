@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 // Statuses of a GError from ArvGc or from register access.
 std::int32_t StatusFromError(GError const *error);
@@ -56,6 +57,8 @@ public:
     std::int32_t GetRole(std::uint32_t index, FeatureRole *role);
     // ReadFeature without the limits and the entries to choose from, which cost accesses of their own.
     std::int32_t ReadValue(std::uint32_t index, TovCam::FeatureState *state);
+    // What ReadFeature is to tell of a feature until it is written, in place of what it told before.
+    void SetRefused(std::map<std::uint32_t, std::vector<TovCam::RefusedSetting>> refused);
 
     TovCam::EnumParam *GetEnum(char const *name, std::int32_t *error) override;
     TovCam::IntParam *GetInt(char const *name, std::int32_t *error) override;
@@ -77,6 +80,9 @@ public:
     std::shared_ptr<void> Hold() override;
 
 private:
+    std::int32_t Write(std::uint32_t index, TovCam::FeatureValue const &value);
+    bool IsStreamLocked(std::uint32_t index);
+
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };

@@ -1,0 +1,25 @@
+// What came of a configuration file, told to the operator: one line on the board, and every setting that was refused in
+// the program's log. Any thread.
+#pragma once
+
+#include "tovcamera.h"
+
+#include <QCoreApplication>
+#include <QString>
+
+class ConfigurationNotice
+{
+    Q_DECLARE_TR_FUNCTIONS(ConfigurationNotice)
+public:
+    // `status` is that of the operation; the report may be empty, where a library does not make one. Success withdraws
+    // what was told before.
+    static void Loaded(QString const &path, std::int32_t status, TovCam::ConfigurationReport const &report);
+    static void Saved(QString const &path, std::int32_t status, TovCam::ConfigurationReport const &report);
+
+private:
+    static QString Problem(std::int32_t status, TovCam::ConfigurationReport const &report);
+    static QString Refused(TovCam::ConfigurationReport const &report);
+    static QString Setting(TovCam::RefusedSetting const &setting);
+    static QString Why(TovCam::RefusedSetting const &setting);
+    static QString Camera(TovCam::ConfigurationReport const &report);
+};
