@@ -7,6 +7,7 @@
 
 #include <QEvent>
 #include <QMouseEvent>
+#include <QTimerEvent>
 
 #include <algorithm>
 #include <charconv>
@@ -16,6 +17,8 @@
 namespace {
 
 constexpr int IDLE_TICKS = 3; // a stream that was silent for so long does not bring the crisp picture by itself
+
+constexpr int WATCH_PERIOD = 250; // milliseconds between two looks for a silent stream
 
 bool Failed(TovStatus status)
 {
@@ -146,6 +149,7 @@ bool DisplayView::StartDisplaying()
     TovLog::Debug(0, "DisplayView::StartDisplaying()");
     m_firstFrame = true;
     StartVideoTimer();
+    StartWatch();
     return Start();
 }
 
@@ -154,6 +158,7 @@ int DisplayView::StopDisplaying()
     TovLog::Debug(0, "DisplayView::StopDisplaying()");
     m_fifo->SetGrabberThtreadBlocking(false);
     StopVideoTimer();
+    EndWatch();
     int const status = Stop();
     m_fifo->SetGrabberThtreadBlocking(true);
     // The picture stays on the screen, so the renderer takes what it needs to zoom into it.
@@ -644,4 +649,54 @@ void DisplayView::Refresh()
         for (InspectSink *const view : m_inspectViews)
             view->RefreshImage(image);
     }
+}
+
+// ---- A stream that has fallen silent --------------------------------------------------------------------------------
+
+void DisplayView::StartWatch()
+{
+    if (!m_display || !m_videoTimer->isActive())
+        return; // the picture stands still by the operator's wish
+    GrabbingFifo::Accounts const accounts = m_fifo->GetAccounts();
+    m_watch.Start(std::chrono::steady_clock::now(), accounts.arrived, accounts.incomplete);
+    m_watchTimer.start(WATCH_PERIOD, this);
+}
+
+void DisplayView::EndWatch()
+{
+    m_watchTimer.stop();
+    m_silence.reset();
+    if (m_display)
+        m_display->ShowMessage(nullptr);
+}
+
+void DisplayView::timerEvent(QTimerEvent *event)
+{
+    if (event->timerId() == m_watchTimer.timerId())
+        Watch();
+    else
+        QGraphicsView::timerEvent(event);
+}
+
+// Once a second while the silence lasts, and at once when it ends; the renderer takes the line away by itself when it
+// shows a frame.
+void DisplayView::Watch()
+{
+    GrabbingFifo::Accounts const accounts = m_fifo->GetAccounts();
+    auto const silence = m_watch.Look(std::chrono::steady_clock::now(), accounts.arrived, accounts.incomplete);
+    if (silence && m_silence && silence->lasts == m_silence->lasts &&
+        (silence->incomplete == 0) == (m_silence->incomplete == 0))
+        return;
+    m_silence = silence;
+    QString text;
+    if (silence) {
+        auto const count = silence->lasts.count();
+        QString const lasts = count < 120    ? tr("%1 s").arg(count)
+                              : count < 7200 ? tr("%1 min").arg(count / 60)
+                                             : tr("%1 h").arg(count / 3600);
+        text = silence->incomplete == 0
+                   ? tr("no frames for %1").arg(lasts)
+                   : tr("no complete frame for %1: %2 incomplete").arg(lasts, QString::number(silence->incomplete));
+    }
+    m_display->ShowMessage(text.toUtf8().constData());
 }

@@ -6,11 +6,13 @@
 // The last image has no lock: a reader may see a frame that is being overwritten.
 #pragma once
 
+#include "streamwatch.h"
 #include "tovcomponentimp.h"
 #include "workingthread.h"
 
 #include "tovdisplay.h"
 
+#include <QBasicTimer>
 #include <QGraphicsView>
 #include <QPoint>
 #include <QTimer>
@@ -93,6 +95,7 @@ protected:
     void InitByFirstFrame(_TovImage const *image);
 
     bool viewportEvent(QEvent *event) override;
+    void timerEvent(QTimerEvent *event) override;
 
 private:
     void RegisterParams();
@@ -101,6 +104,9 @@ private:
     void ReleaseLastImage();
     void ReadPointer();
     void Refresh();
+    void StartWatch();
+    void EndWatch();
+    void Watch();
 
     std::uint64_t m_lastFrameId = 0;           // display thread
     std::atomic<bool> m_firstFrame{false};     // set by the start, cleared by the display thread
@@ -136,4 +142,9 @@ private:
     std::atomic<std::uint64_t> m_framesShown{0}; // counted by the display thread
     std::uint64_t m_framesSeen = 0;              // at the tick before
     int m_idleTicks = 0;                         // ticks without a new frame
+
+    // Whether the picture is older than it looks; GUI thread.
+    QBasicTimer m_watchTimer;
+    StreamWatch m_watch;
+    std::optional<StreamWatch::Silence> m_silence; // as the picture says it
 };

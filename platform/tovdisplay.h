@@ -59,6 +59,12 @@ public:
     // Shows nothing until the next frame comes, or a kept one is there to be shown.
     virtual void ClearVideo() = 0;
 
+    // A line over the picture, and in no image, until the next frame is shown; null or empty takes it away. UTF-8. GUI
+    // thread.
+    virtual void ShowMessage(char const * /*text*/)
+    {
+    }
+
 protected:
     virtual ~TovDisplay() = default;
 };

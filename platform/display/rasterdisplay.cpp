@@ -33,6 +33,13 @@ constexpr std::uint32_t MAP_CAPACITY = 2u << 20;
 constexpr QRgb BACKGROUND = 0xFF262626;
 constexpr QRgb DUMP_COLOUR = 0xFFFFC800;
 
+// The line over the picture: light on dark, whatever is below it. In the widget's pixels.
+constexpr QRgb MESSAGE_TEXT = 0xFFFFFFFF;
+constexpr QRgb MESSAGE_GROUND = 0xE6101010;
+constexpr QRgb MESSAGE_EDGE = 0x80FFFFFF; // on a dark picture
+constexpr int MESSAGE_MARGIN = 10;
+constexpr int MESSAGE_PADDING = 8;
+
 constexpr double WHEEL_STEP = 1.189207115; // the fourth root of 2 a notch
 constexpr int KEY_PAN_PART = 8;            // an arrow key moves by this part of the view
 
@@ -426,6 +433,7 @@ void RasterDisplay::TakeNewest()
     GivePicture(std::move(picture));
     TovReleaseImage(&m_kept);
     m_kept = nullptr;
+    m_message.clear();
     if (m_target)
         m_target->update();
 }
@@ -479,6 +487,16 @@ void RasterDisplay::ClearVideo()
     }
     GivePicture(std::move(waiting));
     GivePicture(std::move(m_current));
+    if (m_target)
+        m_target->update();
+}
+
+void RasterDisplay::ShowMessage(char const *text)
+{
+    QString message = QString::fromUtf8(text);
+    if (message == m_message)
+        return;
+    m_message = std::move(message);
     if (m_target)
         m_target->update();
 }
@@ -539,6 +557,28 @@ void RasterDisplay::Paint(QPaintEvent *event)
     }
     if (m_dumpShown && geometry.HasImage())
         PaintDump(&painter, view);
+    if (!m_message.isEmpty())
+        PaintMessage(&painter);
+}
+
+void RasterDisplay::PaintMessage(QPainter *painter) const
+{
+    constexpr int Out = MESSAGE_MARGIN + MESSAGE_PADDING;
+    constexpr int Flags = Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap;
+    painter->resetTransform(); // back to the widget's pixels
+    painter->setRenderHint(QPainter::Antialiasing);
+    QFont font = m_target->font();
+    font.setBold(true);
+    painter->setFont(font);
+    QRect const room = m_target->rect().adjusted(Out, Out, -Out, -Out);
+    QRect const place = painter->boundingRect(room, Flags, m_message);
+    QRectF const ground = QRectF(place).adjusted(-MESSAGE_PADDING + 0.5, -MESSAGE_PADDING / 2 + 0.5,
+                                                 MESSAGE_PADDING - 0.5, MESSAGE_PADDING / 2 - 0.5);
+    painter->setPen(QColor::fromRgba(MESSAGE_EDGE));
+    painter->setBrush(QColor::fromRgba(MESSAGE_GROUND));
+    painter->drawRoundedRect(ground, 4, 4);
+    painter->setPen(QColor::fromRgba(MESSAGE_TEXT));
+    painter->drawText(place, Flags, m_message);
 }
 
 // A line on the outermost device pixels of those image pixels, one pixel of the screen's scale wide.

@@ -20,6 +20,7 @@
 #include <QPoint>
 #include <QPointer>
 #include <QRect>
+#include <QString>
 
 #include <cstdint>
 #include <cstdlib>
@@ -51,6 +52,7 @@ public:
     std::int32_t KeepVideo(_TovImage const *image) override;
     _TovImage const *GetKeptVideo() const override;
     void ClearVideo() override;
+    void ShowMessage(char const *text) override;
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
@@ -98,6 +100,7 @@ private:
 
     void Paint(QPaintEvent *event);
     void PaintDump(QPainter *painter, View const &view) const;
+    void PaintMessage(QPainter *painter) const;
     bool Wheel(QWheelEvent *event);
     bool MousePress(QMouseEvent *event);
     void MouseMove(QMouseEvent *event);
@@ -130,6 +133,7 @@ private:
     _TovImage *m_kept = nullptr; // the frame of a stopped stream
     std::map<std::int64_t, std::shared_ptr<ColourMap const>> m_filters;
     bool m_dumpShown = false;
+    QString m_message; // over the picture
     bool m_dragging = false;
     QPoint m_dragFrom;
     ViewGeometry m_dragGeometry;

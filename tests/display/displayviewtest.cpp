@@ -5,6 +5,7 @@
 
 #include <QMouseEvent>
 #include <QSignalSpy>
+#include <QTest>
 
 #include <climits>
 #include <cstring>
@@ -113,6 +114,63 @@ TEST_F(DisplayViewTest, ShowsEveryCompleteFrameOnce)
         EXPECT_EQ(Last()->width, width);
         Finish();
     }
+}
+
+TEST(StreamWatchTest, TellsASilentStreamFromASlowOne)
+{
+    using namespace std::chrono_literals;
+    using Silence = StreamWatch::Silence;
+    struct Look
+    {
+        std::chrono::milliseconds at;
+        int arrived, incomplete; // since the start
+        std::optional<Silence> told;
+    };
+    std::vector<Look> const streams[] = {
+        {{1900ms, 0, 0, {}}, {2000ms, 0, 0, Silence{2s}}, {65s, 0, 0, Silence{65s}}, {66s, 1, 0, {}}}, // one at last
+        {{500ms, 3, 1, {}},
+         {2000ms, 9, 7, {}},
+         {2500ms, 12, 10, Silence{2s, 9}},
+         {3500ms, 13, 11, Silence{3s, 10}},
+         {3600ms, 14, 11, {}},
+         {4000ms, 20, 17, {}}},
+        {{1s, 5, 5, {}}, {2s, 9, 9, Silence{2s, 9}}, {4s, 9, 9, Silence{2s}}},            // incomplete, then none
+        {{3s, 1, 0, {}}, {6s, 2, 0, {}}, {11s, 2, 0, {}}, {12s, 2, 0, Silence{6s}}},      // three seconds apart
+        {{1s, 1, 0, {}}, {101s, 2, 0, {}}, {110s, 2, 0, {}}, {111s, 2, 0, Silence{10s}}}, // a trigger by hand
+    };
+    StreamWatch::Time const start{100h};
+    for (auto const &looks : streams) {
+        StreamWatch watch;
+        watch.Start(start, 1000, 300);
+        for (Look const &look : looks)
+            EXPECT_EQ(watch.Look(start + look.at, 1000 + look.arrived, 300 + look.incomplete), look.told)
+                << &looks - streams << ": " << look.at.count();
+    }
+}
+
+TEST_F(DisplayViewTest, SaysThatThePictureIsOldUntilItIsNot)
+{
+    Begin();
+    ASSERT_TRUE(Show({1}, Grey(90)));
+    EXPECT_EQ(Shown(), 90);
+    QImage const plain = view->grab().toImage();
+    auto const isOld = [&] {
+        return view->grab().toImage() != plain;
+    };
+    for (std::uint64_t id = 2; !isOld(); ++id) { // two seconds of them
+        ASSERT_LT(id, 1000u);
+        device.stream.Push({id, 0, true});
+        QTest::qWait(20);
+    }
+    _TovImage *last = nullptr;
+    ASSERT_TRUE(view->GetDisplayedImageRaw(&last));
+    EXPECT_TRUE(std::all_of(last->imageData, last->imageData + last->imageSize, [](int v) { return v == 90; }));
+    ASSERT_TRUE(Show({5000}, Grey(90)));
+    EXPECT_EQ(Shown(), 90);
+    EXPECT_FALSE(isOld());
+    EXPECT_TRUE(QTest::qWaitFor(isOld, 20000)); // nothing comes any more
+    Finish();
+    EXPECT_FALSE(isOld());
 }
 
 TEST_F(DisplayViewTest, MayGoWhileItDisplays)

@@ -1,5 +1,6 @@
 #include "displayfixture.h"
 
+#include <cstring>
 #include <map>
 
 namespace {
@@ -308,6 +309,33 @@ TEST_F(RasterDisplay, ShowsEveryTypeAndTheSmallestPictures)
                 Show(pixels.Image());
             }
         }
+    }
+}
+
+TEST_F(RasterDisplay, AMessageStandsOverThePictureUntilTheNextFrame)
+{
+    for (int const grey : {0, 128, 255}) {
+        Pixels const pixels(TypeOf("Mono8"), 200, 150, 0, 1);
+        std::memset(pixels.Image()->imageData, grey, pixels.Image()->imageSize);
+        QImage const plain = Show(pixels.Image());
+        display->ShowMessage("no frames for 4 s");
+        QImage const told = Grab();
+        int light = 0, dark = 0; // in the upper quarter: the text and its ground
+        for (int i = 0; i < 200 * 150; ++i) {
+            QPoint const at(i % 200, i / 200);
+            int const shown = qRed(told.pixel(at));
+            if (at.y() >= 50) {
+                ASSERT_EQ(told.pixel(at), plain.pixel(at));
+            }
+            light += at.y() < 50 && shown > 240 && grey < 240;
+            dark += at.y() < 50 && shown < 60 && grey > 60;
+        }
+        EXPECT_TRUE(grey > 240 || light > 50) << grey;
+        EXPECT_TRUE(grey < 60 || dark > 1000) << grey;
+        EXPECT_EQ(Show(pixels.Image()), plain) << grey;
+        display->ShowMessage("no frames for 5 s");
+        display->ShowMessage(nullptr);
+        EXPECT_EQ(Grab(), plain) << grey;
     }
 }
 
