@@ -20,12 +20,20 @@ bool SameValue(FeatureValue const &a, FeatureValue const &b)
     return a.integer == b.integer && a.real == b.real && a.text == b.text;
 }
 
+bool SameRefused(std::vector<RefusedSetting> const &a, std::vector<RefusedSetting> const &b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](RefusedSetting const &x, RefusedSetting const &y) {
+        return x.selectors == y.selectors && x.wanted == y.wanted && x.status == y.status;
+    });
+}
+
 bool SameState(FeatureState const &a, FeatureState const &b)
 {
     return a.access == b.access && a.valueStatus == b.valueStatus && SameValue(a.value, b.value) &&
            a.minimum == b.minimum && a.maximum == b.maximum && a.increment == b.increment &&
            a.realMinimum == b.realMinimum && a.realMaximum == b.realMaximum && a.realIncrement == b.realIncrement &&
-           a.length == b.length && a.available == b.available;
+           a.length == b.length && a.available == b.available && a.streamLocked == b.streamLocked &&
+           SameRefused(a.refused, b.refused);
 }
 
 bool IsAbsent(FeatureRow const &row)
@@ -156,6 +164,32 @@ bool FeatureModel::Filter(int place, bool all)
         }
     }
     return !node.shown.empty();
+}
+
+// As Filter, without showing it.
+void FeatureModel::Collect(int place, bool all, Visibility level, std::vector<bool> &found) const
+{
+    for (int const child : m_nodes[std::size_t(place)].children) {
+        std::uint32_t const feature = m_nodes[std::size_t(child)].feature;
+        FeatureInfo const &info = *m_features[feature].info;
+        if (int(info.visibility) > int(level))
+            continue;
+        if (info.kind == FeatureKind::Category)
+            Collect(child, all || (!m_words.isEmpty() && NameMatches(feature)), level, found);
+        else if (all || Matches(feature))
+            found[feature] = true;
+    }
+}
+
+std::optional<FeatureModel::Found> FeatureModel::FoundAbove() const
+{
+    for (int level = m_level + 1; level <= Guru && !m_nodes.empty(); ++level) {
+        std::vector<bool> found(m_features.size());
+        Collect(0, false, Visibility(level), found);
+        if (auto const count = std::count(found.begin(), found.end(), true))
+            return Found{Visibility(level), int(count)};
+    }
+    return std::nullopt;
 }
 
 bool FeatureModel::Matches(std::uint32_t feature) const
@@ -414,7 +448,7 @@ FeatureModel::Mark FeatureModel::MarkOf(QModelIndex const &index) const
         return Mark::None;
     if (row->slow || row->run == FeatureRow::Run::Running)
         return Mark::Waiting;
-    if (!row->failure.isEmpty())
+    if (!row->failure.isEmpty() || !row->state.refused.empty())
         return Mark::Warning;
     return row->known && !row->IsWritable() ? Mark::Locked : Mark::None;
 }
@@ -437,7 +471,7 @@ QString FeatureModel::ToolTip(FeatureRow const &row) const
         return text;
     QStringList facts{tr("Type: %1").arg(FeatureText::Type(info))};
     if (row.known) {
-        facts << tr("Access: %1").arg(FeatureText::Access(row.state.access));
+        facts << tr("Access: %1").arg(FeatureText::Access(row.state));
         if (QString const range = FeatureText::Range(info, row.state); !range.isEmpty() && !IsAbsent(row))
             facts << tr("Range: %1").arg(range.toHtmlEscaped());
     }
@@ -450,6 +484,8 @@ QString FeatureModel::ToolTip(FeatureRow const &row) const
     if (!row.failure.isEmpty())
         facts << (row.writeFailed ? tr("<b>Not written: %1</b>") : tr("<b>Not read: %1</b>"))
                      .arg(row.failure.toHtmlEscaped());
+    for (RefusedSetting const &setting : row.state.refused)
+        facts << tr("<b>Not loaded: %1</b>").arg(FeatureText::Refused(setting).toHtmlEscaped());
     return text + QStringLiteral("<p>%1</p>").arg(facts.join(QStringLiteral("<br>")));
 }
 
@@ -460,9 +496,12 @@ QString FeatureModel::Summary(QModelIndex const &index) const
         return {};
     if (!row->failure.isEmpty())
         return tr("%1: %2").arg(QString::fromStdString(row->info->displayName), row->failure);
+    if (!row->state.refused.empty())
+        return tr("%1: %2").arg(QString::fromStdString(row->info->displayName),
+                                FeatureText::Refused(row->state.refused.front()));
     QStringList facts{FeatureText::Type(*row->info)};
     if (row->known) {
-        facts << FeatureText::Access(row->state.access);
+        facts.insert(row->state.streamLocked ? 0 : 1, FeatureText::Access(row->state)); // what mends it first
         if (QString const range = FeatureText::Range(*row->info, row->state); !range.isEmpty() && !IsAbsent(*row))
             facts << range;
     }
@@ -484,7 +523,7 @@ QVariant FeatureModel::ValueData(FeatureRow const &row, int role) const
                 return row.failure.isEmpty() ? QStringLiteral("...") : tr("not readable");
             return row.state.access == FeatureAccess::ReadWrite || row.state.access == FeatureAccess::ReadOnly
                        ? tr("not readable")
-                       : FeatureText::Access(row.state.access);
+                       : FeatureText::Access(row.state);
         }
         if (check)
             return {};

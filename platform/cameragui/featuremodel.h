@@ -8,6 +8,7 @@
 #include <QAbstractItemModel>
 
 #include <chrono>
+#include <optional>
 #include <vector>
 
 namespace TovGui {
@@ -70,6 +71,13 @@ public:
     // a category that holds them in its name. Indexes of what stays remain good.
     void SetFilter(QString const &text, Visibility level);
     bool IsSearching() const;
+    // What the filter would find at a higher level: the lowest one where that is anything.
+    struct Found
+    {
+        Visibility level;
+        int features;
+    };
+    std::optional<Found> FoundAbove() const;
 
     std::uint32_t FeatureCount() const;
     FeatureRow const *Feature(std::uint32_t feature) const; // null past the last
@@ -123,6 +131,7 @@ private:
     void AddChildren(int node, std::vector<bool> &ancestors);
     void MakeHaystacks();
     bool Filter(int node, bool all);
+    void Collect(int node, bool all, Visibility level, std::vector<bool> &found) const;
     bool Matches(std::uint32_t feature) const;
     bool NameMatches(std::uint32_t feature) const;
     QModelIndex IndexOf(int node, int column) const;

@@ -15,6 +15,7 @@ namespace TovGui {
 namespace {
 
 constexpr int ShownBytes = 64;               // of a register
+constexpr int ToldCharacters = 40;           // of what was typed
 constexpr double SliderWidth = 4294967296.0; // a wider range of integers gets no slider
 constexpr double SliderRealWidth = 1e12;
 
@@ -80,6 +81,12 @@ QString BytesText(std::string const &bytes)
     if (bytes.size() > ShownBytes)
         text += QStringLiteral(" ...");
     return text;
+}
+
+// A line can break between words only.
+QString Brief(QString const &typed)
+{
+    return typed.size() <= ToldCharacters ? typed : typed.left(ToldCharacters) + QStringLiteral("...");
 }
 
 FeatureEntry const *EntryOf(FeatureInfo const &info, FeatureValue const &value)
@@ -318,7 +325,7 @@ ParsedValue FeatureText::Parse(FeatureInfo const &info, FeatureState const &stat
             : IsHex(info)                                       ? tr("\"%1\" is no hexadecimal number.")
             : integer                                           ? tr("\"%1\" is no whole number.")
                                                                 : tr("\"%1\" is no number.");
-        result.hint = result.hint.arg(number);
+        result.hint = result.hint.arg(Brief(number));
         return result;
     }
     result.accepted = true;
@@ -330,7 +337,7 @@ ParsedValue FeatureText::Parse(FeatureInfo const &info, FeatureState const &stat
         result.hint = (below   ? tr("%1 is below the range; %2 was taken.")
                        : above ? tr("%1 is above the range; %2 was taken.")
                                : tr("%1 is between two steps; %2 was taken."))
-                          .arg(IsHex(info) ? Value(info, typed) : number, taken);
+                          .arg(IsHex(info) ? Value(info, typed) : Brief(number), taken);
     }
     return result;
 }
@@ -446,6 +453,11 @@ QString FeatureText::Type(FeatureInfo const &info)
     return {};
 }
 
+QString FeatureText::Access(FeatureState const &state)
+{
+    return state.streamLocked ? tr("locked while the picture runs: Stop first") : Access(state.access);
+}
+
 QString FeatureText::Access(FeatureAccess access)
 {
     switch (access) {
@@ -461,6 +473,17 @@ QString FeatureText::Access(FeatureAccess access)
         return tr("read and write");
     }
     return {};
+}
+
+QString FeatureText::Refused(RefusedSetting const &setting)
+{
+    QString const wanted = QString::fromStdString(setting.wanted);
+    QString const value =
+        setting.selectors.empty() ? wanted : tr("%1 at %2").arg(wanted, QString::fromStdString(setting.selectors));
+    QString const why = setting.streamLocked  ? tr("locked while the picture ran")
+                        : setting.status == 0 ? tr("it did not keep the value")
+                                              : Status(setting.status);
+    return tr("the camera refused %1 of the configuration file: %2").arg(value, why);
 }
 
 QString FeatureText::Status(std::int32_t status)

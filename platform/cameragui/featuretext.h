@@ -46,7 +46,9 @@ public:
     static QString Range(TovCam::FeatureInfo const &info, TovCam::FeatureState const &state); // "" where it has none
     static QString Type(TovCam::FeatureInfo const &info);
     static QString Access(TovCam::FeatureAccess access);
-    static QString Status(std::int32_t status); // an error in words, with its number
+    static QString Access(TovCam::FeatureState const &state);      // with what mends a lock
+    static QString Refused(TovCam::RefusedSetting const &setting); // what a configuration file wanted, and why not
+    static QString Status(std::int32_t status);                    // an error in words, with its number
 };
 
 } // namespace TovGui

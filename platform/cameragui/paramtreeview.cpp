@@ -32,16 +32,18 @@ constexpr milliseconds NoticeShown{12000};
 constexpr milliseconds Together{60}; // reads that come due within that time go in one round
 constexpr int RestFactor = 4;        // a round of looking again takes a quarter of the camera's time at most
 
-// One line that is cut rather than widens its panel; the rest is its tooltip.
-class ElidedLabel : public QLabel
+// One line that is cut rather than widens its panel, with the rest in its tooltip; or as many as the text needs.
+class MessageLabel : public QLabel
 {
 public:
     using QLabel::QLabel;
-    void Show(QString const &text)
+    void Show(QString const &text, bool whole)
     {
-        if (text == m_text)
+        if (text == m_text && whole == m_whole)
             return;
         m_text = text;
+        m_whole = whole;
+        setWordWrap(whole);
         setToolTip(text.toHtmlEscaped());
         Fit();
     }
@@ -56,10 +58,11 @@ protected:
 private:
     void Fit()
     {
-        setText(fontMetrics().elidedText(m_text, Qt::ElideRight, contentsRect().width()));
+        setText(m_whole ? m_text : fontMetrics().elidedText(m_text, Qt::ElideRight, contentsRect().width()));
         setAccessibleName(m_text);
     }
     QString m_text;
+    bool m_whole = false;
 };
 
 } // namespace
@@ -78,7 +81,7 @@ struct TovGenParamTreeView::TreeImpl : QObject
     FeatureView *view;
     QLineEdit *search;
     QComboBox *level;
-    ElidedLabel *line;
+    MessageLabel *line;
     QTimer *timer;       // the next moment when something is due; still while the tree is hidden
     QTimer *noticeTimer; // takes the notice away
     QString notice;
@@ -94,6 +97,7 @@ struct TovGenParamTreeView::TreeImpl : QObject
     void OnResults();
     void OnWriteRequested(std::uint32_t feature, TovCam::FeatureValue const &value, bool live);
     void Refilter();
+    void ShowPlaceholder();
     void ApplyExpansion();
     void ApplyState();
     void Plan();
@@ -132,11 +136,11 @@ void TovGenParamTreeView::TreeImpl::Build()
     level->setAccessibleName(tr("Visibility of features"));
     level->setToolTip(tr("How many of the camera's features are shown"));
     level->addItems({tr("Beginner"), tr("Expert"), tr("Guru")});
-    line = new ElidedLabel(widget);
+    line = new MessageLabel(widget);
     line->setObjectName(QStringLiteral("featureMessage"));
     line->setTextFormat(Qt::PlainText);
     line->setContentsMargins(4, 1, 4, 2);
-    line->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    line->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Minimum);
 
     auto *const top = new QHBoxLayout;
     top->setContentsMargins(2, 2, 2, 2);
@@ -253,8 +257,8 @@ void TovGenParamTreeView::TreeImpl::OnResults()
                 QScopedValueRollback<bool> const guard(restoring, true);
                 model->SetFeatures(result.features);
             }
-            view->SetPlaceholder(model->FeatureCount() > 1 ? tr("No feature matches")
-                                                           : tr("The camera describes no features"));
+            view->SetPlaceholder(tr("The camera describes no features"));
+            ShowPlaceholder();
             ApplyExpansion();
             planned = true;
             break;
@@ -300,7 +304,23 @@ void TovGenParamTreeView::TreeImpl::Refilter()
         QScopedValueRollback<bool> const guard(restoring, true);
         model->SetFilter(state.search, state.visibility);
     }
+    ShowPlaceholder();
     ApplyExpansion();
+}
+
+// For a tree without rows: what else could be done to see some.
+void TovGenParamTreeView::TreeImpl::ShowPlaceholder()
+{
+    if (model->FeatureCount() <= 1)
+        return; // it says so already
+    auto const found = model->rowCount() == 0 ? model->FoundAbove() : std::nullopt;
+    if (!found) {
+        view->SetPlaceholder(tr("No feature matches"));
+        return;
+    }
+    QString const where = level->itemText(found->level);
+    view->SetPlaceholder(found->features == 1 ? tr("1 match at %1").arg(where)
+                                              : tr("%1 matches at %2").arg(found->features).arg(where));
 }
 
 // While searching everything that is found is open; otherwise as the user has it.
@@ -443,7 +463,7 @@ void TovGenParamTreeView::TreeImpl::ShowLine()
     QFont font = widget->font();
     font.setBold(!notice.isEmpty());
     line->setFont(font);
-    line->Show(notice.isEmpty() ? model->Summary(view->currentIndex().siblingAtColumn(0)) : notice);
+    line->Show(notice.isEmpty() ? model->Summary(view->currentIndex().siblingAtColumn(0)) : notice, !notice.isEmpty());
 }
 
 TovGenParamTreeView::TovGenParamTreeView(QWidget *parent) : QWidget(parent), m_impl(std::make_unique<TreeImpl>(this))

@@ -3,6 +3,7 @@
 #include "rows.h"
 
 #include <QAbstractItemModelTester>
+#include <QAbstractSpinBox>
 #include <QComboBox>
 #include <QElapsedTimer>
 #include <QLabel>
@@ -43,6 +44,12 @@ TEST(FeatureModelTest, FindsByNameDisplayNameAndDescription)
         model.SetFilter(QString::fromLatin1(text), level);
         EXPECT_EQ(Rows(model), rows) << text;
     }
+    model.SetFilter(QStringLiteral("buffer"), Beginner);
+    auto const above = model.FoundAbove();
+    ASSERT_TRUE(above);
+    EXPECT_EQ(std::pair(above->level, above->features), std::pair(Guru, 1));
+    model.SetFilter(QStringLiteral(".*"), Beginner);
+    EXPECT_FALSE(model.FoundAbove());
     model.SetFilter(QStringLiteral("exposure"), Beginner);
     QPersistentModelIndex const kept = model.index(0, 0, model.index(0, 0));
     model.SetFilter({}, Guru);
@@ -253,6 +260,36 @@ TEST_F(FeatureTreeTest, SlowOrLostCameraLeavesTheWindowAlive)
     m_camera.Hold(true);
     ASSERT_TRUE(QTest::qWaitFor([this] { return m_camera.running == 1; }));
     m_tree.reset(); // would hang here
+}
+
+TEST_F(FeatureTreeTest, TellsWhyAFeatureIsNotAsWanted)
+{
+    Fill();
+    m_tree->resize(220, 700); // a narrow dock
+    auto *const line = m_tree->findChild<QLabel *>(QStringLiteral("featureMessage"));
+    int const oneLine = line->height();
+    Key("Width", Qt::Key_F2);
+    Editor<QAbstractSpinBox>()->findChild<QLineEdit *>()->setText(QStringLiteral("123456789"));
+    QTest::keyClick(Editor(), Qt::Key_Return);
+    EXPECT_TRUE(Says("123456789 is above the range; 2048 was taken."));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return line->height() >= line->heightForWidth(line->width()); }));
+    EXPECT_EQ(line->text(), line->accessibleName());
+    EXPECT_GT(line->height(), oneLine);
+
+    m_camera.With(m_sample.width, [](auto &state) {
+        state.access = FeatureAccess::ReadOnly;
+        state.streamLocked = true;
+    });
+    m_camera.With(m_sample.gain, [](auto &state) {
+        state.refused.push_back({"Gain", "GainSelector=Red", "90", "5", TOV_CAM_ERR_GENICAM_OUT_OF_RANGE});
+    });
+    m_view->setCurrentIndex(Find("Gain"));
+    EXPECT_TRUE(Says("refused 90 at GainSelector=Red of the configuration file: The value is out of range"));
+    auto *const model = static_cast<FeatureModel *>(m_view->model());
+    EXPECT_EQ(model->MarkOf(Find("Gain")), FeatureModel::Mark::Warning);
+    EXPECT_TRUE(Find("Gain").data(Qt::ToolTipRole).toString().contains(QStringLiteral("GainSelector=Red")));
+    m_view->setCurrentIndex(Find("Width"));
+    EXPECT_TRUE(Says("Width: locked while the picture runs: Stop first"));
 }
 
 TEST_F(FeatureTreeTest, ViewStateComesBackAndSearchLeavesItAlone)
