@@ -164,8 +164,6 @@ void LogFiles::SetState(NoticeLevel level, QString const &text)
 {
     if (m_state.level == level && m_state.text == text)
         return;
-    if (!text.isEmpty() && level != NoticeLevel::Info)
-        TovLog::Warning(0, "%s", qPrintable(text));
     m_state = {level, text};
     Tell();
 }
@@ -198,11 +196,13 @@ LogFiles::Words LogFiles::Compose() const
                                         : tr("Keeping the unsaved log: %1 % of %2 lines");
         texts += form.arg(percent).arg(Number(job.write->Count()));
     }
-    for (Words const *const words : {&m_result, &m_state}) {
-        if (words->text.isEmpty() || (words == &m_result && !texts.isEmpty()))
-            continue;
-        texts += words->text;
-        level = std::max(level, words->level);
+    if (texts.isEmpty() && !m_result.text.isEmpty()) {
+        texts += m_result.text;
+        level = m_result.level;
+    }
+    if (!m_state.text.isEmpty()) {
+        texts.prepend(m_state.text);
+        level = std::max(level, m_state.level);
     }
     return {level, texts.join(QStringLiteral("; "))};
 }

@@ -4,6 +4,7 @@
 #include "logfiles.h"
 #include "memoryroom.h"
 #include "qttovlogmodel.h"
+#include "tovlog.h"
 
 #include <QFile>
 #include <QFileDialog>
@@ -88,6 +89,7 @@ void LogWatch::Look()
                                                                      : tr("less than a tenth of the memory is left");
         emit memoryShort();
         m_ended = tr("Logging was switched off: %1. Save the lines, then clear them").arg(why);
+        TovLog::Warning(0, "%s", qPrintable(m_ended));
     }
     Tell();
 }
@@ -163,7 +165,7 @@ QString LogWatch::Report() const
     QString text = tr("Lines: %1. Packets missing from them: %2.")
                        .arg(Number(static_cast<std::uint64_t>(m_model->rowCount())), Number(missing));
     if (missing > 0)
-        text += QLatin1Char('\n') + tr("They came faster than they could be read, or a capture has cut them short. "
+        text += QLatin1Char('\n') + tr("They came faster than they could be read, or a capture has cut them short.\n"
                                        "Fewer channels, or a slower camera, bring fewer packets.");
     if (!m_ended.isEmpty())
         text += QLatin1Char('\n') + m_ended + QLatin1Char('.');
