@@ -15,26 +15,30 @@
 #include "rigtestplugin.h"
 #include "session.h"
 #include "statisticspanel.h"
+#include "tovlog.h"
 #include "tovscopeexception.h"
 
 #include "tovcamera.h"
 #include "tovcameragui.h"
 #include "tovdisplay.h"
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
 #include <QCursor>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QHeaderView>
+#include <QLineEdit>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPointer>
-#include <QScreen>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QTableView>
 
 #include <algorithm>
 #include <exception>
@@ -134,6 +138,7 @@ GuiManager::GuiManager(ManagedWindow *window) : m_window(window)
 
 GuiManager::~GuiManager()
 {
+    m_closed = true;
     cameraDisconnect();
     delete m_inspectView; // where the disconnection had to wait for a message: it looks at the session's display
     delete m_session;
@@ -290,6 +295,7 @@ bool GuiManager::CreateSession(TovCam::Device *device)
                      0);
         return false;
     }
+    m_closed = false;
     try {
         // Only now that the new camera has proved readable does the one in use go.
         cameraDisconnect();
@@ -300,6 +306,8 @@ bool GuiManager::CreateSession(TovCam::Device *device)
         connect(session, &Session::signalSessionStateError, this, &GuiManager::sessionStateError);
         connect(session, &Session::signalCameraDisconnected, this, &GuiManager::sessionCameraDisconnected);
         connect(session->GetDisplayView(), &DisplayView::inspectionRequested, this, &GuiManager::inspect);
+        connect(session->GetDisplayView(), &DisplayView::pointerLeft, this,
+                [this] { m_window->clearCoordinatesAndValue(); });
         return true;
     } catch (TovScopeException const &exception) {
         DisplayError(QString::fromUtf8(exception.what()), exception.GetCode());
@@ -326,13 +334,31 @@ void GuiManager::Remove(Panel *&panel)
 {
     if (!panel)
         return;
-    panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
+    if (!m_statesSaved)
+        panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
     panel->CheckActionMenu(panel->GetActionName(), false); // hiding it would be remembered as the operator's wish
     delete std::exchange(panel, nullptr);
 }
 
+// What no text of a panel names, parts of Qt's own widgets included.
+static void nameParts(PlayerPanel *panel)
+{
+    for (QAbstractScrollArea *const view : panel->findChildren<QAbstractScrollArea *>()) {
+        if (view->accessibleName().isEmpty() && !qobject_cast<QHeaderView *>(view))
+            view->setAccessibleName(panel->accessibleName());
+    }
+    for (QAbstractButton *const button : panel->findChildren<QAbstractButton *>()) {
+        if (!button->text().isEmpty() || !button->accessibleName().isEmpty())
+            continue;
+        bool const ofTable = qobject_cast<QTableView *>(button->parent()) != nullptr;
+        if (ofTable || qobject_cast<QLineEdit *>(button->parent()))
+            button->setAccessibleName(ofTable ? GuiManager::tr("Select all") : GuiManager::tr("Clear"));
+    }
+}
+
 bool GuiManager::CreatePanels()
 {
+    m_statesSaved = false;
     if (!m_parameterPanel) {
         m_parameterPanel = new CamGenParamPanelImpl(MainWindow());
         m_parameterPanel->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -369,6 +395,10 @@ bool GuiManager::CreatePanels()
     }
     if (!m_window->GetRigTest())
         MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
+    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_logPanel,
+                                                                         m_statisticsPanel, m_histogramPanel})
+        nameParts(panel);
+    ReopenInspection();
     if (DisplayView *const display = CurrentDisplay())
         display->setFocus(); // its keys work at once
     return true;
@@ -378,16 +408,9 @@ void GuiManager::ClosePanels()
 {
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
-    if (m_session) {
-        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
-                 m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
-            if (panel)
-                panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
-        }
-    }
     // While the docks still exist.
-    QByteArray const places = MainWindow()->saveState(StateVersion);
-    m_window->GetGlobalSettings()->setValue(StateKey, places);
+    if (!m_statesSaved)
+        SaveStates();
     Remove(m_capturePanel);
     Remove(m_parameterPanel);
     Remove(m_logPanel);
@@ -397,11 +420,47 @@ void GuiManager::ClosePanels()
     Remove(m_inspectView);
     Remove(m_histogramPanel);
     // A floating dock leaves as a hidden one, and the window's next saveState would say so.
-    MainWindow()->restoreState(places, StateVersion);
+    MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
+}
+
+void GuiManager::SaveStates()
+{
+    if (m_session) {
+        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
+                 m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
+            if (panel)
+                panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
+        }
+    }
+    m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
+}
+
+void GuiManager::Close()
+{
+    m_closed = true;
+    if (!m_session)
+        return;
+    SaveStates();
+    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
+             m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
+        if (panel)
+            panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
+    }
+    m_statesSaved = true;
+    m_session->SaveSettings();
+    m_window->GetGlobalSettings()->sync();
+    m_session->GetSettings()->sync();
+    if (m_session->GetState() == SessionStateCapturing)
+        emit m_session->signalStopCapturing(); // files first: the camera may take long
+    cameraDisconnect();
 }
 
 void GuiManager::ShowCritical(QString const &text)
 {
+    if (m_closed) {
+        TovLog::Error(0, "GuiManager: %s", qPrintable(text));
+        return;
+    }
     if (QApplication::overrideCursor()) // nothing waits while the operator is asked
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
     QMessageBox::critical(MainWindow(), QCoreApplication::applicationName(), text, QMessageBox::Ok);
@@ -531,12 +590,7 @@ void GuiManager::viewPlayerPanel()
     PlayerPanel *const panel = action ? PlayerPanel::GetPanel(action->objectName()) : nullptr;
     if (!panel)
         return;
-    if (panel->isVisible()) {
-        panel->hide();
-    } else {
-        panel->show();
-        panel->raise(); // from behind the other tabs of its place
-    }
+    panel->ShowOrHide();
 }
 
 void GuiManager::inspect(QPoint position, QPoint pixel)
@@ -547,7 +601,7 @@ void GuiManager::inspect(QPoint position, QPoint pixel)
 void GuiManager::viewInspection()
 {
     if (m_inspectView) {
-        m_inspectView->setVisible(!m_inspectView->isVisible());
+        m_inspectView->ShowOrHide();
         return;
     }
     DisplayView *const display = CurrentDisplay();
@@ -560,6 +614,21 @@ void GuiManager::viewInspection()
         pixel = display->PixelAt(position);
     }
     OpenInspection(position, pixel);
+}
+
+// Where it was when the last camera went.
+void GuiManager::ReopenInspection()
+{
+    DisplayView *const display = CurrentDisplay();
+    if (!display || m_inspectView || !InspectView::WasOpen(m_window->GetGlobalSettings()))
+        return;
+    TovDisplay *const renderer = display->GetRenderer();
+    m_inspectView = new InspectView(MainWindow(), renderer ? renderer->GetComponent() : nullptr, QPoint(), 0, 0);
+    Introduce(m_inspectView);
+    m_inspectView->JoinDisplay(display);
+    m_inspectView->setAttribute(Qt::WA_ShowWithoutActivating);
+    m_inspectView->show();
+    m_inspectView->setAttribute(Qt::WA_ShowWithoutActivating, false);
 }
 
 // Without a pixel it shows the middle of the image.
@@ -575,12 +644,6 @@ void GuiManager::OpenInspection(QPoint position, std::optional<QPoint> pixel)
             new InspectView(MainWindow(), renderer ? renderer->GetComponent() : nullptr, position, at.x(), at.y());
         Introduce(m_inspectView); // its size is kept; its place is the pointer's
         m_inspectView->JoinDisplay(display);
-    }
-    if (QScreen const *const screen = QGuiApplication::screenAt(position)) {
-        QRect const area = screen->availableGeometry();
-        QSize const size = m_inspectView->size();
-        position.setX(std::max(area.left(), std::min(position.x(), area.right() + 1 - size.width())));
-        position.setY(std::max(area.top(), std::min(position.y(), area.bottom() + 1 - size.height())));
     }
     m_inspectView->move(position);
     if (pixel)
@@ -638,6 +701,8 @@ void GuiManager::updateGui()
 
     // A session whose machine has not started yet has a state beyond the table: nothing may be used then.
     bool const known = state >= SessionStateDisconnected && state <= SessionStateCapturing;
+    if (state != SessionStateAcquisition && state != SessionStateCapturing)
+        m_window->clearCoordinatesAndValue();                    // of a picture that stands still or has gone
     QPointer<QWidget> const focus = MainWindow()->focusWidget(); // an editor may go meanwhile
     bool const focused = focus && focus->isEnabled();
     auto const menus = MainWindow()->menuBar()->findChildren<QMenu *>();

@@ -43,6 +43,9 @@ public:
     // The panels around the current session; they go before it does.
     bool CreatePanels();
     void ClosePanels();
+    // The main window has just been closed and is about to hide: ends a recording and the session, with what would be
+    // asked or told going to the log alone. What a camera that does not answer could hold up has been stored before.
+    void Close();
     // Opens the first camera there is and lets the plug-in drive the program.
     void ConnectAndRunAutoEvaluation();
     // The current session, null when no camera is open.
@@ -69,7 +72,7 @@ public slots:
     void zoomFitToWnd();
     void zoomSpreadToWnd();
     void centerImage();
-    // Of the sending action: shows its panel if it is hidden, hides it if it is visible.
+    // Of the sending action: hides its panel if it can be seen, and else shows it in front of what covers it.
     void viewPlayerPanel();
     // Opens an inspection view of that pixel at that point of the screen, or brings the open one there.
     void inspect(QPoint position, QPoint pixel);
@@ -93,6 +96,8 @@ private:
     void Introduce(PlayerPanel *panel); // a new panel to the session
     void FinishEditing();               // what is being typed in the capture panel counts
     void LoadState(PlayerPanel *panel);
+    void SaveStates(); // of all panels
+    void ReopenInspection();
     void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
     void OpenConfiguration(QString const &path);
     QString ConfigurationPlace(QString const &fileName) const;
@@ -114,4 +119,6 @@ private:
     int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them
     bool m_lossOnScreen = false;                   // the message about a lost camera is open
+    bool m_closed = false;                         // the window: nobody is there to read a message
+    bool m_statesSaved = false;                    // while the window still stood; now floating panels are hidden
 };

@@ -5,6 +5,26 @@
 #include <QScreen>
 #include <QString>
 
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+constexpr std::chrono::milliseconds LongestEnd{2500};
+
+// A camera or a file system that does not answer must not keep a process without a window. By then all settings are
+// stored, and the recording was the first to be ended.
+void EndInAnyCase()
+{
+    std::thread([] {
+        std::this_thread::sleep_for(LongestEnd);
+        std::_Exit(EXIT_SUCCESS);
+    }).detach();
+}
+
+} // namespace
+
 int main(int argc, char **argv)
 {
     TovLog4Cpp_configure("tovscopelog.property", "TOVSCP");
@@ -26,6 +46,12 @@ int main(int argc, char **argv)
     bool const attended = !(rigTest && autoRun);
     if (attended && (window.width() > room.width() || window.height() > room.height()))
         window.setWindowState(window.windowState() | Qt::WindowMaximized);
+    // Not when the last window closes: floating panels and dialogs would keep the program.
+    QApplication::setQuitOnLastWindowClosed(false);
+    QObject::connect(&window, &TovScope::closed, &application, [] {
+        EndInAnyCase();
+        QCoreApplication::quit();
+    });
     window.show();
     return QApplication::exec();
 }

@@ -12,6 +12,10 @@ public:
     virtual QSettings *GetGlobalSettings() = 0; // never null
     virtual RigTestPlugin *GetRigTest() = 0;    // null in normal use
     virtual void ForgetRigTest() = 0;
+    // There is no pixel under the pointer any more.
+    virtual void clearCoordinatesAndValue()
+    {
+    }
 
 protected:
     ~ManagedWindow() = default;

@@ -1,18 +1,28 @@
 #include "tovscope.h"
 
 #include "bwtesting.h"
+#include "guide.h"
 #include "noticebar.h"
+#include "noticeboard.h"
 
+#include <QAbstractButton>
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QLabel>
+#include <QPainter>
 #include <QPluginLoader>
+#include <QShortcut>
+#include <QTimer>
+
+#include <chrono>
+#include <utility>
 
 namespace {
 
 QString const GeometryKey = QStringLiteral("wndGeometry");
 QString const StateKey = QStringLiteral("wndState");
 constexpr int StateVersion = 0;
+constexpr std::chrono::seconds LongestTip{8};
 
 } // namespace
 
@@ -31,6 +41,9 @@ TovScope::TovScope(QWidget *parent, bool rigTest, bool autoRun) : QMainWindow(pa
     if (rigTest)
         LoadRigTestPlugin();
     InitGuiManager();
+    MakeKeys();
+    NameWidgets();
+    m_ui.centralWidget->installEventFilter(this);
     readSettings();
     if (rigTest && autoRun)
         m_manager.ConnectAndRunAutoEvaluation();
@@ -43,12 +56,14 @@ bool TovScope::AddDisplayWidget(QWidget *widget)
 {
     widget->setParent(m_ui.centralWidget);
     m_ui.centralLayout->addWidget(widget, 0, Qt::Alignment());
+    m_ui.centralWidget->update();
     return true;
 }
 
 bool TovScope::RemoveDisplayWidget(QWidget *widget)
 {
     m_ui.centralLayout->removeWidget(widget);
+    m_ui.centralWidget->update();
     return true;
 }
 
@@ -104,10 +119,51 @@ void TovScope::setCoordinatesAndValue(int x, int y, int r, int g, int b)
         m_value->setText(QStringLiteral("%1x%2x%3").arg(r).arg(g).arg(b));
 }
 
+void TovScope::clearCoordinatesAndValue()
+{
+    if (!m_coordinates || !m_value)
+        return;
+    m_coordinates->clear();
+    m_value->clear();
+}
+
 void TovScope::closeEvent(QCloseEvent *event)
 {
     writeSettings();
     QMainWindow::closeEvent(event);
+    if (!event->isAccepted())
+        return;
+    emit closed();
+    m_manager.Close();
+}
+
+void TovScope::changeEvent(QEvent *event)
+{
+    QMainWindow::changeEvent(event);
+    // A dialog that a button has opened takes the pointer away without the button's hearing of it.
+    if (event->type() == QEvent::ActivationChange && !isActiveWindow())
+        m_ui.statusBar->clearMessage();
+}
+
+bool TovScope::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_ui.centralWidget && event->type() == QEvent::Paint && m_ui.centralLayout->isEmpty())
+        PaintFirstSteps();
+    return QMainWindow::eventFilter(watched, event);
+}
+
+// Where the picture will be.
+void TovScope::PaintFirstSteps()
+{
+    QPainter painter(m_ui.centralWidget);
+    QFont font = m_ui.centralWidget->font();
+    font.setPointSizeF(font.pointSizeF() * 1.25);
+    painter.setFont(font);
+    QColor colour = palette().color(QPalette::WindowText);
+    colour.setAlphaF(0.75);
+    painter.setPen(colour);
+    painter.drawText(m_ui.centralWidget->rect().adjusted(20, 20, -20, -20), Qt::AlignCenter | Qt::TextWordWrap,
+                     m_ui.centralWidget->accessibleDescription());
 }
 
 void TovScope::LoadRigTestPlugin()
@@ -153,7 +209,6 @@ void TovScope::InitGuiManager()
          {m_ui.actionGenICamTree, m_ui.actionLog, m_ui.actionCapture, m_ui.actionStatistics, m_ui.actionHistogramPanel})
         handle(action, &GuiManager::viewPlayerPanel);
     handle(m_ui.actionInspectionView, &GuiManager::viewInspection);
-    m_ui.actionInspectionView->setShortcut(QKeySequence(QStringLiteral("Ctrl+I")));
     m_manager.updateGui();
 }
 
@@ -171,9 +226,98 @@ void TovScope::writeSettings()
     settings->setValue(StateKey, saveState(StateVersion));
 }
 
+// Keys of the window, which floating panels share with it. No text of a menu tells them: the tooltips do.
+void TovScope::MakeKeys()
+{
+    using Name = char const *;
+    std::pair<Name, QAction *> const keys[] = {
+        {"Ctrl+N", m_ui.actionConnect},
+        {"Ctrl+Shift+N", m_ui.actionDisconnect},
+        {"Ctrl+O", m_ui.actionLoadConfiguration},
+        {"Ctrl+S", m_ui.actionSaveConfiguration},
+        {"Ctrl+Shift+S", m_ui.actionSaveConfigurationAs},
+        {"Ctrl+Q", m_ui.actionExit},
+        {"F5", m_ui.actionPlay},
+        {"Shift+F5", m_ui.actionStop},
+        {"Ctrl+R", m_ui.actionRecord},
+        {"Ctrl+Shift+R", m_ui.actionSnap},
+        {"Ctrl+T", m_ui.actionTestBandwidth},
+        {"Ctrl+Shift+I", m_ui.actionCameraInformation},
+        {"Alt+1", m_ui.actionGenICamTree},
+        {"Alt+2", m_ui.actionLog},
+        {"Alt+3", m_ui.actionCapture},
+        {"Alt+4", m_ui.actionStatistics},
+        {"Alt+5", m_ui.actionInspectionView},
+        {"Alt+6", m_ui.actionHistogramPanel},
+        {"Ctrl++", m_ui.actionZoomIn},
+        {"Ctrl+-", m_ui.actionZoomOut},
+        {"Ctrl+0", m_ui.actionFitToWindow},
+        {"Ctrl+1", m_ui.actionActualSize},
+    };
+    for (auto const &[text, action] : keys) {
+        QKeySequence const sequence(QString::fromLatin1(text));
+        AddKey(sequence, action);
+        action->setToolTip(
+            QStringLiteral("%1 (%2)").arg(action->toolTip(), sequence.toString(QKeySequence::NativeText)));
+    }
+    AddKey(QKeySequence(QStringLiteral("Ctrl+=")), m_ui.actionZoomIn); // plus without Shift
+    AddKey(QKeySequence(QStringLiteral("Ctrl+I")), m_ui.actionInspectionView);
+    for (QMenu *const menu : {m_ui.menuFile, m_ui.menuCamera, m_ui.menuView, m_ui.menuDisplay})
+        menu->setToolTipsVisible(true);
+
+    // The first menu has a mnemonic. Letters that panels have for theirs are not to be had.
+    std::pair<Name, QMenu *> const menus[] = {
+        {"Alt+A", m_ui.menuCamera}, {"Alt+W", m_ui.menuView}, {"Alt+D", m_ui.menuDisplay}, {"Alt+H", m_ui.menuHelp}};
+    for (auto const &[text, menu] : menus)
+        connect(new QShortcut(QKeySequence(QString::fromLatin1(text)), this), &QShortcut::activated, menu,
+                [this, menu = menu] { m_ui.menuBar->setActiveAction(menu->menuAction()); });
+    connect(new QShortcut(QKeySequence(Qt::Key_F1), this), &QShortcut::activated, this, &Guide::Open);
+    m_ui.centralWidget->setAccessibleDescription(
+        tr("No camera is connected.\n\nConnect (Ctrl+N) lists the cameras.\n"
+           "Load configuration (Ctrl+O) opens the camera of a file.\nThe guide: F1"));
+}
+
+void TovScope::AddKey(QKeySequence const &keys, QAction *action)
+{
+    auto *const shortcut = new QShortcut(keys, this);
+    shortcut->setAutoRepeat(action == m_ui.actionZoomIn || action == m_ui.actionZoomOut);
+    // An action that is triggered does not ask itself whether it may be used.
+    connect(shortcut, &QShortcut::activated, action, [action] {
+        if (action->isEnabled())
+            action->trigger();
+    });
+}
+
+// For those who do not see the icons.
+void TovScope::NameWidgets()
+{
+    for (QToolBar *const bar : {m_ui.toolBarFile, m_ui.toolBarDisplay, m_ui.toolBarView}) {
+        bar->setAccessibleName(bar->windowTitle());
+        for (QAction *const action : bar->actions())
+            bar->widgetForAction(action)->setAccessibleName(action->text().remove(QLatin1Char('&')));
+        auto *const more = bar->findChild<QAbstractButton *>(QStringLiteral("qt_toolbar_ext_button"));
+        if (more)
+            more->setAccessibleName(tr("More of %1").arg(bar->windowTitle()));
+    }
+    m_ui.menuBar->setAccessibleName(tr("Menus"));
+    if (auto *const more = m_ui.menuBar->findChild<QAbstractButton *>(QStringLiteral("qt_menubar_ext_button")))
+        more->setAccessibleName(tr("More menus"));
+    m_ui.statusBar->setAccessibleName(tr("Status"));
+    m_ui.centralWidget->setAccessibleName(tr("Picture"));
+}
+
 void TovScope::adjustStatusBar()
 {
     m_ui.statusBar->addWidget(new NoticeBar(this), 1);
+    m_tipTime = new QTimer(this);
+    m_tipTime->setSingleShot(true);
+    connect(m_tipTime, &QTimer::timeout, m_ui.statusBar, &QStatusBar::clearMessage);
+    connect(m_ui.statusBar, &QStatusBar::messageChanged, this, [this](QString const &tip) {
+        if (!tip.isEmpty())
+            m_tipTime->start(LongestTip);
+    });
+    // It lies where the notices are.
+    connect(&NoticeBoard::Instance(), &NoticeBoard::changed, m_ui.statusBar, &QStatusBar::clearMessage);
     auto const addField = [this](QString const &widest) {
         auto *const label = new QLabel(this);
         label->setAlignment(Qt::AlignRight);
@@ -183,4 +327,6 @@ void TovScope::adjustStatusBar()
     };
     m_coordinates = addField(QStringLiteral("0000x0000"));
     m_value = addField(QStringLiteral("00000x00000x00000"));
+    m_coordinates->setAccessibleName(tr("Pixel under the pointer"));
+    m_value->setAccessibleName(tr("Value of the pixel under the pointer"));
 }

@@ -13,7 +13,9 @@
 
 #include <atomic>
 
+class QKeySequence;
 class QLabel;
+class QTimer;
 
 class TovScope : public QMainWindow, public ManagedWindow
 {
@@ -32,6 +34,7 @@ public:
     QSettings *GetGlobalSettings() override;
     RigTestPlugin *GetRigTest() override;
     void ForgetRigTest() override;
+    void clearCoordinatesAndValue() override;
     GuiManager &GetGuiManager();
 
     // Forgets the plug-in; its object stays loaded.
@@ -43,8 +46,14 @@ public:
 public slots:
     void setCoordinatesAndValue(int x, int y, int r, int g, int b) override;
 
+signals:
+    // The window closes, and with it the session; floating panels and dialogs may still be open.
+    void closed();
+
 protected:
     void closeEvent(QCloseEvent *event) override;
+    void changeEvent(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void LoadRigTestPlugin();
@@ -52,6 +61,10 @@ private:
     void readSettings();
     void writeSettings();
     void adjustStatusBar();
+    void MakeKeys();
+    void AddKey(QKeySequence const &keys, QAction *action);
+    void NameWidgets();
+    void PaintFirstSteps();
 
     // The manager goes first: closing a session needs the settings and the form.
     Ui_TovScopeClass m_ui;
@@ -59,4 +72,5 @@ private:
     GuiManager m_manager;
     QLabel *m_coordinates = nullptr;
     QLabel *m_value = nullptr;
+    QTimer *m_tipTime = nullptr; // ends a status tip that nothing else has ended
 };

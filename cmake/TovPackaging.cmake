@@ -9,6 +9,9 @@ foreach(size 48 128 256)
             RENAME com.velmor.TovScope.png)
 endforeach()
 install(FILES packaging/60-tovscope.rules DESTINATION lib/udev/rules.d)
+# Where F1 looks for it, with what it refers to.
+install(FILES docs/guide.md docs/tcfg.md docs/formats.md DESTINATION ${CMAKE_INSTALL_DATADIR}/tovscope/docs)
+install(DIRECTORY docs/images DESTINATION ${CMAKE_INSTALL_DATADIR}/tovscope/docs)
 
 # A project that holds this one makes packages of its own.
 if(NOT PROJECT_IS_TOP_LEVEL)

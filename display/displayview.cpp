@@ -97,6 +97,7 @@ DisplayView::DisplayView(QMainWindow *window, GrabbingFifo *fifo)
     setMinimumSize(160, 120);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     viewport()->setMouseTracking(true);
+    setAccessibleName(tr("Live picture"));
 
     std::int32_t const status = m_display ? m_display->Initialize(this, "auto", 0) : -1;
     if (status != 0)
@@ -350,8 +351,10 @@ bool DisplayView::IsImageSolid(_TovImage const *image)
 void DisplayView::sendMouseMoved(int x, int y)
 {
     _TovImage const *const image = m_lastImage;
-    if (!image || x < 0 || y < 0 || std::uint32_t(x) >= image->width || std::uint32_t(y) >= image->height)
+    if (!image || x < 0 || y < 0 || std::uint32_t(x) >= image->width || std::uint32_t(y) >= image->height) {
+        emit pointerLeft();
         return;
+    }
     Colours const colours = ReadPixel(*image, x, y);
     emit mouseMoved(x, y, colours.r, colours.g, colours.b);
 }
@@ -613,6 +616,7 @@ bool DisplayView::viewportEvent(QEvent *event)
     case QEvent::Leave:
     case QEvent::Hide:
         m_pointer.reset();
+        emit pointerLeft();
         break;
     default:
         break;

@@ -82,6 +82,7 @@ public:
 
 signals:
     void mouseMoved(int x, int y, int r, int g, int b);
+    void pointerLeft(); // the picture, or the view
     // A double click on the picture: where on the screen, and on which pixel.
     void inspectionRequested(QPoint global, QPoint pixel);
 

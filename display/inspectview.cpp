@@ -8,13 +8,16 @@
 #include <QEvent>
 #include <QKeyEvent>
 #include <QMainWindow>
+#include <QSettings>
 #include <QThread>
 
 #include <algorithm>
 
 namespace {
 
-constexpr int Period = 1000; // milliseconds
+constexpr int Period = 1000;                         // milliseconds
+QString const Group = QStringLiteral("InspectView"); // its object name
+QString const OpenKey = QStringLiteral("open");
 
 QEvent::Type FirstFrameEvent()
 {
@@ -65,6 +68,7 @@ InspectView::InspectView(QMainWindow *window, TovComponent *mainDisplay, QPoint 
     delete widget();
     setWidget(m_displayWidget);
     setFocusProxy(m_displayWidget);
+    m_displayWidget->setAccessibleName(tr("Part of the picture"));
     if (m_display && m_display->Initialize(m_displayWidget, "auto", 0) != 0) {
         TovDisplay::DeleteComponent(m_display);
         m_display = nullptr; // an empty window stays
@@ -89,6 +93,17 @@ InspectView::~InspectView()
     m_displayWidget->removeEventFilter(this);
     if (m_display)
         TovDisplay::DeleteComponent(m_display);
+}
+
+bool InspectView::SaveStateToGlobalSettings(QSettings *settings)
+{
+    settings->setValue(Group + QLatin1Char('/') + OpenKey, isVisible());
+    return PlayerPanel::SaveStateToGlobalSettings(settings);
+}
+
+bool InspectView::WasOpen(QSettings *settings)
+{
+    return settings->value(Group + QLatin1Char('/') + OpenKey).toBool();
 }
 
 void InspectView::JoinDisplay(DisplayView *display)

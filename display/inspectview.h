@@ -48,6 +48,10 @@ public:
     // Also while frames run.
     ~InspectView() override;
 
+    // With whether it is open, which the window's layout does not know.
+    bool SaveStateToGlobalSettings(QSettings *settings) override;
+    static bool WasOpen(QSettings *settings);
+
     // Takes a place in that view's list; the view outlives this one.
     void JoinDisplay(DisplayView *display);
     // Puts that pixel of the image into the middle, as far as the picture's edges let it; at the first frame when

@@ -6,7 +6,11 @@
 
 #include "tovcamera.h"
 
+#include <QAction>
 #include <QMainWindow>
+#include <QScreen>
+#include <QShowEvent>
+#include <QToolBar>
 
 #include <algorithm>
 #include <climits>
@@ -76,9 +80,11 @@ HistogramPanel::HistogramPanel(QMainWindow *window)
     connect(rowSpin, qOverload<double>(&QDoubleSpinBox::valueChanged), this, &HistogramPanel::DoRowSpin);
     connect(colSpin, qOverload<double>(&QDoubleSpinBox::valueChanged), this, &HistogramPanel::DoColSpin);
 
+    hide(); // floating it would show it, before it has its place
     setFloating(true);
     m_mainWindow->addDockWidget(Qt::RightDockWidgetArea, this);
-    move(m_mainWindow->geometry().topRight() - QPoint(width(), 0)); // until it has a place of its own
+    PlaceBesideToolbars();
+    show();
 }
 
 HistogramPanel::~HistogramPanel()
@@ -394,6 +400,44 @@ void HistogramPanel::FitToTexts()
     QWidget *const contents = Ui::HistogramPanel::widget;
     if (int const wanted = contents->minimumSizeHint().width(); wanted > minimumWidth())
         setMinimumWidth(wanted);
+}
+
+void HistogramPanel::showEvent(QShowEvent *event)
+{
+    if (!event->spontaneous() && isFloating() && pos() == m_firstPlace)
+        PlaceBesideToolbars();
+    PlayerPanel::showEvent(event);
+}
+
+// Below them at the window's right; where the screen is too low for that, beside the button that has opened it.
+void HistogramPanel::PlaceBesideToolbars()
+{
+    SettleLayout();
+    QRect const window = m_mainWindow->frameGeometry();
+    QRect button;
+    int top = window.top();
+    for (QToolBar const *bar : m_mainWindow->findChildren<QToolBar *>()) {
+        if (!bar->isVisible() || m_mainWindow->toolBarArea(const_cast<QToolBar *>(bar)) != Qt::TopToolBarArea)
+            continue;
+        top = std::max(top, bar->mapToGlobal(bar->rect().bottomLeft()).y() + 1);
+        for (QAction *const action : bar->actions()) {
+            QWidget const *const widget = bar->widgetForAction(action);
+            if (widget && widget->isVisible() && action->objectName() == GetActionName())
+                button = QRect(widget->mapToGlobal(QPoint()), widget->size());
+        }
+    }
+    QRect const room = m_mainWindow->screen()->availableGeometry();
+    QSize const size = frameGeometry().size().boundedTo(room.size());
+    int x = std::clamp(window.right() + 1 - size.width(), room.x(), room.right() + 1 - size.width());
+    int const y = std::min(top, room.bottom() + 1 - size.height());
+    if (!button.isNull() && QRect(QPoint(x, y), size).intersects(button)) {
+        if (room.right() - button.right() >= size.width())
+            x = button.right() + 1;
+        else if (button.left() - room.left() >= size.width())
+            x = button.left() - size.width();
+    }
+    move(x, y);
+    m_firstPlace = pos();
 }
 
 void HistogramPanel::resizeEvent(QResizeEvent *event)

@@ -38,6 +38,7 @@ public slots:
 protected:
     void resizeEvent(QResizeEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
+    void showEvent(QShowEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
@@ -51,6 +52,7 @@ private:
     void CountPixels();
     void FitToTexts();
     void PlaceGroups();
+    void PlaceBesideToolbars();
 
     ComplexHisto m_histo;
     BayerHelper2 m_bayer;
@@ -67,4 +69,5 @@ private:
     HistoThresholds m_thresholds{};
     std::uint32_t m_sensorClass = 0;
     std::int64_t m_familyId = 0;
+    QPoint m_firstPlace; // on the screen, until it has one of its own
 };

@@ -4,19 +4,24 @@
 
 #include "tovmisc.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QGroupBox>
+#include <QGuiApplication>
+#include <QLayout>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
+#include <QScreen>
 #include <QSettings>
 #include <QTableView>
 #include <QTimer>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -56,6 +61,7 @@ PlayerPanel::PlayerPanel(QMainWindow *window, QString const &actionName, int tim
         m_timer->start(timerPeriod);
     }
     connect(this, &PlayerPanel::enableControl, this, &PlayerPanel::enableControlSlot);
+    connect(this, &QWidget::windowTitleChanged, this, &QWidget::setAccessibleName);
     std::lock_guard const lock(s_registryMutex);
     s_panels[this] = this;
 }
@@ -346,6 +352,67 @@ void PlayerPanel::enableControlSlot(QObject *w, bool e)
         widget->setEnabled(e);
 }
 
+bool PlayerPanel::CanBeSeen() const
+{
+    if (!isVisible() || window()->isMinimized())
+        return false;
+    if (!isWindow())
+        return !visibleRegion().isEmpty(); // a tab behind another one lies outside of the window
+    // Only this platform tells what lies upon a window.
+    if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        return true;
+    QRect const inner = rect().adjusted(width() / 8, height() / 8, -width() / 8, -height() / 8);
+    QPoint const points[] = {inner.center(), inner.topLeft(), inner.topRight(), inner.bottomLeft(),
+                             inner.bottomRight()};
+    return std::any_of(std::begin(points), std::end(points),
+                       [this](QPoint point) { return QApplication::topLevelAt(mapToGlobal(point)) == this; });
+}
+
+void PlayerPanel::ShowOrHide()
+{
+    if (CanBeSeen()) {
+        hide();
+        return;
+    }
+    if (isWindow())
+        setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise(); // from behind the other tabs of its place
+    if (isWindow()) {
+        KeepOnScreen();
+        activateWindow();
+    }
+    CheckActionMenu(m_actionName, true); // the click on the action of an open panel has unchecked it
+}
+
+void PlayerPanel::SettleLayout()
+{
+    auto const parts = findChildren<QWidget *>();
+    for (auto part = parts.rbegin(); part != parts.rend(); ++part) { // inner ones first
+        if (QLayout *const inner = (*part)->layout())
+            inner->activate();
+    }
+    layout()->activate();
+}
+
+void PlayerPanel::KeepOnScreen()
+{
+    if (!isWindow())
+        return;
+    SettleLayout();
+    QRect const frame = frameGeometry();
+    QScreen const *screen = QGuiApplication::screenAt(frame.center());
+    if (!screen)
+        screen = QGuiApplication::screenAt(frame.topLeft());
+    QRect const room = (screen ? screen : m_mainWindow->screen())->availableGeometry();
+    QSize const decoration = frame.size() - size();
+    setMinimumSize(minimumSize().boundedTo(room.size() - decoration));
+    resize(size().boundedTo(room.size() - decoration));
+    QSize const whole = size() + decoration;
+    move(std::clamp(frame.x(), room.x(), std::max(room.x(), room.x() + room.width() - whole.width())),
+         std::clamp(frame.y(), room.y(), std::max(room.y(), room.y() + room.height() - whole.height())));
+}
+
 void PlayerPanel::CheckActionMenu(QString const &name, bool checked)
 {
     auto const menus = m_mainWindow->menuBar()->findChildren<QMenu *>();
@@ -369,6 +436,8 @@ void PlayerPanel::showEvent(QShowEvent *event)
 {
     event->accept();
     CheckActionMenu(m_actionName, true);
+    if (!event->spontaneous())
+        KeepOnScreen();
 }
 
 void PlayerPanel::hideEvent(QHideEvent *event)

@@ -87,6 +87,13 @@ public:
     // Tells every panel that shows the parameter. Any thread; always 0.
     static unsigned int OnParamChanged(unsigned int component, _TovStParam *param);
 
+    // False also for a tab behind another one, a minimised window, and one that others cover wholly.
+    bool CanBeSeen() const;
+    // Hides the panel if it can be seen; else shows it in front of what covers it. The menu action follows.
+    void ShowOrHide();
+    // A floating panel wholly onto its screen, smaller if it must be.
+    void KeepOnScreen();
+
     // Checks the actions of that name in all menus of the main window.
     void CheckActionMenu(QString const &name, bool checked);
 
@@ -104,6 +111,8 @@ public slots:
     void UpdateByTimer();
 
 protected:
+    // Takes the size at once that its contents need, which the event loop would give it later.
+    void SettleLayout();
     void closeEvent(QCloseEvent *event) override;
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;

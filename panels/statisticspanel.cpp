@@ -10,7 +10,11 @@
 #include <QShortcut>
 #include <QStyle>
 #include <QStyleOptionHeader>
+#include <QStyledItemDelegate>
 #include <QTime>
+
+#include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -31,7 +35,33 @@ constexpr struct
     {"FramesIncomp", "Frames incompleted"},
 };
 
+bool IsRate(int row)
+{
+    return row >= 0 && row < int(std::size(Rows)) &&
+           (std::strcmp(Rows[row].key, "FpsInst") == 0 || std::strcmp(Rows[row].key, "Speed") == 0);
+}
+
 } // namespace
+
+// Rates that do not hold any more are grey.
+class StatisticsPanelImpl::RateDelegate : public QStyledItemDelegate
+{
+public:
+    explicit RateDelegate(StatisticsPanelImpl *panel) : QStyledItemDelegate(panel), m_panel(panel)
+    {
+    }
+
+protected:
+    void initStyleOption(QStyleOptionViewItem *option, QModelIndex const &index) const override
+    {
+        QStyledItemDelegate::initStyleOption(option, index);
+        if (!m_panel->m_running && IsRate(index.row()))
+            option->state &= ~QStyle::State_Enabled;
+    }
+
+private:
+    StatisticsPanelImpl *m_panel;
+};
 
 StatisticsPanelImpl::StatisticsPanelImpl(QMainWindow *window, PanelHost *host)
     : PlayerPanel(window, QStringLiteral("actionStatistics"), Period),
@@ -48,6 +78,7 @@ StatisticsPanelImpl::StatisticsPanelImpl(QMainWindow *window, PanelHost *host)
     setFloating(false);
     m_mainWindow->addDockWidget(Qt::BottomDockWidgetArea, this);
     statisticsTable->setModel(&m_model);
+    statisticsTable->setItemDelegate(new RateDelegate(this));
     MeasureRows();
 
     connect(statisticsTable, &QTableView::customContextMenuRequested, this, &StatisticsPanelImpl::contextMenuRequested);
@@ -61,6 +92,14 @@ StatisticsPanelImpl::StatisticsPanelImpl(QMainWindow *window, PanelHost *host)
     for (auto const &row : Rows)
         AddTableParam(statisticsTable, row.key, grabber, row.label);
     statisticsTable->resizeColumnToContents(0);
+}
+
+void StatisticsPanelImpl::UpdateAll()
+{
+    SessionState const state = m_session ? m_session->GetState() : SessionStateDisconnected;
+    m_running = state == SessionStateAcquisition || state == SessionStateCapturing;
+    PlayerPanel::UpdateAll();
+    statisticsTable->viewport()->update();
 }
 
 // Rows and header are as high as a header with a short word.

@@ -17,6 +17,7 @@ public:
     // Shows the grabber of the host's current session, which the panel must not outlive.
     StatisticsPanelImpl(QMainWindow *window, PanelHost *host);
 
+    void UpdateAll() override;
     // The header's layout as well.
     bool SaveStateToGlobalSettings(QSettings *settings) override;
     bool LoadStateFromGlobalSettings(QSettings *settings) override;
@@ -29,10 +30,12 @@ public slots:
 private:
     void MeasureRows();
     void CopyCurrent(); // by the keyboard
+    class RateDelegate;
 
     TovParamTableModel m_model;
     QAction *m_copy;
     QAction *m_copyAll;
     QModelIndex m_contextIndex; // rows only come, at the end
     QMenu *m_menu;
+    bool m_running = false; // the camera: else its last rates are grey
 };

@@ -70,9 +70,6 @@ void CapturePanelImpl::SetUpForm()
         counter->setFixedWidth(counter->fontMetrics().horizontalAdvance(WidestCount) + text.left() + text.right() +
                                frame);
     }
-    for (QToolButton *const button : {btnSnap, btnRecord})
-        button->setToolTip(
-            QStringLiteral("%1 (%2)").arg(button->toolTip(), button->shortcut().toString(QKeySequence::NativeText)));
 }
 
 void CapturePanelImpl::TakeComponents(Session *session)

@@ -127,13 +127,18 @@ Session::~Session()
     runGuarded([this] { StopWriter(); });
     StopWhatStillRuns();
     m_window->RemoveDisplayWidget(m_display.get());
-    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
-    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Writer"), GetImageWriter());
-    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
+    SaveSettings();
     m_grabber.reset();
     m_writer.reset();
     m_display.reset();
     m_device->Release();
+}
+
+void Session::SaveSettings()
+{
+    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
+    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Writer"), GetImageWriter());
+    AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
 }
 
 void Session::InitSession()

@@ -55,6 +55,8 @@ public:
     QSettings *GetSettings() const;
     QString const &GetSettingsName() const;
     QString const &GetTitle() const;
+    // The engines' parameters, as the destructor stores them. For those who cannot be sure to get that far.
+    void SaveSettings();
 
     // Asks for one frame and starts capturing; true. Outside of acquisition the request waits for the next capture.
     bool SnapNextFrame();

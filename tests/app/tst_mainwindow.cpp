@@ -1,4 +1,5 @@
 // The main window without a camera.
+#include "guide.h"
 #include "tovscope.h"
 
 #include <gtest/gtest.h>
@@ -68,6 +69,19 @@ TEST_F(MainWindow, KeepsItsPlaceAndLayoutFromOneRunToTheNext)
     EXPECT_EQ(window.size(), QSize(900, 650));
     EXPECT_TRUE(window.findChild<QToolBar *>(QStringLiteral("toolBarDisplay"))->isHidden());
     EXPECT_FALSE(window.findChild<QToolBar *>(QStringLiteral("toolBarFile"))->isHidden());
+}
+
+TEST_F(MainWindow, FindsTheGuideOfTheSourceAndOfAnInstallation)
+{
+    QDir const source(QStringLiteral(TOV_SOURCE));
+    EXPECT_EQ(Guide::Find(source.filePath(QStringLiteral("build/dev/bin"))),
+              source.filePath(QStringLiteral("docs/guide.md")));
+    QDir().mkpath(m_folder + QStringLiteral("/bin"));
+    EXPECT_EQ(Guide::Find(m_folder + QStringLiteral("/bin")), QString());
+    QDir().mkpath(m_folder + QStringLiteral("/share/tovscope/docs"));
+    QString const guide = m_folder + QStringLiteral("/share/tovscope/docs/guide.md");
+    EXPECT_TRUE(QFile::copy(source.filePath(QStringLiteral("docs/guide.md")), guide));
+    EXPECT_EQ(Guide::Find(m_folder + QStringLiteral("/bin")), QFileInfo(guide).canonicalFilePath());
 }
 
 TEST_F(MainWindow, StartsOverBrokenSettings)

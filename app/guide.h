@@ -1,0 +1,14 @@
+// The user's guide, a file beside the program.
+#pragma once
+
+#include <QString>
+
+namespace Guide {
+
+// The guide of the installation, or of the source tree, that an executable in this folder belongs to; empty without
+// one.
+QString Find(QString const &programFolder);
+// Has the desktop open it, and says in a notice where it is: whether a reader comes up cannot be told. GUI thread.
+void Open();
+
+} // namespace Guide
