@@ -1,4 +1,5 @@
 // The main window with a simulated camera: what the operator sees of its state, reaches by keys, and finds again.
+#include "displayview.h"
 #include "noticebar.h"
 #include "noticeboard.h"
 #include "params.h"
@@ -228,6 +229,10 @@ TEST_F(Operating, WhatNoLongerHoldsIsGoneAndANoticeIsNotHiddenByATip)
     ASSERT_TRUE(Reaches(SessionStateAcquisition));
     m_window->setCoordinatesAndValue(1, 2, -1, 3, -1);
     EXPECT_EQ(labels[1]->text(), QStringLiteral("3"));
+    QEvent leave(QEvent::Leave);
+    QApplication::sendEvent(Gui().GetSession()->GetDisplayView()->viewport(), &leave);
+    EXPECT_EQ(labels[1]->text(), QString());
+    m_window->setCoordinatesAndValue(1, 2, -1, 3, -1);
     Find<QAction>("actionStop")->trigger();
     ASSERT_TRUE(Reaches(SessionStateIdle));
     EXPECT_EQ(labels[0]->text() + labels[1]->text(), QString());
