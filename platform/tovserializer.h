@@ -46,6 +46,19 @@ public:
     // A series: writes one file under `fileName`; missing folders are made, a name that is taken gets a number before
     // its extension, and the file appears under its name only when it is whole. A movie (`fileName` null): appends.
     virtual std::int32_t WriteFrame(_TovImage const *image, char const *fileName) = 0;
+    // Why the last operation that failed did so, in words for the operator ("No space left on device"); empty when none
+    // has failed since the start. It stays valid until the next operation. Of the thread that writes.
+    virtual char const *GetLastFailure() const
+    {
+        return "";
+    }
+    // How many frames of the series or movie under way, or of the last one, a reader would find: after Stop the exact
+    // number, before that those that are known to be whole in the file. -1: not known. Of the thread that writes, and
+    // after Stop of whoever stopped.
+    virtual std::int64_t GetReadableFrames() const
+    {
+        return -1;
+    }
 
 protected:
     virtual ~TovImageSerializer() = default;

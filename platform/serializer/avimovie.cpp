@@ -94,7 +94,7 @@ public:
     {
         constexpr int LONGEST_SIDE = 32767; // what FFmpeg's own checks let pass with any format
         if (image.width > LONGEST_SIDE || image.height > LONGEST_SIDE || StoredBytes(image) > INT_MAX - 65536)
-            return -1;
+            return TOO_LARGE;
         FrameRate const rate = ToFrameRate(fps);
         m_timeBase = {rate.scale, rate.rate};
         m_direct = m_compressor.coding == Coding::None && StoredBytes(image) >= DIRECT_FRAME;
@@ -119,9 +119,10 @@ public:
         av_opt_set_int(m_format->priv_data, "reserve_index_space", 64 * 1024, 0);
         int const status = avformat_write_header(m_format, nullptr);
         avio_flush(m_io);
-        if (status < 0 || m_error) {
+        int const error = m_error ? m_error : status < 0 ? ToErrno(status) : SetRate(*stream);
+        if (error) {
             m_file.Abandon();
-            return m_error ? m_error : ToErrno(status);
+            return error;
         }
         m_headerWritten = true;
         return 0;
@@ -129,8 +130,8 @@ public:
 
     int Write(_TovImage const &image) override
     {
-        if (m_error)
-            return m_error;
+        if (m_failure)
+            return m_failure;
         if (m_codec)
             return Encode(image);
         std::uint8_t *data = Stored(image);
@@ -138,13 +139,9 @@ public:
             return ENOMEM;
         m_packet->data = data;
         m_packet->size = int(StoredBytes(image));
-        m_packet->pts = m_packet->dts = std::int64_t(m_frames);
-        m_packet->duration = 1;
         m_packet->flags = AV_PKT_FLAG_KEY;
         int const error = WritePacket();
         m_packet->data = nullptr;
-        if (!error)
-            ++m_frames;
         return error;
     }
 
@@ -152,17 +149,24 @@ public:
     {
         if (!m_file.IsOpen())
             return 0;
-        int error = m_error;
+        int error = m_failure;
         if (!error && m_codec)
             error = Send(nullptr);
-        // A broken file ends behind its last whole frame, and is played without the index.
         if (m_headerWritten && !m_error) {
+            std::uint64_t const end = m_file.Size();
             int const status = av_write_trailer(m_format);
-            if (!error)
+            if (m_error || status < 0) {
                 error = m_error ? m_error : ToErrno(status);
+                CutTo(end);
+            }
         }
+        bool const lost = m_file.IsLost();
         int const closing = m_file.Close();
-        return error ? error : closing;
+        if (lost)
+            m_readable = 0;
+        else if (m_uncut || closing)
+            m_readable = -1;
+        return lost ? LOST : error ? error : closing;
     }
 
 private:
@@ -174,6 +178,12 @@ private:
     static int WriteBytes(void *self, Bytes bytes, int size)
     {
         auto *movie = static_cast<AviMovie *>(self);
+        if (!movie->m_headerWritten && movie->m_rateAt == 0) {
+            constexpr std::size_t RATE = 28; // of the tag to the rate's two numbers
+            std::string_view const text(reinterpret_cast<char const *>(bytes), std::size_t(size));
+            if (std::size_t const at = text.find("strh"); at != std::string_view::npos)
+                movie->m_rateAt = movie->m_position + at + RATE;
+        }
         if (!movie->m_error)
             movie->m_error = movie->m_file.WriteAt(movie->m_position, bytes, std::size_t(size));
         if (movie->m_error)
@@ -201,6 +211,27 @@ private:
         }
         movie->m_position = std::uint64_t(offset);
         return offset;
+    }
+
+    // libavformat declares every rate above 1000 as 600, which is not what the container can hold.
+    int SetRate(AVStream const &stream)
+    {
+        if (av_cmp_q(stream.time_base, m_timeBase) == 0)
+            return 0;
+        if (m_rateAt == 0)
+            return NO_RATE;
+        std::array<std::uint8_t, 8> bytes{};
+        for (int i = 0; i < 4; ++i) {
+            bytes[i] = std::uint8_t(unsigned(m_timeBase.num) >> 8 * i);
+            bytes[4 + i] = std::uint8_t(unsigned(m_timeBase.den) >> 8 * i);
+        }
+        return m_file.WriteAt(m_rateAt, bytes.data(), bytes.size());
+    }
+
+    void CutTo(std::uint64_t size)
+    {
+        if (m_file.CutTo(size) != 0)
+            m_uncut = true;
     }
 
     static bool IsGrey(_TovImage const &image)
@@ -279,14 +310,21 @@ private:
         return m_error ? m_error : m_file.Flush();
     }
 
-    // m_packet, in the container's time base.
+    // m_packet as the next frame. After a failure the file ends behind the frame before, and what an encoder makes does
+    // not fit there any more.
     int WritePacket()
     {
+        m_packet->pts = m_packet->dts = m_readable;
+        m_packet->duration = 1;
         // A full disk shows before the frame is begun, and leaves room for the indexes: 16 bytes a frame in one and 8
         // in the other.
         constexpr std::uint64_t SLACK = 128 * 1024;
-        if (int const error = m_file.Reserve(std::uint64_t(m_packet->size) + 24 * (m_frames + 1) + SLACK))
+        if (int const error =
+                m_file.Reserve(std::uint64_t(m_packet->size) + 24 * (std::uint64_t(m_readable) + 1) + SLACK)) {
+            if (m_codec)
+                m_failure = error;
             return error;
+        }
         avio_flush(m_io);
         std::uint64_t const begin = m_file.Size();
         int error = 0;
@@ -298,10 +336,12 @@ private:
             error = m_error ? m_error : ToErrno(status);
         }
         if (error) {
-            m_error = error; // libavformat has taken the frame into its index: nothing more is asked of it
-            m_file.CutTo(begin);
+            m_error = m_failure = error; // libavformat has taken the frame into its index: nothing more is asked of it
+            CutTo(begin);
+            return error;
         }
-        return error;
+        ++m_readable;
+        return 0;
     }
 
     // ---- With one --------------------------------------------------------------------------------------------------
@@ -318,6 +358,8 @@ private:
         codec.time_base = m_timeBase;
         codec.framerate = av_inv_q(m_timeBase);
         codec.thread_count = int(std::clamp(std::thread::hardware_concurrency(), 1u, 16u));
+        // Several threads for one frame, none for frames to come: each is in the file before the next one is taken.
+        codec.thread_type = FF_THREAD_SLICE;
         codec.max_b_frames = 0;
         codec.color_range = AVCOL_RANGE_JPEG;
         switch (m_compressor.coding) {
@@ -346,11 +388,12 @@ private:
             codec.pix_fmt = (image.width | image.height) & 1 ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_YUV420P;
             codec.colorspace = AVCOL_SPC_BT470BG;
             av_opt_set(codec.priv_data, "preset", "veryfast", 0);
+            av_opt_set(codec.priv_data, "tune", "zerolatency", 0);
             av_opt_set(codec.priv_data, "crf", "18", 0);
         }
         int const status = avcodec_open2(&codec, encoder, nullptr);
         if (status < 0)
-            return status == AVERROR(ENOMEM) ? ENOMEM : -1;
+            return status == AVERROR(ENOMEM) ? ENOMEM : NO_ENCODER;
         return ToErrno(avcodec_parameters_from_context(stream.codecpar, &codec));
     }
 
@@ -364,7 +407,7 @@ private:
         frame->width = m_codec->width;
         frame->height = m_codec->height;
         frame->color_range = m_codec->color_range;
-        frame->pts = std::int64_t(m_frames);
+        frame->pts = m_sent;
 
         bool const planes = m_compressor.coding != Coding::Lossless;
         bool const halved = m_codec->pix_fmt != AV_PIX_FMT_YUV444P;
@@ -372,7 +415,9 @@ private:
         std::size_t const step = (width + 63) / 64 * 64;
         std::size_t const chromaStep = !planes ? 0 : halved ? ((width + 1) / 2 + 63) / 64 * 64 : step;
         std::size_t const chromaHeight = halved ? (height + 1) / 2 : height;
-        std::size_t const bytes = step * height + 2 * chromaStep * chromaHeight + AV_INPUT_BUFFER_PADDING_SIZE;
+        // Halving fills up the last line of an odd height.
+        std::size_t const luma = step * (planes && halved ? 2 * chromaHeight : height);
+        std::size_t const bytes = luma + 2 * chromaStep * chromaHeight + AV_INPUT_BUFFER_PADDING_SIZE;
         auto *const memory = static_cast<std::uint8_t *>(TovAllocFrameMemory(bytes));
         if (!memory)
             return ENOMEM;
@@ -385,7 +430,7 @@ private:
         frame->data[0] = memory;
         frame->linesize[0] = int(step);
         if (planes) {
-            frame->data[1] = memory + step * height;
+            frame->data[1] = memory + luma;
             frame->data[2] = frame->data[1] + chromaStep * chromaHeight;
             frame->linesize[1] = frame->linesize[2] = int(chromaStep);
         }
@@ -403,10 +448,8 @@ private:
             if (planes)
                 std::memset(frame->data[1], 128, 2 * chromaStep * chromaHeight);
         }
-        if (int const error = Send(frame.get()))
-            return error;
-        ++m_frames;
-        return 0;
+        ++m_sent;
+        return Send(frame.get());
     }
 
     // A frame to the encoder, or null for the end, and what comes out of it to the file.
@@ -419,7 +462,6 @@ private:
                 break;
             if (received < 0)
                 return ToErrno(received);
-            av_packet_rescale_ts(m_packet.get(), m_timeBase, m_format->streams[0]->time_base);
             int const error = WritePacket();
             av_packet_unref(m_packet.get());
             if (error)
@@ -432,12 +474,14 @@ private:
 
     Compressor const &m_compressor;
     int const m_quality;
-    OutFile m_file;
     std::uint64_t m_position = 0; // where libavformat writes next
+    std::uint64_t m_rateAt = 0;   // where the head tells the rate
     int m_error = 0;              // of the file; nothing is written after it
+    int m_failure = 0;            // no frame is taken after it
+    bool m_uncut = false;         // something is left behind the last whole frame
     bool m_direct = false;
     bool m_headerWritten = false;
-    std::uint64_t m_frames = 0;
+    std::int64_t m_sent = 0; // frames given to the encoder
     AVRational m_timeBase{1, 1};
     AVFormatContext *m_format = nullptr;
     AVIOContext *m_io = nullptr;

@@ -98,7 +98,7 @@ public:
     {
         std::uint64_t const size = FileSize(image);
         if (size > 0xFFFFFFFF || image.width > 0x7FFFFFFF || image.height > 0x7FFFFFFF)
-            return -1;
+            return TOO_LARGE;
         std::uint64_t const bytes = LineBytes(image), stored = StoredLineBytes(image);
         m_header = {'B', 'M'};
         Put(std::uint32_t(size), 4);
@@ -180,7 +180,7 @@ public:
     {
         constexpr std::uint32_t LONGEST_SIDE = 65500;
         if (image.width > LONGEST_SIDE || image.height > LONGEST_SIDE)
-            return -1;
+            return TOO_LARGE;
         int const sampling = image.pixelType == TV_PIXEL_MONO8 ? TJSAMP_GRAY : TJSAMP_420;
         unsigned long const room = tjBufSize(int(image.width), int(image.height), sampling);
         unsigned char *out = room == static_cast<unsigned long>(-1) ? nullptr : m_out.Ensure(room);
@@ -189,7 +189,7 @@ public:
         unsigned long size = room;
         if (tjCompress2(m_encoder, image.imageData, int(image.width), int(LineStep(image)), int(image.height),
                         Layout(image.pixelType), &out, &size, sampling, m_quality, TJFLAG_NOREALLOC) != 0)
-            return -1;
+            return NO_ENCODER;
         return file.Append(out, size);
     }
 
@@ -239,7 +239,7 @@ public:
     int Write(OutFile &file, _TovImage const &image, _TovImage const &source) override
     {
         TovPixelTypeInfo const *info = TovGetPixelTypeInfo(source.pixelType);
-        return PngEncoder::Takes(image) && info ? m_encoder.Write(file, image, info->bitDepth) : -1;
+        return PngEncoder::Takes(image) && info ? m_encoder.Write(file, image, info->bitDepth) : NOT_HELD;
     }
 
 private:

@@ -1,6 +1,7 @@
 // The formats of single files.
 #pragma once
 
+#include "failures.h"
 #include "outfile.h"
 #include "tovimage.h"
 
@@ -18,8 +19,8 @@ public:
     virtual OutFile::Road Road(_TovImage const &image) const = 0;
     // About what the file will take, to get room for; 0 when it is not worth it.
     virtual std::uint64_t FileSize(_TovImage const &image) const = 0;
-    // The whole file into an empty one; `source` is the picture before the conversion. An errno value, or -1 when the
-    // format cannot hold the picture.
+    // The whole file into an empty one; `source` is the picture before the conversion. 0, an errno value, or one
+    // of FormatFailure.
     virtual int Write(OutFile &file, _TovImage const &image, _TovImage const &source) = 0;
 };
 

@@ -1,6 +1,7 @@
 // The movie containers.
 #pragma once
 
+#include "failures.h"
 #include "outfile.h"
 #include "tovimage.h"
 
@@ -16,11 +17,26 @@ public:
     // The type that pictures of such a type are converted to before Open and Write get them; `info` is null for an
     // unknown one. 0: such pictures cannot be held.
     virtual std::uint32_t Accepts(std::uint32_t pixelType, TovPixelTypeInfo const *info) const = 0;
-    // These three: 0, an errno value, or -1 when the format cannot hold the picture.
+    // These three: 0, an errno value, or one of FormatFailure.
     virtual int Open(std::string const &name, _TovImage const &image, double fps) = 0;
     // After a failure the file holds the frames before, and plays.
     virtual int Write(_TovImage const &image) = 0;
     virtual int Close() = 0;
+
+    // Frames that a reader finds in the file as it is; after Close those that stay, -1 when that cannot be told.
+    std::int64_t ReadableFrames() const
+    {
+        return m_readable;
+    }
+    // Whether the open file has been deleted by somebody.
+    bool IsLost() const
+    {
+        return m_file.IsOpen() && m_file.IsLost();
+    }
+
+protected:
+    OutFile m_file;
+    std::int64_t m_readable = 0;
 };
 
 // Frames of at least so many bytes take the direct road.

@@ -1,12 +1,15 @@
 #include "outfile.h"
 
+#include "processmark.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -16,8 +19,13 @@ namespace {
 
 constexpr std::size_t PAGE = OutFile::PAGE;
 constexpr std::size_t STAGE_SIZE = 1 << 20;
-// Movies take room in steps of this.
+// Movies take room in steps of this, and in smaller ones where there is no such room.
 constexpr std::uint64_t RESERVE_STEP = 64u << 20;
+// Folders to be swept for one recording: a name of each frame's own must not make each one's folder be read.
+constexpr std::size_t MOST_SWEPT = 64;
+// Of files without a name yet: this, the process' mark, "-", a number, and the other.
+constexpr char PART_BEGIN[] = ".tov-";
+constexpr char PART_END[] = ".part";
 
 std::string FolderOf(std::string const &name)
 {
@@ -25,15 +33,21 @@ std::string FolderOf(std::string const &name)
     return slash == std::string::npos ? "." : slash == 0 ? "/" : name.substr(0, slash);
 }
 
+// What is said of a name: nothing else about it can be invalid.
+int OfName(int error)
+{
+    return error == EINVAL ? EILSEQ : error;
+}
+
 int MakeFolders(std::string const &folder)
 {
     if (mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST)
         return 0;
     if (errno != ENOENT || folder == "." || folder == "/")
-        return errno;
+        return OfName(errno);
     if (int const error = MakeFolders(FolderOf(folder)))
         return error;
-    return mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST ? 0 : errno;
+    return mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST ? 0 : OfName(errno);
 }
 
 bool IsTaken(std::string const &name)
@@ -112,6 +126,38 @@ bool IsMissingAbility(int error)
     return error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
 }
 
+bool HasUnnamedFiles(std::string const &folder)
+{
+    int const file = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    if (file >= 0)
+        close(file);
+    return file >= 0;
+}
+
+// The process' mark in a temporary name; empty for any other name.
+std::string MarkIn(std::string_view name)
+{
+    constexpr std::string_view BEGIN = PART_BEGIN, END = PART_END;
+    std::size_t const number = name.rfind('-');
+    if (name.size() < BEGIN.size() + END.size() || name.substr(0, BEGIN.size()) != BEGIN ||
+        name.substr(name.size() - END.size()) != END || number <= BEGIN.size())
+        return {};
+    return std::string(name.substr(BEGIN.size(), number - BEGIN.size()));
+}
+
+void RemoveParts(std::string const &folder)
+{
+    DIR *const entries = opendir(folder.c_str());
+    if (!entries)
+        return;
+    while (dirent const *const entry = readdir(entries)) {
+        std::string const mark = MarkIn(entry->d_name);
+        if (!mark.empty() && ProcessMark::IsOfTheDead(mark))
+            unlinkat(dirfd(entries), entry->d_name, 0);
+    }
+    closedir(entries);
+}
+
 } // namespace
 
 OutFile::~OutFile()
@@ -131,7 +177,20 @@ void OutFile::Forget()
     m_direct = m_staging = m_visible = false;
     m_canReserve = true;
     m_temporary.clear();
-    m_size = m_written = m_reserved = 0;
+    m_size = m_written = m_flushed = m_reserved = 0;
+    m_reserveStep = RESERVE_STEP;
+}
+
+void OutFile::RemoveLeftovers(std::string const &folder)
+{
+    if (!HasUnnamedFiles(folder))
+        RemoveParts(folder);
+}
+
+void OutFile::Sweep(std::string const &folder)
+{
+    if (m_swept.size() < MOST_SWEPT && m_swept.insert(folder).second)
+        RemoveParts(folder);
 }
 
 int OutFile::OpenHidden(std::string const &folder, Birth birth)
@@ -144,11 +203,11 @@ int OutFile::OpenHidden(std::string const &folder, Birth birth)
         if (!IsMissingAbility(errno) && errno != EISDIR)
             return errno;
     }
+    Sweep(folder);
     static std::atomic<unsigned> s_count;
+    std::string const begin = folder + '/' + PART_BEGIN + ProcessMark::Own() + '-';
     do {
-        char text[64];
-        std::snprintf(text, sizeof text, "/.tov-%ld-%u.part", long(getpid()), ++s_count);
-        m_temporary = folder + text;
+        m_temporary = begin + std::to_string(++s_count) + PART_END;
         m_file = open(m_temporary.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | direct, 0666);
     } while (m_file < 0 && errno == EEXIST);
     if (m_file < 0)
@@ -197,6 +256,7 @@ int OutFile::CreateVisible(std::string const &name, Road road)
             return error;
         m_stage = static_cast<unsigned char *>(memory);
     }
+    RemoveLeftovers(FolderOf(name));
     bool foldersMade = false;
     return UnderFreeName(m_name, [&](std::string const &candidate) {
         for (;;) {
@@ -217,7 +277,7 @@ int OutFile::CreateVisible(std::string const &name, Road road)
                 m_direct = false;
                 continue;
             }
-            return error;
+            return OfName(error);
         }
     });
 }
@@ -358,24 +418,43 @@ int OutFile::WriteAt(std::uint64_t position, void const *data, std::size_t size)
     return Append(bytes, size);
 }
 
+// Some file systems keep what they could give of a reservation that failed.
+void OutFile::GiveBackReserve()
+{
+    struct stat info;
+    if (fstat(m_file, &info) == 0 && ftruncate(m_file, info.st_size) == 0)
+        m_reserved = 0;
+}
+
 int OutFile::Reserve(std::uint64_t size)
 {
-    std::uint64_t const wanted = m_size + size;
+    std::uint64_t const wanted = m_size + size, before = m_reserved;
     if (!m_canReserve || wanted <= m_reserved)
         return 0;
-    // Behind the end, so that the file is never longer than what was written.
-    std::uint64_t const from = std::max(m_reserved, m_size);
-    for (std::uint64_t const length : {std::max(wanted - from, RESERVE_STEP), wanted - from}) {
+    for (;;) {
+        // Behind the end, so that the file is never longer than what was written.
+        std::uint64_t const from = std::max(m_reserved, m_written);
+        std::uint64_t const needed = wanted - from, length = std::max(needed, m_reserveStep);
         if (fallocate(m_file, FALLOC_FL_KEEP_SIZE, off_t(from), off_t(length)) == 0) {
             m_reserved = from + length;
             return 0;
         }
-        if (IsMissingAbility(errno)) {
+        int const error = errno;
+        if (IsMissingAbility(error)) {
             m_canReserve = false;
             return 0;
         }
+        if (error == EINTR)
+            continue;
+        GiveBackReserve();
+        if (length == needed) {
+            if (before > m_written &&
+                fallocate(m_file, FALLOC_FL_KEEP_SIZE, off_t(m_written), off_t(before - m_written)) == 0)
+                m_reserved = before;
+            return error;
+        }
+        m_reserveStep /= 8;
     }
-    return errno;
 }
 
 int OutFile::Flush()
@@ -393,6 +472,8 @@ int OutFile::Flush()
     if (m_direct)
         SetDirect(true);
     m_written = position;
+    if (!error)
+        m_flushed = m_size;
     return error;
 }
 
@@ -402,8 +483,9 @@ int OutFile::CutTo(std::uint64_t size)
         m_direct = false;
         SetDirect(false);
     }
-    // Further bytes go through the cache one by one: this is the road after a failure.
-    if (m_staging && size > m_written) {
+    // Further bytes go through the cache one by one: this is the road after a failure. What is in the file already must
+    // not need room again.
+    if (m_staging && size > std::max(m_written, m_flushed)) {
         if (int const error = WriteOut(m_stage, std::size_t(size - m_written), nullptr, 0))
             return error;
     }
@@ -414,6 +496,12 @@ int OutFile::CutTo(std::uint64_t size)
     return ftruncate(m_file, off_t(size)) == 0 ? 0 : errno;
 }
 
+bool OutFile::IsLost() const
+{
+    struct stat info;
+    return fstat(m_file, &info) != 0 || info.st_nlink == 0;
+}
+
 int OutFile::GiveName()
 {
     if (!m_temporary.empty()) {
@@ -421,12 +509,12 @@ int OutFile::GiveName()
             UnderFreeName(m_name, [this](std::string const &name) { return MoveWithoutReplacing(m_temporary, name); });
         if (error == 0)
             m_temporary.clear();
-        return error;
+        return OfName(error);
     }
     std::string const self = "/proc/self/fd/" + std::to_string(m_file);
-    return UnderFreeName(m_name, [&](std::string const &name) {
+    return OfName(UnderFreeName(m_name, [&](std::string const &name) {
         return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
-    });
+    }));
 }
 
 int OutFile::Publish()

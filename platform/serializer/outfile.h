@@ -4,10 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 
-// All operations give 0 or an errno value. One thread at a time; an object is used for one file after another and keeps
-// its memory.
+// All operations give 0 or an errno value; EILSEQ says that the file system does not accept the name. One thread at a
+// time; an object is used for one file after another and keeps its memory.
 class OutFile
 {
 public:
@@ -22,6 +23,10 @@ public:
     };
     static constexpr std::size_t PAGE = 4096; // what disks want aligned; the kernel's own pages may be larger
 
+    // Removes what processes of this machine that live no longer have left under temporary names. On file systems that
+    // know files without names there is nothing to remove.
+    static void RemoveLeftovers(std::string const &folder);
+
     OutFile() = default;
     ~OutFile();
     OutFile(OutFile const &) = delete;
@@ -31,6 +36,11 @@ public:
     // made. `size` bytes are taken from the file system at once, so that a full one is known before anything is
     // written.
     int CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth = Birth::Unnamed);
+    // The first hidden file in a folder, since the object was made or this was called, removes what is left over there.
+    void ForgetFolders()
+    {
+        m_swept.clear();
+    }
     // A file that is under its name from now on.
     int CreateVisible(std::string const &name, Road road);
 
@@ -43,6 +53,7 @@ public:
         return m_size;
     }
     // Room for `size` more bytes, so that they will not fail for the lack of it; 0 as well where it cannot be told.
+    // After a failure there is as much room as before.
     int Reserve(std::uint64_t size);
     // Whatever lies behind is gone; forgets an earlier error.
     int CutTo(std::uint64_t size);
@@ -60,6 +71,8 @@ public:
     {
         return m_file >= 0;
     }
+    // Whether a visible file, open still, has been deleted by somebody, or its disk is gone.
+    bool IsLost() const;
     // The name it has or will have; after Publish and CreateVisible with its number.
     std::string const &Name() const
     {
@@ -68,6 +81,8 @@ public:
 
 private:
     int OpenHidden(std::string const &folder, Birth birth);
+    void Sweep(std::string const &folder);
+    void GiveBackReserve();
     void SetDirect(bool direct);
     int WriteOut(void const *first, std::size_t firstSize, void const *second, std::size_t secondSize);
     int WriteStaged(std::size_t keep);
@@ -75,14 +90,17 @@ private:
     void Forget();
 
     int m_file = -1;
-    bool m_direct = false;        // O_DIRECT is set
-    bool m_staging = false;       // appended bytes are gathered to pages
-    bool m_canReserve = true;     // until the file system says otherwise
-    std::string m_name;           // wanted, then had
-    std::string m_temporary;      // name until Publish; empty: none
-    bool m_visible = false;       // m_name is a file of ours
-    std::uint64_t m_size = 0;     // with what is staged
-    std::uint64_t m_written = 0;  // given to the kernel; a whole number of pages while staging
-    std::uint64_t m_reserved = 0; // taken from the file system
+    bool m_direct = false;           // O_DIRECT is set
+    bool m_staging = false;          // appended bytes are gathered to pages
+    bool m_canReserve = true;        // until the file system says otherwise
+    std::string m_name;              // wanted, then had
+    std::string m_temporary;         // name until Publish; empty: none
+    bool m_visible = false;          // m_name is a file of ours
+    std::uint64_t m_size = 0;        // with what is staged
+    std::uint64_t m_written = 0;     // given to the kernel; a whole number of pages while staging
+    std::uint64_t m_flushed = 0;     // given to the kernel by Flush, with the part of a page that stays staged
+    std::uint64_t m_reserved = 0;    // taken from the file system
+    std::uint64_t m_reserveStep = 0; // what Reserve takes at least
+    std::set<std::string> m_swept;   // folders
     unsigned char *m_stage = nullptr;
 };

@@ -8,7 +8,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cmath>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
@@ -16,29 +17,24 @@
 namespace {
 
 constexpr unsigned char COMPONENT_TYPE = 202;
+// Frames a second; a rate is kept as a fraction of such numbers.
+constexpr double SLOWEST_MOVIE = 1e-6, FASTEST_MOVIE = 1e6;
+constexpr std::chrono::seconds LOOK_EVERY{1};
 
 std::int32_t ToStatus(int error)
 {
     switch (error) {
     case 0:
         return TOV_SERIALIZER_OK;
-    case -1:
+    case NOT_HELD:
+    case TOO_LARGE:
+    case NO_RATE:
+    case NO_ENCODER:
         return TOV_SERIALIZER_ERR_FORMAT;
     case ENOMEM:
         return TOV_SERIALIZER_ERR_MEMORY;
     default:
         return TOV_SERIALIZER_ERR_WRITE;
-    }
-}
-
-// Runs `function`, whose containers may find no memory.
-template<class F>
-std::int32_t Guarded(F &&function)
-{
-    try {
-        return function();
-    } catch (std::bad_alloc const &) {
-        return TOV_SERIALIZER_ERR_MEMORY;
     }
 }
 
@@ -104,10 +100,11 @@ public:
                 return status;
             auto format = MakeImageFormat(Extension(extension), int(TovLoadBound(m_jpegQuality)));
             if (!format)
-                return TOV_SERIALIZER_ERR_FORMAT;
+                return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no file format \"" + Extension(extension) + '"');
             if (std::int32_t const status = SetTarget(*image, *format))
                 return status;
             m_series = std::move(format);
+            m_file.ForgetFolders();
             return TOV_SERIALIZER_OK;
         });
     }
@@ -117,16 +114,19 @@ public:
         return Guarded([&]() -> std::int32_t {
             if (std::int32_t const status = CheckStart(image, fileName))
                 return status;
-            if (!(fps > 0) || !std::isfinite(fps))
-                return TOV_SERIALIZER_ERR_ARGUMENT;
+            if (!(fps >= SLOWEST_MOVIE) || !(fps <= FASTEST_MOVIE))
+                return Failed(TOV_SERIALIZER_ERR_ARGUMENT, NoRateText(fps));
             std::string const extension = Extension(fileName);
             std::unique_ptr<Movie> movie;
-            if (extension == "avi")
+            if (extension == "avi") {
                 movie = MakeAviMovie(CompressorInUse(), int(TovLoadBound(m_jpegQuality)));
-            else if (extension == "tvm")
+                if (!movie)
+                    return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no compressor \"" + CompressorInUse() + '"');
+            } else if (extension == "tvm") {
                 movie = MakeTvmMovie();
-            if (!movie)
-                return TOV_SERIALIZER_ERR_FORMAT;
+            } else {
+                return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no movie format \"" + extension + '"');
+            }
             if (std::int32_t const status = SetTarget(*image, *movie))
                 return status;
             _TovImage shape = *image;
@@ -134,9 +134,10 @@ public:
                 shape = *m_converted;
             if (int const error = movie->Open(fileName, shape, fps)) {
                 ReleaseConverted();
-                return ToStatus(error);
+                return Judged(error);
             }
             m_movie = std::move(movie);
+            m_looked = std::chrono::steady_clock::now();
             return TOV_SERIALIZER_OK;
         });
     }
@@ -144,7 +145,11 @@ public:
     std::int32_t Stop() override
     {
         return Guarded([&] {
-            std::int32_t const status = m_movie ? ToStatus(m_movie->Close()) : TOV_SERIALIZER_OK;
+            std::int32_t status = TOV_SERIALIZER_OK;
+            if (m_movie) {
+                status = Judged(m_movie->Close());
+                m_readable = m_movie->ReadableFrames();
+            }
             m_movie.reset();
             m_series.reset();
             ReleaseConverted();
@@ -155,21 +160,27 @@ public:
     std::int32_t WriteFrame(_TovImage const *image, char const *fileName) override
     {
         return Guarded([&]() -> std::int32_t {
-            if (!m_series && !m_movie)
-                return TOV_SERIALIZER_ERR_STATE;
-            if (!HasPixels(image) || image->width != m_width || image->height != m_height ||
-                image->pixelType != m_pixelType || LineStep(*image) < LineBytes(*image) ||
-                (m_series && (!fileName || !*fileName)))
-                return TOV_SERIALIZER_ERR_ARGUMENT;
+            if (std::int32_t const status = CheckFrame(image, fileName))
+                return status;
             _TovImage const *target = image;
             if (m_converted) {
                 unsigned long const status = TovConvertImage(m_converted, image);
                 if (!TovSucceeded(status))
-                    return status == TOV_IMAGE_ERR_MEMORY ? TOV_SERIALIZER_ERR_MEMORY : TOV_SERIALIZER_ERR_FORMAT;
+                    return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NOT_HELD);
                 target = m_converted;
             }
-            return ToStatus(m_movie ? m_movie->Write(*target) : WriteFile(*target, *image, fileName));
+            return Judged(m_movie ? WriteToMovie(*target) : WriteFile(*target, *image, fileName));
         });
+    }
+
+    char const *GetLastFailure() const override
+    {
+        return m_failure.c_str();
+    }
+
+    std::int64_t GetReadableFrames() const override
+    {
+        return m_readable;
     }
 
 private:
@@ -179,16 +190,68 @@ private:
     }
     friend class TovImageSerializer;
 
+    // Runs `function`, whose containers may find no memory.
+    template<class F>
+    std::int32_t Guarded(F &&function)
+    {
+        try {
+            return function();
+        } catch (std::bad_alloc const &) {
+            m_failure = "Out of memory"; // short enough to need none
+            return TOV_SERIALIZER_ERR_MEMORY;
+        }
+    }
+
+    std::int32_t Failed(std::int32_t status, std::string text)
+    {
+        m_failure = std::move(text);
+        return status;
+    }
+    // What formats and files give, kept in words and as a status.
+    std::int32_t Judged(int error)
+    {
+        return error ? Failed(ToStatus(error), FailureText(error)) : TOV_SERIALIZER_OK;
+    }
+
+    static std::string NoRateText(double fps)
+    {
+        char text[80];
+        std::snprintf(text, sizeof text, "A movie cannot have %g frames a second", fps);
+        return text;
+    }
+
     static bool HasPixels(_TovImage const *image)
     {
         return image && image->imageData && image->width > 0 && image->height > 0;
     }
 
-    std::int32_t CheckStart(_TovImage const *image, char const *text) const
+    // A start that is at the right time begins a new count.
+    std::int32_t CheckStart(_TovImage const *image, char const *text)
     {
-        if (!image || image->width == 0 || image->height == 0 || LineBytes(*image) == 0 || !text || !*text)
-            return TOV_SERIALIZER_ERR_ARGUMENT;
-        return m_series || m_movie ? TOV_SERIALIZER_ERR_STATE : TOV_SERIALIZER_OK;
+        if (m_series || m_movie)
+            return Failed(TOV_SERIALIZER_ERR_STATE, "Another recording is under way");
+        m_failure.clear();
+        m_readable = 0;
+        if (!image || image->width == 0 || image->height == 0 || LineBytes(*image) == 0)
+            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture is empty");
+        if (!text || !*text)
+            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The file has no name");
+        return TOV_SERIALIZER_OK;
+    }
+
+    std::int32_t CheckFrame(_TovImage const *image, char const *fileName)
+    {
+        if (!m_series && !m_movie)
+            return Failed(TOV_SERIALIZER_ERR_STATE, "No recording is under way");
+        if (!HasPixels(image))
+            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture is empty");
+        if (image->width != m_width || image->height != m_height || image->pixelType != m_pixelType)
+            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture's size or pixel type has changed");
+        if (LineStep(*image) < LineBytes(*image))
+            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture's lines are too short");
+        if (m_series && (!fileName || !*fileName))
+            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The file has no name");
+        return TOV_SERIALIZER_OK;
     }
 
     // The shape to come, and the picture to convert into when the format wants another type.
@@ -197,12 +260,12 @@ private:
     {
         std::uint32_t const target = format.Accepts(image.pixelType, TovGetPixelTypeInfo(image.pixelType));
         if (target == 0)
-            return TOV_SERIALIZER_ERR_FORMAT;
+            return Judged(NOT_HELD);
         if (target != image.pixelType) {
             unsigned long const status = TovCreateImage(&m_converted, {image.width, image.height}, target);
             if (!TovSucceeded(status)) {
                 m_converted = nullptr;
-                return status == TOV_IMAGE_ERR_MEMORY ? TOV_SERIALIZER_ERR_MEMORY : TOV_SERIALIZER_ERR_FORMAT;
+                return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NOT_HELD);
             }
         }
         m_width = image.width;
@@ -225,7 +288,23 @@ private:
             m_file.Abandon();
             return error;
         }
-        return m_file.Publish();
+        int const error = m_file.Publish();
+        if (error == 0)
+            ++m_readable;
+        return error;
+    }
+
+    // A movie that somebody has deleted is noticed soon, not only at its end.
+    int WriteToMovie(_TovImage const &image)
+    {
+        int error = m_movie->Write(image);
+        if (auto const now = std::chrono::steady_clock::now(); !error && now - m_looked >= LOOK_EVERY) {
+            m_looked = now;
+            if (m_movie->IsLost())
+                error = LOST;
+        }
+        m_readable = error == LOST ? 0 : m_movie->ReadableFrames();
+        return error;
     }
 
     std::string CompressorInUse()
@@ -249,6 +328,9 @@ private:
     std::uint32_t m_width = 0, m_height = 0, m_pixelType = 0; // as at the start
     _TovImage *m_converted = nullptr;                         // null: pictures go as they are
     OutFile m_file;                                           // of a series
+    std::string m_failure;                                    // of the last operation that failed
+    std::int64_t m_readable = 0;
+    std::chrono::steady_clock::time_point m_looked; // whether the movie is there still
 };
 
 } // namespace

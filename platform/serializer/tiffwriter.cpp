@@ -1,5 +1,7 @@
 #include "tiffwriter.h"
 
+#include "failures.h"
+
 #include <tiffio.h>
 
 #include <cerrno>
@@ -58,9 +60,10 @@ int TiffWriter::Write(OutFile &file, _TovImage const &image)
 {
     TovPixelTypeInfo const *info = TovGetPixelTypeInfo(image.pixelType);
     std::uint64_t const bytes = LineBytes(image), pixels = bytes * image.height;
-    if (!info || info->packing != TOV_UNPACKED || (info->channels != 1 && info->channels != 3) ||
-        pixels + OVERHEAD > 0xFFFFFFFF)
-        return -1;
+    if (!info || info->packing != TOV_UNPACKED || (info->channels != 1 && info->channels != 3))
+        return NOT_HELD;
+    if (pixels + OVERHEAD > 0xFFFFFFFF)
+        return TOO_LARGE;
     std::uint8_t *data = image.imageData;
     if (!IsPacked(image)) {
         data = m_packed.Ensure(std::size_t(pixels));

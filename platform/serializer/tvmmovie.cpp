@@ -1,3 +1,4 @@
+#include "framefilereader.h"
 #include "frameformat.h"
 #include "movieformats.h"
 #include "pixellayout.h"
@@ -53,6 +54,7 @@ public:
             return error;
         }
         m_offsets.push_back(begin);
+        m_readable = std::int64_t(m_offsets.size());
         return 0;
     }
 
@@ -71,8 +73,16 @@ public:
             auto const bytes = FrameFormat::Encode(m_header);
             error = m_file.WriteAt(0, bytes.data(), bytes.size());
         }
-        int const closing = m_file.Close();
-        return error ? error : closing;
+        bool const lost = m_file.IsLost();
+        if (int const closing = m_file.Close(); !error)
+            error = closing;
+        if (lost) {
+            m_readable = 0;
+            return LOST;
+        }
+        if (error)
+            m_readable = Count();
+        return error;
     }
 
 private:
@@ -96,7 +106,13 @@ private:
         return error ? error : m_file.Flush(); // the end of this process loses no frame
     }
 
-    OutFile m_file;
+    // After a failure nobody but a reader knows.
+    std::int64_t Count() const
+    {
+        FrameFileReader reader;
+        return reader.Open(m_file.Name()) == 0 ? std::int64_t(reader.Frames().size()) : -1;
+    }
+
     FrameFormat::MovieHeader m_header;
     std::vector<std::uint64_t> m_offsets; // of the records
 };

@@ -1,0 +1,34 @@
+#include "failures.h"
+
+#include <cerrno>
+#include <cstring>
+
+std::string FailureText(int failure)
+{
+    switch (failure) {
+    case NOT_HELD:
+        return "The file format cannot hold pictures of this pixel type";
+    case TOO_LARGE:
+        return "The picture is too large for the file format";
+    case NO_RATE:
+        return "The file format cannot hold this frame rate";
+    case NO_ENCODER:
+        return "The compressor refuses pictures of this size or type";
+    case LOST:
+        return "The file was deleted while it was being written";
+    case EILSEQ:
+        return "The file system does not accept this name";
+    case ENOENT:
+        return "No such folder";
+    case ENOTDIR:
+        return "What should be a folder is a file";
+    case EFBIG:
+        return "The file has become too large for the file system";
+    case ENOMEM:
+        return "Out of memory";
+    default:
+        // Unlike strerror's, not in the language of the system: all else is in English, too.
+        char const *const text = strerrordesc_np(failure);
+        return text ? text : "Error " + std::to_string(failure);
+    }
+}
