@@ -228,6 +228,7 @@ int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road
         m_direct = false;
         error = OpenHidden(folder, birth);
     }
+    error = OfName(error);
     if (error == 0 && m_staging && !m_stage) {
         void *memory = nullptr;
         error = posix_memalign(&memory, PAGE, STAGE_SIZE);

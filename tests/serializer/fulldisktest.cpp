@@ -1,58 +1,78 @@
-// Disks without room: a limit on the size of files, on which the file system refuses in the middle of a frame, and a
-// small file system of our own.
-#include "framefilereader.h"
+// Disks without room: a limit on the size of files, on which the file system refuses in the middle of a frame, and
+// small file systems of our own.
 #include "ownmounts.h"
 #include "serializerfixture.h"
 
 #include <csignal>
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 namespace {
+
+constexpr int NotAllowed = 77;
 
 class FullDiskTest : public SerializerTest
 {
 protected:
-    // Frames until one fails; what was written is what ffmpeg or the reader finds.
-    void FillWithMovie(char const *name, TovImageSize size)
+    // Frames until one fails; those that are said to be readable are what ffmpeg or the reader finds.
+    void FillWithMovie(char const *name, char const *compressor, TovImageSize size, std::uint64_t least)
     {
+        SCOPED_TRACE(testing::Message() << name << " " << compressor << " " << size.width);
+        Choose(compressor);
+        std::string const path = Path(name);
         Bytes expected;
         std::int32_t status = TOV_SERIALIZER_OK;
-        unsigned written = 0;
-        for (unsigned i = 0; i < 500; ++i) {
+        for (unsigned i = 0; status == TOV_SERIALIZER_OK && i < 500; ++i) {
             Picture const picture(TV_PIXEL_MONO8, size.width, size.height, i + 1);
             if (i == 0) {
-                ASSERT_EQ(serializer->StartMovie(picture.Image(), Path(name).c_str(), 25), TOV_SERIALIZER_OK);
+                ASSERT_EQ(serializer->StartMovie(picture.Image(), path.c_str(), 25), TOV_SERIALIZER_OK);
             }
             status = serializer->WriteFrame(picture.Image(), nullptr);
-            if (status != TOV_SERIALIZER_OK)
-                break;
             expected += picture.Lines();
-            ++written;
         }
         EXPECT_EQ(status, TOV_SERIALIZER_ERR_WRITE);
-        EXPECT_GE(written, 2u);
+        EXPECT_STREQ(serializer->GetLastFailure(), reason);
+        std::int64_t const before = serializer->GetReadableFrames();
         serializer->Stop();
-        if (fs::path(name).extension() == ".avi") {
-            EXPECT_TRUE(Decoded(Path(name), "gray") == expected) << name << " " << written;
-        } else {
-            FrameFileReader reader;
-            EXPECT_EQ(reader.Open(Path(name)), 0);
-            EXPECT_EQ(reader.Frames().size(), written);
+        std::int64_t const readable = serializer->GetReadableFrames();
+        EXPECT_EQ(readable, before);
+        EXPECT_EQ(readable, FramesIn(path));
+        std::size_t const bytes = std::size_t(size.width) * size.height;
+        EXPECT_GE(readable * bytes, least);
+        EXPECT_GT(readable, 1);
+        if (std::string(compressor) == "Uncompressed" && fs::path(name).extension() == ".avi") {
+            expected.resize(std::size_t(readable) * bytes);
+            EXPECT_TRUE(Decoded(path, "gray") == expected);
         }
-        fs::remove(Path(name));
+        fs::remove(path);
     }
-    void FillWithEverything()
+    void FillWithEverything(std::uint64_t room)
     {
+        // What is not compressed takes all but a frame and the room of the indexes.
+        std::uint64_t const most = room - (3u << 19);
         for (TovImageSize const size : {TovImageSize{1024, 1024}, TovImageSize{200, 150}}) {
-            FillWithMovie("m.avi", size);
-            FillWithMovie("m.tvm", size);
+            FillWithMovie("m.avi", "Uncompressed", size, size.width > 1000 ? most : 0);
+            FillWithMovie("m.tvm", "", size, size.width > 1000 ? most : 0);
         }
+        for (char const *compressor : {"MJPEG", "FFV1", "H.264"})
+            FillWithMovie("m.avi", compressor, {1023, 767}, 0);
         Picture const picture(TV_PIXEL_MONO8, 3000, 3000);
         for (std::string const extension : {"raw", "tvi", "bmp", "png", "tif"})
             EXPECT_EQ(Save(picture, extension.c_str(), Path("x." + extension)), TOV_SERIALIZER_ERR_WRITE) << extension;
-        EXPECT_EQ(Files(folder), 0);
     }
+    // What `mount` gives this process; 0 when all went well there.
+    template<class F>
+    int OnFileSystem(F &&mount)
+    {
+        reason = "No space left on device";
+        return InChild([&] {
+            if (!mount())
+                return NotAllowed;
+            FillWithEverything(fs::space(folder).available);
+            return int(HasFailure());
+        });
+    }
+
+    char const *reason = "The file has become too large for the file system";
 };
 
 TEST_F(FullDiskTest, LeavesMoviesThatPlayAndNoHalfFiles)
@@ -62,25 +82,32 @@ TEST_F(FullDiskTest, LeavesMoviesThatPlayAndNoHalfFiles)
     getrlimit(RLIMIT_FSIZE, &old);
     rlimit const limit{7'340'033, old.rlim_max};
     setrlimit(RLIMIT_FSIZE, &limit);
-    FillWithEverything();
+    FillWithEverything(limit.rlim_cur);
+    EXPECT_EQ(Files(folder), 0);
     setrlimit(RLIMIT_FSIZE, &old);
 }
 
-// In a child: a mount namespace of its own has to begin with one thread.
 TEST_F(FullDiskTest, LeavesTheSameOnAFileSystemThatIsFull)
 {
-    constexpr int NotAllowed = 77;
-    pid_t const child = fork();
-    if (child == 0) {
-        if (!EnterOwnMounts() || mount("none", folder.c_str(), "tmpfs", 0, "size=7m") != 0)
-            _exit(NotAllowed);
-        FillWithEverything();
-        _exit(HasFailure());
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == NotAllowed)
+    int const status =
+        OnFileSystem([this] { return EnterOwnMounts() && mount("none", folder.c_str(), "tmpfs", 0, "size=7m") == 0; });
+    if (status == NotAllowed)
         GTEST_SKIP() << "no file system of our own here";
+    EXPECT_EQ(status, 0);
+}
+
+// Which keeps what it could give of a reservation that it refuses.
+TEST_F(FullDiskTest, LeavesTheSameOnAFullDisk)
+{
+    std::string const disk = folder.string() + ".img";
+    bool const made = std::system(("truncate -s 10M " + disk + " && mkfs.ext4 -q -m 0 " + disk).c_str()) == 0;
+    int const status = OnFileSystem([&] {
+        return made && unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+               std::system(("mount -o loop " + disk + " " + folder.string() + " 2>&1").c_str()) == 0;
+    });
+    fs::remove(disk);
+    if (status == NotAllowed)
+        GTEST_SKIP() << "no disk of our own here";
     EXPECT_EQ(status, 0);
 }
 

@@ -1,9 +1,15 @@
 // Single files, seen by other programs.
 #include "serializerfixture.h"
 
+#include <cstdarg>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/syscall.h>
+
 namespace {
+
+bool s_refuseColons = false; // see the end
 
 using ImageSeriesTest = SerializerTest;
 
@@ -184,10 +190,12 @@ TEST_F(ImageSeriesTest, WrongCallsAreRefusedAndHarmless)
     EXPECT_EQ(serializer->StartImageSeries(nullptr, "raw"), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->StartImageSeries(image, ""), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->StartImageSeries(image, "gif"), TOV_SERIALIZER_ERR_FORMAT);
+    EXPECT_STREQ(serializer->GetLastFailure(), "There is no file format \"gif\"");
     EXPECT_EQ(serializer->StartMovie(image, Path("x.avi").c_str(), 0), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->StartMovie(image, Path("x.mov").c_str(), 25), TOV_SERIALIZER_ERR_FORMAT);
     Choose("Betamax");
     EXPECT_EQ(serializer->StartMovie(image, Path("x.avi").c_str(), 25), TOV_SERIALIZER_ERR_FORMAT);
+    EXPECT_STREQ(serializer->GetLastFailure(), "There is no compressor \"Betamax\"");
 
     ASSERT_EQ(serializer->StartImageSeries(image, "raw"), TOV_SERIALIZER_OK);
     EXPECT_EQ(serializer->StartImageSeries(image, "raw"), TOV_SERIALIZER_ERR_STATE);
@@ -195,10 +203,55 @@ TEST_F(ImageSeriesTest, WrongCallsAreRefusedAndHarmless)
     EXPECT_EQ(serializer->WriteFrame(image, nullptr), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->WriteFrame(wider.Image(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->WriteFrame(deeper.Image(), Path("x.raw").c_str()), TOV_SERIALIZER_ERR_ARGUMENT);
-    EXPECT_EQ(serializer->WriteFrame(image, "/proc/nowhere/x.raw"), TOV_SERIALIZER_ERR_WRITE);
-    EXPECT_EQ(serializer->WriteFrame(image, Path(std::string(300, 'x') + ".raw").c_str()), TOV_SERIALIZER_ERR_WRITE);
-    EXPECT_EQ(Files(folder), 0);
+    EXPECT_STREQ(serializer->GetLastFailure(), "The picture's size or pixel type has changed");
+    std::ofstream(Path("file")) << "in the way";
+    for (auto const &[name, reason] : {std::pair<std::string, char const *>("/proc/nowhere/x.raw", "No such folder"),
+                                       {Path(std::string(300, 'x') + ".raw"), "File name too long"},
+                                       {Path("file/x.raw"), "What should be a folder is a file"},
+                                       {Path("a:b.raw"), "The file system does not accept this name"},
+                                       {Path("a:b/x.raw"), "The file system does not accept this name"}}) {
+        s_refuseColons = true;
+        EXPECT_EQ(serializer->WriteFrame(image, name.c_str()), TOV_SERIALIZER_ERR_WRITE);
+        s_refuseColons = false;
+        EXPECT_STREQ(serializer->GetLastFailure(), reason);
+    }
+    EXPECT_EQ(Files(folder), 1);
     EXPECT_EQ(serializer->WriteFrame(image, Path("x.raw").c_str()), TOV_SERIALIZER_OK);
+    EXPECT_EQ(serializer->GetReadableFrames(), 1);
 }
 
 } // namespace
+
+// The system's calls as of a file system that refuses colons and knows neither links nor files without names.
+#pragma GCC visibility push(default)
+extern "C" {
+int open(char const *name, int flags, ...)
+{
+    bool const refused = s_refuseColons && std::strchr(name, ':');
+    if (refused || (s_refuseColons && (flags & O_TMPFILE) == O_TMPFILE)) {
+        errno = refused ? EINVAL : EOPNOTSUPP;
+        return -1;
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    int const mode = va_arg(arguments, int);
+    va_end(arguments);
+    return int(syscall(SYS_openat, AT_FDCWD, name, flags, mode));
+}
+int mkdir(char const *name, mode_t mode) noexcept
+{
+    errno = EINVAL;
+    return s_refuseColons && std::strchr(name, ':') ? -1 : int(syscall(SYS_mkdirat, AT_FDCWD, name, mode));
+}
+int renameat2(int from, char const *name, int to, char const *newName, unsigned flags) noexcept
+{
+    errno = EINVAL;
+    return s_refuseColons ? -1 : int(syscall(SYS_renameat2, from, name, to, newName, flags));
+}
+int link(char const *name, char const *newName) noexcept
+{
+    errno = EPERM;
+    return s_refuseColons ? -1 : int(syscall(SYS_linkat, AT_FDCWD, name, AT_FDCWD, newName, 0));
+}
+}
+#pragma GCC visibility pop

@@ -2,6 +2,8 @@
 
 #include "serializerfixture.h"
 
+#include <csignal>
+
 namespace {
 
 using OutFileTest = SerializerTest;
@@ -59,6 +61,34 @@ TEST_F(OutFileTest, HoldsWhatWasWrittenOnEveryRoad)
     EXPECT_EQ(Files(folder), 1);
     file.Abandon();
     EXPECT_EQ(Files(folder), 0);
+}
+
+// Of a killed process; not of one that lives, nor what other machines and programs have there.
+TEST_F(OutFileTest, RemovesWhatTheDeadLeftUnderTemporaryNames)
+{
+    auto const begin = [this](OutFile &file, char const *name) {
+        return file.CreateHidden(Path(name), 1, OutFile::Road::Cached, OutFile::Birth::Beside);
+    };
+    OutFile living, file;
+    ASSERT_EQ(begin(living, "living"), 0);
+    std::string const ours = fs::directory_iterator(folder)->path().filename();
+    for (std::size_t const at : {ours.find('-') + 1, ours.rfind('-') - 1}) { // another machine; a number used again
+        std::string other = ours;
+        other[at] = other[at] == '0' ? '1' : '0';
+        std::ofstream(Path(other)) << "x";
+    }
+    for (char const *name : {".tov-.part", ".tov-1-2.part", ".tov-a-b-c-d.part"})
+        std::ofstream(Path(name)) << "x";
+    EXPECT_EQ(InChild([&] { return begin(file, "dead") == 0 ? raise(SIGKILL) : 1; }), -1);
+    // The child has removed the one with our number and another start, and left its own.
+    EXPECT_EQ(Files(folder), 6);
+    ASSERT_EQ(begin(file, "next"), 0);
+    EXPECT_EQ(Files(folder), 6);
+    EXPECT_EQ(living.Publish(), 0);
+    EXPECT_EQ(file.Publish(), 0);
+    EXPECT_EQ(Files(folder), 6);
+    EXPECT_TRUE(fs::exists(Path("living")));
+    EXPECT_TRUE(fs::exists(Path("next")));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // What the tests of the serializer share: pictures, folders, and other programs' view of a file.
 #pragma once
 
+#include "framefilereader.h"
 #include "tovserializer.h"
 
 #include "../image/reference.h"
@@ -14,6 +15,9 @@
 #include <iterator>
 #include <memory>
 #include <string>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -78,6 +82,29 @@ inline Bytes Decoded(fs::path const &movie, char const *pixels)
 {
     return Output("ffmpeg -v error -nostdin -i '" + movie.string() + "' -fps_mode passthrough -f rawvideo -pix_fmt " +
                   pixels + " -");
+}
+
+// What a reader finds: ffprobe, or ours.
+inline std::int64_t FramesIn(fs::path const &movie)
+{
+    FrameFileReader reader;
+    if (movie.extension() != ".avi")
+        return reader.Open(movie.string()) == 0 ? std::int64_t(reader.Frames().size()) : -1;
+    return std::stoll("0" + Output("ffprobe -v fatal -count_frames -select_streams v -show_entries "
+                                   "stream=nb_read_frames -of csv=p=0 '" +
+                                   movie.string() + "' | tr -d '\\n,'"));
+}
+
+// The child's exit status, or -1 for another end. It begins with one thread and a copy of everything.
+template<class F>
+int InChild(F &&function)
+{
+    pid_t const child = fork();
+    if (child == 0)
+        _exit(function());
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 inline int Files(fs::path const &folder)
