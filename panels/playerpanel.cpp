@@ -28,13 +28,25 @@ namespace {
 
 QString const GeometryKey = QStringLiteral("wndGeometry");
 constexpr unsigned int StringEditSize = 1000;
+char const ShownText[] = "shownText"; // property of an edit: what it got from its parameter, or gave to it
 
 // What cannot be read is empty.
 QString valueText(TovComponent *component, char const *param, char const *format, unsigned int size)
 {
     char text[256] = "";
-    component->GetParamAsString(param, text, &size, format);
-    return QString::fromUtf8(text);
+    unsigned int needed = size;
+    if (TovSucceeded(component->GetParamAsString(param, text, &needed, format)) || needed <= size)
+        return QString::fromUtf8(text);
+    // Longer than most, such as a folder's name.
+    std::vector<char> longText(needed + 1);
+    component->GetParamAsString(param, longText.data(), &needed, format);
+    return QString::fromUtf8(longText.data());
+}
+
+void showText(QLineEdit *edit, QString const &text)
+{
+    edit->setText(text);
+    edit->setProperty(ShownText, text);
 }
 
 bool boolValue(TovComponent *component, char const *param)
@@ -155,8 +167,8 @@ bool PlayerPanel::AddStringEdit(QLineEdit *edit, char const *param, TovComponent
     LinkEdit(edit, param, nullptr, component, &PlayerPanel::StringEditChanged);
     char text[StringEditSize] = "";
     unsigned int size = sizeof text;
-    component->GetParamString(param, text, &size);
-    edit->setText(QString::fromUtf8(text));
+    bool const read = TovSucceeded(component->GetParamString(param, text, &size));
+    showText(edit, read ? QString::fromUtf8(text) : valueText(component, param, nullptr, 255));
     return true;
 }
 
@@ -237,7 +249,7 @@ void PlayerPanel::UpdateFromComponent(QString const &name)
         // What is being typed stays, to be written once it is finished, and so does a selection in what is up to date.
         QString const text = valueText(link.component, param.constData(), link.format, 256);
         if (text != edit->text() && !(edit->hasFocus() && edit->isModified()))
-            edit->setText(text);
+            showText(edit, text);
     } else if (auto *const combo = findChild<QComboBox *>(link.controlName)) {
         long value = 0;
         link.component->GetParamInt(param.constData(), &value);
@@ -330,8 +342,12 @@ void PlayerPanel::FloatEditChanged()
 void PlayerPanel::StringEditChanged()
 {
     auto *const edit = qobject_cast<QLineEdit *>(sender());
-    if (ParamLink const link = SenderLink(edit); link.component)
+    // A field that was entered and left has nothing to say, and may show its value worse than it is.
+    bool const typed = edit && (edit->isModified() || edit->text() != edit->property(ShownText).toString());
+    if (ParamLink const link = SenderLink(edit); link.component && typed) {
         link.component->SetParamString(link.paramName.toLocal8Bit().constData(), edit->text().toUtf8().constData());
+        edit->setProperty(ShownText, edit->text());
+    }
 }
 
 void PlayerPanel::CheckBoxChanged(int state)

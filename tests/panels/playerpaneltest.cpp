@@ -75,6 +75,21 @@ TEST_F(Panels, WhatIsTypedReachesTheParameter)
         EXPECT_EQ(edit->text().toStdString(), row.typed) << "stays as it was typed";
     }
 
+    // What was only entered and left stays, however long and in whatever bytes; the refresh of a panel spares it, too.
+    auto *const folder = panel.findChild<QLineEdit *>(QStringLiteral("d"));
+    for (std::string const &text : {std::string(300, 'f'), std::string(3000, 'f'), std::string("caf\xe9")}) {
+        values.SetParamString("Text", text.c_str());
+        panel.UpdateFromComponent(QString());
+        EXPECT_EQ(folder->text(), QString::fromUtf8(text.c_str()));
+        QTest::keyClick(folder, Qt::Key_Return);
+        EXPECT_EQ(values.Text("Text"), text);
+    }
+    values.SetParamString("Text", std::string(3000, 'f').c_str());
+    panel.UpdateFromComponent(QString());
+    QTest::keyClicks(folder, QStringLiteral("g"));
+    QTest::keyClick(folder, Qt::Key_Return);
+    EXPECT_EQ(values.Text("Text"), std::string(3000, 'f') + 'g');
+
     auto *const box = Add<QCheckBox>(panel, "box");
     auto *const group = Add<QGroupBox>(panel, "group");
     group->setCheckable(true);

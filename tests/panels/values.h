@@ -33,5 +33,5 @@ private:
     double m_rate = 0.5;
     bool m_switch = false;
     bool m_group = true;
-    char m_text[256] = "start";
+    char m_text[4000] = "start";
 };
