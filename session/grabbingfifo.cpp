@@ -99,6 +99,11 @@ bool GrabbingFifo::StartGrabbing()
     // The timestamps stay: the first rate after a restart spans the pause. That is meant.
     TovStoreBound(m_firstTimestamp, 0);
     TovStoreBound(m_frameId, 0);
+    {
+        std::lock_guard const lock(m_fifoMutex);
+        m_lastId.reset();
+        m_withoutId = 0;
+    }
     bool const started = WorkingThread::Start();
     TovLog::Debug(started, "GrabbingFifo::StartGrabbing() <- LEAVE");
     return started;
@@ -261,8 +266,12 @@ double GrabbingFifo::GetCurrentFPS()
 GrabbingFifo::Accounts GrabbingFifo::GetAccounts()
 {
     std::lock_guard const lock(m_fifoMutex);
-    return {m_arrived, m_arrivedIncomplete, TovLoadBound(m_framesDroppedSW),
-            static_cast<std::int64_t>(m_grab_fifo.size()), m_withConsumers};
+    return {m_arrived,
+            m_arrivedIncomplete,
+            TovLoadBound(m_framesDroppedSW),
+            static_cast<std::int64_t>(m_grab_fifo.size()),
+            m_withConsumers,
+            m_missing};
 }
 
 std::int64_t GrabbingFifo::GetFramesAcquired() const
@@ -320,8 +329,8 @@ std::int32_t GrabbingFifo::GrabNewBuffer(std::uint32_t timeout)
         UpdateStatistics(buffer);
     {
         std::lock_guard const lock(m_fifoMutex);
-        m_arrived += buffer ? 1 : 0;
-        m_arrivedIncomplete += buffer && incomplete ? 1 : 0;
+        if (buffer)
+            CountArrival(buffer, incomplete);
         PutIntoFifo(buffer);
         WriteQueueFilled();
     }
@@ -379,6 +388,25 @@ void GrabbingFifo::UpdateStatistics(TovCam::Buffer *buffer)
     }
     TovStoreBound(m_frameId, static_cast<std::int64_t>(id));
     SetParamInt("FrameID", static_cast<std::int64_t>(id));
+}
+
+void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete)
+{
+    ++m_arrived;
+    m_arrivedIncomplete += incomplete;
+    std::uint64_t const id = buffer->GetFrameID();
+    // Without its first packet a frame may not know which one it is: it is one of those that the next gap will hold.
+    if (incomplete && (id == 0 || (m_lastId && id <= *m_lastId))) {
+        ++m_withoutId;
+        return;
+    }
+    // A counter that wraps or starts again loses nothing.
+    if (m_lastId && id > *m_lastId) {
+        std::uint64_t const gap = id - *m_lastId - 1;
+        m_missing += static_cast<std::int64_t>(gap - std::min(gap, m_withoutId));
+    }
+    m_lastId = id;
+    m_withoutId = 0;
 }
 
 void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 
 class GrabbingFifo : public QObject, public WorkingThread, public TovComponentImp
 {
@@ -59,6 +60,9 @@ public:
         std::int64_t droppedSW;
         std::int64_t queued;        // in the FIFO
         std::int64_t withConsumers; // taken and not given back yet
+        // Never arrived, by the gaps between the ids of those that did. "FramesDroppedHW" knows complete frames alone,
+        // and takes an incomplete one between two of them for a gap.
+        std::int64_t missing;
     };
     Accounts GetAccounts();
 
@@ -77,6 +81,7 @@ private:
     void RegisterParams();
     void UpdateStatistics(TovCam::Buffer *buffer); // of a complete frame; grabbing thread
     // With m_fifoMutex held.
+    void CountArrival(TovCam::Buffer *buffer, bool incomplete);
     void PutIntoFifo(TovCam::Buffer *buffer);
     void CountSoftwareDrop();
     void WriteQueueFilled();
@@ -95,6 +100,9 @@ private:
     std::int64_t m_arrived = 0;                          // frames put into the FIFO; m_fifoMutex
     std::int64_t m_arrivedIncomplete = 0;                // m_fifoMutex
     std::int64_t m_withConsumers = 0;                    // m_fifoMutex
+    std::int64_t m_missing = 0;                          // m_fifoMutex, as the two below
+    std::optional<std::uint64_t> m_lastId;               // of the frames that arrived since StartGrabbing
+    std::uint64_t m_withoutId = 0;                       // incomplete ones since m_lastId that do not know their number
     bool m_discard = false;                              // incomplete frames go back at once; set before the start
     std::atomic<bool> m_bBlockCallerThread{true};        // written under m_waitMutex
     std::condition_variable m_cvFifoEmpty;               // with m_waitMutex

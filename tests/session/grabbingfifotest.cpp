@@ -83,6 +83,7 @@ struct StatisticsRow
     long acquired, dropped, incomplete;
     double framesPerTick; // the average is written last, into both variables
     double ticksOfSpeed;  // the difference that the speed was last computed with
+    long missing = 0;     // as the accounts have it
 };
 
 class FifoStatistics : public Fifo, public testing::WithParamInterface<StatisticsRow>
@@ -97,6 +98,7 @@ TEST_P(FifoStatistics, AreThoseOfTheFrames)
     EXPECT_EQ(IntOf(&fifo, "FramesAcquired"), row.acquired);
     EXPECT_EQ(IntOf(&fifo, "FramesDroppedHW"), row.dropped);
     EXPECT_EQ(IntOf(&fifo, "FramesIncomp"), row.incomplete);
+    EXPECT_EQ(fifo.GetAccounts().missing, row.missing);
     EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsAvg"), row.framesPerTick * T);
     EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsInst"), row.framesPerTick * T);
     EXPECT_DOUBLE_EQ(FloatOf(&fifo, "Speed"), row.ticksOfSpeed ? T * 1024 / (row.ticksOfSpeed * 1048576) : 0);
@@ -105,7 +107,10 @@ TEST_P(FifoStatistics, AreThoseOfTheFrames)
 StatisticsRow const statisticsRows[] = {
     {"first_frame_counts_from_zero", {{7, 1000}}, 1, 0, 0, 7. / 1000, 1000},
     {"average_ends_in_both", {{1, 1000}, {2, 1500}}, 2, 0, 0, 2. / 500, 500},
-    {"gap_adds_the_missing", {{5, 1000}, {6, 2000}, {9, 4000}}, 3, 2, 0, 5. / 3000, 2000},
+    {"gap_adds_the_missing", {{5, 1000}, {6, 2000}, {9, 4000}}, 3, 2, 0, 5. / 3000, 2000, 2},
+    // One of the two did come, and so did the nameless one of the three after it.
+    {"incomplete_is_not_missing", {{5, 1000}, {7, 2000, true}, {8, 4000}}, 2, 2, 1, 4. / 3000, 3000, 1},
+    {"incomplete_without_id", {{5, 1000}, {0, 2000, true}, {9, 4000}}, 2, 3, 1, 5. / 3000, 3000, 2},
     {"id_restart_adds_nothing", {{9, 1000}, {1, 2000}}, 2, 0, 0, 2. / 1000, 1000},
     {"id_zero_after_the_largest", {{Farthest, 1000}, {0, 2000}}, 2, 0, 0, 2. / 1000, 1000},
     {"incomplete_only_counts", {{1, 1000}, {2, 2000, true}, {3, 3000, true}}, 1, 0, 2, 1. / 1000, 1000},
