@@ -2,10 +2,12 @@
 
 #include "imagewriter.h"
 #include "panelhost.h"
+#include "recordingreport.h"
 #include "session.h"
 
 #include <QDir>
 #include <QFileDialog>
+#include <QLocale>
 #include <QMainWindow>
 #include <QPointer>
 
@@ -20,6 +22,28 @@ constexpr unsigned int FolderSize = 32000;
 constexpr double UnknownFps = 11.1;
 constexpr double LeastFps = 0.1;
 QString const WidestCount = QStringLiteral("00000000"); // what a counter has room for
+
+constexpr QRgb Failing = qRgb(255, 190, 185);
+constexpr QRgb NotWhole = qRgb(255, 232, 160);
+char const PlainTip[] = "plainTip"; // property of a widget: its tooltip while there is nothing else to tell
+
+// Adds to the widget's tooltip, and gives its field a colour, or neither.
+void mark(QWidget *widget, QString const &text, QRgb colour)
+{
+    if (!widget->property(PlainTip).isValid())
+        widget->setProperty(PlainTip, widget->toolTip());
+    QString const plain = widget->property(PlainTip).toString();
+    widget->setToolTip(
+        text.isEmpty() ? plain : QStringLiteral("<p>%1</p><p>%2</p>").arg(plain.toHtmlEscaped(), text.toHtmlEscaped()));
+    widget->setAccessibleDescription(text);
+    QPalette palette; // of nothing but what differs
+    if (!text.isEmpty()) {
+        palette.setColor(QPalette::Base, colour);
+        palette.setColor(QPalette::Text, Qt::black);
+    }
+    if (widget->palette().color(QPalette::Base) != colour || text.isEmpty())
+        widget->setPalette(palette);
+}
 
 void showAll(std::initializer_list<QWidget *> widgets, bool visible)
 {
@@ -74,8 +98,14 @@ void CapturePanelImpl::SetUpForm()
 
 void CapturePanelImpl::TakeComponents(Session *session)
 {
+    if (m_report)
+        m_report->disconnect(this);
     m_session = session;
     m_writer = session->GetImageWriter();
+    auto *const writer = dynamic_cast<ImageWriter *>(m_writer);
+    m_report = writer ? &writer->GetReport() : nullptr;
+    if (m_report)
+        connect(m_report, &RecordingReport::changed, this, &CapturePanelImpl::ShowRecording);
     m_serializer = session->GetImageSerializer();
     m_grabber = session->GetGrabber();
 }
@@ -154,6 +184,7 @@ void CapturePanelImpl::UpdateAll()
     btnSnap->setEnabled(enabled("actionSnap"));
     btnCaptOptions->setEnabled(false); // in every state: there are no options yet
     btnRecord->setChecked(state == SessionStateCapturing);
+    ShowRecording();
 }
 
 void CapturePanelImpl::FinishEditing()
@@ -162,6 +193,28 @@ void CapturePanelImpl::FinishEditing()
         if (edit->hasFocus())
             emit edit->editingFinished();
     }
+}
+
+void CapturePanelImpl::ShowRecording()
+{
+    if (!m_report)
+        return;
+    RecordingLedger const &ledger = m_report->GetLedger();
+    auto const count = [](std::int64_t frames) {
+        return QLocale().toString(qlonglong{frames});
+    };
+    QString const failures = m_report->GetFailures();
+    QString const incomplete =
+        ledger.savedIncomplete > 0 ? tr("%1 of them are incomplete").arg(count(ledger.savedIncomplete)) : QString();
+    mark(edFramesSaved, failures.isEmpty() ? incomplete : failures, failures.isEmpty() ? NotWhole : Failing);
+    mark(edFolderName, m_report->IsPlaceRefused() ? failures : QString(), Failing);
+    // What the field counts is the gaps between complete frames.
+    bool const gaps = ledger.missing + ledger.incomplete > 0;
+    mark(edFramesDroppedHW,
+         gaps ? tr("%1 are missing, %2 came incomplete").arg(count(ledger.missing), count(ledger.incomplete))
+              : QString(),
+         NotWhole);
+    mark(edFramesDroppedSW, ledger.droppedSW > 0 ? tr("Writing is slower than the camera") : QString(), NotWhole);
 }
 
 // A click has checked the button already, whether or not the recording starts. A message may be shown meanwhile, and

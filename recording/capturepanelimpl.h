@@ -13,6 +13,7 @@
 #include <cstdint>
 
 class PanelHost;
+class RecordingReport;
 
 class CapturePanelImpl : public PlayerPanel, private Ui::CapturePanel
 {
@@ -56,6 +57,7 @@ private:
     void FillCompressors();
     void BuildNameMenu();
     void SetUpForm();
+    void ShowRecording(); // what of it is not whole: by colours and tooltips
     // An action of the host, and the buttons as they are to be afterwards.
     void Ask(void (PanelHost::*action)());
     QSize SizeSideBySide() const; // that the groups need
@@ -63,6 +65,7 @@ private:
     std::int64_t m_fileFormat = 0;
     PanelHost *m_host;
     TovComponent *m_writer = nullptr;
+    RecordingReport *m_report = nullptr;  // the writer's
     TovComponent *m_serializer = nullptr; // null when there is none
     TovComponent *m_grabber = nullptr;
     QList<QString> m_compressors;

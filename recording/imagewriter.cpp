@@ -10,13 +10,16 @@
 #include "tovserializer.h"
 
 #include <QDir>
+#include <QFile>
 #include <QStandardPaths>
 
 #include <chrono>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <limits>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -27,7 +30,27 @@ constexpr double FpsMaximum = 1000000.0;
 constexpr auto NotReadyPause = std::chrono::milliseconds(1);
 // Gives the queued report time to reach the session, which stops the writer.
 constexpr auto ReportPause = std::chrono::milliseconds(200);
+constexpr auto RoomPeriod = std::chrono::seconds(1);
 constexpr std::uint32_t FamilyShift = 24;
+
+// Where the serializer has no words of its own.
+QString serializerErrorText(std::int32_t status)
+{
+    switch (status) {
+    case TOV_SERIALIZER_ERR_ARGUMENT:
+        return ImageWriter::tr("the picture has changed its size or format");
+    case TOV_SERIALIZER_ERR_FORMAT:
+        return ImageWriter::tr("the file format cannot hold these pictures");
+    case TOV_SERIALIZER_ERR_STATE:
+        return ImageWriter::tr("the file could not be started");
+    case TOV_SERIALIZER_ERR_WRITE:
+        return ImageWriter::tr("the file system refuses it");
+    case TOV_SERIALIZER_ERR_MEMORY:
+        return ImageWriter::tr("not enough memory");
+    default:
+        return ImageWriter::tr("error %1").arg(status);
+    }
+}
 
 // Gives a buffer back to the stream, on every path.
 class HeldBuffer
@@ -119,10 +142,15 @@ bool ImageWriter::StartWriting()
     TovLog::Debug(0, "ImageWriter::StartWriting() -> ENTER");
     m_writing = true;
     m_startAccounts = m_fifo->GetAccounts();
-    m_saved = m_unwanted = m_failed = 0;
-    m_evaluated = false;
+    m_written = m_saved = m_unwanted = m_failed = 0;
+    TovStoreBound(m_savedIncomplete, 0);
+    m_underWay.clear();
+    m_started = m_evaluated = false;
+    m_endFailure = {};
+    m_roomAsked = {};
 
-    if (std::exchange(m_snapRequest, false))
+    bool const snap = std::exchange(m_snapRequest, false);
+    if (snap)
         m_captureRules.SnapNextFrame();
     else
         m_captureRules.StartImgWriting(static_cast<CaptureMode>(TovLoadBound(m_captureMode)));
@@ -143,6 +171,8 @@ bool ImageWriter::StartWriting()
     TovStoreBound(m_captureDroppedHW, 0);
     TovStoreBound(m_captureDroppedSW, 0);
     m_firstFrame = true;
+    if (!GetRigTest()) // which saves nothing
+        m_report.Begin(snap, [this] { return SoFar(); });
     bool const started = WorkingThread::Start();
     TovLog::Debug(started, "ImageWriter::StartWriting() <- LEAVE");
     return started;
@@ -158,8 +188,12 @@ bool ImageWriter::StopWriting()
         std::int32_t const status = m_serializer ? m_serializer->Stop() : 0;
         if (status != 0)
             TovLog::Error(static_cast<unsigned long>(status), "ImageWriter::StopWriting(): closing the files failed");
+        if (m_writing)
+            SettleAtStop(status);
     } catch (...) {
         failure = std::current_exception(); // the session's to tell, once the rest is done
+        if (m_writing)
+            SettleAtStop(TOV_SERIALIZER_ERR_MEMORY);
     }
     m_captureRules.StopImgWriting();
     if (m_writing)
@@ -182,32 +216,72 @@ RecordingLedger const &ImageWriter::GetLedger() const
     return m_ledger;
 }
 
-void ImageWriter::CloseLedger()
+RecordingReport &ImageWriter::GetReport()
+{
+    return m_report;
+}
+
+// What can be told while the recording thread works: it keeps the rest for itself.
+RecordingLedger ImageWriter::SoFar()
 {
     GrabbingFifo::Accounts const &before = m_startAccounts;
     GrabbingFifo::Accounts const now = m_fifo->GetAccounts();
-    m_ledger.acquired = now.arrived - before.arrived + before.queued + before.withConsumers;
-    m_ledger.incomplete = now.incomplete - before.incomplete;
+    RecordingLedger ledger;
+    ledger.acquired = now.arrived - before.arrived + before.queued + before.withConsumers;
+    ledger.incomplete = now.incomplete - before.incomplete;
+    ledger.saved = TovLoadBound(m_framesSaved);
+    ledger.savedIncomplete = TovLoadBound(m_savedIncomplete);
+    ledger.droppedSW = now.droppedSW - before.droppedSW;
+    ledger.missing = now.missing - before.missing;
+    return ledger;
+}
+
+// After the serializer's Stop, which gives its status.
+void ImageWriter::SettleAtStop(std::int32_t status)
+{
+    std::int64_t const readable = m_started ? m_serializer->GetReadableFrames() : -1;
+    Settle(readable >= 0 ? readable : m_written);
+    // A file may have lost what it had, when it was removed, and may hold what was refused with an error.
+    std::int64_t const tried = m_written + m_failed;
+    m_saved = readable >= 0 ? std::min(readable, tried) : m_saved;
+    m_savedIncomplete = std::min(m_savedIncomplete, m_saved);
+    std::int64_t const lost = tried - m_saved - m_failed;
+    m_failed = tried - m_saved;
+    if (lost > 0 || status != 0) {
+        QString const words = status == 0 ? tr("not in the file") : QString();
+        m_report.Failed(std::max<std::int64_t>(lost, 0),
+                        FailureOf(status != 0 ? status : TOV_SERIALIZER_ERR_WRITE, words));
+    }
+    if (TovLoadBound(m_framesSaved) != m_saved)
+        SetParamInt("FramesSaved", m_saved);
+}
+
+void ImageWriter::CloseLedger()
+{
+    m_ledger = SoFar();
+    GrabbingFifo::Accounts const now = m_fifo->GetAccounts();
     m_ledger.saved = m_saved;
     m_ledger.unwanted = m_unwanted;
     m_ledger.failed = m_failed;
-    m_ledger.droppedSW = now.droppedSW - before.droppedSW;
     m_ledger.queued = now.queued + now.withConsumers;
-    m_ledger.droppedHW = m_fifo->GetFramesDroppedHW() - m_startDroppedHW;
-    if (m_evaluated)
-        return; // the plug-in keeps its own books
+    if (m_evaluated) {
+        m_report.Forget(); // the plug-in keeps its own books
+        return;
+    }
+    m_report.End(m_ledger);
 
     RecordingLedger const &l = m_ledger;
     auto const count = [](std::int64_t frames) {
         return static_cast<long long>(frames);
     };
-    TovLog::Notice("Recording ended: %lld frames (%lld incomplete) = %lld saved + %lld not wanted + %lld failed + "
-                   "%lld dropped + %lld left in the queue; %lld more were lost on the way",
-                   count(l.acquired), count(l.incomplete), count(l.saved), count(l.unwanted), count(l.failed),
-                   count(l.droppedSW), count(l.queued), count(l.droppedHW));
-    if (l.failed + l.droppedSW + l.droppedHW > 0)
-        TovLog::Warning(static_cast<unsigned long>(l.failed + l.droppedSW + l.droppedHW),
-                        "The recording is not whole: frames are missing");
+    TovLog::Notice("Recording ended: %lld frames = %lld saved (%lld of them incomplete) + %lld not wanted + "
+                   "%lld failed + %lld dropped here + %lld given up at the stop; %lld more are missing",
+                   count(l.acquired), count(l.saved), count(l.savedIncomplete), count(l.unwanted), count(l.failed),
+                   count(l.droppedSW), count(l.queued), count(l.missing));
+    if (!l.IsWhole())
+        TovLog::Warning(static_cast<unsigned long>(l.failed + l.droppedSW + l.missing + l.savedIncomplete),
+                        "The recording is not whole%s%s", m_report.GetFailures().isEmpty() ? "" : ": ",
+                        qPrintable(m_report.GetFailures()));
     if (!l.AddsUp())
         TovLog::Error(0, "The frames of the recording do not add up");
 }
@@ -307,6 +381,25 @@ void ImageWriter::Work()
     UpdateCounters();
 }
 
+// The folder may be on a server: only this thread, which waits for it anyway, asks.
+void ImageWriter::LookForRoom()
+{
+    auto const now = std::chrono::steady_clock::now();
+    if (now - m_roomAsked < RoomPeriod)
+        return;
+    m_roomAsked = now;
+    try {
+        std::filesystem::path folder(QFile::encodeName(m_currFileName).constData());
+        std::error_code error;
+        do
+            folder = folder.parent_path();
+        while (!std::filesystem::exists(folder, error) && folder.has_relative_path()); // made with the first file
+        std::filesystem::space_info const space = std::filesystem::space(folder, error);
+        m_report.SetFreeBytes(error ? -1 : static_cast<std::int64_t>(space.available));
+    } catch (std::bad_alloc const &) {
+    }
+}
+
 void ImageWriter::UpdateCounters()
 {
     auto const update = [this](char const *key, std::int64_t const &stored, std::int64_t value) {
@@ -334,6 +427,7 @@ void ImageWriter::DoWriting()
         WriteMovie(buffer);
     else
         WriteImage(buffer);
+    LookForRoom();
 }
 
 void ImageWriter::WriteImage(TovCam::Buffer *buffer)
@@ -350,15 +444,24 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
 {
     HeldBuffer held(m_fifo, buffer);
     _TovImage *const image = buffer->GetImage();
-    if (std::exchange(m_firstFrame, false) && !Try(steps.start, image))
-        WindUp(steps); // the frame is tried all the same
+    if (std::exchange(m_firstFrame, false)) {
+        m_failure = {};
+        bool const started = Try(steps.start, image);
+        m_endFailure = m_failure;
+        if (!started)
+            WindUp(steps); // the frame is tried all the same
+    }
     if (m_captureRules.NeedToWrite(image)) {
-        std::int64_t const saved = m_saved;
-        bool const written = Try(steps.write, image);
-        if (m_saved == saved && m_failed++ == 0)
-            TovLog::Error(0, "ImageWriter: a frame was not written: %s", qPrintable(m_currFileName));
-        if (!written)
+        m_incomplete = buffer->IsIncomplete();
+        m_failure = {};
+        std::int64_t const before = m_written;
+        bool const goesOn = Try(steps.write, image);
+        if (m_written == before)
+            CountFailure();
+        if (!goesOn) {
+            m_endFailure = m_failure;
             WindUp(steps);
+        }
     } else {
         ++m_unwanted;
     }
@@ -372,10 +475,53 @@ bool ImageWriter::Try(bool (ImageWriter::*step)(_TovImage *image), _TovImage *im
 {
     try {
         return (this->*step)(image);
+    } catch (std::bad_alloc const &) {
+        m_failure = {serializerErrorText(TOV_SERIALIZER_ERR_MEMORY), {}};
     } catch (std::exception const &exception) {
-        TovLog::Error(0, "ImageWriter: %s", exception.what());
-        return false;
+        m_failure = {QString::fromLocal8Bit(exception.what()), {}};
     }
+    TovLog::Error(0, "ImageWriter: %s", qPrintable(m_failure.reason));
+    return false;
+}
+
+RecordingFailure ImageWriter::FailureOf(std::int32_t status, QString const &otherwise) const
+{
+    if (status == TOV_SERIALIZER_ERR_STATE && !m_endFailure.reason.isEmpty())
+        return m_endFailure;
+    char const *const words = m_serializer ? m_serializer->GetLastFailure() : nullptr;
+    return {words && *words       ? QString::fromLocal8Bit(words)
+            : otherwise.isEmpty() ? serializerErrorText(status)
+                                  : otherwise,
+            status == TOV_SERIALIZER_ERR_WRITE ? m_currFileName : QString()};
+}
+
+void ImageWriter::CountFailure()
+{
+    if (m_failed++ == 0)
+        TovLog::Error(0, "ImageWriter: a frame was not written: %s: %s", qPrintable(m_currFileName),
+                      qPrintable(m_failure.reason));
+    m_report.Failed(1, m_failure);
+}
+
+// A frame that the serializer has taken may be in an encoder still.
+void ImageWriter::CountWritten()
+{
+    ++m_written;
+    m_underWay.push_back(m_incomplete);
+    std::int64_t const readable = m_serializer->GetReadableFrames();
+    Settle(readable < 0 ? m_written : readable);
+}
+
+void ImageWriter::Settle(std::int64_t readable)
+{
+    std::int64_t incomplete = m_savedIncomplete;
+    while (m_saved < readable && !m_underWay.empty()) {
+        ++m_saved;
+        incomplete += m_underWay.front();
+        m_underWay.pop_front();
+    }
+    TovStoreBound(m_savedIncomplete, incomplete);
+    TovStoreBound(m_framesSaved, m_saved);
 }
 
 void ImageWriter::WindUp(Steps const &steps)
@@ -393,6 +539,7 @@ bool ImageWriter::PrepareConversion(_TovImage *image, _TovImage const **target)
         return true;
     if (TovCreateImage(&m_converted, {image->width, image->height}, m_outputPixType) != TOV_IMAGE_OK) {
         m_converted = nullptr;
+        m_failure = {serializerErrorText(TOV_SERIALIZER_ERR_MEMORY), {}};
         return false;
     }
     *target = m_converted;
@@ -412,8 +559,13 @@ bool ImageWriter::ImgSeriesWriteStart(_TovImage *image)
     if (!PrepareConversion(image, &target))
         return false;
     std::int32_t const status = m_serializer->StartImageSeries(target, GetFileExtension());
-    if (status != 0)
-        TovLog::Error(static_cast<unsigned long>(status), "ImageWriter: a series cannot be started");
+    m_started = status == 0;
+    if (status != 0) {
+        m_failure = FailureOf(status);
+        m_failure.file.clear(); // no name was made yet
+        TovLog::Error(static_cast<unsigned long>(status), "ImageWriter: a series cannot be started: %s",
+                      qPrintable(m_failure.reason));
+    }
     m_converting = m_converted && status == 0;
     // Only with a conversion does a refusal count here; without one the first frame meets it again.
     return !m_converted || status == 0;
@@ -432,9 +584,12 @@ bool ImageWriter::MovieWriteStart(_TovImage *image)
     SetCurrFileName(image);
     std::int32_t const status =
         m_serializer->StartMovie(target, m_currFileName.toLocal8Bit().constData(), TovLoadBound(m_movieFps));
-    if (status != 0)
-        TovLog::Error(static_cast<unsigned long>(status), "ImageWriter: the movie %s cannot be started",
-                      qPrintable(m_currFileName));
+    m_started = status == 0;
+    if (status != 0) {
+        m_failure = FailureOf(status);
+        TovLog::Error(static_cast<unsigned long>(status), "ImageWriter: the movie %s cannot be started: %s",
+                      qPrintable(m_currFileName), qPrintable(m_failure.reason));
+    }
     m_converting = m_converted && status == 0;
     return !m_converted || status == 0;
 }
@@ -442,13 +597,21 @@ bool ImageWriter::MovieWriteStart(_TovImage *image)
 bool ImageWriter::Convert(_TovImage *image)
 {
     // After a recording was wound up there is no target any more, while frames still come.
-    return !m_converting || (m_converted && m_processor && m_processor->ConvertImage(image, m_converted) == 0);
+    if (!m_converting || (m_converted && m_processor && m_processor->ConvertImage(image, m_converted) == 0))
+        return true;
+    m_failure = m_converted ? RecordingFailure{tr("the picture cannot be converted"), {}} : m_endFailure;
+    return false;
 }
 
-std::int32_t ImageWriter::WriteThrough(_TovImage *image, char const *fileName)
+bool ImageWriter::WriteThrough(_TovImage *image, char const *fileName)
 {
-    return m_serializer ? m_serializer->WriteFrame(m_converted ? m_converted : image, fileName)
-                        : TOV_SERIALIZER_ERR_STATE;
+    std::int32_t const status =
+        m_serializer ? m_serializer->WriteFrame(m_converted ? m_converted : image, fileName) : TOV_SERIALIZER_ERR_STATE;
+    if (status == 0)
+        CountWritten();
+    else
+        m_failure = FailureOf(status);
+    return status == 0;
 }
 
 bool ImageWriter::ImgSeriesWrite(_TovImage *image)
@@ -456,21 +619,15 @@ bool ImageWriter::ImgSeriesWrite(_TovImage *image)
     if (!Convert(image))
         return false;
     SetCurrFileName(image);
-    std::int32_t const status = WriteThrough(image, m_currFileName.toLocal8Bit().constData());
-    if (status == 0) {
-        ++m_saved;
-        TovStoreBound(m_framesSaved, TovLoadBound(m_framesSaved) + 1);
-    }
+    WriteThrough(image, m_currFileName.toLocal8Bit().constData());
     SetParamInt("FramesSaved", TovLoadBound(m_framesSaved));
     return true; // a file that cannot be written costs its frame, and does not end the recording
 }
 
 bool ImageWriter::MovieWrite(_TovImage *image)
 {
-    if (!Convert(image) || WriteThrough(image, nullptr) != 0)
+    if (!Convert(image) || !WriteThrough(image, nullptr))
         return false;
-    ++m_saved;
-    TovStoreBound(m_framesSaved, TovLoadBound(m_framesSaved) + 1);
     SetParamInt("FramesSaved", TovLoadBound(m_framesSaved));
     return true;
 }

@@ -7,11 +7,13 @@
 //
 // Threads: StartWriting and StopWriting on the GUI thread; Work and everything under it on the own thread; parameters
 // from any thread, through the storage. The signals are emitted on the own thread. It has no messages: every failure
-// winds the recording up through WritingDone, but for a single file that cannot be written, which costs its frame.
+// winds the recording up through WritingDone, but for a single file that cannot be written, which costs its frame. What
+// failed and why goes to the operator through a RecordingReport.
 #pragma once
 
 #include "capturerules.h"
 #include "grabbingfifo.h"
+#include "recordingreport.h"
 #include "tovcomponentimp.h"
 #include "workingthread.h"
 
@@ -19,7 +21,9 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -27,24 +31,6 @@
 class ImgProcessor;
 class TovImageSerializer;
 struct _TovImage;
-
-// What became of the frames of one recording.
-struct RecordingLedger
-{
-    std::int64_t acquired = 0;   // came in while it ran, complete or not, or waited in the FIFO when it began
-    std::int64_t incomplete = 0; // of those that came in; they are written like any other
-    std::int64_t saved = 0;
-    std::int64_t unwanted = 0;  // the rule did not want them
-    std::int64_t failed = 0;    // could not be converted or written
-    std::int64_t droppedSW = 0; // by the full FIFO
-    std::int64_t queued = 0;    // at the stop, in the FIFO or with the display
-    std::int64_t droppedHW = 0; // never arrived, and are not among the acquired ones
-
-    bool AddsUp() const
-    {
-        return acquired == saved + unwanted + failed + droppedSW + queued;
-    }
-};
 
 class ImageWriter : public QObject, public WorkingThread, public TovComponentImp
 {
@@ -79,6 +65,8 @@ public:
     bool IsWriting() const;
     // Of the last recording that was stopped. GUI thread.
     RecordingLedger const &GetLedger() const;
+    // Lives as long as the writer. GUI thread.
+    RecordingReport &GetReport();
 
     TovComponent *GetSerializer(); // the serializer's parameters; null when there is none
     // The one of format 7 has a dot of its own.
@@ -130,7 +118,15 @@ private:
     // Sets *target to what the serializer gets to see; false when there is no memory for it.
     bool PrepareConversion(_TovImage *image, _TovImage const **target);
     bool Convert(_TovImage *image);
-    std::int32_t WriteThrough(_TovImage *image, char const *fileName);
+    bool WriteThrough(_TovImage *image, char const *fileName);
+    // Of the serializer's last operation, in its words or else in these.
+    RecordingFailure FailureOf(std::int32_t status, QString const &otherwise = {}) const;
+    void CountFailure();
+    void CountWritten();
+    void Settle(std::int64_t readable);
+    void SettleAtStop(std::int32_t status);
+    void LookForRoom();
+    RecordingLedger SoFar();
 
     bool DoEvaluation();
     bool EndEvaluation();
@@ -142,6 +138,7 @@ private:
     bool m_writing = false;
     GrabbingFifo::Accounts m_startAccounts{};
     RecordingLedger m_ledger;
+    RecordingReport m_report;
 
     // Set while the own thread sleeps, or by it.
     GrabbingFifo *m_fifo;
@@ -157,9 +154,17 @@ private:
     bool m_converting = false;
     std::uint32_t m_outputPixType;
     std::map<std::uint32_t, int> m_inputPixTypes; // rows of the conversion table
-    std::int64_t m_saved = 0;                     // of this recording, as the next two
+    std::int64_t m_written = 0;                   // taken by the serializer; of this recording, as all below
+    std::int64_t m_saved = 0;                     // of these, in the file
+    std::int64_t m_savedIncomplete = 0;           // of these; the GUI thread reads it, by relaxed atomic access
+    std::deque<bool> m_underWay; // written and not known to be in the file, a second's worth: is it incomplete?
     std::int64_t m_unwanted = 0;
     std::int64_t m_failed = 0;
+    bool m_incomplete = false;     // the frame in hand
+    bool m_started = false;        // a series or a movie
+    RecordingFailure m_failure;    // of the start, or of the frame in hand
+    RecordingFailure m_endFailure; // for which nothing more is written
+    std::chrono::steady_clock::time_point m_roomAsked;
     bool m_evaluated = false;
     QByteArray m_pictures;    // the default of "FilePath"
     std::vector<char> m_text; // what GetText reads into

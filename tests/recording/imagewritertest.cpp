@@ -7,6 +7,7 @@
 #include "imgprocessor.h"
 #include "params.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 #include <chrono>
@@ -50,8 +51,20 @@ protected:
         EXPECT_TRUE(writer.StopWriting());
         fifo.SetState(SessionStateAcquisition);
         EXPECT_TRUE(writer.GetLedger().AddsUp());
+        EXPECT_FALSE(writer.GetReport().IsRunning());
         EXPECT_EQ(IntOf(&writer, "FramesSaved"), static_cast<long>(writer.GetLedger().saved));
         return writer.GetLedger();
+    }
+    // What the operator reads of the recording, with its level in front and without the time.
+    std::string Told()
+    {
+        for (Notice const &notice : NoticeBoard::Instance().Notices()) {
+            if (notice.topic == NoticeTopic::Recording)
+                return "IWE"[static_cast<int>(notice.level)] +
+                       (' ' +
+                        QString(notice.text).remove(QRegularExpression(QStringLiteral(" \\d+:\\d\\d"))).toStdString());
+        }
+        return "";
     }
     // One by one, each after the FIFO has taken the one before.
     void Feed(std::uint64_t first, std::uint64_t last, std::function<void(_TovImage &)> const &paint = {})
@@ -149,23 +162,60 @@ TEST_F(Writer, GetsOverFailures)
         std::function<void()> arrange;
         std::function<void(_TovImage &)> paint;
         int saved, requests;
+        char const *told;
     } const rows[] = {
-        {"a file", Format::FormatRaw, TV_PIXEL_MONO8, thirdFails, {}, 4, 0},
-        {"a file, with conversion", Format::FormatPng, 0x308010D, thirdFails, {}, 4, 0},
-        {"a frame of a movie", Format::FormatAvi, TV_PIXEL_MONO8, thirdFails, {}, 4, 1},
+        {"a file", Format::FormatRaw, TV_PIXEL_MONO8, thirdFails, {}, 4, 0, "No room (/somewhere/image_00000003.raw)"},
+        {"a file, with conversion",
+         Format::FormatPng,
+         0x308010D,
+         thirdFails,
+         {},
+         4,
+         0,
+         "No room (/somewhere/image_00000003.png)"},
+        {"a frame of a movie",
+         Format::FormatAvi,
+         TV_PIXEL_MONO8,
+         thirdFails,
+         {},
+         4,
+         1,
+         "No room (/somewhere/movie.avi)"},
         // The conversion's target is gone once the recording was wound up.
-        {"a frame of a converted movie", Format::FormatAvi, 0x308010D, thirdFails, {}, 2, 3},
-        {"a conversion", Format::FormatBmp, 0x308010D, [] {}, wide, 2, 3},
-        {"memory", Format::FormatRaw, TV_PIXEL_MONO8, thirdThrows, {}, 4, 1},
-        {"the start of a series", Format::FormatRaw, TV_PIXEL_MONO8, startFails, {}, 0, 0},
-        {"the start of a converted series", Format::FormatBmp, 0x308010D, startFails, {}, 0, 1},
-        {"the start of a movie", Format::FormatAvi, TV_PIXEL_MONO8, startFails, {}, 0, 5},
-        {"the start of a converted movie", Format::FormatAvi, 0x308010D, startFails, {}, 0, 6},
-        {"memory at the start", Format::FormatRaw, TV_PIXEL_MONO8, startThrows, {}, 0, 1},
+        {"a frame of a converted movie",
+         Format::FormatAvi,
+         0x308010D,
+         thirdFails,
+         {},
+         2,
+         3,
+         "No room (/somewhere/movie.avi)"},
+        {"a conversion", Format::FormatBmp, 0x308010D, [] {}, wide, 2, 3, "the picture cannot be converted"},
+        {"memory", Format::FormatRaw, TV_PIXEL_MONO8, thirdThrows, {}, 4, 1, "not enough memory"},
+        {"the start of a series", Format::FormatRaw, TV_PIXEL_MONO8, startFails, {}, 0, 0, "No room"},
+        {"the start of a converted series", Format::FormatBmp, 0x308010D, startFails, {}, 0, 1, "No room"},
+        {"the start of a movie",
+         Format::FormatAvi,
+         TV_PIXEL_MONO8,
+         startFails,
+         {},
+         0,
+         5,
+         "No room (/somewhere/movie.avi)"},
+        {"the start of a converted movie",
+         Format::FormatAvi,
+         0x308010D,
+         startFails,
+         {},
+         0,
+         6,
+         "No room (/somewhere/movie.avi)"},
+        {"memory at the start", Format::FormatRaw, TV_PIXEL_MONO8, startThrows, {}, 0, 1, "not enough memory"},
     };
     for (auto const &row : rows) {
         SCOPED_TRACE(row.what);
         serializer.Reset();
+        serializer.Set(&FakeSerializing::failure, "No room");
         row.arrange();
         done = 0;
         writer.SetParamInt("FileFormat", row.format);
@@ -174,16 +224,70 @@ TEST_F(Writer, GetsOverFailures)
         Feed(1, 5, row.paint);
         ASSERT_TRUE(Drained());
         ASSERT_TRUE(waitFor([&] { return done == row.requests; }));
+        std::string const failed = std::to_string(5 - row.saved) + " failed: " + row.told;
+        EXPECT_TRUE(waitFor([&] { return Told().find("Recording: " + failed + ", ") != std::string::npos; })) << Told();
+        EXPECT_EQ(Told().find("another folder") != std::string::npos, failed.back() == ')') << Told();
         RecordingLedger const ledger = Stop();
         EXPECT_EQ(ledger.saved, row.saved);
         EXPECT_EQ(ledger.failed, 5 - row.saved);
         EXPECT_EQ(done, row.requests);
+        EXPECT_EQ(Told(), "E Recording ended after: " + std::to_string(row.saved) + " saved, " + failed +
+                              ", 0 missing, 0 dropped here");
 
         serializer.Reset();
         Record();
+        EXPECT_EQ(Told(), "I Recording: 0 saved") << "the next one begins anew";
         Feed(6, 9);
         ASSERT_TRUE(Drained());
         EXPECT_EQ(Stop().saved, 4);
+    }
+}
+
+// Frames stay in an encoder, files lose what they had, and some frames come damaged or not at all: what is said to be
+// saved is what a reader finds.
+TEST_F(Writer, CountsAsSavedWhatAReaderFinds)
+{
+    using Readable = std::function<std::int64_t(std::size_t, bool)>;
+    struct
+    {
+        Readable readable;
+        std::int32_t stop;
+        long meanwhile, saved, incomplete;
+        char const *told;
+    } const rows[] = {
+        {{}, 0, 6, 6, 2, "W 6 saved (2 of them incomplete), 0 failed, 1 missing, 0 dropped here"},
+        {{}, -4, 6, 6, 2, "E 6 saved (2 of them incomplete), closing failed: No room (/a/b.avi), 1 missing, "},
+        {[](auto n, bool stopped) { return stopped ? n : n - 2; }, 0, 4, 6, 2, "W 6 saved (2 of them incomplete), 0 f"},
+        {[](auto n, bool stopped) { return stopped ? n - 1 : n - 2; }, -4, 4, 5, 1,
+         "E 5 saved (1 of them incomplete), 1 failed: No room (/a/b.avi), 1 missing, 0 dropped here"},
+        {[](auto, bool) { return 0; }, 0, 0, 0, 0, "E 0 saved, 6 failed: No room (/a/b.avi), 1 missing, "},
+        {[](auto n, bool stopped) { return stopped ? 0 : n; }, 0, 6, 0, 0, "E 0 saved, 6 failed: No room (/a/b.avi), "},
+        {[](auto n, bool) { return n + 1000; }, 0, 6, 6, 2, "W 6 saved"},
+    };
+    writer.SetParamInt("FileFormat", ImageWriter::FormatAvi);
+    writer.SetParamString("FilePath", "/a");
+    writer.SetParamString("MovieName", "b");
+    for (auto const &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        serializer.Reset();
+        serializer.Set(&FakeSerializing::readable, row.readable);
+        serializer.Set(&FakeSerializing::onStop, [&] { return row.stop; });
+        serializer.Set(&FakeSerializing::failure, "No room");
+        Run();
+        Record();
+        for (std::uint64_t const id : {1, 2, 3, 5, 6, 7}) {
+            ASSERT_TRUE(device.stream.Push({id, id * 1000, id == 2 || id == 7}));
+            ASSERT_TRUE(device.stream.WaitUntilDrained());
+        }
+        ASSERT_TRUE(Drained());
+        EXPECT_EQ(IntOf(&writer, "FramesSaved"), row.meanwhile);
+        RecordingLedger const ledger = Stop();
+        EXPECT_EQ(ledger.saved, row.saved);
+        EXPECT_EQ(ledger.savedIncomplete, row.incomplete);
+        EXPECT_EQ(ledger.failed, 6 - row.saved);
+        EXPECT_EQ(ledger.missing, 1);
+        std::string told = Told();
+        EXPECT_EQ(told.erase(2, sizeof "Recording ended after: " - 1).find(row.told), 0u) << Told();
     }
 }
 

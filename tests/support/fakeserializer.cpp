@@ -58,6 +58,18 @@ public:
                 {fileName ? fileName : "", image->frameID, image->pixelType, *image->imageData});
         return status;
     }
+    char const *GetLastFailure() const override
+    {
+        std::lock_guard const lock(m_script.m_mutex);
+        m_words = m_script.m_state.failure;
+        return m_words.c_str();
+    }
+    std::int64_t GetReadableFrames() const override
+    {
+        std::lock_guard const lock(m_script.m_mutex);
+        auto const &readable = m_script.m_state.readable;
+        return readable ? readable(m_script.m_state.writes.size(), !m_started) : -1;
+    }
 
 private:
     std::int32_t Begin(std::string const &entry)
@@ -77,6 +89,7 @@ private:
     FakeSerializerScript &m_script = FakeSerializerScript::Get();
     Parameters m_parameters;
     bool m_started = false;
+    mutable std::string m_words;
 };
 
 TovImageSerializer *TovImageSerializer::CreateComponent(bool)

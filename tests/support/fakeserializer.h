@@ -28,8 +28,10 @@ struct FakeSerializing
     // Statuses; the argument of a write is its number, from 0. An action may block or throw.
     std::function<std::int32_t()> onStart, onStop;
     std::function<std::int32_t(std::size_t)> onWrite;
-    std::string log;               // starts and stops, "entry; entry"
-    std::vector<FakeWrite> writes; // those that succeeded
+    std::function<std::int64_t(std::size_t written, bool stopped)> readable; // without it nobody knows
+    std::string failure;                                                     // the words for it
+    std::string log;                                                         // starts and stops, "entry; entry"
+    std::vector<FakeWrite> writes;                                           // those that succeeded
     std::size_t calls = 0;
 };
 

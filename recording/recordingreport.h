@@ -1,0 +1,109 @@
+// What the operator is told of a recording: while it runs, for how long it has, what it has saved, what failed and why,
+// and the room that is left; afterwards its ledger, until the next one starts. It stands on the notice board; who shows
+// it in another way hears of each change.
+//
+// Threads: the GUI thread, which makes it; Failed and SetFreeBytes from the recording thread as well.
+#pragma once
+
+#include "noticeboard.h"
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+// What became of the frames of one recording.
+struct RecordingLedger
+{
+    std::int64_t acquired = 0;        // came in while it ran, complete or not, or waited in the FIFO when it began
+    std::int64_t incomplete = 0;      // of those that came in; they are written like any other
+    std::int64_t saved = 0;           // a reader of the files finds them
+    std::int64_t savedIncomplete = 0; // of the saved ones
+    std::int64_t unwanted = 0;        // the rule did not want them
+    std::int64_t failed = 0;          // could not be converted or written, or are not in the file after all
+    std::int64_t droppedSW = 0;       // by the full FIFO
+    std::int64_t queued = 0;          // given up at the stop, in the FIFO or with the display
+    std::int64_t missing = 0;         // never arrived, and are not among the acquired ones
+
+    bool AddsUp() const
+    {
+        return acquired == saved + unwanted + failed + droppedSW + queued;
+    }
+    bool IsWhole() const
+    {
+        return failed + droppedSW + missing + savedIncomplete == 0;
+    }
+};
+
+// Why a frame was not saved, in words for the operator.
+struct RecordingFailure
+{
+    QString reason;
+    QString file; // the one that could not be written; empty where another one would have failed as well
+};
+
+class RecordingReport : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr std::chrono::milliseconds Period{500};
+
+    RecordingReport();
+
+    // `soFar` tells what of the ledger is known meanwhile; it is called on the GUI thread until End or Forget.
+    void Begin(bool snap, std::function<RecordingLedger()> soFar);
+    void End(RecordingLedger const &ledger);
+    // There was nothing to tell of.
+    void Forget();
+
+    // So many frames more; 0 for what went wrong at the end without costing a frame. A reason that is new is shown at
+    // once.
+    void Failed(std::int64_t frames, RecordingFailure const &failure);
+    // Of the folder; -1 where it is not known.
+    void SetFreeBytes(std::int64_t bytes);
+
+    // As of the last change.
+    bool IsRunning() const;
+    RecordingLedger const &GetLedger() const;
+    // What failed and why, one sentence; empty when nothing did.
+    QString GetFailures() const;
+    bool IsPlaceRefused() const; // another folder or name may mend it
+
+signals:
+    void changed();
+
+private:
+    // Of one reason.
+    struct Failures
+    {
+        RecordingFailure failure; // the first
+        std::int64_t frames;
+    };
+
+    void Look();
+    void TakeFailures();
+    void Reconcile();
+    QStringList Parts() const;
+    QString Text() const;
+    NoticeLevel Level() const;
+
+    std::mutex m_mutex; // guards the two below; alone, for a few frames' worth of failures
+    std::vector<Failures> m_noted;
+    std::int64_t m_notedFree = -1; // bytes
+
+    // GUI thread.
+    QTimer m_timer;
+    bool m_running = false;
+    bool m_snap = false;
+    std::chrono::steady_clock::time_point m_begin;
+    std::chrono::seconds m_elapsed{0};
+    std::function<RecordingLedger()> m_soFar;
+    RecordingLedger m_ledger;
+    std::vector<Failures> m_failures;
+    std::int64_t m_free = -1;
+};
