@@ -65,6 +65,7 @@ public:
         m_robot.WaitFor("the recording", [this] { return m_hands.State() == SessionStateCapturing; });
         m_robot.WaitFor("some files", [this] { return Files().size() >= 5; });
         EXPECT_TRUE(m_robot.Gui([this] { return Find<QToolButton>("btnRecord")->isChecked(); }));
+        EXPECT_FALSE(m_robot.Gui([this] { return Marked("edFramesSaved") || Marked("edFolderName"); }));
         EXPECT_EQ(Buttons(), "btnRecord ");
     }
     // `how` stops it, or it stops by itself; then the counters and the files are looked at.
@@ -109,6 +110,18 @@ public:
         Screenshot("recording");
         End();
         Screenshot("recorded");
+
+        // Where nothing can be written it is said at once, and not held against the next folder.
+        Type("edFolderName", QStringLiteral("/proc/nothing"));
+        Press("btnRecord");
+        m_robot.WaitFor("the reason", [this] {
+            auto const *const bar = Find<QWidget>("noticeBar");
+            return bar->property("text").toString().contains(QLatin1String("failed")) && Marked("edFramesSaved") &&
+                   Marked("edFolderName");
+        });
+        Screenshot("refused");
+        Press("btnRecord");
+        m_robot.WaitFor("the end", [this] { return m_hands.State() == SessionStateAcquisition; });
 
         // What was typed counts without Enter, for the panel's buttons and for the window's actions.
         TypeFolder("snap", false);
@@ -162,6 +175,10 @@ public:
     }
 
 private:
+    bool Marked(char const *field) const
+    {
+        return Find<QLineEdit>(field)->toolTip().contains(QLatin1String("/proc/nothing"));
+    }
     bool IsEnabled(char const *button) const
     {
         return Find<QToolButton>(button)->isEnabled();
