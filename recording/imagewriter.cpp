@@ -145,7 +145,7 @@ bool ImageWriter::StartWriting()
     m_written = m_saved = m_unwanted = m_failed = 0;
     TovStoreBound(m_savedIncomplete, 0);
     m_underWay.clear();
-    m_started = m_evaluated = false;
+    m_started = m_readableKnown = m_evaluated = false;
     m_endFailure = {};
     m_roomAsked = {};
 
@@ -240,7 +240,8 @@ RecordingLedger ImageWriter::SoFar()
 void ImageWriter::SettleAtStop(std::int32_t status)
 {
     std::int64_t const readable = m_started ? m_serializer->GetReadableFrames() : -1;
-    Settle(readable >= 0 ? readable : m_written);
+    // Where it was known until now, and is not any more, what was known counts.
+    Settle(readable >= 0 ? readable : m_readableKnown ? m_saved : m_written);
     // A file may have lost what it had, when it was removed, and may hold what was refused with an error.
     std::int64_t const tried = m_written + m_failed;
     m_saved = readable >= 0 ? std::min(readable, tried) : m_saved;
@@ -509,7 +510,8 @@ void ImageWriter::CountWritten()
     ++m_written;
     m_underWay.push_back(m_incomplete);
     std::int64_t const readable = m_serializer->GetReadableFrames();
-    Settle(readable < 0 ? m_written : readable);
+    m_readableKnown = readable >= 0;
+    Settle(m_readableKnown ? readable : m_written);
 }
 
 void ImageWriter::Settle(std::int64_t readable)

@@ -162,6 +162,7 @@ private:
     std::int64_t m_failed = 0;
     bool m_incomplete = false;     // the frame in hand
     bool m_started = false;        // a series or a movie
+    bool m_readableKnown = false;  // by the serializer
     RecordingFailure m_failure;    // of the start, or of the frame in hand
     RecordingFailure m_endFailure; // for which nothing more is written
     std::chrono::steady_clock::time_point m_roomAsked;

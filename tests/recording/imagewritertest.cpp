@@ -260,6 +260,8 @@ TEST_F(Writer, CountsAsSavedWhatAReaderFinds)
         {[](auto n, bool stopped) { return stopped ? n : n - 2; }, 0, 4, 6, 2, "W 6 saved (2 of them incomplete), 0 f"},
         {[](auto n, bool stopped) { return stopped ? n - 1 : n - 2; }, -4, 4, 5, 1,
          "E 5 saved (1 of them incomplete), 1 failed: No room (/a/b.avi), 1 missing, 0 dropped here"},
+        {[](auto n, bool stopped) { return stopped ? -1 : n - 2; }, -4, 4, 4, 1,
+         "E 4 saved (1 of them incomplete), 2 failed: No room (/a/b.avi), 1 missing, 0 dropped here"},
         {[](auto, bool) { return 0; }, 0, 0, 0, 0, "E 0 saved, 6 failed: No room (/a/b.avi), 1 missing, "},
         {[](auto n, bool stopped) { return stopped ? 0 : n; }, 0, 6, 0, 0, "E 0 saved, 6 failed: No room (/a/b.avi), "},
         {[](auto n, bool) { return n + 1000; }, 0, 6, 6, 2, "W 6 saved"},
