@@ -56,7 +56,7 @@ void ConfigurationNotice::Saved(QString const &path, std::int32_t status, Config
                      tr("%1 was saved; the file that stood there is kept as %2").arg(NameOf(path), kept));
     else
         board.Report(NoticeTopic::Configuration, NoticeLevel::Info,
-                     tr("%1 was saved; the one of the %2 that stood there is kept as %3")
+                     tr("%1 was saved; the file of the %2 that stood there is kept as %3")
                          .arg(NameOf(path), Camera(report), kept));
 }
 

@@ -15,7 +15,7 @@ namespace TovGui {
 namespace {
 
 constexpr int ShownBytes = 64;               // of a register
-constexpr int ToldCharacters = 40;           // of what was typed
+constexpr int ToldCharacters = 24;           // of what was typed
 constexpr double SliderWidth = 4294967296.0; // a wider range of integers gets no slider
 constexpr double SliderRealWidth = 1e12;
 

@@ -130,7 +130,7 @@ void FeatureView::paintEvent(QPaintEvent *event)
     if (m_model->rowCount() > 0)
         return;
     QPainter painter(viewport());
-    painter.setPen(palette().color(QPalette::Disabled, QPalette::Text));
+    painter.setPen(FeatureModel::Grey());
     painter.drawText(viewport()->rect().adjusted(8, 8, -8, -8), Qt::AlignCenter | Qt::TextWordWrap, m_placeholder);
 }
 

@@ -457,13 +457,15 @@ void TovGenParamTreeView::TreeImpl::ShowNotice(QString const &text)
     ShowLine();
 }
 
-// A notice for its time, else the selected feature in one line.
+// A notice for its time, else the selected feature in one line, or what is wrong with it.
 void TovGenParamTreeView::TreeImpl::ShowLine()
 {
     QFont font = widget->font();
     font.setBold(!notice.isEmpty());
     line->setFont(font);
-    line->Show(notice.isEmpty() ? model->Summary(view->currentIndex().siblingAtColumn(0)) : notice, !notice.isEmpty());
+    QModelIndex const current = view->currentIndex().siblingAtColumn(0);
+    bool const whole = !notice.isEmpty() || model->MarkOf(current) == FeatureModel::Mark::Warning;
+    line->Show(notice.isEmpty() ? model->Summary(current) : notice, whole);
 }
 
 TovGenParamTreeView::TovGenParamTreeView(QWidget *parent) : QWidget(parent), m_impl(std::make_unique<TreeImpl>(this))

@@ -4,6 +4,7 @@
 #include "fakeserializer.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
+#include "noticeboard.h"
 #include "params.h"
 
 #include <QApplication>
@@ -435,6 +436,56 @@ TEST_F(SessionTest, TellsWhenAConfigurationCouldNotBeSaved)
         EXPECT_EQ(told.toStdString(), std::string("Error: Can not save configuration file: /c") + more);
         Connect();
     }
+}
+
+TEST_F(SessionTest, TellsWhatCameOfAConfigurationWithoutAMessage)
+{
+    using TovCam::ConfigurationReport;
+    using enum ConfigurationReport::Problem;
+    Connect();
+    TovCam::RefusedSetting const width{"Width", {}, "9", "8", TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, false};
+    TovCam::RefusedSetting const gain{"Gain", "GainSelector=Red", "2", {}, TOV_CAM_ERR_OK, false};
+    TovCam::RefusedSetting const height{"Height", {}, "7", "6", TOV_CAM_ERR_GENICAM_ACCESS, true};
+    auto const report = [](ConfigurationReport::Problem problem, std::vector<TovCam::RefusedSetting> refused = {}) {
+        ConfigurationReport made;
+        made.problem = problem;
+        made.systemError = EACCES;
+        made.model = "VG";
+        made.serial = "7";
+        made.settings = 54;
+        made.refused = std::move(refused);
+        return made;
+    };
+    std::tuple<std::int32_t, ConfigurationReport, char const *> const rows[] = {
+        {TOV_CAM_ERR_FILE_READ, report(File), "a.tcfg was not loaded: Permission denied"},
+        {TOV_CAM_ERR_WRONG_CONFIGURATION, report(NotWhole), "a.tcfg was not loaded: a part of the file is missing"},
+        {TOV_CAM_ERR_WRONG_CONFIGURATION, report(NoValue, {width}),
+         "a.tcfg was not loaded: \"9\" is no value for Width"},
+        {TOV_CAM_ERR_WRONG_CONFIGURATION, report(OtherCamera),
+         "a.tcfg was not loaded: it was made by another model, the VG (7)"},
+        {TOV_CAM_ERR_NO_DEVICE, report(None), "a.tcfg was not loaded: the camera is gone"},
+        {TOV_CAM_ERR_UNKNOWN, {}, "a.tcfg was not loaded: error -40001"}, // a library that tells no more
+        {TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, report(None, {width}),
+         "a.tcfg: the camera refused Width = 9 (out of range; it is 8)"},
+        {TOV_CAM_ERR_GENICAM_ACCESS, report(None, {height, gain, width, width, width}),
+         "a.tcfg: the camera refused 5 of 54 settings: Height = 7 (locked while the picture runs; it is 6), "
+         "Gain at GainSelector=Red = 2 (taken, but not kept), Width = 9 (out of range; it is 8), 2 more"},
+        {TOV_CAM_ERR_OK, report(None), ""},
+    };
+    auto const told = [] {
+        std::vector<Notice> const notices = NoticeBoard::Instance().Notices();
+        return notices.empty() ? std::string() : notices.front().text.toStdString();
+    };
+    for (auto const &[status, made, text] : rows) {
+        device.script.Fail("LoadConfiguration", status);
+        device.configuration = made;
+        session->LoadConfiguration(QStringLiteral("/x/a.tcfg"));
+        EXPECT_EQ(told(), text);
+        EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
+    }
+    device.configuration.keptAs = "/x/a.tcfg~";
+    session->SaveConfiguration(QStringLiteral("/x/a.tcfg"));
+    EXPECT_EQ(told(), "a.tcfg was saved; the file of the VG (7) that stood there is kept as a.tcfg~");
 }
 
 TEST_F(SessionTest, SwitchesTheLogsChannelsAndClearsTheSwitchOfARefusedOne)

@@ -221,6 +221,8 @@ public:
                script.Run("SaveConfiguration", std::string("SaveConfiguration ") + path));
     FAKE_GIVES(std::int32_t LoadConfiguration(char const *path),
                script.Run("LoadConfiguration", std::string("LoadConfiguration ") + path));
+    FAKE_GIVES(TovCam::ConfigurationReport GetConfigurationReport(), configuration);
+    TovCam::ConfigurationReport configuration;
 
 private:
     struct Subscription
