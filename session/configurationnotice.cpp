@@ -32,7 +32,7 @@ void ConfigurationNotice::Loaded(QString const &path, std::int32_t status, Confi
     bool const inPart = report.problem == ConfigurationReport::Problem::None && !report.refused.empty();
     if (inPart) {
         for (RefusedSetting const &setting : report.refused)
-            TovLog::Warning(static_cast<unsigned long>(setting.status), "Configuration %s: refused %s",
+            TovLog::Warning(static_cast<std::uint32_t>(setting.status), "Configuration %s: refused %s",
                             path.toUtf8().constData(), Setting(setting).toUtf8().constData());
         board.Report(NoticeTopic::Configuration, NoticeLevel::Warning,
                      tr("%1: the camera refused %2").arg(NameOf(path), Refused(report)));
