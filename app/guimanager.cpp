@@ -646,6 +646,7 @@ void GuiManager::OpenInspection(QPoint position, std::optional<QPoint> pixel)
         m_inspectView->JoinDisplay(display);
     }
     m_inspectView->move(position);
+    m_inspectView->KeepOnScreen();
     if (pixel)
         m_inspectView->LookAt(*pixel);
     m_inspectView->show();

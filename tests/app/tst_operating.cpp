@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
-#include <QAbstractItemView>
+#include <QAbstractScrollArea>
 #include <QAbstractSlider>
 #include <QAbstractSpinBox>
 #include <QAccessible>
@@ -38,6 +38,12 @@
 #include <thread>
 
 namespace {
+
+template<typename... Types>
+bool Is(QWidget const *widget)
+{
+    return (qobject_cast<Types const *>(widget) || ...);
+}
 
 class Operating : public testing::Test
 {
@@ -103,9 +109,6 @@ TEST_F(Operating, WhatCanBeOperatedHasANameAndNoKeyHasTwoMeanings)
         other = owner->objectName().toStdString() + " of " + owner->metaObject()->className();
     };
     for (QWidget *const widget : m_window->findChildren<QWidget *>()) {
-        auto const is = [widget](auto *type) {
-            return qobject_cast<decltype(type)>(widget) != nullptr;
-        };
         auto const *const button = qobject_cast<QAbstractButton *>(widget);
         if (button)
             take(QKeySequence::mnemonic(button->text()), button);
@@ -113,16 +116,11 @@ TEST_F(Operating, WhatCanBeOperatedHasANameAndNoKeyHasTwoMeanings)
             for (QAction const *const menu : bar->actions())
                 take(QKeySequence::mnemonic(menu->text()), menu);
         }
-        // Parts of a spin box or a combo box speak through it.
         QWidget const *const whole = widget->parentWidget();
-        bool const part = qobject_cast<QAbstractSpinBox const *>(whole) ||
-                          widget->window()->windowType() == Qt::Popup || qobject_cast<QComboBox const *>(whole) ||
-                          qobject_cast<QAbstractScrollArea const *>(whole) || is(static_cast<QHeaderView *>(nullptr)) ||
-                          is(static_cast<QScrollBar *>(nullptr));
-        if (part || !(button || is(static_cast<QLineEdit *>(nullptr)) || is(static_cast<QComboBox *>(nullptr)) ||
-                      is(static_cast<QAbstractSpinBox *>(nullptr)) || is(static_cast<QAbstractSlider *>(nullptr)) ||
-                      is(static_cast<QAbstractItemView *>(nullptr)) || is(static_cast<QDockWidget *>(nullptr)) ||
-                      is(static_cast<QToolBar *>(nullptr)) || widget->focusPolicy() & Qt::TabFocus))
+        bool const part = widget->window()->windowType() == Qt::Popup || Is<QScrollBar, QHeaderView>(widget) ||
+                          Is<QAbstractSpinBox, QComboBox, QAbstractScrollArea>(whole); // which speaks for it
+        if (part || !((widget->focusPolicy() & Qt::TabFocus) ||
+                      Is<QAbstractButton, QAbstractSlider, QDockWidget, QLineEdit, QToolBar>(widget)))
             continue;
         QAccessibleInterface *const face = QAccessible::queryAccessibleInterface(widget);
         EXPECT_TRUE(face && !face->text(QAccessible::Name).trimmed().isEmpty())
