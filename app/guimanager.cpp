@@ -44,6 +44,7 @@
 #include <exception>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -395,8 +396,7 @@ bool GuiManager::CreatePanels()
     }
     if (!m_window->GetRigTest())
         MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{m_capturePanel, m_parameterPanel, m_logPanel,
-                                                                         m_statisticsPanel, m_histogramPanel})
+    for (PlayerPanel *const panel : Panels())
         nameParts(panel);
     ReopenInspection();
     if (DisplayView *const display = CurrentDisplay())
@@ -423,14 +423,20 @@ void GuiManager::ClosePanels()
     MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
 }
 
+// Those there are, in the order in which they are stored.
+std::vector<PlayerPanel *> GuiManager::Panels() const
+{
+    std::vector<PlayerPanel *> panels{m_capturePanel,    m_parameterPanel, m_logPanel,
+                                      m_statisticsPanel, m_inspectView,    m_histogramPanel};
+    std::erase(panels, nullptr);
+    return panels;
+}
+
 void GuiManager::SaveStates()
 {
     if (m_session) {
-        for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
-                 m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
-            if (panel)
-                panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
-        }
+        for (PlayerPanel *const panel : Panels())
+            panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
     }
     m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
 }
@@ -441,11 +447,8 @@ void GuiManager::Close()
     if (!m_session)
         return;
     SaveStates();
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
-             m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_inspectView, m_histogramPanel}) {
-        if (panel)
-            panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
-    }
+    for (PlayerPanel *const panel : Panels())
+        panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
     m_statesSaved = true;
     m_session->SaveSettings();
     m_window->GetGlobalSettings()->sync();

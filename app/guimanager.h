@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 class CamGenParamPanelImpl;
 class CapturePanelImpl;
@@ -96,6 +97,7 @@ private:
     void Introduce(PlayerPanel *panel); // a new panel to the session
     void FinishEditing();               // what is being typed in the capture panel counts
     void LoadState(PlayerPanel *panel);
+    std::vector<PlayerPanel *> Panels() const;
     void SaveStates(); // of all panels
     void ReopenInspection();
     void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
