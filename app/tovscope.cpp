@@ -274,7 +274,7 @@ void TovScope::MakeKeys()
     connect(new QShortcut(QKeySequence(Qt::Key_F1), this), &QShortcut::activated, this, &Guide::Open);
     m_ui.centralWidget->setAccessibleDescription(
         tr("No camera is connected.\n\nConnect (Ctrl+N) lists the cameras.\n"
-           "Load configuration (Ctrl+O) opens the camera of a file.\nThe guide: F1"));
+           "Load configuration (Ctrl+O) opens the camera that a file names.\nThe guide: F1"));
 }
 
 void TovScope::AddKey(QKeySequence const &keys, QAction *action)
