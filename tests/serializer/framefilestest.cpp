@@ -88,12 +88,6 @@ TEST_F(FrameFilesTest, MovieCutOffAtAnyByteGivesBackItsWholeFrames)
             ExpectFrames(reader, MONO12P, size, expected);
         }
     }
-    // The same for large frames, whose bytes go another way: nothing stays behind in the process.
-    TovImageSize const large{801, 640};
-    Record(Path("large.tvm"), TV_PIXEL_MONO8, large, 3);
-    ASSERT_EQ(reader.Open(Path("large.tvm")), 0);
-    ExpectFrames(reader, TV_PIXEL_MONO8, large, 3);
-    ASSERT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
 }
 
 TEST_F(FrameFilesTest, DamageCostsNoMoreThanTheFrameItIsIn)

@@ -19,7 +19,6 @@ protected:
         SCOPED_TRACE(testing::Message() << name << " " << compressor << " " << size.width);
         Choose(compressor);
         std::string const path = Path(name);
-        Bytes expected;
         std::int32_t status = TOV_SERIALIZER_OK;
         for (unsigned i = 0; status == TOV_SERIALIZER_OK && i < 500; ++i) {
             Picture const picture(TV_PIXEL_MONO8, size.width, size.height, i + 1);
@@ -27,22 +26,16 @@ protected:
                 ASSERT_EQ(serializer->StartMovie(picture.Image(), path.c_str(), 25), TOV_SERIALIZER_OK);
             }
             status = serializer->WriteFrame(picture.Image(), nullptr);
-            expected += picture.Lines();
         }
         EXPECT_EQ(status, TOV_SERIALIZER_ERR_WRITE);
         EXPECT_STREQ(serializer->GetLastFailure(), reason);
-        std::int64_t const before = serializer->GetReadableFrames();
-        serializer->Stop();
         std::int64_t const readable = serializer->GetReadableFrames();
-        EXPECT_EQ(readable, before);
-        EXPECT_EQ(readable, FramesIn(path));
+        serializer->Stop();
+        EXPECT_EQ(serializer->GetReadableFrames(), readable);
+        EXPECT_EQ(FramesIn(path), readable);
         std::size_t const bytes = std::size_t(size.width) * size.height;
         EXPECT_GE(readable * bytes, least);
         EXPECT_GT(readable, 1);
-        if (std::string(compressor) == "Uncompressed" && fs::path(name).extension() == ".avi") {
-            expected.resize(std::size_t(readable) * bytes);
-            EXPECT_TRUE(Decoded(path, "gray") == expected);
-        }
         fs::remove(path);
     }
     void FillWithEverything(std::uint64_t room)

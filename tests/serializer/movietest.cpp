@@ -139,23 +139,19 @@ TEST_F(MovieTest, PlaysAtTheRateAskedFor)
 TEST_F(MovieTest, EndOfTheProgramLosesNoFrame)
 {
     constexpr int FRAMES = 40;
-    for (TovImageSize const size : {TovImageSize{64, 48}, TovImageSize{800, 600}}) {
-        for (std::string const compressor : {"Uncompressed", "MJPEG", "FFV1", "H.264", "tvm"}) {
-            std::string const path = Path(compressor == "tvm" ? "m.tvm" : "m.avi");
-            int const status = InChild([&] {
-                Choose(compressor.c_str());
-                Picture const picture(TV_PIXEL_MONO8, size.width, size.height);
-                serializer->StartMovie(picture.Image(), path.c_str(), 25);
-                for (int i = 0; i < FRAMES; ++i) {
-                    if (serializer->WriteFrame(picture.Image(), nullptr) != TOV_SERIALIZER_OK)
-                        return 1;
-                }
-                return serializer->GetReadableFrames() == FRAMES ? raise(SIGKILL) : 2;
-            });
-            EXPECT_EQ(status, -1);
-            EXPECT_EQ(FramesIn(path), FRAMES) << compressor << " " << size.width;
-            fs::remove(path);
-        }
+    Picture const picture(TV_PIXEL_MONO8, 800, 600);
+    for (std::string const compressor : {"Uncompressed", "MJPEG", "FFV1", "H.264", "tvm"}) {
+        std::string const path = Path(compressor == "tvm" ? "m.tvm" : "m.avi");
+        int const status = InChild([&] {
+            Choose(compressor.c_str());
+            serializer->StartMovie(picture.Image(), path.c_str(), 25);
+            for (int i = 0; i < FRAMES; ++i)
+                EXPECT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
+            return serializer->GetReadableFrames() == FRAMES ? raise(SIGKILL) : 2;
+        });
+        EXPECT_EQ(status, -1);
+        EXPECT_EQ(FramesIn(path), FRAMES) << compressor;
+        fs::remove(path);
     }
 }
 
