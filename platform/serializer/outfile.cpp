@@ -210,9 +210,13 @@ int OutFile::OpenHidden(std::string const &folder, Birth birth)
         m_temporary = begin + std::to_string(++s_count) + PART_END;
         m_file = open(m_temporary.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | direct, 0666);
     } while (m_file < 0 && errno == EEXIST);
-    if (m_file < 0)
-        m_temporary.clear();
-    return m_file >= 0 ? 0 : errno;
+    if (m_file >= 0)
+        return 0;
+    int const error = errno;
+    if (error == EINVAL && m_direct)
+        unlink(m_temporary.c_str()); // such an open may have left the empty file
+    m_temporary.clear();
+    return error;
 }
 
 int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth)
