@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <thread>
 
 namespace R = SimRegister;
@@ -234,8 +235,13 @@ bool SimCamera::IsFeatureAt(std::uint32_t nameRegister, std::uint64_t address, s
 
 void SimCamera::Log(bool write, bool failed, std::uint64_t address, std::uint8_t const *bytes, std::uint32_t size)
 {
-    if (m_events.IsWanted(TovCam::EventControlChannel) && size <= 0x10000)
+    if (!m_events.IsWanted(TovCam::EventControlChannel) || size > 0x10000)
+        return;
+    try { // an exception would go through the node map's C code
         m_stream.Post(m_packets.Control({write, failed, address, bytes, size}));
+    } catch (std::bad_alloc const &) {
+        m_stream.NoteMissed();
+    }
 }
 
 // ---- Behaviour ---------------------------------------------------------------------------------------------------

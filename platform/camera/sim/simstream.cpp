@@ -195,6 +195,12 @@ void SimStream::Post(std::vector<SimPacket> packets)
     m_wake.notify_all();
 }
 
+void SimStream::NoteMissed()
+{
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    ++m_missed;
+}
+
 std::uint64_t SimStream::GetTicks() const
 {
     auto const since = Clock::now().time_since_epoch().count() - m_clockStart.load(std::memory_order_relaxed);
@@ -389,7 +395,7 @@ void SimStream::EmitPending(std::unique_lock<std::mutex> &lock)
     bool const tellMissed = std::exchange(m_toldMissed, missed) != missed;
     lock.unlock();
     for (SimPacket const &packet : packets)
-        EmitBytes(TovCam::EventControlChannel, packet, nullptr, 0);
+        Tell([&] { EmitBytes(TovCam::EventControlChannel, packet, nullptr, 0); });
     if (tellMissed)
         m_events.Emit(TovCam::EventPacketsMissed, &missed, sizeof missed);
     if (lost)
@@ -423,9 +429,9 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
     lock.unlock();
     if (events) {
         if (m_drawn.frameStartEvent)
-            EmitEvent(FrameStartEvent, id, timestamp);
+            Tell([&] { EmitEvent(FrameStartEvent, id, timestamp); });
         if (m_drawn.exposureEndEvent)
-            EmitEvent(ExposureEndEvent, id, timestamp);
+            Tell([&] { EmitEvent(ExposureEndEvent, id, timestamp); });
     }
     if (buffer)
         Fill(*buffer, id, timestamp);
@@ -476,7 +482,7 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
     // What gets lost shows on the control channel too.
     if (m_events.IsWanted(TovCam::EventStreamChannel) ||
         (!m_arrivals.empty() && m_events.IsWanted(TovCam::EventControlChannel)))
-        EmitFrame(buffer, id, timestamp);
+        Tell([&] { EmitFrame(buffer, id, timestamp); });
 }
 
 // Blackens what did not arrive; true when something is missing.
@@ -615,16 +621,7 @@ void SimStream::EmitEvent(std::uint16_t eventId, std::uint64_t frame, std::uint6
 
 void SimStream::EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size)
 {
-    if (!m_events.IsWanted(channel))
-        return;
     std::size_t const total = head.size() + size;
-    void const *bytes = nullptr;
-    try {
-        bytes = m_bytes.Lay(head.data(), head.size(), body, size, total);
-    } catch (std::bad_alloc const &) {
-        std::lock_guard const lock(m_mutex);
-        ++m_missed;
-        return;
-    }
-    m_events.Emit(channel, bytes, total);
+    if (m_events.IsWanted(channel))
+        m_events.Emit(channel, m_bytes.Lay(head.data(), head.size(), body, size, total), total);
 }

@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <random>
 #include <thread>
 
@@ -36,6 +37,7 @@ public:
     void Lose();
     // Hands packets of the control channel to the thread.
     void Post(std::vector<SimPacket> packets);
+    void NoteMissed(); // one more packet that could not be told; any thread
     std::uint64_t GetTicks() const;
     void ResetTicks();
     // Ends the thread. The last call on the camera's side.
@@ -97,6 +99,16 @@ private:
     void EmitFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp);
     void EmitPayload(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t index, bool resent);
     void EmitResends(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t first, std::size_t last);
+    // Packets that there is no memory for are missed, and end no thread. Without the lock.
+    template<class Packets>
+    void Tell(Packets const &packets)
+    {
+        try {
+            packets();
+        } catch (std::bad_alloc const &) {
+            NoteMissed();
+        }
+    }
     void EmitEvent(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp);
     void EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size);
     void FlushFilled();
