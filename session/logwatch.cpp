@@ -42,9 +42,11 @@ bool LogWatch::Stamp(qlonglong &time)
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     time = m_clock.TimeOfDay(now.tv_sec, now.tv_nsec);
+    constexpr std::uint32_t LinesBetween = 1u << 14;
+    bool look = m_lines.fetch_add(1, std::memory_order_relaxed) % LinesBetween == LinesBetween - 1;
     std::int64_t seen = m_memorySecond.load(std::memory_order_relaxed);
-    if (seen != now.tv_sec && m_memorySecond.compare_exchange_strong(seen, now.tv_sec, std::memory_order_relaxed) &&
-        MemoryLeft() < LeastMemory)
+    look |= seen != now.tv_sec && m_memorySecond.compare_exchange_strong(seen, now.tv_sec, std::memory_order_relaxed);
+    if (look && MemoryLeft() < LeastMemory)
         m_short.store(true, std::memory_order_relaxed);
     if (!m_short.load(std::memory_order_relaxed))
         return true;

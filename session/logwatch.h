@@ -28,8 +28,8 @@ public:
     LogWatch(QtTovLogModel *model, QMainWindow *window);
 
     // ---- Any thread: where the lines are made
-    // The time of day in milliseconds; looks at the memory once a second. False where no more lines may be made; the
-    // packet counts as missing then.
+    // The time of day in milliseconds; looks at the memory once a second, and every so many lines. False where no more
+    // lines may be made; the packet counts as missing then.
     bool Stamp(qlonglong &time);
     void NoteNoMemory(); // in the middle of a line
     // Packets that no line could be made of since the camera was opened.
@@ -60,6 +60,7 @@ private:
     LocalClock m_clock; // any thread
     // Any thread; nothing else goes by their order.
     std::atomic<std::int64_t> m_memorySecond{0}; // of the last look at it
+    std::atomic<std::uint32_t> m_lines{0};
     std::atomic<bool> m_short{false};
     std::atomic<bool> m_failed{false}; // there was none for a line
     std::atomic<std::uint64_t> m_missed{0}, m_refused{0};
