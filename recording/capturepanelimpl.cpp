@@ -214,7 +214,8 @@ void CapturePanelImpl::ShowRecording()
          gaps ? tr("%1 are missing, %2 came incomplete").arg(count(ledger.missing), count(ledger.incomplete))
               : QString(),
          NotWhole);
-    mark(edFramesDroppedSW, ledger.droppedSW > 0 ? tr("Writing is slower than the camera") : QString(), NotWhole);
+    mark(edFramesDroppedSW, ledger.droppedSW > 0 ? tr("%1 dropped here").arg(count(ledger.droppedSW)) : QString(),
+         NotWhole);
 }
 
 // A click has checked the button already, whether or not the recording starts. A message may be shown meanwhile, and

@@ -498,10 +498,10 @@ RecordingFailure ImageWriter::FailureOf(std::int32_t status, QString const &othe
 
 void ImageWriter::CountFailure()
 {
-    if (m_failed++ == 0)
+    ++m_failed;
+    if (m_report.Failed(1, m_failure))
         TovLog::Error(0, "ImageWriter: a frame was not written: %s: %s", qPrintable(m_currFileName),
                       qPrintable(m_failure.reason));
-    m_report.Failed(1, m_failure);
 }
 
 // A frame that the serializer has taken may be in an encoder still.

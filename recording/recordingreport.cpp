@@ -1,5 +1,6 @@
 #include "recordingreport.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QLocale>
 
@@ -46,7 +47,8 @@ void RecordingReport::Begin(bool snap, std::function<RecordingLedger()> soFar)
     m_soFar = std::move(soFar);
     m_begin = std::chrono::steady_clock::now();
     m_running = true;
-    m_timer.start(Period);
+    if (QCoreApplication::instance()) // without one nobody looks
+        m_timer.start(Period);
     Look();
 }
 
@@ -67,6 +69,8 @@ void RecordingReport::End(RecordingLedger const &ledger)
 
 void RecordingReport::Forget()
 {
+    if (!m_running)
+        return;
     m_running = false;
     m_soFar = nullptr;
     m_timer.stop();
@@ -76,7 +80,7 @@ void RecordingReport::Forget()
     emit changed();
 }
 
-void RecordingReport::Failed(std::int64_t frames, RecordingFailure const &failure)
+bool RecordingReport::Failed(std::int64_t frames, RecordingFailure const &failure)
 {
     {
         std::lock_guard const lock(m_mutex);
@@ -84,11 +88,12 @@ void RecordingReport::Failed(std::int64_t frames, RecordingFailure const &failur
                                        [&](Failures const &other) { return other.failure.reason == failure.reason; });
         if (same != m_noted.end() || m_noted.size() == MostReasons) {
             (same != m_noted.end() ? *same : m_noted.back()).frames += frames;
-            return; // shown with the next look
+            return false; // shown with the next look
         }
         m_noted.push_back({failure, frames});
     }
     QMetaObject::invokeMethod(this, &RecordingReport::Look, Qt::QueuedConnection);
+    return true;
 }
 
 void RecordingReport::SetFreeBytes(std::int64_t bytes)

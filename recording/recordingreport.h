@@ -62,8 +62,8 @@ public:
     void Forget();
 
     // So many frames more; 0 for what went wrong at the end without costing a frame. A reason that is new is shown at
-    // once.
-    void Failed(std::int64_t frames, RecordingFailure const &failure);
+    // once: true.
+    bool Failed(std::int64_t frames, RecordingFailure const &failure);
     // Of the folder; -1 where it is not known.
     void SetFreeBytes(std::int64_t bytes);
 
