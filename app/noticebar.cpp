@@ -7,6 +7,7 @@
 #include <QToolTip>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -44,13 +45,17 @@ QString NoticeBar::Text() const
 
 void NoticeBar::Take()
 {
-    m_notices = NoticeBoard::Instance().Notices();
+    std::vector<Notice> const before = std::exchange(m_notices, NoticeBoard::Instance().Notices());
     QString tip;
     for (Notice const &notice : m_notices)
         tip += QStringLiteral("<p>%1</p>").arg(notice.text.toHtmlEscaped());
     setToolTip(tip);
-    if (accessibleDescription() != Text()) {
-        setAccessibleDescription(Text());
+    setAccessibleDescription(Text());
+    // A count that goes on is no news to read out.
+    auto const same = [](Notice const &a, Notice const &b) {
+        return a.topic == b.topic && a.level == b.level;
+    };
+    if (!m_notices.empty() && (before.empty() || !same(m_notices.front(), before.front()))) {
         QAccessibleEvent event(this, QAccessible::Alert);
         QAccessible::updateAccessibility(&event);
     }

@@ -71,8 +71,13 @@ std::vector<Notice> NoticeBoard::Notices() const
     std::unique_lock lock(m_mutex);
     std::vector<Notice> notices = m_notices;
     lock.unlock();
-    std::sort(notices.begin(), notices.end(), [](Notice const &a, Notice const &b) {
-        return a.level != b.level ? a.level > b.level : a.number > b.number;
+    // What has just gone wrong comes before a standing notice of the next level, which has been read.
+    auto const rank = [](Notice const &notice) {
+        int const level = static_cast<int>(notice.level);
+        return level + (notice.until && notice.level != NoticeLevel::Info ? 1 : 0);
+    };
+    std::sort(notices.begin(), notices.end(), [rank](Notice const &a, Notice const &b) {
+        return rank(a) != rank(b) ? rank(a) > rank(b) : a.number > b.number;
     });
     return notices;
 }
