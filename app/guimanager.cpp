@@ -451,6 +451,7 @@ void GuiManager::Close()
         panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
     m_statesSaved = true;
     m_session->SaveSettings();
+    m_session->LeaveLog();
     m_window->GetGlobalSettings()->sync();
     m_session->GetSettings()->sync();
     if (m_session->GetState() == SessionStateCapturing)

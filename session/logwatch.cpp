@@ -157,8 +157,13 @@ void LogWatch::KeepLines()
     LogFiles::Instance().SetState(NoticeLevel::Info, {});
     LineStore lines = m_model->lines();
     std::size_t const saved = IsSaving() ? std::max(m_saved, m_saving) : m_saved; // a save goes on by itself
-    if (m_window && m_window->isVisible() && lines.Count() > saved)
+    if (!m_left && m_window && m_window->isVisible() && lines.Count() > saved)
         LogFiles::Instance().Keep(std::move(lines));
+}
+
+void LogWatch::LeaveLines()
+{
+    m_left = true;
 }
 
 QString LogWatch::Report() const

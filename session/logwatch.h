@@ -40,8 +40,10 @@ public:
     // Asks for a file and writes the lines into it; while it does, asks for nothing and cancels.
     void Save();
     bool IsSaving() const;
-    // Unsaved lines are put into a file, unless the window is closed as well.
+    // Unsaved lines are put into a file, unless the window is closed or was told to go.
     void KeepLines();
+    // Nobody will want them any more.
+    void LeaveLines();
     // The packets that are missing from the lines there are.
     std::uint64_t Missing() const;
     // What there is to know, in a few words.
@@ -71,5 +73,6 @@ private:
     std::uint64_t m_missedBefore = 0; // of m_missed and m_refused, when the lines were last cleared
     std::size_t m_saved = 0;          // lines from the first on
     std::size_t m_saving = 0;         // what the last save was to write
+    bool m_left = false;
     std::uint32_t m_timesDropped = 0; // so that a save of lines that are gone does not count
 };

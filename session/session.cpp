@@ -134,6 +134,11 @@ Session::~Session()
     m_device->Release();
 }
 
+void Session::LeaveLog()
+{
+    m_logWatch->LeaveLines();
+}
+
 void Session::SaveSettings()
 {
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());

@@ -57,6 +57,8 @@ public:
     QString const &GetTitle() const;
     // The engines' parameters, as the destructor stores them. For those who cannot be sure to get that far.
     void SaveSettings();
+    // The program ends with the session: unsaved lines of the log are not kept.
+    void LeaveLog();
 
     // Asks for one frame and starts capturing; true. Outside of acquisition the request waits for the next capture.
     bool SnapNextFrame();

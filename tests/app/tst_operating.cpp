@@ -192,7 +192,8 @@ TEST_F(Operating, ClosingEndsARecordingAtOnceAndFloatingPanelsComeBack)
         ASSERT_TRUE(Panel(name)->isFloating() && Panel(name)->isVisible()) << name;
         EXPECT_TRUE(screen.contains(Panel(name)->frameGeometry())) << name;
     }
-    QRect const histogram(QPoint(70, 30), Panel("actionHistogramPanel")->size());
+    QSize const size = Panel("actionHistogramPanel")->size();
+    QRect const histogram(QPoint((screen.width() - size.width()) / 3, 30), size);
     QRect const inspection(60, 50, 210, 230);
     Panel("actionHistogramPanel")->setGeometry(histogram);
     Panel("actionInspectionView")->setGeometry(inspection);

@@ -3,7 +3,7 @@
 #include "fakehost.h"
 #include "linestore.h"
 #include "logfiles.h"
-#include "noticeboard.h"
+#include "notices.h"
 #include "qttovlogmodel.h"
 #include "session.h"
 
@@ -21,10 +21,7 @@ constexpr unsigned char Packet[] = {0x42, 1, 0, 0x80, 0, 4, 0, 1, 0, 0, 0x0A, 0}
 
 QString Notice()
 {
-    for (::Notice const &notice : NoticeBoard::Instance().Notices())
-        if (notice.topic == NoticeTopic::Log)
-            return notice.text;
-    return {};
+    return QString::fromStdString(NoticeOf(NoticeTopic::Log));
 }
 
 bool NoticeBecomes(char const *part)

@@ -4,7 +4,7 @@
 #include "fakeserializer.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
-#include "noticeboard.h"
+#include "notices.h"
 #include "params.h"
 
 #include <QApplication>
@@ -472,20 +472,17 @@ TEST_F(SessionTest, TellsWhatCameOfAConfigurationWithoutAMessage)
          "Gain at GainSelector=Red = 2 (taken, but not kept), Width = 9 (out of range; it is 8), 2 more"},
         {TOV_CAM_ERR_OK, report(None), ""},
     };
-    auto const told = [] {
-        std::vector<Notice> const notices = NoticeBoard::Instance().Notices();
-        return notices.empty() ? std::string() : notices.front().text.toStdString();
-    };
     for (auto const &[status, made, text] : rows) {
         device.script.Fail("LoadConfiguration", status);
         device.configuration = made;
         session->LoadConfiguration(QStringLiteral("/x/a.tcfg"));
-        EXPECT_EQ(told(), text);
+        EXPECT_EQ(NoticeOf(NoticeTopic::Configuration), text);
         EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
     }
     device.configuration.keptAs = "/x/a.tcfg~";
     session->SaveConfiguration(QStringLiteral("/x/a.tcfg"));
-    EXPECT_EQ(told(), "a.tcfg was saved; the file of the VG (7) that stood there is kept as a.tcfg~");
+    EXPECT_EQ(NoticeOf(NoticeTopic::Configuration),
+              "a.tcfg was saved; the file of the VG (7) that stood there is kept as a.tcfg~");
 }
 
 TEST_F(SessionTest, SwitchesTheLogsChannelsAndClearsTheSwitchOfARefusedOne)

@@ -1,7 +1,7 @@
 // An operator who reads the protocol's traffic of simulated cameras, by real clicks.
 #include "logtour.h"
 
-#include "noticeboard.h"
+#include "notices.h"
 
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -86,11 +86,8 @@ TEST_P(LogOfEachKind, IsSwitchedReadSavedAndOutlivesItsCamera)
         // However the connection ends, the next one starts quiet and logs as ever.
         hands.LoseCamera(robot);
         hands.AnswerLoss(robot);
-        auto const notice = [] {
-            auto const all = NoticeBoard::Instance().Notices();
-            return all.empty() ? QString() : all.front().text;
-        };
-        robot.WaitFor("the lines to be kept", [&] { return notice().contains(folder.path()); });
+        robot.WaitFor("the lines to be kept",
+                      [&] { return QString::fromStdString(NoticeOf(NoticeTopic::Log)).contains(folder.path()); });
         EXPECT_EQ(kept(), 1);
         tour.Screenshot("kept");
         for (int round = 0; round < 2; ++round) {
