@@ -79,7 +79,8 @@ public:
             EXPECT_TRUE(ledger.AddsUp());
             EXPECT_EQ(ledger.saved, Files().size());
             EXPECT_EQ(Shown("edFramesSaved"), ledger.saved);
-            EXPECT_EQ(Shown("edFramesDroppedSW"), ledger.droppedSW);
+            // Counted with each frame; what is dropped behind the last one stands in the ledger alone.
+            EXPECT_LE(Shown("edFramesDroppedSW"), ledger.droppedSW);
             EXPECT_EQ(Shown("edFramesDroppedHW"), 0);
             // What waited in the FIFO when the recording began was acquired before it.
             EXPECT_GE(Shown("edFramesAcquired") + 2, ledger.saved);
