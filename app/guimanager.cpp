@@ -54,9 +54,6 @@ constexpr char Producer[] = "WeftTL.cti";
 constexpr std::uint32_t FullAccess = 2;
 constexpr std::uint32_t EveryKind = 255;
 
-// Reasons of Session::signalCameraDisconnected.
-enum DisconnectReason : unsigned char { ReasonUser = 0, ReasonLost = 1, ReasonInvalidState = 2 };
-
 QString cameraErrorText(std::int32_t error)
 {
     static constexpr std::pair<std::int32_t, char const *> texts[] = {
@@ -478,7 +475,7 @@ void GuiManager::DisplayError(QString const &text, unsigned int code)
 void GuiManager::cameraDisconnect()
 {
     if (m_session)
-        emit m_session->signalCameraDisconnected(m_session, ReasonUser);
+        emit m_session->signalCameraDisconnected(m_session, DisconnectReasonUser);
 }
 
 void GuiManager::startAcquisition()
@@ -749,16 +746,16 @@ void GuiManager::sessionStateError(void *session, unsigned char err)
     auto *const sender = static_cast<Session *>(session);
     QString text;
     switch (err) {
-    case 1:
+    case SessionErrorStartAcquisition:
         emit sender->signalStopAcquisition();
         text = tr("Can not start the Acquisition");
         break;
-    case 2:
-        emit sender->signalCameraDisconnected(sender, ReasonInvalidState);
+    case SessionErrorStopAcquisition:
+        emit sender->signalCameraDisconnected(sender, DisconnectReasonInvalidState);
         text = tr("Can not stop the Acquisition");
         break;
-    case 3: // a failure to start, which nevertheless has this text
-    case 4:
+    case SessionErrorStartCapturing: // has the text of the other
+    case SessionErrorStopCapturing:
         emit sender->signalStopAcquisition();
         text = tr("Can not stop the Capture");
         break;
@@ -790,11 +787,11 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         return;
     }
 
-    if (reason == ReasonLost || reason == ReasonInvalidState) {
+    if (reason == DisconnectReasonCameraLost || reason == DisconnectReasonInvalidState) {
         if (m_lossOnScreen)
             return; // told already
         m_lossOnScreen = true;
-        ShowCritical(reason == ReasonLost
+        ShowCritical(reason == DisconnectReasonCameraLost
                          ? QStringLiteral("Connection to the Camera was lost")
                          : QStringLiteral("Connection to the Camera was terminated, because of invalid device state"));
         m_lossOnScreen = false;

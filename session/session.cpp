@@ -33,9 +33,6 @@ namespace {
 
 constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
 
-enum SessionError : unsigned char { ErrorStartAcquisition = 1, ErrorStartCapturing = 3, ErrorStopCapturing = 4 };
-enum DisconnectReason : unsigned char { ReasonCameraLost = 1 };
-
 // What tells a log's channels apart, in the order in which they are switched.
 struct LogChannelInfo
 {
@@ -408,7 +405,7 @@ QString Session::GetCameraInfo()
 
 void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)
 {
-    emit static_cast<Session *>(user)->signalCameraDisconnected(user, ReasonCameraLost);
+    emit static_cast<Session *>(user)->signalCameraDisconnected(user, DisconnectReasonCameraLost);
 }
 
 void Session::stopCapturing()
@@ -527,7 +524,7 @@ void Session::enterAcquisition()
         } catch (...) {
             RecoverFromFailedStart();
             // The machine stands in Acquisition while the state stays Idle; the answer to this signal takes it back.
-            emit signalSessionStateError(this, ErrorStartAcquisition);
+            emit signalSessionStateError(this, SessionErrorStartAcquisition);
             return;
         }
     }
@@ -549,7 +546,7 @@ void Session::enterCapturing()
         m_writer->StartWriting();
     } catch (...) {
         // The machine stays in Capturing with the state that was; only a disconnection leads out. That is meant.
-        emit signalSessionStateError(this, ErrorStartCapturing);
+        emit signalSessionStateError(this, SessionErrorStartCapturing);
         return;
     }
     m_state = SessionStateCapturing;
@@ -562,7 +559,7 @@ void Session::exitCapturing()
         m_writer->StopWriting();
         QCoreApplication::removePostedEvents(&m_writerReports);
     } catch (...) {
-        emit signalSessionStateError(this, ErrorStopCapturing);
+        emit signalSessionStateError(this, SessionErrorStopCapturing);
     }
     // The state stays SessionStateCapturing until the next action has written it.
 }

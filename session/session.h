@@ -102,8 +102,8 @@ signals:
     void signalSessionClosed();
     void signalCameraStateDisconnected();
     void signalUpdateGui();
-    void signalSessionStateError(void *session, unsigned char err);
-    void signalCameraDisconnected(void *session, unsigned char reason);
+    void signalSessionStateError(void *session, unsigned char err);     // a SessionError
+    void signalCameraDisconnected(void *session, unsigned char reason); // a DisconnectReason; any thread
 
 public slots:
     void clearLog();

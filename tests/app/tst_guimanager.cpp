@@ -227,8 +227,8 @@ TEST_F(Manager, EnablesActionsByState)
 TEST_F(Manager, TellsSessionErrorsAndMovesTheMachine)
 {
     std::tuple<unsigned char, SessionState, char const *> const table[] = {
-        {1, SessionStateIdle, "Can not start the Acquisition"},
-        {4, SessionStateIdle, "Can not stop the Capture"},
+        {SessionErrorStartAcquisition, SessionStateIdle, "Can not start the Acquisition"},
+        {SessionErrorStopCapturing, SessionStateIdle, "Can not stop the Capture"},
         {255, SessionStateAcquisition, "Unknown Error"}};
     for (auto const &[error, after, text] : table) {
         FakeDevice device;
@@ -239,7 +239,7 @@ TEST_F(Manager, TellsSessionErrorsAndMovesTheMachine)
         Gui().cameraDisconnect();
     }
     Bring(m_device, SessionStateAcquisition);
-    Current()->signalSessionStateError(Current(), 2);
+    Current()->signalSessionStateError(Current(), SessionErrorStopAcquisition);
     EXPECT_EQ(Told(), (Texts{"Connection to the Camera was terminated, because of invalid device state",
                              "Can not stop the Acquisition"}));
     ExpectClosed(m_device);
