@@ -83,12 +83,8 @@ ImgProcessor::ImgProcessor(QObject *parent, DisplayView *display)
     std::iota(m_narrowPositions.begin(), m_narrowPositions.end(), 0);
     std::iota(m_widePositions.begin(), m_widePositions.end(), 0);
 
-    _TovStParam param{};
-    param.type = TOV_PARAM_ARRAY;
-    param.flags = 3;
-    std::strncpy(param.name, "HistoThresholds", sizeof param.name - 1);
-    param.a = {{0, 0}, &m_thresholds, sizeof m_thresholds, &m_thresholds, sizeof m_thresholds};
-    m_storage.AddParam(&param); // without onChange: no panel hears of it
+    // Without onChange: no panel hears of it.
+    AddParam(TovArrayParam("HistoThresholds", &m_thresholds, sizeof m_thresholds, &m_thresholds));
 }
 
 ImgProcessor::~ImgProcessor() = default;

@@ -122,25 +122,11 @@ DisplayView::~DisplayView()
 
 void DisplayView::RegisterParams()
 {
-    auto const make = [](char const *key, TovParamType type) {
-        _TovStParam param{};
-        param.type = type;
-        param.flags = 3;
-        std::strncpy(param.name, key, sizeof param.name - 1);
-        return param;
-    };
-    _TovStParam rate = make("DisplayRate", TOV_PARAM_FLOAT);
-    rate.f = {30.0, 0.0, 120.0, 0, &m_displayRate};
-    m_storage.AddParam(&rate);
-    _TovStParam coloration = make("ColorationType", TOV_PARAM_INT);
-    coloration.i = {0, 0, 2, 0, &m_colorationType};
-    m_storage.AddParam(&coloration);
-    _TovStParam mode = make("DisplayMode", TOV_PARAM_INT);
-    mode.i = {0, 0, 2, 0, &m_displayMode};
-    m_storage.AddParam(&mode);
-    _TovStParam apply = make("ApplyColoration", TOV_PARAM_COMMAND);
-    apply.c = {&DisplayView::ApplyColoration, this};
-    m_storage.AddParam(&apply);
+    // Without onChange: a change takes effect by itself.
+    AddParam(TovFloatParam("DisplayRate", &m_displayRate, 30.0, 0.0, 120.0));
+    AddParam(TovIntParam("ColorationType", &m_colorationType, 0, 0, 2));
+    AddParam(TovIntParam("DisplayMode", &m_displayMode, 0, 0, 2));
+    AddParam(TovCommandParam("ApplyColoration", &DisplayView::ApplyColoration, this));
 }
 
 // ---- Start and stop -------------------------------------------------------------------------------------------------

@@ -81,7 +81,9 @@ void TovDisplay::DeleteComponent(TovDisplay *display)
     delete static_cast<RasterDisplay *>(display);
 }
 
-RasterDisplay::RasterDisplay() : m_filterChannel(static_cast<char *>(std::calloc(MAP_CAPACITY, 1)))
+RasterDisplay::RasterDisplay()
+    : TovComponentBase(0),
+      m_filterChannel(static_cast<char *>(std::calloc(MAP_CAPACITY, 1)))
 {
     if (!m_filterChannel)
         throw std::bad_alloc();
@@ -111,32 +113,17 @@ unsigned int RasterDisplay::Run(void *context)
 
 void RasterDisplay::AddParams()
 {
-    auto const make = [](char const *key, TovParamType type) {
-        _TovStParam param{};
-        param.type = type;
-        param.flags = 3;
-        std::strncpy(param.name, key, sizeof param.name - 1);
-        return param;
+    auto const addCommand = [this](char const *key, unsigned int (*function)(void *)) {
+        AddParam(TovCommandParam(key, function, this));
     };
-    auto const addCommand = [&](char const *key, unsigned int (*function)(void *)) {
-        _TovStParam param = make(key, TOV_PARAM_COMMAND);
-        param.c = {function, this};
-        m_storage.AddParam(&param);
+    auto const addInt = [this](char const *key, std::int64_t *value, std::int64_t minimum, std::int64_t maximum) {
+        AddParam(TovIntParam(key, value, *value, minimum, maximum));
     };
-    auto const addInt = [&](char const *key, std::int64_t *value, std::int64_t minimum, std::int64_t maximum) {
-        _TovStParam param = make(key, TOV_PARAM_INT);
-        param.i = {*value, minimum, maximum, 0, value};
-        m_storage.AddParam(&param);
+    auto const addUnit = [this](char const *key, double *value) {
+        AddParam(TovFloatParam(key, value, *value, 0.0, 1.0));
     };
-    auto const addUnit = [&](char const *key, double *value) {
-        _TovStParam param = make(key, TOV_PARAM_FLOAT);
-        param.f = {*value, 0.0, 1.0, 0, value};
-        m_storage.AddParam(&param);
-    };
-    auto const addText = [&](char const *key, char *value, std::uint32_t capacity) {
-        _TovStParam param = make(key, TOV_PARAM_STRING);
-        param.s = {"", value, capacity};
-        m_storage.AddParam(&param);
+    auto const addText = [this](char const *key, char *value, std::uint32_t capacity) {
+        AddParam(TovStringParam(key, value, capacity, ""));
     };
 
     addCommand("display.zoom.in", &Run<&RasterDisplay::ZoomIn>);
@@ -262,7 +249,7 @@ TovStatus RasterDisplay::DeleteFilter()
 
 TovComponent *RasterDisplay::GetComponent()
 {
-    return &m_component;
+    return this;
 }
 
 // ---- The view -------------------------------------------------------------------------------------------------------

@@ -13,7 +13,7 @@
 #include "framepainter.h"
 #include "viewgeometry.h"
 
-#include "storagecomponent.h"
+#include "tovcomponentbase.h"
 #include "tovdisplay.h"
 
 #include <QObject>
@@ -36,7 +36,7 @@ class QPainter;
 class QWheelEvent;
 class QWidget;
 
-class RasterDisplay final : public QObject, public TovDisplay, private TovParamListener
+class RasterDisplay final : public QObject, public TovDisplay, private TovComponentBase, private TovParamListener
 {
 public:
     RasterDisplay();
@@ -108,10 +108,7 @@ private:
     bool Key(QKeyEvent *event);
     QPoint ToDevice(QPointF const &position) const;
 
-    TovParamStorage m_storage{0};
-    StorageComponent m_component{0, m_storage};
-
-    // Bound to the store; written through it, or by the GUI thread.
+    // Bound to the storage; written through it, or by the GUI thread.
     std::int64_t m_fit = FIT_WINDOW;
     std::int64_t m_initFit = FIT_WINDOW;
     double m_initAt[2] = {0.5, 0.5};

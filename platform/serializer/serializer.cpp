@@ -3,7 +3,7 @@
 #include "imageformats.h"
 #include "movieformats.h"
 #include "pixellayout.h"
-#include "storagecomponent.h"
+#include "tovcomponentbase.h"
 
 #include <algorithm>
 #include <array>
@@ -51,10 +51,10 @@ std::string Extension(char const *text)
     return extension;
 }
 
-class Serializer final : public TovImageSerializer
+class Serializer final : public TovImageSerializer, private TovComponentBase
 {
 public:
-    Serializer() : m_storage(COMPONENT_TYPE), m_component(COMPONENT_TYPE, m_storage)
+    Serializer() : TovComponentBase(COMPONENT_TYPE)
     {
         std::string list;
         for (std::string const &name : AviCompressors()) {
@@ -65,32 +65,15 @@ public:
         list.copy(m_compressors.data(), m_compressors.size() - 1);
         std::strcpy(m_compressor.data(), "Uncompressed");
 
-        constexpr std::uint32_t READ = 1, READ_WRITE = 3;
-        auto const number = [this](char const *key, std::int64_t &value, long least, long most, std::uint32_t flags) {
-            _TovStParam param{};
-            param.type = TOV_PARAM_INT;
-            param.flags = flags;
-            std::strcpy(param.name, key);
-            param.i = {value, least, most, 0, &value};
-            m_storage.AddParam(&param);
-        };
-        auto const text = [this](char const *key, char *value, std::size_t capacity, std::uint32_t flags) {
-            _TovStParam param{};
-            param.type = TOV_PARAM_STRING;
-            param.flags = flags;
-            std::strcpy(param.name, key);
-            param.s = {"", value, std::uint32_t(capacity)};
-            m_storage.AddParam(&param);
-        };
-        number("jpeg.quality", m_jpegQuality, 1, 100, READ_WRITE);
-        text("movie.compressors", m_compressors.data(), m_compressors.size(), READ);
-        text("movie.compressor", m_compressor.data(), m_compressor.size(), READ_WRITE);
-        number("movie.options", m_options, 0, 1, READ); // no compressor here has a dialog
+        AddParam(TovIntParam("jpeg.quality", &m_jpegQuality, m_jpegQuality, 1, 100));
+        AddParam(TovStringParam("movie.compressors", m_compressors.data(), m_compressors.size(), ""));
+        AddParam(TovStringParam("movie.compressor", m_compressor.data(), m_compressor.size(), ""));
+        AddParam(TovIntParam("movie.options", &m_options, 0, 0, 1)); // no compressor here has a dialog
     }
 
     TovComponent *GetComponent() override
     {
-        return &m_component;
+        return this;
     }
 
     std::int32_t StartImageSeries(_TovImage const *image, char const *extension) override
@@ -319,8 +302,6 @@ private:
     std::array<char, 256> m_compressors{};
     std::array<char, 64> m_compressor{};
     std::int64_t m_options = 0;
-    TovParamStorage m_storage;
-    StorageComponent m_component;
 
     // All below: the recording thread's.
     std::unique_ptr<ImageFormat> m_series; // one of the two at most
