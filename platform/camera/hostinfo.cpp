@@ -1,5 +1,7 @@
 #include "hostinfo.h"
 
+#include "statusout.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdlib>
@@ -168,12 +170,6 @@ private:
 };
 
 namespace {
-
-void Store(std::int32_t *error, std::int32_t status)
-{
-    if (error)
-        *error = status;
-}
 
 template<class Params>
 auto Find(Params const &params, char const *name) -> decltype(params.begin()->second.get())

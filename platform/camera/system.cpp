@@ -1,5 +1,6 @@
 #include "backend.h"
 #include "genicam/configuration.h"
+#include "statusout.h"
 
 #include <glib.h>
 
@@ -30,12 +31,6 @@ private:
     std::vector<InterfaceImpl *> m_interfaces;
     std::size_t m_next = 0;
 };
-
-void Store(std::int32_t *error, std::int32_t status)
-{
-    if (error)
-        *error = status;
-}
 
 // TOV_CAMERA_INTERFACES is a comma list of backends; without it all of them are used.
 bool IsBackendWanted(char const *name)

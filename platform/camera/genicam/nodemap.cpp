@@ -1,6 +1,7 @@
 #include "nodemap.h"
 
 #include "featuretree.h"
+#include "statusout.h"
 #include "xmlcheck.h"
 
 #include <algorithm>
@@ -90,12 +91,6 @@ public:
 private:
     GError *m_error = nullptr;
 };
-
-void Store(std::int32_t *error, std::int32_t status)
-{
-    if (error)
-        *error = status;
-}
 
 enum class NodeType { Other, Integer, Float, String, Enumeration, Boolean, Command };
 
