@@ -20,11 +20,6 @@ constexpr int IDLE_TICKS = 3; // a stream that was silent for so long does not b
 
 constexpr int WATCH_PERIOD = 250; // milliseconds between two looks for a silent stream
 
-bool Failed(TovStatus status)
-{
-    return (status & 0xFFFF) != 0;
-}
-
 // Not printf: the text has a point whatever the locale's comma is.
 void AppendNumber(std::string *text, double value, int decimals)
 {
@@ -258,7 +253,7 @@ void DisplayView::Work()
 
         // Behind the painting, so that the copy does not delay the picture.
         std::lock_guard const lock(m_overwriteMutex);
-        if (TovStatus const copied = TovCopyImage(m_lastImage, image); Failed(copied))
+        if (TovStatus const copied = TovCopyImage(m_lastImage, image); !TovSucceeded(copied))
             TovLog::Error(copied, "TVCopyImage failed for m_lastImage, err=%i", static_cast<int>(copied));
         else
             m_framesShown.fetch_add(1, std::memory_order_release);
@@ -277,7 +272,7 @@ bool DisplayView::VerifyDisplayFormat(_TovImage const *image)
         TovReleaseImageHeader(&m_displayFormat);
         m_displayFormat = nullptr;
     }
-    if (Failed(TovCreateImageHeader(&m_displayFormat, {image->width, image->height}, image->pixelType)))
+    if (!TovSucceeded(TovCreateImageHeader(&m_displayFormat, {image->width, image->height}, image->pixelType)))
         m_displayFormat = nullptr;
     return false;
 }
@@ -295,7 +290,7 @@ void DisplayView::InitByFirstFrame(_TovImage const *image)
     if (_TovImage *const old = m_lastImage.exchange(nullptr))
         m_retiredImages.push_back(old); // a reader may hold it until the stop
     _TovImage *created = nullptr;
-    if (Failed(TovCreateImage(&created, {image->width, image->height}, image->pixelType))) {
+    if (!TovSucceeded(TovCreateImage(&created, {image->width, image->height}, image->pixelType))) {
         TovLog::Error(0, "TovCreateImage failed m_lastImage, w=%i, h=%i, type=%x", static_cast<int>(image->width),
                       static_cast<int>(image->height), image->pixelType);
         created = nullptr;

@@ -25,11 +25,6 @@ QEvent::Type FirstFrameEvent()
     return static_cast<QEvent::Type>(type);
 }
 
-bool Failed(TovStatus status)
-{
-    return (status & 0xFFFF) != 0;
-}
-
 } // namespace
 
 int InspectView::s_id = 0;
@@ -152,7 +147,7 @@ bool InspectView::VerifyDisplayFormat(_TovImage const *image)
         return true;
     TovReleaseImageHeader(&m_displayFormat);
     m_displayFormat = nullptr;
-    if (Failed(TovCreateImageHeader(&m_displayFormat, {image->width, image->height}, image->pixelType)))
+    if (!TovSucceeded(TovCreateImageHeader(&m_displayFormat, {image->width, image->height}, image->pixelType)))
         m_displayFormat = nullptr;
     return false;
 }

@@ -154,7 +154,7 @@ void LogPanelImpl::ShowRefusals()
         ParamLink const link = GetParamForControl(box->objectName());
         bool on = false;
         if (!box->isChecked() || !link.component ||
-            (link.component->GetParamBool(link.paramName.toUtf8().constData(), &on) & 0xffff))
+            !TovSucceeded(link.component->GetParamBool(link.paramName.toUtf8().constData(), &on)))
             continue;
         QString const text = on ? QString() : refusalText(m_session->GetDevice());
         box->setToolTip(text);

@@ -1,5 +1,6 @@
 #include "linesource.h"
 
+#include "tovmisc.h"
 #include "vectorops.h"
 
 #include <algorithm>
@@ -224,7 +225,7 @@ void LineSource::ConvertBand(int y)
         TovCreateImageHeader(&raw, size, m_info->pixelType, m_image->lineStep, data);
     }
     Header const ownRaw(raw);
-    if ((TovConvertImage(colours, raw) & 0xFFFF) != 0)
+    if (!TovSucceeded(TovConvertImage(colours, raw)))
         std::memset(band, 0, pixels * 3);
 }
 

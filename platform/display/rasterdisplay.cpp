@@ -452,7 +452,7 @@ std::int32_t RasterDisplay::KeepVideo(_TovImage const *image)
         return OK;
     if (!Readable(image))
         return ERR_ARGUMENT;
-    if ((TovCreateImage(&m_kept, {image->width, image->height}, image->pixelType) & 0xFFFF) != 0) {
+    if (!TovSucceeded(TovCreateImage(&m_kept, {image->width, image->height}, image->pixelType))) {
         m_kept = nullptr;
         return ERR_MEMORY;
     }

@@ -112,7 +112,7 @@ int ReadImage(FrameFileReader const &reader, Frame const &frame, bool bytesOnly,
     if (int const error = reader.Read(frame, pixels))
         return error;
     std::memset(pixels + header.pixelBytes, 0, bytes - header.pixelBytes);
-    return TovCreateImageHeader(image, size, type, 0, pixels) & 0xFFFF ? ENOMEM : 0;
+    return TovSucceeded(TovCreateImageHeader(image, size, type, 0, pixels)) ? 0 : ENOMEM;
 }
 
 // Reads every frame wanted, and writes it when there is a serializer. Returns the number of frames that failed.

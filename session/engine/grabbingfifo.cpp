@@ -34,9 +34,9 @@ GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
     if (TovCam::ParamArray *const params = device->GetCameraParameters(nullptr)) {
         TovCam::IntParam *const node = params->GetInt("GevTimestampTickFrequency", &error);
         std::int64_t frequency = 0;
-        if (node && (error & 0xFFFF) == 0)
+        if (node && TovSucceeded(static_cast<TovStatus>(error)))
             frequency = node->GetValue(&error);
-        if ((error & 0xFFFF) == 0)
+        if (TovSucceeded(static_cast<TovStatus>(error)))
             m_tickFrequency = frequency;
     }
 }

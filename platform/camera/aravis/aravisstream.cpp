@@ -1,6 +1,7 @@
 #include "aravisstream.h"
 
 #include "aravisreleases.h"
+#include "tovmisc.h"
 
 #include <algorithm>
 #include <cstring>
@@ -69,8 +70,8 @@ public:
         if (!frame->m_memory)
             return nullptr;
         std::memset(frame->m_memory + payload, 0, size - payload);
-        if (TovCreateImageHeader(&frame->m_image, {shape.width, shape.height}, info.pixelType, 0, frame->m_memory) &
-            0xFFFF)
+        if (!TovSucceeded(TovCreateImageHeader(&frame->m_image, {shape.width, shape.height}, info.pixelType, 0,
+                                               frame->m_memory)))
             return nullptr;
         frame->m_payload = payload;
         frame->m_room = size;

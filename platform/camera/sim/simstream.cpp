@@ -1,5 +1,7 @@
 #include "simstream.h"
 
+#include "tovmisc.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -34,8 +36,8 @@ bool SimStream::SimBuffer::Create(SimFormat const &newFormat)
     if (!memory)
         return false;
     std::memset(static_cast<std::uint8_t *>(memory) + capacity, 0, tail);
-    return (TovCreateImageHeader(&image, {format.width, format.height}, format.pixelType, format.LineBytes(), memory) &
-            0xFFFF) == 0;
+    return TovSucceeded(
+        TovCreateImageHeader(&image, {format.width, format.height}, format.pixelType, format.LineBytes(), memory));
 }
 
 _TovImage *SimStream::SimBuffer::GetImage()
@@ -460,9 +462,9 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
         // The format was changed after the buffers had been made.
         fits = m_drawnFormat.Payload() <= buffer.capacity;
         _TovImage *header = nullptr;
-        if (fits && (TovCreateImageHeader(&header, {m_drawnFormat.width, m_drawnFormat.height}, m_drawnFormat.pixelType,
-                                          m_drawnFormat.LineBytes(), buffer.memory) &
-                     0xFFFF) == 0) {
+        if (fits && TovSucceeded(TovCreateImageHeader(&header, {m_drawnFormat.width, m_drawnFormat.height},
+                                                      m_drawnFormat.pixelType, m_drawnFormat.LineBytes(),
+                                                      buffer.memory))) {
             TovReleaseImageHeader(&buffer.image);
             buffer.image = header;
             buffer.format = m_drawnFormat;
