@@ -1,5 +1,7 @@
 #include "valuetext.h"
 
+#include "tovprintconversion.h"
+
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -12,8 +14,8 @@
 
 namespace {
 
-// Wider fields and more digits than this are no request for a number's text.
-constexpr int LargestFieldWidth = 512;
+// Fields so wide, or so many digits, do not ask for a number's text.
+constexpr std::size_t WidthLimit = 513;
 
 class CLocale
 {
@@ -52,60 +54,34 @@ std::string_view numberPart(char const *text)
 struct Conversion
 {
     std::string format; // rebuilt, with our own length modifier
-    char kind = 0;
+    bool found = false;
 };
 
-// Accepts flags, width, precision, a length of 64 bits where there is one, and one of `kinds`; no '*', no positions.
-bool parseFormat(char const *format, std::string_view kinds, bool longAllowed, Conversion *result)
+// Accepts one of `kinds`, with any length of 64 bits where a length is allowed; no positions.
+bool ParseFormat(char const *format, std::string_view kinds, bool longAllowed, Conversion *result)
 {
-    result->format.clear();
-    result->kind = 0;
-    for (char const *p = format; *p; ++p) {
+    for (char const *p = format; *p;) {
         result->format += *p;
-        if (*p != '%')
+        if (*p++ != '%')
             continue;
-        if (p[1] == '%') {
-            result->format += *++p;
+        if (*p == '%') {
+            result->format += *p++;
             continue;
         }
-        if (result->kind)
+        char const *const begin = p;
+        TovPrintConversion part;
+        if (result->found || !TovTakePrintConversion(&p, WidthLimit, &part) || part.position != 0)
             return false;
-        std::string_view flags(p + 1, std::strspn(p + 1, "-+ #0"));
-        char const *end = p + 1 + flags.size();
-        for (int part = 0; part < 2; ++part) {
-            if (part == 1) {
-                if (*end != '.')
-                    break;
-                ++end;
-            }
-            int number = 0;
-            for (; *end >= '0' && *end <= '9'; ++end) {
-                number = number * 10 + (*end - '0');
-                if (number > LargestFieldWidth)
-                    return false;
-            }
-        }
-        result->format.append(p + 1, end);
-        if (longAllowed) {
-            if (*end == 'l')
-                end += end[1] == 'l' ? 2 : 1;
-            else if (*end == 'j' || *end == 'z' || *end == 't')
-                ++end;
-        }
-        if (!*end || kinds.find(*end) == std::string_view::npos)
+        bool const fits = longAllowed ? part.length.find('h') == std::string_view::npos : part.length.empty();
+        if (!fits || kinds.find(part.kind) == std::string_view::npos)
             return false;
-        // Undefined for these conversions.
-        if (flags.find('#') != std::string_view::npos && std::strchr("diucs", *end))
-            return false;
-        if (flags.find('0') != std::string_view::npos && *end == 's')
-            return false;
+        result->format.append(begin, part.length.data());
         if (longAllowed)
             result->format += 'l';
-        result->format += *end;
-        result->kind = *end;
-        p = end;
+        result->format += part.kind;
+        result->found = true;
     }
-    return result->kind != 0;
+    return result->found;
 }
 
 template<typename T>
@@ -212,17 +188,17 @@ std::string ValueText::FromBytes(std::uint8_t const *bytes, std::size_t size)
 bool ValueText::FormatInt(char const *format, std::int64_t value, std::string *text)
 {
     Conversion conversion;
-    return parseFormat(format, "diuoxX", true, &conversion) && print(conversion, static_cast<long>(value), text);
+    return ParseFormat(format, "diuoxX", true, &conversion) && print(conversion, static_cast<long>(value), text);
 }
 
 bool ValueText::FormatFloat(char const *format, double value, std::string *text)
 {
     Conversion conversion;
-    return parseFormat(format, "aAeEfFgG", true, &conversion) && print(conversion, value, text);
+    return ParseFormat(format, "aAeEfFgG", true, &conversion) && print(conversion, value, text);
 }
 
 bool ValueText::FormatString(char const *format, std::string const &value, std::string *text)
 {
     Conversion conversion;
-    return parseFormat(format, "s", false, &conversion) && print(conversion, value.c_str(), text);
+    return ParseFormat(format, "s", false, &conversion) && print(conversion, value.c_str(), text);
 }
