@@ -1,11 +1,11 @@
 #include "logfiles.h"
 
 #include "logwrite.h"
+#include "numbertext.h"
 #include "tovlog.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QLocale>
 #include <QMessageBox>
 #include <QStringList>
 #include <QTemporaryFile>
@@ -22,9 +22,9 @@ constexpr auto Patience = 150ms;    // what is written by then needs no progress
 constexpr auto LastMoment = 1500ms; // of writes at the end of the program
 constexpr auto LookPeriod = 200ms;
 
-QString Number(std::size_t count)
+QString Lines(std::size_t count)
 {
-    return QLocale(QLocale::English).toString(static_cast<qulonglong>(count));
+    return GroupedNumber(static_cast<qlonglong>(count));
 }
 
 } // namespace
@@ -95,7 +95,7 @@ void LogFiles::Keep(LineStore lines)
     if (!file->open()) {
         SetResult(NoticeLevel::Error,
                   tr("Log: %1 unsaved lines are lost, as no file could be made in %2: %3")
-                      .arg(Number(count), QDir::tempPath(), file->errorString()),
+                      .arg(Lines(count), QDir::tempPath(), file->errorString()),
                   true);
         return;
     }
@@ -123,7 +123,7 @@ void LogFiles::Look()
 
 void LogFiles::Finish(Job job)
 {
-    QString const path = QDir::toNativeSeparators(job.write->Path()), lines = Number(job.write->Count());
+    QString const path = QDir::toNativeSeparators(job.write->Path()), lines = Lines(job.write->Count());
     switch (job.write->GetState()) {
     case LogWrite::State::Written:
         if (job.isSave)
@@ -149,7 +149,7 @@ void LogFiles::Fail(Job job)
     if (!job.isSave) {
         SetResult(NoticeLevel::Error,
                   tr("Log: only %1 of %2 unsaved lines could be kept in %3: %4")
-                      .arg(Number(job.write->Written()), Number(job.write->Count()), job.write->Path(), error),
+                      .arg(Lines(job.write->Written()), Lines(job.write->Count()), job.write->Path(), error),
                   true);
     } else if (job.owner && job.window) {
         SetResult(NoticeLevel::Error, tr("The log was not saved: %1").arg(error), false);
@@ -194,7 +194,7 @@ LogFiles::Words LogFiles::Compose() const
         std::size_t const percent = job.write->Written() * 100 / std::max<std::size_t>(job.write->Count(), 1);
         QString const form = job.isSave ? tr("Saving the log: %1 % of %2 lines (Save again cancels)")
                                         : tr("Keeping the unsaved log: %1 % of %2 lines");
-        texts += form.arg(percent).arg(Number(job.write->Count()));
+        texts += form.arg(percent).arg(Lines(job.write->Count()));
     }
     if (texts.isEmpty() && !m_result.text.isEmpty()) {
         texts += m_result.text;

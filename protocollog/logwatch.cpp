@@ -3,12 +3,12 @@
 #include "linestore.h"
 #include "logfiles.h"
 #include "memoryroom.h"
+#include "numbertext.h"
 #include "qttovlogmodel.h"
 #include "tovlog.h"
 
 #include <QFile>
 #include <QFileDialog>
-#include <QLocale>
 #include <QMainWindow>
 #include <QMessageBox>
 
@@ -23,11 +23,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto Period = 500ms;
-
-QString Number(std::uint64_t count)
-{
-    return QLocale(QLocale::English).toString(static_cast<qulonglong>(count));
-}
 
 } // namespace
 
@@ -102,8 +97,9 @@ void LogWatch::Tell()
     if (!m_ended.isEmpty())
         LogFiles::Instance().SetState(NoticeLevel::Warning, m_ended);
     else if (m_logging && missing > 0)
-        LogFiles::Instance().SetState(NoticeLevel::Warning,
-                                      tr("Packets missing from the log: %1").arg(Number(missing)));
+        LogFiles::Instance().SetState(
+            NoticeLevel::Warning,
+            tr("Packets missing from the log: %1").arg(GroupedNumber(static_cast<qlonglong>(missing))));
     else
         LogFiles::Instance().SetState(NoticeLevel::Info, {});
 }
@@ -170,7 +166,7 @@ QString LogWatch::Report() const
 {
     std::uint64_t const missing = Missing();
     QString text = tr("Lines: %1. Packets missing from them: %2.")
-                       .arg(Number(static_cast<std::uint64_t>(m_model->rowCount())), Number(missing));
+                       .arg(GroupedNumber(m_model->rowCount()), GroupedNumber(static_cast<qlonglong>(missing)));
     if (missing > 0)
         text += QLatin1Char('\n') + tr("They came faster than they could be read, or a capture has cut them short.\n"
                                        "Fewer channels, or a slower camera, bring fewer packets.");

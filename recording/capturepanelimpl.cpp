@@ -1,13 +1,13 @@
 #include "capturepanelimpl.h"
 
 #include "imagewriter.h"
+#include "numbertext.h"
 #include "panelhost.h"
 #include "recordingreport.h"
 #include "session.h"
 
 #include <QDir>
 #include <QFileDialog>
-#include <QLocale>
 #include <QMainWindow>
 #include <QPointer>
 
@@ -200,22 +200,21 @@ void CapturePanelImpl::ShowRecording()
     if (!m_report)
         return;
     RecordingLedger const &ledger = m_report->GetLedger();
-    auto const count = [](std::int64_t frames) {
-        return QLocale().toString(qlonglong{frames});
-    };
     QString const failures = m_report->GetFailures();
-    QString const incomplete =
-        ledger.savedIncomplete > 0 ? tr("%1 of them are incomplete").arg(count(ledger.savedIncomplete)) : QString();
+    QString const incomplete = ledger.savedIncomplete > 0
+                                   ? tr("%1 of them are incomplete").arg(GroupedNumber(ledger.savedIncomplete))
+                                   : QString();
     mark(edFramesSaved, failures.isEmpty() ? incomplete : failures, failures.isEmpty() ? NotWhole : Failing);
     mark(edFolderName, m_report->IsPlaceRefused() ? failures : QString(), Failing);
     // What the field counts is the gaps between complete frames.
     bool const gaps = ledger.missing + ledger.incomplete > 0;
     mark(edFramesDroppedHW,
-         gaps ? tr("%1 are missing, %2 came incomplete").arg(count(ledger.missing), count(ledger.incomplete))
+         gaps ? tr("%1 are missing, %2 came incomplete")
+                    .arg(GroupedNumber(ledger.missing), GroupedNumber(ledger.incomplete))
               : QString(),
          NotWhole);
-    mark(edFramesDroppedSW, ledger.droppedSW > 0 ? tr("%1 dropped here").arg(count(ledger.droppedSW)) : QString(),
-         NotWhole);
+    mark(edFramesDroppedSW,
+         ledger.droppedSW > 0 ? tr("%1 dropped here").arg(GroupedNumber(ledger.droppedSW)) : QString(), NotWhole);
 }
 
 // A click has checked the button already, whether or not the recording starts. A message may be shown meanwhile, and

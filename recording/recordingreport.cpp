@@ -1,5 +1,7 @@
 #include "recordingreport.h"
 
+#include "numbertext.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QLocale>
@@ -11,11 +13,6 @@ namespace {
 
 // Reasons that are told apart; a recording that meets more of them has one trouble, not many.
 constexpr std::size_t MostReasons = 4;
-
-QString Count(std::int64_t frames)
-{
-    return QLocale().toString(static_cast<qlonglong>(frames));
-}
 
 QString Clock(std::chrono::seconds elapsed)
 {
@@ -165,7 +162,7 @@ QString RecordingReport::GetFailures() const
         QString const why = failure.file.isEmpty()
                                 ? failure.reason
                                 : QStringLiteral("%1 (%2)").arg(failure.reason, QDir::toNativeSeparators(failure.file));
-        parts += frames > 0 ? tr("%1 failed: %2").arg(Count(frames), why) : tr("closing failed: %1").arg(why);
+        parts += frames > 0 ? tr("%1 failed: %2").arg(GroupedNumber(frames), why) : tr("closing failed: %1").arg(why);
     }
     return parts.join(QStringLiteral(", "));
 }
@@ -174,9 +171,10 @@ QStringList RecordingReport::Parts() const
 {
     RecordingLedger const &l = m_ledger;
     QStringList parts;
-    QString const saved = l.savedIncomplete > 0
-                              ? tr("%1 saved (%2 of them incomplete)").arg(Count(l.saved), Count(l.savedIncomplete))
-                              : tr("%1 saved").arg(Count(l.saved));
+    QString const saved =
+        l.savedIncomplete > 0
+            ? tr("%1 saved (%2 of them incomplete)").arg(GroupedNumber(l.saved), GroupedNumber(l.savedIncomplete))
+            : tr("%1 saved").arg(GroupedNumber(l.saved));
     QString const failed = GetFailures();
     // What is wrong now stands in front; a ledger has its order.
     parts += m_running && !failed.isEmpty() ? QStringList{failed, saved} : QStringList{saved};
@@ -185,13 +183,13 @@ QStringList RecordingReport::Parts() const
     if (m_snap)
         return parts; // the others were not asked for
     if (!m_running || l.missing > 0)
-        parts += tr("%1 missing").arg(Count(l.missing));
+        parts += tr("%1 missing").arg(GroupedNumber(l.missing));
     if (!m_running || l.droppedSW > 0)
-        parts += tr("%1 dropped here").arg(Count(l.droppedSW));
+        parts += tr("%1 dropped here").arg(GroupedNumber(l.droppedSW));
     if (l.unwanted > 0)
-        parts += tr("%1 not wanted").arg(Count(l.unwanted));
+        parts += tr("%1 not wanted").arg(GroupedNumber(l.unwanted));
     if (l.queued > 0)
-        parts += tr("%1 given up at the stop").arg(Count(l.queued));
+        parts += tr("%1 given up at the stop").arg(GroupedNumber(l.queued));
     if (m_running && m_free >= 0)
         parts += tr("%1 free").arg(QLocale().formattedDataSize(m_free, 1, QLocale::DataSizeTraditionalFormat));
     return parts;

@@ -81,9 +81,7 @@ void TovDisplay::DeleteComponent(TovDisplay *display)
     delete static_cast<RasterDisplay *>(display);
 }
 
-RasterDisplay::RasterDisplay()
-    : TovComponentBase(0),
-      m_filterChannel(static_cast<char *>(std::calloc(MAP_CAPACITY, 1)))
+RasterDisplay::RasterDisplay() : TovComponentBase(0), m_filterChannel(static_cast<char *>(std::calloc(MAP_CAPACITY, 1)))
 {
     if (!m_filterChannel)
         throw std::bad_alloc();

@@ -70,8 +70,8 @@ public:
         if (!frame->m_memory)
             return nullptr;
         std::memset(frame->m_memory + payload, 0, size - payload);
-        if (!TovSucceeded(TovCreateImageHeader(&frame->m_image, {shape.width, shape.height}, info.pixelType, 0,
-                                               frame->m_memory)))
+        if (!TovSucceeded(
+                TovCreateImageHeader(&frame->m_image, {shape.width, shape.height}, info.pixelType, 0, frame->m_memory)))
             return nullptr;
         frame->m_payload = payload;
         frame->m_room = size;

@@ -462,9 +462,9 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
         // The format was changed after the buffers had been made.
         fits = m_drawnFormat.Payload() <= buffer.capacity;
         _TovImage *header = nullptr;
-        if (fits && TovSucceeded(TovCreateImageHeader(&header, {m_drawnFormat.width, m_drawnFormat.height},
-                                                      m_drawnFormat.pixelType, m_drawnFormat.LineBytes(),
-                                                      buffer.memory))) {
+        if (fits &&
+            TovSucceeded(TovCreateImageHeader(&header, {m_drawnFormat.width, m_drawnFormat.height},
+                                              m_drawnFormat.pixelType, m_drawnFormat.LineBytes(), buffer.memory))) {
             TovReleaseImageHeader(&buffer.image);
             buffer.image = header;
             buffer.format = m_drawnFormat;
