@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "acquisitionsequence.h"
 #include "appsettings.h"
 #include "camerareport.h"
 #include "configurationnotice.h"
@@ -7,11 +8,11 @@
 #include "grabbingfifo.h"
 #include "imagewriter.h"
 #include "imgprocessor.h"
-#include "logstringmaker.h"
-#include "logwatch.h"
+#include "packetlog.h"
 #include "qttovlogmodel.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
+#include "sessionname.h"
 #include "tovlog.h"
 #include "tovscopeexception.h"
 
@@ -26,56 +27,15 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <new>
-#include <stdexcept>
 
 namespace {
 
 constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
 
-// What tells a log's channels apart, in the order in which they are switched.
-struct LogChannelInfo
-{
-    Session::LogEnum channel;
-    QString name;
-    char const *key; // of its switch
-    QString (LogStringMaker::*makeLine)(void const *data, unsigned long size);
-};
-LogChannelInfo const LogChannels[] = {
-    {Session::LogEnumControl, QStringLiteral("Control"), "LogControl", &LogStringMaker::MakeControlLogString},
-    {Session::LogEnumStream, QStringLiteral("Stream"), "LogStream", &LogStringMaker::MakeStreamLogString},
-    {Session::LogEnumEvent, QStringLiteral("Event"), "LogEvent", &LogStringMaker::MakeEventLogString},
-};
-
-// Null for any other value.
-LogChannelInfo const *findLogChannel(Session::LogEnum channel)
-{
-    auto const found = std::find_if(std::begin(LogChannels), std::end(LogChannels),
-                                    [channel](LogChannelInfo const &info) { return info.channel == channel; });
-    return found != std::end(LogChannels) ? found : nullptr;
-}
-
-// A camera without the node starts all the same.
-bool isFailure(std::int32_t status)
-{
-    return status != 0 && status != TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
-}
-
 void sayOnStandardOutput(char const *text)
 {
     std::puts(text);
     std::fflush(stdout);
-}
-
-// Runs a step whose failure must not keep the next one from running. False when it threw.
-bool runGuarded(std::function<void()> const &step)
-{
-    try {
-        step();
-        return true;
-    } catch (...) {
-        return false;
-    }
 }
 
 } // namespace
@@ -89,7 +49,6 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
       m_state(StateBeforeTheFirst),
       m_device(device)
 {
-    MakeLogStringMaker();
     TovCam::DeviceInfo *const info = device->GetDeviceInfo();
     m_displayName = QString::fromUtf8(info->GetDisplayName());
     m_interfaceDescription = QString::fromUtf8(info->GetInterface()->GetInterfaceDescription());
@@ -118,11 +77,10 @@ Session::~Session()
 {
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
     m_device->UnregisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
-    for (LogChannelInfo const &info : LogChannels)
-        EnableLog(info.channel, false);
-    m_logWatch->KeepLines();
-    runGuarded([this] { StopWriter(); });
-    StopWhatStillRuns();
+    EndAllChannels();
+    m_log->Watch().KeepLines();
+    StopWriter();
+    m_sequence->StopWhatStillRuns();
     m_window->RemoveDisplayWidget(m_display.get());
     SaveSettings();
     m_grabber.reset();
@@ -133,7 +91,7 @@ Session::~Session()
 
 void Session::LeaveLog()
 {
-    m_logWatch->LeaveLines();
+    m_log->Watch().LeaveLines();
 }
 
 void Session::SaveSettings()
@@ -155,10 +113,14 @@ void Session::InitSession()
         throw TovScopeException("CreateImgProcessor( ) failed", 0);
     if (!CreateWriter())
         throw TovScopeException("CreateWriter( ) failed", 0);
+    m_sequence = std::make_unique<AcquisitionSequence>(m_device, m_grabber.get(), m_display.get());
     m_logModel = new QtTovLogModel(this);
-    m_logWatch = std::make_unique<LogWatch>(m_logModel, m_window->GetMainWindow());
-    connect(m_logWatch.get(), &LogWatch::memoryShort, this, &Session::endLogging);
-    ReadIdentity();
+    m_log = std::make_unique<PacketLog>(m_device->GetDeviceInfo()->GetInterface()->GetInterfaceKind(), m_logModel,
+                                        m_window->GetMainWindow());
+    connect(&m_log->Watch(), &LogWatch::memoryShort, this, &Session::endLogging);
+    SessionName const name = ReadSessionName(m_device);
+    m_settingsName = name.settings;
+    m_title = name.title;
     m_settings = m_window->GetSessionSettings(m_settingsName);
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Writer"), GetImageWriter());
@@ -188,7 +150,7 @@ bool Session::InitStateMachine()
     connect(capturing, &QState::exited, this, &Session::exitCapturing);
     connect(&m_stateMachine, &QStateMachine::finished, this, &Session::enterDisconnected);
 
-    // Nothing leads out of Capturing on signalStopAcquisition, or out of Idle on signalStopCapturing. That is meant.
+    // Who stops the acquisition while capturing has to stop capturing first: signalStopAcquisition does nothing there.
     root->addTransition(this, &Session::signalCameraStateDisconnected, final);
     idle->addTransition(this, &Session::signalStartAcquisition, acquisition);
     acquisition->addTransition(this, &Session::signalStopAcquisition, idle);
@@ -242,48 +204,6 @@ bool Session::CreateWriter()
     connect(m_writer.get(), &ImageWriter::EvaluationTestDone, this, &Session::stopCapturingAndAcquisition,
             Qt::QueuedConnection);
     return true;
-}
-
-void Session::MakeLogStringMaker()
-{
-    switch (m_device->GetDeviceInfo()->GetInterface()->GetInterfaceKind()) {
-    case TovCam::InterfaceKindUSB3Vision:
-        m_logStringMaker = std::make_unique<LogStringMakerU3V>();
-        break;
-    case TovCam::InterfaceKindGigEVision:
-        m_logStringMaker = std::make_unique<LogStringMakerGEV>();
-        break;
-    default:
-        break;
-    }
-}
-
-void Session::ReadIdentity()
-{
-    m_settingsName = QStringLiteral("Session");
-    m_title.clear();
-    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
-    if (!params)
-        return;
-    auto const valueOf = [params](char const *name, QString *value) {
-        TovCam::StringParam *const node = params->GetString(name, nullptr);
-        if (node)
-            *value = QString::fromUtf8(node->GetValue(nullptr));
-        return node != nullptr;
-    };
-    // Cameras of one model and user id share their settings; the serial number is for the title alone.
-    QString value;
-    if (valueOf("DeviceUserID", &value)) {
-        m_settingsName += QStringLiteral("_%1").arg(value);
-        m_title += QStringLiteral(" %1").arg(value);
-    }
-    if (valueOf("DeviceModelName", &value)) {
-        m_settingsName += QStringLiteral("_%1").arg(value);
-        m_title += QStringLiteral(" [%1").arg(value);
-    }
-    if (valueOf("DeviceSerialNumber", &value))
-        m_title += QStringLiteral(", SN:%1").arg(value);
-    m_title += QLatin1Char(']');
 }
 
 void Session::ResetVolatileParams()
@@ -419,62 +339,26 @@ void Session::stopCapturingAndAcquisition()
     emit signalStopAcquisition();
 }
 
-std::int32_t Session::ExecuteCommand(char const *name)
-{
-    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
-    return params ? params->ExecuteCommand(name) : TOV_CAM_ERR_NO_DEVICE;
-}
-
-std::int32_t Session::SetIntegerValue(char const *name, std::int64_t value)
-{
-    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
-    return params ? params->SetIntegerValue(name, value) : TOV_CAM_ERR_NO_DEVICE;
-}
-
-// The camera may be gone, so statuses are not looked at.
-std::array<std::function<void()>, 5> Session::StopSteps()
-{
-    return {
-        [this] {
-            if (ExecuteCommand("AcquisitionStop") != 0)
-                ExecuteCommand("AcquisitionAbort");
-        },
-        [this] { m_display->StopDisplaying(); },
-        [this] { m_grabber->StopGrabbing(); },
-        [this] { SetIntegerValue("TLParamsLocked", 0); },
-        [this] { m_grabber->ReleaseBuffers(); },
-    };
-}
-
-// After an exception has cut a stop short, or when the session goes without having been stopped.
-void Session::StopWhatStillRuns()
-{
-    if (!m_enginesStarted)
-        return;
-    for (auto const &step : StopSteps())
-        runGuarded(step);
-    m_enginesStarted = false;
-}
-
+// Of a session that ends while it records.
 void Session::StopWriter()
 {
-    if (m_writer->IsWriting())
-        m_writer->StopWriting();
+    try {
+        if (m_writer->IsWriting())
+            m_writer->StopWriting();
+    } catch (...) { // the files may be broken; the camera is closed all the same
+    }
 }
 
 void Session::enterIdle()
 {
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
         try {
-            // An exception skips the rest; what then still runs is stopped before the next start or the end.
-            for (auto const &step : StopSteps())
-                step();
-            m_enginesStarted = false;
+            m_sequence->Stop();
             if (RigTestPlugin *const plugin = GetRigTest()) {
                 sayOnStandardOutput("GetRigTest()->OnStop()");
                 plugin->OnStop();
             }
-        } catch (...) {
+        } catch (...) { // what still runs is stopped before the next start, or at the end
         }
     }
     m_grabber->SetState(SessionStateIdle);
@@ -486,43 +370,18 @@ void Session::exitIdle()
 {
 }
 
-void Session::StartAcquisition()
-{
-    if (RigTestPlugin *const plugin = GetRigTest()) {
-        sayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
-        plugin->PrepareToAcquition();
-    }
-    if (m_grabber->CreateBuffers() != 0)
-        throw std::runtime_error("CreateBuffers failed");
-    if (isFailure(SetIntegerValue("TLParamsLocked", 1)))
-        throw std::runtime_error("TLParamsLocked set failed");
-    if (!m_grabber->StartGrabbing())
-        throw std::runtime_error("StartGrabbing failed");
-    if (isFailure(ExecuteCommand("AcquisitionStart")))
-        throw std::runtime_error("AcquisitionStart execution failed");
-    if (!m_display->StartDisplaying())
-        throw std::runtime_error("StartDisplaying failed");
-}
-
-// The full list, no matter how far the start came.
-void Session::RecoverFromFailedStart()
-{
-    bool stopped = runGuarded([this] { ExecuteCommand("AcquisitionAbort"); });
-    stopped &= runGuarded([this] { m_grabber->StopGrabbing(); });
-    stopped &= runGuarded([this] { SetIntegerValue("TLParamsLocked", 0); });
-    stopped &= runGuarded([this] { m_grabber->ReleaseBuffers(); });
-    m_enginesStarted = !stopped;
-}
-
 void Session::enterAcquisition()
 {
     if (m_state == SessionStateIdle) {
-        StopWhatStillRuns();
-        m_enginesStarted = true;
+        m_sequence->StopWhatStillRuns();
         try {
-            StartAcquisition();
+            if (RigTestPlugin *const plugin = GetRigTest()) {
+                sayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
+                plugin->PrepareToAcquition();
+            }
+            m_sequence->Start();
         } catch (...) {
-            RecoverFromFailedStart();
+            m_sequence->RecoverFromFailedStart();
             // The machine stands in Acquisition while the state stays Idle; the answer to this signal takes it back.
             emit signalSessionStateError(this, SessionErrorStartAcquisition);
             return;
@@ -545,7 +404,8 @@ void Session::enterCapturing()
         m_grabber->SetState(SessionStateCapturing);
         m_writer->StartWriting();
     } catch (...) {
-        // The machine stays in Capturing with the state that was; only a disconnection leads out. That is meant.
+        // The machine stays in Capturing with the state that was, in which Stop does nothing: the operator has to
+        // disconnect.
         emit signalSessionStateError(this, SessionErrorStartCapturing);
         return;
     }
@@ -585,7 +445,7 @@ void Session::startTestBW()
 void Session::ParamChanged(_TovStParam param)
 {
     bool const isMain = std::strcmp(param.name, "EnableLog") == 0;
-    if (!isMain && std::none_of(std::begin(LogChannels), std::end(LogChannels),
+    if (!isMain && std::none_of(std::begin(PacketLog::Channels), std::end(PacketLog::Channels),
                                 [&](LogChannelInfo const &info) { return std::strcmp(param.name, info.key) == 0; }))
         return;
     EnableLog(LogEnumControl, m_enableLog && m_logControl);
@@ -602,16 +462,16 @@ bool Session::EnableLog(LogEnum channel, bool enable)
         // No callback runs any more when it returns, so the node may go.
         m_device->UnregisterEvent(channel, LogEvent, &found->second);
         m_logChannels.erase(found);
-        m_logWatch->SetLogging(!m_logChannels.empty());
+        m_log->Watch().SetLogging(!m_logChannels.empty());
         return true;
     }
     auto const added = m_logChannels.emplace(channel, LogChannel{channel, this}).first;
-    m_logWatch->SetLogging(true);
+    m_log->Watch().SetLogging(true);
     if (m_device->RegisterEvent(channel, LogEvent, &added->second) == 0)
         return true;
     m_logChannels.erase(added);
-    m_logWatch->SetLogging(!m_logChannels.empty());
-    if (LogChannelInfo const *const info = findLogChannel(channel))
+    m_log->Watch().SetLogging(!m_logChannels.empty());
+    if (LogChannelInfo const *const info = PacketLog::FindChannel(channel))
         m_storage.SetParamBool(info->key, false, true);
     return false;
 }
@@ -620,8 +480,13 @@ bool Session::EnableLog(LogEnum channel, bool enable)
 void Session::endLogging()
 {
     m_storage.SetParamBool("EnableLog", false, true);
-    for (LogChannelInfo const &info : LogChannels)
-        EnableLog(info.channel, false);
+    EndAllChannels();
+}
+
+void Session::EndAllChannels()
+{
+    for (LogChannelInfo const &info : PacketLog::Channels)
+        EnableLog(static_cast<LogEnum>(info.event), false);
 }
 
 void Session::LogEvent(void const *data, unsigned long size, void *user)
@@ -635,32 +500,19 @@ void Session::PacketsMissedCallback(void const *data, unsigned long size, void *
     std::uint64_t missed = 0;
     std::memcpy(&missed, data, std::min<std::size_t>(size, sizeof missed));
     if (user)
-        static_cast<Session *>(user)->m_logWatch->NoteMissed(missed);
+        static_cast<Session *>(user)->m_log->Watch().NoteMissed(missed);
     TovLog::Warning(static_cast<unsigned long>(missed),
                     "Session: packets of the log's channels have been lost on their way here");
 }
 
 void Session::WriteLog(LogEnum channel, void const *data, unsigned long size)
 {
-    LogChannelInfo const *const info = findLogChannel(channel);
-    try {
-        qlonglong time;
-        if (!m_logWatch->Stamp(time)) // before the decoding: it is the packet's arrival
-            return;
-        QString const line = MakeLogStringFromData(channel, data, size);
-        if (!line.isEmpty())
-            m_logModel->append(time, info ? info->name : QString(), line);
-    } catch (std::bad_alloc const &) {
-        m_logWatch->NoteNoMemory(); // an exception would end the library's thread, and the process
-    }
+    m_log->Write(channel, data, size);
 }
 
 QString Session::MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size)
 {
-    if (!m_logStringMaker)
-        return {};
-    LogChannelInfo const *const info = findLogChannel(channel);
-    return info ? (m_logStringMaker.get()->*info->makeLine)(data, size) : QStringLiteral("UNKNOWN LOGGING EVENT TYPE");
+    return m_log->MakeLine(channel, data, size);
 }
 
 QtTovLogModel *Session::GetLogModel() const
@@ -677,15 +529,15 @@ void Session::clearLog()
 void Session::saveLog()
 {
     if (m_logModel)
-        m_logWatch->Save();
+        m_log->Watch().Save();
 }
 
 bool Session::IsSavingLog() const
 {
-    return m_logWatch->IsSaving();
+    return m_log->Watch().IsSaving();
 }
 
 QString Session::GetLogReport() const
 {
-    return m_logWatch->Report();
+    return m_log->Watch().Report();
 }

@@ -20,17 +20,15 @@
 #include <QStateMachine>
 #include <QString>
 
-#include <array>
-#include <functional>
 #include <map>
 #include <memory>
 
+class AcquisitionSequence;
 class DisplayView;
 class GrabbingFifo;
 class ImageWriter;
 class ImgProcessor;
-class LogStringMaker;
-class LogWatch;
+class PacketLog;
 class QtTovLogModel;
 class SessionHost;
 
@@ -132,19 +130,12 @@ private:
     bool CreateDisplayView();
     bool CreateImgProcessor();
     bool CreateWriter();
-    void MakeLogStringMaker();
-    void ReadIdentity(); // settings name and title
     void ResetVolatileParams();
     void RemoveComponents();
 
-    std::int32_t ExecuteCommand(char const *name);
-    std::int32_t SetIntegerValue(char const *name, std::int64_t value);
-    void StartAcquisition(); // throws at the first step that fails
-    void RecoverFromFailedStart();
-    std::array<std::function<void()>, 5> StopSteps();
-    void StopWhatStillRuns();
     void StopWriter();
     void endLogging();
+    void EndAllChannels();
 
     struct LogChannel
     {
@@ -163,20 +154,19 @@ private:
     QObject m_writerReports;               // receives the writer's reports that a recording is done
     std::unique_ptr<ImageWriter> m_writer; // both use the grabber, and go before it unless their threads are asleep
     std::unique_ptr<DisplayView> m_display;
-    ImgProcessor *m_imgProcessor = nullptr; // a child
-    QSettings *m_settings = nullptr;        // the window's
+    std::unique_ptr<AcquisitionSequence> m_sequence; // of grabber and display
+    ImgProcessor *m_imgProcessor = nullptr;          // a child
+    QSettings *m_settings = nullptr;                 // the window's
     QString m_settingsName;
     QString m_title;
     QString m_displayName;
     QString m_interfaceDescription;
-    bool m_enginesStarted = false; // from the first step of a start until a stop has gone through whole
     bool m_enableLog = false;
     bool m_logControl = false;
     bool m_logStream = false;
     bool m_logEvent = false;
     QtTovLogModel *m_logModel = nullptr; // a child; set before the first subscription, appended to on any thread
-    std::unique_ptr<LogStringMaker> m_logStringMaker; // as m_logModel; null without a decoder
-    std::unique_ptr<LogWatch> m_logWatch;             // as m_logModel, which it uses
+    std::unique_ptr<PacketLog> m_log;    // as m_logModel, which it uses
     // Subscribed channels. A node is the user data of its subscription, and goes after it.
     std::map<LogEnum, LogChannel> m_logChannels;
 };

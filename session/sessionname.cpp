@@ -1,0 +1,30 @@
+#include "sessionname.h"
+
+#include "tovcamera.h"
+
+SessionName ReadSessionName(TovCam::Device *device)
+{
+    SessionName name{QStringLiteral("Session"), {}};
+    TovCam::ParamArray *const params = device->GetCameraParameters(nullptr);
+    if (!params)
+        return name;
+    QString value;
+    auto const read = [&](char const *node) {
+        TovCam::StringParam *const param = params->GetString(node, nullptr);
+        if (param)
+            value = QString::fromUtf8(param->GetValue(nullptr));
+        return param != nullptr;
+    };
+    if (read("DeviceUserID")) {
+        name.settings += QStringLiteral("_%1").arg(value);
+        name.title += QStringLiteral(" %1").arg(value);
+    }
+    if (read("DeviceModelName")) {
+        name.settings += QStringLiteral("_%1").arg(value);
+        name.title += QStringLiteral(" [%1").arg(value);
+    }
+    if (read("DeviceSerialNumber"))
+        name.title += QStringLiteral(", SN:%1").arg(value);
+    name.title += QLatin1Char(']');
+    return name;
+}
