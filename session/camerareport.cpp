@@ -86,7 +86,7 @@ void addVersions(QString *report, TovCam::ParamArray *params)
     addFirmware(report, params);
     if (TovCam::IntParam *const node = findInt(params, "XmlVersion"))
         *report += QStringLiteral("XML version:       ") + hex(node) + QLatin1Char('\n');
-    // These two have one line between them. That is meant.
+    // These two share a line: a camera has one of them.
     if (TovCam::IntParam *const node = findInt(params, "U3VFirmwareVersion")) {
         *report += QStringLiteral("U3V version:       ") + hex(node);
         if (TovCam::IntParam *const build = findInt(params, "U3VFirmwareBuildNumber"))

@@ -29,7 +29,8 @@ GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
     TovLog::Debug(0, "GrabbingFifo::GrabbingFifo()");
     RegisterParams();
 
-    // A lookup that gives neither a node nor an error leaves a frequency of 0, and with it rates of 0. That is meant.
+    // Nanoseconds stay where the lookup fails. A library that gives neither a node nor an error leaves a frequency of 0,
+    // with which every rate reads 0.
     std::int32_t error = 0;
     if (TovCam::ParamArray *const params = device->GetCameraParameters(nullptr)) {
         TovCam::IntParam *const node = params->GetInt("GevTimestampTickFrequency", &error);
@@ -96,7 +97,7 @@ bool GrabbingFifo::StartGrabbing()
     SetParamInt("FramesDroppedHW", 0);
     SetParamInt("FramesDroppedSW", 0);
     SetParamInt("FramesIncomp", 0);
-    // The timestamps stay: the first rate after a restart spans the pause. That is meant.
+    // The timestamps stay: the first rate after a restart spans the pause, and the next frame corrects it.
     TovStoreBound(m_firstTimestamp, 0);
     TovStoreBound(m_frameId, 0);
     {
@@ -162,7 +163,7 @@ std::int32_t GrabbingFifo::ReleaseBuffers()
     }
     std::int32_t const status = m_stream ? m_stream->ReleaseBufferQueue() : TOV_CAM_ERR_INVALID_INDEX;
     if (status != 0) {
-        // The other function's name is meant.
+        // Under the name of CreateBuffers, so that one search finds whatever fails with the buffer queue.
         TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::CreateBuffers(): ReleaseBufferQueue() failed");
         return status;
     }
@@ -238,7 +239,7 @@ std::int32_t GrabbingFifo::ReturnBuffer(TovCam::Buffer *buffer)
         --m_withConsumers;
         if (m_state.load(std::memory_order_relaxed) != SessionStateCapturing)
             return m_stream->QueueBuffer(buffer);
-        // To the front, also past frames that came in the meantime, and beyond the limit. That is meant.
+        // Past frames that came in the meantime, and beyond the limit: the recording loses no frame to the display.
         m_grab_fifo.push_front(buffer);
     }
     WakeConsumers();
@@ -365,8 +366,8 @@ void GrabbingFifo::UpdateStatistics(TovCam::Buffer *buffer)
     double const ticks = static_cast<double>(m_tickFrequency);
     std::uint64_t const dtInst = timestamp - m_previousTimestamp;
     std::uint64_t const dtAvg = timestamp - TovLoadBound(m_firstTimestamp);
-    // The variables cross: "FpsAvg" is bound to m_rate1 and "FpsInst" to m_rate2, so that the average, written second,
-    // ends up in both. That is meant.
+    // The variables cross: "FpsAvg" is bound to m_rate1 and "FpsInst" to m_rate2. The average, written second, ends up in
+    // both, so whoever reads "FpsInst" between frames sees a steady number; only its listeners hear of single frames.
     if (dtInst != 0 && id > last) {
         double const rate = static_cast<double>(id - last) * ticks / static_cast<double>(dtInst);
         TovStoreBound(m_rate1, rate);
