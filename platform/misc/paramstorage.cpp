@@ -1,5 +1,6 @@
 #include "tovmisc.h"
 
+#include "paramtable.h"
 #include "valuetext.h"
 
 #include <algorithm>
@@ -12,78 +13,6 @@
 #include <vector>
 
 namespace {
-
-struct Entry
-{
-    _TovStParam record;
-    std::size_t hash = 0;
-    std::atomic<bool> hasListeners{false};     // spares the setters a lock
-    std::vector<TovParamListener *> listeners; // the storage's m_mutex
-};
-
-std::size_t hashOf(char const *key)
-{
-    std::size_t hash = 14695981039346656037u;
-    for (; *key; ++key)
-        hash = (hash ^ static_cast<unsigned char>(*key)) * 1099511628211u;
-    return hash;
-}
-
-// Keys by hash, and entries in order of registration. Readers take no lock: an entry is published by one store into its
-// slot, and a table that has become too small is replaced and kept until the storage dies.
-class Table
-{
-public:
-    explicit Table(std::size_t capacity)
-        : m_capacity(capacity),
-          m_slots(new std::atomic<Entry *>[capacity * 2] {}),
-          m_order(new std::atomic<Entry *>[capacity] {})
-    {
-    }
-
-    Entry *Find(char const *key) const
-    {
-        std::size_t const mask = m_capacity * 2 - 1;
-        std::size_t const hash = hashOf(key);
-        for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
-            Entry *const entry = m_slots[i].load(std::memory_order_acquire);
-            if (!entry)
-                return nullptr;
-            if (entry->hash == hash && std::strcmp(entry->record.name, key) == 0)
-                return entry;
-        }
-    }
-    // One thread at a time; not when full.
-    void Add(Entry *entry)
-    {
-        std::size_t const mask = m_capacity * 2 - 1;
-        std::size_t i = entry->hash & mask;
-        while (m_slots[i].load(std::memory_order_relaxed))
-            i = (i + 1) & mask;
-        m_slots[i].store(entry, std::memory_order_release);
-        unsigned int const count = m_count.load(std::memory_order_relaxed);
-        m_order[count].store(entry, std::memory_order_relaxed);
-        m_count.store(count + 1, std::memory_order_release);
-    }
-    unsigned int Count() const
-    {
-        return m_count.load(std::memory_order_acquire);
-    }
-    Entry *At(unsigned int index) const
-    {
-        return index < Count() ? m_order[index].load(std::memory_order_relaxed) : nullptr;
-    }
-    std::size_t Capacity() const
-    {
-        return m_capacity;
-    }
-
-private:
-    std::size_t const m_capacity; // a power of two
-    std::unique_ptr<std::atomic<Entry *>[]> m_slots;
-    std::unique_ptr<std::atomic<Entry *>[]> m_order;
-    std::atomic<unsigned int> m_count{0};
-};
 
 // Bound text and blocks are wider than an atomic access. The storage's lock keeps them whole between its callers; the
 // bytes are atomic for an owner that looks at them beside it.
@@ -147,23 +76,23 @@ TovStatus copyOut(std::string const &text, char *buffer, unsigned int *capacity)
 struct TovParamStorage::Impl
 {
     unsigned int component;
-    mutable std::mutex mutex;                    // guards registration, the listener lists, and bound text and blocks
-    std::vector<std::unique_ptr<Entry>> entries; // mutex
-    std::vector<std::unique_ptr<Table>> tables;  // mutex; the last one is in use
-    std::atomic<Table *> table;
+    mutable std::mutex mutex; // guards registration, the listener lists, and bound text and blocks
+    std::vector<std::unique_ptr<ParamEntry>> entries; // mutex
+    std::vector<std::unique_ptr<ParamTable>> tables;  // mutex; the last one is in use
+    std::atomic<ParamTable *> table;
 
     explicit Impl(unsigned int id) : component(id)
     {
-        tables.push_back(std::make_unique<Table>(16));
+        tables.push_back(std::make_unique<ParamTable>(16));
         table.store(tables.back().get(), std::memory_order_release);
     }
 
-    Table const &current() const
+    ParamTable const &current() const
     {
         return *table.load(std::memory_order_acquire);
     }
 
-    TovStatus find(char const *key, Entry **entry) const
+    TovStatus find(char const *key, ParamEntry **entry) const
     {
         if (!key)
             return TOV_PARAM_ERR_ARGUMENT;
@@ -171,7 +100,7 @@ struct TovParamStorage::Impl
         return *entry ? TOV_PARAM_OK : TOV_PARAM_ERR_UNKNOWN_KEY;
     }
 
-    TovStatus find(char const *key, TovParamType type, Entry **entry) const
+    TovStatus find(char const *key, TovParamType type, ParamEntry **entry) const
     {
         TovStatus const status = find(key, entry);
         if (status == TOV_PARAM_OK && (*entry)->record.type != type)
@@ -179,7 +108,7 @@ struct TovParamStorage::Impl
         return status;
     }
 
-    std::string text(Entry const &entry) const
+    std::string text(ParamEntry const &entry) const
     {
         auto const &s = entry.record.s;
         std::string result(s.capacity, '\0');
@@ -192,7 +121,7 @@ struct TovParamStorage::Impl
     }
 
     // A string as it is, a block in hexadecimal.
-    std::string asText(Entry const &entry) const
+    std::string asText(ParamEntry const &entry) const
     {
         if (entry.record.type == TOV_PARAM_STRING)
             return text(entry);
@@ -205,7 +134,7 @@ struct TovParamStorage::Impl
     }
 
     // With no lock held.
-    void changed(Entry &entry, bool notify)
+    void changed(ParamEntry &entry, bool notify)
     {
         if (!notify)
             return;
@@ -224,7 +153,7 @@ struct TovParamStorage::Impl
             listener->ParamChanged(entry.record);
     }
 
-    TovStatus setInt(Entry &entry, std::int64_t value, bool notify)
+    TovStatus setInt(ParamEntry &entry, std::int64_t value, bool notify)
     {
         auto const &i = entry.record.i;
         TovStoreBound(*i.value, std::clamp(value, i.minimum, i.maximum));
@@ -232,14 +161,14 @@ struct TovParamStorage::Impl
         return TOV_PARAM_OK;
     }
 
-    TovStatus setBool(Entry &entry, bool value, bool notify)
+    TovStatus setBool(ParamEntry &entry, bool value, bool notify)
     {
         TovStoreBound(*entry.record.b.value, value);
         changed(entry, notify);
         return TOV_PARAM_OK;
     }
 
-    TovStatus setFloat(Entry &entry, double value, bool notify)
+    TovStatus setFloat(ParamEntry &entry, double value, bool notify)
     {
         if (std::isnan(value))
             return TOV_PARAM_ERR_VALUE;
@@ -249,7 +178,7 @@ struct TovParamStorage::Impl
         return TOV_PARAM_OK;
     }
 
-    TovStatus setString(Entry &entry, char const *value, bool notify)
+    TovStatus setString(ParamEntry &entry, char const *value, bool notify)
     {
         auto const &s = entry.record.s;
         std::size_t const length = strnlen(value, s.capacity);
@@ -263,7 +192,7 @@ struct TovParamStorage::Impl
         return TOV_PARAM_OK;
     }
 
-    TovStatus setArray(Entry &entry, void const *data, bool notify)
+    TovStatus setArray(ParamEntry &entry, void const *data, bool notify)
     {
         {
             std::lock_guard const lock(mutex);
@@ -284,16 +213,16 @@ TovStatus TovParamStorage::AddParam(_TovStParam const *param)
 {
     if (!param || !isValid(*param))
         return TOV_PARAM_ERR_ARGUMENT;
-    auto entry = std::make_unique<Entry>();
+    auto entry = std::make_unique<ParamEntry>();
     entry->record = *param;
-    entry->hash = hashOf(param->name);
+    entry->hash = ParamTable::HashOf(param->name);
 
     std::lock_guard const lock(m_impl->mutex);
-    Table *table = m_impl->tables.back().get();
+    ParamTable *table = m_impl->tables.back().get();
     if (table->Find(param->name))
         return TOV_PARAM_ERR_ARGUMENT;
     if (table->Count() == table->Capacity()) {
-        m_impl->tables.push_back(std::make_unique<Table>(table->Capacity() * 2));
+        m_impl->tables.push_back(std::make_unique<ParamTable>(table->Capacity() * 2));
         table = m_impl->tables.back().get();
         for (auto const &earlier : m_impl->entries)
             table->Add(earlier.get());
@@ -306,7 +235,7 @@ TovStatus TovParamStorage::AddParam(_TovStParam const *param)
 
 TovStatus TovParamStorage::AddParamChangedListener(char const *key, TovParamListener *listener)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     if (TovStatus const status = m_impl->find(key, &entry))
         return status;
     if (!listener)
@@ -319,7 +248,7 @@ TovStatus TovParamStorage::AddParamChangedListener(char const *key, TovParamList
 
 TovStatus TovParamStorage::RemoveParamChangedListener(char const *key, TovParamListener *listener)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     if (TovStatus const status = m_impl->find(key, &entry))
         return status;
     std::lock_guard const lock(m_impl->mutex);
@@ -338,7 +267,7 @@ unsigned int TovParamStorage::GetParamCount() const
 
 TovStatus TovParamStorage::GetParamByIdx(unsigned int index, _TovStParam *param) const
 {
-    Entry const *const entry = m_impl->current().At(index);
+    ParamEntry const *const entry = m_impl->current().At(index);
     if (!entry || !param)
         return TOV_PARAM_ERR_ARGUMENT;
     *param = entry->record;
@@ -347,7 +276,7 @@ TovStatus TovParamStorage::GetParamByIdx(unsigned int index, _TovStParam *param)
 
 TovStatus TovParamStorage::GetParamBool(char const *key, bool *value) const
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = value ? m_impl->find(key, TOV_PARAM_BOOL, &entry) : TOV_PARAM_ERR_ARGUMENT;
     if (status == TOV_PARAM_OK)
         *value = TovLoadBound(*entry->record.b.value);
@@ -356,7 +285,7 @@ TovStatus TovParamStorage::GetParamBool(char const *key, bool *value) const
 
 TovStatus TovParamStorage::GetParamInt(char const *key, long *value) const
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = value ? m_impl->find(key, TOV_PARAM_INT, &entry) : TOV_PARAM_ERR_ARGUMENT;
     if (status == TOV_PARAM_OK)
         *value = TovLoadBound(*entry->record.i.value);
@@ -365,7 +294,7 @@ TovStatus TovParamStorage::GetParamInt(char const *key, long *value) const
 
 TovStatus TovParamStorage::GetParamFloat(char const *key, double *value) const
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = value ? m_impl->find(key, TOV_PARAM_FLOAT, &entry) : TOV_PARAM_ERR_ARGUMENT;
     if (status == TOV_PARAM_OK)
         *value = TovLoadBound(*entry->record.f.value);
@@ -374,14 +303,14 @@ TovStatus TovParamStorage::GetParamFloat(char const *key, double *value) const
 
 TovStatus TovParamStorage::GetParamString(char const *key, char *buffer, unsigned int *capacity) const
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = m_impl->find(key, TOV_PARAM_STRING, &entry);
     return status == TOV_PARAM_OK ? copyOut(m_impl->text(*entry), buffer, capacity) : status;
 }
 
 TovStatus TovParamStorage::GetParamArray(char const *key, void *buffer, unsigned int *size) const
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     if (TovStatus const status = m_impl->find(key, TOV_PARAM_ARRAY, &entry))
         return status;
     if (!size || (!buffer && *size))
@@ -399,7 +328,7 @@ TovStatus TovParamStorage::GetParamArray(char const *key, void *buffer, unsigned
 TovStatus TovParamStorage::GetParamAsString(char const *key, char *buffer, unsigned int *capacity,
                                             char const *format) const
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     if (TovStatus const status = m_impl->find(key, &entry))
         return status;
     _TovStParam const &record = entry->record;
@@ -439,28 +368,28 @@ TovStatus TovParamStorage::GetParamAsString(char const *key, char *buffer, unsig
 
 TovStatus TovParamStorage::SetParamBool(char const *key, bool value, bool notify)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = m_impl->find(key, TOV_PARAM_BOOL, &entry);
     return status == TOV_PARAM_OK ? m_impl->setBool(*entry, value, notify) : status;
 }
 
 TovStatus TovParamStorage::SetParamInt(char const *key, long value, bool notify)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = m_impl->find(key, TOV_PARAM_INT, &entry);
     return status == TOV_PARAM_OK ? m_impl->setInt(*entry, value, notify) : status;
 }
 
 TovStatus TovParamStorage::SetParamFloat(char const *key, double value, bool notify)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = m_impl->find(key, TOV_PARAM_FLOAT, &entry);
     return status == TOV_PARAM_OK ? m_impl->setFloat(*entry, value, notify) : status;
 }
 
 TovStatus TovParamStorage::SetParamString(char const *key, char const *value, bool notify)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     if (TovStatus const status = m_impl->find(key, TOV_PARAM_STRING, &entry))
         return status;
     return value ? m_impl->setString(*entry, value, notify) : TOV_PARAM_ERR_ARGUMENT;
@@ -468,7 +397,7 @@ TovStatus TovParamStorage::SetParamString(char const *key, char const *value, bo
 
 TovStatus TovParamStorage::SetParamArray(char const *key, void const *data, unsigned int size, bool notify)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     if (TovStatus const status = m_impl->find(key, TOV_PARAM_ARRAY, &entry))
         return status;
     if (!data)
@@ -478,7 +407,7 @@ TovStatus TovParamStorage::SetParamArray(char const *key, void const *data, unsi
 
 TovStatus TovParamStorage::SetParamAsString(char const *key, char const *value, bool notify)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     if (TovStatus const status = m_impl->find(key, &entry))
         return status;
     if (!value)
@@ -510,7 +439,7 @@ TovStatus TovParamStorage::SetParamAsString(char const *key, char const *value, 
 
 TovStatus TovParamStorage::RunCommand(char const *key)
 {
-    Entry *entry = nullptr;
+    ParamEntry *entry = nullptr;
     TovStatus const status = m_impl->find(key, TOV_PARAM_COMMAND, &entry);
     return status == TOV_PARAM_OK ? entry->record.c.function(entry->record.c.context) : status;
 }
