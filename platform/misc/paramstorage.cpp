@@ -1,6 +1,6 @@
 #include "tovmisc.h"
 
-#include "paramtable.h"
+#include "paramindex.h"
 #include "valuetext.h"
 
 #include <algorithm>
@@ -78,18 +78,25 @@ struct TovParamStorage::Impl
     unsigned int component;
     mutable std::mutex mutex; // guards registration, the listener lists, and bound text and blocks
     std::vector<std::unique_ptr<ParamEntry>> entries; // mutex
-    std::vector<std::unique_ptr<ParamTable>> tables;  // mutex; the last one is in use
-    std::atomic<ParamTable *> table;
+    std::vector<std::unique_ptr<ParamIndex const>>
+        indexes; // mutex; the last one is in use, readers may have the others
+    std::atomic<ParamIndex const *> index;
 
     explicit Impl(unsigned int id) : component(id)
     {
-        tables.push_back(std::make_unique<ParamTable>(16));
-        table.store(tables.back().get(), std::memory_order_release);
+        Publish(std::make_unique<ParamIndex const>());
     }
 
-    ParamTable const &current() const
+    // With the mutex held, but in the constructor.
+    void Publish(std::unique_ptr<ParamIndex const> next)
     {
-        return *table.load(std::memory_order_acquire);
+        indexes.push_back(std::move(next));
+        index.store(indexes.back().get(), std::memory_order_release);
+    }
+
+    ParamIndex const &current() const
+    {
+        return *index.load(std::memory_order_acquire);
     }
 
     TovStatus find(char const *key, ParamEntry **entry) const
@@ -215,21 +222,13 @@ TovStatus TovParamStorage::AddParam(_TovStParam const *param)
         return TOV_PARAM_ERR_ARGUMENT;
     auto entry = std::make_unique<ParamEntry>();
     entry->record = *param;
-    entry->hash = ParamTable::HashOf(param->name);
 
     std::lock_guard const lock(m_impl->mutex);
-    ParamTable *table = m_impl->tables.back().get();
-    if (table->Find(param->name))
+    ParamIndex const &index = m_impl->current();
+    if (index.Find(param->name))
         return TOV_PARAM_ERR_ARGUMENT;
-    if (table->Count() == table->Capacity()) {
-        m_impl->tables.push_back(std::make_unique<ParamTable>(table->Capacity() * 2));
-        table = m_impl->tables.back().get();
-        for (auto const &earlier : m_impl->entries)
-            table->Add(earlier.get());
-    }
     m_impl->entries.push_back(std::move(entry));
-    table->Add(m_impl->entries.back().get());
-    m_impl->table.store(table, std::memory_order_release);
+    m_impl->Publish(std::make_unique<ParamIndex const>(index, m_impl->entries.back().get()));
     return TOV_PARAM_OK;
 }
 

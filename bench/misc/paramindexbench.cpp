@@ -1,15 +1,16 @@
-// What it costs to find a parameter by its key, in the storage's own table and in standard containers: each behind an
-// atomic pointer, as readers that take no lock need it, with the keys of the grabber (11) and of the renderer (26).
-#include "paramtable.h"
+// What it costs to find a parameter by its key, as the storage does it and in a sorted vector: each behind an atomic
+// pointer, as readers that take no lock need it, with the keys of the grabber (11) and of the renderer (26).
+#include "paramindex.h"
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -44,41 +45,21 @@ constexpr char const *RendererKeys[] = {"display.zoom.in",
                                         "movie.compressor",
                                         "movie.options"};
 
-class OwnTable
+class StorageIndex
 {
 public:
-    explicit OwnTable(std::vector<ParamEntry *> const &entries) : m_table(entries.size() > 16 ? 32 : 16)
-    {
-        for (ParamEntry *const entry : entries) {
-            entry->hash = ParamTable::HashOf(entry->record.name);
-            m_table.Add(entry);
-        }
-    }
-    ParamEntry *Find(char const *key) const
-    {
-        return m_table.Find(key);
-    }
-
-private:
-    ParamTable m_table;
-};
-
-class HashMap
-{
-public:
-    explicit HashMap(std::vector<ParamEntry *> const &entries)
+    explicit StorageIndex(std::vector<ParamEntry *> const &entries)
     {
         for (ParamEntry *const entry : entries)
-            m_map.emplace(entry->record.name, entry);
+            m_index = std::make_unique<ParamIndex>(m_index ? *m_index : ParamIndex(), entry);
     }
     ParamEntry *Find(char const *key) const
     {
-        auto const found = m_map.find(key);
-        return found != m_map.end() ? found->second : nullptr;
+        return m_index->Find(key);
     }
 
 private:
-    std::unordered_map<std::string_view, ParamEntry *> m_map;
+    std::unique_ptr<ParamIndex> m_index;
 };
 
 class SortedVector
@@ -146,8 +127,7 @@ void Register(std::string const &name)
 
 int main(int argc, char **argv)
 {
-    Register<OwnTable>("own_table");
-    Register<HashMap>("unordered_map");
+    Register<StorageIndex>("storage");
     Register<SortedVector>("sorted_vector");
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
