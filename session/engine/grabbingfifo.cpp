@@ -29,8 +29,8 @@ GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
     TovLog::Debug(0, "GrabbingFifo::GrabbingFifo()");
     RegisterParams();
 
-    // Nanoseconds stay where the lookup fails. A library that gives neither a node nor an error leaves a frequency of 0,
-    // with which every rate reads 0.
+    // Nanoseconds stay where the lookup fails. A library that gives neither a node nor an error leaves a frequency of
+    // 0, with which every rate reads 0.
     std::int32_t error = 0;
     if (TovCam::ParamArray *const params = device->GetCameraParameters(nullptr)) {
         TovCam::IntParam *const node = params->GetInt("GevTimestampTickFrequency", &error);
@@ -366,8 +366,9 @@ void GrabbingFifo::UpdateStatistics(TovCam::Buffer *buffer)
     double const ticks = static_cast<double>(m_tickFrequency);
     std::uint64_t const dtInst = timestamp - m_previousTimestamp;
     std::uint64_t const dtAvg = timestamp - TovLoadBound(m_firstTimestamp);
-    // The variables cross: "FpsAvg" is bound to m_rate1 and "FpsInst" to m_rate2. The average, written second, ends up in
-    // both, so whoever reads "FpsInst" between frames sees a steady number; only its listeners hear of single frames.
+    // The variables cross: "FpsAvg" is bound to m_rate1 and "FpsInst" to m_rate2. The average, written second, ends up
+    // in both, so whoever reads "FpsInst" between frames sees a steady number; only its listeners hear of single
+    // frames.
     if (dtInst != 0 && id > last) {
         double const rate = static_cast<double>(id - last) * ticks / static_cast<double>(dtInst);
         TovStoreBound(m_rate1, rate);
