@@ -1,135 +1,49 @@
 #include "guimanager.h"
 
 #include "aboutdlg.h"
+#include "actionstates.h"
+#include "cameraerrortext.h"
 #include "camerainfodlg.h"
-#include "camgenparampanelimpl.h"
-#include "capturepanelimpl.h"
 #include "configurationnotice.h"
 #include "displayview.h"
-#include "histogrampanel.h"
-#include "inspectview.h"
-#include "logpanelimpl.h"
 #include "managedwindow.h"
 #include "paramchanged.h"
+#include "playerpanel.h"
 #include "report.h"
 #include "rigtestplugin.h"
 #include "session.h"
-#include "statisticspanel.h"
 #include "tovlog.h"
 #include "tovscopeexception.h"
 
 #include "tovcamera.h"
 #include "tovcameragui.h"
-#include "tovdisplay.h"
 
-#include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
-#include <QCursor>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QHeaderView>
-#include <QLineEdit>
 #include <QMainWindow>
-#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPointer>
 #include <QSettings>
 #include <QStandardPaths>
-#include <QTableView>
 
-#include <algorithm>
 #include <exception>
-#include <iterator>
 #include <utility>
-#include <vector>
 
 namespace {
 
-QString const StateKey = QStringLiteral("wndState");
-constexpr int StateVersion = 0;
 constexpr char Producer[] = "WeftTL.cti";
 constexpr std::uint32_t FullAccess = 2;
 constexpr std::uint32_t EveryKind = 255;
 
-QString cameraErrorText(std::int32_t error)
-{
-    static constexpr std::pair<std::int32_t, char const *> texts[] = {
-        {TOV_CAM_ERR_OK, "OK"},
-        {TOV_CAM_ERR_UNKNOWN, "Unknown error"},
-        {TOV_CAM_ERR_FILE_NOT_FOUND, "File not found"},
-        {TOV_CAM_ERR_FILE_READ, "File read error"},
-        {TOV_CAM_ERR_WRONG_CONFIGURATION, "Wrong configuration"},
-        {TOV_CAM_ERR_INVALID_INDEX, "Invalid index"},
-        {TOV_CAM_ERR_NO_DEVICE, "No device"},
-        {TOV_CAM_ERR_INVALID_ARGUMENT, "Invalid argument"},
-        {TOV_CAM_ERR_INVALID_STATE, "Invalid state"},
-        {TOV_CAM_ERR_FLASH_ERASE, "Flash erase error"},
-        {TOV_CAM_ERR_GENICAM_GENERIC, "GenICam: Generic error"},
-        {TOV_CAM_ERR_GENICAM_TREE, "GenICam: Tree error"},
-        {TOV_CAM_ERR_GENICAM_ACCESS, "GenICam: Access error"},
-        {TOV_CAM_ERR_GENICAM_PARAM_TYPE, "GenICam: Parameter type is invalid"},
-        {TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, "GenICam: Parameter is out of range"},
-        {TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM, "GenICam: Unknown param"},
-        {TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT, "GenICam: Invalid argument"},
-    };
-    auto const found =
-        std::find_if(std::begin(texts), std::end(texts), [error](auto const &entry) { return entry.first == error; });
-    return QString::fromLatin1(found != std::end(texts) ? found->second : "Unknown code");
-}
-
 } // namespace
 
-// Disconnected, Idle, Acquisition, Capturing. "actionHexDump" has a row without an action, and "actionSettings" an
-// action without a row; both are meant.
-GuiManager::GuiState const GuiManager::s_stateMapInit[42] = {
-    {"actionLoadConfiguration", {true, true, false, false}},
-    {"actionSaveConfiguration", {false, true, true, true}},
-    {"actionSaveConfigurationAs", {false, true, true, true}},
-    {"actionSaveGenICamXML", {false, true, true, true}},
-    {"actionExit", {true, true, true, true}},
-    {"actionConnect", {true, true, true, true}},
-    {"actionDisconnect", {false, true, true, true}},
-    {"actionCameraInformation", {false, true, true, true}},
-    {"actionPlay", {false, true, false, false}},
-    {"actionTestBandwidth", {false, true, false, false}},
-    {"actionStop", {false, false, true, true}},
-    {"actionRecord", {false, false, true, true}},
-    {"actionSnap", {false, false, true, false}},
-    {"actionGenICamTree", {false, true, true, true}},
-    {"actionCamConfig_BasicView", {false, true, true, true}},
-    {"actionCamConfig_ExpertView", {false, true, true, true}},
-    {"actionLog", {false, true, true, true}},
-    {"actionCapture", {false, true, true, true}},
-    {"actionStatistics", {false, true, true, true}},
-    {"actionHexDump", {false, true, true, true}},
-    {"actionInspectionView", {false, true, true, true}},
-    {"actionHistogramPanel", {false, true, true, true}},
-    {"actionColorizeHistogram", {false, true, true, true}},
-    {"actionStretchHistogram", {false, true, true, true}},
-    {"actionImageProcessing", {true, true, true, true}},
-    {"actionDefaultPanelsLayout", {true, true, true, true}},
-    {"actionBrowseRecordingFolder", {true, true, true, true}},
-    {"actionOpenLastRecordedFile", {false, true, true, true}},
-    {"actionBuffer", {true, true, true, false}},
-    {"actionTextOverlay", {true, true, true, false}},
-    {"actionDisplayOptions", {true, true, true, false}},
-    {"actionCaptureOptions", {true, true, true, false}},
-    {"actionApplicationOptions", {true, true, true, false}},
-    {"actionZoomIn", {false, true, true, true}},
-    {"actionZoomOut", {false, true, true, true}},
-    {"actionActualSize", {false, true, true, true}},
-    {"actionFitToWindow", {false, true, true, true}},
-    {"actionSpreadToWindow", {false, true, true, true}},
-    {"actionFullScreen", {false, true, true, true}},
-    {"actionCenterImage", {false, true, true, true}},
-    {"actionHelp", {true, true, true, true}},
-    {"actionAbout", {true, true, true, false}},
-};
+GuiManager::GuiState const (&GuiManager::s_stateMapInit)[42] = ActionStates::s_table;
 
-GuiManager::GuiManager(ManagedWindow *window) : m_window(window)
+GuiManager::GuiManager(ManagedWindow *window) : m_window(window), m_panels(window, this)
 {
     SetParamChangedHandler(&PlayerPanel::OnParamChanged);
 }
@@ -138,7 +52,7 @@ GuiManager::~GuiManager()
 {
     m_closed = true;
     cameraDisconnect();
-    delete m_inspectView; // where the disconnection had to wait for a message: it looks at the session's display
+    m_panels.DeleteInspection(); // where the disconnection had to wait for a message
     delete m_session;
     if (m_system)
         m_system->Release();
@@ -168,7 +82,7 @@ void GuiManager::LoadProducer()
 void GuiManager::cameraConnect()
 {
     if (!TakeSystem()) {
-        DisplayError(QStringLiteral("Cannot create TovSystem, check if CTI library(TovCTI.cti) exists"), 0);
+        DisplayError(tr("Cannot create TovSystem, check if CTI library(TovCTI.cti) exists"), 0);
         return;
     }
     LoadProducer();
@@ -178,7 +92,7 @@ void GuiManager::cameraConnect()
         return;
     TovCam::DeviceInfo *const camera = dialog.selectedCamera();
     if (!camera) {
-        ShowCritical(QStringLiteral("Camera was not selected"));
+        ShowCritical(tr("Camera was not selected"));
         return;
     }
     TovCam::Device *const device = TovCam_CreateDevice(camera, FullAccess, nullptr);
@@ -289,7 +203,7 @@ bool GuiManager::CreateSession(TovCam::Device *device)
     std::int32_t error = 0;
     if (!device->GetCameraParameters(&error)) {
         DisplayError(tr("Cannot get camera parameters\n") + tr("Error code: %1 ").arg(error) + QLatin1Char('(') +
-                         cameraErrorText(error) + QLatin1Char(')'),
+                         CameraErrorText(error) + QLatin1Char(')'),
                      0);
         return false;
     }
@@ -315,74 +229,9 @@ bool GuiManager::CreateSession(TovCam::Device *device)
     return false;
 }
 
-void GuiManager::Introduce(PlayerPanel *panel)
-{
-    panel->SetCurrentSession(m_session);
-    LoadState(panel);
-}
-
-void GuiManager::LoadState(PlayerPanel *panel)
-{
-    panel->LoadStateFromGlobalSettings(m_window->GetGlobalSettings());
-    panel->LoadStateFromSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
-}
-
-template<typename Panel>
-void GuiManager::Remove(Panel *&panel)
-{
-    if (!panel)
-        return;
-    if (!m_statesSaved)
-        panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
-    panel->CheckActionMenu(panel->GetActionName(), false); // hiding it would be remembered as the operator's wish
-    delete std::exchange(panel, nullptr);
-}
-
-// What no text of a panel names, parts of Qt's own widgets included.
-static void nameParts(PlayerPanel *panel)
-{
-    for (QAbstractScrollArea *const view : panel->findChildren<QAbstractScrollArea *>()) {
-        if (view->accessibleName().isEmpty() && !qobject_cast<QHeaderView *>(view))
-            view->setAccessibleName(panel->accessibleName());
-    }
-    for (QAbstractButton *const button : panel->findChildren<QAbstractButton *>()) {
-        if (!button->text().isEmpty() || !button->accessibleName().isEmpty())
-            continue;
-        bool const ofTable = qobject_cast<QTableView *>(button->parent()) != nullptr;
-        if (ofTable || qobject_cast<QLineEdit *>(button->parent()))
-            button->setAccessibleName(ofTable ? GuiManager::tr("Select all") : GuiManager::tr("Clear"));
-    }
-}
-
 bool GuiManager::CreatePanels()
 {
-    m_statesSaved = false;
-    if (!m_parameterPanel) {
-        m_parameterPanel = new CamGenParamPanelImpl(MainWindow());
-        m_parameterPanel->setContextMenuPolicy(Qt::CustomContextMenu);
-        connect(m_parameterPanel, &QWidget::customContextMenuRequested, this, &GuiManager::ParameterMenu);
-    }
-    Introduce(m_parameterPanel);
-    if (!m_capturePanel)
-        m_capturePanel = new CapturePanelImpl(MainWindow(), this);
-    Introduce(m_capturePanel);
-    if (!m_logPanel)
-        m_logPanel = new LogPanelImpl(MainWindow());
-    Introduce(m_logPanel);
-    if (!m_statisticsPanel)
-        m_statisticsPanel = new StatisticsPanelImpl(MainWindow(), this);
-    Introduce(m_statisticsPanel);
-    // Lines need the width that file names need, and hardly at the same time.
-    MainWindow()->tabifyDockWidget(m_capturePanel, m_logPanel);
-    m_capturePanel->raise();
-    if (!m_histogramPanel)
-        m_histogramPanel = new HistogramPanel(MainWindow());
-    m_histogramPanel->SetCurrentSession(m_session);
-    m_histogramPanel->close(); // it starts hidden
-    LoadState(m_histogramPanel);
-    // The picture gets the rest, unless a stored layout says otherwise.
-    MainWindow()->resizeDocks({m_capturePanel}, {m_capturePanel->sizeHint().height()}, Qt::Vertical);
-
+    m_panels.Create();
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
             plugin->SetComponents(m_session, m_session->GetDisplay(), m_session->GetImgProcessor());
@@ -392,10 +241,8 @@ bool GuiManager::CreatePanels()
         }
     }
     if (!m_window->GetRigTest())
-        MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
-    for (PlayerPanel *const panel : Panels())
-        nameParts(panel);
-    ReopenInspection();
+        m_panels.RestoreLayout();
+    m_panels.ReopenInspection();
     if (DisplayView *const display = CurrentDisplay())
         display->setFocus(); // its keys work at once
     return true;
@@ -405,37 +252,7 @@ void GuiManager::ClosePanels()
 {
     if (RigTestPlugin *const plugin = m_window->GetRigTest())
         plugin->Detach(MainWindow());
-    // While the docks still exist.
-    if (!m_statesSaved)
-        SaveStates();
-    Remove(m_capturePanel);
-    Remove(m_parameterPanel);
-    Remove(m_logPanel);
-    Remove(m_statisticsPanel);
-    if (m_inspectView && m_session)
-        m_session->GetDisplayView()->RemoveInspectView(m_inspectView);
-    Remove(m_inspectView);
-    Remove(m_histogramPanel);
-    // A floating dock leaves as a hidden one, and the window's next saveState would say so.
-    MainWindow()->restoreState(m_window->GetGlobalSettings()->value(StateKey).toByteArray(), StateVersion);
-}
-
-// Those there are, in the order in which they are stored.
-std::vector<PlayerPanel *> GuiManager::Panels() const
-{
-    std::vector<PlayerPanel *> panels{m_capturePanel,    m_parameterPanel, m_logPanel,
-                                      m_statisticsPanel, m_inspectView,    m_histogramPanel};
-    std::erase(panels, nullptr);
-    return panels;
-}
-
-void GuiManager::SaveStates()
-{
-    if (m_session) {
-        for (PlayerPanel *const panel : Panels())
-            panel->SaveStateToSessionSettings(m_session->GetSettings(), m_session->GetSettingsName());
-    }
-    m_window->GetGlobalSettings()->setValue(StateKey, MainWindow()->saveState(StateVersion));
+    m_panels.Close();
 }
 
 void GuiManager::Close()
@@ -443,10 +260,7 @@ void GuiManager::Close()
     m_closed = true;
     if (!m_session)
         return;
-    SaveStates();
-    for (PlayerPanel *const panel : Panels())
-        panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
-    m_statesSaved = true;
+    m_panels.Store();
     m_session->SaveSettings();
     m_session->LeaveLog();
     m_window->GetGlobalSettings()->sync();
@@ -469,7 +283,7 @@ void GuiManager::ShowCritical(QString const &text)
 
 void GuiManager::DisplayError(QString const &text, unsigned int code)
 {
-    ShowCritical(code ? text + QStringLiteral("\nError code: 0x{%1}").arg(code, 0, 16) : text);
+    ShowCritical(code ? text + tr("\nError code: 0x{%1}").arg(code, 0, 16) : text);
 }
 
 void GuiManager::cameraDisconnect()
@@ -488,9 +302,9 @@ void GuiManager::startTestBandwidth()
 {
     if (!m_session)
         return;
-    QMessageBox box(QMessageBox::Question, QCoreApplication::applicationName(), QStringLiteral("Bandwidth testing."),
+    QMessageBox box(QMessageBox::Question, QCoreApplication::applicationName(), tr("Bandwidth testing."),
                     QMessageBox::Ok | QMessageBox::Cancel, MainWindow());
-    box.setInformativeText(QStringLiteral("Do you want to begin?"));
+    box.setInformativeText(tr("Do you want to begin?"));
     box.setDefaultButton(QMessageBox::Ok);
     if (box.exec() == QMessageBox::Cancel || !m_session) // it may have gone while the question was open
         return;
@@ -515,7 +329,7 @@ void GuiManager::startStopCapture()
         emit m_session->signalStopCapturing();
         return;
     }
-    FinishEditing();
+    m_panels.FinishEditing(); // a button in a toolbar takes no focus, so a field may have been typed and not left
     emit m_session->signalStartCapturing();
 }
 
@@ -523,15 +337,8 @@ void GuiManager::snapNextImage()
 {
     if (!m_session)
         return;
-    FinishEditing();
+    m_panels.FinishEditing();
     m_session->SnapNextFrame();
-}
-
-// A button in a toolbar takes no focus, so a folder may have been typed and not left.
-void GuiManager::FinishEditing()
-{
-    if (m_capturePanel)
-        m_capturePanel->FinishEditing();
 }
 
 void GuiManager::captureOptionsDlg()
@@ -596,91 +403,22 @@ void GuiManager::viewPlayerPanel()
 
 void GuiManager::inspect(QPoint position, QPoint pixel)
 {
-    OpenInspection(position, pixel);
+    m_panels.Inspect(position, pixel);
 }
 
 void GuiManager::viewInspection()
 {
-    if (m_inspectView) {
-        m_inspectView->ShowOrHide();
-        return;
-    }
-    DisplayView *const display = CurrentDisplay();
-    if (!display)
-        return;
-    QPoint position = QCursor::pos();
-    std::optional<QPoint> pixel = display->PixelAt(position);
-    if (!pixel) {
-        position = display->mapToGlobal(display->rect().center());
-        pixel = display->PixelAt(position);
-    }
-    OpenInspection(position, pixel);
-}
-
-// Where it was when the last camera went.
-void GuiManager::ReopenInspection()
-{
-    DisplayView *const display = CurrentDisplay();
-    if (!display || m_inspectView || !InspectView::WasOpen(m_window->GetGlobalSettings()))
-        return;
-    TovDisplay *const renderer = display->GetRenderer();
-    m_inspectView = new InspectView(MainWindow(), renderer ? renderer->GetComponent() : nullptr, QPoint(), 0, 0);
-    Introduce(m_inspectView);
-    m_inspectView->JoinDisplay(display);
-    m_inspectView->setAttribute(Qt::WA_ShowWithoutActivating);
-    m_inspectView->show();
-    m_inspectView->setAttribute(Qt::WA_ShowWithoutActivating, false);
-}
-
-// Without a pixel it shows the middle of the image.
-void GuiManager::OpenInspection(QPoint position, std::optional<QPoint> pixel)
-{
-    DisplayView *const display = CurrentDisplay();
-    if (!display)
-        return;
-    if (!m_inspectView) {
-        TovDisplay *const renderer = display->GetRenderer();
-        QPoint const at = pixel.value_or(QPoint());
-        m_inspectView =
-            new InspectView(MainWindow(), renderer ? renderer->GetComponent() : nullptr, position, at.x(), at.y());
-        Introduce(m_inspectView); // its size is kept; its place is the pointer's
-        m_inspectView->JoinDisplay(display);
-    }
-    m_inspectView->move(position);
-    m_inspectView->KeepOnScreen();
-    if (pixel)
-        m_inspectView->LookAt(*pixel);
-    m_inspectView->show();
-    m_inspectView->raise();
-    m_inspectView->activateWindow();
-    m_inspectView->setFocus();
+    m_panels.ToggleInspection();
 }
 
 void GuiManager::showBasicParameters()
 {
-    if (m_parameterPanel)
-        m_parameterPanel->setVisibility(TovGui::Beginner);
+    m_panels.ShowParameters(TovGui::Beginner);
 }
 
 void GuiManager::showExpertParameters()
 {
-    if (m_parameterPanel)
-        m_parameterPanel->setVisibility(TovGui::Expert);
-}
-
-void GuiManager::ParameterMenu(QPoint const &pos)
-{
-    auto *const menu = new QMenu(m_parameterPanel); // the panel may go while it is open
-    menu->setAttribute(Qt::WA_DeleteOnClose);
-    std::pair<char const *, TovGui::Visibility> const views[] = {{"actionCamConfig_BasicView", TovGui::Beginner},
-                                                                 {"actionCamConfig_ExpertView", TovGui::Expert}};
-    for (auto const &[name, level] : views) {
-        if (auto *const action = MainWindow()->findChild<QAction *>(QString::fromLatin1(name))) {
-            action->setChecked(m_parameterPanel->visibility() == level);
-            menu->addAction(action);
-        }
-    }
-    menu->popup(m_parameterPanel->mapToGlobal(pos));
+    m_panels.ShowParameters(TovGui::Expert);
 }
 
 void GuiManager::showCameraInfoDlg()
@@ -696,43 +434,20 @@ void GuiManager::showAboutDlg()
 void GuiManager::updateGui()
 {
     SessionState const state = m_session ? m_session->GetState() : SessionStateDisconnected;
-    if (s_stateMap.isEmpty()) {
-        for (GuiState const &entry : s_stateMapInit)
-            s_stateMap.insert(QString::fromLatin1(entry.objectName), entry);
-    }
-
-    // A session whose machine has not started yet has a state beyond the table: nothing may be used then.
-    bool const known = state >= SessionStateDisconnected && state <= SessionStateCapturing;
     if (state != SessionStateAcquisition && state != SessionStateCapturing)
         m_window->clearCoordinatesAndValue();                    // of a picture that stands still or has gone
     QPointer<QWidget> const focus = MainWindow()->focusWidget(); // an editor may go meanwhile
     bool const focused = focus && focus->isEnabled();
-    auto const menus = MainWindow()->menuBar()->findChildren<QMenu *>();
-    for (QMenu const *menu : menus) {
-        auto const actions = menu->actions();
-        for (QAction *action : actions) {
-            auto const entry = s_stateMap.constFind(action->objectName());
-            if (entry == s_stateMap.constEnd())
-                continue;
-            action->setEnabled(known && entry->enabled[state]);
-            // Without effect, since the action is not checkable.
-            if (entry.key() == QLatin1String("actionRecord"))
-                action->setChecked(state == SessionStateCapturing);
-        }
-    }
+    ActionStates::Apply(MainWindow()->menuBar(), state);
 
-    for (PlayerPanel *const panel : std::initializer_list<PlayerPanel *>{
-             m_capturePanel, m_parameterPanel, m_logPanel, m_statisticsPanel, m_histogramPanel, m_inspectView}) {
-        if (panel)
-            panel->UpdateAll();
-    }
+    m_panels.UpdateAll();
     // A button that has just been used up would give its keys to the next field, the folder's name.
     if (DisplayView *const display = focused && focus && !focus->isEnabled() ? CurrentDisplay() : nullptr)
         display->setFocus();
 
     QString title = m_window->GetRigTest() ? QStringLiteral("RigTest Auto - ") : QStringLiteral("TovScope - ");
     if (state == SessionStateDisconnected) {
-        title += QStringLiteral("Camera is not connected");
+        title += tr("Camera is not connected");
     } else {
         title += m_session->GetTitle();
         if (!m_configurationFile.isEmpty())
@@ -792,8 +507,8 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
             return; // told already
         m_lossOnScreen = true;
         ShowCritical(reason == DisconnectReasonCameraLost
-                         ? QStringLiteral("Connection to the Camera was lost")
-                         : QStringLiteral("Connection to the Camera was terminated, because of invalid device state"));
+                         ? tr("Connection to the Camera was lost")
+                         : tr("Connection to the Camera was terminated, because of invalid device state"));
         m_lossOnScreen = false;
         if (sender && sender != m_session)
             return; // closed otherwise while the message was open

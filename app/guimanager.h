@@ -4,6 +4,7 @@
 #pragma once
 
 #include "panelhost.h"
+#include "panelset.h"
 
 #include <QObject>
 #include <QPoint>
@@ -11,19 +12,11 @@
 
 #include <cstdint>
 #include <optional>
-#include <vector>
 
-class CamGenParamPanelImpl;
-class CapturePanelImpl;
 class DisplayView;
-class HistogramPanel;
-class InspectView;
 class ManagedWindow;
 class QMainWindow;
-class LogPanelImpl;
-class PlayerPanel;
 class Session;
-class StatisticsPanelImpl;
 namespace TovCam {
 class Device;
 class System;
@@ -33,7 +26,7 @@ class GuiManager : public QObject, public PanelHost
 {
     Q_OBJECT
 public:
-    static GuiState const s_stateMapInit[42]; // s_stateMap is filled from it on the first updateGui
+    static GuiState const (&s_stateMapInit)[42]; // the table of action states; the first updateGui fills s_stateMap
 
     explicit GuiManager(ManagedWindow *window);
     ~GuiManager() override;
@@ -91,36 +84,19 @@ private:
     bool TakeSystem();
     void LoadProducer();
     DisplayView *CurrentDisplay() const;
-    void OpenInspection(QPoint position, std::optional<QPoint> pixel);
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
-    void Introduce(PlayerPanel *panel); // a new panel to the session
-    void FinishEditing();               // what is being typed in the capture panel counts
-    void LoadState(PlayerPanel *panel);
-    std::vector<PlayerPanel *> Panels() const;
-    void SaveStates(); // of all panels
-    void ReopenInspection();
-    void ParameterMenu(QPoint const &pos); // the choice of basic and expert view, on the panel's title
     void OpenConfiguration(QString const &path);
     QString ConfigurationPlace(QString const &fileName) const;
     bool AskConfigurationFile(QString const &title);
-    template<typename Panel>
-    void Remove(Panel *&panel);
 
     ManagedWindow *m_window;
-    Session *m_session = nullptr;       // owned
-    TovCam::System *m_system = nullptr; // got on first use
-    // The panels: owned, null when no camera is open.
-    CapturePanelImpl *m_capturePanel = nullptr;
-    CamGenParamPanelImpl *m_parameterPanel = nullptr;
-    LogPanelImpl *m_logPanel = nullptr;
-    StatisticsPanelImpl *m_statisticsPanel = nullptr;
-    HistogramPanel *m_histogramPanel = nullptr;
-    InspectView *m_inspectView = nullptr;          // of no camera's panels until the operator opens it
+    Session *m_session = nullptr;                  // owned
+    TovCam::System *m_system = nullptr;            // got on first use
+    PanelSet m_panels;                             // of the session
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them
     bool m_lossOnScreen = false;                   // the message about a lost camera is open
     bool m_closed = false;                         // the window: nobody is there to read a message
-    bool m_statesSaved = false;                    // while the window still stood; now floating panels are hidden
 };

@@ -1,6 +1,8 @@
 // What a panel may ask of the GUI manager, which implements it. GUI thread only.
 #pragma once
 
+#include "sessionstate.h"
+
 #include <QMap>
 #include <QString>
 
@@ -17,6 +19,9 @@ public:
     };
     // By the action's object name; filled before the first panel is made.
     static QMap<QString, GuiState> s_stateMap;
+    // Whether the map lets the action be used. False for an action that it does not know, and in a state beyond the
+    // table: that of a session whose machine has not started yet.
+    static bool IsActionEnabled(QString const &action, SessionState state);
 
     virtual Session *GetSession() const = 0; // null when no camera is open
 

@@ -175,13 +175,8 @@ void CapturePanelImpl::UpdateAll()
 {
     UpdateFromComponent(QString());
     SessionState const state = m_session->GetState();
-    // A session whose machine has not started yet has a state beyond the table.
-    auto const enabled = [state](char const *action) {
-        return state >= SessionStateDisconnected && state <= SessionStateCapturing &&
-               PanelHost::s_stateMap.value(QString::fromLatin1(action)).enabled[state];
-    };
-    btnRecord->setEnabled(enabled("actionRecord"));
-    btnSnap->setEnabled(enabled("actionSnap"));
+    btnRecord->setEnabled(PanelHost::IsActionEnabled(QStringLiteral("actionRecord"), state));
+    btnSnap->setEnabled(PanelHost::IsActionEnabled(QStringLiteral("actionSnap"), state));
     btnCaptOptions->setEnabled(false); // in every state: there are no options yet
     btnRecord->setChecked(state == SessionStateCapturing);
     ShowRecording();
