@@ -51,13 +51,16 @@ void NoticeBar::Take()
         tip += QStringLiteral("<p>%1</p>").arg(notice.text.toHtmlEscaped());
     setToolTip(tip);
     setAccessibleDescription(Text());
-    // A count that goes on is no news to read out.
+    // A count that goes on is no news, and not read out.
     auto const same = [](Notice const &a, Notice const &b) {
         return a.topic == b.topic && a.level == b.level;
     };
     if (!m_notices.empty() && (before.empty() || !same(m_notices.front(), before.front()))) {
         QAccessibleEvent event(this, QAccessible::Alert);
         QAccessible::updateAccessibility(&event);
+        Notice const &shown = m_notices.front();
+        if (std::none_of(before.begin(), before.end(), [&](Notice const &other) { return same(shown, other); }))
+            emit news();
     }
     update();
 }

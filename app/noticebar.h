@@ -20,6 +20,11 @@ public:
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
 
+signals:
+    // A new notice is shown, of a topic or a level that the board did not have before. Not when one goes on counting,
+    // or comes to the front because another has gone.
+    void news();
+
 protected:
     void paintEvent(QPaintEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;

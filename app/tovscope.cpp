@@ -3,7 +3,6 @@
 #include "bwtesting.h"
 #include "guide.h"
 #include "noticebar.h"
-#include "noticeboard.h"
 
 #include <QAbstractButton>
 #include <QCloseEvent>
@@ -308,7 +307,8 @@ void TovScope::NameWidgets()
 
 void TovScope::adjustStatusBar()
 {
-    m_ui.statusBar->addWidget(new NoticeBar(this), 1);
+    auto *const notices = new NoticeBar(this);
+    m_ui.statusBar->addWidget(notices, 1);
     m_tipTime = new QTimer(this);
     m_tipTime->setSingleShot(true);
     connect(m_tipTime, &QTimer::timeout, m_ui.statusBar, &QStatusBar::clearMessage);
@@ -316,8 +316,8 @@ void TovScope::adjustStatusBar()
         if (!tip.isEmpty())
             m_tipTime->start(LongestTip);
     });
-    // It lies where the notices are.
-    connect(&NoticeBoard::Instance(), &NoticeBoard::changed, m_ui.statusBar, &QStatusBar::clearMessage);
+    // A tip lies over the notices.
+    connect(notices, &NoticeBar::news, m_ui.statusBar, &QStatusBar::clearMessage);
     auto const addField = [this](QString const &widest) {
         auto *const label = new QLabel(this);
         label->setAlignment(Qt::AlignRight);
