@@ -1,8 +1,9 @@
 #include "displayview.h"
 
-#include "colormodel.h"
 #include "grabbingfifo.h"
 #include "inspectsink.h"
+#include "markermap.h"
+#include "pixelreadout.h"
 #include "tovlog.h"
 
 #include <QEvent>
@@ -10,65 +11,22 @@
 #include <QTimerEvent>
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
-#include <string>
 
 namespace {
 
-constexpr int IDLE_TICKS = 3; // a stream that was silent for so long does not bring the crisp picture by itself
+constexpr int IdleTicks = 3;     // a stream that was silent for so long does not bring the crisp picture by itself
+constexpr int WatchPeriod = 250; // milliseconds between two looks for a silent stream
 
-constexpr int WATCH_PERIOD = 250; // milliseconds between two looks for a silent stream
-
-// Not printf: the text has a point whatever the locale's comma is.
-void AppendNumber(std::string *text, double value, int decimals)
+QString SilenceText(StreamWatch::Silence const &silence)
 {
-    char digits[512];
-    auto const result = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed, decimals);
-    text->append(digits, result.ptr);
-}
-
-struct Colours
-{
-    int r = -1;
-    int g = -1;
-    int b = -1;
-};
-
-// The display thread may be writing these pixels: relaxed reads, like its stores.
-Colours ReadPixel(_TovImage const &image, int x, int y)
-{
-    // 32-bit, as everywhere in the analysis of an image.
-    std::uint8_t *const line = image.imageData + std::uint64_t(y) * std::uint32_t(image.lineStep);
-    auto const byte = [line](std::size_t at) -> int {
-        return std::atomic_ref<std::uint8_t>(line[at]).load(std::memory_order_relaxed);
-    };
-    auto const word = [byte](std::size_t at) {
-        return byte(at) | byte(at + 1) << 8;
-    };
-    switch (image.pixelType) {
-    case TV_PIXEL_RGB8:
-    case TV_PIXEL_BGR8:
-    case TV_PIXEL_RGBA8:
-    case TV_PIXEL_BGRA8: {
-        std::size_t const pixel = std::size_t(x) * (image.bitsPerPixel / 8);
-        ColorModelDescription const *const model = GetColorModel(image.pixelType);
-        if (model && std::strstr(model->name, "RGB"))
-            return {byte(pixel), byte(pixel + 1), byte(pixel + 2)};
-        return {byte(pixel + 2), byte(pixel + 1), byte(pixel)};
-    }
-    case TV_PIXEL_MONO8:
-        return {-1, byte(std::size_t(x)), -1};
-    default:
-        break;
-    }
-    if (image.bitsPerPixel == 16)
-        return {-1, word(2 * std::size_t(x)), -1};
-    if (image.bitsPerPixel == 48) {
-        std::size_t const pixel = 6 * std::size_t(x);
-        return {word(pixel), word(pixel + 2), word(pixel + 4)};
-    }
-    return {};
+    auto const count = silence.lasts.count();
+    QString const lasts = count < 120    ? DisplayView::tr("%1 s").arg(count)
+                          : count < 7200 ? DisplayView::tr("%1 min").arg(count / 60)
+                                         : DisplayView::tr("%1 h").arg(count / 3600);
+    if (silence.incomplete == 0)
+        return DisplayView::tr("no frames for %1").arg(lasts);
+    return DisplayView::tr("no complete frame for %1: %2 incomplete").arg(lasts, QString::number(silence.incomplete));
 }
 
 } // namespace
@@ -109,8 +67,6 @@ DisplayView::~DisplayView()
     if (m_bStart)
         StopDisplaying();
     Terminate();
-    TovReleaseImageHeader(&m_displayFormat);
-    ReleaseLastImage();
     TovLog::Debug(0, "DisplayView::~DisplayView()");
     TovDisplay::DeleteComponent(m_display);
 }
@@ -144,22 +100,13 @@ int DisplayView::StopDisplaying()
     int const status = Stop();
     m_fifo->SetGrabberThtreadBlocking(true);
     // The picture stays on the screen, so the renderer takes what it needs to zoom into it.
-    if (_TovImage const *image = m_lastImage; image && m_display && m_framesShown != 0) {
+    if (_TovImage const *image = m_lastImage.Get(); image && m_display && m_lastImage.Count() != 0) {
         m_display->KeepVideo(image);
         for (InspectSink *const view : m_inspectViews)
             view->KeepImage(image);
     }
-    ReleaseLastImage();
+    m_lastImage.Release();
     return status;
-}
-
-void DisplayView::ReleaseLastImage()
-{
-    _TovImage *image = m_lastImage.exchange(nullptr);
-    TovReleaseImage(&image);
-    for (_TovImage *retired : m_retiredImages)
-        TovReleaseImage(&retired);
-    m_retiredImages.clear();
 }
 
 void DisplayView::StartVideoTimer()
@@ -183,7 +130,7 @@ void DisplayView::StopVideoTimer()
 int DisplayView::Stop()
 {
     if (!m_bStart) {
-        TovLog::Error(0, "DisplayView::Start: Invalid state: m_bStart==false"); // that wording is meant
+        TovLog::Error(0, "DisplayView::Start: Invalid state: m_bStart==false"); // the word that logs have had
         return 0;
     }
     {
@@ -252,29 +199,15 @@ void DisplayView::Work()
         }
 
         // Behind the painting, so that the copy does not delay the picture.
-        std::lock_guard const lock(m_overwriteMutex);
-        if (TovStatus const copied = TovCopyImage(m_lastImage, image); !TovSucceeded(copied))
+        if (TovStatus const copied = m_lastImage.Store(image); !TovSucceeded(copied))
             TovLog::Error(copied, "TVCopyImage failed for m_lastImage, err=%i", static_cast<int>(copied));
-        else
-            m_framesShown.fetch_add(1, std::memory_order_release);
     }
     m_fifo->ReturnBuffer(buffer);
 }
 
 bool DisplayView::VerifyDisplayFormat(_TovImage const *image)
 {
-    if (!image)
-        return false;
-    if (m_displayFormat && m_displayFormat->width == image->width && m_displayFormat->height == image->height &&
-        m_displayFormat->pixelType == image->pixelType)
-        return true;
-    if (m_displayFormat) {
-        TovReleaseImageHeader(&m_displayFormat);
-        m_displayFormat = nullptr;
-    }
-    if (!TovSucceeded(TovCreateImageHeader(&m_displayFormat, {image->width, image->height}, image->pixelType)))
-        m_displayFormat = nullptr;
-    return false;
+    return m_displayFormat.Verify(image);
 }
 
 void DisplayView::InitByFirstFrame(_TovImage const *image)
@@ -287,16 +220,7 @@ void DisplayView::InitByFirstFrame(_TovImage const *image)
         for (InspectSink *const view : m_inspectViews)
             view->StopDisplaying();
     }
-    if (_TovImage *const old = m_lastImage.exchange(nullptr))
-        m_retiredImages.push_back(old); // a reader may hold it until the stop
-    _TovImage *created = nullptr;
-    if (!TovSucceeded(TovCreateImage(&created, {image->width, image->height}, image->pixelType))) {
-        TovLog::Error(0, "TovCreateImage failed m_lastImage, w=%i, h=%i, type=%x", static_cast<int>(image->width),
-                      static_cast<int>(image->height), image->pixelType);
-        created = nullptr;
-    }
-    m_framesShown = 0;
-    m_lastImage = created;
+    m_lastImage.MakeRoom(*image);
     m_firstFrame = false; // also after a failure
 }
 
@@ -304,7 +228,7 @@ void DisplayView::InitByFirstFrame(_TovImage const *image)
 
 bool DisplayView::GetDisplayedImageRaw(_TovImage **image)
 {
-    _TovImage *const last = m_lastImage;
+    _TovImage *const last = m_lastImage.Get();
     if (!last)
         return false;
     *image = last;
@@ -320,7 +244,7 @@ bool DisplayView::IsImageSolid(_TovImage const *image)
 {
     if (m_firstFrame)
         return true;
-    _TovImage const *const last = m_lastImage;
+    _TovImage const *const last = m_lastImage.Get();
     if (!last)
         return true;
     if (image->width == last->width && image->height == last->height && image->pixelType == last->pixelType &&
@@ -331,13 +255,13 @@ bool DisplayView::IsImageSolid(_TovImage const *image)
 
 void DisplayView::sendMouseMoved(int x, int y)
 {
-    _TovImage const *const image = m_lastImage;
+    _TovImage const *const image = m_lastImage.Get();
     if (!image || x < 0 || y < 0 || std::uint32_t(x) >= image->width || std::uint32_t(y) >= image->height) {
         emit pointerLeft();
         return;
     }
-    Colours const colours = ReadPixel(*image, x, y);
-    emit mouseMoved(x, y, colours.r, colours.g, colours.b);
+    PixelValues const values = ReadPixel(*image, x, y);
+    emit mouseMoved(x, y, values.r, values.g, values.b);
 }
 
 // ---- Commands -------------------------------------------------------------------------------------------------------
@@ -394,7 +318,7 @@ unsigned int DisplayView::ApplyColoration(void *context)
 {
     auto *const view = static_cast<DisplayView *>(context);
     long const range = 1L << std::min(view->m_pixelDepth.load(), 62u);
-    // The upper marker takes in the two top codes; that is meant.
+    // The two top codes show as saturated.
     view->Colorize(TovLoadBound(view->m_colorationType) != 0, 0, range - 2, range, false);
     return 0;
 }
@@ -406,65 +330,15 @@ bool DisplayView::Colorize(bool colorize, long lo, long hi, long range, bool str
     TovComponent *const component = m_display ? m_display->GetComponent() : nullptr;
     if (!component)
         return false;
-    double a = double(lo) / double(range);
-    double b = double(hi) / double(range);
-    bool const valid = lo >= 0 && hi > 0 && a < b;
     component->SetParamInt("filter.id", 1000); // also when the filter only goes
-    if (!valid || (!colorize && !stretch)) {
+    MarkerPair const markers{lo, hi, range};
+    if (!markers.IsValid() || (!colorize && !stretch)) {
         component->RunCommand("filter.del");
         return false;
     }
-
-    int decimals = 4;
-    if (range > 256) {
-        // Half a level of a 16-bit scale below the codes; the lower marker alone moves up by one.
-        constexpr double HALF_LEVEL = 7.62939453125e-6;
-        decimals = 6;
-        a = double(lo + 1) / double(range) - HALF_LEVEL;
-        b = double(hi) / double(range) - HALF_LEVEL;
-    }
-    std::string map;
-    auto const append = [&](char const *before, std::initializer_list<double> values) {
-        map += before;
-        char const *separator = "";
-        for (double const value : values) {
-            map += separator;
-            AppendNumber(&map, value, decimals);
-            separator = ",";
-        }
-    };
-    if (colorize) {
-        append("", {a});
-        append(",1,", {0.0, 1.0, 0.0});
-        map += ';';
-    }
-    if (stretch) {
-        map.reserve(map.size() + std::size_t(range) * 24);
-        double const step = (b - a) / double(range);
-        double const greyStep = 1.0 / double(range);
-        double position = a;
-        double grey = 0.0;
-        for (long i = 0; i < range; ++i) {
-            append("", {position});
-            append(",0.5,", {grey});
-            map += ';';
-            position += step;
-            grey += greyStep;
-        }
-    } else {
-        append("", {b});
-        map += ",0;";
-    }
-    if (colorize) {
-        append("1.,1,", {1.0, 0.0, 0.0});
-        map += ';';
-    } else {
-        map += "1.,1,1.,1.,1.;";
-    }
-
     component->SetParamString("filter.name", "cmap.base");
     component->SetParamInt("filter.channels", 1);
-    component->SetParamString("filter.channel.0", map.c_str());
+    component->SetParamString("filter.channel.0", MarkerMap(markers, colorize, stretch).c_str());
     component->SetParamInt("filter.state", 1);
     component->RunCommand("filter.add");
     return true;
@@ -523,7 +397,7 @@ bool DisplayView::isInRectangle(int x, int y) const
     Rectangle const &rect = m_hexDumpRect;
     if (rect.w < 1 || rect.h < 1)
         return false;
-    // Both ends count, so the rectangle reaches one pixel further than its size; that is meant.
+    // Both ends count: the pixel behind the rectangle's last one is in it as well.
     auto const in = [](std::int64_t value, std::int64_t from, std::int64_t size) {
         return value >= from && value <= from + size;
     };
@@ -543,7 +417,7 @@ void DisplayView::AddInspectView(InspectSink *view)
         std::lock_guard const lock(m_inspectViewsMutex);
         m_inspectViews.push_back(view);
     }
-    if (_TovImage const *const kept = m_display && !m_lastImage ? m_display->GetKeptVideo() : nullptr)
+    if (_TovImage const *const kept = m_display && !m_lastImage.Get() ? m_display->GetKeptVideo() : nullptr)
         view->KeepImage(kept);
 }
 
@@ -556,7 +430,7 @@ void DisplayView::RemoveInspectView(InspectSink *view)
 std::optional<QPoint> DisplayView::PixelAt(QPoint global) const
 {
     QPoint const at = viewport()->mapFromGlobal(global);
-    _TovImage const *image = m_lastImage;
+    _TovImage const *image = m_lastImage.Get();
     if (!image && m_display)
         image = m_display->GetKeptVideo();
     int x = at.x();
@@ -619,16 +493,16 @@ void DisplayView::ReadPointer()
 // On each tick of the video timer: a resting pointer reads the new frame, and a stream that pauses follows the zoom.
 void DisplayView::Refresh()
 {
-    std::uint64_t const shown = m_framesShown.load(std::memory_order_acquire);
+    std::uint64_t const shown = m_lastImage.Count();
     if (shown != m_framesSeen) {
         m_framesSeen = shown;
         m_idleTicks = 0;
         ReadPointer();
-    } else if (m_idleTicks < IDLE_TICKS) {
+    } else if (m_idleTicks < IdleTicks) {
         ++m_idleTicks;
-    } else if (_TovImage const *image = m_lastImage; image && shown != 0 && m_display) {
-        std::unique_lock const lock(m_overwriteMutex, std::try_to_lock);
-        if (!lock)
+    } else if (_TovImage const *image = m_lastImage.Get(); image && shown != 0 && m_display) {
+        auto const hold = m_lastImage.TryHold();
+        if (!hold)
             return; // a frame is here
         m_display->RefreshVideo(image);
         for (InspectSink *const view : m_inspectViews)
@@ -644,7 +518,7 @@ void DisplayView::StartWatch()
         return; // the picture stands still by the operator's wish
     GrabbingFifo::Accounts const accounts = m_fifo->GetAccounts();
     m_watch.Start(std::chrono::steady_clock::now(), accounts.arrived, accounts.incomplete);
-    m_watchTimer.start(WATCH_PERIOD, this);
+    m_watchTimer.start(WatchPeriod, this);
 }
 
 void DisplayView::EndWatch()
@@ -673,15 +547,5 @@ void DisplayView::Watch()
         (silence->incomplete == 0) == (m_silence->incomplete == 0))
         return;
     m_silence = silence;
-    QString text;
-    if (silence) {
-        auto const count = silence->lasts.count();
-        QString const lasts = count < 120    ? tr("%1 s").arg(count)
-                              : count < 7200 ? tr("%1 min").arg(count / 60)
-                                             : tr("%1 h").arg(count / 3600);
-        text = silence->incomplete == 0
-                   ? tr("no frames for %1").arg(lasts)
-                   : tr("no complete frame for %1: %2 incomplete").arg(lasts, QString::number(silence->incomplete));
-    }
-    m_display->ShowMessage(text.toUtf8().constData());
+    m_display->ShowMessage(silence ? SilenceText(*silence).toUtf8().constData() : "");
 }

@@ -2,10 +2,12 @@
 // and the component that carries the display settings. The painting is TovDisplay's.
 //
 // Threads: the widget, the timer, the zoom commands, StartDisplaying and StopDisplaying on the GUI thread; Work and
-// what it calls on the display thread. m_updateMutex guards the wake-up flag, m_inspectViewsMutex the inspection views.
-// The last image has no lock: a reader may see a frame that is being overwritten.
+// what it calls on the display thread. m_updateMutex guards the wake-up flag, m_inspectViewsMutex the inspection views;
+// lastimage.h tells of the last image.
 #pragma once
 
+#include "frameshape.h"
+#include "lastimage.h"
 #include "streamwatch.h"
 #include "tovcomponentimp.h"
 #include "workingthread.h"
@@ -102,7 +104,6 @@ private:
     void RegisterParams();
     bool RunDisplayCommand(char const *key);
     bool SetDisplayFit(long fit);
-    void ReleaseLastImage();
     void ReadPointer();
     void Refresh();
     void StartWatch();
@@ -120,12 +121,7 @@ private:
     bool m_updateRequested = true;              // m_updateMutex
     std::int64_t m_colorationType = 0;          // bound; relaxed atomic access
     std::atomic<std::uint32_t> m_pixelDepth{8}; // written by the display thread
-    // Published whole by the display thread. What it points to goes in StopDisplaying only, on the GUI thread, whose
-    // readers so never lose it under their hands; the pixels may be those of two frames while one is copied.
-    std::mutex m_overwriteMutex; // held while the last image is overwritten, and tried before it is painted again
-    std::atomic<_TovImage *> m_lastImage{nullptr};
-    std::vector<_TovImage *>
-        m_retiredImages; // replaced ones, until the stop; display thread, or GUI while it is stopped
+    LastImage m_lastImage;
     struct Rectangle
     {
         std::int32_t x = 0, y = 0, w = 0, h = 0;
@@ -135,14 +131,13 @@ private:
     QMainWindow *m_mainWindow;                 // not owned
     std::vector<InspectSink *> m_inspectViews; // m_inspectViewsMutex; the GUI thread, which writes it, reads without
     std::mutex m_inspectViewsMutex;
-    _TovImage *m_displayFormat = nullptr; // header of the shape the renderer is set up for; display thread
-    std::int64_t m_displayMode = 0;       // bound; relaxed atomic access
+    FrameShape m_displayFormat;     // that the renderer is set up for; display thread
+    std::int64_t m_displayMode = 0; // bound; relaxed atomic access
 
     // The pointer over the picture; GUI thread.
     std::optional<QPoint> m_pointer;
-    std::atomic<std::uint64_t> m_framesShown{0}; // counted by the display thread
-    std::uint64_t m_framesSeen = 0;              // at the tick before
-    int m_idleTicks = 0;                         // ticks without a new frame
+    std::uint64_t m_framesSeen = 0; // at the tick before
+    int m_idleTicks = 0;            // ticks without a new frame
 
     // Whether the picture is older than it looks; GUI thread.
     QBasicTimer m_watchTimer;

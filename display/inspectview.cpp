@@ -84,7 +84,6 @@ InspectView::~InspectView()
         m_displayView->RemoveInspectView(this); // from here on no frame comes
     if (m_mainDisplay)
         m_mainDisplay->RunCommand("display.dump.off");
-    TovReleaseImageHeader(&m_displayFormat);
     m_displayWidget->removeEventFilter(this);
     if (m_display)
         TovDisplay::DeleteComponent(m_display);
@@ -140,16 +139,7 @@ void InspectView::StopDisplaying()
 
 bool InspectView::VerifyDisplayFormat(_TovImage const *image)
 {
-    if (!image)
-        return false;
-    if (m_displayFormat && m_displayFormat->width == image->width && m_displayFormat->height == image->height &&
-        m_displayFormat->pixelType == image->pixelType)
-        return true;
-    TovReleaseImageHeader(&m_displayFormat);
-    m_displayFormat = nullptr;
-    if (!TovSucceeded(TovCreateImageHeader(&m_displayFormat, {image->width, image->height}, image->pixelType)))
-        m_displayFormat = nullptr;
-    return false;
+    return m_displayFormat.Verify(image);
 }
 
 void InspectView::DisplayImage(_TovImage const *image)
@@ -225,7 +215,7 @@ QRect InspectView::Rectangle() const
     y = std::max(y, 0);
     auto const imageWidth = static_cast<std::int32_t>(m_imageWidth.load());
     auto const imageHeight = static_cast<std::int32_t>(m_imageHeight.load());
-    // The mark begins one pixel inside what is shown, and ends with it; that is meant.
+    // The mark begins one pixel inside what is shown, and ends with it, so that its lines lie in the picture.
     return {x + 1, y + 1, std::min(imageWidth - 1, farX - x - 1), std::min(imageHeight - 1, farY - y - 1)};
 }
 

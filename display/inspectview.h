@@ -5,6 +5,7 @@
 // list and its mutex hold both apart: a view that has left the list gets no frame more.
 #pragma once
 
+#include "frameshape.h"
 #include "inspectsink.h"
 #include "playerpanel.h"
 #include "ui_inspectview.h"
@@ -89,7 +90,7 @@ private:
     TovDisplay *m_display;       // owned; null when the widget could not be bound
     TovComponent *m_mainDisplay; // not owned
     InspectViewDisplay *m_displayWidget = nullptr;
-    _TovImage *m_displayFormat = nullptr; // header of the shape last set up; display thread
+    FrameShape m_displayFormat;           // that was set up last; display thread
     std::atomic<bool> m_firstFrame{true}; // the next frame sets up the format
     double m_clickX;
     double m_clickY;
