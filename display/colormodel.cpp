@@ -60,7 +60,7 @@ private:
         ColorModelDescription row{info.name, "Y", info.channels, info.bitDepth, GetIndexMONO, 0, info.pixelType};
         switch (info.family) {
         case TOV_FAMILY_MONO:
-            // Readers of this table take a channel of it for 10 bits; the code of the type tells 12.
+            // This row tells 10 bits, where the code of its type tells 12.
             if (std::strcmp(info.name, "Mono12p") == 0)
                 row.bitsPerChannel = 10;
             break;

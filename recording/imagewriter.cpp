@@ -1,8 +1,10 @@
 #include "imagewriter.h"
 
+#include "folderroom.h"
 #include "imageparser.h"
 #include "imgprocessor.h"
 #include "rigtestplugin.h"
+#include "serializererrortext.h"
 #include "tovlog.h"
 
 #include "tovcamera.h"
@@ -10,13 +12,12 @@
 #include "tovserializer.h"
 
 #include <QDir>
-#include <QFile>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <exception>
-#include <filesystem>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -32,25 +33,6 @@ constexpr auto NotReadyPause = std::chrono::milliseconds(1);
 constexpr auto ReportPause = std::chrono::milliseconds(200);
 constexpr auto RoomPeriod = std::chrono::seconds(1);
 constexpr std::uint32_t FamilyShift = 24;
-
-// Where the serializer has no words of its own.
-QString serializerErrorText(std::int32_t status)
-{
-    switch (status) {
-    case TOV_SERIALIZER_ERR_ARGUMENT:
-        return ImageWriter::tr("the picture has changed its size or format");
-    case TOV_SERIALIZER_ERR_FORMAT:
-        return ImageWriter::tr("the file format cannot hold these pictures");
-    case TOV_SERIALIZER_ERR_STATE:
-        return ImageWriter::tr("the file could not be started");
-    case TOV_SERIALIZER_ERR_WRITE:
-        return ImageWriter::tr("the file system refuses it");
-    case TOV_SERIALIZER_ERR_MEMORY:
-        return ImageWriter::tr("not enough memory");
-    default:
-        return ImageWriter::tr("error %1").arg(status);
-    }
-}
 
 // Gives a buffer back to the stream, on every path.
 class HeldBuffer
@@ -142,10 +124,8 @@ bool ImageWriter::StartWriting()
     TovLog::Debug(0, "ImageWriter::StartWriting() -> ENTER");
     m_writing = true;
     m_startAccounts = m_fifo->GetAccounts();
-    m_written = m_saved = m_unwanted = m_failed = 0;
-    TovStoreBound(m_savedIncomplete, 0);
-    m_underWay.clear();
-    m_started = m_readableKnown = m_evaluated = false;
+    m_tally.Clear();
+    m_started = m_evaluated = false;
     m_endFailure = {};
     m_roomAsked = {};
 
@@ -230,7 +210,7 @@ RecordingLedger ImageWriter::SoFar()
     ledger.acquired = now.arrived - before.arrived + before.queued + before.withConsumers;
     ledger.incomplete = now.incomplete - before.incomplete;
     ledger.saved = TovLoadBound(m_framesSaved);
-    ledger.savedIncomplete = TovLoadBound(m_savedIncomplete);
+    ledger.savedIncomplete = m_tally.SavedIncomplete();
     ledger.droppedSW = now.droppedSW - before.droppedSW;
     ledger.missing = now.missing - before.missing;
     return ledger;
@@ -239,31 +219,23 @@ RecordingLedger ImageWriter::SoFar()
 // After the serializer's Stop, which gives its status.
 void ImageWriter::SettleAtStop(std::int32_t status)
 {
-    std::int64_t const readable = m_started ? m_serializer->GetReadableFrames() : -1;
-    // Where it was known until now, and is not any more, what was known counts.
-    Settle(readable >= 0 ? readable : m_readableKnown ? m_saved : m_written);
-    // A file may have lost what it had, when it was removed, and may hold what was refused with an error.
-    std::int64_t const tried = m_written + m_failed;
-    m_saved = readable >= 0 ? std::min(readable, tried) : m_saved;
-    m_savedIncomplete = std::min(m_savedIncomplete, m_saved);
-    std::int64_t const lost = tried - m_saved - m_failed;
-    m_failed = tried - m_saved;
+    std::int64_t const lost = m_tally.Close(m_started ? m_serializer->GetReadableFrames() : -1);
     if (lost > 0 || status != 0) {
         QString const words = status == 0 ? tr("not in the file") : QString();
         m_report.Failed(std::max<std::int64_t>(lost, 0),
                         FailureOf(status != 0 ? status : TOV_SERIALIZER_ERR_WRITE, words));
     }
-    if (TovLoadBound(m_framesSaved) != m_saved)
-        SetParamInt("FramesSaved", m_saved);
+    if (TovLoadBound(m_framesSaved) != m_tally.Saved())
+        SetParamInt("FramesSaved", m_tally.Saved());
 }
 
 void ImageWriter::CloseLedger()
 {
     m_ledger = SoFar();
     GrabbingFifo::Accounts const now = m_fifo->GetAccounts();
-    m_ledger.saved = m_saved;
-    m_ledger.unwanted = m_unwanted;
-    m_ledger.failed = m_failed;
+    m_ledger.saved = m_tally.Saved();
+    m_ledger.unwanted = m_tally.Unwanted();
+    m_ledger.failed = m_tally.Failed();
     m_ledger.queued = now.queued + now.withConsumers;
     if (m_evaluated) {
         m_report.Forget(); // the plug-in keeps its own books
@@ -320,7 +292,7 @@ char const *ImageWriter::GetFileExtension() const
     case FormatAvi:
         return "avi";
     case FormatTvm:
-        return ".tvm"; // a second dot in the file's name, which is meant
+        return ".tvm"; // the file's name gets two dots
     }
     return "";
 }
@@ -389,16 +361,7 @@ void ImageWriter::LookForRoom()
     if (now - m_roomAsked < RoomPeriod)
         return;
     m_roomAsked = now;
-    try {
-        std::filesystem::path folder(QFile::encodeName(m_currFileName).constData());
-        std::error_code error;
-        do
-            folder = folder.parent_path();
-        while (!std::filesystem::exists(folder, error) && folder.has_relative_path()); // made with the first file
-        std::filesystem::space_info const space = std::filesystem::space(folder, error);
-        m_report.SetFreeBytes(error ? -1 : static_cast<std::int64_t>(space.available));
-    } catch (std::bad_alloc const &) {
-    }
+    m_report.SetFreeBytes(BytesLeftFor(m_currFileName));
 }
 
 void ImageWriter::UpdateCounters()
@@ -455,16 +418,16 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
     if (m_captureRules.NeedToWrite(image)) {
         m_incomplete = buffer->IsIncomplete();
         m_failure = {};
-        std::int64_t const before = m_written;
+        std::int64_t const before = m_tally.Written();
         bool const goesOn = Try(steps.write, image);
-        if (m_written == before)
+        if (m_tally.Written() == before)
             CountFailure();
         if (!goesOn) {
             m_endFailure = m_failure;
             WindUp(steps);
         }
     } else {
-        ++m_unwanted;
+        m_tally.AddUnwanted();
     }
     held.GiveBack();
     if (m_captureRules.IsFinished(image))
@@ -477,7 +440,7 @@ bool ImageWriter::Try(bool (ImageWriter::*step)(_TovImage *image), _TovImage *im
     try {
         return (this->*step)(image);
     } catch (std::bad_alloc const &) {
-        m_failure = {serializerErrorText(TOV_SERIALIZER_ERR_MEMORY), {}};
+        m_failure = {SerializerErrorText(TOV_SERIALIZER_ERR_MEMORY), {}};
     } catch (std::exception const &exception) {
         m_failure = {QString::fromLocal8Bit(exception.what()), {}};
     }
@@ -491,39 +454,23 @@ RecordingFailure ImageWriter::FailureOf(std::int32_t status, QString const &othe
         return m_endFailure;
     char const *const words = m_serializer ? m_serializer->GetLastFailure() : nullptr;
     return {words && *words       ? QString::fromLocal8Bit(words)
-            : otherwise.isEmpty() ? serializerErrorText(status)
+            : otherwise.isEmpty() ? SerializerErrorText(status)
                                   : otherwise,
             status == TOV_SERIALIZER_ERR_WRITE ? m_currFileName : QString()};
 }
 
 void ImageWriter::CountFailure()
 {
-    ++m_failed;
+    m_tally.AddFailed();
     if (m_report.Failed(1, m_failure))
         TovLog::Error(0, "ImageWriter: a frame was not written: %s: %s", qPrintable(m_currFileName),
                       qPrintable(m_failure.reason));
 }
 
-// A frame that the serializer has taken may be in an encoder still.
 void ImageWriter::CountWritten()
 {
-    ++m_written;
-    m_underWay.push_back(m_incomplete);
-    std::int64_t const readable = m_serializer->GetReadableFrames();
-    m_readableKnown = readable >= 0;
-    Settle(m_readableKnown ? readable : m_written);
-}
-
-void ImageWriter::Settle(std::int64_t readable)
-{
-    std::int64_t incomplete = m_savedIncomplete;
-    while (m_saved < readable && !m_underWay.empty()) {
-        ++m_saved;
-        incomplete += m_underWay.front();
-        m_underWay.pop_front();
-    }
-    TovStoreBound(m_savedIncomplete, incomplete);
-    TovStoreBound(m_framesSaved, m_saved);
+    m_tally.AddWritten(m_incomplete, m_serializer->GetReadableFrames());
+    TovStoreBound(m_framesSaved, m_tally.Saved());
 }
 
 void ImageWriter::WindUp(Steps const &steps)
@@ -541,7 +488,7 @@ bool ImageWriter::PrepareConversion(_TovImage *image, _TovImage const **target)
         return true;
     if (TovCreateImage(&m_converted, {image->width, image->height}, m_outputPixType) != TOV_IMAGE_OK) {
         m_converted = nullptr;
-        m_failure = {serializerErrorText(TOV_SERIALIZER_ERR_MEMORY), {}};
+        m_failure = {SerializerErrorText(TOV_SERIALIZER_ERR_MEMORY), {}};
         return false;
     }
     *target = m_converted;

@@ -12,6 +12,7 @@
 #pragma once
 
 #include "capturerules.h"
+#include "frametally.h"
 #include "grabbingfifo.h"
 #include "recordingreport.h"
 #include "tovcomponentimp.h"
@@ -23,7 +24,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -123,7 +123,6 @@ private:
     RecordingFailure FailureOf(std::int32_t status, QString const &otherwise = {}) const;
     void CountFailure();
     void CountWritten();
-    void Settle(std::int64_t readable);
     void SettleAtStop(std::int32_t status);
     void LookForRoom();
     RecordingLedger SoFar();
@@ -154,17 +153,11 @@ private:
     bool m_converting = false;
     std::uint32_t m_outputPixType;
     std::map<std::uint32_t, int> m_inputPixTypes; // rows of the conversion table
-    std::int64_t m_written = 0;                   // taken by the serializer; of this recording, as all below
-    std::int64_t m_saved = 0;                     // of these, in the file
-    std::int64_t m_savedIncomplete = 0;           // of these; the GUI thread reads it, by relaxed atomic access
-    std::deque<bool> m_underWay; // written and not known to be in the file, a second's worth: is it incomplete?
-    std::int64_t m_unwanted = 0;
-    std::int64_t m_failed = 0;
-    bool m_incomplete = false;     // the frame in hand
-    bool m_started = false;        // a series or a movie
-    bool m_readableKnown = false;  // by the serializer
-    RecordingFailure m_failure;    // of the start, or of the frame in hand
-    RecordingFailure m_endFailure; // for which nothing more is written
+    FrameTally m_tally;                           // of this recording, as all below
+    bool m_incomplete = false;                    // the frame in hand
+    bool m_started = false;                       // a series or a movie
+    RecordingFailure m_failure;                   // of the start, or of the frame in hand
+    RecordingFailure m_endFailure;                // for which nothing more is written
     std::chrono::steady_clock::time_point m_roomAsked;
     bool m_evaluated = false;
     QByteArray m_pictures;    // the default of "FilePath"

@@ -1,0 +1,10 @@
+// How much room there is for recorded files.
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+
+// Bytes that are left for a file of that path, whose folders need not exist yet; -1 where the system does not tell. The
+// folder may be on a server that takes its time. Any thread.
+std::int64_t BytesLeftFor(QString const &path);
