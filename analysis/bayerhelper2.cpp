@@ -1,9 +1,9 @@
 #include "bayerhelper2.h"
 
 #include "histo.h"
+#include "pixelmemory.h"
+#include "samplestatistics.h"
 #include "tovcamera.h"
-
-#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <climits>
@@ -64,7 +64,7 @@ void BayerHelper2::SetUp(std::uint32_t frameWidth, std::uint32_t frameHeight, st
 void BayerHelper2::PrepareMasks()
 {
     // With swapped rows the masks of red and blue change places here, and their roles below: red stays in the even
-    // rows, and only the order of the series differs. That is meant.
+    // rows, and only the order of the series differs.
     swapRows = bayerPattern == 2 || bayerPattern == 3;
     std::uint8_t const a = bayerPattern == 0 || bayerPattern == 3;
     std::uint8_t const b = !a;
@@ -115,7 +115,7 @@ void BayerHelper2::CreateBayerHistogramm(void *data, long lineStep, ComplexHisto
         plot.bits = static_cast<std::int32_t>(bits);
         plot.color = colours[i].color;
         plot.values.assign(static_cast<std::size_t>(levels), 0);
-        plot.positions.assign(static_cast<std::size_t>(levels), 0); // all zero, and so they stay; that is meant
+        plot.positions.assign(static_cast<std::size_t>(levels), 0); // and not filled: the view draws them all at 0
         try {
             // The frame has the shape of the masks, whatever the image's own is.
             cv::Mat const image =
@@ -126,21 +126,8 @@ void BayerHelper2::CreateBayerHistogramm(void *data, long lineStep, ComplexHisto
             workImage.setTo(0);
             image.copyTo(workImage, colours[i].mask);
 
-            int const channel = 0;
-            float const range[] = {0.0f, static_cast<float>(levels)};
-            float const *ranges = range;
-            cv::Mat histogram;
-            cv::calcHist(&workImage, 1, &channel, cv::Mat(), histogram, 1, &levels, &ranges, true, false);
-            // Of the whole frame: the zeros of the other colours count. That is meant.
-            cv::Scalar mean, stdDev;
-            cv::meanStdDev(workImage, mean, stdDev);
-            plot.mean = mean[0];
-            plot.stdDev = stdDev[0];
-
-            cv::Mat counts(histogram.size(), CV_32SC1, plot.values.data());
-            histogram.convertTo(counts, CV_32S, 1.0, 0.0);
-            if (counts.ptr<std::int32_t>() != plot.values.data())
-                std::copy_n(counts.ptr<std::int32_t>(), levels, plot.values.data());
+            CountValues(workImage, levels, plot.values.data());
+            TakeMoments(workImage, &plot); // of the whole frame: the zeros of the other colours pull the mean down
             plot.values[0] = static_cast<std::int32_t>(plot.values[0] - colours[i].others * width * height);
         } catch (cv::Exception const &) {
             // The series stays in the result, without counts.

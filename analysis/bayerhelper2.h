@@ -4,8 +4,6 @@
 // Threads: GUI thread.
 #pragma once
 
-#include "pixelmemory.h"
-
 #include <opencv2/core.hpp>
 
 #include <cstdint>

@@ -3,6 +3,7 @@
 #include "bayerhelper2.h"
 #include "displayview.h"
 #include "pixelmemory.h"
+#include "samplestatistics.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -127,7 +128,7 @@ int ImgProcessor::Analyse(_TovImage *image, ComplexHisto *histo, BayerHelper2 *b
     m_source.height = image->height;
     histo->ClearPlots();
     // What a mode does not set is what the calls before have left: in RGB mode the depth is that of the last RAW
-    // histogram. That is meant.
+    // histogram.
     histo->currentIndex = -1;
     histo->width = m_lastWidth;
     histo->height = m_lastHeight;
@@ -183,20 +184,8 @@ void ImgProcessor::GetRAWHisto(_TovImage *image, ComplexHisto *histo)
     Guarded([&] {
         cv::Mat const pixels =
             WrapPixels(GetPixelMemory(*image), 0, image->height, image->width, PixelType(bits), GetLineStep(*image));
-        int const channel = 0;
-        float const range[] = {0.0f, static_cast<float>(levels)};
-        float const *ranges = range;
-        cv::Mat histogram;
-        cv::calcHist(&pixels, 1, &channel, cv::Mat(), histogram, 1, &levels, &ranges, true, false);
-        cv::Scalar mean, stdDev;
-        cv::meanStdDev(pixels, mean, stdDev);
-        series->mean = mean[0];
-        series->stdDev = stdDev[0];
-
-        cv::Mat counts(histogram.size(), CV_32SC1, buffer);
-        histogram.convertTo(counts, CV_32S, 1.0, 0.0);
-        if (counts.ptr<std::int32_t>() != buffer)
-            std::copy_n(counts.ptr<std::int32_t>(), levels, buffer);
+        CountValues(pixels, levels, buffer);
+        TakeMoments(pixels, series.get());
         series->positions.assign(positions, positions + levels);
         series->values.assign(buffer, buffer + levels);
         Append(histo, std::move(series));
@@ -253,10 +242,7 @@ void ImgProcessor::CalcCurrentRow(long bits, _TovImage *image, SimpleHisto *seri
         std::size_t const size = PixelSize(bits);
         for (int x = 0; x < line.cols; ++x)
             AppendPoint(series, x, LoadPixel(line.data + x * size, size));
-        cv::Scalar mean, stdDev;
-        cv::meanStdDev(line, mean, stdDev);
-        series->mean = mean[0];
-        series->stdDev = stdDev[0];
+        TakeMoments(line, series);
     });
 }
 
@@ -272,10 +258,7 @@ void ImgProcessor::CalcCurrentCol(long bits, _TovImage *image, SimpleHisto *seri
         std::size_t const step = line.step / size * size;
         for (int y = 0; y < line.rows; ++y)
             AppendPoint(series, y, LoadPixel(line.data + y * step, size));
-        cv::Scalar mean, stdDev;
-        cv::meanStdDev(line, mean, stdDev);
-        series->mean = mean[0];
-        series->stdDev = stdDev[0];
+        TakeMoments(line, series);
     });
 }
 
@@ -330,7 +313,8 @@ void ImgProcessor::CalcIntegratedCol(long bits, _TovImage *image, SimpleHisto *s
             meanSum += mean[0];
             stdDevSum += stdDev[0];
         }
-        // By the width as well, though these are lines; that is meant.
+        // By the width as well, although there is one mean a line: of a picture twice as wide as high, the figures are
+        // half of what the lines have.
         series->mean = meanSum / image->width;
         series->stdDev = stdDevSum / image->width;
     });
@@ -348,7 +332,7 @@ float *ImgProcessor::CreateFloatimage(_TovImage *image, int &stride, int &width,
     std::unique_ptr<float[]> floats;
     bool made = false;
     Guarded([&] {
-        // The source first: an image that is none costs no memory.
+        // The source first: an image without pixels costs no memory then.
         cv::Mat const pixels =
             WrapPixels(GetPixelMemory(*image), 0, height, width, PixelType(DepthOf(image)), GetLineStep(*image));
         floats.reset(new (std::nothrow) float[static_cast<std::size_t>(width) * height]);
