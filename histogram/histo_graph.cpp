@@ -1,5 +1,6 @@
 #include "histo_graph.h"
 
+#include <QCoreApplication>
 #include <QFontMetrics>
 #include <QPainter>
 
@@ -9,10 +10,9 @@
 
 namespace {
 
-constexpr int CENTRED = Qt::AlignHCenter | Qt::AlignVCenter;
-constexpr int TEXT_GAP = 3; // pixels between two labels, at least
-constexpr int LINE_GAP = 6; // pixels from which grid lines run together
-QColor const OUTSIDE(255, 255, 245), AREA(245, 245, 255);
+constexpr int Centred = Qt::AlignHCenter | Qt::AlignVCenter;
+constexpr int LineGap = 6; // pixels from which grid lines run together
+QColor const Outside(255, 255, 245), Area(245, 245, 255);
 
 QPen ThinPen(QColor const &color)
 {
@@ -33,27 +33,6 @@ QString Label(char const *format, double value)
 QString Number(std::int32_t value)
 {
     return QString::asprintf("%d", value);
-}
-
-// The pixels of a text that is drawn at that point; blanks before it have none.
-QRect InkOf(QFontMetrics const &metrics, QPoint at, QString const &text)
-{
-    int const blanks =
-        static_cast<int>(std::find_if(text.begin(), text.end(), [](QChar c) { return !c.isSpace(); }) - text.begin());
-    return metrics.tightBoundingRect(text.mid(blanks))
-        .translated(at + QPoint(metrics.horizontalAdvance(text.left(blanks)), 0));
-}
-
-// The same once it stands upright, and reads upwards.
-QRect UprightInkOf(QFontMetrics const &metrics, QPoint at, QString const &text)
-{
-    QRect const flat = InkOf(metrics, QPoint(0, 0), text);
-    return {at.x() + flat.top(), at.y() - flat.right(), flat.height(), flat.width()};
-}
-
-bool Touch(QRect const &a, QRect const &b)
-{
-    return a.adjusted(-TEXT_GAP, -TEXT_GAP, TEXT_GAP, TEXT_GAP).intersects(b);
 }
 
 // Ticks but the last one, and the lines of the cells between them.
@@ -88,7 +67,9 @@ void Histo_Graph::Init(QRect rect, bool logX, bool logY, int yMinor, int xMinor)
     m_xMinorDivisions = xMinor;
     m_firstColor = QColor(0, 255, 0);
     m_secondColor = QColor(0, 0, 255);
-    SetTitles(QStringLiteral("Title"), QStringLiteral("Arguments"), QStringLiteral("Values"));
+    SetTitles(QCoreApplication::translate("Histo_Graph", "Title"),
+              QCoreApplication::translate("Histo_Graph", "Arguments"),
+              QCoreApplication::translate("Histo_Graph", "Values"));
     m_xScale.reset();
     m_yScale.reset();
 }
@@ -184,8 +165,8 @@ void Histo_Graph::DrawSelf(QPainter &painter)
 
     m_plotRect = m_outerRect.adjusted(yTitleSize.width() + yLabelSize.width(), titleSize.height(), 0,
                                       -(xLabelSize.height() + xTitleSize.height()));
-    painter.fillRect(m_outerRect, OUTSIDE);
-    painter.fillRect(m_plotRect, AREA);
+    painter.fillRect(m_outerRect, Outside);
+    painter.fillRect(m_plotRect, Area);
     if (!hasAxes) {
         m_xScale.reset();
         m_yScale.reset();
@@ -194,8 +175,8 @@ void Histo_Graph::DrawSelf(QPainter &painter)
         return;
     }
     CreateScales();
-    std::vector<Tick> const xLabels = PlaceHorLabels(painter, xLabelSize);
-    std::vector<Tick> const yLabels = PlaceVertLabels(painter, yLabelSize);
+    std::vector<TickLabel> const xLabels = PlaceHorLabels(painter, xLabelSize);
+    std::vector<TickLabel> const yLabels = PlaceVertLabels(painter, yLabelSize);
     DrawTitles(painter, titleSize, xTitleSize, yTitleSize, yLabels);
     DrawGrid(painter, xLabels, yLabels);
     DrawLabels(painter, xLabels);
@@ -226,7 +207,7 @@ void Histo_Graph::CreateScales()
     double const xSpan = end(m_logX, m_xTicks.back()) - xFirst;
     m_xScale = make(m_logX);
     m_xScale->slope = width / xSpan;
-    // Without the first tick's term when logarithmic; that is meant, though the Y axis has it.
+    // A logarithmic X axis begins at 1, wherever its first tick is; the Y axis begins at its first tick.
     m_xScale->offset = m_logX ? m_plotRect.left() : m_plotRect.left() - width * xFirst / xSpan;
     double const yFirst = end(m_logY, m_yTicks.front());
     double const ySpan = end(m_logY, m_yTicks.back()) - yFirst;
@@ -237,26 +218,26 @@ void Histo_Graph::CreateScales()
 
 // ---- Labels ---------------------------------------------------------------------------------------------------------
 
-std::vector<Histo_Graph::Tick> Histo_Graph::PlaceHorLabels(QPainter &painter, QSize labelSize) const
+std::vector<TickLabel> Histo_Graph::PlaceHorLabels(QPainter &painter, QSize labelSize) const
 {
     QFontMetrics const metrics(*m_labelFont, painter.device());
     int const y = m_plotRect.bottom() + labelSize.height();
-    std::vector<Tick> ticks;
+    std::vector<TickLabel> ticks;
     for (double const value : m_xTicks) {
         QPoint const at(ToPixel(m_xScale->Forward(value) - labelSize.width() / 2), y);
         QString const text = Label(m_xFormat, value * m_xFactor);
         ticks.push_back({value, at, text, InkOf(metrics, at, text)});
     }
-    // The last label is that of the last tick but one, at the end of the axis; that is meant.
-    Tick const last = ticks.back();
+    // The end of the axis has the label of the last tick but one: of ticks up to 250 and 256 it says 250.
+    TickLabel const last = ticks.back();
     ticks.pop_back();
     if (!ticks.empty()) {
-        Tick end = ticks.back();
+        TickLabel end = ticks.back();
         ticks.pop_back();
         end.at.setX(m_plotRect.right() - labelSize.width());
         end.ink = InkOf(metrics, end.at, end.text);
-        Thin(ticks, m_logX);
-        for (Tick &tick : ticks) {
+        ThinLabels(ticks, m_logX);
+        for (TickLabel &tick : ticks) {
             if (Touch(tick.ink, end.ink))
                 tick.text.clear();
         }
@@ -266,52 +247,25 @@ std::vector<Histo_Graph::Tick> Histo_Graph::PlaceHorLabels(QPainter &painter, QS
     return ticks;
 }
 
-std::vector<Histo_Graph::Tick> Histo_Graph::PlaceVertLabels(QPainter &painter, QSize labelSize) const
+std::vector<TickLabel> Histo_Graph::PlaceVertLabels(QPainter &painter, QSize labelSize) const
 {
     QFontMetrics const metrics(*m_labelFont, painter.device());
     int const x = m_plotRect.left() - labelSize.width();
-    std::vector<Tick> ticks;
+    std::vector<TickLabel> ticks;
     for (double const value : m_yTicks) {
         int const below = ticks.empty() ? 0 : labelSize.height() / 2;
         QPoint const at(x, ToPixel(m_yScale->Forward(value) + below));
         QString const text = Label(m_yFormat, value * m_yFactor);
         ticks.push_back({value, at, text, InkOf(metrics, at, text)});
     }
-    Thin(ticks, m_logY);
+    ThinLabels(ticks, m_logY);
     return ticks;
 }
 
-// Ticks that are evenly spaced stay so: every second, fifth or tenth is kept, and so on, those of round values first.
-void Histo_Graph::Thin(std::vector<Tick> &ticks, bool log)
-{
-    auto const keep = [&](std::size_t stride) {
-        double const step = ticks.size() < 2 ? 0.0 : static_cast<double>(stride) * (ticks[1].value - ticks[0].value);
-        std::size_t first = 0;
-        for (std::size_t i = 0; i < std::min(stride, ticks.size()) && first == 0; ++i) {
-            if (std::fabs(std::remainder(ticks[i].value, step)) < 1e-6 * step)
-                first = i;
-        }
-        Tick const *last = nullptr;
-        bool apart = true;
-        for (std::size_t i = 0; i < ticks.size(); ++i) {
-            ticks[i].kept = i % stride == first && !(log && last && Touch(last->ink, ticks[i].ink));
-            if (!ticks[i].kept)
-                continue;
-            apart = apart && !(last && Touch(last->ink, ticks[i].ink));
-            last = &ticks[i];
-        }
-        return apart;
-    };
-    for (std::size_t decade = 1; decade <= ticks.size(); decade *= 10) {
-        if (keep(decade) || keep(2 * decade) || keep(5 * decade))
-            return;
-    }
-}
-
-void Histo_Graph::DrawLabels(QPainter &painter, std::vector<Tick> const &labels)
+void Histo_Graph::DrawLabels(QPainter &painter, std::vector<TickLabel> const &labels)
 {
     painter.setFont(*m_labelFont);
-    for (Tick const &label : labels) {
+    for (TickLabel const &label : labels) {
         if (label.kept)
             painter.drawText(label.at, label.text);
     }
@@ -320,39 +274,40 @@ void Histo_Graph::DrawLabels(QPainter &painter, std::vector<Tick> const &labels)
 // ---- Drawing --------------------------------------------------------------------------------------------------------
 
 void Histo_Graph::DrawTitles(QPainter &painter, QSize const &titleSize, QSize const &xTitleSize,
-                             QSize const &yTitleSize, std::vector<Tick> const &yLabels)
+                             QSize const &yTitleSize, std::vector<TickLabel> const &yLabels)
 {
     painter.setBackgroundMode(Qt::TransparentMode);
     painter.setFont(*m_labelFont);
     QRect const &outer = m_outerRect;
-    painter.drawText(QRect(outer.left(), outer.top(), outer.width(), titleSize.height()), CENTRED, m_title);
+    painter.drawText(QRect(outer.left(), outer.top(), outer.width(), titleSize.height()), Centred, m_title);
     painter.drawText(QRect(outer.left(), outer.bottom() - xTitleSize.height() + 1, outer.width(), xTitleSize.height()),
-                     CENTRED, m_xTitle);
-    // The text starts at the middle, and does not have its own middle there; that is meant.
+                     Centred, m_xTitle);
+    // The text starts at the middle of the canvas and reads upwards from there; it is not centred.
     painter.setFont(*m_yTitleFont);
     QPoint const at(yTitleSize.width(), outer.bottom() - (outer.height() - yTitleSize.width()) / 2);
-    // What it has below its base line may stand on a long label.
+    // What lies below its base line may touch a long label.
     QRect const ink = UprightInkOf(QFontMetrics(*m_yTitleFont, painter.device()), at, m_yTitle);
     int over = 0;
-    for (Tick const &label : yLabels) {
+    for (TickLabel const &label : yLabels) {
         if (label.kept && Touch(ink, label.ink))
-            over = std::max(over, ink.right() + TEXT_GAP + 1 - label.ink.left());
+            over = std::max(over, ink.right() + TextGap + 1 - label.ink.left());
     }
     over = std::min(over, std::max(0, ink.left() - outer.left()));
     PaintRotatedString(painter, at.x() - over, at.y(), -90.0f, m_yTitle);
 }
 
-void Histo_Graph::DrawGrid(QPainter &painter, std::vector<Tick> const &xLabels, std::vector<Tick> const &yLabels)
+void Histo_Graph::DrawGrid(QPainter &painter, std::vector<TickLabel> const &xLabels,
+                           std::vector<TickLabel> const &yLabels)
 {
     // The ticks that have lines, and the last one, which has none.
-    auto const lines = [](std::vector<Tick> const &ticks, TVScaleFunction const &scale) {
+    auto const lines = [](std::vector<TickLabel> const &ticks, TVScaleFunction const &scale) {
         bool crowded = false;
         for (std::size_t i = 1; i < ticks.size(); ++i) {
             double const distance = scale.Forward(ticks[i].value) - scale.Forward(ticks[i - 1].value);
-            crowded = crowded || std::fabs(distance) < LINE_GAP;
+            crowded = crowded || std::fabs(distance) < LineGap;
         }
         std::vector<double> values;
-        for (Tick const &tick : ticks) {
+        for (TickLabel const &tick : ticks) {
             if (tick.kept || !crowded || &tick == &ticks.back())
                 values.push_back(tick.value);
         }
@@ -400,17 +355,17 @@ void Histo_Graph::DrawThresholds(QPainter &painter)
         QPoint at(ToPixel(m_xScale->Forward(marker.value)), top + (bottom - top) / 2);
         QRect ink = UprightInkOf(metrics, at, text);
         if (m_plotRect.contains(at) && ink.left() <= m_plotRect.left()) { // not on the labels of the Y axis
-            int const over = at.x() + TEXT_GAP - ink.left();
+            int const over = at.x() + TextGap - ink.left();
             at.rx() += over;
             ink.translate(over, 0);
         }
         while (std::any_of(taken.begin(), taken.end(), [&](QRect const &other) { return Touch(other, ink); })) {
-            at.ry() += TEXT_GAP;
-            ink.translate(0, TEXT_GAP);
+            at.ry() += TextGap;
+            ink.translate(0, TextGap);
         }
         taken.push_back(ink);
         if (m_plotRect.contains(ink))
-            painter.fillRect(ink.adjusted(-1, -1, 0, 1), AREA);
+            painter.fillRect(ink.adjusted(-1, -1, 0, 1), Area);
         painter.setPen(ThinPen(marker.color));
         PaintRotatedString(painter, at.x(), at.y(), -90.0f, text);
     }
@@ -430,11 +385,11 @@ void Histo_Graph::PaintThresholdsPixels(QPainter &painter)
     QFontMetrics const metrics(*m_labelFont, painter.device());
     int const lineHeight = GetTextSize(*m_labelFont, painter, Number(t.belowLow)).height();
     auto const draw = [&](std::int32_t count, QColor const &color, int x, int y) {
-        painter.fillRect(InkOf(metrics, {x, y}, Number(count)).adjusted(-1, -1, 1, 1), AREA); // not on bars and lines
+        painter.fillRect(InkOf(metrics, {x, y}, Number(count)).adjusted(-1, -1, 1, 1), Area); // not on bars and lines
         painter.setPen(QPen(color));
         painter.drawText(x, y, Number(count));
     };
-    // From the top of the canvas, not of the data area; that is meant.
+    // From the top of the canvas, not of the data area: two and three lines below it, whatever the title's height.
     int const first = 2 * lineHeight;
     int const second = first + lineHeight;
     if (t.belowLow != 0 || t.aboveHigh != 0 || t.betweenLowHigh != 0) {
@@ -462,12 +417,12 @@ void Histo_Graph::PaintNotice(QPainter &painter)
     if (m_notice.isEmpty())
         return;
     painter.setFont(*m_labelFont);
-    int const flags = CENTRED | Qt::TextWordWrap;
+    int const flags = Centred | Qt::TextWordWrap;
     QRect room = m_plotRect.adjusted(12, 4, -12, -4);
-    if (!m_plots.empty()) // rather above what they show
+    if (!m_plots.empty()) // above what they show
         room.setBottom(room.center().y());
     QRect const box = painter.boundingRect(room, flags, m_notice);
-    painter.fillRect(box.adjusted(-6, -3, 6, 3), AREA);
+    painter.fillRect(box.adjusted(-6, -3, 6, 3), Area);
     painter.setPen(Qt::black);
     painter.drawText(box, flags, m_notice);
 }

@@ -1,10 +1,11 @@
 // A small plotting canvas: title, axis titles, tick labels and a grid around a data area, the plots in it, and the
-// threshold markers with their counts. It is no widget, and lays itself out anew at each paint, from the font metrics.
-// Coordinates are those of the painter's device. GUI thread.
+// threshold markers with their counts. It is not a widget, and lays itself out anew at each paint, from the font
+// metrics. Coordinates are those of the painter's device. GUI thread.
 #pragma once
 
 #include "histo.h"
 #include "histo_plot.h"
+#include "ticklabels.h"
 
 #include <QColor>
 #include <QFont>
@@ -51,30 +52,19 @@ public:
     HistoThresholds *thresholds = nullptr; // not owned; null: no markers
 
 private:
-    // A tick as it is drawn.
-    struct Tick
-    {
-        double value;
-        QPoint at;    // where the label begins, on its base line
-        QString text; // empty for none
-        QRect ink;    // of the label
-        bool kept = true;
-    };
-
     void CreateFontEx(std::unique_ptr<QFont> &font, QPainter &painter, QFont::HintingPreference hinting);
     QSize GetTextSize(QFont const &font, QPainter &painter, QString const &text) const;
     void CreateScales();
-    std::vector<Tick> PlaceHorLabels(QPainter &painter, QSize labelSize) const;
-    std::vector<Tick> PlaceVertLabels(QPainter &painter, QSize labelSize) const;
+    std::vector<TickLabel> PlaceHorLabels(QPainter &painter, QSize labelSize) const;
+    std::vector<TickLabel> PlaceVertLabels(QPainter &painter, QSize labelSize) const;
     void DrawTitles(QPainter &painter, QSize const &titleSize, QSize const &xTitleSize, QSize const &yTitleSize,
-                    std::vector<Tick> const &yLabels);
-    void DrawGrid(QPainter &painter, std::vector<Tick> const &xLabels, std::vector<Tick> const &yLabels);
-    void DrawLabels(QPainter &painter, std::vector<Tick> const &labels);
+                    std::vector<TickLabel> const &yLabels);
+    void DrawGrid(QPainter &painter, std::vector<TickLabel> const &xLabels, std::vector<TickLabel> const &yLabels);
+    void DrawLabels(QPainter &painter, std::vector<TickLabel> const &labels);
     void DrawThresholds(QPainter &painter);
     void PaintThresholdsPixels(QPainter &painter);
     void PaintRotatedString(QPainter &painter, int x, int y, float angle, QString const &text);
     void PaintNotice(QPainter &painter);
-    static void Thin(std::vector<Tick> &ticks, bool log);
 
     QRect m_outerRect; // the whole canvas
     QRect m_plotRect;  // the data area

@@ -65,10 +65,10 @@ double TVLog10Scale::Backward(double p) const
 
 int ToPixel(double position)
 {
-    constexpr double FAR = 1 << 20;
+    constexpr double Far = 1 << 20;
     if (std::isnan(position))
         return 0;
-    return static_cast<int>(std::fmin(std::fmax(position, -FAR), FAR));
+    return static_cast<int>(std::fmin(std::fmax(position, -Far), Far));
 }
 
 // There may be several points to a pixel, and thousands of lines. Those that stand on one column of pixels make up one
@@ -109,7 +109,7 @@ void Histo_Curve::Draw(QPainter &painter, TVScaleFunction *xScale, TVScaleFuncti
     for (std::size_t i = 1; i < points.size(); ++i) {
         QPoint const next = pixelOf(points[i]);
         bool const stays = previous.x() == next.x();
-        // The outer ends alone are tested; that is meant.
+        // The outer ends alone are tested: a line that begins in the data area may end far below or above it.
         bool const shown = previous.x() >= rect.left() && next.x() <= rect.right();
         if (shown && stays) {
             if (!growing)

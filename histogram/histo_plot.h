@@ -34,11 +34,12 @@ class TVLog10Scale final : public TVScaleFunction
 {
 public:
     double Forward(double x) const override; // linear for what has no logarithm
-    // Takes the pixel straight into the exponent; that is meant. Only the X scale is inverted, and that is linear.
+    // 10 to the power of the pixel itself, and so not the inverse of Forward: only the X scale is inverted, and that is
+    // linear.
     double Backward(double p) const override;
 };
 
-// A pixel position as a whole number, truncated. What is none, or lies far outside any window, is bounded.
+// A pixel position as a whole number, truncated; 0 for what is not a number, and bounded far outside any window.
 int ToPixel(double position);
 
 class Histo_Plot

@@ -2,6 +2,7 @@
 
 #include "histoview.h"
 #include "imgprocessor.h"
+#include "measurement.h"
 #include "session.h"
 
 #include "tovcamera.h"
@@ -41,22 +42,6 @@ int DepthOf(char const *pixelFormat)
     return static_cast<int>(depth > INT_MAX ? INT_MAX : depth);
 }
 
-// A sample a pixel, in whole bytes. Of a type that is in no table the class tells.
-bool IsPlain(_TovImage const &picture, TovPixelTypeInfo const *info)
-{
-    if (info)
-        return info->packing == TOV_UNPACKED && info->channels == 1 && info->family != TOV_FAMILY_YUV;
-    return picture.formatClass != TOV_CLASS_PACKED && picture.formatClass != TOV_CLASS_RGB &&
-           picture.formatClass != TOV_CLASS_YUV;
-}
-
-QString NameOf(TovPixelTypeInfo const *info)
-{
-    if (!info)
-        return HistogramPanel::tr("this pixel format");
-    return QString::fromLatin1(info->pfncName ? info->pfncName : info->name);
-}
-
 } // namespace
 
 HistogramPanel::HistogramPanel(QMainWindow *window)
@@ -64,9 +49,9 @@ HistogramPanel::HistogramPanel(QMainWindow *window)
 {
     setupUi(this);
     tapCheckBox->setEnabled(false);
-    modeComboBox->insertItem(HistoRaw, QStringLiteral("Bar histogram"));
-    modeComboBox->insertItem(HistoRow, QStringLiteral("Row histogram"));
-    modeComboBox->insertItem(HistoColumn, QStringLiteral("Column histogram"));
+    modeComboBox->insertItem(HistoRaw, tr("Bar histogram"));
+    modeComboBox->insertItem(HistoRow, tr("Row histogram"));
+    modeComboBox->insertItem(HistoColumn, tr("Column histogram"));
     modeComboBox->setCurrentIndex(HistoRaw);
     Ui::HistogramPanel::widget->installEventFilter(this);
 
@@ -99,11 +84,12 @@ void HistogramPanel::SetCurrentSession(Session *session)
     PlayerPanel::SetCurrentSession(session);
     ReadCamera();
 
-    // The row controls run over the width, and the column controls over the height; that is meant.
+    // The row controls run over the width and the column controls over the height, so that on a wide picture they pick
+    // rows that it does not have; the graph says so then.
     int const lastRow = m_histo.width - 1;
     int const lastColumn = m_histo.height - 1;
-    maxRowLabel->setText(QString(QStringLiteral("%1")).arg(lastRow, 0, 10));
-    maxColLabel->setText(QString(QStringLiteral("%1")).arg(lastColumn, 0, 10));
+    maxRowLabel->setText(QString::number(lastRow));
+    maxColLabel->setText(QString::number(lastColumn));
     rowSlider->setMaximum(lastRow);
     rowSpin->setMaximum(lastRow);
     columnSlider->setMaximum(lastColumn);
@@ -136,7 +122,7 @@ void HistogramPanel::ReadCamera()
     m_histo.bits = DepthOf(params ? params->GetEnumValueStr("PixelFormat", nullptr) : nullptr);
     m_sensorClass = BayerHelper2::ReadSensorClass(device);
     if (m_sensorClass == BayerHelper2::ColorClass)
-        modeComboBox->addItem(QStringLiteral("RGB histogram"));
+        modeComboBox->addItem(tr("RGB histogram"));
     m_familyId = params ? params->GetIntegerValue("FamilyID", nullptr) : 0;
     m_bayer.SetUp(m_histo.width, m_histo.height, m_histo.bits, m_sensorClass, m_familyId, &m_histo);
 }
@@ -166,10 +152,11 @@ bool HistogramPanel::UpdateSelfByTimer()
     ImgProcessor *const analysis = m_session->GetAnalysis();
     std::memcpy(&m_thresholds, &analysis->m_thresholds, sizeof m_thresholds);
     bool const seen = analysis->GetHistoData(&m_histo, &m_bayer) || analysis->GetKeptHistoData(&m_histo, &m_bayer);
-    if (QString const why = seen ? WhyNothing() : QString(); !why.isEmpty())
+    _TovImage const &picture = analysis->GetSource();
+    if (QString const why = seen ? Measurement::WhyNone(picture, m_histo, m_bayer) : QString(); !why.isEmpty())
         ShowNothing(why);
     if (m_histo.plots.empty()) {
-        if (!seen) { // the figures are of no picture
+        if (!seen) { // the figures belong to no picture
             Tell(tr("No picture yet: Play starts it."));
             for (QLabel *const figure : {meanLabel, devLabel, SNRLabel})
                 figure->setEnabled(false);
@@ -178,77 +165,20 @@ bool HistogramPanel::UpdateSelfByTimer()
         return false;
     }
     SimpleHisto const &first = *m_histo.plots.front();
-    // Of the noise nothing is computed: 0.0.
+    // Nobody computes the noise: 0.0.
     SetFigures(QString::asprintf("%5.2f", first.mean), QString::asprintf("%5.2f", first.stdDev),
                QString::asprintf("%5.1f", m_histo.snr));
-    // The view gets the markers only now, so the first update shows no more than the axes; that is meant.
+    // The view gets the markers only now, and draws no data without them: the first update shows no more than the axes.
     m_view->SetData(&m_histo);
     m_view->thresholds = &m_thresholds;
     CountPixels();
     m_view->graph.thresholds = &m_thresholds;
-    Tell(seen ? Doubt() : QString());
+    Tell(seen ? Measurement::Doubt(picture, m_histo, m_bayer) : QString());
     m_view->update();
     return true;
 }
 
-// Why the answer is none of this picture: the analysis takes the samples as they stand in memory, and the colours'
-// masks as they were made. Empty when it is one.
-QString HistogramPanel::WhyNothing() const
-{
-    _TovImage const &picture = m_session->GetAnalysis()->GetSource();
-    TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(picture.pixelType);
-    QString const name = NameOf(info);
-    if (info && info->packing != TOV_UNPACKED)
-        return tr("%1 is packed and cannot be measured. Choose an unpacked pixel format.").arg(name);
-    if (!IsPlain(picture, info))
-        return tr("%1 has several values to a pixel and cannot be measured. Choose a Mono or Bayer format.").arg(name);
-    bool const mosaic = !info || info->family == TOV_FAMILY_BAYER || info->family == TOV_FAMILY_TRUESENSE;
-    if (m_histo.mode == HistoRGB && !mosaic)
-        return tr("%1 has no colours. Choose a Bayer format.").arg(name);
-    if (m_histo.mode == HistoRGB &&
-        (picture.width != m_bayer.width || picture.height != m_bayer.height || picture.bitDepth != m_bayer.bits)) {
-        QString const shape = tr("%1 x %2 at %3 bits");
-        return tr("The colours are told apart in pictures of %1 only, as they were when the camera was connected; this "
-                  "one has %2. Connect again.")
-            .arg(shape.arg(m_bayer.width).arg(m_bayer.height).arg(m_bayer.bits),
-                 shape.arg(picture.width).arg(picture.height).arg(picture.bitDepth));
-    }
-    bool const counted = picture.bitDepth == 8 || picture.bitDepth == 10 || picture.bitDepth == 12;
-    bool const profile = m_histo.mode == HistoRow || m_histo.mode == HistoColumn;
-    if (!profile && m_histo.mode != HistoRGB && !counted) {
-        return tr("%1 has %2 bits; a bar histogram takes 8, 10 or 12. Row and column histograms show it.")
-            .arg(name)
-            .arg(picture.bitDepth);
-    }
-    SimpleHisto const placeholder;
-    bool const failed = std::any_of(m_histo.plots.begin(), m_histo.plots.end(), [&](SimpleHisto const *series) {
-        return series->mean == placeholder.mean && series->stdDev == placeholder.stdDev;
-    });
-    return failed || m_histo.plots.empty() ? tr("This picture cannot be measured.") : QString();
-}
-
-// What makes true figures misleading.
-QString HistogramPanel::Doubt() const
-{
-    _TovImage const &picture = m_session->GetAnalysis()->GetSource();
-    auto const beyond = [](std::int32_t line, std::uint32_t count) {
-        return static_cast<std::uint32_t>(line) >= count;
-    };
-    if (m_histo.mode == HistoRow && !m_histo.integrated && beyond(m_histo.row, picture.height))
-        return tr("Row %1 is outside of the picture, which has %2 rows.").arg(m_histo.row).arg(picture.height);
-    if (m_histo.mode == HistoColumn && !m_histo.integrated && beyond(m_histo.column, picture.width))
-        return tr("Column %1 is outside of the picture, which has %2 columns.").arg(m_histo.column).arg(picture.width);
-    TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(picture.pixelType);
-    if (m_histo.mode == HistoRGB && info && info->family == TOV_FAMILY_BAYER) {
-        bool const redFirst = m_bayer.bayerPattern == 0 || m_bayer.bayerPattern == 2;
-        if (info->bayer != (redFirst ? TOV_BAYER_RG : TOV_BAYER_GR))
-            return tr("The colours are counted as in %1; this picture is %2, so they are mixed up.")
-                .arg(redFirst ? QStringLiteral("BayerRG") : QStringLiteral("BayerGR"), NameOf(info));
-    }
-    return {};
-}
-
-// The mode's axes, and no figures that were another picture's.
+// The mode's axes, without the figures of another picture.
 void HistogramPanel::ShowNothing(QString const &why)
 {
     m_histo.ClearPlots();
@@ -279,13 +209,13 @@ void HistogramPanel::SetFigures(QString const &mean, QString const &stdDev, QStr
     for (auto const &[label, text] : figures) {
         label->setEnabled(true);
         label->setText(text);
-        // There is room for the usual ones; a mean over lines of a high picture may be larger.
+        // There is room for the usual figures; a mean over the lines of a high picture may need more.
         if (int const wanted = label->sizeHint().width(); wanted > label->minimumWidth())
             label->setMinimumWidth(wanted);
     }
 }
 
-// Of a profile, whose positions are places, these are sums of the signal.
+// For a profile, whose positions are pixels, these are sums of the signal.
 void HistogramPanel::CountPixels()
 {
     HistoThresholds &t = m_thresholds;
@@ -381,7 +311,8 @@ void HistogramPanel::DoColSpin()
 // ---- Layout ---------------------------------------------------------------------------------------------------------
 
 // The sizes of the form are those of usual texts in a narrow font: what needs more gets more. The figures get their
-// greatest width at once, of whatever format the camera changes to, so that the panel does not grow while one looks.
+// greatest width at once, of whatever format the camera changes to, so that the panel does not grow while it is looked
+// at.
 void HistogramPanel::FitToTexts()
 {
     for (QLabel *const figure : {meanLabel, devLabel, SNRLabel}) {
@@ -446,7 +377,7 @@ void HistogramPanel::resizeEvent(QResizeEvent *event)
     PlaceGroups();
 }
 
-// The layout may do its work again at any time; it has done so when this is called.
+// The layout may place the groups anew at any time; it has done so when this is called.
 bool HistogramPanel::eventFilter(QObject *watched, QEvent *event)
 {
     if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Resize)

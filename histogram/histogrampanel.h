@@ -44,8 +44,6 @@ protected:
 private:
     void ReadCamera();
     void ResetState();
-    QString WhyNothing() const;
-    QString Doubt() const;
     void ShowNothing(QString const &why);
     void Tell(QString const &sentence); // in the graph; empty for nothing
     void SetFigures(QString const &mean, QString const &stdDev, QString const &snr);

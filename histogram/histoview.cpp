@@ -9,20 +9,20 @@
 
 namespace {
 
-constexpr double NARROWEST = 0.01; // ADU; an axis below it has neither ticks nor labels that differ
-constexpr double WIDENED = 5.0;    // ADU, on either side
-constexpr int MOST_TICKS = 1000;
+constexpr double Narrowest = 0.01; // ADU; an axis below it has neither ticks nor labels that differ
+constexpr double Widened = 5.0;    // ADU, on either side
+constexpr int MostTicks = 1000;
 
-// Full scale of a depth; none for one that no number of 32 bits has.
+// Full scale of a depth; 0 for one whose full scale does not fit 32 bits.
 int FullScale(int bits)
 {
     return bits >= 0 && bits <= 30 ? 1 << bits : 0;
 }
 
-// Truncated; nothing for what is no number.
+// Truncated; 0 for what is not a number.
 int TickCount(double count)
 {
-    return count >= 1.0 ? static_cast<int>(std::min(count, static_cast<double>(MOST_TICKS))) : 0;
+    return count >= 1.0 ? static_cast<int>(std::min(count, static_cast<double>(MostTicks))) : 0;
 }
 
 int ToInt(double value)
@@ -60,25 +60,25 @@ HistoView::HistoView(QWidget *parent) : QWidget(parent)
 void HistoView::SetMode(int newMode)
 {
     mode = newMode;
-    QString const suffix = average ? QStringLiteral(" (average)") : QString();
-    QString const signal = QStringLiteral("Signal (ADU)");
-    QString const pixels = QStringLiteral("Pixels");
-    // Two blanks before the suffix; that is meant.
+    QString const suffix = average ? tr(" (average)") : QString();
+    QString const signal = tr("Signal (ADU)");
+    QString const pixels = tr("Pixels");
+    // The title and the suffix each bring a blank: "Horizontal  (average)".
     switch (mode) {
     case HistoRow:
-        graph.SetTitles(QStringLiteral("Horizontal ") + suffix, pixels, signal);
+        graph.SetTitles(tr("Horizontal ") + suffix, pixels, signal);
         break;
     case HistoColumn:
-        graph.SetTitles(QStringLiteral("Vertical ") + suffix, pixels, signal);
+        graph.SetTitles(tr("Vertical ") + suffix, pixels, signal);
         break;
     case HistoRGB:
-        graph.SetTitles(QStringLiteral("Histogram (RGB)"), signal, pixels);
+        graph.SetTitles(tr("Histogram (RGB)"), signal, pixels);
         break;
     case HistoYUV:
-        graph.SetTitles(QStringLiteral("Histogram (YUV)"), signal, pixels);
+        graph.SetTitles(tr("Histogram (YUV)"), signal, pixels);
         break;
     default:
-        graph.SetTitles(QStringLiteral("Histogram (RAW)"), signal, pixels);
+        graph.SetTitles(tr("Histogram (RAW)"), signal, pixels);
         break;
     }
 }
@@ -188,9 +188,9 @@ void HistoView::SetupHistoGraph(double yMax, double low, double high)
 {
     std::vector<double> xTicks, yTicks;
     if (!IsProfile()) {
-        if (!(high - low >= NARROWEST)) { // a uniform image within its limits
-            low -= WIDENED;
-            high = low + 2 * WIDENED;
+        if (!(high - low >= Narrowest)) { // a uniform image within its limits
+            low -= Widened;
+            high = low + 2 * Widened;
         }
         double const xStep = CalcStep(high - low);
         xTicks = Ticks(low, xStep, CountTicks(high - low, xStep), high);

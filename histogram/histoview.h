@@ -31,7 +31,7 @@ public:
     void SetupHistoGraph(double yMax, double low, double high);
     void SetupPlots();
     void AddDataToPlot(Histo_Plot *plot, SimpleHisto const *series);
-    // Tick spacing for a range; 0 for one that is none.
+    // Tick spacing for a range; 0 for one that is not positive and finite.
     double CalcStep(double range) const;
     // To a multiple of `grid`; a positive multiple still goes up by a whole grid step, and a negative value down.
     int RoundToVal(int value, int grid, bool up) const;
