@@ -58,7 +58,7 @@ CBWTesting::CBWTesting(Session *session, QWidget *parent, Qt::WindowFlags flags)
     QScrollBar *const bar = teStats->verticalScrollBar();
     connect(bar, &QScrollBar::valueChanged, this, [this, bar](int value) { m_follows = value >= bar->maximum(); });
     connect(bar, &QScrollBar::rangeChanged, this, &CBWTesting::FollowLog);
-    Append(QStringLiteral("Initialization..."));
+    Append(tr("Initialization..."));
     show();
     if (session)
         connect(session, &QObject::destroyed, this, &CBWTesting::SessionGone);
@@ -104,12 +104,12 @@ void CBWTesting::reject()
 bool CBWTesting::init()
 {
     if (!m_session) {
-        m_error = QStringLiteral("Invalid session pointer");
+        m_error = tr("Invalid session pointer");
         return false;
     }
     m_grabber = m_session->GetGrabber();
     if (!m_grabber) {
-        m_error = QStringLiteral("Invalid grabber pointer");
+        m_error = tr("Invalid grabber pointer");
         return false;
     }
     emit m_session->signalStopAcquisition();
@@ -121,10 +121,14 @@ bool CBWTesting::init()
     if (m_params)
         m_family = m_params->GetIntegerValue("FamilyID", &error);
     if (error != 0) {
-        m_error = QStringLiteral("Device is not compatible. Test is impossible.");
+        m_error = tr("Device is not compatible. Test is impossible.");
         return false;
     }
+    return ChooseNodes() && ReadRange();
+}
 
+bool CBWTesting::ChooseNodes()
+{
     auto const choose = [this](char const *first, char const *fallback) {
         std::int32_t status = 0;
         m_params->GetInt(first, &status);
@@ -133,19 +137,25 @@ bool CBWTesting::init()
     if (m_family == FamilyLineTime) {
         m_clockName = choose("Frame_LineTime", "LineTime");
         m_readBackName = m_clockName;
-        labelPC->setText(QStringLiteral("Line Time"));
-        progressPixelClock->setFormat(QStringLiteral("%v clocks"));
-    } else if (m_family == FamilyPixelClock) {
+        labelPC->setText(tr("Line Time"));
+        progressPixelClock->setFormat(tr("%v clocks"));
+        return true;
+    }
+    if (m_family == FamilyPixelClock) {
         m_clockName = choose("Frame_PixelClock", "PixelClock");
         m_readBackName = "PixelClockInfo";
-    } else {
-        m_error = QStringLiteral("Incorrect FamilyID %1. Device is not compatible. Test is impossible.").arg(m_family);
-        return false;
+        return true;
     }
+    m_error = tr("Incorrect FamilyID %1. Device is not compatible. Test is impossible.").arg(m_family);
+    return false;
+}
 
+bool CBWTesting::ReadRange()
+{
+    std::int32_t error = 0;
     TovCam::IntParam *const clock = m_params->GetInt(m_clockName.c_str(), &error);
     if (error == TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM || (error == 0 && !clock)) {
-        m_error = QStringLiteral("Unknown parameter. Device is not compatible. Test is impossible.");
+        m_error = tr("Unknown parameter. Device is not compatible. Test is impossible.");
         return false;
     }
     // A range that cannot be read leaves nothing to search in.
@@ -157,21 +167,21 @@ bool CBWTesting::init()
     if (error == 0)
         value = clock->GetValue(&error);
     if (error != 0) {
-        m_error = QStringLiteral("Get %1 error %2. Test is impossible.").arg(text(m_clockName), QString::number(error));
+        m_error = tr("Get %1 error %2. Test is impossible.").arg(text(m_clockName), QString::number(error));
         return false;
     }
     progressPixelClock->setRange(toInt(m_low), toInt(m_high));
     m_current = std::max(std::min(value, m_high), m_low);
     progressPixelClock->setValue(toInt(m_current));
     m_savedValue = m_lastGood = m_current;
-    Append(QStringLiteral("Saved init value = %1").arg(m_savedValue));
+    Append(tr("Saved init value = %1").arg(m_savedValue));
     return true;
 }
 
 void CBWTesting::checkQuality()
 {
     if (!m_running) {
-        Append(QStringLiteral("Test is stopped"));
+        Append(tr("Test is stopped"));
         return;
     }
     if (!m_params || !m_session)
@@ -179,14 +189,14 @@ void CBWTesting::checkQuality()
     for (int attempt = 0; attempt < MostAttempts && !SetAndReadBack(); ++attempt) {
         if (!m_running)
             return; // stopped or lost while the camera settled: nothing may be started any more
-        // In both families, also for the line time, where that is the good side. That is meant.
+        // In both families, although higher line times are the safe ones: the next attempt is at a faster value then.
         m_high = m_current;
         sleepFor(s_waits.retry);
     }
     emit m_session->signalStartAcquisition();
     waitForStart();
     ReadCounters(&m_incompleteAtStart, &m_acquiredAtStart);
-    Append(QStringLiteral("Start waiting..."));
+    Append(tr("Start waiting..."));
     m_timer->start(s_waits.probe);
 }
 
@@ -198,17 +208,17 @@ bool CBWTesting::SetAndReadBack()
     if (!Settle(s_waits.settleStep))
         return false;
     if (error != 0) {
-        Append(QStringLiteral("Set %1 error %2").arg(text(m_clockName), QString::number(error)));
+        Append(tr("Set %1 error %2").arg(text(m_clockName), QString::number(error)));
         return false;
     }
     std::int64_t const value = m_params->GetIntegerValue(m_readBackName.c_str(), &error);
     if (error != 0) {
-        Append(QStringLiteral("Get %1 error").arg(text(m_readBackName)));
+        Append(tr("Get %1 error").arg(text(m_readBackName)));
         return false;
     }
     if (value == m_current)
         return true;
-    Append(QStringLiteral("Returned incorrect %1 = %2, needed %3")
+    Append(tr("Returned incorrect %1 = %2, needed %3")
                .arg(text(m_readBackName), QString::number(value), QString::number(m_current)));
     return false;
 }
@@ -218,7 +228,7 @@ void CBWTesting::slCheckQuality()
     if (m_timer)
         m_timer->stop();
     if (!m_running) {
-        Append(QStringLiteral("Test is stopped"));
+        Append(tr("Test is stopped"));
         return;
     }
     if (!m_grabber || !m_session)
@@ -232,11 +242,7 @@ void CBWTesting::slCheckQuality()
     m_grabber->GetParamFloat("Speed", &speed);
     emit m_session->signalStopAcquisition();
     waitForStop();
-    Append(QStringLiteral("[%1 .. %2] curClockValue = %3  range/2 = %4")
-               .arg(m_low)
-               .arg(m_high)
-               .arg(m_current)
-               .arg(m_halfRange));
+    Append(tr("[%1 .. %2] curClockValue = %3  range/2 = %4").arg(m_low).arg(m_high).arg(m_current).arg(m_halfRange));
     if (incomplete == 0 && acquired > 0)
         Pass(acquired, speed);
     else
@@ -248,7 +254,7 @@ void CBWTesting::Pass(std::int64_t acquired, double speed)
     progressPixelClock->setValue(toInt(m_current));
     progressSpeed->setValue(static_cast<int>(speed));
     m_lastGood = m_current;
-    Append(QStringLiteral("Acceptable parameters. Acquired Frames= %1 , Speed = %2 MB/s, Clock Value = %3")
+    Append(tr("Acceptable parameters. Acquired Frames= %1 , Speed = %2 MB/s, Clock Value = %3")
                .arg(acquired)
                .arg(speed, 0, 'f', 1)
                .arg(m_current),
@@ -265,8 +271,8 @@ void CBWTesting::Pass(std::int64_t acquired, double speed)
 
 void CBWTesting::Fail(std::int64_t incomplete, std::int64_t acquired, double speed)
 {
-    Append(QStringLiteral("Nonworking parameters. Incomplete frames  = %1, Acquired Frames = %2, Speed = %3 MB/s, "
-                          "Clock Value= %4")
+    Append(tr("Nonworking parameters. Incomplete frames  = %1, Acquired Frames = %2, Speed = %3 MB/s, "
+              "Clock Value= %4")
                .arg(incomplete)
                .arg(acquired)
                .arg(speed, 0, 'f', 1)
@@ -277,11 +283,11 @@ void CBWTesting::Fail(std::int64_t incomplete, std::int64_t acquired, double spe
     if (!Settle(s_waits.restoreStep))
         return;
     if (error != 0) {
-        // The test stays as it is until the operator stops it. That is meant.
-        Append(QStringLiteral("%1 error").arg(text(m_clockName)));
+        // The test stays as it is until the operator stops it.
+        Append(tr("%1 error").arg(text(m_clockName)));
         return;
     }
-    Append(QStringLiteral("Last good pixel clock was set = %1").arg(m_lastGood)); // of a line time as well
+    Append(tr("Last good pixel clock was set = %1").arg(m_lastGood)); // of a line time as well
     if (!ProcessEvents())
         return;
     if (m_halfRange < 1) {
@@ -289,7 +295,7 @@ void CBWTesting::Fail(std::int64_t incomplete, std::int64_t acquired, double spe
         return;
     }
     if (acquired == 0 && m_repeatCount < MostRepeats) {
-        Append(QStringLiteral("\nAcquired 0 frames. Try to repeat %1").arg(m_repeatCount + 1));
+        Append(tr("\nAcquired 0 frames. Try to repeat %1").arg(m_repeatCount + 1));
         checkQuality();
         ++m_repeatCount;
         return;
@@ -301,22 +307,21 @@ void CBWTesting::Fail(std::int64_t incomplete, std::int64_t acquired, double spe
 
 void CBWTesting::finalMessage()
 {
-    QString const finished = QStringLiteral("Testing is finished. Time elapsed %1 s").arg(m_elapsed.elapsed() / 1000);
+    QString const finished = tr("Testing is finished. Time elapsed %1 s").arg(m_elapsed.elapsed() / 1000);
     Append(finished);
     m_running = false;
-    stopCloseButton->setText(QStringLiteral("Close"));
+    stopCloseButton->setText(tr("Close"));
     DismissQuestion(); // whether to stop
     if (m_lastGood == m_savedValue)
         return; // the camera holds it already
 
     QMessageBox box(this);
     box.setText(finished);
-    QString const unit = IsPixelClock() ? QStringLiteral(" MHz") : QString();
-    box.setInformativeText(IsPixelClock() ? QStringLiteral("Which value of Pixel Clock do you want to apply?")
-                                          : QStringLiteral("Which value of Line Time do you want to apply?"));
-    box.addButton(QStringLiteral("Old one = %1").arg(m_savedValue) + unit, QMessageBox::NoRole);
-    box.setDefaultButton(
-        box.addButton(QStringLiteral("Optimized one = %1").arg(m_lastGood) + unit, QMessageBox::YesRole));
+    QString const unit = IsPixelClock() ? tr(" MHz") : QString();
+    box.setInformativeText(IsPixelClock() ? tr("Which value of Pixel Clock do you want to apply?")
+                                          : tr("Which value of Line Time do you want to apply?"));
+    box.addButton(tr("Old one = %1").arg(m_savedValue) + unit, QMessageBox::NoRole);
+    box.setDefaultButton(box.addButton(tr("Optimized one = %1").arg(m_lastGood) + unit, QMessageBox::YesRole));
     bool const optimized = Ask(box) == 1;
     if (!m_session)
         return;
@@ -327,15 +332,12 @@ void CBWTesting::finalMessage()
     if (!m_session)
         return;
     if (error != 0)
-        Append(QStringLiteral("%1 error").arg(text(m_clockName)));
+        Append(tr("%1 error").arg(text(m_clockName)));
     else if (IsPixelClock())
-        Append((optimized ? QStringLiteral("Optimized Pixel Clock was set = %1 MHz")
-                          : QStringLiteral("Old pixel clock was set = %1 MHz"))
+        Append((optimized ? tr("Optimized Pixel Clock was set = %1 MHz") : tr("Old pixel clock was set = %1 MHz"))
                    .arg(value));
     else
-        Append((optimized ? QStringLiteral("Optimized Line Time was set = %1")
-                          : QStringLiteral("Old Line Time was set = %1"))
-                   .arg(value));
+        Append((optimized ? tr("Optimized Line Time was set = %1") : tr("Old Line Time was set = %1")).arg(value));
 }
 
 void CBWTesting::stopAll()
@@ -345,8 +347,8 @@ void CBWTesting::stopAll()
         m_timer->disconnect();
     emit m_session->signalStopAcquisition();
     waitForStop();
-    stopCloseButton->setText(QStringLiteral("Close"));
-    Append(QStringLiteral("Test is stopped"));
+    stopCloseButton->setText(tr("Close"));
+    Append(tr("Test is stopped"));
 }
 
 void CBWTesting::slAccept()
@@ -362,11 +364,11 @@ void CBWTesting::slAccept()
         return;
     }
     QMessageBox box(this);
-    box.setText(QStringLiteral("Test is in processing"));
-    box.setInformativeText(QStringLiteral("Are you sure to stop the test?"));
-    box.setDefaultButton(box.addButton(QStringLiteral("No"), QMessageBox::NoRole));
-    box.addButton(QStringLiteral("Yes"), QMessageBox::YesRole);
-    box.addButton(QStringLiteral("Yes and Close"), QMessageBox::AcceptRole);
+    box.setText(tr("Test is in processing"));
+    box.setInformativeText(tr("Are you sure to stop the test?"));
+    box.setDefaultButton(box.addButton(tr("No"), QMessageBox::NoRole));
+    box.addButton(tr("Yes"), QMessageBox::YesRole);
+    box.addButton(tr("Yes and Close"), QMessageBox::AcceptRole);
     int const answer = Ask(box);
     if (answer == 0 || !m_session)
         return;
@@ -386,9 +388,9 @@ void CBWTesting::SessionGone()
         m_timer->stop();
         m_timer->disconnect();
     }
-    stopCloseButton->setText(QStringLiteral("Close"));
+    stopCloseButton->setText(tr("Close"));
     if (m_running)
-        Append(QStringLiteral("Test is stopped"));
+        Append(tr("Test is stopped"));
     m_running = false;
     DismissQuestion();
 }
@@ -410,12 +412,12 @@ void CBWTesting::DismissQuestion()
 
 bool CBWTesting::waitForStop()
 {
-    return WaitFor(SessionStateIdle, "Good stop wait %1 ms", "Timeout stop wait");
+    return WaitFor(SessionStateIdle, QT_TR_NOOP("Good stop wait %1 ms"), QT_TR_NOOP("Timeout stop wait"));
 }
 
 bool CBWTesting::waitForStart()
 {
-    return WaitFor(SessionStateAcquisition, "\nGood start wait %1 ms", "\nTimeout start wait");
+    return WaitFor(SessionStateAcquisition, QT_TR_NOOP("\nGood start wait %1 ms"), QT_TR_NOOP("\nTimeout start wait"));
 }
 
 // Processes no events: the state machine makes its transition inside the firing of the signal.
@@ -424,11 +426,11 @@ bool CBWTesting::WaitFor(std::int64_t state, char const *good, char const *timeo
     for (int sleeps = 1; m_session && sleeps <= MostPolls; ++sleeps) {
         sleepFor(s_waits.poll);
         if (m_session->GetState() == state) {
-            Append(QString::fromLatin1(good).arg(s_waits.poll * sleeps));
+            Append(tr(good).arg(s_waits.poll * sleeps));
             return true;
         }
     }
-    Append(QString::fromLatin1(timeout));
+    Append(tr(timeout));
     return false;
 }
 

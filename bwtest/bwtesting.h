@@ -58,7 +58,11 @@ public slots:
     void slAccept();       // the button
 
 private:
-    bool init();         // false with m_error when the camera cannot be tested
+    // Each false with m_error when the camera cannot be tested.
+    bool init();
+    bool ChooseNodes(); // by the camera's family
+    bool ReadRange();   // of the clock, and its value
+
     void checkQuality(); // prepares and starts one probe
     void finalMessage();
     void stopAll();

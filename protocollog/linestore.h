@@ -48,7 +48,7 @@ public:
             return true;
         });
     }
-    // The same, as long as it says true. Whether it always did.
+    // The same, for as long as it returns true. Returns whether it always did.
     template<class Visit>
     bool ForEachWhile(Visit const &visit) const
     {
@@ -58,7 +58,7 @@ public:
         }
         return true;
     }
-    // The same, and gives up each block behind its last line. Nothing else may be done with the store after it.
+    // The same, and gives up each block after its last line. Nothing else may be done with the store afterwards.
     template<class Visit>
     bool Drain(Visit const &visit)
     {

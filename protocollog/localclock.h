@@ -1,4 +1,4 @@
-// The local time of day of lines that come by the ten thousand a second. The C library looks at the zone's file for
+// The local time of day, for tens of thousands of lines a second. The C library looks at the zone's file for
 // each time that it is asked, where no TZ is set; here that happens once a minute. Zones change their offset on whole
 // minutes, so every time is right, and a zone that the operator changes is followed within a minute.
 //

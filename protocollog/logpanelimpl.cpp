@@ -7,6 +7,7 @@
 #include "ui_logpanelimpl.h"
 
 #include "tovcamera.h"
+#include "tovmisc.h"
 
 #include <QCoreApplication>
 #include <QMainWindow>
@@ -26,10 +27,10 @@ QString noRightText(bool usb)
     QString const text = LogPanelImpl::tr("The program has no right to capture the packets of this camera.") + u'\n';
     if (usb)
         return text +
-               LogPanelImpl::tr("It takes read access to /dev/usbmon*, which this gives until the next start of the "
-                                "system:") +
+               LogPanelImpl::tr("It needs read access to /dev/usbmon*, which this command grants until the next "
+                                "start of the system:") +
                u'\n' + LoadMonitor;
-    return text + LogPanelImpl::tr("This line gives it, from the program's next start on:\n"
+    return text + LogPanelImpl::tr("This command grants it, from the program's next start on:\n"
                                    "sudo setcap cap_net_raw,cap_net_admin+ep %1")
                       .arg(QCoreApplication::applicationFilePath());
 }
@@ -41,7 +42,7 @@ QString noAdapterText(bool usb, QString const &place)
                                 "USB devices.");
     if (usb)
         return LogPanelImpl::tr("The packets of this camera cannot be captured: the kernel's USB monitor, %1, is not "
-                                "there.\nThis loads it until the next start of the system:")
+                                "there.\nThis command loads it until the next start of the system:")
                    .arg(place) +
                u'\n' + LoadMonitor;
     if (place.isEmpty())
@@ -54,7 +55,7 @@ QString noAdapterText(bool usb, QString const &place)
         .arg(place);
 }
 
-// Why this camera's packets are not logged, and what mends it.
+// Why this camera's packets are not logged, and what helps.
 QString refusalText(TovCam::Device *device)
 {
     using TovCam::CaptureRefusal;
@@ -74,8 +75,8 @@ QString refusalText(TovCam::Device *device)
         text = LogPanelImpl::tr("The capture file that TOV_PACKET_CAPTURE names cannot be opened: %1").arg(place);
         break;
     case CaptureRefusal::NotACapture:
-        text = LogPanelImpl::tr("The file that TOV_PACKET_CAPTURE names is no capture of a camera's packets, pcap or "
-                                "pcapng: %1")
+        text = LogPanelImpl::tr("The file that TOV_PACKET_CAPTURE names is not a pcap or pcapng capture of a "
+                                "camera's packets: %1")
                    .arg(place);
         break;
     }
@@ -108,7 +109,8 @@ LogPanelImpl::LogPanelImpl(QMainWindow *window)
     for (QCheckBox *const box : {d->ui->chkControl, d->ui->chkStream, d->ui->chkEvent})
         connect(d->ui->groupLogging, &QGroupBox::toggled, box, &QWidget::setEnabled);
 
-    // Queued: a box cannot be cleared while it tells of a click, and the parameter has been written by then.
+    // Queued: a box that is cleared while it signals a click would lose its next click. The parameter has been written
+    // by then.
     connect(d->ui->groupLogging, &QGroupBox::toggled, this, &LogPanelImpl::ShowRefusals, Qt::QueuedConnection);
     for (QCheckBox *const box : {d->ui->chkControl, d->ui->chkStream, d->ui->chkEvent})
         connect(box, &QCheckBox::toggled, this, &LogPanelImpl::ShowRefusals, Qt::QueuedConnection);
@@ -137,7 +139,7 @@ bool LogPanelImpl::UpdateSelfByTimer()
     return PlayerPanel::UpdateSelfByTimer();
 }
 
-// Wherever the pointer rests in the panel, but for what has more to say.
+// The tooltip of the whole panel, but for widgets that have one of their own.
 void LogPanelImpl::ShowReport()
 {
     if (!m_session)

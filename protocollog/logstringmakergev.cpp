@@ -19,6 +19,7 @@ enum Code : std::uint16_t {
 
 constexpr unsigned HeaderSize = 8;
 constexpr unsigned FlagsAt = 1, CodeAt = 2, LengthAt = 4, IdAt = 6;
+constexpr unsigned EventSize = 16, ExtendedEventSize = 24;
 constexpr std::uint8_t ExtendedIds = 0x10;
 
 // The texts of the acknowledges of writes and of memory access run into the identifier before them: they begin with a
@@ -87,6 +88,28 @@ void AddEntries(PacketLine &line, BigEndianReader const &packet, PacketField con
         line.Text("...");
 }
 
+void AddEvents(PacketLine &line, BigEndianReader const &packet, std::uint16_t length, bool extended)
+{
+    for (unsigned i = 0; i < length / (extended ? ExtendedEventSize : EventSize); ++i) {
+        if (extended)
+            line.Fields(packet, ExtendedEventRecord, HeaderSize + i * ExtendedEventSize);
+        else
+            line.Fields(packet, EventRecord, HeaderSize + i * EventSize);
+    }
+}
+
+void AddEventData(PacketLine &line, BigEndianReader const &packet, std::uint16_t length, bool extended,
+                  std::uint64_t limit)
+{
+    unsigned const event = extended ? ExtendedEventSize : EventSize;
+    if (extended)
+        line.Fields(packet, ExtendedEventRecord, HeaderSize);
+    else
+        line.Fields(packet, EventRecord, HeaderSize);
+    // The count of data bytes is one of 16 bits and wraps as such.
+    line.BlankThenBytes(packet, HeaderSize + event, static_cast<std::uint16_t>(length - event), limit);
+}
+
 } // namespace
 
 QString LogStringMakerGEV::MakeControlLogString(void const *data, unsigned long size)
@@ -100,15 +123,15 @@ QString LogStringMakerGEV::MakeControlLogString(void const *data, unsigned long 
     PacketLine line;
     line.Text(NameOf(code)).Text(code % 2 == 0 ? ", req_id=" : ", ack_id=").Hex(packet.U16(IdAt), 4);
 
-    // The header is taken off a length that is without it already: lists end two addresses, or one pair, early. A
-    // length below the header's wraps and leaves the length itself. All that is meant.
+    // Odd: the header is taken off a length that is without it already, so lists end two addresses, or one pair, early.
+    // A length below the header's wraps and leaves the length itself.
     std::uint64_t const body =
         std::min<std::uint64_t>(std::min<std::uint64_t>(packet.Size(), length) - HeaderSize, length);
 
     switch (code) {
     case PacketResend:
         if (extended)
-            line.Fields(packet, ExtendedResendBody).Text("%5"); // a place that nothing fills; meant
+            line.Fields(packet, ExtendedResendBody).Text("%5"); // odd: a place that nothing fills
         else
             line.Fields(packet, ResendBody);
         break;
@@ -134,22 +157,10 @@ QString LogStringMakerGEV::MakeControlLogString(void const *data, unsigned long 
         line.BlankThenBytes(packet, 12, body - 4, limit);
         break;
     case Event:
-        for (unsigned i = 0; i < length / (extended ? 24u : 16u); ++i) {
-            if (extended)
-                line.Fields(packet, ExtendedEventRecord, HeaderSize + i * 24);
-            else
-                line.Fields(packet, EventRecord, HeaderSize + i * 16);
-        }
+        AddEvents(line, packet, length, extended);
         break;
     case EventData:
-        // The count of data bytes is one of 16 bits and wraps as such.
-        if (extended) {
-            line.Fields(packet, ExtendedEventRecord, HeaderSize);
-            line.BlankThenBytes(packet, 32, static_cast<std::uint16_t>(length - 24), limit);
-        } else {
-            line.Fields(packet, EventRecord, HeaderSize);
-            line.BlankThenBytes(packet, 24, static_cast<std::uint16_t>(length - 16), limit);
-        }
+        AddEventData(line, packet, length, extended, limit);
         break;
     default:
         break;

@@ -11,7 +11,7 @@ constexpr std::uint8_t ExtendedIds = 0x80;
 enum Format : unsigned { Leader = 1, Trailer = 2, Payload = 3, AllInOne = 4 };
 
 constexpr PacketField Header10Line[] = {{", status=", 0, 2, 4}, {", block_id=", 2, 2, 4}, {", packet_id=", 5, 3, 3}};
-// The last word is shown twice and the one with the format not at all; meant, as the names of these fields are.
+// Odd: the last word is shown twice, the one with the format not at all, and "packetFormat" is half of the block's id.
 constexpr PacketField Header20Line[] = {
     {", status=", 0, 2, 4},      {", flag=", 2, 2, 4}, {", packetFormat=", 8, 4, 8},
     {", block_id64=", 12, 4, 8}, {"", 16, 4, 8},       {", packet_id32=", 16, 4, 8}};
@@ -29,7 +29,7 @@ void AddLeader(PacketLine &line, BigEndianReader const &packet, std::uint64_t at
     std::uint8_t const ids = packet.Byte(at);
     line.Text(", IMAGE: field_id=").Hex(ids >> 4, 1).Text(", field_count=").Hex(ids & 15, 1);
     line.Fields(packet, LeaderTimestamp, at).Fields(packet, LeaderGeometry, at);
-    // The paddings are 16 bits wide and shown as the upper half of 32; meant.
+    // Odd: the paddings have 16 bits and are shown as the upper half of 32.
     line.Text(", padding_x=").Hex(std::uint64_t{packet.U16(at + 32)} << 16, 8);
     line.Text(", padding_y=").Hex(std::uint64_t{packet.U16(at + 34)} << 16, 8);
 }
@@ -56,7 +56,7 @@ QString LogStringMakerGEV::MakeStreamLogString(void const *data, unsigned long s
     PacketLine line;
     if (format < Leader || format > AllInOne)
         line.Text("UNKNOWN(").Hex(format, 1).Text(")");
-    // 1 where the flag is clear: meant.
+    // Odd: 1 where the flag is clear.
     line.Text(extended ? " EI=0" : " EI=1");
     if (extended)
         line.Fields(packet, Header20Line);

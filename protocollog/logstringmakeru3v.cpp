@@ -24,7 +24,7 @@ constexpr PacketField WriteCommandLine[] = {
     {"WR_CMD, req_id=", RequestAt, 2, 4}, {", addr=", BodyAt, 8, 16}, {", length=", LengthAt, 2, 4}};
 constexpr PacketField WriteAcknowledgeLine[] = {{"WR_ACK, req_id=", RequestAt, 2, 4}, {", length_written=", 14, 2, 4}};
 constexpr PacketField PendingAcknowledgeLine[] = {{"PD_ACK, req_id=", RequestAt, 2, 4}, {", temp_timeout=", 14, 2, 4}};
-// The blanks around these commas are meant.
+// Odd: the blanks around the commas.
 constexpr PacketField EventLine[] = {
     {"EVENT , req_id=", RequestAt, 2, 4}, {",cmd_id=", CommandAt, 2, 4}, {", event_id=", 14, 2, 4}};
 
@@ -33,7 +33,7 @@ constexpr PacketField ImageLeaderLine[] = {{"STR_LD, IMG, id=", 8, 8, 16}, {", t
                                            {", of_y=", 44, 4, 8},          {", pd_x=", 48, 2, 4}};
 constexpr PacketField OtherLeaderLine[] = {
     {"STR_LD, UNK, id=", 8, 8, 16}, {", pld_type=", 18, 2, 4}, {", ldr_size=", 6, 2, 4}};
-// The size of the valid payload is narrow on purpose, and takes the digits it needs.
+// Odd: the size of the valid payload has four digits, or as many as it needs, where other numbers of 64 bits have 16.
 constexpr PacketField TrailerLine[] = {{"STR_TR, id=", 8, 8, 16}, {", status=", 16, 2, 4}, {", val_pld_sz=", 20, 8, 4}};
 constexpr PacketField ImageTrailerLine[] = {{", sz_y=", 28, 4, 8}};
 

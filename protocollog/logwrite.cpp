@@ -37,7 +37,7 @@ public:
     }
 
 private:
-    // Nothing for what is no time of day.
+    // Nothing for a number that is not a time of day.
     void AddTime(qlonglong time)
     {
         constexpr int Places[] = {36000000, 3600000, 600000, 60000, 10000, 1000, 100, 10, 1};

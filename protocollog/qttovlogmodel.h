@@ -25,7 +25,7 @@ public:
     explicit QtTovLogModel(QObject *parent = nullptr);
     ~QtTovLogModel() override;
 
-    // Every line, those that are no rows yet included. Makes each line's text anew; appending goes on meanwhile.
+    // Every line, also those that are not rows yet. Makes each line's text anew; appending goes on meanwhile.
     QList<QtTovLogViewer::LogData> log() const;
     // The same, line by line: nothing but the line in hand takes memory.
     void visitLog(std::function<void(QtTovLogViewer::LogData const &)> const &visit) const;
@@ -40,7 +40,7 @@ public:
 public Q_SLOTS:
     // `time` in milliseconds since the start of the day. Throws std::bad_alloc, with everything as it was.
     void append(qlonglong time, QString channel, QString message);
-    // Drops every line, those that are no rows yet included. From another thread the rows, and the memory, go when the
+    // Drops every line, also those that are not rows yet. From another thread the rows, and the memory, go when the
     // model's thread gets to it.
     void clear();
     void _q_delayedAppendData();

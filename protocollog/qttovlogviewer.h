@@ -46,7 +46,7 @@ protected:
     void keyPressEvent(QKeyEvent *event) override;
 
 private:
-    // Not known by name: the base class connects a slot of its own that is called the same, by name.
+    // Not a slot: the base class has one of this name, and connects it by its name.
     void _q_rowsInserted(const QModelIndex &parent, int start, int end);
 
     std::unique_ptr<QtTovLogViewerPrivate> const d;
