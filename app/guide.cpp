@@ -32,12 +32,13 @@ void Guide::Open()
     if (path.isEmpty())
         board.Report(
             NoticeTopic::Program, NoticeLevel::Warning,
-            QCoreApplication::translate("Guide", "The guide is not installed: it is docs/guide.md of the source"));
+            QCoreApplication::translate("Guide", "The guide is not installed; it is docs/guide.md in the source"));
     else if (QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
         board.Report(NoticeTopic::Program, NoticeLevel::Info,
                      QCoreApplication::translate("Guide", "The guide: %1").arg(path));
     else
         board.Report(
             NoticeTopic::Program, NoticeLevel::Warning,
-            QCoreApplication::translate("Guide", "No program here opens the guide; it is the text file %1").arg(path));
+            QCoreApplication::translate("Guide", "No program on this computer opens the guide; it is the text file %1")
+                .arg(path));
 }

@@ -24,12 +24,12 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QMainWindow>
-#include <QMenuBar>
 #include <QMessageBox>
 #include <QPointer>
 #include <QSettings>
 #include <QStandardPaths>
 
+#include <cstdint>
 #include <exception>
 #include <utility>
 
@@ -52,7 +52,7 @@ GuiManager::~GuiManager()
 {
     m_closed = true;
     cameraDisconnect();
-    m_panels.DeleteInspection(); // where the disconnection had to wait for a message
+    m_panels.DeleteInspection(); // still there if the disconnection had to wait for a message
     delete m_session;
     if (m_system)
         m_system->Release();
@@ -75,9 +75,11 @@ void GuiManager::LoadProducer()
     try {
         m_system->LoadTransportLayer(Producer);
     } catch (std::exception const &) {
-        // A producer that is not installed is no error.
+        // A missing producer is no error.
     }
 }
+
+// ---- Opening a camera -----------------------------------------------------------------------------------------------
 
 void GuiManager::cameraConnect()
 {
@@ -121,6 +123,8 @@ void GuiManager::ConnectAndRunAutoEvaluation()
         plugin->RunAutoEvaluation();
 }
 
+// ---- Configurations -------------------------------------------------------------------------------------------------
+
 void GuiManager::loadConfiguration()
 {
     QString const path =
@@ -142,7 +146,7 @@ void GuiManager::OpenConfiguration(QString const &path)
 {
     TovCam::Device *const device =
         TakeSystem() ? m_system->OpenDeviceFromConfiguration(path.toUtf8().constData(), nullptr) : nullptr;
-    if (m_system) { // in front of the message, which says no more than that there is no camera
+    if (m_system) { // before the message below, which only says that there is no camera
         TovCam::ConfigurationReport const report = m_system->GetConfigurationReport();
         ConfigurationNotice::Loaded(path, report.status, report);
     }
@@ -164,7 +168,7 @@ QString GuiManager::ConfigurationPlace(QString const &fileName) const
 
 bool GuiManager::AskConfigurationFile(QString const &title)
 {
-    // With the extension, for none is added.
+    // With the extension, because the dialog adds none.
     QString const name = m_configurationFile.isEmpty()
                              ? Report::SuggestedFileName(m_session->GetTitle()) + QStringLiteral(".tcfg")
                              : QFileInfo(m_configurationFile).fileName();
@@ -193,6 +197,8 @@ void GuiManager::saveConfigurationAs()
     saveConfiguration();
     updateGui();
 }
+
+// ---- The session and its panels -------------------------------------------------------------------------------------
 
 bool GuiManager::CreateSession(TovCam::Device *device)
 {
@@ -270,6 +276,8 @@ void GuiManager::Close()
     cameraDisconnect();
 }
 
+// ---- Messages -------------------------------------------------------------------------------------------------------
+
 void GuiManager::ShowCritical(QString const &text)
 {
     if (m_closed) {
@@ -285,6 +293,8 @@ void GuiManager::DisplayError(QString const &text, unsigned int code)
 {
     ShowCritical(code ? text + tr("\nError code: 0x{%1}").arg(code, 0, 16) : text);
 }
+
+// ---- Commands -------------------------------------------------------------------------------------------------------
 
 void GuiManager::cameraDisconnect()
 {
@@ -430,6 +440,8 @@ void GuiManager::showAboutDlg()
 {
     AboutDlgImpl(MainWindow(), m_session).exec();
 }
+
+// ---- What the session reports ---------------------------------------------------------------------------------------
 
 void GuiManager::updateGui()
 {

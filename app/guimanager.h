@@ -10,7 +10,6 @@
 #include <QPoint>
 #include <QString>
 
-#include <cstdint>
 #include <optional>
 
 class DisplayView;
@@ -37,8 +36,8 @@ public:
     // The panels around the current session; they go before it does.
     bool CreatePanels();
     void ClosePanels();
-    // The main window has just been closed and is about to hide: ends a recording and the session, with what would be
-    // asked or told going to the log alone. What a camera that does not answer could hold up has been stored before.
+    // For the main window, which has been closed and is about to hide: stores everything first, because the camera may
+    // not answer, then ends a recording and the session. Messages go to the log alone.
     void Close();
     // Opens the first camera there is and lets the plug-in drive the program.
     void ConnectAndRunAutoEvaluation();
@@ -50,9 +49,9 @@ public:
 public slots:
     void cameraConnect();
     void cameraDisconnect();
-    // Into the open camera, or else opens the camera that the file names.
+    // Loads a file into the open camera, or else opens the camera that the file names.
     void loadConfiguration();
-    void saveConfiguration(); // asks for the file only where none was loaded or saved before
+    void saveConfiguration(); // asks for a file only if none was loaded or saved before
     void saveConfigurationAs();
     void startAcquisition();
     void startTestBandwidth(); // asks first
@@ -66,7 +65,7 @@ public slots:
     void zoomFitToWnd();
     void zoomSpreadToWnd();
     void centerImage();
-    // Of the sending action: hides its panel if it can be seen, and else shows it in front of what covers it.
+    // Hides the panel of the sending action if it can be seen, and otherwise shows it in front of what covers it.
     void viewPlayerPanel();
     // Opens an inspection view of that pixel at that point of the screen, or brings the open one there.
     void inspect(QPoint position, QPoint pixel);

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::chrono::milliseconds LongestEnd{2500};
 
-// A camera or a file system that does not answer must not keep a process without a window. By then all settings are
-// stored, and the recording was the first to be ended.
+// A camera or a file system that does not answer must not keep the process alive without a window. By then all settings
+// are stored, and the recording was the first to be ended.
 void EndInAnyCase()
 {
     std::thread([] {

@@ -12,7 +12,7 @@ public:
     virtual QSettings *GetGlobalSettings() = 0; // never null
     virtual RigTestPlugin *GetRigTest() = 0;    // null in normal use
     virtual void ForgetRigTest() = 0;
-    // There is no pixel under the pointer any more.
+    // No pixel is under the pointer any more.
     virtual void clearCoordinatesAndValue()
     {
     }

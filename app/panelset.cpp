@@ -23,6 +23,7 @@
 #include <QSettings>
 #include <QTableView>
 
+#include <initializer_list>
 #include <utility>
 
 namespace {
@@ -147,7 +148,8 @@ void PanelSet::Remove(Panel *&panel)
         return;
     if (!m_statesStored)
         panel->SaveStateToGlobalSettings(m_window->GetGlobalSettings());
-    panel->CheckActionMenu(panel->GetActionName(), false); // hiding it would be remembered as the operator's wish
+    panel->CheckActionMenu(panel->GetActionName(),
+                           false); // not by hiding it, which would be stored as the operator's wish
     delete std::exchange(panel, nullptr);
 }
 

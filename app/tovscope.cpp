@@ -25,7 +25,7 @@ constexpr std::chrono::seconds LongestTip{8};
 
 } // namespace
 
-// Outside any namespace, as the macro asks for.
+// Outside any namespace, as the macro requires.
 static void initResources()
 {
     Q_INIT_RESOURCE(tovscope);
@@ -139,7 +139,7 @@ void TovScope::closeEvent(QCloseEvent *event)
 void TovScope::changeEvent(QEvent *event)
 {
     QMainWindow::changeEvent(event);
-    // A dialog that a button has opened takes the pointer away without the button's hearing of it.
+    // A dialog that a button has opened takes the pointer away, and the button is not told.
     if (event->type() == QEvent::ActivationChange && !isActiveWindow())
         m_ui.statusBar->clearMessage();
 }
@@ -225,7 +225,7 @@ void TovScope::writeSettings()
     settings->setValue(StateKey, saveState(StateVersion));
 }
 
-// Keys of the window, which floating panels share with it. No text of a menu tells them: the tooltips do.
+// Keys of the window, which work in its floating panels too. Tooltips tell them; the texts of the menus do not.
 void TovScope::MakeKeys()
 {
     using Name = char const *;
@@ -264,7 +264,7 @@ void TovScope::MakeKeys()
     for (QMenu *const menu : {m_ui.menuFile, m_ui.menuCamera, m_ui.menuView, m_ui.menuDisplay})
         menu->setToolTipsVisible(true);
 
-    // The first menu has a mnemonic. Letters that panels have for theirs are not to be had.
+    // The first menu has a mnemonic of its own. The letters avoid those of the panels' mnemonics.
     std::pair<Name, QMenu *> const menus[] = {
         {"Alt+A", m_ui.menuCamera}, {"Alt+W", m_ui.menuView}, {"Alt+D", m_ui.menuDisplay}, {"Alt+H", m_ui.menuHelp}};
     for (auto const &[text, menu] : menus)
@@ -280,14 +280,14 @@ void TovScope::AddKey(QKeySequence const &keys, QAction *action)
 {
     auto *const shortcut = new QShortcut(keys, this);
     shortcut->setAutoRepeat(action == m_ui.actionZoomIn || action == m_ui.actionZoomOut);
-    // An action that is triggered does not ask itself whether it may be used.
+    // Triggering an action does not check whether it is enabled.
     connect(shortcut, &QShortcut::activated, action, [action] {
         if (action->isEnabled())
             action->trigger();
     });
 }
 
-// For those who do not see the icons.
+// For screen readers.
 void TovScope::NameWidgets()
 {
     for (QToolBar *const bar : {m_ui.toolBarFile, m_ui.toolBarDisplay, m_ui.toolBarView}) {

@@ -21,7 +21,7 @@ class TovScope : public QMainWindow, public ManagedWindow
 {
     Q_OBJECT
 public:
-    // With `rigTest` the evaluation plug-in is loaded; with `autoRun` besides, the first camera is connected at once
+    // With `rigTest` the evaluation plug-in is loaded; with `autoRun` as well, the first camera is connected at once
     // and the plug-in set to work.
     TovScope(QWidget *parent, bool rigTest, bool autoRun);
     ~TovScope() override;

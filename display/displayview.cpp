@@ -130,7 +130,8 @@ void DisplayView::StopVideoTimer()
 int DisplayView::Stop()
 {
     if (!m_bStart) {
-        TovLog::Error(0, "DisplayView::Start: Invalid state: m_bStart==false"); // the word that logs have had
+        TovLog::Error(0,
+                      "DisplayView::Start: Invalid state: m_bStart==false"); // the wording that logs are searched for
         return 0;
     }
     {
@@ -447,7 +448,7 @@ std::optional<QPoint> DisplayView::PixelAt(QPoint global) const
 bool DisplayView::nativeEvent(QByteArray const &eventType, void *, long *)
 {
     TovLog::Debug(0, "DisplayView::nativeEvent()");
-    // Messages of another window system's kind are known and left alone like all others.
+    // Messages of another window system are recognised, and left alone like all others.
     if (eventType == "windows_generic_MSG")
         return false;
     return false;
@@ -503,7 +504,7 @@ void DisplayView::Refresh()
     } else if (_TovImage const *image = m_lastImage.Get(); image && shown != 0 && m_display) {
         auto const hold = m_lastImage.TryHold();
         if (!hold)
-            return; // a frame is here
+            return; // a new frame has come
         m_display->RefreshVideo(image);
         for (InspectSink *const view : m_inspectViews)
             view->RefreshImage(image);

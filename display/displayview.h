@@ -3,7 +3,7 @@
 //
 // Threads: the widget, the timer, the zoom commands, StartDisplaying and StopDisplaying on the GUI thread; Work and
 // what it calls on the display thread. m_updateMutex guards the wake-up flag, m_inspectViewsMutex the inspection views;
-// lastimage.h tells of the last image.
+// lastimage.h tells who may use the last image.
 #pragma once
 
 #include "frameshape.h"
@@ -79,7 +79,7 @@ public:
     // leaves before it or this view goes; once it has left, no call to it is under way. GUI thread.
     void AddInspectView(InspectSink *view);
     void RemoveInspectView(InspectSink *view);
-    // The image pixel at a point of the screen; nothing outside of the picture. GUI thread.
+    // The image pixel at a point of the screen; nothing outside the picture. GUI thread.
     std::optional<QPoint> PixelAt(QPoint global) const;
 
 signals:
@@ -136,7 +136,7 @@ private:
 
     // The pointer over the picture; GUI thread.
     std::optional<QPoint> m_pointer;
-    std::uint64_t m_framesSeen = 0; // at the tick before
+    std::uint64_t m_framesSeen = 0; // at the last tick
     int m_idleTicks = 0;            // ticks without a new frame
 
     // Whether the picture is older than it looks; GUI thread.

@@ -9,7 +9,6 @@
 #include <QKeyEvent>
 #include <QMainWindow>
 #include <QSettings>
-#include <QThread>
 
 #include <algorithm>
 
@@ -238,7 +237,7 @@ void InspectView::UpdateRectangle()
 
 bool InspectView::displayNativeEvent(QByteArray const &eventType, void * /*message*/, long * /*result*/)
 {
-    // Messages of another window system's kind are known and left alone like all others.
+    // Messages of another window system are recognised, and left alone like all others.
     if (eventType == "windows_generic_MSG")
         return false;
     return false;

@@ -2,7 +2,7 @@
 // renderer mark that part. The main view hands it each frame that it shows.
 //
 // Threads: DisplayImage and StopDisplaying on the display thread, everything else on the GUI thread. The main view's
-// list and its mutex hold both apart: a view that has left the list gets no frame more.
+// list and its mutex keep the two apart: a view that has left the list gets no more frames.
 #pragma once
 
 #include "frameshape.h"
@@ -46,7 +46,7 @@ public:
     // `mainDisplay` is the store of the main renderer, where the rectangle is marked; it may be null, and outlives the
     // view. `position` is on the screen, x and y are a point of the image. The view is made hidden.
     InspectView(QMainWindow *window, TovComponent *mainDisplay, QPoint position, double x, double y);
-    // Also while frames run.
+    // May run while frames come.
     ~InspectView() override;
 
     // With whether it is open, which the window's layout does not know.
@@ -55,8 +55,8 @@ public:
 
     // Takes a place in that view's list; the view outlives this one.
     void JoinDisplay(DisplayView *display);
-    // Puts that pixel of the image into the middle, as far as the picture's edges let it; at the first frame when
-    // there was none yet.
+    // Puts that pixel of the image into the middle, as far as the edges of the picture allow it; once the first frame
+    // has come.
     void LookAt(QPointF pixel);
 
     void StartDisplaying();

@@ -45,5 +45,5 @@ private:
     std::mutex m_overwriteMutex; // held while the pixels are overwritten
     std::atomic<_TovImage *> m_image{nullptr};
     std::atomic<std::uint64_t> m_count{0};
-    std::vector<_TovImage *> m_replaced; // a reader may hold them until Release; as MakeRoom and Release
+    std::vector<_TovImage *> m_replaced; // until Release, because a reader may hold them; used by MakeRoom and Release
 };

@@ -11,9 +11,9 @@ class StreamWatch
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    // So long nobody misses a frame.
+    // For this long nobody misses a frame.
     static constexpr std::chrono::seconds Patience{2};
-    // At most, for a stream whose frames are that far apart.
+    // The most, for a stream whose frames are far apart.
     static constexpr std::chrono::seconds LongestPatience{10};
 
     struct Silence

@@ -20,17 +20,17 @@ AboutDlgImpl::AboutDlgImpl(QWidget *parent, Session *session) : QDialog(parent)
     setupUi(this);
     setFixedSize(size());
 
-    QString text = QStringLiteral("Software information\nTovScope version:  ") + Version + QLatin1Char('\n');
+    QString text = tr("Software information\nTovScope version:  ") + Version + QLatin1Char('\n');
     if (session) {
         m_title = session->GetTitle();
         // The caption is the same for every kind of camera.
-        text += QStringLiteral("U3V driver version: ") +
+        text += tr("U3V driver version: ") +
                 QString::fromUtf8(session->GetDevice()->GetDeviceInfo()->GetInterface()->GetDriverVersion()) +
                 QLatin1Char('\n') + session->GetCameraInfo();
     }
     m_report = text;
     Report::Show(textBrowser, m_report);
-    aboutText->setText(QStringLiteral("TovScope Application v") + Version);
+    aboutText->setText(tr("TovScope Application v") + Version);
 
     connect(buttonCopy, &QPushButton::pressed, this, &AboutDlgImpl::Copy);
     connect(buttonSave, &QPushButton::pressed, this, &AboutDlgImpl::Save);

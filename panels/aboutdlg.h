@@ -1,4 +1,4 @@
-// Tells the versions, and with a camera its report as well. Modal; GUI thread only.
+// Shows the versions and, with a camera, its report as well. Modal; GUI thread only.
 #pragma once
 
 #include "ui_aboutdlg.h"

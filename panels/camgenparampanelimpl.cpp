@@ -16,7 +16,7 @@ CamGenParamPanelImpl::CamGenParamPanelImpl(QMainWindow *window)
     : PlayerPanel(window, QStringLiteral("actionGenICamTree"), Period)
 {
     setupUi(this);
-    setAccessibleName(tr("Camera parameters")); // the title is a name with a mark-up in it
+    setAccessibleName(tr("Camera parameters")); // the title has mark-up in it
     setFloating(false);
     m_mainWindow->addDockWidget(Qt::LeftDockWidgetArea, this);
     m_mainWindow->resizeDocks({this}, {width()}, Qt::Horizontal); // unless a stored layout says otherwise

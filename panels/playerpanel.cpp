@@ -234,7 +234,7 @@ bool PlayerPanel::IsAlive(PlayerPanel *panel)
 void PlayerPanel::UpdateFromComponent(QString const &name)
 {
     if (name.isEmpty()) {
-        // By index: a refresh may lead to a link more.
+        // By index: a refresh may add a link.
         for (std::size_t i = 0; i < m_links.size(); ++i) {
             if (QString const param = m_links[i].paramName; !param.isEmpty())
                 UpdateFromComponent(param);
@@ -315,8 +315,7 @@ void PlayerPanel::UpdateByTimer()
         UpdateFromComponent(name);
 }
 
-// There is no mark of a refresh by the program, and none is needed: setText does not end an edit, and setChecked tells
-// only of real changes.
+// Refreshes by the program need no mark: setText does not end an edit, and setChecked signals real changes alone.
 ParamLink PlayerPanel::SenderLink(QObject *control) const
 {
     if (auto *const edit = qobject_cast<QLineEdit *>(control))
@@ -334,7 +333,7 @@ void PlayerPanel::IntegerEditChanged()
 void PlayerPanel::FloatEditChanged()
 {
     auto *const edit = qobject_cast<QLineEdit *>(sender());
-    // Under the name of the control. That is meant.
+    // Under the name of the control: an edit that is not called like its parameter writes nothing.
     if (ParamLink const link = SenderLink(edit); link.component)
         link.component->SetParamFloat(link.controlName.toLocal8Bit().constData(), edit->text().toDouble());
 }
@@ -342,7 +341,7 @@ void PlayerPanel::FloatEditChanged()
 void PlayerPanel::StringEditChanged()
 {
     auto *const edit = qobject_cast<QLineEdit *>(sender());
-    // A field that was entered and left has nothing to say, and may show its value worse than it is.
+    // A field that was entered and left unchanged writes nothing: it may show its value rounded.
     bool const typed = edit && (edit->isModified() || edit->text() != edit->property(ShownText).toString());
     if (ParamLink const link = SenderLink(edit); link.component && typed) {
         link.component->SetParamString(link.paramName.toLocal8Bit().constData(), edit->text().toUtf8().constData());
@@ -373,8 +372,8 @@ bool PlayerPanel::CanBeSeen() const
     if (!isVisible() || window()->isMinimized())
         return false;
     if (!isWindow())
-        return !visibleRegion().isEmpty(); // a tab behind another one lies outside of the window
-    // Only this platform tells what lies upon a window.
+        return !visibleRegion().isEmpty(); // a tab behind another one lies outside the window
+    // Only this platform tells what covers a window.
     if (QGuiApplication::platformName() != QLatin1String("xcb"))
         return true;
     QRect const inner = rect().adjusted(width() / 8, height() / 8, -width() / 8, -height() / 8);

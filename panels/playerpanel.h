@@ -5,8 +5,8 @@
 // panel's timer refreshes each queued key once a period, so a parameter may change as often as it likes.
 //
 // Threads: the GUI thread. OnParamChanged and UpdateFromComponentAsync may be called, and enableControl be emitted, on
-// any; a panel without a timer is refreshed on the thread that makes the change, so it may show only
-// what the GUI thread changes.
+// any. A panel without a timer is refreshed on the thread that makes the change, so it may only show what the GUI
+// thread changes.
 #pragma once
 
 #include <QDockWidget>
@@ -61,7 +61,7 @@ public:
     // Link a widget, connect it unless it is read-only, and show the parameter's value. A control or a parameter that
     // is linked twice is found by its first link.
     void AddIntegerEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component);
-    // What is typed is written under the edit's object name, not under `param`: the two are to be the same.
+    // What is typed is written under the edit's object name, not under `param`: the two have to be the same.
     void AddFloatEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component);
     bool AddStringEdit(QLineEdit *edit, char const *param, TovComponent *component);
     // A null component leaves the box unchecked and unwritten.
@@ -87,11 +87,11 @@ public:
     // Tells every panel that shows the parameter. Any thread; always 0.
     static unsigned int OnParamChanged(unsigned int component, _TovStParam *param);
 
-    // False also for a tab behind another one, a minimised window, and one that others cover wholly.
+    // False also for a tab behind another one, a minimised window, and a window that others cover wholly.
     bool CanBeSeen() const;
     // Hides the panel if it can be seen; else shows it in front of what covers it. The menu action follows.
     void ShowOrHide();
-    // A floating panel wholly onto its screen, smaller if it must be.
+    // Moves a floating panel wholly onto its screen, and makes it smaller if it must.
     void KeepOnScreen();
 
     // Checks the actions of that name in all menus of the main window.
@@ -111,7 +111,7 @@ public slots:
     void UpdateByTimer();
 
 protected:
-    // Takes the size at once that its contents need, which the event loop would give it later.
+    // Gives the panel at once the size that its contents need, which it would get from the event loop later.
     void SettleLayout();
     void closeEvent(QCloseEvent *event) override;
     void showEvent(QShowEvent *event) override;

@@ -21,7 +21,7 @@ QString Report::SuggestedFileName(QString title)
 void Report::Write(QString const &path, QString const &text)
 {
     QFile file(path);
-    // Not truncated, and that is meant.
+    // Not truncated: what a longer file holds behind the text stays.
     if (file.open(QIODevice::ReadWrite | QIODevice::Text))
         file.write(text.toUtf8());
 }

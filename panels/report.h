@@ -13,8 +13,8 @@ void Show(QTextBrowser *browser, QString const &text);
 // The file name that a session's title suggests.
 QString SuggestedFileName(QString title);
 
-// Writes the text in UTF-8, silently nothing where the file cannot be opened. What a longer file held behind the text
-// stays there.
+// Writes the text in UTF-8; a file that cannot be opened is silently left alone. What a longer file held behind the
+// text stays there.
 void Write(QString const &path, QString const &text);
 
 } // namespace Report

@@ -26,13 +26,13 @@ constexpr struct
     char const *key;
     char const *label;
 } Rows[] = {
-    {"FramesAcquired", "Frames acquired"},
-    {"Timestamp", "Timestamp [ns]"},
-    {"FrameID", "Current BlockID"},
-    {"FramesDroppedHW", "Frames dropped"},
-    {"FpsInst", "FPS"},
-    {"Speed", "Thoughput [MB/s]"}, // spelled so wherever it is read
-    {"FramesIncomp", "Frames incompleted"},
+    {"FramesAcquired", QT_TRANSLATE_NOOP("StatisticsPanelImpl", "Frames acquired")},
+    {"Timestamp", QT_TRANSLATE_NOOP("StatisticsPanelImpl", "Timestamp [ns]")},
+    {"FrameID", QT_TRANSLATE_NOOP("StatisticsPanelImpl", "Current BlockID")},
+    {"FramesDroppedHW", QT_TRANSLATE_NOOP("StatisticsPanelImpl", "Frames dropped")},
+    {"FpsInst", QT_TRANSLATE_NOOP("StatisticsPanelImpl", "FPS")},
+    {"Speed", QT_TRANSLATE_NOOP("StatisticsPanelImpl", "Thoughput [MB/s]")}, // spelled so in copied tables
+    {"FramesIncomp", QT_TRANSLATE_NOOP("StatisticsPanelImpl", "Frames incompleted")},
 };
 
 bool IsRate(int row)
@@ -90,7 +90,7 @@ StatisticsPanelImpl::StatisticsPanelImpl(QMainWindow *window, PanelHost *host)
 
     TovComponent *const grabber = host->GetSession()->GetGrabber();
     for (auto const &row : Rows)
-        AddTableParam(statisticsTable, row.key, grabber, row.label);
+        AddTableParam(statisticsTable, row.key, grabber, tr(row.label).toUtf8().constData());
     statisticsTable->resizeColumnToContents(0);
 }
 

@@ -46,9 +46,9 @@ QVariant TovParamTableModel::headerData(int section, Qt::Orientation orientation
         return {};
     switch (section) {
     case 0:
-        return QStringLiteral("Parameter");
+        return tr("Parameter");
     case 1:
-        return QStringLiteral("Value");
+        return tr("Value");
     default:
         return QAbstractTableModel::headerData(section, orientation, role);
     }
@@ -73,7 +73,7 @@ QString TovParamTableModel::RowText(TableParam const &param) const
 void TovParamTableModel::CopyField(QModelIndex const &index) const
 {
     int row = index.row();
-    if (row > m_params.size()) // a row just past the end stays: that is meant, and it copies an empty record
+    if (row > m_params.size()) // a row just past the end stays, and copies an empty record
         row = 0;
     TableParam const param = m_params.value(row, {nullptr, QString(), QString()});
     QGuiApplication::clipboard()->setText(RowText(param), QClipboard::Clipboard);

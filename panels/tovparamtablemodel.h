@@ -34,7 +34,8 @@ public:
 
     // The value as text, "n/a" when the component does not tell it.
     QString GetParamString(TovComponent *component, QString const &key) const;
-    // To the clipboard: label, tab and the value at this moment; the second one every row with a line feed behind it.
+    // To the clipboard: label, tab and the value at this moment. The second one copies every row, with a line feed
+    // behind each.
     void CopyField(QModelIndex const &index) const;
     void CopyTable() const;
 

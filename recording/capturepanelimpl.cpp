@@ -45,6 +45,12 @@ void mark(QWidget *widget, QString const &text, QRgb colour)
         widget->setPalette(palette);
 }
 
+// One of the panel's constants, as the menu shows it.
+QString Caption(QString const &constant)
+{
+    return CapturePanelImpl::tr(constant.toUtf8().constData());
+}
+
 void showAll(std::initializer_list<QWidget *> widgets, bool visible)
 {
     for (QWidget *const widget : widgets)
@@ -53,11 +59,14 @@ void showAll(std::initializer_list<QWidget *> widgets, bool visible)
 
 } // namespace
 
-QString const CapturePanelImpl::kReset = QStringLiteral("Reset");
-QString const CapturePanelImpl::kAddPcDateAndTime = QStringLiteral("Add PC Date and Time");
-QString const CapturePanelImpl::kAddPcTimestamp = QStringLiteral("Add PC Timestamp");
-QString const CapturePanelImpl::kAddImageId = QStringLiteral("Add Image ID");
-QString const CapturePanelImpl::kAddImageTimestamp = QStringLiteral("Add Image Timestamp");
+QString const CapturePanelImpl::kReset = QStringLiteral(QT_TRANSLATE_NOOP("CapturePanelImpl", "Reset"));
+QString const CapturePanelImpl::kAddPcDateAndTime =
+    QStringLiteral(QT_TRANSLATE_NOOP("CapturePanelImpl", "Add PC Date and Time"));
+QString const CapturePanelImpl::kAddPcTimestamp =
+    QStringLiteral(QT_TRANSLATE_NOOP("CapturePanelImpl", "Add PC Timestamp"));
+QString const CapturePanelImpl::kAddImageId = QStringLiteral(QT_TRANSLATE_NOOP("CapturePanelImpl", "Add Image ID"));
+QString const CapturePanelImpl::kAddImageTimestamp =
+    QStringLiteral(QT_TRANSLATE_NOOP("CapturePanelImpl", "Add Image Timestamp"));
 
 CapturePanelImpl::CapturePanelImpl(QMainWindow *window, PanelHost *host)
     : PlayerPanel(window, QStringLiteral("actionCapture"), Period),
@@ -122,7 +131,7 @@ void CapturePanelImpl::FillFormats()
     FileFormatChanged(index);
 }
 
-// The serializer is asked how much it has to tell, and no more: the list is this one, whatever it would be. Meant.
+// The serializer is only asked how long its list is: whatever stands in it, this one compressor is offered.
 void CapturePanelImpl::FillCompressors()
 {
     if (m_serializer) {
@@ -138,13 +147,13 @@ void CapturePanelImpl::FillCompressors()
 
 void CapturePanelImpl::BuildNameMenu()
 {
-    m_nameMenu.addAction(kReset);
+    m_nameMenu.addAction(Caption(kReset));
     m_nameMenu.addSeparator();
-    m_nameMenu.addAction(kAddPcDateAndTime);
-    m_nameMenu.addAction(kAddPcTimestamp);
+    m_nameMenu.addAction(Caption(kAddPcDateAndTime));
+    m_nameMenu.addAction(Caption(kAddPcTimestamp));
     m_nameMenu.addSeparator();
-    m_nameMenu.addAction(kAddImageId);
-    m_nameMenu.addAction(kAddImageTimestamp);
+    m_nameMenu.addAction(Caption(kAddImageId));
+    m_nameMenu.addAction(Caption(kAddImageTimestamp));
     connect(&m_nameMenu, &QMenu::triggered, this, &CapturePanelImpl::OnNameTemplatesMenu);
 }
 
@@ -155,7 +164,7 @@ void CapturePanelImpl::SetCurrentSession(Session *session)
     UpdateAll();
 }
 
-// "NormalizedTiff" has no link: its box does not reach it. That is meant.
+// "NormalizedTiff" has no link: its box changes nothing.
 void CapturePanelImpl::SetupCtlParams()
 {
     AddIntegerEdit(edBuferQueueSize, "QueueSize", nullptr, m_grabber);
@@ -237,7 +246,7 @@ void CapturePanelImpl::FileFormatChanged(int n)
     showAll({labelJpgQual, edJpgQuality}, m_fileFormat == ImageWriter::FormatJpg);
     showAll({labelFPS, edFPS, btnGetFpsFromCamera, labelCompressor, cbCompressor, btnCompressorOptions},
             m_fileFormat == ImageWriter::FormatAvi);
-    // Before the panel is shown, a layout inside a layout does not learn of it by itself.
+    // Before the panel is shown, a layout inside a layout does not notice by itself.
     for (QLayout *const part : {static_cast<QLayout *>(formatRow), static_cast<QLayout *>(compressorRow),
                                 static_cast<QLayout *>(filesLayout)})
         part->invalidate();
@@ -266,7 +275,7 @@ void CapturePanelImpl::GetFpsFromCamera()
     m_writer->SetParamFloat("MovieFPS", std::max(fps, LeastFps));
 }
 
-// At the button of the image's name for both.
+// Beside the button of the image's name, for the movie's as well.
 void CapturePanelImpl::ShowNameTemplatesMenu()
 {
     m_nameMenu.popup(btnFileName->mapToGlobal(QPoint(btnFileName->width() - 1, 0)));
@@ -276,15 +285,15 @@ void CapturePanelImpl::OnNameTemplatesMenu(QAction *in)
 {
     QLineEdit *const target = IsMovie() ? edMovieFileName : edFileName;
     QString const caption = in->text();
-    if (caption == kReset)
+    if (caption == Caption(kReset))
         target->setText(IsMovie() ? QStringLiteral("movie") : QStringLiteral("image_${image.id}"));
-    else if (caption == kAddPcDateAndTime)
+    else if (caption == Caption(kAddPcDateAndTime))
         target->setText(target->text() + QStringLiteral("${date:%Y-%b-%d}_${time:%H%M%S_%fff}"));
-    else if (caption == kAddPcTimestamp)
+    else if (caption == Caption(kAddPcTimestamp))
         target->setText(target->text() + QStringLiteral("${date:%Y%m%d}_${time}"));
-    else if (caption == kAddImageId)
+    else if (caption == Caption(kAddImageId))
         target->setText(target->text() + QStringLiteral("#${image.id}"));
-    else if (caption == kAddImageTimestamp)
+    else if (caption == Caption(kAddImageTimestamp))
         target->setText(target->text() + QStringLiteral("${image.time}"));
     emit target->editingFinished(); // which carries it into the parameter
 }
@@ -305,7 +314,7 @@ void CapturePanelImpl::FolderSelect()
     dialog.setOption(QFileDialog::ShowDirsOnly);
     if (dialog.exec() != QDialog::Accepted || !alive)
         return;
-    // A folder that was selected, but not entered, is meant as well.
+    // A folder that was selected, but not entered, counts as well.
     QStringList const chosen = dialog.selectedFiles();
     if (!chosen.isEmpty())
         dialog.setDirectory(chosen.first());

@@ -34,7 +34,7 @@ public:
     // With its groups side by side.
     QSize sizeHint() const override;
 
-    // What is being typed counts, though its field was not left yet.
+    // Takes what is being typed, although its field has not been left yet.
     void FinishEditing();
 
 public slots:
@@ -42,7 +42,7 @@ public slots:
     void FolderSelect();
     void CompressorChanged(int sel);
     void GetFpsFromCamera();
-    void ShowCompressorOptions(); // reserved
+    void ShowCompressorOptions(); // does nothing: no compressor has options
     void ShowNameTemplatesMenu();
     void OnNameTemplatesMenu(QAction *in);
 
@@ -57,8 +57,8 @@ private:
     void FillCompressors();
     void BuildNameMenu();
     void SetUpForm();
-    void ShowRecording(); // what of it is not whole: by colours and tooltips
-    // An action of the host, and the buttons as they are to be afterwards.
+    void ShowRecording(); // marks what is not whole by colours and tooltips
+    // Runs an action of the host, and then shows the buttons as they have to be.
     void Ask(void (PanelHost::*action)());
     QSize SizeSideBySide() const; // that the groups need
 

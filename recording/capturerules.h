@@ -27,8 +27,8 @@ public:
     virtual bool IsFinished(_TovImage *image) = 0;
 };
 
-// One frame. Frames beyond it are asked about as well until the recording has been stopped; the count wraps after 256
-// of them, which is meant.
+// One frame. Frames beyond it are asked about as well until the recording has been stopped; the count wraps, so the
+// 257th would be written too.
 class CaptureRuleSnap : public CaptureRule
 {
 public:

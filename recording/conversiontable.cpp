@@ -1,4 +1,4 @@
-// The types that a recording converts from and to.
+// What a recording converts the pixels of a frame to.
 #include "imagewriter.h"
 
 #include "tovimage.h"
@@ -6,6 +6,7 @@
 namespace {
 
 constexpr std::uint32_t None = 0;
+constexpr std::uint32_t FamilyShift = 24;
 
 } // namespace
 
@@ -43,3 +44,15 @@ std::uint32_t const ImageWriter::s_convertionPixTypeMap[PixTypeCount][FileFormat
     MOSAICS(TV_PIXEL_RGB10),
     MOSAICS(TV_PIXEL_RGB12),
 };
+
+std::uint32_t ImageWriter::GetOutputPixType(std::uint32_t type, FileFormat format) const
+{
+    auto const row = m_inputPixTypes.find(type);
+    if (row == m_inputPixTypes.end() || static_cast<std::uint64_t>(format) >= FileFormatCount)
+        return type;
+    std::uint32_t const output = s_convertionPixTypeMap[row->second][format];
+    bool const eightBits = ((type >> 16) & 0xFF) == 8;
+    if (format != FormatTif || !TovLoadBound(m_normalizedTiff) || eightBits)
+        return output;
+    return type >> FamilyShift == TOV_FAMILY_BAYER ? TV_PIXEL_RGB16 : TV_PIXEL_MONO16;
+}

@@ -18,8 +18,8 @@ public:
     // The serializer has taken a frame, and `readable` frames are in its file by now: -1 where it does not know, which
     // stands for all.
     void AddWritten(bool incomplete, std::int64_t readable);
-    // The file is closed. What was taken and is not in it has failed; the number of those that were not known to have
-    // failed before. Negative where frames that were refused with an error have got into the file all the same.
+    // The file is closed. What was taken and is not in it has failed. Returns how many failed that were not known to
+    // have failed before; negative if frames that were refused with an error have got into the file all the same.
     std::int64_t Close(std::int64_t readable);
 
     std::int64_t Written() const // taken by the serializer

@@ -100,7 +100,7 @@ std::string ImageParser::parse(char const *format, _TovImage *image, bool valida
     }
     m_image = image;
 
-    // A pass uses up characters of the template that no command gives back: it ends.
+    // It ends: each pass uses up characters of the template, and no command gives any back.
     std::size_t previous = std::string::npos;
     for (;;) {
         std::size_t const begin = text.find(cmdBeg);
@@ -123,7 +123,7 @@ bool ImageParser::validateFormatting(std::string &format, bool /*unused*/, bool 
     for (char const *prefix : {"${time:", "${date:"}) {
         for (std::size_t found = format.find(prefix); found != std::string::npos;
              found = format.find(prefix, found + 1)) {
-            // To the end of the text, not only to the closing brace. That is meant.
+            // To the end of the text, not only to the closing brace: a % in what follows may become # too.
             for (std::size_t i = found + std::strlen(prefix); i < format.size(); ++i) {
                 if (format[i] == '%' && std::string_view(FORMATTING).find(format.at(i + 1)) == std::string_view::npos) {
                     format[i] = '#';
@@ -204,7 +204,7 @@ std::string ImageParser::formatTime(char const *format)
             value /= 10;
         char fraction[16];
         std::snprintf(fraction, sizeof fraction, "%0*d", static_cast<int>(count), value);
-        // As many characters behind the token are swallowed as stand before it. That is meant.
+        // Behind the token as many characters go as stand before it: "%H%f%S" loses its "%S".
         text.replace(position, count + position + 1, fraction);
     }
     std::time_t const seconds = m_clockS;

@@ -35,7 +35,7 @@ public:
 
     // Null and the empty template give the empty string. `image` may be null. With `validate` formats of time and date
     // are repaired first. What a command gives is expanded as well. A command right behind one that gave nothing stays
-    // as it stands; that is meant.
+    // as it stands.
     virtual std::string parse(char const *format, _TovImage *image, bool validate);
     // Repairs `format` in place; true when there was nothing to repair. Throws std::out_of_range, with the repairs done
     // so far, for a % at the end of the text that a format of time or date would reach. `replaceForbidden` is for
@@ -64,6 +64,6 @@ public:
     // result. A replacement that holds a character of `chars` itself leaves the text as it is.
     static std::string replaceChars(std::string &text, char const *replacement, char const *chars);
     // Appends the commands of `text`, without their braces, and gives how many they are. It sees the first command
-    // alone, and none at the very beginning of the text; that is meant.
+    // alone, and none at the very beginning of the text.
     static int buildCommandsList(std::string const &text, std::vector<std::string> &list);
 };

@@ -32,7 +32,6 @@ constexpr auto NotReadyPause = std::chrono::milliseconds(1);
 // Gives the queued report time to reach the session, which stops the writer.
 constexpr auto ReportPause = std::chrono::milliseconds(200);
 constexpr auto RoomPeriod = std::chrono::seconds(1);
-constexpr std::uint32_t FamilyShift = 24;
 
 // Gives a buffer back to the stream, on every path.
 class HeldBuffer
@@ -171,7 +170,7 @@ bool ImageWriter::StopWriting()
         if (m_writing)
             SettleAtStop(status);
     } catch (...) {
-        failure = std::current_exception(); // the session's to tell, once the rest is done
+        failure = std::current_exception(); // for the session to tell, once the rest is done
         if (m_writing)
             SettleAtStop(TOV_SERIALIZER_ERR_MEMORY);
     }
@@ -238,7 +237,7 @@ void ImageWriter::CloseLedger()
     m_ledger.failed = m_tally.Failed();
     m_ledger.queued = now.queued + now.withConsumers;
     if (m_evaluated) {
-        m_report.Forget(); // the plug-in keeps its own books
+        m_report.Forget(); // the plug-in does its own accounting
         return;
     }
     m_report.End(m_ledger);
@@ -295,18 +294,6 @@ char const *ImageWriter::GetFileExtension() const
         return ".tvm"; // the file's name gets two dots
     }
     return "";
-}
-
-std::uint32_t ImageWriter::GetOutputPixType(std::uint32_t type, FileFormat format) const
-{
-    auto const row = m_inputPixTypes.find(type);
-    if (row == m_inputPixTypes.end() || static_cast<std::uint64_t>(format) >= FileFormatCount)
-        return type;
-    std::uint32_t const output = s_convertionPixTypeMap[row->second][format];
-    bool const eightBits = ((type >> 16) & 0xFF) == 8;
-    if (format != FormatTif || !TovLoadBound(m_normalizedTiff) || eightBits)
-        return output;
-    return type >> FamilyShift == TOV_FAMILY_BAYER ? TV_PIXEL_RGB16 : TV_PIXEL_MONO16;
 }
 
 std::string ImageWriter::GetText(char const *key)
@@ -434,7 +421,7 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
         WindUp(steps);
 }
 
-// An exception, such as for want of memory, is a failure like any other.
+// An exception, such as for lack of memory, is a failure like any other.
 bool ImageWriter::Try(bool (ImageWriter::*step)(_TovImage *image), _TovImage *image)
 {
     try {

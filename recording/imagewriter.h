@@ -2,13 +2,14 @@
 // single files or as one movie, under the capture rule in force, and keeps the recording's counters. With the
 // evaluation plug-in loaded the same thread feeds frames to the plug-in instead, and writes nothing.
 //
-// The thread holds one buffer at a time and gives it back on every path. It never drops a frame that it has taken but
-// by the rule; when it is slower than the camera, the FIFO drops the newest frames and counts them.
+// The thread holds one buffer at a time and gives it back on every path. Of the frames that it has taken it drops only
+// those that the rule does not want; when it is slower than the camera, the FIFO drops the newest frames and counts
+// them.
 //
 // Threads: StartWriting and StopWriting on the GUI thread; Work and everything under it on the own thread; parameters
-// from any thread, through the storage. The signals are emitted on the own thread. It has no messages: every failure
-// winds the recording up through WritingDone, but for a single file that cannot be written, which costs its frame. What
-// failed and why goes to the operator through a RecordingReport.
+// from any thread, through the storage. The signals are emitted on the own thread. Every failure winds the
+// recording up through WritingDone, except that a single file that cannot be written costs its frame alone. What failed
+// and why goes to the operator through a RecordingReport.
 #pragma once
 
 #include "capturerules.h"

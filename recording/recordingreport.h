@@ -1,6 +1,6 @@
 // What the operator is told of a recording: while it runs, for how long it has, what it has saved, what failed and why,
-// and the room that is left; afterwards its ledger, until the next one starts. It stands on the notice board; who shows
-// it in another way hears of each change.
+// and the room that is left; afterwards its ledger, until the next one starts. It stands on the notice board; whoever
+// shows it in another way hears of each change.
 //
 // Threads: the GUI thread, which makes it; Failed and SetFreeBytes from the recording thread as well.
 #pragma once
@@ -36,11 +36,11 @@ public:
     // `soFar` tells what of the ledger is known meanwhile; it is called on the GUI thread until End or Forget.
     void Begin(bool snap, std::function<RecordingLedger()> soFar);
     void End(RecordingLedger const &ledger);
-    // There was nothing to tell of.
+    // There was nothing to report.
     void Forget();
 
-    // So many frames more; 0 for what went wrong at the end without costing a frame. A reason that is new is shown at
-    // once: true.
+    // That many more frames have failed; 0 for what went wrong at the end without costing a frame. True for a new
+    // reason, which is shown at once.
     bool Failed(std::int64_t frames, RecordingFailure const &failure);
     // Of the folder; -1 where it is not known.
     void SetFreeBytes(std::int64_t bytes);
@@ -50,7 +50,7 @@ public:
     RecordingLedger const &GetLedger() const;
     // What failed and why, one sentence; empty when nothing did.
     QString GetFailures() const;
-    bool IsPlaceRefused() const; // another folder or name may mend it
+    bool IsPlaceRefused() const; // another folder or name may help
 
 signals:
     void changed();
