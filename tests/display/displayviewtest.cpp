@@ -7,7 +7,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include <climits>
 #include <cstring>
 
 namespace {
@@ -264,18 +263,6 @@ TEST_F(DisplayViewTest, AStillPictureFollowsTheZoomIntoItsPixels)
     EXPECT_TRUE(view->Colorize(true, 254, 255, 256, false)); // black becomes green
     QImage const picture = view->grab().toImage();
     EXPECT_NE(picture.pixel(100, 75) == qRgb(0, 255, 0), picture.pixel(101, 75) == qRgb(0, 255, 0));
-}
-
-// ---- Tables and rectangles ------------------------------------------------------------------------------------------
-
-TEST_F(DisplayViewTest, TheDumpRectangleCountsBothEnds)
-{
-    view->drawHexPixelDumpRectangle(10, 20, 1, 2);
-    for (int y = 19; y < 24; ++y)
-        for (int x = 9; x < 13; ++x)
-            EXPECT_EQ(view->isInRectangle(x, y), QRect(10, 20, 2, 3).contains(x, y)) << x << " " << y;
-    view->onStartPointChanged(INT_MAX - 1, -5);
-    EXPECT_TRUE(view->isInRectangle(INT_MAX, -3));
 }
 
 } // namespace
