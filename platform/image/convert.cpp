@@ -1,7 +1,7 @@
 // Conversion between pixel types, line by line.
 #include "lineops.h"
 #include "mosaic.h"
-#include "scratch.h"
+#include "framememory.h"
 
 #include <algorithm>
 #include <cstring>
@@ -194,10 +194,10 @@ private:
     bool const m_blueFirst;          // the destination's order
     YuvOrder const m_yuvOrder;       // the source's
     // One line each.
-    Scratch<T> const m_samples;
-    Scratch<T> const m_channels;
-    Scratch<T> const m_colours;
-    Scratch<T> const m_grey;
+    FrameMemory<T> const m_samples;
+    FrameMemory<T> const m_channels;
+    FrameMemory<T> const m_colours;
+    FrameMemory<T> const m_grey;
 };
 
 bool IsSupported(TovPixelTypeInfo const &to, TovPixelTypeInfo const &from)

@@ -1,7 +1,7 @@
 #include "mosaic.h"
 
 #include "bayer.h"
-#include "scratch.h"
+#include "framememory.h"
 
 #include <algorithm>
 
@@ -112,7 +112,7 @@ private:
     int const m_height;
     std::size_t const m_step;
     int const m_lines;
-    Scratch<T> const m_samples;
+    FrameMemory<T> const m_samples;
 };
 
 // The lines of a mosaic as samples T: where they stand if they are such already, else unpacked, a few at a time.
@@ -149,7 +149,7 @@ private:
     TovPixelTypeInfo const &m_info;
     _TovImage const &m_source;
     bool const m_inPlace;
-    Scratch<T> const m_samples;
+    FrameMemory<T> const m_samples;
     int m_held[REACH] = {-1, -1, -1};
 };
 
@@ -191,7 +191,7 @@ void DemosaicBayer(TovPixelTypeInfo const &info, _TovImage const &source, bool b
         return;
     }
     MosaicLines<T> lines(info, source);
-    Scratch<T> const colours(3 * std::size_t(source.width));
+    FrameMemory<T> const colours(3 * std::size_t(source.width));
     for (int y = 0; y < height; ++y) {
         interpolate(lines, y, 0, reinterpret_cast<std::uint8_t *>(colours.Data()));
         sink(std::uint32_t(y), colours.Data());
@@ -228,10 +228,10 @@ void DemosaicTrueSense(TovPixelTypeInfo const &info, _TovImage const &source, bo
     }
 
     int const rows = strip.Lines() + 2 * MARGIN;
-    Scratch<float> whiteMemory(std::size_t(step) * rows);
-    Scratch<float> differenceMemory(3 * std::size_t(step) * rows);
-    Scratch<float> spreadMemory(3 * std::size_t(step) * rows);
-    Scratch<T> line(3 * std::size_t(width));
+    FrameMemory<float> whiteMemory(std::size_t(step) * rows);
+    FrameMemory<float> differenceMemory(3 * std::size_t(step) * rows);
+    FrameMemory<float> spreadMemory(3 * std::size_t(step) * rows);
+    FrameMemory<T> line(3 * std::size_t(width));
     cv::Mat const weights = (cv::Mat_<float>(1, 2 * REACH + 1) << 1, 2, 3, 4, 3, 2, 1);
 
     for (int top = 0; top < height; top += strip.Lines()) {
