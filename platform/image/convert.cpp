@@ -1,7 +1,7 @@
 // Conversion between pixel types, line by line.
+#include "framememory.h"
 #include "lineops.h"
 #include "mosaic.h"
-#include "framememory.h"
 
 #include <algorithm>
 #include <cstring>

@@ -198,6 +198,51 @@ void DemosaicBayer(TovPixelTypeInfo const &info, _TovImage const &source, bool b
     }
 }
 
+constexpr int TilePeriod = 4; // of the mosaics with white pixels
+
+// The tile of such a mosaic.
+struct WhiteTile
+{
+    WhiteTile(TovPixelTypeInfo const &info, bool blueFirst)
+    {
+        for (unsigned y = 0; y < TilePeriod; ++y) {
+            for (unsigned x = 0; x < TilePeriod; ++x) {
+                char const colour = TovGetFilterColour(&info, x, y);
+                place[y][x] = colour == 'W' ? -1 : colour == 'G' ? 1 : (colour == 'R') != blueFirst ? 0 : 2;
+                if (place[y][x] >= 0)
+                    ++filters[place[y][x]];
+            }
+        }
+    }
+
+    int place[TilePeriod][TilePeriod]; // of the colour in the output, or -1 for white
+    int filters[3] = {0, 0, 0};        // of each colour
+};
+
+// White at every pixel but the outermost of a strip that begins with a tile, and where there is a colour's filter, how
+// much it differs from white.
+template<class T>
+void SplitWhite(WhiteTile const &tile, T const *strip, cv::Mat &white, cv::Mat &difference)
+{
+    int const step = white.cols;
+    difference.setTo(0);
+    for (int y = 1; y < white.rows - 1; ++y) {
+        T const *samples = strip + std::size_t(y) * step;
+        float *whites = white.ptr<float>(y);
+        float *differences = difference.ptr<float>(y);
+        for (int x = 1; x < step - 1; ++x) {
+            int const colour = tile.place[y % TilePeriod][x % TilePeriod];
+            if (colour < 0) {
+                whites[x] = samples[x];
+            } else {
+                whites[x] = 0.25F * (float(samples[x - 1]) + float(samples[x + 1]) + float(samples[x - step]) +
+                                     float(samples[x + step]));
+                differences[3 * x + colour] = float(samples[x]) - whites[x];
+            }
+        }
+    }
+}
+
 // Half of the pixels are white, in a checkerboard. They give the brightness at every pixel; how much a colour differs
 // from it is taken where there is such a filter, and spread over the pixels between. The spreading weights, a triangle
 // as wide as two tiles, add up to the same everywhere, as each filter has a fixed place in the tile.
@@ -205,66 +250,37 @@ template<class T>
 void DemosaicTrueSense(TovPixelTypeInfo const &info, _TovImage const &source, bool blueFirst,
                        ColourLineSink<T> const &sink)
 {
-    constexpr int PERIOD = 4;
-    constexpr int REACH = PERIOD - 1; // of the spreading
-    constexpr int MARGIN = REACH + 1; // and one more for the white beside it
-    Strip<T> strip(info, source, MARGIN, PERIOD);
+    constexpr int Reach = TilePeriod - 1; // of the spreading
+    constexpr int Margin = Reach + 1;     // and one more for the white beside it; as wide as the tile
+    Strip<T> strip(info, source, Margin, TilePeriod);
+    WhiteTile const tile(info, blueFirst);
     int const width = int(source.width);
     int const height = int(source.height);
     int const step = int(strip.Step());
     float const largest = sizeof(T) == 1 ? 255.F : float((1 << info.bitDepth) - 1);
 
-    // The tile over the strip's memory, whose margin is as wide as the tile: the place of its colour in the
-    // output, or -1 for white.
-    int place[PERIOD][PERIOD];
-    int filters[3] = {0, 0, 0};
-    for (unsigned y = 0; y < PERIOD; ++y) {
-        for (unsigned x = 0; x < PERIOD; ++x) {
-            char const colour = TovGetFilterColour(&info, x, y);
-            place[y][x] = colour == 'W' ? -1 : colour == 'G' ? 1 : (colour == 'R') != blueFirst ? 0 : 2;
-            if (place[y][x] >= 0)
-                ++filters[place[y][x]];
-        }
-    }
-
-    int const rows = strip.Lines() + 2 * MARGIN;
-    FrameMemory<float> whiteMemory(std::size_t(step) * rows);
-    FrameMemory<float> differenceMemory(3 * std::size_t(step) * rows);
-    FrameMemory<float> spreadMemory(3 * std::size_t(step) * rows);
-    FrameMemory<T> line(3 * std::size_t(width));
-    cv::Mat const weights = (cv::Mat_<float>(1, 2 * REACH + 1) << 1, 2, 3, 4, 3, 2, 1);
+    std::size_t const pixels = std::size_t(step) * std::size_t(strip.Lines() + 2 * Margin);
+    FrameMemory<float> const whiteMemory(pixels), differenceMemory(3 * pixels), spreadMemory(3 * pixels);
+    FrameMemory<T> const line(3 * std::size_t(width));
+    cv::Mat const weights = (cv::Mat_<float>(1, 2 * Reach + 1) << 1, 2, 3, 4, 3, 2, 1);
 
     for (int top = 0; top < height; top += strip.Lines()) {
         int const count = std::min(strip.Lines(), height - top);
         strip.Fill(top, count);
-        cv::Mat white(count + 2 * MARGIN, step, CV_32F, whiteMemory.Data());
+        cv::Mat white(count + 2 * Margin, step, CV_32F, whiteMemory.Data());
         cv::Mat difference(white.size(), CV_32FC3, differenceMemory.Data());
         cv::Mat spread(white.size(), CV_32FC3, spreadMemory.Data());
-        difference.setTo(0);
-        for (int y = 1; y < white.rows - 1; ++y) {
-            T const *samples = strip.Data() + std::size_t(y) * step;
-            float *whites = white.ptr<float>(y);
-            float *differences = difference.ptr<float>(y);
-            for (int x = 1; x < step - 1; ++x) {
-                int const colour = place[y % PERIOD][x % PERIOD];
-                if (colour < 0) {
-                    whites[x] = samples[x];
-                } else {
-                    whites[x] = 0.25F * (float(samples[x - 1]) + float(samples[x + 1]) + float(samples[x - step]) +
-                                         float(samples[x + step]));
-                    differences[3 * x + colour] = float(samples[x]) - whites[x];
-                }
-            }
-        }
+        SplitWhite(tile, strip.Data(), white, difference);
         cv::sepFilter2D(difference, spread, CV_32F, weights, weights, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
         for (int i = 0; i < count; ++i) {
-            float const *whites = white.ptr<float>(i + MARGIN) + MARGIN;
-            float const *spreads = spread.ptr<float>(i + MARGIN) + 3 * MARGIN;
+            float const *whites = white.ptr<float>(i + Margin) + Margin;
+            float const *spreads = spread.ptr<float>(i + Margin) + 3 * Margin;
             T *out = line.Data();
             for (int x = 0; x < width; ++x) {
                 for (int c = 0; c < 3; ++c) {
                     // The triangle weighs one filter a tile with 4 x 4.
-                    float const value = whites[x] + spreads[3 * x + c] / float(PERIOD * PERIOD * filters[c]);
+                    float const value =
+                        whites[x] + spreads[3 * x + c] / float(TilePeriod * TilePeriod * tile.filters[c]);
                     out[3 * x + c] = T(std::clamp(value, 0.F, largest) + 0.5F);
                 }
             }
