@@ -120,11 +120,11 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
 }
 
 void FramePainter::Paint(_TovImage const &image, TovPixelTypeInfo const &info, ViewGeometry const &geometry,
-                         std::shared_ptr<ColourMap const> const &map, Picture *picture)
+                         std::shared_ptr<DisplayLut const> const &lut, Picture *picture)
 {
     PutWideRegistersAway();
     picture->geometry = geometry;
-    picture->map = map;
+    picture->lut = lut;
     picture->x = geometry.x.First();
     picture->y = geometry.y.First();
     picture->width = geometry.x.End() - picture->x;
@@ -133,11 +133,11 @@ void FramePainter::Paint(_TovImage const &image, TovPixelTypeInfo const &info, V
         return;
     picture->memory.Get(std::size_t(picture->width) * picture->height);
 
-    ColourMap::Tables const *tables = nullptr;
-    if (map) {
-        if (m_tablesOf != map || m_tables.depth != info.bitDepth) {
-            m_tables = map->MakeTables(info.bitDepth);
-            m_tablesOf = map;
+    DisplayLut::Tables const *tables = nullptr;
+    if (lut) {
+        if (m_tablesOf != lut || m_tables.depth != info.bitDepth) {
+            m_tables = lut->MakeTables(info.bitDepth);
+            m_tablesOf = lut;
         }
         tables = &m_tables;
     }

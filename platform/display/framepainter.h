@@ -5,7 +5,7 @@
 // levels of a colour map stay visible: one of them under a device pixel is enough to show its colour.
 #pragma once
 
-#include "colourmap.h"
+#include "displaylut.h"
 #include "framememory.h"
 #include "linesource.h"
 #include "viewgeometry.h"
@@ -22,7 +22,7 @@ struct Picture
 {
     FrameMemory<std::uint32_t> memory; // 0xFFRRGGBB, line after line
     ViewGeometry geometry;
-    std::shared_ptr<ColourMap const> map;
+    std::shared_ptr<DisplayLut const> lut;
     int x = 0; // in device pixels of the view
     int y = 0;
     int width = 0;
@@ -35,7 +35,7 @@ class FramePainter
 public:
     // The image has pixels of a known type, geometry.x.image and geometry.y.image are its size. Throws std::bad_alloc.
     void Paint(_TovImage const &image, TovPixelTypeInfo const &info, ViewGeometry const &geometry,
-               std::shared_ptr<ColourMap const> const &map, Picture *picture);
+               std::shared_ptr<DisplayLut const> const &lut, Picture *picture);
 
 private:
     static constexpr int TAPS = 4;
@@ -63,8 +63,8 @@ private:
     void PutMarks(int row, std::uint32_t *out);
 
     LineSource m_source;
-    ColourMap::Tables m_tables;
-    std::shared_ptr<ColourMap const> m_tablesOf; // keeps the map that m_tables are of
+    DisplayLut::Tables m_tables;
+    std::shared_ptr<DisplayLut const> m_tablesOf; // keeps the map that m_tables are of
     Taps m_columns;
     Taps m_rows;
     int m_planes = 1;

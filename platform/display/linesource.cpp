@@ -3,6 +3,8 @@
 #include "tovmisc.h"
 #include "vectorops.h"
 
+#include "tovmisc.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -56,7 +58,7 @@ void SplitCells(std::uint8_t const *top, std::uint8_t const *bottom, int cells, 
 } // namespace
 
 void LineSource::Begin(_TovImage const &image, TovPixelTypeInfo const &info, int cell, int begin, int end,
-                       ColourMap::Tables const *tables)
+                       DisplayLut::Tables const *tables)
 {
     m_image = &image;
     m_info = &info;

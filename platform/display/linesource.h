@@ -1,7 +1,7 @@
 // Lines of a frame as 8-bit planes, made when asked for: only what a view shows is unpacked or demosaiced.
 #pragma once
 
-#include "colourmap.h"
+#include "displaylut.h"
 #include "framememory.h"
 
 #include "tovimage.h"
@@ -17,7 +17,7 @@ public:
     // pixels: 2 takes each colour of a Bayer cell as it is, 1 the (demosaiced) pixels. Only the columns from `begin` to
     // before `end`, counted in cells, are made. `tables` may be null; they apply to formats of one sample a pixel.
     void Begin(_TovImage const &image, TovPixelTypeInfo const &info, int cell, int begin, int end,
-               ColourMap::Tables const *tables);
+               DisplayLut::Tables const *tables);
 
     // 1 grey plane, or 3: red, green, blue.
     int Planes() const
@@ -63,7 +63,7 @@ private:
 
     _TovImage const *m_image = nullptr;
     TovPixelTypeInfo const *m_info = nullptr;
-    ColourMap::Tables const *m_tables = nullptr;
+    DisplayLut::Tables const *m_tables = nullptr;
     Kind m_kind = Kind::Bytes;
     int m_planes = 1;
     int m_cell = 1;

@@ -3,7 +3,6 @@
 #include <QAbstractScrollArea>
 #include <QCoreApplication>
 #include <QEvent>
-#include <QImage>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPaintEvent>
@@ -25,20 +24,6 @@ constexpr std::int32_t ERR_NO_WIDGET = -2;
 constexpr std::int32_t ERR_FORMAT = -3;
 constexpr std::int32_t ERR_MEMORY = -4;
 constexpr std::int32_t ERR_NO_IMAGE = -5;
-
-// A stretch over 16 bits is 65,536 entries of 22 characters.
-constexpr std::uint32_t MAP_CAPACITY = 2u << 20;
-
-// Around and before the picture: dark and neutral, so that neither a black nor a white picture loses its edge.
-constexpr QRgb BACKGROUND = 0xFF262626;
-constexpr QRgb DUMP_COLOUR = 0xFFFFC800;
-
-// The line over the picture: light on dark, whatever is below it. In the widget's pixels.
-constexpr QRgb MESSAGE_TEXT = 0xFFFFFFFF;
-constexpr QRgb MESSAGE_GROUND = 0xE6101010;
-constexpr QRgb MESSAGE_EDGE = 0x80FFFFFF; // on a dark picture
-constexpr int MESSAGE_MARGIN = 10;
-constexpr int MESSAGE_PADDING = 8;
 
 constexpr double WHEEL_STEP = 1.189207115; // the fourth root of 2 a notch
 constexpr int KEY_PAN_PART = 8;            // an arrow key moves by this part of the view
@@ -81,10 +66,8 @@ void TovDisplay::DeleteComponent(TovDisplay *display)
     delete static_cast<RasterDisplay *>(display);
 }
 
-RasterDisplay::RasterDisplay() : TovComponentBase(0), m_filterChannel(static_cast<char *>(std::calloc(MAP_CAPACITY, 1)))
+RasterDisplay::RasterDisplay() : TovComponentBase(0)
 {
-    if (!m_filterChannel)
-        throw std::bad_alloc();
     AddParams();
 }
 
@@ -111,42 +94,11 @@ unsigned int RasterDisplay::Run(void *context)
 
 void RasterDisplay::AddParams()
 {
-    auto const addCommand = [this](char const *key, unsigned int (*function)(void *)) {
-        AddParam(TovCommandParam(key, function, this));
-    };
-    auto const addInt = [this](char const *key, std::int64_t *value, std::int64_t minimum, std::int64_t maximum) {
-        AddParam(TovIntParam(key, value, *value, minimum, maximum));
-    };
-    auto const addUnit = [this](char const *key, double *value) {
-        AddParam(TovFloatParam(key, value, *value, 0.0, 1.0));
-    };
-    auto const addText = [this](char const *key, char *value, std::uint32_t capacity) {
-        AddParam(TovStringParam(key, value, capacity, ""));
-    };
-
-    addCommand("display.zoom.in", &Run<&RasterDisplay::ZoomIn>);
-    addCommand("display.zoom.out", &Run<&RasterDisplay::ZoomOut>);
-    addCommand("display.atcenter", &Run<&RasterDisplay::Centre>);
-    addInt("display.fit", &m_fit, FIT_NONE, FIT_ACTUAL);
-    addCommand("display.dump.on", &Run<&RasterDisplay::DumpOn>);
-    addCommand("display.dump.off", &Run<&RasterDisplay::DumpOff>);
-    addInt("display.init.fit", &m_initFit, FIT_NONE, FIT_ACTUAL);
-    addUnit("display.init.at.x", &m_initAt[0]);
-    addUnit("display.init.at.y", &m_initAt[1]);
-    addUnit("display.at.x", &m_at[0]);
-    addUnit("display.at.y", &m_at[1]);
-    addInt("display.view.scale", &m_viewScale, 0, std::int64_t(ViewState::MAX_SCALE));
-    char const *const dumpKeys[] = {"dump.x", "dump.y", "dump.w", "dump.h"};
-    for (int i = 0; i < 4; ++i)
-        addInt(dumpKeys[i], &m_dump[i], INT32_MIN, INT32_MAX);
-    addInt("filter.id", &m_filterId, INT64_MIN, INT64_MAX);
-    addText("filter.name", m_filterName, sizeof m_filterName);
-    addInt("filter.channels", &m_filterChannels, 0, INT32_MAX);
-    addText("filter.channel.0", m_filterChannel.get(), MAP_CAPACITY);
-    addInt("filter.state", &m_filterState, 0, INT32_MAX);
-    addCommand("filter.add", &Run<&RasterDisplay::AddFilter>);
-    addCommand("filter.del", &Run<&RasterDisplay::DeleteFilter>);
-
+    m_params.AddTo(m_storage,
+                   {&Run<&RasterDisplay::ZoomIn>, &Run<&RasterDisplay::ZoomOut>, &Run<&RasterDisplay::Centre>,
+                    &Run<&RasterDisplay::DumpOn>, &Run<&RasterDisplay::DumpOff>, &Run<&RasterDisplay::AddFilter>,
+                    &Run<&RasterDisplay::DeleteFilter>},
+                   this);
     for (char const *key : {"display.fit", "display.init.fit", "display.init.at.x", "display.init.at.y", "display.at.x",
                             "display.at.y", "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h"})
         m_storage.AddParamChangedListener(key, this);
@@ -158,10 +110,10 @@ void RasterDisplay::ParamChanged(_TovStParam param)
         return std::strcmp(param.name, key) == 0;
     };
     if (is("display.fit")) {
-        ChangeView([this](View &view) { view.state.SetFit(static_cast<ViewFit>(TovLoadBound(m_fit))); });
+        ChangeView([this](View &view) { view.state.SetFit(static_cast<ViewFit>(TovLoadBound(m_params.fit))); });
     } else if (is("display.init.fit")) {
         // How a view opens: of no effect once it has a picture.
-        auto const fit = static_cast<ViewFit>(TovLoadBound(m_initFit));
+        auto const fit = static_cast<ViewFit>(TovLoadBound(m_params.initFit));
         bool open = false;
         ChangeView([&](View &view) {
             open = view.state.HasImage();
@@ -169,18 +121,19 @@ void RasterDisplay::ParamChanged(_TovStParam param)
                 view.state.SetFit(fit);
         });
         if (!open)
-            TovStoreBound(m_fit, std::int64_t(fit));
+            TovStoreBound(m_params.fit, std::int64_t(fit));
     } else if (is("display.init.at.x") || is("display.init.at.y")) {
         ChangeView([this](View &view) {
             if (!view.state.HasImage())
-                view.state.SetCentre(TovLoadBound(m_initAt[0]), TovLoadBound(m_initAt[1]));
+                view.state.SetCentre(TovLoadBound(m_params.initAt[0]), TovLoadBound(m_params.initAt[1]));
         });
     } else if (is("display.at.x") || is("display.at.y")) {
-        ChangeView([this](View &view) { view.state.SetCentre(TovLoadBound(m_at[0]), TovLoadBound(m_at[1])); });
+        ChangeView(
+            [this](View &view) { view.state.SetCentre(TovLoadBound(m_params.at[0]), TovLoadBound(m_params.at[1])); });
     } else if (is("display.view.scale")) {
-        if (std::int64_t const scale = TovLoadBound(m_viewScale)) {
+        if (std::int64_t const scale = TovLoadBound(m_params.viewScale)) {
             ChangeView([scale](View &view) { view.state.SetScale(double(scale)); });
-            TovStoreBound(m_fit, std::int64_t(FIT_NONE));
+            TovStoreBound(m_params.fit, std::int64_t(FIT_NONE));
         }
     } else if (m_target && m_dumpShown) {
         m_target->update();
@@ -221,28 +174,33 @@ TovStatus RasterDisplay::DumpOff()
     return TOV_PARAM_OK;
 }
 
-// A filter of state 0 is known but shows nothing; of several that are on, the one with the highest id shows.
+// A filter of state 0 is known but shows nothing.
 TovStatus RasterDisplay::AddFilter()
 {
-    if (TovLoadBound(m_filterChannels) != 1)
+    if (TovLoadBound(m_params.filterChannels) != 1)
         return TOV_PARAM_ERR_VALUE;
-    std::shared_ptr<ColourMap const> map = ColourMap::Parse(m_filterChannel.get());
-    if (!map)
+    std::shared_ptr<DisplayLut const> lut = DisplayLut::Parse(m_params.filterChannel.get());
+    if (!lut)
         return TOV_PARAM_ERR_VALUE;
-    if (TovLoadBound(m_filterState) == 0)
-        map = nullptr;
-    m_filters[TovLoadBound(m_filterId)] = map;
-    auto const shown = std::find_if(m_filters.rbegin(), m_filters.rend(), [](auto const &f) { return f.second; });
-    ChangeView([&](View &view) { view.map = shown != m_filters.rend() ? shown->second : nullptr; });
+    if (TovLoadBound(m_params.filterState) == 0)
+        lut = nullptr;
+    m_filters[TovLoadBound(m_params.filterId)] = lut;
+    ShowFilter();
     return TOV_PARAM_OK;
 }
 
 TovStatus RasterDisplay::DeleteFilter()
 {
-    m_filters.erase(TovLoadBound(m_filterId));
-    auto const shown = std::find_if(m_filters.rbegin(), m_filters.rend(), [](auto const &f) { return f.second; });
-    ChangeView([&](View &view) { view.map = shown != m_filters.rend() ? shown->second : nullptr; });
+    m_filters.erase(TovLoadBound(m_params.filterId));
+    ShowFilter();
     return TOV_PARAM_OK;
+}
+
+// Of several that are on, the one with the highest id shows.
+void RasterDisplay::ShowFilter()
+{
+    auto const shown = std::find_if(m_filters.rbegin(), m_filters.rend(), [](auto const &f) { return f.second; });
+    ChangeView([&](View &view) { view.lut = shown != m_filters.rend() ? shown->second : nullptr; });
 }
 
 TovComponent *RasterDisplay::GetComponent()
@@ -268,9 +226,9 @@ void RasterDisplay::ChangeView(Change change)
         change(m_view);
         state = m_view.state;
     }
-    TovStoreBound(m_fit, std::int64_t(state.Fit()));
-    TovStoreBound(m_at[0], state.CentreX());
-    TovStoreBound(m_at[1], state.CentreY());
+    TovStoreBound(m_params.fit, std::int64_t(state.Fit()));
+    TovStoreBound(m_params.at[0], state.CentreX());
+    TovStoreBound(m_params.at[1], state.CentreY());
     if (m_target)
         m_target->update();
 }
@@ -375,7 +333,7 @@ std::int32_t RasterDisplay::Render(_TovImage const *image, FramePainter *painter
     }
     try {
         std::unique_ptr<Picture> made = TakePicture();
-        painter->Paint(*image, *info, view.state.Geometry(), view.map, made.get());
+        painter->Paint(*image, *info, view.state.Geometry(), view.lut, made.get());
         *picture = std::move(made);
     } catch (std::bad_alloc const &) {
         return ERR_MEMORY;
@@ -425,7 +383,7 @@ void RasterDisplay::TakeNewest()
 
 bool RasterDisplay::IsStale(View const &view) const
 {
-    return !m_current || m_current->geometry != view.state.Geometry() || m_current->map != view.map;
+    return !m_current || m_current->geometry != view.state.Geometry() || m_current->lut != view.lut;
 }
 
 std::int32_t RasterDisplay::RefreshVideo(_TovImage const *image)
@@ -502,91 +460,21 @@ void RasterDisplay::Paint(QPaintEvent *event)
     }
 
     QPainter painter(m_target);
-    QRect const all(0, 0, geometry.x.view, geometry.y.view);
     if (view.pixelRatio != 1.0)
         painter.scale(1 / view.pixelRatio, 1 / view.pixelRatio); // from here on in device pixels
     else
         painter.setClipRegion(event->region());
-    QColor const background(BACKGROUND);
-    Picture const *const picture = m_current.get();
-    if (!picture || picture->width <= 0 || picture->height <= 0) {
-        painter.fillRect(all, background);
-    } else {
-        QImage const image(reinterpret_cast<uchar const *>(picture->memory.Data()), picture->width, picture->height,
-                           picture->width * 4, QImage::Format_RGB32);
-        if (picture->geometry == geometry) {
-            QRect const place(picture->x, picture->y, picture->width, picture->height);
-            for (QRect const &gap : QRegion(all) - place)
-                painter.fillRect(gap, background);
-            painter.drawImage(place.topLeft(), image);
-        } else {
-            // Where the picture's edges stand now; what it does not reach comes with the next frame.
-            auto const moved = [](ViewAxis const &from, ViewAxis const &to, int device) {
-                double const share = (device - from.origin) / (from.scale * from.image);
-                return share * to.image * to.scale + to.origin;
-            };
-            ViewGeometry const &from = picture->geometry;
-            QRectF const place(QPointF(moved(from.x, geometry.x, picture->x), moved(from.y, geometry.y, picture->y)),
-                               QPointF(moved(from.x, geometry.x, picture->x + picture->width),
-                                       moved(from.y, geometry.y, picture->y + picture->height)));
-            // Only what is seen: enlarged 64 times, a picture's edges lie far outside.
-            QRectF const seen = place & QRectF(all);
-            double const across = picture->width / place.width();
-            double const down = picture->height / place.height();
-            QRectF const source((seen.x() - place.x()) * across, (seen.y() - place.y()) * down, seen.width() * across,
-                                seen.height() * down);
-            painter.fillRect(all, background);
-            if (!seen.isEmpty())
-                painter.drawImage(seen, image, source);
-        }
-    }
+    PaintPicture(painter, m_current.get(), geometry);
     if (m_dumpShown && geometry.HasImage())
-        PaintDump(&painter, view);
+        PaintMark(painter, geometry, Dump(), std::max(1, qRound(view.pixelRatio)));
     if (!m_message.isEmpty())
-        PaintMessage(&painter);
+        PaintMessage(painter, *m_target, m_message);
 }
 
-void RasterDisplay::PaintMessage(QPainter *painter) const
+PixelRect RasterDisplay::Dump() const
 {
-    constexpr int Out = MESSAGE_MARGIN + MESSAGE_PADDING;
-    constexpr int Flags = Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap;
-    painter->resetTransform(); // back to the widget's pixels
-    painter->setRenderHint(QPainter::Antialiasing);
-    QFont font = m_target->font();
-    font.setBold(true);
-    painter->setFont(font);
-    QRect const room = m_target->rect().adjusted(Out, Out, -Out, -Out);
-    QRect const place = painter->boundingRect(room, Flags, m_message);
-    QRectF const ground = QRectF(place).adjusted(-MESSAGE_PADDING + 0.5, -MESSAGE_PADDING / 2 + 0.5,
-                                                 MESSAGE_PADDING - 0.5, MESSAGE_PADDING / 2 - 0.5);
-    painter->setPen(QColor::fromRgba(MESSAGE_EDGE));
-    painter->setBrush(QColor::fromRgba(MESSAGE_GROUND));
-    painter->drawRoundedRect(ground, 4, 4);
-    painter->setPen(QColor::fromRgba(MESSAGE_TEXT));
-    painter->drawText(place, Flags, m_message);
-}
-
-// A line on the outermost device pixels of those image pixels, one pixel of the screen's scale wide.
-void RasterDisplay::PaintDump(QPainter *painter, View const &view) const
-{
-    ViewGeometry const geometry = view.state.Geometry();
-    std::int64_t const x = TovLoadBound(m_dump[0]);
-    std::int64_t const y = TovLoadBound(m_dump[1]);
-    std::int64_t const width = TovLoadBound(m_dump[2]);
-    std::int64_t const height = TovLoadBound(m_dump[3]);
-    if (width < 1 || height < 1)
-        return;
-    auto const device = [](ViewAxis const &axis, std::int64_t pixel) {
-        return axis.ToDevice(static_cast<int>(std::clamp<std::int64_t>(pixel, -1, axis.image + 1)));
-    };
-    QRect const rect(QPoint(device(geometry.x, x), device(geometry.y, y)),
-                     QPoint(device(geometry.x, x + width) - 1, device(geometry.y, y + height) - 1));
-    if (!rect.isValid())
-        return;
-    int const line = std::max(1, qRound(view.pixelRatio));
-    QRegion const outline = QRegion(rect) - rect.adjusted(line, line, -line, -line);
-    for (QRect const &part : outline)
-        painter->fillRect(part, QColor(DUMP_COLOUR));
+    return {TovLoadBound(m_params.dump[0]), TovLoadBound(m_params.dump[1]), TovLoadBound(m_params.dump[2]),
+            TovLoadBound(m_params.dump[3])};
 }
 
 // ---- The operator's hand --------------------------------------------------------------------------------------------

@@ -10,8 +10,10 @@
 // does not make yet, and "auto" chooses among what there is.
 #pragma once
 
+#include "displayparams.h"
 #include "framepainter.h"
 #include "viewgeometry.h"
+#include "viewpainting.h"
 
 #include "tovcomponentbase.h"
 #include "tovdisplay.h"
@@ -23,7 +25,6 @@
 #include <QString>
 
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,7 +33,6 @@
 class QKeyEvent;
 class QMouseEvent;
 class QPaintEvent;
-class QPainter;
 class QWheelEvent;
 class QWidget;
 
@@ -65,20 +65,14 @@ private:
     {
         ViewState state;
         double pixelRatio = 1.0;
-        std::shared_ptr<ColourMap const> map; // null: plain
-    };
-    struct FreeDeleter
-    {
-        void operator()(char *memory) const
-        {
-            std::free(memory);
-        }
+        std::shared_ptr<DisplayLut const> lut; // null: plain
     };
 
     void AddParams();
     void ParamChanged(_TovStParam param) override;
     TovStatus AddFilter();
     TovStatus DeleteFilter();
+    void ShowFilter();
     template<TovStatus (RasterDisplay::*Command)()>
     static unsigned int Run(void *context);
     TovStatus ZoomIn();
@@ -99,8 +93,7 @@ private:
     bool IsStale(View const &view) const;
 
     void Paint(QPaintEvent *event);
-    void PaintDump(QPainter *painter, View const &view) const;
-    void PaintMessage(QPainter *painter) const;
+    PixelRect Dump() const;
     bool Wheel(QWheelEvent *event);
     bool MousePress(QMouseEvent *event);
     void MouseMove(QMouseEvent *event);
@@ -108,18 +101,7 @@ private:
     bool Key(QKeyEvent *event);
     QPoint ToDevice(QPointF const &position) const;
 
-    // Bound to the storage; written through it, or by the GUI thread.
-    std::int64_t m_fit = FIT_WINDOW;
-    std::int64_t m_initFit = FIT_WINDOW;
-    double m_initAt[2] = {0.5, 0.5};
-    double m_at[2] = {0.5, 0.5};
-    std::int64_t m_viewScale = 0;
-    std::int64_t m_dump[4] = {}; // x, y, w, h
-    std::int64_t m_filterId = 0;
-    std::int64_t m_filterChannels = 1;
-    std::int64_t m_filterState = 0;
-    char m_filterName[256] = "";
-    std::unique_ptr<char, FreeDeleter> m_filterChannel; // large, and its pages come with the first long map
+    DisplayParams m_params; // written through the store, or by the GUI thread
 
     // GUI thread.
     QPointer<QWidget> m_widget; // the one that was handed in
@@ -128,7 +110,7 @@ private:
     std::unique_ptr<Picture> m_current;
     FramePainter m_guiPainter;
     _TovImage *m_kept = nullptr; // the frame of a stopped stream
-    std::map<std::int64_t, std::shared_ptr<ColourMap const>> m_filters;
+    std::map<std::int64_t, std::shared_ptr<DisplayLut const>> m_filters;
     bool m_dumpShown = false;
     QString m_message; // over the picture
     bool m_dragging = false;

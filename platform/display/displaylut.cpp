@@ -1,4 +1,4 @@
-#include "colourmap.h"
+#include "displaylut.h"
 
 #include <algorithm>
 #include <array>
@@ -25,9 +25,9 @@ std::uint32_t ToByte(double unit)
 
 } // namespace
 
-std::shared_ptr<ColourMap const> ColourMap::Parse(std::string_view text)
+std::shared_ptr<DisplayLut const> DisplayLut::Parse(std::string_view text)
 {
-    auto map = std::make_shared<ColourMap>();
+    auto lut = std::make_shared<DisplayLut>();
     double last = 0.0;
     while (!text.empty()) {
         std::size_t const end = text.find(';');
@@ -50,23 +50,23 @@ std::shared_ptr<ColourMap const> ColourMap::Parse(std::string_view text)
             return nullptr;
         last = fields[0];
         if (fields[1] == 1.0 && count == 5) {
-            if (map->m_palette.size() == MAX_PALETTE)
+            if (lut->m_palette.size() == MAX_PALETTE)
                 return nullptr;
-            map->m_entries.push_back({last, Form::Colour, static_cast<std::uint32_t>(map->m_palette.size())});
-            map->m_palette.push_back(0xFF000000u | ToByte(fields[2]) << 16 | ToByte(fields[3]) << 8 |
+            lut->m_entries.push_back({last, Form::Colour, static_cast<std::uint32_t>(lut->m_palette.size())});
+            lut->m_palette.push_back(0xFF000000u | ToByte(fields[2]) << 16 | ToByte(fields[3]) << 8 |
                                      ToByte(fields[4]));
         } else if (fields[1] == 0.5 && count == 3) {
-            map->m_entries.push_back({last, Form::Grey, ToByte(fields[2])});
+            lut->m_entries.push_back({last, Form::Grey, ToByte(fields[2])});
         } else if (fields[1] == 0.0 && count == 2) {
-            map->m_entries.push_back({last, Form::Plain, 0});
+            lut->m_entries.push_back({last, Form::Plain, 0});
         } else {
             return nullptr;
         }
     }
-    return map->m_entries.empty() ? nullptr : map;
+    return lut->m_entries.empty() ? nullptr : lut;
 }
 
-ColourMap::Tables ColourMap::MakeTables(int depth) const
+DisplayLut::Tables DisplayLut::MakeTables(int depth) const
 {
     Tables tables;
     tables.depth = depth;

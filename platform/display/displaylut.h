@@ -1,9 +1,9 @@
-// A colour map: what the levels of the input scale show.
+// A display LUT: what the levels of the input scale show.
 //
-// As text it is a row of entries, each ended by ";", their fields separated by ",": a position from 0 to 1 on the input
-// scale, then "1" and red, green, blue from 0 to 1; or "0.5" and a grey level from 0 to 1; or "0" alone for the plain
-// input. An entry says what the levels show from behind the entry before it up to its own position. Levels past the
-// last entry are plain. Positions do not fall.
+// As text, a colour map, it is a row of entries, each ended by ";", their fields separated by ",": a position from 0 to
+// 1 on the input scale, then "1" and red, green, blue from 0 to 1; or "0.5" and a grey level from 0 to 1; or "0" alone
+// for the plain input. An entry says what the levels show from behind the entry before it up to its own position.
+// Levels past the last entry are plain. Positions do not fall.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-class ColourMap
+class DisplayLut
 {
 public:
     // What samples of one depth show, by level. A mark is a 1-based index into `palette`, 0 where there is no colour.
@@ -26,7 +26,7 @@ public:
     };
 
     // Null for a text that is no colour map.
-    static std::shared_ptr<ColourMap const> Parse(std::string_view text);
+    static std::shared_ptr<DisplayLut const> Parse(std::string_view text);
 
     Tables MakeTables(int depth) const;
 
