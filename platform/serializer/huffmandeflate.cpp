@@ -9,19 +9,15 @@ static_assert(std::endian::native == std::endian::little, "bits are stored as wh
 
 namespace {
 
-constexpr unsigned LITERALS = 286, END_OF_BLOCK = 256;
+constexpr unsigned Literals = HuffmanDeflate::Literals, EndOfBlock = 256;
 // Below deflate's 15, so that four codes fit a word beside the bits that wait.
-constexpr unsigned LONGEST_CODE = 12;
-constexpr unsigned LONGEST_LENGTH_CODE = 7;
+constexpr unsigned LongestCode = 12;
+constexpr unsigned LengthCodes = 19, LongestLengthCode = 7;
 // Shorter repetitions are not worth leaving the loop over literals.
-constexpr std::size_t SHORTEST_RUN = 8;
-constexpr unsigned LONGEST_MATCH = 258, SHORTEST_MATCH = 3;
+constexpr std::size_t ShortestRun = 8;
+constexpr unsigned LongestMatch = 258, ShortestMatch = 3;
 
-struct Code
-{
-    std::uint16_t bits;
-    std::uint16_t length;
-};
+using Code = HuffmanDeflate::Code;
 
 // Lengths of a complete code over the symbols that occur, none longer than `longest`. At least two occur.
 void MakeLengths(std::uint32_t const *counts, unsigned symbols, unsigned longest, std::uint8_t *lengths)
@@ -31,8 +27,8 @@ void MakeLengths(std::uint32_t const *counts, unsigned symbols, unsigned longest
         std::uint64_t count;
         int parent;
     };
-    std::array<std::uint16_t, LITERALS> order;
-    std::array<Node, 2 * LITERALS> nodes;
+    std::array<std::uint16_t, Literals> order;
+    std::array<Node, 2 * Literals> nodes;
     unsigned used = 0;
     for (unsigned s = 0; s < symbols; ++s) {
         lengths[s] = 0;
@@ -53,7 +49,7 @@ void MakeLengths(std::uint32_t const *counts, unsigned symbols, unsigned longest
         nodes[end] = {nodes[a].count + nodes[b].count, 0};
         nodes[a].parent = nodes[b].parent = int(end++);
     }
-    std::array<std::uint8_t, 2 * LITERALS> depth;
+    std::array<std::uint8_t, 2 * Literals> depth;
     depth[end - 1] = 0;
     for (int i = int(end) - 2; i >= 0; --i)
         depth[unsigned(i)] = std::uint8_t(std::min(depth[unsigned(nodes[unsigned(i)].parent)] + 1, 255));
@@ -111,29 +107,29 @@ struct LengthSymbol
     std::uint8_t extra;
 };
 
-std::array<LengthSymbol, LONGEST_MATCH + 1> MakeLengthSymbols()
+std::array<LengthSymbol, LongestMatch + 1> MakeLengthSymbols()
 {
-    std::array<LengthSymbol, LONGEST_MATCH + 1> table{};
-    unsigned length = SHORTEST_MATCH;
+    std::array<LengthSymbol, LongestMatch + 1> table{};
+    unsigned length = ShortestMatch;
     for (unsigned symbol = 257; symbol < 285; ++symbol) {
         unsigned const extraBits = symbol < 265 ? 0 : (symbol - 261) / 4;
-        for (unsigned extra = 0; extra < 1u << extraBits && length < LONGEST_MATCH; ++extra)
+        for (unsigned extra = 0; extra < 1u << extraBits && length < LongestMatch; ++extra)
             table[length++] = {std::uint16_t(symbol), std::uint8_t(extraBits), std::uint8_t(extra)};
     }
-    table[LONGEST_MATCH] = {285, 0, 0};
+    table[LongestMatch] = {285, 0, 0};
     return table;
 }
 
-std::array<LengthSymbol, LONGEST_MATCH + 1> const s_lengthSymbols = MakeLengthSymbols();
+std::array<LengthSymbol, LongestMatch + 1> const s_lengthSymbols = MakeLengthSymbols();
 
 // A run as matches; its length is at least a match's.
 template<class F>
 void ForEachMatch(std::uint32_t length, F &&function)
 {
     while (length > 0) {
-        unsigned take = std::min<std::uint32_t>(length, LONGEST_MATCH);
-        if (length - take > 0 && length - take < SHORTEST_MATCH)
-            take -= SHORTEST_MATCH;
+        unsigned take = std::min<std::uint32_t>(length, LongestMatch);
+        if (length - take > 0 && length - take < ShortestMatch)
+            take -= ShortestMatch;
         function(s_lengthSymbols[take]);
         length -= take;
     }
@@ -148,6 +144,60 @@ std::uint64_t Load(std::uint8_t const *at)
 
 } // namespace
 
+// Bits one after another, the lowest of a byte first.
+struct HuffmanDeflate::BitWriter
+{
+    std::uint8_t *out;
+    std::uint64_t bits;
+    unsigned count;
+
+    void Put(std::uint64_t value, unsigned bitCount)
+    {
+        bits |= value << count;
+        count += bitCount;
+    }
+    // Writes the whole bytes; up to seven bits wait. Touches eight bytes.
+    void Flush()
+    {
+        std::memcpy(out, &bits, sizeof bits);
+        out += count >> 3;
+        bits >>= count & ~7u;
+        count &= 7;
+    }
+    void FillByte()
+    {
+        count = (count + 7) & ~7u;
+        Flush();
+    }
+};
+
+// The lengths of the block's codes, sent one by one: that is little beside a block.
+void HuffmanDeflate::WriteHead(std::array<std::uint8_t, Literals + 1> const &lengths, bool last, BitWriter &writer)
+{
+    std::array<std::uint32_t, LengthCodes> counts{};
+    for (std::uint8_t const length : lengths)
+        ++counts[length];
+    std::array<std::uint8_t, LengthCodes> lengthLengths;
+    MakeLengths(counts.data(), LengthCodes, LongestLengthCode, lengthLengths.data());
+    std::array<Code, LengthCodes> codes;
+    MakeCodes(lengthLengths.data(), LengthCodes, codes.data());
+    static constexpr std::uint8_t order[] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
+    writer.Put(last ? 1 : 0, 1);
+    writer.Put(2, 2); // codes of its own
+    writer.Put(Literals - 257, 5);
+    writer.Put(0, 5); // one distance
+    writer.Put(LengthCodes - 4, 4);
+    writer.Flush();
+    for (std::uint8_t const symbol : order) {
+        writer.Put(lengthLengths[symbol], 3);
+        writer.Flush();
+    }
+    for (std::uint8_t const length : lengths) {
+        writer.Put(codes[length].bits, codes[length].length);
+        writer.Flush();
+    }
+}
+
 void HuffmanDeflate::Begin()
 {
     m_bits = 0;
@@ -158,12 +208,12 @@ void HuffmanDeflate::FindRuns(std::uint8_t const *data, std::size_t size)
 {
     m_runs.clear();
     std::size_t i = 1;
-    while (i + SHORTEST_RUN <= size) {
+    while (i + ShortestRun <= size) {
         if (Load(data + i) != Load(data + i - 1)) {
-            i += SHORTEST_RUN;
+            i += ShortestRun;
             continue;
         }
-        std::size_t end = i + SHORTEST_RUN;
+        std::size_t end = i + ShortestRun;
         while (end + 8 <= size && Load(data + end) == Load(data + end - 1))
             end += 8;
         while (end < size && data[end] == data[end - 1])
@@ -174,12 +224,11 @@ void HuffmanDeflate::FindRuns(std::uint8_t const *data, std::size_t size)
     m_runs.push_back({std::uint32_t(size), 0});
 }
 
-std::size_t HuffmanDeflate::Block(std::uint8_t const *data, std::size_t size, bool last, std::uint8_t *out)
+// How often each symbol stands in the block.
+HuffmanDeflate::Counts HuffmanDeflate::CountSymbols(std::uint8_t const *data) const
 {
-    FindRuns(data, size);
-
     // Four tables: neighbouring bytes are often the same, and would wait for each other's count.
-    std::array<std::array<std::uint32_t, LITERALS>, 4> counts{};
+    std::array<Counts, 4> counts{};
     std::size_t at = 0;
     for (Run const &run : m_runs) {
         for (; at + 4 <= run.begin; at += 4) {
@@ -193,85 +242,60 @@ std::size_t HuffmanDeflate::Block(std::uint8_t const *data, std::size_t size, bo
         ForEachMatch(run.length, [&](LengthSymbol const &match) { ++counts[0][match.symbol]; });
         at += run.length;
     }
-    for (unsigned s = 0; s < LITERALS; ++s)
+    for (unsigned s = 0; s < Literals; ++s)
         counts[0][s] += counts[1][s] + counts[2][s] + counts[3][s];
-    counts[0][END_OF_BLOCK] = 1;
+    counts[0][EndOfBlock] = 1;
+    return counts[0];
+}
 
-    std::array<std::uint8_t, LITERALS + 1> lengths;
-    MakeLengths(counts[0].data(), LITERALS, LONGEST_CODE, lengths.data());
-    std::array<Code, LITERALS> codes;
-    MakeCodes(lengths.data(), LITERALS, codes.data());
-
-    std::uint8_t *const begin = out;
-    std::uint64_t bits = m_bits;
-    unsigned bitCount = m_bitCount;
-    auto const put = [&](std::uint64_t value, unsigned count) {
-        bits |= value << bitCount;
-        bitCount += count;
-    };
-    auto const flush = [&] {
-        std::memcpy(out, &bits, sizeof bits);
-        out += bitCount >> 3;
-        bits >>= bitCount & ~7u;
-        bitCount &= 7;
-    };
-
-    // The block's head. Its one distance is 1; the lengths are sent one by one, which is little beside a block.
-    lengths[LITERALS] = 1;
-    std::array<std::uint32_t, 19> lengthCounts{};
-    for (std::uint8_t const length : lengths)
-        ++lengthCounts[length];
-    std::array<std::uint8_t, 19> lengthLengths;
-    MakeLengths(lengthCounts.data(), 19, LONGEST_LENGTH_CODE, lengthLengths.data());
-    std::array<Code, 19> lengthCodes;
-    MakeCodes(lengthLengths.data(), 19, lengthCodes.data());
-    static constexpr std::uint8_t order[] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
-    put(last ? 1 : 0, 1);
-    put(2, 2);
-    put(LITERALS - 257, 5);
-    put(0, 5);
-    put(19 - 4, 4);
-    flush();
-    for (std::uint8_t const symbol : order) {
-        put(lengthLengths[symbol], 3);
-        flush();
-    }
-    for (std::uint8_t const length : lengths) {
-        put(lengthCodes[length].bits, lengthCodes[length].length);
-        flush();
-    }
-
+void HuffmanDeflate::WriteSymbols(std::uint8_t const *data, Codes const &codes, BitWriter &writer) const
+{
+    BitWriter bits = writer; // stays in registers
     auto const literal = [&](std::uint8_t value) {
-        put(codes[value].bits, codes[value].length);
+        bits.Put(codes[value].bits, codes[value].length);
     };
-    at = 0;
+    std::size_t at = 0;
     for (Run const &run : m_runs) {
         for (; at + 4 <= run.begin; at += 4) {
             literal(data[at]);
             literal(data[at + 1]);
             literal(data[at + 2]);
             literal(data[at + 3]);
-            flush();
+            bits.Flush();
         }
         for (; at < run.begin; ++at) {
             literal(data[at]);
-            flush();
+            bits.Flush();
         }
         ForEachMatch(run.length, [&](LengthSymbol const &match) {
-            put(codes[match.symbol].bits, codes[match.symbol].length);
-            put(match.extra, match.extraBits);
-            put(0, 1);
-            flush();
+            bits.Put(codes[match.symbol].bits, codes[match.symbol].length);
+            bits.Put(match.extra, match.extraBits);
+            bits.Put(0, 1); // the one distance
+            bits.Flush();
         });
         at += run.length;
     }
-    put(codes[END_OF_BLOCK].bits, codes[END_OF_BLOCK].length);
-    flush();
-    if (last) {
-        bitCount = (bitCount + 7) & ~7u;
-        flush();
-    }
-    m_bits = bits;
-    m_bitCount = bitCount;
-    return std::size_t(out - begin);
+    bits.Put(codes[EndOfBlock].bits, codes[EndOfBlock].length);
+    bits.Flush();
+    writer = bits;
+}
+
+std::size_t HuffmanDeflate::Block(std::uint8_t const *data, std::size_t size, bool last, std::uint8_t *out)
+{
+    FindRuns(data, size);
+    Counts const counts = CountSymbols(data);
+    std::array<std::uint8_t, Literals + 1> lengths;
+    MakeLengths(counts.data(), Literals, LongestCode, lengths.data());
+    lengths[Literals] = 1; // of the one distance that there is: 1
+    Codes codes;
+    MakeCodes(lengths.data(), Literals, codes.data());
+
+    BitWriter writer{out, m_bits, m_bitCount};
+    WriteHead(lengths, last, writer);
+    WriteSymbols(data, codes, writer);
+    if (last)
+        writer.FillByte();
+    m_bits = writer.bits;
+    m_bitCount = writer.count;
+    return std::size_t(writer.out - out);
 }

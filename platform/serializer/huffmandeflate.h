@@ -2,6 +2,7 @@
 // looks for repeated bytes and for nothing else, and takes a fraction of the time of one that searches.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -9,6 +10,13 @@
 class HuffmanDeflate
 {
 public:
+    static constexpr unsigned Literals = 286; // bytes, the end of a block, and lengths of repetitions
+    struct Code
+    {
+        std::uint16_t bits; // in the order in which they are sent
+        std::uint16_t length;
+    };
+
     // Bytes that a block's stream may take at most, with what is left over of the one before.
     static constexpr std::size_t Bound(std::size_t size)
     {
@@ -26,7 +34,13 @@ private:
         std::uint32_t begin; // bytes from here on repeat the one before
         std::uint32_t length;
     };
+    struct BitWriter;
+    using Counts = std::array<std::uint32_t, Literals>;
+    using Codes = std::array<Code, Literals>;
     void FindRuns(std::uint8_t const *data, std::size_t size);
+    Counts CountSymbols(std::uint8_t const *data) const;
+    static void WriteHead(std::array<std::uint8_t, Literals + 1> const &lengths, bool last, BitWriter &writer);
+    void WriteSymbols(std::uint8_t const *data, Codes const &codes, BitWriter &writer) const;
 
     std::vector<Run> m_runs;
     std::uint64_t m_bits = 0; // not yet written, the lowest first

@@ -1,6 +1,7 @@
 #include "imageformats.h"
 
 #include "frameformat.h"
+#include "framememory.h"
 #include "pixellayout.h"
 #include "pngencoder.h"
 #include "tiffwriter.h"
@@ -183,7 +184,7 @@ public:
             return TOO_LARGE;
         int const sampling = image.pixelType == TV_PIXEL_MONO8 ? TJSAMP_GRAY : TJSAMP_420;
         unsigned long const room = tjBufSize(int(image.width), int(image.height), sampling);
-        unsigned char *out = room == static_cast<unsigned long>(-1) ? nullptr : m_out.Ensure(room);
+        unsigned char *out = room == static_cast<unsigned long>(-1) ? nullptr : m_out.TryGet(room);
         if (!m_encoder || !out)
             return ENOMEM;
         unsigned long size = room;
@@ -214,7 +215,7 @@ private:
 
     int m_quality;
     tjhandle m_encoder;
-    FrameMemory m_out;
+    FrameMemory<std::uint8_t> m_out;
 };
 
 // Deeper samples fill the sixteen bits from above; how many of them count is told in the file.

@@ -45,13 +45,5 @@ constexpr std::uint64_t DIRECT_FRAME = 256 * 1024;
 std::unique_ptr<Movie> MakeTvmMovie();
 // Null for a compressor that is not there.
 std::unique_ptr<Movie> MakeAviMovie(std::string const &compressor, int jpegQuality);
-// Names of the compressors there are, "Uncompressed" first.
+// Names of the compressors that are there, "Uncompressed" first.
 std::vector<std::string> AviCompressors();
-
-// The fraction nearest to `fps`, neither part 0 or above `largest`.
-struct FrameRate
-{
-    int rate;
-    int scale;
-};
-FrameRate ToFrameRate(double fps);

@@ -1,15 +1,14 @@
 #include "outfile.h"
 
+#include "filenames.h"
+#include "partfiles.h"
 #include "processmark.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -23,152 +22,29 @@ constexpr std::size_t STAGE_SIZE = 1 << 20;
 constexpr std::uint64_t RESERVE_STEP = 64u << 20;
 // Folders to be swept for one recording: a name of each frame's own must not make each one's folder be read.
 constexpr std::size_t MOST_SWEPT = 64;
-// Of files without a name yet: this, the process' mark, "-", a number, and the other.
-constexpr char PART_BEGIN[] = ".tov-";
-constexpr char PART_END[] = ".part";
-
-std::string FolderOf(std::string const &name)
-{
-    std::size_t const slash = name.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : name.substr(0, slash);
-}
-
-// What is said of a name: nothing else about it can be invalid.
-int OfName(int error)
-{
-    return error == EINVAL ? EILSEQ : error;
-}
-
-int MakeFolders(std::string const &folder)
-{
-    if (mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST)
-        return 0;
-    if (errno != ENOENT || folder == "." || folder == "/")
-        return OfName(errno);
-    if (int const error = MakeFolders(FolderOf(folder)))
-        return error;
-    return mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST ? 0 : OfName(errno);
-}
-
-bool IsTaken(std::string const &name)
-{
-    struct stat info;
-    return lstat(name.c_str(), &info) == 0;
-}
-
-std::string Numbered(std::string const &name, unsigned number)
-{
-    std::size_t const base = name.rfind('/') + 1; // 0 when there is none
-    std::size_t const dot = name.rfind('.');
-    std::size_t const end = dot == std::string::npos || dot <= base ? name.size() : dot;
-    return name.substr(0, end) + "_" + std::to_string(number) + name.substr(end);
-}
-
-// A free number, found by few look-ups however many are taken: doubling, then halving between one that is taken and one
-// that is not. Numbers that became free in between stay so.
-unsigned FreeNumber(std::string const &name)
-{
-    unsigned taken = 0, open = 1;
-    while (open < 1u << 30 && IsTaken(Numbered(name, open))) {
-        taken = open;
-        open *= 2;
-    }
-    while (open - taken > 1) {
-        unsigned const middle = taken + (open - taken) / 2;
-        (IsTaken(Numbered(name, middle)) ? taken : open) = middle;
-    }
-    return open;
-}
-
-// Calls `attempt` with `name` and then with numbers of it until the answer is not EEXIST; `name` becomes the one it
-// was.
-template<class F>
-int UnderFreeName(std::string &name, F &&attempt)
-{
-    int error = attempt(name);
-    if (error != EEXIST)
-        return error;
-    std::string candidate;
-    for (unsigned number = FreeNumber(name); error == EEXIST; ++number) {
-        candidate = Numbered(name, number);
-        error = attempt(candidate);
-    }
-    name = candidate;
-    return error;
-}
-
-// Some file systems know neither of the first two; there the name is taken by an empty file, which the move replaces.
-int MoveWithoutReplacing(std::string const &from, std::string const &to)
-{
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS)
-        return errno;
-    if (link(from.c_str(), to.c_str()) == 0) {
-        unlink(from.c_str());
-        return 0;
-    }
-    if (errno == EEXIST || errno == ENOENT)
-        return errno;
-    int const placeholder = open(to.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
-    if (placeholder < 0)
-        return errno;
-    close(placeholder);
-    if (rename(from.c_str(), to.c_str()) == 0)
-        return 0;
-    int const error = errno;
-    unlink(to.c_str());
-    return error;
-}
 
 bool IsMissingAbility(int error)
 {
     return error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
 }
 
-bool HasUnnamedFiles(std::string const &folder)
-{
-    int const file = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
-    if (file >= 0)
-        close(file);
-    return file >= 0;
-}
-
-// The process' mark in a temporary name; empty for any other name.
-std::string MarkIn(std::string_view name)
-{
-    constexpr std::string_view BEGIN = PART_BEGIN, END = PART_END;
-    std::size_t const number = name.rfind('-');
-    if (name.size() < BEGIN.size() + END.size() || name.substr(0, BEGIN.size()) != BEGIN ||
-        name.substr(name.size() - END.size()) != END || number <= BEGIN.size())
-        return {};
-    return std::string(name.substr(BEGIN.size(), number - BEGIN.size()));
-}
-
-void RemoveParts(std::string const &folder)
-{
-    DIR *const entries = opendir(folder.c_str());
-    if (!entries)
-        return;
-    while (dirent const *const entry = readdir(entries)) {
-        std::string const mark = MarkIn(entry->d_name);
-        if (!mark.empty() && ProcessMark::IsOfTheDead(mark))
-            unlinkat(dirfd(entries), entry->d_name, 0);
-    }
-    closedir(entries);
-}
-
 } // namespace
 
 OutFile::~OutFile()
 {
-    if (IsOpen()) {
-        if (m_visible)
-            Close();
-        else
-            Abandon();
-    }
+    Leave();
     std::free(m_stage);
+}
+
+// The file before, if an exception has kept it open.
+void OutFile::Leave()
+{
+    if (!IsOpen())
+        return;
+    if (m_visible)
+        Close();
+    else
+        Abandon();
 }
 
 void OutFile::Forget()
@@ -181,16 +57,16 @@ void OutFile::Forget()
     m_reserveStep = RESERVE_STEP;
 }
 
-void OutFile::RemoveLeftovers(std::string const &folder)
+void OutFile::ForgetFolders()
 {
-    if (!HasUnnamedFiles(folder))
-        RemoveParts(folder);
+    m_swept.clear();
+    m_mark.clear();
 }
 
 void OutFile::Sweep(std::string const &folder)
 {
     if (m_swept.size() < MOST_SWEPT && m_swept.insert(folder).second)
-        RemoveParts(folder);
+        RemovePartsOfTheDead(folder);
 }
 
 int OutFile::OpenHidden(std::string const &folder, Birth birth)
@@ -204,10 +80,10 @@ int OutFile::OpenHidden(std::string const &folder, Birth birth)
             return errno;
     }
     Sweep(folder);
-    static std::atomic<unsigned> s_count;
-    std::string const begin = folder + '/' + PART_BEGIN + ProcessMark::Own() + '-';
+    if (m_mark.empty())
+        m_mark = ProcessMark::Own();
     do {
-        m_temporary = begin + std::to_string(++s_count) + PART_END;
+        m_temporary = NextPartName(folder, m_mark);
         m_file = open(m_temporary.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | direct, 0666);
     } while (m_file < 0 && errno == EEXIST);
     if (m_file >= 0)
@@ -221,6 +97,7 @@ int OutFile::OpenHidden(std::string const &folder, Birth birth)
 
 int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth)
 {
+    Leave();
     Forget();
     m_name = name;
     m_direct = m_staging = road == Road::Direct;
@@ -252,6 +129,7 @@ int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road
 
 int OutFile::CreateVisible(std::string const &name, Road road)
 {
+    Leave();
     Forget();
     m_name = name;
     m_direct = m_staging = road == Road::Direct;

@@ -1,5 +1,5 @@
 // A file being written: large pieces go past the page cache where the file system can, nothing that is there is ever
-// overwritten, and a file meant to appear whole has no name before it is.
+// overwritten, and a file that shall appear whole has no name before it is.
 #pragma once
 
 #include <cstddef>
@@ -23,10 +23,6 @@ public:
     };
     static constexpr std::size_t PAGE = 4096; // what disks want aligned; the kernel's own pages may be larger
 
-    // Removes what processes of this machine that live no longer have left under temporary names. On file systems that
-    // know files without names there is nothing to remove.
-    static void RemoveLeftovers(std::string const &folder);
-
     OutFile() = default;
     ~OutFile();
     OutFile(OutFile const &) = delete;
@@ -36,11 +32,9 @@ public:
     // made. `size` bytes are taken from the file system at once, so that a full one is known before anything is
     // written.
     int CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth = Birth::Unnamed);
-    // The first hidden file in a folder, since the object was made or this was called, removes what is left over there.
-    void ForgetFolders()
-    {
-        m_swept.clear();
-    }
+    // Begins a series of hidden files. The first one in a folder, since the object was made or this was called, removes
+    // what is left over there. A process that was forked in the meantime calls this before its first file.
+    void ForgetFolders();
     // A file that is under its name from now on.
     int CreateVisible(std::string const &name, Road road);
 
@@ -88,6 +82,7 @@ private:
     int WriteStaged(std::size_t keep);
     int GiveName();
     void Forget();
+    void Leave();
 
     int m_file = -1;
     bool m_direct = false;           // O_DIRECT is set
@@ -102,5 +97,6 @@ private:
     std::uint64_t m_reserved = 0;    // taken from the file system
     std::uint64_t m_reserveStep = 0; // what Reserve takes at least
     std::set<std::string> m_swept;   // folders
+    std::string m_mark;              // this process', in temporary names; empty until there is one
     unsigned char *m_stage = nullptr;
 };

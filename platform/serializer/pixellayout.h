@@ -37,37 +37,6 @@ inline int AppendLines(OutFile &file, _TovImage const &image)
     return 0;
 }
 
-// Frame-sized memory that lives with its owner.
-class FrameMemory
-{
-public:
-    FrameMemory() = default;
-    ~FrameMemory()
-    {
-        TovFreeFrameMemory(m_data);
-    }
-    FrameMemory(FrameMemory const &) = delete;
-    FrameMemory &operator=(FrameMemory const &) = delete;
-    // At least so many bytes, their contents lost when they have to grow; null when there is no memory.
-    std::uint8_t *Ensure(std::size_t size)
-    {
-        if (size > m_size) {
-            TovFreeFrameMemory(m_data);
-            m_data = static_cast<std::uint8_t *>(TovAllocFrameMemory(size));
-            m_size = m_data ? size : 0;
-        }
-        return m_data;
-    }
-    std::uint8_t *Get() const
-    {
-        return m_data;
-    }
-
-private:
-    std::uint8_t *m_data = nullptr;
-    std::size_t m_size = 0;
-};
-
 // The unpacked type of the mono or RGB family that holds an image's samples.
 inline std::uint32_t UnpackedType(bool colour, unsigned bitDepth)
 {

@@ -1,6 +1,7 @@
 #include "tiffwriter.h"
 
 #include "failures.h"
+#include "pixellayout.h"
 
 #include <tiffio.h>
 
@@ -66,7 +67,7 @@ int TiffWriter::Write(OutFile &file, _TovImage const &image)
         return TOO_LARGE;
     std::uint8_t *data = image.imageData;
     if (!IsPacked(image)) {
-        data = m_packed.Ensure(std::size_t(pixels));
+        data = m_packed.TryGet(std::size_t(pixels));
         if (!data)
             return ENOMEM;
         for (std::uint32_t y = 0; y < image.height; ++y)

@@ -1,8 +1,8 @@
 // TIFF files of unpacked mono and RGB pictures, their samples as they stand.
 #pragma once
 
+#include "framememory.h"
 #include "outfile.h"
-#include "pixellayout.h"
 #include "tovimage.h"
 
 class TiffWriter
@@ -15,5 +15,5 @@ public:
     int Write(OutFile &file, _TovImage const &image);
 
 private:
-    FrameMemory m_packed; // the lines without gaps, when they have some
+    FrameMemory<std::uint8_t> m_packed; // the lines without gaps, when they have some
 };

@@ -1,5 +1,6 @@
 // tovfile: lists, checks and exports the frames of tvi and tvm files.
 #include "framefilereader.h"
+#include "framememory.h"
 #include "pixellayout.h"
 #include "tovserializer.h"
 
@@ -95,7 +96,8 @@ void List(std::vector<Frame> const &frames)
 }
 
 // The frame's pixels as an image of its type; for raw files any type will do, and the bytes pass as they are.
-int ReadImage(FrameFileReader const &reader, Frame const &frame, bool bytesOnly, FrameMemory &memory, _TovImage **image)
+int ReadImage(FrameFileReader const &reader, Frame const &frame, bool bytesOnly, FrameMemory<std::uint8_t> &memory,
+              _TovImage **image)
 {
     FrameFormat::FrameHeader const &header = frame.header;
     bool const known = !bytesOnly && TovLineBytes(header.pixelType, header.width) == header.lineBytes;
@@ -106,7 +108,7 @@ int ReadImage(FrameFileReader const &reader, Frame const &frame, bool bytesOnly,
     std::size_t const bytes = TovFrameMemorySize(type, size);
     if (bytes == 0)
         return FrameFileReader::NOT_A_FRAME_FILE;
-    std::uint8_t *const pixels = memory.Ensure(bytes);
+    std::uint8_t *const pixels = memory.TryGet(bytes);
     if (!pixels)
         return ENOMEM;
     if (int const error = reader.Read(frame, pixels))
@@ -121,7 +123,7 @@ unsigned Walk(std::string const &name, FrameFileReader const &reader, Options co
 {
     std::size_t const slash = name.rfind('/') + 1, dot = name.rfind('.');
     std::string const stem = name.substr(slash, dot == std::string::npos || dot < slash ? dot : dot - slash);
-    FrameMemory memory;
+    FrameMemory<std::uint8_t> memory;
     unsigned failed = 0;
     for (Frame const &frame : reader.Frames()) {
         std::uint64_t const number = frame.header.number;

@@ -1,5 +1,6 @@
 #include "framefilereader.h"
 #include "frameformat.h"
+#include "framerate.h"
 #include "movieformats.h"
 #include "pixellayout.h"
 
