@@ -52,19 +52,6 @@ protected:
         for (std::string const extension : {"raw", "tvi", "bmp", "png", "tif"})
             EXPECT_EQ(Save(picture, extension.c_str(), Path("x." + extension)), TOV_SERIALIZER_ERR_WRITE) << extension;
     }
-    // What `mount` gives this process; 0 when all went well there.
-    template<class F>
-    int OnFileSystem(F &&mount)
-    {
-        reason = "No space left on device";
-        return InChild([&] {
-            if (!mount())
-                return NotAllowed;
-            FillWithEverything(fs::space(folder).available);
-            return int(HasFailure());
-        });
-    }
-
     char const *reason = "The file has become too large for the file system";
 };
 
@@ -80,28 +67,32 @@ TEST_F(FullDiskTest, LeavesMoviesThatPlayAndNoHalfFiles)
     setrlimit(RLIMIT_FSIZE, &old);
 }
 
-TEST_F(FullDiskTest, LeavesTheSameOnAFileSystemThatIsFull)
-{
-    int const status =
-        OnFileSystem([this] { return EnterOwnMounts() && mount("none", folder.c_str(), "tmpfs", 0, "size=7m") == 0; });
-    if (status == NotAllowed)
-        GTEST_SKIP() << "no file system of our own here";
-    EXPECT_EQ(status, 0);
-}
-
-// Which keeps what it could give of a reservation that it refuses.
-TEST_F(FullDiskTest, LeavesTheSameOnAFullDisk)
+// One in memory, and one that keeps what it could give of a reservation that it refuses.
+TEST_F(FullDiskTest, LeavesTheSameOnFileSystemsThatAreFull)
 {
     std::string const disk = folder.string() + ".img";
-    bool const made = std::system(("truncate -s 10M " + disk + " && mkfs.ext4 -q -m 0 " + disk).c_str()) == 0;
-    int const status = OnFileSystem([&] {
-        return made && unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-               std::system(("mount -o loop " + disk + " " + folder.string() + " 2>&1").c_str()) == 0;
-    });
-    fs::remove(disk);
-    if (status == NotAllowed)
-        GTEST_SKIP() << "no disk of our own here";
-    EXPECT_EQ(status, 0);
+    std::string const mountDisk = "truncate -s 10M " + disk + " && mkfs.ext4 -q -m 0 " + disk + " && mount -o loop " +
+                                  disk + " " + folder.string() + " 2>&1";
+    reason = "No space left on device";
+    std::string notAllowed;
+    for (bool const memory : {true, false}) {
+        int const status = InChild([&] {
+            bool const mounted = memory ? EnterOwnMounts() && mount("none", folder.c_str(), "tmpfs", 0, "size=7m") == 0
+                                        : unshare(CLONE_NEWNS) == 0 &&
+                                              mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                                              std::system(mountDisk.c_str()) == 0;
+            if (!mounted)
+                return NotAllowed;
+            FillWithEverything(fs::space(folder).available);
+            return int(HasFailure());
+        });
+        fs::remove(disk);
+        EXPECT_TRUE(status == 0 || status == NotAllowed) << memory;
+        if (status == NotAllowed)
+            notAllowed += memory ? " tmpfs" : " ext4";
+    }
+    if (!notAllowed.empty())
+        GTEST_SKIP() << "no file system of our own here:" << notAllowed;
 }
 
 } // namespace

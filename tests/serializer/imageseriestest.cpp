@@ -1,6 +1,7 @@
 // Single files, seen by other programs.
 #include "serializerfixture.h"
 
+#include <array>
 #include <cstdarg>
 #include <thread>
 
@@ -55,14 +56,8 @@ TEST_F(ImageSeriesTest, EveryPixelTypeComesBackFromOtherProgramsBitForBit)
 
 TEST_F(ImageSeriesTest, RawIsTheLinesBytesAndNothingElse)
 {
-    for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
-        Picture const picture(TovGetPixelTypeInfoByRow(row)->pixelType, 35, 11, row, row % 4);
-        ASSERT_EQ(Save(picture, "raw", Path("p.raw")), TOV_SERIALIZER_OK);
-        EXPECT_TRUE(ReadFile(Path("p.raw")) == picture.Lines()) << row;
-        fs::remove(Path("p.raw"));
-    }
     // Large ones take another road; aligned or not, with a rest of less than a page or none.
-    for (std::uint32_t const width : {2048u, 1999u}) {
+    for (std::uint32_t const width : {35u, 2048u, 1999u}) {
         for (std::uint64_t const gap : {0, 13}) {
             Picture const picture(TV_PIXEL_MONO8, width, 1024, width, gap);
             ASSERT_EQ(Save(picture, "raw", Path("large.raw")), TOV_SERIALIZER_OK);
@@ -122,19 +117,40 @@ TEST_F(ImageSeriesTest, JpegFollowsItsQualityAndTakesEveryPixelType)
     std::string const sizes = Output("identify -format '%m %wx%h\\n'" + list);
     EXPECT_EQ(sizes.size(), TOV_PIXEL_TYPE_ROWS * std::strlen("JPEG 64x48\n")) << sizes;
 
-    Picture const picture(TV_PIXEL_MONO8, 256, 256);
-    for (std::uint32_t i = 0; i < 256 * 256; ++i)
-        picture.Image()->imageData[i] = std::uint8_t(i % 256 / 2 + i / 512);
+    // Even pictures, so that colours come back nearly as they were; Bayer ones by pairs of lines.
+    struct
+    {
+        std::uint32_t type;
+        std::vector<std::uint8_t> even, odd; // bytes that repeat along a line
+        std::array<int, 3> colour;
+    } const cases[] = {
+        {TV_PIXEL_MONO8, {70}, {70}, {70, 70, 70}},
+        {TV_PIXEL_RGB8, {200, 100, 50}, {200, 100, 50}, {200, 100, 50}},
+        {TV_PIXEL_BGR8, {200, 100, 50}, {200, 100, 50}, {50, 100, 200}},
+        {TV_PIXEL_RGBA8, {200, 100, 50, 9}, {200, 100, 50, 9}, {200, 100, 50}},
+        {TV_PIXEL_BGRA8, {200, 100, 50, 9}, {200, 100, 50, 9}, {50, 100, 200}},
+        {TV_PIXEL_RGB16, {0, 200, 0, 100, 0, 50}, {0, 200, 0, 100, 0, 50}, {200, 100, 50}},
+        {TypeOf("BayerRG8"), {200, 100}, {100, 50}, {200, 100, 50}},
+        {TypeOf("BayerGB8"), {100, 50}, {200, 100}, {200, 100, 50}},
+    };
     for (int const quality : {25, 90}) {
         serializer->GetComponent()->SetParamInt("jpeg.quality", quality);
-        std::string const path = Path("q" + std::to_string(quality) + ".jpg");
-        ASSERT_EQ(Save(picture, "jpg", path), TOV_SERIALIZER_OK);
-        EXPECT_EQ(Output("identify -format %Q '" + path + "'"), std::to_string(quality));
+        for (auto const &c : cases) {
+            Picture const picture(c.type, 64, 48);
+            for (std::uint64_t i = 0, step = picture.Image()->lineStep; i < 48 * step; ++i) {
+                auto const &bytes = i / step % 2 ? c.odd : c.even;
+                picture.Image()->imageData[i] = bytes[i % step % bytes.size()];
+            }
+            ASSERT_EQ(Save(picture, "jpg", Path("q.jpg")), TOV_SERIALIZER_OK);
+            EXPECT_EQ(Output("identify -format %Q '" + Path("q.jpg") + "'"), std::to_string(quality));
+            Bytes const decoded = Decoded(Path("q.jpg"), "rgb24");
+            ASSERT_EQ(decoded.size(), 64u * 48 * 3);
+            for (std::size_t i = 0; i < decoded.size(); ++i)
+                ASSERT_NEAR(std::uint8_t(decoded[i]), c.colour[i % 3], 800 / quality)
+                    << picture.Info().name << " " << i;
+            fs::remove(Path("q.jpg"));
+        }
     }
-    Bytes const decoded = Decoded(Path("q90.jpg"), "gray"), original = picture.Lines();
-    ASSERT_EQ(decoded.size(), original.size());
-    for (std::size_t i = 0; i < decoded.size(); ++i)
-        ASSERT_NEAR(std::uint8_t(decoded[i]), std::uint8_t(original[i]), 6) << i;
 }
 
 TEST_F(ImageSeriesTest, FoldersAreMadeAndNothingIsOverwritten)
@@ -161,6 +177,13 @@ TEST_F(ImageSeriesTest, FoldersAreMadeAndNothingIsOverwritten)
         ASSERT_EQ(serializer->WriteFrame(first.Image(), Path("many/x.raw").c_str()), TOV_SERIALIZER_OK);
     EXPECT_EQ(Files(folder / "many"), 3000);
     EXPECT_TRUE(fs::exists(Path("many/x_2999.raw")));
+    // A movie has its name from the start.
+    EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+    for (char const *name : {"new/m..tvm", "new/m._1.tvm"}) {
+        ASSERT_EQ(serializer->StartMovie(first.Image(), Path("new/m..tvm").c_str(), 25), TOV_SERIALIZER_OK);
+        EXPECT_TRUE(fs::exists(Path(name)));
+        EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+    }
 }
 
 // Several recorders, or programs, that write to one name at a time.
@@ -188,10 +211,8 @@ TEST_F(ImageSeriesTest, WrongCallsAreRefusedAndHarmless)
     EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
     EXPECT_EQ(serializer->WriteFrame(image, Path("x.raw").c_str()), TOV_SERIALIZER_ERR_STATE);
     EXPECT_EQ(serializer->StartImageSeries(nullptr, "raw"), TOV_SERIALIZER_ERR_ARGUMENT);
-    EXPECT_EQ(serializer->StartImageSeries(image, ""), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->StartImageSeries(image, "gif"), TOV_SERIALIZER_ERR_FORMAT);
     EXPECT_STREQ(serializer->GetLastFailure(), "There is no file format \"gif\"");
-    EXPECT_EQ(serializer->StartMovie(image, Path("x.avi").c_str(), 0), TOV_SERIALIZER_ERR_ARGUMENT);
     EXPECT_EQ(serializer->StartMovie(image, Path("x.mov").c_str(), 25), TOV_SERIALIZER_ERR_FORMAT);
     Choose("Betamax");
     EXPECT_EQ(serializer->StartMovie(image, Path("x.avi").c_str(), 25), TOV_SERIALIZER_ERR_FORMAT);
