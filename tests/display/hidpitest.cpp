@@ -29,25 +29,4 @@ TEST_F(HiDpi, PaintsAndTranslatesInDevicePixels)
     }
 }
 
-TEST_F(HiDpi, OutlinesTheDumpRectangleOnItsDevicePixels)
-{
-    Pixels const pixels(TypeOf("Mono8"), 700, 500, 0, 1);
-    Set("display.view.scale", 3);
-    Show(pixels.Image());
-    QPoint const first = At(0, 0);
-    Set("dump.x", first.x() + 20);
-    Set("dump.y", first.y() + 30);
-    Set("dump.w", 40);
-    Set("dump.h", 10);
-    Run("display.dump.on");
-    QImage const shown = Grab();
-    // The middle of the view is the middle of the image.
-    QRect const rect(200 + 3 * (first.x() + 20 - 350), 150 + 3 * (first.y() + 30 - 250), 120, 30);
-    for (int i = 0; i < 400 * 300; ++i) {
-        QPoint const at(i % 400, i / 400);
-        bool const on = rect.contains(at) && !rect.adjusted(2, 2, -2, -2).contains(at);
-        ASSERT_EQ(qRed(shown.pixel(at)) != qBlue(shown.pixel(at)), on) << at.x() << ", " << at.y();
-    }
-}
-
 } // namespace

@@ -155,6 +155,12 @@ TEST_F(InspectViewTest, ComesAndGoesAThousandTimesWhileFramesRun)
         Open({60 + i % 50, 60});
         inspect->LookAt(QPointF(i % 320, i % 240));
         view->UpdateVideo();
+        if (i % 10 == 0) { // and the other renderer
+            EXPECT_TRUE(i % 20 == 0 ? view->Zoom100() : view->ZoomFitToWnd());
+            view->Colorize(true, i % 3, 254, 256, i % 30 == 0);
+            view->GetRenderer()->GetComponent()->RunCommand(i % 40 == 0 ? "filter.del" : "filter.add");
+            view->resize(100 + i % 99, 80 + i % 70);
+        }
         if (i % 8 == 0) {
             EXPECT_TRUE(WaitFor([&] { return view->UpdateVideo(), Dump().width() > 0; })) << i;
             Drag({i % 7, i % 5});
