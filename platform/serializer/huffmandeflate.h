@@ -1,5 +1,8 @@
 // A deflate encoder for filtered camera pictures: noise, which only its distribution can shorten, and flat parts. It
-// looks for repeated bytes and for nothing else, and takes a fraction of the time of one that searches.
+// looks for repeated bytes and for nothing else.
+//
+// Ours and no library's, because a series of PNGs has to keep up with a camera: zlib and libdeflate take several times
+// as long for files of the same size, also where they are told to look no further (png_bench, docs/performance.md).
 #pragma once
 
 #include <array>
