@@ -1,6 +1,6 @@
 // Finds and opens real cameras through Aravis.
 #include "aravisdevice.h"
-#include "gvcp.h"
+#include "gvcpclient.h"
 #include "hostinfo.h"
 
 #include <algorithm>

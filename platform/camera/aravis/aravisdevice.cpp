@@ -1,7 +1,7 @@
 #include "aravisdevice.h"
 
 #include "aravisstream.h"
-#include "gvcp.h"
+#include "gvcpclient.h"
 #include "hostinfo.h"
 #include "packettap/usbframing.h"
 

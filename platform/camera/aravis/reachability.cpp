@@ -1,6 +1,6 @@
 #include "reachability.h"
 
-#include "gvcp.h"
+#include "gvcpclient.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "gvcp.h"
+#include "gvcpclient.h"
 
 #include "genicam/xmlcheck.h"
 
