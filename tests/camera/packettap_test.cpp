@@ -21,7 +21,7 @@ using Bytes = std::vector<std::uint8_t>;
 // ---- Framing -----------------------------------------------------------------------------------------------------
 
 constexpr std::uint32_t Camera = 0xC0A80005, Host = 0xC0A80001;
-constexpr std::uint16_t StreamPort = 50000, MessagePort = 50001, Control = GigEFraming::ControlPort;
+constexpr std::uint16_t StreamPort = 50000, MessagePort = 50001, Control = gvcp::Port;
 constexpr std::size_t IpAt = 14, UdpAt = 34;
 
 void Put(Bytes &bytes, std::size_t at, std::uint64_t value, int size)

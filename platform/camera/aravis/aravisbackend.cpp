@@ -1,7 +1,9 @@
 // Finds and opens real cameras through Aravis.
 #include "aravisdevice.h"
+#include "descriptionsource.h"
 #include "gvcpclient.h"
 #include "hostinfo.h"
+#include "protocol/gigevision.h"
 
 #include <algorithm>
 #include <arv.h>
@@ -65,7 +67,7 @@ bool Ask(Sighting &sighting)
     if (!camera.Discover(sighting.identity))
         return false;
     std::uint32_t privilege;
-    if (camera.ReadRegister(GvcpControlChannelPrivilege, privilege))
+    if (camera.ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, privilege))
         sighting.access = GvcpIsControlled(privilege) ? TovCam::DeviceInfo::AccessBusy : TovCam::DeviceInfo::AccessFree;
     return true;
 }
@@ -245,7 +247,7 @@ private:
             identity.serial != info->serial)
             return fail(TOV_CAM_ERR_NO_DEVICE);
         std::uint32_t privilege = 0;
-        if (camera.ReadRegister(GvcpControlChannelPrivilege, privilege) && GvcpIsControlled(privilege)) {
+        if (camera.ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, privilege) && GvcpIsControlled(privilege)) {
             info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
             return fail(TOV_CAM_ERR_GENICAM_ACCESS);
         }

@@ -4,6 +4,7 @@
 #include "gvcpclient.h"
 #include "hostinfo.h"
 #include "packettap/usbframing.h"
+#include "protocol/gigevision.h"
 
 #include <cstdlib>
 
@@ -134,11 +135,10 @@ void AravisDevice::AskForPorts()
 {
     if (m_address.empty() || m_reachability.IsLost())
         return;
-    constexpr std::uint32_t StreamPort = 0x0D00, MessagePort = 0x0B00;
     GvcpClient camera(m_address);
     std::uint32_t port;
-    if (camera.ReadRegister(StreamPort, port))
-        camera.ReadRegister(MessagePort, port);
+    if (camera.ReadRegister(gvcp::bootstrap::StreamChannelPort, port))
+        camera.ReadRegister(gvcp::bootstrap::MessageChannelPort, port);
 }
 
 bool AravisDevice::BeginRelease()

@@ -1,5 +1,7 @@
 #include "frameids.h"
 
+#include "protocol/gigevision.h"
+
 void FrameIdCounter::Reset(bool wraps)
 {
     *this = {};
@@ -10,7 +12,7 @@ std::uint64_t FrameIdCounter::Peek(std::uint64_t id) const
 {
     if (!m_any || !m_wraps)
         return id;
-    constexpr std::uint64_t Period = 0xFFFF; // 1 to 65535
+    constexpr std::uint64_t Period = gvsp::LastBlockId; // from 1 on
     bool const wide = id > Period || m_raw > Period;
     std::uint64_t const step = wide ? id - m_raw : (id + Period - m_raw) % Period;
     // The camera has begun anew: what was lost meanwhile nobody knows.

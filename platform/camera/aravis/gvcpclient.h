@@ -1,10 +1,11 @@
 // The few GigE Vision control requests that are made beside Aravis: Aravis tells neither a camera's user id nor whether
-// it is in use, takes seconds over an address that nobody answers at, and loads a camera's description unseen.
+// it is in use, and takes seconds over an address that nobody answers at.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ struct GvcpIdentity
 class GvcpClient
 {
 public:
-    explicit GvcpClient(std::string const &address); // dotted IPv4; anything else answers nothing
+    explicit GvcpClient(std::string const &address); // dotted IPv4; with anything else every request fails
     ~GvcpClient();
     GvcpClient(GvcpClient const &) = delete;
     GvcpClient &operator=(GvcpClient const &) = delete;
@@ -29,17 +30,15 @@ public:
     std::string GetLocalAddress() const;
 
 private:
-    bool Request(std::uint16_t command, std::vector<std::uint8_t> const &payload, std::vector<std::uint8_t> &answer);
+    // The body of the acknowledge; false without one, and for one of a request that the camera refuses.
+    bool Request(std::uint16_t command, std::span<std::uint8_t const> body, std::vector<std::uint8_t> &answer);
 
     int m_socket = -1;
     std::uint16_t m_requestId = 0;
 };
 
-constexpr std::uint32_t GvcpControlChannelPrivilege = 0x0A00;
-
 // Whether an application has control of a camera whose control channel privilege register reads so.
 bool GvcpIsControlled(std::uint32_t privilege);
 
-// Looks at where the camera keeps its GenICam description before Aravis loads it: 0, or TOV_CAM_ERR_GENICAM_TREE for a
-// file of the host, another server, an absurd size, or an archive that is broken or unpacks to an absurd size.
-std::int32_t CheckDescriptionSource(GvcpClient &camera);
+// A text of `size` bytes: up to its first zero.
+std::string GvcpText(std::uint8_t const *bytes, std::size_t size);

@@ -1,6 +1,7 @@
 #include "reachability.h"
 
 #include "gvcpclient.h"
+#include "protocol/gigevision.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ std::int32_t Reachability::Enter()
     }
     if (m_suspect) {
         std::uint32_t value;
-        if (!GvcpClient(m_address).ReadRegister(GvcpControlChannelPrivilege, value))
+        if (!GvcpClient(m_address).ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, value))
             return TOV_CAM_ERR_NO_DEVICE;
         m_suspect = false;
     }

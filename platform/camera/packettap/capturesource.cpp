@@ -173,7 +173,7 @@ private:
     std::array<std::uint16_t, 2> m_filteredPorts{};
 };
 
-// Nothing to read from.
+// No source, and why.
 std::nullptr_t Refuse(std::int32_t *status, std::int32_t error, TovCam::CaptureFailure *failure,
                       TovCam::CaptureRefusal refusal, std::string const &place, std::string const &reason)
 {

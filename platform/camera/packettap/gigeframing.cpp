@@ -1,28 +1,28 @@
 #include "gigeframing.h"
 
-#include "bigendian.h"
+#include "protocol/gigevision.h"
 
 #include "tovcamera.h"
 
 #include <algorithm>
+#include <cstring>
+#include <linux/if_ether.h>
+#include <netinet/ip.h>
+#include <netinet/udp.h>
 #include <pcap/dlt.h>
+#include <pcap/sll.h>
 
 namespace {
 
-constexpr std::uint16_t EtherTypeIp = 0x0800, EtherTypeVlan = 0x8100, EtherTypeServiceVlan = 0x88A8;
-constexpr std::uint32_t StreamPortRegister = 0x0D00, MessagePortRegister = 0x0B00;
-constexpr std::size_t ControlHeader = 8, StreamHeader = 8;
 constexpr int LinkRawIp = 101; // how files spell DLT_RAW
 
-// A leader has packet id 0 and tells an image.
-bool LooksLikeLeader(std::uint8_t const *packet, std::size_t captured)
+// A leader that tells an image.
+bool LooksLikeLeader(std::span<std::uint8_t const> packet)
 {
-    constexpr std::uint8_t Format = 0x0F, Extended = 0x80, Leader = 1;
-    bool const extended = captured > 4 && (packet[4] & Extended) != 0;
-    if (captured < (extended ? 56 : 44) || (packet[4] & Format) != Leader)
-        return false;
-    return extended ? Big32(packet + 16) == 0 && Big16(packet + 22) == 1
-                    : (Big32(packet + 4) & 0xFFFFFF) == 0 && Big16(packet + 10) == 1;
+    std::optional<gvsp::Header> const header = gvsp::ReadHeader(packet);
+    return header && header->format == gvsp::DataLeader && header->packetId == 0 &&
+           packet.size() >= header->Size() + gvsp::ImageLeader::Size &&
+           LoadBig16(&packet[header->Size() + gvsp::ImageLeader::PayloadType]) == gvsp::Image;
 }
 
 } // namespace
@@ -53,61 +53,63 @@ GigEFraming::GigEFraming(int linkType, std::uint32_t camera) : m_linkType(linkTy
 
 bool GigEFraming::FindIp(CapturedFrame const &frame, std::size_t &at) const
 {
+    constexpr std::size_t TagSize = 4, LoopbackHeader = 4;
     std::size_t type; // where the protocol of what follows is told
     switch (m_linkType) {
     case DLT_EN10MB:
-        type = 12;
-        at = 14;
-        while (at + 4 <= frame.captured &&
-               (Big16(frame.bytes + type) == EtherTypeVlan || Big16(frame.bytes + type) == EtherTypeServiceVlan)) {
-            type += 4;
-            at += 4;
+        type = offsetof(ethhdr, h_proto);
+        at = sizeof(ethhdr);
+        while (at + TagSize <= frame.captured &&
+               (LoadBig16(frame.bytes + type) == ETH_P_8021Q || LoadBig16(frame.bytes + type) == ETH_P_8021AD)) {
+            type += TagSize;
+            at += TagSize;
         }
         break;
     case DLT_LINUX_SLL:
-        type = 14;
-        at = 16;
+        type = offsetof(sll_header, sll_protocol);
+        at = SLL_HDR_LEN;
         break;
     case DLT_LINUX_SLL2:
-        type = 0;
-        at = 20;
+        type = offsetof(sll2_header, sll2_protocol);
+        at = SLL2_HDR_LEN;
         break;
     case DLT_NULL:
-        at = 4; // in the byte order of the host that captured it; the IP version is looked at anyway
+        at = LoopbackHeader; // in the byte order of the host that captured it; the IP version is looked at anyway
         return true;
     default:
         at = 0;
         return true;
     }
-    return at <= frame.captured && Big16(frame.bytes + type) == EtherTypeIp;
+    return at <= frame.captured && LoadBig16(frame.bytes + type) == ETH_P_IP;
 }
 
 bool GigEFraming::FindDatagram(CapturedFrame const &frame, Datagram &datagram) const
 {
-    constexpr std::uint8_t Udp = 17;
-    constexpr std::size_t LeastIp = 20, UdpHeader = 8;
     std::size_t at;
-    if (frame.captured > frame.length || !FindIp(frame, at) || frame.captured < at + LeastIp)
+    iphdr ip;
+    if (frame.captured > frame.length || !FindIp(frame, at) || frame.captured < at + sizeof ip)
         return false;
-    std::uint8_t const *const ip = frame.bytes + at;
-    std::size_t const header = (ip[0] & 0x0Fu) * 4u, total = Big16(ip + 2);
-    if (ip[0] >> 4 != 4 || header < LeastIp || total < header + UdpHeader || at + total > frame.length ||
-        frame.captured < at + header + UdpHeader || ip[9] != Udp)
+    std::memcpy(&ip, frame.bytes + at, sizeof ip);
+    udphdr udp;
+    std::size_t const header = ip.ihl * 4u, total = ntohs(ip.tot_len);
+    if (ip.version != IPVERSION || header < sizeof ip || total < header + sizeof udp || at + total > frame.length ||
+        frame.captured < at + header + sizeof udp || ip.protocol != IPPROTO_UDP)
         return false;
-    // A fragment is no whole packet, the first one included. Cameras send none: a stream's packets may not be split.
-    if ((Big16(ip + 6) & 0x3FFF) != 0)
+    // A fragment is not a whole packet, not even the first one. Cameras send none: stream packets must not be split.
+    if ((ntohs(ip.frag_off) & (IP_MF | IP_OFFMASK)) != 0)
         return false;
-    std::uint8_t const *const udp = ip + header;
-    std::size_t const length = Big16(udp + 4);
-    if (length < UdpHeader || length > total - header)
+    std::memcpy(&udp, frame.bytes + at + header, sizeof udp);
+    std::size_t const length = ntohs(udp.len);
+    if (length < sizeof udp || length > total - header)
         return false;
-    datagram.source = Big32(ip + 12);
-    datagram.destination = Big32(ip + 16);
-    datagram.sourcePort = Big16(udp);
-    datagram.destinationPort = Big16(udp + 2);
-    datagram.bytes = udp + UdpHeader;
-    datagram.size = length - UdpHeader;
-    datagram.captured = std::min(frame.captured - (at + header + UdpHeader), datagram.size);
+    std::size_t const data = at + header + sizeof udp;
+    datagram.source = ntohl(ip.saddr);
+    datagram.destination = ntohl(ip.daddr);
+    datagram.sourcePort = ntohs(udp.source);
+    datagram.destinationPort = ntohs(udp.dest);
+    datagram.bytes = frame.bytes + data;
+    datagram.size = length - sizeof udp;
+    datagram.captured = std::min(frame.captured - data, datagram.size);
     return true;
 }
 
@@ -122,21 +124,20 @@ bool GigEFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
     packet.bytes = datagram.bytes;
     packet.captured = datagram.captured;
     packet.size = datagram.size;
-    bool const control =
-        (from && datagram.sourcePort == ControlPort) || (to && datagram.destinationPort == ControlPort);
+    bool const control = (from && datagram.sourcePort == gvcp::Port) || (to && datagram.destinationPort == gvcp::Port);
     if (control || (from && m_messagePort.Has(datagram.destinationPort)) ||
         (to && m_messagePort.Has(datagram.sourcePort))) {
         packet.channel = control ? TovCam::EventControlChannel : TovCam::EventEventChannel;
-        if (packet.size < ControlHeader || !AcceptMessage(packet.captured == packet.size))
+        if (packet.size < gvcp::HeaderSize || !AcceptMessage(packet.captured == packet.size))
             return false;
         if (control)
-            Listen(packet.bytes, packet.size);
+            Listen({packet.bytes, packet.size});
         return true;
     }
-    if (!from || packet.size < StreamHeader)
+    if (!from || packet.size < gvsp::HeaderSize)
         return false;
     // With no word about the port, as in a capture that begins later, the first image tells it.
-    if (!m_streamPort.IsKnown() && LooksLikeLeader(packet.bytes, packet.captured))
+    if (!m_streamPort.IsKnown() && LooksLikeLeader({packet.bytes, packet.captured}))
         m_streamPort.Note(datagram.destinationPort);
     packet.channel = TovCam::EventStreamChannel;
     return m_streamPort.Has(datagram.destinationPort) &&
@@ -146,67 +147,80 @@ bool GigEFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
 // The end of a control channel that answers, or that is asked for registers; other commands go to everybody.
 void GigEFraming::FindCamera(Datagram const &datagram)
 {
-    if (datagram.captured < ControlHeader)
+    std::optional<gvcp::Header> const header = gvcp::ReadHeader({datagram.bytes, datagram.captured});
+    if (!header)
         return;
-    std::uint16_t const code = Big16(datagram.bytes + 2);
-    if (datagram.sourcePort == ControlPort)
+    if (datagram.sourcePort == gvcp::Port)
         m_camera = datagram.source;
-    else if (datagram.destinationPort == ControlPort && code >= 0x0080 && code <= 0x0086)
+    else if (datagram.destinationPort == gvcp::Port && header->code >= gvcp::READREG_CMD &&
+             header->code <= gvcp::WRITEMEM_CMD)
         m_camera = datagram.destination;
 }
 
-void GigEFraming::Listen(std::uint8_t const *packet, std::size_t size)
+void GigEFraming::Listen(std::span<std::uint8_t const> packet)
 {
-    enum : std::uint16_t {
-        ReadRegisters = 0x0080,
-        RegistersRead = 0x0081,
-        WriteRegisters = 0x0082,
-        MemoryRead = 0x0085,
-        WriteMemory = 0x0086
-    };
-    std::uint16_t const id = Big16(packet + 6);
-    std::uint8_t const *const body = packet + ControlHeader;
-    std::size_t const length = std::min<std::size_t>(Big16(packet + 4), size - ControlHeader);
-    switch (Big16(packet + 2)) {
-    case ReadRegisters: {
-        bool ofInterest = false;
-        for (std::size_t i = 0; i + 4 <= length; i += 4)
-            ofInterest = ofInterest || Big32(body + i) == StreamPortRegister || Big32(body + i) == MessagePortRegister;
-        if (!ofInterest)
+    std::optional<gvcp::Header> const header = gvcp::ReadHeader(packet);
+    if (!header)
+        return;
+    std::span<std::uint8_t const> const body = gvcp::BodyOf(packet, *header);
+    switch (header->code) {
+    case gvcp::READREG_CMD:
+        NoteRequest(header->id, body);
+        break;
+    case gvcp::READREG_ACK:
+        if (header->id != m_askedBy)
             break;
-        m_askedBy = id;
-        m_asked.clear();
-        for (std::size_t i = 0; i + 4 <= length; i += 4)
-            m_asked.push_back(Big32(body + i));
+        for (std::size_t i = 0; i < m_asked.size() && gvcp::RegisterSize * (i + 1) <= body.size(); ++i)
+            NoteRegister(m_asked[i], LoadBig32(&body[gvcp::RegisterSize * i]));
+        break;
+    case gvcp::WRITEREG_CMD:
+        for (std::size_t i = 0; i + gvcp::RegisterWrite::Size <= body.size(); i += gvcp::RegisterWrite::Size)
+            NoteRegister(LoadBig32(&body[i + gvcp::RegisterWrite::Address]),
+                         LoadBig32(&body[i + gvcp::RegisterWrite::Value]));
+        break;
+    case gvcp::READMEM_ACK:
+    case gvcp::WRITEMEM_CMD:
+        NoteMemory(body);
         break;
     }
-    case RegistersRead:
-        if (id != m_askedBy)
-            break;
-        for (std::size_t i = 0; i < m_asked.size() && 4 * i + 4 <= length; ++i)
-            NoteRegister(m_asked[i], Big32(body + 4 * i));
-        break;
-    case WriteRegisters:
-        for (std::size_t i = 0; i + 8 <= length; i += 8)
-            NoteRegister(Big32(body + i), Big32(body + i + 4));
-        break;
-    case MemoryRead:
-    case WriteMemory:
-        for (std::uint32_t const wanted : {StreamPortRegister, MessagePortRegister}) {
-            if (length < 4 || wanted < Big32(body))
-                continue;
-            std::size_t const offset = 4 + std::size_t{wanted - Big32(body)};
-            if (offset + 4 <= length)
-                NoteRegister(wanted, Big32(body + offset));
-        }
-        break;
+}
+
+// Registers that are asked for, if one of interest is among them.
+void GigEFraming::NoteRequest(std::uint16_t id, std::span<std::uint8_t const> addresses)
+{
+    bool ofInterest = false;
+    for (std::size_t i = 0; i + gvcp::RegisterSize <= addresses.size(); i += gvcp::RegisterSize) {
+        std::uint32_t const address = LoadBig32(&addresses[i]);
+        ofInterest = ofInterest || address == gvcp::bootstrap::StreamChannelPort ||
+                     address == gvcp::bootstrap::MessageChannelPort;
+    }
+    if (!ofInterest)
+        return;
+    m_askedBy = id;
+    m_asked.clear();
+    for (std::size_t i = 0; i + gvcp::RegisterSize <= addresses.size(); i += gvcp::RegisterSize)
+        m_asked.push_back(LoadBig32(&addresses[i]));
+}
+
+// Memory that was read or is written; the registers of interest may be in it.
+void GigEFraming::NoteMemory(std::span<std::uint8_t const> body)
+{
+    if (body.size() < gvcp::MemoryData::Data)
+        return;
+    std::uint32_t const address = LoadBig32(&body[gvcp::MemoryData::Address]);
+    for (std::uint32_t const wanted : {gvcp::bootstrap::StreamChannelPort, gvcp::bootstrap::MessageChannelPort}) {
+        if (wanted < address)
+            continue;
+        std::size_t const at = gvcp::MemoryData::Data + std::size_t{wanted - address};
+        if (at + sizeof wanted <= body.size())
+            NoteRegister(wanted, LoadBig32(&body[at]));
     }
 }
 
 void GigEFraming::NoteRegister(std::uint32_t address, std::uint32_t value)
 {
-    if (address == StreamPortRegister)
+    if (address == gvcp::bootstrap::StreamChannelPort)
         m_streamPort.Note(static_cast<std::uint16_t>(value));
-    else if (address == MessagePortRegister)
+    else if (address == gvcp::bootstrap::MessageChannelPort)
         m_messagePort.Note(static_cast<std::uint16_t>(value));
 }

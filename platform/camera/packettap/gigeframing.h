@@ -7,7 +7,10 @@
 
 #include "packetframing.h"
 
+#include "protocol/gigevision.h"
+
 #include <array>
+#include <span>
 
 // A port, and the one before it: packets on their way when it changes belong to the camera as well.
 class FollowedPort
@@ -34,10 +37,10 @@ private:
 class GigEFraming final : public PacketFraming
 {
 public:
-    // The bytes of a stream packet that a line can show: all headers and sections, and the data behind them. With less
-    // of it captured, it does not count as whole.
-    static constexpr std::size_t StreamBytesShown = 20 + 36 + 8 + 33;
-    static constexpr std::uint16_t ControlPort = 3956;
+    // The bytes of a stream packet that a line can show: all headers and sections, and 33 bytes of the data behind
+    // them. With less of it captured, it does not count as whole.
+    static constexpr std::size_t StreamBytesShown =
+        gvsp::ExtendedHeaderSize + gvsp::ImageLeader::Size + gvsp::ImageTrailer::Size + 33;
 
     static bool Knows(int linkType); // DLT_...
     // The camera's IPv4 address as a number; 0 takes the first camera that is heard on a control channel.
@@ -60,7 +63,9 @@ private:
     bool FindIp(CapturedFrame const &frame, std::size_t &at) const;
     bool FindDatagram(CapturedFrame const &frame, Datagram &datagram) const;
     void FindCamera(Datagram const &datagram);
-    void Listen(std::uint8_t const *packet, std::size_t size);
+    void Listen(std::span<std::uint8_t const> packet);
+    void NoteRequest(std::uint16_t id, std::span<std::uint8_t const> addresses);
+    void NoteMemory(std::span<std::uint8_t const> body);
     void NoteRegister(std::uint32_t address, std::uint32_t value);
 
     int const m_linkType;

@@ -24,8 +24,8 @@ public:
     virtual bool Read(Sink const &sink, std::chrono::milliseconds patience) = 0;
     // Ends the present or the next wait. Any thread.
     virtual void Wake() = 0;
-    // Packets that nobody can read, since the source was opened: the system had no room for them, or they were captured
-    // without what a line shows.
+    // Packets that were not handed on since the source was opened, because the system had no room for them or captured
+    // less of them than a line shows.
     virtual std::uint64_t GetMissed() = 0;
     // Whether stream packets are of use to anybody; they are most of the traffic. Before each Read.
     virtual void SetStreamWanted(bool wanted) = 0;

@@ -9,8 +9,8 @@ using namespace std::chrono_literals;
 
 constexpr std::uint32_t Channels[] = {TovCam::EventControlChannel, TovCam::EventStreamChannel,
                                       TovCam::EventEventChannel};
-// Whom the present thread reads for, null for a thread that is no tap's. A tap that ends is in nobody's list any more
-// while its last callback runs.
+// The hub that this thread reads packets for; null on every thread that is not a tap's. Kept with the thread because a
+// tap that ends has left all lists while its last callback still runs.
 thread_local EventHub const *t_hub = nullptr;
 
 constexpr auto Patience = 500ms;     // of a wait for packets

@@ -26,7 +26,7 @@ public:
     // As EventHub. The first subscription opens the source, and its failure is the answer; `started` says so where it
     // is not null.
     std::int32_t Register(std::uint32_t id, TovCam::EventCallback callback, void *user, bool *started = nullptr);
-    // As EventHub. The last one ends the thread, which has gone on return unless it is the caller's.
+    // As EventHub. The last one ends the thread, which is over on return unless it is the calling one.
     std::int32_t Unregister(std::uint32_t id, TovCam::EventCallback callback, void *user);
     // Whether the caller is in a callback of these channels.
     bool IsOnThread() const;

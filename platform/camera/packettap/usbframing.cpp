@@ -1,38 +1,27 @@
 #include "usbframing.h"
 
+#include "protocol/usb3vision.h"
+
 #include "tovcamera.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <linux/usb/ch9.h>
 #include <pcap/dlt.h>
+#include <pcap/usb.h>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uint8_t In = 0x80; // of an endpoint's address
-
-// What the monitor puts in front of a transfer's bytes, in the byte order of this host.
-struct MonitorHeader
+// Of an endpoint's address: whether bytes come through it to the host.
+bool IsIn(std::uint8_t endpoint)
 {
-    std::uint64_t id;
-    std::uint8_t event, transfer, endpoint, address;
-    std::uint16_t bus;
-    char setupFlag, dataFlag;
-    std::int64_t seconds;
-    std::int32_t microseconds, status;
-    std::uint32_t transferLength, dataLength;
-    std::uint8_t setup[8];
-};
-static_assert(sizeof(MonitorHeader) == 48);
-constexpr std::size_t MappedHeaderSize = 64; // with four fields more
-
-bool StartsWith(std::uint8_t const *bytes, std::size_t size, char const *mark)
-{
-    return size >= 4 && std::memcmp(bytes, mark, 4) == 0;
+    return (endpoint & USB_ENDPOINT_DIR_MASK) == USB_DIR_IN;
 }
 
 std::string ReadAll(fs::path const &path)
@@ -41,7 +30,7 @@ std::string ReadAll(fs::path const &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// A number or a text of one line; -1 and "" where there is none.
+// The first line of a file as text, and as a number; "" and -1 where there is no such file.
 std::string ReadLine(fs::path const &path)
 {
     std::string const all = ReadAll(path);
@@ -58,22 +47,27 @@ int ReadNumber(fs::path const &path)
 
 bool ParseUsbDescriptors(std::uint8_t const *bytes, std::size_t size, UsbEndpoints &endpoints)
 {
-    enum : std::uint8_t { Interface = 4, Endpoint = 5, Miscellaneous = 0xEF, Usb3Vision = 5, Bulk = 2 };
-    enum : std::uint8_t { Control = 0, Event = 1, Stream = 2 };
     int protocol = -1; // of the interface that endpoints belong to, when it is one of ours
     endpoints = {};
     for (std::size_t at = 0; at + 2 <= size && bytes[at] >= 2 && at + bytes[at] <= size; at += bytes[at]) {
-        std::uint8_t const *const one = bytes + at;
-        if (one[1] == Interface && one[0] >= 9) {
-            protocol = one[5] == Miscellaneous && one[6] == Usb3Vision ? one[7] : -1;
-        } else if (one[1] == Endpoint && one[0] >= 7 && (one[3] & 3) == Bulk && protocol >= 0) {
-            bool const in = (one[2] & In) != 0;
-            if (protocol == Control)
-                (in ? endpoints.answers : endpoints.commands) = one[2];
-            else if (protocol == Event && in)
-                endpoints.events = one[2];
-            else if (protocol == Stream && in)
-                endpoints.stream = one[2];
+        std::uint8_t const length = bytes[at], type = bytes[at + 1];
+        if (type == USB_DT_INTERFACE && length >= USB_DT_INTERFACE_SIZE) {
+            usb_interface_descriptor one;
+            std::memcpy(&one, bytes + at, USB_DT_INTERFACE_SIZE);
+            bool const ours = one.bInterfaceClass == USB_CLASS_MISC && one.bInterfaceSubClass == u3v::InterfaceSubclass;
+            protocol = ours ? one.bInterfaceProtocol : -1;
+        } else if (type == USB_DT_ENDPOINT && length >= USB_DT_ENDPOINT_SIZE) {
+            usb_endpoint_descriptor one;
+            std::memcpy(&one, bytes + at, USB_DT_ENDPOINT_SIZE);
+            if ((one.bmAttributes & USB_ENDPOINT_XFERTYPE_MASK) != USB_ENDPOINT_XFER_BULK)
+                continue;
+            bool const in = IsIn(one.bEndpointAddress);
+            if (protocol == u3v::ControlInterface)
+                (in ? endpoints.answers : endpoints.commands) = one.bEndpointAddress;
+            else if (protocol == u3v::EventInterface && in)
+                endpoints.events = one.bEndpointAddress;
+            else if (protocol == u3v::StreamInterface && in)
+                endpoints.stream = one.bEndpointAddress;
         }
     }
     return endpoints.commands != 0 && endpoints.answers != 0;
@@ -113,56 +107,57 @@ UsbFraming::UsbFraming(int linkType, UsbCamera const &camera)
 
 bool UsbFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
 {
-    constexpr std::uint8_t Bulk = 3;
-    constexpr std::int32_t ShortRead = -121;
-    std::size_t const headerSize = m_hasMappedHeader ? MappedHeaderSize : sizeof(MonitorHeader);
+    constexpr std::int32_t ShortRead = -EREMOTEIO;
+    // In front of a transfer's bytes, in the byte order of this host.
+    std::size_t const headerSize = m_hasMappedHeader ? sizeof(pcap_usb_header_mmapped) : sizeof(pcap_usb_header);
     if (frame.captured > frame.length || frame.captured < headerSize)
         return false;
-    MonitorHeader header;
+    pcap_usb_header header;
     std::memcpy(&header, frame.bytes, sizeof header);
     // Bytes that leave the host are told when they are submitted, bytes that come when their transfer is complete. A
-    // transfer of no bytes is none that carries a packet: a cancelled one, or the end of a series of full ones.
-    bool const in = (header.endpoint & In) != 0;
-    if (header.transfer != Bulk || (header.endpoint & ~In) == 0 || header.event != (in ? 'C' : 'S') ||
-        header.dataFlag != 0 || header.transferLength == 0 || header.transferLength > LongestTransfer ||
-        (in && header.status != 0 && header.status != ShortRead))
+    // transfer without bytes carries no packet: it was cancelled, or it ends a series of full ones.
+    bool const in = IsIn(header.endpoint_number);
+    if (header.transfer_type != URB_BULK || (header.endpoint_number & ~USB_ENDPOINT_DIR_MASK) == 0 ||
+        header.event_type != (in ? URB_COMPLETE : URB_SUBMIT) || header.data_flag != 0 || header.urb_len == 0 ||
+        header.urb_len > LongestTransfer || (in && header.status != 0 && header.status != ShortRead))
         return false;
     packet.bytes = frame.bytes + headerSize;
-    packet.size = header.transferLength;
-    packet.captured = std::min({frame.captured - headerSize, std::size_t{header.dataLength}, packet.size});
+    packet.size = header.urb_len;
+    packet.captured = std::min({frame.captured - headerSize, std::size_t{header.data_len}, packet.size});
+    std::uint8_t const endpoint = header.endpoint_number;
     if (m_listen)
-        FindCamera(header.bus, header.address, header.endpoint, packet.bytes, packet.captured);
-    if (header.bus != m_camera.bus || header.address != m_camera.address || m_camera.bus == 0)
+        FindCamera(header.bus_id, header.device_address, endpoint, packet.bytes, packet.captured);
+    if (header.bus_id != m_camera.bus || header.device_address != m_camera.address || m_camera.bus == 0)
         return false;
     UsbEndpoints const &endpoints = m_camera.endpoints;
-    if (header.endpoint == endpoints.stream) {
+    if (endpoint == endpoints.stream) {
         packet.channel = TovCam::EventStreamChannel;
         return AcceptStream(packet.captured >= std::min(packet.size, StreamBytesShown));
     }
-    if (header.endpoint == endpoints.commands || header.endpoint == endpoints.answers)
+    if (endpoint == endpoints.commands || endpoint == endpoints.answers)
         packet.channel = TovCam::EventControlChannel;
-    else if (header.endpoint == endpoints.events)
+    else if (endpoint == endpoints.events)
         packet.channel = TovCam::EventEventChannel;
     else
         return false;
-    constexpr std::size_t PacketPrefix = 12;
-    return packet.size >= PacketPrefix && AcceptMessage(packet.captured == packet.size);
+    return packet.size >= u3v::HeaderSize && AcceptMessage(packet.captured == packet.size);
 }
 
 // Every packet but a stream's payload begins with what it is.
 void UsbFraming::FindCamera(std::uint16_t bus, std::uint8_t address, std::uint8_t endpoint, std::uint8_t const *bytes,
                             std::size_t size)
 {
-    if (StartsWith(bytes, size, "U3VC") && m_camera.bus == 0) {
+    std::optional<std::uint32_t> const prefix = u3v::ReadPrefix({bytes, size});
+    if (prefix == u3v::ControlPrefix && m_camera.bus == 0) {
         m_camera.bus = bus;
         m_camera.address = address;
     }
     if (bus != m_camera.bus || address != m_camera.address)
         return;
-    if (StartsWith(bytes, size, "U3VC"))
-        ((endpoint & In) != 0 ? m_camera.endpoints.answers : m_camera.endpoints.commands) = endpoint;
-    else if (StartsWith(bytes, size, "U3VE"))
+    if (prefix == u3v::ControlPrefix)
+        (IsIn(endpoint) ? m_camera.endpoints.answers : m_camera.endpoints.commands) = endpoint;
+    else if (prefix == u3v::EventPrefix)
         m_camera.endpoints.events = endpoint;
-    else if (StartsWith(bytes, size, "U3VL") || StartsWith(bytes, size, "U3VT"))
+    else if (prefix == u3v::LeaderPrefix || prefix == u3v::TrailerPrefix)
         m_camera.endpoints.stream = endpoint;
 }

@@ -1,0 +1,15 @@
+// Pixel formats as cameras name them: codes of the Pixel Format Naming Convention. Those that something here is born
+// with; the image library has a table of all.
+#pragma once
+
+#include <cstdint>
+
+namespace pfnc {
+
+enum : std::uint32_t {
+    Mono8 = 0x01080001,
+    BayerGR8 = 0x01080008,
+    RGB8 = 0x02180014,
+};
+
+} // namespace pfnc
