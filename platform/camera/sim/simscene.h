@@ -1,8 +1,8 @@
 // What a simulated sensor sees, in the pixel format that is asked for: a test chart with gradients, a star, line pairs
 // and patches, and on it parts that move, the frame's number, and noise.
 //
-// All that costs is done when the format or the look changes. A frame is then one copy: each band of its lines is
-// taken from one of a few finished pictures that differ in their noise, and the moving parts are finished as well.
+// Expensive work is done when the format or the look changes. A frame is then one copy: each band of its lines is taken
+// from one of a few finished pictures that differ in their noise, and the moving parts are finished as well.
 //
 // Used by one thread at a time.
 #pragma once
