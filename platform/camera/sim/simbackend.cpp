@@ -2,6 +2,7 @@
 
 #include "genicam/xmlcheck.h"
 #include "hostinfo.h"
+#include "protocol/pixelformats.h"
 #include "simdevice.h"
 
 #include <cstdlib>
@@ -12,11 +13,11 @@
 namespace {
 
 SimModel const s_models[] = {
-    {"VG-2048M", "VG", "20480117", "", SimXml_vg2048m, TovCam::InterfaceKindGigEVision, 2048, 1536, false, 0x01080001,
+    {"VG-2048M", "VG", "20480117", "", SimXml_vg2048m, TovCam::InterfaceKindGigEVision, 2048, 1536, false, pfnc::Mono8,
      2, 4, 125000000, 1, 115.0},
-    {"VU-1920C", "VU", "19200342", "", SimXml_vu1920c, TovCam::InterfaceKindUSB3Vision, 1920, 1200, true, 0x01080008, 1,
-     12, 1000000000, 0, 420.0},
-    {"VG-1280C", "VG", "12800058", "", SimXml_vg1280c, TovCam::InterfaceKindGigEVision, 1280, 1024, true, 0x02180014, 0,
+    {"VU-1920C", "VU", "19200342", "", SimXml_vu1920c, TovCam::InterfaceKindUSB3Vision, 1920, 1200, true,
+     pfnc::BayerGR8, 1, 12, 1000000000, 0, 420.0},
+    {"VG-1280C", "VG", "12800058", "", SimXml_vg1280c, TovCam::InterfaceKindGigEVision, 1280, 1024, true, pfnc::RGB8, 0,
      0, 1000000000, 1, 115.0},
 };
 
@@ -120,7 +121,7 @@ public:
     }
 
 private:
-    static constexpr std::uint64_t SimulatedMac = 0x02005E0FF1CE; // an address that no maker has
+    static constexpr std::uint64_t SimulatedMac = 0x02005E0FF1CE; // locally administered, so no maker's
 
     InterfaceImpl m_gige, m_usb;
     std::unique_ptr<FixedParams> const m_gigeParams =

@@ -10,7 +10,7 @@ namespace R = SimRegister;
 
 namespace {
 
-// The seconds that a place takes to warm up, and how far.
+// Degrees Celsius of a place in the camera that has run for so long.
 double Temperature(std::uint32_t place, double seconds)
 {
     double const rise = place == 0 ? 14.0 : 9.0;
@@ -26,22 +26,18 @@ bool Fail(GError **error, ArvDeviceError code, char const *text)
 // Settings begin here and end where what only tells begins; what lies between goes back at UserSetLoad.
 constexpr std::uint32_t SettingsBegin = R::Width, SettingsEnd = R::FirmwareNumbers;
 
+constexpr std::uint32_t LongestLogged = 0x10000; // bytes of an access; no register is as long
+
 } // namespace
 
 SimCamera::SimCamera(SimModel const &model, SimStream &stream, EventHub &events)
-    : m_model(model),
+    : SimMemory(model.kind == TovCam::InterfaceKindGigEVision),
+      m_model(model),
       m_stream(stream),
       m_events(events),
-      m_big(model.kind == TovCam::InterfaceKindGigEVision),
-      m_memory(R::End),
-      m_packets(model.kind)
+      m_packets(MakeSimPackets(model.kind))
 {
     PowerUp();
-}
-
-bool SimCamera::IsBigEndian() const
-{
-    return m_big;
 }
 
 void SimCamera::SetNodeMap(ArvGc *nodeMap)
@@ -51,54 +47,13 @@ void SimCamera::SetNodeMap(ArvGc *nodeMap)
 
 // ---- Memory ------------------------------------------------------------------------------------------------------
 
-std::uint8_t *SimCamera::Find(std::uint64_t address, std::uint32_t size)
+std::uint8_t *SimCamera::FindBytes(std::uint64_t address, std::uint32_t size)
 {
-    if (size > 0 && address < R::End && size <= R::End - address)
-        return m_memory.data() + address;
+    if (std::uint8_t *const bytes = Find(address, size))
+        return bytes;
     if (m_model.sensorClass != 0 && address == R::SensorClass && size == m_sensorClass.size())
         return m_sensorClass.data();
     return nullptr;
-}
-
-std::uint64_t SimCamera::GetInt(std::uint32_t address, std::uint32_t size) const
-{
-    std::uint64_t value = 0;
-    for (std::uint32_t i = 0; i < size; ++i)
-        value = value << 8 | m_memory[address + (m_big ? i : size - 1 - i)];
-    return value;
-}
-
-void SimCamera::SetInt(std::uint32_t address, std::uint64_t value, std::uint32_t size)
-{
-    for (std::uint32_t i = 0; i < size; ++i, value >>= 8)
-        m_memory[address + (m_big ? size - 1 - i : i)] = static_cast<std::uint8_t>(value);
-}
-
-double SimCamera::GetFloat(std::uint32_t address) const
-{
-    std::uint64_t const bits = GetInt(address, 8);
-    double value;
-    std::memcpy(&value, &bits, sizeof value);
-    return std::isfinite(value) ? value : 0.0;
-}
-
-void SimCamera::SetFloat(std::uint32_t address, double value)
-{
-    std::uint64_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    SetInt(address, bits, 8);
-}
-
-std::string SimCamera::GetText(std::uint32_t address) const
-{
-    auto const *const text = reinterpret_cast<char const *>(m_memory.data() + address);
-    return std::string(text, strnlen(text, R::TextSize));
-}
-
-void SimCamera::SetText(std::uint32_t address, std::string const &text)
-{
-    std::fill_n(m_memory.begin() + address, R::TextSize, 0);
-    std::copy_n(text.begin(), std::min<std::size_t>(text.size(), R::TextSize - 1), m_memory.begin() + address);
 }
 
 void SimCamera::PowerUp()
@@ -113,7 +68,7 @@ void SimCamera::PowerUp()
         SetText(R::UserID, m_model.userID);
     SetText(R::FirmwareText, "1.3.0");
 
-    std::fill(m_memory.begin() + SettingsBegin, m_memory.begin() + SettingsEnd, 0);
+    Clear(SettingsBegin, SettingsEnd);
     SetInt(R::SensorWidth, m_model.sensorWidth);
     SetInt(R::SensorHeight, m_model.sensorHeight);
     SetInt(R::Width, m_model.sensorWidth);
@@ -151,7 +106,7 @@ void SimCamera::PowerUp()
     for (std::uint32_t i = 0; i < R::LutEntries; ++i)
         SetInt(R::LUT + 4 * i, i * 4095 / (R::LutEntries - 1));
     for (std::size_t i = 0; i < m_sensorClass.size(); ++i)
-        m_sensorClass[m_big ? 3 - i : i] =
+        m_sensorClass[IsBigEndian() ? 3 - i : i] =
             static_cast<std::uint8_t>(std::uint64_t{m_model.sensorClass} << 24 >> (8 * i));
 }
 
@@ -160,7 +115,7 @@ void SimCamera::PowerUp()
 bool SimCamera::Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **error)
 {
     if (m_asking) {
-        std::uint8_t const *const bytes = Find(address, size);
+        std::uint8_t const *const bytes = FindBytes(address, size);
         if (!bytes)
             return Fail(error, ARV_DEVICE_ERROR_PROTOCOL_ERROR_INVALID_ADDRESS, "No such register");
         std::copy_n(bytes, size, out);
@@ -170,7 +125,7 @@ bool SimCamera::Read(std::uint64_t address, std::uint32_t size, std::uint8_t *ou
         return Fail(error, ARV_DEVICE_ERROR_NOT_CONNECTED, "The camera is gone");
     Delay(address, size);
     Refresh(address, size);
-    std::uint8_t const *const bytes = Find(address, size);
+    std::uint8_t const *const bytes = FindBytes(address, size);
     Log(false, !bytes, address, bytes, size);
     if (!bytes)
         return Fail(error, ARV_DEVICE_ERROR_PROTOCOL_ERROR_INVALID_ADDRESS, "No such register");
@@ -183,8 +138,8 @@ bool SimCamera::Write(std::uint64_t address, std::uint32_t size, std::uint8_t co
     if (m_lost)
         return Fail(error, ARV_DEVICE_ERROR_NOT_CONNECTED, "The camera is gone");
     Delay(address, size);
-    std::uint8_t *const memory = Find(address, size);
-    // The fault's own register stays writable, or the fault could never be taken back.
+    std::uint8_t *const memory = FindBytes(address, size);
+    // The register that sets the fault stays writable, so that it can be taken back.
     bool const failing = address != R::SimFailFeature && IsFeatureAt(R::SimFailFeature, address, size);
     Log(true, !memory || failing, address, bytes, size);
     if (!memory || memory == m_sensorClass.data())
@@ -199,7 +154,7 @@ bool SimCamera::Write(std::uint64_t address, std::uint32_t size, std::uint8_t co
 void SimCamera::Delay(std::uint64_t address, std::uint32_t size)
 {
     std::uint64_t delay = GetInt(R::SimAccessDelay);
-    // The way back to speed is never slow.
+    // The registers that set the delay stay fast, so that it can be taken back.
     if (address != R::SimSlowFeature && address != R::SimSlowDelay && IsFeatureAt(R::SimSlowFeature, address, size))
         delay += GetInt(R::SimSlowDelay);
     if (delay > 0)
@@ -209,9 +164,9 @@ void SimCamera::Delay(std::uint64_t address, std::uint32_t size)
 // Whether the feature named in a text register stands behind these bytes.
 bool SimCamera::IsFeatureAt(std::uint32_t nameRegister, std::uint64_t address, std::uint32_t size)
 {
-    if (m_memory[nameRegister] == 0 || !m_nodeMap)
-        return false;
     std::string const name = GetText(nameRegister);
+    if (name.empty() || !m_nodeMap)
+        return false;
     ArvGcNode *node = arv_gc_get_node(m_nodeMap, name.c_str());
     for (int links = 0; node && links < 10; ++links) {
         if (ARV_IS_GC_REGISTER(node)) {
@@ -235,10 +190,10 @@ bool SimCamera::IsFeatureAt(std::uint32_t nameRegister, std::uint64_t address, s
 
 void SimCamera::Log(bool write, bool failed, std::uint64_t address, std::uint8_t const *bytes, std::uint32_t size)
 {
-    if (!m_events.IsWanted(TovCam::EventControlChannel) || size > 0x10000)
+    if (!m_events.IsWanted(TovCam::EventControlChannel) || size > LongestLogged)
         return;
     try { // an exception would go through the node map's C code
-        m_stream.Post(m_packets.Control({write, failed, address, bytes, size}));
+        m_stream.Post(m_packets->Control({write, failed, address, bytes, size}));
     } catch (std::bad_alloc const &) {
         m_stream.NoteMissed();
     }

@@ -3,13 +3,14 @@
 // Threads: every call under the lock of the device that holds the camera.
 #pragma once
 
+#include "simmemory.h"
 #include "simstream.h"
 
 #include <arv.h>
 
 #include <string>
 
-class SimCamera
+class SimCamera : private SimMemory
 {
 public:
     SimCamera(SimModel const &model, SimStream &stream, EventHub &events);
@@ -17,20 +18,15 @@ public:
     // As ArvDevice has them; a refused access is FALSE and an error.
     bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **error);
     bool Write(std::uint64_t address, std::uint32_t size, std::uint8_t const *bytes, GError **error);
-    bool IsBigEndian() const;
+    using SimMemory::IsBigEndian;
     // The node map of this camera, which names the features that fail or are slow. It outlives the camera's last
     // access.
     void SetNodeMap(ArvGc *nodeMap);
     std::int32_t GetFormat(SimFormat &format);
 
 private:
-    std::uint8_t *Find(std::uint64_t address, std::uint32_t size);
-    std::uint64_t GetInt(std::uint32_t address, std::uint32_t size = 4) const;
-    void SetInt(std::uint32_t address, std::uint64_t value, std::uint32_t size = 4);
-    double GetFloat(std::uint32_t address) const;
-    void SetFloat(std::uint32_t address, double value);
-    std::string GetText(std::uint32_t address) const;
-    void SetText(std::uint32_t address, std::string const &text);
+    // As Find, with the register that lies far from the others.
+    std::uint8_t *FindBytes(std::uint64_t address, std::uint32_t size);
 
     void PowerUp();
     void Refresh(std::uint64_t address, std::uint32_t size);
@@ -49,10 +45,8 @@ private:
     SimStream &m_stream;
     EventHub &m_events;
     ArvGc *m_nodeMap = nullptr;
-    bool const m_big;
     bool m_lost = false;
     bool m_asking = false; // the camera itself reads registers
-    std::vector<std::uint8_t> m_memory;
     std::array<std::uint8_t, 4> m_sensorClass{};
-    SimPackets m_packets;
+    std::unique_ptr<SimPackets> const m_packets;
 };

@@ -1,11 +1,15 @@
-// The packets that a camera of this kind would have exchanged with its host, byte by byte as they stand on the wire.
-// The builders append to `out`; GigE Vision packets are big-endian, USB3 Vision ones little-endian.
+// The packets that a camera would have exchanged with its host, byte by byte as they stand on the wire. One class for
+// each transport; each counts its own requests.
+//
+// Used by one thread at a time.
 #pragma once
 
 #include "simmodel.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <vector>
 
 using SimPacket = std::vector<std::uint8_t>;
@@ -31,25 +35,32 @@ struct SimFrameFacts
 class SimPackets
 {
 public:
-    explicit SimPackets(std::uint32_t interfaceKind);
+    virtual ~SimPackets() = default;
 
-    // Commands and acknowledges, in order; long accesses take several. Counts the requests up.
+    // Commands and acknowledges, in order; long accesses take several.
     std::vector<SimPacket> Control(SimAccess const &access);
-    // The host asks for packets of a frame again, both ends included. GigE Vision only, as is what it brings.
-    SimPacket Resend(SimFrameFacts const &facts, std::uint32_t first, std::uint32_t last);
-    SimPacket Leader(SimFrameFacts const &facts) const;
-    SimPacket Trailer(SimFrameFacts const &facts, std::uint32_t packetId, bool complete) const;
-    // Header of a payload packet; the pixels follow. Empty for USB3 Vision, which sends them bare.
-    SimPacket PayloadHeader(SimFrameFacts const &facts, std::uint32_t packetId, bool resent = false) const;
-    SimPacket Event(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp);
-    // What the host answers to an event; empty where the camera asks for no answer, as on USB3 Vision.
-    SimPacket EventAcknowledge(SimPacket const &event) const;
+    virtual SimPacket Leader(SimFrameFacts const &facts) const = 0;
+    virtual SimPacket Trailer(SimFrameFacts const &facts, std::uint32_t packetId, bool complete) const = 0;
+    // Header of a payload packet; the pixels follow. Good until the next call.
+    virtual std::span<std::uint8_t const> PayloadHeader(SimFrameFacts const &facts, std::uint32_t packetId,
+                                                        bool resent) = 0;
     // Bytes of pixels in a payload packet.
-    std::size_t PayloadBytes(std::uint32_t packetSize) const;
+    virtual std::size_t PayloadBytes(std::uint32_t packetSize) const = 0;
+    // The host asks for packets of a frame again, both ends included; empty where the transport has no such request.
+    virtual SimPacket Resend(SimFrameFacts const &facts, std::uint32_t first, std::uint32_t last) = 0;
+    virtual SimPacket Event(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp) = 0;
+    // What the host answers to an event; empty where the camera asks for no answer.
+    virtual SimPacket EventAcknowledge(SimPacket const &event) const = 0;
 
 private:
-    bool const m_usb;
-    std::uint16_t m_request = 0; // of the control channel; never 0 on GigE Vision
-    std::uint16_t m_eventRequest = 0;
-    std::uint16_t m_resendRequest = 0; // the receiver of the stream counts its own
+    // The command and the acknowledge of an access that one packet carries.
+    virtual SimPacket Command(SimAccess const &access) = 0;
+    virtual SimPacket Acknowledge(SimAccess const &access) const = 0;
 };
+
+// `interfaceKind` is the TovCam::InterfaceKind of a transport.
+std::unique_ptr<SimPackets> MakeSimPackets(std::uint32_t interfaceKind);
+
+// The two that it chooses from.
+std::unique_ptr<SimPackets> MakeGigEVisionPackets();
+std::unique_ptr<SimPackets> MakeUsb3VisionPackets();

@@ -1,95 +1,20 @@
 #include "simstream.h"
 
+#include "protocol/gigevision.h"
 #include "tovmisc.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t LongestBacklog = 8192; // control packets that wait for a slow subscriber; later ones are missed
-constexpr std::uint8_t Requests = 3;         // for a packet, until it is given up
-constexpr std::uint8_t LostForGood = 255;
-constexpr std::uint16_t ExposureEndEvent = 0x9001, FrameStartEvent = 0x9002;
-// Behind this the frames are late for good: the schedule moves instead of a burst that catches up.
+constexpr std::uint16_t ExposureEndEvent = gvcp::DeviceSpecificEvents + 1, FrameStartEvent = ExposureEndEvent + 1;
+// Frames that are later than this move the schedule; others are made up for by a burst.
 constexpr auto MostLate = std::chrono::milliseconds(50);
 
 } // namespace
-
-// ---- Buffers -----------------------------------------------------------------------------------------------------
-
-SimStream::SimBuffer::~SimBuffer()
-{
-    TovReleaseImageHeader(&image);
-    TovFreeFrameMemory(memory);
-}
-
-bool SimStream::SimBuffer::Create(SimFormat const &newFormat)
-{
-    format = newFormat;
-    capacity = payload = format.Payload();
-    // Behind the pixels is room for a line of 16-bit samples, zeroed, as in every image.
-    std::size_t const tail = std::size_t{format.width} * 2;
-    memory = TovAllocFrameMemory(capacity + tail);
-    if (!memory)
-        return false;
-    std::memset(static_cast<std::uint8_t *>(memory) + capacity, 0, tail);
-    return TovSucceeded(
-        TovCreateImageHeader(&image, {format.width, format.height}, format.pixelType, format.LineBytes(), memory));
-}
-
-_TovImage *SimStream::SimBuffer::GetImage()
-{
-    return image;
-}
-
-std::uint64_t SimStream::SimBuffer::GetBufferSize()
-{
-    return payload;
-}
-
-std::uint64_t SimStream::SimBuffer::GetTimestamp()
-{
-    return image->timestamp;
-}
-
-std::uint64_t SimStream::SimBuffer::GetFrameID()
-{
-    return image->frameID;
-}
-
-bool SimStream::SimBuffer::IsIncomplete()
-{
-    return incomplete;
-}
-
-void SimStream::Ring::Reset(std::size_t capacity)
-{
-    m_slots.assign(capacity, nullptr);
-    m_first = m_count = 0;
-}
-
-bool SimStream::Ring::IsEmpty() const
-{
-    return m_count == 0;
-}
-
-void SimStream::Ring::Push(SimBuffer *buffer)
-{
-    m_slots[(m_first + m_count++) % m_slots.size()] = buffer;
-}
-
-SimStream::SimBuffer *SimStream::Ring::Pop()
-{
-    if (m_count == 0)
-        return nullptr;
-    SimBuffer *const buffer = m_slots[m_first];
-    m_first = (m_first + 1) % m_slots.size();
-    --m_count;
-    return buffer;
-}
 
 // ---- The camera's side -------------------------------------------------------------------------------------------
 
@@ -99,7 +24,8 @@ SimStream::SimStream(SimModel const &model, EventHub &events, std::function<std:
       m_currentFormat(std::move(currentFormat)),
       m_clockStart(Clock::now().time_since_epoch().count()),
       m_scene(model.sensorWidth, model.sensorHeight, model.colour),
-      m_packets(model.kind),
+      m_sender(model.kind, events),
+      m_loss(model.kind == TovCam::InterfaceKindGigEVision),
       m_thread([this] { Run(); })
 {
 }
@@ -397,7 +323,7 @@ void SimStream::EmitPending(std::unique_lock<std::mutex> &lock)
     bool const tellMissed = std::exchange(m_toldMissed, missed) != missed;
     lock.unlock();
     for (SimPacket const &packet : packets)
-        Tell([&] { EmitBytes(TovCam::EventControlChannel, packet, nullptr, 0); });
+        Tell([&] { m_sender.SendControl(packet); });
     if (tellMissed)
         m_events.Emit(TovCam::EventPacketsMissed, &missed, sizeof missed);
     if (lost)
@@ -431,9 +357,9 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
     lock.unlock();
     if (events) {
         if (m_drawn.frameStartEvent)
-            Tell([&] { EmitEvent(FrameStartEvent, id, timestamp); });
+            Tell([&] { m_sender.SendEvent(FrameStartEvent, id, timestamp); });
         if (m_drawn.exposureEndEvent)
-            Tell([&] { EmitEvent(ExposureEndEvent, id, timestamp); });
+            Tell([&] { m_sender.SendEvent(ExposureEndEvent, id, timestamp); });
     }
     if (buffer)
         Fill(*buffer, id, timestamp);
@@ -456,26 +382,13 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
 
 void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestamp)
 {
-    _TovImage &image = *buffer.image;
-    bool fits = true;
-    if (buffer.format != m_drawnFormat) {
-        // The format was changed after the buffers had been made.
-        fits = m_drawnFormat.Payload() <= buffer.capacity;
-        _TovImage *header = nullptr;
-        if (fits &&
-            TovSucceeded(TovCreateImageHeader(&header, {m_drawnFormat.width, m_drawnFormat.height},
-                                              m_drawnFormat.pixelType, m_drawnFormat.LineBytes(), buffer.memory))) {
-            TovReleaseImageHeader(&buffer.image);
-            buffer.image = header;
-            buffer.format = m_drawnFormat;
-            buffer.payload = m_drawnFormat.Payload();
-        }
-    }
+    // The format may have been changed after the buffers had been made.
+    bool const fits = buffer.Fit(m_drawnFormat);
     buffer.image->timestamp = timestamp;
     buffer.image->frameID = id;
     buffer.incomplete = !fits;
     if (!fits) {
-        std::memset(image.imageData, 0, buffer.capacity);
+        std::memset(buffer.image->imageData, 0, buffer.capacity);
         return;
     }
     m_scene.Draw(id, static_cast<double>(timestamp) / static_cast<double>(m_model.tickFrequency),
@@ -483,147 +396,29 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
     buffer.incomplete = LosePackets(buffer, id);
     // What gets lost shows on the control channel too.
     if (m_events.IsWanted(TovCam::EventStreamChannel) ||
-        (!m_arrivals.empty() && m_events.IsWanted(TovCam::EventControlChannel)))
-        Tell([&] { EmitFrame(buffer, id, timestamp); });
+        (!m_loss.IsNone() && m_events.IsWanted(TovCam::EventControlChannel)))
+        Tell([&] { TellFrame(buffer, id, timestamp); });
 }
 
-// Blackens what did not arrive; true when something is missing.
+// True when something of the frame is missing.
 bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
 {
-    SimFaults const &faults = m_drawn.faults;
-    m_arrivals.clear();
-    std::uint64_t const number = id - m_model.firstFrameID + 1;
-    bool const marked = faults.incompleteEvery != 0 && number % faults.incompleteEvery == 0;
+    std::size_t const bytes = m_sender.PayloadBytes(m_drawn.packetSize);
     double const rate =
         m_drawn.period > 0 ? static_cast<double>(buffer.payload) * 1e9 / static_cast<double>(m_drawn.period) : 0.0;
-    bool const overrun = faults.linkLimit > 0.0 && rate > faults.linkLimit;
-    if (!marked && !overrun && faults.packetLoss <= 0.0)
-        return false;
-
-    std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize);
-    std::size_t const count = (buffer.payload + bytes - 1) / bytes;
-    m_arrivals.assign(count, 0);
-    if (marked)
-        m_arrivals[count / 2] = LostForGood;
-    if (overrun) {
-        // What the link cannot carry is spread over the frame; at least one packet is too much.
-        double const share = 1.0 - faults.linkLimit / rate;
-        double owed = 1.0;
-        for (std::size_t i = 0; i < count; ++i) {
-            if (owed >= 1.0) {
-                m_arrivals[i] = LostForGood;
-                owed -= 1.0;
-            }
-            owed += share;
-        }
-    }
-    if (faults.packetLoss > 0.0) {
-        double const p = std::min(faults.packetLoss, 1.0);
-        std::uniform_real_distribution<double> uniform(0.0, 1.0);
-        for (double i = 0;; i += 1.0) {
-            // The distance to the next lost packet, instead of a throw of dice for each.
-            if (p < 1.0)
-                i += std::floor(std::log(1.0 - uniform(m_random)) / std::log1p(-p));
-            if (!(i < static_cast<double>(count)))
-                break;
-            std::uint8_t &arrival = m_arrivals[static_cast<std::size_t>(i)];
-            if (arrival == LostForGood)
-                continue;
-            // A packet that is asked for again gets lost with the same probability.
-            arrival = LostForGood;
-            for (std::uint8_t request = 1; faults.resend && request <= Requests && arrival == LostForGood; ++request) {
-                // A USB link repeats by itself, without a packet that tells of it.
-                if (uniform(m_random) >= p)
-                    arrival = m_model.kind == TovCam::InterfaceKindGigEVision ? request : 0;
-            }
-        }
-    }
-    bool incomplete = false;
-    for (std::size_t i = 0; i < count; ++i) {
-        if (m_arrivals[i] != LostForGood)
-            continue;
-        incomplete = true;
-        std::memset(buffer.image->imageData + i * bytes, 0, std::min<std::size_t>(bytes, buffer.payload - i * bytes));
-    }
-    return incomplete;
+    m_loss.Decide(m_drawn.faults, id - m_model.firstFrameID + 1, rate, (buffer.payload + bytes - 1) / bytes);
+    return m_loss.Blacken(buffer.image->imageData, buffer.payload, bytes);
 }
 
 // The frame as the packets that would have carried it.
-void SimStream::EmitFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp)
+void SimStream::TellFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp)
 {
     TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(buffer.format.pixelType);
-    std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize);
-    std::size_t const count = (buffer.payload + bytes - 1) / bytes;
-    SimFrameFacts facts{buffer.format, info->pfnc, id, timestamp, buffer.payload};
-    EmitBytes(TovCam::EventStreamChannel, m_packets.Leader(facts), nullptr, 0);
-    std::size_t gap = count; // where the packets begin that have not come; count: nowhere
-    for (std::size_t i = 0; i < count; ++i) {
-        if (!m_arrivals.empty() && m_arrivals[i] != 0) {
-            gap = std::min(gap, i);
-            if (m_arrivals[i] == LostForGood)
-                facts.validPayload -= std::min<std::uint64_t>(bytes, buffer.payload - i * bytes);
-            continue;
-        }
-        EmitPayload(buffer, facts, i, false);
-        // The first packet behind a gap tells the host of it.
-        if (gap < i)
-            EmitResends(buffer, facts, gap, i);
-        gap = count;
-    }
-    EmitBytes(TovCam::EventStreamChannel,
-              m_packets.Trailer(facts, static_cast<std::uint32_t>(count + 1), !buffer.incomplete), nullptr, 0);
-    if (gap < count)
-        EmitResends(buffer, facts, gap, count);
-}
-
-// Packet `index` of the payload; it has the id above, as the leader is packet 0.
-void SimStream::EmitPayload(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t index, bool resent)
-{
-    std::size_t const bytes = m_packets.PayloadBytes(m_drawn.packetSize), at = index * bytes;
-    EmitBytes(TovCam::EventStreamChannel, m_packets.PayloadHeader(facts, static_cast<std::uint32_t>(index + 1), resent),
-              buffer.image->imageData + at, std::min<std::uint64_t>(bytes, buffer.payload - at));
-}
-
-// The host asks for the packets from `first` up to `last`, which is excluded, and again for those that stay away.
-void SimStream::EmitResends(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t first, std::size_t last)
-{
-    if (!m_drawn.faults.resend || m_model.kind != TovCam::InterfaceKindGigEVision)
-        return;
-    for (std::uint8_t request = 1; request <= Requests; ++request) {
-        auto const isMissing = [this, request](std::uint8_t arrival) {
-            return arrival >= request;
-        };
-        auto const end = m_arrivals.begin() + static_cast<std::ptrdiff_t>(last);
-        auto from = m_arrivals.begin() + static_cast<std::ptrdiff_t>(first);
-        while ((from = std::find_if(from, end, isMissing)) != end) {
-            auto const to = std::find_if_not(from, end, isMissing);
-            auto const index = [this](auto place) {
-                return static_cast<std::size_t>(place - m_arrivals.begin());
-            };
-            EmitBytes(TovCam::EventControlChannel,
-                      m_packets.Resend(facts, static_cast<std::uint32_t>(index(from) + 1),
-                                       static_cast<std::uint32_t>(index(to))),
-                      nullptr, 0);
-            for (; from != to; ++from) {
-                if (*from == request)
-                    EmitPayload(buffer, facts, index(from), true);
-            }
-        }
-    }
-}
-
-// With the host's answer, which goes the other way on the same channel.
-void SimStream::EmitEvent(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp)
-{
-    SimPacket const event = m_packets.Event(eventId, frame, timestamp), answer = m_packets.EventAcknowledge(event);
-    EmitBytes(TovCam::EventEventChannel, event, nullptr, 0);
-    if (!answer.empty())
-        EmitBytes(TovCam::EventEventChannel, answer, nullptr, 0);
-}
-
-void SimStream::EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size)
-{
-    std::size_t const total = head.size() + size;
-    if (m_events.IsWanted(channel))
-        m_events.Emit(channel, m_bytes.Lay(head.data(), head.size(), body, size, total), total);
+    m_sender.SendFrame({.facts = {buffer.format, info->pfnc, id, timestamp, buffer.payload},
+                        .pixels = buffer.image->imageData,
+                        .size = buffer.payload,
+                        .packetBytes = m_sender.PayloadBytes(m_drawn.packetSize),
+                        .incomplete = buffer.incomplete,
+                        .resend = m_drawn.faults.resend},
+                       m_loss);
 }

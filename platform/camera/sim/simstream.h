@@ -6,9 +6,10 @@
 #pragma once
 
 #include "devicebase.h"
-#include "packettap/packetframing.h"
-#include "simpackets.h"
+#include "simbuffer.h"
+#include "simloss.h"
 #include "simscene.h"
+#include "simsender.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -17,7 +18,6 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <random>
 #include <thread>
 
 class SimStream final : public TovCam::Stream
@@ -55,50 +55,12 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    class SimBuffer final : public TovCam::Buffer
-    {
-    public:
-        enum State { Held, Queued, Filling, Filled };
-
-        ~SimBuffer();
-        bool Create(SimFormat const &format);
-        _TovImage *GetImage() override;
-        std::uint64_t GetBufferSize() override;
-        std::uint64_t GetTimestamp() override;
-        std::uint64_t GetFrameID() override;
-        bool IsIncomplete() override;
-
-        State state = Queued; // guarded by the stream's mutex
-        // Written while Filling by the stream's thread, read while Held by the host.
-        SimFormat format;
-        _TovImage *image = nullptr;
-        void *memory = nullptr;
-        std::uint64_t capacity = 0, payload = 0;
-        bool incomplete = false;
-    };
-
-    // A queue that allocates nothing once it has its size.
-    class Ring
-    {
-    public:
-        void Reset(std::size_t capacity);
-        bool IsEmpty() const;
-        void Push(SimBuffer *buffer);
-        SimBuffer *Pop();
-
-    private:
-        std::vector<SimBuffer *> m_slots;
-        std::size_t m_first = 0, m_count = 0;
-    };
-
     void Run();
     void EmitPending(std::unique_lock<std::mutex> &lock);
     void MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point due);
     void Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestamp);
     bool LosePackets(SimBuffer &buffer, std::uint64_t id);
-    void EmitFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp);
-    void EmitPayload(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t index, bool resent);
-    void EmitResends(SimBuffer const &buffer, SimFrameFacts const &facts, std::size_t first, std::size_t last);
+    void TellFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp);
     // Packets that there is no memory for are missed, and end no thread. Without the lock.
     template<class Packets>
     void Tell(Packets const &packets)
@@ -109,8 +71,6 @@ private:
             NoteMissed();
         }
     }
-    void EmitEvent(std::uint16_t eventId, std::uint64_t frame, std::uint64_t timestamp);
-    void EmitBytes(std::uint32_t channel, SimPacket const &head, std::uint8_t const *body, std::size_t size);
     void FlushFilled();
 
     SimModel const &m_model;
@@ -122,7 +82,7 @@ private:
     std::condition_variable m_delivered; // GetBuffer: a buffer, or a cancel
     std::condition_variable m_settled;   // StopAcquisition: no buffer is being filled
     std::vector<std::unique_ptr<SimBuffer>> m_buffers;
-    Ring m_input, m_output;
+    SimBufferRing m_input, m_output;
     bool m_started = false; // the host's side
     bool m_cancelled = false;
     bool m_filling = false;
@@ -142,15 +102,11 @@ private:
 
     // The thread's own.
     SimScene m_scene;
-    SimPackets m_packets;
+    SimSender m_sender;
+    SimLoss m_loss;
     SimFormat m_drawnFormat;
     SimSettings m_drawn;
     std::uint64_t m_drawnChange = 0;
-    // How the packets of the present frame came, empty where each came by itself: as the answer to which request, 0 for
-    // none, LostForGood for not at all.
-    std::vector<std::uint8_t> m_arrivals;
-    PacketBuffer m_bytes;
-    std::minstd_rand m_random{2024};
 
     std::thread m_thread; // last: it uses everything above
 };
