@@ -1,0 +1,30 @@
+// Makes new inputs of known ones: changes to their bytes, and to the words, numbers and lines that formats of text
+// have. The same seed makes the same inputs.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+class Mutator
+{
+public:
+    explicit Mutator(std::uint32_t seed);
+    // One of the pool, changed once or a few times. The pool is not empty.
+    std::string Mutate(std::vector<std::string> const &pool);
+
+private:
+    using Place = std::pair<std::size_t, std::size_t>; // where it begins, and its length
+
+    std::size_t Below(std::size_t limit);
+    Place FindWord(std::string const &text, bool number);
+    void Change(std::string &input, std::vector<std::string> const &pool);
+    void ChangeBytes(std::string &input, std::vector<std::string> const &pool, std::size_t kind);
+    void ChangeText(std::string &input, std::size_t kind);
+    void MoveLine(std::string &input);
+
+    std::minstd_rand m_random;
+    std::vector<std::string> m_words; // of the format
+};
