@@ -181,6 +181,27 @@ std::string N(int i)
     return "N" + std::to_string(i);
 }
 
+// Opens the camera whose description that is; it is used or refused, and its features may be asked for either way.
+void ExpectUsable(bool usable)
+{
+    TovCam::System *const system = TovCam_GetSystem();
+    TovCam::Device *const device = TovCam_CreateDevice(FindSimulated(system, "VG-XML"), 2, nullptr);
+    ASSERT_NE(device, nullptr);
+    std::int32_t error = 1;
+    TovCam::ParamArray *const nodes = device->GetCameraParameters(&error);
+    EXPECT_EQ(nodes != nullptr, usable);
+    EXPECT_EQ(error, usable ? 0 : TOV_CAM_ERR_GENICAM_TREE);
+    for (char const *node : {"Width", "A", "R", "K", "N0", "W", "O"}) {
+        if (!nodes)
+            break;
+        nodes->GetIntegerValue(node, nullptr);
+        nodes->SetIntegerValue(node, 3);
+        nodes->ExecuteCommand(node);
+    }
+    device->Release();
+    system->Release();
+}
+
 TEST(SimDescriptions, AreUsedOrRefused)
 {
     std::string const plain = Described(Integer("Width", "<Value>5</Value>"));
@@ -226,22 +247,7 @@ TEST(SimDescriptions, AreUsedOrRefused)
     for (auto const &c : cases) {
         SCOPED_TRACE(c.name);
         std::ofstream(path, std::ios::binary) << c.xml;
-        TovCam::System *const system = TovCam_GetSystem();
-        TovCam::Device *const device = TovCam_CreateDevice(FindSimulated(system, "VG-XML"), 2, nullptr);
-        ASSERT_NE(device, nullptr);
-        std::int32_t error = 1;
-        TovCam::ParamArray *const nodes = device->GetCameraParameters(&error);
-        EXPECT_EQ(nodes != nullptr, c.usable);
-        EXPECT_EQ(error, c.usable ? 0 : TOV_CAM_ERR_GENICAM_TREE);
-        for (char const *node : {"Width", "A", "R", "K", "N0", "W", "O"}) {
-            if (!nodes)
-                break;
-            nodes->GetIntegerValue(node, nullptr);
-            nodes->SetIntegerValue(node, 3);
-            nodes->ExecuteCommand(node);
-        }
-        device->Release();
-        system->Release();
+        ExpectUsable(c.usable);
     }
     unsetenv("TOV_SIM_CAMERA_XML");
     std::remove(path.c_str());
