@@ -22,10 +22,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Longer than any control or event packet, whose data are 540 bytes at most.
+// The longest ones of link and network, and the one of transport.
+constexpr std::uint32_t LongestHeaders = 18 + 60 + gvsp::UdpHeaderSize;
 constexpr int ControlSnap = 2048;
-// The longest headers of link, network and transport, and what a line shows.
-constexpr std::uint32_t StreamSnap = 18 + 60 + 8 + GigEFraming::StreamBytesShown;
+static_assert(ControlSnap > LongestHeaders + gvcp::HeaderSize + gvcp::LongestBody);
+constexpr std::uint32_t StreamSnap = LongestHeaders + GigEFraming::StreamBytesShown;
 // Seconds of a stream at the rate of 50,000 packets, so that a busy machine does not cost packets.
 constexpr int RingBytes = 32 << 20;
 constexpr int RingDelay = 20; // ms until a block of the ring that is not full is handed over

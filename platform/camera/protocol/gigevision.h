@@ -159,7 +159,7 @@ struct DiscoveryAck
     static constexpr std::size_t Size = 0x00F8;
 };
 
-constexpr std::uint16_t DeviceSpecificEvents = 0x9000; // event ids from here on are the maker's
+constexpr std::uint16_t DeviceSpecificEvents = 0x9000; // ids from here on are the maker's
 
 // ---- Bootstrap registers -----------------------------------------------------------------------------------------
 

@@ -1,7 +1,6 @@
 #include "simdevice.h"
 
 #include "aravisreleases.h"
-#include "genicam/xmlcheck.h"
 #include "simcamera.h"
 
 // ---- The ArvDevice -----------------------------------------------------------------------------------------------
