@@ -1,5 +1,7 @@
 #include "backend.h"
 
+#include "storestatus.h"
+
 TovCam::Interface *DeviceInfoImpl::GetInterface()
 {
     return interface;
@@ -85,8 +87,7 @@ char const *InterfaceImpl::GetDriverVersion()
 
 TovCam::ParamArray *InterfaceImpl::GetInterfaceParameters(std::int32_t *error)
 {
-    if (error)
-        *error = TOV_CAM_ERR_OK;
+    StoreStatus(error, TOV_CAM_ERR_OK);
     return m_backend.GetInterfaceParameters(this, error);
 }
 

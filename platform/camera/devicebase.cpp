@@ -1,6 +1,7 @@
 #include "devicebase.h"
 
 #include "background.h"
+#include "storestatus.h"
 
 #include <algorithm>
 #include <chrono>
@@ -91,8 +92,7 @@ std::int32_t DeviceBase::UnregisterEvent(std::uint32_t id, TovCam::EventCallback
 TovCam::ParamArray *DeviceBase::GetCameraParameters(std::int32_t *error)
 {
     std::int32_t const status = m_nodes.GetStatus();
-    if (error)
-        *error = status;
+    StoreStatus(error, status);
     return status == TOV_CAM_ERR_OK ? &m_nodes : nullptr;
 }
 
@@ -100,23 +100,22 @@ std::int32_t DeviceBase::ReadRegister(std::uint64_t address, void *buffer, std::
 {
     if (!buffer || size == 0 || size > 0x10000)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
-    GError *error = nullptr;
+    ErrorSlot error;
     {
         std::lock_guard<std::recursive_mutex> lock(m_access);
         // Four bytes are a register, which arrives in the host's byte order whatever the transport's is.
         if (size == sizeof(guint32) && address % sizeof(guint32) == 0) {
             guint32 value = 0;
-            if (arv_device_read_register(m_device, address, &value, &error) && !error)
+            if (arv_device_read_register(m_device, address, &value, error) && error.Status() == TOV_CAM_ERR_OK)
                 std::copy_n(reinterpret_cast<char const *>(&value), sizeof value, static_cast<char *>(buffer));
         } else {
             std::vector<char> bytes(size);
-            if (arv_device_read_memory(m_device, address, static_cast<guint32>(size), bytes.data(), &error) && !error)
+            if (arv_device_read_memory(m_device, address, static_cast<guint32>(size), bytes.data(), error) &&
+                error.Status() == TOV_CAM_ERR_OK)
                 std::copy(bytes.begin(), bytes.end(), static_cast<char *>(buffer));
         }
     }
-    std::int32_t const status = StatusFromError(error);
-    g_clear_error(&error);
-    return status;
+    return error.Status();
 }
 
 CameraIdentity DeviceBase::Identify()

@@ -1,6 +1,6 @@
 #include "backend.h"
 #include "genicam/configuration.h"
-#include "statusout.h"
+#include "storestatus.h"
 
 #include <glib.h>
 
@@ -113,7 +113,7 @@ public:
                 device = nullptr;
             }
         }
-        Store(error, status);
+        StoreStatus(error, status);
         report.status = status;
         std::lock_guard<std::mutex> lock(m_reportMutex);
         m_report = std::move(report);
@@ -143,7 +143,7 @@ public:
     TovCam::DeviceInfo *FindDeviceByAddress(char const *address, std::int32_t *error) override
     {
         if (!address || !*address) {
-            Store(error, TOV_CAM_ERR_INVALID_ARGUMENT);
+            StoreStatus(error, TOV_CAM_ERR_INVALID_ARGUMENT);
             return nullptr;
         }
         std::lock_guard<std::mutex> lock(m_updateMutex);
@@ -151,13 +151,13 @@ public:
         for (auto const &backend : m_backends) {
             std::int32_t answer = TOV_CAM_ERR_OK;
             if (DeviceInfoImpl *info = backend->FindByAddress(address, &answer)) {
-                Store(error, TOV_CAM_ERR_OK);
+                StoreStatus(error, TOV_CAM_ERR_OK);
                 return info;
             }
             if (answer != TOV_CAM_ERR_OK)
                 status = answer;
         }
-        Store(error, status);
+        StoreStatus(error, status);
         return nullptr;
     }
 
@@ -241,7 +241,7 @@ TovCam::Device *TovCam_CreateDevice(TovCam::DeviceInfo *info, std::uint32_t mode
 {
     constexpr std::uint32_t ControlMode = 2;
     if (!info || mode != ControlMode) {
-        Store(error, TOV_CAM_ERR_INVALID_ARGUMENT);
+        StoreStatus(error, TOV_CAM_ERR_INVALID_ARGUMENT);
         return nullptr;
     }
     auto *const implementation = static_cast<DeviceInfoImpl *>(info);
@@ -249,6 +249,6 @@ TovCam::Device *TovCam_CreateDevice(TovCam::DeviceInfo *info, std::uint32_t mode
     TovCam::Device *const device = implementation->interface->GetBackend().Open(implementation, &status);
     if (!device && status == TOV_CAM_ERR_OK)
         status = TOV_CAM_ERR_UNKNOWN;
-    Store(error, device ? TOV_CAM_ERR_OK : status);
+    StoreStatus(error, device ? TOV_CAM_ERR_OK : status);
     return device;
 }

@@ -1,8 +1,10 @@
 // Finds and opens real cameras through Aravis.
 #include "aravisdevice.h"
 #include "descriptionsource.h"
+#include "fixedparams.h"
+#include "genicam/genicamerror.h"
 #include "gvcpclient.h"
-#include "hostinfo.h"
+#include "hostfacts.h"
 #include "protocol/gigevision.h"
 
 #include <algorithm>

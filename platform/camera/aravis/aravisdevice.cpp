@@ -2,9 +2,10 @@
 
 #include "aravisstream.h"
 #include "gvcpclient.h"
-#include "hostinfo.h"
+#include "hostfacts.h"
 #include "packettap/usbframing.h"
 #include "protocol/gigevision.h"
+#include "storestatus.h"
 
 #include <cstdlib>
 
@@ -250,8 +251,7 @@ public:
     }
     TovCam::ParamArray *GetCameraParameters(std::int32_t *error) override
     {
-        if (error)
-            *error = m_status;
+        StoreStatus(error, m_status);
         return nullptr;
     }
     std::int32_t ReadRegister(std::uint64_t, void *, std::size_t) override

@@ -1,6 +1,8 @@
 #include "aravisstream.h"
 
 #include "aravisreleases.h"
+#include "genicam/genicamerror.h"
+#include "storestatus.h"
 #include "tovmisc.h"
 
 #include <algorithm>
@@ -19,15 +21,6 @@ constexpr auto ClosePatience = 1000ms;
 constexpr std::chrono::microseconds CancelPeriod = 20ms;
 constexpr std::size_t FrameLimit = std::size_t(1) << 30; // bytes; more than any sensor sends
 constexpr std::uint32_t QueueLimit = 10000;
-
-struct ErrorHolder
-{
-    GError *error = nullptr;
-    ~ErrorHolder()
-    {
-        g_clear_error(&error);
-    }
-};
 
 // Aravis sizes the socket of a stream when the first packet has been read, which is too late for the first frame. The
 // socket is this process's one that is bound to the stream's port.
@@ -155,10 +148,10 @@ AravisStream::~AravisStream() = default;
 std::int32_t AravisStream::ReadFormat(Shape &shape, std::size_t &payload, std::uint64_t &tickFrequency)
 {
     auto const read = [this](char const *name, std::uint64_t limit, auto &value) {
-        ErrorHolder holder;
-        gint64 const number = arv_device_get_integer_feature_value(m_device, name, &holder.error);
-        if (holder.error)
-            return StatusFromError(holder.error);
+        ErrorSlot error;
+        gint64 const number = arv_device_get_integer_feature_value(m_device, name, error);
+        if (error.Status() != TOV_CAM_ERR_OK)
+            return error.Status();
         if (number <= 0 || static_cast<std::uint64_t>(number) > limit)
             return static_cast<std::int32_t>(TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
         value = static_cast<std::remove_reference_t<decltype(value)>>(number);
@@ -182,11 +175,10 @@ std::int32_t AravisStream::ReadFormat(Shape &shape, std::size_t &payload, std::u
 
 std::int32_t AravisStream::CreateStream(std::size_t payload)
 {
-    ErrorHolder holder;
-    m_stream = arv_device_create_stream(m_device, nullptr, nullptr, &holder.error);
+    ErrorSlot error;
+    m_stream = arv_device_create_stream(m_device, nullptr, nullptr, error);
     if (!m_stream) {
-        std::int32_t const status = StatusFromError(holder.error);
-        return status != TOV_CAM_ERR_OK ? status : static_cast<std::int32_t>(TOV_CAM_ERR_UNKNOWN);
+        return error.Status() != TOV_CAM_ERR_OK ? error.Status() : static_cast<std::int32_t>(TOV_CAM_ERR_UNKNOWN);
     }
     // Frames of a camera that runs already are not asked for before the start.
     arv_stream_stop_thread(m_stream, FALSE);
@@ -333,8 +325,7 @@ void AravisStream::CancelGetBuffer()
 // costs several microseconds a frame. A cancel is looked for at times instead.
 TovCam::Buffer *AravisStream::GetBuffer(std::uint32_t timeout, std::int32_t *error)
 {
-    if (error)
-        *error = TOV_CAM_ERR_OK;
+    StoreStatus(error, TOV_CAM_ERR_OK);
     auto const start = std::chrono::steady_clock::now();
     auto left = timeout == TovCam::WaitForever ? CancelPeriod : std::chrono::microseconds(1ms) * timeout;
     for (;;) {

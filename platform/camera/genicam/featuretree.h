@@ -1,9 +1,7 @@
 // The features that a camera's description has, as far as they never change: the tree, the texts, who depends on whom.
 #pragma once
 
-#include "tovcamera.h"
-
-#include <arv.h>
+#include "featuregraph.h"
 
 #include <mutex>
 #include <vector>
@@ -25,32 +23,12 @@ public:
     bool IsLockedWithTransport(std::uint32_t index) const;
 
 private:
-    friend class FeatureTreeBuilder;
-    // What is reached from the features: they themselves, and the nodes that they are made of.
-    struct Node
-    {
-        std::vector<std::uint32_t> dependents; // nodes that refer to this one, in whatever way
-        std::vector<std::uint32_t> written;    // nodes that a write of this one goes on to
-        std::vector<std::uint32_t> locks;      // nodes that lock this one
-        std::uint32_t pollingTime = 0;
-    };
-    struct Feature
-    {
-        TovCam::FeatureInfo info;
-        ArvGcFeatureNode *node = nullptr;
-        std::vector<ArvGcFeatureNode *> entries;
-        bool hasDependents = false; // they have been looked for
-        bool lockedWithTransport = false;
-    };
-
-    void SpreadPollingTimes();
-    void SpreadTransportLock(std::uint32_t id);
     void FindDependents(std::uint32_t index);
 
-    std::vector<Node> m_nodes;       // the features first, in their order
-    std::vector<Feature> m_features; // set by the constructor, but for the dependents
+    FeatureGraph m_graph; // set by the constructor; the features get their dependents when they are asked for
 
     std::mutex m_mutex;                // guards the dependents, and the rest
+    std::vector<bool> m_hasDependents; // they have been looked for
     std::vector<std::uint32_t> m_seen; // the last search that came by a node
     std::uint32_t m_search = 0;
     std::uint64_t m_steps = 0; // of all searches

@@ -1,39 +1,14 @@
 // A camera's node map: TovCam::ParamArray over Aravis' ArvGc.
 #pragma once
 
-#include "tovcamera.h"
-
-#include <arv.h>
+#include "accessgate.h"
+#include "nodeaccess.h"
 
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-// Statuses of a GError from ArvGc or from register access.
-std::int32_t StatusFromError(GError const *error);
-
-// Asked around every access, where a camera may be gone and each request to it would wait for seconds. Called with the
-// device's lock held.
-class AccessGate
-{
-public:
-    virtual std::int32_t Enter() = 0; // 0, or the status with which the access is refused unasked
-    virtual void Leave() = 0;         // after every Enter
-
-protected:
-    ~AccessGate() = default;
-};
-
-// A feature as a configuration file needs it.
-struct FeatureRole
-{
-    bool implemented = false;
-    bool available = false;
-    bool locked = false;
-    bool writable = false; // but for the lock
-};
 
 // Written once for every kind of camera. Any thread: each call takes the device's lock, but for those that only tell of
 // the tree once it is made.
@@ -45,7 +20,6 @@ public:
     ~NodeMap();
     // 0, or why there is no usable node map (TOV_CAM_ERR_GENICAM_TREE for broken XML).
     std::int32_t GetStatus() const;
-    bool HasNode(char const *name);
     // Set before the map is handed out; outlives it.
     void SetGate(AccessGate *gate);
     // What Hold keeps: all that an access touches. Set before the map is handed out.
@@ -55,7 +29,7 @@ public:
     // After Refuse: lets go of the description. With the device's lock held.
     void Drop();
     std::int32_t GetRole(std::uint32_t index, FeatureRole *role);
-    // ReadFeature without the limits and the entries to choose from, which cost accesses of their own.
+    // As ReadFeature, without the limits and the entries to choose from, which cost accesses of their own.
     std::int32_t ReadValue(std::uint32_t index, TovCam::FeatureState *state);
     // What ReadFeature is to tell of a feature until it is written, in place of what it told before.
     void SetRefused(std::map<std::uint32_t, std::vector<TovCam::RefusedSetting>> refused);
@@ -80,9 +54,6 @@ public:
     std::shared_ptr<void> Hold() override;
 
 private:
-    std::int32_t Write(std::uint32_t index, TovCam::FeatureValue const &value);
-    bool IsStreamLocked(std::uint32_t index);
-
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };

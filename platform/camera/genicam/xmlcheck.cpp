@@ -1,5 +1,7 @@
 #include "xmlcheck.h"
 
+#include "linkgraph.h"
+
 #include "tovcamera.h"
 
 #include <libxml/xmlreader.h>
@@ -9,71 +11,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace {
 
 constexpr long long MaxTable = 16 << 20; // bytes of a Register
 constexpr long long MaxNumber = 1024;    // bytes of a register that holds a number
-constexpr int MaxChain = 100;            // links from a feature to its last register; real cameras have about ten
-constexpr std::uint64_t MaxCost = 20000; // nodes evaluated for one value; real cameras need a few hundred
-
-// References between nodes of one kind, by node name.
-class Graph
-{
-public:
-    void Add(std::string const &from, std::string const &to)
-    {
-        m_nodes[from].links.push_back(to);
-    }
-
-    bool IsBounded()
-    {
-        for (auto &[name, node] : m_nodes) {
-            if (!Visit(node, 0))
-                return false;
-        }
-        return true;
-    }
-
-private:
-    struct Node
-    {
-        std::vector<std::string> links;
-        bool open = false; // on the path being walked
-        int height = -1;   // longest chain below, -1 while unknown
-        std::uint64_t cost = 0;
-    };
-
-    bool Visit(Node &node, int depth)
-    {
-        if (node.open || depth > MaxChain)
-            return false;
-        if (node.height >= 0)
-            return depth + node.height <= MaxChain;
-        node.open = true;
-        int height = 0;
-        std::uint64_t cost = 1;
-        for (std::string const &name : node.links) {
-            auto const link = m_nodes.find(name);
-            if (link == m_nodes.end()) {
-                ++cost;
-                continue;
-            }
-            if (!Visit(link->second, depth + 1))
-                return false;
-            height = std::max(height, link->second.height + 1);
-            cost += link->second.cost;
-        }
-        node.open = false;
-        node.height = height;
-        node.cost = cost;
-        return cost <= MaxCost;
-    }
-
-    std::unordered_map<std::string, Node> m_nodes;
-};
 
 bool IsValueLink(std::string_view tag)
 {
@@ -115,6 +58,108 @@ std::string Attribute(xmlTextReaderPtr reader, char const *name)
     return Trimmed(value.get());
 }
 
+// Follows a description from element to element, and notes which node links to which.
+class DescriptionReader
+{
+public:
+    explicit DescriptionReader(xmlTextReaderPtr reader) : m_reader(reader)
+    {
+    }
+
+    // To the end: whether it is well-formed, is a description, and nothing of it would take ArvGc too far.
+    bool Check()
+    {
+        int status;
+        while ((status = xmlTextReaderRead(m_reader)) == 1) {
+            switch (xmlTextReaderNodeType(m_reader)) {
+            case XML_READER_TYPE_ELEMENT:
+                OnElement();
+                break;
+            case XML_READER_TYPE_END_ELEMENT:
+                OnEnd();
+                break;
+            case XML_READER_TYPE_TEXT:
+            case XML_READER_TYPE_CDATA:
+                // A comment may lie within, so the text is whole only at the element's end.
+                m_text += reinterpret_cast<char const *>(xmlTextReaderConstValue(m_reader));
+                break;
+            default:
+                break;
+            }
+        }
+        return status == 0 && m_described && m_sane && m_values.IsBounded() && m_categories.IsBounded();
+    }
+
+private:
+    // An element inside a named one belongs to each of those around it.
+    void AddToOwners(LinkGraph &graph, std::string const &target)
+    {
+        for (std::string const &owner : m_owners) {
+            if (!owner.empty())
+                graph.Add(owner, target);
+        }
+    }
+
+    void OnElement()
+    {
+        m_tag = Trimmed(xmlTextReaderConstLocalName(m_reader));
+        m_text.clear();
+        if (xmlTextReaderDepth(m_reader) == 0)
+            m_described = m_tag == "RegisterDescription";
+        // An offset that is read from another node.
+        if (std::string const offset = Attribute(m_reader, "pOffset"); !offset.empty())
+            AddToOwners(m_values, offset);
+        if (m_tag == "StructReg") {
+            m_inStruct = true;
+            m_structLinks.clear();
+            m_structEntries.clear();
+        } else if (m_tag == "StructEntry") {
+            m_structEntries.push_back(Attribute(m_reader, "Name"));
+        }
+        if (xmlTextReaderIsEmptyElement(m_reader))
+            return;
+        m_elements.push_back(m_tag);
+        m_owners.push_back(m_tag == "EnumEntry" || m_tag == "Group" || m_tag[0] == 'p' ? std::string()
+                                                                                       : Attribute(m_reader, "Name"));
+    }
+
+    void OnEnd()
+    {
+        if (!m_owners.empty())
+            m_owners.pop_back();
+        if (!m_elements.empty())
+            m_elements.pop_back();
+        if (m_tag == "Length" || m_tag == "pLength")
+            m_sane = m_sane && !m_elements.empty() && IsSaneLength(m_elements.back(), m_tag, Trimmed(m_text));
+        if (m_tag == "pFeature" || IsValueLink(m_tag)) {
+            // An enumeration reads its entries, so what they link to is linked to by it.
+            std::string const target = Trimmed(m_text);
+            if (m_inStruct)
+                m_structLinks.push_back(target);
+            AddToOwners(m_tag == "pFeature" ? m_categories : m_values, target);
+        }
+        if (m_inStruct && Trimmed(xmlTextReaderConstLocalName(m_reader)) == "StructReg") {
+            m_inStruct = false;
+            for (std::string const &entry : m_structEntries) {
+                for (std::string const &link : m_structLinks)
+                    m_values.Add(entry, link);
+            }
+        }
+        m_tag.clear();
+    }
+
+    xmlTextReaderPtr const m_reader;
+    LinkGraph m_values, m_categories;
+    std::vector<std::string> m_owners;   // the names of the open elements, "" for those without
+    std::vector<std::string> m_elements; // the tags of the open elements
+    std::string m_tag, m_text;           // of the innermost open element
+    bool m_sane = true;
+    bool m_described = false;
+    // A structure's entries share the links of the structure, which has no name.
+    std::vector<std::string> m_structLinks, m_structEntries;
+    bool m_inStruct = false;
+};
+
 } // namespace
 
 std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
@@ -125,88 +170,9 @@ std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
         --size;
     if (size == 0 || size > GenicamXmlLimit)
         return TOV_CAM_ERR_GENICAM_TREE;
-    std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> const owner(
+    std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> const reader(
         xmlReaderForMemory(bytes, static_cast<int>(size), nullptr, nullptr,
                            XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
         xmlFreeTextReader);
-    xmlTextReaderPtr const reader = owner.get();
-    if (!reader)
-        return TOV_CAM_ERR_GENICAM_TREE;
-
-    Graph values, categories;
-    std::vector<std::string> owners;   // the names of the open elements, "" for those without
-    std::vector<std::string> elements; // the tags of the open elements
-    std::string tag, text;             // of the innermost open element
-    bool sane = true;
-    bool described = false;
-    // A structure's entries share the links of the structure, which has no name.
-    std::vector<std::string> structLinks, structEntries;
-    bool inStruct = false;
-    int status;
-    while ((status = xmlTextReaderRead(reader)) == 1) {
-        switch (xmlTextReaderNodeType(reader)) {
-        case XML_READER_TYPE_ELEMENT: {
-            tag = Trimmed(xmlTextReaderConstLocalName(reader));
-            text.clear();
-            if (xmlTextReaderDepth(reader) == 0)
-                described = tag == "RegisterDescription";
-            // An offset that is read from another node.
-            if (std::string const offset = Attribute(reader, "pOffset"); !offset.empty()) {
-                for (std::string const &owner : owners) {
-                    if (!owner.empty())
-                        values.Add(owner, offset);
-                }
-            }
-            if (tag == "StructReg") {
-                inStruct = true;
-                structLinks.clear();
-                structEntries.clear();
-            } else if (tag == "StructEntry") {
-                structEntries.push_back(Attribute(reader, "Name"));
-            }
-            if (!xmlTextReaderIsEmptyElement(reader))
-                elements.push_back(tag);
-            if (!xmlTextReaderIsEmptyElement(reader))
-                owners.push_back(tag == "EnumEntry" || tag == "Group" || tag[0] == 'p' ? std::string()
-                                                                                       : Attribute(reader, "Name"));
-            break;
-        }
-        case XML_READER_TYPE_END_ELEMENT:
-            if (!owners.empty())
-                owners.pop_back();
-            if (!elements.empty())
-                elements.pop_back();
-            if (tag == "Length" || tag == "pLength")
-                sane = sane && !elements.empty() && IsSaneLength(elements.back(), tag, Trimmed(text));
-            if (tag == "pFeature" || IsValueLink(tag)) {
-                // An enumeration reads its entries, so what they link to is linked to by it.
-                std::string const target = Trimmed(text);
-                if (inStruct)
-                    structLinks.push_back(target);
-                for (std::string const &owner : owners) {
-                    if (!owner.empty())
-                        (tag == "pFeature" ? categories : values).Add(owner, target);
-                }
-            }
-            if (inStruct && Trimmed(xmlTextReaderConstLocalName(reader)) == "StructReg") {
-                inStruct = false;
-                for (std::string const &entry : structEntries) {
-                    for (std::string const &link : structLinks)
-                        values.Add(entry, link);
-                }
-            }
-            tag.clear();
-            break;
-        case XML_READER_TYPE_TEXT:
-        case XML_READER_TYPE_CDATA:
-            // A comment may lie within, so the text is whole only at the element's end.
-            text += reinterpret_cast<char const *>(xmlTextReaderConstValue(reader));
-            break;
-        default:
-            break;
-        }
-    }
-    if (status != 0 || !described || !sane || !values.IsBounded() || !categories.IsBounded())
-        return TOV_CAM_ERR_GENICAM_TREE;
-    return TOV_CAM_ERR_OK;
+    return reader && DescriptionReader(reader.get()).Check() ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_TREE;
 }

@@ -1,7 +1,8 @@
 #include "backend.h"
 
+#include "fixedparams.h"
 #include "genicam/xmlcheck.h"
-#include "hostinfo.h"
+#include "hostfacts.h"
 #include "protocol/pixelformats.h"
 #include "simdevice.h"
 

@@ -1,0 +1,128 @@
+#include "configurationlayout.h"
+
+#include "storedvalue.h"
+
+#include <algorithm>
+#include <set>
+
+using namespace TovCam;
+
+ConfigurationLayout::ConfigurationLayout(NodeMap &nodes) : m_nodes(nodes), m_selectorsOf(nodes.GetFeatureCount())
+{
+    for (std::uint32_t i = 0; i < m_selectorsOf.size(); ++i)
+        m_byName.emplace(Info(i).name, i);
+    FindSelectors();
+}
+
+void ConfigurationLayout::FindSelectors()
+{
+    auto const count = static_cast<std::uint32_t>(m_selectorsOf.size());
+    std::vector<std::vector<std::uint32_t>> direct(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (!IsSelector(i))
+            continue;
+        m_selectors.push_back(i);
+        for (std::uint32_t const selected : Info(i).selected)
+            direct[selected].push_back(i);
+    }
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (direct[i].empty() || !(IsSelector(i) || Info(i).streamable))
+            continue;
+        std::vector<std::uint32_t> &all = m_selectorsOf[i];
+        all = direct[i];
+        for (std::size_t k = 0; k < all.size(); ++k) {
+            for (std::uint32_t const outer : direct[all[k]]) {
+                if (outer != i && std::find(all.begin(), all.end(), outer) == all.end())
+                    all.push_back(outer);
+            }
+        }
+    }
+    for (std::vector<std::uint32_t> &selectors : m_selectorsOf)
+        SortOuterFirst(selectors);
+    SortOuterFirst(m_selectors);
+}
+
+NodeMap &ConfigurationLayout::GetNodes() const
+{
+    return m_nodes;
+}
+
+FeatureInfo const &ConfigurationLayout::Info(std::uint32_t index) const
+{
+    return *m_nodes.GetFeature(index);
+}
+
+std::optional<std::uint32_t> ConfigurationLayout::Find(std::string const &name) const
+{
+    auto const found = m_byName.find(name);
+    return found == m_byName.end() ? std::nullopt : std::optional(found->second);
+}
+
+bool ConfigurationLayout::IsSelector(std::uint32_t index) const
+{
+    FeatureInfo const &info = Info(index);
+    return !info.selected.empty() && (info.kind == FeatureKind::Integer || info.kind == FeatureKind::Enumeration ||
+                                      info.kind == FeatureKind::Boolean);
+}
+
+bool ConfigurationLayout::IsStored(std::uint32_t index) const
+{
+    return Info(index).streamable && !IsSelector(index) && IsPlainName(Info(index).name);
+}
+
+std::vector<std::uint32_t> const &ConfigurationLayout::GetSelectors() const
+{
+    return m_selectors;
+}
+
+std::vector<std::uint32_t> const &ConfigurationLayout::GetSelectorsOf(std::uint32_t index) const
+{
+    return m_selectorsOf[index];
+}
+
+bool ConfigurationLayout::DependsOn(std::uint32_t feature, std::uint32_t other) const
+{
+    std::vector<std::uint32_t> const &all = Info(other).dependents;
+    return std::binary_search(all.begin(), all.end(), feature);
+}
+
+std::vector<std::uint32_t> ConfigurationLayout::InOrder(std::vector<std::uint32_t> const &features) const
+{
+    std::map<std::uint32_t, int> waiting; // for how many
+    for (std::uint32_t const index : features)
+        waiting[index] = 0;
+    std::map<std::uint32_t, std::vector<std::uint32_t>> followers;
+    for (std::uint32_t const index : features) {
+        for (std::uint32_t const other : Info(index).dependents) {
+            if (other == index || !waiting.contains(other) || DependsOn(index, other))
+                continue;
+            followers[index].push_back(other);
+            ++waiting[other];
+        }
+    }
+    std::vector<std::uint32_t> order;
+    std::set<std::uint32_t> ready, rest(features.begin(), features.end());
+    for (auto const &[index, count] : waiting) {
+        if (count == 0)
+            ready.insert(index);
+    }
+    while (!rest.empty()) {
+        std::uint32_t const next = ready.empty() ? *rest.begin() : *ready.begin();
+        ready.erase(next);
+        rest.erase(next);
+        order.push_back(next);
+        for (std::uint32_t const other : followers[next]) {
+            if (--waiting[other] == 0 && rest.contains(other))
+                ready.insert(other);
+        }
+    }
+    return order;
+}
+
+// Whoever has more selectors stands further in.
+void ConfigurationLayout::SortOuterFirst(std::vector<std::uint32_t> &selectors) const
+{
+    std::sort(selectors.begin(), selectors.end(), [this](std::uint32_t a, std::uint32_t b) {
+        return std::pair(m_selectorsOf[a].size(), a) < std::pair(m_selectorsOf[b].size(), b);
+    });
+}

@@ -1,0 +1,84 @@
+#include "nodeaccess.h"
+
+std::optional<TovCam::FeatureKind> KindOf(ArvGcNode *node)
+{
+    if (ARV_IS_GC_CATEGORY(node))
+        return TovCam::FeatureKind::Category;
+    // Enumerations and booleans answer as integers too, so they come first.
+    if (ARV_IS_GC_ENUMERATION(node))
+        return TovCam::FeatureKind::Enumeration;
+    if (ARV_IS_GC_BOOLEAN(node))
+        return TovCam::FeatureKind::Boolean;
+    if (ARV_IS_GC_COMMAND(node))
+        return TovCam::FeatureKind::Command;
+    if (ARV_IS_GC_INTEGER(node))
+        return TovCam::FeatureKind::Integer;
+    if (ARV_IS_GC_FLOAT(node))
+        return TovCam::FeatureKind::Float;
+    if (ARV_IS_GC_STRING(node))
+        return TovCam::FeatureKind::String;
+    if (ARV_IS_GC_REGISTER(node))
+        return TovCam::FeatureKind::Register;
+    return std::nullopt;
+}
+
+namespace {
+
+std::int32_t CheckAvailable(ArvGcFeatureNode *node)
+{
+    ErrorSlot error;
+    bool const available = arv_gc_feature_node_is_available(node, error);
+    if (error.Status() != TOV_CAM_ERR_OK)
+        return error.Status();
+    return available ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_ACCESS;
+}
+
+} // namespace
+
+std::int32_t CheckReadable(ArvGcFeatureNode *node)
+{
+    if (std::int32_t const status = CheckAvailable(node); status != TOV_CAM_ERR_OK)
+        return status;
+    return arv_gc_feature_node_get_actual_access_mode(node) == ARV_GC_ACCESS_MODE_WO ? TOV_CAM_ERR_GENICAM_ACCESS
+                                                                                     : TOV_CAM_ERR_OK;
+}
+
+std::int32_t CheckWritable(ArvGcFeatureNode *node)
+{
+    if (std::int32_t const status = CheckAvailable(node); status != TOV_CAM_ERR_OK)
+        return status;
+    ErrorSlot error;
+    bool const locked = arv_gc_feature_node_is_locked(node, error);
+    if (error.Status() != TOV_CAM_ERR_OK)
+        return error.Status();
+    if (locked || arv_gc_feature_node_get_actual_access_mode(node) == ARV_GC_ACCESS_MODE_RO)
+        return TOV_CAM_ERR_GENICAM_ACCESS;
+    return TOV_CAM_ERR_OK;
+}
+
+std::int32_t CheckEntry(ArvGcFeatureNode *entry)
+{
+    ErrorSlot implementedError, availableError;
+    bool const offered = arv_gc_feature_node_is_implemented(entry, implementedError) &&
+                         arv_gc_feature_node_is_available(entry, availableError);
+    for (std::int32_t const status : {implementedError.Status(), availableError.Status()}) {
+        if (status != TOV_CAM_ERR_OK)
+            return status;
+    }
+    return offered ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_ACCESS;
+}
+
+std::int32_t ReadRole(ArvGcFeatureNode *node, FeatureRole *role)
+{
+    *role = {};
+    ErrorSlot implemented, available, locked;
+    role->implemented = arv_gc_feature_node_is_implemented(node, implemented);
+    if (implemented.Status() != TOV_CAM_ERR_OK || !role->implemented)
+        return implemented.Status();
+    role->available = arv_gc_feature_node_is_available(node, available);
+    if (available.Status() != TOV_CAM_ERR_OK || !role->available)
+        return available.Status();
+    role->locked = arv_gc_feature_node_is_locked(node, locked);
+    role->writable = arv_gc_feature_node_get_actual_access_mode(node) != ARV_GC_ACCESS_MODE_RO;
+    return locked.Status();
+}
