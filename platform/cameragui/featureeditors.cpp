@@ -1,5 +1,7 @@
 #include "featureeditors.h"
 
+#include "featurescale.h"
+
 #include <QAbstractItemView>
 #include <QAbstractSpinBox>
 #include <QApplication>
@@ -71,7 +73,7 @@ public:
     {
         ParsedValue const now = FeatureText::Parse(m_info, m_state, lineEdit()->text());
         if (now.accepted)
-            Show(FeatureText::Stepped(m_info, m_state, now.value, steps));
+            Show(FeatureScale::Stepped(m_info, m_state, now.value, steps));
     }
     QValidator::State validate(QString &, int &) const override
     {
@@ -155,7 +157,7 @@ private:
     }
     int PlaceOf(FeatureValue const &value) const
     {
-        return int(std::lround(FeatureText::PositionOf(*Row()->info, m_state, value) * m_slider->maximum()));
+        return int(std::lround(FeatureScale::PositionOf(*Row()->info, m_state, value) * m_slider->maximum()));
     }
     // The camera follows while the slider moves.
     void OnSlider(int place)
@@ -163,7 +165,7 @@ private:
         FeatureRow const *row = Row();
         if (!row || m_setting)
             return;
-        FeatureValue const value = FeatureText::ValueAt(*row->info, m_state, double(place) / m_slider->maximum());
+        FeatureValue const value = FeatureScale::ValueAt(*row->info, m_state, double(place) / m_slider->maximum());
         m_setting = true;
         m_spin->Show(value);
         m_setting = false;
@@ -303,7 +305,7 @@ FeatureEditor *FeatureEditor::Make(FeatureModel *model, std::uint32_t feature, Q
     FeatureRow const *row = model->Feature(feature);
     if (!row)
         return nullptr;
-    switch (FeatureText::EditingOf(*row->info, row->state)) {
+    switch (FeatureScale::EditingOf(*row->info, row->state)) {
     case FeatureEditing::Spin:
         return new NumberEditor(model, feature, false, parent);
     case FeatureEditing::Slider:

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "featuremodel.h"
+#include "featuretext.h"
 
 #include <QWidget>
 

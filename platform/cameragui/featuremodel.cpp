@@ -1,5 +1,9 @@
 #include "featuremodel.h"
 
+#include "featurerowtext.h"
+#include "featurescale.h"
+#include "featurewords.h"
+
 #include <QApplication>
 #include <QColor>
 #include <QFont>
@@ -36,11 +40,6 @@ bool SameState(FeatureState const &a, FeatureState const &b)
            SameRefused(a.refused, b.refused);
 }
 
-bool IsAbsent(FeatureRow const &row)
-{
-    return row.known && row.state.access <= FeatureAccess::NotAvailable;
-}
-
 QString Encoded(std::string const &name)
 {
     return QString::fromLatin1(QByteArray::fromStdString(name).toPercentEncoding());
@@ -68,10 +67,10 @@ QColor FeatureModel::Grey()
 void FeatureModel::SetFeatures(std::vector<FeatureInfo const *> const &features)
 {
     beginResetModel();
+    m_search.SetFeatures(features);
     m_features.assign(features.size(), {});
     m_nodes.clear();
     m_places.assign(features.size(), {});
-    m_haystacks.clear();
     for (std::size_t i = 0; i < features.size(); ++i)
         m_features[i].info = features[i];
     if (!features.empty()) {
@@ -79,7 +78,6 @@ void FeatureModel::SetFeatures(std::vector<FeatureInfo const *> const &features)
         m_nodes.push_back({0, 0, 0, {}, {}});
         std::vector<bool> ancestors(features.size(), false);
         AddChildren(0, ancestors);
-        MakeHaystacks();
         Filter(0, false);
     }
     endResetModel();
@@ -105,14 +103,12 @@ void FeatureModel::AddChildren(int node, std::vector<bool> &ancestors)
 
 void FeatureModel::SetFilter(QString const &text, Visibility level)
 {
-    QStringList const words = text.toCaseFolded().split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    if (words == m_words && level == m_level)
+    bool const sameWords = !m_search.SetText(text);
+    if (sameWords && level == m_level)
         return;
-    m_words = words;
     m_level = level;
     if (m_nodes.empty())
         return;
-    MakeHaystacks();
     emit layoutAboutToBeChanged();
     std::vector<int> places;
     QModelIndexList const before = persistentIndexList();
@@ -129,22 +125,6 @@ void FeatureModel::SetFilter(QString const &text, Visibility level)
     emit layoutChanged();
 }
 
-// What a search looks through, once there is something to search for.
-void FeatureModel::MakeHaystacks()
-{
-    if (m_words.isEmpty() || !m_haystacks.empty())
-        return;
-    m_haystacks.resize(m_features.size());
-    m_nameLengths.resize(m_features.size());
-    for (std::size_t i = 0; i < m_features.size(); ++i) {
-        FeatureInfo const &info = *m_features[i].info;
-        QString const names = QString::fromStdString(info.name + '\n' + info.displayName).toCaseFolded();
-        m_nameLengths[i] = names.size();
-        m_haystacks[i] =
-            names + QLatin1Char('\n') + QString::fromStdString(info.description + '\n' + info.toolTip).toCaseFolded();
-    }
-}
-
 // Whether anything under the node is shown; `all`: the search has been satisfied above.
 bool FeatureModel::Filter(int place, bool all)
 {
@@ -155,9 +135,9 @@ bool FeatureModel::Filter(int place, bool all)
         FeatureInfo const &info = *m_features[feature].info;
         bool shown = int(info.visibility) <= int(m_level);
         if (shown && info.kind == FeatureKind::Category)
-            shown = Filter(child, all || (!m_words.isEmpty() && NameMatches(feature)));
+            shown = Filter(child, all || (IsSearching() && m_search.NameMatches(feature)));
         else if (shown)
-            shown = all || Matches(feature);
+            shown = all || m_search.Matches(feature);
         if (shown) {
             m_nodes[std::size_t(child)].row = int(node.shown.size());
             node.shown.push_back(child);
@@ -175,8 +155,8 @@ void FeatureModel::Collect(int place, bool all, Visibility level, std::vector<bo
         if (int(info.visibility) > int(level))
             continue;
         if (info.kind == FeatureKind::Category)
-            Collect(child, all || (!m_words.isEmpty() && NameMatches(feature)), level, found);
-        else if (all || Matches(feature))
+            Collect(child, all || (IsSearching() && m_search.NameMatches(feature)), level, found);
+        else if (all || m_search.Matches(feature))
             found[feature] = true;
     }
 }
@@ -192,21 +172,9 @@ std::optional<FeatureModel::Found> FeatureModel::FoundAbove() const
     return std::nullopt;
 }
 
-bool FeatureModel::Matches(std::uint32_t feature) const
-{
-    return std::all_of(m_words.begin(), m_words.end(),
-                       [&](QString const &word) { return m_haystacks[feature].contains(word); });
-}
-
-bool FeatureModel::NameMatches(std::uint32_t feature) const
-{
-    QStringView const names = QStringView(m_haystacks[feature]).left(m_nameLengths[feature]);
-    return std::all_of(m_words.begin(), m_words.end(), [&](QString const &word) { return names.contains(word); });
-}
-
 bool FeatureModel::IsSearching() const
 {
-    return !m_words.isEmpty();
+    return !m_search.IsEmpty();
 }
 
 std::uint32_t FeatureModel::FeatureCount() const
@@ -306,7 +274,7 @@ void FeatureModel::ApplyRead(std::uint32_t feature, std::int32_t status, Feature
     row.slow = false;
     std::int32_t const failed = status ? status : state.valueStatus;
     if (!row.writeFailed || now - row.acted > FailureShown) {
-        QString const failure = failed ? FeatureText::Status(failed) : QString();
+        QString const failure = failed ? FeatureWords::Status(failed) : QString();
         changed = changed || failure != row.failure;
         row.failure = failure;
         row.writeFailed = false;
@@ -334,7 +302,7 @@ QString FeatureModel::ApplyWritten(std::uint32_t feature, std::uint64_t ticket, 
     if (newest)
         row.ticket = 0;
     row.writeFailed = status != 0;
-    row.failure = status ? FeatureText::Status(status) : QString();
+    row.failure = status ? FeatureWords::Status(status) : QString();
     row.acted = FeatureRow::Clock::now();
     bool const command = row.info->kind == FeatureKind::Command;
     if (command)
@@ -364,7 +332,7 @@ void FeatureModel::ApplyAsked(std::uint32_t feature, std::int32_t status, bool d
         return;
     row.run = status ? FeatureRow::Run::Idle : FeatureRow::Run::Done;
     row.writeFailed = status != 0;
-    row.failure = status ? FeatureText::Status(status) : QString();
+    row.failure = status ? FeatureWords::Status(status) : QString();
     for (std::uint32_t const dependent : row.info->dependents) { // what it did may have come with its end
         if (dependent < m_features.size())
             m_features[dependent].stale = true;
@@ -453,82 +421,18 @@ FeatureModel::Mark FeatureModel::MarkOf(QModelIndex const &index) const
     return row->known && !row->IsWritable() ? Mark::Locked : Mark::None;
 }
 
-QString FeatureModel::ToolTip(FeatureRow const &row) const
-{
-    FeatureInfo const &info = *row.info;
-    auto const escaped = [](std::string const &text) {
-        return QString::fromStdString(text).toHtmlEscaped();
-    };
-    QString text = QStringLiteral("<p><b>%1</b>").arg(escaped(info.displayName));
-    if (info.displayName != info.name)
-        text += QStringLiteral(" (%1)").arg(escaped(info.name));
-    text += QStringLiteral("</p>");
-    if (!info.toolTip.empty() && info.toolTip != info.description)
-        text += QStringLiteral("<p>%1</p>").arg(escaped(info.toolTip));
-    if (!info.description.empty())
-        text += QStringLiteral("<p>%1</p>").arg(escaped(info.description));
-    if (info.kind == FeatureKind::Category)
-        return text;
-    QStringList facts{tr("Type: %1").arg(FeatureText::Type(info))};
-    if (row.known) {
-        facts << tr("Access: %1").arg(FeatureText::Access(row.state));
-        if (QString const range = FeatureText::Range(info, row.state); !range.isEmpty() && !IsAbsent(row))
-            facts << tr("Range: %1").arg(range.toHtmlEscaped());
-    }
-    if (!info.unit.empty())
-        facts << tr("Unit: %1").arg(escaped(info.unit));
-    if (row.slow)
-        facts << tr("<b>Waiting for the camera</b>");
-    if (row.ticket)
-        facts << tr("<b>On its way to the camera</b>");
-    if (!row.failure.isEmpty())
-        facts << (row.writeFailed ? tr("<b>Not written: %1</b>") : tr("<b>Not read: %1</b>"))
-                     .arg(row.failure.toHtmlEscaped());
-    for (RefusedSetting const &setting : row.state.refused)
-        facts << tr("<b>Not loaded: %1</b>").arg(FeatureText::Refused(setting).toHtmlEscaped());
-    return text + QStringLiteral("<p>%1</p>").arg(facts.join(QStringLiteral("<br>")));
-}
-
 QString FeatureModel::Summary(QModelIndex const &index) const
 {
     FeatureRow const *row = RowOf(index);
-    if (!row || row->info->kind == FeatureKind::Category)
-        return {};
-    if (!row->failure.isEmpty())
-        return tr("%1: %2").arg(QString::fromStdString(row->info->displayName), row->failure);
-    if (!row->state.refused.empty())
-        return tr("%1: %2").arg(QString::fromStdString(row->info->displayName),
-                                FeatureText::Refused(row->state.refused.front()));
-    QStringList facts{FeatureText::Type(*row->info)};
-    if (row->known) {
-        facts.insert(row->state.streamLocked ? 0 : 1, FeatureText::Access(row->state)); // what mends it first
-        if (QString const range = FeatureText::Range(*row->info, row->state); !range.isEmpty() && !IsAbsent(*row))
-            facts << range;
-    }
-    return tr("%1: %2").arg(QString::fromStdString(row->info->displayName), facts.join(QStringLiteral(", ")));
+    return row ? FeatureRowText::Summary(*row) : QString();
 }
 
 QVariant FeatureModel::ValueData(FeatureRow const &row, int role) const
 {
-    FeatureInfo const &info = *row.info;
-    bool const check = FeatureText::EditingOf(info, row.state) == FeatureEditing::Check;
+    bool const check = FeatureScale::EditingOf(*row.info, row.state) == FeatureEditing::Check;
     switch (role) {
-    case Qt::DisplayRole: {
-        if (info.kind == FeatureKind::Command)
-            return row.ticket || row.run == FeatureRow::Run::Running ? tr("Running...")
-                   : row.run == FeatureRow::Run::Done                ? tr("Done")
-                                                                     : tr("Execute");
-        if (!row.HasValue()) {
-            if (!row.known)
-                return row.failure.isEmpty() ? QStringLiteral("...") : tr("not readable");
-            return row.state.access == FeatureAccess::ReadWrite || row.state.access == FeatureAccess::ReadOnly
-                       ? tr("not readable")
-                       : FeatureText::Access(row.state);
-        }
-        if (check)
-            return {};
-        return FeatureText::Shown(info, row.Shown());
-    }
+    case Qt::DisplayRole:
+        return FeatureRowText::Value(row);
     case Qt::EditRole:
         return QVariant::fromValue(row.Shown());
     case Qt::CheckStateRole:
@@ -556,7 +460,7 @@ QVariant FeatureModel::data(QModelIndex const &index, int role) const
         return {};
     FeatureInfo const &info = *row->info;
     if (role == Qt::ToolTipRole)
-        return ToolTip(*row);
+        return FeatureRowText::ToolTip(*row);
     if (role == Qt::AccessibleDescriptionRole)
         return Summary(index);
     if (index.column() == ColumnValue)
@@ -565,7 +469,7 @@ QVariant FeatureModel::data(QModelIndex const &index, int role) const
     case Qt::DisplayRole:
         return QString::fromStdString(info.displayName);
     case Qt::ForegroundRole:
-        return IsAbsent(*row) ? QVariant(Grey()) : QVariant();
+        return row->IsAbsent() ? QVariant(Grey()) : QVariant();
     case Qt::FontRole:
         if (info.kind == FeatureKind::Category) {
             QFont font = QApplication::font("QTreeView");
@@ -613,7 +517,7 @@ Qt::ItemFlags FeatureModel::flags(QModelIndex const &index) const
     flags |= Qt::ItemNeverHasChildren;
     if (index.column() != ColumnValue)
         return flags;
-    FeatureEditing const editing = FeatureText::EditingOf(*row->info, row->state);
+    FeatureEditing const editing = FeatureScale::EditingOf(*row->info, row->state);
     if (editing == FeatureEditing::Bytes && row->HasValue())
         return flags | Qt::ItemIsEditable; // to be selected and copied
     if (!row->IsWritable() || editing == FeatureEditing::Button)

@@ -3,53 +3,15 @@
 // GUI thread only.
 #pragma once
 
-#include "featuretext.h"
+#include "featurerow.h"
+#include "featuresearch.h"
 
 #include <QAbstractItemModel>
 
-#include <chrono>
 #include <optional>
 #include <vector>
 
 namespace TovGui {
-
-// All that is known of one feature.
-struct FeatureRow
-{
-    using Clock = std::chrono::steady_clock;
-    enum class Run : std::uint8_t { Idle, Running, Done }; // of a command
-
-    TovCam::FeatureInfo const *info = nullptr;
-    TovCam::FeatureState state; // as last read
-    bool known = false;         // read at least once
-    bool stale = true;          // to be read as soon as it is visible
-    bool slow = false;          // awaited for so long that it is shown
-    bool lost = false;          // the last read failed; `state` is from before
-    Run run = Run::Idle;
-    std::uint64_t ticket = 0;    // of the newest write under way, 0 none
-    TovCam::FeatureValue wanted; // what it writes
-    QString failure;             // of the last read or write, empty when it went well
-    bool writeFailed = false;    // `failure` is a write's
-    Clock::time_point read{};    // the last read
-    Clock::time_point since{};   // since when it is awaited; zero: it is not
-    Clock::time_point acted{};   // command: started, asked, or seen to have ended; write: failed
-
-    bool IsWritable() const
-    {
-        return known &&
-               (state.access == TovCam::FeatureAccess::ReadWrite || state.access == TovCam::FeatureAccess::WriteOnly);
-    }
-    bool HasValue() const
-    {
-        return ticket ||
-               (known && state.valueStatus == 0 &&
-                (state.access == TovCam::FeatureAccess::ReadWrite || state.access == TovCam::FeatureAccess::ReadOnly));
-    }
-    TovCam::FeatureValue const &Shown() const
-    {
-        return ticket ? wanted : state.value;
-    }
-};
 
 class TOV_CAMERAGUI_API FeatureModel : public QAbstractItemModel
 {
@@ -85,8 +47,7 @@ public:
     FeatureRow const *RowOf(QModelIndex const &index) const; // null for an invalid index
     bool IsCategory(QModelIndex const &index) const;
     Mark MarkOf(QModelIndex const &index) const;
-    QString ToolTip(FeatureRow const &row) const;
-    QString Summary(QModelIndex const &index) const; // one line
+    QString Summary(QModelIndex const &index) const; // of the row in one line, empty for none
 
     // Names of the categories down to the row, told apart by slashes; slashes of their own as %2F.
     QString PathOf(QModelIndex const &index) const;
@@ -129,11 +90,8 @@ private:
     };
 
     void AddChildren(int node, std::vector<bool> &ancestors);
-    void MakeHaystacks();
     bool Filter(int node, bool all);
     void Collect(int node, bool all, Visibility level, std::vector<bool> &found) const;
-    bool Matches(std::uint32_t feature) const;
-    bool NameMatches(std::uint32_t feature) const;
     QModelIndex IndexOf(int node, int column) const;
     int NodeOf(QModelIndex const &index) const;
     void Changed(std::uint32_t feature);
@@ -142,9 +100,7 @@ private:
     std::vector<FeatureRow> m_features;
     std::vector<Node> m_nodes;              // the root first; a feature may stand in several categories
     std::vector<std::vector<int>> m_places; // nodes of each feature
-    std::vector<QString> m_haystacks;       // folded text of each feature, made at the first search
-    std::vector<int> m_nameLengths;         // how much of it the names are
-    QStringList m_words;                    // folded
+    FeatureSearch m_search;
     Visibility m_level = Beginner;
 };
 

@@ -1,5 +1,7 @@
 #include "featureview.h"
 
+#include "featuretext.h"
+
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>

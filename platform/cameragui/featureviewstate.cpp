@@ -1,4 +1,4 @@
-#include "featurestate.h"
+#include "featureviewstate.h"
 
 #include <QStringList>
 

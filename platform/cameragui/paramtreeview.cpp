@@ -1,13 +1,13 @@
-#include "featurestate.h"
+#include "featurepolling.h"
 #include "featureview.h"
+#include "featureviewstate.h"
 #include "featureworker.h"
-#include "searchthread.h"
+#include "mailbox.h"
+#include "messagelabel.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QKeyEvent>
-#include <QLabel>
 #include <QLineEdit>
 #include <QScopedValueRollback>
 #include <QShortcut>
@@ -20,50 +20,7 @@ namespace TovGui {
 
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds AccessPeriod{1000}; // a lock by somebody else shows after that time
-constexpr milliseconds LongestPeriod{60000};
-constexpr milliseconds ShownAfter{400};      // what the camera has not answered by then is marked
-constexpr milliseconds PollShownAfter{2000}; // likewise, of a value that is only looked at again
-constexpr milliseconds DoneShown{3000};      // the tick on a command's button
-constexpr milliseconds AskPeriod{150};       // whether a command has ended
-constexpr milliseconds NoticeShown{12000};
-constexpr milliseconds Together{60}; // reads that come due within that time go in one round
-constexpr int RestFactor = 4;        // a round of looking again takes a quarter of the camera's time at most
-
-// One line that is cut rather than widens its panel, with the rest in its tooltip; or as many as the text needs.
-class MessageLabel : public QLabel
-{
-public:
-    using QLabel::QLabel;
-    void Show(QString const &text, bool whole)
-    {
-        if (text == m_text && whole == m_whole)
-            return;
-        m_text = text;
-        m_whole = whole;
-        setWordWrap(whole);
-        setToolTip(text.toHtmlEscaped());
-        Fit();
-    }
-
-protected:
-    void resizeEvent(QResizeEvent *event) override
-    {
-        QLabel::resizeEvent(event);
-        Fit();
-    }
-
-private:
-    void Fit()
-    {
-        setText(m_whole ? m_text : fontMetrics().elidedText(m_text, Qt::ElideRight, contentsRect().width()));
-        setAccessibleName(m_text);
-    }
-    QString m_text;
-    bool m_whole = false;
-};
+constexpr std::chrono::milliseconds NoticeShown{12000};
 
 } // namespace
 
@@ -82,14 +39,12 @@ struct TovGenParamTreeView::TreeImpl : QObject
     QLineEdit *search;
     QComboBox *level;
     MessageLabel *line;
-    QTimer *timer;       // the next moment when something is due; still while the tree is hidden
+    FeaturePolling *polling;
     QTimer *noticeTimer; // takes the notice away
     QString notice;
     FeatureViewState state;
     QByteArray stateText;
-    bool restoring = false;             // the view moves by itself
-    std::vector<std::uint32_t> awaited; // features with a read or write outstanding
-    double readCost = 0.0;              // of one read, in milliseconds, smoothed
+    bool restoring = false; // the view moves by itself
 
     void Build();
     void Connect();
@@ -100,10 +55,6 @@ struct TovGenParamTreeView::TreeImpl : QObject
     void ShowPlaceholder();
     void ApplyExpansion();
     void ApplyState();
-    void Plan();
-    void Tick();
-    milliseconds Mark(std::vector<std::uint32_t> const &due);
-    milliseconds Commands(std::vector<std::uint32_t> const &visible);
     void ShowNotice(QString const &text);
     void ShowLine();
 };
@@ -137,10 +88,6 @@ void TovGenParamTreeView::TreeImpl::Build()
     level->setToolTip(tr("How many of the camera's features are shown"));
     level->addItems({tr("Beginner"), tr("Expert"), tr("Guru")});
     line = new MessageLabel(widget);
-    line->setObjectName(QStringLiteral("featureMessage"));
-    line->setTextFormat(Qt::PlainText);
-    line->setContentsMargins(4, 1, 4, 2);
-    line->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Minimum);
 
     auto *const top = new QHBoxLayout;
     top->setContentsMargins(2, 2, 2, 2);
@@ -158,17 +105,14 @@ void TovGenParamTreeView::TreeImpl::Build()
     widget->setFocusProxy(view);
     view->SetPlaceholder(tr("No camera"));
 
-    timer = new QTimer(this);
-    timer->setSingleShot(true);
+    polling = new FeaturePolling(model, view, this);
     noticeTimer = new QTimer(this);
     noticeTimer->setSingleShot(true);
 }
 
 void TovGenParamTreeView::TreeImpl::Connect()
 {
-    connect(timer, &QTimer::timeout, this, &TreeImpl::Tick);
     connect(noticeTimer, &QTimer::timeout, this, [this] { ShowNotice({}); });
-    connect(view, &FeatureView::seenChanged, this, &TreeImpl::Plan);
     connect(view->Delegate(), &FeatureDelegate::hinted, this, &TreeImpl::ShowNotice);
     connect(model, &FeatureModel::writeRequested, this, &TreeImpl::OnWriteRequested);
     connect(model, &FeatureModel::dataChanged, this, [this](QModelIndex const &index) {
@@ -228,8 +172,8 @@ void TovGenParamTreeView::TreeImpl::SetParams(TovCam::ParamArray *params)
     if (mailbox)
         mailbox->Close();
     mailbox.reset();
+    polling->SetWorker(nullptr);
     worker.reset();
-    awaited.clear();
     {
         QScopedValueRollback<bool> const guard(restoring, true);
         model->SetFeatures({});
@@ -243,6 +187,7 @@ void TovGenParamTreeView::TreeImpl::SetParams(TovCam::ParamArray *params)
     mailbox = std::make_shared<Mailbox>(this);
     worker =
         std::make_unique<FeatureWorker>(params, [this, mailbox = mailbox] { mailbox->Post([this] { OnResults(); }); });
+    polling->SetWorker(worker.get());
 }
 
 void TovGenParamTreeView::TreeImpl::OnResults()
@@ -264,7 +209,7 @@ void TovGenParamTreeView::TreeImpl::OnResults()
             break;
         }
         case FeatureResult::Kind::Read:
-            readCost += (double(result.cost.count()) / 1000.0 - readCost) * 0.2;
+            polling->NoteCost(result.cost);
             model->ApplyRead(result.feature, result.status, result.state);
             break;
         case FeatureResult::Kind::Written:
@@ -282,7 +227,7 @@ void TovGenParamTreeView::TreeImpl::OnResults()
         }
     }
     if (planned)
-        Plan();
+        polling->Plan();
 }
 
 void TovGenParamTreeView::TreeImpl::OnWriteRequested(std::uint32_t feature, TovCam::FeatureValue const &value,
@@ -293,9 +238,7 @@ void TovGenParamTreeView::TreeImpl::OnWriteRequested(std::uint32_t feature, TovC
     if (!live)
         noticeTimer->start(NoticeShown); // a hint that came with it stays its time
     model->SetWriting(feature, worker->Write(feature, value, live), value);
-    if (std::find(awaited.begin(), awaited.end(), feature) == awaited.end())
-        awaited.push_back(feature);
-    Plan();
+    polling->Await(feature);
 }
 
 void TovGenParamTreeView::TreeImpl::Refilter()
@@ -345,7 +288,7 @@ void TovGenParamTreeView::TreeImpl::ApplyExpansion()
         view->scrollTo(selected);
     }
     ShowLine();
-    Plan();
+    polling->Plan();
 }
 
 void TovGenParamTreeView::TreeImpl::ApplyState()
@@ -357,94 +300,6 @@ void TovGenParamTreeView::TreeImpl::ApplyState()
     search->setText(state.search);
     level->setCurrentIndex(state.visibility);
     Refilter();
-}
-
-void TovGenParamTreeView::TreeImpl::Plan()
-{
-    if (worker && view->isVisible())
-        timer->start(0);
-    else if (awaited.empty())
-        timer->stop();
-}
-
-// Asks for what is visible and due, in place of what was asked for before.
-void TovGenParamTreeView::TreeImpl::Tick()
-{
-    if (!worker)
-        return;
-    std::vector<std::uint32_t> const visible = view->VisibleFeatures();
-    auto const now = FeatureRow::Clock::now();
-    auto const looked = std::clamp(milliseconds(std::int64_t(readCost * RestFactor * double(visible.size()))),
-                                   AccessPeriod, LongestPeriod);
-    milliseconds next = LongestPeriod;
-    std::vector<std::uint32_t> due;
-    for (std::uint32_t const feature : visible) {
-        FeatureRow const &row = *model->Feature(feature);
-        auto const polling = milliseconds(row.info->pollingTime);
-        auto const period = polling.count() > 0 ? std::min(polling, looked) : looked;
-        auto const left = std::chrono::ceil<milliseconds>(row.read + period - now);
-        if (row.stale || left <= std::min(Together, period / 2))
-            due.push_back(feature);
-        else
-            next = std::min(next, left);
-    }
-    // What was never read or was made invalid first, then what waits longest.
-    std::stable_sort(due.begin(), due.end(), [this](std::uint32_t a, std::uint32_t b) {
-        FeatureRow const &first = *model->Feature(a), &second = *model->Feature(b);
-        return first.stale != second.stale ? first.stale : first.read < second.read;
-    });
-    worker->SetReads(due);
-    next = std::min({next, Mark(due), Commands(visible)});
-    if (view->window()->isMinimized())
-        next = std::min(next, AccessPeriod); // nobody tells when it comes back
-    if (view->isVisible())
-        timer->start(std::max(next, milliseconds(10)));
-}
-
-// Marks what takes long; gives when to look next.
-milliseconds TovGenParamTreeView::TreeImpl::Mark(std::vector<std::uint32_t> const &due)
-{
-    std::vector<std::uint32_t> waiting = due;
-    for (std::uint32_t const feature : std::exchange(awaited, {})) {
-        if (std::find(due.begin(), due.end(), feature) != due.end())
-            continue;
-        if (model->Feature(feature)->ticket)
-            waiting.push_back(feature);
-        else // out of sight, and no longer asked for
-            model->SetNotAwaited(feature);
-    }
-    auto const now = FeatureRow::Clock::now();
-    for (std::uint32_t const feature : waiting) {
-        FeatureRow const &row = *model->Feature(feature);
-        bool const poll = !row.stale && !row.ticket;
-        bool const waits = row.since != FeatureRow::Clock::time_point();
-        model->SetAwaited(feature, row.slow || (waits && now - row.since > (poll ? PollShownAfter : ShownAfter)));
-    }
-    awaited = std::move(waiting);
-    return awaited.empty() ? LongestPeriod : milliseconds(200);
-}
-
-milliseconds TovGenParamTreeView::TreeImpl::Commands(std::vector<std::uint32_t> const &visible)
-{
-    milliseconds next = LongestPeriod;
-    auto const now = FeatureRow::Clock::now();
-    for (std::uint32_t const feature : visible) {
-        FeatureRow const &row = *model->Feature(feature);
-        if (row.run == FeatureRow::Run::Idle)
-            continue;
-        bool const running = row.run == FeatureRow::Run::Running;
-        auto const left = std::chrono::ceil<milliseconds>(row.acted + (running ? AskPeriod : DoneShown) - now);
-        if (left.count() > 0) {
-            next = std::min(next, left);
-        } else if (running) {
-            worker->AskDone(feature);
-            model->SetAsked(feature);
-            next = std::min(next, AskPeriod);
-        } else {
-            model->EndDone(feature);
-        }
-    }
-    return next;
 }
 
 void TovGenParamTreeView::TreeImpl::ShowNotice(QString const &text)

@@ -2,47 +2,13 @@
 // time, also when a dialog was closed in the middle of it and the next one is open already.
 #pragma once
 
-#include "tovcamera.h"
-
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <thread>
 
-class QObject;
-
 namespace TovGui {
-
-// A counted reference to the camera library's system: it stays while a job that uses it runs.
-class SystemReference
-{
-public:
-    SystemReference();
-    ~SystemReference();
-    SystemReference(SystemReference const &) = delete;
-    SystemReference &operator=(SystemReference const &) = delete;
-
-private:
-    TovCam::System *m_system;
-};
-
-// The way back from a job to a receiver that may have gone meanwhile.
-class Mailbox
-{
-public:
-    explicit Mailbox(QObject *receiver); // a receiver of the GUI thread
-    // Any thread. Runs `call` on the GUI thread later, unless the receiver is gone by then.
-    void Post(std::function<void()> call);
-    // GUI thread, before the receiver goes.
-    void Close();
-    bool IsClosed();
-
-private:
-    std::mutex m_mutex;  // guards m_receiver
-    QObject *m_receiver; // null once closed
-};
 
 class SearchThread
 {

@@ -1,26 +1,21 @@
+#include "addressedit.h"
 #include "cameramodel.h"
+#include "cameratree.h"
+#include "mailbox.h"
 #include "searchthread.h"
+#include "selectorgeometry.h"
+#include "systemreference.h"
 
-#include <QApplication>
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
-#include <QHeaderView>
-#include <QKeyEvent>
 #include <QLabel>
-#include <QLineEdit>
-#include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QScopedValueRollback>
-#include <QScreen>
 #include <QScrollBar>
-#include <QSettings>
 #include <QShortcut>
 #include <QTimer>
-#include <QTreeView>
 #include <QVBoxLayout>
-#include <QWindow>
 
 #include <algorithm>
 
@@ -29,74 +24,6 @@ namespace TovGui {
 namespace {
 
 constexpr int RefreshInterval = 2500; // ms between the end of one search and the start of the next
-
-// The tree with a line of text in its middle while it has no rows.
-class CameraTree : public QTreeView
-{
-public:
-    using QTreeView::QTreeView;
-    using QTreeView::sizeHintForColumn;
-
-    void SetPlaceholder(QString const &text)
-    {
-        m_placeholder = text;
-        viewport()->update();
-    }
-
-protected:
-    void paintEvent(QPaintEvent *event) override
-    {
-        QTreeView::paintEvent(event);
-        if (model()->rowCount() > 0)
-            return;
-        QPainter painter(viewport());
-        painter.setPen(palette().color(QPalette::Disabled, QPalette::Text));
-        painter.drawText(viewport()->rect(), Qt::AlignCenter, m_placeholder);
-    }
-
-    // Up and down go from camera to camera, past the headings between them; Left reaches those, to fold them.
-    QModelIndex moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers) override
-    {
-        QModelIndex const next = QTreeView::moveCursor(action, modifiers);
-        if ((action != MoveUp && action != MoveDown) || next.parent().isValid() || !isExpanded(next))
-            return next;
-        QModelIndex const beyond = action == MoveUp ? indexAbove(next) : indexBelow(next);
-        return beyond.isValid() ? beyond : currentIndex();
-    }
-
-private:
-    QString m_placeholder;
-};
-
-// Enter in the line edit asks for the address; the dialog's default button must not see it.
-class AddressEdit : public QLineEdit
-{
-public:
-    std::function<void()> onEnter;
-
-protected:
-    void keyPressEvent(QKeyEvent *event) override
-    {
-        if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
-            onEnter();
-            event->accept();
-        } else {
-            QLineEdit::keyPressEvent(event);
-        }
-    }
-};
-
-bool IsIPv4Address(QString const &text)
-{
-    static QRegularExpression const pattern(
-        QStringLiteral(R"(\A(25[0-5]|2[0-4]\d|1?\d?\d)(\.(25[0-5]|2[0-4]\d|1?\d?\d)){3}\z)"));
-    return pattern.match(text).hasMatch();
-}
-
-QSettings OpenSettings()
-{
-    return QSettings(QStringLiteral("Velmor"), QStringLiteral("TovCameraGui"));
-}
 
 } // namespace
 
@@ -112,6 +39,7 @@ struct TovCameraSelectorDialog::Impl
     CameraTree *tree;
     AddressEdit *address;
     QPushButton *add, *refresh, *connect;
+    QDialogButtonBox *buttons;
     QLabel *message;
     QProgressBar *progress;
     QTimer *timer;
@@ -121,7 +49,6 @@ struct TovCameraSelectorDialog::Impl
     QString wantedName;
     QString notice;          // outcome of the last thing the user asked for; stands until the next one
     int jobs = 0;            // posted and not answered
-    bool listed = false;     // a first listing has come
     bool searched = false;   // a first search has ended
     bool attended = false;   // the user waits for a search
     bool updating = false;   // the model changes: the view's moves of the selection are not the user's
@@ -137,10 +64,10 @@ struct TovCameraSelectorDialog::Impl
     }
 
     void Build();
+    QLayout *BuildMessageRow();
+    QLayout *BuildAddressRow();
+    QWidget *BuildButtons();
     void Connect();
-    void RestoreGeometry();
-    void SaveGeometry() const;
-    void Place();
 
     void List(bool update);
     void Refresh();
@@ -153,10 +80,6 @@ struct TovCameraSelectorDialog::Impl
     void ShowState();
     void TryAccept();
     CameraEntry const *Selected() const;
-    int CharWidth(int characters) const
-    {
-        return dialog->fontMetrics().averageCharWidth() * characters;
-    }
 };
 
 void TovCameraSelectorDialog::Impl::Build()
@@ -164,35 +87,27 @@ void TovCameraSelectorDialog::Impl::Build()
     dialog->setWindowTitle(tr("Select camera"));
     dialog->setModal(true);
     dialog->setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-
     model = new CameraModel(dialog);
     tree = new CameraTree(dialog);
-    tree->setObjectName(QStringLiteral("cameraTree"));
-    tree->setAccessibleName(tr("Cameras"));
     tree->setModel(model);
-    tree->setSelectionMode(QAbstractItemView::SingleSelection);
-    tree->setSelectionBehavior(QAbstractItemView::SelectRows);
-    tree->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    tree->setUniformRowHeights(true);
-    tree->setAllColumnsShowFocus(true);
-    tree->header()->setStretchLastSection(true);
+    auto *layout = new QVBoxLayout(dialog);
+    layout->addWidget(tree, 1);
+    layout->addLayout(BuildMessageRow());
+    layout->addLayout(BuildAddressRow());
+    layout->addWidget(BuildButtons());
+    timer = new QTimer(dialog);
+    timer->setSingleShot(true);
+    QWidget::setTabOrder(tree, refresh);
+    QWidget::setTabOrder(refresh, address);
+    QWidget::setTabOrder(address, add);
+    QWidget::setTabOrder(add, connect);
+    QWidget::setTabOrder(connect, buttons->button(QDialogButtonBox::Cancel));
+    tree->setFocus();
+}
 
-    auto *addressLabel = new QLabel(tr("GigE Vision camera at &address:"), dialog);
-    address = new AddressEdit;
-    address->setParent(dialog);
-    address->setObjectName(QStringLiteral("addressEdit"));
-    address->setPlaceholderText(tr("192.168.0.10"));
-    address->setToolTip(tr("IP address of a GigE Vision camera that the search does not find,\n"
-                           "such as one behind a router"));
-    address->setClearButtonEnabled(true);
-    address->setMaxLength(64);
-    addressLabel->setBuddy(address);
-    add = new QPushButton(tr("A&dd"), dialog);
-    add->setObjectName(QStringLiteral("addButton"));
-    add->setToolTip(tr("Ask the camera at this address and add it to the list"));
-    add->setAutoDefault(false);
-    add->setEnabled(false);
-
+// How the search stands, and the button that begins one.
+QLayout *TovCameraSelectorDialog::Impl::BuildMessageRow()
+{
     message = new QLabel(dialog);
     message->setObjectName(QStringLiteral("messageLabel"));
     message->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -201,13 +116,42 @@ void TovCameraSelectorDialog::Impl::Build()
     progress->setObjectName(QStringLiteral("busyIndicator"));
     progress->setRange(0, 0);
     progress->setTextVisible(false);
-    progress->setFixedWidth(CharWidth(14));
+    progress->setFixedWidth(CharWidth(dialog, 14));
     progress->setMaximumHeight(dialog->fontMetrics().height());
     QSizePolicy policy = progress->sizePolicy();
     policy.setRetainSizeWhenHidden(true);
     progress->setSizePolicy(policy);
+    refresh = new QPushButton(tr("&Refresh"), dialog);
+    refresh->setObjectName(QStringLiteral("refreshButton"));
+    refresh->setToolTip(tr("Look for cameras now (F5)"));
+    refresh->setAutoDefault(false);
+    auto *row = new QHBoxLayout;
+    row->addWidget(message, 1);
+    row->addWidget(progress);
+    row->addWidget(refresh);
+    return row;
+}
 
-    auto *buttons = new QDialogButtonBox(dialog);
+QLayout *TovCameraSelectorDialog::Impl::BuildAddressRow()
+{
+    auto *label = new QLabel(tr("GigE Vision camera at &address:"), dialog);
+    address = new AddressEdit(dialog);
+    label->setBuddy(address);
+    add = new QPushButton(tr("A&dd"), dialog);
+    add->setObjectName(QStringLiteral("addButton"));
+    add->setToolTip(tr("Ask the camera at this address and add it to the list"));
+    add->setAutoDefault(false);
+    add->setEnabled(false);
+    auto *row = new QHBoxLayout;
+    row->addWidget(label);
+    row->addWidget(address, 1);
+    row->addWidget(add);
+    return row;
+}
+
+QWidget *TovCameraSelectorDialog::Impl::BuildButtons()
+{
+    buttons = new QDialogButtonBox(dialog);
     connect = buttons->addButton(tr("&Connect"), QDialogButtonBox::AcceptRole);
     connect->setObjectName(QStringLiteral("connectButton"));
     connect->setToolTip(tr("Open the selected camera"));
@@ -216,41 +160,13 @@ void TovCameraSelectorDialog::Impl::Build()
     QPushButton *cancel = buttons->addButton(QDialogButtonBox::Cancel);
     cancel->setObjectName(QStringLiteral("cancelButton"));
     cancel->setAutoDefault(false);
-    refresh = new QPushButton(tr("&Refresh"), dialog);
-    refresh->setObjectName(QStringLiteral("refreshButton"));
-    refresh->setToolTip(tr("Look for cameras now (F5)"));
-    refresh->setAutoDefault(false);
-
-    auto *addressRow = new QHBoxLayout;
-    addressRow->addWidget(addressLabel);
-    addressRow->addWidget(address, 1);
-    addressRow->addWidget(add);
-    auto *messageRow = new QHBoxLayout;
-    messageRow->addWidget(message, 1);
-    messageRow->addWidget(progress);
-    messageRow->addWidget(refresh);
-    auto *layout = new QVBoxLayout(dialog);
-    layout->addWidget(tree, 1);
-    layout->addLayout(messageRow);
-    layout->addLayout(addressRow);
-    layout->addWidget(buttons);
-
-    timer = new QTimer(dialog);
-    timer->setSingleShot(true);
-
-    QWidget::setTabOrder(tree, refresh);
-    QWidget::setTabOrder(refresh, address);
-    QWidget::setTabOrder(address, add);
-    QWidget::setTabOrder(add, connect);
-    QWidget::setTabOrder(connect, cancel);
-    tree->setFocus();
+    return buttons;
 }
 
 void TovCameraSelectorDialog::Impl::Connect()
 {
-    QObject::connect(dialog->findChild<QDialogButtonBox *>(), &QDialogButtonBox::accepted, dialog,
-                     [this] { TryAccept(); });
-    QObject::connect(dialog->findChild<QDialogButtonBox *>(), &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, [this] { TryAccept(); });
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
     QObject::connect(refresh, &QPushButton::clicked, dialog, [this] { Refresh(); });
     QObject::connect(new QShortcut(QKeySequence(QKeySequence::Refresh), dialog), &QShortcut::activated, dialog,
                      [this] { Refresh(); });
@@ -280,61 +196,8 @@ void TovCameraSelectorDialog::Impl::Connect()
     QObject::connect(timer, &QTimer::timeout, dialog, [this] { List(true); });
     QObject::connect(dialog, &QDialog::finished, dialog, [this] {
         timer->stop();
-        SaveGeometry();
+        SaveSelectorGeometry(dialog, tree);
     });
-}
-
-// The size and the columns are kept; the place is always over the window that the user works in.
-void TovCameraSelectorDialog::Impl::RestoreGeometry()
-{
-    static int const widths[CameraModel::ColumnCount] = {26, 18, 18, 16, 20, 9};
-    QSize size(0, tree->header()->sizeHint().height() + dialog->fontMetrics().lineSpacing() * 24);
-    QSettings const settings = OpenSettings();
-    QVariantList const saved = settings.value(QStringLiteral("SelectorDialog/columns")).toList();
-    restored = saved.size() == CameraModel::ColumnCount;
-    for (int column = 0; column < CameraModel::ColumnCount; ++column) {
-        int width = CharWidth(widths[column]);
-        size.rwidth() += width;
-        if (restored)
-            width = std::clamp(saved[column].toInt(), CharWidth(2), CharWidth(200));
-        tree->setColumnWidth(column, width);
-    }
-    size.rwidth() += CharWidth(6);
-    QSize const savedSize = settings.value(QStringLiteral("SelectorDialog/size")).toSize();
-    if (savedSize.isValid())
-        size = savedSize;
-    QScreen const *screen = dialog->parentWidget() ? dialog->parentWidget()->screen() : dialog->screen();
-    dialog->resize(size.boundedTo(screen->availableSize() * 9 / 10).expandedTo(dialog->minimumSizeHint()));
-}
-
-void TovCameraSelectorDialog::Impl::SaveGeometry() const
-{
-    QVariantList columns;
-    for (int column = 0; column < CameraModel::ColumnCount; ++column)
-        columns << tree->columnWidth(column);
-    QSettings settings = OpenSettings();
-    settings.setValue(QStringLiteral("SelectorDialog/columns"), columns);
-    settings.setValue(QStringLiteral("SelectorDialog/size"), dialog->size());
-}
-
-// Without a parent the dialog still belongs over the active window, and stays in front of it.
-void TovCameraSelectorDialog::Impl::Place()
-{
-    QWidget const *anchor = dialog->parentWidget() ? dialog->parentWidget()->window() : QApplication::activeWindow();
-    if (!anchor)
-        return;
-    QRect const available = anchor->screen()->availableGeometry();
-    QRect place(QPoint(), dialog->size());
-    place.moveCenter(anchor->frameGeometry().center());
-    place.moveLeft(
-        std::clamp(place.left(), available.left(), std::max(available.left(), available.right() - place.width())));
-    place.moveTop(
-        std::clamp(place.top(), available.top(), std::max(available.top(), available.bottom() - place.height())));
-    dialog->move(place.topLeft());
-    if (!dialog->parentWidget() && anchor->windowHandle()) {
-        dialog->winId(); // makes the window
-        dialog->windowHandle()->setTransientParent(anchor->windowHandle());
-    }
 }
 
 // Posts a listing, with a search before it or without. Nothing of the dialog is touched on the other thread.
@@ -393,7 +256,6 @@ void TovCameraSelectorDialog::Impl::OnListed(CameraList const &list, std::int32_
 {
     --jobs;
     status = result;
-    listed = true;
     searched = searched || update;
     if (jobs == 0 && update)
         attended = false;
@@ -408,7 +270,6 @@ void TovCameraSelectorDialog::Impl::OnFound(QString const &text, TovCam::DeviceI
                                             CameraList const &list)
 {
     --jobs;
-    listed = true;
     if (jobs == 0)
         attended = false;
     SetList(list);
@@ -548,8 +409,8 @@ TovCameraSelectorDialog::TovCameraSelectorDialog(TovCam::System *system, QWidget
 {
     m_impl->Build();
     m_impl->Connect();
-    m_impl->RestoreGeometry();
-    m_impl->Place();
+    m_impl->restored = RestoreSelectorGeometry(this, m_impl->tree);
+    PlaceSelector(this);
     m_impl->List(false);
 }
 

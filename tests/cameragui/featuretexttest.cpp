@@ -1,5 +1,6 @@
 #include "featuretext.h"
-#include "featurestate.h"
+#include "featurescale.h"
+#include "featureviewstate.h"
 
 #include <gtest/gtest.h>
 
@@ -95,17 +96,17 @@ TEST(FeatureSliderTest, PlacesAndValuesAgreeOnEveryScale)
         state.maximum = std::int64_t(state.realMaximum = c.maximum);
         state.increment = std::int64_t(state.realIncrement = c.increment);
         auto const at = [&](double position) {
-            FeatureValue const value = FeatureText::ValueAt(info, state, position);
+            FeatureValue const value = FeatureScale::ValueAt(info, state, position);
             return c.kind == Int ? double(value.integer) : value.real;
         };
-        EXPECT_EQ(FeatureText::EditingOf(info, state), FeatureEditing::Slider);
+        EXPECT_EQ(FeatureScale::EditingOf(info, state), FeatureEditing::Slider);
         EXPECT_EQ(at(0.0), c.minimum);
         EXPECT_EQ(at(1.0), c.maximum);
         EXPECT_NEAR(at(0.5), c.middle, 0.5) << c.minimum << " to " << c.maximum;
-        FeatureValue const value = FeatureText::ValueAt(info, state, 0.5);
-        EXPECT_NEAR(FeatureText::PositionOf(info, state, value), 0.5, 0.02);
-        FeatureValue const next = FeatureText::Stepped(info, state, value, 1);
-        EXPECT_GT(FeatureText::PositionOf(info, state, next), FeatureText::PositionOf(info, state, value));
+        FeatureValue const value = FeatureScale::ValueAt(info, state, 0.5);
+        EXPECT_NEAR(FeatureScale::PositionOf(info, state, value), 0.5, 0.02);
+        FeatureValue const next = FeatureScale::Stepped(info, state, value, 1);
+        EXPECT_GT(FeatureScale::PositionOf(info, state, next), FeatureScale::PositionOf(info, state, value));
     }
 }
 

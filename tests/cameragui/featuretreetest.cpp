@@ -132,7 +132,7 @@ TEST_F(FeatureTreeTest, KeepsWhatWasTypedUntilItMakesSense)
     Fill();
     Key("Width", Qt::Key_F2);
     Type("wide");
-    EXPECT_TRUE(Says("\"wide\" is no whole number."));
+    EXPECT_TRUE(Says("\"wide\" is not a whole number."));
     ASSERT_TRUE(Editor()) << "it stays open";
     m_view->setFocus(); // and gives up when the user goes elsewhere
     EXPECT_TRUE(QTest::qWaitFor([this] { return !Editor(); }));

@@ -1,0 +1,21 @@
+// Keeps the camera library's system.
+#pragma once
+
+#include "tovcamera.h"
+
+namespace TovGui {
+
+// A counted reference to the camera library's system: it stays while a job that uses it runs.
+class SystemReference
+{
+public:
+    SystemReference();
+    ~SystemReference();
+    SystemReference(SystemReference const &) = delete;
+    SystemReference &operator=(SystemReference const &) = delete;
+
+private:
+    TovCam::System *m_system;
+};
+
+} // namespace TovGui
