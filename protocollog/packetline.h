@@ -23,7 +23,8 @@ class PacketLine
 public:
     PacketLine &Text(std::string_view text)
     {
-        m_text.append(text.data(), static_cast<int>(text.size()));
+        if (!text.empty()) // an empty view may point nowhere, which the array does not take
+            m_text.append(text.data(), static_cast<int>(text.size()));
         return *this;
     }
     // Base 16 in lower case, filled on the left with zeros up to the width, longer if the value needs it.
