@@ -34,19 +34,6 @@ void CameraTest::ExpectLoss(std::function<void()> const &lose)
     EXPECT_EQ(loss.told, 1);
 }
 
-TEST_P(CameraContract, OpensForOneHostAtATime)
-{
-    std::int32_t error = 0;
-    EXPECT_EQ(TovCam_CreateDevice(m_info, 2, &error), nullptr);
-    EXPECT_LT(error, 0);
-    EXPECT_EQ(m_device->GetDeviceInfo(), m_info);
-    EXPECT_EQ(m_device->GetStreamByIndex(1), nullptr);
-    Close();
-    EXPECT_EQ(TovCam_CreateDevice(m_info, 1, &error), nullptr); // not an access there is
-    EXPECT_EQ(error, TOV_CAM_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(TovCam_CreateDevice(nullptr, 2, nullptr), nullptr);
-}
-
 TEST_P(CameraContract, NodesAnswerAndRefuse)
 {
     std::int32_t error = 0;
@@ -141,24 +128,6 @@ TEST_P(CameraContract, BuffersHaveOneOwner)
     EXPECT_NE(m_stream->QueueBuffer(nullptr), 0);
     EXPECT_EQ(m_stream->QueueBuffer(second), 0);
     EXPECT_EQ(m_stream->ReleaseBufferQueue(), 0);
-}
-
-TEST_P(CameraContract, FramesWithoutABufferAreLost)
-{
-    RunningCamera camera(m_device, 2);
-    // A camera that was itself held up meanwhile has lost nothing: it gets more than one chance.
-    bool lost = false;
-    for (int round = 0; round < 10 && !lost; ++round) {
-        TovCam::Buffer *const first = camera.Next();
-        TovCam::Buffer *const second = camera.Next();
-        ASSERT_TRUE(first && second);
-        std::uint64_t const id = second->GetFrameID();
-        std::this_thread::sleep_for(400ms);
-        camera.stream->QueueBuffer(first);
-        camera.stream->QueueBuffer(second);
-        camera.ForFrames(1, [&](TovCam::Buffer &late) { lost = late.GetFrameID() > id + 1; });
-    }
-    EXPECT_TRUE(lost);
 }
 
 TEST_P(CameraContract, FormatDecidesAboutTheFramesAndIsLocked)

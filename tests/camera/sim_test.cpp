@@ -253,44 +253,4 @@ TEST(SimDescriptions, AreUsedOrRefused)
     std::remove(path.c_str());
 }
 
-// ---- Packets -----------------------------------------------------------------------------------------------------
-
-// The bytes of the frames' packets behind their headers.
-struct Payload
-{
-    std::size_t const headerSize;
-    std::vector<std::vector<std::uint8_t>> packets;
-    bool zerosBehind;
-
-    static void Take(void const *data, unsigned long size, void *user)
-    {
-        auto *const self = static_cast<Payload *>(user);
-        auto const *const bytes = static_cast<std::uint8_t const *>(data);
-        self->packets.emplace_back(bytes + self->headerSize, bytes + size);
-        self->zerosBehind = self->zerosBehind && std::count(bytes + size, bytes + size + 0x10100, 0) == 0x10100;
-    }
-};
-
-TEST_F(SimTest, FramesReadAsPackets)
-{
-    for (bool const usb : {false, true}) {
-        SCOPED_TRACE(usb);
-        OpenFast(usb ? "VU-1920C" : "VG-2048M");
-        Payload stream{usb ? 0u : 8u, {}, true};
-        ASSERT_EQ(m_nodes->SetEnumValueStr("AcquisitionMode", "SingleFrame"), 0);
-        ASSERT_EQ(m_device->RegisterEvent(TovCam::EventStreamChannel, Payload::Take, &stream), 0);
-        std::vector<std::uint8_t> pixels, payload;
-        RunningCamera(m_device, 2).ForFrames(1, [&pixels](TovCam::Buffer &buffer) {
-            std::uint8_t const *const begin = buffer.GetImage()->imageData;
-            pixels.assign(begin, begin + buffer.GetBufferSize());
-        });
-        Close();
-        ASSERT_GE(stream.packets.size(), 3u);
-        for (std::size_t i = 1; i + 1 < stream.packets.size(); ++i)
-            payload.insert(payload.end(), stream.packets[i].begin(), stream.packets[i].end());
-        EXPECT_TRUE(payload == pixels); // a quarter of a million numbers, better not printed
-        EXPECT_TRUE(stream.zerosBehind);
-    }
-}
-
 } // namespace

@@ -88,4 +88,47 @@ TEST_F(FeatureWorkerTest, OrdersTheAccesses)
     EXPECT_EQ(results[8].state.value.integer, 7);
 }
 
+// Each of the calls wakes a thread that sleeps, and each result its owner. It is asleep nearly every time.
+TEST_F(FeatureWorkerTest, WakesForEachCall)
+{
+    Start();
+    EXPECT_EQ(Results(1)[0].kind, Kind::Loaded);
+    for (std::int64_t i = 1; i <= 50; ++i) {
+        TovCam::FeatureValue value;
+        value.integer = i;
+        std::uint64_t const ticket = m_worker->Write(2, value);
+        EXPECT_EQ(Results(1)[0].ticket, ticket);
+        m_worker->SetReads({2});
+        EXPECT_EQ(Results(1)[0].state.value.integer, i);
+        m_worker->AskDone(2); // again, after an answer
+        ASSERT_EQ(Results(1)[0].kind, Kind::Asked);
+    }
+    EXPECT_EQ(m_camera->reads, 50);
+    for (int i = 0; i < 50; ++i) {
+        m_worker.reset();
+        Start();
+        ASSERT_EQ(Results(1)[0].kind, Kind::Loaded);
+    }
+}
+
+// What waits when the owner goes is not done any more, by nobody.
+TEST_F(FeatureWorkerTest, EndsInTheMiddleOfAnAccessAndDoesNoMore)
+{
+    for (bool const held : {true, false}) {
+        m_camera->Hold(held);
+        Start();
+        m_worker->Write(1, {});
+        m_worker->SetReads({1, 2, 3});
+        while (held && m_camera->running == 0)
+            std::this_thread::yield();
+        m_worker.reset();
+        EXPECT_EQ(m_camera->running, held ? 1 : 0);
+        m_camera->TakeLog();
+        m_camera->Hold(false);
+        while (m_camera.use_count() > 1) // the thread's
+            std::this_thread::yield();
+        EXPECT_EQ(m_camera->TakeLog(), "");
+    }
+}
+
 } // namespace
