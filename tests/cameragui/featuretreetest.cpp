@@ -3,7 +3,6 @@
 #include "rows.h"
 
 #include <QAbstractItemModelTester>
-#include <QAbstractSpinBox>
 #include <QComboBox>
 #include <QElapsedTimer>
 #include <QLabel>
@@ -265,17 +264,6 @@ TEST_F(FeatureTreeTest, SlowOrLostCameraLeavesTheWindowAlive)
 TEST_F(FeatureTreeTest, TellsWhyAFeatureIsNotAsWanted)
 {
     Fill();
-    m_tree->resize(220, 700); // a narrow dock
-    auto *const line = m_tree->findChild<QLabel *>(QStringLiteral("featureMessage"));
-    int const oneLine = line->height();
-    Key("Width", Qt::Key_F2);
-    Editor<QAbstractSpinBox>()->findChild<QLineEdit *>()->setText(QStringLiteral("123456789"));
-    QTest::keyClick(Editor(), Qt::Key_Return);
-    EXPECT_TRUE(Says("123456789 is above the range; 2048 was taken."));
-    EXPECT_TRUE(QTest::qWaitFor([&] { return line->height() >= line->heightForWidth(line->width()); }));
-    EXPECT_EQ(line->text(), line->accessibleName());
-    EXPECT_GT(line->height(), oneLine);
-
     m_camera.With(m_sample.width, [](auto &state) {
         state.access = FeatureAccess::ReadOnly;
         state.streamLocked = true;

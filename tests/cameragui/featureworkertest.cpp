@@ -53,6 +53,7 @@ protected:
                 all.push_back(std::move(result));
         }
         EXPECT_EQ(all.size(), count);
+        all.resize(count);
         return all;
     }
 };
