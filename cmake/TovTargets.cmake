@@ -70,6 +70,7 @@ function(tov_add_test name)
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 120)
     endif()
+    math(EXPR limit "${ARG_TIMEOUT} * 3 / 4") # of one test: it is named before all of them are ended
     if(NOT ARG_LABELS)
         set(ARG_LABELS unit)
     endif()
@@ -80,7 +81,7 @@ function(tov_add_test name)
     file(MAKE_DIRECTORY "${home}")
     file(CHMOD "${home}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE) # it is the runtime folder as well
     set(environment "HOME=${home}" "XDG_CONFIG_HOME=${home}/.config" "XDG_RUNTIME_DIR=${home}" "TZ=UTC"
-        "LC_ALL=C.UTF-8" "TOV_CAMERA_INTERFACES=sim"
+        "LC_ALL=C.UTF-8" "TOV_CAMERA_INTERFACES=sim" "TOV_TEST_LIMIT=${limit}"
         "ASAN_OPTIONS=detect_leaks=1" "UBSAN_OPTIONS=print_stacktrace=1"
         "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0"
         "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp")
