@@ -1,10 +1,8 @@
+#include "asleep.h"
 #include "fifofixture.h"
 #include "params.h"
 
-#include <chrono>
-#include <thread>
-
-using namespace std::chrono_literals;
+#include <random>
 
 namespace {
 
@@ -186,36 +184,103 @@ TEST_F(Fifo, AReturnedFrameReachesTheRecorderWhileCapturing)
     EXPECT_EQ(PopId(), 2u) << "it went to the front, past a newer one";
 }
 
-TEST_F(Fifo, SleepingConsumersAreWokenByAFrameAndByTheBlockingFlag)
+// Each sleeps before the one thing happens that may wake it.
+TEST_F(Fifo, ASleepingConsumerIsWokenByEverythingThatItMayWaitFor)
+{
+    struct
+    {
+        char const *what;
+        SessionState state;
+        std::function<void(TovCam::Buffer *)> wake; // with the frame that somebody else has
+        bool served;
+    } const rows[] = {
+        {"a frame", SessionStateAcquisition, [this](auto *) { FeedIds(2, 2); }, true},
+        {"a frame to record", SessionStateCapturing, [this](auto *) { FeedIds(2, 2); }, true},
+        {"a frame given back", SessionStateCapturing, [this](auto *taken) { fifo.ReturnBuffer(taken); }, true},
+        {"the flag", SessionStateAcquisition, [this](auto *) { fifo.SetGrabberThtreadBlocking(false); }, false},
+    };
+    for (auto const &row : rows) {
+        for (bool const newest : {false, true}) {
+            SCOPED_TRACE(row.what + std::string(newest ? ", newest" : ", oldest"));
+            Begin(row.state);
+            FeedIds(1, 1);
+            TovCam::Buffer *taken = nullptr;
+            ASSERT_EQ(fifo.PopOldestBuffer(&taken), 0);
+            auto consumer = std::async(std::launch::async, [&] {
+                TovCam::Buffer *buffer = nullptr;
+                EXPECT_EQ(newest ? fifo.GetNewestBuffer(&buffer, false) : fifo.PopOldestBuffer(&buffer), 0);
+                return buffer;
+            });
+            ASSERT_TRUE(OthersFallAsleep());
+            row.wake(taken);
+            ASSERT_TRUE(Returns(consumer)) << "it sleeps on";
+            TovCam::Buffer *const buffer = consumer.get();
+            EXPECT_EQ(buffer != nullptr, row.served);
+            fifo.SetGrabberThtreadBlocking(true);
+            if (buffer != taken)
+                fifo.ReleaseBuffer(taken);
+            if (buffer)
+                fifo.ReleaseBuffer(buffer);
+            EXPECT_EQ(fifo.GetAccounts().withConsumers, 0);
+        }
+    }
+}
+
+TEST_F(Fifo, AFrameServesOneConsumerAndTheFlagFreesAllAndHidesFrames)
 {
     Begin(SessionStateAcquisition);
     std::atomic<int> served{0}, freed{0};
-    std::vector<std::thread> sleepers;
+    std::vector<std::future<void>> sleepers;
     for (int i = 0; i < 4; ++i) {
-        sleepers.emplace_back([&, i] {
+        sleepers.push_back(std::async(std::launch::async, [&, i] {
             TovCam::Buffer *buffer = nullptr;
             EXPECT_EQ(i % 2 ? fifo.PopOldestBuffer(&buffer) : fifo.GetNewestBuffer(&buffer, false), 0);
             ++(buffer ? served : freed);
             if (buffer)
                 fifo.ReleaseBuffer(buffer);
-        });
+        }));
     }
-    std::this_thread::sleep_for(20ms);
+    ASSERT_TRUE(OthersFallAsleep());
     Feed({{1, 1000}});
-    for (int i = 0; i < 5000 && !served; ++i)
-        std::this_thread::sleep_for(1ms);
-    EXPECT_EQ(served, 1);
-    EXPECT_EQ(freed, 0);
+    EXPECT_TRUE(Becomes([&] { return served == 1; }));
+    ASSERT_TRUE(OthersFallAsleep());
+    EXPECT_EQ(served + freed, 1);
     fifo.SetGrabberThtreadBlocking(false);
-    for (auto &sleeper : sleepers)
-        sleeper.join();
+    for (auto const &sleeper : sleepers)
+        EXPECT_TRUE(Returns(sleeper));
     EXPECT_EQ(freed, 3);
     Feed({{2, 2000}});
     TovCam::Buffer *buffer = nullptr;
     EXPECT_EQ(fifo.GetNewestBuffer(&buffer, false), 0);
-    EXPECT_EQ(buffer, nullptr) << "the flag hides frames";
+    EXPECT_EQ(buffer, nullptr);
     fifo.SetGrabberThtreadBlocking(true);
     EXPECT_EQ(PopId(), 2u);
+}
+
+// The next frame comes once the last one was taken: a consumer that lies down just then, and is not called, sleeps for
+// good.
+TEST_F(Fifo, NoCallIsLostOnAConsumerThatLiesDown)
+{
+    Begin(SessionStateCapturing);
+    std::atomic<std::uint64_t> taken{0};
+    auto consumer = std::async(std::launch::async, [&] {
+        std::minstd_rand random(1);
+        while (std::uint64_t const id = PopId()) {
+            taken = id;
+            for (std::atomic<unsigned long> wait{random() % 4096}; wait > 0; --wait) {
+            }
+        }
+    });
+    for (std::uint64_t id = 1; id <= 20000; ++id) {
+        ASSERT_TRUE(device.stream.Push({id, id * 1000}));
+        if (!Becomes([&] { return taken == id; })) {
+            ADD_FAILURE() << "frame " << id << " was not taken";
+            break;
+        }
+    }
+    fifo.SetGrabberThtreadBlocking(false);
+    EXPECT_TRUE(Returns(consumer));
+    fifo.SetGrabberThtreadBlocking(true);
 }
 
 TEST(FifoTickFrequency, ComesFromTheNodeWhereThereIsOne)
@@ -275,10 +340,11 @@ TEST_F(FifoFixture, ConsumersAndStopsInAnyOrderLoseNoBuffer)
         };
         std::thread display(consume, true);
         std::thread recorder(consume, false);
-        std::this_thread::sleep_for(1ms);
-        fifo.SetState(SessionStateCapturing);
-        std::this_thread::sleep_for(2ms);
-        fifo.SetState(SessionStateAcquisition);
+        for (SessionState const state : {SessionStateCapturing, SessionStateAcquisition}) {
+            std::int64_t const before = fifo.GetFramesAcquired();
+            EXPECT_TRUE(Becomes([&] { return fifo.GetFramesAcquired() > before + 3; }));
+            fifo.SetState(state);
+        }
         FloatOf(&fifo, "FpsAvg"); // as the panels read it
         stop = true;
         fifo.SetGrabberThtreadBlocking(false);
