@@ -30,7 +30,7 @@ struct Listener : TovParamListener
     {
         heard.emplace_back(param.name);
         if (setsInStore)
-            setsInStore->SetParamBool("flag", true, true);
+            setsInStore->SetParamString("text", "heard", true); // which takes the store's lock
     }
 };
 
@@ -167,7 +167,7 @@ TEST_F(ParamStorage, ListenersHearTheirKeyAndMaySetInTheStore)
     store.SetParamInt("number", 2, false);
     store.SetParamFloat("rate", 2, true);
     EXPECT_EQ(listener.heard, std::vector<std::string>{"number"});
-    EXPECT_TRUE(flag);
+    EXPECT_STREQ(text, "heard");
     EXPECT_EQ(store.RemoveParamChangedListener("number", &listener), TOV_PARAM_OK);
     store.SetParamInt("number", 3, true);
     EXPECT_EQ(listener.heard.size(), 1u);

@@ -1,5 +1,8 @@
 // The log's model. Threads append while the model's own thread shows, clears and copies.
+#include "asleep.h"
+#include "linestore.h"
 #include "localclock.h"
+#include "logwrite.h"
 #include "memoryroom.h"
 #include "qttovlogmodel.h"
 #include "qttovlogviewer.h"
@@ -16,9 +19,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <map>
-#include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -105,21 +110,84 @@ TEST_F(LogModel, KeepsEveryText)
     }
 }
 
-TEST_F(LogModel, ClearingDropsWhatIsPending)
+// On its own thread at once, from another one with the next pass of the event loop.
+TEST_F(LogModel, ClearingDropsRowsAndWhatIsPending)
 {
-    Append(10);
-    m_model._q_delayedAppendData();
-    Append(10);
-    QSignalSpy const resets(&m_model, &QAbstractItemModel::modelReset);
-    QSignalSpy const inserts(&m_model, &QAbstractItemModel::rowsInserted);
-    m_model.clear();
-    EXPECT_EQ(m_model.rowCount(), 0);
-    EXPECT_TRUE(m_model.log().isEmpty());
-    QTest::qWait(250); // the timer of the pending lines
-    EXPECT_EQ(resets.size(), 1);
-    EXPECT_EQ(inserts.size(), 0);
-    Append(1);
-    EXPECT_TRUE(RowsBecome(1));
+    for (bool const elsewhere : {false, true}) {
+        SCOPED_TRACE(elsewhere);
+        Append(10);
+        m_model._q_delayedAppendData();
+        Append(10);
+        QSignalSpy const resets(&m_model, &QAbstractItemModel::modelReset);
+        QSignalSpy const inserts(&m_model, &QAbstractItemModel::rowsInserted);
+        elsewhere ? std::thread(&QtTovLogModel::clear, &m_model).join() : m_model.clear();
+        EXPECT_TRUE(m_model.log().isEmpty());
+        EXPECT_EQ(m_model.rowCount(), elsewhere ? 10 : 0);
+        QCoreApplication::sendPostedEvents(&m_model);
+        EXPECT_EQ(m_model.rowCount(), 0);
+        EXPECT_EQ(resets.size(), 1);
+        EXPECT_EQ(inserts.size(), 0);
+        Append(1);
+        EXPECT_TRUE(RowsBecome(1));
+        EXPECT_EQ(inserts.size(), 1);
+        m_model.clear();
+    }
+}
+
+// They fill a block to the byte, or miss that by a few; a copy keeps what it had.
+TEST(LinesOfABlock, AreWholeWhereverTheyEnd)
+{
+    constexpr int Block = 1 << 20, Record = 20; // bytes; a line's besides its text
+    for (int spare = -2 * Record; spare <= 2 * Record; ++spare) {
+        LineStore store;
+        QString const texts[] = {QString(Block - 1000, u'a'), QString(1000 - 2 * Record - spare, u'b'), Number(3)};
+        store.Append(0, s_channel, texts[0]);
+        store.Append(1, s_channel, texts[1]);
+        LineStore const copy = store;
+        store.Append(2, s_channel, texts[2]);
+        EXPECT_EQ(copy.Count(), 2u);
+        for (std::size_t row = 0; row < 3; ++row) {
+            ASSERT_EQ(store.At(row).Message(), texts[row]) << spare << ' ' << row;
+            ASSERT_EQ(store.At(row).time, qlonglong(row)) << spare;
+            ASSERT_TRUE(row == 2 || copy.At(row).Message() == texts[row]) << spare << ' ' << row;
+        }
+    }
+}
+
+// Into a pipe a write lasts until the test reads.
+TEST(LogWriteTest, WakesWhoWaitsForItsEndAndRemovesWhatIsCancelled)
+{
+    LineStore lines;
+    for (int i = 0; i < 20000; ++i)
+        lines.Append(i, s_channel, QString(100, u'x'));
+    for (bool const cancel : {false, true}) {
+        SCOPED_TRACE(cancel);
+        QTemporaryDir folder;
+        QByteArray const path = folder.filePath(QStringLiteral("pipe")).toLocal8Bit();
+        ASSERT_EQ(mkfifo(path.constData(), 0600), 0);
+        int const reader = open(path.constData(), O_RDONLY | O_NONBLOCK);
+        auto file = std::make_unique<QFile>(QString::fromLocal8Bit(path));
+        ASSERT_TRUE(file->open(QIODevice::WriteOnly));
+        ASSERT_EQ(fcntl(reader, F_SETFL, 0), 0); // from here on the reader waits
+        LogWrite write(lines, std::move(file), false);
+        auto ended = std::async(std::launch::async, [&] { return write.WaitFor(std::chrono::hours(1)); });
+        EXPECT_TRUE(OthersFallAsleep());
+        EXPECT_TRUE(IsUnderWay(ended));
+        EXPECT_EQ(write.GetState(), LogWrite::State::Running);
+        if (cancel)
+            write.Cancel();
+        std::size_t read = 0;
+        char part[65536];
+        for (ssize_t bytes; (bytes = ::read(reader, part, sizeof part)) > 0;)
+            read += static_cast<std::size_t>(std::count(part, part + bytes, '\n'));
+        close(reader);
+        ASSERT_TRUE(Returns(ended)) << "it sleeps on";
+        EXPECT_TRUE(ended.get());
+        EXPECT_EQ(write.GetState(), cancel ? LogWrite::State::Cancelled : LogWrite::State::Written);
+        EXPECT_EQ(write.Written(), read);
+        EXPECT_EQ(read < lines.Count(), cancel);
+        EXPECT_EQ(QFile::exists(QString::fromLocal8Bit(path)), !cancel);
+    }
 }
 
 TEST_F(LogModel, TheViewFollowsFromItsLastRowOn)
