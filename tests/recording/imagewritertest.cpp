@@ -1,5 +1,6 @@
 #include "imagewriter.h"
 
+#include "asleep.h"
 #include "displayview.h"
 #include "fakehost.h"
 #include "fakeserializer.h"
@@ -10,13 +11,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
-#include <chrono>
-#include <future>
 #include <new>
-#include <random>
-#include <thread>
-
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -31,7 +26,7 @@ protected:
     Writer()
     {
         serializer.Reset();
-        writer.SetParamString("FilePath", "/somewhere");
+        writer.SetParamString("FilePath", "/s");
         QObject::connect(&writer, &ImageWriter::WritingDone, [this] { ++done; });
         QObject::connect(&writer, &ImageWriter::EvaluationTestDone, [this] { ++evaluated; });
     }
@@ -82,6 +77,7 @@ protected:
         });
     }
 
+    Gate gate; // for what the recording thread calls
     FakeSerializerScript &serializer = FakeSerializerScript::Get();
     DisplayView display{nullptr, &fifo};
     ImgProcessor processor{nullptr, &display};
@@ -111,8 +107,8 @@ TEST_F(Writer, ConvertsWhatTheFormatCannotHold)
         {ImageWriter::FormatTif, 0x308010E, 8, true, TV_PIXEL_RGB8, "Series tif 2180171 q77; Stop"},
         {ImageWriter::FormatTif, 0x10C1308, 12, false, TV_PIXEL_MONO12, "Series tif 1100306 q77; Stop"},
         {ImageWriter::FormatTif, 0x1100202, 10, true, TV_PIXEL_MONO16, "Series tif 110050B q77; Stop"},
-        {ImageWriter::FormatAvi, 0x30A221B, 10, true, TV_PIXEL_BGR8, "Movie /somewhere/m1.avi 2180172 12.5; Stop"},
-        {ImageWriter::FormatAvi, TV_PIXEL_MONO8, 8, true, TV_PIXEL_MONO8, "Movie /somewhere/m1.avi 1080101 12.5; Stop"},
+        {ImageWriter::FormatAvi, 0x30A221B, 10, true, TV_PIXEL_BGR8, "Movie /s/m1.avi 2180172 12.5; Stop"},
+        {ImageWriter::FormatAvi, TV_PIXEL_MONO8, 8, true, TV_PIXEL_MONO8, "Movie /s/m1.avi 1080101 12.5; Stop"},
     };
     writer.SetParamString("MovieName", "m${image.id:%lu}");
     writer.SetParamFloat("MovieFPS", 12.5);
@@ -139,6 +135,7 @@ TEST_F(Writer, ConvertsWhatTheFormatCannotHold)
 TEST_F(Writer, GetsOverFailures)
 {
     using Format = ImageWriter::FileFormat;
+    constexpr std::uint32_t Bayer = 0x308010D;
     auto const wide = [](_TovImage &image) {
         image.width = image.frameID == 3 ? 31 : 32;
     };
@@ -164,52 +161,17 @@ TEST_F(Writer, GetsOverFailures)
         int saved, requests;
         char const *told;
     } const rows[] = {
-        {"a file", Format::FormatRaw, TV_PIXEL_MONO8, thirdFails, {}, 4, 0, "No room (/somewhere/image_00000003.raw)"},
-        {"a file, with conversion",
-         Format::FormatPng,
-         0x308010D,
-         thirdFails,
-         {},
-         4,
-         0,
-         "No room (/somewhere/image_00000003.png)"},
-        {"a frame of a movie",
-         Format::FormatAvi,
-         TV_PIXEL_MONO8,
-         thirdFails,
-         {},
-         4,
-         1,
-         "No room (/somewhere/movie.avi)"},
+        {"a file", Format::FormatRaw, TV_PIXEL_MONO8, thirdFails, {}, 4, 0, "No room (/s/image_00000003.raw)"},
+        {"a file, converted", Format::FormatPng, Bayer, thirdFails, {}, 4, 0, "No room (/s/image_00000003.png)"},
+        {"a frame of a movie", Format::FormatAvi, TV_PIXEL_MONO8, thirdFails, {}, 4, 1, "No room (/s/movie.avi)"},
         // The conversion's target is gone once the recording was wound up.
-        {"a frame of a converted movie",
-         Format::FormatAvi,
-         0x308010D,
-         thirdFails,
-         {},
-         2,
-         3,
-         "No room (/somewhere/movie.avi)"},
-        {"a conversion", Format::FormatBmp, 0x308010D, [] {}, wide, 2, 3, "the picture cannot be converted"},
+        {"a frame, converted", Format::FormatAvi, Bayer, thirdFails, {}, 2, 3, "No room (/s/movie.avi)"},
+        {"a conversion", Format::FormatBmp, Bayer, [] {}, wide, 2, 3, "the picture cannot be converted"},
         {"memory", Format::FormatRaw, TV_PIXEL_MONO8, thirdThrows, {}, 4, 1, "not enough memory"},
         {"the start of a series", Format::FormatRaw, TV_PIXEL_MONO8, startFails, {}, 0, 0, "No room"},
-        {"the start of a converted series", Format::FormatBmp, 0x308010D, startFails, {}, 0, 1, "No room"},
-        {"the start of a movie",
-         Format::FormatAvi,
-         TV_PIXEL_MONO8,
-         startFails,
-         {},
-         0,
-         5,
-         "No room (/somewhere/movie.avi)"},
-        {"the start of a converted movie",
-         Format::FormatAvi,
-         0x308010D,
-         startFails,
-         {},
-         0,
-         6,
-         "No room (/somewhere/movie.avi)"},
+        {"a start, converted", Format::FormatBmp, Bayer, startFails, {}, 0, 1, "No room"},
+        {"the start of a movie", Format::FormatAvi, TV_PIXEL_MONO8, startFails, {}, 0, 5, "No room (/s/movie.avi)"},
+        {"the same, converted", Format::FormatAvi, Bayer, startFails, {}, 0, 6, "No room (/s/movie.avi)"},
         {"memory at the start", Format::FormatRaw, TV_PIXEL_MONO8, startThrows, {}, 0, 1, "not enough memory"},
     };
     for (auto const &row : rows) {
@@ -296,20 +258,22 @@ TEST_F(Writer, CountsAsSavedWhatAReaderFinds)
 // The recorder holds one frame, the FIFO QueueSize - 3; what comes on top replaces the newest.
 TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
 {
-    std::promise<void> go;
-    std::shared_future<void> const gone = go.get_future().share();
-    serializer.Set(&FakeSerializing::onWrite, [gone](std::size_t) { return gone.wait(), 0; });
+    gate.Close();
+    serializer.Set(&FakeSerializing::onWrite, [this](std::size_t) { return gate.Pass(), 0; });
     auto const paint = [](_TovImage &image) {
         image.imageData[0] = static_cast<std::uint8_t>(image.frameID);
     };
     Run();
-    Feed(1, 3, paint); // the last one waits in the FIFO
+    Feed(1, 3, paint); // the display has the last one
+    TovCam::Buffer *borrowed = nullptr;
+    ASSERT_EQ(fifo.GetNewestBuffer(&borrowed, false), 0);
     Record();
+    EXPECT_EQ(fifo.ReturnBuffer(borrowed), 0);
     ASSERT_TRUE(waitFor([this] { return fifo.GetAccounts().queued == 0; }));
     Feed(4, 62, paint);
     EXPECT_EQ(fifo.GetAccounts().queued, 13);
     EXPECT_EQ(fifo.GetAccounts().withConsumers, 1);
-    go.set_value();
+    gate.Open();
     ASSERT_TRUE(Drained());
     ASSERT_TRUE(waitFor([this] { return IntOf(&writer, "CaptureFramesDroppedSW") == 46; }));
     RecordingLedger const ledger = Stop();
@@ -320,7 +284,7 @@ TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
     std::string names;
     for (FakeWrite const &write : serializer.Writes()) {
         names += write.name.substr(write.name.size() - 6, 2) + ' ';
-        EXPECT_EQ(write.name, "/somewhere/image_000000" + names.substr(names.size() - 3, 2) + ".raw");
+        EXPECT_EQ(write.name, "/s/image_000000" + names.substr(names.size() - 3, 2) + ".raw");
         EXPECT_EQ(write.id, std::stoul(names.substr(names.size() - 3)));
         EXPECT_EQ(write.firstByte, write.id);
     }
@@ -334,14 +298,20 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     Record();
     EXPECT_EQ(Stop().acquired, 0) << "asleep over an empty FIFO";
 
-    serializer.Set(&FakeSerializing::onWrite, [](std::size_t) { return std::this_thread::sleep_for(50ms), 0; });
+    gate.Close();
+    serializer.Set(&FakeSerializing::onWrite, [this](std::size_t) { return gate.Pass(), 0; });
     Record();
     Feed(1, 8);
-    ASSERT_TRUE(waitFor([this] { return fifo.GetAccounts().withConsumers == 1; }));
+    ASSERT_TRUE(waitFor([this] { return gate.Reached() == 1; }));
+    TovCam::Buffer *borrowed = nullptr; // the display's
+    ASSERT_EQ(fifo.GetNewestBuffer(&borrowed, false), 0);
+    auto const opened =
+        gate.OpenOnceAllSleep([this] { EXPECT_EQ(serializer.TakeLog(), "Stop; Series raw 1080101 q50"); });
     RecordingLedger const ledger = Stop();
     EXPECT_EQ(ledger.acquired, 8);
-    EXPECT_GE(ledger.saved, 1);
-    EXPECT_GE(ledger.queued, 1);
+    EXPECT_EQ(ledger.saved, 1);
+    EXPECT_EQ(ledger.queued, 7);
+    EXPECT_EQ(fifo.ReturnBuffer(borrowed), 0);
 
     Record();
     serializer.Set(&FakeSerializing::onStop, []() -> int { throw std::bad_alloc(); });
@@ -351,67 +321,6 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     Feed(9, 10);
     ASSERT_TRUE(Drained());
     EXPECT_GE(Stop().saved, 2) << "the FIFO blocks and the rules are fresh all the same";
-}
-
-// Frames come incomplete and not at all, the display borrows them, writing is slow and fails at random.
-TEST_F(Writer, AccountsForEveryFrameWhateverHappens)
-{
-    std::atomic<bool> over{false};
-    std::atomic<long> pushed{0}, incomplete{0};
-    Run();
-    Feed(1, 1);
-    std::thread camera([&] {
-        std::mt19937 random(1);
-        std::uint64_t id = 1;
-        while (!over) {
-            id += random() % 10 == 0 ? 2 : 1; // some never come
-            FakeFrame const frame{id, id * 1000, random() % 7 == 0};
-            if (device.stream.Push(frame)) {
-                ++pushed;
-                incomplete += frame.incomplete;
-            }
-            std::this_thread::sleep_for(std::chrono::microseconds(random() % 500));
-        }
-    });
-    std::thread viewer([&] {
-        while (!over) {
-            TovCam::Buffer *buffer = nullptr;
-            if (fifo.GetNewestBuffer(&buffer, false) == 0 && buffer) {
-                std::this_thread::sleep_for(300us);
-                fifo.ReturnBuffer(buffer);
-            }
-            std::this_thread::sleep_for(1ms);
-        }
-    });
-    for (int recording = 0; recording < 8; ++recording) {
-        serializer.Reset();
-        serializer.Set(&FakeSerializing::onWrite, [recording](std::size_t n) {
-            std::this_thread::sleep_for(std::chrono::microseconds(n % 5 * 100 * recording));
-            return n % 11 == 10 ? -4 : 0;
-        });
-        Record();
-        std::this_thread::sleep_for(100ms);
-        RecordingLedger const ledger = Stop();
-        EXPECT_EQ(ledger.saved, static_cast<std::int64_t>(serializer.Writes().size()));
-        EXPECT_GT(ledger.saved, 0);
-    }
-    over = true;
-    camera.join();
-    viewer.join();
-    EXPECT_GT(pushed, 100);
-    EXPECT_GT(incomplete, 0);
-
-    // One more that is counted from outside.
-    Feed(1000000, 1000000); // the FIFO forgets all but this one
-    GrabbingFifo::Accounts const before = fifo.GetAccounts();
-    EXPECT_EQ(before.arrived, pushed + 2);
-    EXPECT_EQ(before.incomplete, incomplete);
-    Record();
-    Feed(1000001, 1000008);
-    ASSERT_TRUE(Drained());
-    RecordingLedger const ledger = Stop();
-    EXPECT_EQ(ledger.acquired, 9);
-    EXPECT_EQ(ledger.saved + ledger.failed, 9);
 }
 
 class EvaluationPlugin : public FakePlugin
@@ -428,12 +337,12 @@ public:
     {
         EXPECT_TRUE(*wantsNewest);
         *wantsNewest = newest;
-        while (hold)
-            std::this_thread::sleep_for(1ms);
+        gate.Pass();
         return ids.size() < 3;
     }
 
-    std::atomic<bool> newest{false}, hold{true};
+    Gate gate;
+    bool newest = false;
     std::vector<std::uint64_t> ids; // recording thread
 };
 
@@ -444,27 +353,47 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
         Run();
         EvaluationPlugin plugin(device.script);
         plugin.newest = newest;
+        plugin.gate.Close();
         evaluated = 0;
         Record();
         for (std::uint64_t id = 1; id <= 6; ++id)
             ASSERT_TRUE(device.stream.Push({id, 0, id == 3}));
         ASSERT_TRUE(device.stream.WaitUntilDrained());
-        plugin.hold = false;
+        plugin.gate.Open();
         ASSERT_TRUE(waitFor([this] { return evaluated == 1; }));
-        writer.StopWriting(); // the worker has ended by itself
+        // It has ended by itself, and begins again when it is told to.
+        ASSERT_TRUE(waitFor([this] { return writer.Start(); }));
+        ASSERT_TRUE(waitFor([this] { return evaluated == 2; }));
+        writer.StopWriting();
         EXPECT_EQ(plugin.ids, ids);
         EXPECT_EQ(fifo.GetAccounts().withConsumers, 0);
     }
     Run();
     EvaluationPlugin plugin(device.script);
     evaluated = 0;
-    plugin.hold = false;
     Record();
     Feed(13, 13);
     ASSERT_TRUE(waitFor([this] { return evaluated == 1; })) << "it threw";
     writer.StopWriting();
     EXPECT_TRUE(serializer.Writes().empty());
     EXPECT_EQ(IntOf(&writer, "CaptureFramesAcquired"), 0);
+}
+
+// The first failure of a kind is shown by the next pass of the event loop, and no timer need run for it.
+TEST(Report, ShowsAFreshReasonAtOnceAndCountsEveryFrame)
+{
+    RecordingReport report;
+    report.Begin(false, [] { return RecordingLedger{}; });
+    for (int i = 0; i < 12; ++i) {
+        bool const fresh = i < 4;
+        EXPECT_EQ(report.Failed(1, {QString::number(i % 6), {}}), fresh) << i;
+        QCoreApplication::sendPostedEvents(&report);
+        EXPECT_EQ(report.GetLedger().failed, std::min(i + 1, 4)) << i;
+    }
+    RecordingLedger ledger;
+    ledger.failed = 12;
+    report.End(ledger);
+    EXPECT_EQ(report.GetFailures(), QStringLiteral("2 failed: 0, 2 failed: 1, 2 failed: 2, 6 failed: 3"));
 }
 
 } // namespace

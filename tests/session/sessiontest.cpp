@@ -1,11 +1,14 @@
 #include "session.h"
+#include "asleep.h"
 #include "displayview.h"
 #include "fakehost.h"
 #include "fakeserializer.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
+#include "inspectsink.h"
 #include "notices.h"
 #include "params.h"
+#include "tovscopeexception.h"
 
 #include <QApplication>
 #include <QMessageBox>
@@ -82,6 +85,13 @@ TEST_F(SessionTest, IsBuiltAndEntersIdleOnTheNextPass)
     EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; " CLOSE_LOG);
 }
 
+TEST_F(SessionTest, WhatCannotBeBuiltLeavesTheCameraToItsOwnerAndNothingInTheWindow)
+{
+    device.script.Fail("AddDisplayWidget", 1);
+    EXPECT_THROW(Session(nullptr, &device, &host), TovScopeException);
+    EXPECT_EQ(device.script.TakeLog(), "AddDisplayWidget; RemoveDisplayWidget");
+}
+
 TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
 {
     std::tuple<char const *, char const *, char const *> const rows[] = {
@@ -116,6 +126,8 @@ TEST_F(SessionTest, StartsCapturesAndStopsInOrder)
     EXPECT_EQ(device.script.TakeLog(), "OnStartCapturing") << "the camera is left alone";
     emit session->signalStopAcquisition();
     EXPECT_EQ(device.script.TakeLog(), STOP_LOG "; OnStop");
+    TovCam::Buffer *buffer = nullptr;
+    EXPECT_EQ(static_cast<GrabbingFifo *>(session->GetGrabber())->PopOldestBuffer(&buffer), TOV_CAM_ERR_INVALID_STATE);
     EXPECT_EQ(states, (std::vector<SessionState>{SessionStateAcquisition, SessionStateCapturing,
                                                  SessionStateAcquisition, SessionStateIdle}));
     EXPECT_EQ(errors, std::vector<int>{});
@@ -228,6 +240,58 @@ TEST_F(SessionTest, WhatAnExceptionLeftRunningIsStoppedBeforeTheNextStartOrTheEn
         session.reset();
         EXPECT_EQ(device.script.TakeLog(), "UnregisterEvent 1004; UnregisterEvent 1005; " STOP_LOG "; " CLOSE_LOG);
     }
+}
+
+TEST_F(SessionTest, WhatTheUndoingOfAStartLeftIsStoppedBeforeTheNextOne)
+{
+    Connect();
+    device.script.Fail("AcquisitionStart", -40001);
+    device.script.At("AcquisitionAbort", [] { throw std::runtime_error("broken"); });
+    emit session->signalStartAcquisition();
+    EXPECT_EQ(errors, std::vector<int>{1});
+    device.script.Fail("AcquisitionStart", 0);
+    device.script.TakeLog();
+    emit session->signalStartAcquisition();
+    EXPECT_EQ(device.script.TakeLog(), "Execute AcquisitionStop; Set TLParamsLocked 0; ReleaseBufferQueue; " START_LOG);
+    EXPECT_EQ(session->GetState(), SessionStateAcquisition);
+}
+
+// Each is held in the middle of a frame, which must be back before the stream is stopped and its buffers go.
+TEST_F(SessionTest, AStopWaitsForTheDisplayAndTheRecorder)
+{
+    struct : InspectSink, Gate
+    {
+        void DisplayImage(_TovImage const *) override
+        {
+            Pass();
+        }
+        FAKE_GIVES(void StopDisplaying(), void());
+        FAKE_GIVES(void RefreshImage(_TovImage const *), void());
+        FAKE_GIVES(void KeepImage(_TovImage const *), void());
+    } view;
+    Gate file;
+    Connect();
+    FakeSerializerScript &serializer = FakeSerializerScript::Get();
+    serializer.Set(&FakeSerializing::onWrite, [&](std::size_t) { return file.Pass(), 0; });
+    session->GetDisplayView()->AddInspectView(&view);
+    for (Gate *const gate : {static_cast<Gate *>(&view), &file}) {
+        bool const recording = gate == &file;
+        GoTo(recording ? SessionStateCapturing : SessionStateAcquisition);
+        gate->Close();
+        int const reached = gate->Reached();
+        Feed(1, 1);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return gate->Reached() > reached; }, 30000));
+        auto const opened = gate->OpenOnceAllSleep([&] {
+            EXPECT_EQ(device.script.TakeLog(), recording ? "" : "Execute AcquisitionStop");
+            EXPECT_EQ(serializer.TakeLog(), recording ? "Series raw 1080101 q50" : "");
+        });
+        recording ? session->stopCapturing() : session->signalStopAcquisition();
+        opened.wait();
+        EXPECT_EQ(serializer.TakeLog(), recording ? "Stop" : "");
+        EXPECT_EQ(device.script.TakeLog(),
+                  recording ? "" : "StopAcquisition 1; Set TLParamsLocked 0; ReleaseBufferQueue");
+    }
+    session->GetDisplayView()->RemoveInspectView(&view);
 }
 
 TEST_F(SessionTest, AFailingPluginLeavesTheMachineInCapturing)
@@ -356,30 +420,14 @@ TEST_F(SessionTest, ReportsWhatTheCameraHasAndNothingElse)
     FakeParams adapter{device.script};
     adapter.ints.clear();
     adapter.texts.clear();
+    adapter.texts["InterfaceDisplayName"].value = "Ethernet";
     adapter.texts["InterfaceID"].value = "eth0";
+    adapter.ints["GevInterfaceMACAddress"].value = 0x0A1B2C3D4E5F;
     device.info.interface = &adapter;
+    device.info.host = "line one\nline two \xc3\xa4";
     Connect();
-    device.params.texts.clear();
     auto &texts = device.params.texts;
     auto &ints = device.params.ints;
-    texts["DeviceVendorName"].value = "other vendor";
-    texts["DeviceUserID"].value = "100% %1";
-    texts["DeviceFirmwareVersion"].value = "3.1";
-    ints["CameraHeadFirmwareVersion"].value = 0xAB;
-    ints["EpcsID"].value = -1;
-    ints["GevFirmwareHwVersion"].value = 7;
-    device.info.host = "line one\nline two \xc3\xa4";
-    EXPECT_EQ(session->GetCameraInfo(), QString::fromUtf8("Device Information\n"
-                                                          "Manufacturer Name: other vendor\n"
-                                                          "User Defined Name: 100% %1\n"
-                                                          "\nVersion Information\n"
-                                                          "Device FW Version: 3.1\n"
-                                                          "Firmware Version:  ver:ab epcs:ffffffffffffffff\n"
-                                                          " hw:7\n"
-                                                          "\nHost Information\n"
-                                                          "line one\nline two \xc3\xa4"))
-        << "an interface without a MAC has no section";
-
     for (char const *name : {"DeviceManufacturerName", "DeviceModelName", "DeviceFamilyName", "DeviceVersion",
                              "DeviceManufacturerInfo", "DeviceSerialNumber", "DeviceUserDefinedName"})
         texts[name].value = std::string("<") + name + ">";
@@ -389,9 +437,8 @@ TEST_F(SessionTest, ReportsWhatTheCameraHasAndNothingElse)
           "U3VFirmwareVersion", "U3VFirmwareBuildNumber", "GevFirmwareSwVersion", "GevFirmwareHwVersion"})
         ints[name].value = value++;
     device.params.enums["SensorType"].value = "Bayer";
-    device.info.host = "";
-    adapter.ints["GevInterfaceMACAddress"].value = 0x0A1B2C3D4E5F;
-    adapter.texts["InterfaceDisplayName"].value = "Ethernet";
+    texts["DeviceFirmwareVersion"].value = "3.1";
+    QString const host = QString::fromUtf8("\nHost Information\nline one\nline two \xc3\xa4");
     EXPECT_EQ(session->GetCameraInfo(),
               QStringLiteral("Device Information\n"
                              "Manufacturer Name: <DeviceManufacturerName>\n"
@@ -406,9 +453,21 @@ TEST_F(SessionTest, ReportsWhatTheCameraHasAndNothingElse)
                              "Device FW Version: 3.1\n"
                              "Firmware Version:  ver:10 img:11 bld:12 cust:13 rgs:14 fpga:15 epcs:16\n"
                              "XML version:       17\n"
-                             "U3V version:       18, build  19GEV version:       sw:1a hw:1b\n"
-                             "\nHost Information\n"
-                             "\nNetwork Adapter Information:\nMAC:  a1b2c3d4e5f\nName: Ethernet\nID:   eth0\n"));
+                             "U3V version:       18, build  19GEV version:       sw:1a hw:1b\n") +
+                  host +
+                  QStringLiteral("\nNetwork Adapter Information:\nMAC:  a1b2c3d4e5f\nName: Ethernet\nID:   eth0\n"));
+    texts.clear();
+    ints.clear();
+    device.params.enums.clear();
+    adapter.ints.clear(); // an interface without a MAC has no section
+    texts["DeviceVendorName"].value = "100% %1";
+    texts["DeviceUserID"].value = "bench";
+    ints["CameraHeadFirmwareVersion"].value = 0xAB;
+    ints["GevFirmwareHwVersion"].value = -1;
+    EXPECT_EQ(session->GetCameraInfo(),
+              QStringLiteral("Device Information\nManufacturer Name: 100% %1\nUser Defined Name: bench\n"
+                             "\nVersion Information\nFirmware Version:  ver:ab\n hw:ffffffffffffffff\n") +
+                  host);
 }
 
 TEST_F(SessionTest, TellsWhenAConfigurationCouldNotBeSaved)
