@@ -5,8 +5,6 @@
 
 #include <QTemporaryDir>
 
-#include <functional>
-
 #include <unistd.h>
 
 namespace {
@@ -135,40 +133,23 @@ TEST(Captures, ARefusalSaysWhy)
     QString const text = folder.filePath("text"_s), usual = folder.filePath("wlan.pcap"_s);
     std::ofstream(text.toStdString()) << "no capture";
     PcapFile(usual.toStdString(), static_cast<PcapFile::Link>(105)).Add(TovCam::EventStreamChannel, {1});
-    struct
-    {
-        std::string place;
-        CaptureRefusal refusal;
-        std::function<std::unique_ptr<PacketSource>(std::string const &, std::int32_t *, TovCam::CaptureFailure *)>
-            open;
-    } const cases[] = {
-        {folder.filePath("none"_s).toStdString(), CaptureRefusal::NoFile,
-         [](auto const &place, auto *status, auto *why) {
-             return OpenCaptureFile(place, status, why);
-         }},
-        {text.toStdString(), CaptureRefusal::NotACapture,
-         [](auto const &place, auto *status, auto *why) {
-             return OpenCaptureFile(place, status, why);
-         }},
-        {usual.toStdString(), CaptureRefusal::NotACapture,
-         [](auto const &place, auto *status, auto *why) {
-             return OpenCaptureFile(place, status, why);
-         }},
-        {"nosuch0", CaptureRefusal::NoAdapter,
-         [](auto const &place, auto *status, auto *why) {
-             return OpenGigECapture(place, "127.0.0.1", status, why);
-         }},
-    };
-    for (auto const &c : cases) {
-        SCOPED_TRACE(c.place);
+    std::pair<QString, CaptureRefusal> const cases[] = {{folder.filePath("none"_s), CaptureRefusal::NoFile},
+                                                        {text, CaptureRefusal::NotACapture},
+                                                        {usual, CaptureRefusal::NotACapture},
+                                                        {"nosuch0"_s, CaptureRefusal::NoAdapter}};
+    for (auto const &[name, refusal] : cases) {
+        std::string const place = name.toStdString();
+        SCOPED_TRACE(place);
         std::int32_t status = 0;
         TovCam::CaptureFailure failure;
-        EXPECT_EQ(c.open(c.place, &status, &failure), nullptr);
+        EXPECT_EQ(refusal == CaptureRefusal::NoAdapter ? OpenGigECapture(place, "127.0.0.1", &status, &failure)
+                                                       : OpenCaptureFile(place, &status, &failure),
+                  nullptr);
         EXPECT_NE(status, 0);
         if (geteuid() != 0 && failure.refusal == CaptureRefusal::NoRight)
             continue; // who may not capture is not told which adapters there are
-        EXPECT_EQ(failure.refusal, c.refusal);
-        EXPECT_EQ(failure.place, c.place);
+        EXPECT_EQ(failure.refusal, refusal);
+        EXPECT_EQ(failure.place, place);
         EXPECT_FALSE(failure.reason.empty());
     }
 }
