@@ -149,6 +149,8 @@ TEST_F(SimStreamTest, AFormatThatGrewComesIncomplete)
 {
     SimStream stream(s_model, m_hub, m_current);
     Start(stream, 1);
+    stream.CancelGetBuffer(); // which holds for one call
+    EXPECT_EQ(stream.GetBuffer(TovCam::WaitForever, nullptr), nullptr);
     m_format.height = 64;
     stream.Begin(m_format, Every(100us), -1);
     TovCam::Buffer *const buffer = stream.GetBuffer(30000, nullptr);

@@ -129,6 +129,9 @@ TEST_F(ParamStorage, ClampsRefusesAndNotifies)
     EXPECT_EQ(s_changes, 1);
     EXPECT_EQ(store.SetParamInt("number", 1, false), TOV_PARAM_OK);
     EXPECT_EQ(number, 1);
+    EXPECT_EQ(store.SetParamBool("flag", true, false), TOV_PARAM_OK);
+    EXPECT_EQ(store.SetParamFloat("rate", 1, false), TOV_PARAM_OK);
+    EXPECT_EQ(store.SetParamString("text", "x", false), TOV_PARAM_OK);
 
     EXPECT_EQ(store.SetParamFloat("rate", std::nan(""), true), TOV_PARAM_ERR_VALUE);
     EXPECT_EQ(store.SetParamInt("rate", 1, true), TOV_PARAM_ERR_TYPE);

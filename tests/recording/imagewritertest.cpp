@@ -264,7 +264,8 @@ TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
         image.imageData[0] = static_cast<std::uint8_t>(image.frameID);
     };
     Run();
-    Feed(1, 3, paint); // the display has the last one
+    Feed(1, 1, paint);
+    Feed(3, 3, paint); // the display has this one
     TovCam::Buffer *borrowed = nullptr;
     ASSERT_EQ(fifo.GetNewestBuffer(&borrowed, false), 0);
     Record();
@@ -276,6 +277,8 @@ TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
     gate.Open();
     ASSERT_TRUE(Drained());
     ASSERT_TRUE(waitFor([this] { return IntOf(&writer, "CaptureFramesDroppedSW") == 46; }));
+    EXPECT_TRUE(waitFor([this] { return IntOf(&writer, "CaptureFramesAcquired") == 59; }));
+    EXPECT_EQ(IntOf(&writer, "CaptureFramesDroppedHW"), 0);
     RecordingLedger const ledger = Stop();
     EXPECT_EQ(ledger.acquired, 60);
     EXPECT_EQ(ledger.saved, 14);

@@ -370,6 +370,8 @@ TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
         GoTo(SessionStateCapturing);
         Feed(4, 6);
         EXPECT_TRUE(QTest::qWaitFor([&] { return serializer.Writes().size() >= 3; }));
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return ParamText(session->GetImageWriter(), "CaptureFramesAcquired") == "3"; }));
     }
 }
 
