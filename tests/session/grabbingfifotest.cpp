@@ -133,8 +133,10 @@ TEST_F(Fifo, ARestartKeepsTheTimestampAndClearsTheCounts)
     EXPECT_EQ(IntOf(&fifo, "FramesDroppedHW"), 0);
     EXPECT_EQ(IntOf(&fifo, "FramesIncomp"), 0);
     EXPECT_EQ(IntOf(&fifo, "Timestamp"), 2000);
-    Feed({{1, 12000}});
-    EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsAvg"), T / 10000);
+    std::int64_t const missing = fifo.GetAccounts().missing;
+    Feed({{9, 12000}}); // before it none is missing
+    EXPECT_EQ(fifo.GetAccounts().missing, missing);
+    EXPECT_DOUBLE_EQ(FloatOf(&fifo, "FpsAvg"), 9 * T / 10000);
 }
 
 TEST_F(Fifo, CapturingKeepsTheOldestInOrder)
@@ -157,6 +159,8 @@ TEST_F(Fifo, CapturingKeepsTheOldestInOrder)
     EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 2);
     EXPECT_EQ(PopId(), 21u);
     EXPECT_EQ(PopId(), 29u);
+    Begin(SessionStateCapturing);
+    EXPECT_EQ(IntOf(&fifo, "FramesDroppedSW"), 0);
 }
 
 TEST_F(Fifo, CapturingWithTheSmallestQueueDropsEveryFrame)
