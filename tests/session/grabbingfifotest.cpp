@@ -2,8 +2,6 @@
 #include "fifofixture.h"
 #include "params.h"
 
-#include <random>
-
 namespace {
 
 constexpr std::uint64_t Farthest = ~std::uint64_t{0};
@@ -259,32 +257,6 @@ TEST_F(Fifo, AFrameServesOneConsumerAndTheFlagFreesAllAndHidesFrames)
     EXPECT_EQ(buffer, nullptr);
     fifo.SetGrabberThtreadBlocking(true);
     EXPECT_EQ(PopId(), 2u);
-}
-
-// The next frame comes once the last one was taken: a consumer that lies down just then, and is not called, sleeps for
-// good.
-TEST_F(Fifo, NoCallIsLostOnAConsumerThatLiesDown)
-{
-    Begin(SessionStateCapturing);
-    std::atomic<std::uint64_t> taken{0};
-    auto consumer = std::async(std::launch::async, [&] {
-        std::minstd_rand random(1);
-        while (std::uint64_t const id = PopId()) {
-            taken = id;
-            for (std::atomic<unsigned long> wait{random() % 4096}; wait > 0; --wait) {
-            }
-        }
-    });
-    for (std::uint64_t id = 1; id <= 20000; ++id) {
-        ASSERT_TRUE(device.stream.Push({id, id * 1000}));
-        if (!Becomes([&] { return taken == id; })) {
-            ADD_FAILURE() << "frame " << id << " was not taken";
-            break;
-        }
-    }
-    fifo.SetGrabberThtreadBlocking(false);
-    EXPECT_TRUE(Returns(consumer));
-    fifo.SetGrabberThtreadBlocking(true);
 }
 
 TEST(FifoTickFrequency, ComesFromTheNodeWhereThereIsOne)
