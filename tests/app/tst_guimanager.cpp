@@ -6,6 +6,7 @@
 #include "session.h"
 #include "tovscope.h"
 #include "tovscopeexception.h"
+#include "wait.h"
 
 #include <QAction>
 #include <QApplication>
@@ -19,7 +20,6 @@
 #include <QSettings>
 #include <QTableView>
 #include <QTemporaryDir>
-#include <QTest>
 #include <QTextBrowser>
 #include <QTimer>
 
@@ -131,7 +131,7 @@ protected:
     }
     bool Reaches(SessionState state)
     {
-        return QTest::qWaitFor([&] { return Current() && Current()->GetState() == state; });
+        return Eventually([&] { return Current() && Current()->GetState() == state; });
     }
     // For SessionStateDisconnected it is connected, but its machine has not started yet.
     void Bring(FakeDevice &device, SessionState state)
@@ -151,7 +151,7 @@ protected:
     }
     void ExpectClosed(FakeDevice &device)
     {
-        EXPECT_TRUE(QTest::qWaitFor([&] { return Current() == nullptr; }));
+        EXPECT_TRUE(Eventually([&] { return Current() == nullptr; }));
         EXPECT_EQ(Title(), "TovScope - Camera is not connected");
         EXPECT_EQ(Enabled(), "LoadConfiguration Connect About Settings ");
         EXPECT_EQ(device.ReleaseCount(), 1);

@@ -4,9 +4,11 @@
 #include "noticeboard.h"
 #include "params.h"
 #include "playerpanel.h"
+#include "qttovlogmodel.h"
 #include "session.h"
 #include "simcamera.h"
 #include "tovscope.h"
+#include "wait.h"
 
 #include <gtest/gtest.h>
 
@@ -16,26 +18,35 @@
 #include <QAbstractSpinBox>
 #include <QAccessible>
 #include <QAction>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
 #include <QDockWidget>
+#include <QFileDialog>
+#include <QGroupBox>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QScreen>
 #include <QScrollBar>
 #include <QSettings>
 #include <QShortcut>
 #include <QStatusBar>
 #include <QStatusTipEvent>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QToolBar>
 
+#include <functional>
 #include <map>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -63,7 +74,11 @@ protected:
         m_window = std::make_unique<TovScope>(nullptr, false, false);
         m_window->show();
         m_window->activateWindow();
-        ASSERT_TRUE(QTest::qWaitForWindowActive(m_window.get()));
+        ASSERT_TRUE(QTest::qWaitForWindowActive(m_window.get(), PatienceMs));
+        Connect();
+    }
+    void Connect()
+    {
         TovCam::DeviceInfo *const info = FindSimulated(m_system, "VG-1280C");
         ASSERT_NE(info, nullptr);
         TovCam::Device *const device = TovCam_CreateDevice(info, 2, nullptr);
@@ -76,7 +91,7 @@ protected:
     }
     bool Reaches(SessionState state)
     {
-        return QTest::qWaitFor([&] { return Gui().GetSession() && Gui().GetSession()->GetState() == state; }, 20000);
+        return Eventually([&] { return Gui().GetSession() && Gui().GetSession()->GetState() == state; });
     }
     template<typename W>
     W *Find(char const *name)
@@ -86,6 +101,40 @@ protected:
     PlayerPanel *Panel(char const *action)
     {
         return PlayerPanel::GetPanel(QString::fromLatin1(action));
+    }
+    TovCam::ParamArray *Features()
+    {
+        return Gui().GetSession()->GetDevice()->GetCameraParameters(nullptr);
+    }
+    // With small frames, so that many come.
+    void Play()
+    {
+        Features()->SetIntegerValue("Width", 256);
+        Features()->SetIntegerValue("Height", 128);
+        Find<QAction>("actionPlay")->trigger();
+        ASSERT_TRUE(Reaches(SessionStateAcquisition));
+    }
+    void Press(char const *button)
+    {
+        Find<QAbstractButton>(button)->click();
+    }
+    // Answers the file dialog that opens in the course of the call, and then the boxes that tell of a failure.
+    void ChooseFile(std::function<void()> const &call, QString const &path)
+    {
+        bool chosen = false;
+        QTimer answer;
+        QObject::connect(&answer, &QTimer::timeout, [&] {
+            QWidget *const modal = QApplication::activeModalWidget();
+            if (auto *const dialog = qobject_cast<QFileDialog *>(modal); dialog && !std::exchange(chosen, true)) {
+                dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(path);
+                QMetaObject::invokeMethod(dialog, "accept");
+            }
+            if (auto *const box = qobject_cast<QMessageBox *>(modal))
+                box->defaultButton() ? box->defaultButton()->click() : box->accept();
+        });
+        answer.start(5);
+        call();
+        EXPECT_TRUE(chosen) << "no dialog";
     }
     void Key(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::ControlModifier)
     {
@@ -150,7 +199,7 @@ TEST_F(Operating, KeysWorkWhereverTheFocusIs)
     ASSERT_TRUE(Reaches(SessionStateAcquisition));
     Key(Qt::Key_W, Qt::AltModifier);
     auto *const menu = Find<QMenu>("menuView");
-    EXPECT_TRUE(QTest::qWaitFor([&] { return menu->isVisible(); }));
+    EXPECT_TRUE(Eventually([&] { return menu->isVisible(); }));
     menu->hide();
     Find<QLineEdit>("edFolderName")->setFocus();
     Find<QDockWidget>("CapturePanel")->hide();
@@ -170,14 +219,14 @@ TEST_F(Operating, ACoveredPanelIsRaisedAndASeenOneHidden)
     for (char const *const name : {"actionLog", "actionCapture", "actionStatistics", "actionGenICamTree",
                                    "actionHistogramPanel", "actionLog", "actionCapture"}) {
         auto *const action = Find<QAction>(name);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return !Panel("actionStatistics")->visibleRegion().isEmpty(); }));
+        ASSERT_TRUE(Eventually([&] { return !Panel("actionStatistics")->visibleRegion().isEmpty(); }));
         bool const seen = Panel(name)->CanBeSeen();
         action->trigger();
-        EXPECT_TRUE(QTest::qWaitFor([&] { return Panel(name)->CanBeSeen() != seen; })) << name;
+        EXPECT_TRUE(Eventually([&] { return Panel(name)->CanBeSeen() != seen; })) << name;
         EXPECT_EQ(action->isChecked(), !seen) << name;
         if (seen)
             action->trigger();
-        EXPECT_TRUE(QTest::qWaitFor([&] { return Panel(name)->CanBeSeen() && action->isChecked(); })) << name;
+        EXPECT_TRUE(Eventually([&] { return Panel(name)->CanBeSeen() && action->isChecked(); })) << name;
     }
 }
 
@@ -220,6 +269,200 @@ TEST_F(Operating, ClosingEndsARecordingAtOnceAndFloatingPanelsComeBack)
     EXPECT_EQ(ParamText(Gui().GetSession()->GetImageWriter(), "FilePath"), folder.path().toStdString());
 }
 
+TEST_F(Operating, TheCapturePanelRecordsWhatItSaysAndTellsWhatFails)
+{
+    QTemporaryDir const top;
+    QString folder;
+    auto const type = [&](QString const &path) {
+        auto *const edit = Find<QLineEdit>("edFolderName");
+        edit->setFocus();
+        edit->selectAll();
+        QTest::keyClicks(edit, folder = path);
+        QTest::keyClick(edit, Qt::Key_Return);
+    };
+    auto const files = [&] {
+        return QDir(folder).entryInfoList(QDir::Files | QDir::Hidden);
+    };
+    auto const buttons = [&] {
+        std::string enabled;
+        for (char const *const name : {"btnSnap", "btnRecord", "btnCaptOptions"})
+            enabled += Find<QAbstractButton>(name)->isEnabled() ? std::string(name) + ' ' : std::string();
+        return enabled;
+    };
+    auto const isTold = [&](char const *field) {
+        return Find<QLineEdit>(field)->toolTip().contains(folder);
+    };
+    auto const shown = [&](char const *field) {
+        return Find<QLineEdit>(field)->text().toLong();
+    };
+    EXPECT_EQ(buttons(), "");
+    Play();
+    std::int64_t const frameBytes = Features()->GetIntegerValue("PayloadSize", nullptr);
+    EXPECT_EQ(buttons(), "btnSnap btnRecord ");
+    auto const *const statistics = Find<QTableView>("statisticsTable")->model();
+    auto const frames = statistics->match(statistics->index(0, 0), Qt::DisplayRole, QStringLiteral("Frames acquired"));
+    ASSERT_EQ(frames.size(), 1);
+    EXPECT_TRUE(Eventually([&] { return frames[0].siblingAtColumn(1).data().toInt() > 5; }));
+
+    for (bool const writable : {false, true}) { // a failure is not held against the next folder
+        type(writable ? top.filePath(QStringLiteral("new/folder")) : QStringLiteral("/proc/nothing"));
+        Press("btnRecord");
+        ASSERT_TRUE(Reaches(SessionStateCapturing));
+        EXPECT_TRUE(Eventually([&] { return writable ? files().size() >= 5 : isTold("edFramesSaved"); }));
+        EXPECT_EQ(isTold("edFramesSaved") && isTold("edFolderName"), !writable);
+        EXPECT_EQ(Find<NoticeBar>("noticeBar")->Text().contains(folder), !writable);
+        EXPECT_EQ(buttons(), "btnRecord ");
+        EXPECT_TRUE(Find<QAbstractButton>("btnRecord")->isChecked());
+        Press("btnRecord");
+        ASSERT_TRUE(Reaches(SessionStateAcquisition));
+        EXPECT_FALSE(Find<QAbstractButton>("btnRecord")->isChecked());
+    }
+    EXPECT_TRUE(Eventually([&] { return shown("edFramesSaved") == files().size(); }));
+    for (QFileInfo const &file : files())
+        EXPECT_EQ(file.size(), frameBytes) << file.fileName().toStdString();
+
+    type(top.filePath(QStringLiteral("snap")));
+    Press("btnSnap");
+    EXPECT_TRUE(Eventually([&] { return files().size() == 1; }));
+    ASSERT_TRUE(Reaches(SessionStateAcquisition));
+    EXPECT_TRUE(Eventually([&] { return shown("edFramesSaved") + shown("edFramesAcquired") == 2; }));
+
+    // The menu puts the template together.
+    for (auto const &[entry, name] :
+         {std::pair(u"Reset", "image_${image.id}"), {u"Add Image ID", "image_${image.id}#${image.id}"}}) {
+        Press("btnFileName");
+        auto *const menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        ASSERT_TRUE(menu);
+        for (QAction *const action : menu->actions())
+            if (action->text() == QString::fromUtf16(entry))
+                action->trigger();
+        menu->hide();
+        EXPECT_EQ(ParamText(Gui().GetSession()->GetImageWriter(), "ImageName"), name);
+    }
+
+    type(top.filePath(QStringLiteral("lost")));
+    Key(Qt::Key_R);
+    ASSERT_TRUE(Reaches(SessionStateCapturing));
+    EXPECT_TRUE(Eventually([&] { return files().size() >= 5; }));
+    QTimer answer;
+    QObject::connect(&answer, &QTimer::timeout, [] {
+        if (auto *const box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget()))
+            box->accept();
+    });
+    answer.start(5);
+    Features()->ExecuteCommand("SimLoseCamera");
+    EXPECT_TRUE(Eventually([&] { return !Gui().GetSession(); }));
+    for (QFileInfo const &file : files())
+        EXPECT_EQ(file.size(), frameBytes) << file.fileName().toStdString();
+}
+
+TEST_F(Operating, TheLogPanelSwitchesClearsAndSaves)
+{
+    QTemporaryDir const folder;
+    Session *const session = Gui().GetSession();
+    QAbstractItemModel const *const rows = session->GetLogModel();
+    std::pair<char const *, char const *> const channels[] = {
+        {"chkControl", "Control"}, {"chkStream", "Stream"}, {"chkEvent", "Event"}};
+    Features()->SetEnumValueStr("EventNotification", "On");
+    Play();
+    // Boxes cannot be pressed before logging is on; then each brings its own channel and no other.
+    Press("chkStream");
+    EXPECT_EQ(ParamText(session, "LogStream"), "0");
+    Find<QGroupBox>("groupLogging")->setChecked(true);
+    EXPECT_EQ(ParamText(session, "EnableLog"), "1");
+    for (auto const &[box, channel] : channels) {
+        Press(box);
+        Press("btnClear");
+        int gain = 0;
+        EXPECT_TRUE(Eventually([&] {
+            Features()->SetFloatValue("Gain", 1.0 + gain++ % 3);
+            return rows->rowCount() > 3;
+        })) << box;
+        for (int row = 0; row < rows->rowCount(); ++row)
+            ASSERT_EQ(rows->index(row, 1).data().toString().toStdString(), channel);
+        Press(box);
+    }
+    Press("chkStream");
+    EXPECT_TRUE(Eventually([&] { return rows->rowCount() > 50; }));
+    Find<QGroupBox>("groupLogging")->setChecked(false);
+    std::size_t const lines = session->GetLogModel()->log().size(); // they stay
+    EXPECT_TRUE(Eventually([&] { return std::size_t(rows->rowCount()) == lines; }));
+
+    // A refused place is told, and the lines stay.
+    QFile file(folder.filePath(QStringLiteral("traffic.log")));
+    ChooseFile([&] { Press("btnSave"); }, QStringLiteral("/proc/traffic.log"));
+    ChooseFile([&] { Press("btnSave"); }, file.fileName());
+    EXPECT_TRUE(Eventually([&] { return !session->IsSavingLog(); }));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(std::size_t(file.readAll().count('\n')), lines);
+    Press("btnClear");
+    EXPECT_EQ(rows->rowCount(), 0);
+
+    // Lines that were not saved are kept when the camera goes, and not when the window is closed.
+    qputenv("TMPDIR", folder.path().toUtf8());
+    for (bool const closed : {false, true}) {
+        Find<QGroupBox>("groupLogging")->setChecked(true);
+        Find<QCheckBox>("chkControl")->setChecked(true);
+        EXPECT_TRUE(Eventually([&] {
+            Features()->GetIntegerValue("Width", nullptr);
+            return !Gui().GetSession()->GetLogModel()->log().isEmpty();
+        }));
+        Find<QAction>(closed ? "actionExit" : "actionDisconnect")->trigger();
+        EXPECT_FALSE(Gui().GetSession());
+        if (!closed)
+            Connect();
+    }
+    EXPECT_EQ(QDir(folder.path()).entryList({QStringLiteral("tovscope-*.log")}).size(), 1);
+    qunsetenv("TMPDIR");
+}
+
+TEST_F(Operating, ActionsZoomThePictureAndADoubleClickLooksCloser)
+{
+    Play();
+    DisplayView *const view = Gui().GetSession()->GetDisplayView();
+    TovComponent *const picture = view->GetRenderer()->GetComponent();
+    _TovImage *image = nullptr;
+    EXPECT_TRUE(Eventually([&] { return view->GetDisplayedImageRaw(&image); }));
+    for (auto const &[action, fit] :
+         {std::pair("actionSpreadToWindow", 2), {"actionFitToWindow", 1}, {"actionActualSize", 3}}) {
+        Find<QAction>(action)->trigger();
+        EXPECT_EQ(IntOf(picture, "display.fit"), fit) << action;
+    }
+    auto const span = [&] { // of a hundred pixels of the screen
+        int x[] = {0, 100}, y[] = {0, 0};
+        for (int i = 0; i < 2; ++i)
+            view->GetRenderer()->Translate(&x[i], &y[i], 1);
+        return x[1] - x[0];
+    };
+    int const actual = span();
+    Find<QAction>("actionZoomIn")->trigger();
+    EXPECT_LT(span(), actual);
+    Find<QAction>("actionZoomOut")->trigger();
+    EXPECT_EQ(span(), actual);
+
+    EXPECT_FALSE(Panel("actionInspectionView"));
+    QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, view->viewport()->rect().center());
+    ASSERT_TRUE(Panel("actionInspectionView"));
+    EXPECT_TRUE(Panel("actionInspectionView")->isVisible());
+}
+
+TEST_F(Operating, AConfigurationBringsSettingsAndCameraBack)
+{
+    QTemporaryDir const folder;
+    QString const file = folder.filePath(QStringLiteral("camera.tcfg"));
+    Features()->SetIntegerValue("Width", 640);
+    ChooseFile([&] { Find<QAction>("actionSaveConfigurationAs")->trigger(); }, file);
+    for (bool const connected : {true, false}) { // without a camera the file alone brings it
+        Features()->SetIntegerValue("Width", 320);
+        if (!connected)
+            Find<QAction>("actionDisconnect")->trigger();
+        ChooseFile([&] { Find<QAction>("actionLoadConfiguration")->trigger(); }, file);
+        ASSERT_TRUE(Reaches(SessionStateIdle));
+        EXPECT_EQ(Features()->GetIntegerValue("Width", nullptr), 640) << connected;
+        EXPECT_TRUE(m_window->windowTitle().endsWith(QStringLiteral(" { %1 }").arg(file)));
+    }
+}
+
 TEST_F(Operating, WhatNoLongerHoldsIsGoneAndANoticeIsNotHiddenByATip)
 {
     auto const labels = m_window->statusBar()->findChildren<QLabel *>();
@@ -247,7 +490,7 @@ TEST_F(Operating, WhatNoLongerHoldsIsGoneAndANoticeIsNotHiddenByATip)
         board.Report(NoticeTopic::Recording, NoticeLevel::Warning, QStringLiteral("of before"));
         board.Report(NoticeTopic::Recording, NoticeLevel::Warning, QStringLiteral("1 < 2"));
     }).join();
-    EXPECT_TRUE(QTest::qWaitFor([&] { return bar->isVisible() && bar->Text() == QStringLiteral("1 < 2"); }));
+    EXPECT_TRUE(Eventually([&] { return bar->isVisible() && bar->Text() == QStringLiteral("1 < 2"); }));
     EXPECT_EQ(bar->toolTip(), QStringLiteral("<p>1 &lt; 2</p><p>older</p><p>lesser</p>"));
     QApplication::sendEvent(m_window.get(), &tip);
     board.Report(NoticeTopic::Recording, NoticeLevel::Warning, QStringLiteral("2 < 3"));
@@ -255,7 +498,7 @@ TEST_F(Operating, WhatNoLongerHoldsIsGoneAndANoticeIsNotHiddenByATip)
     EXPECT_FALSE(bar->isVisible()); // a count that goes on leaves the tip
     for (NoticeTopic const topic : {NoticeTopic::Recording, NoticeTopic::Log, NoticeTopic::Camera})
         board.Withdraw(topic);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return bar->Text().isEmpty(); }));
+    EXPECT_TRUE(Eventually([&] { return bar->Text().isEmpty(); }));
     EXPECT_EQ(bar->toolTip(), QString());
 }
 

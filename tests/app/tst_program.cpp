@@ -42,7 +42,7 @@ protected:
 
 TEST_F(Program, RunsUnattendedAndLeavesAScreenshotOfTheLivePicture)
 {
-    ASSERT_TRUE(Run(QStringLiteral(TOV_PROGRAM), "40", "60", 90000)) << m_output;
+    ASSERT_TRUE(Run(QStringLiteral(TOV_PROGRAM), "40", "150", 180000)) << m_output;
     EXPECT_EQ(m_process.exitCode(), 0);
     EXPECT_TRUE(QString::fromStdString(m_output).contains(QRegularExpression(
         QStringLiteral("GetRigTest\\(\\)->PrepareToAcquition\\(\\)[\\s\\S]*Camera +\\S.*\\n"
@@ -59,7 +59,7 @@ TEST_F(Program, RunsUnattendedAndLeavesAScreenshotOfTheLivePicture)
 TEST_F(Program, RecordsASeriesUnattended)
 {
     qputenv("TOVSCOPE_RIGTEST_RECORD", "4");
-    bool const ended = Run(QStringLiteral(TOV_PROGRAM), "1", "60", 90000);
+    bool const ended = Run(QStringLiteral(TOV_PROGRAM), "1", "150", 180000);
     qunsetenv("TOVSCOPE_RIGTEST_RECORD");
     ASSERT_TRUE(ended) << m_output;
     EXPECT_EQ(m_process.exitCode(), 0);
@@ -76,7 +76,7 @@ TEST_F(Program, WithoutItsFramesAnUnattendedRunFailsAndABrokenLogFileIsNoHindran
 {
     QString const program = CopyWith("tovscopelog.property", "log4cpp.rootCategory=DEBUG, nowhere\n\xff\xfe=\n");
     ASSERT_TRUE(QFile::copy(QStringLiteral(TOV_PLUGIN), m_folder.filePath(QStringLiteral("RigTestA.dll"))));
-    ASSERT_TRUE(Run(program, "100000000", "2", 90000)) << m_output;
+    ASSERT_TRUE(Run(program, "100000000", "2", 180000)) << m_output;
     EXPECT_EQ(m_process.exitCode(), 1);
     EXPECT_NE(m_output.find("Failed: time-out"), std::string::npos) << m_output;
 }

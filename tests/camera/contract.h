@@ -2,24 +2,14 @@
 #pragma once
 
 #include "settings.h"
+#include "wait.h"
 
 #include <atomic>
 #include <chrono>
 #include <ostream>
 #include <thread>
 
-constexpr std::uint32_t Generous = 30000; // ms, for what a machine with other work may do late
-
-// Waits generously for it.
-inline bool Eventually(std::function<bool()> const &condition)
-{
-    for (std::uint32_t waited = 0; !condition(); waited += 10) {
-        if (waited > Generous)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
+constexpr std::uint32_t Generous = PatienceMs; // for what a machine with other work may do late
 
 // The index of a feature in the tree; a failure, and 0, where there is none.
 inline std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)

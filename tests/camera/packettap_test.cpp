@@ -3,6 +3,7 @@
 #include "packettap/gigeframing.h"
 #include "packettap/packettap.h"
 #include "packettap/usbframing.h"
+#include "wait.h"
 
 #include <gtest/gtest.h>
 
@@ -319,11 +320,9 @@ TEST(PacketTaps, ChannelsGoOnAndOffWhilePacketsCome)
         for (int i = 0; i < 3000; ++i) {
             Listener listener{taps, channel, i % 7 == 0};
             ASSERT_EQ(taps.Register(channel, Listener::Call, &listener), 0);
-            while (i % 5 == 0 && listener.calls == 0)
-                std::this_thread::yield();
+            EXPECT_TRUE(i % 5 != 0 || Eventually([&] { return listener.calls != 0; }));
             if (listener.leavesByItself) {
-                while (!listener.left || listener.inside != 0)
-                    std::this_thread::yield();
+                EXPECT_TRUE(Eventually([&] { return listener.left && listener.inside == 0; }));
                 continue;
             }
             ASSERT_EQ(taps.Unregister(channel, Listener::Call, &listener), 0);

@@ -8,10 +8,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -67,7 +69,6 @@ public:
     void Hold(bool on) // accesses wait inside the camera
     {
         m_held = on;
-        m_held.notify_all();
     }
 
     std::function<void(Index)> onWrite; // under the lock; may change states by Unlocked
@@ -123,7 +124,8 @@ private:
     void Wait()
     {
         ++running;
-        m_held.wait(true);
+        for (int i = 0; m_held && i < 90000; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         --running;
     }
 

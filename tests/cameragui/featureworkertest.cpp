@@ -45,7 +45,7 @@ protected:
         while (all.size() < count) {
             {
                 std::unique_lock lock(m_mutex);
-                if (!m_woken.wait_for(lock, seconds(20), [this] { return m_wakes > 0; }))
+                if (!m_woken.wait_for(lock, seconds(90), [this] { return m_wakes > 0; }))
                     break;
                 m_wakes = 0;
             }

@@ -1,5 +1,6 @@
 #include "params.h"
 #include "viewfixture.h"
+#include "wait.h"
 
 #include "../image/reference.h"
 

@@ -6,6 +6,7 @@
 #include "memoryroom.h"
 #include "qttovlogmodel.h"
 #include "qttovlogviewer.h"
+#include "wait.h"
 
 #include <QAbstractItemModelTester>
 #include <QClipboard>
@@ -48,7 +49,7 @@ protected:
     }
     bool RowsBecome(int rows)
     {
-        return QTest::qWaitFor([&] { return m_model.rowCount() == rows; }, 30000);
+        return Eventually([&] { return m_model.rowCount() == rows; });
     }
 
     QtTovLogModel m_model;
@@ -303,12 +304,12 @@ TEST_F(LogModel, NoLineIsLostBetweenThreads)
                 m_model.append(i, Number(t), Number(i));
             --running;
         });
-    while (running != 0) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
+    EXPECT_TRUE(Eventually([&] {
         if (m_model.rowCount() > 0)
             Data(m_model.rowCount() - 1, 2);
         m_model.log();
-    }
+        return running == 0;
+    }));
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_TRUE(RowsBecome(Threads * Lines));

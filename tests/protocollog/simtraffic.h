@@ -47,7 +47,7 @@ public:
         stream->StartAcquisition(-1, 0);
         Nodes()->ExecuteCommand("AcquisitionStart");
         for (int i = 0; i < frames; ++i) {
-            if (TovCam::Buffer *const buffer = stream->GetBuffer(30000, nullptr))
+            if (TovCam::Buffer *const buffer = stream->GetBuffer(90000, nullptr))
                 stream->QueueBuffer(buffer);
         }
         Nodes()->ExecuteCommand("AcquisitionStop");

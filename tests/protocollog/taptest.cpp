@@ -2,6 +2,7 @@
 // packets than anybody can take. Runs in a network namespace of its own.
 #include "asleep.h"
 #include "fakegige.h"
+#include "wait.h"
 #include "witness.h"
 
 #include "packettap/packettap.h"

@@ -82,7 +82,7 @@ inline std::vector<QStringList> AskWitness(QString const &capture, QString const
         arguments << "-e"_s << field;
     QProcess witness;
     witness.start(QStringLiteral(TSHARK), arguments);
-    EXPECT_TRUE(witness.waitForFinished(60000));
+    EXPECT_TRUE(witness.waitForFinished(90000));
     std::vector<QStringList> rows;
     for (QString const &row :
          QString::fromUtf8(witness.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))

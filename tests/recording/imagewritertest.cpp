@@ -7,9 +7,9 @@
 #include "fifofixture.h"
 #include "imgprocessor.h"
 #include "params.h"
+#include "wait.h"
 
 #include <QRegularExpression>
-#include <QTest>
 
 #include <new>
 
@@ -17,7 +17,7 @@ namespace {
 
 bool waitFor(std::function<bool()> const &condition)
 {
-    return QTest::qWaitFor(condition, 20000);
+    return Eventually(condition);
 }
 
 class Writer : public FifoFixture

@@ -1,5 +1,6 @@
 // Whole recordings: simulated cameras, a session, and real files.
 #include "session.h"
+#include "wait.h"
 
 #include "displayview.h"
 #include "fakehost.h"

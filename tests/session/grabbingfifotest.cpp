@@ -1,6 +1,7 @@
 #include "asleep.h"
 #include "fifofixture.h"
 #include "params.h"
+#include "wait.h"
 
 namespace {
 

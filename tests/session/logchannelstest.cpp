@@ -4,6 +4,7 @@
 #include "qttovlogmodel.h"
 #include "session.h"
 #include "simcamera.h"
+#include "wait.h"
 
 #include <QCoreApplication>
 

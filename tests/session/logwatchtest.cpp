@@ -6,9 +6,9 @@
 #include "notices.h"
 #include "qttovlogmodel.h"
 #include "session.h"
+#include "wait.h"
 
 #include <QDir>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ QString Notice()
 
 bool NoticeBecomes(char const *part)
 {
-    return QTest::qWaitFor([&] { return Notice().contains(QLatin1String(part)); }, 30000);
+    return Eventually([&] { return Notice().contains(QLatin1String(part)); });
 }
 
 QByteArrayList LinesOf(QString const &path)
@@ -104,13 +104,11 @@ TEST_F(LogWatched, LoggingIsSwitchedOffWithoutMemory)
         setrlimit(RLIMIT_AS, &none);
         Log(atOnce ? 1 : 200000); // more than the block that is there holds
         setrlimit(RLIMIT_AS, &before);
-        EXPECT_TRUE(QTest::qWaitFor(
-            [&] {
-                bool on = true;
-                session->GetParamBool("EnableLog", &on);
-                return !on;
-            },
-            30000));
+        EXPECT_TRUE(Eventually([&] {
+            bool on = true;
+            session->GetParamBool("EnableLog", &on);
+            return !on;
+        }));
         if (atOnce)
             EXPECT_TRUE(NoticeBecomes(why)) << qPrintable(Notice());
         else // the next second may have begun

@@ -9,10 +9,10 @@
 #include "notices.h"
 #include "params.h"
 #include "tovscopeexception.h"
+#include "wait.h"
 
 #include <QApplication>
 #include <QMessageBox>
-#include <QTest>
 #include <QTimer>
 
 namespace {
@@ -349,7 +349,7 @@ TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
             emit session->signalStartCapturing();
         ASSERT_EQ(session->GetState(), SessionStateCapturing);
         Feed(1, 3);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return serializer.Writes().size() >= row.saved; }));
+        EXPECT_TRUE(Eventually([&] { return serializer.Writes().size() >= row.saved; }));
         if (is("the operator") || is("files that cannot be closed"))
             emit session->signalStopCapturing();
         else if (is("the end of an evaluation"))
@@ -358,7 +358,7 @@ TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
             emit session->signalCameraStateDisconnected();
         else if (is("the end of the session"))
             session.reset();
-        EXPECT_TRUE(QTest::qWaitFor([&] { return !session || session->GetState() == row.after; }));
+        EXPECT_TRUE(Eventually([&] { return !session || session->GetState() == row.after; }));
         EXPECT_EQ(serializer.Writes().size(), row.saved);
         EXPECT_EQ(errors, row.errors);
         if (row.after != SessionStateAcquisition)
@@ -393,7 +393,7 @@ TEST_F(SessionTest, ASnapOutsideOfAcquisitionWaitsForTheNextRecording)
     EXPECT_EQ(session->GetState(), SessionStateIdle);
     GoTo(SessionStateCapturing);
     Feed(1, 5);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return session->GetState() == SessionStateAcquisition; }));
+    EXPECT_TRUE(Eventually([&] { return session->GetState() == SessionStateAcquisition; }));
     EXPECT_EQ(FakeSerializerScript::Get().Writes().size(), 1u);
 }
 

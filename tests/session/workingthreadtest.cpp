@@ -1,6 +1,7 @@
 #include "workingthread.h"
 
 #include "asleep.h"
+#include "wait.h"
 
 #include <gtest/gtest.h>
 

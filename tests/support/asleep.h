@@ -1,6 +1,8 @@
 // Waiting for what other threads do, instead of for a time that is long enough on most days.
 #pragma once
 
+#include "wait.h"
+
 #include <atomic>
 #include <chrono>
 #include <filesystem>

@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr std::chrono::seconds Patience{90}; // with what another thread has to do
+
 void store(std::int32_t *error, std::int32_t status)
 {
     if (error)
@@ -205,8 +207,8 @@ bool FakeStream::Push(FakeFrame const &frame, std::function<void(_TovImage &)> c
 bool FakeStream::WaitForFree()
 {
     std::unique_lock lock(m_mutex);
-    m_condition.wait(lock, [this] { return !m_free.empty() || m_buffers.empty(); });
-    return !m_buffers.empty();
+    m_condition.wait_for(lock, Patience, [this] { return !m_free.empty() || m_buffers.empty(); });
+    return !m_free.empty();
 }
 
 void FakeStream::PushNothing(std::int32_t error)
@@ -219,8 +221,7 @@ void FakeStream::PushNothing(std::int32_t error)
 bool FakeStream::WaitUntilDrained()
 {
     std::unique_lock lock(m_mutex);
-    return m_condition.wait_for(lock, std::chrono::seconds(5),
-                                [this] { return m_waiting > 0 && m_filled.empty() && !m_cancelled; });
+    return m_condition.wait_for(lock, Patience, [this] { return m_waiting > 0 && m_filled.empty() && !m_cancelled; });
 }
 
 std::size_t FakeStream::OutCount() const

@@ -83,7 +83,7 @@ public:
     void SetFormat(std::uint32_t width, std::uint32_t height, std::uint32_t pixelType, std::uint32_t bitDepth);
     // Fills the next free buffer; false when there is none or the stream is stopped. `paint` may write the pixels.
     bool Push(FakeFrame const &frame, std::function<void(_TovImage &)> const &paint = {});
-    bool WaitForFree();                   // false when the stream has no buffers any more
+    bool WaitForFree();                   // false when the stream has no buffers any more, or none comes back
     void PushNothing(std::int32_t error); // one GetBuffer returns nothing, with that error
     // Until a thread sleeps in GetBuffer with nothing left to take: it is then done with all that was pushed.
     bool WaitUntilDrained();

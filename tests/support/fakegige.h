@@ -34,7 +34,7 @@ public:
             execvp(arguments[0], arguments.data());
             _exit(127);
         }
-        for (int i = 0; i < 3000; ++i) {
+        for (int i = 0; i < 9000; ++i) {
             if (HasItsPorts())
                 return;
             std::this_thread::sleep_for(std::chrono::milliseconds(10));

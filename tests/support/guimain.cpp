@@ -1,7 +1,7 @@
 // main of the tests that need a QApplication.
-#include <QApplication>
+#include "testmain.h"
 
-#include <gtest/gtest.h>
+#include <QApplication>
 
 #ifdef __SANITIZE_ADDRESS__
 // Libraries stay loaded to the end: what only an unloaded plug-in pointed to would count as a leak, from nowhere.
@@ -14,6 +14,5 @@ extern "C" __attribute__((visibility("default"))) int dlclose(void *)
 int main(int argc, char **argv)
 {
     QApplication application(argc, argv);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return RunTests(argc, argv);
 }

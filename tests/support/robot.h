@@ -2,13 +2,15 @@
 // thread runs its event loop, nested ones of modal dialogs included.
 #pragma once
 
+#include "wait.h"
+
 #include <QAction>
 #include <QApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFileDialog>
 #include <QImage>
+#include <QLineEdit>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -16,15 +18,16 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QScreen>
-#include <QThread>
 #include <QTimer>
 #include <QToolBar>
 #include <QWidget>
 
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 class Robot
@@ -64,42 +67,48 @@ public:
         timer->start(100);
     }
 
-    // Runs a function on the GUI thread, also inside a nested event loop, and waits for it.
+    // Runs a function on the GUI thread, also inside a nested event loop, and waits for it. What it throws comes here.
     template<typename F>
     auto Gui(F f) -> decltype(f())
     {
+        std::exception_ptr thrown;
+        auto const run = [&](auto const &call) {
+            auto const guarded = [&] {
+                try {
+                    call();
+                } catch (...) {
+                    thrown = std::current_exception();
+                }
+            };
+            QMetaObject::invokeMethod(qApp, guarded, Qt::BlockingQueuedConnection);
+            if (thrown)
+                std::rethrow_exception(thrown);
+        };
         if constexpr (std::is_void_v<decltype(f())>) {
-            QMetaObject::invokeMethod(qApp, [&] { f(); }, Qt::BlockingQueuedConnection);
+            run(f);
         } else {
             decltype(f()) result{};
-            QMetaObject::invokeMethod(qApp, [&] { result = f(); }, Qt::BlockingQueuedConnection);
+            run([&] { result = f(); });
             return result;
         }
     }
 
-    bool Holds(std::function<bool()> condition, int milliseconds = 10000)
+    bool Holds(std::function<bool()> const &condition)
     {
-        QElapsedTimer timer;
-        timer.start();
-        while (!Gui(condition)) {
-            if (timer.elapsed() > milliseconds)
-                return false;
-            QThread::msleep(20);
-        }
-        return true;
+        return Eventually([&] { return Gui(condition); });
     }
 
     // Throws when the condition does not come true: what follows would make no sense.
-    void WaitFor(char const *what, std::function<bool()> condition, int milliseconds = 10000)
+    void WaitFor(std::string const &what, std::function<bool()> const &condition)
     {
-        if (Holds(std::move(condition), milliseconds))
+        if (Holds(condition))
             return;
         QString const modal = Gui([] {
             QWidget *widget = QApplication::activeModalWidget();
             auto *box = qobject_cast<QMessageBox *>(widget);
             return box ? box->text() : widget ? widget->windowTitle() : QString();
         });
-        throw std::runtime_error(std::string("waited in vain for ") + what +
+        throw std::runtime_error("waited in vain for " + what +
                                  (modal.isEmpty() ? "" : ", in front stands: " + modal.toStdString()));
     }
 
@@ -112,36 +121,40 @@ public:
     void ClickAt(QPoint global, int button = 1)
     {
         MoveTo(global);
-        XDo({QStringLiteral("click"), QString::number(button)});
+        Press(button);
     }
 
-    // Goes by the window as the X server has it: Qt may not have heard yet where the window manager put a new one.
+    void Click(QWidget *widget, std::function<QPoint()> const &place)
+    {
+        PointAt(widget, place);
+        Press(1);
+    }
     void Click(QWidget *widget)
     {
-        QStringList arguments{QStringLiteral("mousemove"), QStringLiteral("--window")};
-        Gui([&] {
-            QPoint const at = widget->mapTo(widget->window(), widget->rect().center());
-            arguments << QString::number(widget->window()->winId())
-                      << QString::number(qRound(at.x() * widget->devicePixelRatioF()))
-                      << QString::number(qRound(at.y() * widget->devicePixelRatioF()));
-        });
-        XDo(arguments);
-        XDo({QStringLiteral("click"), QStringLiteral("1")});
+        Click(widget, [=] { return widget->rect().center(); });
     }
 
-    // The button of an action in one of the window's visible toolbars.
+    // Two clicks are a double one however late the second comes, as other clicks are none however fast they are.
+    void DoubleClick(QWidget *widget, std::function<QPoint()> const &place)
+    {
+        PointAt(widget, place);
+        Gui([] { QApplication::setDoubleClickInterval(PatienceMs); });
+        XDo({QStringLiteral("click"), QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),
+             QStringLiteral("60"), QStringLiteral("1")});
+    }
+
+    // The button of an action in one of the window's visible toolbars, as soon as it may be used.
     void Click(QMainWindow *window, char const *action)
     {
-        QPoint at = Gui([=] {
-            auto *found = window->findChild<QAction *>(QString::fromLatin1(action));
+        QWidget *button = nullptr;
+        WaitFor(std::string("a button for ") + action, [&] {
+            auto *const found = window->findChild<QAction *>(QString::fromLatin1(action));
             for (QToolBar *bar : window->findChildren<QToolBar *>())
-                if (QWidget *button = found ? bar->widgetForAction(found) : nullptr; button && button->isVisible())
-                    return button->mapToGlobal(button->rect().center());
-            return QPoint(-1, -1);
+                if (QWidget *const one = found ? bar->widgetForAction(found) : nullptr; one && one->isVisible())
+                    button = one;
+            return button && button->isEnabled();
         });
-        if (at.x() < 0)
-            throw std::runtime_error(std::string("no visible button for ") + action);
-        ClickAt(at);
+        Click(button);
     }
 
     // An action through its menu in the menu bar.
@@ -162,13 +175,6 @@ public:
         }));
         WaitFor("the menu", [=] { return menu->isVisible(); });
         ClickAt(Gui([=] { return menu->mapToGlobal(menu->actionGeometry(found).center()); }));
-    }
-
-    void DoubleClickAt(QPoint global)
-    {
-        MoveTo(global);
-        XDo({QStringLiteral("click"), QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),
-             QStringLiteral("60"), QStringLiteral("1")});
     }
 
     void Drag(QPoint from, QPoint to)
@@ -196,33 +202,27 @@ public:
         auto const dialog = [] {
             return qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
         };
-        WaitFor("a file dialog", [=] { return dialog() && dialog()->isActiveWindow(); });
-        QThread::msleep(150); // let the window manager place it
+        auto const name = [] {
+            return qobject_cast<QLineEdit *>(QApplication::focusWidget());
+        };
+        WaitFor("a file dialog", [=] { return dialog() && dialog()->isActiveWindow() && name(); });
         Key("ctrl+a");
         Type(file);
+        WaitFor("the name in the file dialog", [=] { return name() && name()->text() == file; });
         Key("Return");
         WaitFor("the file dialog to close", [=] { return !dialog(); });
     }
 
     // Waits for a message box, returns its text and presses its default button with the pointer.
-    QString AnswerMessageBox(int milliseconds = 10000)
+    QString AnswerMessageBox()
     {
-        WaitFor(
-            "a message box", [] { return qobject_cast<QMessageBox *>(QApplication::activeModalWidget()) != nullptr; },
-            milliseconds);
-        QThread::msleep(150); // let the window manager place it
-        QPoint at;
-        QString text = Gui([&] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            QPushButton *button = box->findChild<QPushButton *>();
-            at = button->mapToGlobal(button->rect().center());
-            return box->text();
-        });
-        ClickAt(at);
-        WaitFor("the message box to close", [=] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            return !box || box->text() != text;
-        });
+        auto const box = [] {
+            return qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        };
+        WaitFor("a message box", [=] { return box() && box()->isVisible(); });
+        QString const text = Gui([=] { return box()->text(); });
+        Click(Gui([=] { return box()->findChild<QPushButton *>(); }));
+        WaitFor("the message box to close", [=] { return !box() || box()->text() != text; });
         return text;
     }
 
@@ -244,11 +244,37 @@ public:
     }
 
 private:
+    // The pointer onto a place of a widget, by its window as the X server has it. The window manager may still be
+    // moving that, of which Qt hears late: both agree once the widget is what Qt finds under the pointer.
+    void PointAt(QWidget *widget, std::function<QPoint()> const &place)
+    {
+        auto const isThere = [&] {
+            QStringList arguments{QStringLiteral("mousemove"), QStringLiteral("--window")};
+            Gui([&] {
+                QPoint const at = widget->mapTo(widget->window(), place());
+                arguments << QString::number(widget->window()->winId())
+                          << QString::number(qRound(at.x() * widget->devicePixelRatioF()))
+                          << QString::number(qRound(at.y() * widget->devicePixelRatioF()));
+            });
+            XDo(arguments);
+            return Gui([&] {
+                QWidget *const under = QApplication::widgetAt(QCursor::pos());
+                return under && (under == widget || widget->isAncestorOf(under));
+            });
+        };
+        if (!Eventually(isThere))
+            throw std::runtime_error("something covers " + Gui([&] { return widget->objectName(); }).toStdString());
+    }
+    void Press(int button)
+    {
+        Gui([] { QApplication::setDoubleClickInterval(0); });
+        XDo({QStringLiteral("click"), QString::number(button)});
+    }
     void XDo(QStringList const &arguments)
     {
         QProcess process;
         process.start(QStringLiteral("xdotool"), arguments);
-        if (!process.waitForFinished(10000) || process.exitCode() != 0)
+        if (!process.waitForFinished(PatienceMs) || process.exitCode() != 0)
             throw std::runtime_error("xdotool failed: " + process.readAllStandardError().toStdString());
     }
 };

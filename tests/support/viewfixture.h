@@ -3,6 +3,7 @@
 
 #include "displayview.h"
 #include "fifofixture.h"
+#include "wait.h"
 
 #include <QApplication>
 #include <QMainWindow>
@@ -32,13 +33,13 @@ protected:
     }
     static bool WaitFor(std::function<bool()> const &condition)
     {
-        return QTest::qWaitFor(condition, 10000);
+        return Eventually(condition);
     }
     // Until the display thread has given the frame's buffer back.
     bool Offer(FakeFrame const &frame, Painter const &paint = {})
     {
         return device.stream.WaitForFree() && device.stream.Push(frame, paint) && device.stream.WaitUntilDrained() &&
-               WaitFor([&] { return device.stream.OutCount() == 0; });
+               Eventually([&] { return device.stream.OutCount() == 0; });
     }
     _TovImage *Last()
     {

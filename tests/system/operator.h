@@ -78,22 +78,19 @@ public:
         return CurrentSession()->GetDevice()->GetCameraParameters(nullptr);
     }
 
-    // Opens the selector and waits until it lists a camera whose row holds the text; gives the row's place.
-    QPoint OpenSelector(Robot &robot, char const *camera)
+    // Opens the selector and waits until it lists a camera whose row holds the text; gives its list.
+    QTreeView *OpenSelector(Robot &robot, char const *camera)
     {
         robot.Click(m_window, "actionConnect");
-        robot.WaitFor("the camera in the selector", [=] { return !FindCamera(camera).isNull(); }, 20000);
-        QThread::msleep(200); // let the window manager place it
-        return robot.Gui([=] { return FindCamera(camera); });
+        robot.WaitFor(std::string(camera) + " in the selector", [=] { return !FindCamera(camera).isNull(); });
+        return robot.Gui([] { return SelectorList(); });
     }
 
     void Connect(Robot &robot, char const *camera)
     {
-        QPoint const row = OpenSelector(robot, camera);
-        robot.DoubleClickAt(row);
-        robot.WaitFor(
-            "the session to be idle",
-            [=, this] { return !QApplication::activeModalWidget() && State() == SessionStateIdle; }, 20000);
+        robot.DoubleClick(OpenSelector(robot, camera), [=] { return FindCamera(camera); });
+        robot.WaitFor("the session to be idle",
+                      [=, this] { return !QApplication::activeModalWidget() && State() == SessionStateIdle; });
     }
 
     void Play(Robot &robot)
@@ -123,25 +120,28 @@ public:
     // What follows on a lost camera.
     void AnswerLoss(Robot &robot)
     {
-        EXPECT_EQ(robot.AnswerMessageBox(30000), QStringLiteral("Connection to the Camera was lost"));
+        EXPECT_EQ(robot.AnswerMessageBox(), QStringLiteral("Connection to the Camera was lost"));
         robot.WaitFor("the disconnected picture", [this] { return CurrentSession() == nullptr; });
         EXPECT_EQ(robot.Gui([this] { return Title(); }), QStringLiteral("TovScope - Camera is not connected"));
     }
 
 private:
-    // GUI thread. The middle of the first row of the open selector that holds the text, in screen coordinates.
-    static QPoint FindCamera(char const *text)
+    // GUI thread, as the next. Null while no selector is open.
+    static QTreeView *SelectorList()
     {
         auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-        auto *tree = dialog ? dialog->findChild<QTreeView *>() : nullptr;
-        if (!tree || !tree->model())
-            return {};
-        for (int column = 0; column < tree->model()->columnCount(); ++column) {
+        return dialog ? dialog->findChild<QTreeView *>() : nullptr;
+    }
+    // A place in the list's first row that holds the text.
+    static QPoint FindCamera(char const *text)
+    {
+        QTreeView *const tree = SelectorList();
+        for (int column = 0; tree && tree->model() && column < tree->model()->columnCount(); ++column) {
             auto const found = tree->model()->match(tree->model()->index(0, column), Qt::DisplayRole,
                                                     QString::fromUtf8(text), 1, Qt::MatchContains | Qt::MatchRecursive);
             QRect const rect = found.isEmpty() ? QRect() : tree->visualRect(found.first());
             if (!rect.isEmpty())
-                return tree->viewport()->mapToGlobal(QPoint(rect.left() + 20, rect.center().y()));
+                return tree->viewport()->mapTo(tree, QPoint(rect.left() + 20, rect.center().y()));
         }
         return {};
     }

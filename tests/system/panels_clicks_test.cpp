@@ -1,89 +1,117 @@
-// An operator at the panels with each simulated camera, by real clicks.
-#include "paneltour.h"
+// An operator at the panels of a simulated camera, by real clicks: what goes through window manager and keyboard.
+#include "operator.h"
+
+#include <QAbstractItemView>
+#include <QComboBox>
+#include <QDockWidget>
 
 namespace {
 
-using PanelsOfEachCamera = testing::TestWithParam<int>;
-
-TEST_P(PanelsOfEachCamera, AreOperatedAndKeepTheCamerasSetUp)
+class PanelTour : public Tour
 {
-    Operator::Run([&](Robot &robot, Operator &hands) {
-        PanelTour tour(robot, hands);
-        hands.Connect(robot, Serials[GetParam()]);
-        tour.DocksComeAndGo();
-        tour.StreamsWithTheTreeOpen(true);
-        tour.ShowsItsReport();
-        tour.IsKeptInAConfiguration();
-    });
-}
+public:
+    using Tour::Tour;
 
-INSTANTIATE_TEST_SUITE_P(Clicks, PanelsOfEachCamera, testing::Range(0, 3));
+    // A feature's value as text. GUI thread, as the next two.
+    QString Value(char const *name) const
+    {
+        TovCam::FeatureState state;
+        m_hands.Features()->ReadFeature(Index(name), &state);
+        return QString::fromStdString(state.value.text.empty() ? std::to_string(state.value.integer)
+                                                               : state.value.text);
+    }
+    // A feature's cell in the tree; empty while no row of it is shown.
+    QRect Cell(char const *name, int column) const
+    {
+        auto *const tree = Find<QTreeView>("featureTree");
+        QString const shown = QString::fromStdString(m_hands.Features()->GetFeature(Index(name))->displayName);
+        for (QModelIndex const &row :
+             tree->model()->match(tree->model()->index(0, 0), Qt::DisplayRole, shown, -1,
+                                  Qt::MatchExactly | Qt::MatchRecursive | Qt::MatchCaseSensitive)) {
+            QRect const rect = tree->visualRect(row.siblingAtColumn(column));
+            if (!tree->model()->hasChildren(row) && !rect.isEmpty() && tree->viewport()->rect().contains(rect.center()))
+                return rect.translated(tree->viewport()->mapTo(tree, QPoint()));
+        }
+        return {};
+    }
+    // Brings a feature onto the screen through the search field.
+    void Search(char const *name)
+    {
+        m_robot.Click(Find<QWidget>("featureTree"));
+        m_robot.Key("ctrl+f");
+        m_robot.WaitFor("the search field", [] {
+            QWidget *focus = QApplication::focusWidget();
+            return focus && focus->objectName() == QLatin1String("featureSearch");
+        });
+        m_robot.Key("ctrl+a");
+        m_robot.Type(QString::fromLatin1(name));
+        m_robot.WaitFor(std::string("the row of ") + name, [=, this] { return !Cell(name, 1).isEmpty(); });
+    }
+    void ClickCell(char const *name, int column)
+    {
+        auto *const tree = Find<QTreeView>("featureTree");
+        m_robot.Click(tree, [=, this] { return Cell(name, column).center(); });
+    }
+    // Puts text into a feature's editor by the keyboard, and waits for the camera to have it.
+    void Edit(char const *name, char const *text, char const *value)
+    {
+        Search(name);
+        ClickCell(name, 0);
+        m_robot.Key("F2");
+        m_robot.WaitFor("an editor", [] {
+            QWidget *focus = QApplication::focusWidget();
+            return focus && focus->objectName() != QLatin1String("featureTree");
+        });
+        m_robot.Key("ctrl+a");
+        m_robot.Type(QString::fromLatin1(text));
+        m_robot.Key("Return");
+        m_robot.WaitFor(std::string(name) + " to become " + value,
+                        [=, this] { return Value(name).startsWith(QLatin1String(value)); });
+    }
 
-TEST(PanelClicks, EveryKindOfFeatureIsEdited)
+private:
+    std::uint32_t Index(char const *name) const
+    {
+        for (std::uint32_t i = 0; i < m_hands.Features()->GetFeatureCount(); ++i)
+            if (m_hands.Features()->GetFeature(i)->name == name)
+                return i;
+        throw std::runtime_error(std::string("no feature ") + name);
+    }
+};
+
+TEST(PanelClicks, APanelComesAndGoesAndEveryKindOfFeatureIsEdited)
 {
     Operator::Run([&](Robot &robot, Operator &hands) {
         PanelTour tour(robot, hands);
         hands.Connect(robot, Serials[0]);
-        tour.ShowEverything();
-        tour.Edit("Width", QStringLiteral("1024"));
-        robot.WaitFor("the integer", [&] { return tour.Read("Width").value.integer == 1024; });
-        tour.Edit("ExposureTime", QStringLiteral("4321"));
-        robot.WaitFor("the float", [&] { return std::abs(tour.Read("ExposureTime").value.real - 4321) < 1; });
-        tour.Edit("DeviceUserID", QStringLiteral("left eye"));
-        robot.WaitFor("the string", [&] { return tour.Read("DeviceUserID").value.text == "left eye"; });
-        tour.Edit("PixelFormat", QStringLiteral("Mono12"));
-        robot.WaitFor("the enumeration", [&] { return tour.Read("PixelFormat").value.text.rfind("Mono12", 0) == 0; });
+
+        auto *const dock = tour.Find<QDockWidget>("StatisticsPanel");
+        auto *const entry = tour.Find<QAction>("actionStatistics");
+        for (bool const shown : {false, true}) {
+            robot.ClickMenu(hands.Window(), "actionStatistics");
+            robot.WaitFor(shown ? "the panel to come back" : "the panel to go",
+                          [=] { return dock->isVisible() == shown && entry->isChecked() == shown; });
+        }
+        auto *const level = tour.Find<QComboBox>("featureVisibility");
+        robot.Click(level);
+        robot.WaitFor("the levels", [=] { return level->view()->isVisible(); });
+        robot.Key("End");
+        robot.Key("Return");
+        robot.WaitFor("the level", [=] { return level->currentIndex() == level->count() - 1; });
+        tour.Edit("Width", "1024", "1024");
+        tour.Edit("DeviceUserID", "left eye", "left eye");
+        tour.Edit("PixelFormat", "Mono12", "Mono12");
+        tour.Edit("Width", "99999999", "2048"); // its limit
 
         tour.Search("ReverseX");
-        bool const reversed = robot.Gui([&] { return tour.Read("ReverseX").value.integer; });
-        robot.ClickAt(robot.Gui([&] { return tour.Cell("ReverseX", 0).center(); }));
+        tour.ClickCell("ReverseX", 0);
         robot.Key("space");
-        robot.WaitFor("the boolean", [&] { return bool(tour.Read("ReverseX").value.integer) != reversed; });
-
+        robot.WaitFor("the boolean", [&] { return tour.Value("ReverseX") == QLatin1String("1"); });
         // A command by its button: the next latched time is another one.
-        std::int64_t const latched = robot.Gui([&] { return tour.Read("TimestampLatchValue").value.integer; });
+        QString const latched = robot.Gui([&] { return tour.Value("TimestampLatchValue"); });
         tour.Search("TimestampLatch");
-        robot.ClickAt(robot.Gui([&] { return tour.Cell("TimestampLatch", 1).center(); }));
-        robot.WaitFor("the command", [&] { return tour.Read("TimestampLatchValue").value.integer != latched; });
-
-        // Out of range: nothing is lost and the camera is left alone or at its limit.
-        tour.Edit("Width", QStringLiteral("99999999"));
-        robot.Screenshot(QStringLiteral("tree-out-of-range"));
-        robot.Key("Escape");
-        TovCam::FeatureState const width = robot.Gui([&] { return tour.Read("Width"); });
-        EXPECT_LE(width.value.integer, width.maximum);
-    });
-}
-
-TEST(PanelClicks, TheLayoutOutlivesAReconnectAndARestart)
-{
-    Operator::Run([&](Robot &robot, Operator &hands) {
-        PanelTour tour(robot, hands);
-        hands.Connect(robot, Serials[0]);
-        robot.Click(hands.Window(), "actionStatistics");
-        tour.Search("Gain");
-        hands.Disconnect(robot);
-        hands.Connect(robot, Serials[0]);
-        EXPECT_FALSE(robot.Gui([&] { return tour.Dock("StatisticsPanel")->isVisible(); }));
-        EXPECT_TRUE(robot.Gui([&] { return tour.Dock("CameraGenParamPanel")->isVisible(); }));
-        robot.WaitFor("the search to come back", [&] { return !tour.Cell("Gain", 1).isEmpty(); });
-    });
-    Robot::Run([&](Robot &robot) {
-        auto *window = robot.Gui([] {
-            auto *made = new TovScope(nullptr, false, false);
-            made->show();
-            return made;
-        });
-        Operator hands(*window);
-        PanelTour tour(robot, hands);
-        robot.WaitFor("the window", [&] { return window->isVisible() && window->isActiveWindow(); });
-        hands.Connect(robot, Serials[0]);
-        EXPECT_FALSE(robot.Gui([&] { return tour.Dock("StatisticsPanel")->isVisible(); }));
-        EXPECT_TRUE(robot.Gui([&] { return tour.Dock("CameraGenParamPanel")->isVisible(); }));
-        robot.Gui([&] {
-            window->close();
-            delete window;
-        });
+        tour.ClickCell("TimestampLatch", 1);
+        robot.WaitFor("the command", [&] { return tour.Value("TimestampLatchValue") != latched; });
     });
 }
 

@@ -5,8 +5,7 @@
 #include "session.h"
 #include "simcamera.h"
 #include "tovscope.h"
-
-#include <QTest>
+#include "wait.h"
 
 #include <gtest/gtest.h>
 
@@ -36,7 +35,7 @@ protected:
         char const *const models[] = {"VG-2048M", "VU-1920C", "VG-1280C"};
         ASSERT_TRUE(m_manager.CreateSession(TovCam_CreateDevice(FindSimulated(m_system, models[camera]), 2, nullptr)));
         m_manager.CreatePanels();
-        ASSERT_TRUE(QTest::qWaitFor([this] { return m_manager.GetSession()->GetState() == SessionStateIdle; }));
+        ASSERT_TRUE(Eventually([this] { return m_manager.GetSession()->GetState() == SessionStateIdle; }));
         TovCam::ParamArray *const nodes = m_manager.GetSession()->GetDevice()->GetCameraParameters(nullptr);
         nodes->SetIntegerValue("Width", 256);
         nodes->SetIntegerValue("Height", 128);
@@ -47,8 +46,7 @@ protected:
         m_manager.startAcquisition();
         ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateAcquisition);
         _TovImage *image = nullptr;
-        ASSERT_TRUE(
-            QTest::qWaitFor([&] { return m_manager.GetSession()->GetDisplayView()->GetDisplayedImageRaw(&image); }));
+        ASSERT_TRUE(Eventually([&] { return m_manager.GetSession()->GetDisplayView()->GetDisplayedImageRaw(&image); }));
         m_manager.stopAcquisitionAndCapture();
         ASSERT_EQ(m_manager.GetSession()->GetState(), SessionStateIdle);
     }
