@@ -310,7 +310,8 @@ TEST_F(Operating, TheCapturePanelRecordsWhatItSaysAndTellsWhatFails)
         ASSERT_TRUE(Reaches(SessionStateCapturing));
         EXPECT_TRUE(Eventually([&] { return writable ? files().size() >= 5 : isTold("edFramesSaved"); }));
         EXPECT_EQ(isTold("edFramesSaved") && isTold("edFolderName"), !writable);
-        EXPECT_EQ(Find<NoticeBar>("noticeBar")->Text().contains(folder), !writable);
+        EXPECT_TRUE(Eventually(
+            [&] { return Find<NoticeBar>("noticeBar")->toolTip().contains(folder.toHtmlEscaped()) != writable; }));
         EXPECT_EQ(buttons(), "btnRecord ");
         EXPECT_TRUE(Find<QAbstractButton>("btnRecord")->isChecked());
         Press("btnRecord");

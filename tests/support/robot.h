@@ -134,7 +134,7 @@ public:
         Click(widget, [=] { return widget->rect().center(); });
     }
 
-    // Two clicks are a double one however late the second comes, as other clicks are none however fast they are.
+    // Two clicks are a double one however late the second comes.
     void DoubleClick(QWidget *widget, std::function<QPoint()> const &place)
     {
         PointAt(widget, place);
@@ -267,7 +267,7 @@ private:
     }
     void Press(int button)
     {
-        Gui([] { QApplication::setDoubleClickInterval(0); });
+        Gui([] { QApplication::setDoubleClickInterval(400); }); // 0 would close what a combo box opens
         XDo({QStringLiteral("click"), QString::number(button)});
     }
     void XDo(QStringList const &arguments)
