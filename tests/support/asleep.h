@@ -12,8 +12,6 @@
 #include <thread>
 #include <unistd.h>
 
-constexpr std::chrono::seconds Patience{30};
-
 // Looks until it holds; false after a generous time.
 template<class Condition>
 bool Becomes(Condition const &holds)
