@@ -11,6 +11,20 @@ if(TOV_SANITIZE)
                            -fno-sanitize-recover=all)
     target_link_options(tov_options INTERFACE -fsanitize=${TOV_SANITIZE})
 endif()
+# Packets, files and descriptions come from strangers: a mistake in reading them ends the process instead of giving it
+# away. .ci/check-hardening looks for these in what was built.
+if(TOV_HARDEN)
+    include(CheckPIESupported)
+    check_pie_supported(LANGUAGES CXX)
+    target_compile_options(tov_options INTERFACE -fstack-protector-strong -fstack-clash-protection
+                           -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+        target_compile_options(tov_options INTERFACE -fcf-protection)
+    elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+        target_compile_options(tov_options INTERFACE -mbranch-protection=standard)
+    endif()
+    target_link_options(tov_options INTERFACE -Wl,-z,relro,-z,now)
+endif()
 
 function(_tov_common target)
     set_target_properties(${target} PROPERTIES
