@@ -10,6 +10,8 @@ if(TOV_SANITIZE)
     target_compile_options(tov_options INTERFACE -fsanitize=${TOV_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=all)
     target_link_options(tov_options INTERFACE -fsanitize=${TOV_SANITIZE})
+    # What containers assert, of Qt and of the standard library, is checked as well.
+    target_compile_definitions(tov_options INTERFACE QT_FORCE_ASSERTS _GLIBCXX_ASSERTIONS)
 endif()
 # Packets, files and descriptions come from strangers: a mistake in reading them ends the process instead of giving it
 # away. .ci/check-hardening looks for these in what was built.
