@@ -72,7 +72,7 @@ std::string_view NameOf(std::uint16_t code)
             if (name.code == code)
                 return name.text;
         }
-        return std::string_view();
+        return std::string_view("");
     };
     return code % 2 == 0 ? find(CmdNames) : find(AckNames);
 }
