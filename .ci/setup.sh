@@ -6,7 +6,7 @@ packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev 
     libavutil-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
 packages_test="libgtest-dev libgmock-dev aravis-tools iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark"
-packages_ci="clang-format-19 dpkg-dev file lintian"
+packages_ci="clang-format-19 clang-tidy-19 dpkg-dev file lintian"
 
 say() {
     printf '%s: %s\n' "$(basename "$0")" "$*"
