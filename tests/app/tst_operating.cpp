@@ -495,7 +495,7 @@ TEST_F(Operating, WhatNoLongerHoldsIsGoneAndANoticeIsNotHiddenByATip)
     EXPECT_EQ(bar->toolTip(), QStringLiteral("<p>1 &lt; 2</p><p>older</p><p>lesser</p>"));
     QApplication::sendEvent(m_window.get(), &tip);
     board.Report(NoticeTopic::Recording, NoticeLevel::Warning, QStringLiteral("2 < 3"));
-    EXPECT_TRUE(QTest::qWaitFor([&] { return bar->Text() == QStringLiteral("2 < 3"); }));
+    EXPECT_TRUE(Eventually([&] { return bar->Text() == QStringLiteral("2 < 3"); }));
     EXPECT_FALSE(bar->isVisible()); // a count that goes on leaves the tip
     for (NoticeTopic const topic : {NoticeTopic::Recording, NoticeTopic::Log, NoticeTopic::Camera})
         board.Withdraw(topic);

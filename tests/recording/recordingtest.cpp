@@ -35,8 +35,8 @@ TEST_P(Recording, KnowsOfEveryFrameOfADisturbedCamera)
     emit session->signalStartAcquisition();
     emit session->signalStartCapturing();
     ASSERT_EQ(session->GetState(), SessionStateCapturing);
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] { return IntOf(writer, "FramesSaved") >= 30 && IntOf(writer, "CaptureFramesDroppedHW") >= 3; }, 20000));
+    EXPECT_TRUE(
+        Eventually([&] { return IntOf(writer, "FramesSaved") >= 30 && IntOf(writer, "CaptureFramesDroppedHW") >= 3; }));
     emit session->signalStopCapturing();
     RecordingLedger const ledger = writer->GetLedger();
     EXPECT_TRUE(ledger.AddsUp());

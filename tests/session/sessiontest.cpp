@@ -280,7 +280,7 @@ TEST_F(SessionTest, AStopWaitsForTheDisplayAndTheRecorder)
         gate->Close();
         int const reached = gate->Reached();
         Feed(1, 1);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return gate->Reached() > reached; }, 30000));
+        EXPECT_TRUE(Eventually([&] { return gate->Reached() > reached; }));
         auto const opened = gate->OpenOnceAllSleep([&] {
             EXPECT_EQ(device.script.TakeLog(), recording ? "" : "Execute AcquisitionStop");
             EXPECT_EQ(serializer.TakeLog(), recording ? "Series raw 1080101 q50" : "");
@@ -369,9 +369,8 @@ TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
         serializer.Reset();
         GoTo(SessionStateCapturing);
         Feed(4, 6);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return serializer.Writes().size() >= 3; }));
-        EXPECT_TRUE(
-            QTest::qWaitFor([&] { return ParamText(session->GetImageWriter(), "CaptureFramesAcquired") == "3"; }));
+        EXPECT_TRUE(Eventually([&] { return serializer.Writes().size() >= 3; }));
+        EXPECT_TRUE(Eventually([&] { return ParamText(session->GetImageWriter(), "CaptureFramesAcquired") == "3"; }));
     }
 }
 
