@@ -26,7 +26,7 @@ constexpr std::chrono::seconds LongestTip{8};
 } // namespace
 
 // Outside any namespace, as the macro requires.
-static void initResources()
+static void InitResources()
 {
     Q_INIT_RESOURCE(tovscope);
 }
@@ -35,7 +35,7 @@ std::atomic<RigTestPlugin *> &TovScope::s_pRigTest = RigTestSlot();
 
 TovScope::TovScope(QWidget *parent, bool rigTest, bool autoRun) : QMainWindow(parent), m_manager(this)
 {
-    initResources();
+    InitResources();
     m_ui.setupUi(this);
     if (rigTest)
         LoadRigTestPlugin();

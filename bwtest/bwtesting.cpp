@@ -26,18 +26,18 @@ constexpr std::int32_t MostRepeats = 2;
 // Values of the camera's "FamilyID".
 enum Family : std::int64_t { FamilyLineTime = 1, FamilyPixelClock = 2 };
 
-void sleepFor(int milliseconds)
+void SleepFor(int milliseconds)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-int toInt(std::int64_t value)
+int ToInt(std::int64_t value)
 {
     return static_cast<int>(
         std::clamp<std::int64_t>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
-QString text(std::string const &name)
+QString Text(std::string const &name)
 {
     return QString::fromStdString(name);
 }
@@ -167,12 +167,12 @@ bool CBWTesting::ReadRange()
     if (error == 0)
         value = clock->GetValue(&error);
     if (error != 0) {
-        m_error = tr("Get %1 error %2. Test is impossible.").arg(text(m_clockName), QString::number(error));
+        m_error = tr("Get %1 error %2. Test is impossible.").arg(Text(m_clockName), QString::number(error));
         return false;
     }
-    progressPixelClock->setRange(toInt(m_low), toInt(m_high));
+    progressPixelClock->setRange(ToInt(m_low), ToInt(m_high));
     m_current = std::max(std::min(value, m_high), m_low);
-    progressPixelClock->setValue(toInt(m_current));
+    progressPixelClock->setValue(ToInt(m_current));
     m_savedValue = m_lastGood = m_current;
     Append(tr("Saved init value = %1").arg(m_savedValue));
     return true;
@@ -191,7 +191,7 @@ void CBWTesting::checkQuality()
             return; // stopped or lost while the camera settled: nothing may be started any more
         // In both families, although higher line times are the safe ones: the next attempt is at a faster value then.
         m_high = m_current;
-        sleepFor(s_waits.retry);
+        SleepFor(s_waits.retry);
     }
     emit m_session->signalStartAcquisition();
     waitForStart();
@@ -208,18 +208,18 @@ bool CBWTesting::SetAndReadBack()
     if (!Settle(s_waits.settleStep))
         return false;
     if (error != 0) {
-        Append(tr("Set %1 error %2").arg(text(m_clockName), QString::number(error)));
+        Append(tr("Set %1 error %2").arg(Text(m_clockName), QString::number(error)));
         return false;
     }
     std::int64_t const value = m_params->GetIntegerValue(m_readBackName.c_str(), &error);
     if (error != 0) {
-        Append(tr("Get %1 error").arg(text(m_readBackName)));
+        Append(tr("Get %1 error").arg(Text(m_readBackName)));
         return false;
     }
     if (value == m_current)
         return true;
     Append(tr("Returned incorrect %1 = %2, needed %3")
-               .arg(text(m_readBackName), QString::number(value), QString::number(m_current)));
+               .arg(Text(m_readBackName), QString::number(value), QString::number(m_current)));
     return false;
 }
 
@@ -251,7 +251,7 @@ void CBWTesting::slCheckQuality()
 
 void CBWTesting::Pass(std::int64_t acquired, double speed)
 {
-    progressPixelClock->setValue(toInt(m_current));
+    progressPixelClock->setValue(ToInt(m_current));
     progressSpeed->setValue(static_cast<int>(speed));
     m_lastGood = m_current;
     Append(tr("Acceptable parameters. Acquired Frames= %1 , Speed = %2 MB/s, Clock Value = %3")
@@ -284,7 +284,7 @@ void CBWTesting::Fail(std::int64_t incomplete, std::int64_t acquired, double spe
         return;
     if (error != 0) {
         // The test stays as it is until the operator stops it.
-        Append(tr("%1 error").arg(text(m_clockName)));
+        Append(tr("%1 error").arg(Text(m_clockName)));
         return;
     }
     Append(tr("Last good pixel clock was set = %1").arg(m_lastGood)); // of a line time as well
@@ -332,7 +332,7 @@ void CBWTesting::finalMessage()
     if (!m_session)
         return;
     if (error != 0)
-        Append(tr("%1 error").arg(text(m_clockName)));
+        Append(tr("%1 error").arg(Text(m_clockName)));
     else if (IsPixelClock())
         Append((optimized ? tr("Optimized Pixel Clock was set = %1 MHz") : tr("Old pixel clock was set = %1 MHz"))
                    .arg(value));
@@ -424,7 +424,7 @@ bool CBWTesting::waitForStart()
 bool CBWTesting::WaitFor(std::int64_t state, char const *good, char const *timeout)
 {
     for (int sleeps = 1; m_session && sleeps <= MostPolls; ++sleeps) {
-        sleepFor(s_waits.poll);
+        SleepFor(s_waits.poll);
         if (m_session->GetState() == state) {
             Append(tr(good).arg(s_waits.poll * sleeps));
             return true;
@@ -438,7 +438,7 @@ bool CBWTesting::Settle(int step)
 {
     bool const running = m_running;
     for (int i = 0; i < SettleSteps && m_session && m_running == running; ++i) {
-        sleepFor(step);
+        SleepFor(step);
         ProcessEvents();
     }
     return m_running && m_session;

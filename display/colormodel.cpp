@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-static_assert(COLOR_MODEL_ROWS == TOV_PIXEL_TYPE_ROWS);
+static_assert(ColorModelRows == TOV_PIXEL_TYPE_ROWS);
 
 int GetIndexMONO(char16_t letter)
 {
@@ -45,11 +45,11 @@ class Table
 public:
     Table()
     {
-        m_trueSense.reserve(COLOR_MODEL_ROWS); // the rows point into the texts
-        for (std::uint32_t row = 0; row < COLOR_MODEL_ROWS; ++row)
+        m_trueSense.reserve(ColorModelRows); // the rows point into the texts
+        for (std::uint32_t row = 0; row < ColorModelRows; ++row)
             m_rows[row] = Describe(*TovGetPixelTypeInfoByRow(row));
     }
-    ColorModelDescription const (&Rows() const)[COLOR_MODEL_ROWS]
+    ColorModelDescription const (&Rows() const)[ColorModelRows]
     {
         return m_rows;
     }
@@ -111,7 +111,7 @@ private:
         return m_trueSense.back().c_str();
     }
 
-    ColorModelDescription m_rows[COLOR_MODEL_ROWS];
+    ColorModelDescription m_rows[ColorModelRows];
     std::vector<std::string> m_trueSense;
 };
 
@@ -123,10 +123,10 @@ Table const &GetTable()
 
 } // namespace
 
-ColorModelDescription const (&s_colorModelDescription)[COLOR_MODEL_ROWS] = GetTable().Rows();
+ColorModelDescription const (&s_colorModelDescription)[ColorModelRows] = GetTable().Rows();
 
 ColorModelDescription const *GetColorModel(std::uint32_t pixelType)
 {
     std::uint32_t const row = (pixelType & 255) - 1;
-    return row < COLOR_MODEL_ROWS ? &s_colorModelDescription[row] : nullptr;
+    return row < ColorModelRows ? &s_colorModelDescription[row] : nullptr;
 }

@@ -22,10 +22,10 @@ struct ColorModelDescription
     std::uint32_t pixelType;   // TV_PIXEL_TYPE_DEFINES
 };
 
-constexpr std::uint32_t COLOR_MODEL_ROWS = 133;
+constexpr std::uint32_t ColorModelRows = 133;
 
 // Indexed by the low byte of a pixel type minus 1. Any thread.
-extern ColorModelDescription const (&s_colorModelDescription)[COLOR_MODEL_ROWS];
+extern ColorModelDescription const (&s_colorModelDescription)[ColorModelRows];
 
 // The row of a pixel type, or null when its low byte names none.
 ColorModelDescription const *GetColorModel(std::uint32_t pixelType);

@@ -31,7 +31,7 @@ constexpr unsigned int StringEditSize = 1000;
 char const ShownText[] = "shownText"; // property of an edit: what it got from its parameter, or gave to it
 
 // What cannot be read is empty.
-QString valueText(TovComponent *component, char const *param, char const *format, unsigned int size)
+QString ValueText(TovComponent *component, char const *param, char const *format, unsigned int size)
 {
     char text[256] = "";
     unsigned int needed = size;
@@ -43,13 +43,13 @@ QString valueText(TovComponent *component, char const *param, char const *format
     return QString::fromUtf8(longText.data());
 }
 
-void showText(QLineEdit *edit, QString const &text)
+void ShowText(QLineEdit *edit, QString const &text)
 {
     edit->setText(text);
     edit->setProperty(ShownText, text);
 }
 
-bool boolValue(TovComponent *component, char const *param)
+bool BoolValue(TovComponent *component, char const *param)
 {
     bool value = false;
     if (component)
@@ -153,13 +153,13 @@ void PlayerPanel::LinkEdit(QLineEdit *edit, char const *param, char const *forma
 void PlayerPanel::AddIntegerEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component)
 {
     LinkEdit(edit, param, format, component, &PlayerPanel::IntegerEditChanged);
-    edit->setText(valueText(component, param, format, 255));
+    edit->setText(ValueText(component, param, format, 255));
 }
 
 void PlayerPanel::AddFloatEdit(QLineEdit *edit, char const *param, char const *format, TovComponent *component)
 {
     LinkEdit(edit, param, format, component, &PlayerPanel::FloatEditChanged);
-    edit->setText(valueText(component, param, format, 255));
+    edit->setText(ValueText(component, param, format, 255));
 }
 
 bool PlayerPanel::AddStringEdit(QLineEdit *edit, char const *param, TovComponent *component)
@@ -168,7 +168,7 @@ bool PlayerPanel::AddStringEdit(QLineEdit *edit, char const *param, TovComponent
     char text[StringEditSize] = "";
     unsigned int size = sizeof text;
     bool const read = TovSucceeded(component->GetParamString(param, text, &size));
-    showText(edit, read ? QString::fromUtf8(text) : valueText(component, param, nullptr, 255));
+    ShowText(edit, read ? QString::fromUtf8(text) : ValueText(component, param, nullptr, 255));
     return true;
 }
 
@@ -176,14 +176,14 @@ void PlayerPanel::AddBoolCheckBox(QCheckBox *box, char const *param, TovComponen
 {
     AddParamLink(param, box, component, 0, nullptr);
     connect(box, &QCheckBox::stateChanged, this, &PlayerPanel::CheckBoxChanged);
-    box->setChecked(boolValue(component, param));
+    box->setChecked(BoolValue(component, param));
 }
 
 void PlayerPanel::AddBoolCheckGroupBox(QGroupBox *box, char const *param, TovComponent *component)
 {
     AddParamLink(param, box, component, 0, nullptr);
     connect(box, &QGroupBox::toggled, this, &PlayerPanel::CheckGroupBoxChanged);
-    box->setChecked(boolValue(component, param));
+    box->setChecked(BoolValue(component, param));
 }
 
 void PlayerPanel::AddTableParam(QTableView *view, char const *param, TovComponent *component, char const *label)
@@ -247,9 +247,9 @@ void PlayerPanel::UpdateFromComponent(QString const &name)
     QByteArray const param = name.toUtf8();
     if (auto *const edit = findChild<QLineEdit *>(link.controlName)) {
         // What is being typed stays, to be written once it is finished, and so does a selection in what is up to date.
-        QString const text = valueText(link.component, param.constData(), link.format, 256);
+        QString const text = ValueText(link.component, param.constData(), link.format, 256);
         if (text != edit->text() && !(edit->hasFocus() && edit->isModified()))
-            showText(edit, text);
+            ShowText(edit, text);
     } else if (auto *const combo = findChild<QComboBox *>(link.controlName)) {
         long value = 0;
         link.component->GetParamInt(param.constData(), &value);
@@ -258,9 +258,9 @@ void PlayerPanel::UpdateFromComponent(QString const &name)
         if (index >= 0)
             combo->setCurrentIndex(index);
     } else if (auto *const box = findChild<QCheckBox *>(link.controlName)) {
-        box->setChecked(boolValue(link.component, param.constData()));
+        box->setChecked(BoolValue(link.component, param.constData()));
     } else if (auto *const group = findChild<QGroupBox *>(link.controlName)) {
-        group->setChecked(boolValue(link.component, param.constData()));
+        group->setChecked(BoolValue(link.component, param.constData()));
     } else if (auto *const view = findChild<QTableView *>(link.controlName)) {
         if (QAbstractItemModel *const model = view->model())
             emit model->dataChanged(model->index(link.row, 0), model->index(link.row, 1));

@@ -22,7 +22,7 @@ constexpr int TipTime = 20000; // milliseconds; there is a line to copy
 QString const LoadMonitor =
     QStringLiteral("sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r /dev/usbmon*");
 
-QString noRightText(bool usb)
+QString NoRightText(bool usb)
 {
     QString const text = LogPanelImpl::tr("The program has no right to capture the packets of this camera.") + u'\n';
     if (usb)
@@ -35,7 +35,7 @@ QString noRightText(bool usb)
                       .arg(QCoreApplication::applicationFilePath());
 }
 
-QString noAdapterText(bool usb, QString const &place)
+QString NoAdapterText(bool usb, QString const &place)
 {
     if (usb && place.isEmpty())
         return LogPanelImpl::tr("The packets of this camera cannot be captured: the system does not list it among its "
@@ -56,7 +56,7 @@ QString noAdapterText(bool usb, QString const &place)
 }
 
 // Why this camera's packets are not logged, and what helps.
-QString refusalText(TovCam::Device *device)
+QString RefusalText(TovCam::Device *device)
 {
     using TovCam::CaptureRefusal;
     TovCam::CaptureFailure const failure = device->GetCaptureFailure();
@@ -66,10 +66,10 @@ QString refusalText(TovCam::Device *device)
     switch (failure.refusal) {
     case CaptureRefusal::None: // a library that does not tell
     case CaptureRefusal::NoRight:
-        text = noRightText(usb);
+        text = NoRightText(usb);
         break;
     case CaptureRefusal::NoAdapter:
-        text = noAdapterText(usb, place);
+        text = NoAdapterText(usb, place);
         break;
     case CaptureRefusal::NoFile:
         text = LogPanelImpl::tr("The capture file that TOV_PACKET_CAPTURE names cannot be opened: %1").arg(place);
@@ -158,7 +158,7 @@ void LogPanelImpl::ShowRefusals()
         if (!box->isChecked() || !link.component ||
             !TovSucceeded(link.component->GetParamBool(link.paramName.toUtf8().constData(), &on)))
             continue;
-        QString const text = on ? QString() : refusalText(m_session->GetDevice());
+        QString const text = on ? QString() : RefusalText(m_session->GetDevice());
         box->setToolTip(text);
         if (on)
             continue;

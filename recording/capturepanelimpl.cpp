@@ -28,7 +28,7 @@ constexpr QRgb NotWhole = qRgb(255, 232, 160);
 char const PlainTip[] = "plainTip"; // property of a widget: its tooltip while there is nothing else to tell
 
 // Adds to the widget's tooltip, and gives its field a colour, or neither.
-void mark(QWidget *widget, QString const &text, QRgb colour)
+void Mark(QWidget *widget, QString const &text, QRgb colour)
 {
     if (!widget->property(PlainTip).isValid())
         widget->setProperty(PlainTip, widget->toolTip());
@@ -51,7 +51,7 @@ QString Caption(QString const &constant)
     return CapturePanelImpl::tr(constant.toUtf8().constData());
 }
 
-void showAll(std::initializer_list<QWidget *> widgets, bool visible)
+void ShowAll(std::initializer_list<QWidget *> widgets, bool visible)
 {
     for (QWidget *const widget : widgets)
         widget->setVisible(visible);
@@ -208,16 +208,16 @@ void CapturePanelImpl::ShowRecording()
     QString const incomplete = ledger.savedIncomplete > 0
                                    ? tr("%1 of them are incomplete").arg(GroupedNumber(ledger.savedIncomplete))
                                    : QString();
-    mark(edFramesSaved, failures.isEmpty() ? incomplete : failures, failures.isEmpty() ? NotWhole : Failing);
-    mark(edFolderName, m_report->IsPlaceRefused() ? failures : QString(), Failing);
+    Mark(edFramesSaved, failures.isEmpty() ? incomplete : failures, failures.isEmpty() ? NotWhole : Failing);
+    Mark(edFolderName, m_report->IsPlaceRefused() ? failures : QString(), Failing);
     // What the field counts is the gaps between complete frames.
     bool const gaps = ledger.missing + ledger.incomplete > 0;
-    mark(edFramesDroppedHW,
+    Mark(edFramesDroppedHW,
          gaps ? tr("%1 are missing, %2 came incomplete")
                     .arg(GroupedNumber(ledger.missing), GroupedNumber(ledger.incomplete))
               : QString(),
          NotWhole);
-    mark(edFramesDroppedSW,
+    Mark(edFramesDroppedSW,
          ledger.droppedSW > 0 ? tr("%1 dropped here").arg(GroupedNumber(ledger.droppedSW)) : QString(), NotWhole);
 }
 
@@ -239,12 +239,12 @@ bool CapturePanelImpl::IsMovie() const
 void CapturePanelImpl::FileFormatChanged(int n)
 {
     m_fileFormat = cbFileFormat->itemData(n).toLongLong();
-    showAll({imageFileNameWidget}, !IsMovie());
-    showAll({movieFileNameWidget}, IsMovie());
+    ShowAll({imageFileNameWidget}, !IsMovie());
+    ShowAll({movieFileNameWidget}, IsMovie());
     m_writer->SetParamInt("FileFormat", static_cast<long>(m_fileFormat));
-    showAll({chNormalizedTif}, m_fileFormat == ImageWriter::FormatTif);
-    showAll({labelJpgQual, edJpgQuality}, m_fileFormat == ImageWriter::FormatJpg);
-    showAll({labelFPS, edFPS, btnGetFpsFromCamera, labelCompressor, cbCompressor, btnCompressorOptions},
+    ShowAll({chNormalizedTif}, m_fileFormat == ImageWriter::FormatTif);
+    ShowAll({labelJpgQual, edJpgQuality}, m_fileFormat == ImageWriter::FormatJpg);
+    ShowAll({labelFPS, edFPS, btnGetFpsFromCamera, labelCompressor, cbCompressor, btnCompressorOptions},
             m_fileFormat == ImageWriter::FormatAvi);
     // Before the panel is shown, a layout inside a layout does not notice by itself.
     for (QLayout *const part : {static_cast<QLayout *>(formatRow), static_cast<QLayout *>(compressorRow),

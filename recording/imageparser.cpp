@@ -23,7 +23,7 @@ constexpr std::size_t TimeSize = 256;
 constexpr char Forbidden[] = "<>:\"/\\|?*";
 
 // Runs of separators count as one.
-std::vector<std::string> split(std::string const &text, char separator)
+std::vector<std::string> Split(std::string const &text, char separator)
 {
     std::vector<std::string> tokens;
     std::size_t end = 0;
@@ -35,7 +35,7 @@ std::vector<std::string> split(std::string const &text, char separator)
     return tokens;
 }
 
-int commandIndex(std::string const &name)
+int CommandIndex(std::string const &name)
 {
     for (int i = 0; ImageParser::COMMANDS[i]; ++i) {
         if (strcasecmp(ImageParser::COMMANDS[i], name.c_str()) == 0)
@@ -46,7 +46,7 @@ int commandIndex(std::string const &name)
 
 // Nothing for a format that does not fit, and for more text than an expansion holds.
 template<typename... Values>
-std::string print(std::string const &format, PrintFormat::Kind kind, Values... values)
+std::string Print(std::string const &format, PrintFormat::Kind kind, Values... values)
 {
     if (!PrintFormat::Fits(format.c_str(), kind, sizeof...(values), ExpansionSize))
         return {};
@@ -61,7 +61,7 @@ std::string print(std::string const &format, PrintFormat::Kind kind, Values... v
     return length >= 0 && static_cast<std::size_t>(length) < sizeof buffer ? std::string(buffer) : std::string();
 }
 
-std::string orElse(std::string const &format, char const *defaultFormat)
+std::string OrElse(std::string const &format, char const *defaultFormat)
 {
     return format.empty() ? std::string(defaultFormat) : format;
 }
@@ -145,13 +145,13 @@ std::string ImageParser::get(char const *command, char const *defaultValue)
     std::string const fallback = defaultValue ? defaultValue : "";
     if (!command)
         return fallback;
-    std::vector<std::string> tokens = split(command, *cmdSep);
+    std::vector<std::string> tokens = Split(command, *cmdSep);
     if (tokens.empty())
         tokens.emplace_back(command);
     if (std::string value; !m_variables.empty() && find(tokens[0].c_str(), value))
         return value;
 
-    int const index = commandIndex(tokens[0]);
+    int const index = CommandIndex(tokens[0]);
     if (index < 0)
         return fallback;
     // What stands behind a second colon is dropped.
@@ -162,11 +162,11 @@ std::string ImageParser::get(char const *command, char const *defaultValue)
     case CmdTab:
         return "\t";
     case CmdTime:
-        return formatTime(orElse(format, "%H%M%S").c_str());
+        return formatTime(OrElse(format, "%H%M%S").c_str());
     case CmdDate:
-        return formatTime(orElse(format, "%Y%m%d").c_str());
+        return formatTime(OrElse(format, "%Y%m%d").c_str());
     case CmdMillis:
-        return print(orElse(format, "%ld"), PrintFormat::Integer64, m_clockMs);
+        return Print(OrElse(format, "%ld"), PrintFormat::Integer64, m_clockMs);
     default:
         break;
     }
@@ -174,13 +174,13 @@ std::string ImageParser::get(char const *command, char const *defaultValue)
         return {};
     switch (index) {
     case CmdImageId:
-        return print(orElse(format, "%08lu"), PrintFormat::Integer64, m_image->frameID);
+        return Print(OrElse(format, "%08lu"), PrintFormat::Integer64, m_image->frameID);
     case CmdImageTime:
-        return print(orElse(format, "%lu"), PrintFormat::Integer64, m_image->timestamp);
+        return Print(OrElse(format, "%lu"), PrintFormat::Integer64, m_image->timestamp);
     case CmdImageDims:
-        return print(orElse(format, "%ux%u"), PrintFormat::Unsigned32, m_image->width, m_image->height);
+        return Print(OrElse(format, "%ux%u"), PrintFormat::Unsigned32, m_image->width, m_image->height);
     default:
-        return print(orElse(format, "0x%X"), PrintFormat::Unsigned32, m_image->pixelType);
+        return Print(OrElse(format, "0x%X"), PrintFormat::Unsigned32, m_image->pixelType);
     }
 }
 

@@ -4,30 +4,30 @@
 
 namespace {
 
-QString hex(TovCam::IntParam *node)
+QString Hex(TovCam::IntParam *node)
 {
     return QString::number(static_cast<quint64>(node->GetValue(nullptr)), 16);
 }
 
-QString text(TovCam::StringParam *node)
+QString Text(TovCam::StringParam *node)
 {
     return QString::fromUtf8(node->GetValue(nullptr));
 }
 
 // The node of the first name, or of the second where the camera has no such.
-TovCam::IntParam *findInt(TovCam::ParamArray *params, char const *name, char const *otherwise = nullptr)
+TovCam::IntParam *FindInt(TovCam::ParamArray *params, char const *name, char const *otherwise = nullptr)
 {
     TovCam::IntParam *const node = params->GetInt(name, nullptr);
     return node || !otherwise ? node : params->GetInt(otherwise, nullptr);
 }
 
-TovCam::StringParam *findString(TovCam::ParamArray *params, char const *name, char const *otherwise = nullptr)
+TovCam::StringParam *FindString(TovCam::ParamArray *params, char const *name, char const *otherwise = nullptr)
 {
     TovCam::StringParam *const node = params->GetString(name, nullptr);
     return node || !otherwise ? node : params->GetString(otherwise, nullptr);
 }
 
-void addDevice(QString *report, TovCam::ParamArray *params)
+void AddDevice(QString *report, TovCam::ParamArray *params)
 {
     struct
     {
@@ -45,12 +45,12 @@ void addDevice(QString *report, TovCam::ParamArray *params)
     };
     *report += QStringLiteral("Device Information\n");
     for (auto const &line : lines) {
-        if (TovCam::StringParam *const node = findString(params, line.name, line.otherwise))
-            *report += QString::fromLatin1(line.caption) + text(node) + QLatin1Char('\n');
+        if (TovCam::StringParam *const node = FindString(params, line.name, line.otherwise))
+            *report += QString::fromLatin1(line.caption) + Text(node) + QLatin1Char('\n');
     }
 }
 
-void addFirmware(QString *report, TovCam::ParamArray *params)
+void AddFirmware(QString *report, TovCam::ParamArray *params)
 {
     struct
     {
@@ -68,47 +68,47 @@ void addFirmware(QString *report, TovCam::ParamArray *params)
     };
     QString line;
     for (auto const &part : parts) {
-        if (TovCam::IntParam *const node = findInt(params, part.name, part.otherwise))
-            line += QString::fromLatin1(part.caption) + hex(node);
+        if (TovCam::IntParam *const node = FindInt(params, part.name, part.otherwise))
+            line += QString::fromLatin1(part.caption) + Hex(node);
     }
     if (!line.isEmpty())
         *report += QStringLiteral("Firmware Version: ") + line + QLatin1Char('\n');
 }
 
-void addVersions(QString *report, TovCam::ParamArray *params)
+void AddVersions(QString *report, TovCam::ParamArray *params)
 {
     *report += QStringLiteral("\nVersion Information\n");
     if (TovCam::EnumParam *const node = params->GetEnum("SensorType", nullptr))
         *report +=
             QStringLiteral("Sensor Type:       ") + QString::fromUtf8(node->GetValueStr(nullptr)) + QLatin1Char('\n');
-    if (TovCam::StringParam *const node = findString(params, "DeviceFirmwareVersion"))
-        *report += QStringLiteral("Device FW Version: ") + text(node) + QLatin1Char('\n');
-    addFirmware(report, params);
-    if (TovCam::IntParam *const node = findInt(params, "XmlVersion"))
-        *report += QStringLiteral("XML version:       ") + hex(node) + QLatin1Char('\n');
+    if (TovCam::StringParam *const node = FindString(params, "DeviceFirmwareVersion"))
+        *report += QStringLiteral("Device FW Version: ") + Text(node) + QLatin1Char('\n');
+    AddFirmware(report, params);
+    if (TovCam::IntParam *const node = FindInt(params, "XmlVersion"))
+        *report += QStringLiteral("XML version:       ") + Hex(node) + QLatin1Char('\n');
     // These two share a line: a camera has one of them.
-    if (TovCam::IntParam *const node = findInt(params, "U3VFirmwareVersion")) {
-        *report += QStringLiteral("U3V version:       ") + hex(node);
-        if (TovCam::IntParam *const build = findInt(params, "U3VFirmwareBuildNumber"))
-            *report += QStringLiteral(", build  ") + hex(build);
+    if (TovCam::IntParam *const node = FindInt(params, "U3VFirmwareVersion")) {
+        *report += QStringLiteral("U3V version:       ") + Hex(node);
+        if (TovCam::IntParam *const build = FindInt(params, "U3VFirmwareBuildNumber"))
+            *report += QStringLiteral(", build  ") + Hex(build);
     }
-    if (TovCam::IntParam *const node = findInt(params, "GevFirmwareSwVersion"))
-        *report += QStringLiteral("GEV version:       sw:") + hex(node);
-    if (TovCam::IntParam *const node = findInt(params, "GevFirmwareHwVersion"))
-        *report += QStringLiteral(" hw:") + hex(node);
+    if (TovCam::IntParam *const node = FindInt(params, "GevFirmwareSwVersion"))
+        *report += QStringLiteral("GEV version:       sw:") + Hex(node);
+    if (TovCam::IntParam *const node = FindInt(params, "GevFirmwareHwVersion"))
+        *report += QStringLiteral(" hw:") + Hex(node);
     *report += QLatin1Char('\n');
 }
 
-void addAdapter(QString *report, TovCam::ParamArray *params)
+void AddAdapter(QString *report, TovCam::ParamArray *params)
 {
-    TovCam::IntParam *const mac = params ? findInt(params, "GevInterfaceMACAddress") : nullptr;
+    TovCam::IntParam *const mac = params ? FindInt(params, "GevInterfaceMACAddress") : nullptr;
     if (!mac)
         return;
-    *report += QStringLiteral("\nNetwork Adapter Information:\nMAC:  ") + hex(mac) + QLatin1Char('\n');
-    if (TovCam::StringParam *const node = findString(params, "InterfaceDisplayName"))
-        *report += QStringLiteral("Name: ") + text(node) + QLatin1Char('\n');
-    if (TovCam::StringParam *const node = findString(params, "InterfaceID"))
-        *report += QStringLiteral("ID:   ") + text(node) + QLatin1Char('\n');
+    *report += QStringLiteral("\nNetwork Adapter Information:\nMAC:  ") + Hex(mac) + QLatin1Char('\n');
+    if (TovCam::StringParam *const node = FindString(params, "InterfaceDisplayName"))
+        *report += QStringLiteral("Name: ") + Text(node) + QLatin1Char('\n');
+    if (TovCam::StringParam *const node = FindString(params, "InterfaceID"))
+        *report += QStringLiteral("ID:   ") + Text(node) + QLatin1Char('\n');
 }
 
 } // namespace
@@ -119,14 +119,14 @@ QString CameraReport(TovCam::Device *device)
     if (!device)
         return report;
     if (TovCam::ParamArray *const params = device->GetCameraParameters(nullptr)) {
-        addDevice(&report, params);
-        addVersions(&report, params);
+        AddDevice(&report, params);
+        AddVersions(&report, params);
     }
     TovCam::DeviceInfo *const info = device->GetDeviceInfo();
     char const *const host = info->GetHostInformation();
     if (!host)
         return report;
     report += QStringLiteral("\nHost Information\n") + QString::fromUtf8(host);
-    addAdapter(&report, info->GetInterface()->GetInterfaceParameters(nullptr));
+    AddAdapter(&report, info->GetInterface()->GetInterfaceParameters(nullptr));
     return report;
 }

@@ -32,7 +32,7 @@ namespace {
 
 constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
 
-void sayOnStandardOutput(char const *text)
+void SayOnStandardOutput(char const *text)
 {
     std::puts(text);
     std::fflush(stdout);
@@ -355,7 +355,7 @@ void Session::enterIdle()
         try {
             m_sequence->Stop();
             if (RigTestPlugin *const plugin = GetRigTest()) {
-                sayOnStandardOutput("GetRigTest()->OnStop()");
+                SayOnStandardOutput("GetRigTest()->OnStop()");
                 plugin->OnStop();
             }
         } catch (...) { // what still runs is stopped before the next start, or at the end
@@ -376,7 +376,7 @@ void Session::enterAcquisition()
         m_sequence->StopWhatStillRuns();
         try {
             if (RigTestPlugin *const plugin = GetRigTest()) {
-                sayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
+                SayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
                 plugin->PrepareToAcquition();
             }
             m_sequence->Start();

@@ -12,7 +12,7 @@ constexpr unsigned int ValueBytes = 1024;
 
 // Calls `f` with the name of each of the component's parameters, inside the group.
 template<typename F>
-void forEachParam(QSettings *settings, QString const &group, TovComponent *component, F f)
+void ForEachParam(QSettings *settings, QString const &group, TovComponent *component, F f)
 {
     if (!settings || !component)
         return;
@@ -58,7 +58,7 @@ QSettings *AppSettings::GetSessionSettings(QString const &name)
 
 void AppSettings::SaveTovComponentSettings(QSettings *settings, QString const &group, TovComponent *component)
 {
-    forEachParam(settings, group, component, [&](char const *name, QString const &key) {
+    ForEachParam(settings, group, component, [&](char const *name, QString const &key) {
         char value[ValueBytes];
         unsigned int length = ValueBytes;
         if (TovSucceeded(component->GetParamAsString(name, value, &length, nullptr)))
@@ -68,7 +68,7 @@ void AppSettings::SaveTovComponentSettings(QSettings *settings, QString const &g
 
 void AppSettings::LoadTovComponentSettings(QSettings *settings, QString const &group, TovComponent *component)
 {
-    forEachParam(settings, group, component, [&](char const *name, QString const &key) {
+    ForEachParam(settings, group, component, [&](char const *name, QString const &key) {
         if (settings->contains(key))
             component->SetParamAsString(name, settings->value(key).toString().toUtf8().constData());
     });

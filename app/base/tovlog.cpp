@@ -28,37 +28,36 @@ constexpr std::size_t FirstCapacity = 512;
 constexpr std::size_t LargestCapacity = std::size_t{1} << 24;
 
 // Categories live until the process ends; looking one up takes a lock and a copy of its name.
-Category &programCategory()
+Category &Program()
 {
     static Category &category = Category::getInstance(ProgramCategory);
     return category;
 }
 
-Category &categoryOf(char const *name)
+Category &CategoryOf(char const *name)
 {
-    return name == ProgramCategory || std::strcmp(name, ProgramCategory) == 0 ? programCategory()
-                                                                              : Category::getInstance(name);
+    return name == ProgramCategory || std::strcmp(name, ProgramCategory) == 0 ? Program() : Category::getInstance(name);
 }
 
-int formatInto(char *buffer, std::size_t capacity, char const *format, va_list arguments)
+int FormatInto(char *buffer, std::size_t capacity, char const *format, va_list arguments)
 {
     return std::vsnprintf(buffer, capacity, format, arguments);
 }
 
-int formatInto(wchar_t *buffer, std::size_t capacity, wchar_t const *format, va_list arguments)
+int FormatInto(wchar_t *buffer, std::size_t capacity, wchar_t const *format, va_list arguments)
 {
     return std::vswprintf(buffer, capacity, format, arguments);
 }
 
 template<typename Char>
-Char *formatText(Char const *format, va_list arguments)
+Char *FormatText(Char const *format, va_list arguments)
 {
     std::size_t capacity = FirstCapacity;
     for (;;) {
         std::unique_ptr<Char[]> buffer(new Char[capacity]);
         va_list pass;
         va_copy(pass, arguments);
-        int const result = formatInto(buffer.get(), capacity, format, pass);
+        int const result = FormatInto(buffer.get(), capacity, format, pass);
         va_end(pass);
         if (result >= 0 && static_cast<std::size_t>(result) < capacity)
             return buffer.release();
@@ -72,15 +71,15 @@ Char *formatText(Char const *format, va_list arguments)
 
 using CodedFunction = void (*)(char const *, unsigned long, char *);
 
-void logCoded(Priority::Value level, CodedFunction function, unsigned long code, char const *format, va_list arguments)
+void LogCoded(Priority::Value level, CodedFunction function, unsigned long code, char const *format, va_list arguments)
 {
-    if (!programCategory().isPriorityEnabled(level))
+    if (!Program().isPriorityEnabled(level))
         return;
-    std::unique_ptr<char[]> const text(formatText(format, arguments));
+    std::unique_ptr<char[]> const text(FormatText(format, arguments));
     function(ProgramCategory, code, text.get());
 }
 
-std::string executableFolder()
+std::string ExecutableFolder()
 {
     char path[4096];
     ssize_t const length = readlink("/proc/self/exe", path, sizeof path);
@@ -91,7 +90,7 @@ std::string executableFolder()
 }
 
 // A file that is broken half way down leaves appenders behind, and levels at which texts would be made for nobody.
-void disableLogging()
+void DisableLogging()
 {
     std::unique_ptr<std::vector<Category *>> const categories(Category::getCurrentCategories());
     for (Category *category : *categories) {
@@ -105,14 +104,14 @@ void disableLogging()
 
 void TovLog4Cpp_configure(char const *file, char const * /*category*/)
 {
-    std::string const path = executableFolder() + "/" + file;
+    std::string const path = ExecutableFolder() + "/" + file;
     syslog(LOG_WARNING, "TovLog4Cpp: trying to load %s\n", path.c_str());
     try {
         log4cpp::PropertyConfigurator::configure(path);
         syslog(LOG_WARNING, "TovLog4Cpp: PropertyConfigurator::configure succeeded!\n");
     } catch (std::exception const &) {
         // ConfigureFailure, and what the library throws of its own over values that it cannot read.
-        disableLogging();
+        DisableLogging();
         syslog(LOG_WARNING, "TovLog4Cpp: PropertyConfigurator::configure failed, logging is disabled!");
     }
 }
@@ -121,7 +120,7 @@ char *help_str(char const *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    char *const text = formatText(format, arguments);
+    char *const text = FormatText(format, arguments);
     va_end(arguments);
     return text;
 }
@@ -130,39 +129,39 @@ wchar_t *help_str(wchar_t const *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    wchar_t *const text = formatText(format, arguments);
+    wchar_t *const text = FormatText(format, arguments);
     va_end(arguments);
     return text;
 }
 
 void TovLog4Cpp_Debug(char const *category, unsigned long code, char *message)
 {
-    categoryOf(category).debug("%s, code=%lu", message, code);
+    CategoryOf(category).debug("%s, code=%lu", message, code);
 }
 
 void TovLog4Cpp_Info(char const *category, unsigned long code, char *message)
 {
-    categoryOf(category).info("%s, code=%lu", message, code);
+    CategoryOf(category).info("%s, code=%lu", message, code);
 }
 
 void TovLog4Cpp_Notice(char const *category, char *message)
 {
-    categoryOf(category).notice("%s", message);
+    CategoryOf(category).notice("%s", message);
 }
 
 void TovLog4Cpp_Warning(char const *category, unsigned long code, char *message)
 {
-    categoryOf(category).warn("%s, code=%lu", message, code);
+    CategoryOf(category).warn("%s, code=%lu", message, code);
 }
 
 void TovLog4Cpp_Error(char const *category, unsigned long code, char *message)
 {
-    categoryOf(category).error("%s, code=%lu", message, code);
+    CategoryOf(category).error("%s, code=%lu", message, code);
 }
 
 void TovLog4Cpp_Fatal(char const *category, unsigned long code, char *message)
 {
-    categoryOf(category).fatal("%s, code=%lu", message, code);
+    CategoryOf(category).fatal("%s, code=%lu", message, code);
 }
 
 namespace TovLog {
@@ -171,7 +170,7 @@ void Debug(unsigned long code, char const *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    logCoded(Priority::DEBUG, TovLog4Cpp_Debug, code, format, arguments);
+    LogCoded(Priority::DEBUG, TovLog4Cpp_Debug, code, format, arguments);
     va_end(arguments);
 }
 
@@ -179,17 +178,17 @@ void Info(unsigned long code, char const *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    logCoded(Priority::INFO, TovLog4Cpp_Info, code, format, arguments);
+    LogCoded(Priority::INFO, TovLog4Cpp_Info, code, format, arguments);
     va_end(arguments);
 }
 
 void Notice(char const *format, ...)
 {
-    if (!programCategory().isPriorityEnabled(Priority::NOTICE))
+    if (!Program().isPriorityEnabled(Priority::NOTICE))
         return;
     va_list arguments;
     va_start(arguments, format);
-    std::unique_ptr<char[]> const text(formatText(format, arguments));
+    std::unique_ptr<char[]> const text(FormatText(format, arguments));
     va_end(arguments);
     TovLog4Cpp_Notice(ProgramCategory, text.get());
 }
@@ -198,7 +197,7 @@ void Warning(unsigned long code, char const *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    logCoded(Priority::WARN, TovLog4Cpp_Warning, code, format, arguments);
+    LogCoded(Priority::WARN, TovLog4Cpp_Warning, code, format, arguments);
     va_end(arguments);
 }
 
@@ -206,7 +205,7 @@ void Error(unsigned long code, char const *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    logCoded(Priority::ERROR, TovLog4Cpp_Error, code, format, arguments);
+    LogCoded(Priority::ERROR, TovLog4Cpp_Error, code, format, arguments);
     va_end(arguments);
 }
 
@@ -214,7 +213,7 @@ void Fatal(unsigned long code, char const *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    logCoded(Priority::FATAL, TovLog4Cpp_Fatal, code, format, arguments);
+    LogCoded(Priority::FATAL, TovLog4Cpp_Fatal, code, format, arguments);
     va_end(arguments);
 }
 

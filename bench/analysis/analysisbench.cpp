@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr int WIDTH = 4096;
-constexpr int HEIGHT = 3000;
+constexpr int Width = 4096;
+constexpr int Height = 3000;
 
 class Picture
 {
@@ -25,12 +25,12 @@ public:
     {
         std::uint32_t const mono[] = {TV_PIXEL_MONO8, TV_PIXEL_MONO10, TV_PIXEL_MONO12};
         std::uint32_t const bayer[] = {0x0308010E, 0x03100212, 0x03100316};
-        TovCreateImage(&image, {WIDTH, HEIGHT}, (mosaic ? bayer : mono)[(bits - 8) / 2]);
-        pixels = cv::Mat(HEIGHT, WIDTH, bits == 8 ? CV_8UC1 : CV_16UC1, image->imageData);
+        TovCreateImage(&image, {Width, Height}, (mosaic ? bayer : mono)[(bits - 8) / 2]);
+        pixels = cv::Mat(Height, Width, bits == 8 ? CV_8UC1 : CV_16UC1, image->imageData);
         // A gradient with noise, which is what a camera gives.
         std::minstd_rand random(1);
-        for (int y = 0; y < HEIGHT; ++y)
-            for (int x = 0; x < WIDTH; ++x) {
+        for (int y = 0; y < Height; ++y)
+            for (int x = 0; x < Width; ++x) {
                 int const value = int(((x + y) * 15 >> 7) + int(random() >> 8) % 64) % 1024 * (1 << bits) / 1024;
                 if (bits == 8)
                     pixels.at<std::uint8_t>(y, x) = std::uint8_t(value);
@@ -112,7 +112,7 @@ void Colours(benchmark::State &state)
     ImgProcessor processor(nullptr, nullptr);
     ComplexHisto histo;
     BayerHelper2 helper;
-    helper.SetUp(WIDTH, HEIGHT, std::uint32_t(bits), BayerHelper2::ColorClass, 1, &histo);
+    helper.SetUp(Width, Height, std::uint32_t(bits), BayerHelper2::ColorClass, 1, &histo);
     cv::Mat plane(picture.pixels.size(), picture.pixels.type());
     TakeTurns(
         state,
@@ -147,7 +147,7 @@ void Profile(benchmark::State &state)
                 processor.GetColHisto(picture.image, &histo);
         },
         [&] {
-            for (int i = 0; i < (columns ? WIDTH : HEIGHT); ++i) {
+            for (int i = 0; i < (columns ? Width : Height); ++i) {
                 cv::Scalar mean, stdDev;
                 cv::meanStdDev(columns ? picture.pixels.col(i) : picture.pixels.row(i), mean, stdDev);
                 benchmark::DoNotOptimize(mean);

@@ -24,10 +24,10 @@
 
 namespace {
 
-constexpr int WIDTH = 4096;
-constexpr int HEIGHT = 3000;
-constexpr int VIEW_WIDTH = 1500;
-constexpr int VIEW_HEIGHT = 1100;
+constexpr int Width = 4096;
+constexpr int Height = 3000;
+constexpr int ViewWidth = 1500;
+constexpr int ViewHeight = 1100;
 
 // Processor time of all threads: on an idle machine our parts, being of one thread each, take as long by the clock.
 double Milliseconds(std::function<void()> const &work)
@@ -71,7 +71,7 @@ class Peer
 public:
     explicit Peer(_TovImage const &frame) : m_info(*TovGetPixelTypeInfo(frame.pixelType))
     {
-        m_widget.resize(VIEW_WIDTH, VIEW_HEIGHT);
+        m_widget.resize(ViewWidth, ViewHeight);
         m_widget.show();
     }
     // The plain program makes QImages of grey frames and demosaics at the frame's own depth. `lean` is one that has
@@ -82,26 +82,26 @@ public:
         auto const line = [&](int y) {
             return frame.imageData + y * frame.lineStep;
         };
-        m_bytes.create(HEIGHT, WIDTH, CV_8U);
+        m_bytes.create(Height, Width, CV_8U);
         if (lean) {
-            for (int y = 0; y < HEIGHT; ++y)
-                TovUnpackLine8(frame.pixelType, line(y), WIDTH, m_bytes.ptr(y));
+            for (int y = 0; y < Height; ++y)
+                TovUnpackLine8(frame.pixelType, line(y), Width, m_bytes.ptr(y));
             cv::cvtColor(m_bytes, m_screen, bayer ? cv::COLOR_BayerRG2BGRA : cv::COLOR_GRAY2BGRA);
         } else if (bayer) {
-            m_words.create(HEIGHT, WIDTH, CV_16U);
-            for (int y = 0; y < HEIGHT; ++y)
-                TovUnpackLine(frame.pixelType, line(y), WIDTH, m_words.ptr<std::uint16_t>(y));
+            m_words.create(Height, Width, CV_16U);
+            for (int y = 0; y < Height; ++y)
+                TovUnpackLine(frame.pixelType, line(y), Width, m_words.ptr<std::uint16_t>(y));
             cv::cvtColor(m_words, m_colours, cv::COLOR_BayerRG2BGR);
             m_colours.convertTo(m_reduced, CV_8U, 1.0 / (1 << (m_info.bitDepth - 8)));
             cv::cvtColor(m_reduced, m_screen, cv::COLOR_BGR2BGRA);
         } else {
-            QImage const grey(frame.imageData, WIDTH, HEIGHT, int(frame.lineStep),
+            QImage const grey(frame.imageData, Width, Height, int(frame.lineStep),
                               m_info.bitDepth > 8 ? QImage::Format_Grayscale16 : QImage::Format_Grayscale8);
             m_widget.image = grey.convertToFormat(QImage::Format_RGB32);
             m_widget.repaint();
             return;
         }
-        m_widget.image = QImage(m_screen.data, WIDTH, HEIGHT, int(m_screen.step), QImage::Format_RGB32);
+        m_widget.image = QImage(m_screen.data, Width, Height, int(m_screen.step), QImage::Format_RGB32);
         m_widget.repaint();
     }
 
@@ -128,7 +128,7 @@ std::uint32_t TypeOf(char const *name)
 void Display(benchmark::State &state, char const *type, long fit, bool withPeer, QSize view)
 {
     _TovImage *frame = nullptr;
-    TovCreateImage(&frame, {WIDTH, HEIGHT}, TypeOf(type));
+    TovCreateImage(&frame, {Width, Height}, TypeOf(type));
     std::mt19937 random(1);
     for (std::uint32_t i = 0; i < frame->imageSize; ++i)
         frame->imageData[i] = std::uint8_t(i / 40 + (random() & 7));
@@ -194,7 +194,7 @@ int main(int argc, char **argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
-    QSize const full(VIEW_WIDTH, VIEW_HEIGHT);
+    QSize const full(ViewWidth, ViewHeight);
     for (char const *type : {"Mono8", "BayerRG12Packed", "Mono16"})
         benchmark::RegisterBenchmark((std::string("Fitted/") + type).c_str(), Display, type, 1L, true, full)
             ->UseManualTime();

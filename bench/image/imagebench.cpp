@@ -117,7 +117,7 @@ void AgainstMemcpy(benchmark::State &state, std::uint32_t from, std::uint32_t to
         [&] { std::memcpy(b->imageData, a->imageData, a->imageSize); });
 }
 
-constexpr std::uint32_t WIDTH = 4096, HEIGHT = 3000;
+constexpr std::uint32_t Width = 4096, Height = 3000;
 
 cv::Mat MatOf(Image const &image, int type)
 {
@@ -131,12 +131,12 @@ void AgainstOpenCV(benchmark::State &state, TovPixelTypeInfo const *from, TovPix
 {
     cv::setNumThreads(threads);
     state.counters["threads"] = cv::getNumThreads();
-    Image const source(from->pixelType, WIDTH, HEIGHT), destination(to->pixelType, WIDTH, HEIGHT);
+    Image const source(from->pixelType, Width, Height), destination(to->pixelType, Width, Height);
     bool const bytes = to->bitDepth == 8;
     std::string const flat = std::string(from->name, 7) + std::to_string(bytes ? 8 : from->bitDepth);
     TovPixelTypeInfo const *raw = InfoOf(flat);
-    Image const unpacked(raw->pixelType, WIDTH, HEIGHT), shifted(raw->pixelType, WIDTH, HEIGHT);
-    Image const picture(to->pixelType, WIDTH, HEIGHT);
+    Image const unpacked(raw->pixelType, Width, Height), shifted(raw->pixelType, Width, Height);
+    Image const picture(to->pixelType, Width, Height);
     int const depth = bytes ? CV_8U : CV_16U;
     bool const unpack = raw != from;
     bool const shift = to->bitDepth > raw->bitDepth;
@@ -160,7 +160,7 @@ void AgainstOpenCV(benchmark::State &state, TovPixelTypeInfo const *from, TovPix
                 plain.convertTo(deep, depth, 1 << (to->bitDepth - raw->bitDepth));
             cv::demosaicing(shift ? deep : plain, colours, code);
         });
-    cv::Rect const inside(1, 1, int(WIDTH) - 2, int(HEIGHT) - 2);
+    cv::Rect const inside(1, 1, int(Width) - 2, int(Height) - 2);
     if (!shift && cv::norm(colours(inside), MatOf(destination, colours.type())(inside), cv::NORM_INF) != 0)
         state.SkipWithError("the pictures differ");
 }
@@ -188,14 +188,14 @@ void AgainstSwscale(benchmark::State &state, TovPixelTypeInfo const *from, TovPi
                     SwscalePair const &pair)
 {
     cv::setNumThreads(1);
-    Image const source(from->pixelType, WIDTH, HEIGHT), destination(to->pixelType, WIDTH, HEIGHT);
-    Image const picture(to->pixelType, WIDTH, HEIGHT);
+    Image const source(from->pixelType, Width, Height), destination(to->pixelType, Width, Height);
+    Image const picture(to->pixelType, Width, Height);
     // Samples within their depth.
     if (from->bitDepth > 8 && from->bitDepth < 16) {
         for (std::uint32_t i = 1; i < source->imageSize; i += 2)
             source->imageData[i] &= 0xFF >> (16 - from->bitDepth);
     }
-    SwsContext *const context = sws_getContext(int(WIDTH), int(HEIGHT), pair.peerFrom, int(WIDTH), int(HEIGHT),
+    SwsContext *const context = sws_getContext(int(Width), int(Height), pair.peerFrom, int(Width), int(Height),
                                                pair.peerTo, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
     if (!context)
         return state.SkipWithError("swscale cannot");
@@ -205,7 +205,7 @@ void AgainstSwscale(benchmark::State &state, TovPixelTypeInfo const *from, TovPi
     TakeTurns(
         state, double(source->imageSize) + destination->imageSize,
         [&] { TovConvertImage(destination.Get(), source.Get()); },
-        [&] { sws_scale(context, lines, step, 0, int(HEIGHT), out, outStep); });
+        [&] { sws_scale(context, lines, step, 0, int(Height), out, outStep); });
     sws_freeContext(context);
 }
 
@@ -214,20 +214,20 @@ void AgainstSwscale(benchmark::State &state, TovPixelTypeInfo const *from, TovPi
 // An image made and freed, as for every frame that is kept, beside what the heap gives; both touch every page.
 void AgainstTheHeap(benchmark::State &state)
 {
-    constexpr std::size_t SIZE = 37'000'000;
+    constexpr std::size_t Size = 37'000'000;
     auto const touch = [](void *memory) {
-        for (std::size_t at = 0; at < SIZE; at += 4096)
+        for (std::size_t at = 0; at < Size; at += 4096)
             static_cast<volatile char *>(memory)[at] = 1;
     };
     TakeTurns(
         state, 0,
         [&] {
-            void *memory = TovAllocFrameMemory(SIZE);
+            void *memory = TovAllocFrameMemory(Size);
             touch(memory);
             TovFreeFrameMemory(memory);
         },
         [&] {
-            void *memory = std::malloc(SIZE);
+            void *memory = std::malloc(Size);
             touch(memory);
             std::free(memory);
         });

@@ -39,7 +39,7 @@ constexpr std::uint64_t QueueSize = 16;
 constexpr std::uint64_t QueuePlaces = QueueSize - 3; // a capturing FIFO leaves three buffers to the stream
 constexpr std::int64_t QueueRoom = 8;                // an unhurried camera never fills the FIFO
 
-std::string folder()
+std::string Folder()
 {
     char const *const asked = std::getenv("TOV_BENCH_FOLDER");
     std::string const path = (asked ? std::string(asked) : std::filesystem::temp_directory_path().string()) +
@@ -48,59 +48,59 @@ std::string folder()
     return path;
 }
 
-std::string fileName(std::uint64_t id)
+std::string FileName(std::uint64_t id)
 {
     char name[64];
     std::snprintf(name, sizeof name, "/image_%08lu.raw", static_cast<unsigned long>(id));
-    return folder() + name;
+    return Folder() + name;
 }
 
-void removeOld(std::uint64_t id)
+void RemoveOld(std::uint64_t id)
 {
     if (id > FilesKept)
-        unlink(fileName(id - FilesKept).c_str());
+        unlink(FileName(id - FilesKept).c_str());
 }
 
-void removeAll()
+void RemoveAll()
 {
-    std::filesystem::remove_all(folder());
+    std::filesystem::remove_all(Folder());
 }
 
-double median(std::vector<double> values)
+double Median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
     return values.empty() ? 0 : values[values.size() / 2];
 }
 
-double seconds(Clock::time_point begin)
+double Seconds(Clock::time_point begin)
 {
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-void sync()
+void Sync()
 {
-    int const directory = open(folder().c_str(), O_RDONLY | O_DIRECTORY);
+    int const directory = open(Folder().c_str(), O_RDONLY | O_DIRECTORY);
     syncfs(directory);
     close(directory);
 }
 
-bool hasRoomFor(std::uint64_t frames)
+bool HasRoomFor(std::uint64_t frames)
 {
-    return std::filesystem::space(folder()).available > (frames + RunFrames) * FrameSize;
+    return std::filesystem::space(Folder()).available > (frames + RunFrames) * FrameSize;
 }
 
 // Seconds of each frame, none when it failed. What the file system still does afterwards is not in them.
-std::vector<double> writePlainly(std::uint64_t frames, int flags)
+std::vector<double> WritePlainly(std::uint64_t frames, int flags)
 {
     void *memory = nullptr;
     if (posix_memalign(&memory, 4096, FrameSize) != 0)
         return {};
     std::fill_n(static_cast<char *>(memory), FrameSize, 0);
-    bool const keep = hasRoomFor(frames);
+    bool const keep = HasRoomFor(frames);
     std::vector<double> times;
     for (std::uint64_t id = 1; id <= frames; ++id) {
         auto const begin = Clock::now();
-        int const file = open(fileName(id).c_str(), O_CREAT | O_WRONLY | O_EXCL | flags, 0666);
+        int const file = open(FileName(id).c_str(), O_CREAT | O_WRONLY | O_EXCL | flags, 0666);
         std::size_t done = 0;
         while (file >= 0 && done < FrameSize) {
             ssize_t const count = write(file, static_cast<char *>(memory) + done, FrameSize - done);
@@ -112,30 +112,30 @@ std::vector<double> writePlainly(std::uint64_t frames, int flags)
             close(file);
         if (done < FrameSize) {
             times.clear();
-            removeAll(); // or its names would be taken for the next try
+            RemoveAll(); // or its names would be taken for the next try
             break;
         }
-        times.push_back(seconds(begin));
+        times.push_back(Seconds(begin));
         if (!keep)
-            removeOld(id);
+            RemoveOld(id);
     }
     std::free(memory);
     return times;
 }
 
 // Frames a second.
-double plainRun(int flags)
+double PlainRun(int flags)
 {
     auto const begin = Clock::now();
-    bool const failed = writePlainly(RunFrames, flags).empty();
-    sync();
-    double const time = seconds(begin);
-    removeAll();
+    bool const failed = WritePlainly(RunFrames, flags).empty();
+    Sync();
+    double const time = Seconds(begin);
+    RemoveAll();
     return failed ? 0 : RunFrames / time;
 }
 
 // Whether a queue with these places never overflows when frames come at this rate and are served in these times.
-bool allows(std::vector<double> const &times, double rate)
+bool Allows(std::vector<double> const &times, double rate)
 {
     std::vector<double> ends;
     double end = 0;
@@ -151,12 +151,12 @@ bool allows(std::vector<double> const &times, double rate)
 }
 
 // Frames a second that a plain program with such a queue would have written without a loss.
-double allowedRate(std::vector<double> const &times)
+double AllowedRate(std::vector<double> const &times)
 {
-    double low = 0, high = 1 / median(times);
+    double low = 0, high = 1 / Median(times);
     for (int i = 0; i < 40; ++i) {
         double const middle = (low + high) / 2;
-        (allows(times, middle) ? low : high) = middle;
+        (Allows(times, middle) ? low : high) = middle;
     }
     return low;
 }
@@ -168,13 +168,13 @@ struct Run
 };
 
 // With a rate the camera keeps it and a frame that finds no buffer is lost; with 0 it waits for the writer.
-Run record(std::uint64_t frames, double rate)
+Run Record(std::uint64_t frames, double rate)
 {
     FakeDevice device;
     device.stream.SetFormat(Width, Height, TV_PIXEL_MONO8, 8);
     GrabbingFifo fifo(nullptr, &device);
     ImageWriter writer(nullptr, &fifo, nullptr);
-    writer.SetParamString("FilePath", folder().c_str());
+    writer.SetParamString("FilePath", Folder().c_str());
     fifo.CreateBuffers();
     fifo.StartGrabbing();
     fifo.SetState(SessionStateCapturing);
@@ -185,7 +185,7 @@ Run record(std::uint64_t frames, double rate)
         GrabbingFifo::Accounts const accounts = fifo.GetAccounts();
         return pushed - accounts.arrived + accounts.queued;
     };
-    bool const keep = hasRoomFor(frames);
+    bool const keep = HasRoomFor(frames);
     auto const begin = Clock::now();
     for (std::uint64_t id = 1; id <= frames; ++id) {
         if (rate > 0)
@@ -201,7 +201,7 @@ Run record(std::uint64_t frames, double rate)
         pushed += taken;
         run.refused += !taken;
         if (!keep)
-            removeOld(id > 16 ? id - 16 : 0); // what the FIFO may hold is not written yet
+            RemoveOld(id > 16 ? id - 16 : 0); // what the FIFO may hold is not written yet
     }
     device.stream.WaitUntilDrained();
     GrabbingFifo::Accounts accounts = fifo.GetAccounts();
@@ -210,19 +210,19 @@ Run record(std::uint64_t frames, double rate)
         accounts = fifo.GetAccounts();
     }
     if (rate == 0)
-        sync();
-    run.rate = static_cast<double>(frames) / seconds(begin);
+        Sync();
+    run.rate = static_cast<double>(frames) / Seconds(begin);
     writer.StopWriting();
     run.saved = writer.GetLedger().saved;
     run.dropped = writer.GetLedger().droppedSW;
     fifo.SetState(SessionStateAcquisition);
     fifo.StopGrabbing();
     fifo.ReleaseBuffers();
-    removeAll();
+    RemoveAll();
     return run;
 }
 
-double megabytes(double rate)
+double Megabytes(double rate)
 {
     return rate * static_cast<double>(FrameSize) / 1e6;
 }
@@ -234,18 +234,18 @@ void RawSeriesAgainstPlainWrite(benchmark::State &state)
     std::int64_t lost = 0;
     for (auto _ : state) {
         for (int round = 0; round < Rounds; ++round) {
-            cached.push_back(plainRun(0));
-            direct.push_back(plainRun(O_DIRECT));
-            Run const run = record(RunFrames, 0);
+            cached.push_back(PlainRun(0));
+            direct.push_back(PlainRun(O_DIRECT));
+            Run const run = Record(RunFrames, 0);
             own.push_back(run.rate);
             lost += static_cast<std::int64_t>(RunFrames) - run.saved;
         }
     }
-    double const plain = std::max(median(cached), median(direct));
-    state.counters["plain_cached_MB/s"] = megabytes(median(cached));
-    state.counters["plain_direct_MB/s"] = megabytes(median(direct));
-    state.counters["writer_MB/s"] = megabytes(median(own));
-    state.counters["ratio"] = median(own) / plain;
+    double const plain = std::max(Median(cached), Median(direct));
+    state.counters["plain_cached_MB/s"] = Megabytes(Median(cached));
+    state.counters["plain_direct_MB/s"] = Megabytes(Median(direct));
+    state.counters["writer_MB/s"] = Megabytes(Median(own));
+    state.counters["ratio"] = Median(own) / plain;
     state.counters["lost"] = static_cast<double>(lost); // of an unhurried camera: none
 }
 BENCHMARK(RawSeriesAgainstPlainWrite)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
@@ -259,26 +259,26 @@ void NoDropAtTheRateOfTheDisk(benchmark::State &state)
     Run sum{};
     for (auto _ : state) {
         for (int round = 0; round < LongRounds; ++round) {
-            std::vector<double> times = writePlainly(LongRunFrames, O_DIRECT);
+            std::vector<double> times = WritePlainly(LongRunFrames, O_DIRECT);
             if (times.empty())
-                times = writePlainly(LongRunFrames, 0); // a file system that knows no O_DIRECT
+                times = WritePlainly(LongRunFrames, 0); // a file system that knows no O_DIRECT
             if (times.empty()) {
                 state.SkipWithError("the plain program could not write");
                 return;
             }
-            sync();
-            removeAll();
-            sync();
-            allowed.push_back(allowedRate(times));
-            Run const run = record(LongRunFrames, share * allowed.back());
+            Sync();
+            RemoveAll();
+            Sync();
+            allowed.push_back(AllowedRate(times));
+            Run const run = Record(LongRunFrames, share * allowed.back());
             sum.saved += run.saved;
             sum.dropped += run.dropped;
             sum.refused += run.refused;
             std::printf("  plain, flat out: %.0f MB/s, slowest frame %.0f ms, allows %.0f MB/s; camera %.0f MB/s: "
                         "%ld saved, %ld dropped, %ld without a buffer\n",
-                        megabytes(static_cast<double>(times.size()) / std::accumulate(times.begin(), times.end(), 0.0)),
-                        1e3 * *std::max_element(times.begin(), times.end()), megabytes(allowed.back()),
-                        megabytes(share * allowed.back()), static_cast<long>(run.saved), static_cast<long>(run.dropped),
+                        Megabytes(static_cast<double>(times.size()) / std::accumulate(times.begin(), times.end(), 0.0)),
+                        1e3 * *std::max_element(times.begin(), times.end()), Megabytes(allowed.back()),
+                        Megabytes(share * allowed.back()), static_cast<long>(run.saved), static_cast<long>(run.dropped),
                         static_cast<long>(run.refused));
         }
     }
@@ -286,8 +286,8 @@ void NoDropAtTheRateOfTheDisk(benchmark::State &state)
     state.counters["saved"] = static_cast<double>(sum.saved);
     state.counters["dropped_sw"] = static_cast<double>(sum.dropped);
     state.counters["no_buffer"] = static_cast<double>(sum.refused);
-    state.counters["allowed_MB/s"] = megabytes(median(allowed));
-    state.counters["camera_MB/s"] = megabytes(share * median(allowed));
+    state.counters["allowed_MB/s"] = Megabytes(Median(allowed));
+    state.counters["camera_MB/s"] = Megabytes(share * Median(allowed));
 }
 BENCHMARK(NoDropAtTheRateOfTheDisk)
     ->ArgName("percent")
@@ -304,6 +304,6 @@ int main(int argc, char **argv)
     log4cpp::Category::setRootPriority(log4cpp::Priority::ERROR);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
-    removeAll();
+    RemoveAll();
     return 0;
 }

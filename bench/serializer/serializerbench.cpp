@@ -31,7 +31,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t WIDTH = 4096, HEIGHT = 3000;
+constexpr std::uint32_t Width = 4096, Height = 3000;
 constexpr std::uint32_t BAYERRG8 = 0x0308010E;
 
 double Now()
@@ -59,27 +59,27 @@ public:
         _TovImage *scene = nullptr;
         bool const colour = type == TV_PIXEL_RGB8;
         bool const wide = type == TV_PIXEL_MONO12 || type == TV_PIXEL_MONO16;
-        TovCreateImage(&scene, {WIDTH, HEIGHT}, colour ? BAYERRG8 : type);
+        TovCreateImage(&scene, {Width, Height}, colour ? BAYERRG8 : type);
         std::mt19937 random(1);
         std::normal_distribution<float> normal(0, float(noise));
         std::vector<float> grain(1 << 16);
         for (float &value : grain)
             value = normal(random);
         float const scale = type == TV_PIXEL_MONO16 ? 256 : type == TV_PIXEL_MONO12 ? 16 : 1;
-        for (std::uint32_t y = 0; y < HEIGHT; ++y) {
-            for (std::uint32_t x = 0; x < WIDTH; ++x) {
-                float value = 40 + 90.0f * float(x) / WIDTH + 30.0f * float(y) / HEIGHT;
+        for (std::uint32_t y = 0; y < Height; ++y) {
+            for (std::uint32_t x = 0; x < Width; ++x) {
+                float value = 40 + 90.0f * float(x) / Width + 30.0f * float(y) / Height;
                 value += (x / 300 + y / 200) % 2 ? 35.0f : 0.0f;
                 value += 6 * std::sin(float(x) * 0.11f) * std::sin(float(y) * 0.07f);
                 value = std::clamp((value + grain[random() & 0xFFFF]) * scale, 0.0f, 255.9f * scale);
                 if (wide)
-                    reinterpret_cast<std::uint16_t *>(scene->imageData)[y * WIDTH + x] = std::uint16_t(value);
+                    reinterpret_cast<std::uint16_t *>(scene->imageData)[y * Width + x] = std::uint16_t(value);
                 else
-                    scene->imageData[y * WIDTH + x] = std::uint8_t(value);
+                    scene->imageData[y * Width + x] = std::uint8_t(value);
             }
         }
         if (colour) {
-            TovCreateImage(&m_image, {WIDTH, HEIGHT}, type);
+            TovCreateImage(&m_image, {Width, Height}, type);
             TovConvertImage(m_image, scene);
             TovReleaseImage(&scene);
         } else {
@@ -174,7 +174,7 @@ using WriteOne = std::function<bool(std::string const &name)>;
 // them.
 void SeriesAgainstPlainWrites(benchmark::State &state, char const *extension, std::uint32_t type)
 {
-    constexpr int FRAMES = 150, TURNS = 5;
+    constexpr int Frames = 150, Turns = 5;
     Frame const frame(type, 2);
     Folder const folder;
     Serializer serializer;
@@ -187,10 +187,10 @@ void SeriesAgainstPlainWrites(benchmark::State &state, char const *extension, st
     for (auto _ : state) {
         std::vector<double> turns[3], unsynced[3], frames[3];
         serializer->StartImageSeries(frame.Get(), extension);
-        for (int turn = -1; turn < TURNS; ++turn) { // the first one warms up
+        for (int turn = -1; turn < Turns; ++turn) { // the first one warms up
             for (int side = 0; side < 3; ++side) {
                 double const begin = Now();
-                for (int i = 0; i < FRAMES; ++i) {
+                for (int i = 0; i < Frames; ++i) {
                     double const from = Now();
                     if (!sides[side](folder.Name(std::to_string(i) + "." + extension)))
                         state.SkipWithError("a file could not be written");
@@ -209,7 +209,7 @@ void SeriesAgainstPlainWrites(benchmark::State &state, char const *extension, st
         serializer->Stop();
         double const ours = Median(turns[0]);
         state.SetIterationTime(ours);
-        double const megabytes = double(size) * FRAMES * 1e-6;
+        double const megabytes = double(size) * Frames * 1e-6;
         state.counters["ratio"] = std::min(Median(turns[1]), Median(turns[2])) / ours;
         state.counters["ratio_unsynced"] = std::min(Median(unsynced[1]), Median(unsynced[2])) / Median(unsynced[0]);
         state.counters["MB/s"] = megabytes / ours;
@@ -224,8 +224,8 @@ void SeriesAgainstPlainWrites(benchmark::State &state, char const *extension, st
 // As many frames as a long recording has, one after another: what a queue of 16 in front would have to hold.
 void LongRawSeries(benchmark::State &state)
 {
-    constexpr int FRAMES = 2000, KEPT = 400;
-    constexpr double QUEUE = 16;
+    constexpr int Frames = 2000, Kept = 400;
+    constexpr double Queue = 16;
     Frame const frame(TV_PIXEL_MONO8, 2);
     Folder const folder;
     Serializer serializer;
@@ -233,12 +233,12 @@ void LongRawSeries(benchmark::State &state)
         serializer->StartImageSeries(frame.Get(), "raw");
         std::vector<double> times;
         double const begin = Now();
-        for (int i = 0; i < FRAMES; ++i) {
+        for (int i = 0; i < Frames; ++i) {
             double const from = Now();
             serializer->WriteFrame(frame.Get(), folder.Name("f" + std::to_string(i) + ".raw").c_str());
             times.push_back(Now() - from);
-            if (i >= KEPT) // outside a frame's time; the disk is not that large
-                unlink(folder.Name("f" + std::to_string(i - KEPT) + ".raw").c_str());
+            if (i >= Kept) // outside a frame's time; the disk is not that large
+                unlink(folder.Name("f" + std::to_string(i - Kept) + ".raw").c_str());
         }
         state.SetIterationTime(Now() - begin);
         serializer->Stop();
@@ -246,15 +246,15 @@ void LongRawSeries(benchmark::State &state)
         for (double const time : times)
             sum += time;
         // A camera at 0.9 of that rate: the longest that its queue becomes.
-        double const period = sum / FRAMES / 0.9;
+        double const period = sum / Frames / 0.9;
         double backlog = 0, longest = 0;
         for (double const time : times) {
             backlog = std::max(0.0, backlog + time - period);
             longest = std::max(longest, backlog / period);
         }
-        state.counters["MB/s"] = double(frame->imageSize) * FRAMES / sum * 1e-6;
+        state.counters["MB/s"] = double(frame->imageSize) * Frames / sum * 1e-6;
         state.counters["queue"] = longest;
-        state.counters["drops"] = longest > QUEUE ? longest - QUEUE : 0;
+        state.counters["drops"] = longest > Queue ? longest - Queue : 0;
         state.counters["p99/median"] = Quantile(times, 0.99) / Median(times);
         folder.Clear();
     }
@@ -264,23 +264,23 @@ void LongRawSeries(benchmark::State &state)
 // first: the longer the movie, the more of it the disk has to take at once.
 void AviAgainstFfmpeg(benchmark::State &state)
 {
-    constexpr int HELD = 8, TURNS = 3;
+    constexpr int Held = 8, Turns = 3;
     int const frames = int(state.range(0));
     Frame const frame(TV_PIXEL_MONO8, 2);
     Folder const folder;
     Serializer serializer;
     std::string const input = "/dev/shm/serializer-bench-" + std::to_string(getpid()) + ".gray";
     FILE *const file = std::fopen(input.c_str(), "wb");
-    for (int i = 0; i < HELD; ++i)
+    for (int i = 0; i < Held; ++i)
         std::fwrite(frame->imageData, 1, frame->imageSize, file);
     std::fclose(file);
-    std::string const command = "ffmpeg -v error -nostdin -stream_loop " + std::to_string(frames / HELD - 1) +
+    std::string const command = "ffmpeg -v error -nostdin -stream_loop " + std::to_string(frames / Held - 1) +
                                 " -f rawvideo -pix_fmt gray -s 4096x3000 -r 25 -i " + input + " -c:v rawvideo -y " +
                                 folder.Name("peer.avi");
     for (auto _ : state) {
         std::vector<double> turns[2], unsynced[2];
         std::uintmax_t sizes[2];
-        for (int turn = -1; turn < TURNS; ++turn) {
+        for (int turn = -1; turn < Turns; ++turn) {
             double begin = Now();
             serializer->StartMovie(frame.Get(), folder.Name("ours.avi").c_str(), 25);
             for (int i = 0; i < frames; ++i)
@@ -321,14 +321,14 @@ void AviAgainstFfmpeg(benchmark::State &state)
 void EncodeAgainst(benchmark::State &state, Frame const &frame, char const *extension, Folder const &folder,
                    std::function<std::size_t()> const &peer)
 {
-    constexpr int TURNS = 15;
+    constexpr int Turns = 15;
     Serializer serializer;
     std::string const name = folder.Name(std::string("ours.") + extension);
     for (auto _ : state) {
         std::vector<double> turns[2];
         double sizes[2] = {};
         serializer->StartImageSeries(frame.Get(), extension);
-        for (int turn = -1; turn < TURNS; ++turn) {
+        for (int turn = -1; turn < Turns; ++turn) {
             double const begin = Now();
             if (serializer->WriteFrame(frame.Get(), name.c_str()) != TOV_SERIALIZER_OK)
                 state.SkipWithError("a file could not be written");
@@ -357,13 +357,13 @@ void JpegAgainstTurbojpeg(benchmark::State &state, std::uint32_t type)
     Folder const folder;
     bool const grey = type == TV_PIXEL_MONO8;
     int const sampling = grey ? TJSAMP_GRAY : TJSAMP_420;
-    std::vector<unsigned char> out(tjBufSize(WIDTH, HEIGHT, sampling));
+    std::vector<unsigned char> out(tjBufSize(Width, Height, sampling));
     tjhandle const encoder = tjInitCompress();
     std::string const name = folder.Name("peer.jpg");
     EncodeAgainst(state, frame, "jpg", folder, [&] {
         unsigned char *data = out.data();
         unsigned long size = out.size();
-        tjCompress2(encoder, frame->imageData, WIDTH, 0, HEIGHT, grey ? TJPF_GRAY : TJPF_RGB, &data, &size, sampling,
+        tjCompress2(encoder, frame->imageData, Width, 0, Height, grey ? TJPF_GRAY : TJPF_RGB, &data, &size, sampling,
                     85, TJFLAG_NOREALLOC);
         WritePlainly(name, data, size, 0);
         unlink(name.c_str());
@@ -379,7 +379,7 @@ void PngAgainstOpenCv(benchmark::State &state, std::uint32_t type, double noise)
     Frame const frame(type, noise);
     Folder const folder;
     bool const wide = type == TV_PIXEL_MONO16;
-    cv::Mat const picture(HEIGHT, WIDTH, wide ? CV_16UC1 : type == TV_PIXEL_RGB8 ? CV_8UC3 : CV_8UC1, frame->imageData);
+    cv::Mat const picture(Height, Width, wide ? CV_16UC1 : type == TV_PIXEL_RGB8 ? CV_8UC3 : CV_8UC1, frame->imageData);
     std::vector<unsigned char> out;
     EncodeAgainst(state, frame, "png", folder, [&] {
         cv::imencode(".png", picture, out);

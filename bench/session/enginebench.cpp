@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::uint32_t Buffers = 64;
 
-double processSeconds()
+double ProcessSeconds()
 {
     timespec time;
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -49,7 +49,7 @@ private:
     std::thread m_thread;
 };
 
-void report(benchmark::State &state, std::int64_t frames, double cpu)
+void Report(benchmark::State &state, std::int64_t frames, double cpu)
 {
     state.counters["frames"] = benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
     state.counters["cpu_us_per_frame"] = cpu * 1e6 / static_cast<double>(frames);
@@ -64,7 +64,7 @@ void BareStream(benchmark::State &state)
     double cpu = 0;
     {
         Camera const camera(device.stream);
-        double const begin = processSeconds();
+        double const begin = ProcessSeconds();
         for (auto _ : state) {
             std::int32_t error = 0;
             TovCam::Buffer *const buffer = device.stream.GetBuffer(TovCam::WaitForever, &error);
@@ -72,9 +72,9 @@ void BareStream(benchmark::State &state)
             device.stream.QueueBuffer(buffer);
             ++frames;
         }
-        cpu = processSeconds() - begin;
+        cpu = ProcessSeconds() - begin;
     }
-    report(state, frames, cpu);
+    Report(state, frames, cpu);
     device.stream.StopAcquisition(1);
     device.stream.ReleaseBufferQueue();
 }
@@ -94,16 +94,16 @@ void ThroughFifo(benchmark::State &state)
     {
         Camera const camera(device.stream);
         std::int64_t const first = fifo.GetFramesAcquired();
-        double const begin = processSeconds();
+        double const begin = ProcessSeconds();
         for (auto _ : state) {
             TovCam::Buffer *buffer = nullptr;
             fifo.PopOldestBuffer(&buffer);
             fifo.ReleaseBuffer(buffer);
         }
-        cpu = processSeconds() - begin;
+        cpu = ProcessSeconds() - begin;
         frames = fifo.GetFramesAcquired() - first;
     }
-    report(state, frames, cpu);
+    Report(state, frames, cpu);
     state.counters["dropped"] = static_cast<double>(fifo.GetFramesDroppedSW());
     fifo.StopGrabbing();
     fifo.ReleaseBuffers();
@@ -122,13 +122,13 @@ void WatchedThroughFifo(benchmark::State &state)
     double cpu = 0;
     {
         Camera const camera(device.stream);
-        double const begin = processSeconds();
+        double const begin = ProcessSeconds();
         for (auto _ : state)
             std::this_thread::sleep_for(std::chrono::milliseconds(10)); // the display takes a frame now and then
-        cpu = processSeconds() - begin;
+        cpu = ProcessSeconds() - begin;
         frames = fifo.GetFramesAcquired();
     }
-    report(state, frames, cpu);
+    Report(state, frames, cpu);
     fifo.StopGrabbing();
     fifo.ReleaseBuffers();
 }

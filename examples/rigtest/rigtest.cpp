@@ -17,40 +17,40 @@ namespace {
 
 constexpr int PollInterval = 20; // ms
 
-std::int64_t environmentNumber(char const *name, std::int64_t otherwise)
+std::int64_t EnvironmentNumber(char const *name, std::int64_t otherwise)
 {
     bool valid = false;
     int const value = qEnvironmentVariableIntValue(name, &valid);
     return valid && value > 0 ? value : otherwise;
 }
 
-void say(QString const &text)
+void Say(QString const &text)
 {
     std::printf("%s\n", qPrintable(text));
     std::fflush(stdout);
 }
 
-long integerOf(TovComponent *component, char const *key)
+long IntegerOf(TovComponent *component, char const *key)
 {
     long value = 0;
     component->GetParamInt(key, &value);
     return value;
 }
 
-double numberOf(TovComponent *component, char const *key)
+double NumberOf(TovComponent *component, char const *key)
 {
     double value = 0;
     component->GetParamFloat(key, &value);
     return value;
 }
 
-QDir outputFolder()
+QDir OutputFolder()
 {
     return QDir(QDir(qEnvironmentVariable("TOVSCOPE_RIGTEST_DIR", QStringLiteral("."))).absolutePath());
 }
 
 // The engines of a session are its children; the grabber is the one that counts frames.
-TovComponent *findGrabber(TovComponent *session)
+TovComponent *FindGrabber(TovComponent *session)
 {
     auto const *const object = dynamic_cast<QObject *>(session);
     if (!object)
@@ -67,9 +67,9 @@ TovComponent *findGrabber(TovComponent *session)
 } // namespace
 
 RigTest::RigTest()
-    : m_frames(environmentNumber("TOVSCOPE_RIGTEST_FRAMES", 100)),
-      m_timeout(1000 * environmentNumber("TOVSCOPE_RIGTEST_TIMEOUT", 30)),
-      m_series(environmentNumber("TOVSCOPE_RIGTEST_RECORD", 0))
+    : m_frames(EnvironmentNumber("TOVSCOPE_RIGTEST_FRAMES", 100)),
+      m_timeout(1000 * EnvironmentNumber("TOVSCOPE_RIGTEST_TIMEOUT", 30)),
+      m_series(EnvironmentNumber("TOVSCOPE_RIGTEST_RECORD", 0))
 {
     connect(&m_poll, &QTimer::timeout, this, &RigTest::Poll);
 }
@@ -86,7 +86,7 @@ bool RigTest::Attach(QMainWindow *window, TovCam::Device *device)
 
 void RigTest::SetComponents(TovComponent *session, TovComponent *, TovComponent *)
 {
-    m_grabber = findGrabber(session);
+    m_grabber = FindGrabber(session);
 }
 
 void RigTest::ShowPanel(QMainWindow *, int, int)
@@ -186,7 +186,7 @@ void RigTest::Poll()
             Fail(tr("the series is not whole"));
         break;
     case Step::Frames:
-        if (integerOf(m_grabber, "FramesAcquired") < m_frames)
+        if (IntegerOf(m_grabber, "FramesAcquired") < m_frames)
             break;
         Report();
         SaveScreenshot("tovscope-demo.png");
@@ -220,14 +220,14 @@ bool RigTest::Trigger(char const *name)
 void RigTest::SetOutputFolder()
 {
     if (auto *const folder = m_window->findChild<QLineEdit *>(QStringLiteral("edFolderName"))) {
-        folder->setText(outputFolder().filePath(QStringLiteral("series")));
+        folder->setText(OutputFolder().filePath(QStringLiteral("series")));
         emit folder->editingFinished();
     }
 }
 
 QStringList RigTest::SeriesFiles() const
 {
-    return QDir(outputFolder().filePath(QStringLiteral("series"))).entryList({QStringLiteral("*.raw")}, QDir::Files);
+    return QDir(OutputFolder().filePath(QStringLiteral("series"))).entryList({QStringLiteral("*.raw")}, QDir::Files);
 }
 
 // What the program counts as saved has to be there.
@@ -237,12 +237,12 @@ bool RigTest::ReportSeries()
     auto const *const saved = m_window->findChild<QLineEdit *>(QStringLiteral("edFramesSaved"));
     TovCam::ParamArray *const camera = m_device->GetCameraParameters(nullptr);
     char const *const pixels = camera->GetEnumValueStr("PixelFormat", nullptr);
-    say(tr("Recorded    %1 frames of %2 x %3 %4, %5 to %6")
+    Say(tr("Recorded    %1 frames of %2 x %3 %4, %5 to %6")
             .arg(saved ? saved->text() : QString())
             .arg(camera->GetIntegerValue("Width", nullptr))
             .arg(camera->GetIntegerValue("Height", nullptr))
             .arg(QString::fromUtf8(pixels ? pixels : ""), files.value(0), files.value(files.size() - 1)));
-    say(tr("Series      %1").arg(outputFolder().filePath(QStringLiteral("series"))));
+    Say(tr("Series      %1").arg(OutputFolder().filePath(QStringLiteral("series"))));
     return saved && saved->text().toLongLong() == files.size();
 }
 
@@ -250,28 +250,28 @@ void RigTest::Report()
 {
     QString camera = m_window->windowTitle();
     camera.remove(QStringLiteral("RigTest Auto - "));
-    say(tr("Camera      %1").arg(camera.trimmed()));
-    say(tr("Frames      %1 complete, %2 incomplete, %3 dropped by the link, %4 by this program")
-            .arg(integerOf(m_grabber, "FramesAcquired"))
-            .arg(integerOf(m_grabber, "FramesIncomp"))
-            .arg(integerOf(m_grabber, "FramesDroppedHW"))
-            .arg(integerOf(m_grabber, "FramesDroppedSW")));
-    say(tr("Frame rate  %1 fps").arg(numberOf(m_grabber, "FpsAvg"), 0, 'f', 1));
-    say(tr("Throughput  %1 MB/s").arg(numberOf(m_grabber, "Speed"), 0, 'f', 1));
+    Say(tr("Camera      %1").arg(camera.trimmed()));
+    Say(tr("Frames      %1 complete, %2 incomplete, %3 dropped by the link, %4 by this program")
+            .arg(IntegerOf(m_grabber, "FramesAcquired"))
+            .arg(IntegerOf(m_grabber, "FramesIncomp"))
+            .arg(IntegerOf(m_grabber, "FramesDroppedHW"))
+            .arg(IntegerOf(m_grabber, "FramesDroppedSW")));
+    Say(tr("Frame rate  %1 fps").arg(NumberOf(m_grabber, "FpsAvg"), 0, 'f', 1));
+    Say(tr("Throughput  %1 MB/s").arg(NumberOf(m_grabber, "Speed"), 0, 'f', 1));
 }
 
 void RigTest::SaveScreenshot(char const *name)
 {
-    QString const file = outputFolder().filePath(QString::fromLatin1(name));
+    QString const file = OutputFolder().filePath(QString::fromLatin1(name));
     if (m_window->grab().save(file))
-        say(tr("Screenshot  %1").arg(file));
+        Say(tr("Screenshot  %1").arg(file));
     else
-        say(tr("Screenshot  cannot be saved as %1").arg(file));
+        Say(tr("Screenshot  cannot be saved as %1").arg(file));
 }
 
 void RigTest::Fail(QString const &why)
 {
-    say(tr("Failed: %1").arg(why));
+    Say(tr("Failed: %1").arg(why));
     Finish(1);
 }
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::size_t MAX_PALETTE = 65536; // marks are 16 bits
+constexpr std::size_t MaxPalette = 65536; // marks are 16 bits
 
 // Not strtod: the text has a point whatever the locale's comma is.
 bool ParseUnit(std::string_view text, double *value)
@@ -50,7 +50,7 @@ std::shared_ptr<DisplayLut const> DisplayLut::Parse(std::string_view text)
             return nullptr;
         last = fields[0];
         if (fields[1] == 1.0 && count == 5) {
-            if (lut->m_palette.size() == MAX_PALETTE)
+            if (lut->m_palette.size() == MaxPalette)
                 return nullptr;
             lut->m_entries.push_back({last, Form::Colour, static_cast<std::uint32_t>(lut->m_palette.size())});
             lut->m_palette.push_back(0xFF000000u | ToByte(fields[2]) << 16 | ToByte(fields[3]) << 8 |

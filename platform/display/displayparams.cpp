@@ -38,15 +38,15 @@ void DisplayParams::AddTo(TovParamStorage &storage, Commands const &commands, vo
     addCommand("display.zoom.in", commands.zoomIn);
     addCommand("display.zoom.out", commands.zoomOut);
     addCommand("display.atcenter", commands.centre);
-    addInt("display.fit", &fit, FIT_NONE, FIT_ACTUAL);
+    addInt("display.fit", &fit, FitNone, FitActual);
     addCommand("display.dump.on", commands.dumpOn);
     addCommand("display.dump.off", commands.dumpOff);
-    addInt("display.init.fit", &initFit, FIT_NONE, FIT_ACTUAL);
+    addInt("display.init.fit", &initFit, FitNone, FitActual);
     addUnit("display.init.at.x", &initAt[0]);
     addUnit("display.init.at.y", &initAt[1]);
     addUnit("display.at.x", &at[0]);
     addUnit("display.at.y", &at[1]);
-    addInt("display.view.scale", &viewScale, 0, std::int64_t(ViewState::MAX_SCALE));
+    addInt("display.view.scale", &viewScale, 0, std::int64_t(ViewState::MaxScale));
     char const *const dumpKeys[] = {"dump.x", "dump.y", "dump.w", "dump.h"};
     for (int i = 0; i < 4; ++i)
         addInt(dumpKeys[i], &dump[i], INT32_MIN, INT32_MAX);

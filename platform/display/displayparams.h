@@ -29,8 +29,8 @@ struct DisplayParams
     void AddTo(TovParamStorage &storage, Commands const &commands, void *context);
 
     // By TovLoadBound and TovStoreBound; the texts by the store alone while it is in use.
-    std::int64_t fit = FIT_WINDOW;
-    std::int64_t initFit = FIT_WINDOW;
+    std::int64_t fit = FitWindow;
+    std::int64_t initFit = FitWindow;
     double initAt[2] = {0.5, 0.5};
     double at[2] = {0.5, 0.5};
     std::int64_t viewScale = 0;

@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr int WEIGHTS = 256; // what the weights of a direction add up to
-constexpr int SPARE = 64;    // bytes behind a line, for vectors that reach over its end
+constexpr int Weights = 256; // what the weights of a direction add up to
+constexpr int Spare = 64;    // bytes behind a line, for vectors that reach over its end
 
 std::uint32_t Rgb(unsigned red, unsigned green, unsigned blue)
 {
@@ -58,10 +58,10 @@ void Mix(std::uint8_t const *const *lines, int const *weights, int cells, std::u
         cv::v_store(out + x, cv::v_rshr_pack<8>(low, high));
     }
     for (; x < cells; ++x) {
-        int sum = WEIGHTS / 2;
+        int sum = Weights / 2;
         for (int k = 0; k < Count; ++k)
             sum += lines[k][x] * weights[k];
-        out[x] = static_cast<std::uint8_t>(sum / WEIGHTS);
+        out[x] = static_cast<std::uint8_t>(sum / Weights);
     }
 }
 
@@ -74,7 +74,7 @@ int FramePainter::Taps::Begin() const
 
 int FramePainter::Taps::End() const
 {
-    return std::min(end, first.back() + TAPS * stride + margin);
+    return std::min(end, first.back() + TapCount * stride + margin);
 }
 
 void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, Taps *taps)
@@ -83,14 +83,15 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
     double const step = 1.0 / (axis.scale * cell); // cells a device pixel
     int const pixels = end - begin;
     // Up to so many cells a device pixel all of them count by their share; of more, some are picked.
-    bool const all = step <= TAPS - 1;
+    bool const all = step <= TapCount - 1;
     taps->end = cells;
-    taps->stride =
-        all ? 1 : std::clamp(static_cast<int>(std::lround(std::min(step, 1e9) / TAPS)), 1, std::max(1, cells / TAPS));
-    int const span = (TAPS - 1) * taps->stride + 1;
+    taps->stride = all ? 1
+                       : std::clamp(static_cast<int>(std::lround(std::min(step, 1e9) / TapCount)), 1,
+                                    std::max(1, cells / TapCount));
+    int const span = (TapCount - 1) * taps->stride + 1;
     taps->margin = all ? 0 : static_cast<int>(std::ceil(std::clamp((step - span) / 2 + 0.5, 0.0, double(cells))));
     taps->first.resize(pixels);
-    taps->weights.assign(std::size_t(pixels) * TAPS, WEIGHTS / TAPS);
+    taps->weights.assign(std::size_t(pixels) * TapCount, Weights / TapCount);
     for (int i = 0; i < pixels; ++i) {
         double const from = (begin + i - axis.origin) * step;
         if (!all) {
@@ -101,21 +102,21 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
         int const lowest = static_cast<int>(std::floor(from));
         int const first = std::clamp(lowest, 0, cells - 1);
         taps->first[i] = first;
-        std::array<int, TAPS> shares{};
+        std::array<int, TapCount> shares{};
         int given = 0;
-        for (int index = lowest; given < WEIGHTS; ++index) {
-            int const until = static_cast<int>(std::lround(std::min(1.0, (index + 1 - from) / step) * WEIGHTS));
-            shares[std::clamp(index - first, 0, TAPS - 1)] += until - given; // outside the image: to its edge
+        for (int index = lowest; given < Weights; ++index) {
+            int const until = static_cast<int>(std::lround(std::min(1.0, (index + 1 - from) / step) * Weights));
+            shares[std::clamp(index - first, 0, TapCount - 1)] += until - given; // outside the image: to its edge
             given = until;
         }
         // A weight is a byte.
-        for (int k = 0; k < TAPS; ++k) {
-            if (shares[k] == WEIGHTS) {
+        for (int k = 0; k < TapCount; ++k) {
+            if (shares[k] == Weights) {
                 --shares[k];
                 ++shares[k == 0 ? 1 : k - 1];
             }
         }
-        std::copy(shares.begin(), shares.end(), &taps->weights[std::size_t(i) * TAPS]);
+        std::copy(shares.begin(), shares.end(), &taps->weights[std::size_t(i) * TapCount]);
     }
 }
 
@@ -200,13 +201,13 @@ void FramePainter::PaintCrisp(Picture *picture)
 // Brings the lines under a row of device pixels together.
 void FramePainter::MixLines(int row)
 {
-    std::array<std::array<std::uint8_t const *, 2 * TAPS>, 3> lines; // by plane
-    std::array<int, 2 * TAPS> weights;
+    std::array<std::array<std::uint8_t const *, 2 * TapCount>, 3> lines; // by plane
+    std::array<int, 2 * TapCount> weights;
     int count = 0;
     // Where cells are left out, each one picked brings its neighbour: half as many gaps for fine patterns to hide in.
     int const each = m_rows.stride > 1 ? 2 : 1;
-    for (int k = 0; k < TAPS * each; ++k) {
-        int const weight = m_rows.weights[std::size_t(row) * TAPS + k / each] / each;
+    for (int k = 0; k < TapCount * each; ++k) {
+        int const weight = m_rows.weights[std::size_t(row) * TapCount + k / each] / each;
         if (weight == 0)
             continue;
         int const y = std::min(m_rows.first[row] + k / each * m_rows.stride + k % each, m_rows.end - 1);
@@ -238,7 +239,7 @@ void FramePainter::MixLines(int row)
             for (int x = 0; x + 1 < m_cells; ++x)
                 out[x] = static_cast<std::uint8_t>((out[x] + out[x + 1] + 1) / 2);
         }
-        std::fill_n(out + m_cells, (TAPS - 1) * m_columns.stride, out[m_cells - 1]);
+        std::fill_n(out + m_cells, (TapCount - 1) * m_columns.stride, out[m_cells - 1]);
     }
 }
 
@@ -254,13 +255,13 @@ void FramePainter::ReduceLine(std::uint32_t *out) const
     std::uint8_t const *const blue = red + (m_planes == 1 ? 0 : 2 * m_stride);
     int i = 0;
     if (stride == 1) {
-        cv::v_uint32x4 const half = cv::v_setall_u32(WEIGHTS / 2);
+        cv::v_uint32x4 const half = cv::v_setall_u32(Weights / 2);
         cv::v_uint32x4 const opaque = cv::v_setall_u32(0xFF000000u);
         auto const mean = [half](std::uint8_t const *line, std::int32_t const *at, cv::v_uint8x16 const &shares) {
             return cv::v_shr<8>(Sum(cv::v_dotprod_expand(Quads(line, at), shares), half));
         };
         for (; i + 4 <= pixels; i += 4) {
-            cv::v_uint8x16 const shares = cv::v_load(weights + std::size_t(i) * TAPS);
+            cv::v_uint8x16 const shares = cv::v_load(weights + std::size_t(i) * TapCount);
             cv::v_uint32x4 const r = mean(red, first + i, shares);
             cv::v_uint32x4 const g = m_planes == 1 ? r : mean(green, first + i, shares);
             cv::v_uint32x4 const b = m_planes == 1 ? r : mean(blue, first + i, shares);
@@ -268,10 +269,10 @@ void FramePainter::ReduceLine(std::uint32_t *out) const
         }
     }
     auto const mean = [=](std::uint8_t const *line, int pixel) {
-        unsigned sum = WEIGHTS / 2;
-        for (int k = 0; k < TAPS; ++k)
-            sum += unsigned(line[first[pixel] + k * stride]) * weights[std::size_t(pixel) * TAPS + k];
-        return sum / WEIGHTS;
+        unsigned sum = Weights / 2;
+        for (int k = 0; k < TapCount; ++k)
+            sum += unsigned(line[first[pixel] + k * stride]) * weights[std::size_t(pixel) * TapCount + k];
+        return sum / Weights;
     };
     for (; i < pixels; ++i)
         out[i] = Rgb(mean(red, i), mean(green, i), mean(blue, i));
@@ -281,11 +282,11 @@ void FramePainter::ReduceLine(std::uint32_t *out) const
 std::pair<int, int> FramePainter::Taps::Reach(int pixel) const
 {
     int from = first[pixel] - margin;
-    int until = first[pixel] + TAPS * stride + margin;
-    std::uint8_t const *const shares = &weights[std::size_t(pixel) * TAPS];
-    for (int k = 0; k < TAPS && shares[k] == 0; ++k)
+    int until = first[pixel] + TapCount * stride + margin;
+    std::uint8_t const *const shares = &weights[std::size_t(pixel) * TapCount];
+    for (int k = 0; k < TapCount && shares[k] == 0; ++k)
         ++from;
-    for (int k = TAPS; k-- > 0 && shares[k] == 0;)
+    for (int k = TapCount; k-- > 0 && shares[k] == 0;)
         --until;
     return {std::max(from, 0), std::min(until, end)};
 }
@@ -314,7 +315,7 @@ void FramePainter::PutMarks(int row, std::uint32_t *out)
 
 void FramePainter::PaintReduced(Picture *picture)
 {
-    m_stride = (m_cells + (TAPS - 1) * m_columns.stride + SPARE) & ~(SPARE - 1);
+    m_stride = (m_cells + (TapCount - 1) * m_columns.stride + Spare) & ~(Spare - 1);
     m_mixed.Get(std::size_t(m_stride) * m_planes);
     for (int i = 0; i < picture->height; ++i) {
         std::uint32_t *const out = picture->memory.Data() + std::size_t(i) * picture->width;

@@ -38,17 +38,17 @@ public:
                std::shared_ptr<DisplayLut const> const &lut, Picture *picture);
 
 private:
-    static constexpr int TAPS = 4;
+    static constexpr int TapCount = 4;
 
-    // Which cells a row of device pixels is made of: TAPS of them, `stride` apart, from `first` on, with weights that
-    // add up to 256. Cells behind the last are taken to repeat it.
+    // Which cells a row of device pixels is made of: TapCount of them, `stride` apart, from `first` on, with weights
+    // that add up to 256. Cells behind the last are taken to repeat it.
     struct Taps
     {
         int stride = 1;
         int margin = 0; // cells under a device pixel that lie before the first or behind the last that is picked
         int end = 0;    // behind the last cell
         std::vector<std::int32_t> first;
-        std::vector<std::uint8_t> weights; // TAPS a device pixel
+        std::vector<std::uint8_t> weights; // TapCount a device pixel
 
         int Begin() const;
         int End() const;

@@ -12,8 +12,8 @@ namespace {
 
 // Lines that a band makes at once, and what it takes in around them: demosaicing looks that far. Multiples of eight
 // pixels begin on whole bytes in every packed form, and keep the phase of every mosaic.
-constexpr int BAND_LINES = 64;
-constexpr int MARGIN = 8;
+constexpr int BandLines = 64;
+constexpr int Margin = 8;
 
 std::uint32_t Bayer8Type(TovBayerPhase phase)
 {
@@ -83,7 +83,7 @@ void LineSource::Begin(_TovImage const &image, TovPixelTypeInfo const &info, int
     m_uses = 0;
     m_marksOf.fill(-1);
     m_bandBegin = m_bandEnd = 0;
-    m_lines.Get(std::size_t(m_stride) * m_planes * SLOTS);
+    m_lines.Get(std::size_t(m_stride) * m_planes * Slots);
 }
 
 std::array<std::uint8_t const *, 3> LineSource::Line(int y)
@@ -201,12 +201,12 @@ void LineSource::ConvertBand(int y)
 {
     int const width = static_cast<int>(m_image->width);
     int const height = static_cast<int>(m_image->height);
-    int const left = std::max(0, (m_begin & ~7) - MARGIN);
-    int const right = std::min(width, ((m_end + 7) & ~7) + MARGIN);
+    int const left = std::max(0, (m_begin & ~7) - Margin);
+    int const right = std::min(width, ((m_end + 7) & ~7) + Margin);
     m_bandBegin = y;
-    m_bandEnd = std::min(height, y + BAND_LINES);
-    m_bandTop = std::max(0, (y & ~7) - MARGIN);
-    int const bottom = std::min(height, ((m_bandEnd + 7) & ~7) + MARGIN);
+    m_bandEnd = std::min(height, y + BandLines);
+    m_bandTop = std::max(0, (y & ~7) - Margin);
+    int const bottom = std::min(height, ((m_bandEnd + 7) & ~7) + Margin);
     m_bandWidth = right - left;
     m_bandSkip = m_begin - left;
 
@@ -233,9 +233,9 @@ void LineSource::ConvertBand(int y)
 
 std::uint16_t const *LineSource::Marks(int y)
 {
-    int const slot = y % SLOTS;
+    int const slot = y % Slots;
     int const count = m_end - m_begin;
-    std::uint16_t *const marks = m_marks.Get(std::size_t(m_stride) * SLOTS) + std::size_t(slot) * m_stride;
+    std::uint16_t *const marks = m_marks.Get(std::size_t(m_stride) * Slots) + std::size_t(slot) * m_stride;
     if (m_marksOf[slot] == y)
         return marks;
     m_marksOf[slot] = y;

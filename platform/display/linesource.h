@@ -41,7 +41,7 @@ public:
 
 private:
     enum class Kind { Bytes, Mono, Cells, Colours, Converted };
-    static constexpr int SLOTS = 12;
+    static constexpr int Slots = 12;
 
     struct HeaderRelease
     {
@@ -77,9 +77,9 @@ private:
         int line = -1;
         unsigned used = 0;
     };
-    std::array<Slot, SLOTS> m_slots;
+    std::array<Slot, Slots> m_slots;
     unsigned m_uses = 0;
-    std::array<int, SLOTS> m_marksOf{};
+    std::array<int, Slots> m_marksOf{};
     FrameMemory<std::uint8_t> m_lines;
     FrameMemory<std::uint16_t> m_marks;
     FrameMemory<std::uint8_t> m_samples;

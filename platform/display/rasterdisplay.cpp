@@ -19,16 +19,16 @@
 namespace {
 
 constexpr std::int32_t OK = 0;
-constexpr std::int32_t ERR_ARGUMENT = -1;
-constexpr std::int32_t ERR_NO_WIDGET = -2;
-constexpr std::int32_t ERR_FORMAT = -3;
-constexpr std::int32_t ERR_MEMORY = -4;
-constexpr std::int32_t ERR_NO_IMAGE = -5;
+constexpr std::int32_t ErrArgument = -1;
+constexpr std::int32_t ErrNoWidget = -2;
+constexpr std::int32_t ErrFormat = -3;
+constexpr std::int32_t ErrMemory = -4;
+constexpr std::int32_t ErrNoImage = -5;
 
-constexpr double WHEEL_STEP = 1.189207115; // the fourth root of 2 a notch
-constexpr int KEY_PAN_PART = 8;            // an arrow key moves by this part of the view
+constexpr double WheelStep = 1.189207115; // the fourth root of 2 a notch
+constexpr int KeyPanPart = 8;             // an arrow key moves by this part of the view
 
-constexpr std::size_t SPARE_PICTURES = 2; // beside the one shown, the one waiting and the one in the making
+constexpr std::size_t SparePictures = 2; // beside the one shown, the one waiting and the one in the making
 
 QEvent::Type PictureEvent()
 {
@@ -133,7 +133,7 @@ void RasterDisplay::ParamChanged(_TovStParam param)
     } else if (is("display.view.scale")) {
         if (std::int64_t const scale = TovLoadBound(m_params.viewScale)) {
             ChangeView([scale](View &view) { view.state.SetScale(double(scale)); });
-            TovStoreBound(m_params.fit, std::int64_t(FIT_NONE));
+            TovStoreBound(m_params.fit, std::int64_t(FitNone));
         }
     } else if (m_target && m_dumpShown) {
         m_target->update();
@@ -246,9 +246,9 @@ void RasterDisplay::TakeViewSize()
 std::int32_t RasterDisplay::Initialize(QWidget *widget, char const *format, int)
 {
     if (!widget || m_widget)
-        return ERR_ARGUMENT;
+        return ErrArgument;
     if (!IsFormat(format))
-        return ERR_FORMAT;
+        return ErrFormat;
     m_widget = widget;
     auto *const area = qobject_cast<QAbstractScrollArea *>(widget);
     m_target = area ? area->viewport() : widget;
@@ -265,9 +265,9 @@ std::int32_t RasterDisplay::Initialize(QWidget *widget, char const *format, int)
 std::int32_t RasterDisplay::SetVideoFormat(_TovImage const *image, char const *format)
 {
     if (!image || image->width == 0 || image->height == 0 || !TovGetPixelTypeInfo(image->pixelType))
-        return ERR_ARGUMENT;
+        return ErrArgument;
     if (!IsFormat(format))
-        return ERR_FORMAT;
+        return ErrFormat;
     std::lock_guard const lock(m_viewMutex);
     m_view.state.SetImageSize(static_cast<int>(image->width), static_cast<int>(image->height));
     return OK;
@@ -281,10 +281,10 @@ std::int32_t RasterDisplay::ConvertImage(_TovImage const *source, _TovImage *des
 std::int32_t RasterDisplay::Translate(int *x, int *y, int direction)
 {
     if (!x || !y)
-        return ERR_ARGUMENT;
+        return ErrArgument;
     View const view = GetView();
     if (!view.state.HasImage())
-        return ERR_NO_IMAGE;
+        return ErrNoImage;
     ViewGeometry const geometry = view.state.Geometry();
     if (direction == 1) {
         *x = geometry.x.ToImage(static_cast<int>(std::floor(*x * view.pixelRatio)));
@@ -316,7 +316,7 @@ void RasterDisplay::GivePicture(std::unique_ptr<Picture> picture)
     if (!picture)
         return;
     std::lock_guard const lock(m_slotMutex);
-    if (m_free.size() < SPARE_PICTURES)
+    if (m_free.size() < SparePictures)
         m_free.push_back(std::move(picture));
 }
 
@@ -324,7 +324,7 @@ std::int32_t RasterDisplay::Render(_TovImage const *image, FramePainter *painter
 {
     TovPixelTypeInfo const *const info = Readable(image);
     if (!info)
-        return ERR_ARGUMENT;
+        return ErrArgument;
     View view;
     {
         std::lock_guard const lock(m_viewMutex);
@@ -336,7 +336,7 @@ std::int32_t RasterDisplay::Render(_TovImage const *image, FramePainter *painter
         painter->Paint(*image, *info, view.state.Geometry(), view.lut, made.get());
         *picture = std::move(made);
     } catch (std::bad_alloc const &) {
-        return ERR_MEMORY;
+        return ErrMemory;
     }
     return OK;
 }
@@ -389,7 +389,7 @@ bool RasterDisplay::IsStale(View const &view) const
 std::int32_t RasterDisplay::RefreshVideo(_TovImage const *image)
 {
     if (!m_target || !IsStale(GetView()))
-        return m_target ? OK : ERR_NO_WIDGET;
+        return m_target ? OK : ErrNoWidget;
     std::unique_ptr<Picture> picture;
     if (std::int32_t const status = Render(image, &m_guiPainter, &picture))
         return status;
@@ -407,10 +407,10 @@ std::int32_t RasterDisplay::KeepVideo(_TovImage const *image)
     if (!image)
         return OK;
     if (!Readable(image))
-        return ERR_ARGUMENT;
+        return ErrArgument;
     if (!TovSucceeded(TovCreateImage(&m_kept, {image->width, image->height}, image->pixelType))) {
         m_kept = nullptr;
-        return ERR_MEMORY;
+        return ErrMemory;
     }
     TovCopyImage(m_kept, image);
     return OK;
@@ -518,7 +518,7 @@ bool RasterDisplay::Wheel(QWheelEvent *event)
     int const delta = event->angleDelta().y();
     if (delta != 0) {
         QPoint const at = ToDevice(event->position());
-        ChangeView([&](View &view) { view.state.ZoomAt(std::pow(WHEEL_STEP, delta / 120.0), at.x(), at.y()); });
+        ChangeView([&](View &view) { view.state.ZoomAt(std::pow(WheelStep, delta / 120.0), at.x(), at.y()); });
     }
     event->accept();
     return true;
@@ -561,7 +561,7 @@ bool RasterDisplay::Key(QKeyEvent *event)
     auto const pan = [this](int x, int y) {
         ChangeView([&](View &view) {
             ViewGeometry const geometry = view.state.Geometry();
-            view.state.Pan(geometry, x * geometry.x.view / KEY_PAN_PART, y * geometry.y.view / KEY_PAN_PART);
+            view.state.Pan(geometry, x * geometry.x.view / KeyPanPart, y * geometry.y.view / KeyPanPart);
         });
     };
     switch (event->key()) {
@@ -572,10 +572,10 @@ bool RasterDisplay::Key(QKeyEvent *event)
         ZoomOut();
         return true;
     case Qt::Key_0:
-        m_storage.SetParamInt("display.fit", FIT_WINDOW, true);
+        m_storage.SetParamInt("display.fit", FitWindow, true);
         return true;
     case Qt::Key_1:
-        m_storage.SetParamInt("display.fit", FIT_ACTUAL, true);
+        m_storage.SetParamInt("display.fit", FitActual, true);
         return true;
     case Qt::Key_Left:
         pan(1, 0);

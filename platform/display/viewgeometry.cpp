@@ -73,17 +73,17 @@ void ViewState::SetImageSize(int width, int height)
 
 void ViewState::SetFit(ViewFit fit)
 {
-    if (fit == FIT_NONE)
+    if (fit == FitNone)
         m_scale = Scale();
-    if (fit == FIT_WINDOW || fit == FIT_SPREAD)
+    if (fit == FitWindow || fit == FitSpread)
         SetCentre(0.5, 0.5);
     m_fit = fit;
 }
 
 void ViewState::SetScale(double scale)
 {
-    m_fit = FIT_NONE;
-    m_scale = std::clamp(scale, 1.0 / MAX_SCALE, MAX_SCALE);
+    m_fit = FitNone;
+    m_scale = std::clamp(scale, 1.0 / MaxScale, MaxScale);
 }
 
 void ViewState::SetCentre(double x, double y)
@@ -96,7 +96,7 @@ double ViewState::FitScale() const
 {
     double const x = double(m_viewWidth) / m_imageWidth;
     double const y = double(m_viewHeight) / m_imageHeight;
-    return std::max(m_fit == FIT_SPREAD ? std::max(x, y) : std::min(x, y), 1e-6);
+    return std::max(m_fit == FitSpread ? std::max(x, y) : std::min(x, y), 1e-6);
 }
 
 // Half of what shows the whole picture, and half of its own size for a picture smaller than the view.
@@ -110,10 +110,10 @@ double ViewState::MinScale() const
 double ViewState::Scale() const
 {
     switch (m_fit) {
-    case FIT_ACTUAL:
+    case FitActual:
         return 1.0;
-    case FIT_WINDOW:
-    case FIT_SPREAD:
+    case FitWindow:
+    case FitSpread:
         return HasImage() ? FitScale() : m_scale;
     default:
         return m_scale;
@@ -148,7 +148,7 @@ void ViewState::ZoomTo(double scale, double deviceX, double deviceY)
     ViewGeometry const before = Geometry();
     double const x = (deviceX + 0.5 - before.x.origin) / before.x.scale;
     double const y = (deviceY + 0.5 - before.y.origin) / before.y.scale;
-    m_fit = FIT_NONE;
+    m_fit = FitNone;
     m_scale = scale;
     // Not SetCentre: a wish outside the image still says on which side its edge has to stand.
     m_centreX = ((m_viewWidth / 2.0 - deviceX - 0.5) / scale + x) / m_imageWidth;
@@ -161,7 +161,7 @@ void ViewState::ZoomAt(double factor, double deviceX, double deviceY)
     if (!HasImage())
         return;
     double const before = Scale();
-    double scale = std::clamp(before * factor, std::min(MinScale(), before), std::max(MAX_SCALE, before));
+    double scale = std::clamp(before * factor, std::min(MinScale(), before), std::max(MaxScale, before));
     // Actual size is worth a stop on the way.
     if ((before < 1.0 && scale > 1.0) || (before > 1.0 && scale < 1.0))
         scale = 1.0;
@@ -184,7 +184,7 @@ void ViewState::ZoomStep(bool in)
     }
     if (HasImage())
         ZoomTo(scale, m_viewWidth / 2.0 - 0.5, m_viewHeight / 2.0 - 0.5);
-    else if (m_fit == FIT_NONE || m_fit == FIT_ACTUAL)
+    else if (m_fit == FitNone || m_fit == FitActual)
         SetScale(scale); // a fit has no scale to step from before there is a picture
 }
 

@@ -28,13 +28,13 @@ struct ViewGeometry
     bool operator==(ViewGeometry const &) const = default;
 };
 
-enum ViewFit : int { FIT_NONE = 0, FIT_WINDOW = 1, FIT_SPREAD = 2, FIT_ACTUAL = 3 };
+enum ViewFit : int { FitNone = 0, FitWindow = 1, FitSpread = 2, FitActual = 3 };
 
 // What the operator has chosen: zoom and the image point in the middle of the view. A plain value.
 class ViewState
 {
 public:
-    static constexpr double MAX_SCALE = 64.0;
+    static constexpr double MaxScale = 64.0;
 
     void SetViewSize(int width, int height);
     void SetImageSize(int width, int height);
@@ -43,8 +43,8 @@ public:
         return m_imageWidth > 0;
     }
 
-    // FIT_WINDOW shows the whole picture, FIT_SPREAD covers the whole view and lets the picture's longer side overhang;
-    // both follow the view's size. FIT_NONE keeps the zoom as it is.
+    // FitWindow shows the whole picture, FitSpread covers the whole view and lets the picture's longer side overhang;
+    // both follow the view's size. FitNone keeps the zoom as it is.
     void SetFit(ViewFit fit);
     ViewFit Fit() const
     {
@@ -78,8 +78,8 @@ private:
     double FitScale() const;
     double MinScale() const;
 
-    ViewFit m_fit = FIT_WINDOW;
-    double m_scale = 1.0; // used by FIT_NONE
+    ViewFit m_fit = FitWindow;
+    double m_scale = 1.0; // used by FitNone
     double m_centreX = 0.5;
     double m_centreY = 0.5;
     int m_viewWidth = 0;

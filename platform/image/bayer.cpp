@@ -13,7 +13,7 @@ namespace TovPixels {
 
 namespace {
 
-constexpr std::size_t VECTOR = 16;
+constexpr std::size_t Vector = 16;
 using Bytes = std::uint8_t __attribute__((vector_size(16)));
 using Words = std::uint16_t __attribute__((vector_size(16)));
 using Longs = std::uint32_t __attribute__((vector_size(16)));
@@ -56,10 +56,10 @@ TOV_ALWAYS_INLINE void StoreColours(Words a, Words b, Words c, std::uint8_t *out
 template<class T, std::size_t Colour>
 struct Spread
 {
-    static constexpr std::array<std::uint8_t, VECTOR> value = [] {
-        std::array<std::uint8_t, VECTOR> from{};
-        for (std::size_t i = 0; i < VECTOR; ++i)
-            from[(i / sizeof(T) * 3 + Colour) * sizeof(T) % VECTOR + i % sizeof(T)] = std::uint8_t(i);
+    static constexpr std::array<std::uint8_t, Vector> value = [] {
+        std::array<std::uint8_t, Vector> from{};
+        for (std::size_t i = 0; i < Vector; ++i)
+            from[(i / sizeof(T) * 3 + Colour) * sizeof(T) % Vector + i % sizeof(T)] = std::uint8_t(i);
         return from;
     }();
 };
@@ -68,10 +68,10 @@ struct Spread
 template<class T, std::size_t Colour, std::size_t Part>
 struct Choice
 {
-    static constexpr std::array<std::uint8_t, VECTOR> value = [] {
-        std::array<std::uint8_t, VECTOR> mask{};
-        for (std::size_t i = 0; i < VECTOR; ++i)
-            mask[i] = (Part * VECTOR + i) / sizeof(T) % 3 == Colour ? 0xFF : 0;
+    static constexpr std::array<std::uint8_t, Vector> value = [] {
+        std::array<std::uint8_t, Vector> mask{};
+        for (std::size_t i = 0; i < Vector; ++i)
+            mask[i] = (Part * Vector + i) / sizeof(T) % 3 == Colour ? 0xFF : 0;
         return mask;
     }();
 };
@@ -85,7 +85,7 @@ TOV_ALWAYS_INLINE Bytes Constant(std::index_sequence<I...>)
 template<class Indices>
 TOV_ALWAYS_INLINE Bytes Constant()
 {
-    return Constant<Indices>(std::make_index_sequence<VECTOR>());
+    return Constant<Indices>(std::make_index_sequence<Vector>());
 }
 
 template<class Indices, std::size_t... I>
@@ -105,14 +105,14 @@ TOV_ALWAYS_INLINE void StorePart(Bytes a, Bytes b, Bytes c, std::uint8_t *out)
     Bytes const isB = Constant<Choice<T, 1, Part>>();
     Bytes const rest = (b & isB) | (c & ~isB);
     Bytes const part = (a & isA) | (rest & ~isA);
-    std::memcpy(out + Part * VECTOR, &part, VECTOR);
+    std::memcpy(out + Part * Vector, &part, Vector);
 }
 
 template<class Samples>
 TOV_ALWAYS_INLINE void StoreColours(Samples a, Samples b, Samples c, std::uint8_t *out)
 {
     using T = std::remove_cvref_t<decltype(a[0])>;
-    constexpr auto all = std::make_index_sequence<VECTOR>();
+    constexpr auto all = std::make_index_sequence<Vector>();
     Bytes const as = Shuffle<Spread<T, 0>>((Bytes)a, all);
     Bytes const bs = Shuffle<Spread<T, 1>>((Bytes)b, all);
     Bytes const cs = Shuffle<Spread<T, 2>>((Bytes)c, all);
@@ -145,7 +145,7 @@ TOV_ALWAYS_INLINE void InterpolateVector(Lines const &lines, std::size_t x, unsi
 {
     using Pairs = typename Lanes<T>::Pairs;
     using Samples = typename Lanes<T>::Samples;
-    constexpr int HALF = 8 * sizeof(T);
+    constexpr int Half = 8 * sizeof(T);
     Pairs const lower = Pairs{} + T(~T(0));
 
     // Pairs that begin at x, and one pixel to the left and right of it.
@@ -161,15 +161,15 @@ TOV_ALWAYS_INLINE void InterpolateVector(Lines const &lines, std::size_t x, unsi
     // First pixels of the pairs have the line's own colour, second ones green. Sums of up to four stay within a pair.
     Pairs const first = at & lower;
     Pairs const upright1 = (above & lower) + (below & lower);
-    Pairs const upright2 = (above >> HALF) + (below >> HALF);
+    Pairs const upright2 = (above >> Half) + (below >> Half);
     Pairs const uprightLeft = (aboveLeft & lower) + (belowLeft & lower);
-    Pairs const cross = ((atLeft & lower) + (at >> HALF) + upright1 + 2) >> 2;
+    Pairs const cross = ((atLeft & lower) + (at >> Half) + upright1 + 2) >> 2;
     Pairs const corners = (uprightLeft + upright2 + 2) >> 2;
-    Pairs const level2 = (first + (atRight >> HALF) + 1) >> 1;
+    Pairs const level2 = (first + (atRight >> Half) + 1) >> 1;
 
-    Samples own = (Samples)(first | level2 << HALF);
+    Samples own = (Samples)(first | level2 << Half);
     Samples green = (Samples)(cross | (at & ~lower));
-    Samples other = (Samples)(corners | ((upright2 + 1) >> 1) << HALF);
+    Samples other = (Samples)(corners | ((upright2 + 1) >> 1) << Half);
     if constexpr (Shifted) {
         own = own << shift;
         green = green << shift;
@@ -216,19 +216,19 @@ template<class T, bool OwnFirst, bool Shifted>
 TOV_ALWAYS_INLINE void InterpolateLine(Lines const &lines, std::size_t width, bool greenFirst, unsigned shift,
                                        std::uint8_t *out)
 {
-    constexpr std::size_t STEP = VECTOR / sizeof(T);
+    constexpr std::size_t Step = Vector / sizeof(T);
     // Vectors begin at the first pixel with a neighbour on its left that is not green.
     std::size_t const begin = greenFirst ? 1 : 2;
     std::size_t done = 0;
     for (; done < std::min(begin, width); ++done)
         InterpolatePixel<T, OwnFirst>(lines, done, width, greenFirst == (done % 2 == 0), shift, out);
-    if (width >= begin + STEP + 1) {
+    if (width >= begin + Step + 1) {
         // The last vector goes back over the one before, to end where the line does.
-        std::size_t const last = begin + ((width - 1 - STEP - begin) & ~std::size_t(1));
-        for (std::size_t x = begin; x < last; x += STEP)
+        std::size_t const last = begin + ((width - 1 - Step - begin) & ~std::size_t(1));
+        for (std::size_t x = begin; x < last; x += Step)
             InterpolateVector<T, OwnFirst, Shifted>(lines, x, shift, out);
         InterpolateVector<T, OwnFirst, Shifted>(lines, last, shift, out);
-        done = last + STEP;
+        done = last + Step;
     }
     for (; done < width; ++done)
         InterpolatePixel<T, OwnFirst>(lines, done, width, greenFirst == (done % 2 == 0), shift, out);

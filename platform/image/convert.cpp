@@ -14,7 +14,7 @@ namespace TovPixels {
 namespace {
 
 // More pixels in a direction than any sensor has; keeps the arithmetic on mosaics within an int.
-constexpr std::uint32_t MOSAIC_LIMIT = 1u << 26;
+constexpr std::uint32_t MosaicLimit = 1u << 26;
 
 bool IsBlueFirst(TovPixelTypeInfo const &info)
 {
@@ -53,7 +53,7 @@ public:
           m_from(from),
           m_width(source.width),
           m_sampleCount(m_width * SamplesPerPixel(from)),
-          m_depth(BYTES ? 8 : from.bitDepth),
+          m_depth(Bytes ? 8 : from.bitDepth),
           m_blueFirst(IsBlueFirst(to)),
           m_yuvOrder(OrderOf(from)),
           m_samples(m_sampleCount),
@@ -88,12 +88,12 @@ public:
     }
 
 private:
-    static constexpr bool BYTES = sizeof(T) == 1;
+    static constexpr bool Bytes = sizeof(T) == 1;
 
     // The line's samples: where they stand if they are bytes already.
     T const *Samples(std::uint8_t const *line)
     {
-        if constexpr (BYTES) {
+        if constexpr (Bytes) {
             if (m_from.bitDepth == 8)
                 return line;
             Unpack8(m_from, line, 0, m_sampleCount, m_samples.Data());
@@ -107,7 +107,7 @@ private:
     {
         auto *const deep = reinterpret_cast<Sample16 *>(out);
         bool const packed = m_from.packing != TOV_UNPACKED && m_from.bitDepth > 8;
-        if constexpr (BYTES)
+        if constexpr (Bytes)
             Unpack8(m_from, line, 0, m_width, out);
         else if (m_from.bitDepth == m_to.bitDepth || (packed && m_from.bitDepth < m_to.bitDepth))
             Unpack16(m_from, line, 0, m_width, deep, m_to.bitDepth - m_from.bitDepth);
@@ -121,7 +121,7 @@ private:
     {
         // Straight into the destination, where it takes just what is worked on.
         T *colours = m_colours.Data();
-        if constexpr (BYTES) {
+        if constexpr (Bytes) {
             if (m_to.channels == 3)
                 colours = out;
         }
@@ -134,7 +134,7 @@ private:
             ColoursOfYuv(m_channels.Data(), m_width, m_depth, m_blueFirst, colours);
         } else {
             bool const swap = IsBlueFirst(m_from) != m_blueFirst;
-            if constexpr (BYTES) {
+            if constexpr (Bytes) {
                 if (m_from.channels == 4) {
                     if (m_to.channels == 4) // of the two types with alpha, the other one
                         return SwapColoursWithAlpha(samples, m_width, out);
@@ -167,7 +167,7 @@ private:
             GreyOfColours(colours, m_width, m_blueFirst, m_grey.Data());
             return WriteSamples(m_grey.Data(), m_width, out);
         }
-        if constexpr (BYTES) {
+        if constexpr (Bytes) {
             if (m_to.channels == 4)
                 return AddAlpha(colours, m_width, out);
         }
@@ -176,7 +176,7 @@ private:
 
     void WriteSamples(T const *samples, std::size_t count, std::uint8_t *out)
     {
-        if constexpr (BYTES) {
+        if constexpr (Bytes) {
             if (samples != out)
                 std::memcpy(out, samples, count);
         } else {
@@ -225,8 +225,7 @@ unsigned long Convert(_TovImage *destination, _TovImage const *source)
         return TOV_IMAGE_ERR_SHAPE;
     if (to == from)
         return TovCopyImage(destination, source);
-    if (!IsSupported(*to, *from) ||
-        (IsMosaic(*from) && (source->width > MOSAIC_LIMIT || source->height > MOSAIC_LIMIT)))
+    if (!IsSupported(*to, *from) || (IsMosaic(*from) && (source->width > MosaicLimit || source->height > MosaicLimit)))
         return TOV_IMAGE_ERR_UNSUPPORTED;
     if (destination->imageData == source->imageData)
         return TOV_IMAGE_ERR_ARGUMENT;

@@ -19,29 +19,29 @@
 
 namespace {
 
-constexpr std::size_t ALIGNMENT = 64;
+constexpr std::size_t Alignment = 64;
 // Smaller blocks than this are the heap's own business.
-constexpr std::size_t POOLED_FROM = 32 * 1024;
+constexpr std::size_t PooledFrom = 32 * 1024;
 // What free blocks may hold together: a handful of the largest frames.
-constexpr std::size_t KEEP_BYTES = 384u << 20;
-constexpr std::size_t KEEP_BLOCKS = 128;
+constexpr std::size_t KeepBytes = 384u << 20;
+constexpr std::size_t KeepBlocks = 128;
 // From here on large pages pay: a 37 MB frame is 18 of them, or 9,000 small ones.
-constexpr std::size_t HUGE_PAGE = 2u << 20;
-constexpr std::size_t HUGE_FROM = 2 * HUGE_PAGE;
+constexpr std::size_t HugePage = 2u << 20;
+constexpr std::size_t HugeFrom = 2 * HugePage;
 // Frames begin at a page, so that a file can be written from them past the page cache.
-constexpr std::size_t PAGE = 4096;
-constexpr std::size_t PAGED_FROM = 32 * PAGE;
+constexpr std::size_t Page = 4096;
+constexpr std::size_t PagedFrom = 32 * Page;
 
 // No frame comes near; a size beyond is a mistake in somebody's arithmetic.
-constexpr std::size_t LARGEST = std::size_t(1) << 36;
+constexpr std::size_t Largest = std::size_t(1) << 36;
 
 // Stands in front of the memory handed out.
-struct alignas(ALIGNMENT) Block
+struct alignas(Alignment) Block
 {
     std::size_t capacity; // bytes behind this header
     void *memory;         // what it stands in, to be freed
 };
-static_assert(sizeof(Block) == ALIGNMENT);
+static_assert(sizeof(Block) == Alignment);
 
 class FramePool
 {
@@ -67,13 +67,13 @@ public:
     // Returns false when the block is too large to be kept at all; the oldest blocks make room for it otherwise.
     bool Keep(Block *block)
     {
-        if (block->capacity > KEEP_BYTES)
+        if (block->capacity > KeepBytes)
             return false;
-        std::array<Block *, KEEP_BLOCKS> dropped;
+        std::array<Block *, KeepBlocks> dropped;
         std::size_t count = 0;
         {
             std::lock_guard lock(m_mutex);
-            while (m_free.size() - count >= KEEP_BLOCKS || m_freeBytes + block->capacity > KEEP_BYTES) {
+            while (m_free.size() - count >= KeepBlocks || m_freeBytes + block->capacity > KeepBytes) {
                 m_freeBytes -= m_free[count]->capacity;
                 dropped[count] = m_free[count];
                 ++count;
@@ -92,7 +92,7 @@ public:
 
     FramePool()
     {
-        m_free.reserve(KEEP_BLOCKS);
+        m_free.reserve(KeepBlocks);
     }
 
 private:
@@ -110,11 +110,11 @@ FramePool &Pool()
 
 Block *NewBlock(std::size_t capacity)
 {
-    bool const huge = capacity >= HUGE_FROM;
-    std::size_t const begin = capacity >= PAGED_FROM ? PAGE : sizeof(Block);
-    std::size_t const bytes = (begin + capacity + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
+    bool const huge = capacity >= HugeFrom;
+    std::size_t const begin = capacity >= PagedFrom ? Page : sizeof(Block);
+    std::size_t const bytes = (begin + capacity + Alignment - 1) / Alignment * Alignment;
     void *memory = nullptr;
-    if (posix_memalign(&memory, huge ? HUGE_PAGE : begin, bytes) != 0)
+    if (posix_memalign(&memory, huge ? HugePage : begin, bytes) != 0)
         return nullptr;
 #if defined(MADV_HUGEPAGE)
     if (huge)
@@ -127,12 +127,12 @@ Block *NewBlock(std::size_t capacity)
 
 void *TovAllocFrameMemory(std::size_t size)
 {
-    if (size > LARGEST)
+    if (size > Largest)
         return nullptr;
-    Block *block = size >= POOLED_FROM ? Pool().Take(size) : nullptr;
+    Block *block = size >= PooledFrom ? Pool().Take(size) : nullptr;
     if (!block) {
         // Some slack, so that frames of nearly one size find each other's blocks.
-        block = NewBlock(size < POOLED_FROM ? size : size + size / 64);
+        block = NewBlock(size < PooledFrom ? size : size + size / 64);
         if (!block)
             return nullptr;
     }
@@ -148,7 +148,7 @@ void TovFreeFrameMemory(void *memory)
     Block *block = static_cast<Block *>(memory) - 1;
     // Before it is kept: from then on it may be another thread's.
     ASAN_POISON_MEMORY_REGION(block + 1, block->capacity);
-    if (block->capacity >= POOLED_FROM && Pool().Keep(block))
+    if (block->capacity >= PooledFrom && Pool().Keep(block))
         return;
     ASAN_UNPOISON_MEMORY_REGION(block + 1, block->capacity);
     std::free(block->memory);

@@ -9,12 +9,12 @@
 namespace {
 
 // The private header word: whose image this is, and whether the pixels are its own.
-constexpr std::uint64_t MAGIC = 0x544F56494D470000; // low 16 bits: flags
-constexpr std::uint64_t OWNS_PIXELS = 1;
+constexpr std::uint64_t Magic = 0x544F56494D470000; // low 16 bits: flags
+constexpr std::uint64_t OwnsPixels = 1;
 
 bool IsOurs(_TovImage const *image)
 {
-    return (image->header & ~std::uint64_t(0xFFFF)) == MAGIC;
+    return (image->header & ~std::uint64_t(0xFFFF)) == Magic;
 }
 
 template<typename T>
@@ -52,7 +52,7 @@ unsigned long FillHeader(_TovImage *image, TovImageSize size, std::uint32_t pixe
         return TOV_IMAGE_ERR_ARGUMENT;
 
     *image = {};
-    image->header = MAGIC;
+    image->header = Magic;
     image->pixelType = pixelType;
     image->bitDepth = info->bitDepth;
     image->formatClass = info->formatClass;
@@ -70,7 +70,7 @@ unsigned long Release(_TovImage **image)
         return TOV_IMAGE_OK;
     if (!IsOurs(*image))
         return TOV_IMAGE_ERR_ARGUMENT;
-    if ((*image)->header & OWNS_PIXELS)
+    if ((*image)->header & OwnsPixels)
         TovFreeFrameMemory((*image)->imageData);
     (*image)->header = 0;
     delete *image;
@@ -110,7 +110,7 @@ unsigned long TovCreateImage(_TovImage **image, TovImageSize size, std::uint32_t
     }
     std::memset(pixels, 0, bytes);
     made->imageData = static_cast<std::uint8_t *>(pixels);
-    made->header |= OWNS_PIXELS;
+    made->header |= OwnsPixels;
     *image = made;
     return TOV_IMAGE_OK;
 }

@@ -7,26 +7,26 @@ namespace TovPixels {
 namespace {
 
 // Weights of the colours in grey, as fractions of 2^16: they add up to 1, so that a sum just fits 32 bits.
-constexpr int GREY_FRACTION = 16;
-constexpr std::uint32_t GREY_R = 19595;
-constexpr std::uint32_t GREY_G = 38470;
-constexpr std::uint32_t GREY_B = 7471;
+constexpr int GreyFraction = 16;
+constexpr std::uint32_t GreyR = 19595;
+constexpr std::uint32_t GreyG = 38470;
+constexpr std::uint32_t GreyB = 7471;
 // What chroma adds to luma, as fractions of 2^14.
-constexpr int FRACTION = 14;
-constexpr int HALF = 1 << (FRACTION - 1);
-constexpr int R_FROM_V = 22970;
-constexpr int G_FROM_U = -5638;
-constexpr int G_FROM_V = -11700;
-constexpr int B_FROM_U = 29032;
+constexpr int Fraction = 14;
+constexpr int Half = 1 << (Fraction - 1);
+constexpr int RFromV = 22970;
+constexpr int GFromU = -5638;
+constexpr int GFromV = -11700;
+constexpr int BFromU = 29032;
 
 template<class T>
 TOV_ALWAYS_INLINE void Grey(T const *__restrict colours, std::size_t width, bool blueFirst, T *__restrict grey)
 {
-    std::uint32_t const first = blueFirst ? GREY_B : GREY_R;
-    std::uint32_t const third = blueFirst ? GREY_R : GREY_B;
+    std::uint32_t const first = blueFirst ? GreyB : GreyR;
+    std::uint32_t const third = blueFirst ? GreyR : GreyB;
     for (std::size_t x = 0; x < width; ++x) {
-        std::uint32_t const sum = colours[3 * x] * first + colours[3 * x + 1] * GREY_G + colours[3 * x + 2] * third;
-        grey[x] = T((sum + (1u << (GREY_FRACTION - 1))) >> GREY_FRACTION);
+        std::uint32_t const sum = colours[3 * x] * first + colours[3 * x + 1] * GreyG + colours[3 * x + 2] * third;
+        grey[x] = T((sum + (1u << (GreyFraction - 1))) >> GreyFraction);
     }
 }
 
@@ -98,9 +98,9 @@ TOV_ALWAYS_INLINE void Yuv(T const *__restrict channels, std::size_t width, unsi
         int const y = channels[x];
         int const cb = int(u[x]) - neutral;
         int const cr = int(v[x]) - neutral;
-        int const r = y + ((R_FROM_V * cr + HALF) >> FRACTION);
-        int const g = y + ((G_FROM_U * cb + G_FROM_V * cr + HALF) >> FRACTION);
-        int const b = y + ((B_FROM_U * cb + HALF) >> FRACTION);
+        int const r = y + ((RFromV * cr + Half) >> Fraction);
+        int const g = y + ((GFromU * cb + GFromV * cr + Half) >> Fraction);
+        int const b = y + ((BFromU * cb + Half) >> Fraction);
         colours[3 * x + Red] = T(std::clamp(r, 0, largest));
         colours[3 * x + 1] = T(std::clamp(g, 0, largest));
         colours[3 * x + 2 - Red] = T(std::clamp(b, 0, largest));

@@ -12,11 +12,11 @@ namespace TovPixels {
 namespace {
 
 // A strip of so many pixels stays in the cache.
-constexpr std::size_t STRIP_PIXELS = 90000;
+constexpr std::size_t StripPixels = 90000;
 // A picture from this size on is shared among OpenCV's threads, as OpenCV's own operations are; waking them does not
 // pay for the bands that the display asks for.
-constexpr std::size_t SHARED_PIXELS = 1u << 20;
-constexpr double PIXELS_A_SHARE = 1u << 18;
+constexpr std::size_t SharedPixels = 1u << 20;
+constexpr double PixelsAShare = 1u << 18;
 
 // Has `work` do the lines from `begin` to `end`, more than once and on several threads where the picture is large.
 template<class Work>
@@ -25,10 +25,10 @@ void ForLines(_TovImage const &picture, Work const &work)
     int const height = int(picture.height);
 #if !defined(__SANITIZE_THREAD__) // which does not see how threads of a library that it knows nothing of meet
     std::size_t const pixels = std::size_t(picture.width) * picture.height;
-    if (pixels >= SHARED_PIXELS) {
+    if (pixels >= SharedPixels) {
         cv::parallel_for_(
             cv::Range(0, height), [&work](cv::Range const &lines) { work(lines.start, lines.end); },
-            double(pixels) / PIXELS_A_SHARE);
+            double(pixels) / PixelsAShare);
         return;
     }
 #endif
@@ -68,7 +68,7 @@ public:
           m_width(int(source.width)),
           m_height(int(source.height)),
           m_step(source.width + 2 * std::size_t(margin)),
-          m_lines(std::min(std::clamp(int(STRIP_PIXELS / m_step) - 2 * margin, 8, 64), m_height + 3) / 4 * 4),
+          m_lines(std::min(std::clamp(int(StripPixels / m_step) - 2 * margin, 8, 64), m_height + 3) / 4 * 4),
           m_samples(m_step * std::size_t(m_lines + 2 * margin))
     {
     }
@@ -121,13 +121,13 @@ class MosaicLines
 {
 public:
     // Lines asked for may lie at most that many apart.
-    static constexpr int REACH = 3;
+    static constexpr int Reach = 3;
 
     MosaicLines(TovPixelTypeInfo const &info, _TovImage const &source)
         : m_info(info),
           m_source(source),
           m_inPlace(info.packing == TOV_UNPACKED && (info.bitDepth > 8 ? 2 : 1) == sizeof(T)),
-          m_samples(m_inPlace ? 0 : std::size_t(REACH) * source.width)
+          m_samples(m_inPlace ? 0 : std::size_t(Reach) * source.width)
     {
     }
 
@@ -136,7 +136,7 @@ public:
         std::uint8_t const *line = m_source.imageData + std::uint64_t(y) * m_source.lineStep;
         if (m_inPlace)
             return line;
-        int const slot = y % REACH;
+        int const slot = y % Reach;
         T *samples = m_samples.Data() + std::size_t(slot) * m_source.width;
         if (m_held[slot] != y) {
             UnpackInto(m_info, line, m_source.width, samples);
@@ -150,7 +150,7 @@ private:
     _TovImage const &m_source;
     bool const m_inPlace;
     FrameMemory<T> const m_samples;
-    int m_held[REACH] = {-1, -1, -1};
+    int m_held[Reach] = {-1, -1, -1};
 };
 
 // One line interpolated, shifted up by `shift` bits.

@@ -8,11 +8,11 @@
 
 namespace {
 
-constexpr std::uint8_t MONO = TOV_FAMILY_MONO;
+constexpr std::uint8_t Mono = TOV_FAMILY_MONO;
 constexpr std::uint8_t RGB = TOV_FAMILY_RGB;
-constexpr std::uint8_t BAYER = TOV_FAMILY_BAYER;
+constexpr std::uint8_t Bayer = TOV_FAMILY_BAYER;
 constexpr std::uint8_t YUV = TOV_FAMILY_YUV;
-constexpr TovPacking BYTES = TOV_UNPACKED;
+constexpr TovPacking Bytes = TOV_UNPACKED;
 constexpr TovPacking GEV = TOV_PACKED_GEV;
 constexpr TovPacking LSB = TOV_PACKED_P;
 constexpr TovPacking WEFT = TOV_PACKED_WEFT;
@@ -37,44 +37,44 @@ constexpr TovBayerPhase GB = TOV_BAYER_GB;
 constexpr TovBayerPhase BG = TOV_BAYER_BG;
 
 constexpr RowSeed s_beforeTrueSense[] = {
-    {"Mono8", MONO, 8, BYTES, NO, 1, 1, 0x01080001},       {"Mono10", MONO, 10, BYTES, NO, 1, 1, 0x01100003},
-    {"Mono10p", MONO, 10, LSB, NO, 1, 1, 0x010A0046},      {"Mono10Packed", MONO, 10, GEV, NO, 1, 1, 0x010C0004},
-    {"Mono10_WEftPacked", MONO, 10, WEFT, NO, 1, 1, 0},    {"Mono12", MONO, 12, BYTES, NO, 1, 1, 0x01100005},
-    {"Mono12p", MONO, 12, LSB, NO, 1, 1, 0x010C0047},      {"Mono12Packed", MONO, 12, GEV, NO, 1, 1, 0x010C0006},
-    {"Mono12_WEftPacked", MONO, 12, WEFT, NO, 1, 1, 0},    {"Mono14", MONO, 14, BYTES, NO, 1, 1, 0x01100025},
-    {"Mono16", MONO, 16, BYTES, NO, 1, 1, 0x01100007},     {"Mono8_WEftPacked", MONO, 8, WEFT, NO, 1, 1, 0},
-    {"BayerGR8", BAYER, 8, BYTES, GR, 1, 1, 0x01080008},   {"BayerRG8", BAYER, 8, BYTES, RG, 1, 1, 0x01080009},
-    {"BayerGB8", BAYER, 8, BYTES, GB, 1, 1, 0x0108000A},   {"BayerBG8", BAYER, 8, BYTES, BG, 1, 1, 0x0108000B},
-    {"BayerGR10", BAYER, 10, BYTES, GR, 1, 1, 0x0110000C}, {"BayerRG10", BAYER, 10, BYTES, RG, 1, 1, 0x0110000D},
-    {"BayerGB10", BAYER, 10, BYTES, GB, 1, 1, 0x0110000E}, {"BayerBG10", BAYER, 10, BYTES, BG, 1, 1, 0x0110000F},
-    {"BayerGR12", BAYER, 12, BYTES, GR, 1, 1, 0x01100010}, {"BayerRG12", BAYER, 12, BYTES, RG, 1, 1, 0x01100011},
-    {"BayerGB12", BAYER, 12, BYTES, GB, 1, 1, 0x01100012}, {"BayerBG12", BAYER, 12, BYTES, BG, 1, 1, 0x01100013},
-    {"BayerGR10p", BAYER, 10, LSB, GR, 1, 1, 0x010A0056},  {"BayerGR10Packed", BAYER, 10, GEV, GR, 1, 1, 0x010C0026},
-    {"BayerRG10p", BAYER, 10, LSB, RG, 1, 1, 0x010A0058},  {"BayerRG10Packed", BAYER, 10, GEV, RG, 1, 1, 0x010C0027},
-    {"BayerGB10p", BAYER, 10, LSB, GB, 1, 1, 0x010A0054},  {"BayerGB10Packed", BAYER, 10, GEV, GB, 1, 1, 0x010C0028},
-    {"BayerBG10p", BAYER, 10, LSB, BG, 1, 1, 0x010A0052},  {"BayerBG10Packed", BAYER, 10, GEV, BG, 1, 1, 0x010C0029},
-    {"BayerGR12p", BAYER, 12, LSB, GR, 1, 1, 0x010C0057},  {"BayerGR12Packed", BAYER, 12, GEV, GR, 1, 1, 0x010C002A},
-    {"BayerRG12p", BAYER, 12, LSB, RG, 1, 1, 0x010C0059},  {"BayerRG12Packed", BAYER, 12, GEV, RG, 1, 1, 0x010C002B},
-    {"BayerGB12p", BAYER, 12, LSB, GB, 1, 1, 0x010C0055},  {"BayerGB12Packed", BAYER, 12, GEV, GB, 1, 1, 0x010C002C},
-    {"BayerBG12p", BAYER, 12, LSB, BG, 1, 1, 0x010C0053},  {"BayerBG12Packed", BAYER, 12, GEV, BG, 1, 1, 0x010C002D},
-    {"BayerGR14", BAYER, 14, BYTES, GR, 1, 1, 0x01100109}, {"BayerRG14", BAYER, 14, BYTES, RG, 1, 1, 0x0110010A},
-    {"BayerGB14", BAYER, 14, BYTES, GB, 1, 1, 0x0110010B}, {"BayerBG14", BAYER, 14, BYTES, BG, 1, 1, 0x0110010C},
-    {"BayerGR16", BAYER, 16, BYTES, GR, 1, 1, 0x0110002E}, {"BayerRG16", BAYER, 16, BYTES, RG, 1, 1, 0x0110002F},
-    {"BayerGB16", BAYER, 16, BYTES, GB, 1, 1, 0x01100030}, {"BayerBG16", BAYER, 16, BYTES, BG, 1, 1, 0x01100031},
+    {"Mono8", Mono, 8, Bytes, NO, 1, 1, 0x01080001},       {"Mono10", Mono, 10, Bytes, NO, 1, 1, 0x01100003},
+    {"Mono10p", Mono, 10, LSB, NO, 1, 1, 0x010A0046},      {"Mono10Packed", Mono, 10, GEV, NO, 1, 1, 0x010C0004},
+    {"Mono10_WEftPacked", Mono, 10, WEFT, NO, 1, 1, 0},    {"Mono12", Mono, 12, Bytes, NO, 1, 1, 0x01100005},
+    {"Mono12p", Mono, 12, LSB, NO, 1, 1, 0x010C0047},      {"Mono12Packed", Mono, 12, GEV, NO, 1, 1, 0x010C0006},
+    {"Mono12_WEftPacked", Mono, 12, WEFT, NO, 1, 1, 0},    {"Mono14", Mono, 14, Bytes, NO, 1, 1, 0x01100025},
+    {"Mono16", Mono, 16, Bytes, NO, 1, 1, 0x01100007},     {"Mono8_WEftPacked", Mono, 8, WEFT, NO, 1, 1, 0},
+    {"BayerGR8", Bayer, 8, Bytes, GR, 1, 1, 0x01080008},   {"BayerRG8", Bayer, 8, Bytes, RG, 1, 1, 0x01080009},
+    {"BayerGB8", Bayer, 8, Bytes, GB, 1, 1, 0x0108000A},   {"BayerBG8", Bayer, 8, Bytes, BG, 1, 1, 0x0108000B},
+    {"BayerGR10", Bayer, 10, Bytes, GR, 1, 1, 0x0110000C}, {"BayerRG10", Bayer, 10, Bytes, RG, 1, 1, 0x0110000D},
+    {"BayerGB10", Bayer, 10, Bytes, GB, 1, 1, 0x0110000E}, {"BayerBG10", Bayer, 10, Bytes, BG, 1, 1, 0x0110000F},
+    {"BayerGR12", Bayer, 12, Bytes, GR, 1, 1, 0x01100010}, {"BayerRG12", Bayer, 12, Bytes, RG, 1, 1, 0x01100011},
+    {"BayerGB12", Bayer, 12, Bytes, GB, 1, 1, 0x01100012}, {"BayerBG12", Bayer, 12, Bytes, BG, 1, 1, 0x01100013},
+    {"BayerGR10p", Bayer, 10, LSB, GR, 1, 1, 0x010A0056},  {"BayerGR10Packed", Bayer, 10, GEV, GR, 1, 1, 0x010C0026},
+    {"BayerRG10p", Bayer, 10, LSB, RG, 1, 1, 0x010A0058},  {"BayerRG10Packed", Bayer, 10, GEV, RG, 1, 1, 0x010C0027},
+    {"BayerGB10p", Bayer, 10, LSB, GB, 1, 1, 0x010A0054},  {"BayerGB10Packed", Bayer, 10, GEV, GB, 1, 1, 0x010C0028},
+    {"BayerBG10p", Bayer, 10, LSB, BG, 1, 1, 0x010A0052},  {"BayerBG10Packed", Bayer, 10, GEV, BG, 1, 1, 0x010C0029},
+    {"BayerGR12p", Bayer, 12, LSB, GR, 1, 1, 0x010C0057},  {"BayerGR12Packed", Bayer, 12, GEV, GR, 1, 1, 0x010C002A},
+    {"BayerRG12p", Bayer, 12, LSB, RG, 1, 1, 0x010C0059},  {"BayerRG12Packed", Bayer, 12, GEV, RG, 1, 1, 0x010C002B},
+    {"BayerGB12p", Bayer, 12, LSB, GB, 1, 1, 0x010C0055},  {"BayerGB12Packed", Bayer, 12, GEV, GB, 1, 1, 0x010C002C},
+    {"BayerBG12p", Bayer, 12, LSB, BG, 1, 1, 0x010C0053},  {"BayerBG12Packed", Bayer, 12, GEV, BG, 1, 1, 0x010C002D},
+    {"BayerGR14", Bayer, 14, Bytes, GR, 1, 1, 0x01100109}, {"BayerRG14", Bayer, 14, Bytes, RG, 1, 1, 0x0110010A},
+    {"BayerGB14", Bayer, 14, Bytes, GB, 1, 1, 0x0110010B}, {"BayerBG14", Bayer, 14, Bytes, BG, 1, 1, 0x0110010C},
+    {"BayerGR16", Bayer, 16, Bytes, GR, 1, 1, 0x0110002E}, {"BayerRG16", Bayer, 16, Bytes, RG, 1, 1, 0x0110002F},
+    {"BayerGB16", Bayer, 16, Bytes, GB, 1, 1, 0x01100030}, {"BayerBG16", Bayer, 16, Bytes, BG, 1, 1, 0x01100031},
 };
 
 constexpr RowSeed s_afterTrueSense[] = {
-    {"RGB8", RGB, 8, BYTES, NO, 3, 3, 0x02180014},       {"BGR8", RGB, 8, BYTES, NO, 3, 3, 0x02180015},
-    {"RGBa8", RGB, 8, BYTES, NO, 4, 4, 0x02200016},      {"BGRa8", RGB, 8, BYTES, NO, 4, 4, 0x02200017},
-    {"RGB10", RGB, 10, BYTES, NO, 3, 3, 0x02300018},     {"BGR10", RGB, 10, BYTES, NO, 3, 3, 0x02300019},
-    {"RGB12", RGB, 12, BYTES, NO, 3, 3, 0x0230001A},     {"BGR12", RGB, 12, BYTES, NO, 3, 3, 0x0230001B},
-    {"RGB14", RGB, 14, BYTES, NO, 3, 3, 0x0230005E},     {"BGR14", RGB, 14, BYTES, NO, 3, 3, 0x0230004A},
-    {"RGB16", RGB, 16, BYTES, NO, 3, 3, 0x02300033},     {"BGR16", RGB, 16, BYTES, NO, 3, 3, 0x0230004B},
+    {"RGB8", RGB, 8, Bytes, NO, 3, 3, 0x02180014},       {"BGR8", RGB, 8, Bytes, NO, 3, 3, 0x02180015},
+    {"RGBa8", RGB, 8, Bytes, NO, 4, 4, 0x02200016},      {"BGRa8", RGB, 8, Bytes, NO, 4, 4, 0x02200017},
+    {"RGB10", RGB, 10, Bytes, NO, 3, 3, 0x02300018},     {"BGR10", RGB, 10, Bytes, NO, 3, 3, 0x02300019},
+    {"RGB12", RGB, 12, Bytes, NO, 3, 3, 0x0230001A},     {"BGR12", RGB, 12, Bytes, NO, 3, 3, 0x0230001B},
+    {"RGB14", RGB, 14, Bytes, NO, 3, 3, 0x0230005E},     {"BGR14", RGB, 14, Bytes, NO, 3, 3, 0x0230004A},
+    {"RGB16", RGB, 16, Bytes, NO, 3, 3, 0x02300033},     {"BGR16", RGB, 16, Bytes, NO, 3, 3, 0x0230004B},
     {"RGB_8_WEFT_Packed", RGB, 8, WEFT, NO, 3, 3, 0},    {"RGB_10_WEFT_Packed", RGB, 10, WEFT, NO, 3, 3, 0},
-    {"RGB_12_WEFT_Packed", RGB, 12, WEFT, NO, 3, 3, 0},  {"YUV422_8_UYVY", YUV, 8, BYTES, NO, 3, 2, 0x0210001F},
-    {"YUV422_8", YUV, 8, BYTES, NO, 3, 2, 0x02100032},   {"YUV422_10", YUV, 10, BYTES, NO, 3, 2, 0},
-    {"YUV422_10_PACKED", YUV, 10, GEV, NO, 3, 2, 0},     {"YUV444_8", YUV, 8, BYTES, NO, 4, 4, 0},
-    {"YCbCr422_8", YUV, 8, BYTES, NO, 3, 2, 0x0210003B},
+    {"RGB_12_WEFT_Packed", RGB, 12, WEFT, NO, 3, 3, 0},  {"YUV422_8_UYVY", YUV, 8, Bytes, NO, 3, 2, 0x0210001F},
+    {"YUV422_8", YUV, 8, Bytes, NO, 3, 2, 0x02100032},   {"YUV422_10", YUV, 10, Bytes, NO, 3, 2, 0},
+    {"YUV422_10_PACKED", YUV, 10, GEV, NO, 3, 2, 0},     {"YUV444_8", YUV, 8, Bytes, NO, 4, 4, 0},
+    {"YCbCr422_8", YUV, 8, Bytes, NO, 3, 2, 0x0210003B},
 };
 
 // The mosaics with white pixels, by the colours of their four 2 x 2 blocks and by the standard's name and 8-bit code.
@@ -92,8 +92,8 @@ constexpr TrueSenseMosaic s_trueSense[] = {
     {"RGGB", 'R', "SCF1WRWG", 0x7C},
 };
 constexpr std::uint8_t s_trueSenseDepths[] = {8, 10, 12, 14};
-constexpr std::size_t TRUESENSE_ROWS = std::size(s_trueSenseDepths) * std::size(s_trueSense) * 4;
-static_assert(std::size(s_beforeTrueSense) + TRUESENSE_ROWS + std::size(s_afterTrueSense) == TOV_PIXEL_TYPE_ROWS);
+constexpr std::size_t TruesenseRows = std::size(s_trueSenseDepths) * std::size(s_trueSense) * 4;
+static_assert(std::size(s_beforeTrueSense) + TruesenseRows + std::size(s_afterTrueSense) == TOV_PIXEL_TYPE_ROWS);
 
 std::uint32_t FormatClass(RowSeed const &seed)
 {
@@ -171,7 +171,7 @@ private:
         char const c = form.colour;
         std::snprintf(m_names[text].data(), m_names[text].size(), "TrueSense_%s_W%c%cW_%u_%u", form.blocks, c, c, phase,
                       unsigned(depth));
-        TovPixelTypeInfo info = MakeRow({m_names[text].data(), TOV_FAMILY_TRUESENSE, depth, BYTES, NO, 1, 1, 0}, row);
+        TovPixelTypeInfo info = MakeRow({m_names[text].data(), TOV_FAMILY_TRUESENSE, depth, Bytes, NO, 1, 1, 0}, row);
         info.mosaic = std::uint8_t(mosaic);
         info.phase = std::uint8_t(phase);
         // The standard names only the mosaics that begin at the corner of a tile.
@@ -185,8 +185,8 @@ private:
     }
 
     std::array<TovPixelTypeInfo, TOV_PIXEL_TYPE_ROWS> m_rows;
-    std::array<std::array<char, 32>, TRUESENSE_ROWS> m_names{};
-    std::array<std::array<char, 16>, TRUESENSE_ROWS> m_pfncNames{};
+    std::array<std::array<char, 32>, TruesenseRows> m_names{};
+    std::array<std::array<char, 16>, TruesenseRows> m_pfncNames{};
 };
 
 PixelTable const &Table()

@@ -10,8 +10,8 @@ namespace {
 
 using Bytes = std::uint8_t __attribute__((vector_size(16)));
 using Words = std::uint16_t __attribute__((vector_size(16)));
-constexpr std::size_t VECTOR = sizeof(Bytes);
-constexpr std::size_t LANES = VECTOR / 2;
+constexpr std::size_t Vector = sizeof(Bytes);
+constexpr std::size_t Lanes = Vector / 2;
 
 // The bytes of `a`, then of `b`, that the indices name.
 template<class Indices, std::size_t... I>
@@ -27,7 +27,7 @@ TOV_ALWAYS_INLINE Bytes Shuffle(Bytes a, Bytes b, std::index_sequence<I...>)
 template<class Indices>
 TOV_ALWAYS_INLINE Bytes Shuffle(Bytes a, Bytes b)
 {
-    return Shuffle<Indices>(a, b, std::make_index_sequence<VECTOR>());
+    return Shuffle<Indices>(a, b, std::make_index_sequence<Vector>());
 }
 
 template<class V>
@@ -41,7 +41,7 @@ TOV_ALWAYS_INLINE V Load(std::uint8_t const *from)
 // The upper bytes of the words of two vectors.
 struct OddBytes
 {
-    static constexpr std::array<std::uint8_t, VECTOR> value = {1,  3,  5,  7,  9,  11, 13, 15,
+    static constexpr std::array<std::uint8_t, Vector> value = {1,  3,  5,  7,  9,  11, 13, 15,
                                                                17, 19, 21, 23, 25, 27, 29, 31};
 };
 
@@ -50,37 +50,37 @@ struct OddBytes
 template<TovPacking Packing, unsigned Depth>
 struct Form
 {
-    static constexpr unsigned DEPTH = Depth;
-    static constexpr unsigned BITS = Packing == TOV_PACKED_GEV ? 12 : Depth; // that a sample takes
+    static constexpr unsigned SampleDepth = Depth;
+    static constexpr unsigned Bits = Packing == TOV_PACKED_GEV ? 12 : Depth; // that a sample takes
     // Eight samples are this many bytes; a group is the fewest samples that are whole bytes.
-    static constexpr std::size_t BYTES_OF_8 = BITS;
-    static constexpr std::size_t GROUP = BITS == 12 ? 2 : 4;
+    static constexpr std::size_t BytesOf8 = Bits;
+    static constexpr std::size_t Group = Bits == 12 ? 2 : 4;
 
     static constexpr std::size_t Low(std::size_t i)
     {
         if (Packing == TOV_PACKED_GEV)
             return i / 2 * 3 + 1;
-        return i * BITS / 8 + (Packing == TOV_PACKED_WEFT ? 1 : 0);
+        return i * Bits / 8 + (Packing == TOV_PACKED_WEFT ? 1 : 0);
     }
     static constexpr std::size_t High(std::size_t i)
     {
         if (Packing == TOV_PACKED_GEV)
             return i / 2 * 3 + i % 2 * 2;
-        return i * BITS / 8 + (Packing == TOV_PACKED_WEFT ? 0 : 1);
+        return i * Bits / 8 + (Packing == TOV_PACKED_WEFT ? 0 : 1);
     }
     // What brings the sample to the top of its word, but for GigE Vision's, whose low bits stand apart.
     static constexpr std::uint16_t Factor(std::size_t i)
     {
-        std::size_t const skipped = i * BITS % 8;
+        std::size_t const skipped = i * Bits % 8;
         return std::uint16_t(1u << (Packing == TOV_PACKED_WEFT ? skipped : 16 - Depth - skipped));
     }
 
     // Where the bytes of eight samples go.
     struct Places
     {
-        static constexpr std::array<std::uint8_t, VECTOR> value = [] {
-            std::array<std::uint8_t, VECTOR> places{};
-            for (std::size_t i = 0; i < LANES; ++i) {
+        static constexpr std::array<std::uint8_t, Vector> value = [] {
+            std::array<std::uint8_t, Vector> places{};
+            for (std::size_t i = 0; i < Lanes; ++i) {
                 places[2 * i] = std::uint8_t(Low(i));
                 places[2 * i + 1] = std::uint8_t(High(i));
             }
@@ -91,10 +91,10 @@ struct Form
     // Where the upper eight bits of sixteen samples stand, in the sixteen bytes of the first eight and of the others.
     struct HighPlaces
     {
-        static constexpr std::array<std::uint8_t, VECTOR> value = [] {
-            std::array<std::uint8_t, VECTOR> places{};
-            for (std::size_t i = 0; i < VECTOR; ++i)
-                places[i] = std::uint8_t(High(i % LANES) + i / LANES * VECTOR);
+        static constexpr std::array<std::uint8_t, Vector> value = [] {
+            std::array<std::uint8_t, Vector> places{};
+            for (std::size_t i = 0; i < Vector; ++i)
+                places[i] = std::uint8_t(High(i % Lanes) + i / Lanes * Vector);
             return places;
         }();
     };
@@ -122,15 +122,15 @@ struct Form
         } else {
             // The upper byte is the sample's; of the other, the lower half belongs to the even sample, the upper
             // half to the odd one.
-            constexpr std::uint16_t LOW = (1u << (Depth - 8)) - 1;
-            constexpr std::uint16_t HIGH = 0xFF << (Depth - 8);
+            constexpr std::uint16_t Low = (1u << (Depth - 8)) - 1;
+            constexpr std::uint16_t High = 0xFF << (Depth - 8);
             Words const words = Gather(from);
-            Words const low = words & Words{LOW, 0, LOW, 0, LOW, 0, LOW, 0};
+            Words const low = words & Words{Low, 0, Low, 0, Low, 0, Low, 0};
             if constexpr (Depth == 12) {
-                constexpr std::uint16_t ALL = HIGH | LOW;
-                return ((words >> 4) & Words{HIGH, ALL, HIGH, ALL, HIGH, ALL, HIGH, ALL}) | low;
+                constexpr std::uint16_t All = High | Low;
+                return ((words >> 4) & Words{High, All, High, All, High, All, High, All}) | low;
             } else {
-                return ((words >> (16 - Depth)) & HIGH) | ((words >> 4) & Words{0, LOW, 0, LOW, 0, LOW, 0, LOW}) | low;
+                return ((words >> (16 - Depth)) & High) | ((words >> 4) & Words{0, Low, 0, Low, 0, Low, 0, Low}) | low;
             }
         }
     }
@@ -139,9 +139,9 @@ struct Form
     static TOV_ALWAYS_INLINE Bytes HighBytes(std::uint8_t const *from)
     {
         if constexpr (Packing == TOV_PACKED_GEV) {
-            return Shuffle<HighPlaces>(Load<Bytes>(from), Load<Bytes>(from + BYTES_OF_8));
+            return Shuffle<HighPlaces>(Load<Bytes>(from), Load<Bytes>(from + BytesOf8));
         } else {
-            return Shuffle<OddBytes>((Bytes)AtTop(from), (Bytes)AtTop(from + BYTES_OF_8));
+            return Shuffle<OddBytes>((Bytes)AtTop(from), (Bytes)AtTop(from + BytesOf8));
         }
     }
 
@@ -150,8 +150,8 @@ struct Form
     {
         unsigned const word = line[Low(i)] | line[High(i)] << 8;
         if constexpr (Packing == TOV_PACKED_GEV) {
-            constexpr unsigned LOW = (1u << (Depth - 8)) - 1;
-            return (word >> 8) << (Depth - 8) | (word >> (i % 2 * 4) & LOW);
+            constexpr unsigned Low = (1u << (Depth - 8)) - 1;
+            return (word >> 8) << (Depth - 8) | (word >> (i % 2 * 4) & Low);
         } else {
             return std::uint16_t(word * Factor(i)) >> (16 - Depth);
         }
@@ -170,26 +170,26 @@ template<class F, class Out, bool Shifted>
 TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, std::size_t count, unsigned up,
                                   std::uint8_t *out)
 {
-    constexpr unsigned SHIFT = sizeof(Out) == 1 ? F::DEPTH - 8 : 0;
+    constexpr unsigned Shift = sizeof(Out) == 1 ? F::SampleDepth - 8 : 0;
     std::size_t i = first;
     std::size_t const end = first + count;
-    for (; i < end && i % F::GROUP != 0; ++i, out += sizeof(Out))
-        Put(Out(F::Sample(line, i) >> SHIFT << up), out);
+    for (; i < end && i % F::Group != 0; ++i, out += sizeof(Out))
+        Put(Out(F::Sample(line, i) >> Shift << up), out);
 
     // A step reads its last sixteen bytes from where its last eight samples begin.
-    constexpr std::size_t STEP = sizeof(Out) == 1 ? 2 * LANES : LANES;
-    constexpr std::size_t STEP_BYTES = STEP / LANES * F::BYTES_OF_8;
-    constexpr std::size_t STEP_READS = STEP_BYTES - F::BYTES_OF_8 + VECTOR;
-    std::uint8_t const *from = line + i * F::BITS / 8;
-    std::size_t const bytes = (end * F::BITS + 7) / 8 - i * F::BITS / 8;
-    std::size_t steps = (end - i) / STEP;
-    if (bytes < STEP_READS)
+    constexpr std::size_t Step = sizeof(Out) == 1 ? 2 * Lanes : Lanes;
+    constexpr std::size_t StepBytes = Step / Lanes * F::BytesOf8;
+    constexpr std::size_t StepReads = StepBytes - F::BytesOf8 + Vector;
+    std::uint8_t const *from = line + i * F::Bits / 8;
+    std::size_t const bytes = (end * F::Bits + 7) / 8 - i * F::Bits / 8;
+    std::size_t steps = (end - i) / Step;
+    if (bytes < StepReads)
         steps = 0;
-    else if ((bytes - STEP_READS) / STEP_BYTES + 1 < steps)
-        steps = (bytes - STEP_READS) / STEP_BYTES + 1;
-    i += steps * STEP;
+    else if ((bytes - StepReads) / StepBytes + 1 < steps)
+        steps = (bytes - StepReads) / StepBytes + 1;
+    i += steps * Step;
 #pragma GCC unroll 4
-    for (; steps != 0; --steps, from += STEP_BYTES, out += STEP * sizeof(Out)) {
+    for (; steps != 0; --steps, from += StepBytes, out += Step * sizeof(Out)) {
         if constexpr (sizeof(Out) == 1) {
             Bytes const step = F::HighBytes(from);
             std::memcpy(out, &step, sizeof step);
@@ -201,7 +201,7 @@ TOV_ALWAYS_INLINE void UnpackForm(std::uint8_t const *line, std::size_t first, s
         }
     }
     for (; i < end; ++i, out += sizeof(Out))
-        Put(Out(F::Sample(line, i) >> SHIFT << up), out);
+        Put(Out(F::Sample(line, i) >> Shift << up), out);
 }
 
 // `packing` and `depth` are one of the six packed forms.

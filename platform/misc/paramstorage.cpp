@@ -16,7 +16,7 @@ namespace {
 
 // Bound text and blocks are wider than an atomic access. The storage's lock keeps them whole between its callers; the
 // bytes are atomic for an owner that looks at them beside it.
-void loadBytes(void const *bound, void *out, std::size_t size)
+void LoadBytes(void const *bound, void *out, std::size_t size)
 {
     auto const *const from = static_cast<std::uint8_t const *>(bound);
     auto *const to = static_cast<std::uint8_t *>(out);
@@ -24,7 +24,7 @@ void loadBytes(void const *bound, void *out, std::size_t size)
         to[i] = TovLoadBound(from[i]);
 }
 
-void storeBytes(void *bound, void const *in, std::size_t size)
+void StoreBytes(void *bound, void const *in, std::size_t size)
 {
     auto const *const from = static_cast<std::uint8_t const *>(in);
     auto *const to = static_cast<std::uint8_t *>(bound);
@@ -32,22 +32,22 @@ void storeBytes(void *bound, void const *in, std::size_t size)
         TovStoreBound(to[i], from[i]);
 }
 
-bool aligned(void const *pointer, std::size_t alignment)
+bool Aligned(void const *pointer, std::size_t alignment)
 {
     return pointer && reinterpret_cast<std::uintptr_t>(pointer) % alignment == 0;
 }
 
-bool isValid(_TovStParam const &param)
+bool IsValid(_TovStParam const &param)
 {
     if (!param.name[0] || !std::memchr(param.name, 0, sizeof param.name))
         return false;
     switch (param.type) {
     case TOV_PARAM_INT:
-        return aligned(param.i.value, sizeof(std::int64_t)) && param.i.minimum <= param.i.maximum;
+        return Aligned(param.i.value, sizeof(std::int64_t)) && param.i.minimum <= param.i.maximum;
     case TOV_PARAM_BOOL:
         return param.b.value != nullptr;
     case TOV_PARAM_FLOAT:
-        return aligned(param.f.value, sizeof(double)) && param.f.minimum <= param.f.maximum;
+        return Aligned(param.f.value, sizeof(double)) && param.f.minimum <= param.f.maximum;
     case TOV_PARAM_STRING:
         return param.s.value && param.s.capacity > 0;
     case TOV_PARAM_ARRAY:
@@ -59,7 +59,7 @@ bool isValid(_TovStParam const &param)
     }
 }
 
-TovStatus copyOut(std::string const &text, char *buffer, unsigned int *capacity)
+TovStatus CopyOut(std::string const &text, char *buffer, unsigned int *capacity)
 {
     if (!capacity || (!buffer && *capacity))
         return TOV_PARAM_ERR_ARGUMENT;
@@ -121,7 +121,7 @@ struct TovParamStorage::Impl
         std::string result(s.capacity, '\0');
         {
             std::lock_guard const lock(mutex);
-            loadBytes(s.value, result.data(), s.capacity);
+            LoadBytes(s.value, result.data(), s.capacity);
         }
         result.resize(std::min(result.find('\0'), result.size()));
         return result;
@@ -135,7 +135,7 @@ struct TovParamStorage::Impl
         std::vector<std::uint8_t> bytes(entry.record.a.size);
         {
             std::lock_guard const lock(mutex);
-            loadBytes(entry.record.a.value, bytes.data(), bytes.size());
+            LoadBytes(entry.record.a.value, bytes.data(), bytes.size());
         }
         return ValueText::FromBytes(bytes.data(), bytes.size());
     }
@@ -193,7 +193,7 @@ struct TovParamStorage::Impl
             return TOV_PARAM_ERR_VALUE;
         {
             std::lock_guard const lock(mutex);
-            storeBytes(s.value, value, length + 1);
+            StoreBytes(s.value, value, length + 1);
         }
         changed(entry, notify);
         return TOV_PARAM_OK;
@@ -203,7 +203,7 @@ struct TovParamStorage::Impl
     {
         {
             std::lock_guard const lock(mutex);
-            storeBytes(entry.record.a.value, data, entry.record.a.size);
+            StoreBytes(entry.record.a.value, data, entry.record.a.size);
         }
         changed(entry, notify);
         return TOV_PARAM_OK;
@@ -218,7 +218,7 @@ TovParamStorage::~TovParamStorage() = default;
 
 TovStatus TovParamStorage::AddParam(_TovStParam const *param)
 {
-    if (!param || !isValid(*param))
+    if (!param || !IsValid(*param))
         return TOV_PARAM_ERR_ARGUMENT;
     auto entry = std::make_unique<ParamEntry>();
     entry->record = *param;
@@ -304,7 +304,7 @@ TovStatus TovParamStorage::GetParamString(char const *key, char *buffer, unsigne
 {
     ParamEntry *entry = nullptr;
     TovStatus const status = m_impl->find(key, TOV_PARAM_STRING, &entry);
-    return status == TOV_PARAM_OK ? copyOut(m_impl->text(*entry), buffer, capacity) : status;
+    return status == TOV_PARAM_OK ? CopyOut(m_impl->text(*entry), buffer, capacity) : status;
 }
 
 TovStatus TovParamStorage::GetParamArray(char const *key, void *buffer, unsigned int *size) const
@@ -320,7 +320,7 @@ TovStatus TovParamStorage::GetParamArray(char const *key, void *buffer, unsigned
     if (room < a.size)
         return TOV_PARAM_ERR_BUFFER;
     std::lock_guard const lock(m_impl->mutex);
-    loadBytes(a.value, buffer, a.size);
+    LoadBytes(a.value, buffer, a.size);
     return TOV_PARAM_OK;
 }
 
@@ -362,7 +362,7 @@ TovStatus TovParamStorage::GetParamAsString(char const *key, char *buffer, unsig
     default:
         return TOV_PARAM_ERR_TYPE;
     }
-    return fits ? copyOut(text, buffer, capacity) : TOV_PARAM_ERR_FORMAT;
+    return fits ? CopyOut(text, buffer, capacity) : TOV_PARAM_ERR_FORMAT;
 }
 
 TovStatus TovParamStorage::SetParamBool(char const *key, bool value, bool notify)

@@ -37,7 +37,7 @@ private:
 };
 
 // Without blanks around it and without a plus sign, which from_chars does not take.
-std::string_view numberPart(char const *text)
+std::string_view NumberPart(char const *text)
 {
     constexpr char blanks[] = " \t\r\n";
     std::string_view part(text);
@@ -85,7 +85,7 @@ bool ParseFormat(char const *format, std::string_view kinds, bool longAllowed, C
 }
 
 template<typename T>
-bool print(Conversion const &conversion, T value, std::string *text)
+bool Print(Conversion const &conversion, T value, std::string *text)
 {
     CLocale const locale;
 // The format was checked above, piece by piece.
@@ -101,7 +101,7 @@ bool print(Conversion const &conversion, T value, std::string *text)
     return true;
 }
 
-int hexDigit(char c)
+int HexDigit(char c)
 {
     if (c >= '0' && c <= '9')
         return c - '0';
@@ -116,7 +116,7 @@ int hexDigit(char c)
 
 bool ValueText::ParseInt(char const *text, std::int64_t *value)
 {
-    std::string_view const part = numberPart(text);
+    std::string_view const part = NumberPart(text);
     auto const [end, error] = std::from_chars(part.data(), part.data() + part.size(), *value);
     if (part.empty() || end != part.data() + part.size())
         return false;
@@ -130,7 +130,7 @@ bool ValueText::ParseInt(char const *text, std::int64_t *value)
 
 bool ValueText::ParseFloat(char const *text, double *value)
 {
-    std::string_view const part = numberPart(text);
+    std::string_view const part = NumberPart(text);
     auto const [end, error] = std::from_chars(part.data(), part.data() + part.size(), *value);
     if (part.empty() || end != part.data() + part.size())
         return false;
@@ -145,7 +145,7 @@ bool ValueText::ParseFloat(char const *text, double *value)
 
 bool ValueText::ParseBool(char const *text, bool *value)
 {
-    std::string_view const part = numberPart(text);
+    std::string_view const part = NumberPart(text);
     if (part != "0" && part != "1" && part != "false" && part != "true")
         return false;
     *value = part == "1" || part == "true";
@@ -157,8 +157,8 @@ bool ValueText::ParseBytes(char const *text, std::uint8_t *bytes, std::size_t si
     if (std::strlen(text) != size * 2)
         return false;
     for (std::size_t i = 0; i < size; ++i) {
-        int const high = hexDigit(text[2 * i]);
-        int const low = hexDigit(text[2 * i + 1]);
+        int const high = HexDigit(text[2 * i]);
+        int const low = HexDigit(text[2 * i + 1]);
         if (high < 0 || low < 0)
             return false;
         bytes[i] = static_cast<std::uint8_t>(high * 16 + low);
@@ -188,17 +188,17 @@ std::string ValueText::FromBytes(std::uint8_t const *bytes, std::size_t size)
 bool ValueText::FormatInt(char const *format, std::int64_t value, std::string *text)
 {
     Conversion conversion;
-    return ParseFormat(format, "diuoxX", true, &conversion) && print(conversion, static_cast<long>(value), text);
+    return ParseFormat(format, "diuoxX", true, &conversion) && Print(conversion, static_cast<long>(value), text);
 }
 
 bool ValueText::FormatFloat(char const *format, double value, std::string *text)
 {
     Conversion conversion;
-    return ParseFormat(format, "aAeEfFgG", true, &conversion) && print(conversion, value, text);
+    return ParseFormat(format, "aAeEfFgG", true, &conversion) && Print(conversion, value, text);
 }
 
 bool ValueText::FormatString(char const *format, std::string const &value, std::string *text)
 {
     Conversion conversion;
-    return ParseFormat(format, "s", false, &conversion) && print(conversion, value.c_str(), text);
+    return ParseFormat(format, "s", false, &conversion) && Print(conversion, value.c_str(), text);
 }

@@ -64,10 +64,10 @@ public:
     {
         constexpr int LongestSide = 32767; // what FFmpeg's own checks let pass with any format
         if (image.width > LongestSide || image.height > LongestSide || StoredBytes(image) > INT_MAX - 65536)
-            return TOO_LARGE;
+            return TooLarge;
         FrameRate const rate = ToFrameRate(fps);
         m_timeBase = {rate.scale, rate.rate};
-        m_direct = m_compressor.coding == Coding::None && StoredBytes(image) >= DIRECT_FRAME;
+        m_direct = m_compressor.coding == Coding::None && StoredBytes(image) >= DirectFrame;
         AVStream *const stream = MakeStream();
         if (!stream)
             return ENOMEM;
@@ -165,10 +165,10 @@ private:
     {
         auto *movie = static_cast<AviMovie *>(self);
         if (!movie->m_headerWritten && movie->m_rateAt == 0) {
-            constexpr std::size_t RATE = 28; // of the tag to the rate's two numbers
+            constexpr std::size_t Rate = 28; // of the tag to the rate's two numbers
             std::string_view const text(reinterpret_cast<char const *>(bytes), std::size_t(size));
             if (std::size_t const at = text.find("strh"); at != std::string_view::npos)
-                movie->m_rateAt = movie->m_position + at + RATE;
+                movie->m_rateAt = movie->m_position + at + Rate;
         }
         if (!movie->m_error)
             movie->m_error = movie->m_file.WriteAt(movie->m_position, bytes, std::size_t(size));
@@ -205,7 +205,7 @@ private:
         if (av_cmp_q(stream.time_base, m_timeBase) == 0)
             return 0;
         if (m_rateAt == 0)
-            return NO_RATE;
+            return NoRate;
         std::array<std::uint8_t, 8> bytes{};
         AV_WL32(bytes.data(), m_timeBase.num);
         AV_WL32(bytes.data() + 4, m_timeBase.den);
@@ -267,17 +267,17 @@ private:
     // A chunk that players pass over, so that `head` bytes behind it a page begins.
     int WritePadding(std::uint64_t head)
     {
-        constexpr std::uint64_t CHUNK_HEAD = 8;
+        constexpr std::uint64_t ChunkHead = 8;
         std::uint64_t const behind = std::uint64_t(avio_tell(m_io)) + head;
-        std::uint64_t padding = (OutFile::PAGE - behind % OutFile::PAGE) % OutFile::PAGE;
+        std::uint64_t padding = (OutFile::Page - behind % OutFile::Page) % OutFile::Page;
         if (padding == 0)
             return 0;
-        if (padding < CHUNK_HEAD)
-            padding += OutFile::PAGE;
-        static constexpr std::array<std::uint8_t, OutFile::PAGE> zeros{};
+        if (padding < ChunkHead)
+            padding += OutFile::Page;
+        static constexpr std::array<std::uint8_t, OutFile::Page> zeros{};
         avio_wl32(m_io, MKTAG('J', 'U', 'N', 'K'));
-        avio_wl32(m_io, std::uint32_t(padding - CHUNK_HEAD));
-        avio_write(m_io, zeros.data(), int(padding - CHUNK_HEAD));
+        avio_wl32(m_io, std::uint32_t(padding - ChunkHead));
+        avio_write(m_io, zeros.data(), int(padding - ChunkHead));
         return m_error;
     }
 
@@ -285,8 +285,8 @@ private:
     // that all of it is written when this returns.
     int WriteAligned(AVPacket &packet)
     {
-        constexpr std::uint64_t CHUNK_HEAD = 8;
-        if (int const error = WritePadding(CHUNK_HEAD))
+        constexpr std::uint64_t ChunkHead = 8;
+        if (int const error = WritePadding(ChunkHead))
             return error;
         int const status = av_write_frame(m_format, &packet);
         if (status < 0)
@@ -305,9 +305,9 @@ private:
         packet.duration = 1;
         // A full disk shows before the frame is begun, and leaves room for the indexes: 16 bytes a frame in one and 8
         // in the other.
-        constexpr std::uint64_t SLACK = 128 * 1024;
+        constexpr std::uint64_t Slack = 128 * 1024;
         if (int const error =
-                m_file.Reserve(std::uint64_t(packet.size) + 24 * (std::uint64_t(m_readable) + 1) + SLACK)) {
+                m_file.Reserve(std::uint64_t(packet.size) + 24 * (std::uint64_t(m_readable) + 1) + Slack)) {
             if (m_encoder)
                 m_failure = error;
             return error;

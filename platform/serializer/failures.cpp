@@ -6,13 +6,13 @@
 std::string FailureText(int failure)
 {
     switch (failure) {
-    case NOT_HELD:
+    case NotHeld:
         return "The file format cannot hold pictures of this pixel type";
-    case TOO_LARGE:
+    case TooLarge:
         return "The picture is too large for the file format";
-    case NO_RATE:
+    case NoRate:
         return "The file format cannot hold this frame rate";
-    case NO_ENCODER:
+    case NoEncoder:
         return "The compressor refuses pictures of this size or type";
     case LOST:
         return "The file was deleted while it was being written";

@@ -5,11 +5,11 @@
 
 // What formats give besides 0 and errno values.
 enum FormatFailure : int {
-    NOT_HELD = -1,   // the format cannot hold the picture
-    TOO_LARGE = -2,  // nor one of such a size
-    NO_RATE = -3,    // nor a movie of that frame rate
-    NO_ENCODER = -4, // the encoder refuses such pictures
-    LOST = -5,       // the file was deleted while it was written
+    NotHeld = -1,   // the format cannot hold the picture
+    TooLarge = -2,  // nor one of such a size
+    NoRate = -3,    // nor a movie of that frame rate
+    NoEncoder = -4, // the encoder refuses such pictures
+    LOST = -5,      // the file was deleted while it was written
 };
 
 // Short, in English, without a full stop: "No space left on device".

@@ -30,14 +30,14 @@ int FrameFileReader::Open(std::string const &name)
         return errno;
     m_size = std::uint64_t(std::max<off_t>(info.st_size, 0));
 
-    std::uint8_t bytes[MovieHeader::SIZE];
+    std::uint8_t bytes[MovieHeader::Size];
     if (Frame frame; ReadFrame(0, Kind::Image, frame)) {
         m_frames.push_back(frame);
         m_isComplete = true;
         return 0;
     }
     if (int const error = ReadAt(0, bytes, sizeof bytes); error || !Decode(bytes, m_movie))
-        return error > 0 ? error : NOT_A_FRAME_FILE;
+        return error > 0 ? error : NotAFrameFile;
     m_isMovie = true;
     m_isComplete = ReadIndex();
     if (!m_isComplete)
@@ -49,7 +49,7 @@ int FrameFileReader::Open(std::string const &name)
 int FrameFileReader::ReadAt(std::uint64_t offset, void *bytes, std::uint64_t size) const
 {
     if (offset > m_size || size > m_size - offset)
-        return NOT_A_FRAME_FILE;
+        return NotAFrameFile;
     for (auto *at = static_cast<char *>(bytes); size > 0;) {
         ssize_t const read = pread(m_file, at, std::size_t(size), off_t(offset));
         if (read < 0 && errno == EINTR)
@@ -65,7 +65,7 @@ int FrameFileReader::ReadAt(std::uint64_t offset, void *bytes, std::uint64_t siz
 
 bool FrameFileReader::ReadFrame(std::uint64_t offset, Kind kind, Frame &frame) const
 {
-    std::uint8_t bytes[FrameHeader::SIZE];
+    std::uint8_t bytes[FrameHeader::Size];
     frame.offset = offset;
     return ReadAt(offset, bytes, sizeof bytes) == 0 && Decode(bytes, kind, frame.header) &&
            m_size - offset >= frame.header.headerBytes + frame.header.pixelBytes;
@@ -115,15 +115,15 @@ void FrameFileReader::Scan()
 // Where the next header of a frame stands, at or behind `offset`; the file's end if nowhere.
 std::uint64_t FrameFileReader::FindRecord(std::uint64_t offset) const
 {
-    constexpr std::uint64_t WINDOW = 1 << 20;
-    std::vector<std::uint8_t> window(WINDOW + FrameHeader::SIZE);
-    while (offset < m_size && m_size - offset >= FrameHeader::SIZE) {
+    constexpr std::uint64_t Window = 1 << 20;
+    std::vector<std::uint8_t> window(Window + FrameHeader::Size);
+    while (offset < m_size && m_size - offset >= FrameHeader::Size) {
         std::uint64_t const size = std::min<std::uint64_t>(window.size(), m_size - offset);
         if (ReadAt(offset, window.data(), size) != 0)
             break;
         FrameHeader header;
         std::uint64_t at = 0;
-        for (; at + FrameHeader::SIZE <= size; at += m_movie.alignment) {
+        for (; at + FrameHeader::Size <= size; at += m_movie.alignment) {
             if (window[at] == 'T' && Decode(window.data() + at, Kind::MovieFrame, header))
                 return offset + at;
         }
@@ -136,5 +136,5 @@ int FrameFileReader::Read(Frame const &frame, void *pixels) const
 {
     if (int const error = ReadAt(frame.offset + frame.header.headerBytes, pixels, frame.header.pixelBytes))
         return error;
-    return libdeflate_crc32(0, pixels, std::size_t(frame.header.pixelBytes)) == frame.header.pixelCheck ? 0 : DAMAGED;
+    return libdeflate_crc32(0, pixels, std::size_t(frame.header.pixelBytes)) == frame.header.pixelCheck ? 0 : Damaged;
 }

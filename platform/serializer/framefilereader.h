@@ -11,8 +11,8 @@
 class FrameFileReader
 {
 public:
-    static constexpr int NOT_A_FRAME_FILE = -1;
-    static constexpr int DAMAGED = -2; // the pixels are not those that were written
+    static constexpr int NotAFrameFile = -1;
+    static constexpr int Damaged = -2; // the pixels are not those that were written
 
     struct Frame
     {

@@ -10,10 +10,10 @@ namespace FrameFormat {
 
 namespace {
 
-constexpr std::uint32_t VERSION = 1;
-constexpr std::size_t MAGIC_SIZE = 8;
-constexpr char IMAGE_MAGIC[] = "TOVIMAGE", FRAME_MAGIC[] = "TOVFRAME", MOVIE_MAGIC[] = "TOVMOVIE",
-               INDEX_MAGIC[] = "TOVINDEX";
+constexpr std::uint32_t Version = 1;
+constexpr std::size_t MagicSize = 8;
+constexpr char ImageMagic[] = "TOVIMAGE", FrameMagic[] = "TOVFRAME", MovieMagic[] = "TOVMOVIE",
+               IndexMagic[] = "TOVINDEX";
 
 // Fields one after another; the same list of them writes and reads.
 class Writer
@@ -72,12 +72,12 @@ void Fields(Transfer &transfer, Header &header)
 
 // Every header: its magic, the version, the fields, zeros, and in the last four bytes the check of all before.
 template<class Header>
-std::array<std::uint8_t, Header::SIZE> EncodeHeader(Header const &header, char const *magic)
+std::array<std::uint8_t, Header::Size> EncodeHeader(Header const &header, char const *magic)
 {
-    std::array<std::uint8_t, Header::SIZE> bytes{};
-    std::memcpy(bytes.data(), magic, MAGIC_SIZE);
-    Writer write(bytes.data() + MAGIC_SIZE);
-    write(VERSION);
+    std::array<std::uint8_t, Header::Size> bytes{};
+    std::memcpy(bytes.data(), magic, MagicSize);
+    Writer write(bytes.data() + MagicSize);
+    write(Version);
     Fields(write, header);
     Writer(bytes.data() + bytes.size() - 4)(libdeflate_crc32(0, bytes.data(), bytes.size() - 4));
     return bytes;
@@ -87,11 +87,11 @@ template<class Header>
 bool DecodeHeader(std::uint8_t const *bytes, Header &header, char const *magic)
 {
     std::uint32_t check, version;
-    Reader(bytes + Header::SIZE - 4)(check);
-    Reader read(bytes + MAGIC_SIZE);
+    Reader(bytes + Header::Size - 4)(check);
+    Reader read(bytes + MagicSize);
     read(version);
-    if (std::memcmp(bytes, magic, MAGIC_SIZE) != 0 || version != VERSION ||
-        check != libdeflate_crc32(0, bytes, Header::SIZE - 4))
+    if (std::memcmp(bytes, magic, MagicSize) != 0 || version != Version ||
+        check != libdeflate_crc32(0, bytes, Header::Size - 4))
         return false;
     Fields(read, header);
     return true;
@@ -120,20 +120,20 @@ FrameHeader Describe(_TovImage const &image)
     return header;
 }
 
-std::array<std::uint8_t, FrameHeader::SIZE> Encode(FrameHeader const &header, Kind kind)
+std::array<std::uint8_t, FrameHeader::Size> Encode(FrameHeader const &header, Kind kind)
 {
-    return EncodeHeader(header, kind == Kind::Image ? IMAGE_MAGIC : FRAME_MAGIC);
+    return EncodeHeader(header, kind == Kind::Image ? ImageMagic : FrameMagic);
 }
 
-std::array<std::uint8_t, MovieHeader::SIZE> Encode(MovieHeader const &header)
+std::array<std::uint8_t, MovieHeader::Size> Encode(MovieHeader const &header)
 {
-    return EncodeHeader(header, MOVIE_MAGIC);
+    return EncodeHeader(header, MovieMagic);
 }
 
 bool Decode(std::uint8_t const *bytes, Kind kind, FrameHeader &header)
 {
-    return DecodeHeader(bytes, header, kind == Kind::Image ? IMAGE_MAGIC : FRAME_MAGIC) &&
-           header.headerBytes >= FrameHeader::SIZE && header.height > 0 &&
+    return DecodeHeader(bytes, header, kind == Kind::Image ? ImageMagic : FrameMagic) &&
+           header.headerBytes >= FrameHeader::Size && header.height > 0 &&
            header.lineBytes <= ~std::uint64_t(0) / header.height &&
            header.pixelBytes == header.lineBytes * header.height && header.pixelBytes < std::uint64_t(1) << 40 &&
            header.recordBytes >= header.headerBytes + header.pixelBytes && header.recordBytes < std::uint64_t(1) << 41;
@@ -141,16 +141,16 @@ bool Decode(std::uint8_t const *bytes, Kind kind, FrameHeader &header)
 
 bool Decode(std::uint8_t const *bytes, MovieHeader &header)
 {
-    return DecodeHeader(bytes, header, MOVIE_MAGIC) && header.headerBytes >= MovieHeader::SIZE &&
-           header.alignment > 0 && header.headerBytes % header.alignment == 0;
+    return DecodeHeader(bytes, header, MovieMagic) && header.headerBytes >= MovieHeader::Size && header.alignment > 0 &&
+           header.headerBytes % header.alignment == 0;
 }
 
 std::vector<std::uint8_t> EncodeIndex(std::vector<std::uint64_t> const &offsets)
 {
     std::vector<std::uint8_t> bytes(IndexBytes(offsets.size()));
-    std::memcpy(bytes.data(), INDEX_MAGIC, MAGIC_SIZE);
-    Writer write(bytes.data() + MAGIC_SIZE);
-    write(VERSION);
+    std::memcpy(bytes.data(), IndexMagic, MagicSize);
+    Writer write(bytes.data() + MagicSize);
+    write(Version);
     write(std::uint32_t(0)); // the check, below
     write(std::uint64_t(offsets.size()));
     write(std::uint64_t(0));
@@ -162,17 +162,17 @@ std::vector<std::uint8_t> EncodeIndex(std::vector<std::uint64_t> const &offsets)
 
 bool DecodeIndex(std::uint8_t const *bytes, std::size_t size, std::vector<std::uint64_t> &offsets)
 {
-    if (size < INDEX_HEADER_SIZE || std::memcmp(bytes, INDEX_MAGIC, MAGIC_SIZE) != 0)
+    if (size < IndexHeaderSize || std::memcmp(bytes, IndexMagic, MagicSize) != 0)
         return false;
     std::uint32_t version, check;
     std::uint64_t count;
-    Reader read(bytes + MAGIC_SIZE);
+    Reader read(bytes + MagicSize);
     read(version), read(check), read(count);
-    if (version != VERSION || count > (size - INDEX_HEADER_SIZE) / 8 ||
+    if (version != Version || count > (size - IndexHeaderSize) / 8 ||
         check != libdeflate_crc32(0, bytes + 16, std::size_t(IndexBytes(count)) - 16))
         return false;
     offsets.resize(count);
-    Reader list(bytes + INDEX_HEADER_SIZE);
+    Reader list(bytes + IndexHeaderSize);
     for (std::uint64_t &offset : offsets)
         list(offset);
     return true;

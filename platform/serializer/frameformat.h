@@ -13,7 +13,7 @@ namespace FrameFormat {
 // A frame's record: its header, the pixels from `headerBytes` on, and nothing or zeros up to `recordBytes`.
 struct FrameHeader
 {
-    static constexpr std::size_t SIZE = 96;
+    static constexpr std::size_t Size = 96;
 
     std::uint32_t headerBytes = 0; // from the record's beginning to its pixels
     std::uint32_t pixelType = 0;
@@ -31,7 +31,7 @@ struct FrameHeader
 
 struct MovieHeader
 {
-    static constexpr std::size_t SIZE = 64;
+    static constexpr std::size_t Size = 64;
 
     std::uint32_t headerBytes = 0; // where the first record begins
     std::uint32_t alignment = 0;   // every record begins at a multiple of it
@@ -46,20 +46,20 @@ FrameHeader Describe(_TovImage const &image);
 
 enum class Kind { Image, MovieFrame }; // of a record: the one of a tvi, one of a tvm
 
-std::array<std::uint8_t, FrameHeader::SIZE> Encode(FrameHeader const &header, Kind kind);
-std::array<std::uint8_t, MovieHeader::SIZE> Encode(MovieHeader const &header);
+std::array<std::uint8_t, FrameHeader::Size> Encode(FrameHeader const &header, Kind kind);
+std::array<std::uint8_t, MovieHeader::Size> Encode(MovieHeader const &header);
 // The index record: the offset of each frame's record.
 std::vector<std::uint8_t> EncodeIndex(std::vector<std::uint64_t> const &offsets);
 
-// False for anything that is no whole, sound header of a version known here; `bytes` has SIZE of them.
+// False for anything that is no whole, sound header of a version known here; `bytes` has Size of them.
 bool Decode(std::uint8_t const *bytes, Kind kind, FrameHeader &header);
 bool Decode(std::uint8_t const *bytes, MovieHeader &header);
-constexpr std::size_t INDEX_HEADER_SIZE = 32;
+constexpr std::size_t IndexHeaderSize = 32;
 bool DecodeIndex(std::uint8_t const *bytes, std::size_t size, std::vector<std::uint64_t> &offsets);
 // Bytes that an index of so many frames takes.
 constexpr std::uint64_t IndexBytes(std::uint64_t frames)
 {
-    return INDEX_HEADER_SIZE + 8 * frames;
+    return IndexHeaderSize + 8 * frames;
 }
 
 } // namespace FrameFormat

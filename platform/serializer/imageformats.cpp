@@ -16,11 +16,11 @@
 namespace {
 
 // From here on a file takes the direct road: below, the page cache is quicker.
-constexpr std::uint64_t DIRECT_FROM = 1 << 20;
+constexpr std::uint64_t DirectFrom = 1 << 20;
 
 OutFile::Road RoadOf(std::uint64_t size)
 {
-    return size >= DIRECT_FROM ? OutFile::Road::Direct : OutFile::Road::Cached;
+    return size >= DirectFrom ? OutFile::Road::Direct : OutFile::Road::Cached;
 }
 
 bool IsColour(TovPixelTypeInfo const &info)
@@ -73,8 +73,7 @@ public:
 private:
     std::uint32_t HeaderBytes(_TovImage const &image) const
     {
-        return std::uint32_t(RawFormat::FileSize(image) >= DIRECT_FROM ? OutFile::PAGE
-                                                                       : FrameFormat::FrameHeader::SIZE);
+        return std::uint32_t(RawFormat::FileSize(image) >= DirectFrom ? OutFile::Page : FrameFormat::FrameHeader::Size);
     }
 };
 
@@ -99,13 +98,13 @@ public:
     {
         std::uint64_t const size = FileSize(image);
         if (size > 0xFFFFFFFF || image.width > 0x7FFFFFFF || image.height > 0x7FFFFFFF)
-            return TOO_LARGE;
+            return TooLarge;
         std::uint64_t const bytes = LineBytes(image), stored = StoredLineBytes(image);
         m_header = {'B', 'M'};
         Put(std::uint32_t(size), 4);
         Put(0, 4);
         Put(std::uint32_t(HeaderBytes(image)), 4);
-        Put(INFO_BYTES, 4);
+        Put(InfoBytes, 4);
         Put(image.width, 4);
         Put(image.height, 4);
         Put(1, 2);
@@ -127,7 +126,7 @@ public:
     }
 
 private:
-    static constexpr std::uint32_t FILE_BYTES = 14, INFO_BYTES = 40;
+    static constexpr std::uint32_t FileBytes = 14, InfoBytes = 40;
 
     static bool IsGrey(_TovImage const &image)
     {
@@ -135,7 +134,7 @@ private:
     }
     static std::uint64_t HeaderBytes(_TovImage const &image)
     {
-        return FILE_BYTES + INFO_BYTES + (IsGrey(image) ? 256 * 4 : 0);
+        return FileBytes + InfoBytes + (IsGrey(image) ? 256 * 4 : 0);
     }
     static std::uint64_t StoredLineBytes(_TovImage const &image)
     {
@@ -179,9 +178,9 @@ public:
     }
     int Write(OutFile &file, _TovImage const &image, _TovImage const &) override
     {
-        constexpr std::uint32_t LONGEST_SIDE = 65500;
-        if (image.width > LONGEST_SIDE || image.height > LONGEST_SIDE)
-            return TOO_LARGE;
+        constexpr std::uint32_t LongestSide = 65500;
+        if (image.width > LongestSide || image.height > LongestSide)
+            return TooLarge;
         int const sampling = image.pixelType == TV_PIXEL_MONO8 ? TJSAMP_GRAY : TJSAMP_420;
         unsigned long const room = tjBufSize(int(image.width), int(image.height), sampling);
         unsigned char *out = room == static_cast<unsigned long>(-1) ? nullptr : m_out.TryGet(room);
@@ -190,7 +189,7 @@ public:
         unsigned long size = room;
         if (tjCompress2(m_encoder, image.imageData, int(image.width), int(LineStep(image)), int(image.height),
                         Layout(image.pixelType), &out, &size, sampling, m_quality, TJFLAG_NOREALLOC) != 0)
-            return NO_ENCODER;
+            return NoEncoder;
         return file.Append(out, size);
     }
 
@@ -240,7 +239,7 @@ public:
     int Write(OutFile &file, _TovImage const &image, _TovImage const &source) override
     {
         TovPixelTypeInfo const *info = TovGetPixelTypeInfo(source.pixelType);
-        return PngEncoder::Takes(image) && info ? m_encoder.Write(file, image, info->bitDepth) : NOT_HELD;
+        return PngEncoder::Takes(image) && info ? m_encoder.Write(file, image, info->bitDepth) : NotHeld;
     }
 
 private:
@@ -257,7 +256,7 @@ public:
     }
     std::uint64_t FileSize(_TovImage const &image) const override
     {
-        return LineBytes(image) * image.height + TiffWriter::OVERHEAD;
+        return LineBytes(image) * image.height + TiffWriter::Overhead;
     }
     OutFile::Road Road(_TovImage const &image) const override
     {

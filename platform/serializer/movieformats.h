@@ -40,7 +40,7 @@ protected:
 };
 
 // Frames of at least so many bytes take the direct road.
-constexpr std::uint64_t DIRECT_FRAME = 256 * 1024;
+constexpr std::uint64_t DirectFrame = 256 * 1024;
 
 std::unique_ptr<Movie> MakeTvmMovie();
 // Null for a compressor that is not there.

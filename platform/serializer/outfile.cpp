@@ -16,12 +16,12 @@
 
 namespace {
 
-constexpr std::size_t PAGE = OutFile::PAGE;
-constexpr std::size_t STAGE_SIZE = 1 << 20;
+constexpr std::size_t Page = OutFile::Page;
+constexpr std::size_t StageSize = 1 << 20;
 // Movies take room in steps of this, and in smaller ones where there is no such room.
-constexpr std::uint64_t RESERVE_STEP = 64u << 20;
+constexpr std::uint64_t ReserveStep = 64u << 20;
 // Folders to be swept for one recording: a name of each frame's own must not make each one's folder be read.
-constexpr std::size_t MOST_SWEPT = 64;
+constexpr std::size_t MostSwept = 64;
 
 bool IsMissingAbility(int error)
 {
@@ -54,7 +54,7 @@ void OutFile::Forget()
     m_canReserve = true;
     m_temporary.clear();
     m_size = m_written = m_flushed = m_reserved = 0;
-    m_reserveStep = RESERVE_STEP;
+    m_reserveStep = ReserveStep;
 }
 
 void OutFile::ForgetFolders()
@@ -65,7 +65,7 @@ void OutFile::ForgetFolders()
 
 void OutFile::Sweep(std::string const &folder)
 {
-    if (m_swept.size() < MOST_SWEPT && m_swept.insert(folder).second)
+    if (m_swept.size() < MostSwept && m_swept.insert(folder).second)
         RemovePartsOfTheDead(folder);
 }
 
@@ -112,7 +112,7 @@ int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road
     error = OfName(error);
     if (error == 0 && m_staging && !m_stage) {
         void *memory = nullptr;
-        error = posix_memalign(&memory, PAGE, STAGE_SIZE);
+        error = posix_memalign(&memory, Page, StageSize);
         m_stage = static_cast<unsigned char *>(memory);
     }
     // The size is set along: writing inside a file is cheaper than making it longer.
@@ -135,7 +135,7 @@ int OutFile::CreateVisible(std::string const &name, Road road)
     m_direct = m_staging = road == Road::Direct;
     if (m_staging && !m_stage) {
         void *memory = nullptr;
-        if (int const error = posix_memalign(&memory, PAGE, STAGE_SIZE))
+        if (int const error = posix_memalign(&memory, Page, StageSize))
             return error;
         m_stage = static_cast<unsigned char *>(memory);
     }
@@ -192,7 +192,7 @@ int OutFile::WriteOut(void const *first, std::size_t firstSize, void const *seco
         if (written == 0)
             return EIO;
         // What a file system that is nearly full leaves behind is not aligned any more.
-        if (m_direct && written % PAGE != 0) {
+        if (m_direct && written % Page != 0) {
             m_direct = false;
             SetDirect(false);
         }
@@ -228,11 +228,11 @@ int OutFile::Append(void const *data, std::size_t size)
     }
     while (size > 0) {
         std::size_t const staged = std::size_t(m_size - m_written);
-        std::size_t const toPage = (PAGE - staged % PAGE) % PAGE;
-        if (size >= toPage + PAGE && (reinterpret_cast<std::uintptr_t>(bytes) + toPage) % PAGE == 0) {
+        std::size_t const toPage = (Page - staged % Page) % Page;
+        if (size >= toPage + Page && (reinterpret_cast<std::uintptr_t>(bytes) + toPage) % Page == 0) {
             // Pages of the caller's memory become pages of the file: no copy.
             std::memcpy(m_stage + staged, bytes, toPage);
-            std::size_t const whole = (size - toPage) / PAGE * PAGE;
+            std::size_t const whole = (size - toPage) / Page * Page;
             if (int const error = WriteOut(m_stage, staged + toPage, bytes + toPage, whole))
                 return error;
             bytes += toPage + whole;
@@ -240,12 +240,12 @@ int OutFile::Append(void const *data, std::size_t size)
             m_size = m_written;
             continue;
         }
-        std::size_t const part = std::min(size, STAGE_SIZE - staged);
+        std::size_t const part = std::min(size, StageSize - staged);
         std::memcpy(m_stage + staged, bytes, part);
         bytes += part;
         size -= part;
         m_size += part;
-        if (staged + part == STAGE_SIZE) {
+        if (staged + part == StageSize) {
             if (int const error = WriteStaged(0))
                 return error;
         }
@@ -255,7 +255,7 @@ int OutFile::Append(void const *data, std::size_t size)
 
 int OutFile::AppendZeros(std::uint64_t size)
 {
-    static constexpr unsigned char zeros[PAGE] = {};
+    static constexpr unsigned char zeros[Page] = {};
     while (size > 0) {
         std::size_t const part = std::size_t(std::min<std::uint64_t>(size, sizeof zeros));
         if (int const error = Append(zeros, part))
@@ -345,7 +345,7 @@ int OutFile::Flush()
     if (!m_staging || m_size == m_written)
         return 0;
     // The last page may be filled up later: it is written now and stays staged.
-    std::size_t const rest = std::size_t(m_size - m_written) % PAGE;
+    std::size_t const rest = std::size_t(m_size - m_written) % Page;
     if (int const error = WriteStaged(rest))
         return error;
     std::uint64_t const position = m_written;

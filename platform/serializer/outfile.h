@@ -21,7 +21,7 @@ public:
         Unnamed, // without a name until Publish, where the file system can do that
         Beside,  // under a temporary name until Publish
     };
-    static constexpr std::size_t PAGE = 4096; // what disks want aligned; the kernel's own pages may be larger
+    static constexpr std::size_t Page = 4096; // what disks want aligned; the kernel's own pages may be larger
 
     OutFile() = default;
     ~OutFile();

@@ -29,10 +29,10 @@ std::string Neighbourhood()
     std::string const processes = Namespace("/proc/self/ns/pid");
     if (boot.empty() || processes.empty())
         return {};
-    constexpr std::uint64_t FNV_START = 14695981039346656037u, FNV_PRIME = 1099511628211u;
-    std::uint64_t hash = FNV_START;
+    constexpr std::uint64_t FnvStart = 14695981039346656037u, FnvPrime = 1099511628211u;
+    std::uint64_t hash = FnvStart;
     for (char const c : boot + processes + Namespace("/proc/self/ns/time"))
-        hash = (hash ^ std::uint8_t(c)) * FNV_PRIME;
+        hash = (hash ^ std::uint8_t(c)) * FnvPrime;
     char text[17];
     std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
     return text;

@@ -16,20 +16,20 @@
 
 namespace {
 
-constexpr unsigned char COMPONENT_TYPE = 202;
+constexpr unsigned char ComponentType = 202;
 // Frames a second; a rate is kept as a fraction of such numbers.
-constexpr double SLOWEST_MOVIE = 1e-6, FASTEST_MOVIE = 1e6;
-constexpr std::chrono::seconds LOOK_EVERY{1};
+constexpr double SlowestMovie = 1e-6, FastestMovie = 1e6;
+constexpr std::chrono::seconds LookEvery{1};
 
 std::int32_t ToStatus(int error)
 {
     switch (error) {
     case 0:
         return TOV_SERIALIZER_OK;
-    case NOT_HELD:
-    case TOO_LARGE:
-    case NO_RATE:
-    case NO_ENCODER:
+    case NotHeld:
+    case TooLarge:
+    case NoRate:
+    case NoEncoder:
         return TOV_SERIALIZER_ERR_FORMAT;
     case ENOMEM:
         return TOV_SERIALIZER_ERR_MEMORY;
@@ -54,7 +54,7 @@ std::string Extension(char const *text)
 class Serializer final : public TovImageSerializer, private TovComponentBase
 {
 public:
-    Serializer() : TovComponentBase(COMPONENT_TYPE)
+    Serializer() : TovComponentBase(ComponentType)
     {
         std::string list;
         for (std::string const &name : AviCompressors()) {
@@ -97,7 +97,7 @@ public:
         return Guarded([&]() -> std::int32_t {
             if (std::int32_t const status = CheckStart(image, fileName))
                 return status;
-            if (!(fps >= SLOWEST_MOVIE) || !(fps <= FASTEST_MOVIE))
+            if (!(fps >= SlowestMovie) || !(fps <= FastestMovie))
                 return Failed(TOV_SERIALIZER_ERR_ARGUMENT, NoRateText(fps));
             std::string const extension = Extension(fileName);
             std::unique_ptr<Movie> movie;
@@ -149,7 +149,7 @@ public:
             if (m_converted) {
                 unsigned long const status = TovConvertImage(m_converted, image);
                 if (!TovSucceeded(status))
-                    return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NOT_HELD);
+                    return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NotHeld);
                 target = m_converted;
             }
             return Judged(m_movie ? WriteToMovie(*target) : WriteFile(*target, *image, fileName));
@@ -243,12 +243,12 @@ private:
     {
         std::uint32_t const target = format.Accepts(image.pixelType, TovGetPixelTypeInfo(image.pixelType));
         if (target == 0)
-            return Judged(NOT_HELD);
+            return Judged(NotHeld);
         if (target != image.pixelType) {
             unsigned long const status = TovCreateImage(&m_converted, {image.width, image.height}, target);
             if (!TovSucceeded(status)) {
                 m_converted = nullptr;
-                return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NOT_HELD);
+                return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NotHeld);
             }
         }
         m_width = image.width;
@@ -281,7 +281,7 @@ private:
     int WriteToMovie(_TovImage const &image)
     {
         int error = m_movie->Write(image);
-        if (auto const now = std::chrono::steady_clock::now(); !error && now - m_looked >= LOOK_EVERY) {
+        if (auto const now = std::chrono::steady_clock::now(); !error && now - m_looked >= LookEvery) {
             m_looked = now;
             if (m_movie->IsLost())
                 error = LOST;

@@ -37,7 +37,7 @@ struct Stream
             offset += stream->file.Size();
             // The pixels go to where the file's end is, or is made out to be: a page of their own.
             if (stream->pixelsNext && offset > 0) {
-                offset = (offset + OutFile::PAGE - 1) / OutFile::PAGE * OutFile::PAGE;
+                offset = (offset + OutFile::Page - 1) / OutFile::Page * OutFile::Page;
                 stream->pixelsNext = false;
             }
         } else if (whence == SEEK_CUR) {
@@ -62,9 +62,9 @@ int TiffWriter::Write(OutFile &file, _TovImage const &image)
     TovPixelTypeInfo const *info = TovGetPixelTypeInfo(image.pixelType);
     std::uint64_t const bytes = LineBytes(image), pixels = bytes * image.height;
     if (!info || info->packing != TOV_UNPACKED || (info->channels != 1 && info->channels != 3))
-        return NOT_HELD;
-    if (pixels + OVERHEAD > 0xFFFFFFFF)
-        return TOO_LARGE;
+        return NotHeld;
+    if (pixels + Overhead > 0xFFFFFFFF)
+        return TooLarge;
     std::uint8_t *data = image.imageData;
     if (!IsPacked(image)) {
         data = m_packed.TryGet(std::size_t(pixels));

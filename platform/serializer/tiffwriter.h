@@ -9,7 +9,7 @@ class TiffWriter
 {
 public:
     // What a file takes besides its pixels, at most.
-    static constexpr std::uint64_t OVERHEAD = 2 * OutFile::PAGE;
+    static constexpr std::uint64_t Overhead = 2 * OutFile::Page;
 
     // A whole file into an empty one. An errno value, or -1 for a picture that the format cannot hold.
     int Write(OutFile &file, _TovImage const &image);

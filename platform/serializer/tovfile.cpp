@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr char USAGE[] = "Usage: tovfile list FILE...\n"
+constexpr char Usage[] = "Usage: tovfile list FILE...\n"
                          "       tovfile check FILE...\n"
                          "       tovfile export [-f png|tif|raw] [-o FOLDER] [-r FIRST[-LAST]] FILE...\n"
                          "\n"
@@ -102,12 +102,12 @@ int ReadImage(FrameFileReader const &reader, Frame const &frame, bool bytesOnly,
     FrameFormat::FrameHeader const &header = frame.header;
     bool const known = !bytesOnly && TovLineBytes(header.pixelType, header.width) == header.lineBytes;
     if (!known && (!bytesOnly || header.lineBytes > UINT32_MAX))
-        return FrameFileReader::NOT_A_FRAME_FILE;
+        return FrameFileReader::NotAFrameFile;
     TovImageSize const size{known ? header.width : std::uint32_t(header.lineBytes), header.height};
     std::uint32_t const type = known ? header.pixelType : std::uint32_t(TV_PIXEL_MONO8);
     std::size_t const bytes = TovFrameMemorySize(type, size);
     if (bytes == 0)
-        return FrameFileReader::NOT_A_FRAME_FILE;
+        return FrameFileReader::NotAFrameFile;
     std::uint8_t *const pixels = memory.TryGet(bytes);
     if (!pixels)
         return ENOMEM;
@@ -132,10 +132,10 @@ unsigned Walk(std::string const &name, FrameFileReader const &reader, Options co
         bool const bytesOnly = !serializer || options.format == "raw";
         _TovImage *image = nullptr;
         int const error = ReadImage(reader, frame, bytesOnly, memory, &image);
-        char const *problem = error == FrameFileReader::DAMAGED            ? "damaged"
-                              : error == FrameFileReader::NOT_A_FRAME_FILE ? "of a kind unknown here"
-                              : error                                      ? std::strerror(error)
-                                                                           : nullptr;
+        char const *problem = error == FrameFileReader::Damaged         ? "damaged"
+                              : error == FrameFileReader::NotAFrameFile ? "of a kind unknown here"
+                              : error                                   ? std::strerror(error)
+                                                                        : nullptr;
         if (!problem && serializer) {
             char suffix[32];
             std::snprintf(suffix, sizeof suffix, "_%06" PRIu64 ".", number);
@@ -163,12 +163,12 @@ int main(int argc, char **argv)
 {
     Options options;
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::fputs(USAGE, stdout);
+        std::fputs(Usage, stdout);
         return 0;
     }
     if (!ParseOptions(argc, argv, options) ||
         (options.command != "list" && options.command != "check" && options.command != "export")) {
-        std::fputs(USAGE, stderr);
+        std::fputs(Usage, stderr);
         return 2;
     }
     TovImageSerializer *serializer = options.command == "export" ? TovImageSerializer::CreateComponent(true) : nullptr;

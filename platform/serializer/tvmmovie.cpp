@@ -20,10 +20,10 @@ public:
 
     int Open(std::string const &name, _TovImage const &image, double fps) override
     {
-        bool const direct = LineBytes(image) * image.height >= DIRECT_FRAME;
+        bool const direct = LineBytes(image) * image.height >= DirectFrame;
         // Large frames begin at a page, so that they reach the disk without a copy.
-        m_header.alignment = direct ? OutFile::PAGE : SMALL_ALIGNMENT;
-        m_header.headerBytes = Aligned(FrameFormat::MovieHeader::SIZE);
+        m_header.alignment = direct ? OutFile::Page : SmallAlignment;
+        m_header.headerBytes = Aligned(FrameFormat::MovieHeader::Size);
         FrameRate const rate = ToFrameRate(fps);
         m_header.rate = std::uint32_t(rate.rate);
         m_header.scale = std::uint32_t(rate.scale);
@@ -43,7 +43,7 @@ public:
     int Write(_TovImage const &image) override
     {
         FrameFormat::FrameHeader header = FrameFormat::Describe(image);
-        header.headerBytes = std::uint32_t(Aligned(FrameFormat::FrameHeader::SIZE));
+        header.headerBytes = std::uint32_t(Aligned(FrameFormat::FrameHeader::Size));
         header.recordBytes = Aligned(header.headerBytes + header.pixelBytes);
         header.number = m_offsets.size();
         // A full disk shows before the frame is begun, and leaves room for the index.
@@ -87,7 +87,7 @@ public:
     }
 
 private:
-    static constexpr std::uint32_t SMALL_ALIGNMENT = 32;
+    static constexpr std::uint32_t SmallAlignment = 32;
 
     std::uint64_t Aligned(std::uint64_t bytes) const
     {

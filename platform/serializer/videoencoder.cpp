@@ -111,7 +111,7 @@ int VideoEncoder::Start(_TovImage const &image, AVStream &stream)
         SetH264((image.width | image.height) % 2 == 0); // halved colour planes want even sides
     int const status = avcodec_open2(m_codec, encoder, nullptr);
     if (status < 0)
-        return status == AVERROR(ENOMEM) ? ENOMEM : NO_ENCODER;
+        return status == AVERROR(ENOMEM) ? ENOMEM : NoEncoder;
     return ErrnoOf(avcodec_parameters_from_context(stream.codecpar, m_codec));
 }
 

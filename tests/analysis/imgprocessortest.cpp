@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr Moments UNTOUCHED{111.0, 22.0};
+constexpr Moments Untouched{111.0, 22.0};
 
 std::vector<std::int32_t> Indices(std::size_t count)
 {
@@ -112,7 +112,7 @@ TEST_P(EveryPixelType, ProfilesReadTheLineAndZerosOutsideTheImage)
             EXPECT_EQ(column.values, at >= 0 && at < int(width) ? Line(pixels, std::int64_t(at) * bytes, step, count)
                                                                 : std::vector<std::int32_t>(count));
             EXPECT_EQ(column.positions, Indices(count));
-            ExpectMoments(column, oddStep ? UNTOUCHED : MomentsOf(column.values));
+            ExpectMoments(column, oddStep ? Untouched : MomentsOf(column.values));
         }
     });
 }
@@ -142,8 +142,8 @@ TEST_P(EveryPixelType, IntegratedProfilesAreTruncatedMeansAndBothDivideByTheWidt
             SimpleHisto const &series = *histo.plots[lines];
             EXPECT_EQ(series.values, means);
             EXPECT_EQ(series.positions, Indices(count));
-            EXPECT_EQ(series.mean, count == 0 ? UNTOUCHED.mean : mean / width);
-            EXPECT_NEAR(series.stdDev, count == 0 ? UNTOUCHED.stdDev : stdDev / width, 1e-3);
+            EXPECT_EQ(series.mean, count == 0 ? Untouched.mean : mean / width);
+            EXPECT_NEAR(series.stdDev, count == 0 ? Untouched.stdDev : stdDev / width, 1e-3);
         }
     });
 }

@@ -16,7 +16,7 @@
 #include <algorithm>
 #include <memory>
 
-constexpr QRgb BACKGROUND = 0xFF262626;
+constexpr QRgb Background = 0xFF262626;
 
 class DisplayFixture : public testing::Test
 {

@@ -35,8 +35,8 @@ protected:
 
 // ---- Colouring ------------------------------------------------------------------------------------------------------
 
-constexpr char const *MARKERS_8 = "0.0000,1,0.0000,1.0000,0.0000;0.9922,0;1.,1,1.0000,0.0000,0.0000;";
-constexpr char const *MARKERS_12 = "0.000237,1,0.000000,1.000000,0.000000;0.999504,0;1.,1,1.000000,0.000000,0.000000;";
+constexpr char const *Markers8 = "0.0000,1,0.0000,1.0000,0.0000;0.9922,0;1.,1,1.0000,0.0000,0.0000;";
+constexpr char const *Markers12 = "0.000237,1,0.000000,1.000000,0.000000;0.999504,0;1.,1,1.000000,0.000000,0.000000;";
 
 TEST_F(DisplayViewTest, ColorizeWritesTheseMaps)
 {
@@ -47,8 +47,8 @@ TEST_F(DisplayViewTest, ColorizeWritesTheseMaps)
         bool stretch;
         char const *map; // null: refused
     } const cases[] = {
-        {true, 0, 254, 256, false, MARKERS_8},
-        {true, 0, 4094, 4096, false, MARKERS_12},
+        {true, 0, 254, 256, false, Markers8},
+        {true, 0, 4094, 4096, false, Markers12},
         {true, 1, 3, 4, true,
          "0.2500,1,0.0000,1.0000,0.0000;0.2500,0.5,0.0000;0.3750,0.5,0.2500;0.5000,0.5,0.5000;0.6250,0.5,0.7500;"
          "1.,1,1.0000,0.0000,0.0000;"},
@@ -74,12 +74,12 @@ TEST_F(DisplayViewTest, ApplyColorationFollowsTheDepthOfTheStream)
 {
     view->SetParamInt("ColorationType", 2);
     view->RunCommand("ApplyColoration");
-    EXPECT_EQ(Map(), MARKERS_8);
+    EXPECT_EQ(Map(), Markers8);
     device.stream.SetFormat(32, 32, TypeOf("Mono12"), 12);
     Begin();
     ASSERT_TRUE(Show({1}));
     view->RunCommand("ApplyColoration");
-    EXPECT_EQ(Map(), MARKERS_12);
+    EXPECT_EQ(Map(), Markers12);
 }
 
 // ---- Start, stop, the loop ------------------------------------------------------------------------------------------

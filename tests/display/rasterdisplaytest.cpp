@@ -34,7 +34,7 @@ protected:
         for (int y = 0; y < shown.height(); ++y) {
             for (int x = 0; x < shown.width(); ++x) {
                 QPoint const at = At(x, y);
-                QRgb const expected = whole.rect().contains(at) ? whole.pixel(at) : BACKGROUND;
+                QRgb const expected = whole.rect().contains(at) ? whole.pixel(at) : Background;
                 ASSERT_EQ(shown.pixel(x, y), expected) << when << " at " << x << ", " << y;
             }
         }
@@ -118,7 +118,7 @@ TEST_F(RasterDisplay, AnEvenPictureKeepsItsColourAtEveryReduction)
             for (int i = 0; i < width * shown.height(); ++i) {
                 QRgb const pixel = shown.pixel(i % width, i / width);
                 bool const middle = i / width == shown.height() / 2;
-                ASSERT_TRUE(pixel == expected || (!middle && pixel == BACKGROUND))
+                ASSERT_TRUE(pixel == expected || (!middle && pixel == Background))
                     << name << " " << width << " " << std::hex << pixel;
             }
         }
@@ -169,7 +169,7 @@ TEST_F(RasterDisplay, CommandsWorkBeforeTheFirstFrame)
 {
     for (char const *command : {"display.zoom.in", "display.zoom.out", "display.atcenter", "filter.del"})
         EXPECT_EQ(Run(command), 0u) << command;
-    EXPECT_EQ(Grab().pixel(100, 75), BACKGROUND);
+    EXPECT_EQ(Grab().pixel(100, 75), Background);
     Wheel({10, 10}, 120);
     Drag({10, 10}, {20, 20});
     // How the view opens, once.

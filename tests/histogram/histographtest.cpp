@@ -13,7 +13,7 @@
 
 namespace {
 
-QRgb const OUTSIDE = qRgb(255, 255, 245), AREA = qRgb(245, 245, 255), GRID = qRgb(192, 192, 192);
+QRgb const Outside = qRgb(255, 255, 245), AREA = qRgb(245, 245, 255), GRID = qRgb(192, 192, 192);
 
 class HistoGraph : public testing::Test
 {
@@ -52,7 +52,7 @@ TEST_F(HistoGraph, DrawsGridBarsAndLabelsInTheirPlaces)
     graph.AddPlot(bars);
     Paint();
     EXPECT_EQ(image.pixel(area.left() + 1, area.top() + 1), AREA);
-    EXPECT_EQ(image.pixel(area.left() - 1, 0), OUTSIDE);
+    EXPECT_EQ(image.pixel(area.left() - 1, 0), Outside);
     for (double const tick : {0, 50, 100, 150, 200, 250})
         EXPECT_EQ(image.pixel(XOf(tick), YOf(770)), GRID) << tick;
     for (double const tick : {0, 250, 500, 750})
@@ -108,7 +108,7 @@ TEST_F(HistoGraph, ThinsLabelsThatWouldTouch)
             for (int y = 0; y < area.bottom() - 2; ++y) {
                 bool inked = false;
                 for (int x = 0; x < area.left(); ++x)
-                    inked = inked || image.pixel(x, y) != OUTSIDE;
+                    inked = inked || image.pixel(x, y) != Outside;
                 run = inked ? run + 1 : 0;
                 runs += run == 1;
                 longest = std::max(longest, run);
@@ -120,8 +120,8 @@ TEST_F(HistoGraph, ThinsLabelsThatWouldTouch)
             for (int y = 0; y < height; ++y)
                 for (int x = 1; x < area.left() - 1; ++x)
                     ASSERT_TRUE(image.pixel(x, y) == labels.pixel(x, y) ||
-                                (labels.pixel(x - 1, y) == OUTSIDE && labels.pixel(x, y) == OUTSIDE &&
-                                 labels.pixel(x + 1, y) == OUTSIDE))
+                                (labels.pixel(x - 1, y) == Outside && labels.pixel(x, y) == Outside &&
+                                 labels.pixel(x + 1, y) == Outside))
                         << "the title on a label at " << x << ' ' << y << " of " << height;
         }
     }

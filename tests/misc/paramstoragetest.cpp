@@ -15,7 +15,7 @@ namespace {
 int s_changes = 0;
 std::string s_lastChange; // component and key
 
-unsigned int countChange(unsigned int component, _TovStParam *param)
+unsigned int CountChange(unsigned int component, _TovStParam *param)
 {
     ++s_changes;
     s_lastChange = std::to_string(component) + " " + param->name;
@@ -56,7 +56,7 @@ protected:
         param.type = type;
         param.flags = 3;
         key.copy(param.name, sizeof param.name);
-        param.onChange = countChange;
+        param.onChange = CountChange;
         fill(param);
         return store.AddParam(&param);
     }

@@ -10,7 +10,7 @@
 
 namespace {
 
-_TovImage testImage()
+_TovImage TestImage()
 {
     _TovImage image{};
     image.frameID = 42;
@@ -22,7 +22,7 @@ _TovImage testImage()
 }
 
 // `pattern` is one of strftime for the instant, with @1, @2 and @3 for tenths, hundredths and milliseconds.
-std::string atInstant(std::string pattern, long long milliseconds)
+std::string AtInstant(std::string pattern, long long milliseconds)
 {
     for (int digits = 1; digits <= 3; ++digits) {
         char fraction[8];
@@ -41,7 +41,7 @@ std::string atInstant(std::string pattern, long long milliseconds)
 // All in one run of the clock: the milliseconds stand before the template.
 TEST(ImageParser, ExpandsTemplates)
 {
-    _TovImage image = testImage();
+    _TovImage image = TestImage();
     std::pair<char const *, char const *> const rows[] = {
         {"image_${image.id}", "image_00000042"},
         {"${IMAGE.ID}${Br}x${tab}", "00000042\nx\t"},
@@ -81,13 +81,13 @@ TEST(ImageParser, ExpandsTemplates)
         std::string const text = ImageParser().parse((std::string("${millis}|") + templated).c_str(), &image, true);
         std::size_t const bar = text.find('|');
         ASSERT_NE(bar, std::string::npos);
-        EXPECT_EQ(text.substr(bar + 1), atInstant(expected, std::atoll(text.c_str())));
+        EXPECT_EQ(text.substr(bar + 1), AtInstant(expected, std::atoll(text.c_str())));
     }
 }
 
 TEST(ImageParser, LeavesOutWhatHasNoFittingFormat)
 {
-    _TovImage image = testImage();
+    _TovImage image = TestImage();
     std::istringstream formats("id:%s id:%d id:%lu%lu id:%ln id:%*lu id:%lf id:%Lf id:%#ld id:%l id:% id:%hlu id:%lc "
                                "dims:%lu dims:%u%u%u dims:%2$u dims:%1$u%u dims:%3$u%2$u%1$u type:%p id:%4096lu "
                                "id:%99999999999999999999lu id:%.4096lu dims:%4000u%4000u");
@@ -97,7 +97,7 @@ TEST(ImageParser, LeavesOutWhatHasNoFittingFormat)
 
 TEST(ImageParser, HoldsExpansionsUpToItsBuffer)
 {
-    _TovImage image = testImage();
+    _TovImage image = TestImage();
     EXPECT_EQ(ImageParser().parse("${image.id:%4095lu}", &image, true).size(), 4095u);
     EXPECT_EQ(ImageParser().parse("${image.id:%4094lux}", &image, true).size(), 4095u);
     EXPECT_EQ(ImageParser().parse("${image.id:%4094luxy}", &image, true), "");

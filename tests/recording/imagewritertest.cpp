@@ -15,7 +15,7 @@
 
 namespace {
 
-bool waitFor(std::function<bool()> const &condition)
+bool WaitFor(std::function<bool()> const &condition)
 {
     return Eventually(condition);
 }
@@ -71,7 +71,7 @@ protected:
     }
     bool Drained()
     {
-        return waitFor([this] {
+        return WaitFor([this] {
             GrabbingFifo::Accounts const accounts = fifo.GetAccounts();
             return accounts.queued == 0 && accounts.withConsumers == 0;
         });
@@ -185,9 +185,9 @@ TEST_F(Writer, GetsOverFailures)
         Record();
         Feed(1, 5, row.paint);
         ASSERT_TRUE(Drained());
-        ASSERT_TRUE(waitFor([&] { return done == row.requests; }));
+        ASSERT_TRUE(WaitFor([&] { return done == row.requests; }));
         std::string const failed = std::to_string(5 - row.saved) + " failed: " + row.told;
-        EXPECT_TRUE(waitFor([&] { return Told().find("Recording: " + failed + ", ") != std::string::npos; })) << Told();
+        EXPECT_TRUE(WaitFor([&] { return Told().find("Recording: " + failed + ", ") != std::string::npos; })) << Told();
         EXPECT_EQ(Told().find("another folder") != std::string::npos, failed.back() == ')') << Told();
         RecordingLedger const ledger = Stop();
         EXPECT_EQ(ledger.saved, row.saved);
@@ -270,14 +270,14 @@ TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
     ASSERT_EQ(fifo.GetNewestBuffer(&borrowed, false), 0);
     Record();
     EXPECT_EQ(fifo.ReturnBuffer(borrowed), 0);
-    ASSERT_TRUE(waitFor([this] { return fifo.GetAccounts().queued == 0; }));
+    ASSERT_TRUE(WaitFor([this] { return fifo.GetAccounts().queued == 0; }));
     Feed(4, 62, paint);
     EXPECT_EQ(fifo.GetAccounts().queued, 13);
     EXPECT_EQ(fifo.GetAccounts().withConsumers, 1);
     gate.Open();
     ASSERT_TRUE(Drained());
-    ASSERT_TRUE(waitFor([this] { return IntOf(&writer, "CaptureFramesDroppedSW") == 46; }));
-    EXPECT_TRUE(waitFor([this] { return IntOf(&writer, "CaptureFramesAcquired") == 59; }));
+    ASSERT_TRUE(WaitFor([this] { return IntOf(&writer, "CaptureFramesDroppedSW") == 46; }));
+    EXPECT_TRUE(WaitFor([this] { return IntOf(&writer, "CaptureFramesAcquired") == 59; }));
     EXPECT_EQ(IntOf(&writer, "CaptureFramesDroppedHW"), 0);
     RecordingLedger const ledger = Stop();
     EXPECT_EQ(ledger.acquired, 60);
@@ -305,7 +305,7 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     serializer.Set(&FakeSerializing::onWrite, [this](std::size_t) { return gate.Pass(), 0; });
     Record();
     Feed(1, 8);
-    ASSERT_TRUE(waitFor([this] { return gate.Reached() == 1; }));
+    ASSERT_TRUE(WaitFor([this] { return gate.Reached() == 1; }));
     TovCam::Buffer *borrowed = nullptr; // the display's
     ASSERT_EQ(fifo.GetNewestBuffer(&borrowed, false), 0);
     auto const opened =
@@ -363,10 +363,10 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
             ASSERT_TRUE(device.stream.Push({id, 0, id == 3}));
         ASSERT_TRUE(device.stream.WaitUntilDrained());
         plugin.gate.Open();
-        ASSERT_TRUE(waitFor([this] { return evaluated == 1; }));
+        ASSERT_TRUE(WaitFor([this] { return evaluated == 1; }));
         // It has ended by itself, and begins again when it is told to.
-        ASSERT_TRUE(waitFor([this] { return writer.Start(); }));
-        ASSERT_TRUE(waitFor([this] { return evaluated == 2; }));
+        ASSERT_TRUE(WaitFor([this] { return writer.Start(); }));
+        ASSERT_TRUE(WaitFor([this] { return evaluated == 2; }));
         writer.StopWriting();
         EXPECT_EQ(plugin.ids, ids);
         EXPECT_EQ(fifo.GetAccounts().withConsumers, 0);
@@ -376,7 +376,7 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
     evaluated = 0;
     Record();
     Feed(13, 13);
-    ASSERT_TRUE(waitFor([this] { return evaluated == 1; })) << "it threw";
+    ASSERT_TRUE(WaitFor([this] { return evaluated == 1; })) << "it threw";
     writer.StopWriting();
     EXPECT_TRUE(serializer.Writes().empty());
     EXPECT_EQ(IntOf(&writer, "CaptureFramesAcquired"), 0);

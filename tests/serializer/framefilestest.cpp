@@ -76,8 +76,8 @@ TEST_F(FrameFilesTest, MovieCutOffAtAnyByteGivesBackItsWholeFrames)
     for (Bytes const *bytes : {&open, &whole}) {
         for (std::size_t length = 0; length < bytes->size(); ++length) {
             Write(Path("cut.tvm"), bytes->substr(0, length));
-            if (length < FrameFormat::MovieHeader::SIZE) {
-                EXPECT_EQ(reader.Open(Path("cut.tvm")), FrameFileReader::NOT_A_FRAME_FILE);
+            if (length < FrameFormat::MovieHeader::Size) {
+                EXPECT_EQ(reader.Open(Path("cut.tvm")), FrameFileReader::NotAFrameFile);
                 continue;
             }
             ASSERT_EQ(reader.Open(Path("cut.tvm")), 0);
@@ -105,7 +105,7 @@ TEST_F(FrameFilesTest, DamageCostsNoMoreThanTheFrameItIsIn)
         bytes[at] = char(~bytes[at]);
         Write(Path("d.tvm"), bytes);
         if (reader.Open(Path("d.tvm")) != 0) {
-            EXPECT_LT(at, FrameFormat::MovieHeader::SIZE);
+            EXPECT_LT(at, FrameFormat::MovieHeader::Size);
             continue;
         }
         std::size_t good = 0;

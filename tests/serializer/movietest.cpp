@@ -130,19 +130,19 @@ TEST_F(MovieTest, PlaysAtTheRateAskedFor)
 // The child kills itself with as many frames as it says are readable, which are all it was given.
 TEST_F(MovieTest, EndOfTheProgramLosesNoFrame)
 {
-    constexpr int FRAMES = 40;
+    constexpr int Frames = 40;
     Picture const picture(TV_PIXEL_MONO8, 800, 600);
     for (std::string const compressor : {"Uncompressed", "MJPEG", "FFV1", "H.264", "tvm"}) {
         std::string const path = Path(compressor == "tvm" ? "m.tvm" : "m.avi");
         int const status = InChild([&] {
             Choose(compressor.c_str());
             serializer->StartMovie(picture.Image(), path.c_str(), 25);
-            for (int i = 0; i < FRAMES; ++i)
+            for (int i = 0; i < Frames; ++i)
                 EXPECT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
-            return serializer->GetReadableFrames() == FRAMES ? raise(SIGKILL) : 2;
+            return serializer->GetReadableFrames() == Frames ? raise(SIGKILL) : 2;
         });
         EXPECT_EQ(status, -1);
-        EXPECT_EQ(FramesIn(path), FRAMES) << compressor;
+        EXPECT_EQ(FramesIn(path), Frames) << compressor;
         fs::remove(path);
     }
 }

@@ -10,23 +10,23 @@ namespace {
 
 constexpr std::chrono::seconds Patience{90}; // with what another thread has to do
 
-void store(std::int32_t *error, std::int32_t status)
+void Store(std::int32_t *error, std::int32_t status)
 {
     if (error)
         *error = status;
 }
 
-void append(std::string &log, std::string const &entry)
+void Append(std::string &log, std::string const &entry)
 {
     log += (log.empty() ? "" : "; ") + entry;
 }
 
 template<typename Nodes>
-auto *find(Nodes &nodes, char const *name, std::int32_t *error)
+auto *Find(Nodes &nodes, char const *name, std::int32_t *error)
 {
     auto const found = nodes.find(name);
     bool const known = found != nodes.end();
-    store(error, known ? 0 : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
+    Store(error, known ? 0 : TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM);
     return known ? &found->second : nullptr;
 }
 
@@ -59,7 +59,7 @@ std::string FakeScript::Violations() const
 std::int32_t FakeScript::Run(std::string const &step, std::string const &entry)
 {
     std::unique_lock lock(m_mutex);
-    append(m_log, entry.empty() ? step : entry);
+    Append(m_log, entry.empty() ? step : entry);
     auto const action = m_actions[step];
     std::int32_t const status = m_failures[step];
     lock.unlock();
@@ -72,7 +72,7 @@ void FakeScript::Expect(bool kept, std::string const &rule)
 {
     std::lock_guard const lock(m_mutex);
     if (!kept)
-        append(m_violations, rule);
+        Append(m_violations, rule);
 }
 
 FakeStream::FakeStream(FakeScript &script) : m_script(script)
@@ -108,7 +108,7 @@ TovCam::Buffer *FakeStream::GetBuffer(std::uint32_t timeout, std::int32_t *error
     }
     if (result.buffer)
         result.buffer->m_out = true;
-    store(error, result.error);
+    Store(error, result.error);
     return result.buffer;
 }
 
@@ -233,7 +233,7 @@ std::size_t FakeStream::OutCount() const
 
 std::int64_t FakeInt::GetValue(std::int32_t *status)
 {
-    store(status, error);
+    Store(status, error);
     return value;
 }
 
@@ -250,12 +250,12 @@ FakeParams::FakeParams(FakeScript &script)
 
 TovCam::IntParam *FakeParams::GetInt(char const *name, std::int32_t *error)
 {
-    return find(ints, name, absenceSilent ? nullptr : error);
+    return Find(ints, name, absenceSilent ? nullptr : error);
 }
 
 TovCam::StringParam *FakeParams::GetString(char const *name, std::int32_t *error)
 {
-    return find(texts, name, error);
+    return Find(texts, name, error);
 }
 
 std::int32_t FakeParams::SetIntegerValue(char const *name, std::int64_t value)
@@ -332,6 +332,6 @@ std::int32_t FakeDevice::UnregisterEvent(std::uint32_t id, TovCam::EventCallback
 
 TovCam::ParamArray *FakeDevice::GetCameraParameters(std::int32_t *error)
 {
-    store(error, m_readable ? 0 : m_parametersError.load());
+    Store(error, m_readable ? 0 : m_parametersError.load());
     return m_readable ? &params : nullptr;
 }
