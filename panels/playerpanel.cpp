@@ -80,8 +80,14 @@ PlayerPanel::PlayerPanel(QMainWindow *window, QString const &actionName, int tim
 
 PlayerPanel::~PlayerPanel()
 {
-    std::lock_guard const lock(s_registryMutex);
-    s_panels[this] = nullptr;
+    {
+        std::lock_guard const lock(s_registryMutex);
+        s_panels[this] = nullptr;
+    }
+    // The base hides the widgets next. A field with the focus would then end its edit, in slots of a panel that is
+    // gone.
+    for (QWidget *const child : findChildren<QWidget *>())
+        child->disconnect(this);
 }
 
 QString const &PlayerPanel::GetActionName() const

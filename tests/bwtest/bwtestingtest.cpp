@@ -18,8 +18,6 @@
 #include <QTextEdit>
 #include <QTimer>
 
-#include <regex>
-
 namespace {
 
 using testing::HasSubstr;
@@ -197,7 +195,9 @@ Nonworking parameters. Incomplete frames  = N, Acquired Frames = N, Speed = 0.5 
 Last good pixel clock was set = 11
 Testing is finished. Time elapsed N s
 Optimized Pixel Clock was set = 11 MHz)");
-    EXPECT_EQ(std::regex_replace(m_told, std::regex("elapsed \\d+"), "elapsed N"),
+    EXPECT_EQ(QString::fromStdString(m_told)
+                  .replace(QRegularExpression(QStringLiteral("elapsed \\d+")), QStringLiteral("elapsed N"))
+                  .toStdString(),
               "Bandwidth testing.|Do you want to begin?|OK*|Cancel\n"
               "Testing is finished. Time elapsed N s|Which value of Pixel Clock do you want to apply?"
               "|Old one = 10 MHz|Optimized one = 11 MHz*\n");
