@@ -495,7 +495,8 @@ void GuiManager::sessionStateError(void *session, unsigned char err)
     DisplayError(text, 0);
     --m_openStateErrors;
     if (m_openStateErrors == 0 && m_deferredReason) {
-        unsigned char const reason = *std::exchange(m_deferredReason, std::nullopt);
+        unsigned char const reason = *m_deferredReason;
+        m_deferredReason.reset();
         QMetaObject::invokeMethod(
             this, [this, session, reason] { sessionCameraDisconnected(session, reason); }, Qt::QueuedConnection);
     }

@@ -39,6 +39,7 @@ std::uint16_t ToMarker(float v)
 std::vector<double> Ticks(double first, double step, int count, double last)
 {
     std::vector<double> ticks;
+    ticks.reserve(static_cast<std::size_t>(std::max(count, 0)) + 1);
     for (int i = 0; i < count; ++i)
         ticks.push_back(first + i * step);
     ticks.push_back(last);

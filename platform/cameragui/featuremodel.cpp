@@ -56,8 +56,8 @@ FeatureModel::~FeatureModel() = default;
 QColor FeatureModel::Grey()
 {
     QPalette const palette = QApplication::palette();
-    QColor const text = palette.color(QPalette::Active, QPalette::Text);
-    QColor const base = palette.color(QPalette::Active, QPalette::Base);
+    QColor const &text = palette.color(QPalette::Active, QPalette::Text);
+    QColor const &base = palette.color(QPalette::Active, QPalette::Base);
     auto const mix = [](int a, int b) {
         return (a * 55 + b * 45) / 100;
     };

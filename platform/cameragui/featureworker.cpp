@@ -163,7 +163,7 @@ std::uint64_t FeatureWorker::Write(std::uint32_t feature, TovCam::FeatureValue v
     return m_tickets;
 }
 
-void FeatureWorker::SetReads(std::vector<std::uint32_t> features)
+void FeatureWorker::SetReads(std::vector<std::uint32_t> const &features)
 {
     {
         std::lock_guard const lock(m_shared->mutex);

@@ -43,7 +43,7 @@ public:
     // feature while it waits; it then gives no result.
     std::uint64_t Write(std::uint32_t feature, TovCam::FeatureValue value, bool replaced = false);
     // The reads that are wanted now, in this order, in place of all that wait; one under way is not repeated.
-    void SetReads(std::vector<std::uint32_t> features);
+    void SetReads(std::vector<std::uint32_t> const &features);
     // Asks whether a command has ended; once, however often it is called while the question waits.
     void AskDone(std::uint32_t feature);
     // In the order in which they came about.

@@ -107,6 +107,7 @@ public:
             }
         }
         std::vector<DeviceInfoImpl *> visible;
+        visible.reserve(sightings.size());
         for (Sighting const &sighting : sightings)
             visible.push_back(Publish(sighting));
         // Aravis gives them in no order.

@@ -142,7 +142,9 @@ void SpreadPollingTimes(FeatureGraph &graph)
 class Builder
 {
 public:
-    Builder(FeatureGraph &graph, ArvGc *genicam) : m_graph(graph)
+    explicit Builder(FeatureGraph &graph) : m_graph(graph) {}
+
+    void Build(ArvGc *genicam)
     {
         ArvGcNode *const root = arv_gc_get_node(genicam, "Root");
         if (!ARV_IS_GC_CATEGORY(root))
@@ -161,8 +163,8 @@ public:
             Finish(i);
         auto const lock = m_ids.find(arv_gc_get_node(genicam, "TLParamsLocked"));
         if (lock != m_ids.end())
-            SpreadTransportLock(graph, lock->second);
-        SpreadPollingTimes(graph);
+            SpreadTransportLock(m_graph, lock->second);
+        SpreadPollingTimes(m_graph);
     }
 
 private:
@@ -198,7 +200,7 @@ private:
     {
         ArvGcNode *const node = m_nodes[index];
         FeatureInfo info;
-        info.kind = *KindOf(node);
+        info.kind = KindOf(node).value_or(FeatureKind::Category); // only nodes of a kind become features
         info.name = NameOf(node);
         std::vector<std::uint32_t> children;
         ForProperties(ARV_DOM_NODE(node), [&](ArvGcPropertyNode *property, ArvGcPropertyNodeType type) {
@@ -370,6 +372,6 @@ private:
 FeatureGraph BuildFeatureGraph(ArvGc *genicam)
 {
     FeatureGraph graph;
-    Builder(graph, genicam);
+    Builder(graph).Build(genicam);
     return graph;
 }

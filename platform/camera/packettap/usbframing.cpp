@@ -118,7 +118,7 @@ bool UsbFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
     // transfer without bytes carries no packet: it was cancelled, or it ends a series of full ones.
     bool const in = IsIn(header.endpoint_number);
     if (header.transfer_type != URB_BULK || (header.endpoint_number & ~USB_ENDPOINT_DIR_MASK) == 0 ||
-        header.event_type != (in ? URB_COMPLETE : URB_SUBMIT) || header.data_flag != 0 || header.urb_len == 0 ||
+        header.event_type != (in ? URB_COMPLETE : URB_SUBMIT) || header.data_flag != '\0' || header.urb_len == 0 ||
         header.urb_len > LongestTransfer || (in && header.status != 0 && header.status != ShortRead))
         return false;
     packet.bytes = frame.bytes + headerSize;

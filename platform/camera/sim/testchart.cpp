@@ -133,7 +133,7 @@ void TestChart::Patches(float x, float y, Colour &colour) const
     int const column = static_cast<int>((px - gap) / stepX), row = static_cast<int>((py - gap) / stepY);
     float const inX = px - gap - static_cast<float>(column) * stepX, inY = py - gap - static_cast<float>(row) * stepY;
     if (px >= gap && py >= gap && inX < size && inY < size * 0.8f && column < 6 && row < 4)
-        colour = m_patches[static_cast<std::size_t>(row * 6 + column)];
+        colour = m_patches[static_cast<std::size_t>(row) * 6 + static_cast<std::size_t>(column)];
 }
 
 void TestChart::Wedge(float x, float y, Colour &colour) const
