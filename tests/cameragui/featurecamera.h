@@ -69,6 +69,7 @@ public:
     void Hold(bool on) // accesses wait inside the camera
     {
         m_held = on;
+        m_held.notify_all();
     }
 
     std::function<void(Index)> onWrite; // under the lock; may change states by Unlocked
@@ -124,8 +125,7 @@ private:
     void Wait()
     {
         ++running;
-        for (int i = 0; m_held && i < 90000; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        m_held.wait(true);
         --running;
     }
 

@@ -231,18 +231,15 @@ TEST_F(FeatureTreeTest, PollsWhatIsVisibleAndNothingWhileHidden)
             .append(u' ')
             .count(QStringLiteral(" r%1 ").arg(feature));
     };
-    EXPECT_TRUE(Eventually([&] { // it has a time of its own, shorter than that of the others
+    auto const readsMeanwhile = [&] { // of the counter, until the width has been read three times
+        std::string log;
         m_camera.TakeLog();
-        QTest::qWait(1000);
-        std::string const log = m_camera.TakeLog();
-        return reads(log, m_sample.counter) > 1 + reads(log, m_sample.width);
-    }));
+        EXPECT_TRUE(Eventually([&] { return reads(log += m_camera.TakeLog() + ' ', m_sample.width) >= 3; }));
+        return reads(log, m_sample.counter);
+    };
+    EXPECT_TRUE(Eventually([&] { return readsMeanwhile() > 4; })); // it has a time of its own, which is shorter
     m_view->collapse(m_view->model()->index(1, 0)); // where the temperature is
-    QTest::qWait(150);
-    m_camera.TakeLog();
-    std::string log;
-    EXPECT_TRUE(Eventually([&] { return reads(log += m_camera.TakeLog() + ' ', m_sample.width) >= 2; }));
-    EXPECT_EQ(reads(log, m_sample.counter), 0) << log;
+    EXPECT_TRUE(Eventually([&] { return readsMeanwhile() == 0; }));
     m_tree->hide();
     EXPECT_TRUE(Eventually([&] {
         m_camera.TakeLog();

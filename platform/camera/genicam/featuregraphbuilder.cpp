@@ -142,7 +142,9 @@ void SpreadPollingTimes(FeatureGraph &graph)
 class Builder
 {
 public:
-    explicit Builder(FeatureGraph &graph) : m_graph(graph) {}
+    explicit Builder(FeatureGraph &graph) : m_graph(graph)
+    {
+    }
 
     void Build(ArvGc *genicam)
     {
