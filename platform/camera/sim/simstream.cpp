@@ -1,6 +1,7 @@
 #include "simstream.h"
 
 #include "protocol/gigevision.h"
+#include "storestatus.h"
 #include "tovmisc.h"
 
 #include <algorithm>
@@ -160,8 +161,7 @@ std::int32_t SimStream::QueueBuffer(TovCam::Buffer *buffer)
 
 TovCam::Buffer *SimStream::GetBuffer(std::uint32_t timeout, std::int32_t *error)
 {
-    if (error)
-        *error = TOV_CAM_ERR_OK;
+    StoreStatus(error, TOV_CAM_ERR_OK);
     std::unique_lock<std::mutex> lock(m_mutex);
     auto const ready = [this] {
         return m_cancelled || !m_output.IsEmpty();
