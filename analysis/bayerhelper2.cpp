@@ -27,8 +27,8 @@ std::uint32_t BayerHelper2::ReadSensorClass(TovCam::Device *device)
     if (!device)
         return 0;
     TovCam::ParamArray *const params = device->GetCameraParameters(nullptr);
-    // The register is one of the families'. Another maker's camera has something else at the address, or nothing, and
-    // some stop answering for good when they are asked for it.
+    // Only cameras of the families have the register. Another maker's camera has something else at the address, or
+    // nothing, and some stop answering for good when it is read.
     std::int32_t error = params ? 0 : -1;
     if (params)
         params->GetIntegerValue("FamilyID", &error);

@@ -44,8 +44,8 @@ class BayerHelper2 : public BayerTap2
 public:
     static constexpr std::uint32_t ColorClass = 12;
 
-    // The class of the camera's sensor, from its register. A camera of no family, or without that register, is of the
-    // colour class when its pixel format is a mosaic's, and of class 0 otherwise.
+    // The class of the camera's sensor, from its register. A camera without a family, or without that register, is of
+    // the colour class when its pixel format is a mosaic's, and of class 0 otherwise.
     static std::uint32_t ReadSensorClass(TovCam::Device *device);
 
     // Sets the fields, the pattern (in `histo` too) and the masks for frames of that size. `bits` is the pixel format's
@@ -56,7 +56,7 @@ public:
     void PrepareMasks();
 
     // Appends three series to `histo`. `data` is the first pixel of a frame, of the size and depth of SetUp whatever
-    // the image is; `size` the bytes there are, behind which zeros are read.
+    // the image is; `size` the bytes there are, after which zeros are read.
     void CreateBayerHistogramm(void *data, long lineStep, ComplexHisto *histo, std::uint64_t size = INT64_MAX);
 
     std::uint32_t tapCount = 0;

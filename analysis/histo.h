@@ -67,7 +67,7 @@ struct HistoThresholds
 };
 static_assert(sizeof(HistoThresholds) == 28, "stored settings hold it as a block");
 
-// The signal values that a depth has: 2 to its power. None for a depth that no sample has.
+// The number of signal values of a depth: 2 to its power. 0 for a depth that no sample has.
 inline std::int32_t HistoLevels(std::int64_t bits)
 {
     return bits >= 0 && bits <= 16 ? 1 << bits : 0;

@@ -80,7 +80,7 @@ ImgProcessor::ImgProcessor(QObject *parent, DisplayView *display)
       TovComponentImp(++s_CompID),
       m_display(display)
 {
-    std::memset(&m_thresholds, 0, sizeof m_thresholds); // its gap too: it is stored as a block
+    std::memset(&m_thresholds, 0, sizeof m_thresholds); // including its padding: it is stored as a block
     std::iota(m_narrowPositions.begin(), m_narrowPositions.end(), 0);
     std::iota(m_widePositions.begin(), m_widePositions.end(), 0);
 
@@ -127,7 +127,7 @@ int ImgProcessor::Analyse(_TovImage *image, ComplexHisto *histo, BayerHelper2 *b
     m_source.width = image->width;
     m_source.height = image->height;
     histo->ClearPlots();
-    // What a mode does not set is what the calls before have left: in RGB mode the depth is that of the last RAW
+    // What a mode does not set keeps its value from earlier calls: in RGB mode the depth is that of the last RAW
     // histogram.
     histo->currentIndex = -1;
     histo->width = m_lastWidth;
@@ -313,8 +313,8 @@ void ImgProcessor::CalcIntegratedCol(long bits, _TovImage *image, SimpleHisto *s
             meanSum += mean[0];
             stdDevSum += stdDev[0];
         }
-        // By the width as well, although there is one mean a line: of a picture twice as wide as high, the figures are
-        // half of what the lines have.
+        // By the width as well, although there is one mean per line: for a picture twice as wide as high, the figures
+        // are half of the lines'.
         series->mean = meanSum / image->width;
         series->stdDev = stdDevSum / image->width;
     });
@@ -332,7 +332,7 @@ float *ImgProcessor::CreateFloatimage(_TovImage *image, int &stride, int &width,
     std::unique_ptr<float[]> floats;
     bool made = false;
     Guarded([&] {
-        // The source first: an image without pixels costs no memory then.
+        // The source first, so that an image without pixels costs no memory.
         cv::Mat const pixels =
             WrapPixels(GetPixelMemory(*image), 0, height, width, PixelType(DepthOf(image)), GetLineStep(*image));
         floats.reset(new (std::nothrow) float[static_cast<std::size_t>(width) * height]);

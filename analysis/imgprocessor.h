@@ -28,12 +28,13 @@ public:
     ImgProcessor(QObject *parent, DisplayView *display);
     ~ImgProcessor() override;
 
-    // Answers histo->mode of the displayed image: 1, or 0 without an image, which leaves `histo` as it is. The series
+    // Answers histo->mode for the displayed image: 1, or 0 without an image, which leaves `histo` as it is. The series
     // live until the next call that finds an image. `bayer` is used in mode HistoRGB.
     int GetHistoData(ComplexHisto *histo, BayerHelper2 *bayer);
-    // The same of the picture that stays on the screen after a stop: 0 while one is running, and when none stayed.
+    // The same for the picture that stays on the screen after a stop: 0 while a stream is running, and when none
+    // stayed.
     int GetKeptHistoData(ComplexHisto *histo, BayerHelper2 *bayer);
-    // The header of the picture that the last answer is of, without its pixels; all zero before the first one.
+    // The header of the picture that the last answer is about, without its pixels; all zero before the first answer.
     _TovImage const &GetSource() const;
 
     // Each appends what it makes to histo->plots.

@@ -23,10 +23,9 @@ inline std::size_t GetLineStep(_TovImage const &image)
     return static_cast<std::uint32_t>(image.lineStep);
 }
 
-// A header of `rows` by `columns` pixels of an OpenCV type, `offset` bytes behind the first pixel. It stands over the
-// memory itself, and over a copy when it would reach out of the image: what lies outside reads as zeros. Throws
-// cv::Exception for what OpenCV makes no header of: no memory, an odd step of 16-bit pixels, a step shorter than a
-// line.
+// A header of `rows` by `columns` pixels of an OpenCV type, `offset` bytes after the first pixel. It wraps the memory
+// itself, or a copy when it would reach out of the image: what lies outside reads as zeros. Throws cv::Exception for
+// what OpenCV cannot wrap: no memory, an odd step of 16-bit pixels, a step shorter than a line.
 cv::Mat WrapPixels(PixelMemory const &memory, std::int64_t offset, std::int64_t rows, std::int64_t columns, int type,
                    std::size_t step = cv::Mat::AUTO_STEP);
 

@@ -1,4 +1,4 @@
-// What both kinds of histogram ask OpenCV for. Everything throws cv::Exception; GUI thread.
+// What both kinds of histogram ask of OpenCV. Everything throws cv::Exception; GUI thread.
 #pragma once
 
 #include <opencv2/core.hpp>

@@ -520,7 +520,7 @@ TEST_F(SessionTest, TellsWhatCameOfAConfigurationWithoutAMessage)
         {TOV_CAM_ERR_FILE_READ, report(File), "a.tcfg was not loaded: Permission denied"},
         {TOV_CAM_ERR_WRONG_CONFIGURATION, report(NotWhole), "a.tcfg was not loaded: a part of the file is missing"},
         {TOV_CAM_ERR_WRONG_CONFIGURATION, report(NoValue, {width}),
-         "a.tcfg was not loaded: \"9\" is no value for Width"},
+         "a.tcfg was not loaded: \"9\" is not a value for Width"},
         {TOV_CAM_ERR_WRONG_CONFIGURATION, report(OtherCamera),
          "a.tcfg was not loaded: it was made by another model, the VG (7)"},
         {TOV_CAM_ERR_NO_DEVICE, report(None), "a.tcfg was not loaded: the camera is gone"},
@@ -542,7 +542,7 @@ TEST_F(SessionTest, TellsWhatCameOfAConfigurationWithoutAMessage)
     device.configuration.keptAs = "/x/a.tcfg~";
     session->SaveConfiguration(QStringLiteral("/x/a.tcfg"));
     EXPECT_EQ(NoticeOf(NoticeTopic::Configuration),
-              "a.tcfg was saved; the file of the VG (7) that stood there is kept as a.tcfg~");
+              "a.tcfg was saved; the file of the VG (7) that was there is kept as a.tcfg~");
 }
 
 TEST_F(SessionTest, SwitchesTheLogsChannelsAndClearsTheSwitchOfARefusedOne)
