@@ -4,8 +4,8 @@
 #include <QMenu>
 #include <QMenuBar>
 
-// Disconnected, Idle, Acquisition, Capturing. "actionHexDump" is the row of an action that this window does not have;
-// "actionSettings" has no row, and so stays as the form makes it.
+// Disconnected, Idle, Acquisition, Capturing. "actionHexDump" is the row of an action that this window lacks;
+// "actionSettings" has no row and stays as the form sets it.
 PanelHost::GuiState const ActionStates::s_table[42] = {
     {"actionLoadConfiguration", {true, true, false, false}},
     {"actionSaveConfiguration", {false, true, true, true}},
@@ -65,7 +65,7 @@ void ActionStates::Apply(QMenuBar const *menus, SessionState state)
             if (!PanelHost::s_stateMap.contains(name))
                 continue;
             action->setEnabled(PanelHost::IsActionEnabled(name, state));
-            // Without effect, since the action is not checkable.
+            // Has no effect: the action is not checkable.
             if (name == QLatin1String("actionRecord"))
                 action->setChecked(state == SessionStateCapturing);
         }

@@ -1,4 +1,4 @@
-// What a status of the camera library says to the operator. Any thread.
+// The camera library's statuses in words for the operator. Any thread.
 #pragma once
 
 #include <QString>

@@ -114,8 +114,8 @@ void GuiManager::ConnectAndRunAutoEvaluation()
         while (interface && !(camera = interface->GetFirstDeviceInfo()))
             interface = interfaces->GetNext();
     }
-    // Without a camera this reports that there is none. A device whose session fails stays open: nobody is there to try
-    // another one.
+    // Without a camera this reports that there is none. A device whose session fails stays open: in an unattended run
+    // nobody tries another one.
     if (!CreateSession(camera ? TovCam_CreateDevice(camera, FullAccess, nullptr) : nullptr))
         return;
     CreatePanels();
@@ -532,8 +532,8 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         emit sender->signalCameraStateDisconnected();
         m_session = nullptr;
         delete sender;
-        // The library reports nothing more of that camera; what it had posted must not meet a session made at the same
-        // address.
+        // The library reports nothing more about that camera; what it had posted must not meet a session made at the
+        // same address.
         QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
     }
 }

@@ -43,7 +43,7 @@ public:
     void ConnectAndRunAutoEvaluation();
     // The current session, null when no camera is open.
     Session *GetSession() const override;
-    // Modal; a nonzero code is added to the text.
+    // Modal; a nonzero code is appended to the text.
     void DisplayError(QString const &text, unsigned int code);
 
 public slots:

@@ -34,7 +34,7 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(QStringLiteral("TovScope"));
     QApplication application(argc, argv);
 
-    // The keywords work by position.
+    // The keywords are recognised by their position.
     QString const first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     QString const second = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString();
 

@@ -51,7 +51,7 @@ void NoticeBar::Take()
         tip += QStringLiteral("<p>%1</p>").arg(notice.text.toHtmlEscaped());
     setToolTip(tip);
     setAccessibleDescription(Text());
-    // A count that goes on is no news, and not read out.
+    // A count that goes on is not news, and screen readers do not read it out.
     auto const same = [](Notice const &a, Notice const &b) {
         return a.topic == b.topic && a.level == b.level;
     };

@@ -21,8 +21,8 @@ public:
     QSize minimumSizeHint() const override;
 
 signals:
-    // A new notice is shown, of a topic or a level that the board did not have before. Not when one goes on counting,
-    // or comes to the front because another has gone.
+    // A new notice is shown, of a topic or a level that the board did not have before. Not emitted when a count goes
+    // on, or when a notice comes to the front because another has gone.
     void news();
 
 protected:

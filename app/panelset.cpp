@@ -31,7 +31,7 @@ namespace {
 QString const StateKey = QStringLiteral("wndState");
 constexpr int StateVersion = 0;
 
-// What no text of a panel names, parts of Qt's own widgets included.
+// Gives screen readers names for the parts of a panel without a text, those of Qt's own widgets included.
 void NameParts(PlayerPanel *panel)
 {
     for (QAbstractScrollArea *const view : panel->findChildren<QAbstractScrollArea *>()) {
@@ -166,7 +166,7 @@ void PanelSet::Close()
         display->RemoveInspectView(m_inspection);
     Remove(m_inspection);
     Remove(m_histogram);
-    // A floating dock leaves as a hidden one, and the window's next saveState would say so.
+    // Deleting a floating dock leaves it hidden in the layout, and the window's next saveState would store that.
     RestoreLayout();
 }
 

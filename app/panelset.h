@@ -29,18 +29,18 @@ public:
     // Both outlive the set.
     PanelSet(ManagedWindow *window, PanelHost *host);
 
-    // For the host's session. Panels that there are already are given that session.
+    // For the host's session. Panels that exist already are given that session.
     void Create();
     // Stores the states, unless Store has, and deletes the panels.
     void Close();
     // Stores the states now: the window still stands, but will not when Close is called, and floating panels will be
     // hidden by then.
     void Store();
-    // The window's, as it was stored last.
+    // The window's layout, as last stored.
     void RestoreLayout();
     void UpdateAll();
 
-    // What is being typed in the capture panel counts.
+    // Commits what is being typed in the capture panel.
     void FinishEditing();
     void ShowParameters(TovGui::Visibility level);
 

@@ -139,7 +139,7 @@ void TovScope::closeEvent(QCloseEvent *event)
 void TovScope::changeEvent(QEvent *event)
 {
     QMainWindow::changeEvent(event);
-    // A dialog that a button has opened takes the pointer away, and the button is not told.
+    // A dialog opened by a button takes the pointer away without the button hearing of it.
     if (event->type() == QEvent::ActivationChange && !isActiveWindow())
         m_ui.statusBar->clearMessage();
 }
@@ -225,7 +225,7 @@ void TovScope::writeSettings()
     settings->setValue(StateKey, saveState(StateVersion));
 }
 
-// Keys of the window, which work in its floating panels too. Tooltips tell them; the texts of the menus do not.
+// Keys of the window, which work in its floating panels too. Tooltips show them; the menus do not.
 void TovScope::MakeKeys()
 {
     using Name = char const *;
@@ -316,7 +316,7 @@ void TovScope::adjustStatusBar()
         if (!tip.isEmpty())
             m_tipTime->start(LongestTip);
     });
-    // A tip lies over the notices.
+    // A status tip would cover the notices.
     connect(notices, &NoticeBar::news, m_ui.statusBar, &QStatusBar::clearMessage);
     auto const addField = [this](QString const &widest) {
         auto *const label = new QLabel(this);

@@ -48,7 +48,7 @@ QSettings *AppSettings::GetSessionSettings(QString const &name)
 {
     std::unique_ptr<QSettings> &settings = m_sessionSettings[name];
     if (!settings) {
-        // The name carries text of the camera and becomes a file name: it must not lead out of the folder.
+        // The name contains text from the camera and becomes a file name: it must not lead out of the folder.
         QString fileName = name;
         fileName.replace(QLatin1Char('/'), QLatin1Char('_')).remove(QChar(0));
         settings = std::make_unique<QSettings>(Organisation, fileName);

@@ -20,7 +20,7 @@ NoticeBoard::NoticeBoard() : m_expiry(new QTimer(this))
 {
     m_expiry->setSingleShot(true);
     connect(m_expiry, &QTimer::timeout, this, &NoticeBoard::Expire);
-    // Whoever came first, its events are the GUI thread's.
+    // Whichever thread has made it, its events are the GUI thread's.
     if (QCoreApplication *const application = QCoreApplication::instance())
         moveToThread(application->thread());
 }
@@ -71,7 +71,7 @@ std::vector<Notice> NoticeBoard::Notices() const
     std::unique_lock lock(m_mutex);
     std::vector<Notice> notices = m_notices;
     lock.unlock();
-    // What has just gone wrong comes before a standing notice of the next level, which has been read.
+    // What has just gone wrong ranks as high as a standing notice of the next level, which has been read.
     auto const rank = [](Notice const &notice) {
         int const level = static_cast<int>(notice.level);
         return level + (notice.until && notice.level != NoticeLevel::Info ? 1 : 0);

@@ -1,9 +1,9 @@
-// What the operator is told without being interrupted: one line a topic, which the main window shows in its status bar
-// and, whole, in the tooltip there. A topic's line stays until the next one takes its place, is withdrawn, or, where it
-// tells of something that is over, has been on for a while.
+// What the operator is told without being interrupted: one line per topic, which the main window shows in its status
+// bar and, whole, in the tooltip there. A topic's line stays until it is replaced or withdrawn; one about something
+// that is over also goes after a while.
 //
-// Any thread, but for what says otherwise. Posting takes a lock for a copy of the text and wakes the GUI thread at most
-// once for all that was posted since; the recording and camera threads may do so for every frame.
+// Any thread unless noted. Posting takes a lock for a copy of the text and wakes the GUI thread at most once for
+// several posts; the recording and camera threads may do so for every frame.
 #pragma once
 
 #include <QObject>
@@ -26,7 +26,7 @@ struct Notice
     NoticeLevel level;
     QString text;         // one line, plain text
     std::uint64_t number; // counts up with every notice
-    // When it goes by itself; never without.
+    // When it goes by itself; empty: never.
     std::optional<std::chrono::steady_clock::time_point> until;
 };
 
@@ -36,16 +36,15 @@ class NoticeBoard : public QObject
 public:
     static constexpr std::chrono::seconds ShownFor{20};
 
-    // The one of the program. It is made on the first call, and belongs to the GUI thread whoever calls.
+    // The program's only board, made on the first call. It belongs to the GUI thread, whichever thread calls.
     static NoticeBoard &Instance();
 
-    // A state of things, such as a recording at work or a log that is short of lines: until it is withdrawn or
-    // replaced.
+    // A standing notice, such as a recording under way or a log that lacks packets: shown until withdrawn or replaced.
     void Post(NoticeTopic topic, NoticeLevel level, QString const &text);
-    // Something that has happened. It is gone after a while, and goes to the program's log as well.
+    // Something that has happened: shown for a while, and written to the program's log.
     void Report(NoticeTopic topic, NoticeLevel level, QString const &text);
     void Withdraw(NoticeTopic topic);
-    // The most pressing first, and among those the newest.
+    // The most pressing first; of those, the newest.
     std::vector<Notice> Notices() const;
 
 signals:
@@ -55,7 +54,7 @@ private:
     NoticeBoard();
     void Put(Notice notice);
     void Wake();   // any thread, without the mutex
-    void Expire(); // GUI thread, as all that follows on it
+    void Expire(); // GUI thread
 
     mutable std::mutex m_mutex; // guards the three below; alone
     std::vector<Notice> m_notices;

@@ -3,5 +3,6 @@
 
 #include <QString>
 
-// With a comma after each three digits, whatever the system's locale: the sentences around it are English. Any thread.
+// With a comma between groups of three digits, whatever the system's locale: the sentences around it are English. Any
+// thread.
 QString GroupedNumber(qlonglong number);

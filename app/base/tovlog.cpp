@@ -24,7 +24,7 @@ using log4cpp::Priority;
 
 constexpr char ProgramCategory[] = "TOVSCP";
 constexpr std::size_t FirstCapacity = 512;
-// A format that fails for another reason than want of room (a wide character without an encoding) fails at any size.
+// A format that fails for a reason other than lack of room (a wide character without an encoding) fails at any size.
 constexpr std::size_t LargestCapacity = std::size_t{1} << 24;
 
 // Categories live until the process ends; looking one up takes a lock and a copy of its name.
@@ -89,7 +89,7 @@ std::string ExecutableFolder()
     return folder;
 }
 
-// A file that is broken half way down leaves appenders behind, and levels at which texts would be made for nobody.
+// A file with an error half way down leaves appenders behind, and levels at which texts would be formatted for nobody.
 void DisableLogging()
 {
     std::unique_ptr<std::vector<Category *>> const categories(Category::getCurrentCategories());
@@ -110,7 +110,7 @@ void TovLog4Cpp_configure(char const *file, char const * /*category*/)
         log4cpp::PropertyConfigurator::configure(path);
         syslog(LOG_WARNING, "TovLog4Cpp: PropertyConfigurator::configure succeeded!\n");
     } catch (std::exception const &) {
-        // ConfigureFailure, and what the library throws of its own over values that it cannot read.
+        // ConfigureFailure, or whatever the library lets through over a value that it cannot read.
         DisableLogging();
         syslog(LOG_WARNING, "TovLog4Cpp: PropertyConfigurator::configure failed, logging is disabled!");
     }
