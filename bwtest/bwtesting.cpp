@@ -189,7 +189,8 @@ void CBWTesting::checkQuality()
     for (int attempt = 0; attempt < MostAttempts && !SetAndReadBack(); ++attempt) {
         if (!m_running)
             return; // stopped or lost while the camera settled: nothing may be started any more
-        // In both families, although higher line times are the safe ones: the next attempt is at a faster value then.
+        // In both families, although higher line times are the slower ones: with those, the next attempt is at a faster
+        // value.
         m_high = m_current;
         SleepFor(s_waits.retry);
     }

@@ -1,6 +1,6 @@
 // Finds the fastest clock at which frames still arrive whole: a bisection over the range of the camera's pixel clock
 // (higher is faster) or line time (lower is faster). Each probe sets a value, reads it back, lets the camera run for a
-// while and judges it by the grabber's counters. In the end the operator chooses between the old value and the best.
+// while and judges it by the grabber's counters. At the end the operator chooses between the old value and the best.
 //
 // Modal; the construction starts the test and already processes events, so the operator may have left the dialog, and
 // the session may be gone, before exec() is called: exec() then returns at once, or shows what has happened until then.
@@ -50,7 +50,7 @@ public:
 
     int exec() override;
     void done(int result) override;
-    // Esc and the window manager's close are the button.
+    // Esc and the window manager's close act like the button.
     void reject() override;
 
 public slots:
@@ -58,7 +58,7 @@ public slots:
     void slAccept();       // the button
 
 private:
-    // Each false with m_error when the camera cannot be tested.
+    // Each returns false, with m_error set, when the camera cannot be tested.
     bool init();
     bool ChooseNodes(); // by the camera's family
     bool ReadRange();   // of the clock, and its value
