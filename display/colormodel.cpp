@@ -60,7 +60,7 @@ private:
         ColorModelDescription row{info.name, "Y", info.channels, info.bitDepth, GetIndexMONO, 0, info.pixelType};
         switch (info.family) {
         case TOV_FAMILY_MONO:
-            // This row tells 10 bits, where the code of its type tells 12.
+            // Users of the table get 10 bits here, although the type's code says 12.
             if (std::strcmp(info.name, "Mono12p") == 0)
                 row.bitsPerChannel = 10;
             break;

@@ -15,7 +15,8 @@
 
 namespace {
 
-constexpr int IdleTicks = 3;     // a stream that was silent for so long does not bring the crisp picture by itself
+constexpr int IdleTicks =
+    3; // ticks without a frame, after which a changed view gets its crisp picture from the last one
 constexpr int WatchPeriod = 250; // milliseconds between two looks for a silent stream
 
 QString SilenceText(StreamWatch::Silence const &silence)
@@ -63,7 +64,7 @@ DisplayView::DisplayView(QMainWindow *window, GrabbingFifo *fifo)
 
 DisplayView::~DisplayView()
 {
-    // The worker's base would stop it without waking it, with this part gone.
+    // The base's destructor would stop the worker without waking it, when this part is gone.
     if (m_bStart)
         StopDisplaying();
     Terminate();
@@ -199,7 +200,7 @@ void DisplayView::Work()
                 view->DisplayImage(image);
         }
 
-        // Behind the painting, so that the copy does not delay the picture.
+        // After the painting, so that the copy does not delay the picture.
         if (TovStatus const copied = m_lastImage.Store(image); !TovSucceeded(copied))
             TovLog::Error(copied, "TVCopyImage failed for m_lastImage, err=%i", static_cast<int>(copied));
     }
@@ -398,7 +399,7 @@ bool DisplayView::isInRectangle(int x, int y) const
     Rectangle const &rect = m_hexDumpRect;
     if (rect.w < 1 || rect.h < 1)
         return false;
-    // Both ends count: the pixel behind the rectangle's last one is in it as well.
+    // Both ends count: the pixel after the rectangle's last one is in it as well.
     auto const in = [](std::int64_t value, std::int64_t from, std::int64_t size) {
         return value >= from && value <= from + size;
     };
@@ -448,7 +449,7 @@ std::optional<QPoint> DisplayView::PixelAt(QPoint global) const
 bool DisplayView::nativeEvent(QByteArray const &eventType, void *, long *)
 {
     TovLog::Debug(0, "DisplayView::nativeEvent()");
-    // Messages of another window system are recognised, and left alone like all others.
+    // Messages of another window system are left alone like all others.
     if (eventType == "windows_generic_MSG")
         return false;
     return false;

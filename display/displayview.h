@@ -57,7 +57,7 @@ public:
     bool Colorize(bool colorize, long lo, long hi, long range, bool stretch);
     static unsigned int ApplyColoration(void *context);
 
-    // True when the renderer is set up for frames of that shape; otherwise takes note of the shape.
+    // True when the renderer is set up for frames of that shape; otherwise notes the shape.
     bool VerifyDisplayFormat(_TovImage const *image);
     bool IsImageSolid(_TovImage const *image);
     // The pointer is at that pixel: emits mouseMoved with its values.

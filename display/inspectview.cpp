@@ -52,7 +52,7 @@ InspectView::InspectView(QMainWindow *window, TovComponent *mainDisplay, QPoint 
         component->SetParamFloat("display.init.at.y", 0.5);
     }
     ++s_id;
-    hide(); // floating it would show it, before it has its place
+    hide(); // or floating it would show it before it has its place
     // It belongs to the window and to none of its dock areas, so the window's layout does not hear of it.
     setupUi(this);
     setWindowTitle(tr("Inspection View"));
@@ -154,7 +154,7 @@ void InspectView::DisplayImage(_TovImage const *image)
     m_firstFrame = false;
 }
 
-// The rectangle is the GUI thread's, and follows there.
+// The rectangle belongs to the GUI thread and follows there.
 void InspectView::InitByFirstFrame(_TovImage const *image)
 {
     auto *const event = new QEvent(FirstFrameEvent());
@@ -165,7 +165,7 @@ void InspectView::InitByFirstFrame(_TovImage const *image)
 
 void InspectView::customEvent(QEvent *)
 {
-    ApplyPoint(); // the only event of ours
+    ApplyPoint(); // our only event
     UpdateRectangle();
 }
 
@@ -237,13 +237,13 @@ void InspectView::UpdateRectangle()
 
 bool InspectView::displayNativeEvent(QByteArray const &eventType, void * /*message*/, long * /*result*/)
 {
-    // Messages of another window system are recognised, and left alone like all others.
+    // Messages of another window system are left alone like all others.
     if (eventType == "windows_generic_MSG")
         return false;
     return false;
 }
 
-// What the renderer makes of its widget's events would change the scale as well, which is fixed here.
+// The renderer's own handling of its widget's events would change the scale as well, which stays at 1 here.
 bool InspectView::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched != m_displayWidget)
@@ -276,7 +276,7 @@ void InspectView::showEvent(QShowEvent *event)
 {
     PlayerPanel::showEvent(event);
     if (!event->spontaneous() && m_display)
-        m_display->ClearVideo(); // a picture of long ago
+        m_display->ClearVideo(); // an old picture
     m_shown = true;
     if (m_mainDisplay)
         UpdateRectangle();

@@ -49,14 +49,14 @@ public:
     // May run while frames come.
     ~InspectView() override;
 
-    // With whether it is open, which the window's layout does not know.
+    // Includes whether the view is open, which the window's layout does not know.
     bool SaveStateToGlobalSettings(QSettings *settings) override;
     static bool WasOpen(QSettings *settings);
 
     // Takes a place in that view's list; the view outlives this one.
     void JoinDisplay(DisplayView *display);
-    // Puts that pixel of the image into the middle, as far as the edges of the picture allow it; once the first frame
-    // has come.
+    // Puts that pixel of the image into the middle, as far as the edges of the picture allow, once the first frame has
+    // come.
     void LookAt(QPointF pixel);
 
     void StartDisplaying();
@@ -65,7 +65,7 @@ public:
     void RefreshImage(_TovImage const *image) override;
     void KeepImage(_TovImage const *image) override;
 
-    // True when the renderer is set up for frames of that shape; otherwise takes note of the shape. Display thread.
+    // True when the renderer is set up for frames of that shape; otherwise notes the shape. Display thread.
     bool VerifyDisplayFormat(_TovImage const *image);
     // Tells the main renderer which part of the image the view shows.
     void UpdateRectangle();

@@ -1,9 +1,9 @@
-// The copy of the frame that the live view has shown last, for all who look at its pixels: the read-out under the
+// The copy of the frame that the live view has shown last, for all that read its pixels: the read-out under the
 // pointer, the analysis, and the view itself once no frame comes.
 //
 // Threads: MakeRoom and Store on the display thread; Release on the GUI thread, while the display thread sleeps; the
-// rest on the GUI thread. An image is published whole and goes in Release alone, so a reader never loses it under its
-// hands. Its pixels have no lock: while the next frame is copied, they are those of two frames.
+// rest on the GUI thread. An image is published whole and freed in Release alone, so a reader never loses it while
+// reading. Its pixels have no lock: while the next frame is copied, they belong to two frames.
 #pragma once
 
 #include "tovmisc.h"
@@ -25,7 +25,7 @@ public:
 
     // An image of that shape from now on, without a frame yet; none where there is no memory for it.
     void MakeRoom(_TovImage const &shape);
-    // Copies a frame of that shape. Not a success either where there was no memory.
+    // Copies a frame of that shape. Fails as well where there was no memory.
     TovStatus Store(_TovImage const *frame);
     void Release();
 

@@ -7,14 +7,14 @@
 
 namespace {
 
-// Entries of a map: fields behind one another, the numbers with so many decimals.
+// Entries of a map: fields one after another, numbers with a given count of decimals.
 class MapText
 {
 public:
     explicit MapText(int decimals) : m_decimals(decimals)
     {
     }
-    // Numbers with commas between them, behind the text.
+    // The text, then the numbers with commas between them.
     MapText &Add(char const *text, std::initializer_list<double> numbers = {})
     {
         m_text += text;
@@ -36,7 +36,7 @@ public:
     }
 
 private:
-    // Not printf: the text has a point whatever the locale's comma is.
+    // Not printf: the text has a decimal point in every locale.
     void AddNumber(double number)
     {
         char digits[512];

@@ -11,7 +11,7 @@
 
 PixelValues ReadPixel(_TovImage const &image, int x, int y)
 {
-    // 32-bit, as everywhere in the analysis of an image.
+    // The low 32 bits of the line step, as the analysis of an image takes it.
     std::uint8_t *const line =
         image.imageData + static_cast<std::uint64_t>(y) * static_cast<std::uint32_t>(image.lineStep);
     auto const column = static_cast<std::size_t>(x);

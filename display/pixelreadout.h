@@ -5,8 +5,8 @@ struct _TovImage;
 
 struct PixelValues
 {
-    // As they stand in memory; -1 for what the image does not have. A monochrome pixel has green alone, and so has one
-    // of a mosaic of 16 bits.
+    // As in memory; -1 for what the image does not have. A monochrome pixel has green alone, and so does one of a
+    // 16-bit mosaic.
     int r = -1;
     int g = -1;
     int b = -1;

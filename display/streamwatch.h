@@ -11,9 +11,9 @@ class StreamWatch
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    // For this long nobody misses a frame.
+    // A pause as short as this needs no notice.
     static constexpr std::chrono::seconds Patience{2};
-    // The most, for a stream whose frames are far apart.
+    // The upper limit, for a stream whose frames are far apart.
     static constexpr std::chrono::seconds LongestPatience{10};
 
     struct Silence
@@ -23,7 +23,7 @@ public:
         bool operator==(Silence const &) const = default;
     };
 
-    // Counts are those of frames that have arrived so far, and of the incomplete ones among them.
+    // The counts are of the frames that have arrived so far, and of the incomplete ones among them.
     void Start(Time now, std::int64_t arrived, std::int64_t incomplete);
     // Nothing while complete frames come.
     std::optional<Silence> Look(Time now, std::int64_t arrived, std::int64_t incomplete);
