@@ -91,7 +91,7 @@ void RigTest::SetComponents(TovComponent *session, TovComponent *, TovComponent 
 
 void RigTest::ShowPanel(QMainWindow *, int, int)
 {
-    // It has no panel.
+    // Nothing: it has no panel.
 }
 
 void RigTest::Detach(QMainWindow *)

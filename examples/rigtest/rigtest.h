@@ -1,6 +1,6 @@
 // An example of an evaluation plug-in: takes a number of frames unattended, reports, and quits. Or records a short
 // series: a program with a plug-in attached gives it the frames and writes none, so for that it declines to be
-// attached, and does at the window what an operator would.
+// attached, and operates the window as an operator would.
 //
 // Threads: everything on the GUI thread, but for NeedNextFrame and ProcessBuffer, which the recording thread calls and
 // which touch the atomic counter only.
