@@ -26,7 +26,7 @@ namespace {
 constexpr unsigned Patience = 60; // seconds for one input
 constexpr std::size_t PoolLimit = 2000;
 
-// Where the present input can be found by whoever looks after a crash.
+// Where the current input can be found after a crash.
 class BlackBox
 {
 public:
@@ -53,7 +53,7 @@ public:
     void Keep(std::string const &input)
     {
         std::memcpy(m_memory, input.data(), input.size());
-        // What is behind it was another input's.
+        // What follows belongs to another input.
         if (m_used > input.size())
             std::memset(m_memory + input.size(), 0, m_used - input.size());
         m_used = input.size();
@@ -106,7 +106,7 @@ Options ReadArguments(int argc, char **argv)
     return options;
 }
 
-// True for an input that got through.
+// True for an input that was accepted.
 bool Run(BlackBox &box, std::string const &input)
 {
     box.Keep(input);
@@ -116,7 +116,7 @@ bool Run(BlackBox &box, std::string const &input)
     return LLVMFuzzerTestOneInput(bytes.data(), bytes.size()) == 0;
 }
 
-// What gets through takes the place of an older one. Returns how many did.
+// An accepted input replaces an older one. Returns how many were accepted.
 std::uint64_t RunMutations(BlackBox &box, Options const &options, std::vector<std::string> &pool)
 {
     std::uint64_t passed = 0;

@@ -96,7 +96,7 @@ static void memory_device_init(MemoryDevice *)
 
 MemoryCamera::MemoryCamera(std::string description) : memory(0x4000), m_description(std::move(description))
 {
-    // ArvGc complains of what it does not like, which is nearly everything here.
+    // ArvGc warns about what it cannot use, which is nearly everything here.
     static bool const silent = g_log_set_default_handler([](auto...) {}, nullptr) != nullptr;
     (void)silent;
     for (std::size_t i = 0; i < memory.size(); ++i)

@@ -114,7 +114,7 @@ void Mutator::ChangeText(std::string &input, std::size_t kind)
         input.replace(begin, size, Numbers[Below(std::size(Numbers))]);
         return;
     }
-    case 1: // a name stands where another one stood
+    case 1: // a name replaces another one
     case 2: {
         auto const [from, fromSize] = FindWord(input, false);
         word = input.substr(from, fromSize);
@@ -133,7 +133,7 @@ void Mutator::ChangeText(std::string &input, std::size_t kind)
     input.replace(begin, size, word);
 }
 
-// Away from where it stood, or to a second place.
+// To another place, or to a second one.
 void Mutator::MoveLine(std::string &input)
 {
     std::size_t const at = Below(input.size() + 1);

@@ -1,5 +1,5 @@
-// Makes new inputs of known ones: changes to their bytes, and to the words, numbers and lines that formats of text
-// have. The same seed makes the same inputs.
+// Makes new inputs from known ones by changing their bytes, and the words, numbers and lines of text formats. The same
+// seed makes the same inputs.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// A packet of any bytes through one decoder of the protocol log. Which one, the build says.
+// A packet of any bytes through one decoder of the protocol log; the build chooses which one.
 #include "driver.h"
 
 #include "logstringmaker.h"

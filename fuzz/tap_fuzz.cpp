@@ -1,5 +1,5 @@
 // A stored capture of any bytes through the tap: file, framing, the buffer with its zeros, and the decoders behind it.
-// Which kind of camera, the build says.
+// The build chooses the kind of camera.
 #include "driver.h"
 
 #include "packettap/gigeframing.h"

@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     }
     if (nodes.GetIntegerValue("TLParamsLocked", nullptr) != 0)
         FuzzFail("what no file stores has changed");
-    // Whatever the camera is like now, that can be saved and brought back.
+    // Whatever state the camera is in now, it can be saved and restored.
     std::vector<std::uint8_t> const before = camera.memory;
     Configuration present, copy;
     present.camera.model = "Small";
