@@ -159,7 +159,7 @@ void Histo_Graph::DrawSelf(QPainter &painter)
     };
     QSize const titleSize = GetTextSize(*m_labelFont, painter, m_title);
     QSize const xTitleSize = GetTextSize(*m_labelFont, painter, m_xTitle);
-    QSize const yTitleSize = GetTextSize(*m_yTitleFont, painter, m_yTitle).transposed(); // as it stands, rotated
+    QSize const yTitleSize = GetTextSize(*m_yTitleFont, painter, m_yTitle).transposed(); // as drawn, rotated
     QSize const xLabelSize = labelSize(m_xFormat, m_xTicks, m_xFactor);
     QSize const yLabelSize = labelSize(m_yFormat, m_yTicks, m_yFactor);
 
@@ -188,7 +188,7 @@ void Histo_Graph::DrawSelf(QPainter &painter)
     PaintNotice(painter);
 }
 
-// The first tick stands on the left or bottom pixel, the last one a pixel beyond the right or top one.
+// The first tick is on the left or bottom pixel, the last one a pixel beyond the right or top one.
 void Histo_Graph::CreateScales()
 {
     double const width = m_plotRect.right() - m_plotRect.left() + 1;
@@ -285,7 +285,7 @@ void Histo_Graph::DrawTitles(QPainter &painter, QSize const &titleSize, QSize co
     // The text starts at the middle of the canvas and reads upwards from there; it is not centred.
     painter.setFont(*m_yTitleFont);
     QPoint const at(yTitleSize.width(), outer.bottom() - (outer.height() - yTitleSize.width()) / 2);
-    // What lies below its base line may touch a long label.
+    // Its descenders may touch a long label.
     QRect const ink = UprightInkOf(QFontMetrics(*m_yTitleFont, painter.device()), at, m_yTitle);
     int over = 0;
     for (TickLabel const &label : yLabels) {
@@ -323,7 +323,7 @@ void Histo_Graph::DrawGrid(QPainter &painter, std::vector<TickLabel> const &xLab
         int const y = ToPixel(m_yScale->Forward(tick));
         painter.drawLine(m_plotRect.left(), y, m_plotRect.right(), y);
     });
-    painter.setPen(textPen); // labels as the titles, not as faint as the grid
+    painter.setPen(textPen); // labels in the colour of the titles, not as faint as the grid
 }
 
 void Histo_Graph::DrawThresholds(QPainter &painter)
@@ -354,7 +354,7 @@ void Histo_Graph::DrawThresholds(QPainter &painter)
         QString const text = Number(marker.value);
         QPoint at(ToPixel(m_xScale->Forward(marker.value)), top + (bottom - top) / 2);
         QRect ink = UprightInkOf(metrics, at, text);
-        if (m_plotRect.contains(at) && ink.left() <= m_plotRect.left()) { // not on the labels of the Y axis
+        if (m_plotRect.contains(at) && ink.left() <= m_plotRect.left()) { // keeps off the labels of the Y axis
             int const over = at.x() + TextGap - ink.left();
             at.rx() += over;
             ink.translate(over, 0);
@@ -385,7 +385,8 @@ void Histo_Graph::PaintThresholdsPixels(QPainter &painter)
     QFontMetrics const metrics(*m_labelFont, painter.device());
     int const lineHeight = GetTextSize(*m_labelFont, painter, Number(t.belowLow)).height();
     auto const draw = [&](std::int32_t count, QColor const &color, int x, int y) {
-        painter.fillRect(InkOf(metrics, {x, y}, Number(count)).adjusted(-1, -1, 1, 1), Area); // not on bars and lines
+        painter.fillRect(InkOf(metrics, {x, y}, Number(count)).adjusted(-1, -1, 1, 1),
+                         Area); // keeps the number clear of bars and lines
         painter.setPen(QPen(color));
         painter.drawText(x, y, Number(count));
     };
@@ -419,7 +420,7 @@ void Histo_Graph::PaintNotice(QPainter &painter)
     painter.setFont(*m_labelFont);
     int const flags = Centred | Qt::TextWordWrap;
     QRect room = m_plotRect.adjusted(12, 4, -12, -4);
-    if (!m_plots.empty()) // above what they show
+    if (!m_plots.empty()) // in front of the plots
         room.setBottom(room.center().y());
     QRect const box = painter.boundingRect(room, flags, m_notice);
     painter.fillRect(box.adjusted(-6, -3, 6, 3), Area);

@@ -38,7 +38,7 @@ public:
     void AddPlot(Histo_Plot *plot); // takes ownership
     void ClearPlots();
     void Resize(QRect rect);
-    // A sentence over the data area, for what the plots do not tell; empty for none.
+    // A sentence over the data area, for what the plots cannot show; empty for none.
     void SetNotice(QString const &text);
     // An axis without ticks leaves the data area empty. Labels that would touch are thinned, and so are grid lines that
     // would run together; the ticks stay.

@@ -28,8 +28,8 @@ bool IsBare(QPainter const &painter, Histo_Plot const &plot)
            !painter.testRenderHint(QPainter::Antialiasing);
 }
 
-// Whether all pixels of a join to the next column are those of the uprights on either side: but for its end, it stays
-// in the column that it comes from.
+// Whether the uprights on either side cover all pixels of a join to the next column: except for its end, it stays in
+// the column that it comes from.
 bool IsCovered(Join const &join, QVector<QLine> const &uprights)
 {
     QLine const &line = join.line;
@@ -71,8 +71,8 @@ int ToPixel(double position)
     return static_cast<int>(std::fmin(std::fmax(position, -Far), Far));
 }
 
-// There may be several points to a pixel, and thousands of lines. Those that stand on one column of pixels make up one
-// line, from the highest end to the lowest; an opaque pen leaves the same picture either way.
+// There may be several points to a pixel, and thousands of lines. Those in one column of pixels make up one line, from
+// the highest end to the lowest; an opaque pen gives the same picture either way.
 void Histo_Bar::Draw(QPainter &painter, TVScaleFunction *xScale, TVScaleFunction *yScale, QRect &rect)
 {
     QVector<QLine> lines;
@@ -105,7 +105,7 @@ void Histo_Curve::Draw(QPainter &painter, TVScaleFunction *xScale, TVScaleFuncti
     QVector<QLine> uprights; // along one column of pixels each, from the lowest end to the highest
     std::vector<Join> joins; // from one column to another
     QPoint previous = pixelOf(points[0]);
-    bool growing = false; // the last upright stands in the column of `previous`, and may grow
+    bool growing = false; // the last upright is in the column of `previous`, and may grow
     for (std::size_t i = 1; i < points.size(); ++i) {
         QPoint const next = pixelOf(points[i]);
         bool const stays = previous.x() == next.x();

@@ -1,4 +1,4 @@
-// Scales between data and pixels, and the plots that draw themselves with two of them. GUI thread.
+// Scales between data and pixels, and plots that draw themselves by two scales. GUI thread.
 #pragma once
 
 #include <QColor>

@@ -27,7 +27,7 @@ constexpr int Period = 500; // milliseconds
 constexpr int DefaultDepth = 8;
 constexpr std::size_t LongestFormat = 31;
 
-// All digits of the name, in whatever places they stand: "BayerRG12Packed" has 12, and "YUV422_8" 4228.
+// All digits of the name, wherever they are: "BayerRG12Packed" has 12, and "YUV422_8" 4228.
 int DepthOf(char const *pixelFormat)
 {
     std::size_t const length = pixelFormat ? std::strlen(pixelFormat) : 0;
@@ -65,7 +65,7 @@ HistogramPanel::HistogramPanel(QMainWindow *window)
     connect(rowSpin, qOverload<double>(&QDoubleSpinBox::valueChanged), this, &HistogramPanel::DoRowSpin);
     connect(colSpin, qOverload<double>(&QDoubleSpinBox::valueChanged), this, &HistogramPanel::DoColSpin);
 
-    hide(); // floating it would show it, before it has its place
+    hide(); // or floating it would show it before it has its place
     setFloating(true);
     m_mainWindow->addDockWidget(Qt::RightDockWidgetArea, this);
     PlaceBesideToolbars();
@@ -168,7 +168,7 @@ bool HistogramPanel::UpdateSelfByTimer()
     // Nobody computes the noise: 0.0.
     SetFigures(QString::asprintf("%5.2f", first.mean), QString::asprintf("%5.2f", first.stdDev),
                QString::asprintf("%5.1f", m_histo.snr));
-    // The view gets the markers only now, and draws no data without them: the first update shows no more than the axes.
+    // The view gets the markers only now, and draws no data without them: the first update shows the axes alone.
     m_view->SetData(&m_histo);
     m_view->thresholds = &m_thresholds;
     CountPixels();
@@ -270,7 +270,7 @@ void HistogramPanel::DoModeComboBox()
     m_modeIndex = modeComboBox->currentIndex();
     m_view->SetMode(m_modeIndex);
     m_histo.mode = m_modeIndex;
-    ShowNothing(QString()); // what was shown is of the other mode
+    ShowNothing(QString()); // what was shown belongs to the other mode
 }
 
 void HistogramPanel::DoAvrCheckBox()
@@ -310,9 +310,8 @@ void HistogramPanel::DoColSpin()
 
 // ---- Layout ---------------------------------------------------------------------------------------------------------
 
-// The sizes of the form are those of usual texts in a narrow font: what needs more gets more. The figures get their
-// greatest width at once, of whatever format the camera changes to, so that the panel does not grow while it is looked
-// at.
+// The form's sizes suit usual texts in a narrow font: what needs more gets more. The figures get their greatest width
+// for any format at once, so that the panel does not grow while somebody looks at it.
 void HistogramPanel::FitToTexts()
 {
     for (QLabel *const figure : {meanLabel, devLabel, SNRLabel}) {
@@ -390,11 +389,11 @@ void HistogramPanel::paintEvent(QPaintEvent *event)
     PlayerPanel::paintEvent(event);
 }
 
-// From the bottom, over what the layout has done.
+// From the bottom, overriding the layout.
 void HistogramPanel::PlaceGroups()
 {
     QSize const frame = frameGeometry().size();
-    // The title bar of a docked panel is inside of it.
+    // The title bar of a docked panel is inside the panel.
     int const title = width() == frame.width() || height() == frame.height() ? 20 : 0;
     int const bottom = height() - groupRowColumn->frameGeometry().height() - title;
     int const above = bottom - groupMinStdDev->frameGeometry().height();

@@ -26,7 +26,7 @@ public slots:
     void DoXLimitsCheckBox();
     void DoMeanSpin();
     void DoLogCheckBox();
-    void DoTapCheckBox(); // of no signal: the box stays disabled
+    void DoTapCheckBox(); // not connected: the box stays disabled
     void DoModeComboBox();
     void DoAvrCheckBox();
     void DoRowSlider();
@@ -67,5 +67,5 @@ private:
     HistoThresholds m_thresholds{};
     std::uint32_t m_sensorClass = 0;
     std::int64_t m_familyId = 0;
-    QPoint m_firstPlace; // on the screen, until it has one of its own
+    QPoint m_firstPlace; // on the screen, until the operator moves it
 };

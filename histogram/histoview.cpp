@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr double Narrowest = 0.01; // ADU; an axis below it has neither ticks nor labels that differ
+constexpr double Narrowest = 0.01; // ADU; on a narrower axis neither ticks nor labels differ
 constexpr double Widened = 5.0;    // ADU, on either side
 constexpr int MostTicks = 1000;
 
@@ -64,7 +64,7 @@ void HistoView::SetMode(int newMode)
     QString const suffix = average ? tr(" (average)") : QString();
     QString const signal = tr("Signal (ADU)");
     QString const pixels = tr("Pixels");
-    // The title and the suffix each bring a blank: "Horizontal  (average)".
+    // The title and the suffix each have a blank: "Horizontal (average)".
     switch (mode) {
     case HistoRow:
         graph.SetTitles(tr("Horizontal ") + suffix, pixels, signal);

@@ -21,7 +21,7 @@ public:
     void SetXAxisLimit(bool enable, int factor);
     void UseYAxisLog(bool on);
     void SetTapMode(bool on, int count); // changes no picture
-    // Not owned, and to outlive the view. The axes and plots stay as they are while `thresholds` is null, or without
+    // Not owned, and outlives the view. The axes and plots stay as they are while `thresholds` is null, or without
     // series.
     void SetData(ComplexHisto *answer);
     // The mode's axes over the whole scale of that depth, without data.

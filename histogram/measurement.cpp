@@ -10,7 +10,7 @@
 
 namespace {
 
-// One sample to a pixel, in whole bytes. For a type that is in no table, its class decides.
+// One sample per pixel, in whole bytes. For a type that is not in the table, its class decides.
 bool IsPlain(_TovImage const &picture, TovPixelTypeInfo const *info)
 {
     if (info)
@@ -35,7 +35,7 @@ QString Measurement::WhyNone(_TovImage const &picture, ComplexHisto const &answe
     if (info && info->packing != TOV_UNPACKED)
         return tr("%1 is packed and cannot be measured. Choose an unpacked pixel format.").arg(name);
     if (!IsPlain(picture, info))
-        return tr("%1 has several values to a pixel and cannot be measured. Choose a Mono or Bayer format.").arg(name);
+        return tr("%1 has several values per pixel and cannot be measured. Choose a Mono or Bayer format.").arg(name);
     bool const mosaic = !info || info->family == TOV_FAMILY_BAYER || info->family == TOV_FAMILY_TRUESENSE;
     if (answer.mode == HistoRGB && !mosaic)
         return tr("%1 has no colours. Choose a Bayer format.").arg(name);
