@@ -23,7 +23,7 @@ AboutDlgImpl::AboutDlgImpl(QWidget *parent, Session *session) : QDialog(parent)
     QString text = tr("Software information\nTovScope version:  ") + Version + QLatin1Char('\n');
     if (session) {
         m_title = session->GetTitle();
-        // The caption is the same for every kind of camera.
+        // The caption says U3V for every kind of camera.
         text += tr("U3V driver version: ") +
                 QString::fromUtf8(session->GetDevice()->GetDeviceInfo()->GetInterface()->GetDriverVersion()) +
                 QLatin1Char('\n') + session->GetCameraInfo();

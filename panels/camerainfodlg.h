@@ -1,4 +1,4 @@
-// Shows what the camera tells about itself. Modal; GUI thread only.
+// Shows what the camera reports about itself. Modal; GUI thread only.
 #pragma once
 
 #include "ui_camerainfodlg.h"

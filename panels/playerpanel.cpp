@@ -28,7 +28,7 @@ namespace {
 
 QString const GeometryKey = QStringLiteral("wndGeometry");
 constexpr unsigned int StringEditSize = 1000;
-char const ShownText[] = "shownText"; // property of an edit: what it got from its parameter, or gave to it
+char const ShownText[] = "shownText"; // property of an edit: the text last read from its parameter, or written to it
 
 // What cannot be read is empty.
 QString ValueText(TovComponent *component, char const *param, char const *format, unsigned int size)
@@ -300,7 +300,7 @@ unsigned int PlayerPanel::OnParamChanged(unsigned int /*component*/, _TovStParam
                 immediate.push_back(panel);
         }
     }
-    // Panels that are shown by the thread that makes the change; one refresh may close another panel.
+    // Panels that are refreshed by the thread that makes the change; one refresh may close another panel.
     for (PlayerPanel *const panel : immediate) {
         if (IsAlive(panel))
             panel->UpdateFromComponent(name);
@@ -339,7 +339,7 @@ void PlayerPanel::IntegerEditChanged()
 void PlayerPanel::FloatEditChanged()
 {
     auto *const edit = qobject_cast<QLineEdit *>(sender());
-    // Under the name of the control: an edit that is not called like its parameter writes nothing.
+    // Under the control's name: an edit that is not named like its parameter writes nothing.
     if (ParamLink const link = SenderLink(edit); link.component)
         link.component->SetParamFloat(link.controlName.toLocal8Bit().constData(), edit->text().toDouble());
 }
@@ -379,7 +379,7 @@ bool PlayerPanel::CanBeSeen() const
         return false;
     if (!isWindow())
         return !visibleRegion().isEmpty(); // a tab behind another one lies outside the window
-    // Only this platform tells what covers a window.
+    // Only on this platform can it be found out what covers a window.
     if (QGuiApplication::platformName() != QLatin1String("xcb"))
         return true;
     QRect const inner = rect().adjusted(width() / 8, height() / 8, -width() / 8, -height() / 8);

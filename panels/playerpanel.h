@@ -72,7 +72,7 @@ public:
 
     QString const &GetActionName() const;
 
-    // The first link of that name, or one with a null component.
+    // The first link of that name, or a link with a null component.
     ParamLink GetParamForControl(QString const &controlName) const;
     ParamLink GetControlForParam(QString const &paramName) const;
     bool HasParam(QString const &paramName) const;
@@ -111,7 +111,7 @@ public slots:
     void UpdateByTimer();
 
 protected:
-    // Gives the panel at once the size that its contents need, which it would get from the event loop later.
+    // Gives the panel at once the size that its contents need, which the event loop would give it later.
     void SettleLayout();
     void closeEvent(QCloseEvent *event) override;
     void showEvent(QShowEvent *event) override;

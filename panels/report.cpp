@@ -21,7 +21,7 @@ QString Report::SuggestedFileName(QString title)
 void Report::Write(QString const &path, QString const &text)
 {
     QFile file(path);
-    // Not truncated: what a longer file holds behind the text stays.
+    // Not truncated: the rest of a longer file stays after the text.
     if (file.open(QIODevice::ReadWrite | QIODevice::Text))
         file.write(text.toUtf8());
 }

@@ -7,14 +7,14 @@ class QTextBrowser;
 
 namespace Report {
 
-// Shows the text in a fixed pitch, which its columns are made for.
+// Shows the text in a fixed-pitch font, for its columns.
 void Show(QTextBrowser *browser, QString const &text);
 
 // The file name that a session's title suggests.
 QString SuggestedFileName(QString title);
 
-// Writes the text in UTF-8; a file that cannot be opened is silently left alone. What a longer file held behind the
-// text stays there.
+// Writes the text in UTF-8; a file that cannot be opened is silently left alone. The rest of a longer file stays after
+// the text.
 void Write(QString const &path, QString const &text);
 
 } // namespace Report

@@ -43,7 +43,7 @@ bool IsRate(int row)
 
 } // namespace
 
-// Rates that do not hold any more are grey.
+// Rates that are out of date are grey.
 class StatisticsPanelImpl::RateDelegate : public QStyledItemDelegate
 {
 public:

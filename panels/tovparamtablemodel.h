@@ -32,10 +32,10 @@ public:
     QVariant data(QModelIndex const &index, int role = Qt::DisplayRole) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
 
-    // The value as text, "n/a" when the component does not tell it.
+    // The value as text, "n/a" when the component does not give it.
     QString GetParamString(TovComponent *component, QString const &key) const;
-    // To the clipboard: label, tab and the value at this moment. The second one copies every row, with a line feed
-    // behind each.
+    // To the clipboard: label, tab and the value at this moment. The second one copies every row, each with a line
+    // feed.
     void CopyField(QModelIndex const &index) const;
     void CopyTable() const;
 
