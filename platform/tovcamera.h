@@ -51,9 +51,9 @@ enum EventID : std::uint32_t {
     EventStreamChannel = 1001,  // raw stream packets
     EventEventChannel = 1002,   // raw event packets
     EventConnectionLost = 1004, // no data
-    EventPacketsMissed = 1005, // std::uint64_t: packets of the three channels that got lost on the way to the callbacks
-                               // since the camera was opened, those included that a capture cut short; told when it has
-                               // risen
+    EventPacketsMissed = 1005,  // std::uint64_t: packets of the three channels that were lost on the way to the
+                                // callbacks, or cut short by a capture, since the camera was opened; sent when the
+                                // number has risen
 };
 
 constexpr std::uint32_t WaitForever = 0xFFFFFFFFu;
@@ -119,7 +119,8 @@ struct FeatureEntry
     FeatureVisibility visibility = FeatureVisibility::Beginner;
 };
 
-// What a feature is, for as long as the camera is open. Features are told by their index; index 0 is the root category.
+// What a feature is, for as long as the camera is open. Features are identified by their index; index 0 is the root
+// category.
 struct FeatureInfo
 {
     std::string name;
@@ -133,7 +134,7 @@ struct FeatureInfo
     FeatureNotation notation = FeatureNotation::Automatic; // Float
     std::int32_t precision = -1;                           // Float: digits to show, -1 where the description has none
     std::uint32_t pollingTime = 0;                         // milliseconds, 0: need not be read again by itself
-    bool streamable = false;                               // belongs into a stored configuration
+    bool streamable = false;                               // belongs in a stored configuration
     std::vector<std::uint32_t> children;                   // of a category, in the order of the description
     std::vector<std::uint32_t> selected;                   // of a selector: what it selects
     std::vector<std::uint32_t> dependents; // to be read again after a write of this one, the selected ones included
@@ -147,14 +148,14 @@ struct FeatureValue
     std::string text;         // String; the entry's name of an Enumeration; the bytes of a Register
 };
 
-// A setting of a configuration file that the camera does not have as the file has it. Texts as in the file, UTF-8.
+// A setting whose value in the camera is not the one in the configuration file. Texts as in the file, UTF-8.
 struct RefusedSetting
 {
     std::string feature;
-    std::string selectors;     // "GainSelector=DigitalAll", of several told apart by blanks; empty without any
+    std::string selectors;     // "GainSelector=DigitalAll", several separated by blanks; empty without any
     std::string wanted;        // by the file
-    std::string present;       // of the camera; empty where it cannot be told
-    std::int32_t status = 0;   // why; 0: taken without an error, and not kept
+    std::string present;       // in the camera; empty where it is not known
+    std::int32_t status = 0;   // why; 0: taken without an error, but not kept
     bool streamLocked = false; // refused only because frames run
 };
 
@@ -163,22 +164,22 @@ struct ConfigurationReport
 {
     enum class Problem : std::uint8_t {
         None,
-        File,            // could not be read, or not be written; `systemError` tells why
-        NoConfiguration, // nothing that a camera has saved, or by a version that is not known
+        File,            // could not be read or written; `systemError` says why
+        NoConfiguration, // not a camera's configuration, or of an unknown version
         NotWhole,        // a part is missing
-        NoValue,         // the one in `refused` is none for its feature
-        OtherCamera,     // made by `vendor`'s `model`, which this one is not
-        NoCamera,        // `model` is nowhere to be found
+        NoValue,         // the value in `refused` does not fit its feature
+        OtherCamera,     // made by another model, `vendor`'s `model`
+        NoCamera,        // no camera of `model` was found
         CameraInUse,     // by this or another program
         NotKept,         // the file of another camera could not be put aside; `systemError`
-        Selector,        // the one in `refused` does not obey
+        Selector,        // the one in `refused` does not take its value
     };
     std::int32_t status = 0; // of the operation
     Problem problem = Problem::None;
     int systemError = 0; // an errno
-    // Who made the file: of a saved one, that of another camera that stood there before.
+    // The camera that made the file; after a save, the other camera whose file was there before.
     std::string vendor, model, serial;
-    std::string keptAs;                  // where that one is now; empty when there was none
+    std::string keptAs;                  // where that file is now; empty when there was none
     std::size_t settings = 0;            // that were compared with the camera's
     std::vector<RefusedSetting> refused; // empty with TOV_CAM_ERR_NO_DEVICE
 };
@@ -234,7 +235,7 @@ public:
     {
         return nullptr;
     } // null past the last
-    // Reads the camera once for all of it. A feature that cannot be told keeps access NotAvailable.
+    // Reads the camera once for all of it. A feature that cannot be read keeps access NotAvailable.
     virtual std::int32_t ReadFeature(std::uint32_t, FeatureState *)
     {
         return TOV_CAM_ERR_INVALID_INDEX;
@@ -248,8 +249,8 @@ public:
     {
         return TOV_CAM_ERR_INVALID_INDEX;
     }
-    // Keeps this object, and no more than it, beyond the device's Release: calls that come later fail at once, and one
-    // that is under way ends in its own time without holding Release up.
+    // Keeps this object, and nothing else, beyond the device's Release: later calls fail at once, and one under way
+    // ends in its own time without holding up Release.
     virtual std::shared_ptr<void> Hold()
     {
         return {};
@@ -308,7 +309,7 @@ enum class CaptureRefusal : std::uint8_t {
     NoRight,    // the system does not permit it
     NoAdapter,  // there is no such network adapter, or it is down; no such USB monitor
     NoFile,     // the capture file that takes the camera's place cannot be opened
-    NotACapture // it is none, or of something else
+    NotACapture // not a capture, or not one of a camera
 };
 struct CaptureFailure
 {
@@ -333,21 +334,21 @@ public:
     virtual ParamArray *GetCameraParameters(std::int32_t *error) = 0; // null on failure; cheap
     virtual std::int32_t ReadRegister(std::uint64_t address, void *buffer, std::size_t size) = 0;
     // A configuration file: who the camera is, and its settings. Both take as long as the accesses they need, hundreds
-    // of them, and hold the node map so long. Saving leaves the old file alone when it fails:
-    // TOV_CAM_ERR_FILE_NOT_FOUND where no file can be written, TOV_CAM_ERR_GENICAM_GENERIC for a camera that refuses.
-    // A file that another camera (by vendor, model or serial number) has saved stays beside the new one, by its name
-    // with a tilde behind it; so does one that tells of no camera.
+    // of them, and hold the node map that long. Saving leaves the old file alone when it fails:
+    // TOV_CAM_ERR_FILE_NOT_FOUND where no file can be written, TOV_CAM_ERR_GENICAM_GENERIC for a camera that refuses. A
+    // file that another camera (by vendor, model or serial number) has saved stays beside the new one, under its name
+    // with a tilde appended; so does one that names no camera.
     virtual std::int32_t SaveConfiguration(char const *path) = 0;
     // 0 when every setting of the file that the camera has is as in the file. With TOV_CAM_ERR_FILE_NOT_FOUND,
     // TOV_CAM_ERR_FILE_READ and TOV_CAM_ERR_WRONG_CONFIGURATION (no whole configuration, or another model's) nothing
     // was touched; with any other status what could be applied is applied.
     virtual std::int32_t LoadConfiguration(char const *path) = 0;
-    // Why the last subscription to packets was refused, where it was. Any thread.
+    // Why the last subscription to packets was refused, if it was. Any thread.
     virtual CaptureFailure GetCaptureFailure()
     {
         return {};
     }
-    // Of the last of the two that has ended. Any thread.
+    // Of the one of these two that ended last. Any thread.
     virtual ConfigurationReport GetConfigurationReport()
     {
         return {};
@@ -412,7 +413,7 @@ class System
 public:
     virtual void Release() = 0;
     // `kindMask` has bit InterfaceKind - 1 for each kind asked for; 255 is every kind. Looks for cameras if that has
-    // not been done yet. The list is good until the next call.
+    // not been done yet. The list is valid until the next call.
     virtual ObjectList *GetInterfaceList(std::uint32_t kindMask) = 0;
     // Finds the file's camera by its serial number, else by its model, opens it and loads the file. A device together
     // with a nonzero error is open, with what could be applied.

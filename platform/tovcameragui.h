@@ -46,15 +46,15 @@ public:
     explicit TovGenParamTreeView(QWidget *parent);
     ~TovGenParamTreeView() override;
 
-    // Fills the tree; null empties it. The features are good until the device's Release, before which the widget is
+    // Fills the tree; null empties it. The features are valid until the device's Release, before which the widget is
     // destroyed or given null; neither waits for a slow camera.
     virtual void SetGenParamArray(TovCam::ParamArray *params);
     virtual Visibility visibility() const;
     virtual void setVisibility(Visibility level);
-    // What is expanded and selected, the search text and the visibility, as text. Never null; good until the next call.
+    // What is expanded and selected, the search text and the visibility, as text. Never null; valid until the next
+    // call.
     virtual char const *GetViewState();
-    // Text of any other origin is ignored; features that the camera lacks are skipped. May come before the tree is
-    // filled.
+    // Any other text is ignored; features that the camera lacks are skipped. May come before the tree is filled.
     virtual void SetViewState(char const *state);
 
 private:

@@ -21,11 +21,11 @@ class QWidget;
 // GUI thread. Both may run at once.
 //
 // Keys of the store (GetComponent): commands "display.zoom.in", "display.zoom.out", "display.atcenter",
-// "display.dump.on", "display.dump.off", "filter.add", "filter.del"; integers "display.fit" (0 none, 1 fit, 2 spread,
-// 3 actual size), "display.init.fit", "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h" (image pixels, a
+// "display.dump.on", "display.dump.off", "filter.add", "filter.del"; integers "display.fit" (0 none, 1 fit, 2 spread, 3
+// actual size), "display.init.fit", "display.view.scale", "dump.x", "dump.y", "dump.w", "dump.h" (image pixels, a
 // rectangle that is outlined), "filter.id", "filter.channels", "filter.state"; floats "display.init.at.x",
-// "display.init.at.y", "display.at.x", "display.at.y" (0 to 1 of the image: the point in the middle of the view, as it
-// opens and now); strings "filter.name", "filter.channel.0" (a colour map).
+// "display.init.at.y", "display.at.x", "display.at.y" (0 to 1 of the image: the point in the middle of the view, on
+// opening and now); strings "filter.name", "filter.channel.0" (a colour map).
 class TovDisplay
 {
 public:
@@ -42,7 +42,7 @@ public:
     // Converts a frame to the destination's pixel type, at full size. Any thread.
     virtual std::int32_t ConvertImage(_TovImage const *source, _TovImage *destination) = 0;
     // Maps a point exactly: direction 1 from widget to image pixels (rounded down, also outside the image), any other
-    // from image pixels to widget. Nonzero and untouched arguments while no frame's shape is known. Any thread.
+    // from image pixels to widget. Nonzero, with the arguments untouched, while no frame's shape is known. Any thread.
     virtual std::int32_t Translate(int *x, int *y, int direction) = 0;
 
     // ---- For a picture that stands still: GUI thread. Until they are called, a change of zoom shows the last picture

@@ -86,13 +86,13 @@ enum TovImageError : unsigned long {
 };
 
 // Header and zeroed pixels. The line step is the bytes of a line, rounded up to whole bytes. Refused: a width or height
-// of 0, and more bytes than imageSize can tell.
+// of 0, and more bytes than imageSize can hold.
 TOV_IMAGE_API unsigned long TovCreateImage(_TovImage **image, TovImageSize size, std::uint32_t pixelType);
 // Header alone, or over memory of the caller's when `data` is given; a `lineStep` of 0 takes the packed one.
 TOV_IMAGE_API unsigned long TovCreateImageHeader(_TovImage **image, TovImageSize size, std::uint32_t pixelType,
                                                  std::uint64_t lineStep = 0, void *data = nullptr);
 // Pixels and fields, between images of one width, height and pixel type; the line steps may differ. What changes in the
-// destination is stored by relaxed atomics, so that other threads may read it so meanwhile.
+// destination is stored by relaxed atomics, so that other threads may read it the same way meanwhile.
 TOV_IMAGE_API unsigned long TovCopyImage(_TovImage *destination, _TovImage const *source);
 // Either frees the header, and the pixels if the image owns them. Null and a pointer to null are ignored; an image that
 // this library has not made is refused. The caller clears its pointer.
@@ -109,7 +109,7 @@ enum TovPacking : std::uint8_t {
     TOV_PACKED_WEFT = 3 // samples one after another, most significant bit first
 };
 
-// What one row of the pixel format table says.
+// One row of the pixel format table.
 struct TovPixelTypeInfo
 {
     std::uint32_t pixelType;   // the code
@@ -167,5 +167,5 @@ TOV_IMAGE_API bool TovUnpackLine8(std::uint32_t pixelType, void const *line, std
 // image cost more than any conversion. Any thread may free what another allocated.
 TOV_IMAGE_API void *TovAllocFrameMemory(std::size_t size);
 TOV_IMAGE_API void TovFreeFrameMemory(void *memory);
-// What an image of packed lines wants of it: the pixels and the room behind them. 0 for what TovCreateImage refuses.
+// The frame memory of an image of packed lines: the pixels and the room behind them. 0 for what TovCreateImage refuses.
 TOV_IMAGE_API std::size_t TovFrameMemorySize(std::uint32_t pixelType, TovImageSize size);

@@ -28,7 +28,7 @@ enum TovParamError : TovStatus {
     TOV_PARAM_OK = 0,
     TOV_PARAM_ERR_UNKNOWN_KEY = 0x80000001,
     TOV_PARAM_ERR_TYPE = 0x80000002,     // the key's type does not fit the operation
-    TOV_PARAM_ERR_VALUE = 0x80000003,    // text that is no value of the type, NaN, a string longer than its buffer
+    TOV_PARAM_ERR_VALUE = 0x80000003,    // text that is not a value of the type, NaN, a string longer than its buffer
     TOV_PARAM_ERR_FORMAT = 0x80000004,   // a printf format that does not fit the one value
     TOV_PARAM_ERR_ARGUMENT = 0x80000005, // null pointer, index out of range, key registered twice
     TOV_PARAM_ERR_BUFFER = 0x80000006,   // the caller's buffer is too small; the needed size is stored
@@ -39,8 +39,8 @@ inline bool TovSucceeded(TovStatus status)
     return (status & 0xFFFF) == 0;
 }
 
-// How an owner, or anyone who knows a bound scalar, reads and writes it beside the storage. Both are relaxed: they make
-// the access whole, and order nothing.
+// How an owner, or anyone else who knows a bound scalar, reads and writes it past the storage. Both are relaxed: they
+// make the access whole, and order nothing.
 template<typename T>
 T TovLoadBound(T const &variable)
 {
@@ -139,9 +139,9 @@ public:
 
     // The owner has stored the initial value in the bound variable before this call; the variable outlives the store.
     TovStatus AddParam(_TovStParam const *param);
-    // The listener outlives the store, or is taken out before it dies.
+    // The listener outlives the store, or is removed before it dies.
     TovStatus AddParamChangedListener(char const *key, TovParamListener *listener);
-    // A call that another thread has begun may still be under way afterwards.
+    // A call that another thread has begun may still be running afterwards.
     TovStatus RemoveParamChangedListener(char const *key, TovParamListener *listener);
 
     unsigned int GetParamCount() const;

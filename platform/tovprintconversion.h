@@ -10,12 +10,11 @@
 struct TovPrintConversion
 {
     std::size_t position;    // "%2$u": 2; 0 without one
-    std::string_view flags;  // of the format, as the next one, which points to its place there even when it is empty
+    std::string_view flags;  // part of the format, like `length`, which points to its place there even when empty
     std::string_view length; // "", "h", "hh", "l", "ll", "j", "z" or "t"
     char kind;               // one of diuoxXc, aAeEfFgG, s
 };
 
-// Takes the conversion at `*at`, which stands behind its '%', and moves `*at` behind it. False for any other kind, for
-// '*', for what printf leaves undefined, and for positions, widths and precisions that are not below `limit`. Any
-// thread.
+// Takes the conversion at `*at`, just after its '%', and moves `*at` past it. False for any other kind, for '*', for
+// what printf leaves undefined, and for positions, widths and precisions that are not below `limit`. Any thread.
 TOV_MISC_API bool TovTakePrintConversion(char const **at, std::size_t limit, TovPrintConversion *conversion);

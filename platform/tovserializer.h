@@ -19,15 +19,15 @@
 enum TovSerializerError : std::int32_t {
     TOV_SERIALIZER_OK = 0,
     TOV_SERIALIZER_ERR_ARGUMENT = -1, // null, an image without pixels, of another shape or type than at the start
-    TOV_SERIALIZER_ERR_FORMAT = -2,   // an extension or compressor nobody has, a pixel type the format cannot hold
+    TOV_SERIALIZER_ERR_FORMAT = -2,   // an unknown extension or compressor, a pixel type the format cannot hold
     TOV_SERIALIZER_ERR_STATE = -3,    // nothing was started, or something still runs
-    TOV_SERIALIZER_ERR_WRITE = -4,    // the file system refused: no place, no right, no room
+    TOV_SERIALIZER_ERR_WRITE = -4,    // the file system refused: no such place, no permission, no room
     TOV_SERIALIZER_ERR_MEMORY = -5,
 };
 
 // Parameters of GetComponent():
 //   "jpeg.quality"       integer, 1 to 100: percent
-//   "movie.compressors"  string, read only: the compressors there are, separated by vertical bars, "Uncompressed" first
+//   "movie.compressors"  string, read only: the available compressors, separated by vertical bars, "Uncompressed" first
 //   "movie.compressor"   string: the one in use
 //   "movie.options"      integer, read only: 1 when the one in use has an options dialog
 class TOV_SERIALIZER_API TovImageSerializer
@@ -47,14 +47,14 @@ public:
     // its extension, and the file appears under its name only when it is whole. A movie (`fileName` null): appends.
     virtual std::int32_t WriteFrame(_TovImage const *image, char const *fileName) = 0;
     // Why the last operation that failed did so, in words for the operator ("No space left on device"); empty when none
-    // has failed since the start. It stays valid until the next operation. Of the thread that writes.
+    // has failed since the start. Valid until the next operation. For the writing thread.
     virtual char const *GetLastFailure() const
     {
         return "";
     }
     // How many frames of the series or movie under way, or of the last one, a reader would find: after Stop the exact
-    // number, before that those that are known to be whole in the file. -1: not known. Of the thread that writes, and
-    // after Stop of whoever stopped.
+    // number, before that those that are known to be whole in the file. -1: not known. For the writing thread, and
+    // after Stop for the thread that stopped.
     virtual std::int64_t GetReadableFrames() const
     {
         return -1;

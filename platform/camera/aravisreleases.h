@@ -1,5 +1,5 @@
-/// Where the releases of Aravis differ that this program is built with: 0.8.20 (Ubuntu 22.04), 0.8.26 (Debian 12),
-/// 0.8.34 (Debian 13), 0.8.36 (Debian testing). Nothing else asks for the version.
+// / Differences between the releases of Aravis that this program is built with: 0.8.20 (Ubuntu 22.04), 0.8.26 (Debian
+// 12), / 0.8.34 (Debian 13), 0.8.36 (Debian testing). Nothing else asks for the version.
 #pragma once
 
 #include <arv.h>
@@ -21,8 +21,8 @@ struct ArvBufferImage
     std::uint8_t const *data;
 };
 
-/// The first image of a whole buffer, nothing when the buffer does not tell. Before 0.8.23 a buffer has no parts, and
-/// tells of images alone, without their padding.
+// / The first image of a whole buffer, nothing when the buffer does not say. Before 0.8.23 a buffer has no parts, and /
+// describes images alone, without their padding.
 inline std::optional<ArvBufferImage> FirstImageOf(ArvBuffer *buffer)
 {
     gint x, y;

@@ -19,7 +19,7 @@ private:
     std::atomic<bool> m_done{false};
 };
 
-// Any thread. What still runs when the process ends is waited for.
+// Any thread. The end of the process waits for what still runs.
 class Background
 {
 public:

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 // A healthy camera's accesses are far shorter.
 constexpr auto AccessPatience = 100ms;
 
-// Not by a mutex with a timeout, which the thread sanitizer does not know.
+// Not by a timed mutex, which ThreadSanitizer does not know.
 bool LockWithin(std::unique_lock<std::recursive_mutex> &lock, std::chrono::milliseconds patience)
 {
     auto const end = std::chrono::steady_clock::now() + patience;

@@ -10,14 +10,14 @@
 
 // Base of the simulated and the real devices.
 //
-// A device belongs to itself until Release, and beyond it to whoever holds its node map and to a slow access that is
-// under way, at whose end the camera is closed.
+// A device owns itself until Release; after that it is kept by whoever holds its node map and by a slow access under
+// way, at whose end the camera is closed.
 class DeviceBase : public TovCam::Device
 {
 public:
     void Release() override;
     TovCam::DeviceInfo *GetDeviceInfo() override;
-    // Which ids the device can serve is the subclass's to say (CanServe).
+    // The subclass says which ids the device can serve (CanServe).
     std::int32_t RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
     std::int32_t UnregisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user) override;
     TovCam::ParamArray *GetCameraParameters(std::int32_t *error) override;
@@ -31,7 +31,7 @@ protected:
     DeviceBase(ArvDevice *device, DeviceInfoImpl *info);
     virtual ~DeviceBase();
     virtual bool CanServe(std::uint32_t eventId) const = 0;
-    // The steps of Release. No access has ended yet, and false puts Release off.
+    // The steps of Release. Before accesses are ended; false refuses the Release.
     virtual bool BeginRelease();
     // Ends what uses the ArvDevice. With the device's lock held; perhaps on a thread of the background.
     virtual void Close() = 0;

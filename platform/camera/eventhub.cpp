@@ -28,7 +28,7 @@ std::int32_t EventHub::Register(std::uint32_t id, TovCam::EventCallback callback
     if (m_subscriptions[index])
         return TOV_CAM_ERR_INVALID_STATE;
     m_subscriptions[index] = std::make_shared<Subscription>(Subscription{callback, user, {}});
-    m_subscriptions[index]->inside.reserve(8); // or telling of something could fail for want of memory
+    m_subscriptions[index]->inside.reserve(8); // so that reporting an event cannot fail for lack of memory
     m_wanted[index].store(true, std::memory_order_relaxed);
     return TOV_CAM_ERR_OK;
 }

@@ -1,4 +1,4 @@
-// Who is told what by a camera.
+// The subscribers to a camera's events.
 #pragma once
 
 #include "tovcamera.h"
@@ -31,7 +31,7 @@ private:
         void *user;
         std::vector<std::thread::id> inside; // threads in the callback, one entry a call; guarded by the hub's mutex
     };
-    // -1 for an id that no camera has.
+    // -1 for an unknown id.
     static int IndexOf(std::uint32_t id);
     std::int32_t Remove(int index, TovCam::EventCallback callback, void *user);
 

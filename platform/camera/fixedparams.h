@@ -30,13 +30,13 @@ public:
 private:
     class Integer;
     class Text;
-    std::int32_t Missing(char const *name) const; // why a node of another type is not to be had
+    std::int32_t Missing(char const *name) const; // why a node of another type is not available
     std::int32_t Refuse(char const *name) const;  // a write
 
     std::map<std::string, std::unique_ptr<Integer>, std::less<>> m_integers;
     std::map<std::string, std::unique_ptr<Text>, std::less<>> m_texts;
 };
 
-// The parameters of the interface that a camera is reached by; without a MAC address for none.
+// The parameters of the interface that a camera is reached by; `mac` may be null.
 std::unique_ptr<FixedParams> MakeInterfaceParams(std::string const &displayName, std::string const &id,
                                                  std::uint64_t const *mac);

@@ -1,4 +1,4 @@
-// What the host says of the way to a camera, read from /sys and /proc.
+// What the host knows about the path to a camera, read from /sys and /proc.
 #pragma once
 
 #include <cstdint>

@@ -91,7 +91,7 @@ public:
             std::lock_guard<std::mutex> lock(m_updateMutex);
             if (m_updated)
                 info = FindCamera(configuration.camera);
-            // It may have been plugged in since somebody last looked.
+            // It may have been plugged in since the last search.
             if (!info && (status = Update()) == TOV_CAM_ERR_OK)
                 info = FindCamera(configuration.camera);
             if (!info && status == TOV_CAM_ERR_OK)
@@ -107,7 +107,7 @@ public:
         if (device) {
             status = device->LoadConfiguration(path);
             report = device->GetConfigurationReport();
-            // What could be applied is applied; but a camera that the file says nothing of is not for the caller.
+            // What could be applied stays applied; a file that was not usable for this camera opens none.
             if (status <= TOV_CAM_ERR_FILE_NOT_FOUND && status >= TOV_CAM_ERR_WRONG_CONFIGURATION) {
                 device->Release();
                 device = nullptr;

@@ -7,7 +7,7 @@
 
 namespace TovGui {
 
-// Enter asks for the address; the dialog's default button must not see it.
+// Enter asks for the address, and does not reach the dialog's default button.
 class AddressEdit : public QLineEdit
 {
     Q_OBJECT

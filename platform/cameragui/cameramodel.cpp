@@ -57,8 +57,8 @@ CameraModel::CameraModel(QObject *parent) : QAbstractItemModel(parent)
 
 CameraModel::~CameraModel() = default;
 
-// Turns `rows` into `target` by removals, moves and insertions, so that a row that is in both keeps its identity.
-// An object listed twice would only make a row too many, which the last step takes away again.
+// Turns `rows` into `target` by removals, moves and insertions, so that a row that is in both keeps its identity. An
+// object listed twice would only add an extra row, which the last step removes.
 template<class Rows, class Target, class Make, class Update>
 void CameraModel::Sync(QModelIndex const &parent, Rows &rows, Target const &target, Make make, Update update)
 {

@@ -16,7 +16,7 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
-    // Up and down go from camera to camera, past the headings between them; Left reaches those, to fold them.
+    // Up and down go from camera to camera, past the headings between them; Left reaches the headings, to fold them.
     QModelIndex moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers) override;
 
 private:

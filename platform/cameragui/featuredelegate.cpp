@@ -217,13 +217,13 @@ QWidget *FeatureDelegate::createEditor(QWidget *parent, QStyleOptionViewItem con
         };
         if (keyboard && !result.accepted && !result.hint.isEmpty()) {
             hint();
-            return; // what was typed stays to be corrected
+            return; // what was typed stays, to be corrected
         }
         if (result.accepted)
             emit self->commitData(editor);
         editor->End();
         emit self->closeEditor(editor, NoHint);
-        hint(); // the change of the focus takes a tooltip away
+        hint(); // the change of focus hides a tooltip
     });
     return editor;
 }

@@ -22,7 +22,7 @@ public:
     bool editorEvent(QEvent *event, QAbstractItemModel *model, QStyleOptionViewItem const &option,
                      QModelIndex const &index) override;
     QWidget *createEditor(QWidget *parent, QStyleOptionViewItem const &option, QModelIndex const &index) const override;
-    // Filled when it is made: a value that changes meanwhile must not take away what is being typed.
+    // Filled when it is made, so that a value that changes meanwhile does not overwrite what is being typed.
     void setEditorData(QWidget *, QModelIndex const &) const override
     {
     }

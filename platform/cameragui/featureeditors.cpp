@@ -33,7 +33,7 @@ void ShowAccepted(QWidget *widget, bool accepted)
     widget->setPalette(palette);
 }
 
-// Unlike QWidget::isAncestorOf also across the window that a list opens in.
+// Unlike QWidget::isAncestorOf, also across the window that a list opens in.
 bool IsWithin(QWidget const *widget, QWidget const *ancestor)
 {
     while (widget && widget != ancestor)
@@ -93,7 +93,7 @@ protected:
 
 private:
     FeatureInfo const &m_info;
-    FeatureState const m_state; // of the moment when it was opened
+    FeatureState const m_state; // when the editor was opened
 };
 
 class NumberEditor : public FeatureEditor
@@ -145,7 +145,7 @@ private:
         Watch(m_slider);
         connect(m_slider, &QSlider::valueChanged, this, &NumberEditor::OnSlider);
     }
-    // As many as the camera has values, if that is few.
+    // As many as the camera has values, if those are few.
     int Places(FeatureInfo const &info) const
     {
         bool const linear = info.representation == FeatureRepresentation::Linear;
@@ -186,7 +186,7 @@ private:
         }
     }
 
-    FeatureState const m_state; // of the moment when it was opened
+    FeatureState const m_state; // when the editor was opened
     NumberSpin *const m_spin;
     QSlider *m_slider = nullptr;
     QString m_text; // as the camera has it
@@ -229,7 +229,7 @@ private:
     QString m_text; // as the camera has it
 };
 
-// Opens by itself, and is over when its list closes.
+// Opens its list by itself, and ends when the list closes.
 class ChoiceCombo : public QComboBox
 {
 public:
@@ -239,7 +239,7 @@ public:
     void hidePopup() override
     {
         QComboBox::hidePopup();
-        QTimer::singleShot(0, this, [this] { onClosed(); }); // behind `activated`
+        QTimer::singleShot(0, this, [this] { onClosed(); }); // after `activated`
     }
 };
 
@@ -261,7 +261,7 @@ public:
             if (m_original.text.empty() ? entry.value == m_original.integer : entry.name == m_original.text)
                 m_initial = m_combo->count() - 1;
         }
-        m_combo->setCurrentIndex(m_initial); // the camera may stand on one that cannot be chosen
+        m_combo->setCurrentIndex(m_initial); // the camera may have one that cannot be chosen
         m_combo->setFrame(false);
         m_combo->setAccessibleName(QString::fromStdString(info.displayName));
         m_combo->onClosed = [this] {
@@ -395,7 +395,7 @@ bool FeatureEditor::eventFilter(QObject *watched, QEvent *event)
     } else if (event->type() == QEvent::FocusOut) {
         Qt::FocusReason const reason = static_cast<QFocusEvent *>(event)->reason();
         QWidget const *const next = QApplication::focusWidget();
-        // Menus and lists of its own, and another window for a while, do not end it.
+        // Its own menus and lists, and a passing switch to another window, do not end it.
         if (reason != Qt::PopupFocusReason && reason != Qt::ActiveWindowFocusReason && !IsWithin(next, this))
             emit finished(false);
     }

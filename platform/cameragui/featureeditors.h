@@ -1,5 +1,5 @@
-// The editors of values, one a kind of feature. They end by Enter, Escape or when the keyboard goes elsewhere, and tell
-// it by their signals. GUI thread only.
+// The editors of values, one for each kind of feature. They end by Enter, by Escape, or when they lose the keyboard,
+// and report it by signals. GUI thread only.
 #pragma once
 
 #include "featuremodel.h"
@@ -20,7 +20,7 @@ public:
     virtual ParsedValue Result() const = 0;
     // Puts back what was written while the slider moved.
     void GiveUp();
-    // It is being closed: the focus that it loses by that means nothing.
+    // It is being closed: losing the focus by that means nothing.
     void End();
 
 signals:

@@ -17,7 +17,7 @@ namespace TovGui {
 
 namespace {
 
-constexpr auto FailureShown = std::chrono::seconds(20); // after a write; reads then take it away
+constexpr auto FailureShown = std::chrono::seconds(20); // after a write; later reads clear it
 
 bool SameValue(FeatureValue const &a, FeatureValue const &b)
 {
@@ -125,7 +125,7 @@ void FeatureModel::SetFilter(QString const &text, Visibility level)
     emit layoutChanged();
 }
 
-// Whether anything under the node is shown; `all`: the search has been satisfied above.
+// Whether anything under the node is shown; `all`: a category above matches the search.
 bool FeatureModel::Filter(int place, bool all)
 {
     Node &node = m_nodes[std::size_t(place)];
@@ -333,7 +333,7 @@ void FeatureModel::ApplyAsked(std::uint32_t feature, std::int32_t status, bool d
     row.run = status ? FeatureRow::Run::Idle : FeatureRow::Run::Done;
     row.writeFailed = status != 0;
     row.failure = status ? FeatureWords::Status(status) : QString();
-    for (std::uint32_t const dependent : row.info->dependents) { // what it did may have come with its end
+    for (std::uint32_t const dependent : row.info->dependents) { // its effects may only be there now
         if (dependent < m_features.size())
             m_features[dependent].stale = true;
     }

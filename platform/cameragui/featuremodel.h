@@ -1,6 +1,6 @@
 // The features of one camera as a tree of categories, and what is known of each: its last state, what waits and what
-// failed. The model does its own filtering: three thousand features are sieved in a fraction of what a proxy takes.
-// GUI thread only.
+// failed. The model does its own filtering: three thousand features are filtered in a fraction of a proxy's time. GUI
+// thread only.
 #pragma once
 
 #include "featurerow.h"
@@ -24,13 +24,13 @@ public:
     explicit FeatureModel(QObject *parent = nullptr);
     ~FeatureModel() override;
 
-    // Of what cannot be changed; darker than the palette's, since it is to be read.
+    // For what cannot be changed; darker than the palette's grey, to stay readable.
     static QColor Grey();
 
-    // By index, the root category first. They stay with their owner, and outlive the model or the next call.
+    // By index, the root category first. They stay their owner's, and outlive the model or the next call.
     void SetFeatures(std::vector<TovCam::FeatureInfo const *> const &features);
     // Features of the level and below that hold each word of the text in name, display name or description, and all of
-    // a category that holds them in its name. Indexes of what stays remain good.
+    // a category that holds them in its name. Indexes of what stays remain valid.
     void SetFilter(QString const &text, Visibility level);
     bool IsSearching() const;
     // What the filter would find at a higher level: the lowest one where that is anything.
@@ -49,7 +49,7 @@ public:
     Mark MarkOf(QModelIndex const &index) const;
     QString Summary(QModelIndex const &index) const; // of the row in one line, empty for none
 
-    // Names of the categories down to the row, told apart by slashes; slashes of their own as %2F.
+    // Names of the categories down to the row, separated by slashes; a slash in a name is %2F.
     QString PathOf(QModelIndex const &index) const;
     QModelIndex IndexOf(QString const &path) const; // invalid when it is not shown
     // All categories that are shown.
@@ -62,7 +62,7 @@ public:
     void ApplyAsked(std::uint32_t feature, std::int32_t status, bool done);
     void SetWriting(std::uint32_t feature, std::uint64_t ticket, TovCam::FeatureValue const &value);
     void SetAwaited(std::uint32_t feature, bool slow);
-    void SetNotAwaited(std::uint32_t feature); // nobody asks for it any more
+    void SetNotAwaited(std::uint32_t feature); // it is no longer asked for
     void SetAsked(std::uint32_t feature);
     void EndDone(std::uint32_t feature); // the tick of a command that has ended goes
 
@@ -76,7 +76,7 @@ public:
     Qt::ItemFlags flags(QModelIndex const &index) const override;
 
 signals:
-    // Somebody wants it; follow with SetWriting. `live`: of a slider that still moves.
+    // A write was asked for; follow with SetWriting. `live`: of a slider that still moves.
     void writeRequested(std::uint32_t feature, TovCam::FeatureValue const &value, bool live);
 
 private:

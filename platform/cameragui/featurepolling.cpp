@@ -9,14 +9,14 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds AccessPeriod{1000}; // a lock by somebody else shows after that time
+constexpr milliseconds AccessPeriod{1000}; // a lock from elsewhere shows after that time
 constexpr milliseconds LongestPeriod{60000};
-constexpr milliseconds ShownAfter{400};      // what the camera has not answered by then is marked
+constexpr milliseconds ShownAfter{400};      // what is unanswered by then is marked
 constexpr milliseconds PollShownAfter{2000}; // likewise, of a value that is only looked at again
 constexpr milliseconds DoneShown{3000};      // the tick on a command's button
 constexpr milliseconds AskPeriod{150};       // whether a command has ended
 constexpr milliseconds Together{60};         // reads that come due within that time go in one round
-constexpr int RestFactor = 4;                // a round of looking again takes a quarter of the camera's time at most
+constexpr int RestFactor = 4;                // looking again takes at most a quarter of the camera's time
 
 } // namespace
 
@@ -85,12 +85,12 @@ void FeaturePolling::Tick()
     m_worker->SetReads(due);
     next = std::min({next, MarkSlow(due), FollowCommands(visible)});
     if (m_view->window()->isMinimized())
-        next = std::min(next, AccessPeriod); // nobody tells when it comes back
+        next = std::min(next, AccessPeriod); // nothing reports when it comes back
     if (m_view->isVisible())
         m_timer.start(std::max(next, milliseconds(10)));
 }
 
-// Marks what takes long; gives when to look next.
+// Marks what takes long; returns when to look next.
 milliseconds FeaturePolling::MarkSlow(std::vector<std::uint32_t> const &due)
 {
     std::vector<std::uint32_t> waiting = due;

@@ -9,7 +9,7 @@
 
 namespace TovGui {
 
-// While nothing can be seen nothing is asked for, and the timer stands still.
+// While nothing can be seen, nothing is asked for and the timer is stopped.
 class FeaturePolling : public QObject
 {
     Q_OBJECT
@@ -18,7 +18,7 @@ public:
 
     // The worker of a camera that is shown from now on, or null; it lives until the next call.
     void SetWorker(FeatureWorker *worker);
-    // Something has changed: looks at once what is due.
+    // Something has changed: looks at once for what is due.
     void Plan();
     // A write or a command is under way.
     void Await(std::uint32_t feature);

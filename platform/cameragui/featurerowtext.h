@@ -1,4 +1,4 @@
-// What the tree says of a feature: in its cells, its tooltip and the line below the tree.
+// What the tree says about a feature: in its cells, its tooltip and the line below the tree.
 #pragma once
 
 #include "featurerow.h"
@@ -11,7 +11,7 @@ class FeatureRowText
 {
     Q_DECLARE_TR_FUNCTIONS(TovGui::FeatureRowText)
 public:
-    static QString Value(FeatureRow const &row); // of the second column; of a check box there is none
+    static QString Value(FeatureRow const &row); // of the second column; empty for a check box
     static QString ToolTip(FeatureRow const &row);
     static QString Summary(FeatureRow const &row); // one line, with what is wrong instead of the rest
 };

@@ -21,7 +21,7 @@ std::uint64_t Offset(std::int64_t value, std::int64_t minimum)
 std::int64_t ClampInteger(FeatureState const &state, std::int64_t value)
 {
     if (state.minimum > state.maximum)
-        return value; // no range that makes sense: the camera will say
+        return value; // no sensible range: the camera will judge
     value = std::clamp(value, state.minimum, state.maximum);
     if (state.increment <= 1)
         return value;
@@ -42,7 +42,7 @@ double ClampReal(FeatureState const &state, double value)
     if (state.realIncrement > 0.0 && std::isfinite(state.realMinimum)) {
         double const steps = std::round((value - state.realMinimum) / state.realIncrement);
         double const stepped = state.realMinimum + steps * state.realIncrement;
-        // A value that stands on a step stays as it was typed, not as the arithmetic has it.
+        // A value on a step stays as it was typed, without the arithmetic's rounding.
         if (std::abs(stepped - value) > state.realIncrement * 1e-6)
             value = stepped > state.realMaximum ? stepped - state.realIncrement : stepped;
     }
@@ -66,7 +66,7 @@ FeatureValue NumberValue(FeatureInfo const &info, FeatureState const &state, dou
     return value;
 }
 
-// What a logarithmic scale counts in where it begins at zero or below.
+// The unit of a logarithmic scale that begins at zero or below.
 double LogUnit(FeatureInfo const &info, FeatureState const &state)
 {
     if (info.kind == FeatureKind::Integer)

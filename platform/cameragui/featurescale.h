@@ -13,7 +13,7 @@ class TOV_CAMERAGUI_API FeatureScale
 public:
     static FeatureEditing EditingOf(TovCam::FeatureInfo const &info, TovCam::FeatureState const &state);
 
-    // An integer or a real one, as the feature has them.
+    // The integer or the real one, by the kind of feature.
     static double Minimum(TovCam::FeatureInfo const &info, TovCam::FeatureState const &state);
     static double Maximum(TovCam::FeatureInfo const &info, TovCam::FeatureState const &state);
     // Numbers outside the range go to its end, those between two steps to the nearest.

@@ -1,4 +1,4 @@
-// The words that the user looks for, and the texts of features that they are looked for in. GUI thread only.
+// The words that the user searches for, and the texts of features to be searched. GUI thread only.
 #pragma once
 
 #include "tovcameragui.h"
@@ -27,7 +27,7 @@ private:
 
     std::vector<TovCam::FeatureInfo const *> m_features;
     std::vector<QString> m_haystacks; // folded text of each feature, made at the first search
-    std::vector<int> m_nameLengths;   // how much of it the names are
+    std::vector<int> m_nameLengths;   // how many of its characters are names
     QStringList m_words;              // folded
 };
 

@@ -31,7 +31,7 @@ QString RealText(double value)
     // A number that came as 32 bits reads as its shortest form in 32 bits: 0.1, not 0.10000000149.
     auto const narrow = static_cast<float>(value);
     bool const exact = std::isfinite(narrow) && static_cast<double>(narrow) == value;
-    // Of the others, the digits that arithmetic leaves behind the tenth go.
+    // Of other numbers, the digits after the tenth, which arithmetic leaves, go.
     double const wide = exact ? value : QString::number(value, 'g', 10).toDouble();
     std::array<char, 64> text{};
     char *const begin = text.data(), *const end = begin + text.size();
@@ -109,7 +109,7 @@ bool ParseAddress(QString const &text, int bytes, int base, QRegularExpression c
     return true;
 }
 
-// A number beyond 64 bits goes to the end of them, for the range to say the rest.
+// A number beyond 64 bits becomes the nearest limit, which the range check then reports.
 bool ParseInteger(FeatureInfo const &info, QString text, std::int64_t *value)
 {
     static QRegularExpression const dots(QStringLiteral("\\."));
@@ -179,7 +179,7 @@ QString FeatureText::Shown(FeatureInfo const &info, FeatureValue const &value)
         else if (info.notation == FeatureNotation::Fixed)
             text = QString::number(value.real, 'f', precision);
         else if (QString const brief = QString::number(value.real, 'g', std::max(precision, 1));
-                 !brief.contains(QLatin1Char('e'))) // all digits in front of the point stay
+                 !brief.contains(QLatin1Char('e'))) // all digits before the point stay
             text = brief;
     }
     return info.unit.empty() || text.isEmpty() ? text : text + QLatin1Char(' ') + QString::fromStdString(info.unit);
@@ -199,7 +199,7 @@ ParsedValue FeatureText::Parse(FeatureInfo const &info, FeatureState const &stat
 
     QString number = text.trimmed();
     QString const unit = QString::fromStdString(info.unit);
-    while (!unit.isEmpty() && number.endsWith(unit)) // typed once more in front of the one that stands there
+    while (!unit.isEmpty() && number.endsWith(unit)) // typed again before the one already there
         number = number.left(number.size() - unit.size()).trimmed();
     bool const integer = info.kind == FeatureKind::Integer;
     FeatureValue typed;

@@ -65,7 +65,7 @@ struct FeatureWorker::Shared
     std::deque<std::uint32_t> reads;
     std::vector<FeatureResult> results;
     bool quit = false;
-    bool straggler = false;    // nobody will join
+    bool straggler = false;    // nobody will join it
     bool busy = true;          // in an access
     bool load = true;          // the first job
     std::int64_t reading = -1; // the feature of the read under way
@@ -104,7 +104,7 @@ struct FeatureWorker::Shared
             std::uint32_t const count = params->GetFeatureCount();
             for (std::uint32_t i = 0; i < count; ++i)
                 result.features.push_back(params->GetFeature(i));
-            // A hole would only be a fault of the library; nothing behind it is shown.
+            // A gap would be a fault of the library; nothing after it is shown.
             result.features.erase(std::find(result.features.begin(), result.features.end(), nullptr),
                                   result.features.end());
             break;
@@ -221,7 +221,7 @@ void FeatureWorker::Run(std::shared_ptr<Shared> const &shared)
     }
     bool const straggler = shared->straggler;
     lock.unlock();
-    shared->hold.reset(); // what it keeps may end here
+    shared->hold.reset(); // this may be the last reference
     if (straggler)
         Stragglers::Get().Add(-1);
 }

@@ -30,23 +30,23 @@ class TOV_CAMERAGUI_API FeatureWorker
 {
 public:
     // Starts with walking the feature tree, which gives the one result Loaded. `wake` runs on the worker's thread, when
-    // there are results again after none; the last run of it may fall behind the destructor.
+    // there are results again after none; its last run may come after the destructor.
     FeatureWorker(TovCam::ParamArray *params, std::function<void()> wake);
-    // Drops what is queued. An access under way ends in its own time, on the array's Hold; only where the array gives
-    // none it is waited for.
+    // Drops what is queued. An access under way ends in its own time, under the array's Hold; it is waited for only
+    // where the array gives none.
     ~FeatureWorker();
     FeatureWorker(FeatureWorker const &) = delete;
     FeatureWorker &operator=(FeatureWorker const &) = delete;
 
-    // Queues a write, or a command, behind the writes before it and in front of all reads. Returns the ticket that
-    // comes back with the result. One that only follows a slider may be `replaced` by the next write of the same
-    // feature while it waits; it then gives no result.
+    // Queues a write, or a command, after the earlier writes and before all reads. Returns the ticket that comes back
+    // with the result. One that only follows a slider may be `replaced` by the next write of the same feature while it
+    // waits; it then gives no result.
     std::uint64_t Write(std::uint32_t feature, TovCam::FeatureValue value, bool replaced = false);
     // The reads that are wanted now, in this order, in place of all that wait; one under way is not repeated.
     void SetReads(std::vector<std::uint32_t> const &features);
     // Asks whether a command has ended; once, however often it is called while the question waits.
     void AskDone(std::uint32_t feature);
-    // In the order in which they came about.
+    // In the order in which they arose.
     std::vector<FeatureResult> TakeResults();
 
 private:

@@ -1,4 +1,4 @@
-// Calls from a thread of the library's to the GUI thread.
+// Calls from the library's threads to the GUI thread.
 #pragma once
 
 #include <functional>

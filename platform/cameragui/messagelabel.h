@@ -5,7 +5,8 @@
 
 namespace TovGui {
 
-// One line that is cut rather than widens its panel, with the rest in its tooltip; or as many as the text needs.
+// One line, which is cut rather than widening its panel, with the whole text in its tooltip; or as many lines as the
+// text needs.
 class MessageLabel : public QLabel
 {
     Q_OBJECT

@@ -178,7 +178,7 @@ void TovGenParamTreeView::TreeImpl::SetParams(TovCam::ParamArray *params)
         QScopedValueRollback<bool> const guard(restoring, true);
         model->SetFeatures({});
     }
-    hold.reset(); // behind the model, which shows what it keeps
+    hold.reset(); // after the model, which shows what it keeps
     view->SetPlaceholder(params ? tr("Reading the camera's features...") : tr("No camera"));
     ShowNotice({});
     if (!params)
@@ -251,11 +251,11 @@ void TovGenParamTreeView::TreeImpl::Refilter()
     ApplyExpansion();
 }
 
-// For a tree without rows: what else could be done to see some.
+// For a tree without rows: how to see some.
 void TovGenParamTreeView::TreeImpl::ShowPlaceholder()
 {
     if (model->FeatureCount() <= 1)
-        return; // it says so already
+        return; // the placeholder is there already
     auto const found = model->rowCount() == 0 ? model->FoundAbove() : std::nullopt;
     if (!found) {
         view->SetPlaceholder(tr("No feature matches"));
@@ -266,7 +266,7 @@ void TovGenParamTreeView::TreeImpl::ShowPlaceholder()
                                               : tr("%1 matches at %2").arg(found->features).arg(where));
 }
 
-// While searching everything that is found is open; otherwise as the user has it.
+// While searching, everything found is open; otherwise the tree is as the user left it.
 void TovGenParamTreeView::TreeImpl::ApplyExpansion()
 {
     QScopedValueRollback<bool> const guard(restoring, true);

@@ -47,7 +47,7 @@ struct TovCameraSelectorDialog::Impl
     TovCam::DeviceInfo *wanted = nullptr;   // last one selected; selected again when it comes back
     TovCam::DeviceInfo *accepted = nullptr; // the dialog's result
     QString wantedName;
-    QString notice;          // outcome of the last thing the user asked for; stands until the next one
+    QString notice;          // outcome of the last thing the user asked for; shown until the next one
     int jobs = 0;            // posted and not answered
     bool searched = false;   // a first search has ended
     bool attended = false;   // the user waits for a search
@@ -105,7 +105,7 @@ void TovCameraSelectorDialog::Impl::Build()
     tree->setFocus();
 }
 
-// How the search stands, and the button that begins one.
+// The state of the search, and the button that begins one.
 QLayout *TovCameraSelectorDialog::Impl::BuildMessageRow()
 {
     message = new QLabel(dialog);
@@ -176,7 +176,7 @@ void TovCameraSelectorDialog::Impl::Connect()
     };
     QObject::connect(address, &QLineEdit::textChanged, dialog, [this](QString const &text) {
         add->setEnabled(!text.trimmed().isEmpty());
-        if (!text.isEmpty()) // a found camera clears the line and has its say
+        if (!text.isEmpty()) // a camera found clears the line and is announced in it
             notice.clear();
         ShowState();
     });
@@ -260,7 +260,7 @@ void TovCameraSelectorDialog::Impl::OnListed(CameraList const &list, std::int32_
     if (jobs == 0 && update)
         attended = false;
     SetList(list);
-    // What was known is shown at once; the first search follows it.
+    // What is known already is shown at once; the first search follows.
     if (jobs == 0)
         timer->start(update ? RefreshInterval : 0);
     ShowState();

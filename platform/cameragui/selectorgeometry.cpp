@@ -83,7 +83,7 @@ void PlaceSelector(QDialog *dialog)
         std::clamp(place.top(), available.top(), std::max(available.top(), available.bottom() - place.height())));
     dialog->move(place.topLeft());
     if (!dialog->parentWidget() && anchor->windowHandle()) {
-        dialog->winId(); // makes the window
+        dialog->winId(); // creates the native window
         dialog->windowHandle()->setTransientParent(anchor->windowHandle());
     }
 }

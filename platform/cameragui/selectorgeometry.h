@@ -1,4 +1,4 @@
-// Where the camera selector stands, its size and its columns, from one time to the next. GUI thread only.
+// The camera selector's place, size and columns, from one time to the next. GUI thread only.
 #pragma once
 
 #include "cameratree.h"

@@ -5,7 +5,7 @@
 
 namespace TovGui {
 
-// A counted reference to the camera library's system: it stays while a job that uses it runs.
+// A counted reference to the camera library's system, which stays while a job uses it.
 class SystemReference
 {
 public:

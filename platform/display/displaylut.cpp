@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t MaxPalette = 65536; // marks are 16 bits
 
-// Not strtod: the text has a point whatever the locale's comma is.
+// Not strtod: the text has a decimal point in every locale.
 bool ParseUnit(std::string_view text, double *value)
 {
     char const *const end = text.data() + text.size();

@@ -2,7 +2,7 @@
 //
 // As text, a colour map, it is a row of entries, each ended by ";", their fields separated by ",": a position from 0 to
 // 1 on the input scale, then "1" and red, green, blue from 0 to 1; or "0.5" and a grey level from 0 to 1; or "0" alone
-// for the plain input. An entry says what the levels show from behind the entry before it up to its own position.
+// for the plain input. An entry says what the levels show after the position of the entry before it, up to its own.
 // Levels past the last entry are plain. Positions do not fall.
 #pragma once
 
@@ -20,12 +20,12 @@ public:
         int depth = 0;
         bool hasTones = false;
         bool hasMarks = false;
-        std::vector<std::uint8_t> tones; // the 8 bits shown where no mark stands
+        std::vector<std::uint8_t> tones; // the 8 bits shown where there is no mark
         std::vector<std::uint16_t> marks;
         std::vector<std::uint32_t> palette; // 0xFFRRGGBB; [0] is unused
     };
 
-    // Null for a text that is no colour map.
+    // Null for a text that is not a colour map.
     static std::shared_ptr<DisplayLut const> Parse(std::string_view text);
 
     Tables MakeTables(int depth) const;

@@ -18,8 +18,8 @@ std::uint32_t Rgb(unsigned red, unsigned green, unsigned blue)
     return 0xFF000000u | red << 16 | green << 8 | blue;
 }
 
-// On x86-64 this library's 128-bit vector code runs at half its speed while another library's wide registers are in
-// use, and not every library puts them away. Other processors have no such state.
+// On x86-64 this library's 128-bit vector code runs at half speed after another library has used wide registers without
+// clearing them. Other processors have no such state.
 void PutWideRegistersAway()
 {
 #if defined(__x86_64__)
@@ -28,7 +28,7 @@ void PutWideRegistersAway()
 #endif
 }
 
-// Four bytes from each of four places. v_lut_quads would ask for aligned ones.
+// Four bytes from each of four places. v_lut_quads would need aligned ones.
 cv::v_uint8x16 Quads(std::uint8_t const *line, std::int32_t const *at)
 {
     std::uint32_t quads[4];
@@ -82,7 +82,7 @@ void FramePainter::MakeTaps(ViewAxis const &axis, int begin, int end, int cell, 
     int const cells = std::max(1, axis.image / cell);
     double const step = 1.0 / (axis.scale * cell); // cells a device pixel
     int const pixels = end - begin;
-    // Up to so many cells a device pixel all of them count by their share; of more, some are picked.
+    // Up to this many cells per device pixel, all count by their share; of more, some are picked.
     bool const all = step <= TapCount - 1;
     taps->end = cells;
     taps->stride = all ? 1

@@ -41,7 +41,7 @@ private:
     static constexpr int TapCount = 4;
 
     // Which cells a row of device pixels is made of: TapCount of them, `stride` apart, from `first` on, with weights
-    // that add up to 256. Cells behind the last are taken to repeat it.
+    // that add up to 256. Cells after the last repeat it.
     struct Taps
     {
         int stride = 1;
@@ -64,7 +64,7 @@ private:
 
     LineSource m_source;
     DisplayLut::Tables m_tables;
-    std::shared_ptr<DisplayLut const> m_tablesOf; // keeps the map that m_tables are of
+    std::shared_ptr<DisplayLut const> m_tablesOf; // the map that m_tables belong to
     Taps m_columns;
     Taps m_rows;
     int m_planes = 1;

@@ -148,7 +148,7 @@ void LineSource::MakeCells(int y, std::uint8_t *out)
     bool const redOnTop = phase == TOV_BAYER_GR || phase == TOV_BAYER_RG;
     std::uint8_t *const onTop = out + (redOnTop ? 0 : 2 * m_stride);
     std::uint8_t *const below = out + (redOnTop ? 2 * m_stride : 0);
-    // A line's other colour stands where the other line has its green.
+    // A line's other colour is where the other line has its green.
     if (greenFirst)
         SplitCells<true>(lines[0], lines[1], cells, onTop, below, out + m_stride);
     else

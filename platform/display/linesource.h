@@ -71,7 +71,7 @@ private:
     int m_end = 0;
     int m_stride = 0; // from one plane of a line to the next
 
-    // The lines made last, by their number; of those that stand longest without use one gives way.
+    // The lines made last, by their number; the one unused for longest gives way.
     struct Slot
     {
         int line = -1;

@@ -112,7 +112,7 @@ void RasterDisplay::ParamChanged(_TovStParam param)
     if (is("display.fit")) {
         ChangeView([this](View &view) { view.state.SetFit(static_cast<ViewFit>(TovLoadBound(m_params.fit))); });
     } else if (is("display.init.fit")) {
-        // How a view opens: of no effect once it has a picture.
+        // How a view opens: no effect once it has a picture.
         auto const fit = static_cast<ViewFit>(TovLoadBound(m_params.initFit));
         bool open = false;
         ChangeView([&](View &view) {
@@ -347,19 +347,20 @@ std::int32_t RasterDisplay::DisplayVideo(_TovImage const *image)
     if (std::int32_t const status = Render(image, &m_painter, &picture))
         return status;
     {
-        // The event is made and posted under the lock that its receiver takes: they meet there, whatever Qt does.
+        // The event is made and posted under the lock that its receiver takes, which orders the two threads whatever Qt
+        // does.
         std::lock_guard const lock(m_slotMutex);
         picture.swap(m_newest);
         if (!std::exchange(m_eventPending, true))
             QCoreApplication::postEvent(this, new QEvent(PictureEvent()));
     }
-    GivePicture(std::move(picture)); // one that was never shown
+    GivePicture(std::move(picture)); // a picture that was never shown
     return OK;
 }
 
 void RasterDisplay::customEvent(QEvent *)
 {
-    TakeNewest(); // the only event of ours
+    TakeNewest(); // our only event
 }
 
 void RasterDisplay::TakeNewest()

@@ -6,8 +6,8 @@
 // After a change of zoom or size the last picture is shown transformed until the next frame brings a crisp one;
 // RefreshVideo and KeepVideo do that for streams that pause or have stopped.
 //
-// Every format text gives this raster path for now: "OpenGL" would need a context to draw with, which this renderer
-// does not make yet, and "auto" chooses among what there is.
+// Every format text gives this raster path: "OpenGL" would need a context to draw with, which this renderer does not
+// make, and "auto" chooses among what there is.
 #pragma once
 
 #include "displayparams.h"

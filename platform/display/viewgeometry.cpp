@@ -133,7 +133,8 @@ bool ViewState::CanPan() const
     return m_imageWidth * scale > m_viewWidth + 0.5 || m_imageHeight * scale > m_viewHeight + 0.5;
 }
 
-// Takes over what the picture's edges have made of the wished centre, so that the next step starts from what is seen.
+// Takes over what the picture's edges have made of the requested centre, so that the next step starts from what is
+// seen.
 void ViewState::TakeCentre()
 {
     ViewGeometry const geometry = Geometry();
@@ -150,7 +151,7 @@ void ViewState::ZoomTo(double scale, double deviceX, double deviceY)
     double const y = (deviceY + 0.5 - before.y.origin) / before.y.scale;
     m_fit = FitNone;
     m_scale = scale;
-    // Not SetCentre: a wish outside the image still says on which side its edge has to stand.
+    // Not SetCentre: a point outside the image still says on which side its edge has to be.
     m_centreX = ((m_viewWidth / 2.0 - deviceX - 0.5) / scale + x) / m_imageWidth;
     m_centreY = ((m_viewHeight / 2.0 - deviceY - 0.5) / scale + y) / m_imageHeight;
     TakeCentre();

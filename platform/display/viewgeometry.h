@@ -1,4 +1,4 @@
-// Where a picture stands in a view. All in device pixels of the view and pixels of the image.
+// Where a picture is in a view. All in device pixels of the view and pixels of the image.
 #pragma once
 
 // One axis. A device pixel shows the image pixel under its middle; painting, pointer and marks all go through this.
@@ -50,7 +50,7 @@ public:
     {
         return m_fit;
     }
-    void SetScale(double scale);        // leaves the fit
+    void SetScale(double scale);        // ends the fit
     void SetCentre(double x, double y); // 0 to 1 of the image
     double CentreX() const
     {
@@ -63,7 +63,7 @@ public:
 
     // The image point under that device pixel stays there, unless the picture's edge would leave a gap.
     void ZoomAt(double factor, double deviceX, double deviceY);
-    // To the next of the round scales, about the view's middle.
+    // To the next round scale, about the view's middle.
     void ZoomStep(bool in);
     // Moves the picture to where `from` puts it, shifted by so many device pixels.
     void Pan(ViewGeometry const &from, double dx, double dy);

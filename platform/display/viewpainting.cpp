@@ -20,7 +20,7 @@ constexpr QRgb MessageEdge = 0x80FFFFFF; // on a dark picture
 constexpr int MessageMargin = 10;
 constexpr int MessagePadding = 8;
 
-// Paints a picture where its edges stand now; what it does not reach comes with the next frame.
+// Paints a picture where its edges are now; what it does not reach comes with the next frame.
 void PaintMoved(QPainter &painter, QImage const &image, Picture const &picture, ViewGeometry const &geometry,
                 QRect const &all)
 {
@@ -32,7 +32,7 @@ void PaintMoved(QPainter &painter, QImage const &image, Picture const &picture, 
     QRectF const place(QPointF(moved(from.x, geometry.x, picture.x), moved(from.y, geometry.y, picture.y)),
                        QPointF(moved(from.x, geometry.x, picture.x + picture.width),
                                moved(from.y, geometry.y, picture.y + picture.height)));
-    // Only what is seen: enlarged 64 times, a picture's edges lie far outside.
+    // Only what can be seen: enlarged 64 times, a picture's edges lie far outside.
     QRectF const seen = place & QRectF(all);
     double const across = picture.width / place.width();
     double const down = picture.height / place.height();

@@ -17,7 +17,7 @@ struct PixelRect
 };
 
 // The picture where `geometry` puts it now, and the background around it. One that was made for another geometry is
-// transformed; null is none. The painter is on device pixels here and in PaintMark.
+// transformed; null: no picture. The painter is on device pixels here and in PaintMark.
 void PaintPicture(QPainter &painter, Picture const *picture, ViewGeometry const &geometry);
 // A line on the outermost device pixels of those image pixels, `line` device pixels wide.
 void PaintMark(QPainter &painter, ViewGeometry const &geometry, PixelRect const &mark, int line);

@@ -139,7 +139,7 @@ TOV_ALWAYS_INLINE V Load(std::uint8_t const *from)
     return v;
 }
 
-// One vector of pixels, the first of which does not stand behind green. Reads one sample more on either side.
+// One vector of pixels, the first of which is not green. Reads one sample more on either side.
 template<class T, bool OwnFirst, bool Shifted>
 TOV_ALWAYS_INLINE void InterpolateVector(Lines const &lines, std::size_t x, unsigned shift, std::uint8_t *out)
 {
@@ -191,7 +191,7 @@ template<class T, bool OwnFirst>
 TOV_ALWAYS_INLINE void InterpolatePixel(Lines const &lines, std::size_t x, std::size_t width, bool green,
                                         unsigned shift, std::uint8_t *out)
 {
-    std::size_t const inside = width > 1 ? 1 : 0; // what stands for a place beyond an edge lies that far inside
+    std::size_t const inside = width > 1 ? 1 : 0; // a place beyond an edge is taken from this far inside
     std::size_t const left = x > 0 ? x - 1 : inside;
     std::size_t const right = x + 1 < width ? x + 1 : x - inside;
     unsigned const at = At<T>(lines.at, x);

@@ -26,7 +26,7 @@ bool IsMosaic(TovPixelTypeInfo const &info)
     return info.family == TOV_FAMILY_BAYER || info.family == TOV_FAMILY_TRUESENSE;
 }
 
-// One sample a pixel, behind the same filters if any.
+// One sample per pixel, under the same filters if any.
 bool IsSameRaw(TovPixelTypeInfo const &a, TovPixelTypeInfo const &b)
 {
     return a.family == b.family && (IsMosaic(a) || a.family == TOV_FAMILY_MONO) && a.bayer == b.bayer &&
@@ -40,7 +40,7 @@ YuvOrder OrderOf(TovPixelTypeInfo const &info)
     return std::strcmp(info.name, "YUV422_8_UYVY") == 0 ? YuvOrder::UYVY : YuvOrder::YUYV;
 }
 
-// One conversion. T is what a sample is worked on in: bytes where the destination has them, else the source's depth.
+// One conversion. T holds a sample on the way: a byte where the destination has bytes, else the source's depth.
 template<class T>
 class Conversion
 {
@@ -119,7 +119,7 @@ private:
 
     void ConvertColours(T const *samples, std::uint8_t *out)
     {
-        // Straight into the destination, where it takes just what is worked on.
+        // Straight into the destination, where that takes T as it is.
         T *colours = m_colours.Data();
         if constexpr (Bytes) {
             if (m_to.channels == 3)
@@ -190,7 +190,7 @@ private:
     TovPixelTypeInfo const &m_from;
     std::size_t const m_width;
     std::size_t const m_sampleCount; // of a source line
-    unsigned const m_depth;          // of what is worked on
+    unsigned const m_depth;          // of a sample on the way
     bool const m_blueFirst;          // the destination's order
     YuvOrder const m_yuvOrder;       // the source's
     // One line each.
@@ -249,6 +249,6 @@ unsigned long TovConvertImage(_TovImage *destination, _TovImage const *source)
     } catch (std::bad_alloc const &) {
         return TOV_IMAGE_ERR_MEMORY;
     } catch (cv::Exception const &) {
-        return TOV_IMAGE_ERR_MEMORY; // all else it could complain of is excluded above
+        return TOV_IMAGE_ERR_MEMORY; // every other error is excluded above
     }
 }

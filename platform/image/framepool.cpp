@@ -32,7 +32,7 @@ constexpr std::size_t HugeFrom = 2 * HugePage;
 constexpr std::size_t Page = 4096;
 constexpr std::size_t PagedFrom = 32 * Page;
 
-// No frame comes near; a size beyond is a mistake in somebody's arithmetic.
+// No frame comes near this; a larger size is an error in somebody's arithmetic.
 constexpr std::size_t Largest = std::size_t(1) << 36;
 
 // Stands in front of the memory handed out.

@@ -23,7 +23,7 @@ void StoreRelaxed(T &variable, T value)
     std::atomic_ref<T>(variable).store(value, std::memory_order_relaxed);
 }
 
-// As fast as memcpy, and a reader that looks on sees old or new words and never breaks a rule.
+// As fast as memcpy, and a concurrent reader sees old or new words, without a data race.
 void CopyRelaxed(std::uint8_t *destination, std::uint8_t const *source, std::size_t size)
 {
     constexpr std::size_t Word = sizeof(std::uint64_t);
@@ -139,7 +139,7 @@ unsigned long TovCopyImage(_TovImage *destination, _TovImage const *source)
         if (destination->lineStep == lineBytes && source->lineStep == lineBytes) {
             CopyRelaxed(destination->imageData, source->imageData, lineBytes * source->height);
         } else {
-            // Line by line: what stands between the destination's lines may be another picture's.
+            // Line by line: the bytes between the destination's lines may belong to another picture.
             for (std::uint64_t y = 0; y < source->height; ++y)
                 CopyRelaxed(destination->imageData + y * destination->lineStep,
                             source->imageData + y * source->lineStep, lineBytes);

@@ -26,7 +26,7 @@ void ColoursOfYuv(std::uint8_t const *channels, std::size_t width, unsigned dept
 void ColoursOfYuv(std::uint16_t const *channels, std::size_t width, unsigned depth, bool blueFirst,
                   std::uint16_t *colours);
 
-// Red and blue change places; with four samples a pixel the last stays.
+// Red and blue change places; of four samples per pixel the last stays.
 void SwapColours(std::uint8_t const *in, std::size_t width, std::uint8_t *out);
 void SwapColours(std::uint16_t const *in, std::size_t width, std::uint16_t *out);
 void SwapColoursWithAlpha(std::uint8_t const *in, std::size_t width, std::uint8_t *out);

@@ -23,7 +23,7 @@ template<class Work>
 void ForLines(_TovImage const &picture, Work const &work)
 {
     int const height = int(picture.height);
-#if !defined(__SANITIZE_THREAD__) // which does not see how threads of a library that it knows nothing of meet
+#if !defined(__SANITIZE_THREAD__) // which cannot see how the threads of an uninstrumented library synchronise
     std::size_t const pixels = std::size_t(picture.width) * picture.height;
     if (pixels >= SharedPixels) {
         cv::parallel_for_(
@@ -55,7 +55,7 @@ void UnpackInto(TovPixelTypeInfo const &info, std::uint8_t const *line, std::siz
     Unpack16(info, line, 0, width, out);
 }
 
-// Lines of the mosaic with a margin of pixels around, which continues the pattern over the picture's edges.
+// Lines of the mosaic with a margin of pixels around them, which continues the pattern over the picture's edges.
 template<class T>
 class Strip
 {
@@ -115,7 +115,7 @@ private:
     FrameMemory<T> const m_samples;
 };
 
-// The lines of a mosaic as samples T: where they stand if they are such already, else unpacked, a few at a time.
+// The lines of a mosaic as samples T: in place if they are such already, else unpacked, a few at a time.
 template<class T>
 class MosaicLines
 {

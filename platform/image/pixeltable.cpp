@@ -17,7 +17,7 @@ constexpr TovPacking GEV = TOV_PACKED_GEV;
 constexpr TovPacking LSB = TOV_PACKED_P;
 constexpr TovPacking WEFT = TOV_PACKED_WEFT;
 
-// What cannot be derived of a row. All else follows from it, in MakeRow.
+// What of a row cannot be derived; MakeRow works out the rest.
 struct RowSeed
 {
     char const *name;

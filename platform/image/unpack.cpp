@@ -45,8 +45,8 @@ struct OddBytes
                                                                17, 19, 21, 23, 25, 27, 29, 31};
 };
 
-// How the samples of a packed form stand in memory. Each lies in two neighbouring bytes; as a 16-bit word these are
-// `low` and `high`.
+// How the samples of a packed form lie in memory. Each lies in two neighbouring bytes; as a 16-bit word these are `low`
+// and `high`.
 template<TovPacking Packing, unsigned Depth>
 struct Form
 {
@@ -88,7 +88,7 @@ struct Form
         }();
     };
 
-    // Where the upper eight bits of sixteen samples stand, in the sixteen bytes of the first eight and of the others.
+    // Where the upper eight bits of sixteen samples are, in the sixteen bytes of the first eight and of the others.
     struct HighPlaces
     {
         static constexpr std::array<std::uint8_t, Vector> value = [] {
@@ -158,7 +158,7 @@ struct Form
     }
 };
 
-// Output may stand anywhere in memory: an attribute of a type does not reach through a template's argument.
+// Output may have any alignment: an attribute of a type does not reach through a template's argument.
 template<class Out>
 TOV_ALWAYS_INLINE void Put(Out sample, std::uint8_t *out)
 {

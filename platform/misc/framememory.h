@@ -24,7 +24,7 @@ public:
     FrameMemory(FrameMemory const &) = delete;
     FrameMemory &operator=(FrameMemory const &) = delete;
 
-    // Room for `count` at least; what stood there is lost when it has to grow. Null when there is no memory.
+    // Room for `count` at least; the contents are lost when it has to grow. Null when there is no memory.
     T *TryGet(std::size_t count)
     {
         if (count > m_capacity) {

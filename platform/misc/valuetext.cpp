@@ -14,7 +14,7 @@
 
 namespace {
 
-// Fields so wide, or so many digits, do not ask for a number's text.
+// Fields this wide, or this many digits, are refused: no number needs them.
 constexpr std::size_t WidthLimit = 513;
 
 class CLocale

@@ -1,4 +1,4 @@
-// AVI through libavformat and libavcodec. The container's bytes come from there; where they go is our OutFile's matter.
+// AVI through libavformat and libavcodec. The container's bytes come from there; OutFile writes them.
 #include "framememory.h"
 #include "framerate.h"
 #include "movieformats.h"
@@ -62,7 +62,7 @@ public:
 
     int Open(std::string const &name, _TovImage const &image, double fps) override
     {
-        constexpr int LongestSide = 32767; // what FFmpeg's own checks let pass with any format
+        constexpr int LongestSide = 32767; // what FFmpeg's own checks accept for any format
         if (image.width > LongestSide || image.height > LongestSide || StoredBytes(image) > INT_MAX - 65536)
             return TooLarge;
         FrameRate const rate = ToFrameRate(fps);
@@ -264,7 +264,7 @@ private:
         return lines;
     }
 
-    // A chunk that players pass over, so that `head` bytes behind it a page begins.
+    // A chunk that players skip, so that a page begins `head` bytes after it.
     int WritePadding(std::uint64_t head)
     {
         constexpr std::uint64_t ChunkHead = 8;
@@ -297,14 +297,14 @@ private:
         return m_error ? m_error : m_file.Flush();
     }
 
-    // The next frame. After a failure the file ends behind the frame before, and what an encoder makes does
-    // not fit there any more.
+    // The next frame. After a failure the file ends with the frame before, and later packets of the encoder do not fit
+    // there.
     int WritePacket(AVPacket &packet)
     {
         packet.pts = packet.dts = m_readable;
         packet.duration = 1;
-        // A full disk shows before the frame is begun, and leaves room for the indexes: 16 bytes a frame in one and 8
-        // in the other.
+        // A full disk is noticed before the frame is begun, and leaves room for the indexes: 16 bytes a frame in one
+        // and 8 in the other.
         constexpr std::uint64_t Slack = 128 * 1024;
         if (int const error =
                 m_file.Reserve(std::uint64_t(packet.size) + 24 * (std::uint64_t(m_readable) + 1) + Slack)) {
@@ -334,10 +334,10 @@ private:
     Compressor const &m_compressor;
     int const m_jpegQuality;
     std::uint64_t m_position = 0; // where libavformat writes next
-    std::uint64_t m_rateAt = 0;   // where the head tells the rate
+    std::uint64_t m_rateAt = 0;   // where the head has the rate
     int m_error = 0;              // of the file; nothing is written after it
     int m_failure = 0;            // no frame is taken after it
-    bool m_uncut = false;         // something is left behind the last whole frame
+    bool m_uncut = false;         // something is left after the last whole frame
     bool m_direct = false;
     bool m_headerWritten = false;
     AVRational m_timeBase{1, 1};

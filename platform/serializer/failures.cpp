@@ -27,7 +27,7 @@ std::string FailureText(int failure)
     case ENOMEM:
         return "Out of memory";
     default:
-        // Unlike strerror's, not in the language of the system: all else is in English, too.
+        // Unlike strerror's, in English like all other texts, whatever the system's language.
         char const *const text = strerrordesc_np(failure);
         return text ? text : "Error " + std::to_string(failure);
     }

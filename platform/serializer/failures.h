@@ -1,13 +1,13 @@
-// Why files do not come into being, in words.
+// Why a file could not be written, in words.
 #pragma once
 
 #include <string>
 
-// What formats give besides 0 and errno values.
+// Results of formats besides 0 and errno values.
 enum FormatFailure : int {
     NotHeld = -1,   // the format cannot hold the picture
-    TooLarge = -2,  // nor one of such a size
-    NoRate = -3,    // nor a movie of that frame rate
+    TooLarge = -2,  // or a picture of this size
+    NoRate = -3,    // or a movie of this frame rate
     NoEncoder = -4, // the encoder refuses such pictures
     LOST = -5,      // the file was deleted while it was written
 };

@@ -79,8 +79,7 @@ int UnderFreeName(std::string &name, std::function<int(std::string const &)> con
 
 int MoveWithoutReplacing(std::string const &from, std::string const &to)
 {
-    // Some file systems know neither of the first two; there the name is taken by an empty file, which the move
-    // replaces.
+    // Some file systems support neither of the first two; there an empty file takes the name, which the move replaces.
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
         return 0;
     if (errno != EINVAL && errno != ENOSYS)

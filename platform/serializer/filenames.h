@@ -1,15 +1,15 @@
-// Names of files to come: their folders, and numbers for those that are taken. Operations give 0 or an errno value.
+// Names of files to be made: their folders, and numbers for names that are taken. Operations return 0 or an errno
+// value.
 #pragma once
 
 #include <functional>
 #include <string>
 
-// "." for a name alone.
+// "." for a name without one.
 std::string FolderOf(std::string const &name);
-// With those it stands in.
+// Including its parents.
 int MakeFolders(std::string const &folder);
-// An error of an operation that a name was given to: of all its arguments only the name can be invalid, which is
-// EILSEQ.
+// The error of an operation on a name, with EILSEQ for EINVAL: of all arguments only the name can be invalid.
 int OfName(int error);
 
 // Calls `attempt` with `name`, then with numbers of it ("name_1.ext"), until the answer is not EEXIST; `name` becomes

@@ -45,7 +45,7 @@ int FrameFileReader::Open(std::string const &name)
     return 0;
 }
 
-// -1 behind the file's end.
+// -1 past the file's end.
 int FrameFileReader::ReadAt(std::uint64_t offset, void *bytes, std::uint64_t size) const
 {
     if (offset > m_size || size > m_size - offset)
@@ -112,7 +112,7 @@ void FrameFileReader::Scan()
     }
 }
 
-// Where the next header of a frame stands, at or behind `offset`; the file's end if nowhere.
+// Where the next header of a frame is, from `offset` on; the file's end if there is none.
 std::uint64_t FrameFileReader::FindRecord(std::uint64_t offset) const
 {
     constexpr std::uint64_t Window = 1 << 20;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// One thread at a time. Operations give 0, an errno value, or one of these.
+// One thread at a time. Operations return 0, an errno value, or one of these.
 class FrameFileReader
 {
 public:
@@ -30,7 +30,7 @@ public:
     {
         return m_isMovie;
     }
-    // Whether a movie was ended by its writer and its index is whole. An image is.
+    // Whether a movie was ended by its writer and its index is whole; true for an image.
     bool IsComplete() const
     {
         return m_isComplete;

@@ -70,7 +70,7 @@ void Fields(Transfer &transfer, Header &header)
     transfer(header.frameCount), transfer(header.indexOffset);
 }
 
-// Every header: its magic, the version, the fields, zeros, and in the last four bytes the check of all before.
+// Every header: its magic, the version, the fields, zeros, and in the last four bytes the check of everything before.
 template<class Header>
 std::array<std::uint8_t, Header::Size> EncodeHeader(Header const &header, char const *magic)
 {

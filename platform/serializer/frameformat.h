@@ -41,7 +41,7 @@ struct MovieHeader
     std::uint64_t indexOffset = 0; // 0 until the movie was closed
 };
 
-// What an image says of itself, and the check of its pixels; the record's own numbers are left to the caller.
+// Describes an image, with the check of its pixels; the record's own numbers are left to the caller.
 FrameHeader Describe(_TovImage const &image);
 
 enum class Kind { Image, MovieFrame }; // of a record: the one of a tvi, one of a tvm
@@ -51,7 +51,7 @@ std::array<std::uint8_t, MovieHeader::Size> Encode(MovieHeader const &header);
 // The index record: the offset of each frame's record.
 std::vector<std::uint8_t> EncodeIndex(std::vector<std::uint64_t> const &offsets);
 
-// False for anything that is no whole, sound header of a version known here; `bytes` has Size of them.
+// False for anything but a whole and valid header of a known version; `bytes` has Size of them.
 bool Decode(std::uint8_t const *bytes, Kind kind, FrameHeader &header);
 bool Decode(std::uint8_t const *bytes, MovieHeader &header);
 constexpr std::size_t IndexHeaderSize = 32;

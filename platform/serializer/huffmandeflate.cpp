@@ -10,7 +10,7 @@ static_assert(std::endian::native == std::endian::little, "bits are stored as wh
 namespace {
 
 constexpr unsigned Literals = HuffmanDeflate::Literals, EndOfBlock = 256;
-// Below deflate's 15, so that four codes fit a word beside the bits that wait.
+// Below deflate's 15, so that four codes fit into a word beside the pending bits.
 constexpr unsigned LongestCode = 12;
 constexpr unsigned LengthCodes = 19, LongestLengthCode = 7;
 // Shorter repetitions are not worth leaving the loop over literals.
@@ -156,7 +156,7 @@ struct HuffmanDeflate::BitWriter
         bits |= value << count;
         count += bitCount;
     }
-    // Writes the whole bytes; up to seven bits wait. Touches eight bytes.
+    // Writes the whole bytes; up to seven bits stay pending. Touches eight bytes.
     void Flush()
     {
         std::memcpy(out, &bits, sizeof bits);
@@ -224,10 +224,10 @@ void HuffmanDeflate::FindRuns(std::uint8_t const *data, std::size_t size)
     m_runs.push_back({std::uint32_t(size), 0});
 }
 
-// How often each symbol stands in the block.
+// How often each symbol occurs in the block.
 HuffmanDeflate::Counts HuffmanDeflate::CountSymbols(std::uint8_t const *data) const
 {
-    // Four tables: neighbouring bytes are often the same, and would wait for each other's count.
+    // Four tables: neighbouring bytes are often equal, and their counts would wait for each other.
     std::array<Counts, 4> counts{};
     std::size_t at = 0;
     for (Run const &run : m_runs) {

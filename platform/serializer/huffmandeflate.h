@@ -2,7 +2,7 @@
 // looks for repeated bytes and for nothing else.
 //
 // Ours and no library's, because a series of PNGs has to keep up with a camera: zlib and libdeflate take several times
-// as long for files of the same size, also where they are told to look no further (png_bench, docs/performance.md).
+// as long for files of the same size, even when told to search as little (png_bench, docs/performance.md).
 #pragma once
 
 #include <array>

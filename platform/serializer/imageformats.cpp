@@ -15,7 +15,7 @@
 
 namespace {
 
-// From here on a file takes the direct road: below, the page cache is quicker.
+// From this size on a file takes the direct road; below it, the page cache is quicker.
 constexpr std::uint64_t DirectFrom = 1 << 20;
 
 OutFile::Road RoadOf(std::uint64_t size)
@@ -111,7 +111,7 @@ public:
         Put(IsGrey(image) ? 8 : 24, 2);
         Put(0, 4);
         Put(std::uint32_t(stored * image.height), 4);
-        Put(0, 8); // pixels per metre, which nobody knows here
+        Put(0, 8); // pixels per metre, which are not known
         Put(IsGrey(image) ? 256 : 0, 4);
         Put(0, 4);
         for (std::uint32_t grey = 0; IsGrey(image) && grey < 256; ++grey)
@@ -217,7 +217,7 @@ private:
     FrameMemory<std::uint8_t> m_out;
 };
 
-// Deeper samples fill the sixteen bits from above; how many of them count is told in the file.
+// Deeper samples fill the upper of the sixteen bits; the file says how many count.
 class PngFormat : public ImageFormat
 {
 public:

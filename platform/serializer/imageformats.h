@@ -13,11 +13,11 @@ class ImageFormat
 {
 public:
     virtual ~ImageFormat() = default;
-    // The type that pictures of such a type are converted to before Write gets them; `info` is null for an unknown one.
-    // 0: such pictures cannot be held.
+    // The type to which pictures of this type are converted for Write; `info` is null for an unknown one. 0: the format
+    // cannot hold them.
     virtual std::uint32_t Accepts(std::uint32_t pixelType, TovPixelTypeInfo const *info) const = 0;
     virtual OutFile::Road Road(_TovImage const &image) const = 0;
-    // About what the file will take, to get room for; 0 when it is not worth it.
+    // About the size of the file, to reserve room; 0 when that is not worth it.
     virtual std::uint64_t FileSize(_TovImage const &image) const = 0;
     // The whole file into an empty one; `source` is the picture before the conversion. 0, an errno value, or one
     // of FormatFailure.

@@ -14,16 +14,16 @@ class Movie
 {
 public:
     virtual ~Movie() = default; // closes the file, too, if Close was not called
-    // The type that pictures of such a type are converted to before Open and Write get them; `info` is null for an
-    // unknown one. 0: such pictures cannot be held.
+    // The type to which pictures of this type are converted for Open and Write; `info` is null for an unknown one. 0:
+    // the format cannot hold them.
     virtual std::uint32_t Accepts(std::uint32_t pixelType, TovPixelTypeInfo const *info) const = 0;
     // These three: 0, an errno value, or one of FormatFailure.
     virtual int Open(std::string const &name, _TovImage const &image, double fps) = 0;
-    // After a failure the file holds the frames before, and plays.
+    // After a failure the file holds the earlier frames, and plays.
     virtual int Write(_TovImage const &image) = 0;
     virtual int Close() = 0;
 
-    // Frames that a reader finds in the file as it is; after Close those that stay, -1 when that cannot be told.
+    // Frames that a reader finds in the file as it is; after Close those that stay, -1 when that is not known.
     std::int64_t ReadableFrames() const
     {
         return m_readable;
@@ -43,7 +43,7 @@ protected:
 constexpr std::uint64_t DirectFrame = 256 * 1024;
 
 std::unique_ptr<Movie> MakeTvmMovie();
-// Null for a compressor that is not there.
+// Null for an unavailable compressor.
 std::unique_ptr<Movie> MakeAviMovie(std::string const &compressor, int jpegQuality);
-// Names of the compressors that are there, "Uncompressed" first.
+// Names of the available compressors, "Uncompressed" first.
 std::vector<std::string> AviCompressors();

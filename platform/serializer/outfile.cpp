@@ -20,7 +20,7 @@ constexpr std::size_t Page = OutFile::Page;
 constexpr std::size_t StageSize = 1 << 20;
 // Movies take room in steps of this, and in smaller ones where there is no such room.
 constexpr std::uint64_t ReserveStep = 64u << 20;
-// Folders to be swept for one recording: a name of each frame's own must not make each one's folder be read.
+// Folders to be swept for one recording: where each frame has a folder of its own, not every one of them is read.
 constexpr std::size_t MostSwept = 64;
 
 bool IsMissingAbility(int error)
@@ -90,7 +90,7 @@ int OutFile::OpenHidden(std::string const &folder, Birth birth)
         return 0;
     int const error = errno;
     if (error == EINVAL && m_direct)
-        unlink(m_temporary.c_str()); // such an open may have left the empty file
+        unlink(m_temporary.c_str()); // a refused open may have left an empty file
     m_temporary.clear();
     return error;
 }
@@ -155,7 +155,7 @@ int OutFile::CreateVisible(std::string const &name, Road road)
                 if (error == 0)
                     continue;
             } else if (error == EINVAL && m_direct) {
-                // Such an open may have left the empty file.
+                // A refused open may have left an empty file.
                 unlink(candidate.c_str());
                 m_direct = false;
                 continue;
@@ -171,7 +171,7 @@ void OutFile::SetDirect(bool direct)
     fcntl(m_file, F_SETFL, direct ? flags | O_DIRECT : flags & ~O_DIRECT);
 }
 
-// Both pieces, one behind the other, at m_written.
+// Both pieces, one after the other, at m_written.
 int OutFile::WriteOut(void const *first, std::size_t firstSize, void const *second, std::size_t secondSize)
 {
     iovec pieces[2] = {{const_cast<void *>(first), firstSize}, {const_cast<void *>(second), secondSize}};
@@ -182,7 +182,7 @@ int OutFile::WriteOut(void const *first, std::size_t firstSize, void const *seco
         if (written < 0) {
             if (errno == EINTR)
                 continue;
-            if (errno == EINVAL && m_direct) { // the file system takes the flag, and other alignments than ours
+            if (errno == EINVAL && m_direct) { // the file system accepts the flag, but not our alignment
                 m_direct = false;
                 SetDirect(false);
                 continue;
@@ -191,7 +191,7 @@ int OutFile::WriteOut(void const *first, std::size_t firstSize, void const *seco
         }
         if (written == 0)
             return EIO;
-        // What a file system that is nearly full leaves behind is not aligned any more.
+        // A nearly full file system may write a part that ends unaligned.
         if (m_direct && written % Page != 0) {
             m_direct = false;
             SetDirect(false);
@@ -315,7 +315,7 @@ int OutFile::Reserve(std::uint64_t size)
     if (!m_canReserve || wanted <= m_reserved)
         return 0;
     for (;;) {
-        // Behind the end, so that the file is never longer than what was written.
+        // Past the end, so that the file is never longer than what was written.
         std::uint64_t const from = std::max(m_reserved, m_written);
         std::uint64_t const needed = wanted - from, length = std::max(needed, m_reserveStep);
         if (fallocate(m_file, FALLOC_FL_KEEP_SIZE, off_t(from), off_t(length)) == 0) {
@@ -366,7 +366,7 @@ int OutFile::CutTo(std::uint64_t size)
         m_direct = false;
         SetDirect(false);
     }
-    // Further bytes go through the cache one by one: this is the road after a failure. What is in the file already must
+    // Further bytes go through the cache one by one: only used after a failure, when what is in the file already must
     // not need room again.
     if (m_staging && size > std::max(m_written, m_flushed)) {
         if (int const error = WriteOut(m_stage, std::size_t(size - m_written), nullptr, 0))
@@ -411,7 +411,7 @@ int OutFile::Publish()
         Abandon();
         return error;
     }
-    // Some file systems tell only here that they had no room.
+    // Some file systems report only here that they had no room.
     error = close(m_file) == 0 ? 0 : errno;
     if (error)
         unlink(m_name.c_str());

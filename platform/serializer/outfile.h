@@ -1,5 +1,5 @@
 // A file being written: large pieces go past the page cache where the file system can, nothing that is there is ever
-// overwritten, and a file that shall appear whole has no name before it is.
+// overwritten, and a file that must appear whole has no name until it is.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-// All operations give 0 or an errno value; EILSEQ says that the file system does not accept the name. One thread at a
+// All operations return 0 or an errno value; EILSEQ says that the file system does not accept the name. One thread at a
 // time; an object is used for one file after another and keeps its memory.
 class OutFile
 {
@@ -29,11 +29,11 @@ public:
     OutFile &operator=(OutFile const &) = delete;
 
     // A file that will appear under `name`, or the next free number of it, when Publish is called. Missing folders are
-    // made. `size` bytes are taken from the file system at once, so that a full one is known before anything is
+    // made. `size` bytes are taken from the file system at once, so that a full one is noticed before anything is
     // written.
     int CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth = Birth::Unnamed);
     // Begins a series of hidden files. The first one in a folder, since the object was made or this was called, removes
-    // what is left over there. A process that was forked in the meantime calls this before its first file.
+    // what is left over there. A forked process calls this before its first file.
     void ForgetFolders();
     // A file that is under its name from now on.
     int CreateVisible(std::string const &name, Road road);
@@ -46,10 +46,10 @@ public:
     {
         return m_size;
     }
-    // Room for `size` more bytes, so that they will not fail for the lack of it; 0 as well where it cannot be told.
-    // After a failure there is as much room as before.
+    // Room for `size` more bytes, so that they will not fail for the lack of it; 0 as well where the file system cannot
+    // say. After a failure there is as much room as before.
     int Reserve(std::uint64_t size);
-    // Whatever lies behind is gone; forgets an earlier error.
+    // Drops everything after it; forgets an earlier error.
     int CutTo(std::uint64_t size);
     // Hands everything to the kernel, so that the end of this process loses nothing.
     int Flush();
@@ -65,7 +65,7 @@ public:
     {
         return m_file >= 0;
     }
-    // Whether a visible file, open still, has been deleted by somebody, or its disk is gone.
+    // Whether a visible file, while open, has been deleted, or its disk is gone.
     bool IsLost() const;
     // The name it has or will have; after Publish and CreateVisible with its number.
     std::string const &Name() const
@@ -88,7 +88,7 @@ private:
     bool m_direct = false;           // O_DIRECT is set
     bool m_staging = false;          // appended bytes are gathered to pages
     bool m_canReserve = true;        // until the file system says otherwise
-    std::string m_name;              // wanted, then had
+    std::string m_name;              // the name asked for, then the one it has
     std::string m_temporary;         // name until Publish; empty: none
     bool m_visible = false;          // m_name is a file of ours
     std::uint64_t m_size = 0;        // with what is staged

@@ -11,7 +11,7 @@
 
 namespace {
 
-// A name: this, the process' mark, "-", a number, and the other.
+// A name is PartBegin, the process' mark, "-", a number, and PartEnd.
 constexpr std::string_view PartBegin = ".tov-";
 constexpr std::string_view PartEnd = ".part";
 

@@ -1,5 +1,5 @@
-// Files that have no name of their own yet, on file systems that know no files without a name: docs/formats.md has what
-// they are called.
+// Files that do not have their own name yet, on file systems without nameless files: docs/formats.md describes their
+// names.
 #pragma once
 
 #include <string>
@@ -8,5 +8,5 @@
 std::string NextPartName(std::string const &folder, std::string const &mark);
 // Removes those in the folder whose processes have ended for certain.
 void RemovePartsOfTheDead(std::string const &folder);
-// The same, unless the folder's file system knows files without a name: nothing is left over there.
+// The same, unless the folder's file system has nameless files: nothing is left over there.
 void RemoveLeftovers(std::string const &folder);

@@ -24,7 +24,7 @@ inline bool IsPacked(_TovImage const &image)
     return LineStep(image) == LineBytes(image);
 }
 
-// The lines one behind the other.
+// The lines, one after the other.
 inline int AppendLines(OutFile &file, _TovImage const &image)
 {
     std::uint64_t const bytes = LineBytes(image);
@@ -42,7 +42,7 @@ inline std::uint32_t UnpackedType(bool colour, unsigned bitDepth)
 {
     for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
         TovPixelTypeInfo const *info = TovGetPixelTypeInfoByRow(row);
-        // RGB stands before BGR.
+        // RGB comes before BGR.
         if (info->family == (colour ? TOV_FAMILY_RGB : TOV_FAMILY_MONO) && info->packing == TOV_UNPACKED &&
             info->bitDepth == bitDepth && info->channels == (colour ? 3 : 1))
             return info->pixelType;

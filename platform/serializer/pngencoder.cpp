@@ -21,7 +21,7 @@ void PutNumber(std::uint8_t *at, std::uint32_t number)
         at[i] = std::uint8_t(number >> (24 - 8 * i));
 }
 
-// Makes a chunk of the `size` bytes behind a head's room; returns its bytes.
+// Makes a chunk of the `size` bytes that follow the room for its head; returns the chunk's bytes.
 std::size_t CloseChunk(std::uint8_t *chunk, char const *name, std::size_t size)
 {
     PutNumber(chunk, std::uint32_t(size));
@@ -117,7 +117,7 @@ std::size_t PngEncoder::MakeHead(Shape const &shape, unsigned significantBits)
     return std::size_t(out - m_out.data());
 }
 
-// The best filter for two lines of a block: m_filtered is spoilt.
+// The best filter for two lines of a block: m_filtered is overwritten.
 PngEncoder::Filter PngEncoder::ChooseFilter(Shape const &shape, std::uint32_t first, std::uint32_t lines)
 {
     Filter filter = Filter::None;

@@ -1,4 +1,4 @@
-// PNG files of grey and RGB pictures with 8 or 16 bits, as fast as the disk wants them.
+// PNG files of grey and RGB pictures with 8 or 16 bits, fast enough to keep a disk busy.
 #pragma once
 
 #include "huffmandeflate.h"
@@ -10,9 +10,9 @@
 class PngEncoder
 {
 public:
-    // Whether the picture can be told: Mono8, Mono16, RGB8 and RGB16 can, up to the format's 2^31 - 1 pixels a side.
+    // Whether the picture can be written: Mono8, Mono16, RGB8 and RGB16 can, up to the format's 2^31 - 1 pixels a side.
     static bool Takes(_TovImage const &image);
-    // A whole file behind what `file` holds. `significantBits` of a sample carry the picture, the upper ones. Errno
+    // Appends a whole PNG to `file`. The upper `significantBits` of a sample carry the picture. Returns 0 or an errno
     // value.
     int Write(OutFile &file, _TovImage const &image, unsigned significantBits);
 

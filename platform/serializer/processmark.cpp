@@ -20,8 +20,8 @@ std::string Namespace(char const *link)
     return {text, std::size_t(std::max<ssize_t>(length, 0))};
 }
 
-// Those that see each other's numbers and starts alike: one run of one kernel, one space of process numbers, one clock.
-// Empty when it cannot be told.
+// Processes that see the same numbers and start times: one run of one kernel, one process name space, one clock. Empty
+// when it is not known.
 std::string Neighbourhood()
 {
     std::string boot;
@@ -38,12 +38,12 @@ std::string Neighbourhood()
     return text;
 }
 
-// In the kernel's ticks; empty when it cannot be told.
+// In the kernel's ticks; empty when it is not known.
 std::string StartOf(std::string const &process)
 {
     std::ifstream file("/proc/" + process + "/stat");
     std::string const text{std::istreambuf_iterator<char>(file), {}};
-    // The program's name may hold anything; behind its bracket the start is the 20th field.
+    // The program's name may hold anything; after its bracket the start time is the 20th field.
     std::size_t at = text.rfind(')');
     for (int field = 0; field < 20 && at != std::string::npos; ++field)
         at = text.find(' ', at + 1);

@@ -173,14 +173,14 @@ private:
     }
     friend class TovImageSerializer;
 
-    // Runs `function`, whose containers may find no memory.
+    // Runs `function`, whose containers may run out of memory.
     template<class F>
     std::int32_t Guarded(F &&function)
     {
         try {
             return function();
         } catch (std::bad_alloc const &) {
-            m_failure = "Out of memory"; // short enough to need none
+            m_failure = "Out of memory"; // short enough to be stored without the heap
             return TOV_SERIALIZER_ERR_MEMORY;
         }
     }
@@ -190,7 +190,7 @@ private:
         m_failure = std::move(text);
         return status;
     }
-    // What formats and files give, kept in words and as a status.
+    // The result of a format or file as a status; the words for it are kept.
     std::int32_t Judged(int error)
     {
         return error ? Failed(ToStatus(error), FailureText(error)) : TOV_SERIALIZER_OK;
@@ -208,7 +208,7 @@ private:
         return image && image->imageData && image->width > 0 && image->height > 0;
     }
 
-    // A start that is at the right time begins a new count.
+    // A start that does not disturb another one begins a new count.
     std::int32_t CheckStart(_TovImage const *image, char const *text)
     {
         if (m_series || m_movie)
@@ -277,7 +277,7 @@ private:
         return error;
     }
 
-    // A movie that somebody has deleted is noticed soon, not only at its end.
+    // A deleted movie is noticed soon, not only at its end.
     int WriteToMovie(_TovImage const &image)
     {
         int error = m_movie->Write(image);
@@ -311,7 +311,7 @@ private:
     OutFile m_file;                                           // of a series
     std::string m_failure;                                    // of the last operation that failed
     std::int64_t m_readable = 0;
-    std::chrono::steady_clock::time_point m_looked; // whether the movie is there still
+    std::chrono::steady_clock::time_point m_looked; // when it was last checked that the movie still exists
 };
 
 } // namespace

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The file as libtiff sees it. It is told of no error: those are kept here, and libtiff would print them.
+// The file as libtiff sees it. Errors are kept here and hidden from libtiff, which would print them.
 struct Stream
 {
     OutFile &file;
@@ -35,7 +35,7 @@ struct Stream
         auto *stream = static_cast<Stream *>(handle);
         if (whence == SEEK_END) {
             offset += stream->file.Size();
-            // The pixels go to where the file's end is, or is made out to be: a page of their own.
+            // libtiff puts the pixels at the file's end, which is given as the next page.
             if (stream->pixelsNext && offset > 0) {
                 offset = (offset + OutFile::Page - 1) / OutFile::Page * OutFile::Page;
                 stream->pixelsNext = false;

@@ -1,4 +1,4 @@
-// TIFF files of unpacked mono and RGB pictures, their samples as they stand.
+// TIFF files of unpacked mono and RGB pictures, their samples as they are.
 #pragma once
 
 #include "framememory.h"
@@ -15,5 +15,5 @@ public:
     int Write(OutFile &file, _TovImage const &image);
 
 private:
-    FrameMemory<std::uint8_t> m_packed; // the lines without gaps, when they have some
+    FrameMemory<std::uint8_t> m_packed; // the lines without gaps, where the image has gaps
 };

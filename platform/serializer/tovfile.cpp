@@ -18,11 +18,11 @@ constexpr char Usage[] = "Usage: tovfile list FILE...\n"
                          "       tovfile check FILE...\n"
                          "       tovfile export [-f png|tif|raw] [-o FOLDER] [-r FIRST[-LAST]] FILE...\n"
                          "\n"
-                         "Works on tvi and tvm files, also on a tvm that was never ended. \"list\" tells the frames,\n"
+                         "Works on tvi and tvm files, also on a movie that was cut off. \"list\" shows the frames,\n"
                          "\"check\" reads all pixels and compares them with their checksums, \"export\" writes each\n"
                          "frame to a file of its own (png) in the current folder; frames count from 0.\n"
-                         "Ends with 0 when all was well, 1 when a file is damaged or cannot be read or written,\n"
-                         "2 when it was called wrongly.\n";
+                         "The exit status is 0 for success, 1 when a file is damaged or cannot be read or written,\n"
+                         "2 for wrong arguments.\n";
 
 struct Options
 {
@@ -76,7 +76,7 @@ void Describe(std::string const &name, FrameFileReader const &reader)
     }
     std::printf("%s: movie, %zu frames, %.6g frames per second%s\n", name.c_str(), reader.Frames().size(),
                 reader.Movie().scale ? double(reader.Movie().rate) / reader.Movie().scale : 0.0,
-                reader.IsComplete() ? "" : ", not ended properly");
+                reader.IsComplete() ? "" : ", cut off");
     if (reader.LostBytes() > 0)
         std::printf("%s: %" PRIu64 " bytes belong to no whole frame\n", name.c_str(), reader.LostBytes());
 }
@@ -133,7 +133,7 @@ unsigned Walk(std::string const &name, FrameFileReader const &reader, Options co
         _TovImage *image = nullptr;
         int const error = ReadImage(reader, frame, bytesOnly, memory, &image);
         char const *problem = error == FrameFileReader::Damaged         ? "damaged"
-                              : error == FrameFileReader::NotAFrameFile ? "of a kind unknown here"
+                              : error == FrameFileReader::NotAFrameFile ? "of an unknown pixel type"
                               : error                                   ? std::strerror(error)
                                                                         : nullptr;
         if (!problem && serializer) {
@@ -176,7 +176,7 @@ int main(int argc, char **argv)
     for (std::string const &name : options.files) {
         FrameFileReader reader;
         if (int const error = reader.Open(name)) {
-            std::fprintf(stderr, "%s: %s\n", name.c_str(), error < 0 ? "no tvi or tvm file" : std::strerror(error));
+            std::fprintf(stderr, "%s: %s\n", name.c_str(), error < 0 ? "not a tvi or tvm file" : std::strerror(error));
             good = false;
             continue;
         }

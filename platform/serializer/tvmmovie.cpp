@@ -46,7 +46,7 @@ public:
         header.headerBytes = std::uint32_t(Aligned(FrameFormat::FrameHeader::Size));
         header.recordBytes = Aligned(header.headerBytes + header.pixelBytes);
         header.number = m_offsets.size();
-        // A full disk shows before the frame is begun, and leaves room for the index.
+        // A full disk is noticed before the frame is begun, and leaves room for the index.
         if (int const error = m_file.Reserve(header.recordBytes + FrameFormat::IndexBytes(m_offsets.size() + 1)))
             return error;
         std::uint64_t const begin = m_file.Size();
@@ -107,7 +107,7 @@ private:
         return error ? error : m_file.Flush(); // the end of this process loses no frame
     }
 
-    // After a failure nobody but a reader knows.
+    // Not known after a failure: only reading the file would show it.
     std::int64_t Count() const
     {
         FrameFileReader reader;

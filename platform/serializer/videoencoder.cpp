@@ -99,7 +99,7 @@ int VideoEncoder::Start(_TovImage const &image, AVStream &stream)
     m_codec->time_base = stream.time_base;
     m_codec->framerate = av_inv_q(stream.time_base);
     m_codec->thread_count = int(std::clamp(std::thread::hardware_concurrency(), 1u, 16u));
-    // Several threads for one frame, none for frames to come: each is in the file before the next one is taken.
+    // Several threads for one frame, none for frames ahead: each frame is in the file before the next one is taken.
     m_codec->thread_type = FF_THREAD_SLICE;
     m_codec->max_b_frames = 0;
     m_codec->color_range = AVCOL_RANGE_JPEG;
@@ -163,7 +163,7 @@ int VideoEncoder::Finish()
     return Send(nullptr);
 }
 
-// The planes of a frame of the encoder's, which keeps the frame while its threads work on it.
+// Fills the planes of a frame of the encoder, which keeps it while its threads work on it.
 int VideoEncoder::MakeFrame(_TovImage const &image, AVFrame &frame)
 {
     frame.format = m_codec->pix_fmt;

@@ -19,20 +19,20 @@ struct Compressor
 {
     enum class Coding { None, Jpeg, Lossless, H264 };
 
-    char const *name;    // that the operator chooses by
+    char const *name;    // by which the operator chooses
     char const *encoder; // FFmpeg's name; null: pictures go as they are
     Coding coding;
 
-    // Null for one that is not there.
+    // Null for an unavailable one.
     static Compressor const *Find(std::string const &name);
-    // Of all that are there, "Uncompressed" first.
+    // Of all available ones, "Uncompressed" first.
     static std::vector<std::string> Names();
 };
 
 // 0 for no error.
 int ErrnoOf(int averror);
 
-// Operations give 0, an errno value, or one of FormatFailure. One thread at a time.
+// Operations return 0, an errno value, or one of FormatFailure. One thread at a time.
 class VideoEncoder
 {
 public:
@@ -45,8 +45,8 @@ public:
     VideoEncoder(VideoEncoder const &) = delete;
     VideoEncoder &operator=(VideoEncoder const &) = delete;
 
-    // Begins with pictures of this shape, of a type that the movie accepts, at the stream's time base; tells the stream
-    // what it will hold.
+    // Begins with pictures of this shape, of a type that the movie accepts, at the stream's time base; describes the
+    // content in the stream.
     int Start(_TovImage const &image, AVStream &stream);
     int Encode(_TovImage const &image);
     // The packets that are still inside.

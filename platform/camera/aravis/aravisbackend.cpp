@@ -25,8 +25,8 @@ std::string AravisVersion()
            std::to_string(arv_get_micro_version());
 }
 
-// Aravis' list of cameras is one for the whole process and knows no threads. While this lives it is ours, and knows
-// one transport only: the other would be looked through each time, and Aravis' make-believe camera is never wanted.
+// Aravis has one list of cameras for the whole process and does not lock it. While this object lives the list is ours
+// and has one transport only: the other one would be searched each time, and Aravis' fake camera is never wanted.
 class DeviceList
 {
 public:
@@ -56,7 +56,7 @@ std::string Text(char const *text)
 // What is known of a camera before it gets its place in the list.
 struct Sighting
 {
-    std::string aravisId; // USB3 Vision: what Aravis opens it by
+    std::string aravisId; // USB3 Vision: the id by which Aravis opens it
     std::string address;
     GvcpIdentity identity;
     TovCam::DeviceInfo::AccessStatus access = TovCam::DeviceInfo::AccessUnknown;
@@ -110,7 +110,7 @@ public:
         visible.reserve(sightings.size());
         for (Sighting const &sighting : sightings)
             visible.push_back(Publish(sighting));
-        // Aravis gives them in no order.
+        // Aravis gives them in no particular order.
         std::sort(visible.begin(), visible.end(), [](DeviceInfoImpl const *a, DeviceInfoImpl const *b) {
             return std::tie(a->displayName, a->id) < std::tie(b->displayName, b->id);
         });
@@ -214,7 +214,7 @@ private:
         return sightings;
     }
 
-    // Another camera at an address known before, or one with another user id, is another description.
+    // Another camera at a known address, or a changed user id, needs another description.
     DeviceInfoImpl *Publish(Sighting const &sighting)
     {
         GvcpIdentity const &identity = sighting.identity;
@@ -301,7 +301,7 @@ private:
 
     std::uint32_t const m_kind;
     InterfaceImpl m_interface;
-    // Used by Update and Find, which come one at a time.
+    // Used by Update and Find, which are called one at a time.
     std::vector<DeviceInfoImpl *> m_visible;
     std::vector<std::string> m_asked; // addresses
 

@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What a healthy camera needs to be closed is far below it.
+// Far more than a healthy camera needs to be closed.
 constexpr auto ClosePatience = 1000ms;
 
 // Frames over loopback come from a program, not through a network whose packets have to stay small.
@@ -130,8 +130,8 @@ TovCam::CaptureFailure AravisDevice::GetCaptureFailure()
     return m_failure;
 }
 
-// The tap hears the answers, and so learns where the stream and the events of a camera go that runs already. By a
-// socket of its own: a slow access elsewhere must not hold the caller up.
+// The tap hears the answers, and so learns where a running camera's stream and events go. By a socket of its own, so
+// that a slow access elsewhere does not hold up the caller.
 void AravisDevice::AskForPorts()
 {
     if (m_address.empty() || m_reachability.IsLost())
@@ -169,7 +169,7 @@ void AravisDevice::Close()
 
 void AravisDevice::SayGoodbye(ArvDevice *device, bool mayWait)
 {
-    // The last reference goes where nobody waits for a camera that is gone.
+    // Dropping the last reference may wait long for a camera that is gone: not on the caller's thread then.
     if (mayWait)
         Background::Run([device] { g_object_unref(device); }, ClosePatience);
     else
@@ -192,7 +192,7 @@ std::int32_t AravisDevice::RegisterEvent(std::uint32_t id, TovCam::EventCallback
         return status;
     }
     std::int32_t const status = DeviceBase::RegisterEvent(id, callback, user);
-    // A camera that was lost before somebody listened is reported to him all the same.
+    // A loss before the subscription is reported all the same.
     if (status == TOV_CAM_ERR_OK && m_reachability.IsLost())
         Background::Run([relay = m_relay] { LossRelay::Notify(relay); }, 0ms);
     return status;

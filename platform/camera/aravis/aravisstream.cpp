@@ -22,8 +22,8 @@ constexpr std::chrono::microseconds CancelPeriod = 20ms;
 constexpr std::size_t FrameLimit = std::size_t(1) << 30; // bytes; more than any sensor sends
 constexpr std::uint32_t QueueLimit = 10000;
 
-// Aravis sizes the socket of a stream when the first packet has been read, which is too late for the first frame. The
-// socket is this process's one that is bound to the stream's port.
+// Aravis sizes the socket of a stream when the first packet has been read, which is too late for the first frame. It is
+// this process's socket that is bound to the stream's port.
 void SizeSocket(ArvGvStream *stream, GInetAddress *host, int room)
 {
     std::uint16_t const port = arv_gv_stream_get_port(stream);
@@ -56,7 +56,7 @@ public:
         auto frame = std::make_unique<Frame>();
         std::size_t const imageSize =
             std::size_t(TovLineBytes(info.pixelType, shape.width) + shape.linePadding) * shape.height;
-        // Behind the pixels a line of 16-bit samples may be read.
+        // A line of 16-bit samples may be read past the pixels.
         std::size_t const pixels = std::max(payload, imageSize);
         std::size_t const size = pixels + std::size_t(shape.width) * 2;
         frame->m_memory = static_cast<std::uint8_t *>(TovAllocFrameMemory(size));
@@ -286,7 +286,7 @@ std::int32_t AravisStream::StartAcquisition(std::int64_t frames, std::uint32_t)
     m_cancelled.store(false, std::memory_order_relaxed);
     // The thread begins with no memory of earlier frame ids, as the camera does.
     arv_stream_start_thread(m_stream);
-    // Whoever waits for frames already sees the counts above.
+    // A thread that waits for frames already sees the counts above.
     m_started.store(true, std::memory_order_release);
     return TOV_CAM_ERR_OK;
 }
@@ -369,7 +369,7 @@ bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, 
     return true;
 }
 
-// What the camera says of a filled buffer, in our terms. Null for one whose filling was broken off at a stop.
+// What the camera says about a filled buffer, in our terms. Null for one whose filling was broken off at a stop.
 AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
 {
     auto *const frame = static_cast<Frame *>(const_cast<void *>(arv_buffer_get_user_data(buffer)));
@@ -385,7 +385,7 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
         arv_buffer_get_data(buffer, &size);
         frame->m_size = size;
         bool const described = DescribeImage(buffer, frame->m_memory, shape, offset);
-        // Chunk data without a word on the image in it is taken as announced.
+        // Chunk data that does not describe its image is taken as announced.
         whole = described || arv_buffer_get_payload_type(buffer) == ARV_BUFFER_PAYLOAD_TYPE_CHUNK_DATA;
     } else {
         frame->m_size = frame->m_payload;

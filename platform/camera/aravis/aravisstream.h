@@ -31,7 +31,7 @@ public:
 
 private:
     class Frame;
-    // What a frame of the announced format looks like, and what one may differ in.
+    // The announced shape of a frame; a single frame's may differ.
     struct Shape
     {
         std::uint32_t width = 0;
@@ -43,7 +43,7 @@ private:
 
     std::int32_t ReadFormat(Shape &shape, std::size_t &payload, std::uint64_t &tickFrequency);
     std::int32_t CreateStream(std::size_t payload);
-    // Sends the ArvStream and the buffers off; the device's lock is held.
+    // Frees the ArvStream and the buffers in the background; the device's lock is held.
     void Dispose();
     void RecycleFilled();
     Frame *Describe(ArvBuffer *buffer);

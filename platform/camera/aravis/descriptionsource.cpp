@@ -25,7 +25,7 @@ struct ZipEntry // of the directory
     static constexpr std::size_t PackedSize = 20, UnpackedSize = 24, NameLength = 28, ExtraLength = 30,
                                  CommentLength = 32, File = 42, Size = 46;
 };
-struct ZipFile // what stands in front of a file's bytes
+struct ZipFile // what precedes a file's bytes
 {
     static constexpr std::size_t NameLength = 26, ExtraLength = 28, Size = 30;
 };
@@ -90,7 +90,7 @@ Source CheckUrl(GvcpClient &camera, std::string const &url)
     std::size_t const scheme = url.find(':');
     if (scheme == std::string::npos)
         return Source::None;
-    // A file of this host or of another server is nothing a camera has a say in.
+    // A camera has no say over files of this host or of another server.
     if (strncasecmp(url.c_str(), "local", std::max<std::size_t>(scheme, 5)) != 0)
         return Source::Hostile;
     std::size_t const first = url.find(';');

@@ -1,4 +1,4 @@
-// Where a camera keeps its GenICam description. Aravis loads whatever the camera names, so this is looked at first.
+// Where a camera keeps its GenICam description. Aravis loads whatever the camera names, so that is checked first.
 #pragma once
 
 #include <cstdint>

@@ -15,7 +15,7 @@ std::uint64_t FrameIdCounter::Peek(std::uint64_t id) const
     constexpr std::uint64_t Period = gvsp::LastBlockId; // from 1 on
     bool const wide = id > Period || m_raw > Period;
     std::uint64_t const step = wide ? id - m_raw : (id + Period - m_raw) % Period;
-    // The camera has begun anew: what was lost meanwhile nobody knows.
+    // The camera has started over; how many frames were lost meanwhile is unknown.
     if (step > (wide ? UINT64_MAX / 2 : Period / 2))
         return m_count + 1;
     return m_count + step;

@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t MemoryBlock = 512;    // what every camera can answer in one packet
 constexpr std::size_t LongestAnswer = 2048; // more than any
 constexpr int Tries = 3;
-constexpr std::chrono::milliseconds Patience{250}; // a try's; a camera answers within a few, a loaded host later
+constexpr std::chrono::milliseconds Patience{250}; // per try; a camera answers within a few, a loaded host takes longer
 constexpr std::chrono::milliseconds PendingLimit{500};
 
 } // namespace
@@ -78,7 +78,7 @@ bool GvcpClient::Request(std::uint16_t command, std::span<std::uint8_t const> bo
                 break;
             ssize_t const size = recv(m_socket, received.data(), received.size(), 0);
             if (size < 0)
-                return false; // refused: nobody is there
+                return false; // refused: no camera there
             auto const whole = std::span<std::uint8_t const>(received).first(static_cast<std::size_t>(size));
             std::optional<gvcp::Header> const header = gvcp::ReadHeader(whole);
             if (!header || header->id != m_requestId)

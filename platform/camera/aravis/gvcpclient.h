@@ -1,5 +1,5 @@
-// The few GigE Vision control requests that are made beside Aravis: Aravis tells neither a camera's user id nor whether
-// it is in use, and takes seconds over an address that nobody answers at.
+// The few GigE Vision control requests that are made beside Aravis: Aravis reports neither a camera's user id nor
+// whether it is in use, and takes seconds where nobody answers.
 #pragma once
 
 #include <chrono>

@@ -45,8 +45,8 @@ std::optional<std::string> GetText(GKeyFile *file, char const *group, char const
     return text ? std::optional<std::string>(text.get()) : std::nullopt;
 }
 
-// The features of a group. Names are not looked at: a camera does not know those that name no feature. False where a
-// value is escaped wrongly.
+// The features of a group. Names are not checked: those that no feature has are ignored later. False where a value is
+// escaped wrongly.
 bool ReadValues(GKeyFile *file, char const *group, std::vector<std::pair<std::string, std::string>> &values)
 {
     gsize keys = 0;

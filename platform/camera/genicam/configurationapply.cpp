@@ -41,7 +41,7 @@ std::int32_t Bring(ConfigurationLayout const &layout, Target const &target, bool
         if (status != TOV_CAM_ERR_OK)
             return status;
         if (state.access == FeatureAccess::NotImplemented)
-            return std::int32_t{TOV_CAM_ERR_OK}; // as good as unknown
+            return std::int32_t{TOV_CAM_ERR_OK}; // counts as unknown
         if (state.access < FeatureAccess::ReadOnly)
             return std::int32_t{TOV_CAM_ERR_GENICAM_ACCESS};
         if (state.valueStatus != TOV_CAM_ERR_OK)
@@ -65,7 +65,7 @@ std::int32_t Bring(ConfigurationLayout const &layout, Target const &target, bool
     return 1;
 }
 
-// What a file has for this camera.
+// The settings of a file that apply to this camera.
 class Targets
 {
 public:
@@ -84,7 +84,7 @@ public:
                     known = false;
             }
             for (auto const &[name, text] : group.values) {
-                // A camera keeps its own name, whoever's settings it gets.
+                // A camera keeps its own name, whichever camera's settings it gets.
                 if (!sameCamera && (name == "DeviceUserID" || name == "DeviceUserDefinedName"))
                     continue;
                 if (auto target = Resolve(name, text, [&](std::uint32_t index) { return layout.IsStored(index); }))
@@ -101,7 +101,7 @@ public:
 
     std::vector<TargetGroup> groups;
     std::vector<Target> finals; // the selectors themselves
-    // The first value that is none for its feature.
+    // The first value that does not fit its feature.
     std::optional<RefusedSetting> misunderstood;
 
 private:
@@ -128,11 +128,11 @@ public:
     {
     }
 
-    // 0, or why the first setting failed of those that did.
+    // 0, or why the first of the failed settings failed.
     std::int32_t Run()
     {
-        // A value may be refused as long as another one is in its way, and may change others: once more, until that
-        // does not help any longer.
+        // A value may be refused as long as another one is in its way, and may change others: once more, until that no
+        // longer helps.
         std::int32_t why = TOV_CAM_ERR_OK;
         std::size_t best = std::numeric_limits<std::size_t>::max();
         int idle = 0;
@@ -207,7 +207,7 @@ private:
         return TOV_CAM_ERR_OK;
     }
 
-    // What the camera has in its place, while its selectors stand as the file has them.
+    // What the camera has instead, while its selectors have the file's values.
     void Describe(Target &target)
     {
         FeatureState state;

@@ -1,4 +1,4 @@
-// Configurations as files: reading one, and writing it so that a whole file stands there at any moment.
+// Configurations as files: reading one, and writing it so that there is a whole file at any moment.
 #include "configuration.h"
 
 #include <glib.h>
@@ -76,8 +76,8 @@ bool Copy(std::string const &from, std::string const &to)
     }
 }
 
-// The file gets a second name, which it has still when another one takes its first: 0, or an errno, and all is as it
-// was.
+// Gives the file a second name, which remains when another file takes its first one. 0, or an errno, and nothing has
+// changed.
 int KeepAs(std::string const &file, std::string const &name)
 {
     std::string const temporary = name + '.' + std::to_string(g_random_int()) + ".part";
@@ -100,7 +100,7 @@ std::int32_t Configuration::Read(char const *path)
         report.systemError = error;
         return status;
     };
-    // A pipe that nobody writes to would hold the caller up.
+    // A pipe that nobody writes to would block the caller.
     Descriptor const file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file.Get() < 0)
         return failed(errno, errno == ENOENT || errno == ENOTDIR ? TOV_CAM_ERR_FILE_NOT_FOUND : TOV_CAM_ERR_FILE_READ);
@@ -168,7 +168,7 @@ std::int32_t Configuration::Write(char const *path)
     return TOV_CAM_ERR_OK;
 }
 
-// Whether a file is not known to be this camera's; who it is of goes into the report.
+// Whether a file may be another camera's; whose it is goes into the report.
 bool Configuration::IsOfAnother(std::string const &file)
 {
     Configuration other;

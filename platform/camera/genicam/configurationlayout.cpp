@@ -119,7 +119,7 @@ std::vector<std::uint32_t> ConfigurationLayout::InOrder(std::vector<std::uint32_
     return order;
 }
 
-// Whoever has more selectors stands further in.
+// A selector with more selectors of its own is further in.
 void ConfigurationLayout::SortOuterFirst(std::vector<std::uint32_t> &selectors) const
 {
     std::sort(selectors.begin(), selectors.end(), [this](std::uint32_t a, std::uint32_t b) {

@@ -1,4 +1,4 @@
-// The features of a camera by their parts in a configuration: which are stored, which select others, and in what order
+// The features of a camera by their roles in a configuration: which are stored, which select others, and in what order
 // they are applied.
 #pragma once
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// With the device's lock held, as all that works on a configuration.
+// With the device's lock held, like everything that works on a configuration.
 class ConfigurationLayout
 {
 public:
@@ -21,12 +21,12 @@ public:
     bool IsSelector(std::uint32_t index) const;
     // Stored as a value, and not among the selectors.
     bool IsStored(std::uint32_t index) const;
-    // All of the camera, outer ones first.
+    // All selectors of the camera, outer ones first.
     std::vector<std::uint32_t> const &GetSelectors() const;
-    // All whose values tell the feature's values apart, outer ones first.
+    // All selectors that the feature's value depends on, outer ones first.
     std::vector<std::uint32_t> const &GetSelectorsOf(std::uint32_t index) const;
-    // The stored features with the same selectors, those before others that depend on them. Where two depend on each
-    // other the description's order decides.
+    // The stored features with the same selectors, each before those that depend on it. Where two depend on each other,
+    // the description's order decides.
     std::vector<std::uint32_t> InOrder(std::vector<std::uint32_t> const &features) const;
 
 private:

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::uint64_t MaxCombinations = 4096; // of the values of selectors, for one feature
 
-// What TLParamsLocked locks now. While frames run the format is locked, and belongs into the file all the same; what
-// another feature has locked has no effect as things are.
+// What TLParamsLocked locks now. While frames run the format is locked, and belongs in the file all the same; what
+// another feature locks has no effect at present.
 std::set<std::uint32_t> LockedByTransport(ConfigurationLayout const &layout)
 {
     std::int32_t error = TOV_CAM_ERR_OK;
@@ -52,7 +52,7 @@ std::vector<FeatureList> StoredFeatures(ConfigurationLayout const &layout)
     return lists;
 }
 
-// The values that a selector can have now; of a table that is larger than what is walked only the present one.
+// The values that a selector can have now; only the present one of a table too large to walk.
 std::vector<FeatureValue> ChoicesOf(FeatureInfo const &info, FeatureState const &state)
 {
     std::vector<FeatureValue> choices;
@@ -85,7 +85,7 @@ public:
     {
     }
 
-    // 0, TOV_CAM_ERR_NO_DEVICE, or TOV_CAM_ERR_GENICAM_GENERIC where a selector does not obey.
+    // 0, TOV_CAM_ERR_NO_DEVICE, or TOV_CAM_ERR_GENICAM_GENERIC where a selector does not take its value.
     std::int32_t Run()
     {
         std::int32_t status = TOV_CAM_ERR_OK;
@@ -195,7 +195,7 @@ private:
     SelectorGuard m_guard;
     std::set<std::uint32_t> const m_lockedByTransport;
     std::vector<Configuration::Group> &m_groups;
-    Configuration::Group m_group; // at the selectors that are walked
+    Configuration::Group m_group; // at the present selectors
     std::uint64_t m_combinations = 0;
 };
 

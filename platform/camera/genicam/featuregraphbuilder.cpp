@@ -57,7 +57,7 @@ FeatureNotation NotationOf(ArvGcPropertyNode *property)
     }
 }
 
-// Whoever shows them need not expect bytes that are no text.
+// Whoever shows the texts can rely on valid UTF-8.
 std::string Text(char const *text)
 {
     return text && g_utf8_validate(text, -1, nullptr) ? text : "";
@@ -73,7 +73,7 @@ std::string NameOf(ArvGcNode *node)
     return Text(arv_gc_feature_node_get_name(ARV_GC_FEATURE_NODE(node)));
 }
 
-// What an old description without any "Streamable" has, and what belongs to the connection and not to the camera.
+// Features of the connection rather than the camera, in old descriptions without any "Streamable".
 bool BelongsToConnection(std::string const &name)
 {
     static constexpr char const *Names[] = {"TLParamsLocked", "GevCCP", "GevHeartbeatTimeout", "GevSCPHostPort",
@@ -84,8 +84,8 @@ bool BelongsToConnection(std::string const &name)
                        [&name](char const *beginning) { return name.rfind(beginning, 0) == 0; });
 }
 
-// From the lock over what is computed from it to what looks at that as its own lock, and no further: what is made of a
-// locked feature is not locked by it.
+// From the lock over what is computed from it to the features that use this as their lock, and no further: what is
+// computed from a locked feature is not locked by it.
 void SpreadTransportLock(FeatureGraph &graph, std::uint32_t lock)
 {
     std::vector<bool> seen(graph.nodes.size());
@@ -111,7 +111,7 @@ void SpreadTransportLock(FeatureGraph &graph, std::uint32_t lock)
     }
 }
 
-// Whatever is made of a node that changes by itself changes with it: the shortest time comes first, and stays.
+// Whatever is computed from a node that changes by itself changes with it: the shortest time comes first, and stays.
 void SpreadPollingTimes(FeatureGraph &graph)
 {
     std::vector<std::uint32_t> polled;
@@ -154,7 +154,7 @@ public:
         AddFeature(root);
         for (std::uint32_t i = 0; i < m_graph.features.size(); ++i) // grows while categories are looked at
             Describe(i);
-        // The nodes that features are made of come behind them.
+        // The nodes that features are made of come after them.
         m_graph.nodes.resize(m_graph.features.size());
         m_drawn.resize(m_nodes.size());
         for (std::uint32_t i = 0; i < m_graph.features.size(); ++i)
@@ -170,7 +170,7 @@ public:
     }
 
 private:
-    // What a node hands on to the features that are made of it.
+    // What a node passes on to the features that are made of it.
     struct Drawn
     {
         std::optional<FeatureRepresentation> representation;
@@ -250,7 +250,7 @@ private:
         m_graph.features[index].info = std::move(info);
     }
 
-    // Not by ArvGc's list of them, which is in no order that is promised.
+    // Not from ArvGc's list of them, whose order is not guaranteed.
     static void AddEntries(FeatureGraph::Feature &feature, FeatureInfo &info)
     {
         for (ArvDomNode *child = arv_dom_node_get_first_child(ARV_DOM_NODE(feature.node)); child;
@@ -340,7 +340,7 @@ private:
     void Finish(std::uint32_t index)
     {
         FeatureInfo &info = m_graph.features[index].info;
-        // What a feature does not say of itself is said by what its value comes from.
+        // What a feature does not declare itself is taken from what its value comes from.
         std::uint32_t id = index;
         std::optional<FeatureRepresentation> representation;
         for (int links = 0; links < 10; ++links) {

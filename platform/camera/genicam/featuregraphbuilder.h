@@ -3,6 +3,6 @@
 
 #include "featuregraph.h"
 
-// Touches no register. With the device's lock held; nothing of the description's is used after it but the nodes. Empty
-// where there is no root category.
+// Touches no register. With the device's lock held; of the description, only the nodes are used afterwards. Empty where
+// there is no root category.
 FeatureGraph BuildFeatureGraph(ArvGc *genicam);

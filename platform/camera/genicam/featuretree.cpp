@@ -9,7 +9,7 @@ using namespace TovCam;
 namespace {
 
 // All searches for dependents together. A camera with thousands of features needs less than a hundredth; in a
-// description made to be slow, the features that are asked for last tell only what they select.
+// description made to be slow, the features asked for last have only what they select as dependents.
 constexpr std::uint64_t MaxSteps = 20'000'000;
 
 } // namespace

@@ -1,4 +1,4 @@
-// The features that a camera's description has, as far as they never change: the tree, the texts, who depends on whom.
+// What never changes about the features of a camera's description: the tree, the texts, what depends on what.
 #pragma once
 
 #include "featuregraph.h"
@@ -9,7 +9,7 @@
 class FeatureTree
 {
 public:
-    // Touches no register. With the device's lock held; nothing of the description's is used after it but the nodes.
+    // Touches no register. With the device's lock held; of the description, only the nodes are used afterwards.
     explicit FeatureTree(ArvGc *genicam);
 
     // Any thread, without the device's lock.
@@ -28,8 +28,8 @@ private:
     FeatureGraph m_graph; // set by the constructor; the features get their dependents when they are asked for
 
     std::mutex m_mutex;                // guards the dependents, and the rest
-    std::vector<bool> m_hasDependents; // they have been looked for
-    std::vector<std::uint32_t> m_seen; // the last search that came by a node
+    std::vector<bool> m_hasDependents; // for those whose dependents have been looked for
+    std::vector<std::uint32_t> m_seen; // the last search that visited a node
     std::uint32_t m_search = 0;
     std::uint64_t m_steps = 0; // of all searches
 };

@@ -8,7 +8,7 @@
 // Of a GError from ArvGc or from register access; 0 for null.
 std::int32_t StatusFromError(GError const *error);
 
-// Where a call of Aravis puts its GError, which is freed with the slot. For one call: a GError is set once.
+// Where one call of Aravis puts its GError, which is freed with the slot.
 class ErrorSlot
 {
 public:

@@ -28,11 +28,11 @@ public:
         std::unique_lock<std::recursive_mutex> m_lock;
 
     public:
-        bool entered = false; // the lock is held, which a map that refuses everything does not wait for
+        bool entered = false; // the lock is held; a map that refuses everything does not wait for it
         std::int32_t status = TOV_CAM_ERR_NO_DEVICE;
     };
 
-    // The device is not referenced. Without a usable description GetStatus tells why, and no node is found.
+    // The device is not referenced. Without a usable description GetStatus says why, and no node is found.
     GenicamNodes(ArvDevice *device, std::recursive_mutex &access);
     ~GenicamNodes();
     GenicamNodes(GenicamNodes const &) = delete;
@@ -46,11 +46,11 @@ public:
     void Drop();
 
     // A node of that name and kind; null, and the reason in `status`, where there is none. A node that the camera
-    // declares as not implemented is as good as absent.
+    // declares as not implemented counts as absent.
     ArvGcFeatureNode *Find(Call const &call, char const *name, TovCam::FeatureKind kind, std::int32_t &status);
     // A node of the tree. GetTree gives one whenever this does.
     ArvGcFeatureNode *Find(Call const &call, std::uint32_t index, std::int32_t &status);
-    // Null where there is none and none can be made any more. Once it is made without any lock.
+    // Null where there is none and none can be made any more. Takes no lock once it is made.
     FeatureTree *GetTree();
 
 private:

@@ -7,7 +7,7 @@
 
 #include <optional>
 
-constexpr guint64 MaxRegister = 1u << 20; // bytes; a table of corrections has some ten thousand
+constexpr guint64 MaxRegister = 1u << 20; // bytes; a correction table has some ten thousand
 
 // A feature as a configuration file needs it.
 struct FeatureRole
@@ -18,7 +18,7 @@ struct FeatureRole
     bool writable = false; // but for the lock
 };
 
-// Nothing for what is no feature of its own, as a port.
+// Nothing for a node that is not a feature, such as a port.
 std::optional<TovCam::FeatureKind> KindOf(ArvGcNode *node);
 
 // 0 where the node can be read or written now, TOV_CAM_ERR_GENICAM_ACCESS where it cannot, or why that is not known.
@@ -27,7 +27,7 @@ std::int32_t CheckReadable(ArvGcFeatureNode *node);
 std::int32_t CheckWritable(ArvGcFeatureNode *node);
 // Likewise, where an entry of an enumeration can be chosen.
 std::int32_t CheckEntry(ArvGcFeatureNode *entry);
-// 0, or why the role is known up to there only.
+// 0, or why only a part of the role is known.
 std::int32_t ReadRole(ArvGcFeatureNode *node, FeatureRole *role);
 
 // Calls `look` with each property of a node and its type, in the description's order.

@@ -65,7 +65,7 @@ std::int32_t NodeFeatures::ReadFeature(std::uint32_t index, FeatureState *state)
         if (auto const refused = m_refused.find(index); refused != m_refused.end())
             state->refused = refused->second;
     }
-    // Whoever does not answer to one question would let the next ones wait as well.
+    // A camera that leaves one request unanswered would make the next ones wait as well.
     bool const answers = state->valueStatus == TOV_CAM_ERR_OK || state->valueStatus == TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
     if (status != TOV_CAM_ERR_OK || state->access < FeatureAccess::WriteOnly || !answers)
         return status;

@@ -18,7 +18,7 @@ public:
     std::int32_t ReadFeature(std::uint32_t index, TovCam::FeatureState *state);
     std::int32_t WriteFeature(std::uint32_t index, TovCam::FeatureValue const &value);
     std::int32_t IsCommandDone(std::uint32_t index, bool *done);
-    // What ReadFeature is to tell of a feature until it is written, in place of what it told before.
+    // What ReadFeature reports as refused for a feature until it is written; replaces the earlier report.
     void SetRefused(std::map<std::uint32_t, std::vector<TovCam::RefusedSetting>> refused);
 
 private:

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-// Written once for every kind of camera. Any thread: each call takes the device's lock, but for those that only tell of
-// the tree once it is made.
+// Written once for every kind of camera. Any thread: each call takes the device's lock, except those about the tree
+// once it is made.
 class NodeMap final : public TovCam::ParamArray
 {
 public:
@@ -22,7 +22,7 @@ public:
     std::int32_t GetStatus() const;
     // Set before the map is handed out; outlives it.
     void SetGate(AccessGate *gate);
-    // What Hold keeps: all that an access touches. Set before the map is handed out.
+    // What Hold keeps alive: everything that an access touches. Set before the map is handed out.
     void SetOwner(std::weak_ptr<void> owner);
     // From now on every call fails at once, even while another one is slow.
     void Refuse();
@@ -31,7 +31,7 @@ public:
     std::int32_t GetRole(std::uint32_t index, FeatureRole *role);
     // As ReadFeature, without the limits and the entries to choose from, which cost accesses of their own.
     std::int32_t ReadValue(std::uint32_t index, TovCam::FeatureState *state);
-    // What ReadFeature is to tell of a feature until it is written, in place of what it told before.
+    // What ReadFeature reports as refused for a feature until it is written; replaces the earlier report.
     void SetRefused(std::map<std::uint32_t, std::vector<TovCam::RefusedSetting>> refused);
 
     TovCam::EnumParam *GetEnum(char const *name, std::int32_t *error) override;

@@ -60,7 +60,7 @@ void ReadLimits(ArvGcFeatureNode *node, TovCam::FeatureKind kind, TovCam::Featur
         state.realMinimum = arv_gc_float_get_min(real, nullptr);
         state.realMaximum = arv_gc_float_get_max(real, nullptr);
         double const increment = arv_gc_float_get_inc(real, nullptr);
-        // ArvGc has the smallest number there is for none.
+        // ArvGc gives the smallest double for none.
         state.realIncrement = increment > std::numeric_limits<double>::min() ? increment : 0.0;
     } else if (kind == TovCam::FeatureKind::String) {
         state.length =

@@ -11,5 +11,6 @@ std::int32_t WriteEntry(ArvGcFeatureNode *node, char const *name); // an enumera
 std::int32_t WriteString(ArvGcFeatureNode *node, char const *value);
 std::int32_t WriteRegister(ArvGcFeatureNode *node, std::string const &bytes); // as long as the register
 std::int32_t ExecuteNode(ArvGcFeatureNode *node);
-// Of the kind that `info` has. An enumeration is written by its entry's name, or where that is empty by its number.
+// The value is of the kind in `info`. An enumeration is written by its entry's name or, where that is empty, by its
+// number.
 std::int32_t WriteValue(ArvGcFeatureNode *node, TovCam::FeatureInfo const &info, TovCam::FeatureValue const &value);

@@ -9,7 +9,7 @@
 // Settings that a camera did not take, by the index of their feature.
 using RefusedByFeature = std::vector<std::pair<std::uint32_t, TovCam::RefusedSetting>>;
 
-// Notes the selectors as they are when it is made. They are put back by PutBack, or at its end where one was moved.
+// Notes the selectors when it is made. PutBack puts them back, or the destructor where one was moved.
 class SelectorGuard
 {
 public:

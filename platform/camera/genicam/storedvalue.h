@@ -6,10 +6,10 @@
 #include <optional>
 #include <string>
 
-// What stands in the file without quoting: names of features, selectors and entries.
+// What the file holds without quoting: names of features, selectors and entries.
 bool IsPlainName(std::string const &text);
 
-// Nothing for a value that cannot stand in a file, as a number that is not finite or text that is not UTF-8.
+// Nothing for a value that a file cannot hold, such as a number that is not finite or text that is not UTF-8.
 std::optional<std::string> ToStoredText(TovCam::FeatureKind kind, TovCam::FeatureValue const &value);
 // Nothing for text that is not a value of the kind.
 std::optional<TovCam::FeatureValue> FromStoredText(TovCam::FeatureKind kind, std::string const &text);

@@ -27,7 +27,7 @@ bool IsValueLink(std::string_view tag)
 }
 
 // ArvGc takes memory of a register's length before it asks the camera, and ends the program where there is none. A
-// length that another node tells is allowed for tables and texts, whose readers ask for it first.
+// length that comes from another node is allowed for tables and texts, whose readers check it first.
 bool IsSaneLength(std::string const &parent, std::string_view tag, std::string const &text)
 {
     bool const isTable = parent == "Register" || parent == "StringReg";
@@ -66,7 +66,7 @@ public:
     {
     }
 
-    // To the end: whether it is well-formed, is a description, and nothing of it would take ArvGc too far.
+    // Reads to the end: whether it is well-formed, is a description, and has nothing that would take ArvGc too far.
     bool Check()
     {
         int status;

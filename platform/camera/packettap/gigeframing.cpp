@@ -54,7 +54,7 @@ GigEFraming::GigEFraming(int linkType, std::uint32_t camera) : m_linkType(linkTy
 bool GigEFraming::FindIp(CapturedFrame const &frame, std::size_t &at) const
 {
     constexpr std::size_t TagSize = 4, LoopbackHeader = 4;
-    std::size_t type; // where the protocol of what follows is told
+    std::size_t type; // where the protocol of what follows is named
     switch (m_linkType) {
     case DLT_EN10MB:
         type = offsetof(ethhdr, h_proto);
@@ -74,7 +74,7 @@ bool GigEFraming::FindIp(CapturedFrame const &frame, std::size_t &at) const
         at = SLL2_HDR_LEN;
         break;
     case DLT_NULL:
-        at = LoopbackHeader; // in the byte order of the host that captured it; the IP version is looked at anyway
+        at = LoopbackHeader; // in the byte order of the capturing host; the IP version is checked anyway
         return true;
     default:
         at = 0;
@@ -136,7 +136,7 @@ bool GigEFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
     }
     if (!from || packet.size < gvsp::HeaderSize)
         return false;
-    // With no word about the port, as in a capture that begins later, the first image tells it.
+    // Where the port is not known, as in a capture that begins later, the first image gives it away.
     if (!m_streamPort.IsKnown() && LooksLikeLeader({packet.bytes, packet.captured}))
         m_streamPort.Note(datagram.destinationPort);
     packet.channel = TovCam::EventStreamChannel;

@@ -1,8 +1,8 @@
 // GigE Vision: the UDP datagrams of one camera.
 //
 // Which ports of the host its stream and its events go to is in the camera's registers. Whoever reads or writes those
-// does it by control packets, so the framing follows the ports by listening, in the order of the packets, and a stored
-// capture tells them as a live one does.
+// does it by control packets, so the framing follows the ports by listening, in the order of the packets, in a stored
+// capture as in a live one.
 #pragma once
 
 #include "packetframing.h"

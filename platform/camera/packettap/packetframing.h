@@ -1,11 +1,12 @@
-// From captured frames to the packets of a camera's protocol. The bytes are anybody's: no length in them is trusted.
+// From captured frames to the packets of a camera's protocol. The bytes may come from anybody: no length in them is
+// trusted.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-// As a link gave it: `captured` bytes of the `length` it had on the wire.
+// As captured: `captured` bytes of the `length` it had on the wire.
 struct CapturedFrame
 {
     std::uint8_t const *bytes;
@@ -21,7 +22,7 @@ struct TapPacket
     std::size_t size;     // on the wire
 };
 
-// One camera and one capture; the thread that reads it.
+// For one camera and one capture. Used by the thread that reads it.
 class PacketFraming
 {
 public:
@@ -56,7 +57,7 @@ private:
     std::uint64_t m_cutShort = 0;
 };
 
-// Packets with zeros behind them, farther than any length field reaches that a decoder might trust.
+// Packets with zeros behind them, more of them than any length that a decoder might trust.
 class PacketBuffer
 {
 public:

@@ -20,9 +20,9 @@ public:
     using Sink = std::function<bool(TapPacket const &)>; // false: no more of them
 
     virtual ~PacketSource() = default;
-    // Hands on what has come, and waits at most `patience` where nothing has. False when nothing will come any more.
+    // Hands on what has come, waiting at most `patience` for it. False when nothing will come any more.
     virtual bool Read(Sink const &sink, std::chrono::milliseconds patience) = 0;
-    // Ends the present or the next wait. Any thread.
+    // Ends the current or the next wait. Any thread.
     virtual void Wake() = 0;
     // Packets that were not handed on since the source was opened, because the system had no room for them or captured
     // less of them than a line shows.

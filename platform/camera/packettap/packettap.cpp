@@ -9,7 +9,7 @@ using namespace std::chrono_literals;
 
 constexpr std::uint32_t Channels[] = {TovCam::EventControlChannel, TovCam::EventStreamChannel,
                                       TovCam::EventEventChannel};
-// The hub that this thread reads packets for; null on every thread that is not a tap's. Kept with the thread because a
+// The hub that this thread reads packets for; null on every thread that is not a tap's. Kept with the thread, because a
 // tap that ends has left all lists while its last callback still runs.
 thread_local EventHub const *t_hub = nullptr;
 
@@ -127,7 +127,7 @@ std::int32_t PacketTaps::Register(std::uint32_t id, TovCam::EventCallback callba
     if (started)
         *started = !m_tap;
     if (m_tap) {
-        m_tap->Wake(); // it may have left out what is wanted now
+        m_tap->Wake(); // it may have skipped what is wanted now
         return TOV_CAM_ERR_OK;
     }
     std::unique_ptr<PacketSource> source = m_opener(&status);

@@ -23,10 +23,10 @@ public:
     ~PacketTaps();
 
     static bool IsPacketChannel(std::uint32_t eventId);
-    // As EventHub. The first subscription opens the source, and its failure is the answer; `started` says so where it
-    // is not null.
+    // As EventHub. The first subscription opens the source and returns its failure; `started`, where not null, says
+    // whether it did.
     std::int32_t Register(std::uint32_t id, TovCam::EventCallback callback, void *user, bool *started = nullptr);
-    // As EventHub. The last one ends the thread, which is over on return unless it is the calling one.
+    // As EventHub. The last one ends the thread, which has ended on return unless it is the calling one.
     std::int32_t Unregister(std::uint32_t id, TovCam::EventCallback callback, void *user);
     // Whether the caller is in a callback of these channels.
     bool IsOnThread() const;

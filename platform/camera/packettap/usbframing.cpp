@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Of an endpoint's address: whether bytes come through it to the host.
+// Whether bytes come to the host through the endpoint of this address.
 bool IsIn(std::uint8_t endpoint)
 {
     return (endpoint & USB_ENDPOINT_DIR_MASK) == USB_DIR_IN;
@@ -114,8 +114,8 @@ bool UsbFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
         return false;
     pcap_usb_header header;
     std::memcpy(&header, frame.bytes, sizeof header);
-    // Bytes that leave the host are told when they are submitted, bytes that come when their transfer is complete. A
-    // transfer without bytes carries no packet: it was cancelled, or it ends a series of full ones.
+    // The monitor reports bytes that leave the host when they are submitted, and bytes that come when their transfer is
+    // complete. A transfer without bytes carries no packet: it was cancelled, or it ends a series of full ones.
     bool const in = IsIn(header.endpoint_number);
     if (header.transfer_type != URB_BULK || (header.endpoint_number & ~USB_ENDPOINT_DIR_MASK) == 0 ||
         header.event_type != (in ? URB_COMPLETE : URB_SUBMIT) || header.data_flag != '\0' || header.urb_len == 0 ||

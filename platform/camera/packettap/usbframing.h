@@ -1,4 +1,4 @@
-// USB3 Vision: the bulk transfers of one camera, as the kernel's USB monitor tells them.
+// USB3 Vision: the bulk transfers of one camera, as the kernel's USB monitor reports them.
 #pragma once
 
 #include "packetframing.h"
@@ -13,7 +13,7 @@ struct UsbEndpoints
 
 struct UsbCamera
 {
-    std::uint16_t bus = 0; // 0: the first camera that is heard, endpoints told by what comes through them
+    std::uint16_t bus = 0; // 0: the first camera that is heard, its endpoints recognised by what comes through them
     std::uint8_t address = 0;
     UsbEndpoints endpoints;
 };
@@ -42,6 +42,6 @@ private:
                     std::size_t size);
 
     bool const m_hasMappedHeader;
-    bool const m_listen; // for who the camera is
+    bool const m_listen; // to find out which camera it is
     UsbCamera m_camera;
 };

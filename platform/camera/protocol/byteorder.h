@@ -1,4 +1,5 @@
-// Numbers as bytes in either order, whatever the order of this host. The caller has checked that the bytes are there.
+// Numbers as bytes in either order, whatever the order of this host. The caller has checked that there are enough
+// bytes.
 #pragma once
 
 #include <cstddef>

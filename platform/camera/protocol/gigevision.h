@@ -2,7 +2,7 @@
 // are big-endian. Offsets count from the beginning of the part that they belong to; a byte that no name covers is
 // reserved and zero.
 //
-// What reads takes any bytes and checks their number. What writes is given a place that is large enough.
+// Functions that read take any bytes and check their number; functions that write get enough room.
 #pragma once
 
 #include "byteorder.h"
@@ -99,7 +99,7 @@ constexpr std::uint16_t CommandLead(std::uint8_t flags)
     return static_cast<std::uint16_t>(Key << 8 | flags);
 }
 
-// The id of the request behind the one with this id.
+// The id of the request after the one with this id.
 constexpr std::uint16_t NextRequestId(std::uint16_t id)
 {
     return id == 0xFFFF ? std::uint16_t{1} : static_cast<std::uint16_t>(id + 1);
@@ -298,10 +298,10 @@ struct Header
     }
 };
 
-// Block ids of a header that is not extended are followed by 1 when they have come to this.
+// The last block id of a header that is not extended; the next one is 1.
 constexpr std::uint16_t LastBlockId = 0xFFFF;
 
-// What such a header says of the block that has `count` when counting from 1 has no end.
+// The id in such a header of the `count`th block, counted from 1.
 constexpr std::uint16_t BlockId16(std::uint64_t count)
 {
     return static_cast<std::uint16_t>((count - 1) % LastBlockId + 1);

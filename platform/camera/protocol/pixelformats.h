@@ -1,5 +1,5 @@
-// Pixel formats as cameras name them: codes of the Pixel Format Naming Convention. Those that something here is born
-// with; the image library has a table of all.
+// Pixel formats as cameras name them: codes of the Pixel Format Naming Convention. Only those that are used by name
+// here; the image library has a table of all.
 #pragma once
 
 #include <cstdint>

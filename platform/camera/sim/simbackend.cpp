@@ -22,8 +22,8 @@ SimModel const s_models[] = {
      0, 1000000000, 1, 115.0},
 };
 
-// A description from a file, for trying out what a camera might say. One byte more than is allowed tells that it is
-// too large.
+// A description from a file, for trying out what a camera might say. Up to one byte more than is allowed, to show that
+// it is too large.
 std::string ReadDescription(char const *path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -42,7 +42,7 @@ public:
     {
         for (SimModel const &model : s_models)
             m_models.push_back(&model);
-        // TOV_SIM_CAMERA_XML names the description of one camera more.
+        // TOV_SIM_CAMERA_XML names the description of one more camera.
         if (char const *const path = std::getenv("TOV_SIM_CAMERA_XML"); path && *path) {
             m_foreignXml = ReadDescription(path);
             m_foreign = s_models[0];

@@ -9,7 +9,7 @@ namespace R = SimRegister;
 
 namespace {
 
-// Degrees Celsius of a place in the camera that has run for so long.
+// Degrees Celsius at a place in the camera after running for `seconds`.
 double Temperature(std::uint32_t place, double seconds)
 {
     double const rise = place == 0 ? 14.0 : 9.0;
@@ -22,7 +22,7 @@ bool Fail(GError **error, ArvDeviceError code, char const *text)
     return false;
 }
 
-// Settings begin here and end where what only tells begins; what lies between goes back at UserSetLoad.
+// The settings, which UserSetLoad resets: they end where the read-only information begins.
 constexpr std::uint32_t SettingsBegin = R::Width, SettingsEnd = R::FirmwareNumbers;
 
 constexpr std::uint32_t LongestLogged = 0x10000; // bytes of an access; no register is as long
@@ -95,7 +95,7 @@ void SimCamera::PowerUp()
     constexpr std::uint32_t Numbers[] = {0x130, 1, 0x2a7, 0, 0x12, 0x1f04, 0x16, 0x103, 0x110, 0x20};
     for (std::uint32_t i = 0; i < std::size(Numbers); ++i)
         SetInt(R::FirmwareNumbers + 8 * i, Numbers[i]);
-    SetInt(R::IPAddress, 0xC0000200u + m_model.sensorWidth % 250); // a net that is reserved for examples
+    SetInt(R::IPAddress, 0xC0000200u + m_model.sensorWidth % 250); // a network reserved for examples
     SetInt(R::MACAddress, 0x02005E100000u + m_model.sensorWidth, 8);
     SetInt(R::FamilyID, m_model.familyID);
     SetFloat(R::LinkSpeed, m_model.linkSpeed);
@@ -160,7 +160,7 @@ void SimCamera::Delay(std::uint64_t address, std::uint32_t size)
         std::this_thread::sleep_for(std::chrono::milliseconds(std::min<std::uint64_t>(delay, 10000)));
 }
 
-// Whether the feature named in a text register stands behind these bytes.
+// Whether these bytes belong to the feature named in a text register.
 bool SimCamera::IsFeatureAt(std::uint32_t nameRegister, std::uint64_t address, std::uint32_t size)
 {
     std::string const name = GetText(nameRegister);
@@ -224,7 +224,7 @@ std::int32_t SimCamera::GetFormat(SimFormat &format)
     return TOV_CAM_ERR_OK;
 }
 
-// Whatever was written, the region stays on the sensor. The node map's ranges say the same to those who ask.
+// Whatever was written, the region stays on the sensor. The node map's ranges agree.
 void SimCamera::FitFormat()
 {
     auto const fit = [this](std::uint32_t binning, std::uint32_t sensor, std::uint32_t size, std::uint32_t offset,

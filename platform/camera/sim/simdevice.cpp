@@ -131,7 +131,7 @@ public:
     void Release() override
     {
         DeviceInfoImpl *const info = m_info;
-        SystemHold const hold; // the information's owner stays until it has been told
+        SystemHold const hold; // keeps the information until it is updated
         DeviceBase::Release();
         // Each opening has a camera of its own, so the next one need not wait for a slow access of this one.
         info->access.store(TovCam::DeviceInfo::AccessFree);
@@ -170,7 +170,7 @@ private:
 
 TovCam::Device *OpenSimDevice(SimModel const &model, DeviceInfoImpl *info, std::int32_t *error)
 {
-    // One host at a time, as the transports have it.
+    // One host at a time, as with the real transports.
     TovCam::DeviceInfo::AccessStatus expected = TovCam::DeviceInfo::AccessFree;
     if (!info->access.compare_exchange_strong(expected, TovCam::DeviceInfo::AccessBusy)) {
         *error = TOV_CAM_ERR_INVALID_STATE;

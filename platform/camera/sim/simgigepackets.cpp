@@ -146,8 +146,7 @@ private:
     }
 
     std::array<std::uint8_t, gvsp::HeaderSize> m_payloadHeader{};
-    // The ids of the last requests on the control channel and the message channel, and of those that the receiver of
-    // the stream makes.
+    // The ids of the last requests: on the control channel, on the message channel, and by the stream's receiver.
     std::uint16_t m_request = 0, m_eventRequest = 0, m_resendRequest = 0;
 };
 

@@ -16,8 +16,8 @@ public:
     static constexpr std::uint8_t Requests = 3;      // for a packet, until it is given up
     static constexpr std::uint8_t LostForGood = 255; // more than any number of requests
 
-    // `tellsRequests`: the transport has requests for packets. One that has none repeats by itself, and no packet tells
-    // of it.
+    // `tellsRequests`: the transport has requests for packets. One without them repeats by itself, and no packet shows
+    // it.
     explicit SimLoss(bool tellsRequests);
     // Throws the dice for a frame: the `number`th of the acquisition, of `packets` payload packets, which needs `rate`
     // bytes a second of the link.

@@ -1,4 +1,4 @@
-// The simulated models, and what their parts tell each other about pictures, pace and faults.
+// The simulated models, and what their parts share about pictures, pace and faults.
 #pragma once
 
 #include "simregisters.h"
@@ -13,7 +13,7 @@ extern std::string_view const SimXml_vg2048m;
 extern std::string_view const SimXml_vu1920c;
 extern std::string_view const SimXml_vg1280c;
 
-// What a model is born with.
+// The fixed properties of a model.
 struct SimModel
 {
     char const *name;
@@ -21,7 +21,7 @@ struct SimModel
     char const *serial;
     char const *userID;
     std::string_view xml;
-    std::uint32_t kind; // TovCam::InterfaceKind; decides about the byte order and the packets too
+    std::uint32_t kind; // TovCam::InterfaceKind; also decides byte order and packets
     std::uint32_t sensorWidth, sensorHeight;
     bool colour;
     std::uint32_t pixelFormat; // the standard's code, at power-up

@@ -24,7 +24,7 @@ struct SimAccess
     std::size_t size;
 };
 
-// What a frame's packets tell about it.
+// What a frame's packets say about it.
 struct SimFrameFacts
 {
     SimFormat format;

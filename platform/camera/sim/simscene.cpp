@@ -247,7 +247,7 @@ void SimScene::Draw(std::uint64_t frame, double seconds, std::uint8_t *out) cons
         std::memcpy(out, s.pictures[0].data(), s.pictures[0].size());
         return;
     }
-    // A run of the generator says which picture each band of lines comes from. Bands are as long as a copy likes them.
+    // A run of the generator says which picture each band of lines comes from. Bands have a length that copies fast.
     std::uint32_t const band = std::max<std::uint32_t>(1, static_cast<std::uint32_t>(BandBytes / line));
     std::uint64_t bits = (frame + 1) * 0x9E3779B97F4A7C15u;
     for (std::uint32_t y = 0; y < s.format.height; y += band) {

@@ -1,4 +1,4 @@
-// Tells the subscribers of a simulated camera's packet channels what the camera and its host say to each other.
+// Gives the subscribers of a simulated camera's packet channels the packets that the camera and its host exchange.
 //
 // Used by one thread at a time. Every call calls subscribers back and may throw std::bad_alloc.
 #pragma once

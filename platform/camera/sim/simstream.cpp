@@ -10,7 +10,8 @@
 
 namespace {
 
-constexpr std::size_t LongestBacklog = 8192; // control packets that wait for a slow subscriber; later ones are missed
+constexpr std::size_t LongestBacklog =
+    8192; // control packets that wait for a slow subscriber; later ones count as missed
 constexpr std::uint16_t ExposureEndEvent = gvcp::DeviceSpecificEvents + 1, FrameStartEvent = ExposureEndEvent + 1;
 // Frames that are later than this move the schedule; others are made up for by a burst.
 constexpr auto MostLate = std::chrono::milliseconds(50);
@@ -314,7 +315,7 @@ void SimStream::Run()
     }
 }
 
-// Tells the subscribers what waits to be told. The lock is open meanwhile.
+// Calls the subscribers with what is pending. The lock is released meanwhile.
 void SimStream::EmitPending(std::unique_lock<std::mutex> &lock)
 {
     bool const lost = std::exchange(m_tellLost, false);
@@ -338,7 +339,7 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
         m_running.store(false, std::memory_order_relaxed);
     std::uint64_t const number = id - m_model.firstFrameID + 1;
     bool const missing = m_drawn.faults.missingEvery != 0 && number % m_drawn.faults.missingEvery == 0;
-    // What is due counts, not when the thread got to it: a sensor's clock does not wait for a host's scheduler.
+    // The due time counts, not when the thread got to it: a sensor's clock does not wait for a host's scheduler.
     auto const late = std::max<Clock::duration>(Clock::now() - due, Clock::duration::zero());
     std::uint64_t const ticks = GetTicks();
     auto const lateTicks = static_cast<std::uint64_t>(static_cast<double>(late.count()) * 1e-9 *
@@ -410,7 +411,7 @@ bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
     return m_loss.Blacken(buffer.image->imageData, buffer.payload, bytes);
 }
 
-// The frame as the packets that would have carried it.
+// Gives the subscribers the packets that would have carried the frame.
 void SimStream::TellFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp)
 {
     TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(buffer.format.pixelType);

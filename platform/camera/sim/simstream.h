@@ -2,7 +2,7 @@
 // hands it over. A frame that finds no buffer is lost, and its number with it.
 //
 // Two sides: the camera's (Begin, End, Apply, Trigger, Lose), called under the device's lock, and the host's, which is
-// TovCam::Stream. Everything that the camera tells by events is called back on the thread of this class.
+// TovCam::Stream. All events of the camera are called back on the thread of this class.
 #pragma once
 
 #include "devicebase.h"
@@ -61,7 +61,7 @@ private:
     void Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestamp);
     bool LosePackets(SimBuffer &buffer, std::uint64_t id);
     void TellFrame(SimBuffer const &buffer, std::uint64_t id, std::uint64_t timestamp);
-    // Packets that there is no memory for are missed, and end no thread. Without the lock.
+    // Packets for which there is no memory count as missed; the thread goes on. Without the lock.
     template<class Packets>
     void Tell(Packets const &packets)
     {
@@ -89,7 +89,7 @@ private:
     std::int64_t m_hostFrames = -1; // left to deliver, -1: endless
     bool m_quit = false, m_lost = false, m_tellLost = false;
     std::deque<SimPacket> m_control;
-    std::uint64_t m_missed = 0, m_toldMissed = 0; // control packets that found no place there
+    std::uint64_t m_missed = 0, m_toldMissed = 0; // control packets that found no room there
     SimFormat m_format;
     SimSettings m_settings;
     std::uint64_t m_change = 0;     // rises with m_format and m_settings

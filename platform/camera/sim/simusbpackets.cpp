@@ -53,7 +53,7 @@ public:
         StoreLittle32(trailer + Field::SizeY, facts.format.height);
         return packet;
     }
-    // Pixels go bare, in transfers of the largest size that hosts like.
+    // Pixels go without a header, in transfers of the largest size that hosts commonly use.
     std::span<std::uint8_t const> PayloadHeader(SimFrameFacts const &, std::uint32_t, bool) override
     {
         return {};

@@ -30,7 +30,7 @@ constexpr Colour ChartColours[24] = {
 constexpr Colour BarColours[8] = {{1, 1, 1}, {1, 1, 0}, {0, 1, 1}, {0, 1, 0},
                                   {1, 0, 1}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}};
 
-// Five by seven dots of each digit, a bit a dot, the leftmost highest.
+// Five by seven dots per digit, one bit per dot, the leftmost highest.
 constexpr std::uint8_t DigitDots[10][7] = {
     {0x0E, 0x11, 0x13, 0x15, 0x19, 0x11, 0x0E}, {0x04, 0x0C, 0x04, 0x04, 0x04, 0x04, 0x0E},
     {0x0E, 0x11, 0x01, 0x06, 0x08, 0x10, 0x1F}, {0x1F, 0x02, 0x04, 0x06, 0x01, 0x11, 0x0E},
