@@ -37,7 +37,7 @@ bool IsNarrow(QString const &text)
 
 } // namespace
 
-// The system's own mapping: the heap would keep what is freed below its top.
+// Mapped from the system: the heap would keep what is freed below its top.
 LineStore::Block::Block(std::size_t minimum, std::size_t row)
     : size(std::max(minimum, BlockSize)),
       firstRow(row),

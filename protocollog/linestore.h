@@ -1,6 +1,6 @@
-// Lines of a log, many millions of them: packed one behind the other in large blocks, about 20 bytes a line besides its
-// text, and text of 8-bit characters takes one byte a character. Blocks come from the system and go back to it.
-// Written lines never change.
+// Lines of a log, many millions of them: packed one after the other in large blocks, about 20 bytes per line besides
+// its text, whose characters take one byte each where 8 bits do. Blocks come from the system and go back to it. Written
+// lines never change.
 //
 // Thread-safety: none of its own, with one exception: a copy is cheap, shares the lines written so far, and may be read
 // while the original is appended to.

@@ -1,6 +1,6 @@
-// The local time of day, for tens of thousands of lines a second. The C library looks at the zone's file for
-// each time that it is asked, where no TZ is set; here that happens once a minute. Zones change their offset on whole
-// minutes, so every time is right, and a zone that the operator changes is followed within a minute.
+// The local time of day, for tens of thousands of lines a second. Where TZ is not set, the C library looks at the
+// zone's file at each call; here that happens once a minute. Zones change their offset on whole minutes, so every time
+// is right, and a zone that the operator changes is followed within a minute.
 //
 // Thread-safety: any thread.
 #pragma once

@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto Patience = 150ms;    // what is written by then needs no progress
+constexpr auto Patience = 150ms;    // a log written by then needs no progress display
 constexpr auto LastMoment = 1500ms; // of writes at the end of the program
 constexpr auto LookPeriod = 200ms;
 

@@ -1,6 +1,6 @@
-// Logs on their way into files, each on a thread of its own, and what the operator is told about the log: how far they
-// are, how they ended, and what a session has to say. A write goes on when its session ends; one that still runs at the
-// end of the program has a moment left.
+// Logs on their way into files, each on a thread of its own, and what the operator is told about them: how far they
+// are, how they ended, and what a session reports about its log. A write goes on when its session ends; at the end of
+// the program it has a moment left.
 //
 // GUI thread only.
 #pragma once
@@ -25,7 +25,7 @@ class LogFiles : public QObject
 {
     Q_OBJECT
 public:
-    // The one of the application, with which it goes.
+    // The application's only one, which is deleted with it.
     static LogFiles &Instance();
     ~LogFiles() override;
 
@@ -36,12 +36,12 @@ public:
     bool IsSaving(QObject const *owner) const;
     // Ends a save and removes its file. False where there was none.
     bool CancelSave(QObject const *owner);
-    // Writes the lines of a session that ends into a new file in the folder for temporary files, and tells its name.
+    // Writes the lines of a session that ends into a new file in the folder for temporary files, and reports its name.
     void Keep(LineStore lines);
 
-    // What a session's log is like; stays until it says something else. Empty for nothing.
+    // The state of a session's log, shown until the next call. Empty for nothing.
     void SetState(NoticeLevel level, QString const &text);
-    // Drops what was told of a write that has ended.
+    // Drops the notice of a write that has ended.
     void ForgetResult();
 
 private:

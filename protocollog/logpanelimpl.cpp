@@ -16,7 +16,7 @@
 namespace {
 
 constexpr int Period = 1000;   // milliseconds
-constexpr int TipTime = 20000; // milliseconds; there is a line to copy
+constexpr int TipTime = 20000; // milliseconds; long enough to copy a command from it
 
 // Makes the kernel's USB monitor readable.
 QString const LoadMonitor =
@@ -41,8 +41,8 @@ QString NoAdapterText(bool usb, QString const &place)
         return LogPanelImpl::tr("The packets of this camera cannot be captured: the system does not list it among its "
                                 "USB devices.");
     if (usb)
-        return LogPanelImpl::tr("The packets of this camera cannot be captured: the kernel's USB monitor, %1, is not "
-                                "there.\nThis command loads it until the next start of the system:")
+        return LogPanelImpl::tr("The packets of this camera cannot be captured: the kernel's USB monitor, %1, does not "
+                                "exist.\nThis command loads it until the next start of the system:")
                    .arg(place) +
                u'\n' + LoadMonitor;
     if (place.isEmpty())
@@ -50,8 +50,8 @@ QString NoAdapterText(bool usb, QString const &place)
             "The packets of this camera cannot be captured: no network adapter of this computer leads "
             "to its address.");
     return LogPanelImpl::tr(
-               "The packets of this camera cannot be captured: the network adapter %1 is not there, is down, "
-               "or is of a kind that cannot be read.")
+               "The packets of this camera cannot be captured: the network adapter %1 does not exist, is down, "
+               "or cannot be captured from.")
         .arg(place);
 }
 
@@ -64,7 +64,7 @@ QString RefusalText(TovCam::Device *device)
     bool const usb = device->GetDeviceInfo()->GetInterface()->GetInterfaceKind() == TovCam::InterfaceKindUSB3Vision;
     QString text;
     switch (failure.refusal) {
-    case CaptureRefusal::None: // a library that does not tell
+    case CaptureRefusal::None: // a library that does not say
     case CaptureRefusal::NoRight:
         text = NoRightText(usb);
         break;

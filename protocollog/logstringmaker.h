@@ -1,7 +1,7 @@
 // One line of text for each packet of a camera's protocol. Packets are given as they came off the transport, from the
-// protocol's first byte on, and any bytes give a line: what lies past the packet reads as zero.
-// Lines have no line end; an unknown packet gives a line that says so, or a shorter one. Saved logs are searched by
-// their texts, so the texts stay, odd ones included; comments mark those.
+// protocol's first byte on, and any bytes give a line: what lies past the packet reads as zero. Lines have no line end;
+// an unknown packet gives a line that says so, or a shorter one. Saved logs are searched for these texts, so odd ones
+// stay too; comments mark them.
 //
 // Thread-safety: control and event packets on any threads at once; stream packets in their order on one thread at a
 // time. Different makers share nothing that changes.

@@ -106,7 +106,7 @@ void AddEventData(PacketLine &line, BigEndianReader const &packet, std::uint16_t
         line.Fields(packet, ExtendedEventRecord, HeaderSize);
     else
         line.Fields(packet, EventRecord, HeaderSize);
-    // The count of data bytes is one of 16 bits and wraps as such.
+    // The count of data bytes has 16 bits and wraps.
     line.BlankThenBytes(packet, HeaderSize + event, static_cast<std::uint16_t>(length - event), limit);
 }
 
@@ -123,15 +123,15 @@ QString LogStringMakerGEV::MakeControlLogString(void const *data, unsigned long 
     PacketLine line;
     line.Text(NameOf(code)).Text(code % 2 == 0 ? ", req_id=" : ", ack_id=").Hex(packet.U16(IdAt), 4);
 
-    // Odd: the header is taken off a length that is without it already, so lists end two addresses, or one pair, early.
-    // A length below the header's wraps and leaves the length itself.
+    // Odd: the header is subtracted from a length that does not include it, so lists end two addresses, or one pair,
+    // early. A length below the header's wraps and leaves the length itself.
     std::uint64_t const body =
         std::min<std::uint64_t>(std::min<std::uint64_t>(packet.Size(), length) - HeaderSize, length);
 
     switch (code) {
     case PacketResend:
         if (extended)
-            line.Fields(packet, ExtendedResendBody).Text("%5"); // odd: a place that nothing fills
+            line.Fields(packet, ExtendedResendBody).Text("%5"); // odd: a placeholder that nothing fills
         else
             line.Fields(packet, ResendBody);
         break;

@@ -82,7 +82,7 @@ QString LogStringMakerGEV::MakeStreamLogString(void const *data, unsigned long s
         at += image ? TrailerSize : OtherSectionSize;
     }
     if (format == Payload || format == AllInOne) {
-        // In a packet shorter than its sections the count wraps, and the limit ends the line.
+        // In a packet shorter than its sections the count wraps, and the limit on shown bytes ends the line.
         line.Text(", data=").BlankThenBytes(packet, at, packet.Size() - at, m_maxStreamData);
     }
     return line.ToString();

@@ -37,7 +37,7 @@ constexpr PacketField OtherLeaderLine[] = {
 constexpr PacketField TrailerLine[] = {{"STR_TR, id=", 8, 8, 16}, {", status=", 16, 2, 4}, {", val_pld_sz=", 20, 8, 4}};
 constexpr PacketField ImageTrailerLine[] = {{", sz_y=", 28, 4, 8}};
 
-// Filled by QString like any other format: where a foreign prefix contains a "%1" of its own, that is filled as well.
+// Filled in by QString: where the unknown prefix contains a "%1" itself, that is replaced as well.
 QString MakeUnknownLine(LittleEndianReader const &packet)
 {
     char prefix[5] = {};
@@ -67,7 +67,7 @@ QString LogStringMakerU3V::MakeControlLogString(void const *data, unsigned long 
         line.BytesThenBlank(packet, BodyAt, length, m_maxControlData);
         break;
     case WriteCommand:
-        // A length too short for the address wraps; the limit ends the line then.
+        // A length too short for the address wraps; the limit on shown bytes ends the line then.
         line.Fields(packet, WriteCommandLine).Text(", data=");
         line.BytesThenBlank(packet, BodyAt + 8, length - 8, m_maxControlData);
         break;
@@ -87,8 +87,8 @@ QString LogStringMakerU3V::MakeEventLogString(void const *data, unsigned long si
 {
     LittleEndianReader const packet(data, size);
     PacketLine line;
-    // The data begins behind the event's head, the count is that of the whole body: the last bytes shown of a short
-    // event lie past its end.
+    // The data begins after the event's head, but the count is the whole body's: the last bytes shown of a short event
+    // are past its end.
     line.Fields(packet, EventLine).Text(", data=");
     line.BytesThenBlank(packet, BodyAt + 12, packet.U16(LengthAt), m_maxEventData);
     return line.ToString();

@@ -1,7 +1,7 @@
 // Watches over the log of one session: stamps its lines, counts what is missing from it, ends it before the memory runs
 // short, and keeps unsaved lines when the camera goes.
 //
-// Threads: the GUI thread, but for what says otherwise.
+// Threads: the GUI thread unless noted.
 #pragma once
 
 #include "localclock.h"
@@ -22,7 +22,7 @@ class LogWatch : public QObject
 {
     Q_OBJECT
 public:
-    static constexpr double LeastMemory = 0.1; // the share of it that must be left for more lines
+    static constexpr double LeastMemory = 0.1; // the share of memory that must be left for more lines
 
     // The model outlives it.
     LogWatch(QtTovLogModel *model, QMainWindow *window);
@@ -32,21 +32,21 @@ public:
     // lines may be made; the packet counts as missing then.
     bool Stamp(qlonglong &time);
     void NoteNoMemory(); // in the middle of a line
-    // Packets that no line could be made of since the camera was opened.
+    // Packets since the camera was opened of which no line could be made.
     void NoteMissed(std::uint64_t total);
 
     // Whether any channel is on.
     void SetLogging(bool on);
-    // Asks for a file and writes the lines into it; while it does, asks for nothing and cancels.
+    // Asks for a file and writes the lines into it; during a save, cancels it instead.
     void Save();
     bool IsSaving() const;
-    // Unsaved lines are put into a file, unless the window is closed or was told to go.
+    // Unsaved lines are put into a file, unless the window is closed or LeaveLines was called.
     void KeepLines();
-    // Nobody will want them any more.
+    // Nobody wants the lines any more.
     void LeaveLines();
-    // The packets that are missing from the lines there are.
+    // The packets that are missing from the present lines.
     std::uint64_t Missing() const;
-    // What there is to know, in a few words.
+    // What is worth knowing about the log, in a few words.
     QString Report() const;
 
 signals:
@@ -60,11 +60,11 @@ private:
     QtTovLogModel *const m_model;
     QPointer<QMainWindow> const m_window;
     LocalClock m_clock; // any thread
-    // Any thread; nothing else goes by their order.
-    std::atomic<std::int64_t> m_memorySecond{0}; // of the last look at it
+    // Any thread, relaxed: nothing depends on their order.
+    std::atomic<std::int64_t> m_memorySecond{0}; // when memory was last checked
     std::atomic<std::uint32_t> m_lines{0};
     std::atomic<bool> m_short{false};
-    std::atomic<bool> m_failed{false}; // there was none for a line
+    std::atomic<bool> m_failed{false}; // there was no memory for a line
     std::atomic<std::uint64_t> m_missed{0}, m_refused{0};
     // The GUI thread's.
     QTimer m_timer; // while logging

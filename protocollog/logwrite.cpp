@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int Portion = 1 << 20; // bytes between two looks at whether to go on
+constexpr int Portion = 1 << 20; // bytes between two checks whether to go on
 
 // Lines as text. Not through QTime and QTextStream, which take ten times as long.
 class LineText
@@ -113,7 +113,7 @@ LineStore LogWrite::TakeLines()
     return std::move(m_lines);
 }
 
-// False when it was ended.
+// False when it was stopped.
 bool LogWrite::WriteAll()
 {
     LineText text(m_lines);
@@ -146,7 +146,7 @@ void LogWrite::Run()
         state = failed ? State::Failed : all ? State::Written : State::Cancelled;
         error = m_file->errorString();
     } catch (std::bad_alloc const &) {
-        error = QString(); // what it says would take memory
+        error = QString(); // a text would take memory
     }
     m_file->close();
     if (state == State::Cancelled && m_remove.load(std::memory_order_relaxed))

@@ -30,7 +30,7 @@ public:
     {
         return {m_bytes.data(), m_size};
     }
-    // The number behind the word that begins a line; behind the file's begin without one. None for "max".
+    // The number after the word that begins a line; without a word, at the file's beginning. None for "max".
     std::optional<double> Number(std::string_view word = {}) const
     {
         std::string_view const text = Text();
@@ -77,7 +77,7 @@ double LeftToGroup(std::string const &folder, char const *limitName, char const 
     return Share(*limit - *used + cached, *limit);
 }
 
-// Every group has the limits of those above it as well.
+// Every group is under the limits of those above it as well.
 double LeftToGroups(std::string const &root)
 {
     double least = 1.0;

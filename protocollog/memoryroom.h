@@ -4,7 +4,7 @@
 
 #include <string>
 
-// The share that is left, 0 to 1, of what is shortest. What the system can give back at once, such as cached files,
-// counts as left. 1 where nothing is known. Reads a few small files below `root`, which is "" but for tests: 0.1 to
-// 0.2 ms.
+// The share that is left, 0 to 1, of whichever is shortest. What the system can free at once, such as cached files,
+// counts as left. 1 where nothing is known. Reads a few small files below `root`, which is "" but for tests: 0.1 to 0.2
+// ms.
 double MemoryLeft(std::string const &root = {});

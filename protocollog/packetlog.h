@@ -16,7 +16,7 @@ class LogStringMaker;
 class QMainWindow;
 class QtTovLogModel;
 
-// What tells a log's channels apart.
+// What distinguishes a log's channels.
 struct LogChannelInfo
 {
     std::uint32_t event; // of the camera library: it brings the channel's packets
@@ -32,17 +32,17 @@ public:
     static LogChannelInfo const Channels[3];
     static LogChannelInfo const *FindChannel(std::uint32_t event); // null for any other event
 
-    // `interfaceKind` is that of the camera: packets of one whose protocol has no decoder get no line. The model
-    // outlives the log.
+    // `interfaceKind` is that of the camera: packets of a protocol without a decoder get no line. The model outlives
+    // the log.
     PacketLog(std::uint32_t interfaceKind, QtTovLogModel *model, QMainWindow *window);
     ~PacketLog();
 
-    // Appends a packet's line, if it gets one. No exception leaves it; a line that there is no memory for is counted.
+    // Appends a packet's line, if it gets one. No exception leaves it; a line for which there is no memory is counted.
     void Write(std::uint32_t event, void const *data, unsigned long size);
     // Empty for a packet without a line.
     QString MakeLine(std::uint32_t event, void const *data, unsigned long size);
 
-    LogWatch &Watch(); // which cares for the lines
+    LogWatch &Watch(); // which looks after the lines
 
 private:
     QtTovLogModel *const m_model;

@@ -1,4 +1,4 @@
-// Numbers from a packet that nobody has checked. What lies past its end reads as zero.
+// Numbers from an unchecked packet. What lies past its end reads as zero.
 #pragma once
 
 #include <algorithm>

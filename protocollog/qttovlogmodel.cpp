@@ -35,8 +35,8 @@ public:
     QtTovLogModel *const q;
     std::mutex mutex;        // alone, for the copy of a line
     LineStore lines;         // mutex; every line, those past `visible` are pending
-    bool timerAsked = false; // mutex; its run is under way
-    bool cleared = false;    // mutex; by another thread, and views have not heard of it
+    bool timerAsked = false; // mutex; the timer's start is under way
+    bool cleared = false;    // mutex; by another thread; views do not know yet
     LineStore visible;       // the rows, which share the lines' memory; the model's thread
     QTimer timer;            // the model's thread
 };
@@ -96,7 +96,7 @@ void QtTovLogModel::_q_delayedAppendData()
 
 void QtTovLogModel::clear()
 {
-    LineStore dropped; // goes after the lock
+    LineStore dropped; // destroyed after the lock
     bool const isOwnThread = QThread::currentThread() == thread();
     if (isOwnThread)
         beginResetModel();

@@ -38,7 +38,7 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
 
 public Q_SLOTS:
-    // `time` in milliseconds since the start of the day. Throws std::bad_alloc, with everything as it was.
+    // `time` in milliseconds since the start of the day. Throws std::bad_alloc, having changed nothing.
     void append(qlonglong time, QString channel, QString message);
     // Drops every line, also those that are not rows yet. From another thread the rows, and the memory, go when the
     // model's thread gets to it.

@@ -75,7 +75,7 @@ QtTovLogViewer::QtTovLogViewer(QWidget *parent) : QTableView(parent), d(std::mak
     setVerticalHeader(new RowHeader(this));
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::SingleSelection);
-    setWordWrap(false); // or a long line ends after the last word that fits, far from the edge
+    setWordWrap(false); // or a long line would end after the last word that fits, far from the edge
     horizontalHeader()->setStretchLastSection(true);
     horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
@@ -91,7 +91,7 @@ void QtTovLogViewer::setModel(QAbstractItemModel *newModel)
     QTableView::setModel(newModel);
     if (!newModel)
         return;
-    d->SizeSections(); // there is no section to size before there is a model
+    d->SizeSections(); // there are no sections before there is a model
     connect(newModel, &QAbstractItemModel::rowsInserted, this, &QtTovLogViewer::_q_rowsInserted);
 }
 

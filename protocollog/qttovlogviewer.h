@@ -35,7 +35,7 @@ public:
 
     void setModel(QAbstractItemModel *model) override;
     AutoScrollMode autoScrollMode() const;
-    // Does nothing: looking through millions of rows for what was typed would hold the window up.
+    // Does nothing: searching millions of rows for what was typed would freeze the window.
     void keyboardSearch(QString const &search) override;
 
 public Q_SLOTS:
