@@ -21,11 +21,11 @@ constexpr int Period = 1000; // milliseconds
 constexpr unsigned int FolderSize = 32000;
 constexpr double UnknownFps = 11.1;
 constexpr double LeastFps = 0.1;
-QString const WidestCount = QStringLiteral("00000000"); // what a counter has room for
+QString const WidestCount = QStringLiteral("00000000"); // the widest that a counter has room for
 
 constexpr QRgb Failing = qRgb(255, 190, 185);
 constexpr QRgb NotWhole = qRgb(255, 232, 160);
-char const PlainTip[] = "plainTip"; // property of a widget: its tooltip while there is nothing else to tell
+char const PlainTip[] = "plainTip"; // property of a widget: its tooltip while there is nothing to add
 
 // Adds to the widget's tooltip, and gives its field a colour, or neither.
 void Mark(QWidget *widget, QString const &text, QRgb colour)
@@ -119,8 +119,7 @@ void CapturePanelImpl::TakeComponents(Session *session)
     m_grabber = session->GetGrabber();
 }
 
-// The writer can do more; this list is where further formats are offered. A stored format that is not offered gives way
-// to the first one.
+// The writer knows more formats than this list offers. A stored format that is not offered gives way to the first one.
 void CapturePanelImpl::FillFormats()
 {
     cbFileFormat->addItem(tr("RAW File"), qlonglong{ImageWriter::FormatRaw});
@@ -131,7 +130,7 @@ void CapturePanelImpl::FillFormats()
     FileFormatChanged(index);
 }
 
-// The serializer is only asked how long its list is: whatever stands in it, this one compressor is offered.
+// The serializer is asked only for the length of its list: whatever is in it, this one compressor is offered.
 void CapturePanelImpl::FillCompressors()
 {
     if (m_serializer) {
@@ -308,7 +307,7 @@ void CapturePanelImpl::FolderSelect()
     QPointer<CapturePanelImpl> const alive(this); // the camera may be lost while the dialog is open
     QFileDialog dialog(m_mainWindow, tr("Folder for recordings"), folder);
     QT_WARNING_PUSH
-    QT_WARNING_DISABLE_DEPRECATED // it comes down to Directory with the option below
+    QT_WARNING_DISABLE_DEPRECATED // with the option below it works like Directory
         dialog.setFileMode(QFileDialog::DirectoryOnly);
     QT_WARNING_POP
     dialog.setOption(QFileDialog::ShowDirsOnly);

@@ -57,8 +57,8 @@ private:
     void FillCompressors();
     void BuildNameMenu();
     void SetUpForm();
-    void ShowRecording(); // marks what is not whole by colours and tooltips
-    // Runs an action of the host, and then shows the buttons as they have to be.
+    void ShowRecording(); // marks losses by colours and tooltips
+    // Runs an action of the host, and then updates the buttons.
     void Ask(void (PanelHost::*action)());
     QSize SizeSideBySide() const; // that the groups need
 

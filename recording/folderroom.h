@@ -5,6 +5,6 @@
 
 #include <cstdint>
 
-// Bytes that are left for a file of that path, whose folders need not exist yet; -1 where the system does not tell. The
-// folder may be on a server that takes its time. Any thread.
+// Bytes that are left for a file of that path, whose folders need not exist yet; -1 where the system does not say. The
+// folder may be on a slow server. Any thread.
 std::int64_t BytesLeftFor(QString const &path);

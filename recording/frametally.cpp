@@ -42,9 +42,9 @@ void FrameTally::Settle(std::int64_t readable)
 std::int64_t FrameTally::Close(std::int64_t readable)
 {
     bool const known = readable >= 0;
-    // Where it was known until now, and is not any more, what was known counts.
+    // Where the number was known before and is not any more, the last known one counts.
     Settle(known ? readable : m_readableKnown ? m_saved : m_written);
-    // A file may have lost what it had, when it was removed, and may hold what was refused with an error.
+    // A removed file has lost its frames, and a file may hold frames that were refused with an error.
     std::int64_t const tried = m_written + m_failed;
     if (known)
         m_saved = std::min(readable, tried);

@@ -16,7 +16,7 @@ public:
     void AddUnwanted();
     void AddFailed();
     // The serializer has taken a frame, and `readable` frames are in its file by now: -1 where it does not know, which
-    // stands for all.
+    // counts as all.
     void AddWritten(bool incomplete, std::int64_t readable);
     // The file is closed. What was taken and is not in it has failed. Returns how many failed that were not known to
     // have failed before; negative if frames that were refused with an error have got into the file all the same.
@@ -49,7 +49,8 @@ private:
     std::int64_t m_written = 0;
     std::int64_t m_saved = 0;
     std::atomic<std::int64_t> m_savedIncomplete{0};
-    std::deque<bool> m_underWay; // written and not known to be in the file, a second's worth: is it incomplete?
+    std::deque<bool> m_underWay; // for each frame written but not known to be in the file, a second's worth: whether it
+                                 // is incomplete
     std::int64_t m_unwanted = 0;
     std::int64_t m_failed = 0;
     bool m_readableKnown = false; // when the last frame was written

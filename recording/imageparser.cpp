@@ -85,7 +85,7 @@ std::string ImageParser::parse(char const *format, _TovImage *image, bool valida
     if (!format || !*format)
         return {};
     std::string text(format);
-    // One reading of the clock, so that all commands of a name tell the same instant.
+    // One reading of the clock, so that all commands of a name give the same instant.
     using namespace std::chrono;
     std::int64_t const now = duration_cast<nanoseconds>(system_clock::now().time_since_epoch()).count();
     m_clockMs = now / 1'000'000;
@@ -154,7 +154,7 @@ std::string ImageParser::get(char const *command, char const *defaultValue)
     int const index = CommandIndex(tokens[0]);
     if (index < 0)
         return fallback;
-    // What stands behind a second colon is dropped.
+    // Everything after a second colon is dropped.
     std::string const format = tokens.size() > 1 ? tokens[1] : std::string();
     switch (index) {
     case CmdBr:
@@ -204,7 +204,7 @@ std::string ImageParser::formatTime(char const *format)
             value /= 10;
         char fraction[16];
         std::snprintf(fraction, sizeof fraction, "%0*d", static_cast<int>(count), value);
-        // Behind the token as many characters go as stand before it: "%H%f%S" loses its "%S".
+        // As many characters after the token are removed as there are before it: "%H%f%S" loses its "%S".
         text.replace(position, count + position + 1, fraction);
     }
     std::time_t const seconds = m_clockS;

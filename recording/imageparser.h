@@ -25,7 +25,7 @@ public:
     static char const *const cmdBeg;
     static char const *const cmdEnd;
     static char const *const cmdSep;
-    static char const *const chrRep;     // in the place of characters that a file name cannot have
+    static char const *const chrRep;     // in place of characters that a file name cannot have
     static char const *const FORMATTING; // what may follow a % in a format of time or date
     static char const *const COMMANDS[]; // null-terminated
 
@@ -34,8 +34,8 @@ public:
     virtual ~ImageParser() = default;
 
     // Null and the empty template give the empty string. `image` may be null. With `validate` formats of time and date
-    // are repaired first. What a command gives is expanded as well. A command right behind one that gave nothing stays
-    // as it stands.
+    // are repaired first. What a command gives is expanded as well. A command directly after one that expanded to
+    // nothing is left unexpanded.
     virtual std::string parse(char const *format, _TovImage *image, bool validate);
     // Repairs `format` in place; true when there was nothing to repair. Throws std::out_of_range, with the repairs done
     // so far, for a % at the end of the text that a format of time or date would reach. `replaceForbidden` is for
@@ -60,10 +60,10 @@ private:
 class ImageParserUtils
 {
 public:
-    // Replaces each character of `chars` by the whole replacement (null: ImageParser::chrRep), in place, and gives the
-    // result. A replacement that holds a character of `chars` itself leaves the text as it is.
+    // Replaces each character of `chars` by the whole replacement (null: ImageParser::chrRep), in place, and returns
+    // the result. A replacement that holds a character of `chars` itself leaves the text as it is.
     static std::string replaceChars(std::string &text, char const *replacement, char const *chars);
-    // Appends the commands of `text`, without their braces, and gives how many they are. It sees the first command
-    // alone, and none at the very beginning of the text.
+    // Appends the commands of `text`, without their braces, and returns their number. It sees the first command alone,
+    // and none at the very beginning of the text.
     static int buildCommandsList(std::string const &text, std::vector<std::string> &list);
 };

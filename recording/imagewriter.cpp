@@ -170,7 +170,7 @@ bool ImageWriter::StopWriting()
         if (m_writing)
             SettleAtStop(status);
     } catch (...) {
-        failure = std::current_exception(); // for the session to tell, once the rest is done
+        failure = std::current_exception(); // for the session to report, once the rest is done
         if (m_writing)
             SettleAtStop(TOV_SERIALIZER_ERR_MEMORY);
     }
@@ -200,7 +200,7 @@ RecordingReport &ImageWriter::GetReport()
     return m_report;
 }
 
-// What can be told while the recording thread works: it keeps the rest for itself.
+// What is known while the recording thread works; the rest is that thread's own.
 RecordingLedger ImageWriter::SoFar()
 {
     GrabbingFifo::Accounts const &before = m_startAccounts;

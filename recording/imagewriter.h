@@ -6,10 +6,10 @@
 // those that the rule does not want; when it is slower than the camera, the FIFO drops the newest frames and counts
 // them.
 //
-// Threads: StartWriting and StopWriting on the GUI thread; Work and everything under it on the own thread; parameters
-// from any thread, through the storage. The signals are emitted on the own thread. Every failure winds the
-// recording up through WritingDone, except that a single file that cannot be written costs its frame alone. What failed
-// and why goes to the operator through a RecordingReport.
+// Threads: StartWriting and StopWriting on the GUI thread; Work and everything under it on its own thread; parameters
+// from any thread, through the storage. The signals are emitted on its own thread. Every failure winds the recording up
+// through WritingDone, except that a single file that cannot be written costs its frame alone. What failed and why goes
+// to the operator through a RecordingReport.
 #pragma once
 
 #include "capturerules.h"
@@ -70,11 +70,11 @@ public:
     RecordingReport &GetReport();
 
     TovComponent *GetSerializer(); // the serializer's parameters; null when there is none
-    // The one of format 7 has a dot of its own.
+    // That of format 7 begins with a dot.
     char const *GetFileExtension() const;
     // What frames of that type are converted to before they are written, or the type itself; 0 when none is asked for.
     std::uint32_t GetOutputPixType(std::uint32_t type, FileFormat format) const;
-    // Own thread, or any while that sleeps.
+    // The writer's own thread, or any while that sleeps.
     void SetCurrFileName(_TovImage *image);
     QString const &GetCurrFileName() const;
 
@@ -140,7 +140,7 @@ private:
     RecordingLedger m_ledger;
     RecordingReport m_report;
 
-    // Set while the own thread sleeps, or by it.
+    // Set by the writer's own thread, or while it sleeps.
     GrabbingFifo *m_fifo;
     QString m_currFileName;
     bool m_firstFrame = false;
@@ -162,7 +162,7 @@ private:
     std::chrono::steady_clock::time_point m_roomAsked;
     bool m_evaluated = false;
     QByteArray m_pictures;    // the default of "FilePath"
-    std::vector<char> m_text; // what GetText reads into
+    std::vector<char> m_text; // the buffer of GetText
 
     // Bound; scalars by relaxed atomic access, text through the storage.
     std::int64_t m_fileFormat = FormatRaw;

@@ -7,7 +7,7 @@ struct RecordingLedger
 {
     std::int64_t acquired = 0;        // came in while it ran, complete or not, or waited in the FIFO when it began
     std::int64_t incomplete = 0;      // of those that came in; they are written like any other
-    std::int64_t saved = 0;           // a reader of the files finds them
+    std::int64_t saved = 0;           // readers of the files find them
     std::int64_t savedIncomplete = 0; // of the saved ones
     std::int64_t unwanted = 0;        // the rule did not want them
     std::int64_t failed = 0;          // could not be converted or written, or are not in the file after all

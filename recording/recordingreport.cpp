@@ -11,7 +11,7 @@
 
 namespace {
 
-// Reasons that are told apart; a recording that meets more of them has one trouble, not many.
+// Reasons that are reported apart from each other.
 constexpr std::size_t MostReasons = 4;
 
 QString Clock(std::chrono::seconds elapsed)
@@ -176,7 +176,7 @@ QStringList RecordingReport::Parts() const
             ? tr("%1 saved (%2 of them incomplete)").arg(GroupedNumber(l.saved), GroupedNumber(l.savedIncomplete))
             : tr("%1 saved").arg(GroupedNumber(l.saved));
     QString const failed = GetFailures();
-    // What is wrong now stands in front; a ledger has its order.
+    // While recording, what is wrong comes first; the ledger keeps its order.
     parts += m_running && !failed.isEmpty() ? QStringList{failed, saved} : QStringList{saved};
     if (!m_running && (!failed.isEmpty() || !m_snap))
         parts += failed.isEmpty() ? tr("0 failed") : failed;

@@ -1,6 +1,6 @@
-// What the operator is told of a recording: while it runs, for how long it has, what it has saved, what failed and why,
-// and the room that is left; afterwards its ledger, until the next one starts. It stands on the notice board; whoever
-// shows it in another way hears of each change.
+// What the operator learns about a recording: while it runs, for how long it has, what was saved, what failed and why,
+// and the room that is left; afterwards its ledger, until the next one starts. It is on the notice board; the signal is
+// for those who show it in another way.
 //
 // Threads: the GUI thread, which makes it; Failed and SetFreeBytes from the recording thread as well.
 #pragma once
@@ -33,7 +33,7 @@ public:
 
     RecordingReport();
 
-    // `soFar` tells what of the ledger is known meanwhile; it is called on the GUI thread until End or Forget.
+    // `soFar` gives what is known of the ledger meanwhile; it is called on the GUI thread until End or Forget.
     void Begin(bool snap, std::function<RecordingLedger()> soFar);
     void End(RecordingLedger const &ledger);
     // There was nothing to report.

@@ -1,4 +1,4 @@
-// What a status of the serializer says to the operator, where the serializer has no words of its own. Any thread.
+// The serializer's statuses in words for the operator, where the serializer gives none itself. Any thread.
 #pragma once
 
 #include <QString>
