@@ -23,9 +23,9 @@ public:
     void Start();
     // Undoes the whole start, no matter how far it came. Throws nothing.
     void RecoverFromFailedStart();
-    // The status of a step is not looked at, but an exception skips the rest.
+    // The statuses of the steps are ignored, but an exception skips the rest.
     void Stop();
-    // What an exception has left running, or nobody has stopped. Each step is tried; throws nothing.
+    // Stops what an exception has left running, or nobody has stopped. Each step is tried; throws nothing.
     void StopWhatStillRuns();
 
 private:
@@ -36,5 +36,5 @@ private:
     TovCam::Device *const m_device;
     GrabbingFifo *const m_grabber;
     DisplayView *const m_display;
-    bool m_started = false; // from the first step of a start until a stop has gone through whole
+    bool m_started = false; // from the first step of a start until a stop has completed
 };

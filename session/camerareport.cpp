@@ -14,7 +14,7 @@ QString Text(TovCam::StringParam *node)
     return QString::fromUtf8(node->GetValue(nullptr));
 }
 
-// The node of the first name, or of the second where the camera has no such.
+// The node of the first name, or of the second where the camera lacks it.
 TovCam::IntParam *FindInt(TovCam::ParamArray *params, char const *name, char const *otherwise = nullptr)
 {
     TovCam::IntParam *const node = params->GetInt(name, nullptr);

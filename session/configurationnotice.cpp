@@ -53,10 +53,10 @@ void ConfigurationNotice::Saved(QString const &path, std::int32_t status, Config
         board.Withdraw(NoticeTopic::Configuration);
     else if (report.model.empty())
         board.Report(NoticeTopic::Configuration, NoticeLevel::Info,
-                     tr("%1 was saved; the file that stood there is kept as %2").arg(NameOf(path), kept));
+                     tr("%1 was saved; the file that was there is kept as %2").arg(NameOf(path), kept));
     else
         board.Report(NoticeTopic::Configuration, NoticeLevel::Info,
-                     tr("%1 was saved; the file of the %2 that stood there is kept as %3")
+                     tr("%1 was saved; the file of the %2 that was there is kept as %3")
                          .arg(NameOf(path), Camera(report), kept));
 }
 
@@ -69,20 +69,20 @@ QString ConfigurationNotice::Problem(std::int32_t status, ConfigurationReport co
     case File:
         return error;
     case NoConfiguration:
-        return tr("it is no camera configuration, or one of a later version");
+        return tr("it is not a camera configuration, or is one of a later version");
     case NotWhole:
         return tr("a part of the file is missing");
     case NoValue:
-        return tr("\"%1\" is no value for %2")
+        return tr("\"%1\" is not a value for %2")
             .arg(report.refused.empty() ? QString() : QString::fromStdString(report.refused.front().wanted), feature);
     case OtherCamera:
         return tr("it was made by another model, the %1").arg(Camera(report));
     case NoCamera:
-        return tr("the %1 was not found, nor another one of its model").arg(Camera(report));
+        return tr("the %1 was not found, nor another of its model").arg(Camera(report));
     case CameraInUse:
         return tr("the camera is in use by this or another program");
     case NotKept:
-        return tr("the file there is of another camera and could not be put aside: %1").arg(error);
+        return tr("the existing file is another camera's and could not be put aside: %1").arg(error);
     case Selector:
         return tr("the camera does not let %1 be set").arg(feature);
     case None:
@@ -130,7 +130,7 @@ QString ConfigurationNotice::Why(RefusedSetting const &setting)
         return tr("cannot be changed now");
     case TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT:
     case TOV_CAM_ERR_INVALID_ARGUMENT:
-        return tr("no value of this camera");
+        return tr("not a value of this camera");
     default:
         return tr("error %1").arg(setting.status);
     }

@@ -1,4 +1,4 @@
-// What came of a configuration file, told to the operator: one line on the board, and every setting that was refused in
+// Tells the operator what came of a configuration file: one line on the board, and every setting that was refused in
 // the program's log. Any thread.
 #pragma once
 
@@ -11,8 +11,8 @@ class ConfigurationNotice
 {
     Q_DECLARE_TR_FUNCTIONS(ConfigurationNotice)
 public:
-    // `status` is that of the operation; the report may be empty, where a library does not make one. Success withdraws
-    // what was told before.
+    // `status` is that of the operation; the report may be empty where a library makes none. Success withdraws the
+    // notice before.
     static void Loaded(QString const &path, std::int32_t status, TovCam::ConfigurationReport const &report);
     static void Saved(QString const &path, std::int32_t status, TovCam::ConfigurationReport const &report);
 

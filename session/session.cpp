@@ -150,7 +150,7 @@ bool Session::InitStateMachine()
     connect(capturing, &QState::exited, this, &Session::exitCapturing);
     connect(&m_stateMachine, &QStateMachine::finished, this, &Session::enterDisconnected);
 
-    // Who stops the acquisition while capturing has to stop capturing first: signalStopAcquisition does nothing there.
+    // While capturing, signalStopAcquisition does nothing: whoever stops the acquisition has to stop capturing first.
     root->addTransition(this, &Session::signalCameraStateDisconnected, final);
     idle->addTransition(this, &Session::signalStartAcquisition, acquisition);
     acquisition->addTransition(this, &Session::signalStopAcquisition, idle);
@@ -476,7 +476,7 @@ bool Session::EnableLog(LogEnum channel, bool enable)
     return false;
 }
 
-// The main switch, as a click would set it; and what was switched on without it.
+// The main switch, as a click would set it, and the channels that were switched on without it.
 void Session::endLogging()
 {
     m_storage.SetParamBool("EnableLog", false, true);
@@ -502,7 +502,7 @@ void Session::PacketsMissedCallback(void const *data, unsigned long size, void *
     if (user)
         static_cast<Session *>(user)->m_log->Watch().NoteMissed(missed);
     TovLog::Warning(static_cast<unsigned long>(missed),
-                    "Session: packets of the log's channels have been lost on their way here");
+                    "Session: packets of the log's channels were lost before they could be logged");
 }
 
 void Session::WriteLog(LogEnum channel, void const *data, unsigned long size)

@@ -53,7 +53,7 @@ public:
     QSettings *GetSettings() const;
     QString const &GetSettingsName() const;
     QString const &GetTitle() const;
-    // The engines' parameters, as the destructor stores them. For those who cannot be sure to get that far.
+    // The engines' parameters, as the destructor stores them. For callers that may not get that far.
     void SaveSettings();
     // The program ends with the session: unsaved lines of the log are not kept.
     void LeaveLog();
@@ -64,7 +64,8 @@ public:
     void LoadConfiguration(QString const &path);
     // Stores the camera's configuration, with a message when that fails. Nothing of the session is touched after it.
     void SaveConfiguration(QString const &path);
-    // What the camera, the host and the interface tell about themselves, line by line; made for a fixed-pitch font.
+    // What the camera, the host and the interface report about themselves, line by line; laid out for a fixed-pitch
+    // font.
     QString GetCameraInfo();
 
     // Channels of the protocol log, by the camera library's event that brings their packets.
@@ -73,8 +74,8 @@ public:
         LogEnumStream = TovCam::EventStreamChannel,
         LogEnumEvent = TovCam::EventEventChannel,
     };
-    // Subscribes to a channel's packets, or ends that. False when the camera refuses; the channel's switch is then off.
-    // All of them are switched off by themselves before the memory runs short.
+    // Subscribes to a channel's packets, or unsubscribes. False when the camera refuses; the channel's switch is then
+    // off. All of them are switched off by themselves before the memory runs short.
     bool EnableLog(LogEnum channel, bool enable);
     // The callback for packets; `user` is the channel's record. Any thread, several at once.
     static void LogEvent(void const *data, unsigned long size, void *user);
@@ -84,12 +85,12 @@ public:
     QString MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size);
     QtTovLogModel *GetLogModel() const; // a child
     bool IsSavingLog() const;
-    QString GetLogReport() const; // what there is to know about it, such as packets that are missing
+    QString GetLogReport() const; // what is worth knowing about the log, such as missing packets
 
     // The callback for the lost connection; `user` is the session.
     static void CameraDisconnectCallback(void const *data, unsigned long size, void *user);
-    // The callback for packets of the log's channels that nobody could read; `user` is the session. Their number goes
-    // to the program's log, and the operator is told.
+    // The callback for packets of the log's channels that were lost before they could be read; `user` is the session.
+    // Their number goes to the program's log and to the operator.
     static void PacketsMissedCallback(void const *data, unsigned long size, void *user);
 
 signals:
@@ -151,7 +152,7 @@ private:
     SessionState m_state;
     TovCam::Device *m_device;
     std::unique_ptr<GrabbingFifo> m_grabber;
-    QObject m_writerReports;               // receives the writer's reports that a recording is done
+    QObject m_writerReports;               // receives the writer's reports that a recording has ended
     std::unique_ptr<ImageWriter> m_writer; // both use the grabber, and go before it unless their threads are asleep
     std::unique_ptr<DisplayView> m_display;
     std::unique_ptr<AcquisitionSequence> m_sequence; // of grabber and display

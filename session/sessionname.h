@@ -13,5 +13,5 @@ struct SessionName
     QString title;    // for the window; with the serial number
 };
 
-// Reads it from the camera; one without parameters has a name for the settings alone. GUI thread.
+// Reads it from the camera; a camera without parameters gets a name for the settings alone. GUI thread.
 SessionName ReadSessionName(TovCam::Device *device);

@@ -29,8 +29,8 @@ GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
     TovLog::Debug(0, "GrabbingFifo::GrabbingFifo()");
     RegisterParams();
 
-    // Nanoseconds stay where the lookup fails. A library that gives neither a node nor an error leaves a frequency of
-    // 0, with which every rate reads 0.
+    // The default, nanoseconds, stays where the lookup fails. A library that gives neither a node nor an error leaves a
+    // frequency of 0, with which every rate reads 0.
     std::int32_t error = 0;
     if (TovCam::ParamArray *const params = device->GetCameraParameters(nullptr)) {
         TovCam::IntParam *const node = params->GetInt("GevTimestampTickFrequency", &error);
@@ -397,7 +397,7 @@ void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete)
     ++m_arrived;
     m_arrivedIncomplete += incomplete;
     std::uint64_t const id = buffer->GetFrameID();
-    // Without its first packet a frame may not know which one it is: it is one of those that the next gap will hold.
+    // Without its first packet a frame may lack its id: it is then one of those that the next gap counts.
     if (incomplete && (id == 0 || (m_lastId && id <= *m_lastId))) {
         ++m_withoutId;
         return;
@@ -432,7 +432,7 @@ void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
                 m_stream->QueueBuffer(m_grab_fifo.back());
                 m_grab_fifo.pop_back();
             } else {
-                push = false; // the incoming frame is forgotten
+                push = false; // the incoming frame is dropped, and its buffer stays outside the stream
                 break;
             }
         }

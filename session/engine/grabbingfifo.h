@@ -5,7 +5,7 @@
 // unclaimed. While capturing it keeps frames in order up to "QueueSize" - 3; the rest counts as software drops.
 //
 // Threads: SetState, CreateBuffers, StartGrabbing, StopGrabbing, ReleaseBuffers on the GUI thread; GetNewestBuffer,
-// PopOldestBuffer, ReleaseBuffer, ReturnBuffer on the consumers' threads; Work on the own thread. Locks: m_waitMutex
+// PopOldestBuffer, ReleaseBuffer, ReturnBuffer on the consumers' threads; Work on its own thread. Locks: m_waitMutex
 // comes before m_fifoMutex, and the grabbing thread never holds both. Statuses are those of the camera library.
 #pragma once
 
@@ -47,7 +47,7 @@ public:
     std::int32_t ReleaseBuffer(TovCam::Buffer *buffer);
     // Gives a buffer back to whoever needs it next: the recorder while capturing, otherwise the stream.
     std::int32_t ReturnBuffer(TovCam::Buffer *buffer);
-    // Clearing it frees every consumer asleep in the FIFO. It is set at rest.
+    // Clearing it wakes every consumer asleep in the FIFO. It is set otherwise.
     void SetGrabberThtreadBlocking(bool blocking);
     double GetCurrentFPS(); // frames per tick since StartGrabbing; 0.0 before two timestamps
 
@@ -102,7 +102,7 @@ private:
     std::int64_t m_withConsumers = 0;                    // m_fifoMutex
     std::int64_t m_missing = 0;                          // m_fifoMutex, as the two below
     std::optional<std::uint64_t> m_lastId;               // of the frames that arrived since StartGrabbing
-    std::uint64_t m_withoutId = 0;                       // incomplete ones since m_lastId that do not know their number
+    std::uint64_t m_withoutId = 0;                       // incomplete ones since m_lastId whose id is unknown
     bool m_discard = false;                              // incomplete frames go back at once; set before the start
     std::atomic<bool> m_bBlockCallerThread{true};        // written under m_waitMutex
     std::condition_variable m_cvFifoEmpty;               // with m_waitMutex

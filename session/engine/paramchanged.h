@@ -1,5 +1,5 @@
 // The way up for parameter changes: components register ParamChanged as their onChange function, and the panels, which
-// stand above, hand in who hears of it.
+// are above, hand in the handler that hears of it.
 #pragma once
 
 #include "tovmisc.h"

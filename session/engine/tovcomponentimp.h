@@ -1,4 +1,4 @@
-// The component that an engine is: changes of its parameters are told to whoever has called SetParamChangedHandler.
+// The component that an engine is: changes of its parameters go to the handler that was set by SetParamChangedHandler.
 #pragma once
 
 #include "tovcomponentbase.h"

@@ -44,7 +44,7 @@ int WorkingThread::Stop()
 {
     if (!m_bStart) {
         TovLog::Error(0, "WorkingThread::Start: Invalid state: m_bStart==false");
-        // What the last pass of a worker that ended by itself still uses must stay until it is over.
+        // A worker that ended by itself may still be in its last pass; what that uses must stay until it is over.
         std::unique_lock lock(m_stopMutex);
         m_stopCondition.wait(lock, [this] { return !m_busy; });
         return 0;
