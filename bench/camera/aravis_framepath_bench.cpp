@@ -198,8 +198,8 @@ int main(int argc, char **argv)
     int const rounds = argc > 1 ? std::atoi(argv[1]) : 7;
     int const frames = argc > 2 ? std::atoi(argv[2]) : 1000;
     int const size = argc > 3 ? std::atoi(argv[3]) : 512;
-    // As the program is shipped. Without a word the log library formats what nobody reads, which takes longer than all
-    // else that the FIFO does with a frame.
+    // As the program is shipped. Left alone, the log library formats what nobody reads, which takes longer than
+    // everything else that the FIFO does with a frame.
     log4cpp::Category::getInstance("TOVSCP").setPriority(log4cpp::Priority::FATAL);
     setenv("TOV_CAMERA_INTERFACES", "gige", 1);
     FakeGigECamera camera;

@@ -1,4 +1,4 @@
-// The feature tree of a camera with 3,000 features, on the offscreen platform unless the environment says otherwise.
+// The feature tree of a camera with 3,000 features, on the offscreen platform unless the environment names another.
 //
 // Open: from SetGenParamArray to the tree with its rows painted and their values there; limit 150 ms. Its peer is a
 // QTreeWidget that is filled with the same names and shown; ratio is open / peer.

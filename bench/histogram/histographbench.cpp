@@ -1,5 +1,5 @@
 // Painting the graph at 1000 x 600: the goal is 5 ms for 4,096 bars, and for three curves of 4,096 points. The counts
-// are those of a picture, smooth with noise, or white noise from the bottom to the top, which is the worst there is.
+// are those of a picture, smooth with noise, or white noise from the bottom to the top, which is the worst case.
 // "ratio" is the time over that of filling the same image once, taken in turns.
 #include "histo_graph.h"
 

@@ -5,7 +5,7 @@
 
 namespace {
 
-// What the masks of a pattern take the pixel for: 0 red, 1 green, 2 blue; -1 in the last line of an odd height.
+// The colour that the masks of a pattern give the pixel: 0 red, 1 green, 2 blue; -1 in the last line of an odd height.
 int ColourAt(unsigned pattern, std::uint32_t height, std::uint32_t x, std::uint32_t y)
 {
     if (y >= height / 2 * 2)
@@ -22,7 +22,7 @@ TEST(BayerHelper, CountsEachColourOfTheMaskedFrame)
         char const *type;
         std::uint32_t width, height, padding; // of the image
         std::uint32_t frameWidth, frameHeight, bits;
-        bool fits = true; // lines long enough for the frame, and of a step that is one
+        bool fits = true; // lines long enough for the frame, with a valid step
     } const cases[] = {
         {"BayerRG8", 8, 8, 0, 8, 8, 8},
         {"BayerGB8", 7, 5, 3, 7, 5, 8},

@@ -55,7 +55,7 @@ protected:
     ImgProcessor processor{nullptr, nullptr};
     std::int64_t step = 0;
     int bytes = 0;
-    bool oddStep = false; // of two-byte pixels: no picture to OpenCV
+    bool oddStep = false; // of two-byte pixels: OpenCV does not take it
 };
 
 TEST_P(EveryPixelType, HistogramCountsEachValueOrIsMissing)

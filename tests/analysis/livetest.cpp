@@ -106,7 +106,7 @@ TEST_F(LiveAnalysis, NoiseIsThatOfTheFirstImageOfItsSizeAndThenOfEachPair)
 }
 
 // The display overwrites its last image as fast as it can while the panel's thread reads it, over changes of the format
-// with and without a stop between. The sanitizers see to the rest.
+// with and without a stop between. The sanitizers check the rest.
 TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
 {
     std::tuple<char const *, std::uint32_t, std::uint32_t> const rounds[] = {
@@ -148,7 +148,7 @@ TEST_F(LiveAnalysis, ReadsAnImageThatIsBeingOverwritten)
         }
         EXPECT_GE(reads, 40);
         EXPECT_NE(Last(), kept);
-        processor.GetRowHisto(kept, &histo); // who holds the old one keeps it until the stop
+        processor.GetRowHisto(kept, &histo); // the old image stays until the stop
         running = false;
         camera.join();
         Finish();

@@ -1,4 +1,4 @@
-// Plain, slow arithmetic to hold the analysis against.
+// Plain, slow arithmetic to compare the analysis with.
 #pragma once
 
 #include "histo.h"
@@ -26,7 +26,7 @@ inline void Fill(Pixels &pixels, Picture picture)
             pixels.Line(y)[i] &= 0xFF >> (16 - info.bitDepth);
 }
 
-// The sample at that byte; what is not there is zero.
+// The sample at that byte; past the end, zero.
 inline int SampleAt(Pixels &pixels, std::int64_t offset, int bytes)
 {
     int value = 0;

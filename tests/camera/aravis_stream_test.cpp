@@ -1,4 +1,4 @@
-// What a real camera's frames say of themselves, from the packets on. Runs in a network namespace of its own.
+// What a real camera's frames say about themselves, from the packets on. Runs in a network namespace of its own.
 #include "registerserver.h"
 
 namespace {

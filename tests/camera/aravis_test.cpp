@@ -1,4 +1,4 @@
-// Real cameras, against a GigE Vision camera that we did not write. Runs in a network namespace of its own.
+// Real cameras, tested with a GigE Vision camera that we did not write. Runs in a network namespace of its own.
 #include "contract.h"
 #include "registerserver.h"
 
@@ -95,7 +95,7 @@ TEST_F(AravisTest, ReportsALostCameraAndConnectsAgain)
     StartCamera();
     LossCounter late;
     ExpectLoss([this] { m_camera->Kill(); });
-    // Who comes after the loss hears of it too.
+    // A subscription after the loss hears of it too.
     ASSERT_EQ(m_device->RegisterEvent(TovCam::EventConnectionLost, LossCounter::Count, &late), 0);
     EXPECT_TRUE(Eventually([&late] { return late.told == 1; }));
     Close();
@@ -156,7 +156,7 @@ std::string Little(std::uint32_t value, int bytes)
     return text;
 }
 
-// An archive with one file in it that is not compressed, as its directory tells it.
+// An archive with one uncompressed file, as its directory describes it.
 std::string Archive(std::string const &file, std::uint32_t unpackedSize, std::uint32_t localOffset = 0)
 {
     auto const size = static_cast<std::uint32_t>(file.size());
@@ -209,7 +209,7 @@ TEST_F(AravisTest, LoadsNoDescriptionFromWhereNoneBelongs)
         std::int32_t const wanted = c.outcome == Used ? 0 : TOV_CAM_ERR_GENICAM_TREE;
         std::int32_t error = 0;
         std::int64_t width = 0;
-        // A server that is held up is as good as none: it gets more than one chance.
+        // A server that is held up looks like none: it gets more than one chance.
         for (int attempt = 0; attempt < 5; ++attempt) {
             TovCam::Device *const device = TovCam_CreateDevice(FindCamera(m_system), 2, nullptr);
             if (!device)

@@ -51,7 +51,7 @@ protected:
         return m_device->LoadConfiguration(m_path.c_str());
     }
 
-    // What the library tells of it: "feature [selectors] wanted/present status", the first with its problem.
+    // What the library reports: "feature [selectors] wanted/present status", the first with its problem.
     std::string Told() const
     {
         TovCam::ConfigurationReport const report = m_device->GetConfigurationReport();
@@ -129,7 +129,7 @@ TEST_F(ConfigurationTest, AppliesWhatItCan)
         EXPECT_EQ(Told(), told);
         EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
     }
-    // The node map tells it of the feature, until that is written or all is well.
+    // The node map reports it for the feature, until that is written or all is well.
     EXPECT_NE(Load(Edited("Width=2048", "Width=100000")), 0);
     ASSERT_EQ(State("Width").refused.size(), 1u);
     EXPECT_EQ(State("Width").refused[0].wanted, "100000");
@@ -150,7 +150,7 @@ TEST_F(ConfigurationTest, AppliesWhatItCan)
     EXPECT_FALSE(State("PayloadSize").streamLocked); // which nobody can write at any time
     EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 512);
     EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
-    // The format belongs into a file that is saved now, though it is locked.
+    // The format belongs in a file that is saved now, though it is locked.
     ASSERT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
     EXPECT_NE(ReadFile().find("\nWidth=512\n"), std::string::npos);
     ASSERT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 0), 0);
@@ -270,7 +270,7 @@ TEST_F(ConfigurationTest, SavingLeavesTheOldFileOrAWholeNewOne)
     EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 2); // nothing is left lying about
 }
 
-// As whoever asks for the next one would have lost it.
+// Saving goes on writing the same file after another camera was opened.
 TEST_F(ConfigurationTest, SavingOverTheFileOfAnotherCameraKeepsIt)
 {
     std::string const kept = m_path + '~';

@@ -1,4 +1,4 @@
-// What holds for every camera, whoever makes it. A backend's tests instantiate CameraContract with cameras of theirs.
+// What holds for every camera of any backend. A backend's tests instantiate CameraContract with their cameras.
 #pragma once
 
 #include "settings.h"

@@ -151,7 +151,7 @@ TEST(GigEFraming, HandsOnWholePacketsOfThisCamera)
         GigEFraming framing(DLT_EN10MB, Camera);
         ChannelOf(framing, Datagram(Host, 1234, Camera, Control, Gvcp(0x82, 1, {0x0D00, StreamPort})));
         EXPECT_EQ(ChannelOf(framing, c.frame, c.captured), c.channel);
-        // Cut anywhere it is handed on or not, and nothing is read that is not there.
+        // Cut anywhere, it is handed on or not, and nothing is read past its end.
         for (std::size_t captured = 0; captured < std::min<std::size_t>(c.frame.size(), 200); ++captured)
             ChannelOf(framing, c.frame, captured);
     }

@@ -1,4 +1,4 @@
-// A GigE Vision camera of ours on loopback that says of its registers what a test wants, and sends the packets that it
+// A GigE Vision camera of ours on loopback whose registers say what a test wants, and which sends the packets that it
 // was given.
 #pragma once
 
@@ -38,7 +38,7 @@ public:
         m_thread.join();
         close(m_socket);
     }
-    // Two asked where the description is: who checks that, and who loads it.
+    // The description's address was read twice: by the check and by the loader.
     bool IsLoaded() const
     {
         return m_loaded;

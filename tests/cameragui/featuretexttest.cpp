@@ -56,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ParseCase{Int, Pure, 16, 2048, 16, "-99999999999999999999", "16", true},
                     ParseCase{Int, Pure, -1e19, 1e19, 1, "-9223372036854775808", "-9223372036854775808", false},
                     ParseCase{Int, Pure, 0, 10, 1, "1.5", nullptr, true},
-                    ParseCase{Int, Pure, 10, 0, 1, "77", "77", false}, // a range without sense: the camera decides
+                    ParseCase{Int, Pure, 10, 0, 1, "77", "77", false}, // a senseless range: the camera decides
                     ParseCase{Int, Hex, 0, 65535, 1, "1f", "0x1F", false},
                     ParseCase{Int, Hex, 0, 65535, 1, "12345", "0xFFFF", true},
                     ParseCase{Int, Hex, -1e19, 1e19, 1, "0xFFFFFFFFFFFFFFFF", "0xFFFFFFFFFFFFFFFF", false},

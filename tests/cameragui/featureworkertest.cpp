@@ -112,7 +112,7 @@ TEST_F(FeatureWorkerTest, WakesForEachCall)
     }
 }
 
-// What waits when the owner goes is not done any more, by nobody.
+// What waits when the owner goes is never done.
 TEST_F(FeatureWorkerTest, EndsInTheMiddleOfAnAccessAndDoesNoMore)
 {
     for (bool const held : {true, false}) {

@@ -1,4 +1,4 @@
-// Plain, slow readings of pixels to hold the library against.
+// Plain, slow readings of pixels to compare the library with.
 #pragma once
 
 #include "tovimage.h"

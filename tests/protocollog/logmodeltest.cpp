@@ -75,7 +75,7 @@ TEST_F(LogModel, ABurstIsOneInsert)
 
 TEST_F(LogModel, ColumnsAndRoles)
 {
-    for (int const time : {3600000, 86399999, 86400000}) // the last one is no time of day
+    for (int const time : {3600000, 86399999, 86400000}) // the last one is not a time of day
         m_model.append(time, s_channel, QStringLiteral("text"));
     m_model._q_delayedAppendData();
     EXPECT_EQ(Data(0, 0), QStringLiteral("1:00:00.000"));
@@ -217,7 +217,7 @@ TEST_F(LogModel, TheViewFollowsFromItsLastRowOn)
     EXPECT_EQ(row(), 49);
 }
 
-// Whole lines, and letters are no search.
+// Whole lines; typing letters does not search.
 TEST_F(LogModel, TheViewCopiesWholeLines)
 {
     QtTovLogViewer view;

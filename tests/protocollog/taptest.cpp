@@ -124,7 +124,7 @@ TEST(TapOnLoopback, TellsWhatTheWitnessSees)
     EXPECT_TRUE(said.contains("/0 ("_s)) << qPrintable(said); // dropped
     stored = ReadCapture(path);
     std::vector<QStringList> rows = AskWitness(path, 0, 0);
-    // Whom the search asks is everybody, and no camera's traffic.
+    // The search asks everybody: not a camera's traffic.
     std::erase_if(rows, [](QStringList const &row) { return row[1].contains("DISCOVERY"_s); });
     std::erase_if(stored, [](SimPacketSeen const &packet) {
         return packet.channel == TovCam::EventControlChannel && packet.bytes[2] == 0 && packet.bytes[3] < 4;
@@ -137,7 +137,7 @@ TEST(TapOnLoopback, TellsWhatTheWitnessSees)
     system->Release();
 }
 
-// Sends what a camera sends, from nobody to nobody: without sockets the answers would be messages that nobody is there.
+// Sends what a camera sends, from nobody to nobody: without sockets the answers would be ICMP errors.
 class Flood : public testing::Test
 {
 protected:
@@ -160,7 +160,7 @@ protected:
         EXPECT_EQ(sendto(m_socket, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr const *>(&to), sizeof to),
                   static_cast<ssize_t>(packet.size()));
     }
-    // On the control channel, which is told whatever is wanted.
+    // On the control channel, which is always reported.
     void TellPort(std::uint8_t request)
     {
         Send({0x42, 1, 0, 0x82, 0, 8, 0, request, 0, 0, 0x0D, 0, 0, 0, Port >> 8, Port & 0xFF}, 3956);

@@ -125,7 +125,7 @@ TEST(SimTraffic, Usb3VisionReadsAsTheWitnessReadsIt)
         EXPECT_GT(compared[name], 3) << name;
 }
 
-// What the operator is told comes from here.
+// This is what the operator is told.
 TEST(Captures, ARefusalSaysWhy)
 {
     using TovCam::CaptureRefusal;
@@ -147,7 +147,7 @@ TEST(Captures, ARefusalSaysWhy)
                   nullptr);
         EXPECT_NE(status, 0);
         if (geteuid() != 0 && failure.refusal == CaptureRefusal::NoRight)
-            continue; // who may not capture is not told which adapters there are
+            continue; // without the right to capture, adapters are not checked
         EXPECT_EQ(failure.refusal, refusal);
         EXPECT_EQ(failure.place, place);
         EXPECT_FALSE(failure.reason.empty());

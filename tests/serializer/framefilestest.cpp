@@ -99,7 +99,7 @@ TEST_F(FrameFilesTest, DamageCostsNoMoreThanTheFrameItIsIn)
     FrameFileReader reader;
     ASSERT_EQ(reader.Open(Path("f.tvm")), 0);
     std::vector<FrameFileReader::Frame> const frames = reader.Frames();
-    // Any byte turned over: found out wherever it means something, and nothing crashes.
+    // Any byte flipped: noticed wherever it means something, and nothing crashes.
     for (std::size_t at = 0; at < whole.size(); at += at < 200 ? 1 : 37) {
         Bytes bytes = whole;
         bytes[at] = char(~bytes[at]);

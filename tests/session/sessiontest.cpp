@@ -524,7 +524,7 @@ TEST_F(SessionTest, TellsWhatCameOfAConfigurationWithoutAMessage)
         {TOV_CAM_ERR_WRONG_CONFIGURATION, report(OtherCamera),
          "a.tcfg was not loaded: it was made by another model, the VG (7)"},
         {TOV_CAM_ERR_NO_DEVICE, report(None), "a.tcfg was not loaded: the camera is gone"},
-        {TOV_CAM_ERR_UNKNOWN, {}, "a.tcfg was not loaded: error -40001"}, // a library that tells no more
+        {TOV_CAM_ERR_UNKNOWN, {}, "a.tcfg was not loaded: error -40001"}, // a library that says no more
         {TOV_CAM_ERR_GENICAM_OUT_OF_RANGE, report(None, {width}),
          "a.tcfg: the camera refused Width = 9 (out of range; it is 8)"},
         {TOV_CAM_ERR_GENICAM_ACCESS, report(None, {height, gain, width, width, width}),

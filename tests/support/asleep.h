@@ -60,7 +60,7 @@ bool IsUnderWay(Future const &call)
     return call.wait_for(std::chrono::seconds(0)) == std::future_status::timeout;
 }
 
-// Where a thread of the code under test stands for as long as the test wants. Open at first.
+// Where a thread of the code under test waits as long as the test wants. Open at first.
 class Gate
 {
 public:
@@ -73,7 +73,7 @@ public:
         m_closed = false;
         m_closed.notify_all();
     }
-    // Opens it once every other thread sleeps: the gate's, and who waits for what is behind it, such as the test's own.
+    // Opens it once every other thread sleeps: the one in the gate, and those that wait for it, such as the test's own.
     // `before` is a look at what has not happened by then.
     template<class Before>
     std::future<void> OpenOnceAllSleep(Before before)

@@ -1,4 +1,4 @@
-// The node map of a camera that knows nothing, for fakes that say what they know.
+// The node map of a camera without nodes, for fakes that add what they need.
 #pragma once
 
 #include "tovcamera.h"

@@ -167,11 +167,11 @@ private:
     FakeScript &m_script;
 };
 
-// The camera as a search would list it, and the interface that it hangs on.
+// The camera as a search would list it, and its interface.
 class FakeDeviceInfo : public TovCam::DeviceInfo, public TovCam::Interface
 {
 public:
-    char const *host = nullptr;              // what it tells of the host
+    char const *host = nullptr;              // its host information
     TovCam::ParamArray *interface = nullptr; // parameters of the interface
     std::uint32_t kind = TovCam::InterfaceKindGigEVision;
 

@@ -1,5 +1,5 @@
-// A serializer that writes nothing, fails and dawdles as the test says, and remembers what it was given. Linking it
-// into a test puts it in the place of the library's.
+// A serializer that writes nothing, fails and blocks as the test says, and remembers what it was given. Linking it into
+// a test puts it in the place of the library's.
 //
 // Threads: the operations from the recording thread, the script from any.
 #pragma once

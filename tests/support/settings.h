@@ -17,8 +17,8 @@ inline std::string TextOf(TovCam::FeatureKind kind, TovCam::FeatureValue const &
     return value.text.empty() ? std::to_string(value.integer) : value.text;
 }
 
-// Calls `look` for every feature that can be written, with what tells it from the others, and for those that a selector
-// selects with every entry of it. The selectors are put back.
+// Calls `look` for every feature that can be written, with what distinguishes it, and for those that a selector selects
+// with every entry of it. The selectors are put back.
 inline void ForSettings(TovCam::ParamArray *nodes,
                         std::function<void(std::string const &, std::uint32_t, TovCam::FeatureState const &)> look)
 {
@@ -57,7 +57,7 @@ inline std::map<std::string, std::string> Settings(TovCam::ParamArray *nodes)
     return settings;
 }
 
-// Makes each of them another one.
+// Gives each of them another value.
 inline void ChangeSettings(TovCam::ParamArray *nodes)
 {
     ForSettings(nodes, [nodes](std::string const &name, std::uint32_t index, TovCam::FeatureState const &state) {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-// The one of this model or serial number; null when there is none.
+// The camera of this model or serial number, or null.
 inline TovCam::DeviceInfo *FindSimulated(TovCam::System *system, std::string const &name)
 {
     TovCam::ObjectList *const list = system->GetInterfaceList(255);

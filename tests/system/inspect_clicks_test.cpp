@@ -72,7 +72,7 @@ public:
         m_robot.Drag(grip, grip + screen.bottomRight() - place.bottomRight() - QPoint(5, 5));
         m_robot.WaitFor("the view to move", [&] { return !Place(View()).intersects(Place(Main())); });
     }
-    // While no frames come, which the last one may still be doing.
+    // When no more frames come, apart from a last one on its way.
     void ExpectExact(char const *when)
     {
         std::string difference;
