@@ -1,5 +1,5 @@
 // Analysis of the image that the live display received last, on request: histogram, profiles, colour histograms, noise.
-// It looks at one image at a time. Signals are in ADU, the sample values as they stand in memory.
+// It looks at one image at a time. Signals are in ADU, the sample values as in memory.
 //
 // The image is the display's, which may be copying the next frame into it: a result may be of two frames in part.
 //

@@ -75,7 +75,7 @@ void GuiManager::LoadProducer()
     try {
         m_system->LoadTransportLayer(Producer);
     } catch (std::exception const &) {
-        // A missing producer is no error.
+        // A missing producer is not an error.
     }
 }
 
@@ -447,7 +447,7 @@ void GuiManager::updateGui()
 {
     SessionState const state = m_session ? m_session->GetState() : SessionStateDisconnected;
     if (state != SessionStateAcquisition && state != SessionStateCapturing)
-        m_window->clearCoordinatesAndValue();                    // of a picture that stands still or has gone
+        m_window->clearCoordinatesAndValue();                    // of a picture that has stopped or gone
     QPointer<QWidget> const focus = MainWindow()->focusWidget(); // an editor may go meanwhile
     bool const focused = focus && focus->isEnabled();
     ActionStates::Apply(MainWindow()->menuBar(), state);

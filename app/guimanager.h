@@ -94,7 +94,7 @@ private:
     TovCam::System *m_system = nullptr;            // got on first use
     PanelSet m_panels;                             // of the session
     QString m_configurationFile;                   // last loaded or saved
-    int m_openStateErrors = 0;                     // error messages that stand above an action of the state machine
+    int m_openStateErrors = 0;                     // error messages open inside an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them
     bool m_lossOnScreen = false;                   // the message about a lost camera is open
     bool m_closed = false;                         // the window: nobody is there to read a message

@@ -1,4 +1,4 @@
-// The dock panels of an open camera, and its inspection view: made once the session stands, and gone before it goes.
+// The dock panels of an open camera, and its inspection view: made once the session is built, and deleted before it.
 // Their states are loaded when they are made and stored when they go. GUI thread only.
 #pragma once
 
@@ -33,8 +33,8 @@ public:
     void Create();
     // Stores the states, unless Store has, and deletes the panels.
     void Close();
-    // Stores the states now: the window still stands, but will not when Close is called, and floating panels will be
-    // hidden by then.
+    // Stores the states now: the window is still open, but will not be when Close is called, and floating panels will
+    // be hidden by then.
     void Store();
     // The window's layout, as last stored.
     void RestoreLayout();

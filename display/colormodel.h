@@ -14,7 +14,7 @@ int GetIndexYUV(char16_t letter);
 struct ColorModelDescription
 {
     char const *name;
-    char const *layout; // component letters in the order they stand in memory, or over a mosaic's cell
+    char const *layout; // component letters in memory order, or over a mosaic's cell
     std::uint32_t channels;
     std::uint32_t bitsPerChannel;
     int (*getIndex)(char16_t letter);

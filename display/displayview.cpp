@@ -348,7 +348,7 @@ bool DisplayView::Colorize(bool colorize, long lo, long hi, long range, bool str
 
 // ---- The pixel dump's rectangle -------------------------------------------------------------------------------------
 
-// There is no pixel dump window on this system; the rectangle is kept for one.
+// This program has no pixel dump window; the rectangle is kept all the same, for isInRectangle.
 void DisplayView::showHexPixelDump()
 {
 }
@@ -517,7 +517,7 @@ void DisplayView::Refresh()
 void DisplayView::StartWatch()
 {
     if (!m_display || !m_videoTimer->isActive())
-        return; // the picture stands still by the operator's wish
+        return; // the operator has stopped the picture
     GrabbingFifo::Accounts const accounts = m_fifo->GetAccounts();
     m_watch.Start(std::chrono::steady_clock::now(), accounts.arrived, accounts.incomplete);
     m_watchTimer.start(WatchPeriod, this);

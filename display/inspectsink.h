@@ -1,4 +1,4 @@
-// What the live view needs to know of an inspection view, which stands above it.
+// What the live view needs to know about an inspection view, which is above it.
 #pragma once
 
 struct _TovImage;

@@ -99,7 +99,7 @@ private:
     std::atomic<bool> m_shown{false}; // stored by the GUI thread
 
     // GUI thread.
-    DisplayView *m_displayView = nullptr; // whose list this one stands in
+    DisplayView *m_displayView = nullptr; // whose list has this view
     std::optional<QPointF> m_point;       // waits for the image's size
     QRect m_marked;                       // what the main renderer was told last
 };

@@ -23,7 +23,7 @@ public:
     LastImage(LastImage const &) = delete;
     LastImage &operator=(LastImage const &) = delete;
 
-    // An image of that shape from now on, without a frame yet; none where there is no memory for it.
+    // An image of that shape from now on, without a frame yet; none if there is no memory for it.
     void MakeRoom(_TovImage const &shape);
     // Copies a frame of that shape. Fails as well where there was no memory.
     TovStatus Store(_TovImage const *frame);

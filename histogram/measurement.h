@@ -1,5 +1,5 @@
 // Whether the analysis' answer is a measurement of the picture, in sentences for the operator. The analysis itself
-// takes the samples as they stand in memory, and the masks of the colours as they were made, whatever the picture is.
+// takes the samples as they are in memory, and the masks of the colours as they were made, whatever the picture is.
 #pragma once
 
 #include <QCoreApplication>

@@ -153,9 +153,9 @@ TOV_IMAGE_API unsigned long TovConvertImage(_TovImage *destination, _TovImage co
 // Samples that TovUnpackLine gives for a pixel: 1 for mono and mosaics, 2 for YUV 4:2:2, 3 and 4 for the others; 0 for
 // an unknown type.
 TOV_IMAGE_API std::uint32_t TovSamplesPerPixel(std::uint32_t pixelType);
-// The raw samples of `width` pixels of one line, from pixel `first` on, in the order they stand in memory, at their own
-// depth and right-aligned. `line` is the first byte of the line; nothing behind the last pixel's byte is read.
-// Returns false, writing nothing, for an unknown type.
+// The raw samples of `width` pixels of one line, from pixel `first` on, in memory order, at their own depth and
+// right-aligned. `line` is the first byte of the line; nothing behind the last pixel's byte is read. Returns false,
+// writing nothing, for an unknown type.
 TOV_IMAGE_API bool TovUnpackLine(std::uint32_t pixelType, void const *line, std::uint32_t width, std::uint16_t *samples,
                                  std::uint32_t first = 0);
 // The same with the samples' upper eight bits, which costs half as much.

@@ -153,7 +153,7 @@ void LogFiles::Fail(Job job)
                   true);
     } else if (job.owner && job.window) {
         SetResult(NoticeLevel::Error, tr("The log was not saved: %1").arg(error), false);
-        QMessageBox::critical(job.window, QStringLiteral("Error saving log"), error, QMessageBox::Ok);
+        QMessageBox::critical(job.window, tr("Error saving log"), error, QMessageBox::Ok);
     } else {
         TovLog::Error(0, "Log: %s could not be written: %s", qPrintable(job.write->Path()), qPrintable(error));
         Keep(job.write->TakeLines());

@@ -129,14 +129,13 @@ void LogWatch::Save()
         return;
     QPointer<LogWatch> const alive(this); // the camera may be lost while the question is open
     QMainWindow *const window = m_window;
-    QString const path = QFileDialog::getSaveFileName(window, QStringLiteral("Save log file"), QString(),
-                                                      QStringLiteral("Log files (*.log)"));
+    QString const path = QFileDialog::getSaveFileName(window, tr("Save log file"), QString(), tr("Log files (*.log)"));
     if (path.isEmpty() || !alive)
         return;
     LineStore lines = m_model->lines();
     auto file = std::make_unique<QFile>(path);
     if (!file->open(QIODevice::WriteOnly | QIODevice::Text)) {
-        QMessageBox::critical(window, QStringLiteral("Error saving log"), file->errorString(), QMessageBox::Ok);
+        QMessageBox::critical(window, tr("Error saving log"), file->errorString(), QMessageBox::Ok);
         return;
     }
     m_saving = lines.Count();

@@ -20,7 +20,7 @@ public:
 
     // The file is open for writing. With `release` the lines' memory is given back as they are written.
     LogWrite(LineStore lines, std::unique_ptr<QFile> file, bool release);
-    // Ends the writing where it stands; what is written stays.
+    // Stops the writing; what is written stays.
     ~LogWrite();
     LogWrite(LogWrite const &) = delete;
     LogWrite &operator=(LogWrite const &) = delete;

@@ -39,7 +39,7 @@ public:
         return *this;
     }
 
-    // `count` bytes, each with a blank behind it. At most limit + 1 of them; "..." tells that count exceeds the limit,
+    // `count` bytes, each with a blank after it. At most limit + 1 of them; "..." means that count exceeds the limit,
     // even where every byte was shown.
     PacketLine &BytesThenBlank(LittleEndianReader const &packet, std::uint64_t at, std::uint64_t count,
                                std::uint64_t limit);

@@ -19,7 +19,7 @@ class CapturePanelImpl : public PlayerPanel, private Ui::CapturePanel
 {
     Q_OBJECT
 public:
-    // Captions of the menu of file name templates, which also tell its actions apart.
+    // Captions of the menu of file name templates, which also identify its actions.
     static QString const kReset;
     static QString const kAddPcDateAndTime;
     static QString const kAddPcTimestamp;

@@ -532,7 +532,7 @@ bool ImageWriter::MovieWriteStart(_TovImage *image)
 
 bool ImageWriter::Convert(_TovImage *image)
 {
-    // After a recording was wound up there is no target any more, while frames still come.
+    // After the end of a recording there is no target any more, while frames still come.
     if (!m_converting || (m_converted && m_processor && m_processor->ConvertImage(image, m_converted) == 0))
         return true;
     m_failure = m_converted ? RecordingFailure{tr("the picture cannot be converted"), {}} : m_endFailure;

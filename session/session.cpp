@@ -307,15 +307,15 @@ void Session::SaveConfiguration(QString const &path)
     ConfigurationNotice::Saved(path, status, m_device->GetConfigurationReport());
     if (status == 0)
         return;
-    QString text = QStringLiteral("Can not save configuration file: ") + path;
+    QString text = tr("Can not save configuration file: ") + path;
     if (status == TOV_CAM_ERR_GENICAM_GENERIC)
-        text += QStringLiteral("\nGen<i>Cam error");
+        text += tr("\nGen<i>Cam error");
     else if (status == TOV_CAM_ERR_UNKNOWN)
-        text += QStringLiteral("\nUnknown error");
+        text += tr("\nUnknown error");
     if (QApplication::overrideCursor()) // nothing waits while the operator is asked
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
     // The session may go while it is open.
-    QMessageBox::critical(m_window->GetMainWindow(), QStringLiteral("Error"), text, QMessageBox::Ok);
+    QMessageBox::critical(m_window->GetMainWindow(), tr("Error"), text, QMessageBox::Ok);
 }
 
 QString Session::GetCameraInfo()
@@ -382,7 +382,7 @@ void Session::enterAcquisition()
             m_sequence->Start();
         } catch (...) {
             m_sequence->RecoverFromFailedStart();
-            // The machine stands in Acquisition while the state stays Idle; the answer to this signal takes it back.
+            // The machine is in Acquisition while the state stays Idle; the answer to this signal takes it back.
             emit signalSessionStateError(this, SessionErrorStartAcquisition);
             return;
         }

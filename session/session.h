@@ -168,6 +168,6 @@ private:
     bool m_logEvent = false;
     QtTovLogModel *m_logModel = nullptr; // a child; set before the first subscription, appended to on any thread
     std::unique_ptr<PacketLog> m_log;    // as m_logModel, which it uses
-    // Subscribed channels. A node is the user data of its subscription, and goes after it.
+    // Subscribed channels. A node is the user data of its subscription, and is erased after it.
     std::map<LogEnum, LogChannel> m_logChannels;
 };

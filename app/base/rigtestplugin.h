@@ -44,7 +44,7 @@ public:
 #define RigTestPlugin_iid "com.velmor.TovScope.RigTestPlugin/1.0"
 Q_DECLARE_INTERFACE(RigTestPlugin, RigTestPlugin_iid)
 
-// Where the loaded plug-in stands, null in normal use. Written by the GUI thread, read by any.
+// The loaded plug-in, null in normal use. Written by the GUI thread, read by any.
 inline std::atomic<RigTestPlugin *> &RigTestSlot()
 {
     static std::atomic<RigTestPlugin *> slot{nullptr};

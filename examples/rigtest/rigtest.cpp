@@ -164,7 +164,7 @@ void RigTest::Poll()
         return;
     }
     switch (m_step) {
-    case Step::Start: // the action is enabled once the session stands idle
+    case Step::Start: // the action is enabled once the session is idle
         if (Trigger("actionPlay"))
             m_step = m_series == 0 ? Step::Frames : Step::Record;
         break;

@@ -35,7 +35,7 @@ protected:
     virtual bool BeginRelease();
     // Ends what uses the ArvDevice. With the device's lock held; perhaps on a thread of the background.
     virtual void Close() = 0;
-    // The last reference goes. `mayWait`: on the caller's thread.
+    // Drops the last reference. `mayWait`: on the caller's thread.
     virtual void SayGoodbye(ArvDevice *device, bool mayWait);
 
 private:

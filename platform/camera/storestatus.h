@@ -1,4 +1,4 @@
-// How a function hands a status to a caller who may not want it.
+// How a function hands a status to a caller that may not want it.
 #pragma once
 
 #include <cstdint>

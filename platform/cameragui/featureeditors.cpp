@@ -24,7 +24,7 @@ namespace {
 
 constexpr int SliderPlaces = 1000;
 
-// Text that would not be taken as it stands is red.
+// Text that would not be taken as it is appears in red.
 void ShowAccepted(QWidget *widget, bool accepted)
 {
     QPalette palette = widget->parentWidget()->palette();

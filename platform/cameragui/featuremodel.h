@@ -98,7 +98,7 @@ private:
     QVariant ValueData(FeatureRow const &row, int role) const;
 
     std::vector<FeatureRow> m_features;
-    std::vector<Node> m_nodes;              // the root first; a feature may stand in several categories
+    std::vector<Node> m_nodes;              // the root first; a feature may be in several categories
     std::vector<std::vector<int>> m_places; // nodes of each feature
     FeatureSearch m_search;
     Visibility m_level = Beginner;

@@ -12,7 +12,7 @@ struct ParsedValue
 {
     bool accepted = false;
     TovCam::FeatureValue value;
-    QString hint; // why it was refused, or what was made of it; empty when it was taken as it stands
+    QString hint; // why it was refused, or what was made of it; empty when it was taken as it is
 };
 
 class TOV_CAMERAGUI_API FeatureText

@@ -376,7 +376,7 @@ void TovCameraSelectorDialog::Impl::ShowState()
 
     QString text = notice;
     if (!text.isEmpty()) {
-        // stands
+        // stays
     } else if (searching || !searched) {
         text = tr("Searching...");
     } else if (touched && wanted && !camera) {
@@ -416,7 +416,7 @@ TovCameraSelectorDialog::TovCameraSelectorDialog(TovCam::System *system, QWidget
 
 TovCameraSelectorDialog::~TovCameraSelectorDialog()
 {
-    // A search that still runs finds nobody to tell, and ends on its own.
+    // A search that still runs finds no receiver, and ends on its own.
     m_impl->mailbox->Close();
     m_impl->tree->selectionModel()->disconnect(this);
 }

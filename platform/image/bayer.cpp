@@ -123,7 +123,7 @@ TOV_ALWAYS_INLINE void StoreColours(Samples a, Samples b, Samples c, std::uint8_
 
 #endif
 
-// The lines a pixel is interpolated from, of samples T that may stand anywhere in memory.
+// The lines a pixel is interpolated from, of samples T with any alignment.
 struct Lines
 {
     std::uint8_t const *above;

@@ -90,7 +90,7 @@ public:
 private:
     static constexpr bool Bytes = sizeof(T) == 1;
 
-    // The line's samples: where they stand if they are bytes already.
+    // The line's samples: in place if they are bytes already.
     T const *Samples(std::uint8_t const *line)
     {
         if constexpr (Bytes) {

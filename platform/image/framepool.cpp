@@ -35,11 +35,11 @@ constexpr std::size_t PagedFrom = 32 * Page;
 // No frame comes near this; a larger size is an error in somebody's arithmetic.
 constexpr std::size_t Largest = std::size_t(1) << 36;
 
-// Stands in front of the memory handed out.
+// Precedes the memory handed out.
 struct alignas(Alignment) Block
 {
     std::size_t capacity; // bytes behind this header
-    void *memory;         // what it stands in, to be freed
+    void *memory;         // the allocation that holds it, to be freed
 };
 static_assert(sizeof(Block) == Alignment);
 

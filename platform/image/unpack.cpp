@@ -68,7 +68,7 @@ struct Form
             return i / 2 * 3 + i % 2 * 2;
         return i * Bits / 8 + (Packing == TOV_PACKED_WEFT ? 0 : 1);
     }
-    // What brings the sample to the top of its word, but for GigE Vision's, whose low bits stand apart.
+    // What brings the sample to the top of its word, but for GigE Vision's, whose low bits are apart.
     static constexpr std::uint16_t Factor(std::size_t i)
     {
         std::size_t const skipped = i * Bits % 8;

@@ -39,7 +39,7 @@ void MakeLengths(std::uint32_t const *counts, unsigned symbols, unsigned longest
               [counts](unsigned a, unsigned b) { return counts[a] != counts[b] ? counts[a] < counts[b] : a < b; });
     for (unsigned i = 0; i < used; ++i)
         nodes[i] = {counts[order[i]], 0};
-    // The two rarest of leaves and inner nodes, which both stand in rising order, again and again.
+    // The two rarest of leaves and inner nodes, which are both in rising order, again and again.
     unsigned leaf = 0, inner = used, end = used;
     auto const rarest = [&] {
         return leaf < used && (inner == end || nodes[leaf].count <= nodes[inner].count) ? leaf++ : inner++;

@@ -246,7 +246,7 @@ private:
     PngEncoder m_encoder;
 };
 
-// Deeper samples stand right-aligned in sixteen bits, as they do in the unpacked types.
+// Deeper samples are right-aligned in sixteen bits, as in the unpacked types.
 class TiffFormat : public ImageFormat
 {
 public:

@@ -354,7 +354,7 @@ TovCam::Buffer *AravisStream::GetBuffer(std::uint32_t timeout, std::int32_t *err
     }
 }
 
-// Where the first image of a whole buffer stands, and its shape. False when the buffer does not tell.
+// Where the first image of a whole buffer is, and its shape. False when the buffer does not say.
 bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, Shape &shape, std::size_t &offset)
 {
     std::optional<ArvBufferImage> const image = FirstImageOf(buffer);

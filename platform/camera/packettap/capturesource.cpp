@@ -111,7 +111,7 @@ private:
 
 // Of one GigE Vision camera. The filter in the system copies no more of a stream packet than a line can show, and
 // nothing where nobody wants stream packets. Datagrams of the camera for ports that are not known yet are copied as
-// well: the packet that tells the port may be in the ring already, ahead of them.
+// well: the packet that gives the port may be in the ring already, ahead of them.
 class GigECapture final : public CaptureSource
 {
 public:

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int LinkRawIp = 101; // how files spell DLT_RAW
 
-// A leader that tells an image.
+// A leader that announces an image.
 bool LooksLikeLeader(std::span<std::uint8_t const> packet)
 {
     std::optional<gvsp::Header> const header = gvsp::ReadHeader(packet);

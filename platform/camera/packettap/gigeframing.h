@@ -71,7 +71,7 @@ private:
     int const m_linkType;
     std::uint32_t m_camera;
     FollowedPort m_streamPort, m_messagePort;
-    // Registers that the last command of interest asks for, and where they stand in its answer.
+    // Registers that the last command of interest asks for, and where they are in its answer.
     std::uint16_t m_askedBy = 0;
     std::vector<std::uint32_t> m_asked;
 };

@@ -118,7 +118,7 @@ std::vector<std::unique_ptr<PacketTaps::Tap>> PacketTaps::TakeRetired()
 
 std::int32_t PacketTaps::Register(std::uint32_t id, TovCam::EventCallback callback, void *user, bool *started)
 {
-    std::vector<std::unique_ptr<Tap>> retired; // goes after the lock
+    std::vector<std::unique_ptr<Tap>> retired; // destroyed after the lock is released
     std::lock_guard<std::mutex> lock(m_mutex);
     retired = TakeRetired();
     std::int32_t status = m_events.Register(id, callback, user);
@@ -142,7 +142,7 @@ std::int32_t PacketTaps::Unregister(std::uint32_t id, TovCam::EventCallback call
 {
     if (std::int32_t const status = m_events.Unregister(id, callback, user); status != TOV_CAM_ERR_OK)
         return status;
-    // Goes after the lock: a callback that still runs may want it.
+    // Destroyed after the lock is released: a callback that still runs may want it.
     std::vector<std::unique_ptr<Tap>> ended;
     std::lock_guard<std::mutex> lock(m_mutex);
     ended = TakeRetired();

@@ -109,7 +109,7 @@ private:
         auto const address = static_cast<std::uint32_t>(access.address);
         SimPacket packet;
         if (access.write) {
-            // Address and value of a register stand where address and data of memory stand.
+            // Address and value of a register have the places of address and data of memory.
             static_assert(gvcp::RegisterWrite::Value == gvcp::MemoryData::Data);
             packet = Message(Lead, IsRegister(access) ? gvcp::WRITEREG_CMD : gvcp::WRITEMEM_CMD,
                              gvcp::MemoryData::Data + access.size, m_request);

@@ -1,5 +1,5 @@
-// The packets that a camera would have exchanged with its host, byte by byte as they stand on the wire. One class for
-// each transport; each counts its own requests.
+// The packets that a camera would have exchanged with its host, byte by byte as on the wire. One class for each
+// transport; each counts its own requests.
 //
 // Used by one thread at a time.
 #pragma once

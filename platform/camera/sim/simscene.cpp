@@ -12,7 +12,7 @@
 namespace {
 
 constexpr std::uint32_t Variants = 4;      // finished pictures, a power of two
-constexpr std::uint32_t Grid = 8;          // pixels that take whole bytes in every format; tiles stand on this grid
+constexpr std::uint32_t Grid = 8;          // pixels that take whole bytes in every format; tiles are on this grid
 constexpr std::size_t BandBytes = 1 << 16; // copied in one go
 constexpr std::uint32_t HandPhases = 24;
 constexpr std::uint32_t Digits = 8;

@@ -28,7 +28,7 @@ void SimSender::SendFrame(SimSentFrame frame, SimLoss const &loss)
             continue;
         }
         SendPayload(frame, i, false);
-        // The first packet behind a gap tells the host of it.
+        // The host notices a gap by the first packet after it.
         if (gap < i)
             SendResends(frame, loss, gap, i);
         gap = count;

@@ -37,7 +37,7 @@ public:
     void Lose();
     // Hands packets of the control channel to the thread.
     void Post(std::vector<SimPacket> packets);
-    void NoteMissed(); // one more packet that could not be told; any thread
+    void NoteMissed(); // one more packet that could not be delivered; any thread
     std::uint64_t GetTicks() const;
     void ResetTicks();
     // Ends the thread. The last call on the camera's side.
