@@ -1,4 +1,4 @@
-# What an installation holds besides the program and its libraries, and the Debian package made of it.
+# What an installation contains besides the program and its libraries, and the Debian package made of it.
 
 find_program(TOV_GZIP gzip)
 mark_as_advanced(TOV_GZIP)
@@ -34,8 +34,8 @@ foreach(page tovscope.1 tovfile.1 tovscopelog.property.5)
     tov_install_packed("${PROJECT_SOURCE_DIR}/packaging/man/${page}" ${page} ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
 
-# The log is set up where an administrator looks for settings. The program looks for the file beside itself alone, where a
-# link leads there. Below /usr that is /etc, and an absolute link; elsewhere both move with the prefix.
+# The log is configured where an administrator looks for settings. The program looks for the file beside itself alone,
+# where a link leads to it. Below /usr that is /etc, and an absolute link; elsewhere both move with the prefix.
 set(properties_folder "${CMAKE_INSTALL_SYSCONFDIR}/tovscope")
 file(RELATIVE_PATH properties_link "${CMAKE_INSTALL_FULL_BINDIR}"
      "${CMAKE_INSTALL_PREFIX}/${properties_folder}/tovscopelog.property")
@@ -67,7 +67,7 @@ set(CPACK_PACKAGE_DESCRIPTION
 GenICam, shows its live picture, edits its parameters, records images and
 series, measures the picture and logs the camera's packets. Simulated
 cameras are included.")
-# The paths above are whole: they go below a folder of cpack's own, and are not moved to another prefix.
+# The paths above are absolute: cpack puts them below its own folder, and does not move them to another prefix.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -1,4 +1,4 @@
-# How this project's targets are made: one set of options, and one function a kind of target.
+# How this project's targets are made: one set of options, and one function for each kind of target.
 
 add_library(tov_options INTERFACE)
 target_compile_features(tov_options INTERFACE cxx_std_20)
@@ -10,11 +10,11 @@ if(TOV_SANITIZE)
     target_compile_options(tov_options INTERFACE -fsanitize=${TOV_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=all)
     target_link_options(tov_options INTERFACE -fsanitize=${TOV_SANITIZE})
-    # What containers assert, of Qt and of the standard library, is checked as well.
+    # Assertions of Qt's containers and of the standard library's are checked as well.
     target_compile_definitions(tov_options INTERFACE QT_FORCE_ASSERTS _GLIBCXX_ASSERTIONS)
 endif()
-# Packets, files and descriptions come from strangers: a mistake in reading them ends the process instead of giving it
-# away. .ci/check-hardening looks for these in what was built.
+# Packets, files and descriptions are untrusted: a mistake in reading them ends the process instead of giving it away.
+# .ci/check-hardening looks for these in what was built.
 if(TOV_HARDEN)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)
