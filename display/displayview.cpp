@@ -15,8 +15,7 @@
 
 namespace {
 
-constexpr int IdleTicks =
-    3; // ticks without a frame, after which a changed view gets its crisp picture from the last one
+constexpr int IdleTicks = 3;     // without a frame, after which a changed view gets its crisp picture from the last one
 constexpr int WatchPeriod = 250; // milliseconds between two looks for a silent stream
 
 QString SilenceText(StreamWatch::Silence const &silence)

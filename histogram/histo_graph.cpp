@@ -385,8 +385,7 @@ void Histo_Graph::PaintThresholdsPixels(QPainter &painter)
     QFontMetrics const metrics(*m_labelFont, painter.device());
     int const lineHeight = GetTextSize(*m_labelFont, painter, Number(t.belowLow)).height();
     auto const draw = [&](std::int32_t count, QColor const &color, int x, int y) {
-        painter.fillRect(InkOf(metrics, {x, y}, Number(count)).adjusted(-1, -1, 1, 1),
-                         Area); // keeps the number clear of bars and lines
+        painter.fillRect(InkOf(metrics, {x, y}, Number(count)).adjusted(-1, -1, 1, 1), Area); // clear of bars and lines
         painter.setPen(QPen(color));
         painter.drawText(x, y, Number(count));
     };

@@ -64,7 +64,7 @@ void HistoView::SetMode(int newMode)
     QString const suffix = average ? tr(" (average)") : QString();
     QString const signal = tr("Signal (ADU)");
     QString const pixels = tr("Pixels");
-    // The title and the suffix each have a blank: "Horizontal (average)".
+    // The title and the suffix each have a blank: "Horizontal  (average)".
     switch (mode) {
     case HistoRow:
         graph.SetTitles(tr("Horizontal ") + suffix, pixels, signal);

@@ -42,8 +42,7 @@ QString Measurement::WhyNone(_TovImage const &picture, ComplexHisto const &answe
     if (answer.mode == HistoRGB &&
         (picture.width != masks.width || picture.height != masks.height || picture.bitDepth != masks.bits)) {
         QString const shape = tr("%1 x %2 at %3 bits");
-        return tr("The colours can be told apart only in pictures of %1, as they were when the camera was connected; "
-                  "this "
+        return tr("The colours can be told apart only in pictures of %1, as when the camera was connected; this "
                   "one has %2. Connect again.")
             .arg(shape.arg(masks.width).arg(masks.height).arg(masks.bits),
                  shape.arg(picture.width).arg(picture.height).arg(picture.bitDepth));

@@ -1,5 +1,5 @@
-// / Differences between the releases of Aravis that this program is built with: 0.8.20 (Ubuntu 22.04), 0.8.26 (Debian
-// 12), / 0.8.34 (Debian 13), 0.8.36 (Debian testing). Nothing else asks for the version.
+// Differences between the releases of Aravis that this program is built with: 0.8.20 (Ubuntu 22.04), 0.8.26 (Debian
+// 12), 0.8.34 (Debian 13), 0.8.36 (Debian testing). Nothing else asks for the version.
 #pragma once
 
 #include <arv.h>
@@ -10,10 +10,10 @@
 template<typename Data>
 Data DataWritten(gboolean (*)(ArvDevice *, guint64, guint32, Data, GError **));
 
-/// The data that an ArvDeviceClass::write_memory is given: `void *` in the older ones, `const void *` in 0.8.34.
+// The data that an ArvDeviceClass::write_memory is given: `void *` in the older ones, `const void *` in 0.8.34.
 using ArvWrittenData = decltype(DataWritten(ArvDeviceClass::write_memory));
 
-/// An image in a buffer: pixels and bytes behind each line. `data` is null where the image begins with the buffer.
+// An image in a buffer: pixels and bytes behind each line. `data` is null where the image begins with the buffer.
 struct ArvBufferImage
 {
     gint width, height, linePadding;
@@ -21,7 +21,7 @@ struct ArvBufferImage
     std::uint8_t const *data;
 };
 
-// / The first image of a whole buffer, nothing when the buffer does not say. Before 0.8.23 a buffer has no parts, and /
+// The first image of a whole buffer, nothing when the buffer does not say. Before 0.8.23 a buffer has no parts, and
 // describes images alone, without their padding.
 inline std::optional<ArvBufferImage> FirstImageOf(ArvBuffer *buffer)
 {

@@ -31,7 +31,7 @@ protected:
     DeviceBase(ArvDevice *device, DeviceInfoImpl *info);
     virtual ~DeviceBase();
     virtual bool CanServe(std::uint32_t eventId) const = 0;
-    // The steps of Release. Before accesses are ended; false refuses the Release.
+    // The steps of Release. Comes before accesses are ended; false when Release runs later, on another thread.
     virtual bool BeginRelease();
     // Ends what uses the ArvDevice. With the device's lock held; perhaps on a thread of the background.
     virtual void Close() = 0;

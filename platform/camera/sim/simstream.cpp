@@ -10,8 +10,7 @@
 
 namespace {
 
-constexpr std::size_t LongestBacklog =
-    8192; // control packets that wait for a slow subscriber; later ones count as missed
+constexpr std::size_t LongestBacklog = 8192; // control packets for a slow subscriber; later ones count as missed
 constexpr std::uint16_t ExposureEndEvent = gvcp::DeviceSpecificEvents + 1, FrameStartEvent = ExposureEndEvent + 1;
 // Frames that are later than this move the schedule; others are made up for by a burst.
 constexpr auto MostLate = std::chrono::milliseconds(50);
