@@ -117,9 +117,10 @@ bool UsbFraming::Unpack(CapturedFrame const &frame, TapPacket &packet)
     // The monitor reports bytes that leave the host when they are submitted, and bytes that come when their transfer is
     // complete. A transfer without bytes carries no packet: it was cancelled, or it ends a series of full ones.
     bool const in = IsIn(header.endpoint_number);
+    std::uint8_t const told = in ? URB_COMPLETE : URB_SUBMIT;
     if (header.transfer_type != URB_BULK || (header.endpoint_number & ~USB_ENDPOINT_DIR_MASK) == 0 ||
-        header.event_type != (in ? URB_COMPLETE : URB_SUBMIT) || header.data_flag != '\0' || header.urb_len == 0 ||
-        header.urb_len > LongestTransfer || (in && header.status != 0 && header.status != ShortRead))
+        header.event_type != told || header.data_flag != 0 || header.urb_len == 0 || header.urb_len > LongestTransfer ||
+        (in && header.status != 0 && header.status != ShortRead))
         return false;
     packet.bytes = frame.bytes + headerSize;
     packet.size = header.urb_len;
