@@ -6,7 +6,6 @@
 #include "tovcamera.h"
 
 #include <QClipboard>
-#include <QFileDialog>
 #include <QGuiApplication>
 
 namespace {
@@ -44,8 +43,5 @@ void AboutDlgImpl::Copy()
 
 void AboutDlgImpl::Save()
 {
-    QString const path = QFileDialog::getSaveFileName(nullptr, tr("Save camera info"),
-                                                      Report::SuggestedFileName(m_title), tr("Text file (*.txt)"));
-    if (!path.isEmpty())
-        Report::Write(path, m_report);
+    Report::SaveAs(Report::SuggestedFileName(m_title), m_report);
 }

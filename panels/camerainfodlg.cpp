@@ -4,7 +4,6 @@
 #include "session.h"
 
 #include <QClipboard>
-#include <QFileDialog>
 #include <QGuiApplication>
 
 CameraInfoDlgImpl::CameraInfoDlgImpl(QWidget *parent, Session *session) : QDialog(parent)
@@ -27,8 +26,5 @@ void CameraInfoDlgImpl::Copy()
 
 void CameraInfoDlgImpl::Save()
 {
-    QString const path = QFileDialog::getSaveFileName(nullptr, tr("Save camera info"),
-                                                      Report::SuggestedFileName(m_title), tr("Text file (*.txt)"));
-    if (!path.isEmpty())
-        Report::Write(path, m_report);
+    Report::SaveAs(Report::SuggestedFileName(m_title), m_report);
 }

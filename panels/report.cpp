@@ -1,6 +1,8 @@
 #include "report.h"
 
+#include <QCoreApplication>
 #include <QFile>
+#include <QFileDialog>
 #include <QTextBrowser>
 
 void Report::Show(QTextBrowser *browser, QString const &text)
@@ -18,8 +20,13 @@ QString Report::SuggestedFileName(QString title)
     return title.replace(QLatin1String(",SN:"), QLatin1String("_"));
 }
 
-void Report::Write(QString const &path, QString const &text)
+void Report::SaveAs(QString const &suggestedName, QString const &text)
 {
+    QString const path =
+        QFileDialog::getSaveFileName(nullptr, QCoreApplication::translate("Report", "Save camera info"), suggestedName,
+                                     QCoreApplication::translate("Report", "Text file (*.txt)"));
+    if (path.isEmpty())
+        return;
     QFile file(path);
     // Not truncated: the rest of a longer file stays after the text.
     if (file.open(QIODevice::ReadWrite | QIODevice::Text))
