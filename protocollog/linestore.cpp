@@ -106,10 +106,9 @@ LineStore::Line LineStore::At(std::size_t row) const
 
 quint32 LineStore::IndexOfChannel(QString const &channel)
 {
-    int index = m_channels.indexOf(channel);
-    if (index < 0) {
-        index = m_channels.size();
-        m_channels.append(channel);
-    }
-    return static_cast<quint32>(index);
+    auto const known = std::find(m_channels.begin(), m_channels.end(), channel);
+    auto const index = static_cast<quint32>(known - m_channels.begin());
+    if (known == m_channels.end())
+        m_channels.push_back(channel);
+    return index;
 }

@@ -7,7 +7,6 @@
 #pragma once
 
 #include <QString>
-#include <QVector>
 
 #include <cstddef>
 #include <memory>
@@ -37,7 +36,7 @@ public:
     Line At(std::size_t row) const;
     QString const &ChannelOf(Line const &line) const
     {
-        return m_channels.at(static_cast<int>(line.channel));
+        return m_channels.at(line.channel);
     }
     // Calls it for every line, in order.
     template<class Visit>
@@ -100,5 +99,6 @@ private:
     std::vector<std::shared_ptr<Block>> m_blocks;
     std::size_t m_used = 0; // bytes of records in the last block
     std::size_t m_count = 0;
-    QVector<QString> m_channels; // the few there are
+    // The few there are. Not a container of Qt's: its copies share memory that the last owner writes in place again.
+    std::vector<QString> m_channels;
 };
