@@ -124,8 +124,8 @@ protected:
     std::string Enabled()
     {
         std::string names;
-        for (char const *name : {"LoadConfiguration", "SaveConfiguration", "Connect", "Play", "Stop", "Record", "Snap",
-                                 "ZoomIn", "About", "Settings"})
+        for (char const *name : {"LoadConfiguration", "SaveConfiguration", "Connect", "Disconnect", "Play",
+                                 "TestBandwidth", "Stop", "Record", "Snap", "ZoomIn", "About", "Settings"})
             names += Action(name)->isEnabled() ? std::string(name) + " " : "";
         return names;
     }
@@ -204,15 +204,16 @@ TEST_F(Manager, EnablesActionsByState)
     Gui().updateGui();
     EXPECT_EQ(Enabled(), "Settings ");
     ASSERT_TRUE(Reaches(SessionStateIdle));
-    EXPECT_EQ(Enabled(), "LoadConfiguration SaveConfiguration Connect Play ZoomIn About Settings ");
+    EXPECT_EQ(Enabled(),
+              "LoadConfiguration SaveConfiguration Connect Disconnect Play TestBandwidth ZoomIn About Settings ");
     Action("Play")->trigger();
     ASSERT_TRUE(Reaches(SessionStateAcquisition));
-    EXPECT_EQ(Enabled(), "SaveConfiguration Connect Stop Record Snap ZoomIn About Settings ");
+    EXPECT_EQ(Enabled(), "SaveConfiguration Connect Disconnect Stop Record Snap ZoomIn About Settings ");
     for (SessionState const state : {SessionStateCapturing, SessionStateAcquisition, SessionStateCapturing}) {
         Action("Record")->trigger();
         ASSERT_TRUE(Reaches(state));
     }
-    EXPECT_EQ(Enabled(), "SaveConfiguration Connect Stop Record ZoomIn Settings ");
+    EXPECT_EQ(Enabled(), "SaveConfiguration Connect Disconnect Stop Record ZoomIn Settings ");
     EXPECT_FALSE(Action("Record")->isChecked());
     EXPECT_EQ(Title(), "TovScope -  bench [Scripted, SN:0042]");
     // From capturing the first press stops the recording, the second the camera.
@@ -295,6 +296,7 @@ TEST_F(Manager, AnotherCameraReplacesARunningOneAndALateReportOfThatIsIgnored)
 {
     Bring(m_device, SessionStateCapturing);
     m_device.LoseConnection(); // posted, not delivered
+    QMetaObject::invokeMethod(&Gui(), [] { FAIL() << "posted for the camera before"; }, Qt::QueuedConnection);
     Bring(m_other, SessionStateAcquisition);
     EXPECT_EQ(m_device.ReleaseCount(), 1);
     EXPECT_EQ(m_device.stream.OutCount(), 0u);

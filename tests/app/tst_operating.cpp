@@ -10,6 +10,8 @@
 #include "tovscope.h"
 #include "wait.h"
 
+#include "tovcameragui.h"
+
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
@@ -42,6 +44,7 @@
 #include <QTest>
 #include <QTimer>
 #include <QToolBar>
+#include <QTreeView>
 
 #include <functional>
 #include <map>
@@ -49,6 +52,8 @@
 #include <utility>
 
 namespace {
+
+bool const s_undescribed = setenv("TOV_SIM_CAMERA_XML", "/dev/null", 1) == 0; // a camera more, "VG-XML"
 
 template<typename... Types>
 bool Is(QWidget const *widget)
@@ -118,13 +123,23 @@ protected:
     {
         Find<QAbstractButton>(button)->click();
     }
-    // Answers the file dialog that opens in the course of the call, and then the boxes that tell of a failure.
+    // Answers the dialog for a file or a camera that opens in the course of the call, and then the boxes that tell of a
+    // failure.
     void ChooseFile(std::function<void()> const &call, QString const &path)
     {
         bool chosen = false;
         QTimer answer;
         QObject::connect(&answer, &QTimer::timeout, [&] {
             QWidget *const modal = QApplication::activeModalWidget();
+            if (auto *const dialog = qobject_cast<TovGui::TovCameraSelectorDialog *>(modal)) {
+                auto *const tree = dialog->findChild<QTreeView *>();
+                auto const found = tree->model()->match(tree->model()->index(0, 0), Qt::DisplayRole, path, 1,
+                                                        Qt::MatchContains | Qt::MatchRecursive);
+                if (!found.isEmpty() && !std::exchange(chosen, true)) {
+                    tree->setCurrentIndex(found[0]);
+                    QTest::keyClick(tree, Qt::Key_Return);
+                }
+            }
             if (auto *const dialog = qobject_cast<QFileDialog *>(modal); dialog && !std::exchange(chosen, true)) {
                 dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(path);
                 QMetaObject::invokeMethod(dialog, "accept");
@@ -275,10 +290,11 @@ TEST_F(Operating, TheCapturePanelRecordsWhatItSaysAndTellsWhatFails)
     QString folder;
     auto const type = [&](QString const &path) {
         auto *const edit = Find<QLineEdit>("edFolderName");
+        m_window->activateWindow();
         edit->setFocus();
+        EXPECT_TRUE(Eventually([=] { return edit->hasFocus(); }));
         edit->selectAll();
-        QTest::keyClicks(edit, folder = path);
-        QTest::keyClick(edit, Qt::Key_Return);
+        QTest::keyClicks(edit, folder = path); // the command that comes next ends the edit
     };
     auto const files = [&] {
         return QDir(folder).entryInfoList(QDir::Files | QDir::Hidden);
@@ -436,6 +452,9 @@ TEST_F(Operating, ActionsZoomThePictureAndADoubleClickLooksCloser)
         return x[1] - x[0];
     };
     int const actual = span();
+    picture->SetParamFloat("display.at.x", 0.25);
+    Find<QAction>("actionCenterImage")->trigger();
+    EXPECT_EQ(FloatOf(picture, "display.at.x"), 0.5);
     Find<QAction>("actionZoomIn")->trigger();
     EXPECT_LT(span(), actual);
     Find<QAction>("actionZoomOut")->trigger();
@@ -461,6 +480,19 @@ TEST_F(Operating, AConfigurationBringsSettingsAndCameraBack)
         ASSERT_TRUE(Reaches(SessionStateIdle));
         EXPECT_EQ(Features()->GetIntegerValue("Width", nullptr), 640) << connected;
         EXPECT_TRUE(m_window->windowTitle().endsWith(QStringLiteral(" { %1 }").arg(file)));
+    }
+    // One that cannot be operated is given back, whichever way it was asked for.
+    QFile text(file);
+    ASSERT_TRUE(text.open(QIODevice::ReadWrite));
+    QByteArray const content = text.readAll().replace("=VG-1280C", "=VG-XML");
+    text.resize(0);
+    text.write(content);
+    text.close();
+    for (char const *const action : {"actionConnect", "actionLoadConfiguration"}) {
+        Gui().cameraDisconnect();
+        ChooseFile([&] { Find<QAction>(action)->trigger(); }, action[6] == 'C' ? QStringLiteral("VG-XML") : file);
+        EXPECT_EQ(Gui().GetSession(), nullptr);
+        EXPECT_EQ(FindSimulated(m_system, "VG-XML")->GetAccessStatus(), TovCam::DeviceInfo::AccessFree) << action;
     }
 }
 

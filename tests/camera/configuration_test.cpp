@@ -86,6 +86,7 @@ TEST_F(ConfigurationTest, RefusesWhatIsNoConfigurationOfThisCamera)
         {"another format", Edited("Version=1", "Version=2"), NoConfiguration},
         {"another model", Edited("Model=VG-2048M", "Model=VG-1280C"), OtherCamera},
         {"too large a number", Edited("Width=2048", "Width=99999999999999999999"), NoValue},
+        {"no number to its end", Edited("Width=2048", "Width=2048x"), NoValue},
         {"no finite number", Edited("Gamma=1", "Gamma=inf"), NoValue},
         {"half a byte", Edited("LUTValueAll=00", "LUTValueAll=0"), NoValue},
         {"a selector without a value", Edited("GainSelector=AnalogAll]", "GainSelector]"), NotWhole},
@@ -130,16 +131,19 @@ TEST_F(ConfigurationTest, AppliesWhatItCan)
         EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
     }
     // The node map reports it for the feature, until that is written or all is well.
-    EXPECT_NE(Load(Edited("Width=2048", "Width=100000")), 0);
-    ASSERT_EQ(State("Width").refused.size(), 1u);
-    EXPECT_EQ(State("Width").refused[0].wanted, "100000");
-    EXPECT_TRUE(State("Height").refused.empty());
-    EXPECT_EQ(Load(m_text), 0);
-    EXPECT_TRUE(State("Width").refused.empty());
+    for (bool const written : {true, false}) {
+        EXPECT_NE(Load(Edited("Width=2048", "Width=100000")), 0);
+        ASSERT_EQ(State("Width").refused.size(), 1u);
+        EXPECT_EQ(State("Width").refused[0].wanted, "100000");
+        EXPECT_TRUE(State("Height").refused.empty());
+        EXPECT_EQ(written ? m_nodes->WriteFeature(FindFeature(m_nodes, "Width"), State("Width").value) : Load(m_text),
+                  0);
+        EXPECT_TRUE(State("Width").refused.empty());
+    }
     // The camera refuses now; the file takes the fault away, and then all goes well.
     ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", "Gamma"), 0);
-    EXPECT_EQ(Load(Edited("Gamma=1", "Gamma=1.5")), 0);
-    EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.5);
+    EXPECT_EQ(Load(Edited("Gamma=1", "Gamma=1.001")), 0);
+    EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.001);
 
     // While frames run the format stays, and everything else comes.
     ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
@@ -256,10 +260,12 @@ TEST_F(ConfigurationTest, SavingLeavesTheOldFileOrAWholeNewOne)
         EXPECT_EQ(m_device->SaveConfiguration(path.c_str()), TOV_CAM_ERR_FILE_NOT_FOUND) << path;
     std::string const link = m_folder / "link.tcfg";
     fs::create_symlink(m_path, link);
+    fs::permissions(m_path, fs::perms(0604));
     ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
     ASSERT_EQ(m_device->SaveConfiguration(link.c_str()), 0);
     EXPECT_NE(ReadFile().find("\nWidth=512\n"), std::string::npos);
     EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(fs::status(m_path).permissions(), fs::perms(0604));
     // Cameras that cannot be asked.
     std::string const before = ReadFile();
     ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", "GainSelector"), 0);

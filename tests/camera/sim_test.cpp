@@ -73,14 +73,16 @@ TEST_P(SimModels, EveryFormatShowsTheSameScene)
             EXPECT_EQ(image->formatClass, info->formatClass);
             EXPECT_EQ(image->bitsPerPixel, info->bitsPerPixel);
             EXPECT_EQ(image->lineStep, TovLineBytes(info->pixelType, image->width));
+            double means[3];
             for (std::uint32_t c = 0; c < 3; ++c) {
-                double const mean = MeanOf(image, c);
+                double const mean = means[c] = MeanOf(image, c);
                 if (formats == 0)
                     reference[c] = mean;
                 if (info->family != TOV_FAMILY_MONO || c == 1) {
                     EXPECT_NEAR(mean, reference[c], 4.0);
                 }
             }
+            EXPECT_TRUE(info->family == TOV_FAMILY_MONO || means[2] > means[0]) << "there is more blue in it than red";
         });
         ++formats;
     }
@@ -142,6 +144,9 @@ TEST_F(SimTest, FaultsShowInTheFrames)
 TEST_F(SimTest, ALostCameraTellsAndComesBack)
 {
     OpenFast();
+    std::uint32_t sensor = 0; // in the host's byte order
+    EXPECT_EQ(m_device->ReadRegister(0x20006004, &sensor, sizeof sensor), 0);
+    EXPECT_EQ(sensor, 0x04000000u);
     ExpectLoss([this] { EXPECT_EQ(m_nodes->ExecuteCommand("SimLoseCamera"), 0); });
     Close();
     OpenModel();

@@ -1,4 +1,5 @@
 // The parts of the simulator that meet threads, without a node map: this is what ThreadSanitizer looks at.
+#include "background.h"
 #include "sim/simstream.h"
 
 #include "asleep.h"
@@ -21,6 +22,7 @@ protected:
             static_cast<Gate *>(gate)->Pass();
         };
         EXPECT_EQ(m_hub.Register(channel, take, &m_told), 0);
+        EXPECT_NE(m_hub.Register(channel, take, this), 0); // the place is taken
     }
     void Start(SimStream &stream, std::int64_t frames = -1)
     {
@@ -119,6 +121,16 @@ TEST_F(SimStreamTest, AStopWaitsForTheFrameUnderWayAndTheEndOfAChannelForItsCall
     EXPECT_TRUE(Returns(stop)) << "it sleeps on";
     EXPECT_TRUE(Returns(leave)) << "it sleeps on";
     EXPECT_EQ(stream.ReleaseBufferQueue(), 0);
+}
+
+TEST(BackgroundTest, WhoWaitsForAJobIsWokenByItsEnd)
+{
+    Gate gate;
+    gate.Close();
+    auto const job = std::async(std::launch::async, [&] { Background::Run([&] { gate.Pass(); }, 1h); });
+    ASSERT_TRUE(OthersFallAsleep());
+    gate.Open();
+    EXPECT_TRUE(Returns(job)) << "it sleeps on";
 }
 
 TEST_F(SimStreamTest, StartsAndStopsRaceWithFrames)

@@ -52,7 +52,7 @@ INSTANTIATE_TEST_SUITE_P(
     Values, FeatureParseTest,
     testing::Values(ParseCase{Int, Pure, 16, 2048, 16, " 640 us ", "640", false},
                     ParseCase{Int, Pure, 16, 2048, 16, "649", "656", true},
-                    ParseCase{Int, Pure, 16, 2050, 16, "9999", "2048", true},
+                    ParseCase{Int, Pure, 16, 2060, 16, "9999", "2048", true},
                     ParseCase{Int, Pure, 16, 2048, 16, "-99999999999999999999", "16", true},
                     ParseCase{Int, Pure, -1e19, 1e19, 1, "-9223372036854775808", "-9223372036854775808", false},
                     ParseCase{Int, Pure, 0, 10, 1, "1.5", nullptr, true},

@@ -146,6 +146,10 @@ TEST_F(FeatureTreeTest, KeepsWhatWasTypedUntilItMakesSense)
     ASSERT_TRUE(Editor<QLineEdit>());
     EXPECT_TRUE(Editor<QLineEdit>()->isReadOnly());
     EXPECT_EQ(Editor<QLineEdit>()->text(), QStringLiteral("01 AB 00 7A"));
+
+    m_camera.readStatus = TOV_CAM_ERR_GENICAM_GENERIC; // what was written is not shielded from it
+    EXPECT_TRUE(Eventually([this] { return Find("Width").data(Qt::ForegroundRole).isValid(); }));
+    EXPECT_TRUE(Find("Width").data(Qt::ToolTipRole).toString().contains(QStringLiteral("Not read")));
 }
 
 TEST_F(FeatureTreeTest, SliderWritesWhileItMovesAndEscapePutsBack)

@@ -199,9 +199,13 @@ TEST_F(DisplayViewTest, ReadsTheValuesOfAPixel)
             for (std::uint32_t i = 0; i < image.imageSize; ++i)
                 image.imageData[i] = c.pixel[i % c.pixel.size()];
         }));
-        for (QPoint const outside : {QPoint(-1, 0), QPoint(0, -1), QPoint(7, 0), QPoint(0, 5)})
-            view->sendMouseMoved(outside.x(), outside.y());
-        view->sendMouseMoved(6, 4);
+        view->Zoom100();
+        for (QPoint at : {QPoint(-1, 0), QPoint(0, -1), QPoint(7, 0), QPoint(0, 5), QPoint(6, 4)}) {
+            view->sendMouseMoved(at.x(), at.y());
+            auto const inside = at.x() == 6 ? std::optional(at) : std::nullopt;
+            view->GetRenderer()->Translate(&at.rx(), &at.ry(), 0);
+            EXPECT_EQ(view->PixelAt(view->viewport()->mapToGlobal(at)), inside) << at.x();
+        }
         Finish();
         view->sendMouseMoved(6, 4); // no image
         ASSERT_EQ(spy.count(), 1);

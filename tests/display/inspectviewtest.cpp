@@ -52,7 +52,8 @@ protected:
         QPoint const from(50, 40);
         for (auto const &[type, at] : {std::pair(QEvent::MouseButtonPress, from),
                                        {QEvent::MouseMove, from + by},
-                                       {QEvent::MouseButtonRelease, from + by}}) {
+                                       {QEvent::MouseButtonRelease, from + by},
+                                       {QEvent::MouseMove, from}}) {
             QMouseEvent event(type, at, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
             QApplication::sendEvent(inspect->widget(), &event);
         }

@@ -266,6 +266,11 @@ TEST_F(RasterDisplay, RefusesWhatIsNoColourMap)
     EXPECT_NE(AddMap("1.,0;", 2), 0u);
     EXPECT_EQ(AddMap("1.,0;", 1, 0), 0u); // known, but off
     EXPECT_EQ(Show(pixels.Image()).pixel(100, 75), Grey(9));
+    ASSERT_EQ(AddMap("1.,1,1.,0.,0.;"), 0u);
+    Set("filter.id", 3); // of several the highest shows
+    display->GetComponent()->SetParamString("filter.channel.0", "1.,1,0.,0.,1.;");
+    EXPECT_EQ(Run("filter.add"), 0u);
+    EXPECT_EQ(Show(pixels.Image()).pixel(100, 75), qRgb(255, 0, 0));
 }
 
 // ---- Odd input and lives --------------------------------------------------------------------------------------------

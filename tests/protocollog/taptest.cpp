@@ -248,6 +248,7 @@ TEST_F(Flood, NoPacketIsLostUncounted)
     expectAll(400000);
     EXPECT_GT(missed, 0u);
     EXPECT_EQ(taps.Unregister(TovCam::EventStreamChannel, take, &told), 0);
+    EXPECT_EQ(static_cast<std::uint64_t>(told.Reached()) + missed, sent) << "counted twice";
 }
 
 } // namespace

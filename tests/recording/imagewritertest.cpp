@@ -199,9 +199,11 @@ TEST_F(Writer, GetsOverFailures)
         serializer.Reset();
         Record();
         EXPECT_EQ(Told(), "I Recording: 0 saved") << "the next one begins anew";
-        Feed(6, 9);
+        Feed(6, 8);
+        Feed(10, 10);
         ASSERT_TRUE(Drained());
         EXPECT_EQ(Stop().saved, 4);
+        EXPECT_EQ(Told(), "W Recording ended after: 4 saved, 0 failed, 1 missing, 0 dropped here");
     }
 }
 

@@ -64,6 +64,14 @@ TEST_F(FullDiskTest, LeavesMoviesThatPlayAndNoHalfFiles)
     setrlimit(RLIMIT_FSIZE, &limit);
     FillWithEverything(limit.rlim_cur);
     EXPECT_EQ(Files(folder), 0);
+    // Only the index finds no room.
+    Picture const picture(TV_PIXEL_MONO8, 200, 150);
+    ASSERT_EQ(serializer->StartMovie(picture.Image(), Path("m.tvm").c_str(), 25), TOV_SERIALIZER_OK);
+    ASSERT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
+    rlimit const full{fs::file_size(Path("m.tvm")), old.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_ERR_WRITE);
+    EXPECT_EQ(FramesIn(Path("m.tvm")), 1);
     setrlimit(RLIMIT_FSIZE, &old);
 }
 

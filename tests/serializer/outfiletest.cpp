@@ -70,7 +70,7 @@ TEST_F(OutFileTest, RemovesWhatTheDeadLeftUnderTemporaryNames)
         return file.CreateHidden(Path(name), 1, OutFile::Road::Cached, OutFile::Birth::Beside);
     };
     OutFile living, file;
-    ASSERT_EQ(begin(living, "living"), 0);
+    ASSERT_EQ(begin(living, "file.raw"), 0);
     std::string const ours = fs::directory_iterator(folder)->path().filename();
     for (std::size_t const at : {ours.find('-') + 1, ours.rfind('-') - 1}) { // another machine; a number used again
         std::string other = ours;
@@ -82,13 +82,13 @@ TEST_F(OutFileTest, RemovesWhatTheDeadLeftUnderTemporaryNames)
     EXPECT_EQ(InChild([&] { return begin(file, "dead") == 0 ? raise(SIGKILL) : 1; }), -1);
     // The child has removed the one with our number and another start, and left its own.
     EXPECT_EQ(Files(folder), 6);
-    ASSERT_EQ(begin(file, "next"), 0);
+    ASSERT_EQ(begin(file, "file.raw"), 0);
     EXPECT_EQ(Files(folder), 6);
     EXPECT_EQ(living.Publish(), 0);
     EXPECT_EQ(file.Publish(), 0);
     EXPECT_EQ(Files(folder), 6);
-    EXPECT_TRUE(fs::exists(Path("living")));
-    EXPECT_TRUE(fs::exists(Path("next")));
+    EXPECT_TRUE(fs::exists(Path("file.raw")));
+    EXPECT_TRUE(fs::exists(Path("file_1.raw"))); // nothing is replaced
 }
 
 } // namespace

@@ -107,7 +107,7 @@ StatisticsRow const statisticsRows[] = {
     {"gap_adds_the_missing", {{5, 1000}, {6, 2000}, {9, 4000}}, 3, 2, 0, 5. / 3000, 2000, 2},
     // One of the two did come, and so did the nameless one of the three after it.
     {"incomplete_is_not_missing", {{5, 1000}, {7, 2000, true}, {8, 4000}}, 2, 2, 1, 4. / 3000, 3000, 1},
-    {"incomplete_without_id", {{5, 1000}, {0, 2000, true}, {9, 4000}}, 2, 3, 1, 5. / 3000, 3000, 2},
+    {"incomplete_without_id", {{5, 1000}, {0, 2000, true}, {9, 4000}, {12, 5000}}, 3, 5, 1, 8. / 4000, 1000, 4},
     {"id_restart_adds_nothing", {{9, 1000}, {1, 2000}}, 2, 0, 0, 2. / 1000, 1000},
     {"id_zero_after_the_largest", {{Farthest, 1000}, {0, 2000}}, 2, 0, 0, 2. / 1000, 1000},
     {"incomplete_only_counts", {{1, 1000}, {2, 2000, true}, {3, 3000, true}}, 1, 0, 2, 1. / 1000, 1000},

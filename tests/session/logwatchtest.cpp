@@ -113,6 +113,7 @@ TEST_F(LogWatched, LoggingIsSwitchedOffWithoutMemory)
             EXPECT_TRUE(NoticeBecomes(why)) << qPrintable(Notice());
         else // the next second may have begun
             EXPECT_TRUE(NoticeBecomes("switched off")) << qPrintable(Notice());
+        EXPECT_FALSE(session->GetLogReport().contains(QLatin1String("missing from them: 0.")));
         session->clearLog();
         EXPECT_EQ(Notice(), QString());
     }

@@ -274,24 +274,27 @@ TEST_F(SessionTest, AStopWaitsForTheDisplayAndTheRecorder)
     FakeSerializerScript &serializer = FakeSerializerScript::Get();
     serializer.Set(&FakeSerializing::onWrite, [&](std::size_t) { return file.Pass(), 0; });
     session->GetDisplayView()->AddInspectView(&view);
-    for (Gate *const gate : {static_cast<Gate *>(&view), &file}) {
+    std::tuple<Gate *, std::function<void()>, char const *, char const *> const rows[] = {
+        {&view, [this] { session->signalStopAcquisition(); }, "Execute AcquisitionStop",
+         "StopAcquisition 1; Set TLParamsLocked 0; ReleaseBufferQueue"},
+        {&file, [this] { session->stopCapturing(); }, "", ""},
+        {&file, [this] { session.reset(); }, "UnregisterEvent 1004; UnregisterEvent 1005", STOP_LOG "; " CLOSE_LOG}};
+    for (auto const &[gate, stop, before, after] : rows) {
         bool const recording = gate == &file;
         GoTo(recording ? SessionStateCapturing : SessionStateAcquisition);
         gate->Close();
         int const reached = gate->Reached();
         Feed(1, 1);
-        EXPECT_TRUE(Eventually([&] { return gate->Reached() > reached; }));
-        auto const opened = gate->OpenOnceAllSleep([&] {
-            EXPECT_EQ(device.script.TakeLog(), recording ? "" : "Execute AcquisitionStop");
+        EXPECT_TRUE(Eventually([&, gate = gate] { return gate->Reached() > reached; }));
+        auto const opened = gate->OpenOnceAllSleep([&, before = before] {
+            EXPECT_EQ(device.script.TakeLog(), before);
             EXPECT_EQ(serializer.TakeLog(), recording ? "Series raw 1080101 q50" : "");
         });
-        recording ? session->stopCapturing() : session->signalStopAcquisition();
+        stop();
         opened.wait();
         EXPECT_EQ(serializer.TakeLog(), recording ? "Stop" : "");
-        EXPECT_EQ(device.script.TakeLog(),
-                  recording ? "" : "StopAcquisition 1; Set TLParamsLocked 0; ReleaseBufferQueue");
+        EXPECT_EQ(device.script.TakeLog(), after);
     }
-    session->GetDisplayView()->RemoveInspectView(&view);
 }
 
 TEST_F(SessionTest, AFailingPluginLeavesTheMachineInCapturing)
@@ -349,6 +352,8 @@ TEST_F(SessionTest, RecordsUntilSomethingEndsIt)
             emit session->signalStartCapturing();
         ASSERT_EQ(session->GetState(), SessionStateCapturing);
         Feed(1, 3);
+        auto *const fifo = static_cast<GrabbingFifo *>(session->GetGrabber());
+        EXPECT_TRUE(!is("a snap") || Becomes([=] { return fifo->GetAccounts().queued == 0; })); // it is told late
         EXPECT_TRUE(Eventually([&] { return serializer.Writes().size() >= row.saved; }));
         if (is("the operator") || is("files that cannot be closed"))
             emit session->signalStopCapturing();

@@ -8,7 +8,6 @@
 
 #include <QCheckBox>
 #include <QGroupBox>
-#include <QLineEdit>
 #include <QTabBar>
 #include <QTemporaryDir>
 
@@ -173,102 +172,6 @@ TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
         hands.AnswerLoss(robot);
     });
     qunsetenv("TMPDIR");
-}
-
-TEST_F(FakeGigE, IncompleteFramesAreCountedAndNotShown)
-{
-    Operator::Run([](Robot &robot, Operator &hands) {
-        FakeGigECamera camera({"-r", "2"});
-        hands.Connect(robot, FakeGigECamera::Serial);
-        robot.Click(hands.Window(), "actionPlay");
-        robot.WaitFor("incomplete frames", [&] { return hands.Counter("FramesIncomp") >= 5; });
-        robot.WaitFor("whole frames", [&] { return hands.Counter("FramesAcquired") >= 5; });
-        hands.Stop(robot);
-        hands.Disconnect(robot);
-    });
-}
-
-// Files are whole however a recording ends.
-TEST_F(FakeGigE, IsRecordedFrom)
-{
-    QTemporaryDir const top;
-    QString folder;
-    qint64 frameBytes = 0;
-    auto const files = [&] {
-        return QDir(folder).entryInfoList(QDir::Files | QDir::Hidden);
-    };
-    auto const expectWhole = [&] {
-        EXPECT_FALSE(files().isEmpty());
-        for (QFileInfo const &file : files())
-            EXPECT_EQ(file.size(), frameBytes) << file.fileName().toStdString();
-    };
-    Operator::Run([&](Robot &robot, Operator &hands) {
-        Tour const tour(robot, hands);
-        auto camera = std::make_unique<FakeGigECamera>();
-        auto const connect = [&] {
-            hands.Connect(robot, FakeGigECamera::Serial);
-            robot.Gui([&] {
-                hands.Features()->SetIntegerValue("Width", 256);
-                hands.Features()->SetIntegerValue("Height", 128);
-                frameBytes = hands.Features()->GetIntegerValue("PayloadSize", nullptr);
-            });
-            hands.Play(robot);
-        };
-        auto const typeFolder = [&](char const *name) { // which does not exist yet; what was typed counts without Enter
-            auto *const edit = tour.Find<QLineEdit>("edFolderName");
-            robot.Click(edit);
-            robot.Key("ctrl+a");
-            robot.Type(folder = top.filePath(QString::fromLatin1(name)));
-            robot.WaitFor("the folder", [&] { return edit->text() == folder; });
-        };
-        auto const waitForFiles = [&] {
-            robot.WaitFor("a recording", [&] { return hands.State() == SessionStateCapturing && files().size() >= 5; });
-        };
-        auto const waitForTheEnd = [&] {
-            robot.WaitFor("the end of the recording", [&] { return hands.State() == SessionStateAcquisition; });
-            expectWhole();
-        };
-        connect();
-        typeFolder("new/folder");
-        robot.Click(tour.Find<QWidget>("btnRecord"));
-        waitForFiles();
-        robot.Click(tour.Find<QWidget>("btnRecord"));
-        waitForTheEnd();
-        typeFolder("snap");
-        robot.Key("ctrl+shift+r");
-        robot.WaitFor("one file", [&] { return files().size() == 1; });
-        waitForTheEnd();
-
-        // A name by the menu.
-        robot.Click(tour.Find<QWidget>("btnFileName"));
-        robot.WaitFor("the menu", [] { return QApplication::activePopupWidget(); });
-        robot.Screenshot(QStringLiteral("templates"));
-        robot.Key("Up"); // the last but one: the number
-        robot.Key("Up");
-        robot.Key("Return");
-        robot.WaitFor("the menu to close", [] { return !QApplication::activePopupWidget(); });
-        typeFolder("template");
-        robot.Key("ctrl+r");
-        waitForFiles();
-        robot.Key("ctrl+r");
-        waitForTheEnd();
-        EXPECT_TRUE(files().first().fileName().contains(QLatin1Char('#')));
-
-        typeFolder("lost");
-        robot.ClickMenu(hands.Window(), "actionRecord");
-        waitForFiles();
-        camera->Kill();
-        hands.AnswerLoss(robot);
-        expectWhole();
-        camera = std::make_unique<FakeGigECamera>();
-        connect();
-        typeFolder("closed");
-        robot.Key("ctrl+r");
-        waitForFiles();
-        robot.Key("alt+F4");
-        robot.WaitFor("the window to close", [&] { return !hands.Window()->isVisible(); });
-    });
-    expectWhole();
 }
 
 } // namespace
