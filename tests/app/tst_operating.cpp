@@ -123,8 +123,7 @@ protected:
     {
         Find<QAbstractButton>(button)->click();
     }
-    // Answers the dialog for a file or a camera that opens in the course of the call, and then the boxes that tell of a
-    // failure.
+    // Answers the dialog for a file or a camera that the call opens, and then the boxes that tell of a failure.
     void ChooseFile(std::function<void()> const &call, QString const &path)
     {
         bool chosen = false;
