@@ -242,7 +242,7 @@ TEST_F(FeatureTreeTest, PollsWhatIsVisibleAndNothingWhileHidden)
         return reads(log, m_sample.counter);
     };
     EXPECT_TRUE(Eventually([&] { return readsMeanwhile() > 4; })); // it has a time of its own, which is shorter
-    m_view->collapse(m_view->model()->index(1, 0)); // where the temperature is
+    m_view->collapse(m_view->model()->index(1, 0));                // where the temperature is
     EXPECT_TRUE(Eventually([&] { return readsMeanwhile() == 0; }));
     m_tree->hide();
     EXPECT_TRUE(Eventually([&] {
