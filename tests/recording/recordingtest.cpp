@@ -39,16 +39,22 @@ TEST_P(Recording, KnowsOfEveryFrameOfADisturbedCamera)
         Eventually([&] { return IntOf(writer, "FramesSaved") >= 30 && IntOf(writer, "CaptureFramesDroppedHW") >= 3; }));
     emit session->signalStopCapturing();
     RecordingLedger const ledger = writer->GetLedger();
+    auto const lastId = IntOf(session->GetGrabber(), "FrameID");
     EXPECT_TRUE(ledger.AddsUp());
     EXPECT_GE(ledger.savedIncomplete, 3);
     QFileInfoList const files = QDir(folder.path()).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
     ASSERT_EQ(files.size(), ledger.saved);
-    // Every fifth did not come, whatever else happened; the first and the last gap may lie outside.
+    // The files bear the frames' ids. Every fifth frame never came, a busy computer loses others, and whatever the
+    // files lack between the first and the last is in the ledger. It may name a few more, from before and behind them,
+    // but never more than the camera has sent.
     auto const number = [](QFileInfo const &file) {
         return file.baseName().section(QLatin1Char('_'), 1).toLongLong();
     };
-    EXPECT_NEAR(ledger.missing, (number(files.last()) - number(files.first()) + 1 + ledger.queued) / 5,
-                2 + ledger.droppedSW);
+    qint64 const first = number(files.first());
+    qint64 const holes = number(files.last()) - first + 1 - files.size();
+    EXPECT_GE(holes, files.size() / 4 - 1);
+    EXPECT_GE(ledger.missing + ledger.droppedSW, holes);
+    EXPECT_LE(ledger.missing + ledger.saved + ledger.queued, lastId - first + 1 + ledger.droppedSW + 4);
     for (QFileInfo const &file : files)
         EXPECT_EQ(file.size() * 8 % (320 * 200), 0) << qPrintable(file.fileName());
     session.reset();
