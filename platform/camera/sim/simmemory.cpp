@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-SimMemory::SimMemory(bool bigEndian) : m_big(bigEndian), m_bytes(SimRegister::End)
+SimMemory::SimMemory(bool bigEndian) : m_big(bigEndian), m_bytes(SimRegister::End - SimRegister::Begin)
 {
 }
 
@@ -15,23 +15,33 @@ bool SimMemory::IsBigEndian() const
 
 std::uint8_t *SimMemory::Find(std::uint64_t address, std::uint32_t size)
 {
-    if (size > 0 && address < m_bytes.size() && size <= m_bytes.size() - address)
-        return m_bytes.data() + address;
+    if (size > 0 && address >= SimRegister::Begin && address < SimRegister::End && size <= SimRegister::End - address)
+        return At(static_cast<std::uint32_t>(address));
     return nullptr;
+}
+
+std::uint8_t *SimMemory::At(std::uint32_t address)
+{
+    return m_bytes.data() + (address - SimRegister::Begin);
+}
+
+std::uint8_t const *SimMemory::At(std::uint32_t address) const
+{
+    return m_bytes.data() + (address - SimRegister::Begin);
 }
 
 std::uint64_t SimMemory::GetInt(std::uint32_t address, std::uint32_t size) const
 {
     std::uint64_t value = 0;
     for (std::uint32_t i = 0; i < size; ++i)
-        value = value << 8 | m_bytes[address + (m_big ? i : size - 1 - i)];
+        value = value << 8 | At(address)[m_big ? i : size - 1 - i];
     return value;
 }
 
 void SimMemory::SetInt(std::uint32_t address, std::uint64_t value, std::uint32_t size)
 {
     for (std::uint32_t i = 0; i < size; ++i, value >>= 8)
-        m_bytes[address + (m_big ? size - 1 - i : i)] = static_cast<std::uint8_t>(value);
+        At(address)[m_big ? size - 1 - i : i] = static_cast<std::uint8_t>(value);
 }
 
 double SimMemory::GetFloat(std::uint32_t address) const
@@ -51,17 +61,17 @@ void SimMemory::SetFloat(std::uint32_t address, double value)
 
 std::string SimMemory::GetText(std::uint32_t address) const
 {
-    auto const *const text = reinterpret_cast<char const *>(m_bytes.data() + address);
+    auto const *const text = reinterpret_cast<char const *>(At(address));
     return std::string(text, strnlen(text, SimRegister::TextSize));
 }
 
 void SimMemory::SetText(std::uint32_t address, std::string const &text)
 {
-    std::fill_n(m_bytes.begin() + address, SimRegister::TextSize, 0);
-    std::copy_n(text.begin(), std::min<std::size_t>(text.size(), SimRegister::TextSize - 1), m_bytes.begin() + address);
+    std::fill_n(At(address), SimRegister::TextSize, 0);
+    std::copy_n(text.begin(), std::min<std::size_t>(text.size(), SimRegister::TextSize - 1), At(address));
 }
 
 void SimMemory::Clear(std::uint32_t begin, std::uint32_t end)
 {
-    std::fill(m_bytes.begin() + begin, m_bytes.begin() + end, 0);
+    std::fill(At(begin), At(end), 0);
 }

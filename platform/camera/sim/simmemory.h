@@ -27,6 +27,9 @@ public:
     void Clear(std::uint32_t begin, std::uint32_t end);
 
 private:
+    std::uint8_t *At(std::uint32_t address);
+    std::uint8_t const *At(std::uint32_t address) const;
+
     bool const m_big;
     std::vector<std::uint8_t> m_bytes;
 };
