@@ -24,10 +24,50 @@ std::optional<TovCam::FeatureKind> KindOf(ArvGcNode *node)
 
 namespace {
 
+ArvGcNode *LinkOf(ArvGcNode *node, ArvGcPropertyNodeType link)
+{
+    ArvGcNode *linked = nullptr;
+    ForProperties(ARV_DOM_NODE(node), [&](ArvGcPropertyNode *property, ArvGcPropertyNodeType type) {
+        if (type == link)
+            linked = arv_gc_property_node_get_linked_node(property);
+    });
+    return linked;
+}
+
+// Whether the value comes with the frames, in their chunk data, and the camera's memory does not have it.
+bool IsInChunks(ArvGcNode *node)
+{
+    constexpr int LongestWay = 10; // from a feature to its register
+    for (int i = 0; node && i < LongestWay; ++i) {
+        if (ArvGcNode *const port = LinkOf(node, ARV_GC_PROPERTY_NODE_TYPE_P_PORT)) {
+            bool isChunk = false;
+            ForProperties(ARV_DOM_NODE(port), [&](ArvGcPropertyNode *, ArvGcPropertyNodeType type) {
+                isChunk |= type == ARV_GC_PROPERTY_NODE_TYPE_CHUNK_ID;
+            });
+            return isChunk;
+        }
+        node = LinkOf(node, ARV_GC_PROPERTY_NODE_TYPE_P_VALUE);
+    }
+    return false;
+}
+
+// The way to a register is the same all the time, so it is gone once.
+bool IsAvailable(ArvGcFeatureNode *node, ErrorSlot &error)
+{
+    static GQuark const known = g_quark_from_static_string("tov-in-chunks");
+    enum { Unknown, InMemory, InChunks };
+    gpointer place = g_object_get_qdata(G_OBJECT(node), known);
+    if (GPOINTER_TO_INT(place) == Unknown) {
+        place = GINT_TO_POINTER(IsInChunks(ARV_GC_NODE(node)) ? InChunks : InMemory);
+        g_object_set_qdata(G_OBJECT(node), known, place);
+    }
+    return GPOINTER_TO_INT(place) == InMemory && arv_gc_feature_node_is_available(node, error);
+}
+
 std::int32_t CheckAvailable(ArvGcFeatureNode *node)
 {
     ErrorSlot error;
-    bool const available = arv_gc_feature_node_is_available(node, error);
+    bool const available = IsAvailable(node, error);
     if (error.Status() != TOV_CAM_ERR_OK)
         return error.Status();
     return available ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_ACCESS;
@@ -75,7 +115,7 @@ std::int32_t ReadRole(ArvGcFeatureNode *node, FeatureRole *role)
     role->implemented = arv_gc_feature_node_is_implemented(node, implemented);
     if (implemented.Status() != TOV_CAM_ERR_OK || !role->implemented)
         return implemented.Status();
-    role->available = arv_gc_feature_node_is_available(node, available);
+    role->available = IsAvailable(node, available);
     if (available.Status() != TOV_CAM_ERR_OK || !role->available)
         return available.Status();
     role->locked = arv_gc_feature_node_is_locked(node, locked);
