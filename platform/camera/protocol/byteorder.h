@@ -15,6 +15,11 @@ inline std::uint32_t LoadBig32(std::uint8_t const *bytes)
     return std::uint32_t{LoadBig16(bytes)} << 16 | LoadBig16(bytes + 2);
 }
 
+inline std::uint64_t LoadBig48(std::uint8_t const *bytes)
+{
+    return std::uint64_t{LoadBig16(bytes)} << 32 | LoadBig32(bytes + 2);
+}
+
 inline std::uint64_t LoadBig64(std::uint8_t const *bytes)
 {
     return std::uint64_t{LoadBig32(bytes)} << 32 | LoadBig32(bytes + 4);
@@ -40,6 +45,13 @@ inline void StoreBig32(std::uint8_t *bytes, std::uint32_t value)
 {
     StoreBig16(bytes, static_cast<std::uint16_t>(value >> 16));
     StoreBig16(bytes + 2, static_cast<std::uint16_t>(value));
+}
+
+// The low 48 bits.
+inline void StoreBig48(std::uint8_t *bytes, std::uint64_t value)
+{
+    StoreBig16(bytes, static_cast<std::uint16_t>(value >> 32));
+    StoreBig32(bytes + 2, static_cast<std::uint32_t>(value));
 }
 
 inline void StoreBig64(std::uint8_t *bytes, std::uint64_t value)

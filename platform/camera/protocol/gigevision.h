@@ -150,9 +150,30 @@ struct PacketResend // PACKETRESEND_CMD without EXTENDED_ID; both packets belong
 {
     static constexpr std::size_t StreamChannelIndex = 0, BlockId = 2, FirstPacketId = 4, LastPacketId = 8, Size = 12;
 };
+struct ExtendedPacketResend // PACKETRESEND_CMD with EXTENDED_ID
+{
+    static constexpr std::size_t StreamChannelIndex = 0, FirstPacketId = 4, LastPacketId = 8, BlockId = 12, Size = 20;
+};
 struct EventRecord // EVENT_CMD without EXTENDED_ID, repeated
 {
     static constexpr std::size_t EventId = 2, StreamChannelIndex = 4, BlockId = 6, Timestamp = 8, Size = 16;
+};
+struct ExtendedEventRecord // EVENT_CMD with EXTENDED_ID, repeated
+{
+    static constexpr std::size_t EventId = 2, StreamChannelIndex = 4, BlockId = 8, Timestamp = 16, Size = 24;
+};
+struct ForceIp // FORCEIP_CMD; FORCEIP_ACK has no body
+{
+    static constexpr std::size_t MacAddressHigh = 2, MacAddressLow = 4, IpAddress = 20, SubnetMask = 36,
+                                 DefaultGateway = 52, Size = 56;
+};
+struct PendingAck // PENDING_ACK; milliseconds until the command is done
+{
+    static constexpr std::size_t TimeToCompletion = 2, Size = 4;
+};
+struct Action // ACTION_CMD; the time stands there with SCHEDULED_ACTION
+{
+    static constexpr std::size_t DeviceKey = 0, GroupKey = 4, GroupMask = 8, Size = 12, Time = 12, ScheduledSize = 20;
 };
 struct DiscoveryAck
 {
@@ -160,6 +181,7 @@ struct DiscoveryAck
 };
 
 constexpr std::uint16_t DeviceSpecificEvents = 0x9000; // ids from here on are the maker's
+constexpr std::uint16_t NoStreamChannel = 0xFFFF;      // the index in an event that belongs to no stream
 
 // ---- Bootstrap registers -----------------------------------------------------------------------------------------
 
@@ -241,12 +263,78 @@ constexpr std::uint32_t StreamChannelStep = 0x40, ActionStep = 0x10;
 
 } // namespace bootstrap
 
-// Bits of the control channel privilege.
+// Bits of the control channel privilege. Its upper half is the key of who takes control over from another.
 enum Privilege : std::uint32_t {
     ExclusiveAccess = 0x1,
     ControlAccess = 0x2,
     ControlSwitchover = 0x4,
 };
+constexpr unsigned SwitchoverKeyShift = 16;
+
+// Bits of the other registers, a namespace for each.
+namespace devicemode {
+enum : std::uint32_t { BigEndian = 0x80000000, Utf8 = 0x1 }; // a transmitter with a single link
+}
+namespace networkinterface { // capability and configuration
+enum : std::uint32_t { LinkLocalAddress = 0x4, Dhcp = 0x2, PersistentIp = 0x1 };
+}
+namespace gvspcapability {
+enum : std::uint32_t { SourcePort = 0x80000000, BlockId16 = 0x40000000 };
+}
+namespace messagechannelcapability {
+enum : std::uint32_t { SourcePort = 0x80000000 };
+}
+namespace gvcpcapability {
+enum : std::uint32_t {
+    UserDefinedName = 0x80000000,
+    SerialNumber = 0x40000000,
+    HeartbeatDisable = 0x20000000,
+    LinkSpeed = 0x10000000,
+    PrimaryApplication = 0x08000000, // its port and IP address can be read
+    ManifestTable = 0x04000000,
+    TestData = 0x02000000,
+    DiscoveryAckDelay = 0x01000000,
+    WritableDiscoveryAckDelay = 0x00800000,
+    ExtendedStatusCodes11 = 0x00400000,
+    PrimaryApplicationSwitchover = 0x00200000,
+    UnconditionalAction = 0x00100000,
+    Ieee1588 = 0x00080000,
+    ExtendedStatusCodes20 = 0x00040000,
+    ScheduledAction = 0x00020000,
+    Action = 0x40,
+    PendingAck = 0x20,
+    EventData = 0x10,
+    Event = 0x8,
+    PacketResend = 0x4,
+    WriteMem = 0x2,
+    Concatenation = 0x1, // several registers in one READREG_CMD or WRITEREG_CMD
+};
+}
+namespace gvcpconfiguration {
+enum : std::uint32_t {
+    Ieee1588 = 0x00080000,
+    ExtendedStatusCodes20 = 0x00040000, // GEV_STATUS_NO_REF_TIME and above
+    UnconditionalAction = 0x8,
+    ExtendedStatusCodes11 = 0x4,
+    PendingAck = 0x2,
+    HeartbeatDisable = 0x1,
+};
+}
+namespace gvspconfiguration {
+enum : std::uint32_t { BlockId64 = 0x40000000 };
+}
+namespace timestampcontrol {
+enum : std::uint32_t { Latch = 0x2, Reset = 0x1 };
+}
+namespace physicallink { // capability
+enum : std::uint32_t { SingleLink = 0x1 };
+}
+namespace packetsize { // of the stream channel
+enum : std::uint32_t { FireTestPacket = 0x80000000, DoNotFragment = 0x40000000, Mask = 0xFFFF };
+}
+namespace streamchannel { // capability and configuration
+enum : std::uint32_t { MultiPart = 0x40, AllInTransmission = 0x4, UnconditionalStreaming = 0x2 };
+}
 
 } // namespace gvcp
 
@@ -284,6 +372,13 @@ constexpr std::size_t HeaderSize = 8, ExtendedHeaderSize = 20;
 constexpr std::size_t IpHeaderSize = 20, UdpHeaderSize = 8; // in front of it
 constexpr std::size_t SmallestPacket = 576;                 // with all headers; every network carries it
 
+// Of an extended header.
+enum Flag : std::uint16_t {
+    PACKET_RESEND = 0x0001,
+    PREVIOUS_BLOCK_DROPPED = 0x0002,
+    RESEND_RANGE_ERROR = 0x0004, // asked for, but the block has no such packet
+};
+
 struct Header
 {
     std::uint16_t status;   // gvcp::Status
@@ -291,6 +386,9 @@ struct Header
     std::uint8_t format;    // PacketFormat
     std::uint32_t packetId; // of a block, the leader's is 0; 24 bits, 32 of an extended header
     bool isExtended;
+    // Only in an extended header.
+    std::uint16_t flags = 0; // Flag
+    std::uint8_t parts = 0;  // of a multi-part leader: how many follow
 
     std::size_t Size() const
     {
@@ -318,7 +416,17 @@ inline std::optional<Header> ReadHeader(std::span<std::uint8_t const> packet)
         return Header{LoadBig16(bytes), LoadBig16(bytes + 2), format, LoadBig32(bytes + 4) & 0x00FFFFFF, false};
     if (packet.size() < ExtendedHeaderSize)
         return std::nullopt;
-    return Header{LoadBig16(bytes), LoadBig64(bytes + 8), format, LoadBig32(bytes + 16), true};
+    return Header{LoadBig16(bytes), LoadBig64(bytes + 8), format, LoadBig32(bytes + 16), true, LoadBig16(bytes + 2),
+                  bytes[7]};
+}
+
+inline void WriteExtendedHeader(std::span<std::uint8_t, ExtendedHeaderSize> out, Header const &header)
+{
+    StoreBig16(&out[0], header.status);
+    StoreBig16(&out[2], header.flags);
+    StoreBig32(&out[4], std::uint32_t{ExtendedId} << 24 | std::uint32_t{header.format} << 24 | header.parts);
+    StoreBig64(&out[8], header.blockId);
+    StoreBig32(&out[16], header.packetId);
 }
 
 // One that is not extended.
@@ -339,5 +447,48 @@ struct ImageTrailer
 {
     static constexpr std::size_t PayloadType = 2, SizeY = 4, Size = 8;
 };
+// In an all-in packet the leader comes first, the trailer next, and then the data.
+
+// Behind every trailer with ExtendedChunkMode.
+struct ExtendedChunkTrailer
+{
+    static constexpr std::size_t ChunkDataPayloadLength = 0, ChunkLayoutId = 4, Size = 8;
+};
+// Behind the data of each chunk. The first chunk is the image.
+struct ChunkTrailer
+{
+    static constexpr std::size_t ChunkId = 0, Length = 4, Size = 8;
+};
+
+// Multi-part, which needs extended headers. A packet carries data of one part.
+enum PartDataType : std::uint16_t {
+    Image2D = 0x0001,
+    Chunks = 0x000A,
+};
+struct MultiPartLeader
+{
+    static constexpr std::size_t PayloadType = 2, Timestamp = 4, Parts = 12; // PartInfo, repeated
+};
+struct PartInfo
+{
+    static constexpr std::size_t DataType = 0, PartLength = 2 /* 48 bits */, PixelFormat = 8, SourceId = 14,
+                                 AdditionalZones = 15, ZoneDirections = 16, DataPurposeId = 20, RegionId = 22,
+                                 SizeX = 24, SizeY = 28, OffsetX = 32, OffsetY = 36, PaddingX = 40, PaddingY = 42,
+                                 Size = 48;
+};
+struct MultiPartTrailer
+{
+    static constexpr std::size_t PayloadType = 2, Parts = 4; // PartTrailer, repeated
+};
+struct PartTrailer
+{
+    static constexpr std::size_t DataType = 0, PartLength = 2 /* 48 bits */, SizeY = 8, Size = 16;
+};
+struct MultiPartData // in front of the data of a packet
+{
+    static constexpr std::size_t PartId = 0, ZoneInfo = 1,
+                                 AddressOffset = 2 /* 48 bits: from the beginning of the first part */, Size = 8;
+};
+enum ZoneInfo : std::uint8_t { END_OF_ZONE = 0x01, END_OF_PART = 0x40 };
 
 } // namespace gvsp

@@ -135,6 +135,11 @@ private:
 
 } // namespace
 
+std::span<SimModel const> GetSimModels()
+{
+    return s_models;
+}
+
 std::unique_ptr<Backend> MakeSimBackend()
 {
     return std::make_unique<SimBackend>();

@@ -5,9 +5,20 @@
 
 #include "tovcamera.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+// What a frame was made with.
+struct SimTake
+{
+    double exposure = 0.0;   // us
+    double gain = 1.0;       // factor
+    std::int64_t period = 0; // ns
+    std::uint32_t lines = 0; // bit n: line n was high
+    std::chrono::steady_clock::time_point finished;
+};
 
 class SimBuffer final : public TovCam::Buffer
 {
@@ -32,6 +43,7 @@ public:
     void *memory = nullptr;
     std::uint64_t capacity = 0, payload = 0;
     bool incomplete = false;
+    SimTake take;
 };
 
 // A queue that allocates nothing once it has its size. It is given no more buffers than that.

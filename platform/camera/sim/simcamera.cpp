@@ -30,7 +30,7 @@ constexpr std::uint32_t LongestLogged = 0x10000; // bytes of an access; no regis
 } // namespace
 
 SimCamera::SimCamera(SimModel const &model, SimStream &stream, EventHub &events)
-    : SimMemory(model.kind == TovCam::InterfaceKindGigEVision),
+    : SimMemory(model.kind == TovCam::InterfaceKindGigEVision, R::Begin, R::End),
       m_model(model),
       m_stream(stream),
       m_events(events),
@@ -150,14 +150,26 @@ bool SimCamera::Write(std::uint64_t address, std::uint32_t size, std::uint8_t co
     return true;
 }
 
-void SimCamera::Delay(std::uint64_t address, std::uint32_t size)
+std::chrono::milliseconds SimCamera::DelayOf(std::uint64_t address, std::uint32_t size)
 {
     std::uint64_t delay = GetInt(R::SimAccessDelay);
     // The registers that set the delay stay fast, so that it can be taken back.
     if (address != R::SimSlowFeature && address != R::SimSlowDelay && IsFeatureAt(R::SimSlowFeature, address, size))
         delay += GetInt(R::SimSlowDelay);
-    if (delay > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::min<std::uint64_t>(delay, 10000)));
+    return std::chrono::milliseconds(std::min<std::uint64_t>(delay, 10000));
+}
+
+void SimCamera::SetSleeps(bool sleeps)
+{
+    m_sleeps = sleeps;
+}
+
+void SimCamera::Delay(std::uint64_t address, std::uint32_t size)
+{
+    if (!m_sleeps)
+        return;
+    if (auto const delay = DelayOf(address, size); delay.count() > 0)
+        std::this_thread::sleep_for(delay);
 }
 
 // Whether these bytes belong to the feature named in a text register.
@@ -272,6 +284,12 @@ double SimCamera::FramePeriod() const
     return std::clamp(period, 1e-6, 100.0);
 }
 
+// The output tells that frames run.
+std::uint64_t SimCamera::LineLevel(std::uint32_t line, bool running) const
+{
+    return GetInt(R::LineInverter + 8 * line) ^ std::uint64_t{line == 1 && running};
+}
+
 SimSettings SimCamera::CurrentSettings() const
 {
     SimSettings s;
@@ -300,6 +318,8 @@ SimSettings SimCamera::CurrentSettings() const
     s.packetSize = static_cast<std::uint32_t>(GetInt(R::PacketSize));
     s.exposureEndEvent = GetInt(R::EventNotification) != 0;
     s.frameStartEvent = GetInt(R::EventNotification + 8) != 0;
+    for (std::uint32_t i = 0; i < 2; ++i)
+        s.lines |= std::uint32_t{LineLevel(i, true) != 0} << i;
     return s;
 }
 
@@ -326,7 +346,7 @@ void SimCamera::Refresh(std::uint64_t address, std::uint32_t size)
         if (asked(R::Temperature + 8 * i, 8))
             SetFloat(R::Temperature + 8 * i, Temperature(i, seconds));
         if (asked(R::LineStatus + 8 * i, 4))
-            SetInt(R::LineStatus + 8 * i, GetInt(R::LineInverter + 8 * i) ^ (i == 1 && m_stream.IsRunning()));
+            SetInt(R::LineStatus + 8 * i, LineLevel(i, m_stream.IsRunning()));
     }
 }
 

@@ -6,19 +6,33 @@
 #include "simmemory.h"
 #include "simstream.h"
 
+#include "registerdevice.h"
+
 #include <arv.h>
 
+#include <chrono>
 #include <string>
 
-class SimCamera : private SimMemory
+class SimCamera : private SimMemory, public RegisterPort
 {
 public:
     SimCamera(SimModel const &model, SimStream &stream, EventHub &events);
 
-    // As ArvDevice has them; a refused access is FALSE and an error.
-    bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **error);
-    bool Write(std::uint64_t address, std::uint32_t size, std::uint8_t const *bytes, GError **error);
-    using SimMemory::IsBigEndian;
+    bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **error) override;
+    bool Write(std::uint64_t address, std::uint32_t size, std::uint8_t const *bytes, GError **error) override;
+    bool IsBigEndian() const override
+    {
+        return SimMemory::IsBigEndian();
+    }
+    // How long an access takes, and whether Read and Write take that long themselves, as they do unless told otherwise.
+    std::chrono::milliseconds DelayOf(std::uint64_t address, std::uint32_t size);
+    void SetSleeps(bool sleeps);
+    // Registers by their addresses in SimRegister, past all delays and faults; a write has no effect but on the memory.
+    using SimMemory::GetFloat;
+    using SimMemory::GetInt;
+    using SimMemory::GetText;
+    using SimMemory::SetInt;
+    using SimMemory::SetText;
     // The node map of this camera, which names the features that fail or are slow. It outlives the camera's last
     // access.
     void SetNodeMap(ArvGc *nodeMap);
@@ -34,6 +48,7 @@ private:
     void FitFormat();
     SimFormat CurrentFormat() const;
     SimSettings CurrentSettings() const;
+    std::uint64_t LineLevel(std::uint32_t line, bool running) const;
     std::uint64_t PixelClock() const; // MHz, as the clock generator makes it
     double SensorPeriod() const;      // s
     double FramePeriod() const;
@@ -45,7 +60,7 @@ private:
     SimStream &m_stream;
     EventHub &m_events;
     ArvGc *m_nodeMap = nullptr;
-    bool m_lost = false;
+    bool m_lost = false, m_sleeps = true;
     bool m_asking = false; // the camera itself reads registers
     std::array<std::uint8_t, 4> m_sensorClass{};
     std::unique_ptr<SimPackets> const m_packets;

@@ -1,10 +1,16 @@
 #include "simmemory.h"
 
+#include "simregisters.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
-SimMemory::SimMemory(bool bigEndian) : m_big(bigEndian), m_bytes(SimRegister::End - SimRegister::Begin)
+SimMemory::SimMemory(bool bigEndian, std::uint32_t begin, std::uint32_t end)
+    : m_big(bigEndian),
+      m_begin(begin),
+      m_end(end),
+      m_bytes(end - begin)
 {
 }
 
@@ -15,19 +21,19 @@ bool SimMemory::IsBigEndian() const
 
 std::uint8_t *SimMemory::Find(std::uint64_t address, std::uint32_t size)
 {
-    if (size > 0 && address >= SimRegister::Begin && address < SimRegister::End && size <= SimRegister::End - address)
+    if (size > 0 && address >= m_begin && address < m_end && size <= m_end - address)
         return At(static_cast<std::uint32_t>(address));
     return nullptr;
 }
 
 std::uint8_t *SimMemory::At(std::uint32_t address)
 {
-    return m_bytes.data() + (address - SimRegister::Begin);
+    return m_bytes.data() + (address - m_begin);
 }
 
 std::uint8_t const *SimMemory::At(std::uint32_t address) const
 {
-    return m_bytes.data() + (address - SimRegister::Begin);
+    return m_bytes.data() + (address - m_begin);
 }
 
 std::uint64_t SimMemory::GetInt(std::uint32_t address, std::uint32_t size) const

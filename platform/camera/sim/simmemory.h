@@ -1,7 +1,5 @@
-// The registers of a simulated camera as bytes, in the byte order of its transport.
+// Registers of a simulated camera as bytes, in the byte order of its transport.
 #pragma once
-
-#include "simregisters.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,13 +9,13 @@
 class SimMemory
 {
 public:
-    explicit SimMemory(bool bigEndian);
+    SimMemory(bool bigEndian, std::uint32_t begin, std::uint32_t end);
 
     bool IsBigEndian() const;
     // Null where not all of the bytes are there.
     std::uint8_t *Find(std::uint64_t address, std::uint32_t size);
 
-    // The addresses are those of SimRegister.
+    // The addresses lie between begin and end.
     std::uint64_t GetInt(std::uint32_t address, std::uint32_t size = 4) const;
     void SetInt(std::uint32_t address, std::uint64_t value, std::uint32_t size = 4);
     double GetFloat(std::uint32_t address) const; // 0 for what is not finite
@@ -31,5 +29,6 @@ private:
     std::uint8_t const *At(std::uint32_t address) const;
 
     bool const m_big;
+    std::uint32_t const m_begin, m_end;
     std::vector<std::uint8_t> m_bytes;
 };

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 extern std::string_view const SimXml_vg2048m;
@@ -31,6 +32,12 @@ struct SimModel
     std::uint64_t firstFrameID; // of an acquisition
     double linkSpeed;           // MB/s
 };
+
+std::span<SimModel const> GetSimModels();
+
+// The description that the model has on the network, where more can be set and more can go wrong; "" for a model that
+// is not served there. Part of tov_wirecamera.
+std::string_view SimWireXml(SimModel const &model);
 
 // Size and layout of a frame. Fixed while frames run.
 struct SimFormat
@@ -85,4 +92,5 @@ struct SimSettings
     bool triggered = false;  // frames wait for Trigger()
     std::uint32_t packetSize = 1500;
     bool exposureEndEvent = false, frameStartEvent = false;
+    std::uint32_t lines = 0; // bit n: line n is high while frames run
 };

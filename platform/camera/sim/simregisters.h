@@ -1,5 +1,5 @@
-// Where the registers of a simulated camera are; its XML files name the same addresses, which lie behind those that GigE
-// Vision keeps for itself. Integers take 4 bytes where nothing else is said, in the byte order of the camera's
+// Where the registers of a simulated camera are; its XML files name the same addresses, which lie behind those that
+// GigE Vision keeps for itself. Integers take 4 bytes where nothing else is said, in the byte order of the camera's
 // transport.
 #pragma once
 

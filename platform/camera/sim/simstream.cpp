@@ -5,6 +5,7 @@
 #include "tovmisc.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -14,16 +15,19 @@ constexpr std::size_t LongestBacklog = 8192; // control packets for a slow subsc
 constexpr std::uint16_t ExposureEndEvent = gvcp::DeviceSpecificEvents + 1, FrameStartEvent = ExposureEndEvent + 1;
 // Frames that are later than this move the schedule; others are made up for by a burst.
 constexpr auto MostLate = std::chrono::milliseconds(50);
+constexpr double MostDrift = 100000.0; // ppm
 
 } // namespace
 
 // ---- The camera's side -------------------------------------------------------------------------------------------
 
-SimStream::SimStream(SimModel const &model, EventHub &events, std::function<std::int32_t(SimFormat &)> currentFormat)
+SimStream::SimStream(SimModel const &model, EventHub &events, std::function<std::int32_t(SimFormat &)> currentFormat,
+                     Packets packets)
     : m_model(model),
       m_events(events),
       m_currentFormat(std::move(currentFormat)),
-      m_clockStart(Clock::now().time_since_epoch().count()),
+      m_packets(packets),
+      m_clockStart(Clock::now()),
       m_scene(model.sensorWidth, model.sensorHeight, model.colour),
       m_sender(model.kind, events),
       m_loss(model.kind == TovCam::InterfaceKindGigEVision),
@@ -132,14 +136,42 @@ void SimStream::NoteMissed()
 
 std::uint64_t SimStream::GetTicks() const
 {
-    auto const since = Clock::now().time_since_epoch().count() - m_clockStart.load(std::memory_order_relaxed);
-    auto const ns = static_cast<std::uint64_t>(std::max<Clock::rep>(since, 0));
+    std::unique_lock<std::mutex> lock(m_clockMutex);
+    auto const ns = static_cast<std::uint64_t>(ReadClock(Clock::now()).count());
+    lock.unlock();
     return ns / 1000000000u * m_model.tickFrequency + ns % 1000000000u * m_model.tickFrequency / 1000000000u;
+}
+
+// What the camera's clock shows. With its lock held.
+std::chrono::nanoseconds SimStream::ReadClock(Clock::time_point now) const
+{
+    std::chrono::nanoseconds const since = std::max<Clock::duration>(now - m_clockStart, Clock::duration::zero());
+    return m_clockOffset + since + std::chrono::nanoseconds(std::llround(static_cast<double>(since.count()) * m_drift));
 }
 
 void SimStream::ResetTicks()
 {
-    m_clockStart.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+    std::lock_guard<std::mutex> const lock(m_clockMutex);
+    m_clockStart = Clock::now();
+    m_clockOffset = std::chrono::nanoseconds(0);
+}
+
+void SimStream::SetDrift(double ppm)
+{
+    std::lock_guard<std::mutex> const lock(m_clockMutex);
+    Clock::time_point const now = Clock::now();
+    m_clockOffset = ReadClock(now);
+    m_clockStart = now;
+    m_drift = std::isnan(ppm) ? 0.0 : std::clamp(ppm, -MostDrift, MostDrift) * 1e-6;
+}
+
+void SimStream::SetEager(bool eager)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_eager = eager;
+    }
+    m_wake.notify_all();
 }
 
 // ---- The host's side ---------------------------------------------------------------------------------------------
@@ -154,6 +186,8 @@ std::int32_t SimStream::QueueBuffer(TovCam::Buffer *buffer)
             return TOV_CAM_ERR_INVALID_STATE;
         known->state = SimBuffer::Queued;
         m_input.Push(known.get());
+        if (m_eager)
+            m_wake.notify_all();
         return TOV_CAM_ERR_OK;
     }
     return TOV_CAM_ERR_INVALID_ARGUMENT;
@@ -199,6 +233,8 @@ std::int32_t SimStream::StartAcquisition(std::int64_t frames, std::uint32_t)
     m_cancelled = false;
     m_hostFrames = frames;
     m_started = true;
+    if (m_eager)
+        m_wake.notify_all();
     return TOV_CAM_ERR_OK;
 }
 
@@ -302,6 +338,12 @@ void SimStream::Run()
             due = std::max(due, Clock::now());
             continue;
         }
+        if (m_eager && !CanDeliver()) {
+            m_wake.wait(lock);
+            continue;
+        }
+        if (m_eager)
+            due = std::min(due, now);
         if (now < due) {
             m_wake.wait_until(lock, due);
             continue;
@@ -312,6 +354,12 @@ void SimStream::Run()
         if (Clock::now() > due + MostLate)
             due = Clock::now();
     }
+}
+
+// Whether a frame would find a buffer now.
+bool SimStream::CanDeliver() const
+{
+    return m_started && m_hostFrames != 0 && !m_input.IsEmpty();
 }
 
 // Calls the subscribers with what is pending. The lock is released meanwhile.
@@ -370,6 +418,7 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
     if (m_started) {
         if (m_hostFrames > 0)
             --m_hostFrames;
+        buffer->take.finished = Clock::now();
         buffer->state = SimBuffer::Filled;
         m_output.Push(buffer);
         m_delivered.notify_one();
@@ -387,12 +436,18 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
     buffer.image->timestamp = timestamp;
     buffer.image->frameID = id;
     buffer.incomplete = !fits;
+    buffer.take.exposure = m_drawn.look.exposure;
+    buffer.take.gain = m_drawn.look.gain;
+    buffer.take.period = m_drawn.period;
+    buffer.take.lines = m_drawn.lines;
     if (!fits) {
         std::memset(buffer.image->imageData, 0, buffer.capacity);
         return;
     }
     m_scene.Draw(id, static_cast<double>(timestamp) / static_cast<double>(m_model.tickFrequency),
                  buffer.image->imageData);
+    if (m_packets == Packets::OfTaker)
+        return;
     buffer.incomplete = LosePackets(buffer, id);
     // What gets lost shows on the control channel too.
     if (m_events.IsWanted(TovCam::EventStreamChannel) ||

@@ -1,5 +1,5 @@
 // The frames of a simulated camera: a thread that paces them as the sensor would, draws each into a queued buffer, and
-// hands it over. A frame that finds no buffer is lost, and its number with it.
+// hands it over. A frame that finds no buffer is lost, and its number with it; an eager camera waits for one instead.
 //
 // Two sides: the camera's (Begin, End, Apply, Trigger, Lose), called under the device's lock, and the host's, which is
 // TovCam::Stream. All events of the camera are called back on the thread of this class.
@@ -23,8 +23,13 @@
 class SimStream final : public TovCam::Stream
 {
 public:
+    // Whose packets the frames take to the host: those that only subscribers see, or a taker's that sends them really;
+    // then frames come whole, and no packet is told here.
+    enum class Packets { Imagined, OfTaker };
+
     // `currentFormat` answers AllocBufferQueue; it returns a status.
-    SimStream(SimModel const &model, EventHub &events, std::function<std::int32_t(SimFormat &)> currentFormat);
+    SimStream(SimModel const &model, EventHub &events, std::function<std::int32_t(SimFormat &)> currentFormat,
+              Packets packets = Packets::Imagined);
     ~SimStream();
 
     // ---- The camera's side ----
@@ -40,6 +45,11 @@ public:
     void NoteMissed(); // one more packet that could not be delivered; any thread
     std::uint64_t GetTicks() const;
     void ResetTicks();
+    // The camera's clock is fast by so many parts per million from now on, a tenth at most; it does not jump. Any
+    // thread.
+    void SetDrift(double ppm);
+    // Frames follow each other as soon as a buffer is free, whatever the period.
+    void SetEager(bool eager);
     // Ends the thread. The last call on the camera's side.
     void Shutdown();
 
@@ -55,6 +65,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    std::chrono::nanoseconds ReadClock(Clock::time_point now) const;
     void Run();
     void EmitPending(std::unique_lock<std::mutex> &lock);
     void MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point due);
@@ -72,10 +83,12 @@ private:
         }
     }
     void FlushFilled();
+    bool CanDeliver() const;
 
     SimModel const &m_model;
     EventHub &m_events;
     std::function<std::int32_t(SimFormat &)> const m_currentFormat;
+    Packets const m_packets;
 
     std::mutex m_mutex;                  // guards everything down to the blank line
     std::condition_variable m_wake;      // the thread: something to do
@@ -96,9 +109,13 @@ private:
     std::int64_t m_framesLeft = -1; // of the acquisition
     std::uint64_t m_nextFrame = 0;
     std::uint32_t m_triggers = 0;
+    bool m_eager = false;
 
     std::atomic<bool> m_running{false};
-    std::atomic<Clock::rep> m_clockStart;
+    std::mutex mutable m_clockMutex; // guards everything down to the blank line; taken last
+    Clock::time_point m_clockStart;  // when the clock showed m_clockOffset
+    std::chrono::nanoseconds m_clockOffset{0};
+    double m_drift = 0.0; // parts of 1
 
     // The thread's own.
     SimScene m_scene;

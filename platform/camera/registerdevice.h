@@ -1,0 +1,26 @@
+// An ArvDevice whose registers are an object of ours.
+//
+// Threads: as ArvDevice, which has no lock of its own: one thread at a time.
+#pragma once
+
+#include <arv.h>
+
+#include <cstdint>
+#include <string_view>
+
+// What the device reads and writes.
+class RegisterPort
+{
+public:
+    virtual ~RegisterPort() = default;
+
+    // A refused access is false and an error.
+    virtual bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **error) = 0;
+    virtual bool Write(std::uint64_t address, std::uint32_t size, std::uint8_t const *bytes, GError **error) = 0;
+    virtual bool IsBigEndian() const = 0;
+};
+
+// One that is closed: every access fails. `xml` outlives it; the node map is made of it when it is first asked for.
+ArvDevice *NewRegisterDevice(std::string_view xml);
+// Opens it, or closes it again with null. The device may outlive the port once it is closed.
+void SetRegisterPort(ArvDevice *device, RegisterPort *port);
