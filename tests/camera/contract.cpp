@@ -173,10 +173,10 @@ TEST_P(CameraContract, TreeTellsWhatTheNodesTell)
         FeatureState state;
         ASSERT_EQ(m_nodes->ReadFeature(i, &state), 0);
         bool const readable = state.access >= FeatureAccess::ReadOnly;
-        bool const writable = state.access == FeatureAccess::ReadWrite;
+        bool const writable = state.access == FeatureAccess::ReadWrite || state.access == FeatureAccess::WriteOnly;
         EXPECT_EQ(state.valueStatus, 0);
         // What is read can be written as it stands; a command is left alone.
-        EXPECT_EQ(info.kind != FeatureKind::Command && m_nodes->WriteFeature(i, state.value) == 0, writable);
+        EXPECT_TRUE(info.kind == FeatureKind::Command || (m_nodes->WriteFeature(i, state.value) == 0) == writable);
         if (info.kind == FeatureKind::Integer && readable) {
             EXPECT_LE(state.minimum, state.value.integer);
             EXPECT_LE(state.value.integer, state.maximum);
@@ -245,6 +245,7 @@ TEST_P(CameraContract, SavedSettingsComeBack)
     m_device = m_system->OpenDeviceFromConfiguration(path.c_str(), &error);
     EXPECT_EQ(error, 0);
     ASSERT_NE(m_device, nullptr);
-    EXPECT_EQ(m_device->GetDeviceInfo(), m_info);
+    // A camera of another name is another one in the list.
+    EXPECT_STREQ(m_device->GetDeviceInfo()->GetSerialNumber(), m_info->GetSerialNumber());
     std::remove(path.c_str());
 }

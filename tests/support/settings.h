@@ -26,7 +26,9 @@ inline void ForSettings(TovCam::ParamArray *nodes,
         TovCam::FeatureInfo const &info = *nodes->GetFeature(index);
         TovCam::FeatureState state;
         ASSERT_EQ(nodes->ReadFeature(index, &state), 0) << info.name;
-        if (state.access == TovCam::FeatureAccess::ReadWrite && info.name != "TLParamsLocked")
+        bool const isSetting = info.streamable || !info.selected.empty();
+        // What makes the network fail would keep the others from being set.
+        if (isSetting && state.access == TovCam::FeatureAccess::ReadWrite && !info.name.starts_with("Wire"))
             look(prefix + info.name, index, state);
     };
     for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
