@@ -26,10 +26,12 @@ foreach(size 48 128 256)
             RENAME com.velmor.TovScope.png)
 endforeach()
 install(FILES packaging/60-tovscope.rules DESTINATION lib/udev/rules.d)
+install(FILES packaging/completions/tovscope packaging/completions/tovfile packaging/completions/tovfakecam
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 # Where F1 looks for it, with what it refers to.
 install(FILES docs/guide.md docs/tcfg.md docs/formats.md DESTINATION ${CMAKE_INSTALL_DATADIR}/tovscope/docs)
 install(DIRECTORY docs/images DESTINATION ${CMAKE_INSTALL_DATADIR}/tovscope/docs)
-foreach(page tovscope.1 tovfile.1 tovscopelog.property.5)
+foreach(page tovscope.1 tovfile.1 tovfakecam.1 tovscopelog.property.5)
     string(REGEX REPLACE ".*\\." "" section ${page})
     tov_install_packed("${PROJECT_SOURCE_DIR}/packaging/man/${page}" ${page} ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
@@ -66,7 +68,8 @@ set(CPACK_PACKAGE_DESCRIPTION
 "TovScope connects to an industrial camera that describes itself through
 GenICam, shows its live picture, edits its parameters, records images and
 series, measures the picture and logs the camera's packets. Simulated
-cameras are included.")
+cameras are included; tovfakecam serves them on the network, where they
+misbehave on command.")
 # The paths above are absolute: cpack puts them below its own folder, and does not move them to another prefix.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_STRIP_FILES ON)
