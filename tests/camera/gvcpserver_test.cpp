@@ -404,22 +404,19 @@ TEST(GvcpServer, TakesAnAddressWhileNobodyHasControl)
 TEST(GvcpServer, DoesWrongWhatItIsToldTo)
 {
     Rig rig;
-    struct
-    {
-        ControlFaults faults;
-        Step step;
-    } const rows[] = {{{.silent = true}, {0, 'A', "82 A00 2|2"}},
-                      {{}, {0, 'A', "80 A00", "A 81 0"}},
-                      {{.loss = 1.0}, {0, 'A', "82 A00 2|2"}},
-                      {{.delay = 70}, {0, 'A', "80 A00"}},
-                      {{.delay = 70}, {70, 'A', "2", "@70 A 81 2; A 03 248"}},
-                      {{.delay = 70}, {0, 'A', "80 A00"}},
-                      {{.silent = true}, {70, '.', "-"}},
-                      {{.wrongId = 1.0}, {0, 'A', "80 A00", "A 81 2 to another request"}},
-                      {{.wrongLength = 1.0}, {0, 'A', "80 A00", "A 81 2 of another length"}}};
-    for (auto const &row : rows) {
-        rig.server.SetFaults(row.faults);
-        rig.Run({row.step});
+    std::pair<ControlFaults, Step> const rows[] = {
+        {{.silent = true}, {0, 'A', "82 A00 2|2"}},
+        {{}, {0, 'A', "80 A00", "A 81 0"}},
+        {{.loss = 1.0}, {0, 'A', "82 A00 2|2"}},
+        {{.delay = 70}, {0, 'A', "80 A00"}},
+        {{.delay = 70}, {70, 'A', "2", "@70 A 81 2; A 03 248"}},
+        {{.delay = 70}, {0, 'A', "80 A00"}},
+        {{.silent = true}, {70, '.', "-"}},
+        {{.wrongId = 1.0}, {0, 'A', "80 A00", "A 81 2 to another request"}},
+        {{.wrongLength = 1.0}, {0, 'A', "80 A00", "A 81 2 of another length"}}};
+    for (auto const &[faults, step] : rows) {
+        rig.server.SetFaults(faults);
+        rig.Run({step});
     }
     rig.server.SetFaults({.loss = 0.25});
     int answers = 0;

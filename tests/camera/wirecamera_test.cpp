@@ -327,6 +327,9 @@ TEST_F(WireTest, DiesAndComesBackElsewhere)
     camera->Return();
     Set(*camera, "WireDie", "");
     Open(FindAt(m_system, "127.0.0.4"));
+    EXPECT_NE(camera->GetStatus().controller, "");
+    camera->Return(); // a restart
+    EXPECT_EQ(camera->GetStatus().controller, "");
 }
 
 TEST_F(WireTest, OneHostHasControlUntilItFallsSilent)
@@ -461,8 +464,8 @@ TEST_F(WireTest, FaultsShowAsWhatTheyAre)
             last = buffer.GetFrameID();
         };
         RunningCamera(m_device, 32).ForFrames(40, look);
-        EXPECT_EQ(incomplete > 0, row.looks == Incomplete) << incomplete;
-        // A busy computer may lose frames of its own.
+        // Some 14 are expected; a busy computer may lose packets and frames of its own.
+        EXPECT_EQ(incomplete > 3, row.looks == Incomplete) << incomplete;
         EXPECT_TRUE(gaps > 0 || row.looks != Gaps);
         Close();
     }

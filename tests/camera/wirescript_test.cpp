@@ -68,10 +68,7 @@ TEST(WireScript, RefusesWhatIsWrongAndSaysWhere)
     std::string manyLines;
     for (std::size_t i = 0; i < WireScript::MostLines; ++i)
         manyLines += "die\n";
-    struct
-    {
-        std::string text, error;
-    } const rows[] = {
+    std::pair<std::string, std::string> const rows[] = {
         {"\n  # nothing\r\n\t\ncamera 2\nwait 0.25 # s", ""},
         {manyLines, ""},
         {manyLines + "\ndie", "f:10001: there are more than 10000 lines"},
@@ -84,8 +81,8 @@ TEST(WireScript, RefusesWhatIsWrongAndSaysWhere)
         {"set Width", "f:1: the value is missing"},
         {"end\n\nrepeat", "f:3: the line is never reached"},
     };
-    for (auto const &row : rows)
-        EXPECT_EQ(ErrorOf([&] { WireScript(row.text, "f", 2); }), row.error) << row.text.substr(0, 60);
+    for (auto const &[text, error] : rows)
+        EXPECT_EQ(ErrorOf([script = text] { WireScript(script, "f", 2); }), error) << text.substr(0, 60);
     struct
     {
         std::string command;

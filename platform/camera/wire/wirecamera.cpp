@@ -223,12 +223,12 @@ void WireCamera::Impl::Post(std::function<void()> task)
 void WireCamera::Impl::Run()
 {
     for (;;) {
-        {
+        RunTasks();
+        { // behind the reading of m_wake: what is set later wakes the next wait
             std::lock_guard const lock(m_mutex);
             if (m_quit)
                 return;
         }
-        RunTasks();
         if (m_alive)
             m_server.Poll(Clock::now());
         Flush();
@@ -347,6 +347,8 @@ void WireCamera::Impl::Die()
 
 void WireCamera::Impl::Return(std::string const &address, bool reset)
 {
+    if (m_alive)
+        Die();
     m_back.reset();
     if (!address.empty()) {
         LocalAddress const local = LocalAddressOf(address);

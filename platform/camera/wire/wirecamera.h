@@ -47,7 +47,7 @@ public:
     bool SetFeature(std::string const &name, std::string const &value, std::string &why);
     std::optional<std::string> GetFeature(std::string const &name, std::string &why);
     // As if unplugged, and plugged in again: at another address where one is given, with or without the settings.
-    // Return throws as the constructor does.
+    // A camera that has not gone restarts. Return throws as the constructor does.
     void Die();
     void Return(std::string const &address = {}, bool reset = false);
     WireCameraStatus GetStatus() const;
