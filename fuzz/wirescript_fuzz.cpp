@@ -22,6 +22,10 @@ public:
     {
         return Next(camera) % 2 == 0;
     }
+    std::uint64_t GetClients(std::size_t camera) override
+    {
+        return Next(camera);
+    }
     std::uint64_t GetFrames(std::size_t camera) override
     {
         return Next(camera);

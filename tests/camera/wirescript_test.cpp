@@ -14,7 +14,11 @@ struct FakeHost final : WireScriptHost
 {
     bool HasClient(std::size_t camera) override
     {
-        return camera == 1 && frames != 0;
+        return camera == 1 && frames % 1000 != 0;
+    }
+    std::uint64_t GetClients(std::size_t camera) override
+    {
+        return camera == 1 ? frames / 1000 : 0;
     }
     std::uint64_t GetFrames(std::size_t camera) override
     {
@@ -47,7 +51,8 @@ struct FakeHost final : WireScriptHost
         return true;
     }
 
-    std::uint64_t frames = 0; // of the second camera, which has a client then
+    // Of the second camera, which has a client unless they are whole thousands, and has had as many as those.
+    std::uint64_t frames = 0;
     std::string done;
 };
 
@@ -124,6 +129,7 @@ TEST(WireScript, DoesOneThingAfterTheOther)
         {"camera 2\nwait client\nsay come\nwait no client up to 5\nend 7",
          {{9000, 0}, {9000, 1}, {13999, 1}, {14000, 0}},
          "... say come; ... ... => 7"},
+        {"camera 2\nwait client\nsay been", {{0, 0}, {1, 0}, {2, 1000}}, "... ... say been; => none"},
         {"wait client up to 1.5\ndie",
          {{0, 0}, {1499, 0}, {1500, 0}},
          "... ... => f:1: what is waited for does not come"},

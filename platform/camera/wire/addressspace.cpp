@@ -55,12 +55,8 @@ gvcp::Status AddressSpace::Read(std::uint32_t address, std::span<std::uint8_t> o
         std::copy_n(bytes, size, out.begin());
         return gvcp::GEV_STATUS_SUCCESS;
     }
-    if (ReadText(m_plain, PlainDescriptionAddress, address, out)) {
-        if (!m_next.empty() && address - PlainDescriptionAddress + size >= m_plain.size())
-            m_plain = std::exchange(m_next, {});
-        return gvcp::GEV_STATUS_SUCCESS;
-    }
-    if (ReadText(m_zipped, ZippedDescriptionAddress, address, out))
+    if (ReadText(m_plain, PlainDescriptionAddress, address, out) ||
+        ReadText(m_zipped, ZippedDescriptionAddress, address, out))
         return gvcp::GEV_STATUS_SUCCESS;
     GError *error = nullptr;
     m_camera.Read(address, size, out.data(), &error);
@@ -133,9 +129,16 @@ void AddressSpace::ResetChunks()
     m_wire.Clear(W::ChunkModeActive, W::FramesSent);
 }
 
-void AddressSpace::SetDescriptions(std::string plain, std::string zipped, std::string next)
+bool AddressSpace::EndsDescription(std::uint32_t address, std::uint32_t size) const
+{
+    auto const ends = [=](std::string const &text, std::size_t begin) {
+        return address < begin + text.size() && std::size_t{address} + size >= begin + text.size();
+    };
+    return ends(m_plain, PlainDescriptionAddress) || ends(m_zipped, ZippedDescriptionAddress);
+}
+
+void AddressSpace::SetDescriptions(std::string plain, std::string zipped)
 {
     m_plain = std::move(plain);
     m_zipped = std::move(zipped);
-    m_next = std::move(next);
 }

@@ -36,12 +36,13 @@ public:
     }
     // Chunk data are off, as at power-up.
     void ResetChunks();
-    // What a host finds at the two addresses of the descriptions. Where there is a `next`, it stands in the place of
-    // the plain one as soon as that has been read to its end.
-    void SetDescriptions(std::string plain, std::string zipped, std::string next = {});
+    // What a host finds at the two addresses of the descriptions.
+    void SetDescriptions(std::string plain, std::string zipped);
+    // Whether a read has the last byte of either.
+    bool EndsDescription(std::uint32_t address, std::uint32_t size) const;
 
 private:
     SimCamera &m_camera;
     SimMemory m_wire;
-    std::string m_plain, m_zipped, m_next;
+    std::string m_plain, m_zipped;
 };

@@ -2,6 +2,7 @@
 
 #include "fakecamlist.h"
 #include "wirescript.h"
+#include "wiresockets.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,10 +17,10 @@
 #include <set>
 #include <system_error>
 
-#include <arpa/inet.h>
 #include <getopt.h>
 #include <ifaddrs.h>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <strings.h>
 #include <sys/signalfd.h>
@@ -57,19 +58,6 @@ constexpr char Usage[] = "Usage: tovfakecam [OPTION]...\n"
 
 // ---- Options -----------------------------------------------------------------------------------------------------
 
-std::string AddressText(std::uint32_t address)
-{
-    in_addr const raw{htonl(address)};
-    char text[INET_ADDRSTRLEN];
-    return inet_ntop(AF_INET, &raw, text, sizeof text);
-}
-
-bool IsAddress(std::string const &text)
-{
-    in_addr raw{};
-    return inet_pton(AF_INET, text.c_str(), &raw) == 1;
-}
-
 SimModel const *FindModel(std::string const &name)
 {
     for (SimModel const *model : GetWireModels()) {
@@ -98,7 +86,7 @@ FakeCamOptions::Camera ParseCamera(std::string const &text)
     std::size_t const at = std::min(text.find('@'), end);
     camera.options.model = FindModel(text.substr(0, at));
     camera.options.address = at < end ? text.substr(at + 1, end - at - 1) : std::string();
-    if (at < end && !IsAddress(camera.options.address))
+    if (at < end && !ParseAddress(camera.options.address))
         throw FakeCamUsageError('"' + camera.options.address + "\" is no IPv4 address");
     for (std::size_t begin = end; begin < text.size();) {
         std::size_t const next = std::min(text.find(',', begin + 1), text.size());
@@ -223,6 +211,10 @@ public:
     bool HasClient(std::size_t camera) override
     {
         return !GetStatus(camera).controller.empty();
+    }
+    std::uint64_t GetClients(std::size_t camera) override
+    {
+        return GetStatus(camera).controls;
     }
     std::uint64_t GetFrames(std::size_t camera) override
     {

@@ -189,6 +189,7 @@ struct FrameSender::Impl
     void Refuse(Request &request, KeptFrame const *frame, bool isExtended, bool extendedStatus);
     KeptFrame const *Find(std::uint64_t blockId) const;
     void LetGo(std::size_t keep);
+    std::size_t CountKept(std::int64_t period) const;
     bool Send(Outlet const &outlet);
 
     SimModel const &model;
@@ -442,10 +443,21 @@ void FrameSender::Impl::SendFrame(SimBuffer &buffer)
                             : 0.0;
     plan.Make(count, frame.block.Packets(), rate);
     frame.gaps = plan.GetGaps();
+    LetGo(CountKept(buffer.take.period));
     if (Rest(buffer.take.finished + std::chrono::milliseconds(plan.GetFaults().delay)))
         SendPackets(frame);
     sending.reset(); // a channel that is closed meanwhile lets go of its port
-    LetGo(kept.size() - 1);
+    LetGo(CountKept(buffer.take.period));
+}
+
+// How many frames are kept, the present one included: those that wait for a delay of the stream need the memory of
+// others, down to the fewest. A camera with a longer delay loses frames.
+std::size_t FrameSender::Impl::CountKept(std::int64_t period) const
+{
+    std::size_t const room = kept.size() - 1;
+    std::chrono::nanoseconds const delay = std::chrono::milliseconds(plan.GetFaults().delay);
+    auto const late = static_cast<std::size_t>(period > 0 ? delay.count() / period : 0);
+    return room - std::min(late, room - FewestKept);
 }
 
 void FrameSender::Impl::SendPackets(KeptFrame const &frame)

@@ -174,6 +174,11 @@ std::optional<GvcpPeer> GvcpServer::GetController() const
     return m_controller;
 }
 
+std::uint64_t GvcpServer::CountControls() const
+{
+    return m_controls;
+}
+
 void GvcpServer::Reset()
 {
     SetController(std::nullopt, 0);
@@ -619,6 +624,8 @@ bool GvcpServer::IsController(GvcpPeer peer) const
 
 void GvcpServer::SetController(std::optional<GvcpPeer> controller, std::uint32_t privilege)
 {
+    if (controller && controller != m_controller)
+        ++m_controls;
     m_controller = controller;
     m_memory.Set(ControlChannelPrivilege, privilege);
     m_memory.Set(PrimaryApplicationPort, controller ? controller->port : 0);

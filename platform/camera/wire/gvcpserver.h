@@ -86,11 +86,15 @@ public:
     // What is to be sent, oldest first.
     std::vector<GvcpDatagram> TakeOutgoing();
 
+    // A write to bootstrap registers by the camera itself, which every register allows that can be written at all.
+    gvcp::Status WriteBootstrap(std::uint32_t address, std::span<std::uint8_t const> bytes);
     // Tells the host, where it has opened the message channel. `blockId` 0: no frame is concerned. An event that finds
     // too many others waiting for their acknowledges is lost.
     void SendEvent(std::uint16_t event, std::uint64_t blockId, std::uint64_t timestamp, Clock::time_point now);
     bool IsControlled() const;
     std::optional<GvcpPeer> GetController() const;
+    // How many times a host has got control.
+    std::uint64_t CountControls() const;
     // As after power-up: nobody has control, nothing is pending, the channels are closed. The camera is not told. Other
     // registers and the faults stay.
     void Reset();
@@ -154,7 +158,6 @@ private:
     gvcp::Status Read(GvcpPeer from, std::uint32_t address, std::span<std::uint8_t> out);
     gvcp::Status Write(GvcpPeer from, std::uint32_t address, std::span<std::uint8_t const> bytes,
                        Clock::time_point now);
-    gvcp::Status WriteBootstrap(std::uint32_t address, std::span<std::uint8_t const> bytes);
     gvcp::Status WritePrivilege(GvcpPeer from, std::uint32_t value, Clock::time_point now);
     bool IsController(GvcpPeer peer) const;
     void SetController(std::optional<GvcpPeer> controller, std::uint32_t privilege);
@@ -181,6 +184,7 @@ private:
     std::vector<GvcpDatagram> m_outgoing;
 
     std::optional<GvcpPeer> m_controller;
+    std::uint64_t m_controls = 0;
     Clock::time_point m_heard; // the controller, last
 
     std::deque<Request> m_requests;                   // the first is being done, the others wait

@@ -103,7 +103,8 @@ private:
     void Wait();
     void Flush();
     void PowerUp();
-    void ServeDescription();
+    WireDescription GetDescriptionKind() const;
+    void ServeDescription(bool isFirst = true);
     void OpenChannel();
     StreamChannel DescribeChannel() const;
     void SetPacketSize(std::uint32_t size);
@@ -171,7 +172,9 @@ WireCamera::Impl::Impl(WireCameraOptions const &options, std::unique_ptr<WireSoc
       }()),
       m_xml(SimWireXml(m_model)),
       m_mac(MacOf(sockets->GetLocal().address)),
-      m_stream(m_model, m_events, [this](SimFormat &format) { return m_camera.GetFormat(format); }),
+      m_stream(
+          m_model, m_events, [this](SimFormat &format) { return m_camera.GetFormat(format); },
+          SimStream::Packets::OfTaker),
       m_camera(m_model, m_stream, m_events),
       m_space(m_camera),
       m_server(m_memory, *this),
@@ -319,14 +322,21 @@ void WireCamera::Impl::PowerUp()
     m_server.SetFaults(m_space.GetControlFaults());
 }
 
-void WireCamera::Impl::ServeDescription()
+WireDescription WireCamera::Impl::GetDescriptionKind() const
 {
-    auto const kind = static_cast<WireDescription>(m_space.GetWire().GetInt(W::Description));
+    return static_cast<WireDescription>(m_space.GetWire().GetInt(W::Description));
+}
+
+// `isFirst`: for its first download since it was set.
+void WireCamera::Impl::ServeDescription(bool isFirst)
+{
+    WireDescription kind = GetDescriptionKind();
+    if (kind == WireDescription::ChangesOnce && isFirst)
+        kind = WireDescription::Good;
     ServedDescription served = MakeDescription(kind, m_model.name, m_xml);
     m_memory.SetText(B::FirstUrl, B::UrlSize, served.firstUrl);
     m_memory.SetText(B::SecondUrl, B::UrlSize, served.secondUrl);
-    m_space.SetDescriptions(std::move(served.plain), std::move(served.zipped),
-                            kind == WireDescription::ChangesOnce ? m_xml : std::string());
+    m_space.SetDescriptions(std::move(served.plain), std::move(served.zipped));
 }
 
 void WireCamera::Impl::Die()
@@ -377,6 +387,7 @@ WireCameraStatus WireCamera::Impl::GetStatus() const
     return {.alive = m_alive,
             .address = AddressText(m_sockets->GetLocal().address),
             .controller = host ? AddressText(host->address) + ":" + std::to_string(host->port) : std::string(),
+            .controls = m_server.CountControls(),
             .trouble = m_trouble,
             .frames = sent.frames,
             .packets = sent.packets,
@@ -399,6 +410,9 @@ gvcp::Status WireCamera::Impl::Read(std::uint32_t address, std::span<std::uint8_
         m_space.GetWire().SetInt(W::PacketsRefused, sent.refused, 8);
     }
     gvcp::Status const status = m_space.Read(address, out);
+    if (GetDescriptionKind() == WireDescription::ChangesOnce &&
+        m_space.EndsDescription(address, static_cast<std::uint32_t>(out.size())))
+        ServeDescription(false);
     if (status == gvcp::GEV_STATUS_SUCCESS && address == S::PayloadSize && out.size() == gvcp::RegisterSize) {
         SimFormat format;
         m_camera.GetFormat(format);
@@ -497,10 +511,8 @@ gvcp::Status WireCamera::Impl::React(std::uint32_t address)
     case B::StreamChannelPacketSize: {
         std::uint32_t const written = m_memory.Get(address);
         SetPacketSize(written & gvcp::packetsize::Mask);
-        if ((written & gvcp::packetsize::FireTestPacket) != 0) {
-            m_memory.Set(address, m_memory.Get(address) & ~std::uint32_t{gvcp::packetsize::FireTestPacket});
+        if ((written & gvcp::packetsize::FireTestPacket) != 0)
             m_sender.SendTestPacket();
-        }
         return gvcp::GEV_STATUS_SUCCESS;
     }
     case B::StreamChannelPort:
@@ -534,7 +546,6 @@ void WireCamera::Impl::SetPacketSize(std::uint32_t size)
 void WireCamera::Impl::ControlTimestamp()
 {
     std::uint32_t const wanted = m_memory.Get(B::TimestampControl);
-    m_memory.Set(B::TimestampControl, 0);
     if ((wanted & gvcp::timestampcontrol::Reset) != 0)
         m_stream.ResetTicks();
     if ((wanted & gvcp::timestampcontrol::Latch) != 0) {
@@ -658,11 +669,7 @@ bool WireCamera::Impl::Write(std::uint64_t address, std::uint32_t size, std::uin
     auto const at = static_cast<std::uint32_t>(address);
     gvcp::Status status = gvcp::GEV_STATUS_INVALID_ADDRESS;
     if (address == at && BootstrapMemory::Covers(at)) {
-        status = m_memory.CheckWrite(at, size);
-        if (status == gvcp::GEV_STATUS_SUCCESS && size == gvcp::RegisterSize) {
-            m_memory.Set(at, LoadBig32(bytes));
-            status = React(at);
-        }
+        status = m_server.WriteBootstrap(at, std::span(bytes, size));
     } else if (address == at) {
         status = Write(at, std::span(bytes, size));
     }

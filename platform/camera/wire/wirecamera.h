@@ -26,10 +26,11 @@ struct WireCameraOptions
 
 struct WireCameraStatus
 {
-    bool alive = false;     // not unplugged
-    std::string address;    // it answers at
-    std::string controller; // address:port of the host that has control, "" for none
-    std::string trouble;    // why it did not come back, "" for none
+    bool alive = false;         // not unplugged
+    std::string address;        // it answers at
+    std::string controller;     // address:port of the host that has control, "" for none
+    std::uint64_t controls = 0; // times that a host has got it
+    std::string trouble;        // why it did not come back, "" for none
     std::uint64_t frames = 0, packets = 0, resent = 0, refused = 0; // sent
 };
 

@@ -1,6 +1,6 @@
 #include "wirescript.h"
 
-#include <arpa/inet.h>
+#include "wiresockets.h"
 
 #include <algorithm>
 #include <charconv>
@@ -138,8 +138,7 @@ Line ParseReturn(Words &words)
     line.command = Line::Return;
     if (!words.IsEmpty() && words.Peek() != "reset") {
         line.text = words.Take("");
-        in_addr address{};
-        if (inet_pton(AF_INET, line.text.c_str(), &address) != 1)
+        if (!ParseAddress(line.text))
             throw Wrong{Quoted(line.text) + " is no IPv4 address"};
     }
     line.reset = words.TakeIf("reset");
@@ -282,13 +281,13 @@ bool WireScriptRun::IsOver(WireScriptLine const &line, Clock::duration waited) c
 {
     switch (line.command) {
     case Line::WaitClient:
-        return m_host.HasClient(m_camera);
+        return m_host.HasClient(m_camera) || m_host.GetClients(m_camera) != m_countBefore;
     case Line::WaitNoClient:
         return !m_host.HasClient(m_camera);
     case Line::WaitFrames: {
         // A camera that is back from power-up counts anew.
         std::uint64_t const frames = m_host.GetFrames(m_camera);
-        return (frames >= m_framesBefore ? frames - m_framesBefore : frames) >= line.number;
+        return (frames >= m_countBefore ? frames - m_countBefore : frames) >= line.number;
     }
     default:
         return waited >= line.time;
@@ -301,7 +300,7 @@ bool WireScriptRun::Wait(WireScriptLine const &line, Clock::time_point now)
     if (!m_waits) {
         m_waits = true;
         m_waitsSince = now;
-        m_framesBefore = line.command == Line::WaitFrames ? m_host.GetFrames(m_camera) : 0;
+        m_countBefore = line.command == Line::WaitFrames ? m_host.GetFrames(m_camera) : m_host.GetClients(m_camera);
     }
     Clock::duration const waited = now - m_waitsSince;
     m_waits = !IsOver(line, waited);

@@ -2,7 +2,7 @@
 //
 //   camera N                 the lines below are about the N-th camera; about the first at the beginning
 //   wait SECONDS
-//   wait client              until a host has control of the camera
+//   wait client              until a host has control of the camera, or has had it since the wait began
 //   wait no client
 //   wait frames N            until the camera has sent N further frames
 //   set FEATURE VALUE        VALUE goes to the end of the line; "" is the empty text
@@ -41,6 +41,8 @@ public:
     virtual ~WireScriptHost() = default;
 
     virtual bool HasClient(std::size_t camera) = 0;
+    // How many hosts have had control so far: none that came and went between two steps is missed.
+    virtual std::uint64_t GetClients(std::size_t camera) = 0;
     virtual std::uint64_t GetFrames(std::size_t camera) = 0; // sent, since the camera began
     virtual bool SetFeature(std::size_t camera, std::string const &name, std::string const &value,
                             std::string &why) = 0;
@@ -128,6 +130,6 @@ private:
     // The wait at m_next, once it has begun.
     bool m_waits = false;
     Clock::time_point m_waitsSince;
-    std::uint64_t m_framesBefore = 0;
+    std::uint64_t m_countBefore = 0;
     std::optional<int> m_exitCode;
 };
