@@ -105,11 +105,11 @@ private:
             std::copy(request.begin() + 12, request.end(), m_memory.begin() + address);
             body = {0, 0, 0, 1};
         }
-        Bytes answer(gvcp::HeaderSize);
+        Bytes answer(gvcp::HeaderSize + body.size());
         gvcp::WriteHeader(
             std::span(answer).first<gvcp::HeaderSize>(),
             {status, gvcp::AcknowledgeOf(command), static_cast<std::uint16_t>(body.size()), LoadBig16(&request[6])});
-        answer.insert(answer.end(), body.begin(), body.end());
+        std::copy(body.begin(), body.end(), answer.begin() + gvcp::HeaderSize);
         return answer;
     }
     void Serve()
