@@ -52,6 +52,16 @@ TovCam::DeviceInfo::AccessStatus DeviceInfoImpl::GetAccessStatus()
     return access.load(std::memory_order_relaxed);
 }
 
+void DeviceInfoImpl::SetOpenProgress(TovCam::OpenProgress *progress)
+{
+    m_openProgress = progress;
+}
+
+TovCam::OpenProgress *DeviceInfoImpl::GetOpenProgress() const
+{
+    return m_openProgress;
+}
+
 InterfaceImpl::InterfaceImpl(Backend &backend, std::uint32_t kind, std::string description, std::string version)
     : m_backend(backend),
       m_kind(kind),

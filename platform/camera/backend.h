@@ -31,8 +31,12 @@ public:
     char const *GetUserID() override;
     char const *GetAddress() override;
     AccessStatus GetAccessStatus() override;
+    void SetOpenProgress(TovCam::OpenProgress *progress) override;
+    // Null where nobody waits for an opening.
+    TovCam::OpenProgress *GetOpenProgress() const;
 
 private:
+    std::atomic<TovCam::OpenProgress *> m_openProgress{nullptr};
     std::mutex m_mutex; // guards m_hostInformation
     std::string m_hostInformation;
 };

@@ -490,11 +490,11 @@ TEST_F(WireTest, FramesOfEveryFormatComeWhole)
     }
 }
 
-// Whatever a description does to its reader.
+// Whatever a description does to its reader. Where the archive alone is bad, the plain text is taken.
 TEST_F(WireTest, BadDescriptionsAreRefused)
 {
-    for (char const *kind : {"Truncated", "NotXml", "Empty", "Entities", "Nested", "Circle", "BadZip", "ZipBomb",
-                             "HugeUrl", "FileUrl", "OutsideUrl"}) {
+    for (char const *kind :
+         {"Truncated", "NotXml", "Empty", "Entities", "Nested", "Circle", "HugeUrl", "FileUrl", "OutsideUrl"}) {
         auto const camera = Serve(Grey);
         Set(*camera, "WireDescription", kind);
         m_device = TovCam_CreateDevice(FindAt(m_system, "127.0.0.1"), 2, nullptr);
