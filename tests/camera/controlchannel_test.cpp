@@ -245,6 +245,7 @@ TEST(ControlChannel, ControlIsTakenKeptAndGivenBack)
         EXPECT_EQ(camera.Get(bootstrap::HeartbeatTimeout), 3000u);
         EXPECT_EQ(channel.GetCameraAddress(), INADDR_LOOPBACK);
         EXPECT_EQ(channel.GetHostAddress(), INADDR_LOOPBACK);
+        EXPECT_GT(channel.GetMtu(), 1500u);
     }
     EXPECT_EQ(camera.Get(bootstrap::ControlChannelPrivilege), 0u);
     camera.Set([](Bytes const &request, Bytes const &good) {

@@ -39,18 +39,30 @@ bool MakeAddress(std::uint32_t address, std::uint16_t port, sockaddr_in &out)
     return address != 0;
 }
 
-// This host on the way to the camera; 0 without one.
-std::uint32_t FindHostAddress(std::uint32_t camera)
+// The way to the camera; zeros without one.
+struct Way
 {
+    std::uint32_t host = 0; // this one's address on it
+    std::uint32_t mtu = 0;
+};
+
+Way FindWay(std::uint32_t camera)
+{
+    Way way;
     sockaddr_in remote, local{};
     socklen_t size = sizeof local;
     int const probe = MakeAddress(camera, gvcp::Port, remote) ? socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) : -1;
     if (probe < 0)
-        return 0;
-    bool const found = connect(probe, reinterpret_cast<sockaddr *>(&remote), sizeof remote) == 0 &&
-                       getsockname(probe, reinterpret_cast<sockaddr *>(&local), &size) == 0;
+        return way;
+    if (connect(probe, reinterpret_cast<sockaddr *>(&remote), sizeof remote) == 0 &&
+        getsockname(probe, reinterpret_cast<sockaddr *>(&local), &size) == 0)
+        way.host = ntohl(local.sin_addr.s_addr);
+    int mtu = 0;
+    size = sizeof mtu;
+    if (getsockopt(probe, IPPROTO_IP, IP_MTU, &mtu, &size) == 0 && mtu > 0)
+        way.mtu = static_cast<std::uint32_t>(mtu);
     close(probe);
-    return found ? ntohl(local.sin_addr.s_addr) : 0;
+    return way;
 }
 
 std::int32_t StatusOfRefusal(std::uint16_t refusal)
@@ -82,7 +94,9 @@ ControlChannel::ControlChannel(std::string const &address)
     if (inet_pton(AF_INET, address.c_str(), &camera) != 1)
         return;
     m_cameraAddress = ntohl(camera.s_addr);
-    m_hostAddress = FindHostAddress(m_cameraAddress);
+    Way const way = FindWay(m_cameraAddress);
+    m_hostAddress = way.host;
+    m_mtu = way.mtu;
     if (m_hostAddress == 0 || !OpenSocket())
         return;
     m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -422,6 +436,11 @@ std::uint32_t ControlChannel::GetCameraAddress() const
 std::uint32_t ControlChannel::GetHostAddress() const
 {
     return m_hostAddress;
+}
+
+std::uint32_t ControlChannel::GetMtu() const
+{
+    return m_mtu;
 }
 
 std::int32_t ControlChannel::ReadController(std::uint32_t &address, std::uint16_t &port)

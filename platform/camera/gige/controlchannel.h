@@ -62,6 +62,8 @@ public:
     bool IsSilent() const;
     bool IsLost() const;
     Counters GetCounters() const;
+    // Of the adapter on the way to the camera; 0 where it is not known.
+    std::uint32_t GetMtu() const;
     // Which application has control, by the camera's registers; not every camera has them.
     std::int32_t ReadController(std::uint32_t &address, std::uint16_t &port);
 
@@ -122,9 +124,9 @@ private:
     bool DoBeat();
     bool HasControl();
 
-    std::uint32_t m_cameraAddress = 0, m_hostAddress = 0; // set by the constructor
-    std::uint16_t m_hostPort = 0;                         // the same
-    int m_socket = -1, m_wake = -1;                       // the same; m_wake is readable once something is to stop
+    std::uint32_t m_cameraAddress = 0, m_hostAddress = 0, m_mtu = 0; // set by the constructor
+    std::uint16_t m_hostPort = 0;                                    // the same
+    int m_socket = -1, m_wake = -1; // the same; m_wake is readable once something is to stop
     std::atomic<bool> m_cancelled{false};
     std::atomic<bool> m_ending{false}; // the heartbeat
     std::atomic<bool> m_open{false};
