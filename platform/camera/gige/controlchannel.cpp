@@ -18,9 +18,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t MemoryBlock = 512;      // what every camera can send and take in one packet
-constexpr auto FollowPeriod = 10ms;           // a cancelled opening is looked for
-constexpr std::uint16_t RefusalMask = 0x8000; // of a status
+constexpr std::size_t MemoryBlock = 512; // what every camera can send and take in one packet
+constexpr auto FollowPeriod = 10ms;      // a cancelled opening is looked for
 constexpr std::uint32_t Controlled = gvcp::ControlAccess | gvcp::ExclusiveAccess;
 constexpr std::uint32_t UsualTimeout = 3000;   // of a camera's heartbeat
 constexpr std::uint32_t ShortestTimeout = 300; // that a loaded host keeps up with
@@ -167,8 +166,8 @@ bool ControlChannel::WaitReadable(Effort const &effort, Clock::time_point end)
     }
 }
 
-// The next datagram, if it is what the request waits for.
-ControlChannel::Arrival ControlChannel::Take(Request const &request, std::uint16_t id)
+// What the next datagram is; one that is none of the request's is counted.
+GvcpAnswer ControlChannel::Take(GvcpRequest const &request)
 {
     sockaddr_in from{};
     iovec place{m_datagram.data(), m_datagram.size()};
@@ -179,71 +178,63 @@ ControlChannel::Arrival ControlChannel::Take(Request const &request, std::uint16
     message.msg_iovlen = 1;
     ssize_t const size = recvmsg(m_socket, &message, MSG_DONTWAIT);
     if (size < 0)
-        return Arrival::None;
-    auto const count = [](std::atomic<std::uint64_t> &counter) {
-        counter.fetch_add(1, std::memory_order_relaxed);
-        return Arrival::None;
-    };
+        return {};
     if (message.msg_namelen != sizeof from || from.sin_family != AF_INET ||
-        ntohl(from.sin_addr.s_addr) != m_cameraAddress || ntohs(from.sin_port) != gvcp::Port)
-        return count(m_foreign);
-    auto const whole = std::span<std::uint8_t const>(m_datagram).first(static_cast<std::size_t>(size));
-    std::optional<gvcp::Header> const header = gvcp::ReadHeader(whole);
-    if (!header || (message.msg_flags & MSG_TRUNC) != 0 || whole.size() != gvcp::HeaderSize + header->length)
-        return count(m_malformed);
-    if (header->id != id)
-        return count(m_stale);
-    std::span<std::uint8_t const> const body = gvcp::BodyOf(whole, *header);
-    if (header->code == gvcp::PENDING_ACK && body.size() >= gvcp::PendingAck::Size) {
-        m_pendingTime = std::chrono::milliseconds(LoadBig16(&body[gvcp::PendingAck::TimeToCompletion]));
-    } else {
-        bool const isRefused = (header->lead & RefusalMask) != 0;
-        if (header->code != gvcp::AcknowledgeOf(request.command) ||
-            (!isRefused && request.answerSize != AnySize && body.size() != request.answerSize) ||
-            (!isRefused && request.command == gvcp::READMEM_CMD && // begins with the address
-             !std::equal(body.begin(), body.begin() + gvcp::MemoryData::Data, request.body.begin())))
-            return count(m_malformed);
-        m_refusal = isRefused ? header->lead : std::uint16_t{0};
-        m_answer = body;
+        ntohl(from.sin_addr.s_addr) != m_cameraAddress || ntohs(from.sin_port) != gvcp::Port) {
+        m_foreign.fetch_add(1, std::memory_order_relaxed);
+        return {};
     }
-    m_heard = Clock::now();
-    m_silent = false;
-    return header->code == gvcp::PENDING_ACK ? Arrival::Pending : Arrival::Ours;
+    GvcpAnswer answer;
+    if ((message.msg_flags & MSG_TRUNC) == 0)
+        answer = ReadGvcpAnswer(request, std::span(m_datagram).first(static_cast<std::size_t>(size)));
+    if (answer.kind == GvcpAnswer::Kind::Malformed) {
+        m_malformed.fetch_add(1, std::memory_order_relaxed);
+    } else if (answer.kind == GvcpAnswer::Kind::Stale) {
+        m_stale.fetch_add(1, std::memory_order_relaxed);
+    } else {
+        m_heard = Clock::now();
+        m_silent = false;
+    }
+    return answer;
 }
 
 // `end` is that of this try, `last` that of all.
-ControlChannel::Outcome ControlChannel::Await(Request const &request, std::uint16_t id, Clock::time_point end,
+ControlChannel::Outcome ControlChannel::Await(GvcpRequest const &request, Effort const &effort, Clock::time_point end,
                                               Clock::time_point last)
 {
-    while (WaitReadable(request.effort, end)) {
-        switch (Take(request, id)) {
-        case Arrival::None:
+    while (WaitReadable(effort, end)) {
+        m_answer = Take(request);
+        switch (m_answer.kind) {
+        case GvcpAnswer::Kind::Malformed:
+        case GvcpAnswer::Kind::Stale:
             break;
-        case Arrival::Pending:
-            end = std::min(last, Clock::now() + std::max(request.effort.patience, m_pendingTime));
+        case GvcpAnswer::Kind::Pending:
+            end = std::min(last, Clock::now() + std::max(effort.patience, m_answer.time));
             break;
-        case Arrival::Ours:
-            return m_refusal != 0 ? Outcome::Refused : Outcome::Answered;
+        case GvcpAnswer::Kind::Refused:
+            return Outcome::Refused;
+        case GvcpAnswer::Kind::Good:
+            return Outcome::Answered;
         }
     }
-    return IsStopped(request.effort) ? Outcome::Stopped : Outcome::Silent;
+    return IsStopped(effort) ? Outcome::Stopped : Outcome::Silent;
 }
 
-ControlChannel::Outcome ControlChannel::Transact(Request const &request)
+ControlChannel::Outcome ControlChannel::Transact(GvcpRequest request, Effort const &effort)
 {
-    std::uint16_t const id = NextId();
+    request.id = NextId();
     std::array<std::uint8_t, gvcp::HeaderSize + gvcp::LongestBody> packet;
-    gvcp::WriteHeader(
-        std::span(packet).first<gvcp::HeaderSize>(),
-        {gvcp::CommandLead(gvcp::ACKNOWLEDGE), request.command, static_cast<std::uint16_t>(request.body.size()), id});
+    gvcp::WriteHeader(std::span(packet).first<gvcp::HeaderSize>(),
+                      {gvcp::CommandLead(gvcp::ACKNOWLEDGE), request.command,
+                       static_cast<std::uint16_t>(request.body.size()), request.id});
     std::copy(request.body.begin(), request.body.end(), packet.begin() + gvcp::HeaderSize);
     auto const bytes = std::span<std::uint8_t const>(packet).first(gvcp::HeaderSize + request.body.size());
-    Clock::time_point const last = Clock::now() + request.effort.limit;
-    for (int i = 0; i < request.effort.tries && Clock::now() < last; ++i) {
+    Clock::time_point const last = Clock::now() + effort.limit;
+    for (int i = 0; i < effort.tries && Clock::now() < last; ++i) {
         if (i > 0)
             m_repeated.fetch_add(1, std::memory_order_relaxed);
         Transmit(bytes); // one that cannot be sent is one that gets lost
-        Outcome const outcome = Await(request, id, std::min(last, Clock::now() + request.effort.patience), last);
+        Outcome const outcome = Await(request, effort, std::min(last, Clock::now() + effort.patience), last);
         if (outcome != Outcome::Silent)
             return outcome;
     }
@@ -257,28 +248,28 @@ std::int32_t ControlChannel::StatusOf(Outcome outcome) const
     case Outcome::Answered:
         return TOV_CAM_ERR_OK;
     case Outcome::Refused:
-        return StatusOfRefusal(m_refusal);
+        return StatusOfRefusal(m_answer.status);
     default:
         return TOV_CAM_ERR_NO_DEVICE;
     }
 }
 
 // `out` is filled from the end of the answer's body, which is at least as long.
-std::int32_t ControlChannel::Ask(Request const &request, std::span<std::uint8_t> out)
+std::int32_t ControlChannel::Ask(GvcpRequest const &request, Effort const &effort, std::span<std::uint8_t> out)
 {
     auto const mayAsk = [&] {
-        return m_open && !m_lost && !m_cancelled && (request.effort.isBeat || !m_silent);
+        return m_open && !m_lost && !m_cancelled && (effort.isBeat || !m_silent);
     };
     if (!mayAsk())
         return TOV_CAM_ERR_NO_DEVICE;
     std::lock_guard<std::mutex> const lock(m_mutex);
     if (!mayAsk()) // any more
         return TOV_CAM_ERR_NO_DEVICE;
-    Outcome const outcome = Transact(request);
-    if (outcome == Outcome::Silent && !request.effort.isBeat)
+    Outcome const outcome = Transact(request, effort);
+    if (outcome == Outcome::Silent && !effort.isBeat)
         m_silent = true;
     if (outcome == Outcome::Answered && !out.empty())
-        std::copy(m_answer.end() - static_cast<std::ptrdiff_t>(out.size()), m_answer.end(), out.begin());
+        std::copy(m_answer.body.end() - static_cast<std::ptrdiff_t>(out.size()), m_answer.body.end(), out.begin());
     return StatusOf(outcome);
 }
 
@@ -288,7 +279,7 @@ std::int32_t ControlChannel::ReadRegisterBy(Effort const &effort, std::uint32_t 
 {
     std::array<std::uint8_t, gvcp::RegisterSize> body, answer;
     StoreBig32(body.data(), address);
-    std::int32_t const status = Ask({gvcp::READREG_CMD, body, answer.size(), effort}, answer);
+    std::int32_t const status = Ask({gvcp::READREG_CMD, 0, body, answer.size()}, effort, answer);
     if (status == TOV_CAM_ERR_OK)
         value = LoadBig32(answer.data());
     return status;
@@ -312,7 +303,7 @@ std::int32_t ControlChannel::SetRegister(std::uint32_t address, std::uint32_t va
     std::array<std::uint8_t, gvcp::RegisterWrite::Size> body;
     StoreBig32(&body[gvcp::RegisterWrite::Address], address);
     StoreBig32(&body[gvcp::RegisterWrite::Value], value);
-    return Ask({gvcp::WRITEREG_CMD, body, AnySize, Access}, {});
+    return Ask({gvcp::WRITEREG_CMD, 0, body}, Access, {});
 }
 
 // Whole registers, a block of them at most.
@@ -321,7 +312,7 @@ std::int32_t ControlChannel::ReadBlock(std::uint32_t address, std::span<std::uin
     std::array<std::uint8_t, gvcp::MemoryRead::Size> body{};
     StoreBig32(&body[gvcp::MemoryRead::Address], address);
     StoreBig16(&body[gvcp::MemoryRead::Count], static_cast<std::uint16_t>(out.size()));
-    return Ask({gvcp::READMEM_CMD, body, gvcp::MemoryData::Data + out.size(), Access}, out);
+    return Ask({gvcp::READMEM_CMD, 0, body, gvcp::MemoryData::Data + out.size()}, Access, out);
 }
 
 std::int32_t ControlChannel::WriteBlock(std::uint32_t address, std::span<std::uint8_t const> bytes)
@@ -329,7 +320,7 @@ std::int32_t ControlChannel::WriteBlock(std::uint32_t address, std::span<std::ui
     std::array<std::uint8_t, gvcp::MemoryData::Data + MemoryBlock> body;
     StoreBig32(&body[gvcp::MemoryData::Address], address);
     std::copy(bytes.begin(), bytes.end(), body.begin() + gvcp::MemoryData::Data);
-    return Ask({gvcp::WRITEMEM_CMD, std::span(body).first(gvcp::MemoryData::Data + bytes.size()), AnySize, Access}, {});
+    return Ask({gvcp::WRITEMEM_CMD, 0, std::span(body).first(gvcp::MemoryData::Data + bytes.size())}, Access, {});
 }
 
 namespace {
@@ -551,7 +542,7 @@ void ControlChannel::Close()
     // One that does not answer may hear it all the same; nobody waits for it.
     Effort const effort = m_silent ? Effort{1, 0ms, 1ms, false, true} : Goodbye;
     std::lock_guard<std::mutex> const lock(m_mutex);
-    Transact({gvcp::WRITEREG_CMD, body, AnySize, effort});
+    Transact({gvcp::WRITEREG_CMD, 0, body}, effort);
 }
 
 // ---- The heartbeat -----------------------------------------------------------------------------------------------

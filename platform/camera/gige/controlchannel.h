@@ -1,6 +1,7 @@
 // The control channel of a GigE Vision camera that this program has control of.
 #pragma once
 
+#include "gvcpanswer.h"
 #include "streamcontrol.h"
 
 #include <array>
@@ -88,30 +89,21 @@ private:
         bool isBeat = false;                // of the heartbeat, which ends with it
         bool isFinal = false;               // not to be broken off
     };
-    struct Request
-    {
-        std::uint16_t command;
-        std::span<std::uint8_t const> body;
-        std::size_t answerSize; // of the acknowledge's body; AnySize where nobody looks at it
-        Effort effort;
-    };
     enum class Outcome { Answered, Refused, Silent, Stopped };
-    enum class Arrival { None, Ours, Pending };
     static Effort const Access, Beat, Goodbye;
-    static constexpr std::size_t AnySize = ~std::size_t{0};
     static constexpr std::size_t LongestDatagram = 2048; // more than any answer
 
     bool OpenSocket();
     std::uint16_t NextId();
     // With m_mutex held.
-    Outcome Transact(Request const &request);
-    Outcome Await(Request const &request, std::uint16_t id, Clock::time_point end, Clock::time_point last);
-    Arrival Take(Request const &request, std::uint16_t id);
+    Outcome Transact(GvcpRequest request, Effort const &effort);
+    Outcome Await(GvcpRequest const &request, Effort const &effort, Clock::time_point end, Clock::time_point last);
+    GvcpAnswer Take(GvcpRequest const &request);
     bool IsStopped(Effort const &effort) const;
     bool WaitReadable(Effort const &effort, Clock::time_point end);
     bool Transmit(std::span<std::uint8_t const> packet);
 
-    std::int32_t Ask(Request const &request, std::span<std::uint8_t> out);
+    std::int32_t Ask(GvcpRequest const &request, Effort const &effort, std::span<std::uint8_t> out);
     std::int32_t StatusOf(Outcome outcome) const;
     std::int32_t ReadRegisterBy(Effort const &effort, std::uint32_t address, std::uint32_t &value);
     std::int32_t SetRegister(std::uint32_t address, std::uint32_t value);
@@ -137,9 +129,7 @@ private:
 
     mutable std::mutex m_mutex; // one request at a time; guards the next ones
     std::array<std::uint8_t, LongestDatagram> m_datagram;
-    std::span<std::uint8_t const> m_answer; // in m_datagram: the body of the acknowledge
-    std::uint16_t m_refusal = 0;            // the status of one that refuses
-    std::chrono::milliseconds m_pendingTime{0};
+    GvcpAnswer m_answer;       // the last one, in m_datagram
     Clock::time_point m_heard; // the camera, last
     OpenWatch const *m_watch = nullptr;
 
