@@ -32,6 +32,7 @@ bool ReadParts(Bytes body, std::uint8_t parts, BlockLeader &leader)
             leader.picture = {LoadBig32(info + Info::SizeX), LoadBig32(info + Info::SizeY),
                               LoadBig32(info + Info::PixelFormat), LoadBig16(info + Info::PaddingX), leader.partBytes};
         leader.partLengths[leader.parts] = LoadBig48(info + Info::PartLength);
+        leader.hasZones = leader.hasZones || info[Info::AdditionalZones] != 0;
         leader.partBytes += leader.partLengths[leader.parts];
     }
     return true;

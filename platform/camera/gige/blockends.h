@@ -26,6 +26,7 @@ struct BlockLeader
     std::uint64_t partBytes = 0; // of all parts together
     std::uint8_t parts = 0;      // 0: not a block of parts
     std::array<std::uint64_t, 21> partLengths{};
+    bool hasZones = false; // within parts, each of which may end with a shorter packet
 };
 
 struct BlockTrailer

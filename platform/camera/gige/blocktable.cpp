@@ -677,8 +677,8 @@ Verdict BlockTable::TakePart(Frame &frame, Packet const &packet, Time now)
         (front[Field::ZoneInfo] & (gvsp::END_OF_ZONE | gvsp::END_OF_PART)) != 0 || offset + size == m_layout.payload;
     if (!mayBeShort)
         SettleLength(length, static_cast<std::uint32_t>(size));
-    if (length.settled && (size > length.current || (size < length.current && !mayBeShort) ||
-                           (frame.leader && id >= ExpectedTrailer(frame))))
+    if (length.settled &&
+        (size > length.current || (size < length.current && !mayBeShort) || !IsWhereExpected(frame, id, offset, size)))
         return Verdict::Malformed;
     if (frame.Has(id))
         return Verdict::Duplicate;
@@ -690,6 +690,25 @@ Verdict BlockTable::TakePart(Frame &frame, Packet const &packet, Time now)
     frame.states[id].offset = static_cast<std::uint32_t>(offset);
     frame.states[id].size = static_cast<std::uint32_t>(size);
     return Verdict::Taken;
+}
+
+// Where the leader tells how long the parts are, each packet has one place.
+bool BlockTable::IsWhereExpected(Frame const &frame, std::uint32_t id, std::uint64_t offset, std::size_t size) const
+{
+    if (!frame.leader || frame.leader->hasZones)
+        return true;
+    std::uint64_t const step = m_lengths[Parts].current;
+    std::uint64_t first = 1, begin = 0;
+    for (std::uint64_t length : frame.leader->partLengths) {
+        std::uint64_t const packets = length / step + (length % step != 0);
+        if (id - first < packets) {
+            std::uint64_t const before = (id - first) * step;
+            return offset == begin + before && size == std::min(step, length - before);
+        }
+        first += packets;
+        begin += length;
+    }
+    return false;
 }
 
 Verdict BlockTable::TakeAllIn(Frame &frame, Packet const &packet, Time now)
@@ -815,25 +834,14 @@ bool BlockTable::IsEnough(Frame const &frame, std::size_t size, std::uint32_t li
     return bytes <= size && picture.offset <= size - bytes;
 }
 
-// The data of the packets of a block of parts follow each other. One that is not as long as it should be is asked for
-// again, which takes it out of those that came; nothing then.
-std::optional<std::size_t> BlockTable::JoinParts(Frame &frame)
+// The size of a block of parts; nothing where the data of its packets do not follow each other.
+std::optional<std::size_t> BlockTable::JoinParts(Frame const &frame)
 {
     std::size_t end = 0;
-    std::uint64_t const promised = TrailerOf(frame).dataBytes.value_or(frame.leader->partBytes);
     for (std::uint32_t id = 1; id < frame.trailerId; ++id) {
-        PacketState const &state = frame.states[id];
-        bool const isLast = id + 1 == frame.trailerId;
-        bool const begins = state.offset == end;
-        end = std::size_t{state.offset} + state.size;
-        bool const ends =
-            isLast ? end == promised || end == frame.leader->partBytes : frame.states[id + 1].offset == end;
-        if (begins && ends)
-            continue;
-        frame.came[id / 64] &= ~(std::uint64_t{1} << (id % 64));
-        --frame.have;
-        Miss(frame, id, id + 1, frame.lastPacket + GapPatience);
-        return std::nullopt;
+        if (frame.states[id].offset != end)
+            return std::nullopt;
+        end += frame.states[id].size;
     }
     return end;
 }
@@ -843,8 +851,10 @@ void BlockTable::EndWhole(Frame &frame)
 {
     if (frame.kind == Frame::Kind::Parts) {
         std::optional<std::size_t> const size = JoinParts(frame);
-        if (!size)
+        if (!size) {
+            End(frame, BlockFrame::End::Incomplete);
             return;
+        }
         frame.size = *size;
     } else if (frame.trailerId > 0) { // what is all in one packet has its size
         DataLength const &length = LengthOf(frame);

@@ -217,7 +217,8 @@ private:
 
     static BlockTrailer TrailerOf(Frame const &frame);
     static bool IsEnough(Frame const &frame, std::size_t size, std::uint32_t lines);
-    std::optional<std::size_t> JoinParts(Frame &frame);
+    static std::optional<std::size_t> JoinParts(Frame const &frame);
+    bool IsWhereExpected(Frame const &frame, std::uint32_t id, std::uint64_t offset, std::size_t size) const;
     std::uint32_t ExpectedTrailer(Frame const &frame);
     void EndWhole(Frame &frame);
     void End(Frame &frame, BlockFrame::End end);
