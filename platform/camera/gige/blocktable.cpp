@@ -19,6 +19,7 @@ constexpr std::uint32_t LengthsBelieved = 8;      // data packets in a row that 
 constexpr auto ShortPatience = 5ms;
 constexpr auto ReorderPatience = 20ms;                                     // of a camera that sends nothing again
 constexpr std::uint64_t FirstLap = std::uint64_t{gvsp::LastBlockId} << 20; // so that earlier ids have a sequence too
+constexpr std::uint32_t LeastPacketSize = 128; // below it a camera's register is not believed
 constexpr std::uint32_t NoTrailer = 0xFFFFFFFF;
 constexpr std::size_t HeadersBelow = gvsp::IpHeaderSize + gvsp::UdpHeaderSize;
 
@@ -133,7 +134,7 @@ BlockTable::~BlockTable() = default;
 void BlockTable::Begin(BlockLayout const &layout)
 {
     m_layout = layout;
-    m_layout.packetSize = std::clamp<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket, 0xFFFF);
+    m_layout.packetSize = std::clamp<std::uint32_t>(layout.packetSize, LeastPacketSize, 0xFFFF);
     m_lengths = {};
     for (std::size_t kind = 0; kind < m_lengths.size(); ++kind) {
         std::size_t const header = kind == Standard ? gvsp::HeaderSize : gvsp::ExtendedHeaderSize;

@@ -335,7 +335,7 @@ void Receiver::Start(BlockLayout const &layout)
         throw std::system_error(ENOTCONN, std::generic_category());
     Stop();
     m_table.Begin(layout);
-    m_batch = std::make_unique<Batch>(layout.packetSize);
+    m_batch = std::make_unique<Batch>(std::clamp<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket, 0xFFFF));
     m_camera = layout.address;
     Drain();
     m_nextGreeting = Clock::now();
@@ -363,8 +363,10 @@ void Receiver::Stop()
 // What came while nobody received.
 void Receiver::Drain()
 {
-    while (int const count = m_batch->Read(m_socket, m_table)) {
-        if (count < 0)
+    constexpr int MostBatches = 4096; // more than the largest socket holds, from a camera that goes on
+    for (int i = 0; i < MostBatches; ++i) {
+        int const count = m_batch->Read(m_socket, m_table);
+        if (count <= 0)
             break;
         m_drops = m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops);
     }
