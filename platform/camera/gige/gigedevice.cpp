@@ -5,10 +5,10 @@
 #include "gigestream.h"
 #include "hostfacts.h"
 #include "openwatch.h"
+#include "packetsize.h"
 #include "protocol/gigevision.h"
 #include "registerdevice.h"
 #include "standardnodes.h"
-#include "storestatus.h"
 
 #include <limits>
 
@@ -18,14 +18,6 @@ using namespace std::chrono_literals;
 
 // Far more than a healthy camera needs to be closed.
 constexpr auto ClosePatience = 1000ms;
-
-// Frames over loopback come from a program, not through a network whose packets have to stay small.
-constexpr gint64 LoopbackPacketSize = 8192;
-
-bool IsLoopback(std::uint32_t address)
-{
-    return address >> 24 == 127;
-}
 
 // What StatusFromError makes the same status of.
 ArvDeviceError ErrorOf(std::int32_t status, bool isClosed)
@@ -156,21 +148,18 @@ GigeDevice::GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *i
     : RealDevice(connection->device, info, [channel = &connection->channel] { return channel->IsSilent(); }),
       m_connection(std::move(connection))
 {
-    if (m_nodes.GetStatus() == TOV_CAM_ERR_OK)
-        Negotiate();
-    m_stream = std::make_unique<GigeStream>(m_device, m_access, m_connection->channel, m_reachability);
-    m_connection->channel.SetLossHandler([relay = m_relay] { relay->Notify(); });
+    ControlChannel &channel = m_connection->channel;
+    {
+        std::lock_guard<std::recursive_mutex> lock(m_access);
+        NegotiatePacketSize(channel, channel.GetMtu());
+    }
+    // It keeps the connection for a goodbye that takes long.
+    std::shared_ptr<StreamControl> const control(m_connection, &channel);
+    m_stream = std::make_unique<GigeStream>(m_device, m_access, m_reachability, control);
+    channel.SetLossHandler([relay = m_relay] { relay->Notify(); });
 }
 
 GigeDevice::~GigeDevice() = default;
-
-// A camera that cannot do it keeps its packet size.
-void GigeDevice::Negotiate()
-{
-    std::lock_guard<std::recursive_mutex> lock(m_access);
-    if (IsLoopback(m_connection->channel.GetHostAddress()))
-        arv_device_set_integer_feature_value(m_device, "GevSCPSPacketSize", LoopbackPacketSize, nullptr);
-}
 
 TovCam::Stream *GigeDevice::GetStreamByIndex(std::uint32_t index)
 {

@@ -34,7 +34,6 @@ private:
 
     GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *info);
     ~GigeDevice() override;
-    void Negotiate();
 
     std::shared_ptr<Connection> const m_connection;
     std::unique_ptr<GigeStream> m_stream;
