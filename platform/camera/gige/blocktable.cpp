@@ -1091,10 +1091,10 @@ void BlockTable::Expect(std::span<Place> places)
     DataLength const &length = ExpectedLength();
     std::size_t const step = length.current != 0 ? length.current : length.most;
     std::size_t const packets = (m_layout.payload + step - 1) / step;
-    std::uint8_t *memory = m_spare.memory;
+    std::uint8_t *memory = m_spare.memory, *next = nullptr;
     std::size_t id = 0, used = 0;
     if (Frame const *const frame = Newest(); frame && !frame->over) {
-        memory = frame->buffer.memory;
+        next = std::exchange(memory, frame->buffer.memory);
         id = frame->next;
         used = frame->dataEnd;
     }
@@ -1105,7 +1105,7 @@ void BlockTable::Expect(std::span<Place> places)
         if (++id > packets + 1) {
             // Behind the trailer the next block begins, and one is as far as can be seen.
             id = used = 0;
-            memory = memory == m_spare.memory ? nullptr : m_spare.memory;
+            memory = std::exchange(next, nullptr);
         }
     }
 }

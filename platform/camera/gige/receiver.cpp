@@ -151,7 +151,7 @@ void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint
     std::span<std::uint8_t const> const front = datagram.pieces[0];
     std::optional<gvsp::Header> const header = gvsp::ReadHeader(front);
     // The time of a frame is that of its first packet.
-    if (header && header->format != gvsp::DataPayload && header->format != gvsp::MultiPartPayload) {
+    if (!header || (header->format != gvsp::DataPayload && header->format != gvsp::MultiPartPayload)) {
         if (std::optional<timespec> const time = Told<timespec>(message, SCM_TIMESTAMPNS))
             datagram.arrival = std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec);
     }
