@@ -262,15 +262,22 @@ std::int32_t ControlChannel::Ask(GvcpRequest const &request, Effort const &effor
     };
     if (!mayAsk())
         return TOV_CAM_ERR_NO_DEVICE;
-    std::lock_guard<std::mutex> const lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_mutex);
     if (!mayAsk()) // any more
         return TOV_CAM_ERR_NO_DEVICE;
     Outcome const outcome = Transact(request, effort);
-    if (outcome == Outcome::Silent && !effort.isBeat)
-        m_silent = true;
     if (outcome == Outcome::Answered && !out.empty())
         std::copy(m_answer.body.end() - static_cast<std::ptrdiff_t>(out.size()), m_answer.body.end(), out.begin());
-    return StatusOf(outcome);
+    std::int32_t const status = StatusOf(outcome);
+    if (outcome == Outcome::Silent && !effort.isBeat) {
+        m_silent = true;
+        lock.unlock();
+        // The heartbeat is to find out at once whether that is over.
+        std::lock_guard<std::mutex> const beatLock(m_beatMutex);
+        m_beatIsDue = true;
+        m_beatWake.notify_all();
+    }
+    return status;
 }
 
 // ---- Accesses ----------------------------------------------------------------------------------------------------
@@ -554,7 +561,11 @@ void ControlChannel::RunHeartbeat()
         return m_ending || m_cancelled;
     };
     std::chrono::milliseconds wait = m_period;
-    while (!m_beatWake.wait_for(lock, wait, ends)) {
+    for (;;) {
+        m_beatWake.wait_for(lock, wait, [&] { return ends() || m_beatIsDue; });
+        if (ends())
+            return;
+        m_beatIsDue = false;
         lock.unlock();
         bool const keeps = DoBeat();
         lock.lock();

@@ -135,6 +135,7 @@ private:
 
     std::mutex m_beatMutex; // guards the next ones; alone
     std::condition_variable m_beatWake;
+    bool m_beatIsDue = false; // before its time
     std::function<void()> m_lossHandler;
     std::thread m_heartbeat;
 

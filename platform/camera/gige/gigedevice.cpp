@@ -141,7 +141,11 @@ GigeDevice *GigeDevice::Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_
     SetRegisterPort(connection->device, connection->port.get());
     auto *const device = new GigeDevice(connection, info);
     connection->channel.Follow(nullptr);
-    return device;
+    if (!watch.IsOver())
+        return device;
+    device->Release();
+    *error = TOV_CAM_ERR_NO_DEVICE;
+    return nullptr;
 }
 
 GigeDevice::GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *info)
