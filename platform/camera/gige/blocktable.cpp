@@ -877,6 +877,7 @@ void BlockTable::End(Frame &frame, BlockFrame::End end)
         // A short packet is what the camera has, if nothing better came of asking.
         if (end == BlockFrame::End::Incomplete && frame.leader && frame.trailerId == frame.shortId + 1 &&
             frame.have == frame.trailerId) {
+            frame.states[frame.shortId].tries = 0; // it was there before it was asked for
             TakeShort(frame);
             EndWhole(frame);
             return;
