@@ -117,6 +117,36 @@ TEST_F(GigeDeviceTest, RegistersAreReachedAsTheDescriptionMeansIt)
     }
 }
 
+TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
+{
+    auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});
+    TovCam::DeviceInfo *info = nullptr;
+    ASSERT_TRUE(Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
+    Open(info);
+    std::string why;
+    ASSERT_TRUE(camera->SetFeature("WireDuplicate", "5", why)) << why;
+    auto const number = [this](char const *name) {
+        return m_nodes->GetIntegerValue(name, nullptr);
+    };
+    EXPECT_EQ(number("TovStreamComplete"), 0);
+    EXPECT_EQ(std::string(info->GetHostInformation()).find("\nFrames: "), std::string::npos);
+    RunningCamera(m_device).ForFrames(5, [](auto &) {});
+    EXPECT_GE(number("TovStreamComplete") + number("TovStreamIncomplete"), 5);
+    EXPECT_GT(number("TovStreamDuplicate"), 0);
+    EXPECT_GT(number("TovStreamPackets"), 5);
+    EXPECT_GE(number("TovStreamReceived"), number("TovStreamPackets") + number("TovStreamDuplicate"));
+    EXPECT_EQ(m_nodes->SetIntegerValue("TovStreamLate", 1), TOV_CAM_ERR_GENICAM_ACCESS);
+    TovCam::FeatureInfo const &category = *m_nodes->GetFeature(FindFeature(m_nodes, "TovStreamStatistics"));
+    EXPECT_EQ(category.children.size(), 17u);
+    EXPECT_EQ(m_nodes->GetFeature(category.children[0])->displayName, "Packets Received");
+    std::vector<std::uint32_t> const &top = m_nodes->GetFeature(0)->children;
+    EXPECT_EQ(top.back(), FindFeature(m_nodes, "TovStreamStatistics"));
+    EXPECT_NE(std::string(info->GetHostInformation()).find("\nPackets left:   "), std::string::npos)
+        << info->GetHostInformation();
+    Close();
+    EXPECT_EQ(std::string(info->GetHostInformation()).find("\nFrames: "), std::string::npos);
+}
+
 TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
 {
     auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});

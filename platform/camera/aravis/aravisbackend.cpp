@@ -180,15 +180,14 @@ public:
         }
         std::string const address = GvcpClient(info->address).GetLocalAddress();
         NetworkAdapter const adapter = host.GetAdapter(FindAdapter(address));
-        return AlignLines({{"Camera driver", AravisVersion()},
-                           {"Camera address", info->address},
-                           {"Host address", address},
-                           {"Adapter", adapter.name},
-                           {"Adapter driver", adapter.driver},
-                           {"MTU", adapter.mtu},
-                           {"Link speed", adapter.speed},
-                           {"Receive buffer", host.GetReceiveBuffer()},
-                           {"Kernel", host.GetKernel()}});
+        DeviceInfoImpl::Facts facts{{"Camera driver", AravisVersion()}, {"Camera address", info->address},
+                                    {"Host address", address},          {"Adapter", adapter.name},
+                                    {"Adapter driver", adapter.driver}, {"MTU", adapter.mtu},
+                                    {"Link speed", adapter.speed},      {"Receive buffer", host.GetReceiveBuffer()},
+                                    {"Kernel", host.GetKernel()}};
+        DeviceInfoImpl::Facts const open = info->GetFacts();
+        facts.insert(facts.end(), open.begin(), open.end());
+        return AlignLines(facts);
     }
 
 private:

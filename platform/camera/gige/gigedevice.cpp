@@ -9,6 +9,7 @@
 #include "protocol/gigevision.h"
 #include "registerdevice.h"
 #include "standardnodes.h"
+#include "statisticnodes.h"
 
 #include <limits>
 
@@ -45,8 +46,18 @@ public:
     {
     }
 
+    // What the numbers of the stream are read from; until then they cannot be.
+    void SetStatistics(StreamStatistics const *statistics)
+    {
+        m_statistics = statistics;
+    }
+
     bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **error) override
     {
+        if (m_statistics && IsStatistic(address, size)) {
+            ReadStatistic(*m_statistics, address, out);
+            return true;
+        }
         if (IsRegister(address, size)) {
             std::uint32_t value = 0;
             bool const read = ReadRegister(address, value, error);
@@ -102,6 +113,7 @@ private:
 
     ControlChannel &m_channel;
     bool const m_readsRegisters;
+    StreamStatistics const *m_statistics = nullptr;
 };
 
 struct GigeDevice::Connection
@@ -137,6 +149,7 @@ GigeDevice *GigeDevice::Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_
         return nullptr;
     }
     AddStandardNodes(genicam);
+    AddStatisticNodes(genicam);
     connection->port = std::make_unique<GigePort>(connection->channel, IsLegacyDescription(genicam));
     SetRegisterPort(connection->device, connection->port.get());
     auto *const device = new GigeDevice(connection, info);
@@ -160,6 +173,11 @@ GigeDevice::GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *i
     // It keeps the connection for a goodbye that takes long.
     std::shared_ptr<StreamControl> const control(m_connection, &channel);
     m_stream = std::make_unique<GigeStream>(m_device, m_access, m_reachability, control);
+    {
+        std::lock_guard<std::recursive_mutex> lock(m_access);
+        m_connection->port->SetStatistics(&m_stream->GetStatistics());
+    }
+    m_info->SetFacts([&statistics = m_stream->GetStatistics()] { return DescribeStatistics(statistics); });
     channel.SetLossHandler([relay = m_relay] { relay->Notify(); });
 }
 
@@ -193,6 +211,7 @@ void GigeDevice::OnTapStarted()
 
 void GigeDevice::Close()
 {
+    m_info->SetFacts({});
     m_stream->Close();
     SetRegisterPort(m_device, nullptr);
     RealDevice::Close();
