@@ -10,6 +10,7 @@
 
 #include "tovimage.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -358,6 +359,24 @@ protected:
     ~Device() = default;
 };
 
+// The opening of a camera, for whoever waits for it: TovCam_CreateDevice may take as long as the camera and the network
+// let it, a minute at most. One object an opening; any thread.
+struct OpenProgress
+{
+    enum class Stage : std::uint8_t {
+        Waiting,     // not begun
+        Asking,      // whether the camera is there, and free
+        Description, // is downloaded, `bytes` of `total`
+        Preparing,   // its features are made
+        Over         // opened or not
+    };
+    std::atomic<Stage> stage{Stage::Waiting};
+    std::atomic<std::uint64_t> bytes{0}, total{0};
+    std::atomic<bool> overdue{false}; // given up, for it took too long
+    // Set by whoever waits: TovCam_CreateDevice returns null soon.
+    std::atomic<bool> cancel{false};
+};
+
 // A camera that was seen. Lives as long as the system.
 class DeviceInfo
 {
@@ -374,6 +393,11 @@ public:
     virtual char const *GetUserID() = 0;
     virtual char const *GetAddress() = 0; // IP address or USB identity, "" when there is none
     virtual AccessStatus GetAccessStatus() = 0;
+
+    // Openings from now on are followed by that object, which outlives them; null: by none. Before the opening.
+    virtual void SetOpenProgress(OpenProgress *)
+    {
+    }
 
 protected:
     ~DeviceInfo() = default;

@@ -52,6 +52,28 @@ TovCam::DeviceInfo::AccessStatus DeviceInfoImpl::GetAccessStatus()
     return access.load(std::memory_order_relaxed);
 }
 
+void DeviceInfoImpl::SetFacts(std::function<Facts()> facts)
+{
+    std::lock_guard<std::mutex> const lock(m_factsMutex);
+    m_facts = std::move(facts);
+}
+
+DeviceInfoImpl::Facts DeviceInfoImpl::GetFacts()
+{
+    std::lock_guard<std::mutex> const lock(m_factsMutex);
+    return m_facts ? m_facts() : Facts();
+}
+
+void DeviceInfoImpl::SetOpenProgress(TovCam::OpenProgress *progress)
+{
+    m_openProgress = progress;
+}
+
+TovCam::OpenProgress *DeviceInfoImpl::GetOpenProgress() const
+{
+    return m_openProgress;
+}
+
 InterfaceImpl::InterfaceImpl(Backend &backend, std::uint32_t kind, std::string description, std::string version)
     : m_backend(backend),
       m_kind(kind),

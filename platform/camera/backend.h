@@ -31,8 +31,19 @@ public:
     char const *GetUserID() override;
     char const *GetAddress() override;
     AccessStatus GetAccessStatus() override;
+    void SetOpenProgress(TovCam::OpenProgress *progress) override;
+    // What the open camera adds to the information; called by whoever asks for that. Empty: nothing any more, and no
+    // call is under way.
+    using Facts = std::vector<std::pair<std::string, std::string>>;
+    void SetFacts(std::function<Facts()> facts);
+    Facts GetFacts();
+    // Null where nobody waits for an opening.
+    TovCam::OpenProgress *GetOpenProgress() const;
 
 private:
+    std::atomic<TovCam::OpenProgress *> m_openProgress{nullptr};
+    std::mutex m_factsMutex; // guards the next one, and its calls; alone
+    std::function<Facts()> m_facts;
     std::mutex m_mutex; // guards m_hostInformation
     std::string m_hostInformation;
 };

@@ -2,6 +2,21 @@
 
 #include "aravisreleases.h"
 
+bool RegisterPort::ReadRegister(std::uint64_t address, std::uint32_t &value, GError **error)
+{
+    guint32 raw = 0;
+    if (!Read(address, sizeof raw, reinterpret_cast<std::uint8_t *>(&raw), error))
+        return false;
+    value = IsBigEndian() ? GUINT32_FROM_BE(raw) : GUINT32_FROM_LE(raw);
+    return true;
+}
+
+bool RegisterPort::WriteRegister(std::uint64_t address, std::uint32_t value, GError **error)
+{
+    guint32 const raw = IsBigEndian() ? GUINT32_TO_BE(value) : GUINT32_TO_LE(value);
+    return Write(address, sizeof raw, reinterpret_cast<std::uint8_t const *>(&raw), error);
+}
+
 // Outlives the port where someone still holds a reference; accesses fail then.
 struct TovRegisterDevice
 {
@@ -65,18 +80,13 @@ static gboolean tov_register_device_write_memory(ArvDevice *device, guint64 addr
 static gboolean tov_register_device_read_register(ArvDevice *device, guint64 address, guint32 *value, GError **error)
 {
     RegisterPort *const port = PortOf(device, error);
-    guint32 raw = 0;
-    if (!port || !port->Read(address, sizeof raw, reinterpret_cast<std::uint8_t *>(&raw), error))
-        return FALSE;
-    *value = port->IsBigEndian() ? GUINT32_FROM_BE(raw) : GUINT32_FROM_LE(raw);
-    return TRUE;
+    return port && port->ReadRegister(address, *value, error);
 }
 
 static gboolean tov_register_device_write_register(ArvDevice *device, guint64 address, guint32 value, GError **error)
 {
     RegisterPort *const port = PortOf(device, error);
-    guint32 const raw = port && port->IsBigEndian() ? GUINT32_TO_BE(value) : GUINT32_TO_LE(value);
-    return port && port->Write(address, sizeof raw, reinterpret_cast<std::uint8_t const *>(&raw), error);
+    return port && port->WriteRegister(address, value, error);
 }
 
 static void tov_register_device_finalize(GObject *object)

@@ -18,6 +18,9 @@ public:
     virtual bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **error) = 0;
     virtual bool Write(std::uint64_t address, std::uint32_t size, std::uint8_t const *bytes, GError **error) = 0;
     virtual bool IsBigEndian() const = 0;
+    // Four bytes as a number. By Read and Write where the camera has no other way.
+    virtual bool ReadRegister(std::uint64_t address, std::uint32_t &value, GError **error);
+    virtual bool WriteRegister(std::uint64_t address, std::uint32_t value, GError **error);
 };
 
 // One that is closed: every access fails. `xml` outlives it; the node map is made of it when it is first asked for.

@@ -249,6 +249,8 @@ TovCam::Device *TovCam_CreateDevice(TovCam::DeviceInfo *info, std::uint32_t mode
     TovCam::Device *const device = implementation->interface->GetBackend().Open(implementation, &status);
     if (!device && status == TOV_CAM_ERR_OK)
         status = TOV_CAM_ERR_UNKNOWN;
+    if (TovCam::OpenProgress *const progress = implementation->GetOpenProgress())
+        progress->stage = TovCam::OpenProgress::Stage::Over;
     StoreStatus(error, device ? TOV_CAM_ERR_OK : status);
     return device;
 }

@@ -148,65 +148,36 @@ TEST_F(AravisTest, ReleaseDoesNotWaitForASlowAccess)
     EXPECT_GT(m_nodes->GetIntegerValue("Width", nullptr), 0);
 }
 
-std::string Little(std::uint32_t value, int bytes)
-{
-    std::string text;
-    for (; bytes > 0; --bytes, value >>= 8)
-        text += static_cast<char>(value);
-    return text;
-}
-
-// An archive with one uncompressed file, as its directory describes it.
-std::string Archive(std::string const &file, std::uint32_t unpackedSize, std::uint32_t localOffset = 0)
-{
-    auto const size = static_cast<std::uint32_t>(file.size());
-    std::string const common = std::string(8, '\0') + std::string(4, '\0') + Little(size, 4) + Little(unpackedSize, 4) +
-                               Little(5, 2) + Little(0, 2);
-    std::string const local = "PK\3\4" + Little(20, 2) + common + "a.xml" + file;
-    std::string const entry =
-        "PK\1\2" + Little(20, 2) + Little(20, 2) + common + std::string(10, '\0') + Little(localOffset, 4) + "a.xml";
-    return local + entry + "PK\5\6" + std::string(4, '\0') + Little(1, 2) + Little(1, 2) +
-           Little(static_cast<std::uint32_t>(entry.size()), 4) + Little(static_cast<std::uint32_t>(local.size()), 4) +
-           Little(0, 2);
-}
-
 TEST_F(AravisTest, LoadsNoDescriptionFromWhereNoneBelongs)
 {
     std::string const head = "<?xml version=\"1.0\"?><RegisterDescription>", end = "</RegisterDescription>";
     std::string const xml = head + "<Integer Name=\"Width\"><Value>5</Value></Integer>" + end;
     std::string const circle = head + "<Integer Name=\"Width\"><pValue>Width</pValue></Integer>" + end;
-    auto const size = static_cast<std::uint32_t>(xml.size());
     // Where it lies, and how long it is.
     auto const local = [](char const *name, std::string const &content) {
         char text[64];
         std::snprintf(text, sizeof text, "Local:%s;1000;%zx", name, content.size());
         return std::string(text);
     };
-    std::string const sane = Archive(xml, size), bomb = Archive(xml, 0xFFFFFFFF),
-                      astray = Archive(xml, size, 0x7FFFFFFF);
-    enum Outcome { Refused, Loaded, Used };
     struct
     {
         char const *name;
         std::string url, content;
-        Outcome outcome = Refused;
+        bool isUsed = false;
     } const cases[] = {
         {"none", "", ""},
         {"a file of the host", "file:///dev/zero.xml", ""},
         {"another server", "http://127.0.0.1/a.xml", ""},
         {"4 GB", "Local:a.xml;1000;ffffffff", ""},
         {"behind the address space", "Local:a.xml;fffffff0;100", ""},
-        {"a description", local("a.xml", xml), xml, Used},
-        {"a circle", local("a.xml", circle), circle, Loaded},
-        {"no description", local("a.xml", end), end, Loaded},
-        {"an archive", local("a.zip", sane), sane, Used},
-        {"an archive that unpacks to 4 GB", local("a.zip", bomb), bomb},
-        {"an archive that points outside", local("a.ZIP", astray), astray},
+        {"a description", local("a.xml", xml), xml, true},
+        {"a circle", local("a.xml", circle), circle},
+        {"no description", local("a.xml", end), end},
     };
     for (auto const &c : cases) {
         SCOPED_TRACE(c.name);
         RegisterServer server(c.url, c.content);
-        std::int32_t const wanted = c.outcome == Used ? 0 : TOV_CAM_ERR_GENICAM_TREE;
+        std::int32_t const wanted = c.isUsed ? 0 : TOV_CAM_ERR_GENICAM_TREE;
         std::int32_t error = 0;
         std::int64_t width = 0;
         // A server that is held up looks like none: it gets more than one chance.
@@ -217,12 +188,11 @@ TEST_F(AravisTest, LoadsNoDescriptionFromWhereNoneBelongs)
             TovCam::ParamArray *const nodes = device->GetCameraParameters(&error);
             width = nodes ? nodes->GetIntegerValue("Width", nullptr) : 0;
             device->Release();
-            if (error == wanted && server.IsLoaded() == (c.outcome != Refused))
+            if (error == wanted)
                 break;
         }
         EXPECT_EQ(error, wanted);
-        EXPECT_EQ(width, c.outcome == Used ? 5 : 0);
-        EXPECT_EQ(server.IsLoaded(), c.outcome != Refused);
+        EXPECT_EQ(width, c.isUsed ? 5 : 0);
     }
 }
 

@@ -38,11 +38,6 @@ public:
         m_thread.join();
         close(m_socket);
     }
-    // The description's address was read twice: by the check and by the loader.
-    bool IsLoaded() const
-    {
-        return m_loaded;
-    }
 
     // Sent when register StartAt is written. Before that.
     static constexpr std::size_t StartAt = 0xF000;
@@ -59,7 +54,6 @@ private:
     {
         timeval const patience{0, 20000};
         setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        in_port_t asker = 0;
         while (!m_stop) {
             unsigned char request[600];
             sockaddr_in peer{};
@@ -82,8 +76,6 @@ private:
                     SendStream(peer);
                 break;
             case 0x84: // memory
-                m_loaded = m_loaded || (address == 0x200 && asker != 0 && asker != peer.sin_port);
-                asker = address == 0x200 ? peer.sin_port : asker;
                 answer.assign(request + 8, request + 12);
                 answer += m_memory.substr(address, request[14] << 8 | request[15]);
                 break;
@@ -102,6 +94,6 @@ private:
 
     std::string m_memory = std::string(0x10400, '\0'); // set before anybody asks, then the thread's
     int m_socket = -1;
-    std::atomic<bool> m_stop{false}, m_loaded{false};
+    std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };

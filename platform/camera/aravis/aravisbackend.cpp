@@ -1,8 +1,9 @@
-// Finds and opens real cameras through Aravis.
+// Finds real cameras, and opens those on USB, through Aravis.
 #include "aravisdevice.h"
-#include "descriptionsource.h"
 #include "fixedparams.h"
 #include "genicam/genicamerror.h"
+#include "gige/gigedevice.h"
+#include "gige/openwatch.h"
 #include "gvcpclient.h"
 #include "hostfacts.h"
 #include "protocol/gigevision.h"
@@ -179,15 +180,14 @@ public:
         }
         std::string const address = GvcpClient(info->address).GetLocalAddress();
         NetworkAdapter const adapter = host.GetAdapter(FindAdapter(address));
-        return AlignLines({{"Camera driver", AravisVersion()},
-                           {"Camera address", info->address},
-                           {"Host address", address},
-                           {"Adapter", adapter.name},
-                           {"Adapter driver", adapter.driver},
-                           {"MTU", adapter.mtu},
-                           {"Link speed", adapter.speed},
-                           {"Receive buffer", host.GetReceiveBuffer()},
-                           {"Kernel", host.GetKernel()}});
+        DeviceInfoImpl::Facts facts{{"Camera driver", AravisVersion()}, {"Camera address", info->address},
+                                    {"Host address", address},          {"Adapter", adapter.name},
+                                    {"Adapter driver", adapter.driver}, {"MTU", adapter.mtu},
+                                    {"Link speed", adapter.speed},      {"Receive buffer", host.GetReceiveBuffer()},
+                                    {"Kernel", host.GetKernel()}};
+        DeviceInfoImpl::Facts const open = info->GetFacts();
+        facts.insert(facts.end(), open.begin(), open.end());
+        return AlignLines(facts);
     }
 
 private:
@@ -243,7 +243,9 @@ private:
             *error = status;
             return nullptr;
         };
-        // Aravis waits for seconds where nobody answers or another application has control.
+        OpenWatch watch(info->GetOpenProgress());
+        watch.Enter(TovCam::OpenProgress::Stage::Asking);
+        // Seconds are not to be waited where nobody answers or another application has control.
         GvcpClient camera(info->address);
         GvcpIdentity identity;
         if (!camera.Discover(identity) || identity.vendor != info->vendor || identity.model != info->model ||
@@ -254,31 +256,16 @@ private:
             info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
             return fail(TOV_CAM_ERR_GENICAM_ACCESS);
         }
-        if (std::int32_t const status = CheckDescriptionSource(camera); status != TOV_CAM_ERR_OK)
-            return MakeUndescribedDevice(info, status);
-
-        GInetAddress *host = g_inet_address_new_from_string(camera.GetLocalAddress().c_str());
-        GInetAddress *remote = g_inet_address_new_from_string(info->address.c_str());
-        GError *failure = nullptr;
-        ArvDevice *device = host && remote ? arv_gv_device_new(host, remote, &failure) : nullptr;
-        g_clear_object(&host);
-        g_clear_object(&remote);
-        std::int32_t const status = failure ? StatusFromError(failure) : TOV_CAM_ERR_NO_DEVICE;
-        g_clear_error(&failure);
-        if (!device && status == TOV_CAM_ERR_GENICAM_TREE)
+        std::int32_t status = TOV_CAM_ERR_OK;
+        GigeDevice *const device = GigeDevice::Open(info, watch, &status);
+        if (status == TOV_CAM_ERR_GENICAM_TREE)
             return MakeUndescribedDevice(info, status);
         if (!device)
             return fail(status);
-        if (!arv_gv_device_is_controller(ARV_GV_DEVICE(device))) {
-            g_object_unref(device);
-            return fail(TOV_CAM_ERR_GENICAM_ACCESS);
-        }
         info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
-        {
-            std::lock_guard<std::mutex> lock(m_paramsMutex);
-            m_openedAddress = info->address;
-        }
-        return new AravisDevice(device, info, info->address);
+        std::lock_guard<std::mutex> lock(m_paramsMutex);
+        m_openedAddress = info->address;
+        return device;
     }
 
     TovCam::Device *OpenUSB3(DeviceInfoImpl *info, std::int32_t *error)
@@ -292,7 +279,7 @@ private:
         std::int32_t const status = failure ? StatusFromError(failure) : TOV_CAM_ERR_NO_DEVICE;
         g_clear_error(&failure);
         if (device)
-            return new AravisDevice(device, info, "");
+            return new AravisDevice(device, info);
         if (status == TOV_CAM_ERR_GENICAM_TREE)
             return MakeUndescribedDevice(info, status);
         *error = status;

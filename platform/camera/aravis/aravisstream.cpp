@@ -3,11 +3,9 @@
 #include "aravisreleases.h"
 #include "genicam/genicamerror.h"
 #include "storestatus.h"
-#include "tovmisc.h"
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
@@ -19,8 +17,6 @@ using namespace std::chrono_literals;
 
 constexpr auto ClosePatience = 1000ms;
 constexpr std::chrono::microseconds CancelPeriod = 20ms;
-constexpr std::size_t FrameLimit = std::size_t(1) << 30; // bytes; more than any sensor sends
-constexpr std::uint32_t QueueLimit = 10000;
 
 // Aravis sizes the socket of a stream when the first packet has been read, which is too late for the first frame. It is
 // this process's socket that is bound to the stream's port.
@@ -48,90 +44,24 @@ void SizeSocket(ArvGvStream *stream, GInetAddress *host, int room)
 
 // ---- Frame -------------------------------------------------------------------------------------------------------
 
-class AravisStream::Frame final : public TovCam::Buffer
+class AravisStream::Frame final : public StreamFrame
 {
 public:
-    static std::unique_ptr<Frame> Make(Shape const &shape, TovPixelTypeInfo const &info, std::size_t payload)
+    static std::unique_ptr<Frame> Make(StreamFormat const &format)
     {
         auto frame = std::make_unique<Frame>();
-        std::size_t const imageSize =
-            std::size_t(TovLineBytes(info.pixelType, shape.width) + shape.linePadding) * shape.height;
-        // A line of 16-bit samples may be read past the pixels.
-        std::size_t const pixels = std::max(payload, imageSize);
-        std::size_t const size = pixels + std::size_t(shape.width) * 2;
-        frame->m_memory = static_cast<std::uint8_t *>(TovAllocFrameMemory(size));
-        if (!frame->m_memory)
+        if (!frame->StreamFrame::Make(format))
             return nullptr;
-        std::memset(frame->m_memory + payload, 0, size - payload);
-        if (!TovSucceeded(
-                TovCreateImageHeader(&frame->m_image, {shape.width, shape.height}, info.pixelType, 0, frame->m_memory)))
-            return nullptr;
-        frame->m_payload = payload;
-        frame->m_room = size;
-        frame->SetShape(shape, info);
-        frame->m_buffer = arv_buffer_new_full(payload, frame->m_memory, frame.get(), nullptr);
+        frame->m_buffer = arv_buffer_new_full(format.payload, frame->m_memory, frame.get(), nullptr);
         return frame;
     }
-
-    Frame() = default;
-    ~Frame()
+    ~Frame() override
     {
         if (m_buffer)
             g_object_unref(m_buffer);
-        TovReleaseImageHeader(&m_image);
-        TovFreeFrameMemory(m_memory);
     }
 
-    _TovImage *GetImage() override
-    {
-        return m_image;
-    }
-    std::uint64_t GetBufferSize() override
-    {
-        return m_size;
-    }
-    std::uint64_t GetTimestamp() override
-    {
-        return m_image->timestamp;
-    }
-    std::uint64_t GetFrameID() override
-    {
-        return m_image->frameID;
-    }
-    bool IsIncomplete() override
-    {
-        return m_incomplete;
-    }
-
-    // The header for frames of that shape, whose pixels begin at `offset`. False when they would not fit.
-    bool SetShape(Shape const &shape, TovPixelTypeInfo const &info, std::size_t offset = 0)
-    {
-        std::uint64_t const step = TovLineBytes(info.pixelType, shape.width) + shape.linePadding;
-        if (shape.width == 0 || shape.height == 0 || step > FrameLimit || shape.height > FrameLimit ||
-            offset > m_room || step * shape.height + std::uint64_t(shape.width) * 2 > m_room - offset)
-            return false;
-        m_image->pixelType = info.pixelType;
-        m_image->bitDepth = info.bitDepth;
-        m_image->formatClass = info.formatClass;
-        m_image->bitsPerPixel = info.bitsPerPixel;
-        m_image->width = shape.width;
-        m_image->height = shape.height;
-        m_image->lineStep = step;
-        m_image->imageSize = static_cast<std::uint32_t>(step * shape.height);
-        m_image->imageData = m_memory + offset;
-        m_shape = shape;
-        return true;
-    }
-
-    Shape m_shape;                 // of the header
     ArvBuffer *m_buffer = nullptr; // one reference of ours, and one of whoever holds the buffer
-    _TovImage *m_image = nullptr;
-    std::uint8_t *m_memory = nullptr;
-    std::size_t m_payload = 0; // announced
-    std::size_t m_room = 0;    // of the memory
-    std::size_t m_size = 0;    // received
-    bool m_incomplete = false;
-    std::atomic<bool> m_held{false}; // between GetBuffer and QueueBuffer
 };
 
 // ---- AravisStream ------------------------------------------------------------------------------------------------
@@ -144,34 +74,6 @@ AravisStream::AravisStream(ArvDevice *device, std::recursive_mutex &access, Reac
 }
 
 AravisStream::~AravisStream() = default;
-
-std::int32_t AravisStream::ReadFormat(Shape &shape, std::size_t &payload, std::uint64_t &tickFrequency)
-{
-    auto const read = [this](char const *name, std::uint64_t limit, auto &value) {
-        ErrorSlot error;
-        gint64 const number = arv_device_get_integer_feature_value(m_device, name, error);
-        if (error.Status() != TOV_CAM_ERR_OK)
-            return error.Status();
-        if (number <= 0 || static_cast<std::uint64_t>(number) > limit)
-            return static_cast<std::int32_t>(TOV_CAM_ERR_GENICAM_OUT_OF_RANGE);
-        value = static_cast<std::remove_reference_t<decltype(value)>>(number);
-        return static_cast<std::int32_t>(TOV_CAM_ERR_OK);
-    };
-    std::int32_t status = read("Width", 0xFFFFFF, shape.width);
-    if (status == TOV_CAM_ERR_OK)
-        status = read("Height", 0xFFFFFF, shape.height);
-    if (status == TOV_CAM_ERR_OK)
-        status = read("PixelFormat", 0xFFFFFFFF, shape.pfnc);
-    if (status == TOV_CAM_ERR_OK)
-        status = read("PayloadSize", FrameLimit, payload);
-    if (status != TOV_CAM_ERR_OK)
-        return status;
-    // A camera without the node, or whose clock stands still, counts the nanoseconds that Aravis gives.
-    if (!arv_device_get_feature(m_device, "GevTimestampTickFrequency") ||
-        read("GevTimestampTickFrequency", std::numeric_limits<std::int64_t>::max(), tickFrequency) != TOV_CAM_ERR_OK)
-        tickFrequency = 1000000000;
-    return TOV_CAM_ERR_OK;
-}
 
 std::int32_t AravisStream::CreateStream(std::size_t payload)
 {
@@ -194,7 +96,7 @@ std::int32_t AravisStream::CreateStream(std::size_t payload)
 
 std::int32_t AravisStream::AllocBufferQueue(void *, std::uint32_t count)
 {
-    if (count == 0 || count > QueueLimit)
+    if (count == 0 || count > StreamQueueLimit)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
     // The goodbye to an earlier ArvStream would close the channel of the new one.
     if (m_stream || (m_disposal && !Background::Wait(*m_disposal, ClosePatience)))
@@ -203,18 +105,12 @@ std::int32_t AravisStream::AllocBufferQueue(void *, std::uint32_t count)
 
     std::lock_guard<std::recursive_mutex> lock(m_access);
     std::int32_t status = m_reachability.Enter();
-    std::size_t payload = 0;
     if (status == TOV_CAM_ERR_OK)
-        status = ReadFormat(m_shape, payload, m_tickFrequency);
-    TovPixelTypeInfo const *const info = status == TOV_CAM_ERR_OK ? TovGetPixelTypeInfoByPfnc(m_shape.pfnc) : nullptr;
-    // Frames that nobody can read are of no use: better to say so than to show nothing.
-    if (status == TOV_CAM_ERR_OK &&
-        (!info || TovLineBytes(info->pixelType, m_shape.width) * m_shape.height > FrameLimit))
-        status = TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+        status = ReadStreamFormat(m_device, m_format);
     if (status == TOV_CAM_ERR_OK)
-        status = CreateStream(payload);
+        status = CreateStream(m_format.payload);
     for (std::uint32_t i = 0; status == TOV_CAM_ERR_OK && i < count; ++i) {
-        std::unique_ptr<Frame> frame = Frame::Make(m_shape, *info, payload);
+        std::unique_ptr<Frame> frame = Frame::Make(m_format);
         if (!frame) {
             status = TOV_CAM_ERR_UNKNOWN;
             break;
@@ -355,7 +251,7 @@ TovCam::Buffer *AravisStream::GetBuffer(std::uint32_t timeout, std::int32_t *err
 }
 
 // Where the first image of a whole buffer is, and its shape. False when the buffer does not say.
-bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, Shape &shape, std::size_t &offset)
+bool AravisStream::DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, StreamShape &shape, std::size_t &offset)
 {
     std::optional<ArvBufferImage> const image = FirstImageOf(buffer);
     if (!image)
@@ -378,7 +274,7 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
         return nullptr;
 
     bool whole = status == ARV_BUFFER_STATUS_SUCCESS;
-    Shape shape = m_shape;
+    StreamShape shape = m_format.shape;
     std::size_t offset = 0;
     if (whole) {
         size_t size = 0;
@@ -391,17 +287,13 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
         frame->m_size = frame->m_payload;
     }
 
-    bool const asBefore = shape == frame->m_shape && frame->m_image->imageData == frame->m_memory + offset;
-    if (!asBefore) {
-        TovPixelTypeInfo const *info = TovGetPixelTypeInfoByPfnc(shape.pfnc);
-        if (!info || !frame->SetShape(shape, *info, offset)) {
-            whole = false;
-            frame->SetShape(m_shape, *TovGetPixelTypeInfoByPfnc(m_shape.pfnc));
-        }
-    }
+    whole = frame->Describe(shape, offset, m_format) && whole;
     frame->m_incomplete = !whole || offset + frame->m_image->imageSize > frame->m_size;
 
-    frame->m_image->timestamp = TicksFromNanoseconds(arv_buffer_get_timestamp(buffer), m_tickFrequency);
+    // A camera without ticks, or whose clock stands still, counts the nanoseconds that Aravis gives.
+    constexpr std::uint64_t Nanoseconds = 1000000000;
+    frame->m_image->timestamp = TicksFromNanoseconds(
+        arv_buffer_get_timestamp(buffer), m_format.tickFrequency != 0 ? m_format.tickFrequency : Nanoseconds);
     std::uint64_t const id = arv_buffer_get_frame_id(buffer);
     frame->m_image->frameID = whole ? m_frameIds.Next(id) : m_frameIds.Peek(id);
     frame->m_held.store(true, std::memory_order_relaxed);

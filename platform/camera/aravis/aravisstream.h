@@ -3,13 +3,12 @@
 
 #include "frameids.h"
 #include "reachability.h"
+#include "streamframe.h"
 
 #include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
-
-struct TovPixelTypeInfo;
 
 class AravisStream final : public TovCam::Stream
 {
@@ -31,23 +30,13 @@ public:
 
 private:
     class Frame;
-    // The announced shape of a frame; a single frame's may differ.
-    struct Shape
-    {
-        std::uint32_t width = 0;
-        std::uint32_t height = 0;
-        std::uint32_t pfnc = 0;
-        std::uint32_t linePadding = 0; // bytes behind each line
-        bool operator==(Shape const &other) const = default;
-    };
 
-    std::int32_t ReadFormat(Shape &shape, std::size_t &payload, std::uint64_t &tickFrequency);
     std::int32_t CreateStream(std::size_t payload);
     // Frees the ArvStream and the buffers in the background; the device's lock is held.
     void Dispose();
     void RecycleFilled();
     Frame *Describe(ArvBuffer *buffer);
-    static bool DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, Shape &shape, std::size_t &offset);
+    static bool DescribeImage(ArvBuffer *buffer, std::uint8_t const *memory, StreamShape &shape, std::size_t &offset);
 
     ArvDevice *const m_device;
     std::recursive_mutex &m_access;
@@ -56,8 +45,7 @@ private:
     // Set by the thread that controls the acquisition while nobody is in GetBuffer.
     ArvStream *m_stream = nullptr;
     std::vector<std::unique_ptr<Frame>> m_frames;
-    Shape m_shape;
-    std::uint64_t m_tickFrequency = 0;
+    StreamFormat m_format;
     std::shared_ptr<BackgroundJob const> m_disposal; // of the last queue
     FrameIdCounter m_frameIds;                       // and by the thread in GetBuffer
     std::int64_t m_framesLeft = -1;                  // the same; -1 is endless

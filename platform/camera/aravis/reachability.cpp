@@ -1,45 +1,19 @@
 #include "reachability.h"
 
-#include "gvcpclient.h"
-#include "protocol/gigevision.h"
-
-namespace {
-
-using namespace std::chrono_literals;
-
-// An access that takes longer has seen unanswered requests.
-constexpr auto SlowAccess = 900ms;
-
-} // namespace
-
-Reachability::Reachability(std::string address) : m_address(std::move(address))
+Reachability::Reachability(std::function<bool()> isSilent) : m_isSilent(std::move(isSilent))
 {
 }
 
 std::int32_t Reachability::Enter()
 {
-    if (IsLost())
-        return TOV_CAM_ERR_NO_DEVICE;
-    if (m_closing) {
-        if (!m_closing->IsDone())
-            return TOV_CAM_ERR_NO_DEVICE;
+    if (m_closing && m_closing->IsDone())
         m_closing.reset();
-        m_suspect = !m_address.empty();
-    }
-    if (m_suspect) {
-        std::uint32_t value;
-        if (!GvcpClient(m_address).ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, value))
-            return TOV_CAM_ERR_NO_DEVICE;
-        m_suspect = false;
-    }
-    m_entered = std::chrono::steady_clock::now();
-    return TOV_CAM_ERR_OK;
+    bool const isThere = !IsLost() && !m_closing && !(m_isSilent && m_isSilent());
+    return isThere ? TOV_CAM_ERR_OK : TOV_CAM_ERR_NO_DEVICE;
 }
 
 void Reachability::Leave()
 {
-    if (!m_address.empty() && std::chrono::steady_clock::now() - m_entered > SlowAccess)
-        m_suspect = true;
 }
 
 void Reachability::SetLost()

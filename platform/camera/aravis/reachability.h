@@ -6,16 +6,16 @@
 #include "devicebase.h"
 
 #include <atomic>
-#include <chrono>
+#include <functional>
 #include <memory>
-#include <string>
 
-// Whether a camera answers. A register access to a dead GigE Vision camera takes seconds, and Aravis reports the loss
-// only after several of them, so after one slow access the camera is asked for a sign of life before each further one.
+// Whether a camera answers. A register access to a dead GigE Vision camera takes seconds, and its loss is known only
+// after several more of them, so one that had no answer stands for all until the camera is heard of again.
 class Reachability final : public AccessGate
 {
 public:
-    explicit Reachability(std::string address); // "" where asking is not possible
+    // Whether the camera has stopped answering; may be empty, and does not wait.
+    explicit Reachability(std::function<bool()> isSilent = {});
     std::int32_t Enter() override;
     void Leave() override;
     // From now on every access is refused.
@@ -25,11 +25,7 @@ public:
     void SetClosing(std::shared_ptr<BackgroundJob const> job);
 
 private:
-    std::string const m_address;
+    std::function<bool()> const m_isSilent;
     std::atomic<bool> m_lost{false};
-
-    // Guarded by the device's lock.
-    bool m_suspect = false;
-    std::shared_ptr<BackgroundJob const> m_closing;
-    std::chrono::steady_clock::time_point m_entered;
+    std::shared_ptr<BackgroundJob const> m_closing; // guarded by the device's lock
 };

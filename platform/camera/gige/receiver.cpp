@@ -1,0 +1,462 @@
+#include "receiver.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <linux/filter.h>
+#include <netinet/in.h>
+#include <optional>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr std::size_t BatchSize = 64;
+constexpr auto GreetingPeriod = 10s; // firewalls forget a path after half a minute
+constexpr std::size_t Slack = 64;    // a datagram that is longer than announced by more is told by its cut
+
+void SetOption(int socket, int option, int value)
+{
+    setsockopt(socket, SOL_SOCKET, option, &value, sizeof value);
+}
+
+// What else the system tells of a datagram.
+template<class Value>
+std::optional<Value> Told(msghdr &message, int type)
+{
+    for (cmsghdr *told = CMSG_FIRSTHDR(&message); told; told = CMSG_NXTHDR(&message, told)) {
+        if (told->cmsg_level == SOL_SOCKET && told->cmsg_type == type && told->cmsg_len >= CMSG_LEN(sizeof(Value))) {
+            Value value;
+            std::memcpy(&value, CMSG_DATA(told), sizeof value);
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+// ---- Batch -------------------------------------------------------------------------------------------------------
+
+// The datagrams of one system call.
+class Receiver::Batch
+{
+public:
+    explicit Batch(std::uint32_t packetSize)
+        : m_scratchRoom(packetSize + Slack),
+          m_scratch(std::make_unique<std::uint8_t[]>(m_scratchRoom * BatchSize * 2))
+    {
+    }
+
+    // The number of datagrams that came; -1 for none.
+    int Read(int socket, BlockTable &table);
+    void Take(std::size_t count, BlockTable &table, std::uint32_t camera, BlockTable::Time now);
+    // Datagrams dropped since the socket was made, where the batch tells it.
+    std::optional<std::uint32_t> GetDrops(std::size_t count)
+    {
+        return count > 0 ? Told<std::uint32_t>(m_messages[count - 1].msg_hdr, SO_RXQ_OVFL) : std::nullopt;
+    }
+
+private:
+    using Front = std::array<std::uint8_t, 32>;
+    // Of a payload that has landed in a frame.
+    enum class Fate : std::uint8_t { Stay, Move, Stash };
+    struct Room
+    {
+        alignas(
+            cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof(timespec)) + CMSG_SPACE(sizeof(std::uint32_t))> told;
+    };
+
+    void Lay(std::size_t i, std::size_t frontSize);
+    void Describe(std::size_t i, BlockTable const &table, std::uint32_t camera);
+    void PutInPlace(std::size_t count);
+    void Move(std::size_t i, std::size_t count);
+    void Stash(std::size_t i);
+    bool IsFree(std::size_t except, std::size_t count, std::uint8_t const *begin, std::size_t size) const;
+
+    std::uint8_t *TailOf(std::size_t i) const
+    {
+        return m_scratch.get() + i * m_scratchRoom;
+    }
+    std::uint8_t *StashOf(std::size_t i) const
+    {
+        return TailOf(BatchSize + i);
+    }
+
+    std::size_t const m_scratchRoom;
+    std::unique_ptr<std::uint8_t[]> const m_scratch; // for what has no place, and for what is in the way
+
+    std::array<mmsghdr, BatchSize> m_messages{};
+    std::array<std::array<iovec, 3>, BatchSize> m_pieces;
+    std::array<Front, BatchSize> m_fronts;
+    std::array<sockaddr_in, BatchSize> m_senders;
+    std::array<Room, BatchSize> m_told;
+    std::array<BlockTable::Place, BatchSize> m_places;
+
+    std::array<Datagram, BatchSize> m_datagrams;
+    std::array<std::uint8_t *, BatchSize> m_targets; // where a payload belongs
+    std::array<Fate, BatchSize> m_fates;
+};
+
+void Receiver::Batch::Lay(std::size_t i, std::size_t frontSize)
+{
+    std::array<iovec, 3> &pieces = m_pieces[i];
+    std::size_t count = 0;
+    pieces[count++] = {m_fronts[i].data(), frontSize};
+    if (m_places[i].memory)
+        pieces[count++] = {m_places[i].memory, m_places[i].room};
+    pieces[count++] = {TailOf(i), m_scratchRoom};
+    msghdr &message = m_messages[i].msg_hdr;
+    message.msg_name = &m_senders[i];
+    message.msg_namelen = sizeof m_senders[i];
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = count;
+    message.msg_control = m_told[i].told.data();
+    message.msg_controllen = m_told[i].told.size();
+    message.msg_flags = 0;
+}
+
+int Receiver::Batch::Read(int socket, BlockTable &table)
+{
+    table.Expect(m_places);
+    for (std::size_t i = 0; i < BatchSize; ++i)
+        Lay(i, table.FrontSize());
+    return recvmmsg(socket, m_messages.data(), BatchSize, MSG_DONTWAIT, nullptr);
+}
+
+void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint32_t camera)
+{
+    msghdr &message = m_messages[i].msg_hdr;
+    Datagram &datagram = m_datagrams[i];
+    std::size_t left = m_messages[i].msg_len;
+    datagram.pieces = {};
+    for (std::size_t piece = 0, at = 0; piece < message.msg_iovlen; ++piece) {
+        std::size_t const size = std::min(left, message.msg_iov[piece].iov_len);
+        at = piece + (message.msg_iovlen == 2 ? piece : 0); // without a place there is no second piece
+        datagram.pieces[at] = {static_cast<std::uint8_t const *>(message.msg_iov[piece].iov_base), size};
+        left -= size;
+    }
+    datagram.address = ntohl(m_senders[i].sin_addr.s_addr);
+    datagram.port = ntohs(m_senders[i].sin_port);
+    datagram.truncated = (message.msg_flags & MSG_TRUNC) != 0;
+    datagram.arrival = {};
+    m_fates[i] = Fate::Stay;
+    std::span<std::uint8_t const> const front = datagram.pieces[0];
+    std::optional<gvsp::Header> const header = gvsp::ReadHeader(front);
+    // The time of a frame is that of its first packet.
+    if (!header || (header->format != gvsp::DataPayload && header->format != gvsp::MultiPartPayload)) {
+        if (std::optional<timespec> const time = Told<timespec>(message, SCM_TIMESTAMPNS))
+            datagram.arrival = std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec);
+    }
+    if (datagram.address != camera || datagram.truncated) {
+        datagram.pieces[1] = datagram.pieces[2] = {}; // what is in the way of nobody
+        return;
+    }
+    if (datagram.pieces[1].empty())
+        return;
+    m_targets[i] = table.Find(front, datagram.Size());
+    m_fates[i] = Fate::Stash;
+    // A payload that does not begin with a piece has been split.
+    std::size_t const before =
+        header ? header->Size() + (header->format == gvsp::MultiPartPayload ? gvsp::MultiPartData::Size : 0) : 0;
+    if (m_targets[i] && before == front.size())
+        m_fates[i] = m_targets[i] == m_places[i].memory && datagram.pieces[2].empty() ? Fate::Stay : Fate::Move;
+}
+
+// Whether no datagram but one has bytes there.
+bool Receiver::Batch::IsFree(std::size_t except, std::size_t count, std::uint8_t const *begin, std::size_t size) const
+{
+    std::less<std::uint8_t const *> const isBefore;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::span<std::uint8_t const> const other = m_datagrams[i].pieces[1];
+        if (i != except && isBefore(begin, other.data() + other.size()) && isBefore(other.data(), begin + size))
+            return false;
+    }
+    return true;
+}
+
+void Receiver::Batch::Stash(std::size_t i)
+{
+    std::span<std::uint8_t const> &landed = m_datagrams[i].pieces[1];
+    std::copy(landed.begin(), landed.end(), StashOf(i));
+    landed = {StashOf(i), landed.size()};
+    m_fates[i] = Fate::Stay;
+}
+
+void Receiver::Batch::Move(std::size_t i, std::size_t count)
+{
+    Datagram &datagram = m_datagrams[i];
+    std::uint8_t *const target = m_targets[i];
+    std::span<std::uint8_t const> const landed = datagram.pieces[1], tail = datagram.pieces[2];
+    std::size_t const size = landed.size() + tail.size();
+    if (!IsFree(i, count, target, size)) {
+        Stash(i);
+        return;
+    }
+    std::memmove(target, landed.data(), landed.size());
+    std::copy(tail.begin(), tail.end(), target + landed.size());
+    datagram.pieces[1] = {target, size};
+    datagram.pieces[2] = {};
+    m_fates[i] = Fate::Stay;
+}
+
+void Receiver::Batch::Take(std::size_t count, BlockTable &table, std::uint32_t camera, BlockTable::Time now)
+{
+    bool inPlace = true;
+    for (std::size_t i = 0; i < count; ++i) {
+        Describe(i, table, camera);
+        inPlace = inPlace && m_fates[i] == Fate::Stay;
+    }
+    if (!inPlace)
+        PutInPlace(count);
+    for (std::size_t i = 0; i < count; ++i)
+        table.Take(m_datagrams[i], now);
+}
+
+// First what has no place in a frame leaves those of others. Then places become free from the last on behind a loss,
+// and from the first on behind a packet that was not expected.
+void Receiver::Batch::PutInPlace(std::size_t count)
+{
+    for (std::size_t i = 0; i < count; ++i) {
+        if (m_fates[i] == Fate::Stash)
+            Stash(i);
+    }
+    std::less<std::uint8_t const *> const isBefore;
+    for (std::size_t i = count; i-- > 0;) {
+        if (m_fates[i] == Fate::Move && isBefore(m_places[i].memory, m_targets[i]))
+            Move(i, count);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (m_fates[i] == Fate::Move)
+            Move(i, count);
+    }
+}
+
+// ---- Receiver ----------------------------------------------------------------------------------------------------
+
+Receiver::Receiver(StreamControl &control, FrameSink &sink, StreamStatistics &statistics)
+    : m_control(control),
+      m_sink(sink),
+      m_statistics(statistics),
+      m_table(sink, statistics)
+{
+}
+
+Receiver::~Receiver()
+{
+    Stop();
+    Close();
+}
+
+bool Receiver::Open(std::size_t room)
+{
+    Close();
+    m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_addr.s_addr = htonl(m_control.GetHostAddress());
+    if (m_wake < 0 || m_socket < 0 || bind(m_socket, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0) {
+        Close();
+        return false;
+    }
+    // The first is for the system's administrator alone; the second is cut to what the system allows.
+    int const bytes = static_cast<int>(room);
+    if (setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
+        SetOption(m_socket, SO_RCVBUF, bytes);
+    SetOption(m_socket, SO_RXQ_OVFL, 1);
+    SetOption(m_socket, SO_TIMESTAMPNS, 1);
+    m_drops = 0;
+    return true;
+}
+
+void Receiver::Close()
+{
+    for (int *const fd : {&m_socket, &m_wake}) {
+        if (*fd >= 0)
+            close(*fd);
+        *fd = -1;
+    }
+    m_source.reset();
+}
+
+std::uint16_t Receiver::GetPort() const
+{
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    if (m_socket < 0 || getsockname(m_socket, reinterpret_cast<sockaddr *>(&local), &size) != 0)
+        return 0;
+    return ntohs(local.sin_port);
+}
+
+void Receiver::SetSource(std::unique_ptr<DatagramSource> source)
+{
+    m_source = std::move(source);
+    // What the source brings would fill the socket, too.
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    sock_fprog const program{1, &nothing};
+    if (m_source)
+        setsockopt(m_socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+}
+
+bool Receiver::AwaitTestPacket(std::uint32_t size, std::chrono::milliseconds patience)
+{
+    Clock::time_point const end = Clock::now() + patience;
+    for (;;) {
+        auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        pollfd ready{m_socket, POLLIN, 0};
+        if (left.count() < 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0)
+            return false;
+        std::array<std::uint8_t, gvsp::HeaderSize> front;
+        sockaddr_in sender{};
+        socklen_t senderSize = sizeof sender;
+        ssize_t const length = recvfrom(m_socket, front.data(), front.size(), MSG_TRUNC,
+                                        reinterpret_cast<sockaddr *>(&sender), &senderSize);
+        if (length < static_cast<ssize_t>(front.size()) ||
+            ntohl(sender.sin_addr.s_addr) != m_control.GetCameraAddress())
+            continue;
+        std::optional<gvsp::Header> const header = gvsp::ReadHeader(front);
+        if (header && header->blockId == 0 &&
+            static_cast<std::size_t>(length) + gvsp::IpHeaderSize + gvsp::UdpHeaderSize == size)
+            return true;
+    }
+}
+
+void Receiver::Start(BlockLayout const &layout)
+{
+    if (m_socket < 0)
+        throw std::system_error(ENOTCONN, std::generic_category());
+    Stop();
+    m_table.Begin(layout);
+    m_batch = std::make_unique<Batch>(std::clamp<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket, 0xFFFF));
+    m_camera = layout.address;
+    Drain();
+    m_nextGreeting = Clock::now();
+    m_quit.store(false, std::memory_order_relaxed);
+    m_thread = std::thread([this] { Run(); });
+}
+
+void Receiver::Stop()
+{
+    if (!m_thread.joinable())
+        return;
+    m_quit.store(true, std::memory_order_relaxed);
+    std::uint64_t const one = 1;
+    if (m_source)
+        m_source->Wake();
+    else [[maybe_unused]]
+        ssize_t const written = write(m_wake, &one, sizeof one);
+    m_thread.join();
+    m_table.Abort();
+    HandOver();
+    if (BlockBuffer const spare = m_table.TakeSpare(); spare.memory)
+        m_sink.GiveBack(spare);
+}
+
+// What came while nobody received.
+void Receiver::Drain()
+{
+    constexpr int MostBatches = 4096; // more than the largest socket holds, from a camera that goes on
+    for (int i = 0; i < MostBatches; ++i) {
+        int const count = m_batch->Read(m_socket, m_table);
+        if (count <= 0)
+            break;
+        m_drops = m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops);
+    }
+    std::uint64_t ignored;
+    [[maybe_unused]] ssize_t const got = read(m_wake, &ignored, sizeof ignored);
+}
+
+// ---- The thread --------------------------------------------------------------------------------------------------
+
+void Receiver::Run()
+{
+    prctl(PR_SET_NAME, "gvsp");
+    while (!m_quit.load(std::memory_order_relaxed)) {
+        BlockTable::Time now = Clock::now();
+        bool const more = Read(now);
+        if (now >= m_table.NextDue() || now >= m_nextGreeting)
+            DoWhatIsDue(now);
+        HandOver();
+        if (!more)
+            Wait(now);
+    }
+}
+
+// True where there may be more.
+bool Receiver::Read(BlockTable::Time now)
+{
+    if (m_source) {
+        std::size_t const count = m_source->Read([&](Datagram const &datagram) { m_table.Take(datagram, now); });
+        CountDrops(static_cast<std::uint32_t>(m_source->GetDrops()));
+        return count > 0;
+    }
+    int const count = m_batch->Read(m_socket, m_table);
+    if (count <= 0)
+        return false;
+    m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
+    CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
+    return static_cast<std::size_t>(count) == BatchSize;
+}
+
+// Counted up to the limit of 32 bits, from where it begins anew.
+void Receiver::CountDrops(std::uint32_t drops)
+{
+    if (drops != m_drops)
+        m_statistics.socketDrops.Add(drops - m_drops);
+    m_drops = drops;
+}
+
+void Receiver::DoWhatIsDue(BlockTable::Time now)
+{
+    do {
+        for (PacketRequest const &request : m_table.Poll(now))
+            m_control.RequestPackets(request);
+    } while (m_table.NextDue() <= now);
+    if (now >= m_nextGreeting)
+        KeepPathOpen(now);
+}
+
+// Firewalls let through what comes from where something was sent to.
+void Receiver::KeepPathOpen(BlockTable::Time now)
+{
+    m_nextGreeting = now + GreetingPeriod;
+    sockaddr_in camera{};
+    camera.sin_family = AF_INET;
+    camera.sin_addr.s_addr = htonl(m_camera);
+    camera.sin_port = htons(m_table.GetPort());
+    std::array<std::uint8_t, gvsp::HeaderSize> const nothing{};
+    if (camera.sin_port != 0)
+        sendto(m_socket, nothing.data(), nothing.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+               reinterpret_cast<sockaddr *>(&camera), sizeof camera);
+}
+
+void Receiver::HandOver()
+{
+    while (std::optional<BlockFrame> const frame = m_table.TakeDone()) {
+        if (frame->end == BlockFrame::End::Aborted)
+            m_sink.GiveBack(frame->buffer);
+        else
+            m_sink.Deliver(*frame);
+    }
+}
+
+void Receiver::Wait(BlockTable::Time now)
+{
+    auto const left = std::max(std::min(m_table.NextDue(), m_nextGreeting) - now, BlockTable::Time::duration::zero());
+    if (m_source) {
+        m_source->Wait(std::chrono::ceil<std::chrono::milliseconds>(left));
+        return;
+    }
+    auto const seconds = std::chrono::floor<std::chrono::seconds>(left);
+    timespec const patience{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
+    std::array<pollfd, 2> events{{{m_socket, POLLIN, 0}, {m_wake, POLLIN, 0}}};
+    ppoll(events.data(), events.size(), &patience, nullptr);
+}

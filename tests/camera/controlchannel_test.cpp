@@ -1,0 +1,340 @@
+// The control channel before cameras that answer well, late, wrong and not at all. In a network namespace of its own.
+#include "gige/controlchannel.h"
+
+#include "asleep.h"
+#include "gige/openwatch.h"
+#include "scriptedcamera.h"
+#include "wirecamera.h"
+
+#include <future>
+#include <numeric>
+
+namespace {
+
+namespace bootstrap = gvcp::bootstrap;
+using Bytes = ScriptedCamera::Bytes;
+using Datagrams = std::vector<ScriptedCamera::Datagram>;
+
+constexpr std::uint32_t Somewhere = 0x10000;
+
+Datagrams Nothing(Bytes const &, Bytes const &)
+{
+    return {};
+}
+
+Bytes With(Bytes bytes, std::size_t at, std::uint16_t value)
+{
+    StoreBig16(&bytes[at], value);
+    return bytes;
+}
+
+// Of another length, which its header says or does not say.
+Bytes Sized(Bytes bytes, std::ptrdiff_t more, bool told)
+{
+    bytes.resize(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(bytes.size()) + more));
+    return told ? With(bytes, 4, static_cast<std::uint16_t>(bytes.size() - gvcp::HeaderSize)) : bytes;
+}
+
+// That asks for so many milliseconds.
+Bytes Pending(Bytes const &answer, std::uint16_t time)
+{
+    return {0,
+            0,
+            0,
+            gvcp::PENDING_ACK,
+            0,
+            gvcp::PendingAck::Size,
+            answer[6],
+            answer[7],
+            0,
+            0,
+            static_cast<std::uint8_t>(time >> 8),
+            static_cast<std::uint8_t>(time)};
+}
+
+TEST(ControlChannel, AnswersThatDoNotFitAreCountedAndLeft)
+{
+    using Counter = std::uint64_t ControlChannel::Counters::*;
+    using Counters = ControlChannel::Counters;
+    struct Row
+    {
+        char const *name;
+        std::function<Bytes(Bytes const &)> make; // what comes before the good answer
+        Counter counter;
+        bool isForeign = false;
+    };
+    Row const rows[] = {
+        {"nothing in it", [](Bytes const &) { return Bytes(); }, &Counters::malformed},
+        {"half a header", [](Bytes const &good) { return Bytes(good.begin(), good.begin() + 7); },
+         &Counters::malformed},
+        {"less than it says", [](Bytes const &good) { return Sized(good, -1, false); }, &Counters::malformed},
+        {"more than it says", [](Bytes const &good) { return Sized(good, 1, false); }, &Counters::malformed},
+        {"less than was asked for", [](Bytes const &good) { return Sized(good, -2, true); }, &Counters::malformed},
+        {"more than was asked for", [](Bytes const &good) { return Sized(good, 4, true); }, &Counters::malformed},
+        {"endless", [](Bytes const &good) { return Sized(good, 8000, true); }, &Counters::malformed},
+        {"to another request", [](Bytes const &good) { return With(good, 6, LoadBig16(&good[6]) ^ 0x4000); },
+         &Counters::stale},
+        {"to another command", [](Bytes const &good) { return With(good, 2, gvcp::WRITEREG_ACK); },
+         &Counters::malformed},
+        {"a short plea for time", [](Bytes const &good) { return Sized(Pending(good, 60000), -1, true); },
+         &Counters::malformed},
+        {"from elsewhere", [](Bytes const &good) { return With(good, 8, 0xBAD); }, &Counters::foreign, true},
+    };
+    ScriptedCamera camera;
+    ControlChannel channel("127.0.0.1");
+    ASSERT_EQ(channel.Open(), 0);
+    std::uint32_t address = 0x100;
+    for (Row const &row : rows) {
+        SCOPED_TRACE(row.name);
+        camera.Set([&row](Bytes const &request, Bytes const &good) {
+            return ScriptedCamera::IsBeat(request) ? Datagrams{{good}}
+                                                   : Datagrams{{row.make(good), row.isForeign}, {good}};
+        });
+        std::uint64_t const before = channel.GetCounters().*row.counter;
+        // The one from elsewhere has a way of its own and may come later.
+        std::uint32_t value = 0;
+        EXPECT_TRUE(Eventually([&] {
+            address += 4;
+            camera.Put(address, address);
+            EXPECT_EQ(channel.ReadRegister(address, value), 0);
+            EXPECT_EQ(value, address);
+            return channel.GetCounters().*row.counter > before;
+        }));
+    }
+    // Memory tells its address.
+    Bytes bytes(8);
+    camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{With(good, 8, 7)}, {good}}; });
+    std::uint64_t const before = channel.GetCounters().malformed;
+    EXPECT_EQ(channel.ReadMemory(Somewhere, bytes), 0);
+    EXPECT_EQ(bytes, camera.Get(Somewhere, 8));
+    EXPECT_GT(channel.GetCounters().malformed, before);
+}
+
+TEST(ControlChannel, RefusalsHaveTheirStatuses)
+{
+    ScriptedCamera camera;
+    ControlChannel channel("127.0.0.1");
+    ASSERT_EQ(channel.Open(), 0);
+    std::pair<std::uint16_t, std::int32_t> const rows[] = {
+        {gvcp::GEV_STATUS_ACCESS_DENIED, TOV_CAM_ERR_GENICAM_ACCESS},
+        {gvcp::GEV_STATUS_WRITE_PROTECT, TOV_CAM_ERR_GENICAM_ACCESS},
+        {gvcp::GEV_STATUS_INVALID_PARAMETER, TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT},
+        {gvcp::GEV_STATUS_INVALID_ADDRESS, TOV_CAM_ERR_GENICAM_GENERIC},
+    };
+    for (auto const &[refusal, status] : rows) {
+        // Without a body, as some send it.
+        camera.Set([refusal = refusal](Bytes const &, Bytes const &good) {
+            return Datagrams{{With(Sized(good, 8 - static_cast<std::ptrdiff_t>(good.size()), true), 0, refusal)}};
+        });
+        std::uint32_t value = 5;
+        EXPECT_EQ(channel.ReadRegister(0x100, value), status);
+        EXPECT_EQ(value, 5u);
+        EXPECT_EQ(channel.WriteRegister(0x100, 1), status);
+    }
+    Bytes bytes(0x20);
+    EXPECT_EQ(channel.ReadMemory(0xFFFFFFF0, bytes), TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT);
+    EXPECT_EQ(channel.GetCounters().abandoned, 0u);
+}
+
+TEST(ControlChannel, MemoryIsReadAndWrittenInWholeRegisters)
+{
+    ScriptedCamera camera;
+    ControlChannel channel("127.0.0.1");
+    ASSERT_EQ(channel.Open(), 0);
+    for (auto const &[address, size] : std::initializer_list<std::pair<std::uint32_t, std::size_t>>{
+             {Somewhere, 4}, {Somewhere + 3, 1}, {Somewhere + 1, 7}, {Somewhere + 2, 512}, {Somewhere, 2000}}) {
+        SCOPED_TRACE(std::to_string(address) + ' ' + std::to_string(size));
+        Bytes bytes(size);
+        EXPECT_EQ(channel.ReadMemory(address, bytes), 0);
+        EXPECT_EQ(bytes, camera.Get(address, size));
+        std::iota(bytes.begin(), bytes.end(), std::uint8_t{100});
+        Bytes wanted = camera.Get(Somewhere, 4096);
+        std::copy(bytes.begin(), bytes.end(), wanted.begin() + (address - Somewhere));
+        EXPECT_EQ(channel.WriteMemory(address, bytes), 0);
+        EXPECT_EQ(camera.Get(Somewhere, 4096), wanted);
+    }
+    channel.RequestPackets({1, 0x12345, 2, 0x3000004, false});
+    channel.RequestPackets({1, 0x123456789, 2, 0x3000004, true});
+    std::vector<Bytes> seen;
+    ASSERT_TRUE(Eventually([&] { return (seen = camera.Requests(gvcp::PACKETRESEND_CMD)).size() == 2; }));
+    for (Bytes &request : seen)
+        request.erase(request.begin() + 6, request.begin() + 8); // the id
+    EXPECT_EQ(seen[0], (Bytes{0x42, 0, 0, 0x40, 0, 12, 0, 1, 0x23, 0x45, 0, 0, 0, 2, 0, 0, 0, 4}));
+    EXPECT_EQ(seen[1], (Bytes{0x42, 0x10, 0, 0x40, 0, 20, 0, 1, 0, 0,    0,    0,    0,
+                              2,    3,    0, 0,    4, 0,  0, 0, 1, 0x23, 0x45, 0x67, 0x89}));
+}
+
+TEST(ControlChannel, OneWithoutAnswerSparesTheOthersTheWait)
+{
+    ScriptedCamera camera;
+    ControlChannel channel("127.0.0.1");
+    ASSERT_EQ(channel.Open(), 0);
+    camera.Set(Nothing);
+    std::uint32_t value;
+    std::size_t const before = camera.Requests(gvcp::READREG_CMD).size();
+    EXPECT_EQ(channel.ReadRegister(0x100, value), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_TRUE(channel.IsSilent());
+    std::vector<Bytes> const tries = camera.Requests(gvcp::READREG_CMD);
+    ASSERT_EQ(tries.size() - before, 6u);
+    EXPECT_EQ(tries.back(), tries[before]); // the same id
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(channel.ReadRegister(0x100, value), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(camera.Requests(gvcp::READREG_CMD).size() - before, 6u);
+    camera.Set({});
+    EXPECT_TRUE(Eventually([&] { return channel.ReadRegister(0x100, value) == 0; }));
+    EXPECT_FALSE(channel.IsLost());
+}
+
+TEST(ControlChannel, ACameraThatAsksForTimeGetsSome)
+{
+    ScriptedCamera camera;
+    ControlChannel channel("127.0.0.1");
+    ASSERT_EQ(channel.Open(), 0);
+    camera.Put(0x100, 77);
+    camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{Pending(good, 60000)}, {good}}; });
+    std::uint32_t value = 0;
+    EXPECT_EQ(channel.ReadRegister(0x100, value), 0);
+    EXPECT_EQ(value, 77u);
+    std::uint64_t const repeated = channel.GetCounters().repeated;
+    camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{Pending(good, 60000)}}; });
+    EXPECT_EQ(channel.ReadRegister(0x100, value), TOV_CAM_ERR_NO_DEVICE); // in the end
+    EXPECT_EQ(channel.GetCounters().repeated, repeated);
+    EXPECT_EQ(channel.GetCounters().abandoned, 1u);
+}
+
+TEST(ControlChannel, CancelEndsWhatWaits)
+{
+    ScriptedCamera camera;
+    for (bool const byProgress : {false, true}) {
+        camera.Set({});
+        ControlChannel channel("127.0.0.1");
+        ASSERT_EQ(channel.Open(), 0);
+        TovCam::OpenProgress progress;
+        OpenWatch const watch(&progress);
+        channel.Follow(&watch);
+        camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{Pending(good, 60000)}}; });
+        std::size_t const before = camera.Requests(gvcp::READREG_CMD).size();
+        auto access = std::async(std::launch::async, [&channel] {
+            std::uint32_t value;
+            return channel.ReadRegister(0x100, value);
+        });
+        ASSERT_TRUE(Eventually([&] { return camera.Requests(gvcp::READREG_CMD).size() > before; }));
+        EXPECT_TRUE(IsUnderWay(access));
+        if (byProgress)
+            progress.cancel = true;
+        else
+            channel.Cancel();
+        EXPECT_EQ(access.get(), TOV_CAM_ERR_NO_DEVICE);
+        EXPECT_EQ(channel.GetCounters().abandoned, 0u); // it did not come to its end
+    }
+    // The time of an opening is told.
+    TovCam::OpenProgress progress;
+    EXPECT_FALSE(OpenWatch(&progress).IsOver());
+    EXPECT_TRUE(OpenWatch(&progress, std::chrono::milliseconds(0)).IsOver());
+    EXPECT_TRUE(progress.overdue);
+}
+
+TEST(ControlChannel, ControlIsTakenKeptAndGivenBack)
+{
+    ScriptedCamera camera;
+    camera.Put(bootstrap::HeartbeatTimeout, 10); // nobody could keep that up
+    {
+        ControlChannel channel("127.0.0.1");
+        ASSERT_EQ(channel.Open(), 0);
+        EXPECT_EQ(camera.Get(bootstrap::ControlChannelPrivilege), gvcp::ControlAccess);
+        EXPECT_EQ(camera.Get(bootstrap::HeartbeatTimeout), 3000u);
+        EXPECT_EQ(channel.GetCameraAddress(), INADDR_LOOPBACK);
+        EXPECT_EQ(channel.GetHostAddress(), INADDR_LOOPBACK);
+        EXPECT_GT(channel.GetMtu(), 1500u);
+    }
+    EXPECT_EQ(camera.Get(bootstrap::ControlChannelPrivilege), 0u);
+    camera.Set([](Bytes const &request, Bytes const &good) {
+        return Datagrams{
+            {With(good, 0, LoadBig16(&request[2]) == gvcp::WRITEREG_CMD ? gvcp::GEV_STATUS_ACCESS_DENIED : 0)}};
+    });
+    EXPECT_EQ(ControlChannel("127.0.0.1").Open(), TOV_CAM_ERR_GENICAM_ACCESS);
+    EXPECT_EQ(ControlChannel("nowhere").Open(), TOV_CAM_ERR_NO_DEVICE);
+}
+
+// However it comes about, it is told once, by another thread, and nothing waits for the camera any more.
+TEST(ControlChannel, LossIsTold)
+{
+    std::function<void(ScriptedCamera &)> const rows[] = {
+        [](ScriptedCamera &camera) { camera.Put(bootstrap::ControlChannelPrivilege, 0); },
+        [](ScriptedCamera &camera) { camera.Set(Nothing); },
+        // Silent long enough for another host to have taken over.
+        [](ScriptedCamera &camera) {
+            camera.Put(bootstrap::PrimaryApplicationIpAddress, INADDR_LOOPBACK + 1);
+            camera.Set([left = 2](Bytes const &, Bytes const &good) mutable {
+                return left-- > 0 ? Datagrams{} : Datagrams{{good}};
+            });
+        },
+    };
+    for (auto const &lose : rows) {
+        ScriptedCamera camera;
+        camera.Put(bootstrap::GvcpCapability, gvcp::gvcpcapability::PrimaryApplication);
+        camera.Put(bootstrap::HeartbeatTimeout, 300);
+        ControlChannel channel("127.0.0.1");
+        ASSERT_EQ(channel.Open(), 0);
+        lose(camera);
+        ASSERT_TRUE(Eventually([&] { return channel.IsLost(); }));
+        std::atomic<int> told{0};
+        std::atomic<std::thread::id> thread;
+        channel.SetLossHandler([&] {
+            thread = std::this_thread::get_id();
+            ++told;
+        });
+        EXPECT_TRUE(Eventually([&] { return told == 1; }));
+        EXPECT_NE(thread.load(), std::this_thread::get_id());
+        std::uint32_t value;
+        std::uint64_t const abandoned = channel.GetCounters().abandoned;
+        EXPECT_EQ(channel.ReadRegister(0x100, value), TOV_CAM_ERR_NO_DEVICE);
+        channel.Close();
+        EXPECT_EQ(told, 1);
+        EXPECT_EQ(channel.GetCounters().abandoned, abandoned);
+    }
+}
+
+TEST(ControlChannel, FaultsOfTheWireAreOvercome)
+{
+    for (auto const &[fault, share] :
+         std::initializer_list<std::pair<char const *, char const *>>{{"WireAnswerLoss", "20"},
+                                                                      {"WireAnswerWrongId", "20"},
+                                                                      {"WireAnswerWrongLength", "20"},
+                                                                      {"WireAnswerDelay", "20"}}) {
+        SCOPED_TRACE(fault);
+        WireCamera camera({GetWireModels()[0], "127.0.0.1", "", ""});
+        ControlChannel channel("127.0.0.1");
+        ASSERT_EQ(channel.Open(), 0);
+        std::uint32_t address = 0;
+        std::uint16_t port = 0;
+        EXPECT_EQ(channel.ReadController(address, port), 0);
+        EXPECT_EQ(camera.GetStatus().controller, "127.0.0.1:" + std::to_string(port));
+        std::string why;
+        ASSERT_TRUE(camera.SetFeature(fault, share, why)) << why;
+        for (std::uint32_t i = 0; i < 10; ++i) {
+            std::uint32_t value = 0;
+            EXPECT_EQ(channel.WriteRegister(bootstrap::StreamChannelPacketSize, 600 + 4 * i), 0);
+            EXPECT_EQ(channel.ReadRegister(bootstrap::StreamChannelPacketSize, value), 0);
+            EXPECT_EQ(value & gvcp::packetsize::Mask, 600 + 4 * i);
+        }
+        ControlChannel::Counters const counted = channel.GetCounters();
+        EXPECT_EQ(counted.repeated + counted.stale + counted.malformed > 0,
+                  std::string_view(share) == "20" && std::string_view(fault) != "WireAnswerDelay");
+    }
+}
+
+TEST(ControlChannel, AForeignCameraKeepsItsHost)
+{
+    FakeGigECamera camera;
+    ControlChannel channel("127.0.0.1");
+    ASSERT_TRUE(Eventually([&] { return channel.Open() == 0; }));
+    Bytes bytes(bootstrap::UrlSize);
+    EXPECT_EQ(channel.ReadMemory(bootstrap::FirstUrl, bytes), 0);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 6), "Local:");
+    EXPECT_EQ(ControlChannel("127.0.0.1").Open(), TOV_CAM_ERR_GENICAM_ACCESS);
+    camera.Kill();
+    EXPECT_TRUE(Eventually([&] { return channel.IsLost(); }));
+}
+
+} // namespace

@@ -1,0 +1,180 @@
+// A GigE camera opened as a whole: what its description leaves out, how its registers are reached, and what whoever
+// waits for the opening sees of it. In a network namespace of its own.
+#include "contract.h"
+
+#include "asleep.h"
+#include "scriptedcamera.h"
+#include "wirecamera.h"
+
+#include <cstdlib>
+#include <future>
+
+namespace {
+
+namespace bootstrap = gvcp::bootstrap;
+using TovCam::OpenProgress;
+
+// Before any system is made.
+bool const s_gigeOnly = setenv("TOV_CAMERA_INTERFACES", "gige", 1) == 0;
+
+std::string Describe(char const *minorVersion, std::string const &nodes)
+{
+    return std::string("<?xml version=\"1.0\"?><RegisterDescription SchemaMajorVersion=\"1\" SchemaMinorVersion=\"") +
+           minorVersion +
+           "\" SchemaSubMinorVersion=\"0\"><Category Name=\"Root\"><pFeature>Width</pFeature></Category>" + nodes +
+           "</RegisterDescription>";
+}
+
+std::string Integer(char const *name, std::uint32_t address, int length, char const *order)
+{
+    return std::string("<IntReg Name=\"") + name + "\"><Address>" + std::to_string(address) + "</Address><Length>" +
+           std::to_string(length) + "</Length><AccessMode>RW</AccessMode><pPort>Device</pPort><Cachable>NoCache" +
+           "</Cachable><Sign>Unsigned</Sign><Endianess>" + order + "</Endianess></IntReg>";
+}
+
+class GigeDeviceTest : public CameraTest
+{
+protected:
+    void Serve(std::string const &description)
+    {
+        Close();
+        m_camera.reset();
+        m_camera = std::make_unique<ScriptedCamera>();
+        char url[40];
+        std::snprintf(url, sizeof url, "Local:a.xml;18000;%zx", description.size());
+        m_camera->Put(0x18000, description);
+        m_camera->Put(bootstrap::FirstUrl, std::string(url));
+        m_camera->Put(bootstrap::ManufacturerName, std::string("Maker"));
+        m_camera->Put(bootstrap::SerialNumber, std::string("Serial"));
+        TovCam::DeviceInfo *info = nullptr;
+        ASSERT_TRUE(
+            Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
+        Open(info);
+    }
+
+    std::unique_ptr<ScriptedCamera> m_camera;
+};
+
+TEST_F(GigeDeviceTest, WhatTheStandardLaysDownIsThere)
+{
+    std::string const port = "<Port Name=\"Device\"/>";
+    Serve(Describe("1", port));
+    EXPECT_STREQ(m_nodes->GetString("DeviceVendorName", nullptr)->GetValue(nullptr), "Maker");
+    EXPECT_STREQ(m_nodes->GetString("DeviceID", nullptr)->GetValue(nullptr), "Serial");
+    m_camera->Put(bootstrap::StreamChannelPacketSize, 0x40000000 | 1500);
+    EXPECT_EQ(m_nodes->GetIntegerValue("GevSCPSPacketSize", nullptr), 1500);
+    EXPECT_EQ(m_nodes->SetIntegerValue("GevSCPSPacketSize", 3000), 0);
+    EXPECT_EQ(m_camera->Get(bootstrap::StreamChannelPacketSize), 0x40000000 | 3000u);
+    EXPECT_EQ(m_nodes->SetIntegerValue("GevSCPD", 100), 0);
+    EXPECT_EQ(m_camera->Get(bootstrap::StreamChannelPacketDelay), 100u);
+    EXPECT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 1), 0);
+    EXPECT_EQ(m_nodes->SetIntegerValue("GevSCPD", 200), TOV_CAM_ERR_GENICAM_ACCESS);
+    // The description's own come first.
+    Serve(Describe("1", "<Integer Name=\"GevSCPD\"><Value>7</Value></Integer>" + port));
+    EXPECT_EQ(m_nodes->GetIntegerValue("GevSCPD", nullptr), 7);
+    EXPECT_NE(m_nodes->GetInt("GevSCPSPacketSize", nullptr), nullptr);
+    // None that would need a port without one, or one that is something else.
+    for (char const *other : {"", "<Integer Name=\"Device\"><Value>7</Value></Integer>"}) {
+        Serve(Describe("1", other));
+        EXPECT_EQ(m_nodes->GetInt("GevSCPSPacketSize", nullptr), nullptr);
+        EXPECT_NE(m_nodes->GetInt("TLParamsLocked", nullptr), nullptr);
+    }
+}
+
+TEST_F(GigeDeviceTest, RegistersAreReachedAsTheDescriptionMeansIt)
+{
+    struct Row
+    {
+        char const *minorVersion, *order;
+        int length;
+        bool asRegister;
+        std::int64_t value;
+    };
+    Row const rows[] = {
+        {"1", "BigEndian", 4, false, 0x01020304},        {"1", "LittleEndian", 4, false, 0x04030201},
+        {"0", "BigEndian", 4, true, 0x01020304},         {"0", "LittleEndian", 4, true, 0x04030201},
+        {"0", "BigEndian", 8, false, 0x102030405060708}, {"0", "BigEndian", 2, false, 0x0102},
+    };
+    for (Row const &row : rows) {
+        SCOPED_TRACE(std::string(row.minorVersion) + row.order + std::to_string(row.length));
+        Serve(Describe(row.minorVersion, Integer("Width", 0x10000, row.length, row.order) + "<Port Name=\"Device\"/>"));
+        m_camera->Put(0x10000, std::string("\1\2\3\4\5\6\7\10"));
+        ScriptedCamera::Bytes const beside = m_camera->Get(0x10008, 4);
+        std::uint16_t const read = row.asRegister ? gvcp::READREG_CMD : gvcp::READMEM_CMD,
+                            write = row.asRegister ? gvcp::WRITEREG_CMD : gvcp::WRITEMEM_CMD;
+        std::size_t const reads = m_camera->Requests(read).size(), writes = m_camera->Requests(write).size();
+        EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), row.value);
+        EXPECT_EQ(m_nodes->SetIntegerValue("Width", row.value + 1), 0);
+        EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), row.value + 1);
+        EXPECT_EQ(m_camera->Get(0x10008, 4), beside); // what is beside it stays
+        EXPECT_GT(m_camera->Requests(read).size(), reads);
+        EXPECT_GT(m_camera->Requests(write).size(), writes);
+        std::uint32_t value = 0; // in the host's order, as a register
+        m_camera->Put(0x10010, 0xA1B2C3D4);
+        EXPECT_EQ(m_device->ReadRegister(0x10010, &value, sizeof value), 0);
+        EXPECT_EQ(value, 0xA1B2C3D4);
+        EXPECT_NE(m_device->ReadRegister(0x1234567890, &value, sizeof value), 0);
+    }
+}
+
+TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
+{
+    auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});
+    TovCam::DeviceInfo *info = nullptr;
+    ASSERT_TRUE(Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
+    Open(info);
+    std::string why;
+    ASSERT_TRUE(camera->SetFeature("WireDuplicate", "5", why)) << why;
+    auto const number = [this](char const *name) {
+        return m_nodes->GetIntegerValue(name, nullptr);
+    };
+    EXPECT_EQ(number("TovStreamComplete"), 0);
+    EXPECT_EQ(std::string(info->GetHostInformation()).find("\nFrames: "), std::string::npos);
+    RunningCamera(m_device).ForFrames(5, [](auto &) {});
+    EXPECT_GE(number("TovStreamComplete") + number("TovStreamIncomplete"), 5);
+    EXPECT_GT(number("TovStreamDuplicate"), 0);
+    EXPECT_GT(number("TovStreamPackets"), 5);
+    EXPECT_GE(number("TovStreamReceived"), number("TovStreamPackets") + number("TovStreamDuplicate"));
+    EXPECT_EQ(m_nodes->SetIntegerValue("TovStreamLate", 1), TOV_CAM_ERR_GENICAM_ACCESS);
+    TovCam::FeatureInfo const &category = *m_nodes->GetFeature(FindFeature(m_nodes, "TovStreamStatistics"));
+    EXPECT_EQ(category.children.size(), 17u);
+    EXPECT_EQ(m_nodes->GetFeature(category.children[0])->displayName, "Packets Received");
+    std::vector<std::uint32_t> const &top = m_nodes->GetFeature(0)->children;
+    EXPECT_EQ(top.back(), FindFeature(m_nodes, "TovStreamStatistics"));
+    EXPECT_NE(std::string(info->GetHostInformation()).find("\nPackets left:   "), std::string::npos)
+        << info->GetHostInformation();
+    Close();
+    EXPECT_EQ(std::string(info->GetHostInformation()).find("\nFrames: "), std::string::npos);
+}
+
+TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
+{
+    auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});
+    TovCam::DeviceInfo *info = nullptr;
+    ASSERT_TRUE(Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
+    std::string why;
+    ASSERT_TRUE(camera->SetFeature("WireAnswerDelay", "50", why)) << why;
+    OpenProgress progress;
+    info->SetOpenProgress(&progress);
+    auto opening = std::async(std::launch::async, [info] { return TovCam_CreateDevice(info, 2, nullptr); });
+    EXPECT_TRUE(
+        Eventually([&] { return progress.stage == OpenProgress::Stage::Description && progress.bytes > 4000; }));
+    EXPECT_GT(progress.total, progress.bytes);
+    EXPECT_TRUE(IsUnderWay(opening));
+    progress.cancel = true;
+    EXPECT_EQ(opening.get(), nullptr);
+    EXPECT_EQ(progress.stage, OpenProgress::Stage::Over);
+    EXPECT_LT(progress.bytes, progress.total);
+    // It is free again, and the next one goes through.
+    ASSERT_TRUE(camera->SetFeature("WireAnswerDelay", "0", why)) << why;
+    EXPECT_TRUE(Eventually([&] { return camera->GetStatus().controller.empty(); }));
+    OpenProgress another;
+    info->SetOpenProgress(&another);
+    Open(info);
+    EXPECT_EQ(another.stage, OpenProgress::Stage::Over);
+    EXPECT_EQ(another.bytes, another.total);
+    info->SetOpenProgress(nullptr);
+    Close();
+}
+
+} // namespace

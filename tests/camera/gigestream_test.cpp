@@ -1,0 +1,550 @@
+// GigE cameras' frames as GigeStream brings them, from cameras of ours on the network. Runs in a network namespace of
+// its own.
+#include "gige/gigestream.h"
+
+#include "wirecamera.h"
+
+#include "asleep.h"
+#include "gige/packetsize.h"
+#include "registerserver.h"
+#include "sim/simscene.h"
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+using namespace std::chrono_literals;
+using namespace gvcp::bootstrap;
+
+namespace {
+
+constexpr char Grey[] = "VG-2048M", Colour[] = "VG-1280C";
+
+SimModel const *FindModel(std::string const &name)
+{
+    for (SimModel const *model : GetWireModels()) {
+        if (name == model->name)
+            return model;
+    }
+    throw std::runtime_error("no model " + name);
+}
+
+void Set(WireCamera &camera, std::string const &name, std::string const &value)
+{
+    std::string why;
+    EXPECT_TRUE(camera.SetFeature(name, value, why)) << name << ": " << why;
+}
+
+using Settings = std::vector<std::pair<char const *, char const *>>;
+
+// By the registers of Aravis' device, which has control.
+class Control final : public StreamControl
+{
+public:
+    Control(ArvDevice *device, std::uint32_t address) : m_device(device), m_address(address)
+    {
+    }
+    ~Control() override
+    {
+        close(m_socket);
+    }
+    std::int32_t ReadRegister(std::uint32_t address, std::uint32_t &value) override
+    {
+        guint32 number = 0;
+        bool const isRead = arv_device_read_register(m_device, address, &number, nullptr) != FALSE;
+        value = number;
+        return isRead ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_GENERIC;
+    }
+    std::int32_t WriteRegister(std::uint32_t address, std::uint32_t value) override
+    {
+        if (address == StreamChannelPacketSize && !hasTestPackets)
+            value &= ~std::uint32_t{gvcp::packetsize::FireTestPacket};
+        bool const isWritten = arv_device_write_register(m_device, address, value, nullptr) != FALSE;
+        written.emplace_back(address, value);
+        return isWritten ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_GENERIC;
+    }
+    void RequestPackets(PacketRequest const &request) override
+    {
+        using Short = gvcp::PacketResend;
+        using Long = gvcp::ExtendedPacketResend;
+        std::size_t const size = request.isExtended ? Long::Size : Short::Size;
+        std::vector<std::uint8_t> packet(gvcp::HeaderSize + size);
+        m_id = gvcp::NextRequestId(m_id);
+        gvcp::WriteHeader(std::span(packet).first<gvcp::HeaderSize>(),
+                          {gvcp::CommandLead(request.isExtended ? gvcp::EXTENDED_ID : 0), gvcp::PACKETRESEND_CMD,
+                           static_cast<std::uint16_t>(size), m_id});
+        std::uint8_t *const body = &packet[gvcp::HeaderSize];
+        StoreBig16(body, request.channel);
+        StoreBig32(body + Short::FirstPacketId, request.first);
+        StoreBig32(body + Short::LastPacketId, request.last);
+        if (request.isExtended)
+            StoreBig64(body + Long::BlockId, request.blockId);
+        else
+            StoreBig16(body + Short::BlockId, static_cast<std::uint16_t>(request.blockId));
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_addr.s_addr = htonl(m_address);
+        to.sin_port = htons(gvcp::Port);
+        sendto(m_socket, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to);
+    }
+    std::uint32_t GetCameraAddress() const override
+    {
+        return m_address;
+    }
+    std::uint32_t GetHostAddress() const override
+    {
+        return m_address;
+    }
+
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> written;
+    bool hasTestPackets = true;
+
+private:
+    ArvDevice *const m_device;
+    std::uint32_t const m_address;
+    int const m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    std::uint16_t m_id = 0;
+};
+
+// The host's side of an open camera.
+class Host
+{
+public:
+    explicit Host(std::string const &address = "127.0.0.1")
+        : device(OpenDevice(address)),
+          control(std::make_shared<Control>(device, ntohl(inet_addr(address.c_str())))),
+          reachability(""),
+          stream(device, access, reachability, control)
+    {
+    }
+    ~Host()
+    {
+        stream.Close();
+        g_object_unref(device);
+    }
+    static ArvDevice *OpenDevice(std::string const &address)
+    {
+        GInetAddress *const at = g_inet_address_new_from_string(address.c_str());
+        ArvDevice *device = nullptr;
+        EXPECT_TRUE(Eventually([&] { return (device = arv_gv_device_new(at, at, nullptr)) != nullptr; }));
+        g_object_unref(at);
+        return device;
+    }
+    void Start(std::uint32_t buffers, std::int64_t frames = -1)
+    {
+        EXPECT_EQ(stream.AllocBufferQueue(nullptr, buffers), 0);
+        EXPECT_EQ(stream.StartAcquisition(frames, 0), 0);
+        arv_device_execute_command(device, "AcquisitionStart", nullptr);
+    }
+    void Stop()
+    {
+        arv_device_execute_command(device, "AcquisitionStop", nullptr);
+        EXPECT_EQ(stream.StopAcquisition(0), 0);
+        EXPECT_EQ(stream.ReleaseBufferQueue(), 0);
+    }
+    void ForFrames(int count, std::function<void(TovCam::Buffer &)> const &look)
+    {
+        for (int i = 0; i < count; ++i) {
+            TovCam::Buffer *const buffer = stream.GetBuffer(Generous, nullptr);
+            ASSERT_NE(buffer, nullptr);
+            look(*buffer);
+            EXPECT_EQ(stream.QueueBuffer(buffer), 0);
+        }
+    }
+    // Every datagram and every frame is accounted for.
+    void ExpectSums() const
+    {
+        StreamStatistics const &s = stream.GetStatistics();
+        EXPECT_EQ(s.received.Get(), s.packets.Get() + s.duplicate.Get() + s.late.Get() + s.foreign.Get() +
+                                        s.malformed.Get() + s.refused.Get() + s.ignored.Get());
+    }
+
+    std::recursive_mutex access;
+    ArvDevice *const device;
+    std::shared_ptr<Control> const control;
+    Reachability reachability;
+    GigeStream stream;
+};
+
+// A camera whose every pixel can be foretold: a ramp that moves from frame to frame.
+class Camera
+{
+public:
+    explicit Camera(std::string const &name, Settings const &settings = {}, std::string const &address = "127.0.0.1")
+        : model(*FindModel(name)),
+          wire(WireCameraOptions{&model, address, "S", {}}),
+          m_scene(model.sensorWidth, model.sensorHeight, model.colour)
+    {
+        // Frames that a busy computer keeps up with.
+        for (auto const &[feature, value] : Settings{{"Width", "320"},
+                                                     {"Height", "200"},
+                                                     {"ExposureTime", "1000"},
+                                                     {"AcquisitionFrameRateEnable", "1"},
+                                                     {"AcquisitionFrameRate", "100"},
+                                                     {"TestPattern", "GreyHorizontalRampMoving"},
+                                                     {"GevHeartbeatTimeout", "600000"}})
+            Set(wire, feature, value);
+        for (auto const &[feature, value] : settings)
+            Set(wire, feature, value);
+    }
+    bool IsExact(TovCam::Buffer &buffer)
+    {
+        _TovImage const &image = *buffer.GetImage();
+        SimFormat format;
+        format.pixelType = image.pixelType;
+        format.width = image.width;
+        format.height = image.height;
+        SimLook look;
+        look.pattern = SimPattern::MovingRamp;
+        m_scene.Prepare(format, look);
+        std::vector<std::uint8_t> pixels(format.Payload());
+        m_scene.Draw(model.firstFrameID + buffer.GetFrameID() - 1, 0, pixels.data());
+        return image.imageSize == pixels.size() && std::equal(pixels.begin(), pixels.end(), image.imageData);
+    }
+
+    SimModel const &model;
+    WireCamera wire;
+
+private:
+    SimScene m_scene;
+};
+
+TEST(GigeStreamTest, FramesOfEveryKindComeExact)
+{
+    struct Row
+    {
+        char const *model, *format, *packetSize;
+        Settings settings;
+    };
+    Settings const extended{{"GevGVSPExtendedIDMode", "On"}};
+    Settings const chunks{{"ChunkModeActive", "1"}, {"ChunkSelector", "Timestamp"}, {"ChunkEnable", "1"}};
+    Settings const small{{"Width", "64"}, {"Height", "32"}, {"GevSCCFGAllInTransmission", "1"}};
+    auto const with = [](Settings a, Settings const &b) {
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
+    };
+    Settings const parts = with(extended, {{"GevSCCFGMultiPart", "1"}});
+    std::vector<Row> rows;
+    for (char const *format :
+         {"Mono8", "Mono10", "Mono10p", "Mono10Packed", "Mono12", "Mono12p", "Mono12Packed", "Mono16"})
+        rows.push_back({Grey, format, "1500", {}});
+    for (char const *format : {"BayerRG8", "BayerRG12", "BayerRG12p", "RGB8"})
+        rows.push_back({Colour, format, "8192", {}});
+    for (char const *packetSize : {"576", "1500", "9000"}) {
+        for (Settings const &settings : {Settings(), extended, chunks, parts, with(extended, chunks),
+                                         with(parts, chunks), small, with(small, chunks)})
+            rows.push_back({Grey, "Mono12", packetSize, settings});
+    }
+    for (Row const &row : rows) {
+        SCOPED_TRACE(std::string(row.model) + ' ' + row.format + ' ' + row.packetSize + ' ' +
+                     (row.settings.empty() ? "" : row.settings.back().first) + std::to_string(row.settings.size()));
+        Camera camera(row.model, {{"PixelFormat", row.format}, {"GevSCPSPacketSize", row.packetSize}});
+        for (auto const &[feature, value] : row.settings)
+            Set(camera.wire, feature, value);
+        Host host;
+        host.Start(8);
+        std::uint64_t last = 0;
+        host.ForFrames(10, [&](TovCam::Buffer &buffer) {
+            EXPECT_FALSE(buffer.IsIncomplete());
+            EXPECT_TRUE(camera.IsExact(buffer)) << buffer.GetFrameID();
+            EXPECT_GT(buffer.GetFrameID(), last);
+            EXPECT_GT(buffer.GetTimestamp(), 0u);
+            last = buffer.GetFrameID();
+        });
+        host.Stop();
+        host.ExpectSums();
+        StreamStatistics const &s = host.stream.GetStatistics();
+        EXPECT_EQ(s.malformed.Get() + s.foreign.Get() + s.duplicate.Get(), 0u);
+        // The port last when it opens, and alone when it closes.
+        auto const &written = host.control->written;
+        ASSERT_EQ(written.size(), 3u);
+        EXPECT_EQ(written[0], std::pair(StreamChannelDestinationAddress + 0u, INADDR_LOOPBACK + 0u));
+        EXPECT_EQ(written[1].first, StreamChannelPort);
+        EXPECT_EQ(written[2], std::pair(StreamChannelPort + 0u, 0u));
+    }
+}
+
+TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
+{
+    using Counter = StreamCounter StreamStatistics::*;
+    using S = StreamStatistics;
+    struct Row
+    {
+        Settings faults;
+        std::vector<Counter> counted;
+    };
+    std::vector<Row> const rows{
+        {{{"WirePacketLoss", "2"}}, {&S::asked, &S::resent}},
+        {{{"WirePacketLoss", "1"}, {"WireLossBurst", "5"}}, {&S::asked, &S::resent}},
+        {{{"WireLostPackets", "0,3-5,last"}, {"WireLostEvery", "2"}}, {&S::asked, &S::resent}},
+        {{{"WireReorder", "5"}, {"WireReorderDistance", "3"}}, {}},
+        {{{"WireDuplicate", "5"}}, {&S::duplicate}},
+        {{{"WireTruncate", "2"}}, {&S::malformed, &S::resent}},
+        {{{"WireWrongLength", "2"}}, {&S::malformed, &S::resent}},
+        {{{"WireWrongPacketId", "2"}}, {&S::malformed, &S::resent}},
+        {{{"WireWrongBlockId", "2"}}, {&S::malformed, &S::resent}},
+        {{{"WireDelay", "50"}}, {}},
+    };
+    Settings const ways[] = {{},
+                             {{"GevGVSPExtendedIDMode", "On"}},
+                             {{"GevGVSPExtendedIDMode", "On"},
+                              {"GevSCCFGMultiPart", "1"},
+                              {"ChunkModeActive", "1"},
+                              {"ChunkSelector", "FrameID"},
+                              {"ChunkEnable", "1"}}};
+    for (Row const &row : rows) {
+        for (Settings const &way : ways) {
+            for (bool const ignored : {false, true}) {
+                SCOPED_TRACE(std::string(row.faults[0].first) + ' ' + std::to_string(way.size()) +
+                             (ignored ? " ignored" : ""));
+                Camera camera(Grey, {{"GevSCPSPacketSize", "1500"}});
+                Host host;
+                for (auto const &[feature, value] : way)
+                    Set(camera.wire, feature, value);
+                for (auto const &[feature, value] : row.faults)
+                    Set(camera.wire, feature, value);
+                Set(camera.wire, "WireIgnoreResend", ignored ? "1" : "0");
+                host.Start(32);
+                int incomplete = 0;
+                host.ForFrames(40, [&](TovCam::Buffer &buffer) {
+                    incomplete += buffer.IsIncomplete();
+                    EXPECT_TRUE(buffer.IsIncomplete() || camera.IsExact(buffer)) << buffer.GetFrameID();
+                });
+                host.Stop();
+                host.ExpectSums();
+                StreamStatistics const &s = host.stream.GetStatistics();
+                bool const needsResends = std::count(row.counted.begin(), row.counted.end(), &S::resent) > 0;
+                // A busy computer may be late for a few.
+                if (!ignored || !needsResends)
+                    EXPECT_LE(incomplete, 4);
+                else
+                    EXPECT_GE(incomplete, 10);
+                for (Counter const counter : row.counted)
+                    EXPECT_EQ((s.*counter).Get() > 0, !ignored || counter != &S::resent);
+                EXPECT_GE(s.complete.Get() + s.incomplete.Get(), 40u);
+            }
+        }
+    }
+}
+
+TEST(GigeStreamTest, EveryFrameIsAccountedFor)
+{
+    Camera camera(Grey, {{"WirePacketLoss", "0.5"}, {"SimMissingEvery", "7"}});
+    Host host;
+    EXPECT_EQ(host.stream.AllocBufferQueue(nullptr, 3), 0);
+    EXPECT_EQ(host.stream.StartAcquisition(-1, 0), 0);
+    arv_device_execute_command(host.device, "AcquisitionStart", nullptr);
+    std::uint64_t first = 0, last = 0;
+    host.ForFrames(60, [&](TovCam::Buffer &buffer) {
+        first = first == 0 ? buffer.GetFrameID() : first;
+        last = buffer.GetFrameID();
+    });
+    // Nobody takes the next ones.
+    StreamStatistics const &s = host.stream.GetStatistics();
+    EXPECT_TRUE(Eventually([&] { return s.lost.Get() >= 5; }));
+    host.ForFrames(3, [&](TovCam::Buffer &buffer) { last = buffer.GetFrameID(); });
+    arv_device_execute_command(host.device, "AcquisitionStop", nullptr);
+    host.ForFrames(0, {});
+    host.Stop();
+    host.ExpectSums();
+    EXPECT_GE(s.skipped.Get(), 8u);
+    std::uint64_t const told = s.complete.Get() + s.incomplete.Get() + s.lost.Get() + s.aborted.Get() + s.skipped.Get();
+    EXPECT_GE(told, last - first + 1);
+    EXPECT_GE(camera.wire.GetStatus().frames + s.skipped.Get(), told);
+}
+
+// As the frames of every other camera.
+TEST(GigeStreamTest, KeepsToTheOrderOfCalls)
+{
+    Camera camera(Grey);
+    Host host;
+    GigeStream &stream = host.stream;
+    EXPECT_EQ(stream.StartAcquisition(-1, 0), TOV_CAM_ERR_INVALID_STATE);
+    EXPECT_EQ(stream.StopAcquisition(0), TOV_CAM_ERR_OK);
+    EXPECT_EQ(stream.ReleaseBufferQueue(), TOV_CAM_ERR_OK);
+    EXPECT_EQ(stream.GetBuffer(0, nullptr), nullptr);
+    EXPECT_EQ(stream.QueueBuffer(nullptr), TOV_CAM_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(stream.AllocBufferQueue(nullptr, 0), TOV_CAM_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(stream.AllocBufferQueue(nullptr, StreamQueueLimit + 1), TOV_CAM_ERR_INVALID_ARGUMENT);
+    host.Start(3, 4);
+    EXPECT_EQ(stream.AllocBufferQueue(nullptr, 3), TOV_CAM_ERR_INVALID_STATE);
+    EXPECT_EQ(stream.StartAcquisition(-1, 0), TOV_CAM_ERR_INVALID_STATE);
+    host.ForFrames(3, [](TovCam::Buffer &) {});
+    TovCam::Buffer *const held = stream.GetBuffer(Generous, nullptr);
+    ASSERT_NE(held, nullptr);
+    // Four were asked for.
+    EXPECT_EQ(stream.GetBuffer(50, nullptr), nullptr);
+    EXPECT_EQ(stream.StopAcquisition(0), TOV_CAM_ERR_OK);
+    EXPECT_EQ(stream.ReleaseBufferQueue(), TOV_CAM_ERR_INVALID_STATE);
+    EXPECT_EQ(stream.QueueBuffer(held), TOV_CAM_ERR_OK);
+    EXPECT_EQ(stream.QueueBuffer(held), TOV_CAM_ERR_INVALID_ARGUMENT);
+    stream.CancelGetBuffer();
+    EXPECT_EQ(stream.GetBuffer(TovCam::WaitForever, nullptr), nullptr);
+    EXPECT_EQ(stream.StartAcquisition(-1, 0), TOV_CAM_ERR_OK);
+    auto waiting = std::async(std::launch::async, [&] {
+        while (TovCam::Buffer *const buffer = stream.GetBuffer(TovCam::WaitForever, nullptr))
+            stream.QueueBuffer(buffer);
+    });
+    EXPECT_TRUE(IsUnderWay(waiting));
+    stream.CancelGetBuffer();
+    EXPECT_TRUE(Returns(waiting));
+    host.Stop();
+    // And once more, with a frame that nobody gives back.
+    host.Start(3);
+    EXPECT_NE(stream.GetBuffer(Generous, nullptr), nullptr);
+    stream.Close();
+    host.reachability.SetLost();
+    EXPECT_NE(stream.AllocBufferQueue(nullptr, 3), TOV_CAM_ERR_OK);
+}
+
+TEST(GigeStreamTest, StrangersAreNotHeard)
+{
+    Camera camera(Grey);
+    Host host;
+    host.Start(8);
+    std::uint32_t port = 0;
+    ASSERT_EQ(host.control->ReadRegister(StreamChannelPort, port), 0);
+    int const samePort = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    to.sin_port = htons(static_cast<std::uint16_t>(port));
+    std::vector<std::uint8_t> packet(gvsp::HeaderSize + gvsp::ImageLeader::Size);
+    std::uint64_t sent = 0;
+    host.ForFrames(30, [&](TovCam::Buffer &buffer) {
+        for (std::uint8_t const format : {gvsp::DataLeader, gvsp::DataPayload, gvsp::DataTrailer, gvsp::AllIn}) {
+            gvsp::WriteHeader(std::span(packet).first<gvsp::HeaderSize>(),
+                              {0, buffer.GetFrameID() + 1, format, 0xFFFFFF, false});
+            sent += sendto(samePort, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to) > 0;
+        }
+        EXPECT_FALSE(buffer.IsIncomplete());
+        EXPECT_TRUE(camera.IsExact(buffer));
+    });
+    StreamStatistics const &s = host.stream.GetStatistics();
+    EXPECT_TRUE(Eventually([&] { return s.foreign.Get() == sent; }));
+    host.Stop();
+    host.ExpectSums();
+    close(samePort);
+}
+
+// A camera that is made by hand: what it says of its frames, and datagrams that ended programs.
+TEST(GigeStreamTest, FramesAreWhatTheCameraSaysOfThem)
+{
+    constexpr std::uint64_t Ticks = 0x23456789ABD;
+    std::string const pixels = "abcdef__ghijkl__mnopqr__"; // lines of 6 with 2 bytes behind each
+    auto const node = [](std::string const &kind, std::string const &name, std::string const &content) {
+        return "<" + kind + " Name=\"" + name + "\">" + content + "</" + kind + ">";
+    };
+    auto const value = [](std::string const &number) {
+        return "<Value>" + number + "</Value>";
+    };
+    std::string const xml =
+        "<?xml version=\"1.0\"?><RegisterDescription>" + node("Integer", "Width", value("6")) +
+        node("Integer", "Height", value("3")) + node("Integer", "PayloadSize", value("24")) +
+        node("Integer", "PixelFormat", value("17301505")) +
+        node("Integer", "GevTimestampTickFrequency", value("125000000")) +
+        node("Command", "AcquisitionStart", "<CommandValue>1</CommandValue><pValue>Start</pValue>") +
+        node("IntReg", "Start",
+             "<Address>0xF000</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>"
+             "<Endianess>BigEndian</Endianess>") +
+        "<Port Name=\"Device\"/></RegisterDescription>";
+    char url[64];
+    std::snprintf(url, sizeof url, "Local:a.xml;1000;%zx", xml.size());
+    RegisterServer server(url, xml);
+    auto const packet = [](std::uint64_t block, std::uint64_t content, std::string const &body) {
+        return Big((block - 1) % 65535 + 1, 4) + Big(content, 4) + body; // 0 is skipped
+    };
+    auto const leader = [&](std::uint64_t block, std::uint64_t width, std::uint64_t height) {
+        return packet(block, 0x01000000,
+                      Big(1, 4) + Big(Ticks * (block - 65532), 8) + Big(0x01080001, 4) + Big(width, 4) +
+                          Big(height, 4) + Big(0, 8) + Big(2, 2) + Big(0, 2));
+    };
+    std::tuple<std::uint64_t, bool, std::size_t> const blocks[] = {
+        {65533, true, 24}, {65535, true, 24}, {65536, false, 24}, {65537, true, 23}, {65538, true, 24}};
+    for (auto const &[block, hasLeader, bytes] : blocks) {
+        if (hasLeader)
+            server.stream.push_back(leader(block, 6, 3));
+        for (std::string const &hostile :
+             {packet(block, 0x02FFFFFF, Big(1, 4) + Big(3, 4)), packet(block, 0x02FFFFFE, std::string()),
+              packet(block, 0x03FFFFFF, pixels), packet(block, 0x03000000, pixels), packet(block, 0x04000000, pixels),
+              packet(block, 0x07000001, pixels), packet(block, 0x03000001, std::string(2000, 'x')), std::string("x")})
+            server.stream.push_back(hostile);
+        server.stream.push_back(packet(block, 0x03000001, pixels.substr(0, bytes)));
+        server.stream.push_back(packet(block, 0x02000002, Big(1, 4) + Big(3, 4)));
+    }
+    server.stream.push_back(leader(65539, 0xFFFFFFFF, 0xFFFFFFFF));
+    server.stream.push_back(packet(65539, 0x03000001, pixels));
+    server.stream.push_back(packet(65539, 0x02000002, Big(1, 4) + Big(3, 4)));
+    Host host;
+    ASSERT_EQ(host.stream.AllocBufferQueue(nullptr, 9), 0);
+    for (int start = 0; start < 2; ++start) { // ids begin anew
+        ASSERT_EQ(host.stream.StartAcquisition(-1, 0), 0);
+        arv_device_execute_command(host.device, "AcquisitionStart", nullptr);
+        for (auto const &[block, hasLeader, bytes] : blocks) {
+            SCOPED_TRACE(block);
+            if (start == 0 && block == 65538)
+                break; // nobody takes it, and it does not come later
+            TovCam::Buffer *const buffer = host.stream.GetBuffer(Generous, nullptr);
+            ASSERT_NE(buffer, nullptr);
+            EXPECT_EQ(buffer->IsIncomplete(), !hasLeader || bytes < 24);
+            if (hasLeader) {
+                EXPECT_EQ(buffer->GetTimestamp(), Ticks * (block - 65532));
+                EXPECT_EQ(buffer->GetFrameID(), block);
+                EXPECT_EQ(buffer->GetBufferSize(), bytes);
+            }
+            _TovImage const &image = *buffer->GetImage();
+            EXPECT_EQ(std::tuple(image.width, image.height, image.lineStep, image.imageSize),
+                      std::tuple(6u, 3u, hasLeader ? 8u : 6u, hasLeader ? 24u : 18u));
+            EXPECT_EQ(std::string(reinterpret_cast<char *>(image.imageData), bytes), pixels.substr(0, bytes));
+            EXPECT_EQ(host.stream.QueueBuffer(buffer), 0);
+        }
+        if (start == 1) {
+            host.ForFrames(1, [](TovCam::Buffer &buffer) {
+                EXPECT_TRUE(buffer.IsIncomplete());
+                EXPECT_EQ(std::tuple(buffer.GetImage()->width, buffer.GetImage()->height), std::tuple(6u, 3u));
+            });
+        }
+        EXPECT_EQ(host.stream.StopAcquisition(1), 0);
+    }
+    EXPECT_EQ(host.stream.ReleaseBufferQueue(), 0);
+    host.ExpectSums();
+}
+
+TEST(PacketSizeTest, IsAsLargeAsTheWayCarries)
+{
+    struct Row
+    {
+        char const *address;
+        int mtu; // of the way
+        std::uint32_t adapterMtu, least, most;
+        bool hasTestPackets;
+    };
+    for (Row const &row :
+         {Row{"127.0.0.1", 65536, 1500, 8192, 8192, true}, Row{"10.9.8.7", 65536, 9000, 9000, 9000, true},
+          Row{"10.9.8.7", 4000, 9000, 3960, 4000, true}, Row{"10.9.8.7", 1400, 1500, 1360, 1400, true},
+          Row{"10.9.8.7", 4000, 0, 1500, 1500, true}, Row{"10.9.8.7", 4000, 9000, 1600, 1600, false}}) {
+        SCOPED_TRACE(row.mtu);
+        ASSERT_EQ(
+            std::system(
+                ("ip link set lo mtu " + std::to_string(row.mtu) + "; ip address replace 10.9.8.7/24 dev lo").c_str()),
+            0);
+        Camera camera(Grey, {{"GevSCPSPacketSize", "1600"}}, row.address);
+        Host host(row.address);
+        host.control->hasTestPackets = row.hasTestPackets;
+        EXPECT_EQ(NegotiatePacketSize(*host.control, row.adapterMtu), 0);
+        std::uint32_t size = 0, port = 1;
+        EXPECT_EQ(host.control->ReadRegister(StreamChannelPacketSize, size), 0);
+        EXPECT_EQ(host.control->ReadRegister(StreamChannelPort, port), 0);
+        EXPECT_GE(size, row.least);
+        EXPECT_LE(size, row.most);
+        EXPECT_EQ(port, 0u);
+        host.Start(8);
+        host.ForFrames(2, [&](TovCam::Buffer &buffer) { EXPECT_TRUE(camera.IsExact(buffer)); });
+        host.Stop();
+    }
+}
+
+} // namespace

@@ -1,0 +1,331 @@
+// Datagrams through a real socket, in every order that confuses where their payloads land. Runs in a network namespace
+// of its own.
+#include "gige/receiver.h"
+
+#include "asleep.h"
+#include "blockpackets.h"
+
+#include <algorithm>
+#include <deque>
+#include <mutex>
+#include <netinet/in.h>
+#include <numeric>
+#include <random>
+#include <sys/socket.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// A camera that never sends anything again.
+class Control final : public StreamControl
+{
+public:
+    std::int32_t ReadRegister(std::uint32_t, std::uint32_t &) override
+    {
+        return -1;
+    }
+    std::int32_t WriteRegister(std::uint32_t, std::uint32_t) override
+    {
+        return -1;
+    }
+    void RequestPackets(PacketRequest const &request) override
+    {
+        asked += request.last - request.first + 1;
+    }
+    std::uint32_t GetCameraAddress() const override
+    {
+        return INADDR_LOOPBACK;
+    }
+    std::uint32_t GetHostAddress() const override
+    {
+        return INADDR_LOOPBACK;
+    }
+
+    std::atomic<std::uint32_t> asked{0};
+};
+
+// Looks at each frame, and has its buffer filled again.
+class Sink final : public FrameSink
+{
+public:
+    explicit Sink(std::size_t buffers)
+    {
+        for (std::size_t i = 0; i < buffers; ++i)
+            m_memory.emplace_back(Payload + 64, Untouched);
+        for (Bytes &memory : m_memory)
+            m_free.push_back({memory.data(), Payload, &memory});
+    }
+    bool TakeBuffer(BlockBuffer &buffer) override
+    {
+        std::lock_guard const lock(m_mutex);
+        if (m_free.empty())
+            return false;
+        buffer = m_free.front();
+        m_free.pop_front();
+        return true;
+    }
+    void Deliver(BlockFrame const &frame) override
+    {
+        Bytes &memory = *static_cast<Bytes *>(frame.buffer.owner);
+        if (frame.end == BlockFrame::End::Complete) {
+            EXPECT_EQ(frame.size, Payload);
+            EXPECT_TRUE(Bytes(memory.begin(), memory.begin() + Payload) == Sender::Pixels(frame.blockId, 0, Payload))
+                << frame.blockId;
+            EXPECT_GT(frame.arrival, 1s);
+            ++complete;
+        }
+        EXPECT_EQ(Bytes(memory.begin() + Payload, memory.end()), Bytes(64, Untouched));
+        GiveBack(frame.buffer);
+        ++delivered;
+    }
+    void GiveBack(BlockBuffer const &buffer) override
+    {
+        Bytes &memory = *static_cast<Bytes *>(buffer.owner);
+        std::fill(memory.begin(), memory.end(), Untouched);
+        std::lock_guard const lock(m_mutex);
+        m_free.push_back(buffer);
+    }
+    std::size_t Free()
+    {
+        std::lock_guard const lock(m_mutex);
+        return m_free.size();
+    }
+
+    std::atomic<int> complete{0}, delivered{0};
+
+private:
+    std::deque<Bytes> m_memory;
+    std::mutex m_mutex; // guards the rest
+    std::deque<BlockBuffer> m_free;
+};
+
+class ReceiverTest : public testing::Test
+{
+protected:
+    ReceiverTest()
+    {
+        EXPECT_TRUE(receiver.Open(8 << 20));
+        BindTo(camera, INADDR_LOOPBACK);
+        BindTo(stranger, INADDR_LOOPBACK + 8);
+    }
+    ~ReceiverTest() override
+    {
+        receiver.Stop();
+        EXPECT_EQ(sink.Free(), Buffers);
+        EXPECT_EQ(sink.delivered, static_cast<int>(statistics.complete.Get() + statistics.incomplete.Get()));
+        StreamStatistics const &s = statistics;
+        EXPECT_EQ(s.received.Get(), s.packets.Get() + s.duplicate.Get() + s.late.Get() + s.foreign.Get() +
+                                        s.malformed.Get() + s.refused.Get() + s.ignored.Get());
+        close(camera);
+        close(stranger);
+    }
+    static void BindTo(int fd, std::uint32_t address)
+    {
+        sockaddr_in name{};
+        name.sin_family = AF_INET;
+        name.sin_addr.s_addr = htonl(address);
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
+    }
+    void Start()
+    {
+        BlockLayout layout;
+        layout.payload = Payload;
+        layout.packetSize = PacketSize;
+        layout.buffers = Buffers;
+        layout.address = INADDR_LOOPBACK;
+        receiver.Start(layout);
+    }
+    // All at once, so that they are read in batches.
+    void Send(int from, std::vector<Bytes> const &datagrams)
+    {
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        to.sin_port = htons(receiver.GetPort());
+        std::vector<iovec> pieces;
+        for (Bytes const &bytes : datagrams)
+            pieces.push_back({const_cast<std::uint8_t *>(bytes.data()), bytes.size()});
+        std::vector<mmsghdr> messages(datagrams.size());
+        for (std::size_t i = 0; i < messages.size(); ++i) {
+            messages[i].msg_hdr = {};
+            messages[i].msg_hdr.msg_name = &to;
+            messages[i].msg_hdr.msg_namelen = sizeof to;
+            messages[i].msg_hdr.msg_iov = &pieces[i];
+            messages[i].msg_hdr.msg_iovlen = 1;
+        }
+        EXPECT_EQ(sendmmsg(from, messages.data(), static_cast<unsigned>(messages.size()), 0),
+                  static_cast<int>(messages.size()));
+        sent += messages.size();
+    }
+    bool AllReceived()
+    {
+        return Becomes([this] { return statistics.received.Get() == sent; });
+    }
+
+    static constexpr std::size_t Buffers = 8;
+    int const camera = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    int const stranger = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    Control control;
+    StreamStatistics statistics;
+    Sink sink{Buffers};
+    Receiver receiver{control, sink, statistics};
+    std::uint64_t sent = 0;
+};
+
+TEST_F(ReceiverTest, PayloadsFindTheirPlacesInAnyOrder)
+{
+    std::mt19937 random(5);
+    auto const below = [&](std::uint32_t limit) {
+        return std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(random);
+    };
+    for (bool const isExtended : {false, true}) {
+        Sender sender;
+        sender.isExtended = isExtended;
+        sender.dataSize = StandardData - (isExtended ? 12 : 0);
+        Start();
+        int const before = sink.complete;
+        constexpr int Blocks = 600, AtOnce = 3;
+        for (std::uint64_t block = 1; block <= Blocks; block += AtOnce) {
+            std::vector<Bytes> packets;
+            for (std::uint64_t i = block; i < block + AtOnce; ++i) {
+                for (std::uint32_t id = 0; id <= TrailerId; ++id)
+                    packets.push_back(sender.Packet(i, id));
+            }
+            // Some come twice, some overtake others, and some belong to nobody.
+            for (std::uint32_t n = below(4); n > 0; --n)
+                packets.insert(packets.begin() + below(static_cast<std::uint32_t>(packets.size())),
+                               packets[below(static_cast<std::uint32_t>(packets.size()))]);
+            for (std::uint32_t n = block == 1 ? 0 : below(6); n > 0; --n)
+                std::swap(packets[below(static_cast<std::uint32_t>(packets.size()))],
+                          packets[below(static_cast<std::uint32_t>(packets.size()))]);
+            for (std::uint32_t n = below(3); n > 0; --n)
+                packets.insert(packets.begin() + below(static_cast<std::uint32_t>(packets.size())),
+                               Bytes(below(PacketSize + 100), 0x7F));
+            std::size_t const cut = below(static_cast<std::uint32_t>(packets.size()));
+            Send(camera, {packets.begin(), packets.begin() + static_cast<std::ptrdiff_t>(cut)});
+            Send(stranger, {sender.Packet(block, 0), sender.Packet(block, 2), Bytes(60000, 0xFF)});
+            Send(camera, {packets.begin() + static_cast<std::ptrdiff_t>(cut), packets.end()});
+            ASSERT_TRUE(AllReceived());
+        }
+        // Not one is lost but those whose end was late because of the order.
+        EXPECT_TRUE(
+            Becomes([&] { return sink.complete - before + static_cast<int>(statistics.incomplete.Get()) >= Blocks; }));
+        receiver.Stop();
+        EXPECT_EQ(statistics.incomplete.Get(), 0u);
+        EXPECT_GT(statistics.duplicate.Get() + statistics.late.Get(), 100u);
+        EXPECT_GE(statistics.foreign.Get(), 3u * Blocks / AtOnce);
+        EXPECT_GT(statistics.malformed.Get(), 100u);
+        EXPECT_EQ(statistics.socketDrops.Get(), 0u);
+    }
+}
+
+TEST_F(ReceiverTest, GapsAreAskedForAndTheRestStays)
+{
+    Sender const sender;
+    std::mt19937 random(6);
+    Start();
+    int incomplete = 0;
+    for (std::uint64_t block = 1; block <= 200; ++block) {
+        std::vector<Bytes> packets;
+        std::uint32_t const lost = block == 1 ? 99 : random() % 9;
+        for (std::uint32_t id = 0; id <= TrailerId; ++id) {
+            if (id != lost)
+                packets.push_back(sender.Packet(block, id));
+        }
+        incomplete += lost <= TrailerId;
+        Send(camera, packets);
+        ASSERT_TRUE(AllReceived());
+    }
+    EXPECT_TRUE(Becomes([&] { return sink.delivered == 200; }));
+    receiver.Stop();
+    EXPECT_EQ(statistics.incomplete.Get(), static_cast<std::uint64_t>(incomplete));
+    EXPECT_EQ(statistics.missing.Get(), static_cast<std::uint64_t>(incomplete));
+    EXPECT_EQ(control.asked, statistics.asked.Get());
+    EXPECT_GT(control.asked, 0u);
+}
+
+TEST_F(ReceiverTest, StopsAndStartsAnyTime)
+{
+    Sender const sender;
+    for (std::uint64_t start = 0; start < 50; ++start) {
+        std::uint64_t const before = statistics.received.Get();
+        Start();
+        sent = before; // what nobody received is forgotten
+        for (std::uint32_t id = 0; id <= start % 7; ++id)
+            Send(camera, {sender.Packet(start + 1, std::min(id, TrailerId))});
+        if (start % 2 == 0) {
+            ASSERT_TRUE(AllReceived());
+        }
+        receiver.Stop();
+        EXPECT_EQ(sink.Free(), Buffers);
+        Send(camera, {sender.Packet(start + 1, 0)});
+    }
+    EXPECT_GT(statistics.aborted.Get(), 10u);
+}
+
+// What is not the socket: here a queue that the test fills.
+class Queue final : public DatagramSource
+{
+public:
+    std::size_t Read(std::function<void(Datagram const &)> const &take) override
+    {
+        std::deque<Bytes> taken;
+        {
+            std::lock_guard const lock(mutex);
+            for (; taken.size() < AtOnce && !bytes.empty(); bytes.pop_front())
+                taken.push_back(bytes.front());
+        }
+        for (Bytes const &datagram : taken) {
+            Datagram shown;
+            shown.pieces[0] = datagram;
+            shown.address = INADDR_LOOPBACK;
+            shown.arrival = 2s;
+            take(shown);
+        }
+        return taken.size();
+    }
+    void Wait(std::chrono::milliseconds patience) override
+    {
+        std::unique_lock lock(mutex);
+        changed.wait_for(lock, patience, [this] { return woken || !bytes.empty(); });
+        woken = false;
+    }
+    void Wake() override
+    {
+        std::lock_guard const lock(mutex);
+        woken = true;
+        changed.notify_all();
+    }
+    std::uint64_t GetDrops() override
+    {
+        return 3;
+    }
+
+    static constexpr std::size_t AtOnce = 10;
+    std::mutex mutex; // guards the rest
+    std::condition_variable changed;
+    std::deque<Bytes> bytes;
+    bool woken = false;
+};
+
+TEST_F(ReceiverTest, AnotherSourceTakesTheSocketsPlace)
+{
+    auto owned = std::make_unique<Queue>();
+    Queue &queue = *owned;
+    receiver.SetSource(std::move(owned));
+    Start();
+    Sender const sender;
+    for (std::uint64_t block = 1; block <= 20; ++block) {
+        Send(camera, {sender.Packet(block, 0)}); // which is heard by the source alone
+        std::lock_guard const lock(queue.mutex);
+        for (std::uint32_t id = 0; id <= TrailerId; ++id)
+            queue.bytes.push_back(sender.Packet(block, id));
+        queue.changed.notify_all();
+    }
+    EXPECT_TRUE(Becomes([&] { return sink.complete == 20; }));
+    receiver.Stop();
+    EXPECT_EQ(std::tuple(statistics.received.Get(), statistics.socketDrops.Get()), std::tuple(20u * 6, 3u));
+}
+
+} // namespace
