@@ -168,11 +168,7 @@ int Conclude(CaptureAnswer const &answer, Fd &capture, CaptureTarget const &targ
         return -1;
     failure->refusal = isDenied ? TovCam::CaptureRefusal::NoRight : TovCam::CaptureRefusal::NoAdapter;
     failure->place = isDenied ? helper : target.adapter;
-    failure->reason = answer.error != 0 ? std::strerror(answer.error) : std::string();
-    if (answer.status == CaptureStatus::AdapterDown)
-        failure->reason = std::strerror(ENETDOWN);
-    else if (answer.status == CaptureStatus::NotUnicast || answer.status == CaptureStatus::NotThisHost)
-        failure->reason = std::strerror(EADDRNOTAVAIL);
+    failure->reason = std::strerror(answer.error);
     return -1;
 }
 

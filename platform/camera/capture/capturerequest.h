@@ -39,7 +39,7 @@ struct CaptureAnswer
 {
     std::uint32_t version = CaptureVersion;
     CaptureStatus status = CaptureStatus::BadRequest;
-    std::int32_t error = 0; // errno of NoRight and SystemError
+    std::int32_t error = 0; // an errno that says the same, 0 for Done
 };
 static_assert(sizeof(CaptureAnswer) == 12);
 

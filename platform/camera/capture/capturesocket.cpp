@@ -102,17 +102,17 @@ CaptureAnswer CheckCapture(CaptureRequest const &request)
     bool const isStream = request.kind == CaptureStream;
     if (request.version != CaptureVersion || (request.kind != CaptureTraffic && !isStream) ||
         request.port > UINT16_MAX || (request.port != 0) != isStream)
-        return Answer(CaptureStatus::BadRequest);
+        return Answer(CaptureStatus::BadRequest, EINVAL);
     int flags;
     if (!GetFlags(request.adapter, flags))
-        return Answer(CaptureStatus::NoAdapter);
+        return Answer(CaptureStatus::NoAdapter, ENODEV);
     if ((flags & IFF_UP) == 0)
-        return Answer(CaptureStatus::AdapterDown);
+        return Answer(CaptureStatus::AdapterDown, ENETDOWN);
     KnownAddresses const known = LookUp(request);
     if (!IsUnicast(request.camera) || known.hasBroadcast)
-        return Answer(CaptureStatus::NotUnicast);
+        return Answer(CaptureStatus::NotUnicast, EADDRNOTAVAIL);
     if (!IsUnicast(request.host) || !known.hasHost)
-        return Answer(CaptureStatus::NotThisHost);
+        return Answer(CaptureStatus::NotThisHost, EADDRNOTAVAIL);
     return Answer(CaptureStatus::Done);
 }
 
