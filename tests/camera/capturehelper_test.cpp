@@ -72,7 +72,7 @@ public:
     int Wait() const
     {
         int status = 0;
-        EXPECT_TRUE(Becomes([&] { return waitpid(m_process, &status, WNOHANG) == m_process; }));
+        EXPECT_TRUE(Eventually([&] { return waitpid(m_process, &status, WNOHANG) == m_process; }));
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
