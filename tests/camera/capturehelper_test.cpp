@@ -421,6 +421,57 @@ TEST_F(CaptureHelper, TheLibraryUsesItWhereItHasNoRight)
 
 // ---- The ring ------------------------------------------------------------------------------------------------------
 
+TEST(RingDatagrams, AreWholeOrNotTold)
+{
+    using enum RingVerdict;
+    auto const changed = [](std::size_t at, std::uint64_t value, int size) { // behind the Ethernet header
+        Bytes frame = Packet{.size = 101}.Frame();
+        Put(frame, 14 + at, value, size);
+        return frame;
+    };
+    // Sums of an odd number of bytes, by hand: 2 * (8 + 101) + 17 + addresses + ports, and one's complement of it.
+    constexpr std::uint16_t RightSum = 0xFFFF - (2 * 109 + 17 + 0x0A09 + 5 + 0x0A09 + 1 + 40000 + 50000) % 0xFFFF;
+    struct
+    {
+        char const *what;
+        Bytes frame;
+        std::size_t captured; // of its 129 bytes
+        RingVerdict verdict, checked;
+    } const cases[] = {
+        {"whole", changed(0, 0x45, 1), 129, Whole, Whole},
+        {"a byte less", changed(0, 0x45, 1), 128, CutShort, CutShort},
+        {"only headers", changed(0, 0x45, 1), 28, CutShort, CutShort},
+        {"less than headers", changed(0, 0x45, 1), 27, Malformed, Malformed},
+        {"nothing", changed(0, 0x45, 1), 0, Malformed, Malformed},
+        {"with its sum", changed(26, RightSum, 2), 129, Whole, Whole},
+        {"with another", changed(26, RightSum - 1, 2), 129, Malformed, Whole},
+        {"that cannot be looked at", changed(26, RightSum - 1, 2), 128, CutShort, CutShort},
+        {"more follow", changed(6, 0x20, 1), 129, Fragment, Fragment},
+        {"the last part", changed(7, 0x10, 1), 129, Fragment, Fragment},
+        {"must not be parted", changed(6, 0x40, 1), 129, Whole, Whole},
+        {"no IPv4", changed(0, 0x65, 1), 129, Malformed, Malformed},
+        {"no UDP", changed(9, 6, 1), 129, Malformed, Malformed},
+        {"no header", changed(0, 0x44, 1), 129, Malformed, Malformed},
+        {"a header behind the end", changed(0, 0x4F, 1), 60, Malformed, Malformed},
+        {"longer, says IP", changed(2, 130, 2), 129, Malformed, Malformed},
+        {"shorter, says IP", changed(2, 128, 2), 129, Malformed, Malformed},
+        {"shorter than headers", changed(2, 27, 2), 129, Malformed, Malformed},
+        {"longer, says UDP", changed(24, 110, 2), 129, Malformed, Malformed},
+        {"shorter than its header", changed(24, 7, 2), 129, Malformed, Malformed},
+        {"empty", changed(24, 8, 2), 129, Whole, Whole},
+    };
+    for (auto const &c : cases) {
+        SCOPED_TRACE(c.what);
+        Bytes const captured(c.frame.begin() + 14, c.frame.begin() + 14 + static_cast<std::ptrdiff_t>(c.captured));
+        RingDatagram datagram;
+        EXPECT_EQ(ReadDatagram({captured, 129, 7, false}, datagram), c.verdict);
+        EXPECT_EQ(ReadDatagram({captured, 129, 7, true}, datagram), c.checked);
+        if (c.checked == CutShort) {
+            EXPECT_EQ((std::pair{datagram.size, datagram.payload.size()}), (std::pair{101ul, c.captured - 28}));
+        }
+    }
+}
+
 std::unique_ptr<PacketRing> MakeRing(CaptureTarget const &target, PacketRingSize const &size = {})
 {
     std::int32_t status;
