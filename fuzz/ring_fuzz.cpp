@@ -7,6 +7,8 @@ char const *const FuzzWords[] = {nullptr};
 
 namespace {
 
+constexpr std::size_t LongestInput = 4096; // several packets of each kind
+
 void Demand(bool condition, char const *what)
 {
     if (!condition)
@@ -22,6 +24,8 @@ bool IsIn(std::span<std::uint8_t const> part, std::span<std::uint8_t const> whol
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
+    if (size > LongestInput)
+        return -1;
     std::span<std::uint8_t const> const bytes(data, size);
     RingBlock block(bytes);
     RingFrame frame;
