@@ -28,6 +28,13 @@ bool SetUp(int socket, PacketRingSize const &size, std::uint32_t blocks)
            setsockopt(socket, SOL_PACKET, PACKET_RX_RING, &request, sizeof request) == 0;
 }
 
+// The state is what system and reader exchange a block by: all of the block is written before it changes.
+std::atomic_ref<std::uint32_t> StateOf(std::uint8_t *block)
+{
+    return std::atomic_ref<std::uint32_t>(
+        *reinterpret_cast<std::uint32_t *>(block + offsetof(tpacket_block_desc, hdr.bh1.block_status)));
+}
+
 } // namespace
 
 std::unique_ptr<PacketRing> PacketRing::Make(int socket, PacketRingSize const &size)
@@ -63,13 +70,6 @@ PacketRing::~PacketRing()
     munmap(m_memory.data(), m_memory.size());
     close(m_socket);
     close(m_wake);
-}
-
-// The state is what system and reader exchange a block by: all of the block is written before it changes.
-static std::atomic_ref<std::uint32_t> StateOf(std::uint8_t *block)
-{
-    return std::atomic_ref<std::uint32_t>(
-        *reinterpret_cast<std::uint32_t *>(block + offsetof(tpacket_block_desc, hdr.bh1.block_status)));
 }
 
 bool PacketRing::TakeBlock()
