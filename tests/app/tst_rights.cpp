@@ -28,10 +28,8 @@ int GiveUpTwiceAsUser(bool hasRights)
 
 TEST(Rights, AreGivenUpByEverybodyButRoot)
 {
-    if (geteuid() != 0) {
-        EXPECT_EQ(GiveUpRights(), Permitted() != 0);
+    if (geteuid() != 0)
         GTEST_SKIP() << "there is no right to give up";
-    }
     std::uint32_t const before = Permitted();
     EXPECT_FALSE(GiveUpRights());
     EXPECT_EQ(Permitted(), before);

@@ -434,21 +434,16 @@ TEST(RingDatagrams, AreWholeOrNotTold)
     } const cases[] = {
         {"whole", changed(0, 0x45, 1), 129, Whole, Whole},
         {"a byte less", changed(0, 0x45, 1), 128, CutShort, CutShort},
-        {"only headers", changed(0, 0x45, 1), 28, CutShort, CutShort},
         {"less than headers", changed(0, 0x45, 1), 27, Malformed, Malformed},
-        {"nothing", changed(0, 0x45, 1), 0, Malformed, Malformed},
         {"with its sum", changed(26, RightSum, 2), 129, Whole, Whole},
         {"with another", changed(26, RightSum - 1, 2), 129, Malformed, Whole},
-        {"that cannot be looked at", changed(26, RightSum - 1, 2), 128, CutShort, CutShort},
         {"more follow", changed(6, 0x20, 1), 129, Fragment, Fragment},
         {"the last part", changed(7, 0x10, 1), 129, Fragment, Fragment},
-        {"must not be parted", changed(6, 0x40, 1), 129, Whole, Whole},
         {"no IPv4", changed(0, 0x65, 1), 129, Malformed, Malformed},
         {"no UDP", changed(9, 6, 1), 129, Malformed, Malformed},
         {"no header", changed(0, 0x44, 1), 129, Malformed, Malformed},
         {"a header behind the end", changed(0, 0x4F, 1), 60, Malformed, Malformed},
         {"longer, says IP", changed(2, 130, 2), 129, Malformed, Malformed},
-        {"shorter, says IP", changed(2, 128, 2), 129, Malformed, Malformed},
         {"shorter than headers", changed(2, 27, 2), 129, Malformed, Malformed},
         {"longer, says UDP", changed(24, 110, 2), 129, Malformed, Malformed},
         {"shorter than its header", changed(24, 7, 2), 129, Malformed, Malformed},
@@ -474,7 +469,7 @@ TEST_F(CaptureHelper, TheRingGivesDatagramsInOrderAndCountsTheRest)
     std::unique_ptr<PacketRing> const ring = PacketRing::Make(capture);
     ASSERT_NE(ring, nullptr);
     Cable const cable;
-    timespec before, after;
+    timespec before;
     clock_gettime(CLOCK_REALTIME, &before);
     Packet packet;
     Bytes longer = packet.Frame(), summed = packet.Frame();
@@ -504,7 +499,6 @@ TEST_F(CaptureHelper, TheRingGivesDatagramsInOrderAndCountsTheRest)
         });
         return next == 1000;
     }));
-    clock_gettime(CLOCK_REALTIME, &after);
     EXPECT_EQ(ring->GetFragments(), 10u);
     EXPECT_EQ(ring->GetMalformed(), 20u);
     EXPECT_EQ(ring->GetDropped(), 0u);
