@@ -1,3 +1,5 @@
+#include "noticeboard.h"
+#include "rights.h"
 #include "tovlog.h"
 #include "tovscope.h"
 
@@ -23,10 +25,21 @@ void EndInAnyCase()
     }).detach();
 }
 
+// The helper tovscope-capture has the one right that the program needs.
+void TellRights()
+{
+    NoticeBoard::Instance().Report(
+        NoticeTopic::Program, NoticeLevel::Warning,
+        QCoreApplication::translate("main", "The program was given rights that it does not need. It has given them up "
+                                            "until its next start; this command takes them away: sudo setcap -r %1")
+            .arg(QCoreApplication::applicationFilePath()));
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    bool const hadRights = GiveUpRights();
     TovLog4Cpp_configure("tovscopelog.property", "TOVSCP");
 
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
@@ -53,5 +66,7 @@ int main(int argc, char **argv)
         QCoreApplication::quit();
     });
     window.show();
+    if (hadRights)
+        TellRights();
     return QApplication::exec();
 }

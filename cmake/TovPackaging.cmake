@@ -76,7 +76,10 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS fonts-dejavu-core)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/conffiles")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/conffiles"
+    "${PROJECT_SOURCE_DIR}/packaging/debian/postinst")
+# What postinst calls; those that the binaries need are added to them.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, libcap2-bin")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # The dependencies are read from the binaries; the project's own libraries are found in the build tree.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

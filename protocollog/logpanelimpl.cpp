@@ -9,7 +9,7 @@
 #include "tovcamera.h"
 #include "tovmisc.h"
 
-#include <QCoreApplication>
+#include <QFileInfo>
 #include <QMainWindow>
 #include <QToolTip>
 
@@ -22,17 +22,32 @@ constexpr int TipTime = 20000; // milliseconds; long enough to copy a command fr
 QString const LoadMonitor =
     QStringLiteral("sudo modprobe usbmon && sudo chgrp $(id -gn) /dev/usbmon* && sudo chmod g+r /dev/usbmon*");
 
-QString NoRightText(bool usb)
+// What makes the helper that captures of use, by what it lacks. Empty for a library that names none.
+QString HelperText(QString const &path)
 {
-    QString const text = LogPanelImpl::tr("The program has no right to capture the packets of this camera.") + u'\n';
+    QFileInfo const helper(path);
+    if (!helper.isAbsolute())
+        return {};
+    if (!helper.exists())
+        return LogPanelImpl::tr("Its helper that has the right is not installed: %1").arg(path);
+    if (!helper.isExecutable())
+        return LogPanelImpl::tr("The group %1 has it. This command makes you a member, from your next login on:\n"
+                                "sudo usermod -aG %1 $USER")
+            .arg(helper.group());
+    return LogPanelImpl::tr("This command gives it to the helper that captures:\nsudo setcap cap_net_raw=ep %1")
+        .arg(path);
+}
+
+QString NoRightText(bool usb, QString const &place)
+{
+    QString const text = LogPanelImpl::tr("The program has no right to capture the packets of this camera.");
     if (usb)
-        return text +
+        return text + u'\n' +
                LogPanelImpl::tr("It needs read access to /dev/usbmon*, which this command grants until the next "
                                 "start of the system:") +
                u'\n' + LoadMonitor;
-    return text + LogPanelImpl::tr("This command grants it, from the program's next start on:\n"
-                                   "sudo setcap cap_net_raw,cap_net_admin+ep %1")
-                      .arg(QCoreApplication::applicationFilePath());
+    QString const remedy = HelperText(place);
+    return remedy.isEmpty() ? text : text + u'\n' + remedy;
 }
 
 QString NoAdapterText(bool usb, QString const &place)
@@ -66,7 +81,7 @@ QString RefusalText(TovCam::Device *device)
     switch (failure.refusal) {
     case CaptureRefusal::None: // a library that does not say
     case CaptureRefusal::NoRight:
-        text = NoRightText(usb);
+        text = NoRightText(usb, place);
         break;
     case CaptureRefusal::NoAdapter:
         text = NoAdapterText(usb, place);

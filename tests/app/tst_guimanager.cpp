@@ -10,10 +10,12 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
 #include <QDockWidget>
 #include <QFileDialog>
+#include <QGroupBox>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -223,6 +225,35 @@ TEST_F(Manager, EnablesActionsByState)
     ASSERT_TRUE(Reaches(SessionStateIdle));
     Action("Disconnect")->trigger();
     ExpectClosed(m_device);
+}
+
+// By what the helper that captures lacks.
+TEST_F(Manager, ARefusedCaptureSaysWhatHelps)
+{
+    QTemporaryDir const folder;
+    QString const runs = folder.filePath(QStringLiteral("runs")), denied = folder.filePath(QStringLiteral("denied"));
+    for (QString const &name : {runs, denied}) {
+        QFile file(name);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        ASSERT_TRUE(file.setPermissions(name == runs ? QFile::ReadOwner | QFile::ExeOwner : QFile::ReadOwner));
+    }
+    QString const none = folder.filePath(QStringLiteral("none"));
+    std::pair<QString, QString> const cases[] = {
+        {runs, QStringLiteral("\nsudo setcap cap_net_raw=ep ") + runs},
+        {denied, QStringLiteral("\nsudo usermod -aG %1 $USER").arg(QFileInfo(denied).group())},
+        {none, QStringLiteral("is not installed: ") + none},
+        {QStringLiteral("eth0"), QStringLiteral("of this camera.\n(why)")},
+    };
+    m_device.script.Fail("RegisterEvent", TOV_CAM_ERR_GENICAM_ACCESS);
+    Bring(m_device, SessionStateIdle);
+    Find<QGroupBox>("groupLogging")->setChecked(true);
+    for (auto const &[place, help] : cases) {
+        m_device.failure = {TovCam::CaptureRefusal::NoRight, place.toStdString(), "why"};
+        auto *const box = Find<QCheckBox>("chkStream");
+        box->click();
+        EXPECT_TRUE(Eventually([&] { return !box->isChecked() && box->toolTip().contains(help); }))
+            << box->toolTip().toStdString();
+    }
 }
 
 TEST_F(Manager, TellsSessionErrorsAndMovesTheMachine)

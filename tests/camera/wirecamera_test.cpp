@@ -1,6 +1,10 @@
 // The cameras on the network before foreign clients and our own. Runs in a network namespace of its own.
 #include "wireclients.h"
 
+#include "capture/capturehelper.h"
+#include "gige/packetring.h"
+
+#include <map>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -264,6 +268,50 @@ TEST_F(WireTest, FramesOfEveryFormatComeWhole)
         }
         Close();
     }
+}
+
+// The ring beside the stream's own receiver: frames that both have whole are the same. On loopback a packet goes out
+// and comes in; it is seen once.
+TEST_F(WireTest, APacketRingSeesTheSameFrames)
+{
+    using Bytes = std::vector<std::uint8_t>;
+    auto const camera = Serve(Grey);
+    MakeSmall(*camera);
+    Open(FindAt(m_system, "127.0.0.1"));
+    RunningCamera running(m_device);
+    std::uint32_t port = 0;
+    ASSERT_TRUE(GvcpClient("127.0.0.1").ReadRegister(gvcp::bootstrap::StreamChannelPort, port));
+    std::int32_t status;
+    int const capture = RequestCaptureSocket(
+        {CaptureStream, "lo", INADDR_LOOPBACK, INADDR_LOOPBACK, static_cast<std::uint16_t>(port)}, &status, nullptr);
+    ASSERT_GE(capture, 0);
+    std::unique_ptr<PacketRing> const ring = PacketRing::Make(capture);
+    ASSERT_NE(ring, nullptr);
+    std::map<std::uint64_t, Bytes> heard, received; // by frame
+    int same = 0;
+    auto const take = [&](RingDatagram const &datagram) {
+        gvsp::Header const header = gvsp::ReadHeader(datagram.payload).value();
+        if (header.format == gvsp::DataLeader)
+            heard[header.blockId];
+        else if (header.format == gvsp::DataPayload && heard.contains(header.blockId))
+            heard[header.blockId].insert(heard[header.blockId].end(), datagram.payload.begin() + gvsp::HeaderSize,
+                                         datagram.payload.end());
+        return true;
+    };
+    EXPECT_TRUE(Eventually([&] {
+        running.ForFrames(1, [&](TovCam::Buffer &buffer) {
+            auto const *const pixels = buffer.GetImage()->imageData;
+            if (!buffer.IsIncomplete())
+                received[buffer.GetFrameID()].assign(pixels, pixels + 320 * 200);
+        });
+        ring->ReadDatagrams(take);
+        same = 0;
+        for (auto const &[id, pixels] : received)
+            same += heard.contains(id) && heard[id] == pixels;
+        return same >= 20;
+    })) << same
+        << " of " << received.size() << ", " << heard.size();
+    EXPECT_EQ(ring->GetDropped() + ring->GetFragments() + ring->GetMalformed(), 0u);
 }
 
 } // namespace

@@ -223,6 +223,8 @@ public:
                script.Run("LoadConfiguration", std::string("LoadConfiguration ") + path));
     FAKE_GIVES(TovCam::ConfigurationReport GetConfigurationReport(), configuration);
     TovCam::ConfigurationReport configuration;
+    FAKE_GIVES(TovCam::CaptureFailure GetCaptureFailure(), failure);
+    TovCam::CaptureFailure failure;
 
 private:
     struct Subscription

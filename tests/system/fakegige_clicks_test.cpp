@@ -20,6 +20,8 @@
 #include <utility>
 
 #include <linux/capability.h>
+#include <linux/securebits.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 
 namespace {
@@ -133,8 +135,8 @@ private:
     int m_gain = 0;
 };
 
-// Of the calling thread.
-bool SetRightToCapture(bool given)
+// Of the calling thread; and whether a program that it starts as root gets every right, as it otherwise does.
+bool SetRightToCapture(bool given, bool ofHelper)
 {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3];
@@ -142,7 +144,7 @@ bool SetRightToCapture(bool given)
         return false;
     std::uint32_t const raw = 1u << CAP_NET_RAW;
     rights[0].effective = given ? rights[0].effective | raw : rights[0].effective & ~raw;
-    return syscall(SYS_capset, &header, rights) == 0;
+    return syscall(SYS_capset, &header, rights) == 0 && prctl(PR_SET_SECUREBITS, ofHelper ? 0 : SECBIT_NOROOT) == 0;
 }
 
 TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
@@ -154,10 +156,10 @@ TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
         LogTour tour(robot, hands);
         tour.Begin();
         tour.Press("groupLogging");
-        EXPECT_TRUE(robot.Gui([] { return SetRightToCapture(false); }));
-        tour.ExpectRefused("chkStream", "sudo setcap ");
+        EXPECT_TRUE(robot.Gui([] { return SetRightToCapture(false, false); }));
+        tour.ExpectRefused("chkStream", "sudo setcap cap_net_raw=ep ");
         EXPECT_TRUE(
-            robot.Gui([] { return SetRightToCapture(true) && qputenv("TOV_PACKET_CAPTURE", "/no/such.pcap"); }));
+            robot.Gui([] { return SetRightToCapture(false, true) && qputenv("TOV_PACKET_CAPTURE", "/no/such.pcap"); }));
         tour.ExpectRefused("chkStream", "/no/such.pcap");
         robot.Gui([] { qunsetenv("TOV_PACKET_CAPTURE"); });
         tour.Press("chkStream");

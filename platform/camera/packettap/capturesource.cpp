@@ -1,40 +1,27 @@
-// The sources that libpcap reads.
+// The sources that libpcap reads: the USB monitor, and files.
 #include "packetsource.h"
 
 #include "gigeframing.h"
 #include "usbframing.h"
 
-#include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-#include <linux/filter.h>
-#include <linux/if_packet.h>
 #include <new>
 #include <pcap/pcap.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
 using namespace std::chrono_literals;
 
-// The longest ones of link and network, and the one of transport.
-constexpr std::uint32_t LongestHeaders = 18 + 60 + gvsp::UdpHeaderSize;
-constexpr int ControlSnap = 2048;
-static_assert(ControlSnap > LongestHeaders + gvcp::HeaderSize + gvcp::LongestBody);
-constexpr std::uint32_t StreamSnap = LongestHeaders + GigEFraming::StreamBytesShown;
-// Seconds of a stream at the rate of 50,000 packets, so that a busy machine does not cost packets.
-constexpr int RingBytes = 32 << 20;
 constexpr int RingDelay = 20; // ms until a block of the ring that is not full is handed over
 // The monitor's ring is five times this, and holds at least five transfers, of which it keeps so much.
 constexpr int UsbSnap = 8192;
-constexpr auto ErrorPause = 200ms; // an adapter that is down comes up again
+constexpr auto ErrorPause = 200ms; // what is gone may come back
 
-class CaptureSource : public PacketSource
+class CaptureSource final : public PacketSource
 {
 public:
     CaptureSource(pcap_t *handle, std::unique_ptr<PacketFraming> framing, bool live)
@@ -85,10 +72,6 @@ public:
         m_framing->SetStreamWanted(wanted);
     }
 
-protected:
-    pcap_t *const m_handle;
-    std::unique_ptr<PacketFraming> const m_framing;
-
 private:
     static void OnFrame(u_char *self, pcap_pkthdr const *header, u_char const *bytes)
     {
@@ -102,76 +85,13 @@ private:
         }
     }
 
+    pcap_t *const m_handle;
+    std::unique_ptr<PacketFraming> const m_framing;
     bool const m_live;
     int const m_wake;
     Sink const *m_sink = nullptr; // during Read
     // Packets that are missing: the system had no room for them; there was no memory to hand them on.
     std::uint64_t m_dropped = 0, m_noMemory = 0;
-};
-
-// Of one GigE Vision camera. The filter in the system copies no more of a stream packet than a line can show, and
-// nothing where nobody wants stream packets. Datagrams of the camera for ports that are not known yet are copied as
-// well: the packet that gives the port may be in the ring already, ahead of them.
-class GigECapture final : public CaptureSource
-{
-public:
-    GigECapture(pcap_t *handle, std::unique_ptr<GigEFraming> framing, std::string camera)
-        : CaptureSource(handle, std::move(framing), true),
-          m_streamPort(static_cast<GigEFraming const &>(*m_framing).GetStreamPort()),
-          m_camera(std::move(camera))
-    {
-        AttachFilter();
-    }
-    void SetStreamWanted(bool wanted) override
-    {
-        CaptureSource::SetStreamWanted(wanted);
-        if (wanted == m_streamWanted && m_streamPort.All() == m_filteredPorts)
-            return;
-        m_streamWanted = wanted;
-        AttachFilter();
-    }
-
-private:
-    void AttachFilter()
-    {
-        m_filteredPorts = m_streamPort.All();
-        std::vector<sock_filter> program;
-        for (std::uint16_t const port : m_filteredPorts) {
-            if (port != 0)
-                Append(program, "udp and src host " + m_camera + " and dst port " + std::to_string(port),
-                       m_streamWanted ? StreamSnap : 0, false);
-        }
-        Append(program, "udp and host " + m_camera + " and ip[6:2] & 0x1fff = 0", ControlSnap, true);
-        sock_fprog const attached{static_cast<unsigned short>(program.size()), program.data()};
-        // Not by libpcap, which empties the ring when a filter changes. Without a filter the framing still finds what
-        // is ours.
-        setsockopt(pcap_fileno(m_handle), SOL_SOCKET, SO_ATTACH_FILTER, &attached, sizeof attached);
-    }
-
-    // What the expression accepts is copied up to `snap` bytes. What it does not accept is left to the next one.
-    void Append(std::vector<sock_filter> &program, std::string const &expression, std::uint32_t snap, bool last)
-    {
-        bpf_program compiled;
-        if (pcap_compile(m_handle, &compiled, expression.c_str(), 1, PCAP_NETMASK_UNKNOWN) != 0)
-            return;
-        for (unsigned i = 0; i < compiled.bf_len; ++i) {
-            bpf_insn const &from = compiled.bf_insns[i];
-            sock_filter one{from.code, from.jt, from.jf, from.k};
-            if (one.code == (BPF_RET | BPF_K)) {
-                if (one.k != 0)
-                    one.k = snap;
-                else if (!last)
-                    one = {BPF_JMP | BPF_JA, 0, 0, compiled.bf_len - 1 - i};
-            }
-            program.push_back(one);
-        }
-        pcap_freecode(&compiled);
-    }
-
-    FollowedPort const &m_streamPort;
-    std::string const m_camera;
-    bool m_streamWanted = true;
-    std::array<std::uint16_t, 2> m_filteredPorts{};
 };
 
 // No source, and why.
@@ -184,14 +104,13 @@ std::nullptr_t Refuse(std::int32_t *status, std::int32_t error, TovCam::CaptureF
     return nullptr;
 }
 
-// An activated capture, or null. The system keeps packets in a ring of `ring` bytes, 0 for its own choice.
-pcap_t *Activate(std::string const &device, int snap, int ring, std::int32_t *status, TovCam::CaptureFailure *failure)
+// An activated capture, or null.
+pcap_t *Activate(std::string const &device, int snap, std::int32_t *status, TovCam::CaptureFailure *failure)
 {
     char text[PCAP_ERRBUF_SIZE] = "";
     pcap_t *const handle = pcap_create(device.c_str(), text);
     int result = PCAP_ERROR;
-    if (handle && pcap_set_snaplen(handle, snap) == 0 && pcap_set_timeout(handle, RingDelay) == 0 &&
-        (ring == 0 || pcap_set_buffer_size(handle, ring) == 0))
+    if (handle && pcap_set_snaplen(handle, snap) == 0 && pcap_set_timeout(handle, RingDelay) == 0)
         result = pcap_activate(handle);
     if (result >= 0 && pcap_setnonblock(handle, 1, text) == 0 && pcap_get_selectable_fd(handle) >= 0) {
         *status = TOV_CAM_ERR_OK;
@@ -209,35 +128,11 @@ pcap_t *Activate(std::string const &device, int snap, int ring, std::int32_t *st
 
 } // namespace
 
-std::unique_ptr<PacketSource> OpenGigECapture(std::string const &adapter, std::string const &camera,
-                                              std::int32_t *status, TovCam::CaptureFailure *failure)
-{
-    using TovCam::CaptureRefusal;
-    in_addr address;
-    if (adapter.empty() || inet_pton(AF_INET, camera.c_str(), &address) != 1)
-        return Refuse(status, TOV_CAM_ERR_NO_DEVICE, failure, CaptureRefusal::NoAdapter, adapter, {});
-    pcap_t *const handle = Activate(adapter, ControlSnap, RingBytes, status, failure);
-    if (!handle)
-        return nullptr;
-    int const link = pcap_datalink(handle);
-    if (!GigEFraming::Knows(link)) {
-        pcap_close(handle);
-        return Refuse(status, TOV_CAM_ERR_NO_DEVICE, failure, CaptureRefusal::NoAdapter, adapter,
-                      "not an Ethernet adapter");
-    }
-    // A packet on loopback goes out and comes in; once is enough.
-    if (adapter == "lo") {
-        int const ignore = 1;
-        setsockopt(pcap_fileno(handle), SOL_PACKET, PACKET_IGNORE_OUTGOING, &ignore, sizeof ignore);
-    }
-    return std::make_unique<GigECapture>(handle, std::make_unique<GigEFraming>(link, ntohl(address.s_addr)), camera);
-}
-
 std::unique_ptr<PacketSource> OpenUsbCapture(UsbCamera const &camera, std::int32_t *status,
                                              TovCam::CaptureFailure *failure)
 {
     std::string const monitor = "usbmon" + std::to_string(camera.bus);
-    pcap_t *const handle = Activate(monitor, UsbSnap, 0, status, failure);
+    pcap_t *const handle = Activate(monitor, UsbSnap, status, failure);
     if (!handle)
         return nullptr;
     int const link = pcap_datalink(handle);
