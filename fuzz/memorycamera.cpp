@@ -9,6 +9,7 @@ struct MemoryDevice
     ArvDevice parent;
     std::string const *description;
     std::vector<std::uint8_t> *memory;
+    bool const *isUnsteady;
     ArvGc *genicam;
 };
 
@@ -49,7 +50,11 @@ static std::uint8_t *Find(ArvDevice *device, guint64 address, guint32 size, GErr
 
 static gboolean ReadMemory(ArvDevice *device, guint64 address, guint32 size, void *buffer, GError **error)
 {
-    std::uint8_t const *const bytes = Find(device, address, size, error);
+    std::uint8_t *const bytes = Find(device, address, size, error);
+    if (bytes && *Self(device)->isUnsteady) {
+        for (std::uint8_t *byte = bytes; byte != bytes + size; ++byte)
+            *byte = static_cast<std::uint8_t>(~*byte);
+    }
     if (bytes)
         std::copy_n(bytes, size, static_cast<std::uint8_t *>(buffer));
     return bytes != nullptr;
@@ -105,6 +110,7 @@ MemoryCamera::MemoryCamera(std::string description) : memory(0x4000), m_descript
     m_device = static_cast<ArvDevice *>(object);
     Self(m_device)->description = &m_description;
     Self(m_device)->memory = &memory;
+    Self(m_device)->isUnsteady = &isUnsteady;
     m_nodes = std::make_unique<NodeMap>(m_device, m_mutex);
 }
 

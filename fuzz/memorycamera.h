@@ -17,6 +17,7 @@ public:
 
     NodeMap &GetNodes();
     std::vector<std::uint8_t> memory;
+    bool isUnsteady = false; // registers change each time that they are read
 
 private:
     std::string const m_description;
