@@ -131,7 +131,7 @@ std::vector<FormulaPart> Cut(std::string const &input)
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
-    if (size > 4096 || std::memchr(data, 0, size))
+    if (size == 0 || size > 4096 || std::memchr(data, 0, size))
         return -1;
     std::vector<FormulaPart> const parts = Cut(std::string(reinterpret_cast<char const *>(data), size));
     std::vector<FormulaPart> guarded = parts;
