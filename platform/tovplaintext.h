@@ -6,6 +6,7 @@
 #pragma once
 
 #include <QString>
+#include <QVector>
 
 // Whether the character has no look of its own: control characters, line breaks, what turns the direction of text. The
 // joiners that some scripts are spelled with are not among them.
@@ -13,7 +14,6 @@ inline bool TovIsInvisible(uint character)
 {
     switch (QChar::category(character)) {
     case QChar::Other_Control:
-    case QChar::Other_Surrogate: // without its other half
     case QChar::Separator_Line:
     case QChar::Separator_Paragraph:
         return true;
