@@ -299,6 +299,7 @@ TEST_F(FeatureTreeTest, ShowsACamerasTextsAsTheyStand)
 {
     std::string const hostile = "<h1>Big</h1>\n<img src=x>\u202Ey\x07", shown = "<h1>Big</h1> <img src=x>y";
     auto const name = m_camera.Add(hostile, TovCam::FeatureKind::String, m_sample.image, [&](auto &info, auto &state) {
+        info.name = "Hostile";
         info.toolTip = "T" + hostile;
         info.description = "D" + hostile;
         info.unit = hostile;
@@ -315,7 +316,7 @@ TEST_F(FeatureTreeTest, ShowsACamerasTextsAsTheyStand)
     ASSERT_TRUE(Eventually([&] { return Shown("Choice") == shown; }));
     EXPECT_EQ(index.data().toString().toStdString(), shown + ' ' + shown);
     std::string const tip = Visible(index.data(Qt::ToolTipRole).toString());
-    for (std::string const &part : {shown + " (", "\nT" + shown, "\nD" + shown, "Unit: " + shown, "A=" + shown})
+    for (std::string const &part : {shown + " (Hostile)", "\nT" + shown, "\nD" + shown, "Unit: " + shown, "A=" + shown})
         EXPECT_NE(tip.find(part), std::string::npos) << part << '\n' << tip;
     m_view->setCurrentIndex(index);
     EXPECT_TRUE(Says(shown + ": the camera refused " + shown + " at A=" + shown));
