@@ -15,7 +15,7 @@ using TovCam::FeatureState;
 
 std::string Guarded(std::string const &formula)
 {
-    std::vector<FormulaPart> parts{{FormulaPart::Kind::Formula, "", formula}};
+    std::vector<FormulaPart> parts{{FormulaPart::Kind::Formula, "", formula, true}};
     GuardParts(parts);
     return parts[0].text;
 }
@@ -66,10 +66,10 @@ TEST(FormulaGuard, RewritesWhatMayTrap)
          {Nested("(", "A", ")", 100000), Nested("-", "A", "", 60000), Nested("A % (B + ", "A", ")", 100),
           Nested("A ** ", "A", "", 10000), Nested("A ? B : ", "A", "", 5000), std::string(100000, ' ') + "A"})
         EXPECT_EQ(Guarded(hostile), None);
-    std::vector<FormulaPart> parts{{FormulaPart::Kind::Formula, "", Nested("S + ", "S", "", 100)},
-                                   {FormulaPart::Kind::Expression, "S", Nested("A + ", "A", "", 100)},
-                                   {FormulaPart::Kind::Constant, "C", " 0x10 "},
-                                   {FormulaPart::Kind::Constant, "D", "%"}};
+    std::vector<FormulaPart> parts{{FormulaPart::Kind::Formula, "", Nested("S + ", "S", "", 100), true},
+                                   {FormulaPart::Kind::Expression, "S", Nested("A + ", "A", "", 100), true},
+                                   {FormulaPart::Kind::Constant, "C", " 0x10 ", true},
+                                   {FormulaPart::Kind::Constant, "D", "%", true}};
     GuardParts(parts);
     EXPECT_EQ(parts[0].text, None);
     EXPECT_EQ(parts[1].text, Nested("A + ", "A", "", 100));
@@ -185,6 +185,14 @@ TEST(FormulaGuard, RefusesEntitiesAndFormulasWithoutEnd)
     std::string guarded;
     EXPECT_EQ(CheckGenicamXml(entity.data(), entity.size()), TOV_CAM_ERR_GENICAM_TREE);
     EXPECT_EQ(GuardFormulas(entity, &guarded), TOV_CAM_ERR_GENICAM_TREE);
+    // A few letters become thousands.
+    std::string const formula = "<Formula>" + Nested("A / (", "A", ")", 6) + "</Formula>";
+    std::string nodes;
+    for (int i = 0; i < 20000; ++i)
+        nodes += "<IntSwissKnife Name=\"V" + std::to_string(i) + "\">" + formula + "</IntSwissKnife>";
+    std::string const growing = Described(nodes);
+    ASSERT_EQ(CheckGenicamXml(growing.data(), growing.size()), TOV_CAM_ERR_OK);
+    EXPECT_EQ(GuardFormulas(growing, &guarded), TOV_CAM_ERR_GENICAM_TREE);
     std::string const endless =
         Described(Knife("IntSwissKnife", "<Formula>" + Nested("A + ", "A", "", 500000) + "</Formula>"));
     EXPECT_EQ(CheckGenicamXml(endless.data(), endless.size()), TOV_CAM_ERR_GENICAM_TREE);

@@ -6,12 +6,17 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <set>
 #include <vector>
 
 namespace {
+
+// Guards repeat divisors, in each other too. No camera needs a hundredth of it.
+constexpr std::size_t MaxGrowth = 16u << 20; // bytes of guarded formulas in all
+constexpr std::size_t UnusableShare = 4096;  // bytes that count for a formula that may have grown in vain
 
 xmlChar const *Chars(std::string const &text)
 {
@@ -49,15 +54,20 @@ public:
     {
     }
 
-    // Whether anything had to change.
+    // False where the formulas take too much.
     bool Guard()
     {
         xmlNode *const root = xmlDocGetRootElement(m_document);
         if (!root)
-            return false;
+            return true;
         Visit(root);
         for (xmlNode *const length : m_lengths)
             LimitLength(root, length);
+        return m_grown <= MaxGrowth;
+    }
+
+    bool IsChanged() const
+    {
         return m_changed;
     }
 
@@ -65,6 +75,8 @@ private:
     // Recursion is bounded: the parser refuses what is nested deeper than 256 elements.
     void Visit(xmlNode *node)
     {
+        if (m_grown > MaxGrowth)
+            return;
         m_names.insert(ToText(xmlGetProp(node, Chars("Name"))));
         std::vector<xmlNode *> elements;
         std::vector<FormulaPart> parts;
@@ -75,7 +87,7 @@ private:
                 elements.push_back(child);
                 // What ArvGc makes of an element within is anybody's guess.
                 parts.push_back({*kind, ToText(xmlGetProp(child, Chars("Name"))),
-                                 xmlFirstElementChild(child) ? "" : ToText(xmlNodeGetContent(child))});
+                                 xmlFirstElementChild(child) ? "" : ToText(xmlNodeGetContent(child)), true});
             } else if (TagOf(child) == "pLength" && (TagOf(node) == "Register" || TagOf(node) == "StringReg")) {
                 m_lengths.push_back(child);
             } else {
@@ -87,8 +99,10 @@ private:
         for (std::size_t i = 0; i < parts.size(); ++i) {
             xmlNode const *const content = elements[i]->children;
             bool const isPlain = content && content->type == XML_TEXT_NODE && !content->next;
-            if (parts[i].text != original[i].text || !isPlain)
+            if (parts[i].text != original[i].text || !isPlain) {
+                m_grown += parts[i].usable ? parts[i].text.size() : UnusableShare;
                 SetText(elements[i], parts[i].text);
+            }
         }
     }
 
@@ -121,6 +135,7 @@ private:
     std::set<std::string> m_names;
     std::vector<xmlNode *> m_lengths;
     int m_limits = 0;
+    std::size_t m_grown = 0;
     bool m_changed = false;
 };
 
@@ -137,7 +152,10 @@ std::int32_t GuardFormulas(std::string_view xml, std::string *guarded)
     // Entities would be replaced after this has looked.
     if (!document || document->intSubset)
         return TOV_CAM_ERR_GENICAM_TREE;
-    if (!DescriptionWriter(document.get()).Guard()) {
+    DescriptionWriter writer(document.get());
+    if (!writer.Guard())
+        return TOV_CAM_ERR_GENICAM_TREE;
+    if (!writer.IsChanged()) {
         *guarded = xml;
         return TOV_CAM_ERR_OK;
     }

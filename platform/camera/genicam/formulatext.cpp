@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::size_t MaxFormula = 64u << 10; // bytes; those of real cameras have some hundred
+constexpr std::size_t MaxFormula = 16u << 10; // bytes; those of real cameras have some hundred
 constexpr std::size_t MaxTokens = 8192;       // of a formula with its expressions
 constexpr int MaxDepth = 128; // of parentheses, signs and choices; ArvEvaluator has room for 128 operands
 constexpr char const *UndefinedName = "not_a_formula";
@@ -393,6 +393,7 @@ void GuardParts(std::vector<FormulaPart> &parts)
         // ArvEvaluator counts what ROUND takes by the depth of parentheses and may take the operand of a remainder,
         // so a guard would be in the wrong place. No camera is known to have both.
         bool const isMisled = rounds && takesRemainder && parts[i].kind != FormulaPart::Kind::Constant;
-        parts[i].text = tokens > MaxTokens || isMisled ? UndefinedName : std::move(guarded[i].text);
+        parts[i].usable = tokens <= MaxTokens && !isMisled && guarded[i].text != UndefinedName;
+        parts[i].text = parts[i].usable ? std::move(guarded[i].text) : UndefinedName;
     }
 }

@@ -10,6 +10,7 @@ struct FormulaPart
     Kind kind = Kind::Formula;
     std::string name; // of an expression or a constant
     std::string text;
+    bool usable = true; // false: `text` has become one that fails
 };
 
 // Rewrites what a node computes with into what ArvEvaluator can evaluate without ending the program, whatever the
