@@ -142,6 +142,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
             return -1;
         isChanged |= guarded[i].text != parts[i].text;
     }
+    std::vector<FormulaPart> again = guarded;
+    GuardParts(again);
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        if (again[i].text != guarded[i].text)
+            FuzzFail("a guarded formula that changes when it is guarded again");
+    }
     Evaluator const before = Make(parts), after = Make(guarded);
     struct Values
     {

@@ -61,6 +61,11 @@ TEST(FormulaGuard, RewritesWhatMayTrap)
              {"ROUND(A) % B", None},
          })
         EXPECT_EQ(Guarded(formula), guarded ? guarded : formula);
+    for (char const *formula : {"A/B", "(A % (B / C)) << -D", "A / (B % -1) / (C << D)"})
+        EXPECT_EQ(Guarded(Guarded(formula)), Guarded(formula)) << "guarded again";
+    for (char const *like : {"A / ((A) ? (B) : (C) = -1 ? 1 : (A) ? (B) : (C))", "A % ((B) = -1 ? 1 : (B))",
+                             "A / ((B) = -1 ? 1 : (C))", "A << ((B) | (C) & 63)"})
+        EXPECT_NE(Guarded(like), like);
     EXPECT_EQ(Guarded(Nested("(", "A", ")", 100)), Nested("(", "A", ")", 100));
     for (std::string const &hostile :
          {Nested("(", "A", ")", 100000), Nested("-", "A", "", 60000), Nested("A % (B + ", "A", ")", 100),

@@ -2,6 +2,7 @@
 
 #include "aravisreleases.h"
 #include "genicam/genicamerror.h"
+#include "genicam/guardedgenicam.h"
 #include "storestatus.h"
 #include "tovmisc.h"
 
@@ -149,7 +150,7 @@ std::int32_t AravisStream::ReadFormat(Shape &shape, std::size_t &payload, std::u
 {
     auto const read = [this](char const *name, std::uint64_t limit, auto &value) {
         ErrorSlot error;
-        gint64 const number = arv_device_get_integer_feature_value(m_device, name, error);
+        gint64 const number = ReadGuardedInteger(m_device, name, error);
         if (error.Status() != TOV_CAM_ERR_OK)
             return error.Status();
         if (number <= 0 || static_cast<std::uint64_t>(number) > limit)
@@ -167,8 +168,7 @@ std::int32_t AravisStream::ReadFormat(Shape &shape, std::size_t &payload, std::u
     if (status != TOV_CAM_ERR_OK)
         return status;
     // A camera without the node, or whose clock stands still, counts the nanoseconds that Aravis gives.
-    if (!arv_device_get_feature(m_device, "GevTimestampTickFrequency") ||
-        read("GevTimestampTickFrequency", std::numeric_limits<std::int64_t>::max(), tickFrequency) != TOV_CAM_ERR_OK)
+    if (read("GevTimestampTickFrequency", std::numeric_limits<std::int64_t>::max(), tickFrequency) != TOV_CAM_ERR_OK)
         tickFrequency = 1000000000;
     return TOV_CAM_ERR_OK;
 }

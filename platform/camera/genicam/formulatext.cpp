@@ -164,6 +164,30 @@ private:
     std::size_t m_at = 0;
 };
 
+// Whether the parentheses around it belong together.
+bool IsWhole(std::string_view text)
+{
+    int depth = 0;
+    for (char const c : text) {
+        depth += c == '(' ? 1 : c == ')' ? -1 : 0;
+        if (depth < 0)
+            return false;
+    }
+    return depth == 0;
+}
+
+// Whether the right side of the operation is what a guard makes of one. `again`: with the same operand twice.
+bool IsGuard(std::string_view text, std::string_view begin, std::string_view middle, std::string_view end, bool again)
+{
+    std::size_t const frame = begin.size() + middle.size() + end.size();
+    if (text.size() < frame || !text.starts_with(begin) || !text.ends_with(end))
+        return false;
+    std::size_t const size = (text.size() - frame) / (again ? 2 : 1);
+    std::string_view const operand = text.substr(begin.size(), size);
+    std::string_view const rest = text.substr(begin.size() + size, text.size() - begin.size() - size - end.size());
+    return IsWhole(operand) && rest == std::string(middle) + (again ? std::string(operand) : "");
+}
+
 // Reads a formula and writes it again, operand by operand.
 class Writer
 {
@@ -267,6 +291,11 @@ private:
         if (isShift && isNumber)
             isNumber = right.size() <= 2 && std::stoi(right) < 64;
         if (isNumber || !(isDivision || isRemainder || isShift))
+            return Join(std::move(left), " " + operation + " ", right);
+        // What has been guarded before stays as it is.
+        if ((isDivision && IsGuard(right, "((", ") = -1 ? 1 : (", "))", true)) ||
+            (isRemainder && IsGuard(right, "(((", ") | 0) = -1 ? 1 : (", "))", true)) ||
+            (isShift && IsGuard(right, "((", ") & 63", ")", false)))
             return Join(std::move(left), " " + operation + " ", right);
         m_guarded = true;
         if (isShift)
