@@ -286,7 +286,9 @@ void GuiManager::ShowCritical(QString const &text)
     }
     if (QApplication::overrideCursor()) // nothing waits while the operator is asked
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
-    QMessageBox::critical(MainWindow(), QCoreApplication::applicationName(), text, QMessageBox::Ok);
+    QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(), text, QMessageBox::Ok, MainWindow());
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
 }
 
 void GuiManager::DisplayError(QString const &text, unsigned int code)

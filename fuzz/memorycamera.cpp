@@ -8,7 +8,7 @@ struct MemoryDevice
 {
     ArvDevice parent;
     std::string const *description;
-    std::vector<std::uint8_t> *memory;
+    MemoryCamera *camera;
     ArvGc *genicam;
 };
 
@@ -40,7 +40,8 @@ static ArvGc *GetGenicam(ArvDevice *device)
 
 static std::uint8_t *Find(ArvDevice *device, guint64 address, guint32 size, GError **error)
 {
-    std::vector<std::uint8_t> &memory = *Self(device)->memory;
+    std::vector<std::uint8_t> &memory = Self(device)->camera->memory;
+    ++Self(device)->camera->accesses;
     if (size <= memory.size() && address <= memory.size() - size)
         return memory.data() + address;
     g_set_error_literal(error, ARV_DEVICE_ERROR, ARV_DEVICE_ERROR_PROTOCOL_ERROR_INVALID_ADDRESS, "No such register");
@@ -49,7 +50,11 @@ static std::uint8_t *Find(ArvDevice *device, guint64 address, guint32 size, GErr
 
 static gboolean ReadMemory(ArvDevice *device, guint64 address, guint32 size, void *buffer, GError **error)
 {
-    std::uint8_t const *const bytes = Find(device, address, size, error);
+    std::uint8_t *const bytes = Find(device, address, size, error);
+    if (bytes && Self(device)->camera->isUnsteady) {
+        for (std::uint8_t *byte = bytes; byte != bytes + size; ++byte)
+            *byte = static_cast<std::uint8_t>(~*byte);
+    }
     if (bytes)
         std::copy_n(bytes, size, static_cast<std::uint8_t *>(buffer));
     return bytes != nullptr;
@@ -104,7 +109,7 @@ MemoryCamera::MemoryCamera(std::string description) : memory(0x4000), m_descript
     gpointer const object = g_object_new(memory_device_get_type(), nullptr);
     m_device = static_cast<ArvDevice *>(object);
     Self(m_device)->description = &m_description;
-    Self(m_device)->memory = &memory;
+    Self(m_device)->camera = this;
     m_nodes = std::make_unique<NodeMap>(m_device, m_mutex);
 }
 

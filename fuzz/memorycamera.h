@@ -17,6 +17,8 @@ public:
 
     NodeMap &GetNodes();
     std::vector<std::uint8_t> memory;
+    bool isUnsteady = false;    // registers change each time that they are read
+    std::uint64_t accesses = 0; // so far
 
 private:
     std::string const m_description;

@@ -4,6 +4,8 @@
 
 #include "genicam/configuration.h"
 
+#include <algorithm>
+
 char const *const FuzzWords[] = {"Category",
                                  "Integer",
                                  "Float",
@@ -82,6 +84,30 @@ char const *const FuzzWords[] = {"Category",
                                  "Cachable",
                                  nullptr};
 
+// What registers hold decides what formulas, lengths and indices come to: the largest, the smallest, -1, and something
+// else each time.
+static void ReadExtremes(MemoryCamera &camera)
+{
+    NodeMap &nodes = camera.GetNodes();
+    std::vector<std::uint8_t> const before = camera.memory;
+    for (int const kind : {0, 1, 2, 3}) {
+        std::fill(camera.memory.begin(), camera.memory.end(), kind == 0 ? 0xff : 0);
+        for (std::size_t i = 0; kind == 1 && i < camera.memory.size(); i += 8)
+            camera.memory[i] = 0x80;
+        for (std::size_t i = 0; kind == 2 && i < camera.memory.size(); i += 8)
+            camera.memory[i + 7] = 0x80;
+        camera.isUnsteady = kind == 3;
+        for (std::uint32_t i = 0; i < nodes.GetFeatureCount(); ++i) {
+            TovCam::FeatureState state;
+            nodes.ReadFeature(i, &state);
+            if (state.access >= TovCam::FeatureAccess::WriteOnly)
+                nodes.WriteFeature(i, state.value);
+        }
+    }
+    camera.isUnsteady = false;
+    camera.memory = before;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     MemoryCamera camera(std::string(reinterpret_cast<char const *>(data), size));
@@ -121,6 +147,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
                 text->GetValue(nullptr);
         }
     }
+    ReadExtremes(camera);
     Configuration configuration;
     configuration.camera.model = "x";
     if (configuration.Take(nodes) == TOV_CAM_ERR_OK) {

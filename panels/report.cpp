@@ -1,5 +1,7 @@
 #include "report.h"
 
+#include "tovplaintext.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileDialog>
@@ -17,7 +19,7 @@ QString Report::SuggestedFileName(QString title)
 {
     for (char const unwanted : {' ', '[', ']'})
         title.remove(QLatin1Char(unwanted));
-    return title.replace(QLatin1String(",SN:"), QLatin1String("_"));
+    return TovPlainFileName(title.replace(QLatin1String(",SN:"), QLatin1String("_")));
 }
 
 void Report::SaveAs(QString const &suggestedName, QString const &text)

@@ -8,6 +8,7 @@
 
 #include "tovcamera.h"
 #include "tovmisc.h"
+#include "tovplaintip.h"
 
 #include <QFileInfo>
 #include <QMainWindow>
@@ -159,7 +160,7 @@ void LogPanelImpl::ShowReport()
 {
     if (!m_session)
         return;
-    setToolTip(m_session->GetLogReport());
+    setToolTip(TovPlainTip(m_session->GetLogReport()));
     d->ui->btnSave->setToolTip(m_session->IsSavingLog() ? tr("Cancels the save that is under way, and removes its file")
                                                         : QString());
 }
@@ -174,13 +175,13 @@ void LogPanelImpl::ShowRefusals()
             !TovSucceeded(link.component->GetParamBool(link.paramName.toUtf8().constData(), &on)))
             continue;
         QString const text = on ? QString() : RefusalText(m_session->GetDevice());
-        box->setToolTip(text);
+        box->setToolTip(TovPlainTip(text));
         if (on)
             continue;
         NoticeBoard::Instance().Report(NoticeTopic::Log, NoticeLevel::Warning, text.simplified());
         UpdateFromComponent(link.paramName);
         if (box->isVisible())
-            QToolTip::showText(box->mapToGlobal(QPoint(0, box->height())), text, box, QRect(), TipTime);
+            QToolTip::showText(box->mapToGlobal(QPoint(0, box->height())), TovPlainTip(text), box, QRect(), TipTime);
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include "linestore.h"
 
+#include "tovplaintip.h"
+
 #include <QThread>
 #include <QTime>
 #include <QTimer>
@@ -156,7 +158,7 @@ QVariant QtTovLogModel::data(QModelIndex const &index, int role) const
     case ChannelColumn:
         return d->visible.ChannelOf(line);
     case MessageColumn:
-        return line.Message();
+        return role == Qt::DisplayRole ? line.Message() : TovPlainTip(line.Message());
     default:
         return {};
     }

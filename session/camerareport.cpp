@@ -1,6 +1,7 @@
 #include "camerareport.h"
 
 #include "tovcamera.h"
+#include "tovplaintext.h"
 
 namespace {
 
@@ -11,7 +12,7 @@ QString Hex(TovCam::IntParam *node)
 
 QString Text(TovCam::StringParam *node)
 {
-    return QString::fromUtf8(node->GetValue(nullptr));
+    return TovPlainLine(QString::fromUtf8(node->GetValue(nullptr)));
 }
 
 // The node of the first name, or of the second where the camera lacks it.
@@ -79,8 +80,8 @@ void AddVersions(QString *report, TovCam::ParamArray *params)
 {
     *report += QStringLiteral("\nVersion Information\n");
     if (TovCam::EnumParam *const node = params->GetEnum("SensorType", nullptr))
-        *report +=
-            QStringLiteral("Sensor Type:       ") + QString::fromUtf8(node->GetValueStr(nullptr)) + QLatin1Char('\n');
+        *report += QStringLiteral("Sensor Type:       ") + TovPlainLine(QString::fromUtf8(node->GetValueStr(nullptr))) +
+                   QLatin1Char('\n');
     if (TovCam::StringParam *const node = FindString(params, "DeviceFirmwareVersion"))
         *report += QStringLiteral("Device FW Version: ") + Text(node) + QLatin1Char('\n');
     AddFirmware(report, params);

@@ -315,7 +315,9 @@ void Session::SaveConfiguration(QString const &path)
     if (QApplication::overrideCursor()) // nothing waits while the operator is asked
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
     // The session may go while it is open.
-    QMessageBox::critical(m_window->GetMainWindow(), tr("Error"), text, QMessageBox::Ok);
+    QMessageBox box(QMessageBox::Critical, tr("Error"), text, QMessageBox::Ok, m_window->GetMainWindow());
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
 }
 
 QString Session::GetCameraInfo()

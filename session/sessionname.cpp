@@ -1,6 +1,13 @@
 #include "sessionname.h"
 
 #include "tovcamera.h"
+#include "tovplaintext.h"
+
+namespace {
+
+constexpr int MostCharacters = 80; // of each part of a title; GenICam names have 64 at most
+
+} // namespace
 
 SessionName ReadSessionName(TovCam::Device *device)
 {
@@ -17,14 +24,14 @@ SessionName ReadSessionName(TovCam::Device *device)
     };
     if (read("DeviceUserID")) {
         name.settings += QStringLiteral("_%1").arg(value);
-        name.title += QStringLiteral(" %1").arg(value);
+        name.title += QStringLiteral(" %1").arg(TovPlainLine(value, MostCharacters));
     }
     if (read("DeviceModelName")) {
         name.settings += QStringLiteral("_%1").arg(value);
-        name.title += QStringLiteral(" [%1").arg(value);
+        name.title += QStringLiteral(" [%1").arg(TovPlainLine(value, MostCharacters));
     }
     if (read("DeviceSerialNumber"))
-        name.title += QStringLiteral(", SN:%1").arg(value);
+        name.title += QStringLiteral(", SN:%1").arg(TovPlainLine(value, MostCharacters));
     name.title += QLatin1Char(']');
     return name;
 }

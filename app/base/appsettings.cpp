@@ -1,6 +1,7 @@
 #include "appsettings.h"
 
 #include "tovmisc.h"
+#include "tovplaintext.h"
 
 namespace {
 
@@ -49,9 +50,7 @@ QSettings *AppSettings::GetSessionSettings(QString const &name)
     std::unique_ptr<QSettings> &settings = m_sessionSettings[name];
     if (!settings) {
         // The name contains text from the camera and becomes a file name: it must not lead out of the folder.
-        QString fileName = name;
-        fileName.replace(QLatin1Char('/'), QLatin1Char('_')).remove(QChar(0));
-        settings = std::make_unique<QSettings>(Organisation, fileName);
+        settings = std::make_unique<QSettings>(Organisation, TovPlainFileName(name));
     }
     return settings.get();
 }

@@ -1,6 +1,7 @@
 #include "noticeboard.h"
 
 #include "tovlog.h"
+#include "tovplaintext.h"
 
 #include <QCoreApplication>
 #include <QThread>
@@ -8,6 +9,12 @@
 
 #include <algorithm>
 #include <utility>
+
+namespace {
+
+constexpr int MostCharacters = 2000;
+
+} // namespace
 
 NoticeBoard &NoticeBoard::Instance()
 {
@@ -27,7 +34,7 @@ NoticeBoard::NoticeBoard() : m_expiry(new QTimer(this))
 
 void NoticeBoard::Post(NoticeTopic topic, NoticeLevel level, QString const &text)
 {
-    Put({topic, level, text, 0, std::nullopt});
+    Put({topic, level, TovPlainLine(text, MostCharacters), 0, std::nullopt});
 }
 
 void NoticeBoard::Report(NoticeTopic topic, NoticeLevel level, QString const &text)
@@ -35,8 +42,9 @@ void NoticeBoard::Report(NoticeTopic topic, NoticeLevel level, QString const &te
     auto const log = level == NoticeLevel::Info      ? TovLog::Info
                      : level == NoticeLevel::Warning ? TovLog::Warning
                                                      : TovLog::Error;
-    log(0, "%s", qPrintable(text));
-    Put({topic, level, text, 0, std::chrono::steady_clock::now() + ShownFor});
+    QString const line = TovPlainLine(text, MostCharacters);
+    log(0, "%s", qPrintable(line));
+    Put({topic, level, line, 0, std::chrono::steady_clock::now() + ShownFor});
 }
 
 void NoticeBoard::Put(Notice notice)

@@ -69,13 +69,24 @@ Char *FormatText(Char const *format, va_list arguments)
     }
 }
 
+// One line each, whatever a camera or a path has in its name.
+std::unique_ptr<char[]> FormatLine(char const *format, va_list arguments)
+{
+    std::unique_ptr<char[]> text(FormatText(format, arguments));
+    for (char *c = text.get(); *c != '\0'; ++c) {
+        if ((*c > 0 && *c < ' ') || *c == 0x7f)
+            *c = ' ';
+    }
+    return text;
+}
+
 using CodedFunction = void (*)(char const *, unsigned long, char *);
 
 void LogCoded(Priority::Value level, CodedFunction function, unsigned long code, char const *format, va_list arguments)
 {
     if (!Program().isPriorityEnabled(level))
         return;
-    std::unique_ptr<char[]> const text(FormatText(format, arguments));
+    std::unique_ptr<char[]> const text = FormatLine(format, arguments);
     function(ProgramCategory, code, text.get());
 }
 
@@ -188,7 +199,7 @@ void Notice(char const *format, ...)
         return;
     va_list arguments;
     va_start(arguments, format);
-    std::unique_ptr<char[]> const text(FormatText(format, arguments));
+    std::unique_ptr<char[]> const text = FormatLine(format, arguments);
     va_end(arguments);
     TovLog4Cpp_Notice(ProgramCategory, text.get());
 }

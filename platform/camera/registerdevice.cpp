@@ -1,6 +1,8 @@
 #include "registerdevice.h"
 
 #include "aravisreleases.h"
+#include "genicam/formulaguard.h"
+#include "tovcamera.h"
 
 bool RegisterPort::ReadRegister(std::uint64_t address, std::uint32_t &value, GError **error)
 {
@@ -57,9 +59,10 @@ static char const *tov_register_device_get_genicam_xml(ArvDevice *device, size_t
 static ArvGc *tov_register_device_get_genicam(ArvDevice *device)
 {
     TovRegisterDevice *const self = Self(device);
-    // Made at the first call, by which time the description has been checked.
-    if (!self->genicam)
-        self->genicam = arv_gc_new(device, self->xml.data(), self->xml.size());
+    // Made at the first call, by which time the description has been checked. Null for one that cannot be guarded.
+    std::string guarded;
+    if (!self->genicam && GuardFormulas(self->xml, &guarded) == TOV_CAM_ERR_OK)
+        self->genicam = arv_gc_new(device, guarded.data(), guarded.size());
     return self->genicam;
 }
 
@@ -115,6 +118,11 @@ ArvDevice *NewRegisterDevice(std::string_view xml)
     gpointer const object = g_object_new(tov_register_device_get_type(), nullptr);
     static_cast<TovRegisterDevice *>(object)->xml = xml;
     return static_cast<ArvDevice *>(object);
+}
+
+bool HasGuardedFormulas(ArvDevice *device)
+{
+    return G_TYPE_CHECK_INSTANCE_TYPE(device, tov_register_device_get_type());
 }
 
 void SetRegisterPort(ArvDevice *device, RegisterPort *port)

@@ -23,7 +23,10 @@ public:
     virtual bool WriteRegister(std::uint64_t address, std::uint32_t value, GError **error);
 };
 
-// One that is closed: every access fails. `xml` outlives it; the node map is made of it when it is first asked for.
+// One that is closed: every access fails. `xml` outlives it; the node map is made of it when it is first asked for,
+// with its formulas guarded (genicam/formulaguard.h).
 ArvDevice *NewRegisterDevice(std::string_view xml);
+// Whether the device is one of these, so that arv_device_get_genicam gives a harmless node map.
+bool HasGuardedFormulas(ArvDevice *device);
 // Opens it, or closes it again with null. The device may outlive the port once it is closed.
 void SetRegisterPort(ArvDevice *device, RegisterPort *port);

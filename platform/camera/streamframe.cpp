@@ -1,6 +1,7 @@
 #include "streamframe.h"
 
 #include "genicam/genicamerror.h"
+#include "genicam/guardedgenicam.h"
 #include "tovmisc.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@ std::int32_t ReadStreamFormat(ArvDevice *device, StreamFormat &format)
 {
     auto const read = [device](char const *name, std::uint64_t limit, auto &value) {
         ErrorSlot error;
-        gint64 const number = arv_device_get_integer_feature_value(device, name, error);
+        gint64 const number = ReadGuardedInteger(device, name, error);
         if (error.Status() != TOV_CAM_ERR_OK)
             return error.Status();
         if (number <= 0 || static_cast<std::uint64_t>(number) > limit)
@@ -30,9 +31,8 @@ std::int32_t ReadStreamFormat(ArvDevice *device, StreamFormat &format)
         status = read("PayloadSize", StreamFrameLimit, format.payload);
     if (status != TOV_CAM_ERR_OK)
         return status;
-    if (!arv_device_get_feature(device, "GevTimestampTickFrequency") ||
-        read("GevTimestampTickFrequency", std::numeric_limits<std::int64_t>::max(), format.tickFrequency) !=
-            TOV_CAM_ERR_OK)
+    if (read("GevTimestampTickFrequency", std::numeric_limits<std::int64_t>::max(), format.tickFrequency) !=
+        TOV_CAM_ERR_OK)
         format.tickFrequency = 0;
     format.info = TovGetPixelTypeInfoByPfnc(shape.pfnc);
     // Frames that nobody can read are of no use: better to say so than to show nothing.

@@ -1,19 +1,26 @@
 #include "cameralist.h"
 
+#include "tovplaintext.h"
+
 namespace TovGui {
 
 namespace {
+
+QString Text(char const *text)
+{
+    return TovPlainLine(QString::fromUtf8(text));
+}
 
 CameraEntry ReadCamera(TovCam::DeviceInfo *info)
 {
     CameraEntry entry;
     entry.info = info;
-    entry.name = QString::fromUtf8(info->GetDisplayName());
-    entry.model = QString::fromUtf8(info->GetModelName());
-    entry.vendor = QString::fromUtf8(info->GetVendorName());
-    entry.serial = QString::fromUtf8(info->GetSerialNumber());
-    entry.userID = QString::fromUtf8(info->GetUserID());
-    entry.address = QString::fromUtf8(info->GetAddress());
+    entry.name = Text(info->GetDisplayName());
+    entry.model = Text(info->GetModelName());
+    entry.vendor = Text(info->GetVendorName());
+    entry.serial = Text(info->GetSerialNumber());
+    entry.userID = Text(info->GetUserID());
+    entry.address = Text(info->GetAddress());
     entry.access = info->GetAccessStatus();
     if (entry.model.isEmpty())
         entry.model = entry.name;
@@ -33,8 +40,8 @@ CameraList ReadCameraList(TovCam::System *system)
     for (TovCam::Interface *interface = interfaces->GetFirst(); interface; interface = interfaces->GetNext()) {
         InterfaceEntry entry;
         entry.interface = interface;
-        entry.description = QString::fromUtf8(interface->GetInterfaceDescription());
-        entry.version = QString::fromUtf8(interface->GetDriverVersion());
+        entry.description = Text(interface->GetInterfaceDescription());
+        entry.version = Text(interface->GetDriverVersion());
         entry.kind = interface->GetInterfaceKind();
         for (std::uint32_t i = 0, count = interface->GetDeviceCount(); i < count; ++i) {
             if (TovCam::DeviceInfo *info = interface->GetDeviceInfoByIndex(i))

@@ -1,5 +1,7 @@
 #include "cameramodel.h"
 
+#include "tovplaintip.h"
+
 #include <QApplication>
 #include <QFont>
 #include <QPalette>
@@ -46,7 +48,7 @@ QString CameraToolTip(CameraEntry const &camera)
         text += CameraModel::tr("\nBusy: this or another program has it open");
     else if (camera.access == TovCam::DeviceInfo::AccessFree)
         text += CameraModel::tr("\nFree: double-click to connect");
-    return text;
+    return TovPlainTip(text);
 }
 
 } // namespace
@@ -202,7 +204,8 @@ QVariant CameraModel::GroupData(InterfaceEntry const &group, int column, int rol
     case Qt::DisplayRole:
         return group.cameras.empty() ? tr("%1 - no camera").arg(group.description) : group.description;
     case Qt::ToolTipRole:
-        return group.version.isEmpty() ? group.description : tr("%1\nDriver: %2").arg(group.description, group.version);
+        return TovPlainTip(group.version.isEmpty() ? group.description
+                                                   : tr("%1\nDriver: %2").arg(group.description, group.version));
     case Qt::FontRole: {
         QFont font = QApplication::font();
         font.setBold(true);

@@ -2,6 +2,8 @@
 
 #include "featureeditors.h"
 
+#include "tovplaintip.h"
+
 #include <QApplication>
 #include <QIconEngine>
 #include <QMouseEvent>
@@ -213,7 +215,7 @@ QWidget *FeatureDelegate::createEditor(QWidget *parent, QStyleOptionViewItem con
             if (result.hint.isEmpty() || !viewport)
                 return;
             emit self->hinted(result.hint);
-            QToolTip::showText(below, result.hint.toHtmlEscaped(), viewport, {}, 6000);
+            QToolTip::showText(below, TovPlainTip(result.hint), viewport, {}, 6000);
         };
         if (keyboard && !result.accepted && !result.hint.isEmpty()) {
             hint();

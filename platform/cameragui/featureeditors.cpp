@@ -2,6 +2,8 @@
 
 #include "featurescale.h"
 
+#include "tovplaintip.h"
+
 #include <QAbstractItemView>
 #include <QAbstractSpinBox>
 #include <QApplication>
@@ -256,8 +258,9 @@ public:
             if (available >= info.entries.size())
                 continue;
             FeatureEntry const &entry = info.entries[available];
-            m_combo->addItem(QString::fromStdString(entry.displayName), available);
-            m_combo->setItemData(m_combo->count() - 1, QString::fromStdString(entry.toolTip), Qt::ToolTipRole);
+            m_combo->addItem(TovPlainLine(QString::fromStdString(entry.displayName)), available);
+            m_combo->setItemData(m_combo->count() - 1, TovPlainTip(QString::fromStdString(entry.toolTip)),
+                                 Qt::ToolTipRole);
             if (m_original.text.empty() ? entry.value == m_original.integer : entry.name == m_original.text)
                 m_initial = m_combo->count() - 1;
         }

@@ -4,6 +4,8 @@
 #include "featurescale.h"
 #include "featurewords.h"
 
+#include "tovplaintext.h"
+
 #include <QApplication>
 #include <QColor>
 #include <QFont>
@@ -467,7 +469,7 @@ QVariant FeatureModel::data(QModelIndex const &index, int role) const
         return info.kind == FeatureKind::Category ? QVariant() : ValueData(*row, role);
     switch (role) {
     case Qt::DisplayRole:
-        return QString::fromStdString(info.displayName);
+        return TovPlainLine(QString::fromStdString(info.displayName));
     case Qt::ForegroundRole:
         return row->IsAbsent() ? QVariant(Grey()) : QVariant();
     case Qt::FontRole:

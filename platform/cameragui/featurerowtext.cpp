@@ -4,6 +4,8 @@
 #include "featuretext.h"
 #include "featurewords.h"
 
+#include "tovplaintext.h"
+
 #include <QStringList>
 
 using namespace TovCam;
@@ -33,7 +35,7 @@ QString FeatureRowText::ToolTip(FeatureRow const &row)
 {
     FeatureInfo const &info = *row.info;
     auto const escaped = [](std::string const &text) {
-        return QString::fromStdString(text).toHtmlEscaped();
+        return TovPlainLine(QString::fromStdString(text), 2000).toHtmlEscaped();
     };
     QString text = QStringLiteral("<p><b>%1</b>").arg(escaped(info.displayName));
     if (info.displayName != info.name)
@@ -49,7 +51,7 @@ QString FeatureRowText::ToolTip(FeatureRow const &row)
     if (row.known) {
         facts << tr("Access: %1").arg(FeatureWords::Access(row.state));
         if (QString const range = FeatureWords::Range(info, row.state); !range.isEmpty() && !row.IsAbsent())
-            facts << tr("Range: %1").arg(range.toHtmlEscaped());
+            facts << tr("Range: %1").arg(TovPlainLine(range).toHtmlEscaped());
     }
     if (!info.unit.empty())
         facts << tr("Unit: %1").arg(escaped(info.unit));
@@ -61,7 +63,7 @@ QString FeatureRowText::ToolTip(FeatureRow const &row)
         facts << (row.writeFailed ? tr("<b>Not written: %1</b>") : tr("<b>Not read: %1</b>"))
                      .arg(row.failure.toHtmlEscaped());
     for (RefusedSetting const &setting : row.state.refused)
-        facts << tr("<b>Not loaded: %1</b>").arg(FeatureWords::Refused(setting).toHtmlEscaped());
+        facts << tr("<b>Not loaded: %1</b>").arg(TovPlainLine(FeatureWords::Refused(setting)).toHtmlEscaped());
     return text + QStringLiteral("<p>%1</p>").arg(facts.join(QStringLiteral("<br>")));
 }
 
@@ -69,18 +71,18 @@ QString FeatureRowText::Summary(FeatureRow const &row)
 {
     if (row.info->kind == FeatureKind::Category)
         return {};
+    QString const name = TovPlainLine(QString::fromStdString(row.info->displayName));
     if (!row.failure.isEmpty())
-        return tr("%1: %2").arg(QString::fromStdString(row.info->displayName), row.failure);
+        return tr("%1: %2").arg(name, row.failure);
     if (!row.state.refused.empty())
-        return tr("%1: %2").arg(QString::fromStdString(row.info->displayName),
-                                FeatureWords::Refused(row.state.refused.front()));
+        return tr("%1: %2").arg(name, TovPlainLine(FeatureWords::Refused(row.state.refused.front())));
     QStringList facts{FeatureWords::Type(*row.info)};
     if (row.known) {
         facts.insert(row.state.streamLocked ? 0 : 1, FeatureWords::Access(row.state)); // what mends it first
         if (QString const range = FeatureWords::Range(*row.info, row.state); !range.isEmpty() && !row.IsAbsent())
             facts << range;
     }
-    return tr("%1: %2").arg(QString::fromStdString(row.info->displayName), facts.join(QStringLiteral(", ")));
+    return tr("%1: %2").arg(name, TovPlainLine(facts.join(QStringLiteral(", "))));
 }
 
 } // namespace TovGui

@@ -43,7 +43,7 @@ double ClampReal(FeatureState const &state, double value)
         double const steps = std::round((value - state.realMinimum) / state.realIncrement);
         double const stepped = state.realMinimum + steps * state.realIncrement;
         // A value on a step stays as it was typed, without the arithmetic's rounding.
-        if (std::abs(stepped - value) > state.realIncrement * 1e-6)
+        if (std::isfinite(stepped) && std::abs(stepped - value) > state.realIncrement * 1e-6)
             value = stepped > state.realMaximum ? stepped - state.realIncrement : stepped;
     }
     return value;
@@ -71,7 +71,9 @@ double LogUnit(FeatureInfo const &info, FeatureState const &state)
 {
     if (info.kind == FeatureKind::Integer)
         return 1.0;
-    return state.realIncrement > 0.0 ? state.realIncrement : (state.realMaximum - state.realMinimum) * 1e-6;
+    return state.realIncrement > 0.0 && std::isfinite(state.realIncrement)
+               ? state.realIncrement
+               : (state.realMaximum - state.realMinimum) * 1e-6;
 }
 
 } // namespace
@@ -140,7 +142,8 @@ FeatureValue FeatureScale::Stepped(FeatureInfo const &info, FeatureState const &
         stepped.integer = static_cast<std::int64_t>(std::clamp<__int128>(wide, INT64_MIN, INT64_MAX));
     } else {
         double const width = state.realMaximum - state.realMinimum;
-        double const unit = state.realIncrement > 0.0                 ? state.realIncrement
+        bool const hasIncrement = state.realIncrement > 0.0 && std::isfinite(state.realIncrement);
+        double const unit = hasIncrement                              ? state.realIncrement
                             : width > 0.0 && width <= SliderRealWidth ? width / 100
                                                                       : 1.0;
         bool const factor =
@@ -153,7 +156,7 @@ FeatureValue FeatureScale::Stepped(FeatureInfo const &info, FeatureState const &
 double FeatureScale::PositionOf(FeatureInfo const &info, FeatureState const &state, FeatureValue const &value)
 {
     double const low = Minimum(info, state), high = Maximum(info, state);
-    if (!(high > low))
+    if (!(high > low) || std::isnan(Number(info, value)))
         return 0.0;
     double const number = std::clamp(Number(info, value), low, high);
     if (info.representation != FeatureRepresentation::Logarithmic)

@@ -2,6 +2,8 @@
 
 #include "featurescale.h"
 
+#include "tovplaintext.h"
+
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -182,7 +184,9 @@ QString FeatureText::Shown(FeatureInfo const &info, FeatureValue const &value)
                  !brief.contains(QLatin1Char('e'))) // all digits before the point stay
             text = brief;
     }
-    return info.unit.empty() || text.isEmpty() ? text : text + QLatin1Char(' ') + QString::fromStdString(info.unit);
+    if (!info.unit.empty() && !text.isEmpty())
+        text += QLatin1Char(' ') + QString::fromStdString(info.unit);
+    return TovPlainLine(text, 4096);
 }
 
 ParsedValue FeatureText::Parse(FeatureInfo const &info, FeatureState const &state, QString const &text)

@@ -1,5 +1,7 @@
 #include "messagelabel.h"
 
+#include "tovplaintip.h"
+
 namespace TovGui {
 
 MessageLabel::MessageLabel(QWidget *parent) : QLabel(parent)
@@ -17,7 +19,7 @@ void MessageLabel::Show(QString const &text, bool whole)
     m_text = text;
     m_whole = whole;
     setWordWrap(whole);
-    setToolTip(text.toHtmlEscaped());
+    setToolTip(TovPlainTip(text));
     Fit();
 }
 
@@ -29,7 +31,8 @@ void MessageLabel::resizeEvent(QResizeEvent *event)
 
 void MessageLabel::Fit()
 {
-    setText(m_whole ? m_text : fontMetrics().elidedText(m_text, Qt::ElideRight, contentsRect().width()));
+    QString const line = TovPlainLine(m_text);
+    setText(m_whole ? line : fontMetrics().elidedText(line, Qt::ElideRight, contentsRect().width()));
     setAccessibleName(m_text);
 }
 

@@ -109,6 +109,7 @@ void TovCameraSelectorDialog::Impl::Build()
 QLayout *TovCameraSelectorDialog::Impl::BuildMessageRow()
 {
     message = new QLabel(dialog);
+    message->setTextFormat(Qt::PlainText); // names of cameras are in it
     message->setObjectName(QStringLiteral("messageLabel"));
     message->setTextInteractionFlags(Qt::TextSelectableByMouse);
     message->setWordWrap(true);

@@ -30,8 +30,8 @@ protected:
 
 TEST_F(Settings, KeepAComponentFromOneRunToTheNext)
 {
-    // A name that must not lead out of the folder.
-    QString const camera = QStringLiteral("Session_../../../Bench 2, left_AreaCam \u00b5");
+    // A name that must not lead out of the folder, and is too long for a file.
+    QString const camera = QStringLiteral("Session_../../../Bench 2, left_AreaCam \u00b5\n\u202E") + QString(300, u'x');
     std::string const text("a; b=\"c\",\\ \xc3\xa4 %d [x]\n" + std::string(220, 't'));
     Values saved, loaded;
     saved.SetParamInt("Count", 42);

@@ -59,6 +59,7 @@ protected:
             return box->button(QMessageBox::Yes)->click(); // a file that is there already may be overwritten
         EXPECT_EQ(box->windowTitle(), QCoreApplication::applicationName());
         EXPECT_EQ(box->icon(), QMessageBox::Critical);
+        EXPECT_EQ(box->textFormat(), Qt::PlainText);
         m_told.push_back(box->text().toStdString());
         box->button(QMessageBox::Ok)->click();
     }

@@ -44,7 +44,7 @@ TEST(Log, WritesTheTextsItsReadersParseAndHonoursTheLevel)
     for (log4cpp::Priority::Value level : {log4cpp::Priority::DEBUG, log4cpp::Priority::WARN}) {
         category.setPriority(level);
         TovLog::Debug(0, "%d%% of %s", 50, "%s");
-        TovLog::Info(1, "i");
+        TovLog::Info(1, "%s", "i\n\x1b[1m\x7f");
         TovLog::Notice("n=%d", 7);
         TovLog::Warning(3, "w");
         TovLog::Error(18446744073709551615ul, "e");
@@ -55,7 +55,7 @@ TEST(Log, WritesTheTextsItsReadersParseAndHonoursTheLevel)
                               "TOVSCP [ERROR] e, code=18446744073709551615\n"
                               "TOVSCP [FATAL] f, code=5\n";
     EXPECT_EQ(output.str(),
-              "TOVSCP [DEBUG] 50% of %s, code=0\nTOVSCP [INFO] i, code=1\nTOVSCP [NOTICE] n=7\n" + upper + upper);
+              "TOVSCP [DEBUG] 50% of %s, code=0\nTOVSCP [INFO] i  [1m , code=1\nTOVSCP [NOTICE] n=7\n" + upper + upper);
 }
 
 class LogConfiguration : public testing::Test

@@ -295,6 +295,42 @@ TEST_F(FeatureTreeTest, TellsWhyAFeatureIsNotAsWanted)
     EXPECT_TRUE(Says("Width: locked while the picture runs: Stop first"));
 }
 
+TEST_F(FeatureTreeTest, ShowsACamerasTextsAsTheyStand)
+{
+    std::string const hostile = "<h1>Big</h1>\n<img src=x>\u202Ey\x07", shown = "<h1>Big</h1> <img src=x>y";
+    auto const name = m_camera.Add(hostile, TovCam::FeatureKind::String, m_sample.image, [&](auto &info, auto &state) {
+        info.name = "Hostile";
+        info.toolTip = "T" + hostile;
+        info.description = "D" + hostile;
+        info.unit = hostile;
+        state.value.text = hostile;
+    });
+    m_camera.Add("Choice", TovCam::FeatureKind::Enumeration, m_sample.image, [&](auto &info, auto &) {
+        info.entries.push_back({"One", hostile, hostile, 0, TovCam::FeatureVisibility::Beginner});
+    });
+    m_camera.With(name, [&](auto &state) {
+        state.refused.push_back({"Name", "A=" + hostile, hostile, {}, TOV_CAM_ERR_GENICAM_ACCESS});
+    });
+    Fill();
+    QModelIndex const index = Find(shown.c_str());
+    ASSERT_TRUE(Eventually([&] { return Shown("Choice") == shown; }));
+    EXPECT_EQ(index.data().toString().toStdString(), shown + ' ' + shown);
+    std::string const tip = Visible(index.data(Qt::ToolTipRole).toString());
+    for (std::string const &part : {shown + " (Hostile)", "\nT" + shown, "\nD" + shown, "Unit: " + shown, "A=" + shown})
+        EXPECT_NE(tip.find(part), std::string::npos) << part << '\n' << tip;
+    m_view->setCurrentIndex(index);
+    EXPECT_TRUE(Says(shown + ": the camera refused " + shown + " at A=" + shown));
+    auto *const message = m_tree->findChild<QLabel *>(QStringLiteral("featureMessage"));
+    EXPECT_EQ(message->textFormat(), Qt::PlainText);
+    EXPECT_EQ(Visible(message->toolTip()), Message());
+    m_view->setCurrentIndex(Find("Choice"));
+    m_view->edit(Find("Choice"));
+    auto *const combo = Editor<QComboBox>();
+    ASSERT_TRUE(combo);
+    EXPECT_EQ(combo->itemText(0).toStdString(), shown);
+    EXPECT_EQ(Visible(combo->itemData(0, Qt::ToolTipRole).toString()), "<h1>Big</h1>\n<img src=x>y");
+}
+
 TEST_F(FeatureTreeTest, ViewStateComesBackAndSearchLeavesItAlone)
 {
     Fill();

@@ -234,6 +234,23 @@ TEST_F(SelectorTest, ConnectsAFreeCameraOnlyAndKeepsItsColumns)
     EXPECT_EQ(m_tree->columnWidth(1), 222);
 }
 
+TEST_F(SelectorTest, ShowsACamerasNameAsItStands)
+{
+    FakeCamera hostile("<h1>Big</h1>\n<img src=\"x\">\u202Egpj.exe\x07");
+    std::string const shown = "<h1>Big</h1> <img src=\"x\">gpj.exe";
+    m_system.gige.description = "<b>GigE</b>";
+    OpenWith({&hostile}, {});
+    QModelIndex const camera = m_tree->model()->index(0, 0, Group(0));
+    EXPECT_EQ(camera.data().toString().toStdString(), shown);
+    EXPECT_EQ(Visible(camera.data(Qt::ToolTipRole).toString()), shown + "\nFree: double-click to connect");
+    EXPECT_EQ(Visible(Group(0).data(Qt::ToolTipRole).toString()), "<b>GigE</b>\nDriver: 1.0");
+    hostile.access = TovCam::DeviceInfo::AccessBusy;
+    Search();
+    Click(0, 0);
+    EXPECT_TRUE(Says(shown + " is in use, by this or another program"));
+    EXPECT_EQ(m_dialog->findChild<QLabel *>(QStringLiteral("messageLabel"))->textFormat(), Qt::PlainText);
+}
+
 TEST_F(SelectorTest, NeverMovesTheSelectionToAnotherCamera)
 {
     OpenWith({&m_mono, &m_wide}, {&m_bayer});

@@ -108,6 +108,18 @@ TEST_F(SessionTest, NamesItselfByWhatTheCameraTells)
     }
 }
 
+TEST_F(SessionTest, ShowsACamerasTextsInOneLineEach)
+{
+    device.params.texts["DeviceUserID"].value = "<b>bench</b>\n\u202E2";
+    device.params.texts["DeviceModelName"].value = "Model\nSerial Number:     1\x07";
+    Connect();
+    EXPECT_EQ(session->GetTitle().toStdString(), " <b>bench</b> 2 [Model Serial Number:     1, SN:0042]");
+    EXPECT_EQ(session->GetCameraInfo().count(QStringLiteral("\nSerial Number:")), 1);
+    NoticeBoard::Instance().Report(NoticeTopic::Program, NoticeLevel::Info, QStringLiteral("a\nb\u202Ec"));
+    EXPECT_EQ(NoticeOf(NoticeTopic::Program), "a bc");
+    NoticeBoard::Instance().Withdraw(NoticeTopic::Program);
+}
+
 TEST_F(SessionTest, StartsCapturesAndStopsInOrder)
 {
     FakePlugin const plugin(device.script);

@@ -3,9 +3,17 @@
 #include "storedvalue.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 
 using namespace TovCam;
+
+namespace {
+
+// Of one feature. Cameras have four at most; a feature with more is stored as if it had none.
+constexpr std::size_t MaxSelectors = 16;
+
+} // namespace
 
 ConfigurationLayout::ConfigurationLayout(NodeMap &nodes) : m_nodes(nodes), m_selectorsOf(nodes.GetFeatureCount())
 {
@@ -30,12 +38,16 @@ void ConfigurationLayout::FindSelectors()
             continue;
         std::vector<std::uint32_t> &all = m_selectorsOf[i];
         all = direct[i];
-        for (std::size_t k = 0; k < all.size(); ++k) {
+        for (std::size_t k = 0; k < all.size() && all.size() <= MaxSelectors; ++k) {
             for (std::uint32_t const outer : direct[all[k]]) {
                 if (outer != i && std::find(all.begin(), all.end(), outer) == all.end())
                     all.push_back(outer);
+                if (all.size() > MaxSelectors)
+                    break;
             }
         }
+        if (all.size() > MaxSelectors)
+            all.clear();
     }
     for (std::vector<std::uint32_t> &selectors : m_selectorsOf)
         SortOuterFirst(selectors);
@@ -88,29 +100,32 @@ bool ConfigurationLayout::DependsOn(std::uint32_t feature, std::uint32_t other) 
 
 std::vector<std::uint32_t> ConfigurationLayout::InOrder(std::vector<std::uint32_t> const &features) const
 {
-    std::map<std::uint32_t, int> waiting; // for how many
-    for (std::uint32_t const index : features)
-        waiting[index] = 0;
-    std::map<std::uint32_t, std::vector<std::uint32_t>> followers;
-    for (std::uint32_t const index : features) {
-        for (std::uint32_t const other : Info(index).dependents) {
-            if (other == index || !waiting.contains(other) || DependsOn(index, other))
+    constexpr std::uint32_t Nowhere = std::numeric_limits<std::uint32_t>::max();
+    std::vector<std::uint32_t> places(m_selectorsOf.size(), Nowhere); // in `features`
+    for (std::uint32_t i = 0; i < features.size(); ++i)
+        places[features[i]] = i;
+    std::vector<int> waiting(features.size()); // for how many
+    std::vector<std::vector<std::uint32_t>> followers(features.size());
+    for (std::uint32_t i = 0; i < features.size(); ++i) {
+        for (std::uint32_t const other : Info(features[i]).dependents) {
+            if (places[other] == Nowhere || other == features[i] || DependsOn(features[i], other))
                 continue;
-            followers[index].push_back(other);
-            ++waiting[other];
+            followers[i].push_back(places[other]);
+            ++waiting[places[other]];
         }
     }
     std::vector<std::uint32_t> order;
-    std::set<std::uint32_t> ready, rest(features.begin(), features.end());
-    for (auto const &[index, count] : waiting) {
-        if (count == 0)
-            ready.insert(index);
+    std::set<std::uint32_t> ready, rest; // in the order of the description, as `features` are
+    for (std::uint32_t i = 0; i < features.size(); ++i) {
+        rest.insert(rest.end(), i);
+        if (waiting[i] == 0)
+            ready.insert(ready.end(), i);
     }
     while (!rest.empty()) {
         std::uint32_t const next = ready.empty() ? *rest.begin() : *ready.begin();
         ready.erase(next);
         rest.erase(next);
-        order.push_back(next);
+        order.push_back(features[next]);
         for (std::uint32_t const other : followers[next]) {
             if (--waiting[other] == 0 && rest.contains(other))
                 ready.insert(other);

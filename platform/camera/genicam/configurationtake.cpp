@@ -12,6 +12,9 @@ using namespace TovCam;
 namespace {
 
 constexpr std::uint64_t MaxCombinations = 4096; // of the values of selectors, for one feature
+// Selectors, their entries and features that are looked at for all combinations together, now and when the file is
+// loaded. Four tables of 4096 values, as in the largest cameras, need two thirds; what is beyond is not in the file.
+constexpr std::uint64_t MaxLooks = 100'000;
 
 // What TLParamsLocked locks now. While frames run the format is locked, and belongs in the file all the same; what
 // another feature locks has no effect at present.
@@ -36,15 +39,15 @@ struct FeatureList
 std::vector<FeatureList> StoredFeatures(ConfigurationLayout const &layout)
 {
     std::vector<FeatureList> lists;
+    std::map<std::vector<std::uint32_t>, std::size_t> places;
     for (std::uint32_t i = 0; i < layout.GetNodes().GetFeatureCount(); ++i) {
         if (!layout.IsStored(i))
             continue;
         std::vector<std::uint32_t> const &selectors = layout.GetSelectorsOf(i);
-        auto list = std::find_if(lists.begin(), lists.end(),
-                                 [&selectors](FeatureList const &one) { return one.selectors == selectors; });
-        if (list == lists.end())
-            list = lists.insert(lists.end(), {selectors, {}});
-        list->features.push_back(i);
+        auto const [place, isNew] = places.emplace(selectors, lists.size());
+        if (isNew)
+            lists.push_back({selectors, {}});
+        lists[place->second].features.push_back(i);
     }
     for (FeatureList &list : lists)
         list.features = layout.InOrder(list.features);
@@ -116,16 +119,23 @@ public:
     RefusedByFeature disobedient; // selectors
 
 private:
+    // What has no selector is read whatever else there is.
+    bool IsEnough(FeatureList const &list) const
+    {
+        return m_combinations > MaxCombinations || (m_looks > MaxLooks && !list.selectors.empty());
+    }
+
     // The features at each value of the selectors from `depth` on.
     std::int32_t Walk(FeatureList const &list, std::size_t depth)
     {
-        if (m_combinations > MaxCombinations)
+        if (IsEnough(list))
             return TOV_CAM_ERR_OK;
         if (depth == list.selectors.size())
             return TakeGroup(list.features);
         std::uint32_t const selector = list.selectors[depth];
         FeatureInfo const &info = m_layout.Info(selector);
         FeatureState state;
+        m_looks += 1 + info.entries.size();
         std::int32_t status = m_layout.GetNodes().ReadFeature(selector, &state);
         if (status != TOV_CAM_ERR_OK)
             return status;
@@ -135,6 +145,9 @@ private:
             auto text = ToStoredText(info.kind, choice);
             if (!text || !IsPlainName(info.name))
                 continue;
+            if (IsEnough(list))
+                break;
+            ++m_looks;
             if (status = m_guard.Set(selector, choice); status != TOV_CAM_ERR_OK)
                 return Disobeyed({selector, {info.name, {}, *text, {}, status}});
             m_group.selectors.emplace_back(info.name, std::move(*text));
@@ -161,6 +174,7 @@ private:
     std::int32_t TakeGroup(std::vector<std::uint32_t> const &features)
     {
         ++m_combinations;
+        m_looks += features.size() + m_group.selectors.size();
         m_group.values.clear();
         for (std::uint32_t const index : features) {
             // One feature that cannot be read does not keep the others from the file; a camera that is gone does.
@@ -195,8 +209,9 @@ private:
     SelectorGuard m_guard;
     std::set<std::uint32_t> const m_lockedByTransport;
     std::vector<Configuration::Group> &m_groups;
-    Configuration::Group m_group; // at the present selectors
-    std::uint64_t m_combinations = 0;
+    Configuration::Group m_group;     // at the present selectors
+    std::uint64_t m_combinations = 0; // of the present list
+    std::uint64_t m_looks = 0;
 };
 
 } // namespace

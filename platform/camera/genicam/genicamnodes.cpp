@@ -1,6 +1,6 @@
 #include "genicamnodes.h"
 
-#include "xmlcheck.h"
+#include "guardedgenicam.h"
 
 GenicamNodes::Call::Call(GenicamNodes &nodes) : m_nodes(nodes), m_lock(nodes.m_access, std::defer_lock)
 {
@@ -25,20 +25,9 @@ GenicamNodes::Call::~Call()
 GenicamNodes::GenicamNodes(ArvDevice *device, std::recursive_mutex &access) : m_access(access)
 {
     std::lock_guard<std::recursive_mutex> lock(m_access);
-    size_t size = 0;
-    char const *const xml = arv_device_get_genicam_xml(device, &size);
-    m_status = xml ? CheckGenicamXml(xml, size) : TOV_CAM_ERR_GENICAM_TREE;
-    if (m_status != TOV_CAM_ERR_OK)
-        return;
-    m_genicam = arv_device_get_genicam(device);
-    if (!ARV_IS_GC(m_genicam)) {
-        m_genicam = nullptr;
-        m_status = TOV_CAM_ERR_GENICAM_TREE;
-        return;
-    }
-    g_object_ref(m_genicam);
-    arv_gc_set_range_check_policy(m_genicam, ARV_RANGE_CHECK_POLICY_ENABLE);
-    arv_gc_set_access_check_policy(m_genicam, ARV_ACCESS_CHECK_POLICY_ENABLE);
+    m_genicam = GetGuardedGenicam(device, &m_status);
+    if (m_genicam)
+        g_object_ref(m_genicam);
 }
 
 GenicamNodes::~GenicamNodes()

@@ -14,6 +14,11 @@ void LinkGraph::Add(std::string const &from, std::string const &to)
     m_nodes[from].links.push_back(to);
 }
 
+void LinkGraph::AddCost(std::string const &name, std::uint64_t cost)
+{
+    m_nodes[name].own += cost;
+}
+
 bool LinkGraph::IsBounded()
 {
     for (auto &[name, node] : m_nodes) {
@@ -31,7 +36,7 @@ bool LinkGraph::Visit(Node &node, int depth)
         return depth + node.height <= MaxChain;
     node.open = true;
     int height = 0;
-    std::uint64_t cost = 1;
+    std::uint64_t cost = node.own;
     for (std::string const &name : node.links) {
         auto const link = m_nodes.find(name);
         if (link == m_nodes.end()) {

@@ -10,6 +10,8 @@ class LinkGraph
 {
 public:
     void Add(std::string const &from, std::string const &to);
+    // What a node's value costs beside the nodes that it refers to, in nodes.
+    void AddCost(std::string const &name, std::uint64_t cost);
     // No circle, no chain that is too long, and no node whose value takes too many others to evaluate.
     bool IsBounded();
 
@@ -19,6 +21,7 @@ private:
         std::vector<std::string> links;
         bool open = false; // on the path being walked
         int height = -1;   // longest chain below, -1 while unknown
+        std::uint64_t own = 1;
         std::uint64_t cost = 0;
     };
     bool Visit(Node &node, int depth);

@@ -17,12 +17,19 @@ namespace {
 
 constexpr long long MaxTable = 16 << 20; // bytes of a Register
 constexpr long long MaxNumber = 1024;    // bytes of a register that holds a number
+constexpr std::size_t FormulaShare = 64; // bytes of a formula that cost as much as a node
 
 bool IsValueLink(std::string_view tag)
 {
     static constexpr std::string_view Tags[] = {"pValue",     "pAddress",      "pIndex",        "pLength",
                                                 "pVariable",  "pValueIndexed", "pValueDefault", "pCommandValue",
                                                 "pValueCopy", "pPort"};
+    return std::find(std::begin(Tags), std::end(Tags), tag) != std::end(Tags);
+}
+
+bool IsFormula(std::string_view tag)
+{
+    static constexpr std::string_view Tags[] = {"Formula", "FormulaTo", "FormulaFrom", "Expression", "Constant"};
     return std::find(std::begin(Tags), std::end(Tags), tag) != std::end(Tags);
 }
 
@@ -83,6 +90,10 @@ public:
                 // A comment may lie within, so the text is whole only at the element's end.
                 m_text += reinterpret_cast<char const *>(xmlTextReaderConstValue(m_reader));
                 break;
+            case XML_READER_TYPE_DOCUMENT_TYPE:
+                // ArvGc would put in entities that stand for more than can be seen here.
+                m_sane = false;
+                break;
             default:
                 break;
             }
@@ -131,6 +142,12 @@ private:
             m_elements.pop_back();
         if (m_tag == "Length" || m_tag == "pLength")
             m_sane = m_sane && !m_elements.empty() && IsSaneLength(m_elements.back(), m_tag, Trimmed(m_text));
+        if (IsFormula(m_tag)) {
+            for (std::string const &owner : m_owners) {
+                if (!owner.empty())
+                    m_values.AddCost(owner, m_text.size() / FormulaShare);
+            }
+        }
         if (m_tag == "pFeature" || IsValueLink(m_tag)) {
             // An enumeration reads its entries, so what they link to is linked to by it.
             std::string const target = Trimmed(m_text);
