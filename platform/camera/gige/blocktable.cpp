@@ -1,4 +1,6 @@
-#include "blocktableframe.h"
+#include "blocktable.h"
+
+#include "blockunderway.h"
 
 #include <algorithm>
 #include <bit>

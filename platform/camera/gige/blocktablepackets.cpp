@@ -1,8 +1,9 @@
 // Packets on their way into frames.
-#include "blocktableframe.h"
+#include "blocktable.h"
+
+#include "blockunderway.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
@@ -14,20 +15,6 @@ constexpr std::uint32_t LengthsBelieved = 8;      // data packets in a row that 
 constexpr auto ShortPatience = 5ms;
 
 } // namespace
-
-std::size_t Datagram::Copy(std::size_t offset, std::span<std::uint8_t> out) const
-{
-    std::size_t copied = 0;
-    for (std::span<std::uint8_t const> piece : pieces) {
-        std::size_t const skip = std::min(offset, piece.size());
-        offset -= skip;
-        std::size_t const size = std::min(piece.size() - skip, out.size() - copied);
-        if (size > 0)
-            std::memmove(out.data() + copied, piece.data() + skip, size);
-        copied += size;
-    }
-    return copied;
-}
 
 Verdict BlockTable::Take(Datagram const &datagram, Time now)
 {

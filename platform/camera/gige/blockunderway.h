@@ -1,7 +1,11 @@
-// The inside of BlockTable, for its own files alone.
+// What BlockTable keeps of a block; for its own files alone.
 #pragma once
 
-#include "blocktable.h"
+#include "blockframe.h"
+
+#include "protocol/gigevision.h"
+
+#include <vector>
 
 constexpr std::uint32_t NoTrailer = 0xFFFFFFFF;
 constexpr std::chrono::milliseconds ReorderPatience{20}; // of a camera that sends nothing again
@@ -12,15 +16,15 @@ inline bool IsError(gvsp::Header const &header)
 }
 
 // Of a packet that is missing, but for the place of its data, which packets of multi-part blocks have when they came.
-struct BlockTable::PacketState
+struct BlockPacketState
 {
-    Time due; // for the next request
+    std::chrono::steady_clock::time_point due; // for the next request
     std::uint32_t offset = 0, size = 0;
     std::uint8_t tries = 0;
     bool gone = false; // is not asked for any more
 };
 
-struct BlockTable::Frame
+struct BlockUnderWay
 {
     enum class Kind : std::uint8_t { Unknown, Plain, Parts };
 
@@ -38,8 +42,8 @@ struct BlockTable::Frame
     }
 
     bool inUse = false;
-    std::vector<std::uint64_t> came; // a bit for each packet
-    std::vector<PacketState> states; // of a packet that `next` has passed
+    std::vector<std::uint64_t> came;      // a bit for each packet
+    std::vector<BlockPacketState> states; // of a packet that `next` has passed
 
     std::uint64_t sequence = 0, blockId = 0;
     bool isExtended = false;
@@ -62,12 +66,12 @@ struct BlockTable::Frame
     BlockFrame::End end = BlockFrame::End::Incomplete;
     bool isWhole = false;
     std::size_t size = 0;
-    Time lastPacket;
+    std::chrono::steady_clock::time_point lastPacket;
     std::chrono::nanoseconds arrival{0};
 };
 
 // Packets whose block is far from all others.
-struct BlockTable::Suspect
+struct BlockSuspect
 {
     int count = 0;
     std::uint64_t blockId = 0;
