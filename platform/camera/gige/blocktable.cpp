@@ -55,7 +55,8 @@ void BlockTable::Begin(BlockLayout const &layout)
     m_port = layout.port;
     m_portProven = false;
     m_otherLeaders = 0;
-    m_slots.resize(MostUnderWay);
+    m_window = std::clamp<std::size_t>(layout.buffers / 2, std::clamp(layout.buffers, 1u, 2u), MostUnderWay);
+    m_slots.resize(m_window);
     for (auto &slot : m_slots) {
         slot = std::make_unique<Frame>();
         slot->came.resize(m_mostPackets / 64 + 1);
@@ -63,7 +64,6 @@ void BlockTable::Begin(BlockLayout const &layout)
     }
     m_frames.fill(nullptr);
     m_count = 0;
-    m_window = std::clamp<std::size_t>(layout.buffers / 2, std::clamp(layout.buffers, 1u, 2u), MostUnderWay);
     m_spare = {};
     m_spareFor.reset();
     m_spareWanted.reset();

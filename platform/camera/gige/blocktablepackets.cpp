@@ -381,6 +381,9 @@ Verdict BlockTable::TakeRefusal(gvsp::Header const &header, Time now)
     std::uint32_t const id = header.packetId;
     if (!frame || frame->over || id >= frame->next || frame->Has(id) || frame->states[id].tries == 0)
         return Verdict::Refused;
+    // What the camera has not come to yet cannot be had either.
+    if (frame == Newest() && frame->trailerId == NoTrailer && id > frame->highestData)
+        return Verdict::Refused;
     PacketState &state = frame->states[id];
     switch (header.status) {
     case gvcp::GEV_STATUS_PACKET_UNAVAILABLE:
