@@ -443,7 +443,7 @@ TEST_F(BlockTableTest, PartsFollowEachOther)
         sent.erase(sent.begin() + static_cast<std::ptrdiff_t>(id));
         expectWhole(sent);
         sent = packets;
-        sent[id].resize(sent[id].size() - 1);
+        sent[id].pop_back();
         expectWhole(sent);
         if (id == 0 || id + 1 == packets.size())
             continue;
