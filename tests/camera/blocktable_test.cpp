@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <numeric>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -240,6 +241,17 @@ TEST_F(BlockTableTest, ARefusalIsBelieved)
         EXPECT_EQ(Feed(1, 2), row.ends ? Verdict::Late : Verdict::Taken);
         Collect();
     }
+    // A camera that pauses within a frame has not sent the rest yet.
+    FeedAll(2, {3, 4, 5});
+    EXPECT_FALSE(Asked(BlockTable::TailPatience + 2ms).empty());
+    sender.status = gvcp::GEV_STATUS_PACKET_UNAVAILABLE;
+    for (std::uint32_t id = 3; id <= TrailerId; ++id)
+        EXPECT_EQ(Feed(sender.Head(2, gvsp::DataPayload, id)), Verdict::Refused);
+    sender.status = 0;
+    Asked(1ms);
+    for (std::uint32_t id = 3; id <= TrailerId; ++id)
+        EXPECT_EQ(Feed(2, id), Verdict::Taken);
+    EXPECT_EQ(Collect().size(), 1u);
 }
 
 // In the middle of a block, after its packet 2, and the block is complete all the same.
@@ -431,7 +443,7 @@ TEST_F(BlockTableTest, PartsFollowEachOther)
         sent.erase(sent.begin() + static_cast<std::ptrdiff_t>(id));
         expectWhole(sent);
         sent = packets;
-        sent[id].resize(sent[id].size() - 1);
+        sent[id].pop_back();
         expectWhole(sent);
         if (id == 0 || id + 1 == packets.size())
             continue;
@@ -487,6 +499,24 @@ TEST_F(BlockTableTest, FollowsACameraThatCountsElsewhere)
     for (BlockFrame const &frame : Collect())
         ids.push_back(frame.blockId);
     EXPECT_EQ(ids, (std::vector<std::uint64_t>{5, 1, 2, 3, 6, 5000, 5001}));
+}
+
+TEST_F(BlockTableTest, DamagedIdsLeadNowhere)
+{
+    std::deque<std::uint8_t *> const all = std::exchange(unused, {});
+    // Neither among frames without a buffer, nor among others.
+    for (std::uint64_t block = 1; block <= 40; ++block) {
+        if (block == 20)
+            unused = all;
+        for (std::uint32_t id = 0; id <= TrailerId; ++id) {
+            Feed(block, id);
+            EXPECT_EQ(Feed(block + 1000, id), Verdict::Malformed);
+        }
+        std::vector<BlockFrame> const frames = Collect();
+        EXPECT_EQ(frames.size(), block < 20 ? 0u : 1u);
+        EXPECT_TRUE(frames.empty() || frames[0].end == End::Complete);
+    }
+    EXPECT_EQ(std::tuple(statistics.lost.Get(), statistics.skipped.Get()), std::tuple(19u, 0u));
 }
 
 TEST_F(BlockTableTest, LearnsThePortFromLeaders)
