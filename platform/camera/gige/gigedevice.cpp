@@ -8,6 +8,7 @@
 #include "packetsize.h"
 #include "protocol/gigevision.h"
 #include "registerdevice.h"
+#include "ringsource.h"
 #include "standardnodes.h"
 #include "statisticnodes.h"
 
@@ -173,6 +174,9 @@ GigeDevice::GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *i
     // It keeps the connection for a goodbye that takes long.
     std::shared_ptr<StreamControl> const control(m_connection, &channel);
     m_stream = std::make_unique<GigeStream>(m_device, m_access, m_reachability, control);
+    m_stream->SetSource([control](std::uint16_t port) {
+        return OpenRingSource(control->GetCameraAddress(), control->GetHostAddress(), port);
+    });
     {
         std::lock_guard<std::recursive_mutex> lock(m_access);
         m_connection->port->SetStatistics(&m_stream->GetStatistics());
