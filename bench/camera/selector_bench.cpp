@@ -35,3 +35,5 @@ BENCHMARK(SaveAndLoad)
     ->Unit(benchmark::kMillisecond);
 
 } // namespace
+
+BENCHMARK_MAIN();

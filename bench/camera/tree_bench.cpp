@@ -1,5 +1,6 @@
 // What the feature tree of a large camera costs, next to the parsing of its description.
 #include "genicam/featuretree.h"
+#include "genicam/formulaguard.h"
 #include "genicam/xmlcheck.h"
 #include "largexml.h"
 
@@ -30,6 +31,13 @@ void CheckDescription(benchmark::State &state)
 {
     for (auto _ : state)
         benchmark::DoNotOptimize(CheckGenicamXml(Description().data(), Description().size()));
+}
+
+void GuardDescription(benchmark::State &state)
+{
+    std::string guarded;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(GuardFormulas(Description(), &guarded));
 }
 
 // The tree with every text, every selection and every dependent.
@@ -76,6 +84,7 @@ void ReadFeatures(benchmark::State &state)
 
 BENCHMARK(ParseDescription)->Unit(benchmark::kMillisecond);
 BENCHMARK(CheckDescription)->Unit(benchmark::kMillisecond);
+BENCHMARK(GuardDescription)->Unit(benchmark::kMillisecond);
 BENCHMARK(BuildTree)->Unit(benchmark::kMillisecond);
 BENCHMARK(ReadFeatures)->Unit(benchmark::kMillisecond);
 

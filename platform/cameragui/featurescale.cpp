@@ -156,7 +156,7 @@ FeatureValue FeatureScale::Stepped(FeatureInfo const &info, FeatureState const &
 double FeatureScale::PositionOf(FeatureInfo const &info, FeatureState const &state, FeatureValue const &value)
 {
     double const low = Minimum(info, state), high = Maximum(info, state);
-    if (!(high > low) || std::isnan(Number(info, value)))
+    if (!(high > low) || !std::isfinite(high - low) || std::isnan(Number(info, value)))
         return 0.0;
     double const number = std::clamp(Number(info, value), low, high);
     if (info.representation != FeatureRepresentation::Logarithmic)

@@ -183,6 +183,14 @@ TEST(FormulaGuard, LeavesWhatNeedsNoGuard)
     }
 }
 
+// Aravis adds the lock to what it makes of a description; whoever starts a camera counts on it.
+TEST(FormulaGuard, EveryCameraHasTheTransportLock)
+{
+    MemoryCamera camera(Described(Knife("IntSwissKnife", "<Formula>1</Formula>")));
+    EXPECT_EQ(camera.GetNodes().SetIntegerValue("TLParamsLocked", 1), TOV_CAM_ERR_OK);
+    EXPECT_EQ(camera.GetNodes().GetIntegerValue("TLParamsLocked", nullptr), 1);
+}
+
 TEST(FormulaGuard, RefusesEntitiesAndFormulasWithoutEnd)
 {
     std::string const entity = "<!DOCTYPE RegisterDescription [<!ENTITY f \"A % B\">]>" +

@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cmath>
+#include <limits>
+
 using namespace TovGui;
 using namespace TovCam;
 
@@ -71,6 +75,37 @@ INSTANTIATE_TEST_SUITE_P(
                     ParseCase{Real, Pure, 0, 1, 0.25, "0.4", "0.5", true},
                     ParseCase{Text, Pure, 0, 4, 0, "\xC3\xA4\xC3\xB6", "\xC3\xA4\xC3\xB6", false},
                     ParseCase{Text, Pure, 0, 4, 0, "\xC3\xA4\xC3\xB6!", nullptr, true}));
+
+// What a formula of the camera may come to.
+TEST(FeatureSliderTest, WhatIsNoNumberFreezesNoEditor)
+{
+    constexpr double Inf = std::numeric_limits<double>::infinity(), NaN = std::numeric_limits<double>::quiet_NaN();
+    FeatureInfo info;
+    info.kind = Real;
+    for (auto const &[minimum, maximum, increment] : std::initializer_list<std::array<double, 3>>{
+             {NaN, NaN, NaN}, {-Inf, Inf, Inf}, {-1e308, 1e308, 1e-300}, {0, 1e12, Inf}, {Inf, -Inf, -1}}) {
+        for (auto const representation : {FeatureRepresentation::Linear, FeatureRepresentation::Logarithmic}) {
+            SCOPED_TRACE(testing::Message() << minimum << ' ' << maximum << ' ' << increment);
+            info.representation = representation;
+            FeatureState state;
+            state.realMinimum = minimum;
+            state.realMaximum = maximum;
+            state.realIncrement = increment;
+            for (double const number : {NaN, Inf, -Inf, 1e308, 12.5}) {
+                FeatureValue value;
+                value.real = number;
+                double const position = FeatureScale::PositionOf(info, state, value);
+                EXPECT_TRUE(position >= 0 && position <= 1) << number << ": " << position;
+            }
+            ParsedValue const typed = FeatureText::Parse(info, state, QStringLiteral("12.5"));
+            EXPECT_TRUE(typed.accepted);
+            EXPECT_TRUE(std::isfinite(FeatureScale::Stepped(info, state, typed.value, 1).real));
+            if (FeatureScale::EditingOf(info, state) == FeatureEditing::Slider) {
+                EXPECT_TRUE(std::isfinite(FeatureScale::ValueAt(info, state, 0.5).real));
+            }
+        }
+    }
+}
 
 TEST(FeatureSliderTest, PlacesAndValuesAgreeOnEveryScale)
 {

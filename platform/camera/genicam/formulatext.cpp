@@ -315,7 +315,6 @@ private:
             return {};
         switch (m_token.kind) {
         case Kind::Name:
-            m_result.names.emplace_back(m_token.text);
             return Take();
         case Kind::Number:
             return Take();
@@ -373,13 +372,16 @@ private:
     bool m_failed = false;
 };
 
-std::size_t CountTokens(std::string_view text)
+// What ArvEvaluator will work through, guards included.
+void Count(GuardedText &guarded)
 {
-    Lexer lexer(text);
-    std::size_t count = 0;
-    while (lexer.Next().kind != Kind::End)
-        ++count;
-    return count;
+    Lexer lexer(guarded.text);
+    guarded.tokens = 0;
+    for (Token token = lexer.Next(); token.kind != Kind::End; token = lexer.Next()) {
+        ++guarded.tokens;
+        if (token.kind == Kind::Name)
+            guarded.names.emplace_back(token.text);
+    }
 }
 
 GuardedText GuardFormula(std::string const &formula)
@@ -387,7 +389,7 @@ GuardedText GuardFormula(std::string const &formula)
     GuardedText result;
     if (formula.size() > MaxFormula || !Writer(formula, result).Write())
         return {UndefinedName, 1, {}, false, false};
-    result.tokens = CountTokens(result.text);
+    Count(result);
     return result;
 }
 

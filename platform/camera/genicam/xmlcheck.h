@@ -7,8 +7,9 @@
 // No camera's description comes near this.
 constexpr std::size_t GenicamXmlLimit = 8u << 20;
 
-// 0, or TOV_CAM_ERR_GENICAM_TREE: empty, larger than GenicamXmlLimit, not well-formed, not a register description, or a
-// description whose nodes refer to each other in a circle, in an endless chain, or so that one value costs an absurd
-// number of others; or one whose registers have absurd lengths. Bounds may well refer to each other's features (Width
-// and OffsetX do): reading a value never reads its bounds.
+// 0, or TOV_CAM_ERR_GENICAM_TREE: empty, larger than GenicamXmlLimit, not well-formed, not a register description; one
+// whose nodes refer to each other in a circle, in an endless chain, or so that one value costs an absurd number of
+// others or absurdly long formulas; one whose registers have absurd lengths; or one with a document type, whose
+// entities could stand for anything. Bounds may well refer to each other's features (Width and OffsetX do): reading a
+// value never reads its bounds.
 std::int32_t CheckGenicamXml(void const *xml, std::size_t size);
