@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <numeric>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -487,6 +488,24 @@ TEST_F(BlockTableTest, FollowsACameraThatCountsElsewhere)
     for (BlockFrame const &frame : Collect())
         ids.push_back(frame.blockId);
     EXPECT_EQ(ids, (std::vector<std::uint64_t>{5, 1, 2, 3, 6, 5000, 5001}));
+}
+
+TEST_F(BlockTableTest, DamagedIdsLeadNowhere)
+{
+    std::deque<std::uint8_t *> const all = std::exchange(unused, {});
+    // Neither among frames without a buffer, nor among others.
+    for (std::uint64_t block = 1; block <= 40; ++block) {
+        if (block == 20)
+            unused = all;
+        for (std::uint32_t id = 0; id <= TrailerId; ++id) {
+            Feed(block, id);
+            EXPECT_EQ(Feed(block + 1000, id), Verdict::Malformed);
+        }
+        std::vector<BlockFrame> const frames = Collect();
+        EXPECT_EQ(frames.size(), block < 20 ? 0u : 1u);
+        EXPECT_TRUE(frames.empty() || frames[0].end == End::Complete);
+    }
+    EXPECT_EQ(std::tuple(statistics.lost.Get(), statistics.skipped.Get()), std::tuple(19u, 0u));
 }
 
 TEST_F(BlockTableTest, LearnsThePortFromLeaders)

@@ -9,9 +9,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Block ids that lead the newest by more than this, or that follow it by more, are believed once several packets in a
-// row have them: a single one may be damaged.
-constexpr std::int64_t MostAhead = 64, MostBehind = 1024;
+// Block ids that are further from the newest are believed once several packets in a row have them: a single one may be
+// damaged.
+constexpr std::int64_t MostAway = 64;
 constexpr int StraysBelieved = 4;
 constexpr std::uint32_t OtherLeadersBelieved = 3; // from another port than the camera names
 constexpr std::uint32_t LengthsBelieved = 8;      // data packets in a row that are shorter than they could be
@@ -233,13 +233,13 @@ BlockTable::Frame *BlockTable::FrameFor(Packet const &packet, Time now, Verdict 
 {
     gvsp::Header const &header = packet.header;
     std::uint64_t const sequence = SequenceOf(header);
-    bool const isKnownCount = m_any && header.isExtended == m_isExtended;
+    std::int64_t const ahead = Distance(m_newest, sequence);
+    bool const isNear = m_any && header.isExtended == m_isExtended && ahead <= MostAway && ahead >= -MostAway;
     verdict = Verdict::Late;
-    if (isKnownCount) {
-        if (Frame *const frame = Search(sequence)) {
-            DropSuspect();
+    if (isNear) {
+        m_suspect->count = 0;
+        if (Frame *const frame = Search(sequence))
             return frame->over ? nullptr : frame;
-        }
     }
     if (IsResent(header))
         return nullptr; // of a frame that is over
@@ -249,12 +249,11 @@ BlockTable::Frame *BlockTable::FrameFor(Packet const &packet, Time now, Verdict 
     }
     if (!m_any)
         return Open(sequence, header, now);
-    std::int64_t const ahead = Distance(m_newest, sequence);
-    if (isKnownCount && ahead <= 0 && IsRestart(packet, m_newestTimestamp)) {
+    if (header.isExtended == m_isExtended && ahead <= 0 && IsRestart(packet, m_newestTimestamp)) {
         StartOver();
         return Open(SequenceOf(header), header, now);
     }
-    if (!isKnownCount || ahead > MostAhead || ahead < -MostBehind) {
+    if (!isNear) {
         verdict = HoldSuspect(packet);
         return m_suspect->count < StraysBelieved ? nullptr : OpenSuspect(packet, now);
     }
@@ -280,11 +279,6 @@ Verdict BlockTable::HoldSuspect(Packet const &packet)
     suspect.blockId = header.blockId;
     suspect.isExtended = header.isExtended;
     return Verdict::Malformed;
-}
-
-void BlockTable::DropSuspect()
-{
-    m_suspect->count = 0;
 }
 
 // The camera counts elsewhere now.

@@ -199,7 +199,6 @@ private:
     static bool IsRestart(Packet const &packet, std::uint64_t newestTimestamp);
     Verdict HoldSuspect(Packet const &packet);
     Frame *OpenSuspect(Packet const &packet, Time now);
-    void DropSuspect();
     void StartOver();
 
     void Store(Frame &frame, std::size_t offset, Packet const &packet, std::size_t bodyOffset, std::size_t size);
