@@ -45,6 +45,7 @@ protected:
     }
     void StartCamera(std::vector<std::string> const &options = {})
     {
+        m_camera.reset(); // it has the port
         m_camera = std::make_unique<FakeGigECamera>(options);
         Open(FindCamera(m_system));
     }
