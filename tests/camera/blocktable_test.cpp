@@ -241,6 +241,17 @@ TEST_F(BlockTableTest, ARefusalIsBelieved)
         EXPECT_EQ(Feed(1, 2), row.ends ? Verdict::Late : Verdict::Taken);
         Collect();
     }
+    // A camera that pauses within a frame has not sent the rest yet.
+    FeedAll(2, {3, 4, 5});
+    EXPECT_FALSE(Asked(BlockTable::TailPatience + 2ms).empty());
+    sender.status = gvcp::GEV_STATUS_PACKET_UNAVAILABLE;
+    for (std::uint32_t id = 3; id <= TrailerId; ++id)
+        EXPECT_EQ(Feed(sender.Head(2, gvsp::DataPayload, id)), Verdict::Refused);
+    sender.status = 0;
+    Asked(1ms);
+    for (std::uint32_t id = 3; id <= TrailerId; ++id)
+        EXPECT_EQ(Feed(2, id), Verdict::Taken);
+    EXPECT_EQ(Collect().size(), 1u);
 }
 
 // In the middle of a block, after its packet 2, and the block is complete all the same.
@@ -432,7 +443,7 @@ TEST_F(BlockTableTest, PartsFollowEachOther)
         sent.erase(sent.begin() + static_cast<std::ptrdiff_t>(id));
         expectWhole(sent);
         sent = packets;
-        sent[id].resize(sent[id].size() - 1);
+        sent[id].pop_back();
         expectWhole(sent);
         if (id == 0 || id + 1 == packets.size())
             continue;

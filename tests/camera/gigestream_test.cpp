@@ -4,14 +4,12 @@
 
 #include "wirecamera.h"
 
-#include "asleep.h"
+#include "contract.h"
 #include "gige/packetsize.h"
-#include "registerserver.h"
 #include "sim/simscene.h"
 
 #include <arpa/inet.h>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -347,170 +345,12 @@ TEST(GigeStreamTest, EveryFrameIsAccountedFor)
     EXPECT_TRUE(Eventually([&] { return s.lost.Get() >= 5; }));
     host.ForFrames(3, [&](TovCam::Buffer &buffer) { last = buffer.GetFrameID(); });
     arv_device_execute_command(host.device, "AcquisitionStop", nullptr);
-    host.ForFrames(0, {});
     host.Stop();
     host.ExpectSums();
     EXPECT_GE(s.skipped.Get(), 8u);
     std::uint64_t const told = s.complete.Get() + s.incomplete.Get() + s.lost.Get() + s.aborted.Get() + s.skipped.Get();
     EXPECT_GE(told, last - first + 1);
     EXPECT_GE(camera.wire.GetStatus().frames + s.skipped.Get(), told);
-}
-
-// As the frames of every other camera.
-TEST(GigeStreamTest, KeepsToTheOrderOfCalls)
-{
-    Camera camera(Grey);
-    Host host;
-    GigeStream &stream = host.stream;
-    EXPECT_EQ(stream.StartAcquisition(-1, 0), TOV_CAM_ERR_INVALID_STATE);
-    EXPECT_EQ(stream.StopAcquisition(0), TOV_CAM_ERR_OK);
-    EXPECT_EQ(stream.ReleaseBufferQueue(), TOV_CAM_ERR_OK);
-    EXPECT_EQ(stream.GetBuffer(0, nullptr), nullptr);
-    EXPECT_EQ(stream.QueueBuffer(nullptr), TOV_CAM_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(stream.AllocBufferQueue(nullptr, 0), TOV_CAM_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(stream.AllocBufferQueue(nullptr, StreamQueueLimit + 1), TOV_CAM_ERR_INVALID_ARGUMENT);
-    host.Start(3, 4);
-    EXPECT_EQ(stream.AllocBufferQueue(nullptr, 3), TOV_CAM_ERR_INVALID_STATE);
-    EXPECT_EQ(stream.StartAcquisition(-1, 0), TOV_CAM_ERR_INVALID_STATE);
-    host.ForFrames(3, [](TovCam::Buffer &) {});
-    TovCam::Buffer *const held = stream.GetBuffer(Generous, nullptr);
-    ASSERT_NE(held, nullptr);
-    // Four were asked for.
-    EXPECT_EQ(stream.GetBuffer(50, nullptr), nullptr);
-    EXPECT_EQ(stream.StopAcquisition(0), TOV_CAM_ERR_OK);
-    EXPECT_EQ(stream.ReleaseBufferQueue(), TOV_CAM_ERR_INVALID_STATE);
-    EXPECT_EQ(stream.QueueBuffer(held), TOV_CAM_ERR_OK);
-    EXPECT_EQ(stream.QueueBuffer(held), TOV_CAM_ERR_INVALID_ARGUMENT);
-    stream.CancelGetBuffer();
-    EXPECT_EQ(stream.GetBuffer(TovCam::WaitForever, nullptr), nullptr);
-    EXPECT_EQ(stream.StartAcquisition(-1, 0), TOV_CAM_ERR_OK);
-    auto waiting = std::async(std::launch::async, [&] {
-        while (TovCam::Buffer *const buffer = stream.GetBuffer(TovCam::WaitForever, nullptr))
-            stream.QueueBuffer(buffer);
-    });
-    EXPECT_TRUE(IsUnderWay(waiting));
-    stream.CancelGetBuffer();
-    EXPECT_TRUE(Returns(waiting));
-    host.Stop();
-    // And once more, with a frame that nobody gives back.
-    host.Start(3);
-    EXPECT_NE(stream.GetBuffer(Generous, nullptr), nullptr);
-    stream.Close();
-    host.reachability.SetLost();
-    EXPECT_NE(stream.AllocBufferQueue(nullptr, 3), TOV_CAM_ERR_OK);
-}
-
-TEST(GigeStreamTest, StrangersAreNotHeard)
-{
-    Camera camera(Grey);
-    Host host;
-    host.Start(8);
-    std::uint32_t port = 0;
-    ASSERT_EQ(host.control->ReadRegister(StreamChannelPort, port), 0);
-    int const samePort = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    to.sin_port = htons(static_cast<std::uint16_t>(port));
-    std::vector<std::uint8_t> packet(gvsp::HeaderSize + gvsp::ImageLeader::Size);
-    std::uint64_t sent = 0;
-    host.ForFrames(30, [&](TovCam::Buffer &buffer) {
-        for (std::uint8_t const format : {gvsp::DataLeader, gvsp::DataPayload, gvsp::DataTrailer, gvsp::AllIn}) {
-            gvsp::WriteHeader(std::span(packet).first<gvsp::HeaderSize>(),
-                              {0, buffer.GetFrameID() + 1, format, 0xFFFFFF, false});
-            sent += sendto(samePort, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to) > 0;
-        }
-        EXPECT_FALSE(buffer.IsIncomplete());
-        EXPECT_TRUE(camera.IsExact(buffer));
-    });
-    StreamStatistics const &s = host.stream.GetStatistics();
-    EXPECT_TRUE(Eventually([&] { return s.foreign.Get() == sent; }));
-    host.Stop();
-    host.ExpectSums();
-    close(samePort);
-}
-
-// A camera that is made by hand: what it says of its frames, and datagrams that ended programs.
-TEST(GigeStreamTest, FramesAreWhatTheCameraSaysOfThem)
-{
-    constexpr std::uint64_t Ticks = 0x23456789ABD;
-    std::string const pixels = "abcdef__ghijkl__mnopqr__"; // lines of 6 with 2 bytes behind each
-    auto const node = [](std::string const &kind, std::string const &name, std::string const &content) {
-        return "<" + kind + " Name=\"" + name + "\">" + content + "</" + kind + ">";
-    };
-    auto const value = [](std::string const &number) {
-        return "<Value>" + number + "</Value>";
-    };
-    std::string const xml =
-        "<?xml version=\"1.0\"?><RegisterDescription>" + node("Integer", "Width", value("6")) +
-        node("Integer", "Height", value("3")) + node("Integer", "PayloadSize", value("24")) +
-        node("Integer", "PixelFormat", value("17301505")) +
-        node("Integer", "GevTimestampTickFrequency", value("125000000")) +
-        node("Command", "AcquisitionStart", "<CommandValue>1</CommandValue><pValue>Start</pValue>") +
-        node("IntReg", "Start",
-             "<Address>0xF000</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>"
-             "<Endianess>BigEndian</Endianess>") +
-        "<Port Name=\"Device\"/></RegisterDescription>";
-    char url[64];
-    std::snprintf(url, sizeof url, "Local:a.xml;1000;%zx", xml.size());
-    RegisterServer server(url, xml);
-    auto const packet = [](std::uint64_t block, std::uint64_t content, std::string const &body) {
-        return Big((block - 1) % 65535 + 1, 4) + Big(content, 4) + body; // 0 is skipped
-    };
-    auto const leader = [&](std::uint64_t block, std::uint64_t width, std::uint64_t height) {
-        return packet(block, 0x01000000,
-                      Big(1, 4) + Big(Ticks * (block - 65532), 8) + Big(0x01080001, 4) + Big(width, 4) +
-                          Big(height, 4) + Big(0, 8) + Big(2, 2) + Big(0, 2));
-    };
-    std::tuple<std::uint64_t, bool, std::size_t> const blocks[] = {
-        {65533, true, 24}, {65535, true, 24}, {65536, false, 24}, {65537, true, 23}, {65538, true, 24}};
-    for (auto const &[block, hasLeader, bytes] : blocks) {
-        if (hasLeader)
-            server.stream.push_back(leader(block, 6, 3));
-        for (std::string const &hostile :
-             {packet(block, 0x02FFFFFF, Big(1, 4) + Big(3, 4)), packet(block, 0x02FFFFFE, std::string()),
-              packet(block, 0x03FFFFFF, pixels), packet(block, 0x03000000, pixels), packet(block, 0x04000000, pixels),
-              packet(block, 0x07000001, pixels), packet(block, 0x03000001, std::string(2000, 'x')), std::string("x")})
-            server.stream.push_back(hostile);
-        server.stream.push_back(packet(block, 0x03000001, pixels.substr(0, bytes)));
-        server.stream.push_back(packet(block, 0x02000002, Big(1, 4) + Big(3, 4)));
-    }
-    server.stream.push_back(leader(65539, 0xFFFFFFFF, 0xFFFFFFFF));
-    server.stream.push_back(packet(65539, 0x03000001, pixels));
-    server.stream.push_back(packet(65539, 0x02000002, Big(1, 4) + Big(3, 4)));
-    Host host;
-    ASSERT_EQ(host.stream.AllocBufferQueue(nullptr, 9), 0);
-    for (int start = 0; start < 2; ++start) { // ids begin anew
-        ASSERT_EQ(host.stream.StartAcquisition(-1, 0), 0);
-        arv_device_execute_command(host.device, "AcquisitionStart", nullptr);
-        for (auto const &[block, hasLeader, bytes] : blocks) {
-            SCOPED_TRACE(block);
-            if (start == 0 && block == 65538)
-                break; // nobody takes it, and it does not come later
-            TovCam::Buffer *const buffer = host.stream.GetBuffer(Generous, nullptr);
-            ASSERT_NE(buffer, nullptr);
-            EXPECT_EQ(buffer->IsIncomplete(), !hasLeader || bytes < 24);
-            if (hasLeader) {
-                EXPECT_EQ(buffer->GetTimestamp(), Ticks * (block - 65532));
-                EXPECT_EQ(buffer->GetFrameID(), block);
-                EXPECT_EQ(buffer->GetBufferSize(), bytes);
-            }
-            _TovImage const &image = *buffer->GetImage();
-            EXPECT_EQ(std::tuple(image.width, image.height, image.lineStep, image.imageSize),
-                      std::tuple(6u, 3u, hasLeader ? 8u : 6u, hasLeader ? 24u : 18u));
-            EXPECT_EQ(std::string(reinterpret_cast<char *>(image.imageData), bytes), pixels.substr(0, bytes));
-            EXPECT_EQ(host.stream.QueueBuffer(buffer), 0);
-        }
-        if (start == 1) {
-            host.ForFrames(1, [](TovCam::Buffer &buffer) {
-                EXPECT_TRUE(buffer.IsIncomplete());
-                EXPECT_EQ(std::tuple(buffer.GetImage()->width, buffer.GetImage()->height), std::tuple(6u, 3u));
-            });
-        }
-        EXPECT_EQ(host.stream.StopAcquisition(1), 0);
-    }
-    EXPECT_EQ(host.stream.ReleaseBufferQueue(), 0);
-    host.ExpectSums();
 }
 
 TEST(PacketSizeTest, IsAsLargeAsTheWayCarries)

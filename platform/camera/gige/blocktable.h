@@ -9,7 +9,7 @@
 // It has no socket, no thread and no clock: times are arguments. One thread at a time.
 #pragma once
 
-#include "blockends.h"
+#include "blockframe.h"
 #include "streamcontrol.h"
 #include "streamstatistics.h"
 
@@ -24,23 +24,9 @@
 #include <span>
 #include <vector>
 
-// Memory for one frame. `owner` is whatever the supply wants to know it by.
-struct BlockBuffer
-{
-    std::uint8_t *memory = nullptr;
-    std::size_t room = 0;
-    void *owner = nullptr;
-};
-
-class BufferSupply
-{
-public:
-    // False while no buffer is free.
-    virtual bool TakeBuffer(BlockBuffer &buffer) = 0;
-
-protected:
-    ~BufferSupply() = default;
-};
+struct BlockPacketState;
+struct BlockUnderWay;
+struct BlockSuspect;
 
 // What is known of a stream before its first packet.
 struct BlockLayout
@@ -52,50 +38,6 @@ struct BlockLayout
     std::uint16_t port = 0;       // where it sends from; 0: not known
     std::uint16_t channel = 0;
     bool resends = true; // the camera sends packets again
-};
-
-// A datagram in up to three pieces, in order.
-struct Datagram
-{
-    std::array<std::span<std::uint8_t const>, 3> pieces;
-    std::uint32_t address = 0; // of the sender, in the computer's byte order
-    std::uint16_t port = 0;
-    std::chrono::nanoseconds arrival{0}; // since 1970
-    bool truncated = false;              // its end is missing: there was no room for it
-
-    std::size_t Size() const
-    {
-        return pieces[0].size() + pieces[1].size() + pieces[2].size();
-    }
-    // Bytes from `offset` on; fewer than `out` holds where the datagram ends.
-    std::size_t Copy(std::size_t offset, std::span<std::uint8_t> out) const;
-};
-
-enum class Verdict : std::uint8_t {
-    Taken,
-    Held, // taken or malformed: what comes next decides
-    Duplicate,
-    Late,
-    Foreign,
-    Malformed,
-    Refused,
-    Ignored,
-};
-
-struct BlockFrame
-{
-    enum class End : std::uint8_t { Complete, Incomplete, Lost, Aborted };
-    BlockBuffer buffer; // none of a lost one
-    End end = End::Incomplete;
-    bool isWhole = false; // every packet came, though perhaps with fewer bytes than the picture needs
-    bool hasLeader = false;
-    std::uint64_t blockId = 0;
-    std::uint16_t payloadType = 0; // gvsp::PayloadType
-    std::uint64_t timestamp = 0;   // ticks of the camera; 0 without a leader
-    std::optional<BlockPicture> picture;
-    std::size_t size = 0;                // bytes, without a gap, of a whole one
-    std::chrono::nanoseconds arrival{0}; // of its first packet
-    std::uint32_t packets = 0, missing = 0;
 };
 
 class BlockTable
@@ -158,9 +100,9 @@ public:
     }
 
 private:
-    struct PacketState;
-    struct Frame;
-    struct Suspect;
+    using PacketState = BlockPacketState;
+    using Frame = BlockUnderWay;
+    using Suspect = BlockSuspect;
     // Whose data packets have a length of their own.
     enum Kind : std::size_t { Standard, Extended, Parts, Kinds };
     struct DataLength

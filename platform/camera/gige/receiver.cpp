@@ -18,7 +18,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr std::size_t BatchSize = 64;
+constexpr std::size_t BatchSize = 64, LeastBatch = 8;
 constexpr auto GreetingPeriod = 10s; // firewalls forget a path after half a minute
 constexpr std::size_t Slack = 64;    // a datagram that is longer than announced by more is told by its cut
 
@@ -58,6 +58,11 @@ public:
     // The number of datagrams that came; -1 for none.
     int Read(int socket, BlockTable &table);
     void Take(std::size_t count, BlockTable &table, std::uint32_t camera, BlockTable::Time now);
+    // Whether there may have been more.
+    bool IsFull() const
+    {
+        return m_isFull;
+    }
     // Datagrams dropped since the socket was made, where the batch tells it.
     std::optional<std::uint32_t> GetDrops(std::size_t count)
     {
@@ -93,6 +98,8 @@ private:
     std::size_t const m_scratchRoom;
     std::unique_ptr<std::uint8_t[]> const m_scratch; // for what has no place, and for what is in the way
 
+    std::size_t m_asked = LeastBatch;
+    bool m_isFull = false;
     std::array<mmsghdr, BatchSize> m_messages{};
     std::array<std::array<iovec, 3>, BatchSize> m_pieces;
     std::array<Front, BatchSize> m_fronts;
@@ -125,10 +132,14 @@ void Receiver::Batch::Lay(std::size_t i, std::size_t frontSize)
 
 int Receiver::Batch::Read(int socket, BlockTable &table)
 {
-    table.Expect(m_places);
-    for (std::size_t i = 0; i < BatchSize; ++i)
+    table.Expect(std::span(m_places).first(m_asked));
+    for (std::size_t i = 0; i < m_asked; ++i)
         Lay(i, table.FrontSize());
-    return recvmmsg(socket, m_messages.data(), BatchSize, MSG_DONTWAIT, nullptr);
+    int const count = recvmmsg(socket, m_messages.data(), static_cast<unsigned>(m_asked), MSG_DONTWAIT, nullptr);
+    m_isFull = count == static_cast<int>(m_asked);
+    // Laying out what does not come costs more than a second call.
+    m_asked = std::clamp(static_cast<std::size_t>(std::max(count, 0)) * 2, LeastBatch, BatchSize);
+    return count;
 }
 
 void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint32_t camera)
@@ -403,7 +414,7 @@ bool Receiver::Read(BlockTable::Time now)
         return false;
     m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
     CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
-    return static_cast<std::size_t>(count) == BatchSize;
+    return m_batch->IsFull();
 }
 
 // Counted up to the limit of 32 bits, from where it begins anew.
