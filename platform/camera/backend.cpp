@@ -52,9 +52,12 @@ TovCam::DeviceInfo::AccessStatus DeviceInfoImpl::GetAccessStatus()
     return access.load(std::memory_order_relaxed);
 }
 
-void DeviceInfoImpl::SetFacts(std::function<Facts()> facts)
+void DeviceInfoImpl::SetFacts(void const *owner, std::function<Facts()> facts)
 {
     std::lock_guard<std::mutex> const lock(m_factsMutex);
+    if (!facts && owner != m_factsOwner)
+        return;
+    m_factsOwner = owner;
     m_facts = std::move(facts);
 }
 

@@ -32,18 +32,19 @@ public:
     char const *GetAddress() override;
     AccessStatus GetAccessStatus() override;
     void SetOpenProgress(TovCam::OpenProgress *progress) override;
-    // What the open camera adds to the information; called by whoever asks for that. Empty: nothing any more, and no
-    // call is under way.
+    // What an open camera adds to the information; called by whoever asks for that. The owner's are dropped by no
+    // facts, unless another has put its own in their place; none of their calls is under way then.
     using Facts = std::vector<std::pair<std::string, std::string>>;
-    void SetFacts(std::function<Facts()> facts);
+    void SetFacts(void const *owner, std::function<Facts()> facts);
     Facts GetFacts();
     // Null where nobody waits for an opening.
     TovCam::OpenProgress *GetOpenProgress() const;
 
 private:
     std::atomic<TovCam::OpenProgress *> m_openProgress{nullptr};
-    std::mutex m_factsMutex; // guards the next one, and its calls; alone
+    std::mutex m_factsMutex; // guards the next two, and the calls; taken last
     std::function<Facts()> m_facts;
+    void const *m_factsOwner = nullptr;
     std::mutex m_mutex; // guards m_hostInformation
     std::string m_hostInformation;
 };

@@ -1,6 +1,6 @@
 // Real cameras, tested with a GigE Vision camera that we did not write. Runs in a network namespace of its own.
 #include "contract.h"
-#include "registerserver.h"
+#include "fakegige.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -45,6 +45,7 @@ protected:
     }
     void StartCamera(std::vector<std::string> const &options = {})
     {
+        m_camera.reset(); // it has the port
         m_camera = std::make_unique<FakeGigECamera>(options);
         Open(FindCamera(m_system));
     }
@@ -146,54 +147,6 @@ TEST_F(AravisTest, ReleaseDoesNotWaitForASlowAccess)
     EXPECT_NE(slow.get(), 0);
     StartCamera(); // back, while the old connection is still being buried
     EXPECT_GT(m_nodes->GetIntegerValue("Width", nullptr), 0);
-}
-
-TEST_F(AravisTest, LoadsNoDescriptionFromWhereNoneBelongs)
-{
-    std::string const head = "<?xml version=\"1.0\"?><RegisterDescription>", end = "</RegisterDescription>";
-    std::string const xml = head + "<Integer Name=\"Width\"><Value>5</Value></Integer>" + end;
-    std::string const circle = head + "<Integer Name=\"Width\"><pValue>Width</pValue></Integer>" + end;
-    // Where it lies, and how long it is.
-    auto const local = [](char const *name, std::string const &content) {
-        char text[64];
-        std::snprintf(text, sizeof text, "Local:%s;1000;%zx", name, content.size());
-        return std::string(text);
-    };
-    struct
-    {
-        char const *name;
-        std::string url, content;
-        bool isUsed = false;
-    } const cases[] = {
-        {"none", "", ""},
-        {"a file of the host", "file:///dev/zero.xml", ""},
-        {"another server", "http://127.0.0.1/a.xml", ""},
-        {"4 GB", "Local:a.xml;1000;ffffffff", ""},
-        {"behind the address space", "Local:a.xml;fffffff0;100", ""},
-        {"a description", local("a.xml", xml), xml, true},
-        {"a circle", local("a.xml", circle), circle},
-        {"no description", local("a.xml", end), end},
-    };
-    for (auto const &c : cases) {
-        SCOPED_TRACE(c.name);
-        RegisterServer server(c.url, c.content);
-        std::int32_t const wanted = c.isUsed ? 0 : TOV_CAM_ERR_GENICAM_TREE;
-        std::int32_t error = 0;
-        std::int64_t width = 0;
-        // A server that is held up looks like none: it gets more than one chance.
-        for (int attempt = 0; attempt < 5; ++attempt) {
-            TovCam::Device *const device = TovCam_CreateDevice(FindCamera(m_system), 2, nullptr);
-            if (!device)
-                continue;
-            TovCam::ParamArray *const nodes = device->GetCameraParameters(&error);
-            width = nodes ? nodes->GetIntegerValue("Width", nullptr) : 0;
-            device->Release();
-            if (error == wanted)
-                break;
-        }
-        EXPECT_EQ(error, wanted);
-        EXPECT_EQ(width, c.isUsed ? 5 : 0);
-    }
 }
 
 } // namespace

@@ -40,12 +40,7 @@ protected:
         Close();
         m_camera.reset();
         m_camera = std::make_unique<ScriptedCamera>();
-        char url[40];
-        std::snprintf(url, sizeof url, "Local:a.xml;18000;%zx", description.size());
-        m_camera->Put(0x18000, description);
-        m_camera->Put(bootstrap::FirstUrl, std::string(url));
-        m_camera->Put(bootstrap::ManufacturerName, std::string("Maker"));
-        m_camera->Put(bootstrap::SerialNumber, std::string("Serial"));
+        m_camera->Describe(description);
         TovCam::DeviceInfo *info = nullptr;
         ASSERT_TRUE(
             Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));

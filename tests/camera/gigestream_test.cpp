@@ -114,7 +114,6 @@ public:
     explicit Host(std::string const &address = "127.0.0.1")
         : device(OpenDevice(address)),
           control(std::make_shared<Control>(device, ntohl(inet_addr(address.c_str())))),
-          reachability(""),
           stream(device, access, reachability, control)
     {
     }

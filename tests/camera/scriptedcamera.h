@@ -41,6 +41,16 @@ public:
         close(m_socket);
         close(m_foreign);
     }
+    // A camera with a name that can be opened.
+    void Describe(std::string const &description)
+    {
+        char url[40];
+        std::snprintf(url, sizeof url, "Local:a.xml;18000;%zx", description.size());
+        Put(0x18000, description);
+        Put(gvcp::bootstrap::FirstUrl, std::string(url));
+        Put(gvcp::bootstrap::ManufacturerName, std::string("Maker"));
+        Put(gvcp::bootstrap::SerialNumber, std::string("Serial"));
+    }
     void Set(Script script)
     {
         std::lock_guard<std::mutex> const lock(m_mutex);

@@ -5,11 +5,7 @@
 #include "storestatus.h"
 
 #include <algorithm>
-#include <cstring>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -17,28 +13,6 @@ using namespace std::chrono_literals;
 
 constexpr auto ClosePatience = 1000ms;
 constexpr std::chrono::microseconds CancelPeriod = 20ms;
-
-// Aravis sizes the socket of a stream when the first packet has been read, which is too late for the first frame. It is
-// this process's socket that is bound to the stream's port.
-void SizeSocket(ArvGvStream *stream, GInetAddress *host, int room)
-{
-    std::uint16_t const port = arv_gv_stream_get_port(stream);
-    int const limit = getdtablesize();
-    for (int fd = 0, missed = 0; fd < limit && missed < 1024; ++fd) {
-        sockaddr_in address{};
-        socklen_t size = sizeof address;
-        int type = 0;
-        socklen_t typeSize = sizeof type;
-        if (getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
-            ++missed;
-            continue;
-        }
-        if (address.sin_family == AF_INET && ntohs(address.sin_port) == port &&
-            std::memcmp(&address.sin_addr, g_inet_address_to_bytes(host), sizeof address.sin_addr) == 0 &&
-            getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &typeSize) == 0 && type == SOCK_DGRAM)
-            setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
-    }
-}
 
 } // namespace
 
@@ -75,22 +49,14 @@ AravisStream::AravisStream(ArvDevice *device, std::recursive_mutex &access, Reac
 
 AravisStream::~AravisStream() = default;
 
-std::int32_t AravisStream::CreateStream(std::size_t payload)
+std::int32_t AravisStream::CreateStream()
 {
     ErrorSlot error;
     m_stream = arv_device_create_stream(m_device, nullptr, nullptr, error);
-    if (!m_stream) {
+    if (!m_stream)
         return error.Status() != TOV_CAM_ERR_OK ? error.Status() : static_cast<std::int32_t>(TOV_CAM_ERR_UNKNOWN);
-    }
     // Frames of a camera that runs already are not asked for before the start.
     arv_stream_stop_thread(m_stream, FALSE);
-    if (ARV_IS_GV_STREAM(m_stream)) {
-        // Room for bursts: two frames, whatever their size. The system cuts it to what it allows (net.core.rmem_max).
-        auto const room = static_cast<gint>(std::clamp<std::size_t>(payload * 2, 4u << 20, 64u << 20));
-        g_object_set(m_stream, "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_FIXED, "socket-buffer-size", room, nullptr);
-        GSocketAddress *const host = arv_gv_device_get_interface_address(ARV_GV_DEVICE(m_device));
-        SizeSocket(ARV_GV_STREAM(m_stream), g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(host)), room);
-    }
     return TOV_CAM_ERR_OK;
 }
 
@@ -108,7 +74,7 @@ std::int32_t AravisStream::AllocBufferQueue(void *, std::uint32_t count)
     if (status == TOV_CAM_ERR_OK)
         status = ReadStreamFormat(m_device, m_format);
     if (status == TOV_CAM_ERR_OK)
-        status = CreateStream(m_format.payload);
+        status = CreateStream();
     for (std::uint32_t i = 0; status == TOV_CAM_ERR_OK && i < count; ++i) {
         std::unique_ptr<Frame> frame = Frame::Make(m_format);
         if (!frame) {
@@ -177,7 +143,7 @@ std::int32_t AravisStream::StartAcquisition(std::int64_t frames, std::uint32_t)
         return TOV_CAM_ERR_INVALID_STATE;
     if (m_reachability.IsLost())
         return TOV_CAM_ERR_NO_DEVICE;
-    m_frameIds.Reset(ARV_IS_GV_STREAM(m_stream));
+    m_frameIds.Reset(false);
     m_framesLeft = frames < 0 ? -1 : frames;
     m_cancelled.store(false, std::memory_order_relaxed);
     // The thread begins with no memory of earlier frame ids, as the camera does.

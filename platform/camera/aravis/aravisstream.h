@@ -1,4 +1,4 @@
-// The frames of a real camera: an ArvStream whose buffers wrap pooled memory of ours.
+// The frames of a USB camera: an ArvStream whose buffers wrap pooled memory of ours.
 #pragma once
 
 #include "frameids.h"
@@ -31,7 +31,7 @@ public:
 private:
     class Frame;
 
-    std::int32_t CreateStream(std::size_t payload);
+    std::int32_t CreateStream();
     // Frees the ArvStream and the buffers in the background; the device's lock is held.
     void Dispose();
     void RecycleFilled();

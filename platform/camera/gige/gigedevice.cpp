@@ -181,7 +181,7 @@ GigeDevice::GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *i
         std::lock_guard<std::recursive_mutex> lock(m_access);
         m_connection->port->SetStatistics(&m_stream->GetStatistics());
     }
-    m_info->SetFacts([&statistics = m_stream->GetStatistics()] { return DescribeStatistics(statistics); });
+    m_info->SetFacts(this, [&statistics = m_stream->GetStatistics()] { return DescribeStatistics(statistics); });
     channel.SetLossHandler([relay = m_relay] { relay->Notify(); });
 }
 
@@ -215,7 +215,7 @@ void GigeDevice::OnTapStarted()
 
 void GigeDevice::Close()
 {
-    m_info->SetFacts({});
+    m_info->SetFacts(this, {});
     m_stream->Close();
     SetRegisterPort(m_device, nullptr);
     RealDevice::Close();
