@@ -77,11 +77,6 @@ public:
         Demand(size <= 0xFFFF, "a size that no packet can tell");
         return std::chrono::milliseconds(address >= Slow && address < SlowEnd ? (address - Slow) * 100 : 0);
     }
-    void Refresh(std::uint32_t address, std::uint32_t size) override
-    {
-        Demand(BootstrapMemory::Covers(address) && size <= ManufacturerRegisters - address,
-               "refresh of what is not there");
-    }
     gvcp::Status React(std::uint32_t address) override
     {
         Demand(BootstrapMemory::RegisterAt(address).address == address, "not the beginning of a register");

@@ -437,6 +437,15 @@ inline void WriteHeader(std::span<std::uint8_t, HeaderSize> out, Header const &h
     StoreBig32(&out[4], std::uint32_t{header.format} << 24 | (header.packetId & 0x00FFFFFF));
 }
 
+// In the form that its ids need; the shorter one leaves the rest of `out` as it is.
+inline void WriteEitherHeader(std::span<std::uint8_t, ExtendedHeaderSize> out, Header const &header)
+{
+    if (header.isExtended)
+        WriteExtendedHeader(out, header);
+    else
+        WriteHeader(out.first<HeaderSize>(), header);
+}
+
 // What follows the header of a leader and of a trailer. Both begin with the same two fields, whatever the payload.
 struct ImageLeader
 {

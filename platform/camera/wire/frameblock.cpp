@@ -205,10 +205,7 @@ gvsp::Header FrameBlock::HeaderOf(std::uint32_t id) const
 
 PacketPieces FrameBlock::Lay(std::uint32_t id, gvsp::Header const &header, HeaderRoom &room) const
 {
-    if (header.isExtended)
-        gvsp::WriteExtendedHeader(std::span(room).first<gvsp::ExtendedHeaderSize>(), header);
-    else
-        gvsp::WriteHeader(std::span(room).first<gvsp::HeaderSize>(), header);
+    gvsp::WriteEitherHeader(std::span(room).first<gvsp::ExtendedHeaderSize>(), header);
     PacketPieces packet;
     if (id == 0) {
         packet.Add(room.data(), header.Size());

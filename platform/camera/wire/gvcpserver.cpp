@@ -388,7 +388,6 @@ void GvcpServer::Discover(Request const &request, Clock::time_point now)
 
 void GvcpServer::AnswerDiscovery(Discovery const &discovery)
 {
-    m_camera.Refresh(0, gvcp::DiscoveryAck::Size);
     SendAnswer(discovery.to, gvcp::GEV_STATUS_SUCCESS, gvcp::DISCOVERY_ACK, discovery.id,
                m_memory.Bytes(0, gvcp::DiscoveryAck::Size));
 }
@@ -550,10 +549,7 @@ gvcp::Status GvcpServer::Read(GvcpPeer from, std::uint32_t address, std::span<st
     std::uint64_t const end = std::uint64_t{address} + out.size();
     if (end > (BootstrapMemory::Covers(address) ? std::uint64_t{ManufacturerRegisters} : std::uint64_t{1} << 32))
         return gvcp::GEV_STATUS_INVALID_ADDRESS;
-    if (!BootstrapMemory::Covers(address))
-        return m_camera.Read(address, out);
-    m_camera.Refresh(address, static_cast<std::uint32_t>(out.size()));
-    return m_memory.Read(address, out);
+    return BootstrapMemory::Covers(address) ? m_memory.Read(address, out) : m_camera.Read(address, out);
 }
 
 gvcp::Status GvcpServer::Write(GvcpPeer from, std::uint32_t address, std::span<std::uint8_t const> bytes,

@@ -54,8 +54,6 @@ public:
     virtual gvcp::Status Write(std::uint32_t address, std::span<std::uint8_t const> bytes) = 0;
     // How long an access takes this camera.
     virtual std::chrono::milliseconds DelayOf(std::uint32_t address, std::uint32_t size) = 0;
-    // A host is about to read these bootstrap registers: those that change by themselves are to be brought up to date.
-    virtual void Refresh(std::uint32_t address, std::uint32_t size) = 0;
     // A host has written a bootstrap register, which holds the value already. Another status than success takes it
     // back; bits that are commands (the test packet's) are 0 again afterwards. The control channel privilege is the
     // server's, and nothing is told about it.

@@ -58,10 +58,7 @@ void PacketBatch::AddResent(FrameBlock const &block, std::uint32_t id)
 void PacketBatch::AddRefusal(gvsp::Header const &header)
 {
     FrameBlock::HeaderRoom &room = m_headers[m_count];
-    if (header.isExtended)
-        gvsp::WriteExtendedHeader(std::span(room).first<gvsp::ExtendedHeaderSize>(), header);
-    else
-        gvsp::WriteHeader(std::span(room).first<gvsp::HeaderSize>(), header);
+    gvsp::WriteEitherHeader(std::span(room).first<gvsp::ExtendedHeaderSize>(), header);
     PacketPieces pieces;
     pieces.Add(room.data(), header.Size());
     AddPieces(pieces, Kind::Refused);

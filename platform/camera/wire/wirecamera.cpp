@@ -116,7 +116,6 @@ private:
     gvcp::Status Read(std::uint32_t address, std::span<std::uint8_t> out) override;
     gvcp::Status Write(std::uint32_t address, std::span<std::uint8_t const> bytes) override;
     std::chrono::milliseconds DelayOf(std::uint32_t address, std::uint32_t size) override;
-    void Refresh(std::uint32_t address, std::uint32_t size) override;
     gvcp::Status React(std::uint32_t address) override;
     void Resend(GvcpResend const &request) override;
     void ControlEnded() override;
@@ -499,11 +498,6 @@ std::chrono::milliseconds WireCamera::Impl::DelayOf(std::uint32_t address, std::
 }
 
 // ---- Bootstrap registers -----------------------------------------------------------------------------------------
-
-void WireCamera::Impl::Refresh(std::uint32_t, std::uint32_t)
-{
-    // All that change by themselves are latched or the server's.
-}
 
 gvcp::Status WireCamera::Impl::React(std::uint32_t address)
 {
