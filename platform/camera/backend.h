@@ -106,4 +106,5 @@ private:
 };
 
 std::unique_ptr<Backend> MakeSimBackend();
-std::unique_ptr<Backend> MakeAravisBackend(std::uint32_t kind); // InterfaceKind
+std::unique_ptr<Backend> MakeGigeBackend();
+std::unique_ptr<Backend> MakeAravisBackend(); // USB3 Vision

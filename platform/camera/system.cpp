@@ -53,9 +53,9 @@ public:
     {
         // The order of the list: what is plugged in comes before what is simulated.
         if (IsBackendWanted("gige"))
-            m_backends.push_back(MakeAravisBackend(TovCam::InterfaceKindGigEVision));
+            m_backends.push_back(MakeGigeBackend());
         if (IsBackendWanted("usb3"))
-            m_backends.push_back(MakeAravisBackend(TovCam::InterfaceKindUSB3Vision));
+            m_backends.push_back(MakeAravisBackend());
         if (IsBackendWanted("sim"))
             m_backends.push_back(MakeSimBackend());
     }

@@ -4,7 +4,7 @@
 #include "contract.h"
 #include "wirecamera.h"
 
-#include "aravis/gvcpclient.h"
+#include "gige/gvcpclient.h"
 #include "protocol/gigevision.h"
 
 #include <array>

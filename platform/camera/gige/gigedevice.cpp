@@ -1,8 +1,8 @@
 #include "gigedevice.h"
 
-#include "aravis/gvcpclient.h"
 #include "description.h"
 #include "gigestream.h"
+#include "gvcpclient.h"
 #include "hostfacts.h"
 #include "openwatch.h"
 #include "packetsize.h"

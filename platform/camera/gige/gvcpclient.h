@@ -1,18 +1,13 @@
-// The few GigE Vision control requests that are made beside Aravis: Aravis reports neither a camera's user id nor
-// whether it is in use, and takes seconds where nobody answers.
+// The few requests to a GigE Vision camera that nobody has opened: who it is, and whether it is in use.
 #pragma once
 
-#include <chrono>
+#include "cameraroll.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
-
-struct GvcpIdentity
-{
-    std::string vendor, model, serial, userID;
-};
 
 // One camera's control port. Any one thread at a time; every call is over after a few hundred milliseconds.
 class GvcpClient
@@ -36,9 +31,3 @@ private:
     int m_socket = -1;
     std::uint16_t m_requestId = 0;
 };
-
-// Whether an application has control of a camera whose control channel privilege register reads so.
-bool GvcpIsControlled(std::uint32_t privilege);
-
-// A text of `size` bytes: up to its first zero.
-std::string GvcpText(std::uint8_t const *bytes, std::size_t size);

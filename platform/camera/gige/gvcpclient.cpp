@@ -1,10 +1,12 @@
 #include "gvcpclient.h"
 
-#include "protocol/gigevision.h"
+#include "gvcpanswer.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -76,23 +78,22 @@ bool GvcpClient::Request(std::uint16_t command, std::span<std::uint8_t const> bo
             pollfd events{m_socket, POLLIN, 0};
             if (left.count() <= 0 || poll(&events, 1, static_cast<int>(left.count())) <= 0)
                 break;
-            ssize_t const size = recv(m_socket, received.data(), received.size(), 0);
-            if (size < 0)
+            ssize_t const size = recv(m_socket, received.data(), received.size(), MSG_DONTWAIT | MSG_TRUNC);
+            if (size < 0 && errno != EAGAIN)
                 return false; // refused: no camera there
-            auto const whole = std::span<std::uint8_t const>(received).first(static_cast<std::size_t>(size));
-            std::optional<gvcp::Header> const header = gvcp::ReadHeader(whole);
-            if (!header || header->id != m_requestId)
+            if (size < 0 || static_cast<std::size_t>(size) > received.size())
                 continue;
-            if (header->code == gvcp::PENDING_ACK && !waits) {
+            GvcpAnswer const told =
+                ReadGvcpAnswer({command, m_requestId, body}, std::span(received).first(static_cast<std::size_t>(size)));
+            if (told.kind == GvcpAnswer::Kind::Pending && !waits) {
                 waits = true;
                 end = Clock::now() + PendingLimit;
-                continue;
-            }
-            if (header->code != gvcp::AcknowledgeOf(command) || header->lead != gvcp::GEV_STATUS_SUCCESS)
+            } else if (told.kind == GvcpAnswer::Kind::Refused) {
                 return false;
-            std::span<std::uint8_t const> const told = gvcp::BodyOf(whole, *header);
-            answer.assign(told.begin(), told.end());
-            return told.size() == header->length;
+            } else if (told.kind == GvcpAnswer::Kind::Good) {
+                answer.assign(told.body.begin(), told.body.end());
+                return true;
+            }
         }
     }
     return false;
@@ -100,15 +101,11 @@ bool GvcpClient::Request(std::uint16_t command, std::span<std::uint8_t const> bo
 
 bool GvcpClient::Discover(GvcpIdentity &identity)
 {
-    using namespace gvcp::bootstrap;
     Bytes answer;
-    if (!Request(gvcp::DISCOVERY_CMD, {}, answer) || answer.size() < gvcp::DiscoveryAck::Size)
-        return false;
-    identity.vendor = GvcpText(&answer[ManufacturerName], NameSize);
-    identity.model = GvcpText(&answer[ModelName], NameSize);
-    identity.serial = GvcpText(&answer[SerialNumber], IdentitySize);
-    identity.userID = GvcpText(&answer[UserDefinedName], IdentitySize);
-    return true;
+    std::optional<GvcpIdentity> told;
+    if (Request(gvcp::DISCOVERY_CMD, {}, answer) && (told = ReadIdentity(answer)))
+        identity = std::move(*told);
+    return told.has_value();
 }
 
 bool GvcpClient::ReadRegister(std::uint32_t address, std::uint32_t &value)
@@ -142,14 +139,4 @@ bool GvcpClient::ReadMemory(std::uint32_t address, std::size_t size, Bytes &data
     data.erase(data.begin(), data.begin() + skip);
     data.resize(size);
     return true;
-}
-
-bool GvcpIsControlled(std::uint32_t privilege)
-{
-    return (privilege & (gvcp::ExclusiveAccess | gvcp::ControlAccess)) != 0;
-}
-
-std::string GvcpText(std::uint8_t const *bytes, std::size_t size)
-{
-    return std::string(bytes, std::find(bytes, bytes + size, 0));
 }

@@ -1,0 +1,260 @@
+#include "camerasearch.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <random>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto Round = 250ms; // who has not answered is asked again
+constexpr int Rounds = 4;     // and one in which nobody new is listened to
+constexpr int DatagramsAtOnce = 256;
+constexpr int BufferSize = 1 << 20;
+constexpr std::size_t LongestDatagram = 1024; // more than any answer
+
+std::uint32_t AddressOf(sockaddr const *name)
+{
+    return name && name->sa_family == AF_INET ? ntohl(reinterpret_cast<sockaddr_in const *>(name)->sin_addr.s_addr) : 0;
+}
+
+sockaddr_in NameOf(std::uint32_t address, std::uint16_t port)
+{
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    name.sin_addr.s_addr = htonl(address);
+    name.sin_port = htons(port);
+    return name;
+}
+
+class Socket
+{
+public:
+    explicit Socket(std::uint32_t address) : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        int const on = 1;
+        setsockopt(m_socket, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+        setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &BufferSize, sizeof BufferSize);
+        sockaddr_in const name = NameOf(address, 0);
+        if (m_socket >= 0 && bind(m_socket, reinterpret_cast<sockaddr const *>(&name), sizeof name) != 0) {
+            close(m_socket);
+            m_socket = -1;
+        }
+    }
+    ~Socket()
+    {
+        if (m_socket >= 0)
+            close(m_socket);
+    }
+    Socket(Socket &&other) noexcept : m_socket(std::exchange(other.m_socket, -1))
+    {
+    }
+    Socket &operator=(Socket &&) = delete;
+
+    int Get() const
+    {
+        return m_socket;
+    }
+    // What cannot be sent is lost, as on any network.
+    void Send(std::uint16_t command, std::uint16_t id, std::span<std::uint8_t const> body, std::uint32_t address) const
+    {
+        std::array<std::uint8_t, gvcp::HeaderSize + gvcp::RegisterSize> packet;
+        gvcp::WriteHeader(std::span(packet).first<gvcp::HeaderSize>(),
+                          {gvcp::CommandLead(gvcp::ACKNOWLEDGE), command, static_cast<std::uint16_t>(body.size()), id});
+        std::copy(body.begin(), body.end(), packet.begin() + gvcp::HeaderSize);
+        sockaddr_in const name = NameOf(address, gvcp::Port);
+        sendto(m_socket, packet.data(), gvcp::HeaderSize + body.size(), 0, reinterpret_cast<sockaddr const *>(&name),
+               sizeof name);
+    }
+    // Hands what came from a camera's port to `take`, so that a flood leaves time for other things.
+    template<class Take>
+    void Receive(Take const &take) const
+    {
+        std::array<std::uint8_t, LongestDatagram> bytes;
+        for (int i = 0; i < DatagramsAtOnce; ++i) {
+            sockaddr_in from{};
+            socklen_t length = sizeof from;
+            ssize_t const size =
+                recvfrom(m_socket, bytes.data(), bytes.size(), MSG_TRUNC, reinterpret_cast<sockaddr *>(&from), &length);
+            if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+                return;
+            if (size >= 0 && static_cast<std::size_t>(size) <= bytes.size() && ntohs(from.sin_port) == gvcp::Port)
+                take(ntohl(from.sin_addr.s_addr), std::span(bytes).first(static_cast<std::size_t>(size)));
+        }
+    }
+
+private:
+    int m_socket;
+};
+
+// One address of an adapter that is up, which is where a search starts from.
+struct Network
+{
+    Network(std::uint32_t host, std::uint32_t own, CameraRoll empty)
+        : socket(host),
+          broadcast(own),
+          roll(std::move(empty))
+    {
+    }
+    Socket socket;
+    std::uint32_t broadcast; // of the subnet; 0 where there is none
+    CameraRoll roll;
+};
+
+class Search
+{
+public:
+    explicit Search(std::vector<std::uint32_t> const &known) : m_known(known), m_direct(0), m_named(m_id, m_privilegeId)
+    {
+        ifaddrs *all = nullptr;
+        if (getifaddrs(&all) != 0)
+            return;
+        for (ifaddrs const *one = all; one; one = one->ifa_next) {
+            std::uint32_t const host = AddressOf(one->ifa_addr);
+            if (host == 0 || (one->ifa_flags & IFF_UP) == 0 || (one->ifa_flags & IFF_POINTOPOINT) != 0)
+                continue;
+            bool const broadcasts = (one->ifa_flags & IFF_BROADCAST) != 0;
+            m_networks.emplace_back(host, broadcasts ? AddressOf(one->ifa_broadaddr) : 0,
+                                    CameraRoll(m_id, m_privilegeId));
+            if (m_networks.back().socket.Get() < 0)
+                m_networks.pop_back();
+        }
+        freeifaddrs(all);
+    }
+
+    std::vector<CameraRoll::Camera> Run()
+    {
+        Clock::time_point const start = Clock::now();
+        for (int round = 0; round < Rounds; ++round) {
+            if (round % 2 == 0)
+                Broadcast();
+            AskAgain();
+            for (Clock::time_point const end = start + (round + 1) * Round; Clock::now() < end;)
+                Listen(end, true);
+        }
+        AskAgain();
+        for (Clock::time_point const end = start + (Rounds + 1) * Round; Clock::now() < end && !IsComplete();)
+            Listen(end, false);
+        return Collect();
+    }
+
+private:
+    // Any but 0.
+    static std::uint16_t MakeId()
+    {
+        return static_cast<std::uint16_t>(std::random_device()() % 0xFFFF + 1);
+    }
+    template<class Do>
+    void ForRolls(Do const &act)
+    {
+        act(m_named);
+        for (Network &network : m_networks)
+            act(network.roll);
+    }
+
+    void Broadcast()
+    {
+        for (Network const &network : m_networks) {
+            network.socket.Send(gvcp::DISCOVERY_CMD, m_id, {}, INADDR_BROADCAST);
+            if (network.broadcast != 0)
+                network.socket.Send(gvcp::DISCOVERY_CMD, m_id, {}, network.broadcast);
+        }
+    }
+    // Those that a busy network may have kept from answering.
+    void AskAgain()
+    {
+        for (std::uint32_t const address : m_known) {
+            if (!m_named.Has(address))
+                m_direct.Send(gvcp::DISCOVERY_CMD, m_id, {}, address);
+        }
+        ForRolls([](CameraRoll &roll) {
+            for (CameraRoll::Camera &camera : roll.GetCameras())
+                camera.isAsked = camera.isControlled.has_value();
+        });
+        AskForControl();
+    }
+    void AskForControl()
+    {
+        std::array<std::uint8_t, gvcp::RegisterSize> body;
+        StoreBig32(body.data(), gvcp::bootstrap::ControlChannelPrivilege);
+        ForRolls([&](CameraRoll &roll) {
+            for (CameraRoll::Camera &camera : roll.GetCameras()) {
+                if (!std::exchange(camera.isAsked, true))
+                    m_direct.Send(gvcp::READREG_CMD, m_privilegeId, body, camera.address);
+            }
+        });
+    }
+
+    bool IsComplete()
+    {
+        bool complete = true;
+        ForRolls([&complete](CameraRoll const &roll) { complete = complete && roll.IsComplete(); });
+        return complete;
+    }
+
+    // What comes until some of it has come, or the time is over.
+    void Listen(Clock::time_point end, bool takesNew)
+    {
+        std::vector<pollfd> events{{m_direct.Get(), POLLIN, 0}};
+        for (Network const &network : m_networks) {
+            if (takesNew)
+                events.push_back({network.socket.Get(), POLLIN, 0});
+        }
+        auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        if (poll(events.data(), events.size(), std::max(0, static_cast<int>(left.count()))) <= 0)
+            return;
+        m_direct.Receive([&](std::uint32_t address, std::span<std::uint8_t const> datagram) {
+            ForRolls([&](CameraRoll &roll) { roll.TakePrivilege(address, datagram); });
+            if (takesNew && std::find(m_known.begin(), m_known.end(), address) != m_known.end())
+                m_named.TakeDiscovery(address, datagram);
+        });
+        for (Network &network : m_networks) {
+            if (takesNew)
+                network.socket.Receive([&network](std::uint32_t address, std::span<std::uint8_t const> datagram) {
+                    network.roll.TakeDiscovery(address, datagram);
+                });
+        }
+        AskForControl();
+    }
+
+    // Those that have answered by name come first, and are not found again.
+    std::vector<CameraRoll::Camera> Collect()
+    {
+        std::vector<CameraRoll::Camera> found;
+        ForRolls([&found](CameraRoll &roll) {
+            for (CameraRoll::Camera &camera : roll.GetCameras()) {
+                auto const same = [&camera](CameraRoll::Camera const &other) {
+                    return other.address == camera.address && other.identity == camera.identity;
+                };
+                if (std::none_of(found.begin(), found.end(), same))
+                    found.push_back(std::move(camera));
+            }
+        });
+        return found;
+    }
+
+    // An answer to an earlier search is none to this one, and the second is told to nobody but the asked.
+    std::uint16_t const m_id = MakeId(), m_privilegeId = MakeId();
+    std::vector<std::uint32_t> const &m_known;
+    Socket m_direct; // for what is asked of one camera alone
+    CameraRoll m_named;
+    std::vector<Network> m_networks;
+};
+
+} // namespace
+
+std::vector<CameraRoll::Camera> FindCameras(std::vector<std::uint32_t> const &known)
+{
+    return Search(known).Run();
+}
