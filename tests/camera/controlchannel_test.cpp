@@ -110,6 +110,35 @@ TEST(ControlChannel, AnswersThatDoNotFitAreCountedAndLeft)
     EXPECT_GT(channel.GetCounters().malformed, before);
 }
 
+// More than the socket holds before each answer, while it is waited for, and behind it.
+TEST(ControlChannel, AFloodKeepsNothingFromTheCamera)
+{
+    constexpr std::size_t Flood = 1000;
+    constexpr std::uint32_t Requests = 10;
+    ScriptedCamera camera;
+    for (bool const isForeign : {true, false}) {
+        camera.Set({});
+        ControlChannel channel("127.0.0.1");
+        ASSERT_EQ(channel.Open(), 0);
+        camera.Set([isForeign](Bytes const &, Bytes const &good) {
+            Datagrams flood(2 * Flood, {With(good, 6, LoadBig16(&good[6]) ^ 0x4000), isForeign});
+            flood[Flood] = {good};
+            return flood;
+        });
+        for (std::uint32_t i = 0; i < Requests; ++i) {
+            std::uint32_t value = 0;
+            camera.Put(0x100, i);
+            EXPECT_EQ(channel.ReadRegister(0x100, value), 0);
+            EXPECT_EQ(value, i);
+        }
+        EXPECT_FALSE(channel.IsSilent() || channel.IsLost());
+        ControlChannel::Counters const counted = channel.GetCounters();
+        EXPECT_TRUE(counted.abandoned == 0 || !isForeign); // one of the heartbeat's may be, which counts on the next
+        EXPECT_EQ(counted.stale > 0, !isForeign);
+        EXPECT_GE(counted.foreign + counted.stale, (Requests - 1) * 2 * (Flood - 1));
+    }
+}
+
 TEST(ControlChannel, RefusalsHaveTheirStatuses)
 {
     ScriptedCamera camera;

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
+#include <linux/filter.h>
+#include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <random>
@@ -19,6 +21,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t MemoryBlock = 512; // what every camera can send and take in one packet
+constexpr int QueueSize = 1 << 20;       // for a flood; of which the system gives what it allows
+constexpr int DatagramsAtOnce = 1024;    // more than the queue holds
 constexpr auto FollowPeriod = 10ms;      // a cancelled opening is looked for
 constexpr std::uint32_t Controlled = gvcp::ControlAccess | gvcp::ExclusiveAccess;
 constexpr std::uint32_t UsualTimeout = 3000;   // of a camera's heartbeat
@@ -101,7 +105,22 @@ ControlChannel::ControlChannel(std::string const &address)
     m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
 
-// Not connected: who else sends to it is counted, and a refusal on the way, which anybody can forge, is not heard.
+// What is not from the camera's port does not come as far as the queue, which a flood of it could fill.
+static bool FilterSenders(int socket, std::uint32_t camera)
+{
+    constexpr std::uint32_t SourceAddress = static_cast<std::uint32_t>(SKF_NET_OFF) + 12, SourcePort = 0,
+                            Whole = 0xFFFF;
+    sock_filter code[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, SourceAddress),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, camera, 0, 3),
+                          BPF_STMT(BPF_LD | BPF_H | BPF_ABS, SourcePort),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, gvcp::Port, 0, 1),
+                          BPF_STMT(BPF_RET | BPF_K, Whole),
+                          BPF_STMT(BPF_RET | BPF_K, 0)};
+    sock_fprog const program{std::size(code), code};
+    return setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0;
+}
+
+// Not connected: a refusal on the way, which anybody can forge, is not heard.
 bool ControlChannel::OpenSocket()
 {
     sockaddr_in local;
@@ -110,7 +129,9 @@ bool ControlChannel::OpenSocket()
     m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (m_socket < 0)
         return false;
-    if (bind(m_socket, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0 ||
+    setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &QueueSize, sizeof QueueSize);
+    if (!FilterSenders(m_socket, m_cameraAddress) ||
+        bind(m_socket, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0 ||
         getsockname(m_socket, reinterpret_cast<sockaddr *>(&local), &size) != 0) {
         close(m_socket);
         m_socket = -1;
@@ -166,26 +187,14 @@ bool ControlChannel::WaitReadable(Effort const &effort, Clock::time_point end)
     }
 }
 
-// What the next datagram is; one that is none of the request's is counted.
-GvcpAnswer ControlChannel::Take(GvcpRequest const &request)
+// What the next datagram is, if there is one; one that is none of the request's is counted.
+std::optional<GvcpAnswer> ControlChannel::Take(GvcpRequest const &request)
 {
-    sockaddr_in from{};
-    iovec place{m_datagram.data(), m_datagram.size()};
-    msghdr message{};
-    message.msg_name = &from;
-    message.msg_namelen = sizeof from;
-    message.msg_iov = &place;
-    message.msg_iovlen = 1;
-    ssize_t const size = recvmsg(m_socket, &message, MSG_DONTWAIT);
+    ssize_t const size = recv(m_socket, m_datagram.data(), m_datagram.size(), MSG_DONTWAIT | MSG_TRUNC);
     if (size < 0)
-        return {};
-    if (message.msg_namelen != sizeof from || from.sin_family != AF_INET ||
-        ntohl(from.sin_addr.s_addr) != m_cameraAddress || ntohs(from.sin_port) != gvcp::Port) {
-        m_foreign.fetch_add(1, std::memory_order_relaxed);
-        return {};
-    }
+        return std::nullopt;
     GvcpAnswer answer;
-    if ((message.msg_flags & MSG_TRUNC) == 0)
+    if (static_cast<std::size_t>(size) <= m_datagram.size())
         answer = ReadGvcpAnswer(request, std::span(m_datagram).first(static_cast<std::size_t>(size)));
     if (answer.kind == GvcpAnswer::Kind::Malformed) {
         m_malformed.fetch_add(1, std::memory_order_relaxed);
@@ -203,18 +212,18 @@ ControlChannel::Outcome ControlChannel::Await(GvcpRequest const &request, Effort
                                               Clock::time_point last)
 {
     while (WaitReadable(effort, end)) {
-        m_answer = Take(request);
-        switch (m_answer.kind) {
-        case GvcpAnswer::Kind::Malformed:
-        case GvcpAnswer::Kind::Stale:
-            break;
-        case GvcpAnswer::Kind::Pending:
-            end = std::min(last, Clock::now() + std::max(effort.patience, m_answer.time));
-            break;
-        case GvcpAnswer::Kind::Refused:
-            return Outcome::Refused;
-        case GvcpAnswer::Kind::Good:
-            return Outcome::Answered;
+        // A flood of what is no answer does not keep from looking at the time.
+        for (int i = 0; i < DatagramsAtOnce; ++i) {
+            std::optional<GvcpAnswer> const answer = Take(request);
+            if (!answer)
+                break;
+            m_answer = *answer;
+            if (m_answer.kind == GvcpAnswer::Kind::Pending)
+                end = std::min(last, Clock::now() + std::max(effort.patience, m_answer.time));
+            else if (m_answer.kind == GvcpAnswer::Kind::Refused)
+                return Outcome::Refused;
+            else if (m_answer.kind == GvcpAnswer::Kind::Good)
+                return Outcome::Answered;
         }
     }
     return IsStopped(effort) ? Outcome::Stopped : Outcome::Silent;
@@ -230,6 +239,9 @@ ControlChannel::Outcome ControlChannel::Transact(GvcpRequest request, Effort con
     std::copy(request.body.begin(), request.body.end(), packet.begin() + gvcp::HeaderSize);
     auto const bytes = std::span<std::uint8_t const>(packet).first(gvcp::HeaderSize + request.body.size());
     Clock::time_point const last = Clock::now() + effort.limit;
+    // What came before cannot be the answer, which is to find room in the queue.
+    for (int i = 0; i < DatagramsAtOnce && Take(request); ++i) {
+    }
     for (int i = 0; i < effort.tries && Clock::now() < last; ++i) {
         if (i > 0)
             m_repeated.fetch_add(1, std::memory_order_relaxed);
@@ -466,7 +478,10 @@ ControlChannel::Counters ControlChannel::GetCounters() const
     auto const get = [](std::atomic<std::uint64_t> const &counter) {
         return counter.load(std::memory_order_relaxed);
     };
-    return {get(m_repeated), get(m_abandoned), get(m_foreign), get(m_stale), get(m_malformed)};
+    std::array<std::uint32_t, SK_MEMINFO_VARS> memory{};
+    socklen_t size = sizeof memory;
+    getsockopt(m_socket, SOL_SOCKET, SO_MEMINFO, memory.data(), &size);
+    return {get(m_repeated), get(m_abandoned), memory[SK_MEMINFO_DROPS], get(m_stale), get(m_malformed)};
 }
 
 // ---- Control -----------------------------------------------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
@@ -35,7 +36,7 @@ public:
     {
         std::uint64_t repeated = 0;  // requests that were sent again
         std::uint64_t abandoned = 0; // requests that had no answer
-        std::uint64_t foreign = 0;   // from elsewhere
+        std::uint64_t foreign = 0;   // from elsewhere, or more of the camera's than the socket holds
         std::uint64_t stale = 0;     // answers to other requests
         std::uint64_t malformed = 0; // answers that do not fit the request
     };
@@ -98,7 +99,7 @@ private:
     // With m_mutex held.
     Outcome Transact(GvcpRequest request, Effort const &effort);
     Outcome Await(GvcpRequest const &request, Effort const &effort, Clock::time_point end, Clock::time_point last);
-    GvcpAnswer Take(GvcpRequest const &request);
+    std::optional<GvcpAnswer> Take(GvcpRequest const &request);
     bool IsStopped(Effort const &effort) const;
     bool WaitReadable(Effort const &effort, Clock::time_point end);
     bool Transmit(std::span<std::uint8_t const> packet);
@@ -125,7 +126,7 @@ private:
     std::atomic<bool> m_silent{false}, m_lost{false};
     std::atomic<std::uint32_t> m_lastId;
     std::atomic<bool> m_timeoutChanged{false}; // the heartbeat's, by a write of the register
-    std::atomic<std::uint64_t> m_repeated{0}, m_abandoned{0}, m_foreign{0}, m_stale{0}, m_malformed{0};
+    std::atomic<std::uint64_t> m_repeated{0}, m_abandoned{0}, m_stale{0}, m_malformed{0};
 
     mutable std::mutex m_mutex; // one request at a time; guards the next ones
     std::array<std::uint8_t, LongestDatagram> m_datagram;
