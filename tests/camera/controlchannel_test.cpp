@@ -4,7 +4,6 @@
 #include "asleep.h"
 #include "gige/openwatch.h"
 #include "scriptedcamera.h"
-#include "wirecamera.h"
 
 #include <future>
 #include <numeric>
@@ -38,18 +37,7 @@ Bytes Sized(Bytes bytes, std::ptrdiff_t more, bool told)
 // That asks for so many milliseconds.
 Bytes Pending(Bytes const &answer, std::uint16_t time)
 {
-    return {0,
-            0,
-            0,
-            gvcp::PENDING_ACK,
-            0,
-            gvcp::PendingAck::Size,
-            answer[6],
-            answer[7],
-            0,
-            0,
-            static_cast<std::uint8_t>(time >> 8),
-            static_cast<std::uint8_t>(time)};
+    return With({0, 0, 0, gvcp::PENDING_ACK, 0, gvcp::PendingAck::Size, answer[6], answer[7], 0, 0, 0, 0}, 10, time);
 }
 
 TEST(ControlChannel, AnswersThatDoNotFitAreCountedAndLeft)
@@ -274,6 +262,12 @@ TEST(ControlChannel, ControlIsTakenKeptAndGivenBack)
         EXPECT_EQ(camera.Get(bootstrap::HeartbeatTimeout), 3000u);
         EXPECT_EQ(channel.GetCameraAddress(), INADDR_LOOPBACK);
         EXPECT_EQ(channel.GetHostAddress(), INADDR_LOOPBACK);
+        std::uint32_t address = 0;
+        std::uint16_t port = 0;
+        camera.Put(bootstrap::PrimaryApplicationIpAddress, INADDR_LOOPBACK);
+        camera.Put(bootstrap::PrimaryApplicationPort, 7000);
+        EXPECT_EQ(channel.ReadController(address, port), 0);
+        EXPECT_EQ(std::pair(address, port), std::pair(INADDR_LOOPBACK, std::uint16_t{7000}));
         EXPECT_GT(channel.GetMtu(), 1500u);
     }
     EXPECT_EQ(camera.Get(bootstrap::ControlChannelPrivilege), 0u);
@@ -322,48 +316,6 @@ TEST(ControlChannel, LossIsTold)
         EXPECT_EQ(told, 1);
         EXPECT_EQ(channel.GetCounters().abandoned, abandoned);
     }
-}
-
-TEST(ControlChannel, FaultsOfTheWireAreOvercome)
-{
-    for (auto const &[fault, share] :
-         std::initializer_list<std::pair<char const *, char const *>>{{"WireAnswerLoss", "20"},
-                                                                      {"WireAnswerWrongId", "20"},
-                                                                      {"WireAnswerWrongLength", "20"},
-                                                                      {"WireAnswerDelay", "20"}}) {
-        SCOPED_TRACE(fault);
-        WireCamera camera({GetWireModels()[0], "127.0.0.1", "", ""});
-        ControlChannel channel("127.0.0.1");
-        ASSERT_EQ(channel.Open(), 0);
-        std::uint32_t address = 0;
-        std::uint16_t port = 0;
-        EXPECT_EQ(channel.ReadController(address, port), 0);
-        EXPECT_EQ(camera.GetStatus().controller, "127.0.0.1:" + std::to_string(port));
-        std::string why;
-        ASSERT_TRUE(camera.SetFeature(fault, share, why)) << why;
-        for (std::uint32_t i = 0; i < 10; ++i) {
-            std::uint32_t value = 0;
-            EXPECT_EQ(channel.WriteRegister(bootstrap::StreamChannelPacketSize, 600 + 4 * i), 0);
-            EXPECT_EQ(channel.ReadRegister(bootstrap::StreamChannelPacketSize, value), 0);
-            EXPECT_EQ(value & gvcp::packetsize::Mask, 600 + 4 * i);
-        }
-        ControlChannel::Counters const counted = channel.GetCounters();
-        EXPECT_EQ(counted.repeated + counted.stale + counted.malformed > 0,
-                  std::string_view(share) == "20" && std::string_view(fault) != "WireAnswerDelay");
-    }
-}
-
-TEST(ControlChannel, AForeignCameraKeepsItsHost)
-{
-    FakeGigECamera camera;
-    ControlChannel channel("127.0.0.1");
-    ASSERT_TRUE(Eventually([&] { return channel.Open() == 0; }));
-    Bytes bytes(bootstrap::UrlSize);
-    EXPECT_EQ(channel.ReadMemory(bootstrap::FirstUrl, bytes), 0);
-    EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 6), "Local:");
-    EXPECT_EQ(ControlChannel("127.0.0.1").Open(), TOV_CAM_ERR_GENICAM_ACCESS);
-    camera.Kill();
-    EXPECT_TRUE(Eventually([&] { return channel.IsLost(); }));
 }
 
 } // namespace

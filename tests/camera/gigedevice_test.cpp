@@ -41,10 +41,15 @@ protected:
         m_camera.reset();
         m_camera = std::make_unique<ScriptedCamera>();
         m_camera->Describe(description);
+        Open(Find());
+    }
+
+    TovCam::DeviceInfo *Find() const
+    {
         TovCam::DeviceInfo *info = nullptr;
-        ASSERT_TRUE(
+        EXPECT_TRUE(
             Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
-        Open(info);
+        return info;
     }
 
     std::unique_ptr<ScriptedCamera> m_camera;
@@ -112,11 +117,83 @@ TEST_F(GigeDeviceTest, RegistersAreReachedAsTheDescriptionMeansIt)
     }
 }
 
+std::string Big(std::uint64_t value, int bytes)
+{
+    return bytes == 0 ? "" : Big(value >> 8, bytes - 1) + static_cast<char>(value);
+}
+
+TEST_F(GigeDeviceTest, FramesAreWhatTheCameraSaysOfThem)
+{
+    // Lines of 6 pixels with 2 bytes behind each.
+    constexpr std::uint64_t Ticks = 0x23456789ABD;
+    std::string const pixels = "abcdef__ghijkl__mnopqr__";
+    std::string nodes = Integer("Start", 0xF000, 4, "BigEndian") + "<Port Name=\"Device\"/>" +
+                        "<Command Name=\"AcquisitionStart\"><CommandValue>1</CommandValue><pValue>Start</pValue>" +
+                        "</Command>";
+    for (auto const &[name, value] : {std::pair("Width", "6"),
+                                      {"Height", "3"},
+                                      {"PayloadSize", "24"},
+                                      {"PixelFormat", "17301505"},
+                                      {"GevTimestampTickFrequency", "125000000"}})
+        nodes += std::string("<Integer Name=\"") + name + "\"><Value>" + value + "</Value></Integer>";
+    Serve(Describe("0", nodes));
+    struct Block
+    {
+        std::uint64_t number;
+        bool leader;
+        std::size_t bytes;
+    };
+    constexpr Block Blocks[] = {
+        {65533, true, 24}, {65535, true, 24}, {65536, false, 24}, {65537, true, 23}, {65538, true, 24}};
+    std::vector<ScriptedCamera::Datagram> stream{{}}; // behind the answer
+    for (auto const &[number, leader, bytes] : Blocks) {
+        auto const add = [&stream, id = (number - 1) % 65535 + 1](std::uint64_t content, std::string const &body) {
+            std::string const packet = Big(id, 4) + Big(content, 4) + body; // 0 is skipped
+            stream.push_back({{packet.begin(), packet.end()}});
+        };
+        if (leader)
+            add(0x01000000, Big(1, 4) + Big(Ticks * (number - 65532), 8) + Big(0x01080001, 4) + Big(6, 4) + Big(3, 4) +
+                                Big(0, 8) + Big(2, 2) + Big(0, 2));
+        add(0x03000001, pixels.substr(0, bytes));
+        add(0x02000002, Big(1, 4) + Big(3, 4));
+    }
+    m_camera->Set([stream, port = std::uint16_t{0}](auto const &request, auto const &good) mutable {
+        std::uint32_t const written = LoadBig16(&request[2]) == gvcp::WRITEREG_CMD ? LoadBig32(&request[8]) : 0;
+        if (written == bootstrap::StreamChannelPort)
+            port = LoadBig16(&request[14]);
+        for (ScriptedCamera::Datagram &packet : stream)
+            packet.port = port;
+        stream[0] = {good};
+        return written == 0xF000 ? stream : std::vector{stream[0]};
+    });
+    ASSERT_EQ(m_stream->AllocBufferQueue(nullptr, 7), 0);
+    for (int start = 0; start < 2; ++start) { // ids begin anew
+        ASSERT_EQ(m_stream->StartAcquisition(-1, 0), 0);
+        ASSERT_EQ(m_nodes->ExecuteCommand("AcquisitionStart"), 0);
+        for (auto const &[number, leader, bytes] : Blocks) {
+            SCOPED_TRACE(number);
+            if (start == 0 && number == 65538)
+                break; // nobody takes it, and it does not come later
+            TovCam::Buffer *const buffer = m_stream->GetBuffer(Generous, nullptr);
+            ASSERT_NE(buffer, nullptr);
+            EXPECT_EQ(buffer->IsIncomplete(), !leader || bytes < 24);
+            EXPECT_TRUE(!leader || (buffer->GetTimestamp() == Ticks * (number - 65532) &&
+                                    buffer->GetFrameID() == number && buffer->GetBufferSize() == bytes));
+            _TovImage const &image = *buffer->GetImage();
+            EXPECT_EQ(std::tuple(image.width, image.height, image.lineStep, image.imageSize),
+                      std::tuple(6u, 3u, leader ? 8u : 6u, leader ? 24u : 18u));
+            EXPECT_EQ(std::string(reinterpret_cast<char *>(image.imageData), bytes), pixels.substr(0, bytes));
+            EXPECT_EQ(m_stream->QueueBuffer(buffer), 0);
+        }
+        EXPECT_EQ(m_stream->StopAcquisition(1), 0);
+    }
+    Close(); // while there is somebody to say goodbye to
+}
+
 TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
 {
     auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});
-    TovCam::DeviceInfo *info = nullptr;
-    ASSERT_TRUE(Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
+    TovCam::DeviceInfo *const info = Find();
     Open(info);
     std::string why;
     ASSERT_TRUE(camera->SetFeature("WireDuplicate", "5", why)) << why;
@@ -145,8 +222,7 @@ TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
 TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
 {
     auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});
-    TovCam::DeviceInfo *info = nullptr;
-    ASSERT_TRUE(Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
+    TovCam::DeviceInfo *const info = Find();
     std::string why;
     ASSERT_TRUE(camera->SetFeature("WireAnswerDelay", "50", why)) << why;
     OpenProgress progress;

@@ -21,6 +21,7 @@ public:
     {
         Bytes bytes;
         bool isForeign = false; // from another port
+        std::uint16_t port = 0; // of the host, where it is not the asker's
     };
     // What comes of a request: the good answer is the second argument, and what comes without a script.
     using Script = std::function<std::vector<Datagram>(Bytes const &request, Bytes const &good)>;
@@ -140,9 +141,12 @@ private:
             if (LoadBig16(&request[2]) == gvcp::PACKETRESEND_CMD)
                 continue;
             Bytes const good = GoodAnswer(request);
-            for (Datagram const &out : m_script ? m_script(request, good) : std::vector<Datagram>{{good}})
+            for (Datagram const &out : m_script ? m_script(request, good) : std::vector<Datagram>{{good}}) {
+                sockaddr_in to = peer;
+                to.sin_port = out.port != 0 ? htons(out.port) : peer.sin_port;
                 sendto(out.isForeign ? m_foreign : m_socket, out.bytes.data(), out.bytes.size(), 0,
-                       reinterpret_cast<sockaddr *>(&peer), peerSize);
+                       reinterpret_cast<sockaddr *>(&to), peerSize);
+            }
         }
     }
 

@@ -1,10 +1,6 @@
 // The cameras on the network before foreign clients and our own. Runs in a network namespace of its own.
 #include "wireclients.h"
 
-#include "capture/capturehelper.h"
-#include "gige/packetring.h"
-
-#include <map>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -161,8 +157,10 @@ TEST_F(WireTest, OneHostHasControlUntilItFallsSilent)
     ASSERT_TRUE(Eventually([&] { return camera->GetStatus().frames > 0; }));
     EXPECT_NE(camera->GetStatus().controller, "");
     std::int32_t error = 0;
-    EXPECT_EQ(TovCam_CreateDevice(FindAt(m_system, "127.0.0.1"), 2, &error), nullptr);
+    TovCam::DeviceInfo *const info = FindAt(m_system, "127.0.0.1");
+    EXPECT_EQ(TovCam_CreateDevice(info, 2, &error), nullptr);
     EXPECT_EQ(error, TOV_CAM_ERR_GENICAM_ACCESS);
+    EXPECT_NE(std::string(info->GetHostInformation()).find("\nIn use by:      127.0.0.1\n"), std::string::npos);
     std::string why;
     first.Stop(SIGKILL);
     EXPECT_TRUE(Eventually([&] { return camera->GetStatus().controller.empty(); }));
@@ -249,69 +247,6 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
     EXPECT_TRUE(Eventually([&] { return camera->GetStatus().address == "127.0.0.7"; }));
     EXPECT_EQ(RunShell("arv-tool-0.8 -a 127.0.0.7 control Width").code, 0);
     close(host);
-}
-
-TEST_F(WireTest, FramesOfEveryFormatComeWhole)
-{
-    for (char const *model : {Grey, Colour}) {
-        auto const camera = Serve(model);
-        MakeSmall(*camera);
-        Open(FindAt(m_system, "127.0.0.1"));
-        for (TovCam::FeatureEntry const &entry : m_nodes->GetFeature(FindFeature(m_nodes, "PixelFormat"))->entries) {
-            ASSERT_EQ(m_nodes->SetEnumValueStr("PixelFormat", entry.name.c_str()), 0);
-            TovPixelTypeInfo const *const info = TovGetPixelTypeInfoByPfnc(static_cast<std::uint32_t>(entry.value));
-            ASSERT_NE(info, nullptr) << entry.name;
-            RunningCamera(m_device).ForFrames(2, [&](TovCam::Buffer &buffer) {
-                EXPECT_FALSE(buffer.IsIncomplete()) << entry.name;
-                EXPECT_EQ(buffer.GetImage()->pixelType, info->pixelType) << entry.name;
-            });
-        }
-        Close();
-    }
-}
-
-// The ring beside the stream's own receiver: frames that both have whole are the same. On loopback a packet goes out
-// and comes in; it is seen once.
-TEST_F(WireTest, APacketRingSeesTheSameFrames)
-{
-    using Bytes = std::vector<std::uint8_t>;
-    auto const camera = Serve(Grey);
-    MakeSmall(*camera);
-    Open(FindAt(m_system, "127.0.0.1"));
-    RunningCamera running(m_device);
-    std::uint32_t port = 0;
-    ASSERT_TRUE(GvcpClient("127.0.0.1").ReadRegister(gvcp::bootstrap::StreamChannelPort, port));
-    std::int32_t status;
-    int const capture = RequestCaptureSocket(
-        {CaptureStream, "lo", INADDR_LOOPBACK, INADDR_LOOPBACK, static_cast<std::uint16_t>(port)}, &status, nullptr);
-    ASSERT_GE(capture, 0);
-    std::unique_ptr<PacketRing> const ring = PacketRing::Make(capture);
-    ASSERT_NE(ring, nullptr);
-    std::map<std::uint64_t, Bytes> heard, received; // by frame
-    int same = 0;
-    auto const take = [&](RingDatagram const &datagram) {
-        gvsp::Header const header = gvsp::ReadHeader(datagram.payload).value();
-        if (header.format == gvsp::DataLeader)
-            heard[header.blockId];
-        else if (header.format == gvsp::DataPayload && heard.contains(header.blockId))
-            heard[header.blockId].insert(heard[header.blockId].end(), datagram.payload.begin() + gvsp::HeaderSize,
-                                         datagram.payload.end());
-        return true;
-    };
-    EXPECT_TRUE(Eventually([&] {
-        running.ForFrames(1, [&](TovCam::Buffer &buffer) {
-            auto const *const pixels = buffer.GetImage()->imageData;
-            if (!buffer.IsIncomplete())
-                received[buffer.GetFrameID()].assign(pixels, pixels + 320 * 200);
-        });
-        ring->ReadDatagrams(take);
-        same = 0;
-        for (auto const &[id, pixels] : received)
-            same += heard.contains(id) && heard[id] == pixels;
-        return same >= 20;
-    })) << same
-        << " of " << received.size() << ", " << heard.size();
-    EXPECT_EQ(ring->GetDropped() + ring->GetFragments() + ring->GetMalformed(), 0u);
 }
 
 } // namespace

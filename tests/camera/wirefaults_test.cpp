@@ -198,7 +198,7 @@ TEST_F(WireFaultsTest, OfTheStream)
     }
 }
 
-// ---- Control and description -------------------------------------------------------------------------------------
+// ---- The control channel -------------------------------------------------------------------------------------------
 
 // What tshark shows of a control channel.
 enum ControlSign {
@@ -294,36 +294,6 @@ TEST_F(WireFaultsTest, OfTheControlChannel)
         EXPECT_EQ(seen & row.signs, row.signs) << row.fault.feature << ' ' << row.fault.value << ' ' << seen;
         // By themselves neither ever comes.
         EXPECT_EQ(seen & (Strange | Short), row.signs & (Strange | Short)) << row.fault.feature;
-    }
-}
-
-// Whatever a description does to its reader: others may fall over it. We take the plain text where the archive alone is
-// bad, and what came first where it changes.
-TEST_F(WireFaultsTest, OfTheDescription)
-{
-    for (char const *kind : {"Truncated", "NotXml", "Empty", "Entities", "Nested", "Circle", "BadZip", "ZipBomb",
-                             "HugeUrl", "FileUrl", "OutsideUrl", "ChangesOnce"}) {
-        SCOPED_TRACE(kind);
-        std::string_view const name(kind);
-        bool const isUsable = name.ends_with("Zip") || name.starts_with("Zip") || name == "ChangesOnce";
-        auto const camera = Serve(Grey);
-        Set(*camera, "WireDescription", kind);
-        m_device = TovCam_CreateDevice(FindAt(m_system, "127.0.0.1"), 2, nullptr);
-        ASSERT_NE(m_device, nullptr);
-        std::int32_t error = 0;
-        m_nodes = m_device->GetCameraParameters(&error);
-        EXPECT_EQ(error, isUsable ? 0 : TOV_CAM_ERR_GENICAM_TREE);
-        ASSERT_EQ(m_nodes != nullptr, isUsable);
-        EXPECT_TRUE(!isUsable || m_nodes->GetIntegerValue("Width", nullptr) == 2048);
-        Close();
-        Outcome const seen = RunShell("ulimit -v 1000000; timeout 60 arv-tool-0.8 -a 127.0.0.1 control Width");
-        EXPECT_EQ(seen.text.find("Width = 2048"), std::string::npos) << seen.text;
-    }
-    auto const camera = Serve(Grey);
-    Set(*camera, "WireDescription", "ChangesOnce");
-    for (char const *width : {"Width = 2048", "Width = Velmor"}) {
-        Outcome const seen = RunShell("arv-tool-0.8 -a 127.0.0.1 control Width");
-        EXPECT_NE(seen.text.find(width), std::string::npos) << seen.text;
     }
 }
 

@@ -110,8 +110,12 @@ public:
         std::uint32_t privilege = 0;
         if (camera.ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, privilege) && GvcpIsControlled(privilege)) {
             info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
+            std::uint32_t controller = 0; // not every camera tells
+            camera.ReadRegister(gvcp::bootstrap::PrimaryApplicationIpAddress, controller);
+            SetController(info, controller);
             return fail(TOV_CAM_ERR_GENICAM_ACCESS);
         }
+        SetController(info, 0);
         std::int32_t status = TOV_CAM_ERR_OK;
         GigeDevice *const device = GigeDevice::Open(info, watch, &status);
         if (status == TOV_CAM_ERR_GENICAM_TREE)
@@ -156,12 +160,26 @@ public:
                                     {"Adapter driver", adapter.driver}, {"MTU", adapter.mtu},
                                     {"Link speed", adapter.speed},      {"Receive buffer", host.GetReceiveBuffer()},
                                     {"Kernel", host.GetKernel()}};
+        {
+            std::lock_guard<std::mutex> const lock(m_paramsMutex);
+            if (auto const found = m_controllers.find(info); found != m_controllers.end())
+                facts.emplace_back("In use by", AddressText(found->second));
+        }
         DeviceInfoImpl::Facts const open = info->GetFacts();
         facts.insert(facts.end(), open.begin(), open.end());
         return AlignLines(facts);
     }
 
 private:
+    // Who had control when an opening was refused; 0 when none was, or nobody can tell.
+    void SetController(DeviceInfoImpl *info, std::uint32_t address)
+    {
+        std::lock_guard<std::mutex> const lock(m_paramsMutex);
+        if (address == 0)
+            m_controllers.erase(info);
+        else
+            m_controllers[info] = address;
+    }
     // Another camera at a known address, or a changed user id, needs another description. Null for one more than are
     // kept, unless it was asked for.
     DeviceInfoImpl *Publish(CameraRoll::Camera const &camera, bool isAsked)
@@ -196,9 +214,10 @@ private:
     std::vector<std::uint32_t> m_asked; // addresses
     std::size_t m_seen = 0;
 
-    std::mutex m_paramsMutex;                                     // guards the two below
+    std::mutex m_paramsMutex;                                     // guards the next ones
     std::string m_openedAddress;                                  // of the camera opened last
     std::map<std::string, std::unique_ptr<FixedParams>> m_params; // by adapter; kept, as callers hold them
+    std::map<DeviceInfoImpl *, std::uint32_t> m_controllers;
 };
 
 } // namespace
