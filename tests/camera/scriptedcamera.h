@@ -138,7 +138,9 @@ private:
             request.resize(static_cast<std::size_t>(size));
             std::lock_guard<std::mutex> const lock(m_mutex);
             m_requests.push_back(request);
-            if (LoadBig16(&request[2]) == gvcp::PACKETRESEND_CMD)
+            // Packets that are asked for again, and greetings to where a stream comes from, have no answer.
+            if (LoadBig16(&request[2]) == gvcp::PACKETRESEND_CMD ||
+                (size < 12 && LoadBig16(&request[2]) != gvcp::DISCOVERY_CMD))
                 continue;
             Bytes const good = GoodAnswer(request);
             for (Datagram const &out : m_script ? m_script(request, good) : std::vector<Datagram>{{good}}) {
