@@ -66,12 +66,10 @@ TEST(Description, UrlsAreNamePlaceAndSize)
     };
     for (Row const &row : rows) {
         std::optional<DescriptionPlace> const place = ParseDescriptionUrl(row.url);
-        EXPECT_EQ(place.has_value(), row.size != 0) << row.url;
-        if (!place)
-            continue;
-        EXPECT_EQ(place->address, row.address) << row.url;
-        EXPECT_EQ(place->size, row.size) << row.url;
-        EXPECT_EQ(place->isArchive, row.isArchive) << row.url;
+        ASSERT_EQ(place.has_value(), row.size != 0) << row.url;
+        EXPECT_TRUE(!place || std::tuple(place->address, place->size, place->isArchive) ==
+                                  std::tuple(row.address, row.size, row.isArchive))
+            << row.url;
     }
 }
 
@@ -181,30 +179,19 @@ TEST(Description, DownloadTellsHowFarItIsAndEndsWhenItIsToEnd)
 TEST(Description, WhatACameraServesToHurtIsRefused)
 {
     std::string good;
-    for (auto const &[kind, status] :
-         std::initializer_list<std::pair<char const *, std::int32_t>>{{"Good", 0},
-                                                                      {"Truncated", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"NotXml", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"Empty", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"Entities", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"Nested", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"Circle", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"BadZip", 0},
-                                                                      {"ZipBomb", 0},
-                                                                      {"HugeUrl", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"FileUrl", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"OutsideUrl", TOV_CAM_ERR_GENICAM_TREE},
-                                                                      {"ChangesOnce", 0}}) {
+    for (std::string_view const kind : {"Good", "BadZip", "ZipBomb", "ChangesOnce", "Truncated", "NotXml", "Empty",
+                                        "Entities", "Nested", "Circle", "HugeUrl", "FileUrl", "OutsideUrl"}) {
+        bool const isUsable = kind == "Good" || kind == "BadZip" || kind == "ZipBomb" || kind == "ChangesOnce";
         SCOPED_TRACE(kind);
         WireCamera camera({GetWireModels()[0], "127.0.0.1", "", ""});
         std::string why, xml;
-        ASSERT_TRUE(camera.SetFeature("WireDescription", kind, why)) << why;
+        ASSERT_TRUE(camera.SetFeature("WireDescription", std::string(kind), why)) << why;
         ControlChannel channel("127.0.0.1");
         ASSERT_EQ(channel.Open(), 0);
         OpenWatch watch(nullptr);
-        EXPECT_EQ(DownloadDescription(channel, watch, xml), status);
+        EXPECT_EQ(DownloadDescription(channel, watch, xml), isUsable ? 0 : TOV_CAM_ERR_GENICAM_TREE);
         good = good.empty() ? xml : good;
-        EXPECT_TRUE(status != 0 || xml == good); // of one that changes, what came first
+        EXPECT_TRUE(!isUsable || xml == good); // of one that changes, what came first
     }
 }
 
