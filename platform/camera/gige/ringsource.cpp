@@ -14,6 +14,7 @@ namespace {
 constexpr PacketRingSize RingSize{1 << 18, 256, std::chrono::milliseconds(1)};
 // Frames that are over are delivered in between.
 constexpr std::size_t MostAtOnce = 64;
+constexpr std::chrono::milliseconds BlockPatience{100}; // until a block is handed over, and read
 
 class RingSource final : public DatagramSource
 {
@@ -31,24 +32,41 @@ public:
             datagram.address = packet.source;
             datagram.port = packet.sourcePort;
             datagram.arrival = std::chrono::nanoseconds(packet.arrival);
-            take(datagram);
+            if (!IsForgotten(datagram.arrival))
+                take(datagram);
             return ++count < MostAtOnce;
         });
     }
-    void Wait(std::chrono::milliseconds patience) override
+    void Wait(std::chrono::milliseconds patience, int other) override
     {
-        m_ring->Wait(patience);
+        m_ring->Wait(patience, other);
     }
     void Wake() override
     {
         m_ring->Wake();
     }
-    std::uint64_t GetDrops() override
+    void Forget() override
     {
-        return m_ring->GetDropped();
+        constexpr std::size_t Most = 1 << 20; // of a camera that goes on
+        std::size_t count = 0;
+        m_ring->ReadDatagrams([&](RingDatagram const &) { return ++count < Most; });
+        m_begin = std::chrono::system_clock::now().time_since_epoch();
+        m_fresh = std::chrono::steady_clock::now() + BlockPatience;
+    }
+    Losses GetLosses() override
+    {
+        return {m_ring->GetDropped(), m_ring->GetMalformed(), m_ring->GetFragments()};
     }
 
 private:
+    // What came before is in a block that was not full yet. Only for as long as that may last: clocks are set.
+    bool IsForgotten(std::chrono::nanoseconds arrival)
+    {
+        return arrival < m_begin && std::chrono::steady_clock::now() < m_fresh;
+    }
+
+    std::chrono::nanoseconds m_begin{0};
+    std::chrono::steady_clock::time_point m_fresh;
     std::unique_ptr<PacketRing> const m_ring;
 };
 
