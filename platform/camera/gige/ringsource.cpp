@@ -5,6 +5,7 @@
 #include "packetring.h"
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <string>
 
 namespace {
@@ -15,6 +16,8 @@ constexpr PacketRingSize RingSize{1 << 18, 256, std::chrono::milliseconds(1)};
 // Frames that are over are delivered in between.
 constexpr std::size_t MostAtOnce = 64;
 constexpr std::chrono::milliseconds BlockPatience{100}; // until a block is handed over, and read
+
+std::atomic<bool> s_isPermitted{true};
 
 class RingSource final : public DatagramSource
 {
@@ -81,6 +84,8 @@ std::string AdapterOf(std::uint32_t address)
 
 std::unique_ptr<DatagramSource> OpenRingSource(std::uint32_t camera, std::uint32_t host, std::uint16_t port)
 {
+    if (!s_isPermitted)
+        return nullptr;
     // What goes to an address of this host does not leave it.
     std::string const adapter = AdapterOf(camera).empty() ? AdapterOf(host) : "lo";
     std::int32_t status = 0;
@@ -89,4 +94,9 @@ std::unique_ptr<DatagramSource> OpenRingSource(std::uint32_t camera, std::uint32
         return nullptr;
     std::unique_ptr<PacketRing> ring = PacketRing::Make(socket, RingSize);
     return ring ? std::make_unique<RingSource>(std::move(ring)) : nullptr;
+}
+
+void PermitRingSource(bool isPermitted)
+{
+    s_isPermitted = isPermitted;
 }
