@@ -1,7 +1,7 @@
 // What it costs to receive a GigE Vision stream, and how fast it may be: our receiver by socket and by packet ring,
-// Aravis' stream by socket and by packet socket, and a bare loop of recvmmsg that leaves the packets where they are. The
-// same sender for all, on the other processor, rounds taken in turn: the processor time that the receiving thread takes
-// for a packet, and the highest rate at which nothing is lost. Needs loopback alone, and root for the rings:
+// Aravis' stream by socket and by packet socket, and a bare loop of recvmmsg that leaves the packets where they are.
+// The same sender for all, on the other processor, rounds taken in turn: the processor time that the receiving thread
+// takes for a packet, and the highest rate at which nothing is lost. Needs loopback alone, and root for the rings:
 // tests/support/in-netns receiver_bench [rounds] [seconds a measurement]
 // Before Qt, whose keywords it uses as names.
 #include <arv.h>
@@ -141,9 +141,9 @@ class AravisStream final : public Target
 public:
     AravisStream(ArvDevice *device, bool byPacketSocket)
     {
-        arv_gv_device_set_stream_options(ARV_GV_DEVICE(device),
-                                         byPacketSocket ? ARV_GV_STREAM_OPTION_NONE
-                                                        : ARV_GV_STREAM_OPTION_PACKET_SOCKET_DISABLED);
+        arv_gv_device_set_stream_options(ARV_GV_DEVICE(device), byPacketSocket
+                                                                    ? ARV_GV_STREAM_OPTION_NONE
+                                                                    : ARV_GV_STREAM_OPTION_PACKET_SOCKET_DISABLED);
         m_stream = arv_device_create_stream(device, nullptr, nullptr, nullptr);
         g_object_set(m_stream, "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_FIXED, "socket-buffer-size", SocketRoom,
                      "packet-resend", ARV_GV_STREAM_PACKET_RESEND_NEVER, nullptr);
@@ -407,8 +407,8 @@ using Values = std::map<Kind, std::vector<double>>;
 void PrintCpu(double rate, std::vector<Kind> const &kinds, Values &cpu, Values &lost)
 {
     for (Kind const kind : kinds) {
-        std::printf("  %-22s %8.0f packets/s: %.3f us of processor time a packet, %.2f of Aravis' by socket", Names[kind],
-                    rate, Median(cpu[kind]), Ratio(cpu[kind], cpu[AravisSocket]));
+        std::printf("  %-22s %8.0f packets/s: %.3f us of processor time a packet, %.2f of Aravis' by socket",
+                    Names[kind], rate, Median(cpu[kind]), Ratio(cpu[kind], cpu[AravisSocket]));
         if (Median(lost[kind]) > 0)
             std::printf(" (with losses)");
         std::printf("\n");
@@ -463,7 +463,7 @@ int main(int argc, char **argv)
     double const seconds = argc > 2 ? std::atof(argv[2]) : 0.5;
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     log4cpp::Category::getInstance("TOVSCP").setPriority(log4cpp::Priority::FATAL);
-    PinTo(0); // all but the sender
+    PinTo(0);              // all but the sender
     FakeGigECamera camera; // for the registers; it sends nothing
     GInetAddress *const host = g_inet_address_new_loopback(G_SOCKET_FAMILY_IPV4);
     ArvDevice *const device = arv_gv_device_new(host, host, nullptr);

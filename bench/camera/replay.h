@@ -59,9 +59,8 @@ public:
         m_memory.resize(m_packets * m_size);
         for (std::size_t i = 0; i < m_packets; ++i) {
             std::uint8_t *const packet = &m_memory[i * m_size];
-            gvsp::WriteHeader(
-                std::span<std::uint8_t, gvsp::HeaderSize>(packet, gvsp::HeaderSize),
-                {0, 1, gvsp::DataPayload, static_cast<std::uint32_t>(i + 1), false});
+            gvsp::WriteHeader(std::span<std::uint8_t, gvsp::HeaderSize>(packet, gvsp::HeaderSize),
+                              {0, 1, gvsp::DataPayload, static_cast<std::uint32_t>(i + 1), false});
         }
         m_last = bytes - (m_packets - 1) * data + gvsp::HeaderSize;
         MakeEnds(width, height);

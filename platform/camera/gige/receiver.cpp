@@ -25,7 +25,7 @@ constexpr auto GreetingPeriod = 10s; // firewalls forget a path after half a min
 // comes in that time at 10 Gbit/s, several times over.
 constexpr auto GatherTime = 250us;
 constexpr int GatherRoom = 2 << 20;
-constexpr std::size_t Slack = 64;    // a datagram that is longer than announced by more is told by its cut
+constexpr std::size_t Slack = 64; // a datagram that is longer than announced by more is told by its cut
 
 void SetOption(int socket, int option, int value)
 {
