@@ -90,6 +90,12 @@ public:
             std::exit(1);
         m_count = 0;
     }
+    // Of the frames from now on; `at` counts the bytes of a frame.
+    void SetPixel(std::size_t at, std::uint8_t value)
+    {
+        std::size_t const data = m_size - gvsp::HeaderSize;
+        m_memory[at / data * m_size + gvsp::HeaderSize + at % data] = value;
+    }
     // At so many packets a second, or as fast as it can with 0. Returns the seconds that it took.
     double Send(std::size_t frames, double rate)
     {
@@ -104,6 +110,11 @@ public:
 private:
     static constexpr std::size_t MostRun = 64, LongestDatagram = 65000;
 
+    [[noreturn]] static void Fail()
+    {
+        std::perror("nobody receives");
+        std::_Exit(1);
+    }
     void MakeEnds(std::uint32_t width, std::uint32_t height)
     {
         using Leader = gvsp::ImageLeader;
@@ -164,7 +175,7 @@ private:
         auto const size = static_cast<std::uint16_t>(m_size);
         std::memcpy(CMSG_DATA(control), &size, sizeof size);
         if (sendmsg(m_socket, &message, 0) < 0)
-            std::perror("sendmsg");
+            Fail();
     }
     void SendEach(std::uint8_t *memory, std::size_t bytes)
     {
@@ -177,7 +188,7 @@ private:
             messages[count].msg_hdr.msg_iovlen = 1;
         }
         if (sendmmsg(m_socket, messages.data(), static_cast<unsigned>(count), 0) != static_cast<int>(count))
-            std::perror("sendmmsg");
+            Fail();
     }
 
     std::size_t const m_size, m_run;
