@@ -6,6 +6,7 @@
 #include "driver.h"
 
 #include "gige/blocktable.h"
+#include "gige/chunkdata.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -75,6 +76,10 @@ public:
                   &m_memory[static_cast<std::size_t>(which)]};
         return true;
     }
+    bool Accepts(BlockFrame const &frame) override
+    {
+        return frame.blockId % 16 != 0;
+    }
     // The rest of the input.
     std::span<std::uint8_t const> Step(std::span<std::uint8_t const> input)
     {
@@ -105,7 +110,8 @@ public:
         Demand(s.received.Get() == s.packets.Get() + s.duplicate.Get() + s.late.Get() + s.foreign.Get() +
                                        s.malformed.Get() + s.refused.Get() + s.ignored.Get(),
                "datagrams do not sum up");
-        Demand(s.complete.Get() + s.incomplete.Get() + s.aborted.Get() == m_frames, "frames do not sum up");
+        Demand(s.complete.Get() + s.unfit.Get() + s.incomplete.Get() + s.aborted.Get() == m_frames,
+               "frames do not sum up");
     }
     bool HasFrames() const
     {
@@ -284,8 +290,14 @@ private:
                                     [](auto byte) { return byte == Untouched; }),
                        "whole without all bytes");
             }
+            Demand(frame->chunkOffset <= frame->size && frame->chunkBytes <= frame->size - frame->chunkOffset,
+                   "chunk data outside");
+            auto const chunks = std::span(memory).subspan(frame->chunkOffset, frame->chunkBytes);
+            auto const chunk = FindChunk(chunks, static_cast<std::uint32_t>(frame->blockId));
+            Demand(!chunk || (chunk->data() >= chunks.data() && chunk->size() <= chunks.size()), "a chunk outside");
             if (frame->end == BlockFrame::End::Complete) {
                 Demand(frame->isWhole && frame->missing == 0, "complete and not whole");
+                Demand(frame->blockId % 16 != 0, "complete and not accepted");
                 Demand(!frame->picture || frame->picture->Bytes(frame->picture->height) <= frame->size,
                        "a picture without all lines");
             }

@@ -38,7 +38,7 @@ protected:
         StreamStatistics const &s = statistics;
         EXPECT_EQ(s.received.Get(), s.packets.Get() + s.duplicate.Get() + s.late.Get() + s.foreign.Get() +
                                         s.malformed.Get() + s.refused.Get() + s.ignored.Get());
-        EXPECT_EQ(given, s.complete.Get() + s.incomplete.Get() + s.aborted.Get());
+        EXPECT_EQ(given, s.complete.Get() + s.unfit.Get() + s.incomplete.Get() + s.aborted.Get());
     }
     void Start(std::uint32_t buffers, bool resends = true)
     {

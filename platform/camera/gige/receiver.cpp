@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <linux/filter.h>
-#include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <optional>
 #include <poll.h>
@@ -13,6 +12,7 @@
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -21,6 +21,10 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t BatchSize = 64, LeastBatch = 8;
 constexpr auto GreetingPeriod = 10s; // firewalls forget a path after half a minute
+constexpr auto LookPeriod = 20ms;    // at what is not the camera's packets, as long as something goes on
+constexpr auto SourcePatience = 100ms;
+constexpr int MostPolls = 4;          // in a row: requests must not keep from reading
+constexpr std::uint32_t Unheard = 16; // datagrams that a source should have shown
 // To be woken costs as much as several packets do: what trickles in is left to gather, where there is room for what
 // comes in that time at 10 Gbit/s, several times over.
 constexpr auto GatherTime = 250us;
@@ -37,14 +41,6 @@ int GetOption(int socket, int option)
     int value = 0;
     socklen_t size = sizeof value;
     return getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : 0;
-}
-
-// Datagrams that it dropped since it was made, as those that come tell it, too.
-std::uint32_t DropsOf(int socket)
-{
-    std::array<std::uint32_t, SK_MEMINFO_VARS> values{};
-    socklen_t size = sizeof values;
-    return getsockopt(socket, SOL_SOCKET, SO_MEMINFO, values.data(), &size) == 0 ? values[SK_MEMINFO_DROPS] : 0;
 }
 
 // What else the system tells of a datagram.
@@ -308,7 +304,7 @@ bool Receiver::Open(std::size_t room)
     SetOption(m_socket, SO_RXQ_OVFL, 1);
     SetOption(m_socket, SO_TIMESTAMPNS, 1);
     m_gathers = GetOption(m_socket, SO_RCVBUF) >= GatherRoom;
-    m_drops = 0;
+    m_strangers.Open(m_socket, m_control.GetCameraAddress());
     return true;
 }
 
@@ -319,7 +315,9 @@ void Receiver::Close()
             close(*fd);
         *fd = -1;
     }
+    m_strangers.Close();
     m_source.reset();
+    m_usesSource = false;
 }
 
 std::uint16_t Receiver::GetPort() const
@@ -334,6 +332,7 @@ std::uint16_t Receiver::GetPort() const
 void Receiver::SetSource(std::unique_ptr<DatagramSource> source)
 {
     m_source = std::move(source);
+    m_usesSource = m_source != nullptr;
     // What the source brings would fill the socket, too.
     sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
     sock_fprog const program{1, &nothing};
@@ -383,13 +382,13 @@ void Receiver::Stop()
     if (!m_thread.joinable())
         return;
     m_quit.store(true, std::memory_order_relaxed);
-    std::uint64_t const one = 1;
+    eventfd_write(m_wake, 1);
     if (m_source)
         m_source->Wake();
-    else [[maybe_unused]]
-        ssize_t const written = write(m_wake, &one, sizeof one);
     m_thread.join();
-    CountDrops(m_source ? static_cast<std::uint32_t>(m_source->GetDrops()) : DropsOf(m_socket));
+    if (!m_usesSource)
+        CountDrops(GetSocketDrops(m_socket));
+    LookAround(Clock::now());
     m_table.Abort();
     HandOver();
     if (BlockBuffer const spare = m_table.TakeSpare(); spare.memory)
@@ -400,14 +399,18 @@ void Receiver::Stop()
 void Receiver::Drain()
 {
     constexpr int MostBatches = 4096; // more than the largest socket holds, from a camera that goes on
-    for (int i = 0; i < MostBatches; ++i) {
-        int const count = m_batch->Read(m_socket, m_table);
-        if (count <= 0)
-            break;
+    for (int i = 0; i < MostBatches && m_batch->Read(m_socket, m_table) > 0; ++i) {
     }
-    m_drops = m_source ? static_cast<std::uint32_t>(m_source->GetDrops()) : DropsOf(m_socket);
-    std::uint64_t ignored;
-    [[maybe_unused]] ssize_t const got = read(m_wake, &ignored, sizeof ignored);
+    m_drops = GetSocketDrops(m_socket);
+    m_strangers.Forget();
+    if (m_source) {
+        m_source->Forget();
+        m_losses = m_source->GetLosses();
+    }
+    m_shown = 0;
+    m_isUnheard = false;
+    eventfd_t ignored;
+    eventfd_read(m_wake, &ignored);
 }
 
 // ---- The thread --------------------------------------------------------------------------------------------------
@@ -420,6 +423,8 @@ void Receiver::Run()
         bool const more = Read(now);
         if (now >= m_table.NextDue() || now >= m_nextGreeting)
             DoWhatIsDue(now);
+        if (now >= m_nextLook)
+            LookAround(now);
         HandOver();
         if (!more)
             Wait(now);
@@ -429,19 +434,58 @@ void Receiver::Run()
 // True where there may be more.
 bool Receiver::Read(BlockTable::Time now)
 {
-    if (m_source) {
-        std::size_t const count = m_source->Read([&](Datagram const &datagram) { m_table.Take(datagram, now); });
-        return count > 0;
-    }
+    if (!m_usesSource)
+        return ReadSocket(now);
+    std::size_t const count = m_source->Read([&](Datagram const &datagram) { m_table.Take(datagram, now); });
+    m_shown += count;
+    m_hasRead = m_hasRead || count > 0;
+    return count > 0;
+}
+
+bool Receiver::ReadSocket(BlockTable::Time now)
+{
     int const count = m_batch->Read(m_socket, m_table);
     if (count <= 0)
         return false;
+    m_hasRead = true;
     m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
     CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
     return m_batch->IsFull();
 }
 
-// Counted up to the limit of 32 bits, from where it begins anew.
+// At what comes beside the camera's packets. Whatever that is, it takes a share of the thread's time that is limited.
+void Receiver::LookAround(BlockTable::Time now)
+{
+    m_nextLook = now + LookPeriod;
+    m_hasNews = m_strangers.Count(m_statistics);
+    m_hasNews = std::exchange(m_hasRead, false) || m_hasNews;
+    if (m_usesSource)
+        CountLosses();
+}
+
+void Receiver::CountLosses()
+{
+    DatagramSource::Losses const losses = m_source->GetLosses();
+    std::uint64_t const damaged = losses.malformed - m_losses.malformed + (losses.fragments - m_losses.fragments);
+    m_statistics.socketDrops.Add(losses.dropped - m_losses.dropped);
+    m_statistics.received.Add(damaged);
+    m_statistics.malformed.Add(damaged);
+    bool const hasFragments = losses.fragments != m_losses.fragments;
+    m_losses = losses;
+    // The socket's filter has dropped all that came from the camera. A source may be slower than a socket.
+    bool const isUnheard = m_shown == 0 && GetSocketDrops(m_socket) - m_drops >= Unheard;
+    if (hasFragments || (std::exchange(m_isUnheard, isUnheard) && isUnheard))
+        LeaveSource();
+}
+
+void Receiver::LeaveSource()
+{
+    int const none = 0;
+    setsockopt(m_socket, SOL_SOCKET, SO_DETACH_FILTER, &none, sizeof none);
+    m_usesSource = false;
+    m_drops = GetSocketDrops(m_socket);
+}
+
 void Receiver::CountDrops(std::uint32_t drops)
 {
     if (drops != m_drops)
@@ -451,12 +495,10 @@ void Receiver::CountDrops(std::uint32_t drops)
 
 void Receiver::DoWhatIsDue(BlockTable::Time now)
 {
-    do {
+    for (int i = 0; i < MostPolls && m_table.NextDue() <= now; ++i) {
         for (PacketRequest const &request : m_table.Poll(now))
             m_control.RequestPackets(request);
-    } while (m_table.NextDue() <= now);
-    if (m_source) // to ask takes a system call
-        CountDrops(static_cast<std::uint32_t>(m_source->GetDrops()));
+    }
     if (now >= m_nextGreeting)
         KeepPathOpen(now);
 }
@@ -487,14 +529,24 @@ void Receiver::HandOver()
 
 void Receiver::Wait(BlockTable::Time now)
 {
-    auto const left = std::max(std::min(m_table.NextDue(), m_nextGreeting) - now, BlockTable::Time::duration::zero());
-    if (m_source) {
-        m_source->Wait(std::chrono::ceil<std::chrono::milliseconds>(left));
+    bool const isLively = m_hasRead || m_hasNews;
+    BlockTable::Time until = std::min(m_table.NextDue(), m_nextGreeting);
+    // Strangers who have just been looked at wait for the next look, so that a flood of them wakes nobody.
+    int const strangers = isLively ? -1 : m_strangers.GetSocket();
+    if (isLively)
+        until = std::min(until, m_nextLook);
+    else
+        m_nextLook = now;
+    if (m_usesSource && m_shown == 0)
+        until = std::min(until, now + SourcePatience);
+    auto const left = std::max(until - now, BlockTable::Time::duration::zero());
+    if (m_usesSource) {
+        m_source->Wait(std::chrono::ceil<std::chrono::milliseconds>(left), strangers);
         return;
     }
     auto const seconds = std::chrono::floor<std::chrono::seconds>(left);
     timespec const patience{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
-    std::array<pollfd, 2> events{{{m_socket, POLLIN, 0}, {m_wake, POLLIN, 0}}};
+    std::array<pollfd, 3> events{{{m_socket, POLLIN, 0}, {m_wake, POLLIN, 0}, {strangers, POLLIN, 0}}};
     ppoll(events.data(), events.size(), &patience, nullptr);
     if (m_gathers && events[0].revents != 0 && events[1].revents == 0)
         std::this_thread::sleep_for(GatherTime);
