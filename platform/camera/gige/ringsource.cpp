@@ -11,10 +11,10 @@
 namespace {
 
 // 64 MB, as much as the largest socket: half a second of a link of 1 Gbit/s, in blocks of which a trickle of packets
-// takes one every few milliseconds.
-constexpr PacketRingSize RingSize{1 << 18, 256, std::chrono::milliseconds(1)};
+// takes one every few milliseconds. To be woken for a block costs as much as some ten packets do: they are large.
+constexpr PacketRingSize RingSize{1 << 20, 64, std::chrono::milliseconds(2)};
 // Frames that are over are delivered in between.
-constexpr std::size_t MostAtOnce = 64;
+constexpr std::size_t MostAtOnce = 128;
 constexpr std::chrono::milliseconds BlockPatience{100}; // until a block is handed over, and read
 
 std::atomic<bool> s_isPermitted{true};
