@@ -58,6 +58,7 @@ Registers const RegisterMap[] = {
     {W::Silence, 8, {"WireSilence", "WireDescription"}},
     {W::Die, 8, {"WireDie"}, WO},
     {W::DownTime, 8, {"WireDownTime", "WireReturnAddress", "WireReturnReset", "WireClockDrift", "WireEager"}},
+    {W::StreamForgery, 8, {"WireStreamForgery", "WireAnswerForgery", "WireRegisterLie"}},
     {W::ChunkModeActive, 8, {"ChunkModeActive", "ChunkSelector"}},
     {W::ChunkEnable + 3 * 8, 8, {"ChunkEnable"}},
     {W::FramesSent, 8, {"WireFramesSent", "WirePacketsSent", "WirePacketsResent", "WirePacketsRefused"}, RO, 0, 64},
