@@ -21,17 +21,17 @@ struct ForgedPacket
     enum class Sender : std::uint8_t { Camera, OtherPort, OtherHost };
 
     gvsp::Header header{};
-    std::vector<std::uint8_t> body; // behind the header
-    bool isBare = false;            // there is no header: the body is the datagram
+    std::vector<std::uint8_t> body{}; // behind the header
+    bool isBare = false;              // there is no header: the body is the datagram
     Sender sender = Sender::Camera;
 };
 
 struct ForgedBlock
 {
-    std::vector<ForgedPacket> packets; // in the order in which they go out
-    std::uint64_t number = 0;          // of the block in the acquisition, from 1
-    std::uint32_t total = 0;           // packets that a whole block has
-    bool again = false;                // one packet of it, which was asked for
+    std::vector<ForgedPacket> packets{}; // in the order in which they go out
+    std::uint64_t number = 0;            // of the block in the acquisition, from 1
+    std::uint32_t total = 0;             // packets that a whole block has
+    bool again = false;                  // one packet of it, which was asked for
 };
 
 class StreamForger

@@ -72,6 +72,20 @@ enum class WireDescription : std::uint32_t {
     FileUrl,     // an URL of a file on the host: File:///etc/passwd
     OutsideUrl,  // an URL of addresses that the camera does not have
     ChangesOnce, // the second download brings another description
+    // The camera's own, with a category "Hostile" of these.
+    Divisions,     // formulas that divide the smallest number by -1, and by 0
+    Shifts,        // formulas that shift by 64 and more, and by less than nothing
+    NotNumbers,    // formulas whose values are infinite or no numbers, where integers are expected
+    DeepFormula,   // a formula with 20,000 brackets in each other
+    DeepNodes,     // 10,000 features, each the value of the next
+    Selectors,     // 3,000 features, of which each selects 20
+    ManyFeatures,  // 8,000 features in one category
+    ManyEntries,   // an enumeration with 20,000 entries
+    HugeTexts,     // texts of a megabyte, and a feature with a name of 60,000 letters
+    Markup,        // texts with HTML, line breaks and turned directions
+    HugeRegisters, // texts and registers of 2 GB
+    Restless,      // 500 features to be polled every millisecond
+    WrongTypes,    // Width is a text, Height a command, PixelFormat a real number, PayloadSize a category
 };
 
 // How the packets of a stream are forged. "Added" ones come beside those of the camera, the others instead of them;
