@@ -288,7 +288,8 @@ TovCam::Buffer *GigeStream::GetBuffer(std::uint32_t timeout, std::int32_t *error
 void GigeStream::Describe(Frame &frame)
 {
     BlockFrame const &block = frame.m_block;
-    bool whole = block.isWhole;
+    // Of one that is whole but not complete, leader and trailer promise more than there was.
+    bool whole = block.isWhole && block.end == BlockFrame::End::Complete;
     StreamShape shape = m_format.shape;
     std::size_t offset = 0;
     frame.m_size = whole ? block.size : frame.m_payload;

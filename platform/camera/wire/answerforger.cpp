@@ -124,7 +124,7 @@ Forgery const Forgeries[] = {
      }},
     {K::PendingFlood,
      [](D &answer, Random &, Out &out) {
-         out.insert(out.end(), 1000, PendingOf(answer, 0xFFFF));
+         out.insert(out.end(), 100, PendingOf(answer, 0xFFFF));
      }},
     {K::Busy,
      [](D &answer, Random &, Out &) {

@@ -202,8 +202,17 @@ std::string IntegerNode(std::string const &name, std::string const &content)
     return "<Integer Name=\"" + name + "\"><ToolTip>" + name + "</ToolTip>" + content + "</Integer>\n";
 }
 
-std::string Formula(std::string const &name, std::string const &variables, std::string const &formula)
+std::string Escaped(std::string_view text)
 {
+    std::string out;
+    for (char const c : text)
+        out += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '&' ? "&amp;" : std::string(1, c);
+    return out;
+}
+
+std::string Formula(std::string const &name, std::string const &variables, std::string const &plain)
+{
+    std::string const formula = Escaped(plain);
     // Once for the integers and once for the real numbers.
     return "<IntSwissKnife Name=\"" + name + "\">" + variables + "<Formula>" + formula +
            "</Formula></IntSwissKnife>\n<SwissKnife Name=\"" + name + "Real\">" + variables + "<Formula>" + formula +

@@ -145,7 +145,7 @@ enum class WireAnswerForgery : std::uint32_t {
     Stale,         // behind a hundred answers to other requests
     OtherPort,     // from another port
     Pending,       // asks for more time without end, and never answers
-    PendingFlood,  // a thousand times asks for more time, and answers then
+    PendingFlood,  // a hundred times asks for more time, and answers then
     Busy,          // the camera is busy, always
     BadStatus,     // a status by chance
     CutPending,    // asks for more time without saying how much, and answers then
