@@ -15,6 +15,7 @@
 #include <QMessageBox>
 #include <QTextDocument>
 #include <QTimer>
+#include <QTreeView>
 
 #include <gtest/gtest.h>
 
@@ -23,6 +24,8 @@
 #include <cstdio>
 #include <future>
 #include <sstream>
+
+#include <unistd.h>
 
 namespace {
 
@@ -268,13 +271,13 @@ protected:
     {
         std::string became = "not found";
         std::int64_t whole = 0, incomplete = 0;
-        Watch::Gaps opening{}, streaming{}, closing{};
+        Watch::Gaps opening{}, looking{}, streaming{}, closing{};
         std::string wrong;
     };
     struct Settings
     {
         std::vector<std::pair<std::string, std::string>> before, later;
-        bool isSpoiled = false, isWhole = false, isSlow = false;
+        bool isSpoiled = false, isWhole = false, isSlow = false, isOfDescription = false;
     };
 
     Hostile() : m_window(nullptr, false, false), m_manager(m_window.GetGuiManager()), m_system(TovCam_GetSystem())
@@ -298,6 +301,7 @@ protected:
             settings.isWhole = settings.isWhole || word == "+";
             settings.isSlow = settings.isSlow || word == "~";
             isLater = isLater || word == "then";
+            settings.isOfDescription = settings.isOfDescription || word.starts_with("WireDescription");
             if (is != word.npos)
                 (isLater ? settings.later : settings.before).emplace_back(word.substr(0, is), word.substr(is + 1));
         }
@@ -378,6 +382,25 @@ protected:
         m_watch.Take();
         return isOpen;
     }
+    // All features in the tree, and every value once.
+    void LookAtFeatures(Result &result)
+    {
+        for (QTreeView *tree : m_window.findChildren<QTreeView *>()) {
+            tree->expandAll();
+            QModelIndexList const found =
+                tree->model()->match(tree->model()->index(0, 0), Qt::DisplayRole, QStringLiteral("Hostile"));
+            if (!found.isEmpty())
+                tree->scrollTo(found.front(), QAbstractItemView::PositionAtTop);
+        }
+        TovCam::ParamArray *const nodes = m_manager.GetSession()->GetDevice()->GetCameraParameters(nullptr);
+        std::future<void> const read = std::async(std::launch::async, [nodes] {
+            TovCam::FeatureState state;
+            for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i)
+                nodes->ReadFeature(i, &state);
+        });
+        EXPECT_TRUE(Eventually([&] { return read.wait_for(0s) == std::future_status::ready; }));
+        result.looking = m_watch.Take();
+    }
     void Play(WireCamera &camera, Settings const &settings, Result &result)
     {
         m_manager.startAcquisition();
@@ -389,7 +412,7 @@ protected:
             };
         };
         bool const runs = Eventually(sends(12), settings.isWhole ? 20s : 1200ms);
-        result.became += runs ? ", streamed" : ", silent";
+        result.became += !m_watch.messages.isEmpty() ? ", not started" : runs ? ", streamed" : ", silent";
         bool const isWhole = !settings.isWhole || Eventually([&] { return Counter("FramesAcquired") >= 3; }, 3s);
         if (!settings.later.empty()) {
             Set(camera, settings.later);
@@ -405,8 +428,11 @@ protected:
             result.wrong += "shows what strangers sent; ";
         result.streaming = m_watch.Take();
     }
-    void End(Result &result)
+    void End(Settings const &settings, Result &result)
     {
+        if (settings.isOfDescription && m_manager.GetSession())
+            m_manager.GetSession()->SaveConfiguration(
+                QString::fromStdString(testing::TempDir() + "hostile" + std::to_string(getpid()) + ".tcfg"));
         m_manager.stopAcquisitionAndCapture();
         m_manager.cameraDisconnect();
         result.closing = m_watch.Take();
@@ -420,10 +446,12 @@ protected:
         Set(*camera, settings.before);
         Result result;
         if (Begin(address, settings.isWhole, result)) {
+            if (settings.isOfDescription)
+                LookAtFeatures(result);
             Play(*camera, settings, result);
-            End(result);
+            End(settings, result);
         }
-        if (result.opening.IsBlocked() || result.streaming.IsBlocked())
+        if (result.opening.IsBlocked() || result.looking.IsBlocked() || result.streaming.IsBlocked())
             result.wrong += "blocks the window; ";
         if (settings.isWhole && result.whole == 0 && result.wrong.empty())
             result.wrong += "does not open; ";
@@ -445,8 +473,8 @@ TEST_F(Hostile, CamerasNeitherEndNorBlockNorDeceiveTheWindow)
 
     int tried = 0;
     Clock::duration const begin = Clock::now().time_since_epoch();
-    std::printf("%-48s %-18s %6s %6s | longest gap in ms: opening, streaming, closing (the machine's)\n", "scenario",
-                "became", "whole", "incomp");
+    std::printf("%-48s %-18s %6s %6s | longest gap in ms: opening, looking, streaming, closing (the machine's)\n",
+                "scenario", "became", "whole", "incomp");
     for (std::string const scenario : Scenarios) {
         if (wanted ? scenario.find(wanted) == scenario.npos : Parse(scenario).isSlow)
             continue;
@@ -456,10 +484,11 @@ TEST_F(Hostile, CamerasNeitherEndNorBlockNorDeceiveTheWindow)
             result = Try(scenario, "127.0.0.1");
         QString const messages = std::exchange(m_watch.messages, {});
         Result const after = Try("+", "127.0.0.9");
-        std::printf("%-48s %-18s %6ld %6ld | %4ld %4ld %4ld (%ld, %ld) %s %s\n", scenario.c_str(),
+        std::printf("%-48s %-18s %6ld %6ld | %4ld %4ld %4ld %4ld (%ld, %ld) %s %s\n", scenario.c_str(),
                     result.became.c_str(), static_cast<long>(result.whole), static_cast<long>(result.incomplete),
-                    static_cast<long>(result.opening.gui.count()), static_cast<long>(result.streaming.gui.count()),
-                    static_cast<long>(result.closing.gui.count()), static_cast<long>(result.opening.machine.count()),
+                    static_cast<long>(result.opening.gui.count()), static_cast<long>(result.looking.gui.count()),
+                    static_cast<long>(result.streaming.gui.count()), static_cast<long>(result.closing.gui.count()),
+                    static_cast<long>(result.opening.machine.count()),
                     static_cast<long>(result.streaming.machine.count()), result.wrong.c_str(),
                     messages.left(60).toUtf8().constData());
         std::fflush(stdout);
