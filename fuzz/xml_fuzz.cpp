@@ -6,84 +6,6 @@
 
 #include <algorithm>
 
-char const *const FuzzWords[] = {"Category",
-                                 "Integer",
-                                 "Float",
-                                 "Boolean",
-                                 "Enumeration",
-                                 "EnumEntry",
-                                 "Command",
-                                 "String",
-                                 "StringReg",
-                                 "IntReg",
-                                 "MaskedIntReg",
-                                 "FloatReg",
-                                 "Register",
-                                 "StructReg",
-                                 "StructEntry",
-                                 "SwissKnife",
-                                 "IntSwissKnife",
-                                 "Converter",
-                                 "IntConverter",
-                                 "Port",
-                                 "Group",
-                                 "pFeature",
-                                 "pValue",
-                                 "Value",
-                                 "pMin",
-                                 "pMax",
-                                 "pInc",
-                                 "Min",
-                                 "Max",
-                                 "Inc",
-                                 "pVariable",
-                                 "pSelected",
-                                 "pInvalidator",
-                                 "pIndex",
-                                 "pAddress",
-                                 "pLength",
-                                 "Length",
-                                 "Address",
-                                 "pPort",
-                                 "pIsLocked",
-                                 "pIsAvailable",
-                                 "pIsImplemented",
-                                 "pValueIndexed",
-                                 "ValueIndexed",
-                                 "pValueDefault",
-                                 "pValueCopy",
-                                 "Formula",
-                                 "FormulaTo",
-                                 "FormulaFrom",
-                                 "Expression",
-                                 "Constant",
-                                 "LSB",
-                                 "MSB",
-                                 "Bit",
-                                 "Sign",
-                                 "Endianess",
-                                 "AccessMode",
-                                 "RW",
-                                 "RO",
-                                 "WO",
-                                 "PollingTime",
-                                 "Streamable",
-                                 "Visibility",
-                                 "Representation",
-                                 "Unit",
-                                 "CommandValue",
-                                 "pCommandValue",
-                                 "OnValue",
-                                 "OffValue",
-                                 "Slope",
-                                 "Root",
-                                 "Device",
-                                 "Name",
-                                 "Offset",
-                                 "pOffset",
-                                 "Cachable",
-                                 nullptr};
-
 // What registers hold decides what formulas, lengths and indices come to: the largest, the smallest, -1, and something
 // else each time.
 static void ReadExtremes(MemoryCamera &camera)
@@ -113,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     MemoryCamera camera(std::string(reinterpret_cast<char const *>(data), size));
     NodeMap &nodes = camera.GetNodes();
     if (nodes.GetStatus() != TOV_CAM_ERR_OK)
-        return -1;
+        return FuzzRefused;
     std::uint32_t const count = nodes.GetFeatureCount();
     for (std::uint32_t i = 0; i < count; ++i) {
         TovCam::FeatureInfo const *const info = nodes.GetFeature(i);
@@ -156,5 +78,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
             FuzzFail("a configuration that cannot be read again");
         copy.Apply(nodes, true);
     }
-    return count > 1 ? 0 : -1;
+    return count > 1 ? 0 : FuzzRefused;
 }
