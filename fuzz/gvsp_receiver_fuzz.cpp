@@ -29,7 +29,7 @@ constexpr std::uint32_t Width = 50, Height = 12, PacketSize = 220, Buffers = 5;
 constexpr std::size_t Payload = Width * Height, Guard = 32, Room = Payload + Guard;
 constexpr std::uint8_t Untouched = 0xEE;
 constexpr std::size_t Longest = 512;
-constexpr int MostSteps = 24; // more show nothing new, and take their time
+constexpr int MostSteps = 32; // more show nothing new, and take their time
 
 struct Totals
 {

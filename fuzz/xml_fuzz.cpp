@@ -4,7 +4,7 @@
 
 #include "genicam/configuration.h"
 
-#include <algorithm>
+#include <cstring>
 
 // What registers hold decides what formulas, lengths and indices come to: the largest, the smallest, -1, and something
 // else each time.
@@ -13,11 +13,10 @@ static void ReadExtremes(MemoryCamera &camera)
     NodeMap &nodes = camera.GetNodes();
     std::vector<std::uint8_t> const before = camera.memory;
     for (int const kind : {0, 1, 2, 3}) {
-        std::fill(camera.memory.begin(), camera.memory.end(), kind == 0 ? 0xff : 0);
-        for (std::size_t i = 0; kind == 1 && i < camera.memory.size(); i += 8)
-            camera.memory[i] = 0x80;
-        for (std::size_t i = 0; kind == 2 && i < camera.memory.size(); i += 8)
-            camera.memory[i + 7] = 0x80;
+        std::uint8_t *const memory = camera.memory.data();
+        std::memset(memory, kind == 0 ? 0xff : 0, before.size());
+        for (std::size_t i = 0; (kind == 1 || kind == 2) && i < before.size(); i += 8)
+            memory[kind == 1 ? i : i + 7] = 0x80;
         camera.isUnsteady = kind == 3;
         for (std::uint32_t i = 0; i < nodes.GetFeatureCount(); ++i) {
             TovCam::FeatureState state;
