@@ -324,7 +324,7 @@ void GuiManager::ShowCritical(QString const &text)
     }
     WaitingAction *const action = WaitingAction::Current();
     if (action && !WaitingAction::IsWaiting())
-        action->End(); // there is nothing to wait for any more
+        action->End();                  // there is nothing to wait for any more
     if (QApplication::overrideCursor()) // nothing waits while the operator is asked
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
     QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(), text, QMessageBox::Ok, MainWindow());

@@ -10,7 +10,8 @@ constexpr std::uint64_t Kilobyte = 1024;
 } // namespace
 
 Opening::Opening(QWidget *window, std::function<QString()> what)
-    : m_dialog(window, std::move(what), [this] { return Step(); }, Limit),
+    : m_dialog(
+          window, std::move(what), [this] { return Step(); }, Limit),
       m_action(m_dialog, [this] { m_progress.cancel = true; })
 {
 }

@@ -155,8 +155,10 @@ void WaitingDialog::Tell()
     m_dialog->m_step->setText(over ? tr("Giving up...") : step.text);
     m_dialog->m_bar->setRange(0, known ? BarSteps : 0);
     if (known)
-        m_dialog->m_bar->setValue(static_cast<int>(static_cast<double>(step.done) / static_cast<double>(step.total) * BarSteps));
-    m_dialog->m_limit->setText(tr("Gives up after %1 s (%2 s so far)").arg(m_limit.count()).arg(m_since.elapsed() / 1000));
+        m_dialog->m_bar->setValue(
+            static_cast<int>(static_cast<double>(step.done) / static_cast<double>(step.total) * BarSteps));
+    m_dialog->m_limit->setText(
+        tr("Gives up after %1 s (%2 s so far)").arg(m_limit.count()).arg(m_since.elapsed() / 1000));
     m_dialog->m_button->setEnabled(!over);
 }
 

@@ -104,7 +104,8 @@ void WaitingAction::WhenOver(QObject *context, std::function<void()> call)
 
 WaitingAction *WaitingAction::ForCall()
 {
-    bool const here = QCoreApplication::instance() && QThread::currentThread() == QCoreApplication::instance()->thread();
+    bool const here =
+        QCoreApplication::instance() && QThread::currentThread() == QCoreApplication::instance()->thread();
     return here && s_current && !s_current->m_waiting ? s_current : nullptr;
 }
 
