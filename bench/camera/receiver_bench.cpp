@@ -419,6 +419,8 @@ void PrintCpu(double rate, std::vector<Kind> const &kinds, Values &cpu, Values &
     for (Kind const kind : kinds) {
         std::printf("  %-22s %8.0f packets/s: %.3f us of processor time a packet, %.2f of Aravis' by socket",
                     Names[kind], rate, Median(cpu[kind]), Ratio(cpu[kind], cpu[AravisSocket]));
+        if (kind == OurRing)
+            std::printf(", %.2f of Aravis' by packet socket", Ratio(cpu[kind], cpu[AravisPacket]));
         if (Median(lost[kind]) > 0)
             std::printf(" (with losses)");
         std::printf("\n");
