@@ -77,9 +77,12 @@ Verdict BlockTable::Judge(Datagram const &datagram, Time now)
 {
     if (datagram.address != m_layout.address)
         return Verdict::Foreign;
-    std::array<std::uint8_t, gvsp::ExtendedHeaderSize> front;
-    std::size_t const frontSize = datagram.Copy(0, front);
-    std::optional<gvsp::Header> const header = gvsp::ReadHeader(std::span(front).first(frontSize));
+    std::optional<gvsp::Header> header = gvsp::ReadHeader(datagram.pieces[0]);
+    if (!header) { // it may go on in the next piece
+        std::array<std::uint8_t, gvsp::ExtendedHeaderSize> front;
+        std::size_t const frontSize = datagram.Copy(0, front);
+        header = gvsp::ReadHeader(std::span(front).first(frontSize));
+    }
     if (!header)
         return Verdict::Malformed;
     if (!IsFromCamera(datagram, *header))
@@ -100,7 +103,8 @@ Verdict BlockTable::Judge(Datagram const &datagram, Time now)
     verdict = TakeInto(*frame, packet, now);
     if (frame->IsComplete() && !frame->over)
         EndWhole(*frame);
-    HandOver();
+    if (frame->over)
+        HandOver();
     return verdict;
 }
 
