@@ -22,8 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
 {
     std::vector<std::uint8_t> packet(data, data + size);
     // A list of 4,096 events takes as long as hundreds of other packets: seldom.
-    if (FUZZ_LENGTH_AT && size > FUZZ_LENGTH_AT && size % 16 != 0)
-        packet[FUZZ_LENGTH_AT] &= 0x01;
+    if (FUZZ_LENGTH_AT && size > FUZZ_LENGTH_AT && size % 100 != 0)
+        packet[FUZZ_LENGTH_AT] = 0;
     QString const line = Decode(packet);
     if (line.isEmpty())
         FuzzFail("a packet without a line");
