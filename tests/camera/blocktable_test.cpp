@@ -437,6 +437,12 @@ std::vector<Bytes> PacketsOfParts(Sender const &sender, std::uint64_t block)
     return packets;
 }
 
+TEST_F(BlockTableTest, AnAnnouncedGigabyteInSmallestPacketsIsRefused)
+{
+    EXPECT_THROW(table.Begin({std::size_t{1} << 30, 0, 16, Camera, 0, 0, true}), std::bad_alloc);
+    Start(8);
+}
+
 TEST(ChunkDataTest, AChunkIsFoundByItsId)
 {
     Bytes data;
@@ -457,7 +463,7 @@ TEST(ChunkDataTest, AChunkIsFoundByItsId)
     // Whatever is missing at the front, the last chunk is there, and nothing is read before the beginning.
     for (std::size_t cut = 1; cut <= data.size(); ++cut) {
         auto const rest = std::span(data).subspan(cut);
-        EXPECT_EQ(FindChunk(rest, 1).has_value(), false) << cut;
+        EXPECT_FALSE(FindChunk(rest, 1)) << cut;
         EXPECT_EQ(FindChunk(rest, 3).has_value(), rest.size() >= 15) << cut;
     }
 }

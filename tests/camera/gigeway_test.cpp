@@ -46,7 +46,7 @@ public:
     {
         m_end.set_value();
         m_thread.join();
-        Run("ip link delete near");
+        RunShell("ip link delete near"); // which may have gone with the other namespace
     }
 
 private:

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <new>
 #include <utility>
 
 namespace {
@@ -14,6 +15,8 @@ constexpr std::int64_t MostAway = 64;
 constexpr int StraysBelieved = 4;
 constexpr std::uint64_t FirstLap = std::uint64_t{gvsp::LastBlockId} << 20; // so that earlier ids have a sequence too
 constexpr std::uint32_t LeastPacketSize = 128; // below it a camera's register is not believed
+// Packets of all frames under way, 24 bytes each: enough for two frames of a gigabyte in packets of 1,500 bytes.
+constexpr std::uint32_t MostStates = 1 << 22;
 constexpr std::size_t HeadersBelow = gvsp::IpHeaderSize + gvsp::UdpHeaderSize;
 
 std::int64_t Distance(std::uint64_t from, std::uint64_t to)
@@ -50,12 +53,15 @@ void BlockTable::Begin(BlockLayout const &layout)
     // Packets are not shorter than half of what they could be; leader, trailer, and the last packets of parts.
     m_mostPackets = static_cast<std::uint32_t>(layout.payload / (m_lengths[Parts].most / 2)) + 3 +
                     static_cast<std::uint32_t>(BlockLeader().partLengths.size());
+    if (m_mostPackets > MostStates / 2)
+        throw std::bad_alloc();
     m_frontSize = gvsp::HeaderSize;
     m_partsExpected = false;
     m_port = layout.port;
     m_portProven = false;
     m_otherLeaders = 0;
     m_window = std::clamp<std::size_t>(layout.buffers / 2, std::clamp(layout.buffers, 1u, 2u), MostUnderWay);
+    m_window = std::min<std::size_t>(m_window, MostStates / m_mostPackets);
     m_slots.resize(m_window);
     for (auto &slot : m_slots) {
         slot = std::make_unique<Frame>();
@@ -537,6 +543,9 @@ bool BlockTable::AskAgain(Frame &frame, Time now)
                     ++frame.asked;
                     m_statistics.asked.Add();
                     state.due = now + AnswerPatience * (1 << state.tries++);
+                } else {
+                    m_due = std::min(m_due, state.due);
+                    return true; // the rest is for the next poll
                 }
             }
             hopeful = hopeful || !state.gone;

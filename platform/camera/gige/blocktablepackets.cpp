@@ -4,6 +4,7 @@
 #include "blockunderway.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace {
 
@@ -204,12 +205,15 @@ void BlockTable::ForgetData(DataLength const &length)
         Frame &frame = *m_frames[i];
         if (frame.over || frame.kind == Frame::Kind::Parts || &LengthOf(frame) != &length)
             continue;
-        for (std::uint32_t id = 1; id <= frame.highestData; ++id) {
-            if (!frame.Has(id))
-                continue;
-            frame.came[id / 64] &= ~(std::uint64_t{1} << (id % 64));
-            --frame.have;
-            Miss(frame, id, id + 1, frame.lastPacket + GapPatience);
+        for (std::uint32_t word = 0; word <= frame.highestData / 64; ++word) {
+            for (std::uint64_t came = frame.came[word]; came != 0; came &= came - 1) {
+                std::uint32_t const id = word * 64 + static_cast<std::uint32_t>(std::countr_zero(came));
+                if (id == 0 || id > frame.highestData)
+                    continue; // leader and trailer
+                frame.came[word] &= ~(came & (~came + 1));
+                --frame.have;
+                Miss(frame, id, id + 1, frame.lastPacket + GapPatience);
+            }
         }
         if (frame.shortId != 0)
             DropShort(frame);
