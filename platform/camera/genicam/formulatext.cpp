@@ -315,7 +315,6 @@ private:
             return {};
         switch (m_token.kind) {
         case Kind::Name:
-            return Take();
         case Kind::Number:
             return Take();
         case Kind::Open:

@@ -206,8 +206,8 @@ BlockTable::Frame *BlockTable::OpenSuspect(Packet const &packet, Time now)
     // It has been counted already.
     Datagram kept;
     kept.pieces[0] = std::span(m_suspect->bytes).first(m_suspect->size);
-    gvsp::Header const header = *gvsp::ReadHeader(kept.pieces[0]);
-    TakeLeader(*frame, {header, &kept, header.Size(), m_suspect->size - header.Size()}, now);
+    if (std::optional<gvsp::Header> const header = gvsp::ReadHeader(kept.pieces[0]))
+        TakeLeader(*frame, {*header, &kept, header->Size(), m_suspect->size - header->Size()}, now);
     return frame;
 }
 
@@ -300,15 +300,17 @@ BlockTrailer BlockTable::TrailerOf(Frame const &frame)
 // Whether so many bytes are all that leader and trailer promise, with so many lines of the picture.
 bool BlockTable::IsEnough(Frame const &frame, std::size_t size, std::uint32_t lines)
 {
+    if (!frame.leader)
+        return false;
+    BlockLeader const &leader = *frame.leader;
     BlockTrailer const trailer = TrailerOf(frame);
     if (trailer.dataBytes && *trailer.dataBytes != size &&
-        (frame.kind != Frame::Kind::Parts || frame.leader->partBytes != size))
+        (frame.kind != Frame::Kind::Parts || leader.partBytes != size))
         return false;
-    if (!frame.leader->picture)
+    if (!leader.picture)
         return true;
-    BlockPicture const &picture = *frame.leader->picture;
-    std::uint64_t const bytes = picture.Bytes(lines);
-    return bytes <= size && picture.offset <= size - bytes;
+    std::uint64_t const bytes = leader.picture->Bytes(lines);
+    return bytes <= size && leader.picture->offset <= size - bytes;
 }
 
 // The size of a block of parts; nothing where the data of its packets do not follow each other.
@@ -340,7 +342,7 @@ void BlockTable::EndWhole(Frame &frame)
             frame.shortId != 0 ? ShortEnd(frame) : std::min(std::size_t{frame.trailerId - 1} * step, m_layout.payload);
     }
     frame.isWhole = true;
-    std::uint32_t const lines = frame.leader->picture ? frame.leader->picture->height : 0;
+    std::uint32_t const lines = frame.leader && frame.leader->picture ? frame.leader->picture->height : 0;
     frame.over = true;
     frame.end = IsEnough(frame, frame.size, lines) ? BlockFrame::End::Complete : BlockFrame::End::Incomplete;
 }
@@ -405,6 +407,8 @@ void BlockTable::HandOver()
 // Chunk data are a part of their own, or all of the block, whose first chunk is the picture then.
 void BlockTable::FindChunks(Frame const &frame, BlockFrame &done)
 {
+    if (!frame.leader)
+        return;
     BlockLeader const &leader = *frame.leader;
     if (frame.kind == Frame::Kind::Parts) {
         bool const isThere = leader.chunkOffset <= done.size && leader.chunkBytes <= done.size - leader.chunkOffset;
@@ -504,7 +508,9 @@ void BlockTable::PollFrame(Frame &frame, Time now)
         End(frame, BlockFrame::End::Incomplete);
         return;
     }
-    bool const endsSoon = quiet >= TailPatience || &frame != Newest();
+    // A camera that cannot be asked may only be slow.
+    auto const tailPatience = m_layout.resends ? TailPatience : FramePatience;
+    bool const endsSoon = quiet >= tailPatience || &frame != Newest();
     if (frame.trailerId == NoTrailer && !frame.tailOpen && endsSoon) {
         frame.tailOpen = true;
         std::uint32_t const trailer = ExpectedTrailer(frame);
@@ -518,7 +524,7 @@ void BlockTable::PollFrame(Frame &frame, Time now)
         End(frame, BlockFrame::End::Incomplete);
         return;
     }
-    m_due = std::min(m_due, frame.lastPacket + (mayEnd ? FramePatience : TailPatience));
+    m_due = std::min(m_due, frame.lastPacket + (mayEnd ? FramePatience : tailPatience));
 }
 
 // Asks for what is due. False where nothing more can come of asking.

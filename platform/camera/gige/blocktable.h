@@ -58,7 +58,8 @@ public:
     static constexpr std::chrono::milliseconds GapPatience{1}, AnswerPatience{8};
     static constexpr std::uint8_t MostTries = 4;
     static constexpr std::uint32_t FewestAsked = 32, AskedShare = 4;
-    // A frame of which nothing came for so long has lost its end; after the second time it is over.
+    // A frame of which nothing came for so long has lost its end, if that can be asked for; after the second time it is
+    // over.
     static constexpr std::chrono::milliseconds TailPatience{20}, FramePatience{200};
 
     BlockTable(BufferSupply &supply, StreamStatistics &statistics);
