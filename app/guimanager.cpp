@@ -7,6 +7,7 @@
 #include "configurationnotice.h"
 #include "displayview.h"
 #include "managedwindow.h"
+#include "opening.h"
 #include "paramchanged.h"
 #include "playerpanel.h"
 #include "report.h"
@@ -17,6 +18,7 @@
 
 #include "tovcamera.h"
 #include "tovcameragui.h"
+#include "tovplaintext.h"
 
 #include <QAction>
 #include <QApplication>
@@ -38,6 +40,12 @@ namespace {
 constexpr char Producer[] = "WeftTL.cti";
 constexpr std::uint32_t FullAccess = 2;
 constexpr std::uint32_t EveryKind = 255;
+constexpr int LongestName = 80; // of a camera or a file, in characters
+
+QString NameOf(TovCam::DeviceInfo *camera)
+{
+    return TovPlainLine(QString::fromUtf8(camera->GetDisplayName()), LongestName);
+}
 
 } // namespace
 
@@ -97,11 +105,29 @@ void GuiManager::cameraConnect()
         ShowCritical(tr("Camera was not selected"));
         return;
     }
-    TovCam::Device *const device = TovCam_CreateDevice(camera, FullAccess, nullptr);
-    if (CreateSession(device))
+    Opening opening(MainWindow(), [camera] { return tr("Connecting to %1").arg(NameOf(camera)); });
+    opening.Follow(camera);
+    TovCam::Device *const device = WaitFor([camera] { return TovCam_CreateDevice(camera, FullAccess, nullptr); });
+    if (!device && !opening.IsCancelled())
+        opening.TellWhy(NameOf(camera), camera);
+    Use(device, opening);
+}
+
+// The device becomes a session's, or goes.
+void GuiManager::Use(TovCam::Device *device, Opening const &opening)
+{
+    bool const cancelled = opening.IsCancelled();
+    if (!cancelled && CreateSession(device)) {
         CreatePanels();
-    else if (device)
-        device->Release();
+        if (!opening.IsCancelled() && !opening.IsOverdue())
+            return;
+        // Given up while the panels read the camera.
+        cameraDisconnect();
+        if (!opening.IsCancelled())
+            DisplayError(tr("Camera cannot be instantinated"), 0);
+    } else if (device) {
+        WaitFor([device] { device->Release(); }, IfGivenUp::CallAllTheSame);
+    }
 }
 
 void GuiManager::ConnectAndRunAutoEvaluation()
@@ -144,16 +170,22 @@ void GuiManager::loadConfiguration()
 
 void GuiManager::OpenConfiguration(QString const &path)
 {
-    TovCam::Device *const device =
-        TakeSystem() ? m_system->OpenDeviceFromConfiguration(path.toUtf8().constData(), nullptr) : nullptr;
-    if (m_system) { // before the message below, which only says that there is no camera
-        TovCam::ConfigurationReport const report = m_system->GetConfigurationReport();
-        ConfigurationNotice::Loaded(path, report.status, report);
+    QString const file = TovPlainLine(QFileInfo(path).fileName(), LongestName);
+    Opening opening(MainWindow(), [file] { return tr("Opening the camera of %1").arg(file); });
+    TovCam::Device *device = nullptr;
+    if (TakeSystem()) {
+        opening.Follow(m_system);
+        device = WaitFor([system = m_system, name = path.toUtf8()] {
+            return system->OpenDeviceFromConfiguration(name.constData(), nullptr);
+        });
+        if (!opening.IsCancelled()) { // before the message below, which only says that there is no camera
+            TovCam::ConfigurationReport const report = m_system->GetConfigurationReport();
+            ConfigurationNotice::Loaded(path, report.status, report);
+            if (!device)
+                opening.TellWhy(tr("The camera of %1").arg(file), nullptr);
+        }
     }
-    if (CreateSession(device))
-        CreatePanels();
-    else if (device)
-        device->Release();
+    Use(device, opening);
 }
 
 // Beside the last configuration; the first one among the user's documents, not where the program was started.
@@ -227,6 +259,10 @@ bool GuiManager::CreateSession(TovCam::Device *device)
         connect(session->GetDisplayView(), &DisplayView::pointerLeft, this,
                 [this] { m_window->clearCoordinatesAndValue(); });
         return true;
+    } catch (WaitingGivenUp const &) {
+        WaitingAction const *const action = WaitingAction::Current();
+        if (action && action->IsOverdue())
+            DisplayError(tr("Camera cannot be instantinated"), 0);
     } catch (TovScopeException const &exception) {
         DisplayError(QString::fromUtf8(exception.what()), exception.GetCode());
     } catch (std::exception const &exception) {
@@ -238,6 +274,8 @@ bool GuiManager::CreateSession(TovCam::Device *device)
 bool GuiManager::CreatePanels()
 {
     m_panels.Create();
+    if (WaitingAction *const action = WaitingAction::Current())
+        action->End(); // nothing is read from here on, and a plug-in may run what it likes
     if (RigTestPlugin *const plugin = m_window->GetRigTest()) {
         if (plugin->Attach(MainWindow(), m_session->GetDevice())) {
             plugin->SetComponents(m_session, m_session->GetDisplay(), m_session->GetImgProcessor());
@@ -284,6 +322,9 @@ void GuiManager::ShowCritical(QString const &text)
         TovLog::Error(0, "GuiManager: %s", qPrintable(text));
         return;
     }
+    WaitingAction *const action = WaitingAction::Current();
+    if (action && !WaitingAction::IsWaiting())
+        action->End();                  // there is nothing to wait for any more
     if (QApplication::overrideCursor()) // nothing waits while the operator is asked
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
     QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(), text, QMessageBox::Ok, MainWindow());
@@ -496,12 +537,18 @@ void GuiManager::sessionStateError(void *session, unsigned char err)
     ++m_openStateErrors;
     DisplayError(text, 0);
     --m_openStateErrors;
-    if (m_openStateErrors == 0 && m_deferredReason) {
-        unsigned char const reason = *m_deferredReason;
-        m_deferredReason.reset();
-        QMetaObject::invokeMethod(
-            this, [this, session, reason] { sessionCameraDisconnected(session, reason); }, Qt::QueuedConnection);
-    }
+    if (m_openStateErrors == 0)
+        PostDeferred(session);
+}
+
+void GuiManager::PostDeferred(void *session)
+{
+    if (!m_deferredReason)
+        return;
+    unsigned char const reason = *m_deferredReason;
+    m_deferredReason.reset();
+    QMetaObject::invokeMethod(
+        this, [this, session, reason] { sessionCameraDisconnected(session, reason); }, Qt::QueuedConnection);
 }
 
 void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
@@ -514,6 +561,12 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         // A message of sessionStateError spins the event loop inside an action of the state machine, which can neither
         // leave its state nor lose its session before the action has returned.
         m_deferredReason = reason;
+        return;
+    }
+    if (WaitingAction::IsWaiting()) {
+        // The action under way may be building on the session, and takes its place if it succeeds.
+        m_deferredReason = reason;
+        WaitingAction::WhenOver(this, [this, session] { PostDeferred(session); });
         return;
     }
 
@@ -534,6 +587,7 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         emit sender->signalCameraStateDisconnected();
         m_session = nullptr;
         delete sender;
+        m_deferredReason.reset();
         // The library reports nothing more about that camera; what it had posted must not meet a session made at the
         // same address.
         QCoreApplication::removePostedEvents(this, QEvent::MetaCall);

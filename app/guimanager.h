@@ -14,6 +14,7 @@
 
 class DisplayView;
 class ManagedWindow;
+class Opening;
 class QMainWindow;
 class Session;
 namespace TovCam {
@@ -86,6 +87,8 @@ private:
     QMainWindow *MainWindow() const;
     void ShowCritical(QString const &text);
     void OpenConfiguration(QString const &path);
+    void Use(TovCam::Device *device, Opening const &opening);
+    void PostDeferred(void *session);
     QString ConfigurationPlace(QString const &fileName) const;
     bool AskConfigurationFile(QString const &title);
 
@@ -95,7 +98,7 @@ private:
     PanelSet m_panels;                             // of the session
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages open inside an action of the state machine
-    std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them
+    std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them, or for an action
     bool m_lossOnScreen = false;                   // the message about a lost camera is open
     bool m_closed = false;                         // the window: nobody is there to read a message
 };

@@ -3,6 +3,7 @@
 #include "bwtesting.h"
 #include "guide.h"
 #include "noticebar.h"
+#include "waitingaction.h"
 
 #include <QAbstractButton>
 #include <QCloseEvent>
@@ -128,6 +129,17 @@ void TovScope::clearCoordinatesAndValue()
 
 void TovScope::closeEvent(QCloseEvent *event)
 {
+    if (WaitingAction *const action = WaitingAction::Current()) {
+        // It gives up first, and what it has on the stack goes its way.
+        action->Cancel();
+        if (!std::exchange(m_closesLater, true))
+            WaitingAction::WhenOver(this, [this] {
+                m_closesLater = false;
+                QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
+            });
+        event->ignore();
+        return;
+    }
     writeSettings();
     QMainWindow::closeEvent(event);
     if (!event->isAccepted())
@@ -179,7 +191,10 @@ void TovScope::LoadRigTestPlugin()
 void TovScope::InitGuiManager()
 {
     auto const handle = [this](QAction *action, void (GuiManager::*slot)()) {
-        connect(action, &QAction::triggered, &m_manager, slot);
+        connect(action, &QAction::triggered, &m_manager, [this, slot] {
+            if (!WaitingAction::IsWaiting())
+                (m_manager.*slot)();
+        });
     };
     connect(m_ui.actionExit, &QAction::triggered, this, &TovScope::close);
     handle(m_ui.actionConnect, &GuiManager::cameraConnect);

@@ -5,19 +5,6 @@
 #include "gige/description.h"
 #include "gige/ziparchive.h"
 
-char const *const FuzzWords[] = {"Local:",
-                                 "local:///",
-                                 ".zip",
-                                 ".xml",
-                                 ";",
-                                 ";1000;20",
-                                 "0x",
-                                 "ffffffff",
-                                 "?SchemaVersion=1.1.0",
-                                 "File:///etc/passwd",
-                                 "http://",
-                                 nullptr};
-
 namespace {
 
 constexpr std::size_t LongestInput = 2048, UnpackLimit = 4096;
@@ -33,7 +20,7 @@ void Demand(bool condition, char const *what)
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     if (size > LongestInput)
-        return -1;
+        return FuzzRefused;
     std::optional<DescriptionPlace> const place = ParseDescriptionUrl({reinterpret_cast<char const *>(data), size});
     if (place) {
         Demand(place->size > 0 && place->size <= GenicamXmlLimit, "a size that nobody wants to read");
@@ -41,5 +28,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     }
     std::optional<std::string> const file = UnpackFirstFile({data, size}, UnpackLimit);
     Demand(!file || file->size() <= UnpackLimit, "unpacked to more than was allowed");
-    return place || file ? 0 : -1;
+    return place || file ? 0 : FuzzRefused;
 }

@@ -1,4 +1,4 @@
-// Replays inputs and mutates them: fuzz_x [-n executions] [-s seed] [-m bytes] file-or-folder...
+// Replays inputs and mutates them: fuzz_x [-n executions] [-s seed] [-m bytes] [-d dictionary] file-or-folder...
 //
 // The input under test lies in "<program>.<pid>.input", which stays when the process dies of it.
 #include "driver.h"
@@ -78,8 +78,33 @@ struct Options
     std::uint64_t executions = 0;
     std::uint32_t seed = 1;
     std::size_t longest = 1u << 16;
+    std::vector<std::string> words; // of the format
     std::vector<fs::path> files;
 };
+
+// The words of a dictionary as libFuzzer has them: a line each, between quotation marks, with \", \\ and \xAB.
+std::vector<std::string> ReadWords(fs::path const &path)
+{
+    std::vector<std::string> words;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        std::size_t const begin = line.find('"'), end = line.rfind('"');
+        if (line.empty() || line[0] == '#' || begin >= end)
+            continue;
+        std::string &word = words.emplace_back();
+        for (std::size_t i = begin + 1; i < end; ++i) {
+            if (line[i] != '\\') {
+                word += line[i];
+            } else if (line[++i] == 'x') {
+                word += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16));
+                i += 2;
+            } else {
+                word += line[i];
+            }
+        }
+    }
+    return words;
+}
 
 Options ReadArguments(int argc, char **argv)
 {
@@ -95,6 +120,8 @@ Options ReadArguments(int argc, char **argv)
             options.seed = static_cast<std::uint32_t>(number());
         } else if (argument == "-m") {
             options.longest = number();
+        } else if (argument == "-d") {
+            options.words = ReadWords(++i < argc ? argv[i] : "");
         } else if (fs::is_directory(argument)) {
             for (auto const &entry : fs::directory_iterator(argument))
                 options.files.push_back(entry.path());
@@ -120,7 +147,7 @@ bool Run(BlackBox &box, std::string const &input)
 std::uint64_t RunMutations(BlackBox &box, Options const &options, std::vector<std::string> &pool)
 {
     std::uint64_t passed = 0;
-    Mutator mutator(options.seed);
+    Mutator mutator(options.seed, options.words);
     std::size_t const originals = pool.size();
     for (std::uint64_t i = 0; i < options.executions; ++i) {
         std::string input = mutator.Mutate(pool);
@@ -151,7 +178,8 @@ int main(int argc, char **argv)
     for (fs::path const &file : options.files)
         pool.push_back(ReadFile(file));
     if (pool.empty()) {
-        std::fprintf(stderr, "usage: %s [-n executions] [-s seed] [-m bytes] file-or-folder...\n", argv[0]);
+        std::fprintf(stderr, "usage: %s [-n executions] [-s seed] [-m bytes] [-d dictionary] file-or-folder...\n",
+                     argv[0]);
         return 2;
     }
     std::size_t capacity = options.longest;

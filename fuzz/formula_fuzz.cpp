@@ -14,41 +14,6 @@
 #include <memory>
 #include <string>
 
-char const *const FuzzWords[] = {"A",
-                                 "B",
-                                 "X",
-                                 "S",
-                                 "C",
-                                 "FROM",
-                                 "sin",
-                                 "sgn",
-                                 "neg",
-                                 "abs",
-                                 "round",
-                                 "trunc",
-                                 "sqrt",
-                                 "**",
-                                 "<<",
-                                 ">>",
-                                 "<>",
-                                 "<=",
-                                 ">=",
-                                 "||",
-                                 "&&",
-                                 "%",
-                                 "/",
-                                 "?",
-                                 ":",
-                                 "~",
-                                 "-1",
-                                 "0x7f",
-                                 "1e5",
-                                 "64",
-                                 "0x8000000000000000",
-                                 "E",
-                                 "PI",
-                                 nullptr};
-
 namespace {
 
 struct Unref
@@ -132,14 +97,14 @@ std::vector<FormulaPart> Cut(std::string const &input)
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     if (size == 0 || size > 4096 || std::memchr(data, 0, size))
-        return -1;
+        return FuzzRefused;
     std::vector<FormulaPart> const parts = Cut(std::string(reinterpret_cast<char const *>(data), size));
     std::vector<FormulaPart> guarded = parts;
     GuardParts(guarded);
     bool isChanged = false;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         if (!guarded[i].usable)
-            return -1;
+            return FuzzRefused;
         isChanged |= guarded[i].text != parts[i].text;
     }
     std::vector<FormulaPart> again = guarded;

@@ -3,8 +3,6 @@
 
 #include "gige/gvcpanswer.h"
 
-char const *const FuzzWords[] = {nullptr};
-
 namespace {
 
 struct RequestHead // big-endian; the answer's size 0xFFFF stands for any
@@ -25,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
 {
     using Kind = GvcpAnswer::Kind;
     if (size < RequestHead::Size || size > LongestInput)
-        return -1;
+        return FuzzRefused;
     std::span<std::uint8_t const> const datagram(data + RequestHead::Size, size - RequestHead::Size);
     GvcpRequest request{LoadBig16(data + RequestHead::Command), LoadBig16(data + RequestHead::Id),
                         std::span(data + RequestHead::Address, gvcp::RegisterSize)};
@@ -46,5 +44,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
         Demand(answer.body.empty(), "a body of what is no answer");
     }
     Demand((answer.kind == Kind::Refused) == ((answer.status & 0x8000) != 0), "a refusal without a status");
-    return answer.kind > Kind::Stale ? 0 : -1;
+    return answer.kind > Kind::Stale ? 0 : FuzzRefused;
 }

@@ -11,8 +11,6 @@
 #include <iterator>
 #include <numeric>
 
-char const *const FuzzWords[] = {nullptr};
-
 namespace {
 
 using Clock = GvcpServer::Clock;
@@ -249,5 +247,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
         session.Step(flags, input.subspan(StepSize, length));
         input = input.subspan(StepSize + length);
     }
-    return session.HasAnswered() ? 0 : -1;
+    return session.HasAnswered() ? 0 : FuzzRefused;
 }

@@ -1,7 +1,5 @@
 #include "mutator.h"
 
-#include "driver.h"
-
 #include <algorithm>
 #include <iterator>
 
@@ -27,10 +25,8 @@ constexpr std::size_t ByteKinds = 6, TextKinds = 5;
 
 } // namespace
 
-Mutator::Mutator(std::uint32_t seed) : m_random(seed)
+Mutator::Mutator(std::uint32_t seed, std::vector<std::string> words) : m_random(seed), m_words(std::move(words))
 {
-    for (char const *const *word = FuzzWords; *word; ++word)
-        m_words.push_back(*word);
 }
 
 std::string Mutator::Mutate(std::vector<std::string> const &pool)

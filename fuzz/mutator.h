@@ -11,7 +11,8 @@
 class Mutator
 {
 public:
-    explicit Mutator(std::uint32_t seed);
+    // With words of the format.
+    Mutator(std::uint32_t seed, std::vector<std::string> words);
     // One of the pool, changed once or a few times. The pool is not empty.
     std::string Mutate(std::vector<std::string> const &pool);
 
@@ -26,5 +27,5 @@ private:
     void MoveLine(std::string &input);
 
     std::minstd_rand m_random;
-    std::vector<std::string> m_words; // of the format
+    std::vector<std::string> const m_words;
 };

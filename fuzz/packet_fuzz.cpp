@@ -5,8 +5,6 @@
 
 #include <vector>
 
-char const *const FuzzWords[] = {nullptr};
-
 namespace {
 
 constexpr std::size_t ZerosBehind = 64; // farther than any decoder shows
@@ -23,6 +21,9 @@ QString Decode(std::vector<std::uint8_t> const &packet)
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     std::vector<std::uint8_t> packet(data, data + size);
+    // A list of 4,096 events takes as long as hundreds of other packets: seldom.
+    if (FUZZ_LENGTH_AT && size > FUZZ_LENGTH_AT && size % 16 != 0)
+        packet[FUZZ_LENGTH_AT] &= 0x01;
     QString const line = Decode(packet);
     if (line.isEmpty())
         FuzzFail("a packet without a line");
@@ -39,5 +40,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
         if (Decode(packet) != line)
             FuzzFail("bytes past the end are not zero");
     }
-    return line.size() < LongLine ? 0 : -1;
+    return line.size() < LongLine ? 0 : FuzzRefused;
 }

@@ -3,8 +3,6 @@
 
 #include "gige/ringblock.h"
 
-char const *const FuzzWords[] = {nullptr};
-
 namespace {
 
 constexpr std::size_t LongestInput = 4096; // several packets of each kind
@@ -25,7 +23,7 @@ bool IsIn(std::span<std::uint8_t const> part, std::span<std::uint8_t const> whol
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     if (size > LongestInput)
-        return -1;
+        return FuzzRefused;
     std::span<std::uint8_t const> const bytes(data, size);
     RingBlock block(bytes);
     RingFrame frame;
@@ -53,5 +51,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
             whole += verdict == RingVerdict::Whole;
         }
     }
-    return whole > 0 ? 0 : -1;
+    return whole > 0 ? 0 : FuzzRefused;
 }

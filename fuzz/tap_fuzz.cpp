@@ -11,8 +11,6 @@
 
 #include <algorithm>
 
-char const *const FuzzWords[] = {nullptr};
-
 namespace {
 
 constexpr std::size_t ControlHeader = FUZZ_USB ? 12 : 8;
@@ -30,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     std::int32_t status = 0;
     std::unique_ptr<PacketSource> const source = file ? OpenCaptureFile(file, &status) : nullptr;
     if (!source)
-        return -1;
+        return FuzzRefused;
     FUZZ_MAKER maker;
     static PacketBuffer buffer; // what one input leaves there must not show in the next
     int packets = 0;
@@ -57,5 +55,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     };
     while (source->Read(take, std::chrono::milliseconds(0))) {
     }
-    return packets > 0 ? 0 : -1;
+    return packets > 0 ? 0 : FuzzRefused;
 }

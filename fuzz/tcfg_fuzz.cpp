@@ -4,11 +4,6 @@
 
 #include "genicam/configuration.h"
 
-char const *const FuzzWords[] = {"Version",   "Camera", "Kind",   "Vendor", "Model",   "SerialNumber", "Features",
-                                 "Selectors", "End",    "Values", "Width",  "OffsetX", "Gain",         "Mode",
-                                 "Enable",    "Text",   "Table",  "Outer",  "Inner",   "Channel",      "Locked",
-                                 "Run",       "First",  "Second", "true",   "false",   nullptr};
-
 namespace {
 
 char const Description[] = R"(<?xml version="1.0"?>
@@ -64,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     if (status == TOV_CAM_ERR_WRONG_CONFIGURATION || status == TOV_CAM_ERR_FILE_READ) {
         if (camera.memory != registers)
             FuzzFail("refused, and the camera has changed");
-        return -1;
+        return FuzzRefused;
     }
     if (nodes.GetIntegerValue("TLParamsLocked", nullptr) != 0)
         FuzzFail("what no file stores has changed");

@@ -3,10 +3,6 @@
 
 #include "wire/wirescript.h"
 
-char const *const FuzzWords[] = {"camera",    "wait", "client", "no",  "frames", "up",     "to",    "set",
-                                 "execute",   "die",  "return", "say", "end",    "repeat", "reset", "#",
-                                 "127.0.0.1", "\"\"", "Width",  "0.5", "1",      "2",      "3",     nullptr};
-
 namespace {
 
 constexpr std::size_t Cameras = 3;
@@ -78,10 +74,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
         std::optional<int> const code = run.GetExitCode();
         if (code && (*code < 0 || *code > 255))
             FuzzFail("an exit code that is none");
-        return script.GetLines().empty() ? -1 : 0;
+        return script.GetLines().empty() ? FuzzRefused : 0;
     } catch (WireScriptError const &error) {
         if (!std::string(error.what()).starts_with("script:"))
             FuzzFail("an error without a place");
-        return -1;
+        return FuzzRefused;
     }
 }

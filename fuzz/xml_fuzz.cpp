@@ -4,85 +4,7 @@
 
 #include "genicam/configuration.h"
 
-#include <algorithm>
-
-char const *const FuzzWords[] = {"Category",
-                                 "Integer",
-                                 "Float",
-                                 "Boolean",
-                                 "Enumeration",
-                                 "EnumEntry",
-                                 "Command",
-                                 "String",
-                                 "StringReg",
-                                 "IntReg",
-                                 "MaskedIntReg",
-                                 "FloatReg",
-                                 "Register",
-                                 "StructReg",
-                                 "StructEntry",
-                                 "SwissKnife",
-                                 "IntSwissKnife",
-                                 "Converter",
-                                 "IntConverter",
-                                 "Port",
-                                 "Group",
-                                 "pFeature",
-                                 "pValue",
-                                 "Value",
-                                 "pMin",
-                                 "pMax",
-                                 "pInc",
-                                 "Min",
-                                 "Max",
-                                 "Inc",
-                                 "pVariable",
-                                 "pSelected",
-                                 "pInvalidator",
-                                 "pIndex",
-                                 "pAddress",
-                                 "pLength",
-                                 "Length",
-                                 "Address",
-                                 "pPort",
-                                 "pIsLocked",
-                                 "pIsAvailable",
-                                 "pIsImplemented",
-                                 "pValueIndexed",
-                                 "ValueIndexed",
-                                 "pValueDefault",
-                                 "pValueCopy",
-                                 "Formula",
-                                 "FormulaTo",
-                                 "FormulaFrom",
-                                 "Expression",
-                                 "Constant",
-                                 "LSB",
-                                 "MSB",
-                                 "Bit",
-                                 "Sign",
-                                 "Endianess",
-                                 "AccessMode",
-                                 "RW",
-                                 "RO",
-                                 "WO",
-                                 "PollingTime",
-                                 "Streamable",
-                                 "Visibility",
-                                 "Representation",
-                                 "Unit",
-                                 "CommandValue",
-                                 "pCommandValue",
-                                 "OnValue",
-                                 "OffValue",
-                                 "Slope",
-                                 "Root",
-                                 "Device",
-                                 "Name",
-                                 "Offset",
-                                 "pOffset",
-                                 "Cachable",
-                                 nullptr};
+#include <cstring>
 
 // What registers hold decides what formulas, lengths and indices come to: the largest, the smallest, -1, and something
 // else each time.
@@ -91,11 +13,10 @@ static void ReadExtremes(MemoryCamera &camera)
     NodeMap &nodes = camera.GetNodes();
     std::vector<std::uint8_t> const before = camera.memory;
     for (int const kind : {0, 1, 2, 3}) {
-        std::fill(camera.memory.begin(), camera.memory.end(), kind == 0 ? 0xff : 0);
-        for (std::size_t i = 0; kind == 1 && i < camera.memory.size(); i += 8)
-            camera.memory[i] = 0x80;
-        for (std::size_t i = 0; kind == 2 && i < camera.memory.size(); i += 8)
-            camera.memory[i + 7] = 0x80;
+        std::uint8_t *const memory = camera.memory.data();
+        std::memset(memory, kind == 0 ? 0xff : 0, before.size());
+        for (std::size_t i = 0; (kind == 1 || kind == 2) && i < before.size(); i += 8)
+            memory[kind == 1 ? i : i + 7] = 0x80;
         camera.isUnsteady = kind == 3;
         for (std::uint32_t i = 0; i < nodes.GetFeatureCount(); ++i) {
             TovCam::FeatureState state;
@@ -113,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     MemoryCamera camera(std::string(reinterpret_cast<char const *>(data), size));
     NodeMap &nodes = camera.GetNodes();
     if (nodes.GetStatus() != TOV_CAM_ERR_OK)
-        return -1;
+        return FuzzRefused;
     std::uint32_t const count = nodes.GetFeatureCount();
     for (std::uint32_t i = 0; i < count; ++i) {
         TovCam::FeatureInfo const *const info = nodes.GetFeature(i);
@@ -156,5 +77,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
             FuzzFail("a configuration that cannot be read again");
         copy.Apply(nodes, true);
     }
-    return count > 1 ? 0 : -1;
+    return count > 1 ? 0 : FuzzRefused;
 }

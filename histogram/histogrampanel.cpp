@@ -4,6 +4,7 @@
 #include "imgprocessor.h"
 #include "measurement.h"
 #include "session.h"
+#include "waitingaction.h"
 
 #include "tovcamera.h"
 
@@ -40,6 +41,29 @@ int DepthOf(char const *pixelFormat)
     }
     long const depth = digits.empty() ? DefaultDepth : std::strtol(digits.c_str(), nullptr, 10);
     return static_cast<int>(depth > INT_MAX ? INT_MAX : depth);
+}
+
+// What the histogram depends on, as the camera has it when the panel is made.
+struct CameraFacts
+{
+    std::int32_t width = 640, height = 480;
+    int bits = DefaultDepth;
+    std::uint32_t sensorClass = 0;
+    std::int64_t familyId = 0;
+};
+
+CameraFacts ReadFacts(TovCam::Device *device)
+{
+    CameraFacts facts;
+    TovCam::ParamArray *const params = device->GetCameraParameters(nullptr);
+    if (params) {
+        facts.width = static_cast<std::int32_t>(params->GetIntegerValue("Width", nullptr));
+        facts.height = static_cast<std::int32_t>(params->GetIntegerValue("Height", nullptr));
+    }
+    facts.bits = DepthOf(params ? params->GetEnumValueStr("PixelFormat", nullptr) : nullptr);
+    facts.sensorClass = BayerHelper2::ReadSensorClass(device);
+    facts.familyId = params ? params->GetIntegerValue("FamilyID", nullptr) : 0;
+    return facts;
 }
 
 } // namespace
@@ -113,17 +137,16 @@ void HistogramPanel::SetCurrentSession(Session *session)
 
 void HistogramPanel::ReadCamera()
 {
-    TovCam::Device *const device = m_session->GetDevice();
-    TovCam::ParamArray *const params = device->GetCameraParameters(nullptr);
-    if (params) {
-        m_histo.width = static_cast<std::int32_t>(params->GetIntegerValue("Width", nullptr));
-        m_histo.height = static_cast<std::int32_t>(params->GetIntegerValue("Height", nullptr));
-    }
-    m_histo.bits = DepthOf(params ? params->GetEnumValueStr("PixelFormat", nullptr) : nullptr);
-    m_sensorClass = BayerHelper2::ReadSensorClass(device);
+    if (WaitingAction::Current())
+        hide(); // the event loop of a wait would show it, and run its timer, before there is anything
+    CameraFacts const facts = WaitFor([device = m_session->GetDevice()] { return ReadFacts(device); });
+    m_histo.width = facts.width;
+    m_histo.height = facts.height;
+    m_histo.bits = facts.bits;
+    m_sensorClass = facts.sensorClass;
     if (m_sensorClass == BayerHelper2::ColorClass)
         modeComboBox->addItem(tr("RGB histogram"));
-    m_familyId = params ? params->GetIntegerValue("FamilyID", nullptr) : 0;
+    m_familyId = facts.familyId;
     m_bayer.SetUp(m_histo.width, m_histo.height, m_histo.bits, m_sensorClass, m_familyId, &m_histo);
 }
 

@@ -455,6 +455,10 @@ public:
     {
         return {};
     }
+    // As DeviceInfo's, for OpenDeviceFromConfiguration: for the opening and the loading.
+    virtual void SetOpenProgress(OpenProgress *)
+    {
+    }
 
 protected:
     ~System() = default;

@@ -15,6 +15,7 @@
 #include "sessionname.h"
 #include "tovlog.h"
 #include "tovscopeexception.h"
+#include "waitingaction.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -118,7 +119,9 @@ void Session::InitSession()
     m_log = std::make_unique<PacketLog>(m_device->GetDeviceInfo()->GetInterface()->GetInterfaceKind(), m_logModel,
                                         m_window->GetMainWindow());
     connect(&m_log->Watch(), &LogWatch::memoryShort, this, &Session::endLogging);
-    SessionName const name = ReadSessionName(m_device);
+    SessionName const name = WaitFor([this] { return ReadSessionName(m_device); });
+    if (WaitingAction const *const action = WaitingAction::Current(); action && action->IsGivenUp())
+        throw WaitingGivenUp();
     m_settingsName = name.settings;
     m_title = name.title;
     m_settings = m_window->GetSessionSettings(m_settingsName);
@@ -156,7 +159,8 @@ bool Session::InitStateMachine()
     acquisition->addTransition(this, &Session::signalStopAcquisition, idle);
     acquisition->addTransition(this, &Session::signalStartCapturing, capturing);
     capturing->addTransition(this, &Session::signalStopCapturing, acquisition);
-    m_stateMachine.start();
+    // Not in the event loop of a wait, before everything is there.
+    WaitingAction::WhenOver(&m_stateMachine, [this] { m_stateMachine.start(); });
     return true;
 }
 

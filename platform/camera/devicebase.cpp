@@ -166,6 +166,8 @@ std::int32_t DeviceBase::Load(char const *path, Configuration *configuration)
         configuration->report.problem = TovCam::ConfigurationReport::Problem::OtherCamera;
         return TOV_CAM_ERR_WRONG_CONFIGURATION;
     }
+    if (TovCam::OpenProgress const *const progress = m_info->GetOpenProgress())
+        configuration->cancel = &progress->cancel;
     std::lock_guard<std::recursive_mutex> lock(m_access);
     return configuration->Apply(m_nodes, camera.serial == m_info->serial);
 }

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 // The announced shape of a frame; a single frame's may differ.
 struct StreamShape
@@ -75,9 +76,10 @@ public:
     StreamShape m_shape; // of the header
     _TovImage *m_image = nullptr;
     std::uint8_t *m_memory = nullptr;
-    std::size_t m_payload = 0; // announced
-    std::size_t m_room = 0;    // of the memory
-    std::size_t m_size = 0;    // received
+    std::size_t m_payload = 0;              // announced
+    std::size_t m_room = 0;                 // of the memory
+    std::size_t m_size = 0;                 // received
+    std::span<std::uint8_t const> m_chunks; // the chunk data of a whole frame, for FindChunk; empty without
     bool m_incomplete = false;
     std::atomic<bool> m_held{false}; // between GetBuffer and QueueBuffer
 };

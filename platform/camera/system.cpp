@@ -4,6 +4,7 @@
 
 #include <glib.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <sstream>
 
@@ -101,18 +102,30 @@ public:
         TovCam::ConfigurationReport report = std::move(configuration.report);
         if (status == TOV_CAM_ERR_NO_DEVICE)
             report.problem = Problem::NoCamera;
+        TovCam::OpenProgress *const progress = m_openProgress;
+        if (info && progress)
+            info->SetOpenProgress(progress);
         TovCam::Device *device = info ? TovCam_CreateDevice(info, 2, &status) : nullptr;
         if (info && !device && (status == TOV_CAM_ERR_INVALID_STATE || status == TOV_CAM_ERR_GENICAM_ACCESS))
             report.problem = Problem::CameraInUse;
         if (device) {
+            if (progress)
+                progress->stage = TovCam::OpenProgress::Stage::Preparing;
             status = device->LoadConfiguration(path);
             report = device->GetConfigurationReport();
+            bool const cancelled = progress && progress->cancel;
             // What could be applied stays applied; a file that was not usable for this camera opens none.
-            if (status <= TOV_CAM_ERR_FILE_NOT_FOUND && status >= TOV_CAM_ERR_WRONG_CONFIGURATION) {
+            if (cancelled || (status <= TOV_CAM_ERR_FILE_NOT_FOUND && status >= TOV_CAM_ERR_WRONG_CONFIGURATION)) {
                 device->Release();
                 device = nullptr;
             }
+            if (cancelled)
+                status = TOV_CAM_ERR_NO_DEVICE;
         }
+        if (info && progress)
+            info->SetOpenProgress(nullptr);
+        if (progress)
+            progress->stage = TovCam::OpenProgress::Stage::Over;
         StoreStatus(error, status);
         report.status = status;
         std::lock_guard<std::mutex> lock(m_reportMutex);
@@ -124,6 +137,11 @@ public:
     {
         std::lock_guard<std::mutex> lock(m_reportMutex);
         return m_report;
+    }
+
+    void SetOpenProgress(TovCam::OpenProgress *progress) override
+    {
+        m_openProgress = progress;
     }
 
     std::int32_t LoadTransportLayer(char const *file) override
@@ -200,6 +218,7 @@ private:
     std::mutex m_updateMutex;                         // one enumeration at a time; guards the two below
     bool m_updated = false;
     InterfaceList m_list;
+    std::atomic<TovCam::OpenProgress *> m_openProgress{nullptr};
     std::mutex m_reportMutex; // guards the next one; alone
     TovCam::ConfigurationReport m_report;
 };

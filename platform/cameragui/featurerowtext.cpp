@@ -4,7 +4,7 @@
 #include "featuretext.h"
 #include "featurewords.h"
 
-#include "tovplaintext.h"
+#include "tovplaintip.h"
 
 #include <QStringList>
 
@@ -34,12 +34,18 @@ QString FeatureRowText::Value(FeatureRow const &row)
 QString FeatureRowText::ToolTip(FeatureRow const &row)
 {
     FeatureInfo const &info = *row.info;
-    auto const escaped = [](std::string const &text) {
-        return TovPlainLine(QString::fromStdString(text), 2000).toHtmlEscaped();
+    auto const shown = [](QString const &text, int most) {
+        return TovBreakable(TovPlainLine(text, most)).toHtmlEscaped();
     };
-    QString text = QStringLiteral("<p><b>%1</b>").arg(escaped(info.displayName));
+    auto const name = [&](std::string const &text) {
+        return shown(QString::fromStdString(text), 200);
+    };
+    auto const escaped = [&](std::string const &text) {
+        return shown(QString::fromStdString(text), 2000);
+    };
+    QString text = QStringLiteral("<p><b>%1</b>").arg(name(info.displayName));
     if (info.displayName != info.name)
-        text += QStringLiteral(" (%1)").arg(escaped(info.name));
+        text += QStringLiteral(" (%1)").arg(name(info.name));
     text += QStringLiteral("</p>");
     if (!info.toolTip.empty() && info.toolTip != info.description)
         text += QStringLiteral("<p>%1</p>").arg(escaped(info.toolTip));
@@ -51,10 +57,10 @@ QString FeatureRowText::ToolTip(FeatureRow const &row)
     if (row.known) {
         facts << tr("Access: %1").arg(FeatureWords::Access(row.state));
         if (QString const range = FeatureWords::Range(info, row.state); !range.isEmpty() && !row.IsAbsent())
-            facts << tr("Range: %1").arg(TovPlainLine(range).toHtmlEscaped());
+            facts << tr("Range: %1").arg(shown(range, 500));
     }
     if (!info.unit.empty())
-        facts << tr("Unit: %1").arg(escaped(info.unit));
+        facts << tr("Unit: %1").arg(name(info.unit));
     if (row.slow)
         facts << tr("<b>Waiting for the camera</b>");
     if (row.ticket)
@@ -63,7 +69,7 @@ QString FeatureRowText::ToolTip(FeatureRow const &row)
         facts << (row.writeFailed ? tr("<b>Not written: %1</b>") : tr("<b>Not read: %1</b>"))
                      .arg(row.failure.toHtmlEscaped());
     for (RefusedSetting const &setting : row.state.refused)
-        facts << tr("<b>Not loaded: %1</b>").arg(TovPlainLine(FeatureWords::Refused(setting)).toHtmlEscaped());
+        facts << tr("<b>Not loaded: %1</b>").arg(shown(FeatureWords::Refused(setting), 500));
     return text + QStringLiteral("<p>%1</p>").arg(facts.join(QStringLiteral("<br>")));
 }
 

@@ -116,7 +116,7 @@ void FrameFileReader::Scan()
 std::uint64_t FrameFileReader::FindRecord(std::uint64_t offset) const
 {
     constexpr std::uint64_t Window = 1 << 20;
-    std::vector<std::uint8_t> window(Window + FrameHeader::Size);
+    std::vector<std::uint8_t> window(std::min(Window, m_size - std::min(offset, m_size)) + FrameHeader::Size);
     while (offset < m_size && m_size - offset >= FrameHeader::Size) {
         std::uint64_t const size = std::min<std::uint64_t>(window.size(), m_size - offset);
         if (ReadAt(offset, window.data(), size) != 0)

@@ -1,10 +1,12 @@
 #include "grabbingfifo.h"
 
 #include "tovlog.h"
+#include "waitingaction.h"
 
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <optional>
 #include <thread>
 
 namespace {
@@ -18,6 +20,20 @@ constexpr double BytesPerMegabyte = 1048576.0;
 constexpr double SlowestSpeed = 0.1;
 constexpr auto WrongStatePause = std::chrono::milliseconds(10);
 
+// A library that gives neither a node nor an error leaves a frequency of 0, with which every rate reads 0.
+std::optional<std::int64_t> ReadTickFrequency(TovCam::Device *device)
+{
+    TovCam::ParamArray *const params = device->GetCameraParameters(nullptr);
+    if (!params)
+        return std::nullopt;
+    std::int32_t error = 0;
+    TovCam::IntParam *const node = params->GetInt("GevTimestampTickFrequency", &error);
+    std::int64_t frequency = 0;
+    if (node && TovSucceeded(static_cast<TovStatus>(error)))
+        frequency = node->GetValue(&error);
+    return TovSucceeded(static_cast<TovStatus>(error)) ? std::optional(frequency) : std::nullopt;
+}
+
 } // namespace
 
 GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
@@ -29,17 +45,9 @@ GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
     TovLog::Debug(0, "GrabbingFifo::GrabbingFifo()");
     RegisterParams();
 
-    // The default, nanoseconds, stays where the lookup fails. A library that gives neither a node nor an error leaves a
-    // frequency of 0, with which every rate reads 0.
-    std::int32_t error = 0;
-    if (TovCam::ParamArray *const params = device->GetCameraParameters(nullptr)) {
-        TovCam::IntParam *const node = params->GetInt("GevTimestampTickFrequency", &error);
-        std::int64_t frequency = 0;
-        if (node && TovSucceeded(static_cast<TovStatus>(error)))
-            frequency = node->GetValue(&error);
-        if (TovSucceeded(static_cast<TovStatus>(error)))
-            m_tickFrequency = frequency;
-    }
+    // The default, nanoseconds, stays where the lookup fails.
+    if (auto const frequency = WaitFor([device] { return ReadTickFrequency(device); }))
+        m_tickFrequency = *frequency;
 }
 
 GrabbingFifo::~GrabbingFifo()

@@ -15,9 +15,6 @@ namespace {
 // Before any system is made.
 bool const s_gigeOnly = setenv("TOV_CAMERA_INTERFACES", "gige", 1) == 0;
 
-// The contract's camera, which ends with the next test.
-std::unique_ptr<FakeGigECamera> s_contractCamera;
-
 // A camera that has much else to do may not answer at once.
 TovCam::DeviceInfo *FindCamera(TovCam::System *system)
 {
@@ -26,23 +23,9 @@ TovCam::DeviceInfo *FindCamera(TovCam::System *system)
     return info;
 }
 
-TovCam::DeviceInfo *FindFreshCamera(TovCam::System *system)
-{
-    s_contractCamera.reset();
-    s_contractCamera = std::make_unique<FakeGigECamera>();
-    return FindCamera(system);
-}
-
-INSTANTIATE_TEST_SUITE_P(Aravis, CameraContract, testing::Values(ContractCamera{"FakeGigE", FindFreshCamera, false}),
-                         testing::PrintToStringParamName());
-
 class AravisTest : public CameraTest
 {
 protected:
-    AravisTest()
-    {
-        s_contractCamera.reset();
-    }
     void StartCamera(std::vector<std::string> const &options = {})
     {
         m_camera.reset(); // it has the port

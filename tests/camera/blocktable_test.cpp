@@ -1,5 +1,6 @@
 // The table of frames under way: packets in, frames and requests out, without sockets and clocks.
 #include "gige/blocktable.h"
+#include "gige/chunkdata.h"
 
 #include "blockpackets.h"
 
@@ -38,7 +39,7 @@ protected:
         StreamStatistics const &s = statistics;
         EXPECT_EQ(s.received.Get(), s.packets.Get() + s.duplicate.Get() + s.late.Get() + s.foreign.Get() +
                                         s.malformed.Get() + s.refused.Get() + s.ignored.Get());
-        EXPECT_EQ(given, s.complete.Get() + s.incomplete.Get() + s.aborted.Get());
+        EXPECT_EQ(given, s.complete.Get() + s.unfit.Get() + s.incomplete.Get() + s.aborted.Get());
     }
     void Start(std::uint32_t buffers, bool resends = true)
     {
@@ -59,6 +60,11 @@ protected:
         unused.pop_front();
         --free;
         return true;
+    }
+    bool Accepts(BlockFrame const &frame) override
+    {
+        EXPECT_EQ(frame.end, BlockFrame::End::Complete);
+        return accepts;
     }
     Verdict Feed(Bytes const &bytes, std::uint32_t from = Camera, std::uint16_t port = 7000)
     {
@@ -128,6 +134,7 @@ protected:
     std::vector<Bytes> memory;
     std::deque<std::uint8_t *> unused;
     std::size_t free = 0, given = 0;
+    bool accepts = true;
     BlockTable table{*this, statistics};
     Sender sender;
     Time now{1h};
@@ -357,7 +364,9 @@ TEST_F(BlockTableTest, NothingPassesAsCompleteThatLacksBytes)
         {"shorter packets", [](Sender &s) { s.dataSize = 500; }, true, true, Payload},
         {"much shorter packets", [](Sender &s) { s.dataSize = 100; }, false, false, 0},
     };
-    for (Row const &row : rows) {
+    for (std::size_t i = 0; i < 2 * std::size(rows); ++i) {
+        Row const &row = rows[i / 2];
+        accepts = i % 2 == 0;
         SCOPED_TRACE(row.what);
         Start(8);
         sender = {};
@@ -369,9 +378,25 @@ TEST_F(BlockTableTest, NothingPassesAsCompleteThatLacksBytes)
         Asked(300ms);
         std::vector<BlockFrame> const frames = Collect();
         ASSERT_EQ(frames.size(), 1u);
-        EXPECT_EQ(std::tuple(frames[0].isWhole, frames[0].end == End::Complete, frames[0].size),
-                  std::tuple(row.isWhole, row.isComplete, row.size));
+        EXPECT_EQ(std::tuple(frames[0].isWhole, frames[0].end, frames[0].size),
+                  std::tuple(row.isWhole,
+                             !row.isComplete ? End::Incomplete
+                             : accepts       ? End::Complete
+                                             : End::Unfit,
+                             row.size));
     }
+    EXPECT_EQ(statistics.unfit.Get(), statistics.complete.Get());
+    // A trailer of another payload that comes first.
+    accepts = true;
+    Start(8);
+    sender = {};
+    sender.type = gvsp::File;
+    Bytes const other = sender.Packet(1, TrailerId);
+    sender = {};
+    for (std::uint32_t id = 1; id < TrailerId; ++id)
+        Feed(1, id);
+    EXPECT_EQ(Feed(other), Verdict::Taken);
+    EXPECT_EQ(Feed(1, 0), Verdict::Malformed);
 }
 
 // A block of parts: chunks, a picture, chunks; the picture begins in the middle.
@@ -412,6 +437,31 @@ std::vector<Bytes> PacketsOfParts(Sender const &sender, std::uint64_t block)
     return packets;
 }
 
+TEST(ChunkDataTest, AChunkIsFoundByItsId)
+{
+    Bytes data;
+    auto const add = [&](std::uint32_t id, std::size_t bytes) {
+        data.resize(data.size() + bytes + 8, static_cast<std::uint8_t>(id));
+        StoreBig32(&data[data.size() - 8], id);
+        StoreBig32(&data[data.size() - 4], static_cast<std::uint32_t>(bytes));
+    };
+    add(1, 100);
+    add(2, 0);
+    add(3, 7);
+    for (auto const &[id, size] : {std::pair(1u, 100u), std::pair(2u, 0u), std::pair(3u, 7u)}) {
+        auto const chunk = FindChunk(data, id);
+        ASSERT_TRUE(chunk) << id;
+        EXPECT_EQ(Bytes(chunk->begin(), chunk->end()), Bytes(size, static_cast<std::uint8_t>(id)));
+    }
+    EXPECT_FALSE(FindChunk(data, 4));
+    // Whatever is missing at the front, the last chunk is there, and nothing is read before the beginning.
+    for (std::size_t cut = 1; cut <= data.size(); ++cut) {
+        auto const rest = std::span(data).subspan(cut);
+        EXPECT_EQ(FindChunk(rest, 1).has_value(), false) << cut;
+        EXPECT_EQ(FindChunk(rest, 3).has_value(), rest.size() >= 15) << cut;
+    }
+}
+
 TEST_F(BlockTableTest, PartsFollowEachOther)
 {
     sender.isExtended = true;
@@ -433,6 +483,7 @@ TEST_F(BlockTableTest, PartsFollowEachOther)
         ASSERT_TRUE(frames[0].picture);
         EXPECT_EQ(std::tuple(frames[0].picture->offset, frames[0].picture->height, frames[0].size),
                   std::tuple(40u, 15u, Payload));
+        EXPECT_EQ(std::tuple(frames[0].chunkOffset, frames[0].chunkBytes), std::tuple(0u, 40u));
     };
     for (std::size_t id = 0; id < packets.size(); ++id) {
         SCOPED_TRACE(id);

@@ -323,6 +323,12 @@ TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
     std::int32_t error;
     std::string const wide = Edited("Width=2048", "Width=1024");
     TovCam::Device *const first = m_device;
+    TovCam::OpenProgress cancelled;
+    cancelled.cancel = true;
+    m_device->GetDeviceInfo()->SetOpenProgress(&cancelled);
+    EXPECT_EQ(Load(wide), TOV_CAM_ERR_NO_DEVICE);
+    m_device->GetDeviceInfo()->SetOpenProgress(nullptr);
+    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 2048);
     open(wide, error); // it is in use
     EXPECT_EQ(m_device, nullptr);
     EXPECT_EQ(m_system->GetConfigurationReport().problem, TovCam::ConfigurationReport::Problem::CameraInUse);
@@ -330,6 +336,12 @@ TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
     first->Release();
 
     std::string const named = Edited("DeviceUserID=", "DeviceUserID=bench");
+    m_system->SetOpenProgress(&cancelled);
+    open(named, error);
+    m_system->SetOpenProgress(nullptr);
+    EXPECT_EQ(m_device, nullptr);
+    EXPECT_EQ(error, TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(cancelled.stage, TovCam::OpenProgress::Stage::Over);
     std::tuple<std::string, std::int32_t, char const *> const cases[] = {
         {named, 0, "bench"},
         {std::string(named).replace(named.find("20480117"), 8, "20480999"), 0, ""}, // another one of the model

@@ -245,7 +245,19 @@ TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
     EXPECT_EQ(another.stage, OpenProgress::Stage::Over);
     EXPECT_EQ(another.bytes, another.total);
     info->SetOpenProgress(nullptr);
+    EXPECT_EQ(m_device->SaveConfiguration("opened.tcfg"), 0);
     Close();
+
+    // The same by a configuration file.
+    OpenProgress third;
+    m_system->SetOpenProgress(&third);
+    ASSERT_TRUE(camera->SetFeature("WireAnswerDelay", "50", why)) << why;
+    opening = std::async(std::launch::async,
+                         [this] { return m_system->OpenDeviceFromConfiguration("opened.tcfg", nullptr); });
+    EXPECT_TRUE(Eventually([&] { return third.stage == OpenProgress::Stage::Description && third.bytes > 4000; }));
+    third.cancel = true;
+    EXPECT_EQ(opening.get(), nullptr);
+    m_system->SetOpenProgress(nullptr);
 }
 
 } // namespace

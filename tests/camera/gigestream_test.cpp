@@ -5,14 +5,20 @@
 #include "wirecamera.h"
 
 #include "contract.h"
+#include "gige/chunkdata.h"
+#include "gige/controlchannel.h"
+#include "gige/description.h"
+#include "gige/openwatch.h"
 #include "gige/packetsize.h"
+#include "gige/ringsource.h"
+#include "gige/standardnodes.h"
+#include "registerdevice.h"
 #include "sim/simscene.h"
+#include "wire/wireregisters.h"
 
-#include <arpa/inet.h>
 #include <cstdlib>
 #include <functional>
 #include <netinet/in.h>
-#include <sys/socket.h>
 
 using namespace std::chrono_literals;
 using namespace gvcp::bootstrap;
@@ -38,97 +44,88 @@ void Set(WireCamera &camera, std::string const &name, std::string const &value)
 
 using Settings = std::vector<std::pair<char const *, char const *>>;
 
-// By the registers of Aravis' device, which has control.
-class Control final : public StreamControl
+// The camera's control channel, with a look at what is written.
+class Control final : public StreamControl, public RegisterPort
 {
 public:
-    Control(ArvDevice *device, std::uint32_t address) : m_device(device), m_address(address)
+    explicit Control(std::string const &address) : m_channel(address)
     {
+        EXPECT_TRUE(Eventually([this] { return m_channel.Open() == TOV_CAM_ERR_OK; }));
+        OpenWatch watch(nullptr);
+        EXPECT_EQ(DownloadDescription(m_channel, watch, m_xml), 0);
     }
-    ~Control() override
+    ArvDevice *NewDevice()
     {
-        close(m_socket);
+        ArvDevice *const made = NewRegisterDevice(m_xml);
+        AddStandardNodes(arv_device_get_genicam(made));
+        SetRegisterPort(made, this);
+        return made;
     }
     std::int32_t ReadRegister(std::uint32_t address, std::uint32_t &value) override
     {
-        guint32 number = 0;
-        bool const isRead = arv_device_read_register(m_device, address, &number, nullptr) != FALSE;
-        value = number;
-        return isRead ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_GENERIC;
+        return m_channel.ReadRegister(address, value);
     }
     std::int32_t WriteRegister(std::uint32_t address, std::uint32_t value) override
     {
         if (address == StreamChannelPacketSize && !hasTestPackets)
             value &= ~std::uint32_t{gvcp::packetsize::FireTestPacket};
-        bool const isWritten = arv_device_write_register(m_device, address, value, nullptr) != FALSE;
         written.emplace_back(address, value);
-        return isWritten ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_GENERIC;
+        return m_channel.WriteRegister(address, value);
     }
     void RequestPackets(PacketRequest const &request) override
     {
-        using Short = gvcp::PacketResend;
-        using Long = gvcp::ExtendedPacketResend;
-        std::size_t const size = request.isExtended ? Long::Size : Short::Size;
-        std::vector<std::uint8_t> packet(gvcp::HeaderSize + size);
-        m_id = gvcp::NextRequestId(m_id);
-        gvcp::WriteHeader(std::span(packet).first<gvcp::HeaderSize>(),
-                          {gvcp::CommandLead(request.isExtended ? gvcp::EXTENDED_ID : 0), gvcp::PACKETRESEND_CMD,
-                           static_cast<std::uint16_t>(size), m_id});
-        std::uint8_t *const body = &packet[gvcp::HeaderSize];
-        StoreBig16(body, request.channel);
-        StoreBig32(body + Short::FirstPacketId, request.first);
-        StoreBig32(body + Short::LastPacketId, request.last);
-        if (request.isExtended)
-            StoreBig64(body + Long::BlockId, request.blockId);
-        else
-            StoreBig16(body + Short::BlockId, static_cast<std::uint16_t>(request.blockId));
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_addr.s_addr = htonl(m_address);
-        to.sin_port = htons(gvcp::Port);
-        sendto(m_socket, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to);
+        m_channel.RequestPackets(request);
     }
     std::uint32_t GetCameraAddress() const override
     {
-        return m_address;
+        return m_channel.GetCameraAddress();
     }
     std::uint32_t GetHostAddress() const override
     {
-        return m_address;
+        return m_channel.GetHostAddress();
+    }
+    bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **) override
+    {
+        return m_channel.ReadMemory(static_cast<std::uint32_t>(address), {out, size}) == TOV_CAM_ERR_OK;
+    }
+    bool Write(std::uint64_t address, std::uint32_t size, std::uint8_t const *bytes, GError **) override
+    {
+        return m_channel.WriteMemory(static_cast<std::uint32_t>(address), {bytes, size}) == TOV_CAM_ERR_OK;
+    }
+    bool IsBigEndian() const override
+    {
+        return true;
     }
 
     std::vector<std::pair<std::uint32_t, std::uint32_t>> written;
     bool hasTestPackets = true;
 
 private:
-    ArvDevice *const m_device;
-    std::uint32_t const m_address;
-    int const m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    std::uint16_t m_id = 0;
+    ControlChannel m_channel;
+    std::string m_xml;
 };
+
+enum class By { Socket, Ring };
 
 // The host's side of an open camera.
 class Host
 {
 public:
-    explicit Host(std::string const &address = "127.0.0.1")
-        : device(OpenDevice(address)),
-          control(std::make_shared<Control>(device, ntohl(inet_addr(address.c_str())))),
+    explicit Host(std::string const &address = "127.0.0.1", By by = By::Ring)
+        : control(std::make_shared<Control>(address)),
+          device(control->NewDevice()),
           stream(device, access, reachability, control)
     {
+        if (by == By::Ring)
+            stream.SetSource([this](std::uint16_t port) {
+                return OpenRingSource(control->GetCameraAddress(), control->GetHostAddress(), port);
+            });
     }
     ~Host()
     {
         stream.Close();
+        SetRegisterPort(device, nullptr);
         g_object_unref(device);
-    }
-    static ArvDevice *OpenDevice(std::string const &address)
-    {
-        GInetAddress *const at = g_inet_address_new_from_string(address.c_str());
-        ArvDevice *device = nullptr;
-        EXPECT_TRUE(Eventually([&] { return (device = arv_gv_device_new(at, at, nullptr)) != nullptr; }));
-        g_object_unref(at);
-        return device;
     }
     void Start(std::uint32_t buffers, std::int64_t frames = -1)
     {
@@ -160,8 +157,8 @@ public:
     }
 
     std::recursive_mutex access;
-    ArvDevice *const device;
     std::shared_ptr<Control> const control;
+    ArvDevice *const device;
     Reachability reachability;
     GigeStream stream;
 };
@@ -235,21 +232,28 @@ TEST(GigeStreamTest, FramesOfEveryKindComeExact)
                                          with(parts, chunks), small, with(small, chunks)})
             rows.push_back({Grey, "Mono12", packetSize, settings});
     }
-    for (Row const &row : rows) {
+    for (std::size_t i = 0; i < 2 * rows.size(); ++i) {
+        Row const &row = rows[i / 2];
         SCOPED_TRACE(std::string(row.model) + ' ' + row.format + ' ' + row.packetSize + ' ' +
-                     (row.settings.empty() ? "" : row.settings.back().first) + std::to_string(row.settings.size()));
+                     (row.settings.empty() ? "" : row.settings.back().first) + std::to_string(row.settings.size()) +
+                     (i % 2 == 0 ? " by the socket" : " by the ring"));
         Camera camera(row.model, {{"PixelFormat", row.format}, {"GevSCPSPacketSize", row.packetSize}});
         for (auto const &[feature, value] : row.settings)
             Set(camera.wire, feature, value);
-        Host host;
+        Host host("127.0.0.1", i % 2 == 0 ? By::Socket : By::Ring);
         host.Start(8);
         std::uint64_t last = 0;
+        bool const hasChunks = std::count(row.settings.begin(), row.settings.end(), chunks[0]) > 0;
         host.ForFrames(10, [&](TovCam::Buffer &buffer) {
             EXPECT_FALSE(buffer.IsIncomplete());
             EXPECT_TRUE(camera.IsExact(buffer)) << buffer.GetFrameID();
             EXPECT_GT(buffer.GetFrameID(), last);
             EXPECT_GT(buffer.GetTimestamp(), 0u);
             last = buffer.GetFrameID();
+            auto const chunk =
+                FindChunk(static_cast<StreamFrame &>(buffer).m_chunks, WireChunkId(WireChunk::Timestamp));
+            ASSERT_EQ(chunk && chunk->size() == 8, hasChunks);
+            EXPECT_TRUE(!hasChunks || LoadBig64(chunk->data()) == buffer.GetTimestamp());
         });
         host.Stop();
         host.ExpectSums();
@@ -298,7 +302,7 @@ TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
                 SCOPED_TRACE(std::string(row.faults[0].first) + ' ' + std::to_string(way.size()) +
                              (ignored ? " ignored" : ""));
                 Camera camera(Grey, {{"GevSCPSPacketSize", "1500"}});
-                Host host;
+                Host host("127.0.0.1", ignored ? By::Socket : By::Ring);
                 for (auto const &[feature, value] : way)
                     Set(camera.wire, feature, value);
                 for (auto const &[feature, value] : row.faults)

@@ -1,6 +1,7 @@
-// Datagrams through a real socket, in every order that confuses where their payloads land. Runs in a network namespace
-// of its own.
+// Datagrams through a real socket and a real packet ring, in every order that confuses where their payloads land. Runs
+// in a network namespace of its own.
 #include "gige/receiver.h"
+#include "gige/ringsource.h"
 
 #include "asleep.h"
 #include "blockpackets.h"
@@ -100,12 +101,21 @@ private:
     std::deque<BlockBuffer> m_free;
 };
 
-class ReceiverTest : public testing::Test
+enum class By { Socket, Ring };
+
+void PrintTo(By by, std::ostream *out)
+{
+    *out << (by == By::Socket ? "Socket" : "Ring");
+}
+
+class ReceiverTest : public testing::TestWithParam<By>
 {
 protected:
     ReceiverTest()
     {
         EXPECT_TRUE(receiver.Open(8 << 20));
+        if (GetParam() == By::Ring)
+            receiver.SetSource(OpenRingSource(INADDR_LOOPBACK, INADDR_LOOPBACK, receiver.GetPort()));
         BindTo(camera, INADDR_LOOPBACK);
         BindTo(stranger, INADDR_LOOPBACK + 8);
     }
@@ -156,11 +166,16 @@ protected:
         }
         EXPECT_EQ(sendmmsg(from, messages.data(), static_cast<unsigned>(messages.size()), 0),
                   static_cast<int>(messages.size()));
-        sent += messages.size();
+        (from == camera ? sent : strange) += messages.size();
+    }
+    // Strangers are looked at now and then.
+    bool CameraReceived()
+    {
+        return Becomes([this] { return statistics.received.Get() - statistics.foreign.Get() == sent; });
     }
     bool AllReceived()
     {
-        return Becomes([this] { return statistics.received.Get() == sent; });
+        return Becomes([this] { return statistics.received.Get() == sent + strange; });
     }
 
     static constexpr std::size_t Buffers = 8;
@@ -170,10 +185,12 @@ protected:
     StreamStatistics statistics;
     Sink sink{Buffers};
     Receiver receiver{control, sink, statistics};
-    std::uint64_t sent = 0;
+    std::uint64_t sent = 0, strange = 0;
 };
 
-TEST_F(ReceiverTest, PayloadsFindTheirPlacesInAnyOrder)
+INSTANTIATE_TEST_SUITE_P(Both, ReceiverTest, testing::Values(By::Socket, By::Ring), testing::PrintToStringParamName());
+
+TEST_P(ReceiverTest, PayloadsFindTheirPlacesInAnyOrder)
 {
     std::mt19937 random(5);
     auto const below = [&](std::uint32_t limit) {
@@ -206,8 +223,9 @@ TEST_F(ReceiverTest, PayloadsFindTheirPlacesInAnyOrder)
             Send(camera, {packets.begin(), packets.begin() + static_cast<std::ptrdiff_t>(cut)});
             Send(stranger, {sender.Packet(block, 0), sender.Packet(block, 2), Bytes(60000, 0xFF)});
             Send(camera, {packets.begin() + static_cast<std::ptrdiff_t>(cut), packets.end()});
-            ASSERT_TRUE(AllReceived());
+            ASSERT_TRUE(CameraReceived());
         }
+        ASSERT_TRUE(AllReceived());
         // Not one is lost but those whose end was late because of the order.
         EXPECT_TRUE(
             Becomes([&] { return sink.complete - before + static_cast<int>(statistics.incomplete.Get()) >= Blocks; }));
@@ -220,7 +238,7 @@ TEST_F(ReceiverTest, PayloadsFindTheirPlacesInAnyOrder)
     }
 }
 
-TEST_F(ReceiverTest, GapsAreAskedForAndTheRestStays)
+TEST_P(ReceiverTest, GapsAreAskedForAndTheRestStays)
 {
     Sender const sender;
     std::mt19937 random(6);
@@ -245,7 +263,7 @@ TEST_F(ReceiverTest, GapsAreAskedForAndTheRestStays)
     EXPECT_GT(control.asked, 0u);
 }
 
-TEST_F(ReceiverTest, StopsAndStartsAnyTime)
+TEST_P(ReceiverTest, StopsAndStartsAnyTime)
 {
     Sender const sender;
     for (std::uint64_t start = 0; start < 50; ++start) {
@@ -285,7 +303,7 @@ public:
         }
         return taken.size();
     }
-    void Wait(std::chrono::milliseconds patience) override
+    void Wait(std::chrono::milliseconds patience, int) override
     {
         std::unique_lock lock(mutex);
         changed.wait_for(lock, patience, [this] { return woken || !bytes.empty(); });
@@ -297,9 +315,13 @@ public:
         woken = true;
         changed.notify_all();
     }
-    std::uint64_t GetDrops() override
+    void Forget() override
     {
-        return 3;
+    }
+    Losses GetLosses() override
+    {
+        std::lock_guard const lock(mutex);
+        return losses;
     }
 
     static constexpr std::size_t AtOnce = 10;
@@ -307,25 +329,70 @@ public:
     std::condition_variable changed;
     std::deque<Bytes> bytes;
     bool woken = false;
+    Losses losses;
 };
 
-TEST_F(ReceiverTest, AnotherSourceTakesTheSocketsPlace)
+TEST_P(ReceiverTest, AFloodOfOthersIsCountedAndTakesNoRoom)
+{
+    Sender const sender;
+    Start();
+    std::vector<Bytes> const flood(500, Bytes(8000, 0xFF));
+    for (std::uint64_t block = 1; block <= 40; ++block) {
+        std::vector<Bytes> packets;
+        for (std::uint32_t id = 0; id <= TrailerId; ++id)
+            packets.push_back(sender.Packet(block, id));
+        Send(stranger, flood); // 4 MB; the camera's socket has room for 16
+        Send(camera, packets);
+    }
+    EXPECT_TRUE(Becomes([&] { return sink.complete == 40; }));
+    ASSERT_TRUE(AllReceived());
+    receiver.Stop();
+    EXPECT_EQ(statistics.foreign.Get(), 40u * flood.size());
+    EXPECT_EQ(statistics.complete.Get(), 40u);
+    EXPECT_EQ(statistics.socketDrops.Get() + statistics.asked.Get(), 0u);
+    Start();
+    Send(stranger, {Bytes(1)}); // is noticed while the camera says nothing
+    ASSERT_TRUE(AllReceived());
+}
+
+TEST_P(ReceiverTest, AnotherSourceTakesTheSocketsPlace)
 {
     auto owned = std::make_unique<Queue>();
     Queue &queue = *owned;
     receiver.SetSource(std::move(owned));
     Start();
     Sender const sender;
-    for (std::uint64_t block = 1; block <= 20; ++block) {
+    std::uint64_t block = 1;
+    for (; block <= 20; ++block) {
         Send(camera, {sender.Packet(block, 0)}); // which is heard by the source alone
         std::lock_guard const lock(queue.mutex);
         for (std::uint32_t id = 0; id <= TrailerId; ++id)
             queue.bytes.push_back(sender.Packet(block, id));
+        queue.losses = {3, 4, 0};
         queue.changed.notify_all();
     }
-    EXPECT_TRUE(Becomes([&] { return sink.complete == 20; }));
+    EXPECT_TRUE(Becomes([&] { return statistics.received.Get() == 20u * 6 + 4; }));
+    EXPECT_EQ(std::tuple(statistics.malformed.Get(), statistics.socketDrops.Get(), sink.complete.load()),
+              std::tuple(4u, 3u, 20));
+    // A source that misses what the socket would hear is left: for fragments, and when it hears nothing at all.
+    auto const sendUntilHeard = [&] {
+        return Becomes([&, before = sink.complete.load()] {
+            for (std::uint32_t id = 0; id <= TrailerId; ++id)
+                Send(camera, {sender.Packet(block, id)});
+            ++block;
+            return sink.complete > before;
+        });
+    };
+    {
+        std::lock_guard const lock(queue.mutex);
+        queue.losses.fragments = 1;
+    }
+    EXPECT_TRUE(sendUntilHeard());
     receiver.Stop();
-    EXPECT_EQ(std::tuple(statistics.received.Get(), statistics.socketDrops.Get()), std::tuple(20u * 6, 3u));
+    auto silent = std::make_unique<Queue>();
+    receiver.SetSource(std::move(silent));
+    Start();
+    EXPECT_TRUE(sendUntilHeard());
 }
 
 } // namespace

@@ -8,31 +8,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::unique_ptr<WireCamera> s_contractCamera;
-
-template<char const *Model>
-TovCam::DeviceInfo *FindFresh(TovCam::System *system)
-{
-    s_contractCamera.reset();
-    s_contractCamera = Serve(Model);
-    // Frames that a busy computer receives in one go.
-    Set(*s_contractCamera, "Width", "640");
-    Set(*s_contractCamera, "Height", "480");
-    return FindAt(system, "127.0.0.1");
-}
-
-INSTANTIATE_TEST_SUITE_P(Wire, CameraContract,
-                         testing::Values(ContractCamera{"Grey", FindFresh<Grey>},
-                                         ContractCamera{"Colour", FindFresh<Colour>}),
-                         testing::PrintToStringParamName());
-
 class WireTest : public CameraTest
 {
-protected:
-    WireTest()
-    {
-        s_contractCamera.reset();
-    }
 };
 
 TEST_F(WireTest, ArvToolReadsAndWritesFeatures)

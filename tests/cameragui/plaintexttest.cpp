@@ -43,6 +43,9 @@ TEST(PlainText, IsNeverTakenForHtml)
     EXPECT_EQ(TovPlainTip(QStringLiteral("<h1>Big</h1> & \x02\n<img src=x>")).toStdString(),
               "<p>&lt;h1&gt;Big&lt;/h1&gt; &amp; <br>&lt;img src=x&gt;</p>");
     EXPECT_EQ(TovPlainTip(QStringLiteral("a&lt;b>")).toStdString(), "<p>a&amp;lt;b&gt;</p>");
+    // Words that are wider than the screen are broken.
+    QString const part = QString(50, u'x') + QChar(0x200B);
+    EXPECT_EQ(TovPlainTip(QString(151, u'x')), QStringLiteral("<p>") + part.repeated(3) + QStringLiteral("x</p>"));
 }
 
 } // namespace

@@ -250,11 +250,15 @@ FakeParams::FakeParams(FakeScript &script)
 
 TovCam::IntParam *FakeParams::GetInt(char const *name, std::int32_t *error)
 {
+    if (onGet)
+        onGet(name);
     return Find(ints, name, absenceSilent ? nullptr : error);
 }
 
 TovCam::StringParam *FakeParams::GetString(char const *name, std::int32_t *error)
 {
+    if (onGet)
+        onGet(name);
     return Find(texts, name, error);
 }
 

@@ -152,6 +152,7 @@ public:
     std::set<std::string> commands;
     bool absenceSilent = false;                     // a missing node is null, without an error
     std::function<void(std::string const &)> onSet; // after that integer was set
+    std::function<void(std::string const &)> onGet; // before that integer or text is looked up, on the caller's thread
 
     TovCam::IntParam *GetInt(char const *name, std::int32_t *error) override;
     TovCam::StringParam *GetString(char const *name, std::int32_t *error) override;

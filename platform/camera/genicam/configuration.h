@@ -3,6 +3,7 @@
 
 #include "nodemap.h"
 
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +42,8 @@ public:
     // lacks, or that no configuration stores, are skipped, and so is the camera's name unless `sameCamera`. The node
     // map learns what the camera refused.
     std::int32_t Apply(NodeMap &nodes, bool sameCamera);
+    // Once set, Apply writes no further setting: TOV_CAM_ERR_NO_DEVICE. Null where nobody cancels.
+    std::atomic<bool> const *cancel = nullptr;
 
     TovCam::ConfigurationReport report; // of all of the above since the last Read or Parse
     CameraIdentity camera;

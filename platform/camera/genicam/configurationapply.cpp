@@ -124,7 +124,11 @@ private:
 class Applier
 {
 public:
-    Applier(ConfigurationLayout const &layout, Targets &targets) : m_layout(layout), m_targets(targets), m_guard(layout)
+    Applier(ConfigurationLayout const &layout, Targets &targets, std::atomic<bool> const *cancel)
+        : m_layout(layout),
+          m_targets(targets),
+          m_guard(layout),
+          m_cancel(cancel)
     {
     }
 
@@ -174,6 +178,10 @@ private:
             std::vector<std::pair<std::uint32_t, FeatureValue>> inner;
             std::int32_t const selected = Select(group, inner);
             for (Target &target : group.values) {
+                if (m_cancel && *m_cancel) {
+                    why = TOV_CAM_ERR_NO_DEVICE;
+                    return different + 1;
+                }
                 target.status = selected != TOV_CAM_ERR_OK ? selected : Bring(m_layout, target, write);
                 if (write)
                     target.refusal = target.status;
@@ -238,6 +246,7 @@ private:
     ConfigurationLayout const &m_layout;
     Targets &m_targets;
     SelectorGuard m_guard;
+    std::atomic<bool> const *m_cancel;
 };
 
 } // namespace
@@ -253,7 +262,7 @@ std::int32_t Configuration::Apply(NodeMap &nodes, bool sameCamera)
         report.refused = {*targets.misunderstood};
         return TOV_CAM_ERR_WRONG_CONFIGURATION;
     }
-    Applier applier(layout, targets);
+    Applier applier(layout, targets, cancel);
     std::int32_t const status = applier.Run();
     report.settings = targets.finals.size();
     for (TargetGroup const &group : targets.groups)

@@ -31,9 +31,14 @@ bool ReadParts(Bytes body, std::uint8_t parts, BlockLeader &leader)
         if (LoadBig16(info + Info::DataType) == gvsp::Image2D && !leader.picture)
             leader.picture = {LoadBig32(info + Info::SizeX), LoadBig32(info + Info::SizeY),
                               LoadBig32(info + Info::PixelFormat), LoadBig16(info + Info::PaddingX), leader.partBytes};
-        leader.partLengths[leader.parts] = LoadBig48(info + Info::PartLength);
+        std::uint64_t const length = LoadBig48(info + Info::PartLength);
+        if (LoadBig16(info + Info::DataType) == gvsp::Chunks && leader.chunkBytes == 0) {
+            leader.chunkOffset = leader.partBytes;
+            leader.chunkBytes = length;
+        }
+        leader.partLengths[leader.parts] = length;
         leader.hasZones = leader.hasZones || info[Info::AdditionalZones] != 0;
-        leader.partBytes += leader.partLengths[leader.parts];
+        leader.partBytes += length;
     }
     return true;
 }

@@ -23,8 +23,9 @@ struct BlockLeader
     bool hasChunks = false;        // ExtendedChunkMode
     std::uint64_t timestamp = 0;   // ticks
     std::optional<BlockPicture> picture;
-    std::uint64_t partBytes = 0; // of all parts together
-    std::uint8_t parts = 0;      // 0: not a block of parts
+    std::uint64_t chunkOffset = 0, chunkBytes = 0; // of the first part that is chunk data
+    std::uint64_t partBytes = 0;                   // of all parts together
+    std::uint8_t parts = 0;                        // 0: not a block of parts
     std::array<std::uint64_t, 21> partLengths{};
     bool hasZones = false; // within parts, each of which may end with a shorter packet
 };

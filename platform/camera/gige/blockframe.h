@@ -18,11 +18,18 @@ struct BlockBuffer
     void *owner = nullptr;
 };
 
+struct BlockFrame;
+
 class BufferSupply
 {
 public:
     // False while no buffer is free.
     virtual bool TakeBuffer(BlockBuffer &buffer) = 0;
+    // Whether a complete frame is one that can be used: it is counted, and ends, as Unfit otherwise.
+    virtual bool Accepts(BlockFrame const &)
+    {
+        return true;
+    }
 
 protected:
     ~BufferSupply() = default;
@@ -58,7 +65,7 @@ enum class Verdict : std::uint8_t {
 
 struct BlockFrame
 {
-    enum class End : std::uint8_t { Complete, Incomplete, Lost, Aborted };
+    enum class End : std::uint8_t { Complete, Unfit, Incomplete, Lost, Aborted };
     BlockBuffer buffer; // none of a lost one
     End end = End::Incomplete;
     bool isWhole = false; // every packet came, though perhaps with fewer bytes than the picture needs
@@ -67,7 +74,9 @@ struct BlockFrame
     std::uint16_t payloadType = 0; // gvsp::PayloadType
     std::uint64_t timestamp = 0;   // ticks of the camera; 0 without a leader
     std::optional<BlockPicture> picture;
-    std::size_t size = 0;                // bytes, without a gap, of a whole one
+    std::size_t size = 0; // bytes, without a gap, of a whole one
+    // Where its chunk data are, for FindChunk; nowhere in a frame that is not whole.
+    std::size_t chunkOffset = 0, chunkBytes = 0;
     std::chrono::nanoseconds arrival{0}; // of its first packet
     std::uint32_t packets = 0, missing = 0;
 };

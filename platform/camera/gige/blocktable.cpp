@@ -396,6 +396,20 @@ void BlockTable::HandOver()
     m_count -= ended;
 }
 
+// Chunk data are a part of their own, or all of the block, whose first chunk is the picture then.
+void BlockTable::FindChunks(Frame const &frame, BlockFrame &done)
+{
+    BlockLeader const &leader = *frame.leader;
+    if (frame.kind == Frame::Kind::Parts) {
+        bool const isThere = leader.chunkOffset <= done.size && leader.chunkBytes <= done.size - leader.chunkOffset;
+        done.chunkOffset = isThere ? static_cast<std::size_t>(leader.chunkOffset) : 0;
+        done.chunkBytes = isThere ? static_cast<std::size_t>(leader.chunkBytes) : 0;
+    } else if (leader.hasChunks || leader.payloadType == gvsp::ChunkData ||
+               leader.payloadType == gvsp::ExtendedChunkData) {
+        done.chunkBytes = done.size;
+    }
+}
+
 void BlockTable::HandOver(Frame &frame)
 {
     if (m_anyOver && Distance(m_lastOver, frame.sequence) > 1)
@@ -404,13 +418,10 @@ void BlockTable::HandOver(Frame &frame)
     m_lastOver = frame.sequence;
     frame.inUse = false;
     using End = BlockFrame::End;
-    (frame.end == End::Complete     ? m_statistics.complete
-     : frame.end == End::Incomplete ? m_statistics.incomplete
-     : frame.end == End::Lost       ? m_statistics.lost
-                                    : m_statistics.aborted)
-        .Add();
-    if (frame.end == End::Lost)
+    if (frame.end == End::Lost) {
+        m_statistics.lost.Add();
         return;
+    }
     std::uint32_t const packets = frame.isWhole ? frame.have : std::max(frame.next, ExpectedTrailer(frame) + 1);
     m_statistics.missing.Add(frame.end == End::Incomplete ? packets - frame.have : 0);
     BlockFrame &done = m_done[(m_doneFirst + m_doneCount++) % m_done.size()];
@@ -426,9 +437,18 @@ void BlockTable::HandOver(Frame &frame)
         done.picture = frame.leader->picture;
     }
     done.size = frame.size;
+    if (frame.isWhole)
+        FindChunks(frame, done);
     done.arrival = frame.arrival;
     done.packets = packets;
     done.missing = packets - frame.have;
+    if (done.end == End::Complete && !m_supply.Accepts(done))
+        done.end = End::Unfit;
+    (done.end == End::Complete     ? m_statistics.complete
+     : done.end == End::Unfit      ? m_statistics.unfit
+     : done.end == End::Incomplete ? m_statistics.incomplete
+                                   : m_statistics.aborted)
+        .Add();
 }
 
 std::optional<BlockFrame> BlockTable::TakeDone()

@@ -165,6 +165,7 @@ private:
     void End(Frame &frame, BlockFrame::End end);
     void HandOver();
     void HandOver(Frame &frame);
+    static void FindChunks(Frame const &frame, BlockFrame &done);
 
     void PollFrame(Frame &frame, Time now);
     bool AskAgain(Frame &frame, Time now);

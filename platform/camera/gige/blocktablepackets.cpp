@@ -134,6 +134,9 @@ Verdict BlockTable::TakeLeader(Frame &frame, Packet const &packet, Time now)
     Frame::Kind const kind = leader->payloadType == gvsp::MultiPart ? Frame::Kind::Parts : Frame::Kind::Plain;
     if (frame.kind != Frame::Kind::Unknown && frame.kind != kind)
         return Verdict::Malformed;
+    // A trailer that came first was not compared with anything.
+    if (frame.trailerSize > 0 && !ReadBlockTrailer(std::span(frame.trailerBody).first(frame.trailerSize), *leader))
+        return Verdict::Malformed;
     frame.kind = kind;
     frame.leader = leader;
     m_newestTimestamp = std::max(m_newestTimestamp, leader->timestamp);
@@ -379,7 +382,8 @@ Verdict BlockTable::TakeRefusal(gvsp::Header const &header, Time now)
 {
     Frame *const frame = m_any && header.isExtended == m_isExtended ? Search(SequenceOf(header)) : nullptr;
     std::uint32_t const id = header.packetId;
-    if (!frame || frame->over || id >= frame->next || frame->Has(id) || frame->states[id].tries == 0)
+    if (!frame || frame->over || id >= frame->next || frame->Has(id) || frame->states[id].tries == 0 ||
+        frame->states[id].gone)
         return Verdict::Refused;
     // What the camera has not come to yet cannot be had either.
     if (frame == Newest() && frame->trailerId == NoTrailer && id > frame->highestData)

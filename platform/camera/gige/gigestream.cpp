@@ -21,7 +21,8 @@ constexpr std::size_t LeastRoom = 4u << 20, MostRoom = 64u << 20;
 class GigeStream::Frame final : public StreamFrame
 {
 public:
-    BlockFrame m_block; // as it came
+    std::uint64_t m_blockId = 0;
+    bool m_isDescribed = false; // the shape is what the camera told of this frame
 };
 
 void GigeStream::Ring::Reset(std::size_t most)
@@ -230,10 +231,17 @@ void GigeStream::GiveBack(BlockBuffer const &buffer)
     m_free.Push(static_cast<Frame *>(buffer.owner));
 }
 
+bool GigeStream::Accepts(BlockFrame const &block)
+{
+    return Describe(*static_cast<Frame *>(block.buffer.owner), block);
+}
+
 void GigeStream::Deliver(BlockFrame const &block)
 {
     auto *const frame = static_cast<Frame *>(block.buffer.owner);
-    frame->m_block = block;
+    if (block.end == BlockFrame::End::Incomplete)
+        Describe(*frame, block);
+    frame->m_incomplete = block.end != BlockFrame::End::Complete;
     {
         std::lock_guard const lock(m_mutex);
         m_filled.Push(frame);
@@ -280,18 +288,21 @@ TovCam::Buffer *GigeStream::GetBuffer(std::uint32_t timeout, std::int32_t *error
         if (m_framesLeft > 0)
             --m_framesLeft;
     }
-    Describe(*frame);
+    std::uint64_t const id = frame->m_blockId;
+    frame->m_image->frameID = frame->m_isDescribed ? m_frameIds.Next(id) : m_frameIds.Peek(id);
+    frame->m_held.store(true, std::memory_order_relaxed);
+    m_held.fetch_add(1, std::memory_order_relaxed);
     return frame;
 }
 
-// What the camera says about a frame, in our terms.
-void GigeStream::Describe(Frame &frame)
+// What the camera says about a frame, in our terms. Whether it is a picture that is wholly there.
+bool GigeStream::Describe(Frame &frame, BlockFrame const &block) const
 {
-    BlockFrame const &block = frame.m_block;
     bool whole = block.isWhole;
     StreamShape shape = m_format.shape;
     std::size_t offset = 0;
     frame.m_size = whole ? block.size : frame.m_payload;
+    frame.m_chunks = {frame.m_memory + block.chunkOffset, block.chunkBytes};
     if (whole && block.picture) {
         shape = {block.picture->width, block.picture->height, block.picture->pixelFormat, block.picture->linePadding};
         offset = static_cast<std::size_t>(std::min<std::uint64_t>(block.picture->offset, frame.m_room));
@@ -300,14 +311,11 @@ void GigeStream::Describe(Frame &frame)
         whole = block.payloadType == gvsp::ChunkData;
     }
     whole = frame.Describe(shape, offset, m_format) && whole;
-    _TovImage &image = *frame.m_image;
-    frame.m_incomplete =
-        !whole || static_cast<std::size_t>(image.imageData - frame.m_memory) + image.imageSize > frame.m_size;
-    image.timestamp = block.timestamp;
+    frame.m_isDescribed = whole;
+    frame.m_blockId = block.blockId;
     // A camera without ticks, or whose clock stands still, counts the nanoseconds of this computer.
-    if (m_format.tickFrequency == 0)
-        image.timestamp = static_cast<std::uint64_t>(block.arrival.count());
-    image.frameID = whole ? m_frameIds.Next(block.blockId) : m_frameIds.Peek(block.blockId);
-    frame.m_held.store(true, std::memory_order_relaxed);
-    m_held.fetch_add(1, std::memory_order_relaxed);
+    frame.m_image->timestamp =
+        m_format.tickFrequency != 0 ? block.timestamp : static_cast<std::uint64_t>(block.arrival.count());
+    _TovImage const &image = *frame.m_image;
+    return whole && static_cast<std::size_t>(image.imageData - frame.m_memory) + image.imageSize <= frame.m_size;
 }

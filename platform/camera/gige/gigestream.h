@@ -64,6 +64,7 @@ private:
 
     // The receiver's calls.
     bool TakeBuffer(BlockBuffer &buffer) override;
+    bool Accepts(BlockFrame const &frame) override;
     void Deliver(BlockFrame const &frame) override;
     void GiveBack(BlockBuffer const &buffer) override;
 
@@ -71,7 +72,7 @@ private:
     std::int32_t MakeFrames(std::uint32_t count);
     // Closes the channel, in the background where the camera does not answer at once; the device's lock is held.
     void Dispose();
-    void Describe(Frame &frame);
+    bool Describe(Frame &frame, BlockFrame const &block) const;
 
     ArvDevice *const m_device;
     std::recursive_mutex &m_access;

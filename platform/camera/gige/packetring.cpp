@@ -103,10 +103,10 @@ bool PacketRing::Count(RingVerdict verdict)
     return verdict == RingVerdict::Whole;
 }
 
-void PacketRing::Wait(std::chrono::milliseconds patience)
+void PacketRing::Wait(std::chrono::milliseconds patience, int other)
 {
-    pollfd events[] = {{m_wake, POLLIN, 0}, {m_socket, POLLIN, 0}};
-    poll(events, 2, static_cast<int>(patience.count()));
+    pollfd events[] = {{m_wake, POLLIN, 0}, {m_socket, POLLIN, 0}, {other, POLLIN, 0}};
+    poll(events, 3, static_cast<int>(patience.count()));
     eventfd_t ignored;
     if (events[0].revents != 0)
         eventfd_read(m_wake, &ignored);

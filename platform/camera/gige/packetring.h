@@ -32,11 +32,12 @@ public:
     // sink returns. With its answer false no more follow, until the next call.
     template<typename Sink>
     std::size_t ReadFrames(Sink &&sink); // bool(RingFrame const &)
-    // The same for datagrams, whole ones only. Others are counted.
+    // The same for datagrams, whole ones only. Others are counted, and after many of them no more follow either.
     template<typename Sink>
     std::size_t ReadDatagrams(Sink &&sink); // bool(RingDatagram const &)
-    // Until there is something to be read, the patience is over, or somebody wakes.
-    void Wait(std::chrono::milliseconds patience);
+    // Until there is something to be read, here or at the socket `other` unless that is -1, the patience is over, or
+    // somebody wakes.
+    void Wait(std::chrono::milliseconds patience, int other = -1);
     void Wake(); // ends the current or the next wait
 
     // Packets that were not handed on: the system had no room for them.
@@ -51,6 +52,8 @@ public:
     }
 
 private:
+    static constexpr std::size_t MostSkipped = 1024;
+
     PacketRing(int socket, int wake, std::span<std::uint8_t> memory, std::uint32_t blockBytes);
     bool TakeBlock();
     void GiveBlock();
@@ -84,11 +87,11 @@ std::size_t PacketRing::ReadFrames(Sink &&sink)
 template<typename Sink>
 std::size_t PacketRing::ReadDatagrams(Sink &&sink)
 {
-    std::size_t count = 0;
+    std::size_t count = 0, skipped = 0;
     ReadFrames([&](RingFrame const &frame) {
         RingDatagram datagram;
         if (!Count(ReadDatagram(frame, datagram)))
-            return true;
+            return ++skipped < MostSkipped;
         ++count;
         return static_cast<bool>(sink(std::as_const(datagram)));
     });

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <linux/filter.h>
 #include <netinet/in.h>
+#include <netinet/udp.h>
 #include <optional>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -12,6 +13,7 @@
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -19,20 +21,37 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t BatchSize = 64, LeastBatch = 8;
+constexpr std::size_t TrainBatch = 4, LongestTrain = 1 << 16;
+constexpr int TrainMemory = 64;      // batches without a train
 constexpr auto GreetingPeriod = 10s; // firewalls forget a path after half a minute
-constexpr std::size_t Slack = 64;    // a datagram that is longer than announced by more is told by its cut
+constexpr auto LookPeriod = 20ms;    // at what is not the camera's packets, as long as something goes on
+constexpr auto SourcePatience = 100ms;
+constexpr int MostPolls = 4;          // in a row: requests must not keep from reading
+constexpr std::uint32_t Unheard = 16; // datagrams that a source should have shown
+// To be woken costs as much as several packets do: what trickles in is left to gather, where there is room for what
+// comes in that time at 10 Gbit/s, several times over.
+constexpr auto GatherTime = 250us;
+constexpr int GatherRoom = 2 << 20;
+constexpr std::size_t Slack = 64; // a datagram that is longer than announced by more is told by its cut
 
 void SetOption(int socket, int option, int value)
 {
     setsockopt(socket, SOL_SOCKET, option, &value, sizeof value);
 }
 
+int GetOption(int socket, int option)
+{
+    int value = 0;
+    socklen_t size = sizeof value;
+    return getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : 0;
+}
+
 // What else the system tells of a datagram.
 template<class Value>
-std::optional<Value> Told(msghdr &message, int type)
+std::optional<Value> Told(msghdr &message, int type, int level = SOL_SOCKET)
 {
     for (cmsghdr *told = CMSG_FIRSTHDR(&message); told; told = CMSG_NXTHDR(&message, told)) {
-        if (told->cmsg_level == SOL_SOCKET && told->cmsg_type == type && told->cmsg_len >= CMSG_LEN(sizeof(Value))) {
+        if (told->cmsg_level == level && told->cmsg_type == type && told->cmsg_len >= CMSG_LEN(sizeof(Value))) {
             Value value;
             std::memcpy(&value, CMSG_DATA(told), sizeof value);
             return value;
@@ -46,12 +65,15 @@ std::optional<Value> Told(msghdr &message, int type)
 // ---- Batch -------------------------------------------------------------------------------------------------------
 
 // The datagrams of one system call.
+//
+// The system may join datagrams of one length that follow each other to a train, the last of which may be shorter. As
+// long as trains come, they are read as they are and their data copied, which costs less than a message for each.
 class Receiver::Batch
 {
 public:
     explicit Batch(std::uint32_t packetSize)
         : m_scratchRoom(packetSize + Slack),
-          m_scratch(std::make_unique<std::uint8_t[]>(m_scratchRoom * BatchSize * 2))
+          m_scratch(std::make_unique_for_overwrite<std::uint8_t[]>((LongestTrain + m_scratchRoom) * BatchSize))
     {
     }
 
@@ -75,11 +97,15 @@ private:
     enum class Fate : std::uint8_t { Stay, Move, Stash };
     struct Room
     {
-        alignas(
-            cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof(timespec)) + CMSG_SPACE(sizeof(std::uint32_t))> told;
+        alignas(cmsghdr)
+            std::array<std::uint8_t, CMSG_SPACE(sizeof(timespec)) + 2 * CMSG_SPACE(sizeof(std::uint32_t))> told;
     };
 
     void Lay(std::size_t i, std::size_t frontSize);
+    void LayForTrain(std::size_t i);
+    std::size_t PartOfTrain(std::size_t i);
+    void TakeRest(std::size_t i, BlockTable &table, BlockTable::Time now);
+    std::chrono::nanoseconds Arrival(std::size_t i);
     void Describe(std::size_t i, BlockTable const &table, std::uint32_t camera);
     void PutInPlace(std::size_t count);
     void Move(std::size_t i, std::size_t count);
@@ -88,18 +114,19 @@ private:
 
     std::uint8_t *TailOf(std::size_t i) const
     {
-        return m_scratch.get() + i * m_scratchRoom;
+        return m_scratch.get() + i * LongestTrain;
     }
     std::uint8_t *StashOf(std::size_t i) const
     {
-        return TailOf(BatchSize + i);
+        return TailOf(BatchSize) + i * m_scratchRoom;
     }
 
-    std::size_t const m_scratchRoom;
+    std::size_t const m_scratchRoom;                 // of a datagram
     std::unique_ptr<std::uint8_t[]> const m_scratch; // for what has no place, and for what is in the way
 
     std::size_t m_asked = LeastBatch;
     bool m_isFull = false;
+    int m_trains = TrainMemory; // batches until none is expected
     std::array<mmsghdr, BatchSize> m_messages{};
     std::array<std::array<iovec, 3>, BatchSize> m_pieces;
     std::array<Front, BatchSize> m_fronts;
@@ -108,6 +135,9 @@ private:
     std::array<BlockTable::Place, BatchSize> m_places;
 
     std::array<Datagram, BatchSize> m_datagrams;
+    // What follows the first datagram of a train, and the length of each.
+    std::array<std::span<std::uint8_t const>, BatchSize> m_rests;
+    std::array<std::size_t, BatchSize> m_lengths;
     std::array<std::uint8_t *, BatchSize> m_targets; // where a payload belongs
     std::array<Fate, BatchSize> m_fates;
 };
@@ -119,27 +149,70 @@ void Receiver::Batch::Lay(std::size_t i, std::size_t frontSize)
     pieces[count++] = {m_fronts[i].data(), frontSize};
     if (m_places[i].memory)
         pieces[count++] = {m_places[i].memory, m_places[i].room};
-    pieces[count++] = {TailOf(i), m_scratchRoom};
+    pieces[count++] = {TailOf(i), LongestTrain};
     msghdr &message = m_messages[i].msg_hdr;
     message.msg_name = &m_senders[i];
     message.msg_namelen = sizeof m_senders[i];
     message.msg_iov = pieces.data();
     message.msg_iovlen = count;
+    // Of data nothing need be told: a frame's time is that of its leader. Drops are told again.
+    bool const isTold = !m_places[i].memory || i + 1 == m_asked;
     message.msg_control = m_told[i].told.data();
-    message.msg_controllen = m_told[i].told.size();
+    message.msg_controllen = isTold ? m_told[i].told.size() : 0;
     message.msg_flags = 0;
+}
+
+void Receiver::Batch::LayForTrain(std::size_t i)
+{
+    m_places[i] = {};
+    Lay(i, 0);
+    msghdr &message = m_messages[i].msg_hdr;
+    ++message.msg_iov; // no front
+    --message.msg_iovlen;
 }
 
 int Receiver::Batch::Read(int socket, BlockTable &table)
 {
-    table.Expect(std::span(m_places).first(m_asked));
-    for (std::size_t i = 0; i < m_asked; ++i)
-        Lay(i, table.FrontSize());
-    int const count = recvmmsg(socket, m_messages.data(), static_cast<unsigned>(m_asked), MSG_DONTWAIT, nullptr);
-    m_isFull = count == static_cast<int>(m_asked);
+    std::size_t const asked = m_trains > 0 ? TrainBatch : m_asked;
+    table.Expect(std::span(m_places).first(m_trains > 0 ? 0 : asked));
+    for (std::size_t i = 0; i < asked; ++i) {
+        if (m_trains > 0)
+            LayForTrain(i);
+        else
+            Lay(i, table.FrontSize());
+    }
+    int const count = recvmmsg(socket, m_messages.data(), static_cast<unsigned>(asked), MSG_DONTWAIT, nullptr);
+    m_isFull = count == static_cast<int>(asked);
+    if (m_trains > 0 && count > 0)
+        --m_trains;
     // Laying out what does not come costs more than a second call.
     m_asked = std::clamp(static_cast<std::size_t>(std::max(count, 0)) * 2, LeastBatch, BatchSize);
     return count;
+}
+
+// The length of a train's datagrams; 0 for what is none.
+std::size_t Receiver::Batch::PartOfTrain(std::size_t i)
+{
+    msghdr &message = m_messages[i].msg_hdr;
+    std::size_t const size = m_messages[i].msg_len;
+    if (std::optional<int> const told = Told<int>(message, UDP_GRO, SOL_UDP))
+        return *told > 0 && static_cast<std::size_t>(*told) < size ? static_cast<std::size_t>(*told) : 0;
+    // Of what was expected to be data the system has told nothing: then the next packet begins behind them.
+    std::size_t const first = m_pieces[i][0].iov_len + m_places[i].room;
+    if (!m_places[i].memory || size <= first)
+        return 0;
+    std::optional<gvsp::Header> const header = gvsp::ReadHeader({m_fronts[i].data(), m_pieces[i][0].iov_len});
+    std::optional<gvsp::Header> const next = gvsp::ReadHeader({TailOf(i), size - first});
+    bool const follows = header && next && next->blockId == header->blockId && next->isExtended == header->isExtended &&
+                         next->packetId == header->packetId + 1;
+    return follows ? first : 0;
+}
+
+std::chrono::nanoseconds Receiver::Batch::Arrival(std::size_t i)
+{
+    std::optional<timespec> const time = Told<timespec>(m_messages[i].msg_hdr, SCM_TIMESTAMPNS);
+    return time ? std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec)
+                : std::chrono::system_clock::now().time_since_epoch();
 }
 
 void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint32_t camera)
@@ -147,6 +220,23 @@ void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint
     msghdr &message = m_messages[i].msg_hdr;
     Datagram &datagram = m_datagrams[i];
     std::size_t left = m_messages[i].msg_len;
+    std::size_t const length = PartOfTrain(i);
+    bool const isTrain = length > 0;
+    m_rests[i] = {};
+    if (isTrain) {
+        // All that follows the first one is in the last piece, unless the pieces before it are longer than it.
+        iovec const &last = message.msg_iov[message.msg_iovlen - 1];
+        std::size_t before = 0;
+        for (std::size_t piece = 0; piece + 1 < message.msg_iovlen; ++piece)
+            before += message.msg_iov[piece].iov_len;
+        if (length >= before)
+            m_rests[i] = {static_cast<std::uint8_t const *>(last.iov_base) + (length - before), left - length};
+        else
+            message.msg_flags |= MSG_TRUNC;
+        m_lengths[i] = length;
+        left = length;
+        m_trains = TrainMemory;
+    }
     datagram.pieces = {};
     for (std::size_t piece = 0, at = 0; piece < message.msg_iovlen; ++piece) {
         std::size_t const size = std::min(left, message.msg_iov[piece].iov_len);
@@ -156,15 +246,14 @@ void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint
     }
     datagram.address = ntohl(m_senders[i].sin_addr.s_addr);
     datagram.port = ntohs(m_senders[i].sin_port);
-    datagram.truncated = (message.msg_flags & MSG_TRUNC) != 0;
+    datagram.truncated = (message.msg_flags & MSG_TRUNC) != 0 || datagram.Size() > m_scratchRoom;
     datagram.arrival = {};
     m_fates[i] = Fate::Stay;
     std::span<std::uint8_t const> const front = datagram.pieces[0];
     std::optional<gvsp::Header> const header = gvsp::ReadHeader(front);
     // The time of a frame is that of its first packet.
     if (!header || (header->format != gvsp::DataPayload && header->format != gvsp::MultiPartPayload)) {
-        if (std::optional<timespec> const time = Told<timespec>(message, SCM_TIMESTAMPNS))
-            datagram.arrival = std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec);
+        datagram.arrival = Arrival(i);
     }
     if (datagram.address != camera || datagram.truncated) {
         datagram.pieces[1] = datagram.pieces[2] = {}; // what is in the way of nobody
@@ -227,8 +316,25 @@ void Receiver::Batch::Take(std::size_t count, BlockTable &table, std::uint32_t c
     }
     if (!inPlace)
         PutInPlace(count);
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < count; ++i) {
         table.Take(m_datagrams[i], now);
+        if (!m_rests[i].empty())
+            TakeRest(i, table, now);
+    }
+}
+
+void Receiver::Batch::TakeRest(std::size_t i, BlockTable &table, BlockTable::Time now)
+{
+    Datagram datagram;
+    datagram.address = m_datagrams[i].address;
+    datagram.port = m_datagrams[i].port;
+    datagram.arrival = Arrival(i);
+    for (std::span<std::uint8_t const> rest = m_rests[i]; !rest.empty();) {
+        datagram.pieces[0] = rest.first(std::min(rest.size(), m_lengths[i]));
+        rest = rest.subspan(datagram.pieces[0].size());
+        datagram.truncated = datagram.pieces[0].size() > m_scratchRoom;
+        table.Take(datagram, now);
+    }
 }
 
 // First what has no place in a frame leaves those of others. Then places become free from the last on behind a loss,
@@ -284,7 +390,8 @@ bool Receiver::Open(std::size_t room)
         SetOption(m_socket, SO_RCVBUF, bytes);
     SetOption(m_socket, SO_RXQ_OVFL, 1);
     SetOption(m_socket, SO_TIMESTAMPNS, 1);
-    m_drops = 0;
+    m_gathers = GetOption(m_socket, SO_RCVBUF) >= GatherRoom;
+    m_strangers.Open(m_socket, m_control.GetCameraAddress());
     return true;
 }
 
@@ -295,7 +402,9 @@ void Receiver::Close()
             close(*fd);
         *fd = -1;
     }
+    m_strangers.Close();
     m_source.reset();
+    m_usesSource = false;
 }
 
 std::uint16_t Receiver::GetPort() const
@@ -310,6 +419,7 @@ std::uint16_t Receiver::GetPort() const
 void Receiver::SetSource(std::unique_ptr<DatagramSource> source)
 {
     m_source = std::move(source);
+    m_usesSource = m_source != nullptr;
     // What the source brings would fill the socket, too.
     sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
     sock_fprog const program{1, &nothing};
@@ -348,6 +458,8 @@ void Receiver::Start(BlockLayout const &layout)
     m_table.Begin(layout);
     m_batch = std::make_unique<Batch>(std::clamp<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket, 0xFFFF));
     m_camera = layout.address;
+    int const yes = 1;
+    setsockopt(m_socket, SOL_UDP, UDP_GRO, &yes, sizeof yes); // not before: test packets come one by one
     Drain();
     m_nextGreeting = Clock::now();
     m_quit.store(false, std::memory_order_relaxed);
@@ -359,12 +471,13 @@ void Receiver::Stop()
     if (!m_thread.joinable())
         return;
     m_quit.store(true, std::memory_order_relaxed);
-    std::uint64_t const one = 1;
+    eventfd_write(m_wake, 1);
     if (m_source)
         m_source->Wake();
-    else [[maybe_unused]]
-        ssize_t const written = write(m_wake, &one, sizeof one);
     m_thread.join();
+    if (!m_usesSource)
+        CountDrops(GetSocketDrops(m_socket));
+    LookAround(Clock::now());
     m_table.Abort();
     HandOver();
     if (BlockBuffer const spare = m_table.TakeSpare(); spare.memory)
@@ -375,14 +488,18 @@ void Receiver::Stop()
 void Receiver::Drain()
 {
     constexpr int MostBatches = 4096; // more than the largest socket holds, from a camera that goes on
-    for (int i = 0; i < MostBatches; ++i) {
-        int const count = m_batch->Read(m_socket, m_table);
-        if (count <= 0)
-            break;
-        m_drops = m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops);
+    for (int i = 0; i < MostBatches && m_batch->Read(m_socket, m_table) > 0; ++i) {
     }
-    std::uint64_t ignored;
-    [[maybe_unused]] ssize_t const got = read(m_wake, &ignored, sizeof ignored);
+    m_drops = GetSocketDrops(m_socket);
+    m_strangers.Forget();
+    if (m_source) {
+        m_source->Forget();
+        m_losses = m_source->GetLosses();
+    }
+    m_shown = 0;
+    m_isUnheard = false;
+    eventfd_t ignored;
+    eventfd_read(m_wake, &ignored);
 }
 
 // ---- The thread --------------------------------------------------------------------------------------------------
@@ -395,6 +512,8 @@ void Receiver::Run()
         bool const more = Read(now);
         if (now >= m_table.NextDue() || now >= m_nextGreeting)
             DoWhatIsDue(now);
+        if (now >= m_nextLook)
+            LookAround(now);
         HandOver();
         if (!more)
             Wait(now);
@@ -404,20 +523,58 @@ void Receiver::Run()
 // True where there may be more.
 bool Receiver::Read(BlockTable::Time now)
 {
-    if (m_source) {
-        std::size_t const count = m_source->Read([&](Datagram const &datagram) { m_table.Take(datagram, now); });
-        CountDrops(static_cast<std::uint32_t>(m_source->GetDrops()));
-        return count > 0;
-    }
+    if (!m_usesSource)
+        return ReadSocket(now);
+    std::size_t const count = m_source->Read([&](Datagram const &datagram) { m_table.Take(datagram, now); });
+    m_shown += count;
+    m_hasRead = m_hasRead || count > 0;
+    return count > 0;
+}
+
+bool Receiver::ReadSocket(BlockTable::Time now)
+{
     int const count = m_batch->Read(m_socket, m_table);
     if (count <= 0)
         return false;
+    m_hasRead = true;
     m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
     CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
     return m_batch->IsFull();
 }
 
-// Counted up to the limit of 32 bits, from where it begins anew.
+// At what comes beside the camera's packets. Whatever that is, it takes a share of the thread's time that is limited.
+void Receiver::LookAround(BlockTable::Time now)
+{
+    m_nextLook = now + LookPeriod;
+    m_hasNews = m_strangers.Count(m_statistics);
+    m_hasNews = std::exchange(m_hasRead, false) || m_hasNews;
+    if (m_usesSource)
+        CountLosses();
+}
+
+void Receiver::CountLosses()
+{
+    DatagramSource::Losses const losses = m_source->GetLosses();
+    std::uint64_t const damaged = losses.malformed - m_losses.malformed + (losses.fragments - m_losses.fragments);
+    m_statistics.socketDrops.Add(losses.dropped - m_losses.dropped);
+    m_statistics.received.Add(damaged);
+    m_statistics.malformed.Add(damaged);
+    bool const hasFragments = losses.fragments != m_losses.fragments;
+    m_losses = losses;
+    // The socket's filter has dropped all that came from the camera. A source may be slower than a socket.
+    bool const isUnheard = m_shown == 0 && GetSocketDrops(m_socket) - m_drops >= Unheard;
+    if (hasFragments || (std::exchange(m_isUnheard, isUnheard) && isUnheard))
+        LeaveSource();
+}
+
+void Receiver::LeaveSource()
+{
+    int const none = 0;
+    setsockopt(m_socket, SOL_SOCKET, SO_DETACH_FILTER, &none, sizeof none);
+    m_usesSource = false;
+    m_drops = GetSocketDrops(m_socket);
+}
+
 void Receiver::CountDrops(std::uint32_t drops)
 {
     if (drops != m_drops)
@@ -427,10 +584,10 @@ void Receiver::CountDrops(std::uint32_t drops)
 
 void Receiver::DoWhatIsDue(BlockTable::Time now)
 {
-    do {
+    for (int i = 0; i < MostPolls && m_table.NextDue() <= now; ++i) {
         for (PacketRequest const &request : m_table.Poll(now))
             m_control.RequestPackets(request);
-    } while (m_table.NextDue() <= now);
+    }
     if (now >= m_nextGreeting)
         KeepPathOpen(now);
 }
@@ -461,13 +618,25 @@ void Receiver::HandOver()
 
 void Receiver::Wait(BlockTable::Time now)
 {
-    auto const left = std::max(std::min(m_table.NextDue(), m_nextGreeting) - now, BlockTable::Time::duration::zero());
-    if (m_source) {
-        m_source->Wait(std::chrono::ceil<std::chrono::milliseconds>(left));
+    bool const isLively = m_hasRead || m_hasNews;
+    BlockTable::Time until = std::min(m_table.NextDue(), m_nextGreeting);
+    // Strangers who have just been looked at wait for the next look, so that a flood of them wakes nobody.
+    int const strangers = isLively ? -1 : m_strangers.GetSocket();
+    if (isLively)
+        until = std::min(until, m_nextLook);
+    else
+        m_nextLook = now;
+    if (m_usesSource && m_shown == 0)
+        until = std::min(until, now + SourcePatience);
+    auto const left = std::max(until - now, BlockTable::Time::duration::zero());
+    if (m_usesSource) {
+        m_source->Wait(std::chrono::ceil<std::chrono::milliseconds>(left), strangers);
         return;
     }
     auto const seconds = std::chrono::floor<std::chrono::seconds>(left);
     timespec const patience{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
-    std::array<pollfd, 2> events{{{m_socket, POLLIN, 0}, {m_wake, POLLIN, 0}}};
+    std::array<pollfd, 3> events{{{m_socket, POLLIN, 0}, {m_wake, POLLIN, 0}, {strangers, POLLIN, 0}}};
     ppoll(events.data(), events.size(), &patience, nullptr);
+    if (m_gathers && events[0].revents != 0 && events[1].revents == 0)
+        std::this_thread::sleep_for(GatherTime);
 }

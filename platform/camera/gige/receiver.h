@@ -9,6 +9,7 @@
 #pragma once
 
 #include "blocktable.h"
+#include "strangers.h"
 #include "streamcontrol.h"
 #include "streamstatistics.h"
 
@@ -41,11 +42,19 @@ public:
     // Shows what is there, a limited number at once, without waiting; returns how many. The bytes are good during the
     // call of `take`.
     virtual std::size_t Read(std::function<void(Datagram const &)> const &take) = 0;
-    // Until there is something, the patience is over, or Wake is called. Wake ends the next wait where none is under
-    // way.
-    virtual void Wait(std::chrono::milliseconds patience) = 0;
+    // Until there is something, there or at the socket `other` unless that is -1, the patience is over, or Wake is
+    // called. Wake ends the next wait where none is under way.
+    virtual void Wait(std::chrono::milliseconds patience, int other) = 0;
     virtual void Wake() = 0;
-    virtual std::uint64_t GetDrops() = 0; // so far
+    // Does not show what came until now. While nobody reads.
+    virtual void Forget() = 0;
+    // So far: what there was no room for, what was not shown because it contradicts itself, and fragments, which are
+    // not shown either.
+    struct Losses
+    {
+        std::uint64_t dropped = 0, malformed = 0, fragments = 0;
+    };
+    virtual Losses GetLosses() = 0;
 };
 
 class Receiver
@@ -63,7 +72,8 @@ public:
     // After Stop.
     void Close();
     std::uint16_t GetPort() const; // 0 while closed
-    // In place of the socket, which stays bound and hears nothing then. Before Start.
+    // In place of the socket, which stays bound and hears nothing then. A source that turns out not to hear what the
+    // socket would, because it comes in fragments or another way, is left for the socket. Before Start.
     void SetSource(std::unique_ptr<DatagramSource> source);
     // Whether a test packet of this size, with the headers of IP, UDP and GVSP, comes in time. Before Start.
     bool AwaitTestPacket(std::uint32_t size, std::chrono::milliseconds patience);
@@ -79,7 +89,11 @@ private:
     void Run();
     void Drain();
     bool Read(BlockTable::Time now);
+    bool ReadSocket(BlockTable::Time now);
     void CountDrops(std::uint32_t drops);
+    void LookAround(BlockTable::Time now);
+    void CountLosses();
+    void LeaveSource();
     void DoWhatIsDue(BlockTable::Time now);
     void Wait(BlockTable::Time now);
     void KeepPathOpen(BlockTable::Time now);
@@ -89,14 +103,20 @@ private:
     FrameSink &m_sink;
     StreamStatistics &m_statistics;
     int m_socket = -1, m_wake = -1;
+    bool m_gathers = false; // there is room for what comes while it sleeps
     std::unique_ptr<DatagramSource> m_source;
 
     // The thread's, while it runs.
     BlockTable m_table;
     std::unique_ptr<Batch> m_batch;
+    Strangers m_strangers;
     std::uint32_t m_drops = 0; // as the system last told
+    bool m_usesSource = false, m_isUnheard = false;
+    DatagramSource::Losses m_losses; // as the source last told
+    std::uint64_t m_shown = 0;       // by the source
     std::uint32_t m_camera = 0;
-    BlockTable::Time m_nextGreeting;
+    BlockTable::Time m_nextGreeting, m_nextLook;
+    bool m_hasRead = false, m_hasNews = false; // since the last look, and in it or before it
 
     std::atomic<bool> m_quit{false};
     std::thread m_thread;

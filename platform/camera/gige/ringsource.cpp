@@ -5,15 +5,19 @@
 #include "packetring.h"
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <string>
 
 namespace {
 
 // 64 MB, as much as the largest socket: half a second of a link of 1 Gbit/s, in blocks of which a trickle of packets
-// takes one every few milliseconds.
-constexpr PacketRingSize RingSize{1 << 18, 256, std::chrono::milliseconds(1)};
+// takes one every few milliseconds. To be woken for a block costs as much as some ten packets do: they are large.
+constexpr PacketRingSize RingSize{1 << 20, 64, std::chrono::milliseconds(2)};
 // Frames that are over are delivered in between.
-constexpr std::size_t MostAtOnce = 64;
+constexpr std::size_t MostAtOnce = 128;
+constexpr std::chrono::milliseconds BlockPatience{100}; // until a block is handed over, and read
+
+std::atomic<bool> s_isPermitted{true};
 
 class RingSource final : public DatagramSource
 {
@@ -31,24 +35,41 @@ public:
             datagram.address = packet.source;
             datagram.port = packet.sourcePort;
             datagram.arrival = std::chrono::nanoseconds(packet.arrival);
-            take(datagram);
+            if (!IsForgotten(datagram.arrival))
+                take(datagram);
             return ++count < MostAtOnce;
         });
     }
-    void Wait(std::chrono::milliseconds patience) override
+    void Wait(std::chrono::milliseconds patience, int other) override
     {
-        m_ring->Wait(patience);
+        m_ring->Wait(patience, other);
     }
     void Wake() override
     {
         m_ring->Wake();
     }
-    std::uint64_t GetDrops() override
+    void Forget() override
     {
-        return m_ring->GetDropped();
+        constexpr std::size_t Most = 1 << 20; // of a camera that goes on
+        std::size_t count = 0;
+        m_ring->ReadDatagrams([&](RingDatagram const &) { return ++count < Most; });
+        m_begin = std::chrono::system_clock::now().time_since_epoch();
+        m_fresh = std::chrono::steady_clock::now() + BlockPatience;
+    }
+    Losses GetLosses() override
+    {
+        return {m_ring->GetDropped(), m_ring->GetMalformed(), m_ring->GetFragments()};
     }
 
 private:
+    // What came before is in a block that was not full yet. Only for as long as that may last: clocks are set.
+    bool IsForgotten(std::chrono::nanoseconds arrival)
+    {
+        return arrival < m_begin && std::chrono::steady_clock::now() < m_fresh;
+    }
+
+    std::chrono::nanoseconds m_begin{0};
+    std::chrono::steady_clock::time_point m_fresh;
     std::unique_ptr<PacketRing> const m_ring;
 };
 
@@ -63,6 +84,8 @@ std::string AdapterOf(std::uint32_t address)
 
 std::unique_ptr<DatagramSource> OpenRingSource(std::uint32_t camera, std::uint32_t host, std::uint16_t port)
 {
+    if (!s_isPermitted)
+        return nullptr;
     // What goes to an address of this host does not leave it.
     std::string const adapter = AdapterOf(camera).empty() ? AdapterOf(host) : "lo";
     std::int32_t status = 0;
@@ -71,4 +94,9 @@ std::unique_ptr<DatagramSource> OpenRingSource(std::uint32_t camera, std::uint32
         return nullptr;
     std::unique_ptr<PacketRing> ring = PacketRing::Make(socket, RingSize);
     return ring ? std::make_unique<RingSource>(std::move(ring)) : nullptr;
+}
+
+void PermitRingSource(bool isPermitted)
+{
+    s_isPermitted = isPermitted;
 }

@@ -33,6 +33,8 @@ constexpr Statistic Statistics[] = {
     {"TovStreamSocketDrops", "Packets Dropped by the Socket", "Datagrams that the system had no room for",
      &StreamStatistics::socketDrops},
     {"TovStreamComplete", "Frames Complete", "Frames of which every byte came", &StreamStatistics::complete},
+    {"TovStreamUnfit", "Frames Unfit", "Frames of which every byte came, but no picture that fits what was announced",
+     &StreamStatistics::unfit},
     {"TovStreamIncomplete", "Frames Incomplete", "Frames of which some bytes came", &StreamStatistics::incomplete},
     {"TovStreamLost", "Frames Lost", "Frames that found no free buffer", &StreamStatistics::lost},
     {"TovStreamAborted", "Frames Aborted", "Frames that were under way when the stream stopped",
@@ -113,7 +115,8 @@ std::vector<std::pair<std::string, std::string>> DescribeStatistics(StreamStatis
     auto const number = [](StreamCounter const &counter, char const *what) {
         return Grouped(counter.Get()) + ' ' + what;
     };
-    return {{"Frames", number(statistics.complete, "complete, ") + number(statistics.incomplete, "incomplete, ") +
+    return {{"Frames", number(statistics.complete, "complete, ") + number(statistics.unfit, "unfit, ") +
+                           number(statistics.incomplete, "incomplete, ") +
                            number(statistics.lost, "without a buffer, ") + number(statistics.skipped, "skipped")},
             {"Packets", number(statistics.packets, "used, ") + number(statistics.missing, "missing, ") +
                             number(statistics.asked, "asked for again, ") + number(statistics.resent, "resent")},

@@ -5,7 +5,7 @@
 //
 // Once the stream has stopped, these hold:
 //   received = packets + duplicate + late + foreign + malformed + refused + ignored
-//   frames that began = complete + incomplete + lost + aborted
+//   frames that began = complete + unfit + incomplete + lost + aborted
 //   block ids from the first frame to the last = frames that began + skipped, unless the camera began to count anew
 #pragma once
 
@@ -52,6 +52,7 @@ struct StreamStatistics
     StreamCounter socketDrops; // datagrams that the socket had no room for
     // Frames by what became of them.
     StreamCounter complete;
+    StreamCounter unfit;      // all of it came, but no picture that fits what was announced
     StreamCounter incomplete; // some of it came
     StreamCounter lost;       // came when no buffer was free
     StreamCounter aborted;    // were under way when the stream stopped

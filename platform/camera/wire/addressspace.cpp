@@ -108,7 +108,8 @@ StreamFaults AddressSpace::GetStreamFaults() const
             .ignoreResend = m_wire.GetInt(W::IgnoreResend) != 0,
             .silent = silence == WireSilence::Stream || silence == WireSilence::All,
             .incompleteEvery = static_cast<std::uint32_t>(m_camera.GetInt(S::SimIncompleteEvery)),
-            .linkLimit = m_camera.GetFloat(S::SimLinkLimit) * 1048576.0};
+            .linkLimit = m_camera.GetFloat(S::SimLinkLimit) * 1048576.0,
+            .forgery = static_cast<WireStreamForgery>(m_wire.GetInt(W::StreamForgery))};
 }
 
 ControlFaults AddressSpace::GetControlFaults() const
@@ -121,7 +122,9 @@ ControlFaults AddressSpace::GetControlFaults() const
             .wrongId = share(W::AnswerWrongId),
             .wrongLength = share(W::AnswerWrongLength),
             .delay = static_cast<std::uint32_t>(m_wire.GetInt(W::AnswerDelay)),
-            .silent = silence == WireSilence::Control || silence == WireSilence::All};
+            .silent = silence == WireSilence::Control || silence == WireSilence::All,
+            .forgery = static_cast<WireAnswerForgery>(m_wire.GetInt(W::AnswerForgery)),
+            .lie = static_cast<WireRegisterLie>(m_wire.GetInt(W::RegisterLie))};
 }
 
 void AddressSpace::ResetChunks()

@@ -3,6 +3,7 @@
 #include "frameblock.h"
 #include "packetbatch.h"
 #include "packetplan.h"
+#include "streamforger.h"
 
 #include "sim/simstream.h"
 
@@ -168,6 +169,19 @@ struct KeptFrame
     FrameGaps gaps;
 };
 
+ForgedPacket CopyOf(FrameBlock const &block, std::uint32_t id, gvsp::Header const &header)
+{
+    FrameBlock::HeaderRoom room;
+    PacketPieces const laid = block.Lay(id, header, room);
+    ForgedPacket packet{.header = header};
+    for (std::size_t i = 0; i < laid.count; ++i) {
+        auto const *const bytes = static_cast<std::uint8_t const *>(laid.pieces[i].iov_base);
+        packet.body.insert(packet.body.end(), bytes, bytes + laid.pieces[i].iov_len);
+    }
+    packet.body.erase(packet.body.begin(), packet.body.begin() + static_cast<std::ptrdiff_t>(header.Size()));
+    return packet;
+}
+
 } // namespace
 
 struct FrameSender::Impl
@@ -181,11 +195,13 @@ struct FrameSender::Impl
     void TakeFaults();
     void SendFrame(SimBuffer &buffer);
     void SendPackets(KeptFrame const &frame);
+    void SendForged(KeptFrame const &frame);
+    void ForgeResent(KeptFrame const &frame, std::uint32_t id, Outlet const &to);
     bool Rest(Clock::time_point until);
     std::size_t CountDue(std::size_t left);
     Clock::time_point NextRequest() const;
     void ServeRequests();
-    bool Answer(Request &request, bool isExtended, bool extendedStatus);
+    bool Answer(Request &request, Outlet const &to);
     void Refuse(Request &request, KeptFrame const *frame, bool isExtended, bool extendedStatus);
     KeptFrame const *Find(std::uint64_t blockId) const;
     void LetGo(std::size_t keep);
@@ -216,6 +232,7 @@ struct FrameSender::Impl
     std::uint64_t newestBlock = 0; // 0: none
     PacketPlan plan;
     PacketBatch batch;
+    StreamForger forger;
     std::shared_ptr<Outlet const> sending; // what the present frame goes by
     std::optional<Request> request;        // that is being served
     Clock::time_point nextPacket;          // by the pace
@@ -462,6 +479,8 @@ std::size_t FrameSender::Impl::CountKept(std::int64_t period) const
 
 void FrameSender::Impl::SendPackets(KeptFrame const &frame)
 {
+    if (plan.GetFaults().forgery != WireStreamForgery::Off)
+        return SendForged(frame);
     bool const plain = plan.IsPlain();
     std::size_t const total = plain ? frame.block.Packets() : plan.GetPackets().size();
     bool sent = false;
@@ -477,6 +496,45 @@ void FrameSender::Impl::SendPackets(KeptFrame const &frame)
     }
     if (sent)
         frames.fetch_add(1, std::memory_order_relaxed);
+}
+
+// What befalls single datagrams is left out.
+void FrameSender::Impl::SendForged(KeptFrame const &frame)
+{
+    std::uint32_t const total = frame.block.Packets();
+    ForgedBlock block{.number = frame.block.BlockId(), .total = total};
+    if (plan.IsPlain()) {
+        for (std::uint32_t id = 0; id < total; ++id)
+            block.packets.push_back(CopyOf(frame.block, id, frame.block.HeaderOf(id)));
+    }
+    for (PlannedPacket const &packet : plan.GetPackets())
+        block.packets.push_back(CopyOf(frame.block, packet.id, frame.block.HeaderOf(packet.id)));
+    forger.Forge(plan.GetFaults().forgery, block);
+    bool sent = false;
+    for (ForgedPacket const &packet : block.packets) {
+        if (!Rest({}))
+            break;
+        std::size_t const size = forger.Send(packet, sending->socket->Get(), sending->channel);
+        bytes.fetch_add(size, std::memory_order_relaxed);
+        packets.fetch_add(1, std::memory_order_relaxed);
+        sent = true;
+    }
+    if (sent)
+        frames.fetch_add(1, std::memory_order_relaxed);
+}
+
+void FrameSender::Impl::ForgeResent(KeptFrame const &frame, std::uint32_t id, Outlet const &to)
+{
+    gvsp::Header header = frame.block.HeaderOf(id);
+    header.status = gvcp::GEV_STATUS_PACKET_RESEND;
+    header.flags = gvsp::PACKET_RESEND;
+    ForgedBlock block{.number = frame.block.BlockId(), .total = frame.block.Packets(), .again = true};
+    block.packets.push_back(CopyOf(frame.block, id, header));
+    forger.Forge(plan.GetFaults().forgery, block);
+    for (ForgedPacket const &packet : block.packets) {
+        bytes.fetch_add(forger.Send(packet, to.socket->Get(), to.channel), std::memory_order_relaxed);
+        resent.fetch_add(1, std::memory_order_relaxed);
+    }
 }
 
 // How many packets of those that are left go out together now.
@@ -541,7 +599,7 @@ void FrameSender::Impl::ServeRequests()
         }
         if (!request)
             break;
-        if (!to || Answer(*request, to->channel.extendedIds, to->channel.extendedStatus))
+        if (!to || Answer(*request, *to))
             request.reset();
     }
     if (to)
@@ -551,8 +609,9 @@ void FrameSender::Impl::ServeRequests()
 }
 
 // False where the batch is full before everything was answered.
-bool FrameSender::Impl::Answer(Request &asked, bool isExtended, bool extendedStatus)
+bool FrameSender::Impl::Answer(Request &asked, Outlet const &to)
 {
+    bool const isExtended = to.channel.extendedIds, extendedStatus = to.channel.extendedStatus;
     if (plan.GetFaults().silent || plan.GetFaults().ignoreResend)
         return true;
     KeptFrame const *const frame = Find(asked.blockId);
@@ -560,7 +619,11 @@ bool FrameSender::Impl::Answer(Request &asked, bool isExtended, bool extendedSta
     for (; asked.next < known && asked.next <= asked.last; ++asked.next) {
         if (batch.IsFull())
             return false;
-        if (!frame->gaps.IsGone(asked.next) && !plan.LosesResent())
+        if (frame->gaps.IsGone(asked.next) || plan.LosesResent())
+            continue;
+        if (plan.GetFaults().forgery != WireStreamForgery::Off)
+            ForgeResent(*frame, asked.next, to);
+        else
             batch.AddResent(frame->block, asked.next);
     }
     // All ones ask for a block up to its end.

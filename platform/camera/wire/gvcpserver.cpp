@@ -1,5 +1,7 @@
 #include "gvcpserver.h"
 
+#include "answerforger.h"
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -364,7 +366,11 @@ void GvcpServer::SendAnswer(GvcpPeer to, gvcp::Status status, std::uint16_t code
     Bytes packet(gvcp::HeaderSize + body.size());
     gvcp::WriteHeader(std::span(packet).first<gvcp::HeaderSize>(), {status, code, length, id});
     std::copy(body.begin(), body.end(), packet.begin() + gvcp::HeaderSize);
-    m_outgoing.push_back({to, std::move(packet)});
+    GvcpDatagram answer{to, std::move(packet)};
+    if (code != gvcp::DISCOVERY_ACK && m_faults.forgery != WireAnswerForgery::Off)
+        ForgeAnswer(m_faults.forgery, std::move(answer), m_random, m_outgoing);
+    else
+        m_outgoing.push_back(std::move(answer));
 }
 
 bool GvcpServer::Hits(double probability)
@@ -388,8 +394,11 @@ void GvcpServer::Discover(Request const &request, Clock::time_point now)
 
 void GvcpServer::AnswerDiscovery(Discovery const &discovery)
 {
-    SendAnswer(discovery.to, gvcp::GEV_STATUS_SUCCESS, gvcp::DISCOVERY_ACK, discovery.id,
-               m_memory.Bytes(0, gvcp::DiscoveryAck::Size));
+    std::span<std::uint8_t const> const identity = m_memory.Bytes(0, gvcp::DiscoveryAck::Size);
+    Bytes body(identity.begin(), identity.end());
+    if (m_faults.lie == WireRegisterLie::Names)
+        LieAbout(m_faults.lie, 0, body, m_random);
+    SendAnswer(discovery.to, gvcp::GEV_STATUS_SUCCESS, gvcp::DISCOVERY_ACK, discovery.id, body);
 }
 
 void GvcpServer::ForceIp(Request const &request, Clock::time_point now)
@@ -549,7 +558,11 @@ gvcp::Status GvcpServer::Read(GvcpPeer from, std::uint32_t address, std::span<st
     std::uint64_t const end = std::uint64_t{address} + out.size();
     if (end > (BootstrapMemory::Covers(address) ? std::uint64_t{ManufacturerRegisters} : std::uint64_t{1} << 32))
         return gvcp::GEV_STATUS_INVALID_ADDRESS;
-    return BootstrapMemory::Covers(address) ? m_memory.Read(address, out) : m_camera.Read(address, out);
+    gvcp::Status const status =
+        BootstrapMemory::Covers(address) ? m_memory.Read(address, out) : m_camera.Read(address, out);
+    if (m_faults.lie != WireRegisterLie::Off)
+        LieAbout(m_faults.lie, address, out, m_random);
+    return status;
 }
 
 gvcp::Status GvcpServer::Write(GvcpPeer from, std::uint32_t address, std::span<std::uint8_t const> bytes,

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <initializer_list>
 #include <new>
 #include <random>
 #include <stdexcept>
@@ -187,6 +188,270 @@ std::string MakeOther()
                         "  <Port Name=\"Device\"/>\n");
 }
 
+// ---- The good description with more in it ------------------------------------------------------------------------
+
+using Number = std::size_t;
+
+std::string Named(char const *prefix, Number number)
+{
+    return prefix + std::to_string(number);
+}
+
+std::string IntegerNode(std::string const &name, std::string const &content)
+{
+    return "<Integer Name=\"" + name + "\"><ToolTip>" + name + "</ToolTip>" + content + "</Integer>\n";
+}
+
+std::string Escaped(std::string_view text)
+{
+    std::string out;
+    for (char const c : text)
+        out += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '&' ? "&amp;" : std::string(1, c);
+    return out;
+}
+
+std::string Formula(std::string const &name, std::string const &variables, std::string const &plain)
+{
+    std::string const formula = Escaped(plain);
+    // Once for the integers and once for the real numbers.
+    return "<IntSwissKnife Name=\"" + name + "\">" + variables + "<Formula>" + formula +
+           "</Formula></IntSwissKnife>\n<SwissKnife Name=\"" + name + "Real\">" + variables + "<Formula>" + formula +
+           "</Formula></SwissKnife>\n" + IntegerNode(name + "OfReal", "<pValue>" + name + "Real</pValue>");
+}
+
+struct Addition
+{
+    std::string nodes, features; // the latter as <pFeature>
+
+    void Add(std::string const &node, std::string const &name)
+    {
+        nodes += node;
+        features += "<pFeature>" + name + "</pFeature>";
+    }
+    void AddFormula(std::string const &name, std::string const &variables, std::string const &formula)
+    {
+        Add(Formula(name, variables, formula), name);
+        features += "<pFeature>" + name + "Real</pFeature><pFeature>" + name + "OfReal</pFeature>";
+    }
+};
+
+// Each formula with numbers, with features that hold the same, and with registers from which the same is made.
+Addition MakeFormulas(std::initializer_list<char const *> formulas)
+{
+    constexpr char Smallest[] = "(0-9223372036854775807-1)";
+    Addition addition;
+    addition.nodes = IntegerNode("HostileOne", "<Value>-1</Value>") + IntegerNode("HostileNone", "<Value>0</Value>") +
+                     IntegerNode("HostileLeast", "<Value>-9223372036854775808</Value>") +
+                     "<IntReg Name=\"HostileZero\"><Address>0x20310</Address><Length>4</Length><AccessMode>RO"
+                     "</AccessMode><pPort>Device</pPort><Sign>Signed</Sign><Endianess>BigEndian</Endianess></IntReg>\n";
+    constexpr char Features[] = "<pVariable Name=\"M\">HostileLeast</pVariable><pVariable "
+                                "Name=\"N\">HostileOne</pVariable><pVariable Name=\"Z\">HostileNone</pVariable>";
+    constexpr char Registers[] = "<pVariable Name=\"R\">HostileZero</pVariable>";
+    Number number = 0;
+    for (std::string const formula : formulas) {
+        auto const with = [&](std::string const &least, std::string const &one, std::string const &none) {
+            std::string text;
+            for (char const c : formula)
+                text += c == 'M' ? least : c == 'N' ? one : c == 'Z' ? none : std::string(1, c);
+            return text;
+        };
+        addition.AddFormula(Named("HostileNumber", number), {}, with(Smallest, "(0-1)", "0"));
+        addition.AddFormula(Named("HostileFeature", number), Features, formula);
+        addition.AddFormula(Named("HostileRegister", number), Registers,
+                            with(std::string("(R+") + Smallest + ")", "(R-1)", "(R*1)"));
+        ++number;
+    }
+    return addition;
+}
+
+Addition MakeDeepNodes()
+{
+    constexpr Number Depth = 10000;
+    Addition addition;
+    addition.Add(IntegerNode("Deep0", "<pValue>Deep1</pValue>"), "Deep0");
+    for (Number i = 1; i < Depth; ++i)
+        addition.nodes += IntegerNode(Named("Deep", i), "<pValue>" + Named("Deep", i + 1) + "</pValue>");
+    addition.nodes += IntegerNode(Named("Deep", Depth), "<Value>1</Value>");
+    return addition;
+}
+
+Addition MakeSelectors()
+{
+    constexpr Number Selectors = 3000, Selected = 20;
+    Addition addition;
+    for (Number i = 0; i < Selectors; ++i) {
+        std::string content = "<Streamable>Yes</Streamable><Value>1</Value><Min>0</Min><Max>3</Max>";
+        for (Number k = 1; k <= Selected; ++k)
+            content += "<pSelected>" + Named("S", (i + k) % Selectors) + "</pSelected>";
+        addition.Add(IntegerNode(Named("S", i), content), Named("S", i));
+    }
+    return addition;
+}
+
+Addition MakeManyFeatures()
+{
+    constexpr Number Features = 8000;
+    Addition addition;
+    for (Number i = 0; i < Features; ++i)
+        addition.Add(IntegerNode(Named("Many", i), "<Value>1</Value>"), Named("Many", i));
+    return addition;
+}
+
+Addition MakeManyEntries()
+{
+    constexpr Number Entries = 20000;
+    Addition addition;
+    std::string node = "<Enumeration Name=\"Many\">";
+    for (Number i = 0; i < Entries; ++i)
+        node += "<EnumEntry Name=\"" + Named("E", i) + "\"><Value>" + std::to_string(i) + "</Value></EnumEntry>";
+    addition.Add(node + "<Value>7</Value></Enumeration>\n", "Many");
+    return addition;
+}
+
+Addition MakeHugeTexts()
+{
+    std::string const text(1 << 20, 'x'), name(60000, 'n');
+    Addition addition;
+    addition.Add("<Integer Name=\"HugeTexts\"><ToolTip>" + text + "</ToolTip><DisplayName>" + text +
+                     "</DisplayName><Value>1</Value><Unit>" + name + "</Unit></Integer>\n",
+                 "HugeTexts");
+    addition.Add(IntegerNode(name, "<Value>1</Value>"), name);
+    return addition;
+}
+
+Addition MakeMarkup()
+{
+    // The last one turns the direction of what follows.
+    constexpr char Text[] = "&lt;h1&gt;Big&lt;/h1&gt;&lt;img src=&quot;file:///etc/hostname&quot;&gt;&lt;a "
+                            "href=&quot;x&quot;&gt;a&#10;b&#9;%s%n&amp;amp;&#x202E;";
+    std::string const texts = std::string("<ToolTip>") + Text + "</ToolTip><Description>" + Text +
+                              "</Description><DisplayName>" + Text + "</DisplayName>";
+    Addition addition;
+    addition.Add("<Integer Name=\"MarkupNumber\">" + texts + "<Value>1</Value><Unit>" + Text + "</Unit></Integer>\n",
+                 "MarkupNumber");
+    addition.Add("<Enumeration Name=\"MarkupChoice\">" + texts + "<EnumEntry Name=\"One\">" + texts +
+                     "<Value>1</Value></EnumEntry><EnumEntry Name=\"Two\">" + texts +
+                     "<Value>2</Value></EnumEntry><Value>1</Value></Enumeration>\n",
+                 "MarkupChoice");
+    addition.Add("<Command Name=\"MarkupCommand\">" + texts +
+                     "<Value>0</Value><CommandValue>1</CommandValue></Command>\n",
+                 "MarkupCommand");
+    addition.Add("<Category Name=\"MarkupCategory\">" + texts + "<pFeature>MarkupNumber</pFeature></Category>\n",
+                 "MarkupCategory");
+    return addition;
+}
+
+std::string RegisterNode(char const *type, std::string const &name, std::uint32_t length)
+{
+    return std::string("<") + type + " Name=\"" + name + "\"><Address>0x10100</Address><Length>" +
+           std::to_string(length) + "</Length><AccessMode>RW</AccessMode><pPort>Device</pPort></" + type + ">\n";
+}
+
+Addition MakeHugeRegisters()
+{
+    constexpr std::uint32_t Huge = 0x7FFFFFFF;
+    Addition addition;
+    addition.Add(RegisterNode("StringReg", "HugeText", Huge), "HugeText");
+    addition.Add(RegisterNode("Register", "HugeRegister", Huge), "HugeRegister");
+    addition.Add(RegisterNode("IntReg", "HugeNumber", Huge), "HugeNumber");
+    addition.Add(RegisterNode("StringReg", "NoText", 0), "NoText");
+    return addition;
+}
+
+Addition MakeRestless()
+{
+    constexpr Number Features = 500;
+    Addition addition;
+    for (Number i = 0; i < Features; ++i)
+        addition.Add("<IntReg Name=\"" + Named("Restless", i) +
+                         "\"><Address>0x20308</Address><Length>8</Length><AccessMode>RO</AccessMode><pPort>Device"
+                         "</pPort><Cachable>NoCache</Cachable><PollingTime>1</PollingTime></IntReg>\n",
+                     Named("Restless", i));
+    return addition;
+}
+
+std::string WithWrongTypes(std::string text)
+{
+    struct Change
+    {
+        std::string_view from, to;
+    };
+    // The good ones are still there, under names that nobody looks for.
+    for (Change const &change : {Change{"<Integer Name=\"Width\"", "<Integer Name=\"Width_\""},
+                                 Change{"<Integer Name=\"Height\"", "<Integer Name=\"Height_\""},
+                                 Change{"<Enumeration Name=\"PixelFormat\"", "<Enumeration Name=\"PixelFormat_\""},
+                                 Change{"<Integer Name=\"PayloadSize\"", "<Integer Name=\"PayloadSize_\""}}) {
+        if (std::size_t const at = text.find(change.from); at != text.npos)
+            text.replace(at, change.from.size(), change.to);
+    }
+    return text;
+}
+
+Addition MakeWrongTypes()
+{
+    Addition addition;
+    addition.Add(RegisterNode("StringReg", "Width", 64), "Width");
+    addition.Add("<Command Name=\"Height\"><Value>0</Value><CommandValue>1</CommandValue></Command>\n", "Height");
+    addition.Add("<Float Name=\"PixelFormat\"><Value>1e300</Value></Float>\n", "PixelFormat");
+    addition.Add("<Category Name=\"PayloadSize\"><pFeature>Width</pFeature></Category>\n", "PayloadSize");
+    return addition;
+}
+
+std::string MakeDeepFormula()
+{
+    constexpr Number Depth = 20000;
+    return std::string(Depth, '(') + '1' + std::string(Depth, ')');
+}
+
+Addition MakeAddition(WireDescription kind)
+{
+    switch (kind) {
+    case WireDescription::Divisions:
+        return MakeFormulas({"M / N", "M % N", "N / Z", "N % Z", "M / (N * 1)", "(M / N) % N", "M * N / N",
+                             "(Z = 1) ? (M / N) : (M % N)"});
+    case WireDescription::Shifts:
+        return MakeFormulas({"1 << 64", "N << 65", "N >> 64", "M >> 4000000000", "1 << N", "M >> M", "N << M"});
+    case WireDescription::NotNumbers:
+        return MakeFormulas({"1e308 * 1e308", "1.0 / Z", "(0.0 - 1.0) / Z", "0.0 / Z", "SQRT(N)", "LN(Z)", "N ** 0.5",
+                             "1e300 ** 1e300", "ROUND(1e308 * 10.0) & 1", "~(1e308 * 10.0)", "ASIN(2.0)"});
+    case WireDescription::DeepFormula: {
+        Addition addition;
+        addition.AddFormula("HostileDeep", {}, MakeDeepFormula());
+        return addition;
+    }
+    case WireDescription::DeepNodes:
+        return MakeDeepNodes();
+    case WireDescription::Selectors:
+        return MakeSelectors();
+    case WireDescription::ManyFeatures:
+        return MakeManyFeatures();
+    case WireDescription::ManyEntries:
+        return MakeManyEntries();
+    case WireDescription::HugeTexts:
+        return MakeHugeTexts();
+    case WireDescription::Markup:
+        return MakeMarkup();
+    case WireDescription::HugeRegisters:
+        return MakeHugeRegisters();
+    case WireDescription::Restless:
+        return MakeRestless();
+    default:
+        return MakeWrongTypes();
+    }
+}
+
+std::string AddTo(std::string text, Addition const &addition)
+{
+    constexpr std::string_view End = "</RegisterDescription>";
+    std::size_t const root = text.find("<Category Name=\"Root\"");
+    std::size_t const feature = root == text.npos ? root : text.find("<pFeature>", root);
+    std::size_t const end = text.rfind(End);
+    if (feature == text.npos || end == text.npos || feature > end)
+        return text;
+    text.insert(end, addition.nodes + "<Category Name=\"Hostile\">" + addition.features + "</Category>\n");
+    return text.insert(feature, "<pFeature>Hostile</pFeature>");
+}
+
 std::string MakePlain(WireDescription kind, std::string_view good)
 {
     switch (kind) {
@@ -204,8 +469,10 @@ std::string MakePlain(WireDescription kind, std::string_view good)
         return MakeCircle();
     case WireDescription::ChangesOnce:
         return MakeOther();
+    case WireDescription::WrongTypes:
+        return AddTo(WithWrongTypes(std::string(good)), MakeAddition(kind));
     default:
-        return std::string(good);
+        return kind >= WireDescription::Divisions ? AddTo(std::string(good), MakeAddition(kind)) : std::string(good);
     }
 }
 

@@ -22,6 +22,7 @@ struct StreamFaults
     // is above the rate of the link neither.
     std::uint32_t incompleteEvery = 0; // 0: never
     double linkLimit = 0.0;            // bytes a second, 0: none
+    WireStreamForgery forgery = WireStreamForgery::Off;
 };
 
 struct ControlFaults
@@ -29,4 +30,6 @@ struct ControlFaults
     double loss = 0.0, wrongId = 0.0, wrongLength = 0.0; // of the answers
     std::uint32_t delay = 0;                             // ms
     bool silent = false;
+    WireAnswerForgery forgery = WireAnswerForgery::Off;
+    WireRegisterLie lie = WireRegisterLie::Off;
 };

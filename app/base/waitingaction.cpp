@@ -1,0 +1,190 @@
+#include "waitingaction.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QMetaObject>
+#include <QThread>
+#include <QTimer>
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+struct WaitingAction::Call
+{
+    std::mutex mutex; // guards the two below; alone
+    bool done = false;
+    QEventLoop *loop = nullptr; // runs until the call is done
+    std::condition_variable isDone;
+
+    // The worker's last word. The loop stays until it has been posted.
+    void Finish()
+    {
+        std::lock_guard const lock(mutex);
+        done = true;
+        if (loop)
+            QMetaObject::invokeMethod(loop, &QEventLoop::quit, Qt::QueuedConnection);
+        isDone.notify_all();
+    }
+    bool WaitWithout(milliseconds most)
+    {
+        std::unique_lock lock(mutex);
+        return isDone.wait_for(lock, most, [this] { return done; });
+    }
+};
+
+WaitingAction::Times WaitingAction::s_times;
+WaitingAction *WaitingAction::s_current = nullptr;
+
+WaitingAction::WaitingAction(WaitingView &view, std::function<void()> cancel)
+    : m_view(view),
+      m_cancel(std::move(cancel))
+{
+    if (!s_current)
+        s_current = this;
+}
+
+WaitingAction::~WaitingAction()
+{
+    End();
+}
+
+void WaitingAction::End()
+{
+    if (s_current != this)
+        return;
+    s_current = nullptr;
+    m_view.Close();
+    for (auto const &[context, call] : std::exchange(m_afterwards, {})) {
+        if (context)
+            call();
+    }
+}
+
+void WaitingAction::Cancel()
+{
+    m_cancelled = true;
+    m_overdue = false; // the operator needs no telling
+    m_cancel();
+}
+
+bool WaitingAction::IsGivenUp() const
+{
+    return m_cancelled;
+}
+
+bool WaitingAction::IsOverdue() const
+{
+    return m_overdue;
+}
+
+WaitingAction *WaitingAction::Current()
+{
+    return s_current;
+}
+
+bool WaitingAction::IsWaiting()
+{
+    return s_current && s_current->m_waiting;
+}
+
+void WaitingAction::WhenOver(QObject *context, std::function<void()> call)
+{
+    if (s_current)
+        s_current->m_afterwards.emplace_back(context, std::move(call));
+    else
+        call();
+}
+
+WaitingAction *WaitingAction::ForCall()
+{
+    bool const here =
+        QCoreApplication::instance() && QThread::currentThread() == QCoreApplication::instance()->thread();
+    return here && s_current && !s_current->m_waiting ? s_current : nullptr;
+}
+
+void WaitingAction::Wait(std::function<void()> const &call)
+{
+    Call state;
+    std::thread worker;
+    try {
+        worker = std::thread([&] {
+            call();
+            state.Finish();
+        });
+    } catch (std::system_error const &) { // no thread is to be had
+        call();
+        return;
+    }
+    auto const begin = steady_clock::now();
+    bool const quick = state.WaitWithout(std::max(m_quiet, s_times.leastQuiet));
+    m_quiet -= std::min(m_quiet, duration_cast<milliseconds>(steady_clock::now() - begin));
+    if (!quick)
+        WaitWithEvents(state);
+    worker.join();
+}
+
+void WaitingAction::WaitWithEvents(Call &call)
+{
+    m_waiting = true;
+    m_view.Enter();
+    // Input stays where it is: should it be over soon, nothing that was typed is lost.
+    milliseconds const unseen = s_times.unseen - duration_cast<milliseconds>(steady_clock::now() - m_start);
+    bool ended = !m_shown && RunEvents(call, false, std::max(unseen, milliseconds(0)));
+    if (!ended) {
+        if (!std::exchange(m_shown, true))
+            m_view.Show();
+        ended = RunEvents(call, true, {});
+    }
+    m_view.Leave();
+    m_waiting = false;
+}
+
+// True once the call has returned, or the application is ending; false when the time is up.
+bool WaitingAction::RunEvents(Call &call, bool input, std::optional<milliseconds> most)
+{
+    QEventLoop loop;
+    bool late = false;
+    QTimer end, limit;
+    end.setSingleShot(true);
+    limit.setSingleShot(true);
+    QObject::connect(&end, &QTimer::timeout, &loop, [&] {
+        late = true;
+        loop.quit();
+    });
+    QObject::connect(&limit, &QTimer::timeout, &loop, [this] {
+        if (m_cancelled)
+            return;
+        Cancel();
+        m_overdue = true;
+    });
+    if (most)
+        end.start(*most);
+    milliseconds const left = s_times.limit - duration_cast<milliseconds>(steady_clock::now() - m_start);
+    limit.start(std::max(left, milliseconds(0)));
+    {
+        std::lock_guard const lock(call.mutex);
+        if (call.done)
+            return true;
+        call.loop = &loop;
+    }
+    loop.exec(input ? QEventLoop::AllEvents : QEventLoop::ExcludeUserInputEvents);
+    std::unique_lock lock(call.mutex);
+    call.loop = nullptr;
+    if (call.done)
+        return true;
+    if (late)
+        return false;
+    // The application ends, and event loops with it.
+    lock.unlock();
+    Cancel();
+    lock.lock();
+    call.isDone.wait(lock, [&] { return call.done; });
+    return true;
+}
