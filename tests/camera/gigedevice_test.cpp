@@ -209,7 +209,7 @@ TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
     EXPECT_GE(number("TovStreamReceived"), number("TovStreamPackets") + number("TovStreamDuplicate"));
     EXPECT_EQ(m_nodes->SetIntegerValue("TovStreamLate", 1), TOV_CAM_ERR_GENICAM_ACCESS);
     TovCam::FeatureInfo const &category = *m_nodes->GetFeature(FindFeature(m_nodes, "TovStreamStatistics"));
-    EXPECT_EQ(category.children.size(), 17u);
+    EXPECT_EQ(category.children.size(), 18u);
     EXPECT_EQ(m_nodes->GetFeature(category.children[0])->displayName, "Packets Received");
     std::vector<std::uint32_t> const &top = m_nodes->GetFeature(0)->children;
     EXPECT_EQ(top.back(), FindFeature(m_nodes, "TovStreamStatistics"));
