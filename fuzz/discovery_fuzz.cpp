@@ -5,8 +5,6 @@
 
 #include <algorithm>
 
-char const *const FuzzWords[] = {nullptr};
-
 namespace {
 
 constexpr std::uint16_t DiscoveryId = 7, PrivilegeId = 8;
@@ -49,7 +47,7 @@ void Check(CameraRoll &roll)
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     if (size > LongestInput)
-        return -1;
+        return FuzzRefused;
     CameraRoll roll(DiscoveryId, PrivilegeId);
     std::span<std::uint8_t const> input(data, size);
     while (input.size() >= Head::Size) {
@@ -67,5 +65,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
         input = input.subspan(Head::Size + length);
     }
     Check(roll);
-    return roll.GetCameras().empty() ? -1 : 0;
+    return roll.GetCameras().empty() ? FuzzRefused : 0;
 }

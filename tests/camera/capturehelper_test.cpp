@@ -5,6 +5,7 @@
 #include "gige/packetring.h"
 
 #include "asleep.h"
+#include "udpframe.h"
 
 #include <gtest/gtest.h>
 
@@ -24,8 +25,6 @@
 #include <sys/wait.h>
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t Host = 0x0A090001, Camera = 0x0A090005, Broadcast = 0x0A0900FF;
 constexpr std::uint16_t StreamPort = 50000;
@@ -206,12 +205,6 @@ TEST_F(CaptureHelper, EndsWhenItIsStartedInAnotherWay)
     EXPECT_EQ(HelperRun([] {}, "--version").Wait(), 0);
 }
 
-void Put(Bytes &bytes, std::size_t at, std::uint64_t value, int size)
-{
-    for (int i = 0; i < size; ++i)
-        bytes[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> 8 * (size - 1 - i));
-}
-
 struct Packet
 {
     std::uint32_t from = Camera, to = Host;
@@ -224,19 +217,13 @@ struct Packet
 
     Bytes Frame() const
     {
-        std::size_t const ip = 14, udp = ip + 20 + options;
-        Bytes frame(udp + 8 + size);
+        Bytes frame = UdpFrame(from, fromPort, to, toPort, size, options);
         Put(frame, 0, 0x02000000, 4);
         Put(frame, 12, type, 2);
-        Put(frame, ip, 0x45 + options / 4, 1);
-        Put(frame, ip + 2, frame.size() - ip, 2);
-        Put(frame, ip + 6, fragment, 2);
-        Put(frame, ip + 8, 0x40, 1);
-        Put(frame, ip + 9, protocol, 1);
-        Put(frame, ip + 12, std::uint64_t{from} << 32 | to, 8);
-        Put(frame, udp, std::uint64_t{fromPort} << 32 | std::uint64_t{toPort} << 16 | (8 + size), 6);
+        Put(frame, IpAt + 6, fragment, 2);
+        Put(frame, IpAt + 9, protocol, 1);
         if (size > 0)
-            Put(frame, udp + 8, first, 1);
+            Put(frame, UdpAt + options + 8, first, 1);
         return frame;
     }
 };

@@ -3,6 +3,7 @@
 #include "packettap/gigeframing.h"
 #include "packettap/packettap.h"
 #include "packettap/usbframing.h"
+#include "udpframe.h"
 #include "wait.h"
 
 #include <gtest/gtest.h>
@@ -17,29 +18,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
 // ---- Framing -----------------------------------------------------------------------------------------------------
 
 constexpr std::uint32_t Camera = 0xC0A80005, Host = 0xC0A80001;
 constexpr std::uint16_t StreamPort = 50000, MessagePort = 50001, Control = gvcp::Port;
-constexpr std::size_t IpAt = 14, UdpAt = 34;
 
-void Put(Bytes &bytes, std::size_t at, std::uint64_t value, int size)
-{
-    for (int i = 0; i < size; ++i)
-        bytes[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> 8 * (size - 1 - i));
-}
-
-// An Ethernet frame.
 Bytes Datagram(std::uint32_t from, std::uint16_t fromPort, std::uint32_t to, std::uint16_t toPort, Bytes const &data)
 {
-    Bytes frame(UdpAt + 8 + data.size());
-    Put(frame, 12, 0x08004500, 4);
-    Put(frame, IpAt + 2, 28 + data.size(), 2);
-    Put(frame, IpAt + 8, 0x4011, 2);
-    Put(frame, IpAt + 12, std::uint64_t{from} << 32 | to, 8);
-    Put(frame, UdpAt, std::uint64_t{fromPort} << 32 | std::uint64_t{toPort} << 16 | (8 + data.size()), 6);
+    Bytes frame = UdpFrame(from, fromPort, to, toPort, data.size());
     std::copy(data.begin(), data.end(), frame.begin() + UdpAt + 8);
     return frame;
 }

@@ -179,15 +179,18 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
     std::array<std::uint8_t, 600> packet;
     timeval const patience{PatienceMs / 1000, 0};
     setsockopt(host, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    auto const send = [&](auto const &bytes, sockaddr_in const &to) {
+        sendto(host, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr const *>(&to), sizeof to);
+    };
     constexpr std::array<std::uint8_t, 16> TakeControl{0x42, 0x01, 0, 0x82, 0, 8, 0, 4, 0, 0, 0x0A, 0, 0, 0, 0, 2};
-    sendto(host, TakeControl.data(), TakeControl.size(), 0, reinterpret_cast<sockaddr *>(&control), sizeof control);
+    send(TakeControl, control);
     ASSERT_GT(recv(host, packet.data(), packet.size(), 0), 0);
     int actions = 0, events = 0;
     std::uint64_t lastEvent = 0;
     while (events < 3) {
         if (actions == events) {
             action[7] = static_cast<std::uint8_t>(5 + actions);
-            sendto(host, action.data(), action.size(), 0, reinterpret_cast<sockaddr *>(&control), sizeof control);
+            send(action, control);
         }
         sockaddr_in from{};
         length = sizeof from;
@@ -208,19 +211,19 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
         lastEvent = block;
         std::array<std::uint8_t, gvcp::HeaderSize> acknowledge;
         gvcp::WriteHeader(acknowledge, {gvcp::GEV_STATUS_SUCCESS, gvcp::EVENT_ACK, 0, header->id});
-        sendto(host, acknowledge.data(), acknowledge.size(), 0, reinterpret_cast<sockaddr *>(&from), sizeof from);
+        send(acknowledge, from);
     }
     EXPECT_EQ(lastEvent, 3u);
     // A camera is sent elsewhere by its hardware address while nobody has control.
     constexpr std::array<std::uint8_t, 16> GiveBack{0x42, 0x01, 0, 0x82, 0, 8, 1, 4, 0, 0, 0x0A, 0, 0, 0, 0, 0};
-    sendto(host, GiveBack.data(), GiveBack.size(), 0, reinterpret_cast<sockaddr *>(&control), sizeof control);
+    send(GiveBack, control);
     std::array<std::uint8_t, gvcp::HeaderSize + gvcp::ForceIp::Size> force{0x42, 0x01, 0, 4, 0, 56, 1, 5};
     std::uint8_t *const body = force.data() + gvcp::HeaderSize;
     StoreBig16(body + gvcp::ForceIp::MacAddressHigh, 0x0254);
     StoreBig32(body + gvcp::ForceIp::MacAddressLow, INADDR_LOOPBACK);
     StoreBig32(body + gvcp::ForceIp::IpAddress, INADDR_LOOPBACK + 6);
     StoreBig32(body + gvcp::ForceIp::SubnetMask, 0xFF000000);
-    sendto(host, force.data(), force.size(), 0, reinterpret_cast<sockaddr *>(&control), sizeof control);
+    send(force, control);
     EXPECT_TRUE(Eventually([&] { return camera->GetStatus().address == "127.0.0.7"; }));
     EXPECT_EQ(RunShell("arv-tool-0.8 -a 127.0.0.7 control Width").code, 0);
     close(host);
