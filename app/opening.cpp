@@ -39,7 +39,7 @@ void Opening::TellWhy(QString const &camera, TovCam::DeviceInfo *info) const
     if (IsOverdue())
         why = tr("%1 was given up: it took more than %2 s to open").arg(camera).arg(Limit.count());
     else if (info && info->GetAccessStatus() == TovCam::DeviceInfo::AccessBusy)
-        why = tr("%1 is in use by another program").arg(camera);
+        why = tr("%1 is in use, by this or another program").arg(camera);
     else
         return;
     NoticeBoard::Instance().Report(NoticeTopic::Camera, NoticeLevel::Error, why);

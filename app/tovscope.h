@@ -73,5 +73,5 @@ private:
     QLabel *m_coordinates = nullptr;
     QLabel *m_value = nullptr;
     QTimer *m_tipTime = nullptr; // ends a status tip that nothing else has ended
-    bool m_closesLater = false;   // when the action that waits is over
+    bool m_closesLater = false;  // when the action that waits is over
 };
