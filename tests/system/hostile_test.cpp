@@ -133,6 +133,7 @@ constexpr char const *Scenarios[] = {
     "WireRegisterLie=PayloadHuge",
     "WireRegisterLie=WidthZero",
     "WireRegisterLie=WidthHuge",
+    "WireRegisterLie=SizeLarge",
     "WireRegisterLie=SizeHuge",
     "WireRegisterLie=FormatUnknown",
     "WireRegisterLie=PacketSizeZero",

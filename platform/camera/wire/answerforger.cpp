@@ -175,6 +175,8 @@ constexpr Claim Claims[] = {
     {L::PayloadHuge, S::PayloadSize, Everything},
     {L::WidthZero, S::Width, 0},
     {L::WidthHuge, S::Width, Everything},
+    {L::SizeLarge, S::Width, 60000},
+    {L::SizeLarge, S::Height, 60000},
     {L::SizeHuge, S::Width, HalfRange},
     {L::SizeHuge, S::Height, HalfRange},
     {L::FormatUnknown, S::PixelFormat, 0xDEADBEEF},
