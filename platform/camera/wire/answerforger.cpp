@@ -2,6 +2,7 @@
 
 #include "hostiledescription.h"
 
+#include "protocol/gigevision.h"
 #include "sim/simregisters.h"
 
 #include <algorithm>
