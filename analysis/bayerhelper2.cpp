@@ -13,6 +13,8 @@
 namespace {
 
 constexpr std::uint64_t SensorRegister = 0x20006004;
+// More than sensors have, and not so many that masks of what a camera claims hold the window or take all memory.
+constexpr std::uint64_t MostMasked = 160 << 20; // pixels
 
 void MakeMask(cv::Mat &mask, int rows, int columns)
 {
@@ -68,7 +70,7 @@ void BayerHelper2::PrepareMasks()
     swapRows = bayerPattern == 2 || bayerPattern == 3;
     std::uint8_t const a = bayerPattern == 0 || bayerPattern == 3;
     std::uint8_t const b = !a;
-    if (width > INT_MAX || height > INT_MAX)
+    if (width > INT_MAX || height > INT_MAX || std::uint64_t{width} * height > MostMasked)
         return;
     try {
         auto const rows = static_cast<int>(height);
@@ -116,6 +118,8 @@ void BayerHelper2::CreateBayerHistogramm(void *data, long lineStep, ComplexHisto
         plot.color = colours[i].color;
         plot.values.assign(static_cast<std::size_t>(levels), 0);
         plot.positions.assign(static_cast<std::size_t>(levels), 0); // and not filled: the view draws them all at 0
+        if (std::uint64_t{width} * height > MostMasked)
+            continue;
         try {
             // The frame has the shape of the masks, whatever the image's own is.
             cv::Mat const image =

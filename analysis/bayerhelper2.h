@@ -52,7 +52,8 @@ public:
     // depth; only 8 means pixels of one byte.
     void SetUp(std::uint32_t frameWidth, std::uint32_t frameHeight, std::uint32_t depth, std::uint32_t sensorClass,
                std::int64_t familyId, ComplexHisto *histo);
-    // The masks of `bayerPattern`. On failure they stay as they are.
+    // The masks of `bayerPattern`. On failure, and for frames of more pixels than any sensor has, they stay as they
+    // are.
     void PrepareMasks();
 
     // Appends three series to `histo`. `data` is the first pixel of a frame, of the size and depth of SetUp whatever

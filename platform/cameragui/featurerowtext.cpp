@@ -41,7 +41,7 @@ QString FeatureRowText::ToolTip(FeatureRow const &row)
         return shown(QString::fromStdString(text), 200);
     };
     auto const escaped = [&](std::string const &text) {
-        return shown(QString::fromStdString(text), 2000);
+        return shown(QString::fromStdString(text), 1000);
     };
     QString text = QStringLiteral("<p><b>%1</b>").arg(name(info.displayName));
     if (info.displayName != info.name)

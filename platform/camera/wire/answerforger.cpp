@@ -2,6 +2,7 @@
 
 #include "hostiledescription.h"
 
+#include "protocol/gigevision.h"
 #include "sim/simregisters.h"
 
 #include <algorithm>
@@ -175,6 +176,8 @@ constexpr Claim Claims[] = {
     {L::PayloadHuge, S::PayloadSize, Everything},
     {L::WidthZero, S::Width, 0},
     {L::WidthHuge, S::Width, Everything},
+    {L::SizeLarge, S::Width, 60000},
+    {L::SizeLarge, S::Height, 60000},
     {L::SizeHuge, S::Width, HalfRange},
     {L::SizeHuge, S::Height, HalfRange},
     {L::FormatUnknown, S::PixelFormat, 0xDEADBEEF},

@@ -2,7 +2,7 @@
 // WireAnswerForgery, and registers that do not hold what they say.
 #pragma once
 
-#include "gvcpserver.h"
+#include "gvcpdatagram.h"
 #include "wireregisters.h"
 
 #include <cstdint>

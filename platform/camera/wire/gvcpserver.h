@@ -9,6 +9,7 @@
 #pragma once
 
 #include "bootstrapmemory.h"
+#include "gvcpdatagram.h"
 #include "wirefaults.h"
 
 #include "protocol/gigevision.h"
@@ -20,21 +21,6 @@
 #include <random>
 #include <span>
 #include <vector>
-
-struct GvcpPeer
-{
-    std::uint32_t address = 0; // host byte order, as all addresses here
-    std::uint16_t port = 0;
-
-    bool operator==(GvcpPeer const &) const = default;
-};
-
-struct GvcpDatagram
-{
-    GvcpPeer to;
-    std::vector<std::uint8_t> bytes;
-    bool message = false; // leaves by the message channel's source port
-};
 
 struct GvcpResend
 {

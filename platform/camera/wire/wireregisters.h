@@ -162,6 +162,7 @@ enum class WireRegisterLie : std::uint32_t {
     PayloadHuge,     // a payload of 4,294,967,295 bytes
     WidthZero,       // a width of 0
     WidthHuge,       // a width of 4,294,967,295
+    SizeLarge,       // width and height of 60,000
     SizeHuge,        // width and height of 2,147,483,647
     FormatUnknown,   // a pixel format that there is not
     PacketSizeZero,  // packets of 0 bytes
