@@ -105,6 +105,11 @@ void GuiManager::cameraConnect()
         ShowCritical(tr("Camera was not selected"));
         return;
     }
+    Open(camera);
+}
+
+void GuiManager::Open(TovCam::DeviceInfo *camera)
+{
     Opening opening(MainWindow(), [camera] { return tr("Connecting to %1").arg(NameOf(camera)); });
     opening.Follow(camera);
     TovCam::Device *const device = WaitFor([camera] { return TovCam_CreateDevice(camera, FullAccess, nullptr); });

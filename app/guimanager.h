@@ -19,6 +19,7 @@ class QMainWindow;
 class Session;
 namespace TovCam {
 class Device;
+class DeviceInfo;
 class System;
 } // namespace TovCam
 
@@ -31,6 +32,8 @@ public:
     explicit GuiManager(ManagedWindow *window);
     ~GuiManager() override;
 
+    // Opens a camera that was found, as the operator who chooses it does: waits for it, and shows how far that is.
+    void Open(TovCam::DeviceInfo *camera);
     // Builds the session around an opened camera, after the one in use was closed. False, with a message shown, when
     // that fails: the device is then the caller's to release, and a session in use stays if the camera was unreadable.
     bool CreateSession(TovCam::Device *device);

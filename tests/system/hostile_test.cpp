@@ -9,6 +9,7 @@
 #include "testmain.h"
 #include "tovscope.h"
 #include "wait.h"
+#include "waitingaction.h"
 #include "wirecamera.h"
 
 #include <QApplication>
@@ -100,6 +101,7 @@ public:
         QObject::connect(&m_timer, &QTimer::timeout, [this] {
             m_gui.Tick();
             Answer();
+            GiveUp();
         });
         m_timer.start(5);
     }
@@ -122,6 +124,7 @@ public:
         std::lock_guard const lock(m_mutex);
         return {m_gui.Take(), m_machine.Take()};
     }
+    Milliseconds patience{0}; // for a camera that is opened: as long as an operator waits
     // What the program has asked or told, and what of it would be taken for HTML.
     QString messages, markup;
 
@@ -136,11 +139,22 @@ private:
             markup += box->text();
         box->reject();
     }
+    void GiveUp()
+    {
+        WaitingAction *const action = WaitingAction::Current();
+        if (action && !std::exchange(m_wasWaiting, true))
+            m_waitingSince = Clock::now();
+        m_wasWaiting = action;
+        if (action && Clock::now() - m_waitingSince > patience && !action->IsGivenUp())
+            action->Cancel();
+    }
 
     Gap m_gui;
     std::mutex m_mutex;
     Gap m_machine; // m_mutex
     std::atomic<bool> m_over{false};
+    bool m_wasWaiting = false;
+    Clock::time_point m_waitingSince;
     QTimer m_timer;
     std::future<void> m_witness = std::async(std::launch::async, [this] {
         while (!m_over) {
@@ -224,26 +238,6 @@ protected:
         }
     }
 
-    // On another thread, as the window does it, and cancelled where it takes longer than an operator waits.
-    TovCam::Device *Open(char const *address, bool isPatient)
-    {
-        TovCam::OpenProgress progress;
-        std::future<TovCam::Device *> opened = std::async(std::launch::async, [&]() -> TovCam::Device * {
-            TovCam::DeviceInfo *const info = m_system->FindDeviceByAddress(address, nullptr);
-            if (!info)
-                return nullptr;
-            info->SetOpenProgress(&progress);
-            TovCam::Device *const device = TovCam_CreateDevice(info, 2, nullptr);
-            info->SetOpenProgress(nullptr);
-            return device;
-        });
-        auto const isDone = [&] {
-            return opened.wait_for(0s) == std::future_status::ready;
-        };
-        progress.cancel = !Eventually(isDone, isPatient ? Milliseconds(Patience) : 800ms);
-        EXPECT_TRUE(Eventually(isDone));
-        return opened.get();
-    }
     std::int64_t Counter(char const *name)
     {
         return m_manager.GetSession() ? IntOf(m_manager.GetSession()->GetGrabber(), name) : 0;
@@ -263,20 +257,21 @@ protected:
     // False where nothing is to be streamed.
     bool Begin(char const *address, bool isPatient, Result &result)
     {
+        std::future<TovCam::DeviceInfo *> found =
+            std::async(std::launch::async, [&] { return m_system->FindDeviceByAddress(address, nullptr); });
+        EXPECT_TRUE(Eventually([&] { return found.wait_for(0s) == std::future_status::ready; }));
         m_watch.Take();
-        TovCam::Device *const device = Open(address, isPatient);
-        bool const isOpen = device && m_manager.CreateSession(device);
-        if (isOpen)
-            m_manager.CreatePanels();
+        m_watch.patience = isPatient ? Milliseconds(Patience) : 800ms;
+        if (TovCam::DeviceInfo *const info = found.get())
+            m_manager.Open(info);
+        bool const isOpen = m_manager.GetSession() != nullptr;
         result.became = isOpen ? "opened" : "refused";
         // The first look of the feature tree at the camera.
         EXPECT_TRUE(!isOpen || Eventually([&] {
             return m_manager.GetSession() == nullptr || m_manager.GetSession()->GetState() == SessionStateIdle;
         }));
         result.opening = m_watch.Take();
-        if (!isOpen && device)
-            device->Release();
-        m_watch.Take();
+        m_watch.messages.clear();
         return isOpen;
     }
     // All features in the tree, and every value once.
