@@ -6,6 +6,7 @@
 #include "wirecamera.h"
 
 #include <arpa/inet.h>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <functional>
@@ -25,10 +26,11 @@ constexpr std::uint32_t Good = INADDR_LOOPBACK, Liar = 0x7F020000;
 
 Bytes Answer(std::uint16_t id, std::string const &serial = "S", std::size_t size = gvcp::DiscoveryAck::Size)
 {
-    Bytes answer(gvcp::HeaderSize + size + gvcp::DiscoveryAck::Size);
-    std::uint8_t *const body = answer.data() + gvcp::HeaderSize;
-    std::memcpy(body + bootstrap::ManufacturerName, "Maker", 5);
-    std::memcpy(body + bootstrap::SerialNumber, serial.data(), std::min(serial.size(), bootstrap::IdentitySize));
+    std::array<std::uint8_t, gvcp::DiscoveryAck::Size> body{};
+    std::memcpy(&body[bootstrap::ManufacturerName], "Maker", 5);
+    std::memcpy(&body[bootstrap::SerialNumber], serial.data(), std::min(serial.size(), bootstrap::IdentitySize));
+    Bytes answer(gvcp::HeaderSize);
+    answer.insert(answer.end(), body.begin(), body.end());
     answer.resize(gvcp::HeaderSize + size);
     gvcp::WriteHeader(std::span(answer).first<gvcp::HeaderSize>(),
                       {0, gvcp::DISCOVERY_ACK, static_cast<std::uint16_t>(size), id});
