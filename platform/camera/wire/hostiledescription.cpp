@@ -194,7 +194,9 @@ using Number = std::size_t;
 
 std::string Named(char const *prefix, Number number)
 {
-    return prefix + std::to_string(number);
+    std::string name = prefix;
+    name += std::to_string(number);
+    return name;
 }
 
 std::string IntegerNode(std::string const &name, std::string const &content)
