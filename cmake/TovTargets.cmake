@@ -102,11 +102,15 @@ function(tov_add_test name)
     set(home "${PROJECT_BINARY_DIR}/test-home/${name}")
     file(MAKE_DIRECTORY "${home}")
     file(CHMOD "${home}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE) # it is the runtime folder as well
+    set(races tsan.supp)
+    if(ARG_NETNS AND NOT ARG_GUI AND NOT ARG_XVFB)
+        set(races tsan-glib.supp)
+    endif()
     set(environment "HOME=${home}" "XDG_CONFIG_HOME=${home}/.config" "XDG_RUNTIME_DIR=${home}" "TZ=UTC"
         "LC_ALL=C.UTF-8" "TOV_CAMERA_INTERFACES=sim" "TOV_TEST_LIMIT=${limit}"
         "ASAN_OPTIONS=detect_leaks=1" "UBSAN_OPTIONS=print_stacktrace=1"
         "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0"
-        "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp")
+        "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/support/${races}")
     if(ARG_XVFB)
         list(APPEND environment "QT_QPA_PLATFORM=xcb")
     else()
