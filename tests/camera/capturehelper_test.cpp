@@ -64,8 +64,14 @@ public:
         if (m_process != 0)
             return;
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        // Another user may not reach the folder.
+        int const found = open(TOVSCOPE_CAPTURE, O_PATH | O_CLOEXEC);
+        int const program = fcntl(found, F_DUPFD_CLOEXEC, CaptureSocketFd + 1);
+        close(found);
         before();
-        execl(TOVSCOPE_CAPTURE, "tovscope-capture", argument, nullptr);
+        char name[] = "tovscope-capture";
+        char *const arguments[] = {name, const_cast<char *>(argument), nullptr};
+        execveat(program, "", arguments, environ, AT_EMPTY_PATH);
         _exit(127);
     }
     int Wait() const
