@@ -10,6 +10,7 @@
 #include <deque>
 #include <mutex>
 #include <netinet/in.h>
+#include <netinet/udp.h>
 #include <numeric>
 #include <random>
 #include <sys/socket.h>
@@ -101,11 +102,12 @@ private:
     std::deque<BlockBuffer> m_free;
 };
 
-enum class By { Socket, Ring };
+enum class By { Socket, Trains, Ring };
 
 void PrintTo(By by, std::ostream *out)
 {
-    *out << (by == By::Socket ? "Socket" : "Ring");
+    constexpr char const *Names[] = {"Socket", "Trains", "Ring"};
+    *out << Names[static_cast<int>(by)];
 }
 
 class ReceiverTest : public testing::TestWithParam<By>
@@ -146,8 +148,36 @@ protected:
         layout.address = INADDR_LOOPBACK;
         receiver.Start(layout);
     }
-    // All at once, so that they are read in batches.
+    // All at once, so that they are read in batches, or joined to trains as the system joins what it receives.
     void Send(int from, std::vector<Bytes> const &datagrams)
+    {
+        if (from == camera && GetParam() == By::Trains) {
+            for (auto first = datagrams.begin(); first != datagrams.end();)
+                first = SendTrain(first, datagrams.end());
+        } else {
+            SendEach(from, datagrams);
+        }
+        (from == camera ? sent : strange) += datagrams.size();
+    }
+    // Datagrams of one length, the last of which may be shorter. Returns what is left.
+    using Iterator = std::vector<Bytes>::const_iterator;
+    Iterator SendTrain(Iterator first, Iterator end)
+    {
+        constexpr std::size_t Longest = 64;
+        std::size_t const length = first->size();
+        std::size_t count = 0;
+        Bytes train;
+        bool isOpen = true;
+        for (; first != end && isOpen && first->size() <= length && count < Longest; ++first, ++count) {
+            train.insert(train.end(), first->begin(), first->end());
+            isOpen = first->size() == length && length > 0 && first + 1 != end && !first[1].empty();
+        }
+        int const segment = count > 1 ? static_cast<int>(length) : 0;
+        EXPECT_EQ(setsockopt(camera, SOL_UDP, UDP_SEGMENT, &segment, sizeof segment), 0);
+        SendEach(camera, {train});
+        return first;
+    }
+    void SendEach(int from, std::vector<Bytes> const &datagrams)
     {
         sockaddr_in to{};
         to.sin_family = AF_INET;
@@ -166,7 +196,6 @@ protected:
         }
         EXPECT_EQ(sendmmsg(from, messages.data(), static_cast<unsigned>(messages.size()), 0),
                   static_cast<int>(messages.size()));
-        (from == camera ? sent : strange) += messages.size();
     }
     // Strangers are looked at now and then.
     bool CameraReceived()
@@ -188,7 +217,8 @@ protected:
     std::uint64_t sent = 0, strange = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, ReceiverTest, testing::Values(By::Socket, By::Ring), testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(All, ReceiverTest, testing::Values(By::Socket, By::Trains, By::Ring),
+                         testing::PrintToStringParamName());
 
 TEST_P(ReceiverTest, PayloadsFindTheirPlacesInAnyOrder)
 {

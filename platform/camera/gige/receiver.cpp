@@ -21,10 +21,11 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t BatchSize = 64, LeastBatch = 8;
-constexpr std::size_t TrainBatch = 4, LongestTrain = 1 << 16;
-constexpr int TrainMemory = 64;      // batches without a train
-constexpr auto GreetingPeriod = 10s; // firewalls forget a path after half a minute
-constexpr auto LookPeriod = 20ms;    // at what is not the camera's packets, as long as something goes on
+constexpr std::size_t LongestTrain = 1 << 16; // in bytes
+constexpr std::size_t LongTrain = 4;          // datagrams, of which one more call costs less than to copy them
+constexpr int TrainMemory = 64;               // batches without one
+constexpr auto GreetingPeriod = 10s;          // firewalls forget a path after half a minute
+constexpr auto LookPeriod = 20ms;             // at what is not the camera's packets, as long as something goes on
 constexpr auto SourcePatience = 100ms;
 constexpr int MostPolls = 4;          // in a row: requests must not keep from reading
 constexpr std::uint32_t Unheard = 16; // datagrams that a source should have shown
@@ -67,7 +68,8 @@ std::optional<Value> Told(msghdr &message, int type, int level = SOL_SOCKET)
 // The datagrams of one system call.
 //
 // The system may join datagrams of one length that follow each other to a train, the last of which may be shorter. As
-// long as trains come, they are read as they are and their data copied, which costs less than a message for each.
+// long as long ones come, one message is read at a time, in pieces for as many headers and payloads as are expected. Of
+// a train that comes among single datagrams all but the first is copied.
 class Receiver::Batch
 {
 public:
@@ -77,7 +79,7 @@ public:
     {
     }
 
-    // The number of datagrams that came; -1 for none.
+    // The number of messages that came; -1 for none.
     int Read(int socket, BlockTable &table);
     void Take(std::size_t count, BlockTable &table, std::uint32_t camera, BlockTable::Time now);
     // Whether there may have been more.
@@ -102,11 +104,15 @@ private:
     };
 
     void Lay(std::size_t i, std::size_t frontSize);
-    void LayForTrain(std::size_t i);
+    int ReadTrain(int socket, BlockTable &table);
+    void TakeTrain(BlockTable &table, std::uint32_t camera, BlockTable::Time now);
+    std::span<std::uint8_t const> Gather(std::size_t message);
     std::size_t PartOfTrain(std::size_t i);
-    void TakeRest(std::size_t i, BlockTable &table, BlockTable::Time now);
-    std::chrono::nanoseconds Arrival(std::size_t i);
+    struct Rest;
+    void TakeRest(Rest const &rest, BlockTable &table, BlockTable::Time now);
+    std::chrono::nanoseconds Arrival(std::size_t message);
     void Describe(std::size_t i, BlockTable const &table, std::uint32_t camera);
+    void Decide(std::size_t i, std::size_t message, BlockTable const &table, std::uint32_t camera);
     void PutInPlace(std::size_t count);
     void Move(std::size_t i, std::size_t count);
     void Stash(std::size_t i);
@@ -126,18 +132,27 @@ private:
 
     std::size_t m_asked = LeastBatch;
     bool m_isFull = false;
-    int m_trains = TrainMemory; // batches until none is expected
+    int m_trains = TrainMemory; // batches until no train is expected
+    int m_longTrains = 0;       // and no long one
+    std::size_t m_fullRoom = 0; // for the longest data that are expected
+    bool m_isTrain = false;     // what was read last is one message, in pieces
+    std::size_t m_expected = 0; // pairs of these pieces, before what is left
     std::array<mmsghdr, BatchSize> m_messages{};
     std::array<std::array<iovec, 3>, BatchSize> m_pieces;
+    std::array<iovec, 2 * BatchSize + 1> m_trainPieces;
     std::array<Front, BatchSize> m_fronts;
     std::array<sockaddr_in, BatchSize> m_senders;
     std::array<Room, BatchSize> m_told;
     std::array<BlockTable::Place, BatchSize> m_places;
 
     std::array<Datagram, BatchSize> m_datagrams;
-    // What follows the first datagram of a train, and the length of each.
-    std::array<std::span<std::uint8_t const>, BatchSize> m_rests;
-    std::array<std::size_t, BatchSize> m_lengths;
+    // Datagrams of a train behind each other, the length of each, and their message.
+    struct Rest
+    {
+        std::span<std::uint8_t const> bytes;
+        std::size_t length = 0, message = 0;
+    };
+    std::array<Rest, BatchSize> m_rests;
     std::array<std::uint8_t *, BatchSize> m_targets; // where a payload belongs
     std::array<Fate, BatchSize> m_fates;
 };
@@ -155,39 +170,56 @@ void Receiver::Batch::Lay(std::size_t i, std::size_t frontSize)
     message.msg_namelen = sizeof m_senders[i];
     message.msg_iov = pieces.data();
     message.msg_iovlen = count;
-    // Of data nothing need be told: a frame's time is that of its leader. Drops are told again.
-    bool const isTold = !m_places[i].memory || i + 1 == m_asked;
-    message.msg_control = m_told[i].told.data();
+    // Of data nothing need be told but trains: a frame's time is that of its leader. Drops are told again.
+    bool const isTold = m_trains > 0 || !m_places[i].memory || i + 1 == m_asked;
+    message.msg_control = isTold ? m_told[i].told.data() : nullptr;
     message.msg_controllen = isTold ? m_told[i].told.size() : 0;
     message.msg_flags = 0;
 }
 
-void Receiver::Batch::LayForTrain(std::size_t i)
-{
-    m_places[i] = {};
-    Lay(i, 0);
-    msghdr &message = m_messages[i].msg_hdr;
-    ++message.msg_iov; // no front
-    --message.msg_iovlen;
-}
-
 int Receiver::Batch::Read(int socket, BlockTable &table)
 {
-    std::size_t const asked = m_trains > 0 ? TrainBatch : m_asked;
-    table.Expect(std::span(m_places).first(m_trains > 0 ? 0 : asked));
-    for (std::size_t i = 0; i < asked; ++i) {
-        if (m_trains > 0)
-            LayForTrain(i);
-        else
-            Lay(i, table.FrontSize());
+    m_isTrain = m_longTrains > 0;
+    if (m_isTrain)
+        return ReadTrain(socket, table);
+    table.Expect(std::span(m_places).first(m_asked));
+    m_fullRoom = 0;
+    for (std::size_t i = 0; i < m_asked; ++i) {
+        Lay(i, table.FrontSize());
+        m_fullRoom = std::max(m_fullRoom, m_places[i].room);
     }
-    int const count = recvmmsg(socket, m_messages.data(), static_cast<unsigned>(asked), MSG_DONTWAIT, nullptr);
-    m_isFull = count == static_cast<int>(asked);
-    if (m_trains > 0 && count > 0)
-        --m_trains;
+    int const count = recvmmsg(socket, m_messages.data(), static_cast<unsigned>(m_asked), MSG_DONTWAIT, nullptr);
+    m_isFull = count == static_cast<int>(m_asked);
+    m_trains -= count > 0 && m_trains > 0;
     // Laying out what does not come costs more than a second call.
     m_asked = std::clamp(static_cast<std::size_t>(std::max(count, 0)) * 2, LeastBatch, BatchSize);
     return count;
+}
+
+int Receiver::Batch::ReadTrain(int socket, BlockTable &table)
+{
+    table.Expect(m_places);
+    std::size_t const frontSize = table.FrontSize();
+    for (m_expected = 0; m_expected < BatchSize && m_places[m_expected].memory; ++m_expected) {
+        m_trainPieces[2 * m_expected] = {m_fronts[m_expected].data(), frontSize};
+        m_trainPieces[2 * m_expected + 1] = {m_places[m_expected].memory, m_places[m_expected].room};
+    }
+    m_trainPieces[2 * m_expected] = {TailOf(0), LongestTrain};
+    msghdr &message = m_messages[0].msg_hdr;
+    message = {&m_senders[0],
+               sizeof m_senders[0],
+               m_trainPieces.data(),
+               2 * m_expected + 1,
+               m_told[0].told.data(),
+               m_told[0].told.size(),
+               0};
+    ssize_t const size = recvmsg(socket, &message, MSG_DONTWAIT);
+    m_isFull = size >= 0;
+    if (size < 0)
+        return -1;
+    m_messages[0].msg_len = static_cast<unsigned>(size);
+    --m_longTrains;
+    return 1;
 }
 
 // The length of a train's datagrams; 0 for what is none.
@@ -197,15 +229,20 @@ std::size_t Receiver::Batch::PartOfTrain(std::size_t i)
     std::size_t const size = m_messages[i].msg_len;
     if (std::optional<int> const told = Told<int>(message, UDP_GRO, SOL_UDP))
         return *told > 0 && static_cast<std::size_t>(*told) < size ? static_cast<std::size_t>(*told) : 0;
-    // Of what was expected to be data the system has told nothing: then the next packet begins behind them.
-    std::size_t const first = m_pieces[i][0].iov_len + m_places[i].room;
-    if (!m_places[i].memory || size <= first)
+    std::size_t const front = m_pieces[i][0].iov_len, first = front + m_places[i].room;
+    if (message.msg_control || size <= first)
         return 0;
-    std::optional<gvsp::Header> const header = gvsp::ReadHeader({m_fronts[i].data(), m_pieces[i][0].iov_len});
-    std::optional<gvsp::Header> const next = gvsp::ReadHeader({TailOf(i), size - first});
-    bool const follows = header && next && next->blockId == header->blockId && next->isExtended == header->isExtended &&
-                         next->packetId == header->packetId + 1;
-    return follows ? first : 0;
+    // The system was not asked. The next packet begins behind the data that were expected, or behind full ones.
+    m_trains = TrainMemory;
+    std::optional<gvsp::Header> const header = gvsp::ReadHeader({m_fronts[i].data(), front});
+    for (std::size_t const length : {first, front + m_fullRoom}) {
+        std::optional<gvsp::Header> const next =
+            length < size ? gvsp::ReadHeader({TailOf(i) + (length - first), size - length}) : std::nullopt;
+        if (header && next && next->blockId == header->blockId && next->isExtended == header->isExtended &&
+            next->packetId > header->packetId)
+            return length;
+    }
+    return 0;
 }
 
 std::chrono::nanoseconds Receiver::Batch::Arrival(std::size_t i)
@@ -221,40 +258,53 @@ void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint
     Datagram &datagram = m_datagrams[i];
     std::size_t left = m_messages[i].msg_len;
     std::size_t const length = PartOfTrain(i);
-    bool const isTrain = length > 0;
     m_rests[i] = {};
-    if (isTrain) {
-        // All that follows the first one is in the last piece, unless the pieces before it are longer than it.
-        iovec const &last = message.msg_iov[message.msg_iovlen - 1];
-        std::size_t before = 0;
-        for (std::size_t piece = 0; piece + 1 < message.msg_iovlen; ++piece)
-            before += message.msg_iov[piece].iov_len;
-        if (length >= before)
-            m_rests[i] = {static_cast<std::uint8_t const *>(last.iov_base) + (length - before), left - length};
-        else
-            message.msg_flags |= MSG_TRUNC;
-        m_lengths[i] = length;
-        left = length;
-        m_trains = TrainMemory;
-    }
     datagram.pieces = {};
-    for (std::size_t piece = 0, at = 0; piece < message.msg_iovlen; ++piece) {
+    if (length > 0) {
+        m_trains = TrainMemory;
+        if (left / length >= LongTrain)
+            m_longTrains = TrainMemory;
+        std::span<iovec const> const pieces(message.msg_iov, message.msg_iovlen);
+        std::size_t before = 0;
+        for (iovec const &piece : pieces.first(pieces.size() - 1))
+            before += piece.iov_len;
+        if (length < before) {
+            std::span<std::uint8_t const> const all = Gather(i);
+            datagram.pieces[0] = all.first(length);
+            m_rests[i] = {all.subspan(length), length, i};
+            left = 0;
+        } else {
+            // All that follows the first one is in the last piece.
+            m_rests[i] = {
+                {static_cast<std::uint8_t const *>(pieces.back().iov_base) + (length - before), left - length},
+                length,
+                i};
+            left = length;
+        }
+    }
+    for (std::size_t piece = 0, at = 0; piece < message.msg_iovlen && left > 0; ++piece) {
         std::size_t const size = std::min(left, message.msg_iov[piece].iov_len);
         at = piece + (message.msg_iovlen == 2 ? piece : 0); // without a place there is no second piece
         datagram.pieces[at] = {static_cast<std::uint8_t const *>(message.msg_iov[piece].iov_base), size};
         left -= size;
     }
-    datagram.address = ntohl(m_senders[i].sin_addr.s_addr);
-    datagram.port = ntohs(m_senders[i].sin_port);
-    datagram.truncated = (message.msg_flags & MSG_TRUNC) != 0 || datagram.Size() > m_scratchRoom;
+    Decide(i, i, table, camera);
+}
+
+// What becomes of a datagram whose pieces are known.
+void Receiver::Batch::Decide(std::size_t i, std::size_t message, BlockTable const &table, std::uint32_t camera)
+{
+    Datagram &datagram = m_datagrams[i];
+    datagram.address = ntohl(m_senders[message].sin_addr.s_addr);
+    datagram.port = ntohs(m_senders[message].sin_port);
+    datagram.truncated = (m_messages[message].msg_hdr.msg_flags & MSG_TRUNC) != 0 || datagram.Size() > m_scratchRoom;
     datagram.arrival = {};
     m_fates[i] = Fate::Stay;
     std::span<std::uint8_t const> const front = datagram.pieces[0];
     std::optional<gvsp::Header> const header = gvsp::ReadHeader(front);
     // The time of a frame is that of its first packet.
-    if (!header || (header->format != gvsp::DataPayload && header->format != gvsp::MultiPartPayload)) {
-        datagram.arrival = Arrival(i);
-    }
+    if (!header || (header->format != gvsp::DataPayload && header->format != gvsp::MultiPartPayload))
+        datagram.arrival = Arrival(message);
     if (datagram.address != camera || datagram.truncated) {
         datagram.pieces[1] = datagram.pieces[2] = {}; // what is in the way of nobody
         return;
@@ -309,6 +359,10 @@ void Receiver::Batch::Move(std::size_t i, std::size_t count)
 
 void Receiver::Batch::Take(std::size_t count, BlockTable &table, std::uint32_t camera, BlockTable::Time now)
 {
+    if (m_isTrain) {
+        TakeTrain(table, camera, now);
+        return;
+    }
     bool inPlace = true;
     for (std::size_t i = 0; i < count; ++i) {
         Describe(i, table, camera);
@@ -318,23 +372,80 @@ void Receiver::Batch::Take(std::size_t count, BlockTable &table, std::uint32_t c
         PutInPlace(count);
     for (std::size_t i = 0; i < count; ++i) {
         table.Take(m_datagrams[i], now);
-        if (!m_rests[i].empty())
-            TakeRest(i, table, now);
+        if (!m_rests[i].bytes.empty())
+            TakeRest(m_rests[i], table, now);
     }
 }
 
-void Receiver::Batch::TakeRest(std::size_t i, BlockTable &table, BlockTable::Time now)
+void Receiver::Batch::TakeTrain(BlockTable &table, std::uint32_t camera, BlockTable::Time now)
+{
+    std::size_t const size = m_messages[0].msg_len, part = PartOfTrain(0), length = part > 0 ? part : size;
+    if (part > 0 && size / part >= LongTrain)
+        m_longTrains = TrainMemory;
+    std::size_t count = 0, left = size;
+    bool isInPieces = true;
+    for (; count < m_expected && left > 0; ++count) {
+        std::size_t const bytes = std::min(left, length), front = m_trainPieces[2 * count].iov_len;
+        left -= bytes;
+        // Only the last may be shorter than what was expected.
+        isInPieces = isInPieces &&
+                     (bytes == front + m_places[count].room || (left == 0 && bytes < front + m_places[count].room));
+        m_datagrams[count].pieces = {std::span(m_fronts[count]).first(std::min(front, bytes)),
+                                     std::span(m_places[count].memory, bytes - std::min(front, bytes)),
+                                     {}};
+    }
+    Rest rest{{TailOf(0), left}, length, 0};
+    if (!isInPieces) {
+        rest.bytes = Gather(0);
+        count = 0;
+    }
+    bool inPlace = true;
+    for (std::size_t i = 0; i < count; ++i) {
+        Decide(i, 0, table, camera);
+        inPlace = inPlace && m_fates[i] == Fate::Stay;
+    }
+    if (!inPlace)
+        PutInPlace(count);
+    for (std::size_t i = 0; i < count; ++i)
+        table.Take(m_datagrams[i], now);
+    if (!rest.bytes.empty() || size == 0)
+        TakeRest(rest, table, now);
+}
+
+// All of a message behind each other, in its last piece.
+std::span<std::uint8_t const> Receiver::Batch::Gather(std::size_t message)
+{
+    msghdr const &header = m_messages[message].msg_hdr;
+    std::span<iovec const> const pieces(header.msg_iov, header.msg_iovlen);
+    std::size_t const size = m_messages[message].msg_len;
+    std::size_t before = 0;
+    for (iovec const &piece : pieces.first(pieces.size() - 1))
+        before += piece.iov_len;
+    before = std::min(before, size);
+    auto *target = static_cast<std::uint8_t *>(pieces.back().iov_base);
+    std::span<std::uint8_t const> const all(target, size);
+    std::memmove(target + before, target, size - before);
+    for (std::size_t left = before, piece = 0; left > 0; ++piece) {
+        std::size_t const bytes = std::min(left, pieces[piece].iov_len);
+        target = std::copy_n(static_cast<std::uint8_t const *>(pieces[piece].iov_base), bytes, target);
+        left -= bytes;
+    }
+    return all;
+}
+
+void Receiver::Batch::TakeRest(Rest const &rest, BlockTable &table, BlockTable::Time now)
 {
     Datagram datagram;
-    datagram.address = m_datagrams[i].address;
-    datagram.port = m_datagrams[i].port;
-    datagram.arrival = Arrival(i);
-    for (std::span<std::uint8_t const> rest = m_rests[i]; !rest.empty();) {
-        datagram.pieces[0] = rest.first(std::min(rest.size(), m_lengths[i]));
-        rest = rest.subspan(datagram.pieces[0].size());
+    datagram.address = ntohl(m_senders[rest.message].sin_addr.s_addr);
+    datagram.port = ntohs(m_senders[rest.message].sin_port);
+    datagram.arrival = Arrival(rest.message);
+    std::span<std::uint8_t const> left = rest.bytes;
+    do {
+        datagram.pieces[0] = left.first(std::min(left.size(), rest.length));
+        left = left.subspan(datagram.pieces[0].size());
         datagram.truncated = datagram.pieces[0].size() > m_scratchRoom;
         table.Take(datagram, now);
-    }
+    } while (!left.empty());
 }
 
 // First what has no place in a frame leaves those of others. Then places become free from the last on behind a loss,
@@ -458,8 +569,7 @@ void Receiver::Start(BlockLayout const &layout)
     m_table.Begin(layout);
     m_batch = std::make_unique<Batch>(std::clamp<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket, 0xFFFF));
     m_camera = layout.address;
-    int const yes = 1;
-    setsockopt(m_socket, SOL_UDP, UDP_GRO, &yes, sizeof yes); // not before: test packets come one by one
+    JoinTrains(!m_usesSource); // not before: test packets come one by one
     Drain();
     m_nextGreeting = Clock::now();
     m_quit.store(false, std::memory_order_relaxed);
@@ -573,6 +683,14 @@ void Receiver::LeaveSource()
     setsockopt(m_socket, SOL_SOCKET, SO_DETACH_FILTER, &none, sizeof none);
     m_usesSource = false;
     m_drops = GetSocketDrops(m_socket);
+    JoinTrains(true);
+}
+
+// The system joins what comes for a socket that takes trains before anything else sees it, a packet ring, too.
+void Receiver::JoinTrains(bool on)
+{
+    int const value = on;
+    setsockopt(m_socket, SOL_UDP, UDP_GRO, &value, sizeof value);
 }
 
 void Receiver::CountDrops(std::uint32_t drops)

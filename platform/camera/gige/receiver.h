@@ -94,6 +94,7 @@ private:
     void LookAround(BlockTable::Time now);
     void CountLosses();
     void LeaveSource();
+    void JoinTrains(bool on);
     void DoWhatIsDue(BlockTable::Time now);
     void Wait(BlockTable::Time now);
     void KeepPathOpen(BlockTable::Time now);
