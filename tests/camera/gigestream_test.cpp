@@ -2,9 +2,8 @@
 // its own.
 #include "gige/gigestream.h"
 
-#include "wirecamera.h"
+#include "wireclients.h"
 
-#include "contract.h"
 #include "gige/chunkdata.h"
 #include "gige/controlchannel.h"
 #include "gige/description.h"
@@ -16,7 +15,6 @@
 #include "sim/simscene.h"
 #include "wire/wireregisters.h"
 
-#include <cstdlib>
 #include <functional>
 #include <netinet/in.h>
 
@@ -24,25 +22,6 @@ using namespace std::chrono_literals;
 using namespace gvcp::bootstrap;
 
 namespace {
-
-constexpr char Grey[] = "VG-2048M", Colour[] = "VG-1280C";
-
-SimModel const *FindModel(std::string const &name)
-{
-    for (SimModel const *model : GetWireModels()) {
-        if (name == model->name)
-            return model;
-    }
-    throw std::runtime_error("no model " + name);
-}
-
-void Set(WireCamera &camera, std::string const &name, std::string const &value)
-{
-    std::string why;
-    EXPECT_TRUE(camera.SetFeature(name, value, why)) << name << ": " << why;
-}
-
-using Settings = std::vector<std::pair<char const *, char const *>>;
 
 // The camera's control channel, with a look at what is written.
 class Control final : public StreamControl, public RegisterPort
@@ -164,22 +143,16 @@ public:
 class Camera
 {
 public:
-    explicit Camera(std::string const &name, Settings const &settings = {}, std::string const &address = "127.0.0.1")
-        : model(*FindModel(name)),
-          wire(WireCameraOptions{&model, address, "S", {}}),
+    explicit Camera(std::string const &name, Features const &features = {}, std::string const &address = "127.0.0.1")
+        : model(FindModel(name)),
+          m_served(Serve(name, address)),
           m_scene(model.sensorWidth, model.sensorHeight, model.colour)
     {
-        // Frames that a busy computer keeps up with.
-        for (auto const &[feature, value] : Settings{{"Width", "320"},
-                                                     {"Height", "200"},
-                                                     {"ExposureTime", "1000"},
-                                                     {"AcquisitionFrameRateEnable", "1"},
-                                                     {"AcquisitionFrameRate", "100"},
-                                                     {"TestPattern", "GreyHorizontalRampMoving"},
-                                                     {"GevHeartbeatTimeout", "600000"}})
-            Set(wire, feature, value);
-        for (auto const &[feature, value] : settings)
-            Set(wire, feature, value);
+        MakeSmall(wire);
+        Set(wire, {{"AcquisitionFrameRate", "100"},
+                   {"TestPattern", "GreyHorizontalRampMoving"},
+                   {"GevHeartbeatTimeout", "600000"}});
+        Set(wire, features);
     }
     bool IsExact(TovCam::Buffer &buffer)
     {
@@ -197,10 +170,13 @@ public:
     }
 
     SimModel const &model;
-    WireCamera wire;
 
 private:
+    std::unique_ptr<WireCamera> const m_served;
     SimScene m_scene;
+
+public:
+    WireCamera &wire = *m_served;
 };
 
 TEST(GigeStreamTest, FramesOfEveryKindComeExact)
@@ -208,16 +184,16 @@ TEST(GigeStreamTest, FramesOfEveryKindComeExact)
     struct Row
     {
         char const *model, *format, *packetSize;
-        Settings settings;
+        Features features;
     };
-    Settings const extended{{"GevGVSPExtendedIDMode", "On"}};
-    Settings const chunks{{"ChunkModeActive", "1"}, {"ChunkSelector", "Timestamp"}, {"ChunkEnable", "1"}};
-    Settings const small{{"Width", "64"}, {"Height", "32"}, {"GevSCCFGAllInTransmission", "1"}};
-    auto const with = [](Settings a, Settings const &b) {
+    Features const extended{{"GevGVSPExtendedIDMode", "On"}};
+    Features const chunks{{"ChunkModeActive", "1"}, {"ChunkSelector", "Timestamp"}, {"ChunkEnable", "1"}};
+    Features const small{{"Width", "64"}, {"Height", "32"}, {"GevSCCFGAllInTransmission", "1"}};
+    auto const with = [](Features a, Features const &b) {
         a.insert(a.end(), b.begin(), b.end());
         return a;
     };
-    Settings const parts = with(extended, {{"GevSCCFGMultiPart", "1"}});
+    Features const parts = with(extended, {{"GevSCCFGMultiPart", "1"}});
     std::vector<Row> rows;
     for (char const *format :
          {"Mono8", "Mono10", "Mono10p", "Mono10Packed", "Mono12", "Mono12p", "Mono12Packed", "Mono16"})
@@ -225,19 +201,18 @@ TEST(GigeStreamTest, FramesOfEveryKindComeExact)
     for (char const *format : {"BayerRG8", "BayerRG12", "BayerRG12p", "RGB8"})
         rows.push_back({Colour, format, "8192", {}});
     for (char const *packetSize : {"576", "1500", "9000"}) {
-        for (Settings const &settings : {Settings(), extended, chunks, parts, with(extended, chunks),
+        for (Features const &features : {Features(), extended, chunks, parts, with(extended, chunks),
                                          with(parts, chunks), small, with(small, chunks)})
-            rows.push_back({Grey, "Mono12", packetSize, settings});
+            rows.push_back({Grey, "Mono12", packetSize, features});
     }
     for (Row const &row : rows) {
         Camera camera(row.model, {{"PixelFormat", row.format}, {"GevSCPSPacketSize", row.packetSize}});
-        for (auto const &[feature, value] : row.settings)
-            Set(camera.wire, feature, value);
-        bool const hasChunks = std::count(row.settings.begin(), row.settings.end(), chunks[0]) > 0;
+        Set(camera.wire, row.features);
+        bool const hasChunks = std::count(row.features.begin(), row.features.end(), chunks[0]) > 0;
         Host host;
         for (bool const byRing : {false, true}) {
             SCOPED_TRACE(std::string(row.model) + ' ' + row.format + ' ' + row.packetSize + ' ' +
-                         (row.settings.empty() ? "" : row.settings.back().first) + std::to_string(row.settings.size()) +
+                         (row.features.empty() ? "" : row.features.back().first) + std::to_string(row.features.size()) +
                          (byRing ? " by the ring" : " by the socket"));
             PermitRingSource(byRing);
             host.control->written.clear();
@@ -274,11 +249,12 @@ TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
     using S = StreamStatistics;
     struct Row
     {
-        Settings faults;
+        Features faults;
         std::vector<Counter> counted;
     };
     std::vector<Row> const rows{
         {{{"WirePacketLoss", "2"}}, {&S::asked, &S::resent}},
+        {{{"SimPacketLoss", "2"}}, {&S::asked, &S::resent}},
         {{{"WirePacketLoss", "1"}, {"WireLossBurst", "5"}}, {&S::asked, &S::resent}},
         {{{"WireLostPackets", "0,3-5,last"}, {"WireLostEvery", "2"}}, {&S::asked, &S::resent}},
         {{{"WireReorder", "5"}, {"WireReorderDistance", "3"}}, {}},
@@ -289,7 +265,7 @@ TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
         {{{"WireWrongBlockId", "2"}}, {&S::malformed, &S::resent}},
         {{{"WireDelay", "50"}}, {}},
     };
-    Settings const ways[] = {{},
+    Features const ways[] = {{},
                              {{"GevGVSPExtendedIDMode", "On"}},
                              {{"GevGVSPExtendedIDMode", "On"},
                               {"GevSCCFGMultiPart", "1"},
@@ -297,17 +273,15 @@ TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
                               {"ChunkSelector", "FrameID"},
                               {"ChunkEnable", "1"}}};
     for (Row const &row : rows) {
-        for (Settings const &way : ways) {
+        for (Features const &way : ways) {
             for (bool const ignored : {false, true}) {
                 SCOPED_TRACE(std::string(row.faults[0].first) + ' ' + std::to_string(way.size()) +
                              (ignored ? " ignored" : ""));
                 Camera camera(Grey, {{"GevSCPSPacketSize", "1500"}});
                 PermitRingSource(!ignored);
                 Host host;
-                for (auto const &[feature, value] : way)
-                    Set(camera.wire, feature, value);
-                for (auto const &[feature, value] : row.faults)
-                    Set(camera.wire, feature, value);
+                Set(camera.wire, way);
+                Set(camera.wire, row.faults);
                 Set(camera.wire, "WireIgnoreResend", ignored ? "1" : "0");
                 host.Start(32);
                 int incomplete = 0;
