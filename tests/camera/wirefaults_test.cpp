@@ -15,7 +15,7 @@ TEST_F(WireFaultsTest, OfTheStream)
     struct Row
     {
         Features faults;
-        std::vector<char const *> counted, uncounted;
+        std::vector<char const *> counted, uncounted = {};
     };
     Row const rows[] = {
         {{}, {"n_completed_buffers"}, {"n_size_mismatch_errors", "n_error_packets"}},

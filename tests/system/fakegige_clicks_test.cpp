@@ -1,5 +1,6 @@
 // An operator with a GigE Vision camera that is not ours, on loopback in a network namespace: seen by the selector,
 // watched, lost, and found again.
+#include "captureright.h"
 #include "fakegige.h"
 #include "operator.h"
 
@@ -18,11 +19,6 @@
 #include <set>
 #include <tuple>
 #include <utility>
-
-#include <linux/capability.h>
-#include <linux/securebits.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 
 namespace {
 
@@ -134,18 +130,6 @@ private:
 
     int m_gain = 0;
 };
-
-// Of the calling thread; and whether a program that it starts as root gets every right, as it otherwise does.
-bool SetRightToCapture(bool given, bool ofHelper)
-{
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3];
-    if (syscall(SYS_capget, &header, rights) != 0)
-        return false;
-    std::uint32_t const raw = 1u << CAP_NET_RAW;
-    rights[0].effective = given ? rights[0].effective | raw : rights[0].effective & ~raw;
-    return syscall(SYS_capset, &header, rights) == 0 && prctl(PR_SET_SECUREBITS, ofHelper ? 0 : SECBIT_NOROOT) == 0;
-}
 
 TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
 {
