@@ -64,10 +64,7 @@ protected:
     TovCam::FeatureState State(std::string const &name) const
     {
         TovCam::FeatureState state;
-        for (std::uint32_t i = 0; i < m_nodes->GetFeatureCount(); ++i) {
-            if (m_nodes->GetFeature(i)->name == name)
-                m_nodes->ReadFeature(i, &state);
-        }
+        m_nodes->ReadFeature(FindFeature(m_nodes, name), &state);
         return state;
     }
 

@@ -12,17 +12,6 @@
 
 constexpr std::uint32_t Generous = PatienceMs; // for what a machine with other work may do late
 
-// The index of a feature in the tree; a failure, and 0, where there is none.
-inline std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
-{
-    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
-        if (nodes->GetFeature(i)->name == name)
-            return i;
-    }
-    ADD_FAILURE() << "no feature " << name;
-    return 0;
-}
-
 // A camera that has much else to do may not answer at once.
 inline TovCam::DeviceInfo *FindAt(TovCam::System *system, char const *address = "127.0.0.1")
 {
