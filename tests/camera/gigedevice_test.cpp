@@ -175,6 +175,15 @@ TEST_F(GigeDeviceTest, FramesAreWhatTheCameraSaysOfThem)
         EXPECT_EQ(m_stream->StopAcquisition(1), 0);
     }
     Close(); // while there is somebody to say goodbye to
+    // The port was written last when the channel opened, and alone when it closed.
+    using namespace bootstrap;
+    std::vector<std::uint32_t> written;
+    for (ScriptedCamera::Bytes const &request : m_camera->Requests(gvcp::WRITEREG_CMD)) {
+        if (std::uint32_t const address = LoadBig32(&request[8]); address >= StreamChannelPort)
+            written.push_back(address);
+    }
+    EXPECT_EQ(written, (std::vector<std::uint32_t>{StreamChannelPacketSize, StreamChannelDestinationAddress,
+                                                   StreamChannelPort, 0xF000, 0xF000, StreamChannelPort}));
 }
 
 TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)

@@ -6,146 +6,43 @@
 
 #include "gige/chunkdata.h"
 #include "gige/controlchannel.h"
-#include "gige/description.h"
-#include "gige/openwatch.h"
 #include "gige/packetsize.h"
 #include "gige/ringsource.h"
-#include "gige/standardnodes.h"
-#include "registerdevice.h"
 #include "sim/simscene.h"
 #include "wire/wireregisters.h"
-
-#include <functional>
-#include <netinet/in.h>
 
 using namespace std::chrono_literals;
 using namespace gvcp::bootstrap;
 
 namespace {
 
-// The camera's control channel, with a look at what is written.
-class Control final : public StreamControl, public RegisterPort
+class GigeStreamTest : public CameraTest
 {
-public:
-    explicit Control(std::string const &address) : m_channel(address)
+protected:
+    void Open()
     {
-        EXPECT_TRUE(Eventually([this] { return m_channel.Open() == TOV_CAM_ERR_OK; }));
-        OpenWatch watch(nullptr);
-        EXPECT_EQ(DownloadDescription(m_channel, watch, m_xml), 0);
+        CameraTest::Open(FindAt(m_system));
     }
-    ArvDevice *NewDevice()
+    StreamStatistics const &Statistics() const
     {
-        ArvDevice *const made = NewRegisterDevice(m_xml);
-        AddStandardNodes(arv_device_get_genicam(made));
-        SetRegisterPort(made, this);
-        return made;
+        return static_cast<GigeStream &>(*m_stream).GetStatistics();
     }
-    std::int32_t ReadRegister(std::uint32_t address, std::uint32_t &value) override
-    {
-        return m_channel.ReadRegister(address, value);
-    }
-    std::int32_t WriteRegister(std::uint32_t address, std::uint32_t value) override
-    {
-        if (address == StreamChannelPacketSize && !hasTestPackets)
-            value &= ~std::uint32_t{gvcp::packetsize::FireTestPacket};
-        written.emplace_back(address, value);
-        return m_channel.WriteRegister(address, value);
-    }
-    void RequestPackets(PacketRequest const &request) override
-    {
-        m_channel.RequestPackets(request);
-    }
-    std::uint32_t GetCameraAddress() const override
-    {
-        return m_channel.GetCameraAddress();
-    }
-    std::uint32_t GetHostAddress() const override
-    {
-        return m_channel.GetHostAddress();
-    }
-    bool Read(std::uint64_t address, std::uint32_t size, std::uint8_t *out, GError **) override
-    {
-        return m_channel.ReadMemory(static_cast<std::uint32_t>(address), {out, size}) == TOV_CAM_ERR_OK;
-    }
-    bool Write(std::uint64_t address, std::uint32_t size, std::uint8_t const *bytes, GError **) override
-    {
-        return m_channel.WriteMemory(static_cast<std::uint32_t>(address), {bytes, size}) == TOV_CAM_ERR_OK;
-    }
-    bool IsBigEndian() const override
-    {
-        return true;
-    }
-
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> written;
-    bool hasTestPackets = true;
-
-private:
-    ControlChannel m_channel;
-    std::string m_xml;
-};
-
-// The host's side of an open camera.
-class Host
-{
-public:
-    explicit Host(std::string const &address = "127.0.0.1")
-        : control(std::make_shared<Control>(address)),
-          device(control->NewDevice()),
-          stream(device, access, reachability, control)
-    {
-        stream.SetSource([this](std::uint16_t port) {
-            return OpenRingSource(control->GetCameraAddress(), control->GetHostAddress(), port);
-        });
-    }
-    ~Host()
-    {
-        stream.Close();
-        SetRegisterPort(device, nullptr);
-        g_object_unref(device);
-    }
-    void Start(std::uint32_t buffers, std::int64_t frames = -1)
-    {
-        EXPECT_EQ(stream.AllocBufferQueue(nullptr, buffers), 0);
-        EXPECT_EQ(stream.StartAcquisition(frames, 0), 0);
-        arv_device_execute_command(device, "AcquisitionStart", nullptr);
-    }
-    void Stop()
-    {
-        arv_device_execute_command(device, "AcquisitionStop", nullptr);
-        EXPECT_EQ(stream.StopAcquisition(0), 0);
-        EXPECT_EQ(stream.ReleaseBufferQueue(), 0);
-    }
-    void ForFrames(int count, std::function<void(TovCam::Buffer &)> const &look)
-    {
-        for (int i = 0; i < count; ++i) {
-            TovCam::Buffer *const buffer = stream.GetBuffer(Generous, nullptr);
-            ASSERT_NE(buffer, nullptr);
-            look(*buffer);
-            EXPECT_EQ(stream.QueueBuffer(buffer), 0);
-        }
-    }
-    // Every datagram and every frame is accounted for.
+    // Every datagram is accounted for.
     void ExpectSums() const
     {
-        StreamStatistics const &s = stream.GetStatistics();
+        StreamStatistics const &s = Statistics();
         EXPECT_EQ(s.received.Get(), s.packets.Get() + s.duplicate.Get() + s.late.Get() + s.foreign.Get() +
                                         s.malformed.Get() + s.refused.Get() + s.ignored.Get());
     }
-
-    std::recursive_mutex access;
-    std::shared_ptr<Control> const control;
-    ArvDevice *const device;
-    Reachability reachability;
-    GigeStream stream;
 };
 
 // A camera whose every pixel can be foretold: a ramp that moves from frame to frame.
 class Camera
 {
 public:
-    explicit Camera(std::string const &name, Features const &features = {}, std::string const &address = "127.0.0.1")
+    explicit Camera(std::string const &name, Features const &features = {})
         : model(FindModel(name)),
-          m_served(Serve(name, address)),
+          m_served(Serve(name)),
           m_scene(model.sensorWidth, model.sensorHeight, model.colour)
     {
         MakeSmall(wire);
@@ -179,7 +76,7 @@ public:
     WireCamera &wire = *m_served;
 };
 
-TEST(GigeStreamTest, FramesOfEveryKindComeExact)
+TEST_F(GigeStreamTest, FramesOfEveryKindComeExact)
 {
     struct Row
     {
@@ -206,19 +103,18 @@ TEST(GigeStreamTest, FramesOfEveryKindComeExact)
             rows.push_back({Grey, "Mono12", packetSize, features});
     }
     for (Row const &row : rows) {
-        Camera camera(row.model, {{"PixelFormat", row.format}, {"GevSCPSPacketSize", row.packetSize}});
+        Camera camera(row.model, {{"PixelFormat", row.format}});
         Set(camera.wire, row.features);
+        ASSERT_NO_FATAL_FAILURE(Open());
+        Set(camera.wire, "GevSCPSPacketSize", row.packetSize); // opening has found another one
         bool const hasChunks = std::count(row.features.begin(), row.features.end(), chunks[0]) > 0;
-        Host host;
         for (bool const byRing : {false, true}) {
             SCOPED_TRACE(std::string(row.model) + ' ' + row.format + ' ' + row.packetSize + ' ' +
                          (row.features.empty() ? "" : row.features.back().first) + std::to_string(row.features.size()) +
                          (byRing ? " by the ring" : " by the socket"));
             PermitRingSource(byRing);
-            host.control->written.clear();
-            host.Start(8);
             std::uint64_t last = 0;
-            host.ForFrames(10, [&](TovCam::Buffer &buffer) {
+            RunningCamera(m_device).ForFrames(10, [&](TovCam::Buffer &buffer) {
                 EXPECT_FALSE(buffer.IsIncomplete());
                 EXPECT_TRUE(camera.IsExact(buffer)) << buffer.GetFrameID();
                 EXPECT_GT(buffer.GetFrameID(), last);
@@ -229,21 +125,15 @@ TEST(GigeStreamTest, FramesOfEveryKindComeExact)
                 ASSERT_EQ(chunk && chunk->size() == 8, hasChunks);
                 EXPECT_TRUE(!hasChunks || LoadBig64(chunk->data()) == buffer.GetTimestamp());
             });
-            host.Stop();
-            host.ExpectSums();
-            StreamStatistics const &s = host.stream.GetStatistics();
+            ExpectSums();
+            StreamStatistics const &s = Statistics();
             EXPECT_EQ(s.malformed.Get() + s.foreign.Get() + s.duplicate.Get(), 0u);
-            // The port last when it opens, and alone when it closes.
-            auto const &written = host.control->written;
-            ASSERT_EQ(written.size(), 3u);
-            EXPECT_EQ(written[0], std::pair(StreamChannelDestinationAddress + 0u, INADDR_LOOPBACK + 0u));
-            EXPECT_EQ(written[1].first, StreamChannelPort);
-            EXPECT_EQ(written[2], std::pair(StreamChannelPort + 0u, 0u));
         }
+        Close();
     }
 }
 
-TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
+TEST_F(GigeStreamTest, FaultsAreMendedByAskingAgain)
 {
     using Counter = StreamCounter StreamStatistics::*;
     using S = StreamStatistics;
@@ -277,21 +167,20 @@ TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
             for (bool const ignored : {false, true}) {
                 SCOPED_TRACE(std::string(row.faults[0].first) + ' ' + std::to_string(way.size()) +
                              (ignored ? " ignored" : ""));
-                Camera camera(Grey, {{"GevSCPSPacketSize", "1500"}});
+                Camera camera(Grey);
                 PermitRingSource(!ignored);
-                Host host;
+                ASSERT_NO_FATAL_FAILURE(Open());
+                Set(camera.wire, "GevSCPSPacketSize", "1500");
                 Set(camera.wire, way);
                 Set(camera.wire, row.faults);
                 Set(camera.wire, "WireIgnoreResend", ignored ? "1" : "0");
-                host.Start(32);
                 int incomplete = 0;
-                host.ForFrames(40, [&](TovCam::Buffer &buffer) {
+                RunningCamera(m_device, 32).ForFrames(40, [&](TovCam::Buffer &buffer) {
                     incomplete += buffer.IsIncomplete();
                     EXPECT_TRUE(buffer.IsIncomplete() || camera.IsExact(buffer)) << buffer.GetFrameID();
                 });
-                host.Stop();
-                host.ExpectSums();
-                StreamStatistics const &s = host.stream.GetStatistics();
+                ExpectSums();
+                StreamStatistics const &s = Statistics();
                 bool const needsResends = std::count(row.counted.begin(), row.counted.end(), &S::resent) > 0;
                 // A busy computer may be late for a few.
                 if (!ignored || !needsResends)
@@ -301,30 +190,29 @@ TEST(GigeStreamTest, FaultsAreMendedByAskingAgain)
                 for (Counter const counter : row.counted)
                     EXPECT_EQ((s.*counter).Get() > 0, !ignored || counter != &S::resent);
                 EXPECT_GE(s.complete.Get() + s.incomplete.Get(), 40u);
+                Close();
             }
         }
     }
 }
 
-TEST(GigeStreamTest, EveryFrameIsAccountedFor)
+TEST_F(GigeStreamTest, EveryFrameIsAccountedFor)
 {
     Camera camera(Grey, {{"WirePacketLoss", "0.5"}, {"SimMissingEvery", "7"}});
-    Host host;
-    EXPECT_EQ(host.stream.AllocBufferQueue(nullptr, 3), 0);
-    EXPECT_EQ(host.stream.StartAcquisition(-1, 0), 0);
-    arv_device_execute_command(host.device, "AcquisitionStart", nullptr);
+    ASSERT_NO_FATAL_FAILURE(Open());
+    StreamStatistics const &s = Statistics();
     std::uint64_t first = 0, last = 0;
-    host.ForFrames(60, [&](TovCam::Buffer &buffer) {
-        first = first == 0 ? buffer.GetFrameID() : first;
-        last = buffer.GetFrameID();
-    });
-    // Nobody takes the next ones.
-    StreamStatistics const &s = host.stream.GetStatistics();
-    EXPECT_TRUE(Eventually([&] { return s.lost.Get() >= 5; }));
-    host.ForFrames(3, [&](TovCam::Buffer &buffer) { last = buffer.GetFrameID(); });
-    arv_device_execute_command(host.device, "AcquisitionStop", nullptr);
-    host.Stop();
-    host.ExpectSums();
+    {
+        RunningCamera running(m_device, 3);
+        running.ForFrames(60, [&](TovCam::Buffer &buffer) {
+            first = first == 0 ? buffer.GetFrameID() : first;
+            last = buffer.GetFrameID();
+        });
+        // Nobody takes the next ones.
+        EXPECT_TRUE(Eventually([&] { return s.lost.Get() >= 5; }));
+        running.ForFrames(3, [&](TovCam::Buffer &buffer) { last = buffer.GetFrameID(); });
+    }
+    ExpectSums();
     EXPECT_GE(s.skipped.Get(), 8u);
     std::uint64_t const told = s.complete.Get() + s.incomplete.Get() + s.lost.Get() + s.aborted.Get() + s.skipped.Get();
     EXPECT_GE(told, last - first + 1);
@@ -338,30 +226,28 @@ TEST(PacketSizeTest, IsAsLargeAsTheWayCarries)
         char const *address;
         int mtu; // of the way
         std::uint32_t adapterMtu, least, most;
-        bool hasTestPackets;
     };
-    for (Row const &row :
-         {Row{"127.0.0.1", 65536, 1500, 8192, 8192, true}, Row{"10.9.8.7", 65536, 9000, 9000, 9000, true},
-          Row{"10.9.8.7", 4000, 9000, 3960, 4000, true}, Row{"10.9.8.7", 1400, 1500, 1360, 1400, true},
-          Row{"10.9.8.7", 4000, 0, 1500, 1500, true}, Row{"10.9.8.7", 4000, 9000, 1600, 1600, false}}) {
+    for (Row const &row : {Row{"127.0.0.1", 65536, 1500, 8192, 8192}, Row{"10.9.8.7", 65536, 9000, 9000, 9000},
+                           Row{"10.9.8.7", 4000, 9000, 3960, 4000}, Row{"10.9.8.7", 1400, 1500, 1360, 1400},
+                           Row{"10.9.8.7", 4000, 0, 1500, 1500},
+                           // Not even the smallest test packet comes.
+                           Row{"10.9.8.7", 570, 9000, 1600, 1600}}) {
         SCOPED_TRACE(row.mtu);
         ASSERT_EQ(
             std::system(
                 ("ip link set lo mtu " + std::to_string(row.mtu) + "; ip address replace 10.9.8.7/24 dev lo").c_str()),
             0);
-        Camera camera(Grey, {{"GevSCPSPacketSize", "1600"}}, row.address);
-        Host host(row.address);
-        host.control->hasTestPackets = row.hasTestPackets;
-        EXPECT_EQ(NegotiatePacketSize(*host.control, row.adapterMtu), 0);
+        auto const camera = Serve(Grey, row.address);
+        Set(*camera, "GevSCPSPacketSize", "1600");
+        ControlChannel control(row.address);
+        ASSERT_TRUE(Eventually([&] { return control.Open() == TOV_CAM_ERR_OK; }));
+        EXPECT_EQ(NegotiatePacketSize(control, row.adapterMtu), 0);
         std::uint32_t size = 0, port = 1;
-        EXPECT_EQ(host.control->ReadRegister(StreamChannelPacketSize, size), 0);
-        EXPECT_EQ(host.control->ReadRegister(StreamChannelPort, port), 0);
+        EXPECT_EQ(control.ReadRegister(StreamChannelPacketSize, size), 0);
+        EXPECT_EQ(control.ReadRegister(StreamChannelPort, port), 0);
         EXPECT_GE(size, row.least);
         EXPECT_LE(size, row.most);
         EXPECT_EQ(port, 0u);
-        host.Start(8);
-        host.ForFrames(2, [&](TovCam::Buffer &buffer) { EXPECT_TRUE(camera.IsExact(buffer)); });
-        host.Stop();
     }
 }
 
