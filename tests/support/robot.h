@@ -22,6 +22,7 @@
 
 #include <exception>
 #include <functional>
+#include <future>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -65,28 +66,11 @@ public:
 
     // Runs a function on the GUI thread, also inside a nested event loop, and waits for it. What it throws comes here.
     template<typename F>
-    auto Gui(F f) -> decltype(f())
+    auto Gui(F f)
     {
-        std::exception_ptr thrown;
-        auto const run = [&](auto const &call) {
-            auto const guarded = [&] {
-                try {
-                    call();
-                } catch (...) {
-                    thrown = std::current_exception();
-                }
-            };
-            QMetaObject::invokeMethod(qApp, guarded, Qt::BlockingQueuedConnection);
-            if (thrown)
-                std::rethrow_exception(thrown);
-        };
-        if constexpr (std::is_void_v<decltype(f())>) {
-            run(f);
-        } else {
-            decltype(f()) result{};
-            run([&] { result = f(); });
-            return result;
-        }
+        std::packaged_task<decltype(f())()> task(std::move(f));
+        QMetaObject::invokeMethod(qApp, [&] { task(); }, Qt::BlockingQueuedConnection);
+        return task.get_future().get();
     }
 
     bool Holds(std::function<bool()> const &condition)
