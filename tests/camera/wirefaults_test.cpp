@@ -5,9 +5,7 @@
 
 namespace {
 
-class WireFaultsTest : public CameraTest
-{
-};
+using WireFaultsTest = CameraTest;
 
 // As arv-camera-test counts it; the tests of our own stream see what it makes of the same faults.
 TEST_F(WireFaultsTest, OfTheStream)

@@ -22,16 +22,10 @@
 
 namespace {
 
-class FakeGigE : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        setenv("TOV_CAMERA_INTERFACES", "gige", 1);
-    }
-};
+// Before any system is made.
+bool const s_gigeOnly = setenv("TOV_CAMERA_INTERFACES", "gige", 1) == 0;
 
-TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
+TEST(FakeGigE, IsListedWatchedLostAndFoundAgain)
 {
     Operator::Run([](Robot &robot, Operator &hands) {
         auto camera = std::make_unique<FakeGigECamera>();
@@ -131,7 +125,7 @@ private:
     int m_gain = 0;
 };
 
-TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
+TEST(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
 {
     QTemporaryDir const folder; // of the lines that outlive the camera
     qputenv("TMPDIR", folder.path().toUtf8());
