@@ -41,15 +41,15 @@ class Camera
 {
 public:
     explicit Camera(std::string const &name, Features const &features = {})
-        : model(FindModel(name)),
-          m_served(Serve(name)),
-          m_scene(model.sensorWidth, model.sensorHeight, model.colour)
+        : wire(Serve(name)),
+          m_model(FindModel(name)),
+          m_scene(m_model.sensorWidth, m_model.sensorHeight, m_model.colour)
     {
-        MakeSmall(wire);
-        Set(wire, {{"AcquisitionFrameRate", "100"},
-                   {"TestPattern", "GreyHorizontalRampMoving"},
-                   {"GevHeartbeatTimeout", "600000"}});
-        Set(wire, features);
+        MakeSmall(*wire);
+        Set(*wire, {{"AcquisitionFrameRate", "100"},
+                    {"TestPattern", "GreyHorizontalRampMoving"},
+                    {"GevHeartbeatTimeout", "600000"}});
+        Set(*wire, features);
     }
     bool IsExact(TovCam::Buffer &buffer)
     {
@@ -62,18 +62,15 @@ public:
         look.pattern = SimPattern::MovingRamp;
         m_scene.Prepare(format, look);
         std::vector<std::uint8_t> pixels(format.Payload());
-        m_scene.Draw(model.firstFrameID + buffer.GetFrameID() - 1, 0, pixels.data());
+        m_scene.Draw(m_model.firstFrameID + buffer.GetFrameID() - 1, 0, pixels.data());
         return image.imageSize == pixels.size() && std::equal(pixels.begin(), pixels.end(), image.imageData);
     }
 
-    SimModel const &model;
+    std::unique_ptr<WireCamera> const wire;
 
 private:
-    std::unique_ptr<WireCamera> const m_served;
+    SimModel const &m_model;
     SimScene m_scene;
-
-public:
-    WireCamera &wire = *m_served;
 };
 
 TEST_F(GigeStreamTest, FramesOfEveryKindComeExact)
@@ -104,9 +101,9 @@ TEST_F(GigeStreamTest, FramesOfEveryKindComeExact)
     }
     for (Row const &row : rows) {
         Camera camera(row.model, {{"PixelFormat", row.format}});
-        Set(camera.wire, row.features);
+        Set(*camera.wire, row.features);
         ASSERT_NO_FATAL_FAILURE(Open());
-        Set(camera.wire, "GevSCPSPacketSize", row.packetSize); // opening has found another one
+        Set(*camera.wire, "GevSCPSPacketSize", row.packetSize); // opening has found another one
         bool const hasChunks = std::count(row.features.begin(), row.features.end(), chunks[0]) > 0;
         for (bool const byRing : {false, true}) {
             SCOPED_TRACE(std::string(row.model) + ' ' + row.format + ' ' + row.packetSize + ' ' +
@@ -170,10 +167,10 @@ TEST_F(GigeStreamTest, FaultsAreMendedByAskingAgain)
                 Camera camera(Grey);
                 PermitRingSource(!ignored);
                 ASSERT_NO_FATAL_FAILURE(Open());
-                Set(camera.wire, "GevSCPSPacketSize", "1500");
-                Set(camera.wire, way);
-                Set(camera.wire, row.faults);
-                Set(camera.wire, "WireIgnoreResend", ignored ? "1" : "0");
+                Set(*camera.wire, "GevSCPSPacketSize", "1500");
+                Set(*camera.wire, way);
+                Set(*camera.wire, row.faults);
+                Set(*camera.wire, "WireIgnoreResend", ignored ? "1" : "0");
                 int incomplete = 0;
                 RunningCamera(m_device, 32).ForFrames(40, [&](TovCam::Buffer &buffer) {
                     incomplete += buffer.IsIncomplete();
@@ -216,7 +213,7 @@ TEST_F(GigeStreamTest, EveryFrameIsAccountedFor)
     EXPECT_GE(s.skipped.Get(), 8u);
     std::uint64_t const told = s.complete.Get() + s.incomplete.Get() + s.lost.Get() + s.aborted.Get() + s.skipped.Get();
     EXPECT_GE(told, last - first + 1);
-    EXPECT_GE(camera.wire.GetStatus().frames + s.skipped.Get(), told);
+    EXPECT_GE(camera.wire->GetStatus().frames + s.skipped.Get(), told);
 }
 
 TEST(PacketSizeTest, IsAsLargeAsTheWayCarries)

@@ -1,4 +1,4 @@
-// Each fault of the cameras on the network, as a foreign client and our own see it. In a network namespace of its own.
+// Each fault of the cameras on the network, as foreign clients and our own see it. In a network namespace of its own.
 #include "wireclients.h"
 
 #include "gige/controlchannel.h"
