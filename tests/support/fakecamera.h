@@ -394,7 +394,7 @@ public:
 
 private:
     template<typename Nodes>
-    static auto *Find(Nodes &nodes, char const *name, std::int32_t *error)
+    static typename Nodes::mapped_type *Find(Nodes &nodes, char const *name, std::int32_t *error)
     {
         auto const found = nodes.find(name);
         bool const known = found != nodes.end();

@@ -66,7 +66,7 @@ public:
 
     // Runs a function on the GUI thread, also inside a nested event loop, and waits for it. What it throws comes here.
     template<typename F>
-    auto Gui(F f)
+    auto Gui(F f) -> decltype(f())
     {
         std::packaged_task<decltype(f())()> task(std::move(f));
         QMetaObject::invokeMethod(qApp, [&] { task(); }, Qt::BlockingQueuedConnection);
