@@ -177,6 +177,7 @@ TEST_F(GigeDeviceTest, FramesAreWhatTheCameraSaysOfThem)
     Close(); // while there is somebody to say goodbye to
     // The port was written last when the channel opened, and alone when it closed.
     using namespace bootstrap;
+    EXPECT_EQ(m_camera->Get(StreamChannelPort), 0u);
     std::vector<std::uint32_t> written;
     for (ScriptedCamera::Bytes const &request : m_camera->Requests(gvcp::WRITEREG_CMD)) {
         if (std::uint32_t const address = LoadBig32(&request[8]); address >= StreamChannelPort)
