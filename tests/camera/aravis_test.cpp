@@ -2,7 +2,6 @@
 #include "contract.h"
 #include "fakegige.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <future>
 #include <memory>

@@ -11,7 +11,6 @@
 #include "sim/simscene.h"
 #include "wire/wireregisters.h"
 
-using namespace std::chrono_literals;
 using namespace gvcp::bootstrap;
 
 namespace {

@@ -6,8 +6,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-using namespace std::chrono_literals;
-
 namespace {
 
 using WireTest = CameraTest;
