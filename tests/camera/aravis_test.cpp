@@ -2,7 +2,6 @@
 #include "contract.h"
 #include "fakegige.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <future>
 #include <memory>
@@ -15,14 +14,6 @@ namespace {
 // Before any system is made.
 bool const s_gigeOnly = setenv("TOV_CAMERA_INTERFACES", "gige", 1) == 0;
 
-// A camera that has much else to do may not answer at once.
-TovCam::DeviceInfo *FindCamera(TovCam::System *system)
-{
-    TovCam::DeviceInfo *info = nullptr;
-    EXPECT_TRUE(Eventually([&] { return (info = system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
-    return info;
-}
-
 class AravisTest : public CameraTest
 {
 protected:
@@ -30,7 +21,7 @@ protected:
     {
         m_camera.reset(); // it has the port
         m_camera = std::make_unique<FakeGigECamera>(options);
-        Open(FindCamera(m_system));
+        Open(FindAt(m_system));
     }
 
     std::unique_ptr<FakeGigECamera> m_camera;
@@ -52,7 +43,7 @@ TEST_F(AravisTest, ListsTheCameraAndWhoHasItUntilItIsLost)
     TovCam::DeviceInfo *const info = interface->GetFirstDeviceInfo();
     EXPECT_STREQ(info->GetSerialNumber(), FakeGigECamera::Serial);
     EXPECT_STREQ(info->GetAddress(), "127.0.0.1");
-    EXPECT_EQ(FindCamera(m_system), info);
+    EXPECT_EQ(FindAt(m_system), info);
     std::string const host = info->GetHostInformation();
     for (char const *line :
          {"\nAdapter:        lo\n", "\nMTU:            65536 bytes\n", "\nHost address:   127.0.0.1\n"})

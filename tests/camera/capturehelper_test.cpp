@@ -5,6 +5,7 @@
 #include "gige/packetring.h"
 
 #include "asleep.h"
+#include "captureright.h"
 #include "udpframe.h"
 
 #include <gtest/gtest.h>
@@ -15,13 +16,9 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
-#include <linux/capability.h>
 #include <linux/if_packet.h>
-#include <linux/securebits.h>
 #include <net/if.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 
 namespace {
@@ -55,14 +52,11 @@ protected:
     }
 };
 
-// The helper's process. `before` runs in it first.
-class HelperRun
+// The exit status of the helper. `before` runs in its process first.
+int RunHelper(std::function<void()> const &before, char const *argument = nullptr)
 {
-public:
-    explicit HelperRun(std::function<void()> const &before, char const *argument = nullptr) : m_process(fork())
-    {
-        if (m_process != 0)
-            return;
+    pid_t const process = fork();
+    if (process == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         // Another user may not reach the folder.
         int const found = open(TOVSCOPE_CAPTURE, O_PATH | O_CLOEXEC);
@@ -74,16 +68,10 @@ public:
         execveat(program, "", arguments, environ, AT_EMPTY_PATH);
         _exit(127);
     }
-    int Wait() const
-    {
-        int status = 0;
-        EXPECT_TRUE(Eventually([&] { return waitpid(m_process, &status, WNOHANG) == m_process; }));
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t const m_process;
-};
+    int status = 0;
+    EXPECT_TRUE(Eventually([&] { return waitpid(process, &status, WNOHANG) == process; }));
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 struct Pair
 {
@@ -115,7 +103,7 @@ Reply Ask(void const *request, std::size_t size)
     Pair pair;
     EXPECT_EQ(send(pair.ends[0], request, size, MSG_NOSIGNAL), static_cast<ssize_t>(size));
     Reply reply;
-    reply.exit = HelperRun([&] { pair.GiveAway(); }).Wait();
+    reply.exit = RunHelper([&] { pair.GiveAway(); });
     iovec part{&reply.answer, sizeof reply.answer};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))]{};
     msghdr message{nullptr, 0, &part, 1, control, sizeof control, 0};
@@ -180,12 +168,18 @@ TEST_F(CaptureHelper, EndsWhenItIsStartedInAnotherWay)
     for (std::size_t const size : {std::size_t{0}, std::size_t{1}, sizeof request - 1, sizeof request + 1})
         EXPECT_EQ(Ask(message.data(), size).exit, CaptureNoRequest) << size;
 
+    auto const leave = [&] {
+        Pair left;
+        send(left.ends[0], &request, sizeof request, 0);
+        left.GiveAway();
+    };
     Pair const open, bytes(SOCK_STREAM);
     struct
     {
         char const *what;
         std::function<void()> before;
         int exit;
+        char const *argument = nullptr;
     } const cases[] = {
         {"nothing", [] { close(CaptureSocketFd); }, CaptureNotStartedByUs},
         {"a file", [] { dup2(::open("/dev/null", O_RDWR), CaptureSocketFd); }, CaptureNotStartedByUs},
@@ -197,18 +191,12 @@ TEST_F(CaptureHelper, EndsWhenItIsStartedInAnotherWay)
          CaptureNotStartedByUs},
         {"nobody there any more", [&] { Pair().GiveAway(); }, CaptureNoRequest},
         {"nothing comes", [&] { open.GiveAway(); }, CaptureNoRequest},
+        {"nobody waits for the answer", leave, CaptureNobodyListens},
+        {"with an argument", leave, CaptureUsage, "argument"},
+        {"asked for its version", [] {}, 0, "--version"},
     };
     for (auto const &c : cases)
-        EXPECT_EQ(HelperRun(c.before).Wait(), c.exit) << c.what;
-
-    auto const leave = [&] { // a request, and nobody who waits for the answer
-        Pair left;
-        send(left.ends[0], &request, sizeof request, 0);
-        left.GiveAway();
-    };
-    EXPECT_EQ(HelperRun(leave).Wait(), CaptureNobodyListens);
-    EXPECT_EQ(HelperRun(leave, "argument").Wait(), CaptureUsage);
-    EXPECT_EQ(HelperRun([] {}, "--version").Wait(), 0);
+        EXPECT_EQ(RunHelper(c.before, c.argument), c.exit) << c.what;
 }
 
 struct Packet
@@ -339,17 +327,6 @@ TEST_F(CaptureHelper, ItsCapturesSeeWhatWasAskedForAndNothingElse)
 
 // ---- The library ---------------------------------------------------------------------------------------------------
 
-// Of this thread.
-bool SetRightToCapture(bool given)
-{
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3];
-    if (syscall(SYS_capget, &header, rights) != 0)
-        return false;
-    rights[0].effective = given ? rights[0].permitted : rights[0].permitted & ~(1u << CAP_NET_RAW);
-    return syscall(SYS_capset, &header, rights) == 0;
-}
-
 std::ptrdiff_t CountOpenFiles()
 {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
@@ -383,13 +360,10 @@ TEST_F(CaptureHelper, TheLibraryUsesItWhereItHasNoRight)
         std::ptrdiff_t const open = CountOpenFiles();
         TovCam::CaptureFailure failure;
         std::int32_t status = 1;
-        // Whoever is root gets every right with a new program, unless this is said.
-        ASSERT_EQ(prctl(PR_SET_SECUREBITS, c.helperHasRight ? 0 : SECBIT_NOROOT), 0);
-        ASSERT_TRUE(SetRightToCapture(c.processHasRight));
+        ASSERT_TRUE(SetRightToCapture(c.processHasRight, c.helperHasRight));
         int const capture = *c.helper ? RequestCaptureSocket(target, c.helper, &status, &failure)
                                       : RequestCaptureSocket(target, &status, &failure);
-        ASSERT_TRUE(SetRightToCapture(true));
-        ASSERT_EQ(prctl(PR_SET_SECUREBITS, 0), 0);
+        ASSERT_TRUE(SetRightToCapture(true, true));
         bool const done = c.refusal == CaptureRefusal::None, denied = c.refusal == CaptureRefusal::NoRight;
         EXPECT_EQ(status, done ? TOV_CAM_ERR_OK : denied ? TOV_CAM_ERR_GENICAM_ACCESS : TOV_CAM_ERR_NO_DEVICE);
         EXPECT_EQ(failure.refusal, c.refusal);

@@ -20,7 +20,7 @@ protected:
         fs::create_directories(m_folder);
         OpenCamera();
         ASSERT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
-        m_text = ReadFile();
+        m_text = ReadFile(m_path);
     }
     ~ConfigurationTest() override
     {
@@ -31,9 +31,9 @@ protected:
     {
         Open(m_system->GetInterfaceList(2)->GetFirst()->GetFirstDeviceInfo());
     }
-    std::string ReadFile() const
+    static std::string ReadFile(std::string const &path)
     {
-        std::ifstream file(m_path, std::ios::binary);
+        std::ifstream file(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
     // The saved file with `from` replaced, and its count of values larger by `more`.
@@ -64,10 +64,7 @@ protected:
     TovCam::FeatureState State(std::string const &name) const
     {
         TovCam::FeatureState state;
-        for (std::uint32_t i = 0; i < m_nodes->GetFeatureCount(); ++i) {
-            if (m_nodes->GetFeature(i)->name == name)
-                m_nodes->ReadFeature(i, &state);
-        }
+        m_nodes->ReadFeature(FindFeature(m_nodes, name), &state);
         return state;
     }
 
@@ -156,7 +153,7 @@ TEST_F(ConfigurationTest, AppliesWhatItCan)
     EXPECT_EQ(m_nodes->GetFloatValue("Gamma", nullptr), 1.0);
     // The format belongs in a file that is saved now, though it is locked.
     ASSERT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
-    EXPECT_NE(ReadFile().find("\nWidth=512\n"), std::string::npos);
+    EXPECT_NE(ReadFile(m_path).find("\nWidth=512\n"), std::string::npos);
     ASSERT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 0), 0);
 
     ASSERT_EQ(m_nodes->ExecuteCommand("SimLoseCamera"), 0);
@@ -233,7 +230,7 @@ TEST_F(ConfigurationTest, FollowsDependenciesAndSelectors)
         return text.substr(text.find("[Features]"));
     };
     ASSERT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
-    m_text = ReadFile();
+    m_text = ReadFile(m_path);
     EXPECT_EQ(features(m_text), "[Features]\nWide=4\nOffset=5\nLate=3\nEarly=2\nFirst=1\n\n"
                                 "[Features Outer=0 Inner=0]\nValue=97\n\n[Features Outer=0 Inner=1]\nValue=98\n\n"
                                 "[Features Outer=1 Inner=0]\nValue=99\n\n[Features Outer=1 Inner=1]\nValue=100\n\n"
@@ -263,16 +260,16 @@ TEST_F(ConfigurationTest, SavingLeavesTheOldFileOrAWholeNewOne)
     fs::permissions(m_path, fs::perms(0604));
     ASSERT_EQ(m_nodes->SetIntegerValue("Width", 512), 0);
     ASSERT_EQ(m_device->SaveConfiguration(link.c_str()), 0);
-    EXPECT_NE(ReadFile().find("\nWidth=512\n"), std::string::npos);
+    EXPECT_NE(ReadFile(m_path).find("\nWidth=512\n"), std::string::npos);
     EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_EQ(fs::status(m_path).permissions(), fs::perms(0604));
     // Cameras that cannot be asked.
-    std::string const before = ReadFile();
+    std::string const before = ReadFile(m_path);
     ASSERT_EQ(m_nodes->SetStringValue("SimFailFeature", "GainSelector"), 0);
     EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), TOV_CAM_ERR_GENICAM_GENERIC);
     ASSERT_EQ(m_nodes->ExecuteCommand("SimLoseCamera"), 0);
     EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), TOV_CAM_ERR_NO_DEVICE);
-    EXPECT_EQ(ReadFile(), before);
+    EXPECT_EQ(ReadFile(m_path), before);
     EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 2); // nothing is left lying about
 }
 
@@ -289,26 +286,22 @@ TEST_F(ConfigurationTest, SavingOverTheFileOfAnotherCameraKeepsIt)
         {"no configuration", "notes\n", true},
         {"nothing", "", false},
     };
-    auto const textOf = [](std::string const &path) {
-        std::ifstream file(path, std::ios::binary);
-        return std::string{std::istreambuf_iterator<char>(file), {}};
-    };
     for (auto const &[name, text, keeps] : cases) {
         SCOPED_TRACE(name);
         fs::remove(kept);
         std::ofstream(m_path, std::ios::binary) << text;
         EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
-        EXPECT_EQ(ReadFile(), m_text);
+        EXPECT_EQ(ReadFile(m_path), m_text);
         EXPECT_EQ(m_device->GetConfigurationReport().keptAs, keeps ? kept : "");
         EXPECT_EQ(fs::exists(kept), keeps);
-        EXPECT_EQ(keeps ? textOf(kept) : "", keeps ? text : "");
+        EXPECT_EQ(ReadFile(kept), keeps ? text : "");
     }
     // Where it cannot be kept it stays where it is.
     fs::create_directories(kept + "/full");
     std::ofstream(m_path, std::ios::binary) << "notes\n";
     EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), TOV_CAM_ERR_FILE_NOT_FOUND);
     EXPECT_EQ(m_device->GetConfigurationReport().problem, TovCam::ConfigurationReport::Problem::NotKept);
-    EXPECT_EQ(ReadFile(), "notes\n");
+    EXPECT_EQ(ReadFile(m_path), "notes\n");
     EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 2);
 }
 

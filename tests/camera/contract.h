@@ -12,15 +12,12 @@
 
 constexpr std::uint32_t Generous = PatienceMs; // for what a machine with other work may do late
 
-// The index of a feature in the tree; a failure, and 0, where there is none.
-inline std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
+// A camera that has much else to do may not answer at once.
+inline TovCam::DeviceInfo *FindAt(TovCam::System *system, char const *address = "127.0.0.1")
 {
-    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
-        if (nodes->GetFeature(i)->name == name)
-            return i;
-    }
-    ADD_FAILURE() << "no feature " << name;
-    return 0;
+    TovCam::DeviceInfo *info = nullptr;
+    EXPECT_TRUE(Eventually([&] { return (info = system->FindDeviceByAddress(address, nullptr)) != nullptr; }));
+    return info;
 }
 
 // Counts what is told about a lost camera.
@@ -67,41 +64,39 @@ protected:
         m_stream = nullptr;
     }
     // The open camera is lost while frames flow: it is told, and everything still answers.
-    void ExpectLoss(std::function<void()> const &lose);
+    void ExpectLoss(std::function<void()> const &lose)
+    {
+        LossCounter loss;
+        ASSERT_EQ(m_device->RegisterEvent(TovCam::EventConnectionLost, LossCounter::Count, &loss), 0);
+        ASSERT_EQ(m_stream->AllocBufferQueue(nullptr, 4), 0);
+        ASSERT_EQ(m_stream->StartAcquisition(-1, 0), 0);
+        ASSERT_EQ(m_nodes->ExecuteCommand("AcquisitionStart"), 0);
+        TovCam::Buffer *buffer = m_stream->GetBuffer(Generous, nullptr);
+        ASSERT_NE(buffer, nullptr);
+        lose();
+        m_stream->QueueBuffer(buffer);
+        while ((buffer = m_stream->GetBuffer(500, nullptr))) // what was on its way
+            m_stream->QueueBuffer(buffer);
+        // The first access may wait for an answer; the next ones know better.
+        EXPECT_NE(m_nodes->SetIntegerValue("Width", 128), 0);
+        EXPECT_EQ(m_nodes->ExecuteCommand("AcquisitionStop"), TOV_CAM_ERR_NO_DEVICE);
+        ASSERT_TRUE(Eventually([&loss] { return loss.told == 1; }));
+        EXPECT_NE(loss.thread.load(), std::this_thread::get_id());
+        std::uint32_t value;
+        EXPECT_NE(m_device->ReadRegister(0x20006004, &value, 4), 0);
+        EXPECT_EQ(m_stream->GetBuffer(50, nullptr), nullptr);
+        EXPECT_EQ(m_stream->StopAcquisition(1), 0);
+        EXPECT_EQ(m_stream->ReleaseBufferQueue(), 0);
+        EXPECT_NE(m_stream->AllocBufferQueue(nullptr, 4), 0);
+        EXPECT_EQ(m_device->UnregisterEvent(TovCam::EventConnectionLost, LossCounter::Count, &loss), 0);
+        EXPECT_EQ(loss.told, 1);
+    }
 
     TovCam::System *m_system = TovCam_GetSystem();
     TovCam::Device *m_device = nullptr;
     TovCam::ParamArray *m_nodes = nullptr;
     TovCam::Stream *m_stream = nullptr;
 };
-
-inline void CameraTest::ExpectLoss(std::function<void()> const &lose)
-{
-    LossCounter loss;
-    ASSERT_EQ(m_device->RegisterEvent(TovCam::EventConnectionLost, LossCounter::Count, &loss), 0);
-    ASSERT_EQ(m_stream->AllocBufferQueue(nullptr, 4), 0);
-    ASSERT_EQ(m_stream->StartAcquisition(-1, 0), 0);
-    ASSERT_EQ(m_nodes->ExecuteCommand("AcquisitionStart"), 0);
-    TovCam::Buffer *buffer = m_stream->GetBuffer(Generous, nullptr);
-    ASSERT_NE(buffer, nullptr);
-    lose();
-    m_stream->QueueBuffer(buffer);
-    while ((buffer = m_stream->GetBuffer(500, nullptr))) // what was on its way
-        m_stream->QueueBuffer(buffer);
-    // The first access may wait for an answer; the next ones know better.
-    EXPECT_NE(m_nodes->SetIntegerValue("Width", 128), 0);
-    EXPECT_EQ(m_nodes->ExecuteCommand("AcquisitionStop"), TOV_CAM_ERR_NO_DEVICE);
-    ASSERT_TRUE(Eventually([&loss] { return loss.told == 1; }));
-    EXPECT_NE(loss.thread.load(), std::this_thread::get_id());
-    std::uint32_t value;
-    EXPECT_NE(m_device->ReadRegister(0x20006004, &value, 4), 0);
-    EXPECT_EQ(m_stream->GetBuffer(50, nullptr), nullptr);
-    EXPECT_EQ(m_stream->StopAcquisition(1), 0);
-    EXPECT_EQ(m_stream->ReleaseBufferQueue(), 0);
-    EXPECT_NE(m_stream->AllocBufferQueue(nullptr, 4), 0);
-    EXPECT_EQ(m_device->UnregisterEvent(TovCam::EventConnectionLost, LossCounter::Count, &loss), 0);
-    EXPECT_EQ(loss.told, 1);
-}
 
 struct ContractCamera
 {

@@ -40,7 +40,25 @@ Bytes Pending(Bytes const &answer, std::uint16_t time)
     return With({0, 0, 0, gvcp::PENDING_ACK, 0, gvcp::PendingAck::Size, answer[6], answer[7], 0, 0, 0, 0}, 10, time);
 }
 
-TEST(ControlChannel, AnswersThatDoNotFitAreCountedAndLeft)
+// With an open channel.
+class ControlChannelTest : public testing::Test
+{
+protected:
+    ControlChannelTest()
+    {
+        EXPECT_EQ(channel.Open(), 0);
+    }
+    std::int32_t Read()
+    {
+        return channel.ReadRegister(0x100, value);
+    }
+
+    ScriptedCamera camera;
+    ControlChannel channel{"127.0.0.1"};
+    std::uint32_t value = 0;
+};
+
+TEST_F(ControlChannelTest, AnswersThatDoNotFitAreCountedAndLeft)
 {
     using Counter = std::uint64_t ControlChannel::Counters::*;
     using Counters = ControlChannel::Counters;
@@ -68,9 +86,6 @@ TEST(ControlChannel, AnswersThatDoNotFitAreCountedAndLeft)
          &Counters::malformed},
         {"from elsewhere", [](Bytes const &good) { return With(good, 8, 0xBAD); }, &Counters::foreign, true},
     };
-    ScriptedCamera camera;
-    ControlChannel channel("127.0.0.1");
-    ASSERT_EQ(channel.Open(), 0);
     std::uint32_t address = 0x100;
     for (Row const &row : rows) {
         SCOPED_TRACE(row.name);
@@ -80,7 +95,6 @@ TEST(ControlChannel, AnswersThatDoNotFitAreCountedAndLeft)
         });
         std::uint64_t const before = channel.GetCounters().*row.counter;
         // The one from elsewhere has a way of its own and may come later.
-        std::uint32_t value = 0;
         EXPECT_TRUE(Eventually([&] {
             address += 4;
             camera.Put(address, address);
@@ -127,11 +141,8 @@ TEST(ControlChannel, AFloodKeepsNothingFromTheCamera)
     }
 }
 
-TEST(ControlChannel, RefusalsHaveTheirStatuses)
+TEST_F(ControlChannelTest, RefusalsHaveTheirStatuses)
 {
-    ScriptedCamera camera;
-    ControlChannel channel("127.0.0.1");
-    ASSERT_EQ(channel.Open(), 0);
     std::pair<std::uint16_t, std::int32_t> const rows[] = {
         {gvcp::GEV_STATUS_ACCESS_DENIED, TOV_CAM_ERR_GENICAM_ACCESS},
         {gvcp::GEV_STATUS_WRITE_PROTECT, TOV_CAM_ERR_GENICAM_ACCESS},
@@ -143,9 +154,8 @@ TEST(ControlChannel, RefusalsHaveTheirStatuses)
         camera.Set([refusal = refusal](Bytes const &, Bytes const &good) {
             return Datagrams{{With(Sized(good, 8 - static_cast<std::ptrdiff_t>(good.size()), true), 0, refusal)}};
         });
-        std::uint32_t value = 5;
-        EXPECT_EQ(channel.ReadRegister(0x100, value), status);
-        EXPECT_EQ(value, 5u);
+        EXPECT_EQ(Read(), status);
+        EXPECT_EQ(value, 0u);
         EXPECT_EQ(channel.WriteRegister(0x100, 1), status);
     }
     Bytes bytes(0x20);
@@ -153,11 +163,8 @@ TEST(ControlChannel, RefusalsHaveTheirStatuses)
     EXPECT_EQ(channel.GetCounters().abandoned, 0u);
 }
 
-TEST(ControlChannel, MemoryIsReadAndWrittenInWholeRegisters)
+TEST_F(ControlChannelTest, MemoryIsReadAndWrittenInWholeRegisters)
 {
-    ScriptedCamera camera;
-    ControlChannel channel("127.0.0.1");
-    ASSERT_EQ(channel.Open(), 0);
     for (auto const &[address, size] : std::initializer_list<std::pair<std::uint32_t, std::size_t>>{
              {Somewhere, 4}, {Somewhere + 3, 1}, {Somewhere + 1, 7}, {Somewhere + 2, 512}, {Somewhere, 2000}}) {
         SCOPED_TRACE(std::to_string(address) + ' ' + std::to_string(size));
@@ -181,40 +188,32 @@ TEST(ControlChannel, MemoryIsReadAndWrittenInWholeRegisters)
                               2,    3,    0, 0,    4, 0,  0, 0, 1, 0x23, 0x45, 0x67, 0x89}));
 }
 
-TEST(ControlChannel, OneWithoutAnswerSparesTheOthersTheWait)
+TEST_F(ControlChannelTest, OneWithoutAnswerSparesTheOthersTheWait)
 {
-    ScriptedCamera camera;
-    ControlChannel channel("127.0.0.1");
-    ASSERT_EQ(channel.Open(), 0);
     camera.Set(Nothing);
-    std::uint32_t value;
     std::size_t const before = camera.Requests(gvcp::READREG_CMD).size();
-    EXPECT_EQ(channel.ReadRegister(0x100, value), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(Read(), TOV_CAM_ERR_NO_DEVICE);
     EXPECT_TRUE(channel.IsSilent());
     std::vector<Bytes> const tries = camera.Requests(gvcp::READREG_CMD);
     ASSERT_EQ(tries.size() - before, 6u);
     EXPECT_EQ(tries.back(), tries[before]); // the same id
     for (int i = 0; i < 1000; ++i)
-        EXPECT_EQ(channel.ReadRegister(0x100, value), TOV_CAM_ERR_NO_DEVICE);
+        EXPECT_EQ(Read(), TOV_CAM_ERR_NO_DEVICE);
     EXPECT_EQ(camera.Requests(gvcp::READREG_CMD).size() - before, 6u);
     camera.Set({});
-    EXPECT_TRUE(Eventually([&] { return channel.ReadRegister(0x100, value) == 0; }));
+    EXPECT_TRUE(Eventually([&] { return Read() == 0; }));
     EXPECT_FALSE(channel.IsLost());
 }
 
-TEST(ControlChannel, ACameraThatAsksForTimeGetsSome)
+TEST_F(ControlChannelTest, ACameraThatAsksForTimeGetsSome)
 {
-    ScriptedCamera camera;
-    ControlChannel channel("127.0.0.1");
-    ASSERT_EQ(channel.Open(), 0);
     camera.Put(0x100, 77);
     camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{Pending(good, 60000)}, {good}}; });
-    std::uint32_t value = 0;
-    EXPECT_EQ(channel.ReadRegister(0x100, value), 0);
+    EXPECT_EQ(Read(), 0);
     EXPECT_EQ(value, 77u);
     std::uint64_t const repeated = channel.GetCounters().repeated;
     camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{Pending(good, 60000)}}; });
-    EXPECT_EQ(channel.ReadRegister(0x100, value), TOV_CAM_ERR_NO_DEVICE); // in the end
+    EXPECT_EQ(Read(), TOV_CAM_ERR_NO_DEVICE); // in the end
     EXPECT_EQ(channel.GetCounters().repeated, repeated);
     EXPECT_EQ(channel.GetCounters().abandoned, 1u);
 }

@@ -1,48 +1,10 @@
 // The program tovfakecam: its options, and what becomes of it. Serving as such has tests of its own.
-
-#include <gtest/gtest.h>
+#include "wireclients.h"
 
 #include <csignal>
-#include <cstdio>
-#include <string>
-
 #include <fnmatch.h>
-#include <sys/wait.h>
 
 namespace {
-
-// The program at work: what it writes can be waited for.
-class Program
-{
-public:
-    explicit Program(std::string const &arguments, std::string const &script = {})
-    {
-        std::string const command =
-            "printf '" + script + "' | sh -c 'echo $$; exec " TOVFAKECAM " " + arguments + " 2>&1'";
-        m_output = popen(command.c_str(), "r");
-        m_process = std::stoi(ReadLine());
-    }
-
-    std::string ReadLine()
-    {
-        char line[200] = "";
-        return std::fgets(line, sizeof line, m_output) ? line : "";
-    }
-    // To be called once: all that it still writes, and "=> " and its exit status.
-    std::string Finish(int signal = 0)
-    {
-        kill(m_process, signal);
-        std::string text;
-        for (std::string line = ReadLine(); !line.empty(); line = ReadLine())
-            text += line;
-        int const status = pclose(m_output);
-        return text + "=> " + (WIFEXITED(status) ? std::to_string(WEXITSTATUS(status)) : "a signal");
-    }
-
-private:
-    std::FILE *m_output;
-    pid_t m_process;
-};
 
 TEST(FakeCam, SaysWhatItServesAndWhyNot)
 {
@@ -89,7 +51,8 @@ TEST(FakeCam, SaysWhatItServesAndWhyNot)
     for (auto const &row : rows) {
         // A script ends the program where it is not refused.
         std::string const script = *row.script ? row.script : "end";
-        std::string const text = Program("-f - " + std::string(row.arguments), script).Finish();
+        Outcome const seen = RunShell("printf '" + script + "' | " TOVFAKECAM " -f - " + row.arguments);
+        std::string const text = seen.text + "=> " + std::to_string(seen.code);
         EXPECT_EQ(fnmatch(row.pattern, text.c_str(), 0), 0) << row.arguments << '\n' << row.script << '\n' << text;
     }
 }
@@ -97,11 +60,11 @@ TEST(FakeCam, SaysWhatItServesAndWhyNot)
 TEST(FakeCam, ServesUntilASignal)
 {
     for (int const signal : {SIGINT, SIGTERM}) {
-        Program program("--status -i lo --camera VG-1280C,name=Left");
+        Client program(TOVFAKECAM " --status -i lo --camera VG-1280C,name=Left");
         EXPECT_EQ(program.ReadLine(), "VG-1280C 912800058, Left at 127.0.0.1, UDP port 3956\n");
         program.ReadLine();
         EXPECT_EQ(program.ReadLine(), "912800058 at 127.0.0.1: 0 frames, 0 packets, 0 resent, 0 refused, no host\n");
-        EXPECT_TRUE(program.Finish(signal).ends_with("=> 0"));
+        EXPECT_EQ(program.Stop(signal).code, 0);
     }
 }
 

@@ -1,21 +1,16 @@
 // A GigE camera opened as a whole: what its description leaves out, how its registers are reached, and what whoever
 // waits for the opening sees of it. In a network namespace of its own.
-#include "contract.h"
+#include "wireclients.h"
 
 #include "asleep.h"
 #include "scriptedcamera.h"
-#include "wirecamera.h"
 
-#include <cstdlib>
 #include <future>
 
 namespace {
 
 namespace bootstrap = gvcp::bootstrap;
 using TovCam::OpenProgress;
-
-// Before any system is made.
-bool const s_gigeOnly = setenv("TOV_CAMERA_INTERFACES", "gige", 1) == 0;
 
 std::string Describe(char const *minorVersion, std::string const &nodes)
 {
@@ -41,15 +36,7 @@ protected:
         m_camera.reset();
         m_camera = std::make_unique<ScriptedCamera>();
         m_camera->Describe(description);
-        Open(Find());
-    }
-
-    TovCam::DeviceInfo *Find() const
-    {
-        TovCam::DeviceInfo *info = nullptr;
-        EXPECT_TRUE(
-            Eventually([&] { return (info = m_system->FindDeviceByAddress("127.0.0.1", nullptr)) != nullptr; }));
-        return info;
+        Open(FindAt(m_system));
     }
 
     std::unique_ptr<ScriptedCamera> m_camera;
@@ -188,15 +175,24 @@ TEST_F(GigeDeviceTest, FramesAreWhatTheCameraSaysOfThem)
         EXPECT_EQ(m_stream->StopAcquisition(1), 0);
     }
     Close(); // while there is somebody to say goodbye to
+    // The port was written last when the channel opened, and alone when it closed.
+    using namespace bootstrap;
+    EXPECT_EQ(m_camera->Get(StreamChannelPort), 0u);
+    std::vector<std::uint32_t> written;
+    for (ScriptedCamera::Bytes const &request : m_camera->Requests(gvcp::WRITEREG_CMD)) {
+        if (std::uint32_t const address = LoadBig32(&request[8]); address >= StreamChannelPort)
+            written.push_back(address);
+    }
+    EXPECT_EQ(written, (std::vector<std::uint32_t>{StreamChannelPacketSize, StreamChannelDestinationAddress,
+                                                   StreamChannelPort, 0xF000, 0xF000, StreamChannelPort}));
 }
 
 TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
 {
-    auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});
-    TovCam::DeviceInfo *const info = Find();
+    auto const camera = ::Serve(Grey);
+    TovCam::DeviceInfo *const info = FindAt(m_system);
     Open(info);
-    std::string why;
-    ASSERT_TRUE(camera->SetFeature("WireDuplicate", "5", why)) << why;
+    Set(*camera, "WireDuplicate", "5");
     auto const number = [this](char const *name) {
         return m_nodes->GetIntegerValue(name, nullptr);
     };
@@ -221,10 +217,9 @@ TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
 
 TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
 {
-    auto const camera = std::make_unique<WireCamera>(WireCameraOptions{GetWireModels()[0], "127.0.0.1", "", ""});
-    TovCam::DeviceInfo *const info = Find();
-    std::string why;
-    ASSERT_TRUE(camera->SetFeature("WireAnswerDelay", "50", why)) << why;
+    auto const camera = ::Serve(Grey);
+    TovCam::DeviceInfo *const info = FindAt(m_system);
+    Set(*camera, "WireAnswerDelay", "50");
     OpenProgress progress;
     info->SetOpenProgress(&progress);
     auto opening = std::async(std::launch::async, [info] { return TovCam_CreateDevice(info, 2, nullptr); });
@@ -237,7 +232,7 @@ TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
     EXPECT_EQ(progress.stage, OpenProgress::Stage::Over);
     EXPECT_LT(progress.bytes, progress.total);
     // It is free again, and the next one goes through.
-    ASSERT_TRUE(camera->SetFeature("WireAnswerDelay", "0", why)) << why;
+    Set(*camera, "WireAnswerDelay", "0");
     EXPECT_TRUE(Eventually([&] { return camera->GetStatus().controller.empty(); }));
     OpenProgress another;
     info->SetOpenProgress(&another);
@@ -251,7 +246,7 @@ TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
     // The same by a configuration file.
     OpenProgress third;
     m_system->SetOpenProgress(&third);
-    ASSERT_TRUE(camera->SetFeature("WireAnswerDelay", "50", why)) << why;
+    Set(*camera, "WireAnswerDelay", "50");
     opening = std::async(std::launch::async,
                          [this] { return m_system->OpenDeviceFromConfiguration("opened.tcfg", nullptr); });
     EXPECT_TRUE(Eventually([&] { return third.stage == OpenProgress::Stage::Description && third.bytes > 4000; }));

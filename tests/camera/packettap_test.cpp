@@ -14,8 +14,6 @@
 #include <pcap/dlt.h>
 #include <thread>
 
-using namespace std::chrono_literals;
-
 namespace {
 
 // ---- Framing -----------------------------------------------------------------------------------------------------

@@ -217,18 +217,8 @@ TEST(SimDescriptions, AreUsedOrRefused)
         bool usable = false;
     } const cases[] = {
         {"plain", plain, true},
-        {"empty", ""},
         {"truncated", plain.substr(0, 190)},
         {"too large", Described("<!--" + std::string(9 << 20, 'x') + "-->")},
-        {"deep elements", Described(Repeat(5000, [](int) { return "<Group>"; }))},
-        {"entities",
-         "<?xml version=\"1.0\"?><!DOCTYPE r [<!ENTITY N0 \"aaaaaaaaaa\">" +
-             Repeat(20,
-                    [](int i) {
-                        std::string const last = "&" + N(i) + ";";
-                        return "<!ENTITY " + N(i + 1) + " \"" + last + last + last + "\">";
-                    }) +
-             "]><RegisterDescription><String Name=\"S\"><Value>&N20;</Value></String></RegisterDescription>"},
         {"circle", Described(Integer("A", "<pValue>B</pValue>") + Integer("B", "<pValue>C<!-- -->C</pValue>") +
                              Integer("CC", "<pValue>A</pValue>"))},
         {"circle through an address",

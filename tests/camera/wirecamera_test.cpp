@@ -1,16 +1,14 @@
 // The cameras on the network before foreign clients and our own. Runs in a network namespace of its own.
 #include "wireclients.h"
 
+#include "gige/controlchannel.h"
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-using namespace std::chrono_literals;
-
 namespace {
 
-class WireTest : public CameraTest
-{
-};
+using WireTest = CameraTest;
 
 TEST_F(WireTest, ArvToolReadsAndWritesFeatures)
 {
@@ -146,86 +144,71 @@ TEST_F(WireTest, OneHostHasControlUntilItFallsSilent)
     RunningCamera(m_device).ForFrames(3, [](auto &) {});
 }
 
-// What no client of ours uses: a host made by hand.
+// What no client of ours uses, by hand.
 TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
 {
     auto const camera = Serve(Grey);
     MakeSmall(*camera);
-    int const host = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in own{}, control{};
-    own.sin_family = control.sin_family = AF_INET;
-    own.sin_addr.s_addr = control.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    control.sin_port = htons(gvcp::Port);
+    ControlChannel control("127.0.0.1");
+    ASSERT_EQ(control.Open(), 0);
+    // Actions go out by one socket, events come to the other.
+    int const asker = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0),
+              host = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in wire{AF_INET, htons(gvcp::Port), {htonl(INADDR_LOOPBACK)}, {}}, own{AF_INET, 0, wire.sin_addr, {}},
+        from{};
     socklen_t length = sizeof own;
+    ASSERT_EQ(connect(asker, reinterpret_cast<sockaddr *>(&wire), sizeof wire), 0);
     ASSERT_EQ(bind(host, reinterpret_cast<sockaddr *>(&own), sizeof own), 0);
     ASSERT_EQ(getsockname(host, reinterpret_cast<sockaddr *>(&own), &length), 0);
-    for (auto const &[feature, value] : std::initializer_list<std::pair<char const *, std::string>>{
-             {"GevHeartbeatTimeout", "600000"},
-             {"GevMCDA", "127.0.0.1"},
-             {"GevMCPHostPort", std::to_string(ntohs(own.sin_port))},
-             {"GevMCRC", "3"},
-             {"GevMCTT", "100"},
-             {"EventSelector", "ExposureEnd"},
-             {"EventNotification", "On"},
-             {"TriggerMode", "On"},
-             {"TriggerSource", "Action1"},
-             {"ActionDeviceKey", "7"},
-             {"ActionSelector", "1"},
-             {"ActionGroupKey", "8"},
-             {"ActionGroupMask", "1"},
-             {"AcquisitionStart", ""}})
-        Set(*camera, feature, value);
-    std::array<std::uint8_t, 20> action{0x42, 0x01, 0x01, 0x00, 0, 12, 0, 5, 0, 0, 0, 7, 0, 0, 0, 8, 0, 0, 0, 1};
-    std::array<std::uint8_t, 600> packet;
     timeval const patience{PatienceMs / 1000, 0};
-    setsockopt(host, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    auto const send = [&](auto const &bytes, sockaddr_in const &to) {
-        sendto(host, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr const *>(&to), sizeof to);
-    };
-    constexpr std::array<std::uint8_t, 16> TakeControl{0x42, 0x01, 0, 0x82, 0, 8, 0, 4, 0, 0, 0x0A, 0, 0, 0, 0, 2};
-    send(TakeControl, control);
-    ASSERT_GT(recv(host, packet.data(), packet.size(), 0), 0);
-    int actions = 0, events = 0;
-    std::uint64_t lastEvent = 0;
-    while (events < 3) {
-        if (actions == events) {
-            action[7] = static_cast<std::uint8_t>(5 + actions);
-            send(action, control);
+    for (int const one : {asker, host})
+        setsockopt(one, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    Set(*camera, {{"GevMCDA", "127.0.0.1"},
+                  {"GevMCPHostPort", std::to_string(ntohs(own.sin_port))},
+                  {"GevMCRC", "3"},
+                  {"GevMCTT", "100"},
+                  {"EventSelector", "ExposureEnd"},
+                  {"EventNotification", "On"},
+                  {"TriggerMode", "On"},
+                  {"TriggerSource", "Action1"},
+                  {"ActionDeviceKey", "7"},
+                  {"ActionSelector", "1"},
+                  {"ActionGroupKey", "8"},
+                  {"ActionGroupMask", "1"},
+                  {"AcquisitionStart", ""}});
+    std::array<std::uint8_t, 20> action{0x42, 0x01, 0x01, 0x00, 0, 12, 0, 4, 0, 0, 0, 7, 0, 0, 0, 8, 0, 0, 0, 1};
+    std::array<std::uint8_t, 600> packet;
+    for (std::uint64_t frame = 1; frame <= 3; ++frame) {
+        ++action[7];
+        send(asker, action.data(), action.size(), 0);
+        ASSERT_EQ(recv(asker, packet.data(), packet.size(), 0), 8);
+        EXPECT_EQ(LoadBig32(packet.data()), std::uint32_t{gvcp::ACTION_ACK}); // and its status is success
+        for (std::uint64_t told = 0; told != frame;) {                        // the one before may be told again
+            length = sizeof from;
+            ssize_t const size =
+                recvfrom(host, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&from), &length);
+            ASSERT_GT(size, 0) << frame;
+            std::span const bytes(packet.data(), static_cast<std::size_t>(size));
+            std::optional<gvcp::Header> const header = gvcp::ReadHeader(bytes);
+            ASSERT_TRUE(header && header->code == gvcp::EVENT_CMD);
+            told = LoadBig16(&gvcp::BodyOf(bytes, *header)[gvcp::EventRecord::BlockId]);
+            std::array<std::uint8_t, gvcp::HeaderSize> acknowledge;
+            gvcp::WriteHeader(acknowledge, {gvcp::GEV_STATUS_SUCCESS, gvcp::EVENT_ACK, 0, header->id});
+            sendto(host, acknowledge.data(), acknowledge.size(), 0, reinterpret_cast<sockaddr *>(&from), length);
         }
-        sockaddr_in from{};
-        length = sizeof from;
-        ssize_t const size =
-            recvfrom(host, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&from), &length);
-        ASSERT_GT(size, 0) << actions << ' ' << events;
-        std::span const bytes(packet.data(), static_cast<std::size_t>(size));
-        std::optional<gvcp::Header> const header = gvcp::ReadHeader(bytes);
-        ASSERT_TRUE(header);
-        if (header->code == gvcp::ACTION_ACK) {
-            EXPECT_EQ(header->lead, gvcp::GEV_STATUS_SUCCESS);
-            ++actions;
-            continue;
-        }
-        ASSERT_EQ(header->code, gvcp::EVENT_CMD);
-        std::uint64_t const block = LoadBig16(&gvcp::BodyOf(bytes, *header)[gvcp::EventRecord::BlockId]);
-        events += block != lastEvent; // not one that is told again
-        lastEvent = block;
-        std::array<std::uint8_t, gvcp::HeaderSize> acknowledge;
-        gvcp::WriteHeader(acknowledge, {gvcp::GEV_STATUS_SUCCESS, gvcp::EVENT_ACK, 0, header->id});
-        send(acknowledge, from);
     }
-    EXPECT_EQ(lastEvent, 3u);
     // A camera is sent elsewhere by its hardware address while nobody has control.
-    constexpr std::array<std::uint8_t, 16> GiveBack{0x42, 0x01, 0, 0x82, 0, 8, 1, 4, 0, 0, 0x0A, 0, 0, 0, 0, 0};
-    send(GiveBack, control);
+    control.Close();
     std::array<std::uint8_t, gvcp::HeaderSize + gvcp::ForceIp::Size> force{0x42, 0x01, 0, 4, 0, 56, 1, 5};
     std::uint8_t *const body = force.data() + gvcp::HeaderSize;
     StoreBig16(body + gvcp::ForceIp::MacAddressHigh, 0x0254);
     StoreBig32(body + gvcp::ForceIp::MacAddressLow, INADDR_LOOPBACK);
     StoreBig32(body + gvcp::ForceIp::IpAddress, INADDR_LOOPBACK + 6);
     StoreBig32(body + gvcp::ForceIp::SubnetMask, 0xFF000000);
-    send(force, control);
+    send(asker, force.data(), force.size(), 0);
     EXPECT_TRUE(Eventually([&] { return camera->GetStatus().address == "127.0.0.7"; }));
     EXPECT_EQ(RunShell("arv-tool-0.8 -a 127.0.0.7 control Width").code, 0);
+    close(asker);
     close(host);
 }
 

@@ -17,6 +17,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 inline constexpr char Grey[] = "VG-2048M", Colour[] = "VG-1280C";
 
@@ -77,8 +78,15 @@ public:
             Stop(SIGKILL);
     }
     Client(Client const &) = delete;
-    Client &operator=(Client const &) = delete;
 
+    // The next line that it prints.
+    std::string ReadLine() const
+    {
+        std::string line;
+        for (char letter = 0; letter != '\n' && read(m_output, &letter, 1) == 1;)
+            line += letter;
+        return line;
+    }
     Outcome Stop(int signal = SIGINT)
     {
         kill(m_process, signal);
@@ -99,36 +107,42 @@ private:
     int m_output = -1;
 };
 
+inline SimModel const &FindModel(std::string const &name)
+{
+    for (SimModel const *model : GetWireModels()) {
+        if (name == model->name)
+            return *model;
+    }
+    throw std::runtime_error("no model " + name);
+}
+
 inline std::unique_ptr<WireCamera> Serve(std::string const &model, std::string const &address = "127.0.0.1")
 {
-    for (SimModel const *known : GetWireModels()) {
-        if (model == known->name)
-            return std::make_unique<WireCamera>(WireCameraOptions{known, address, "W" + model.substr(3), {}});
-    }
-    throw std::runtime_error("no model " + model);
+    return std::make_unique<WireCamera>(WireCameraOptions{&FindModel(model), address, "W" + model.substr(3), {}});
 }
 
 inline void Set(WireCamera &camera, std::string const &name, std::string const &value)
 {
     std::string why;
-    EXPECT_TRUE(camera.SetFeature(name, value, why)) << why;
+    EXPECT_TRUE(camera.SetFeature(name, value, why)) << name << ": " << why;
+}
+
+using Features = std::vector<std::pair<std::string, std::string>>;
+
+inline void Set(WireCamera &camera, Features const &features)
+{
+    for (auto const &[name, value] : features)
+        Set(camera, name, value);
 }
 
 // Frames that a busy computer keeps up with.
 inline void MakeSmall(WireCamera &camera)
 {
-    Set(camera, "Width", "320");
-    Set(camera, "Height", "200");
-    Set(camera, "ExposureTime", "1000");
-    Set(camera, "AcquisitionFrameRateEnable", "1");
-    Set(camera, "AcquisitionFrameRate", "60");
-}
-
-inline TovCam::DeviceInfo *FindAt(TovCam::System *system, char const *address)
-{
-    TovCam::DeviceInfo *info = nullptr;
-    EXPECT_TRUE(Eventually([&] { return (info = system->FindDeviceByAddress(address, nullptr)) != nullptr; }));
-    return info;
+    Set(camera, {{"Width", "320"},
+                 {"Height", "200"},
+                 {"ExposureTime", "1000"},
+                 {"AcquisitionFrameRateEnable", "1"},
+                 {"AcquisitionFrameRate", "60"}});
 }
 
 // What arv-camera-test counts while the camera sends so many frames.

@@ -8,12 +8,8 @@
 #include <QApplication>
 #include <QDir>
 #include <QEventLoop>
-#include <QFileDialog>
 #include <QImage>
-#include <QLineEdit>
 #include <QMainWindow>
-#include <QMenu>
-#include <QMenuBar>
 #include <QMessageBox>
 #include <QProcess>
 #include <QPushButton>
@@ -26,6 +22,7 @@
 
 #include <exception>
 #include <functional>
+#include <future>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -71,26 +68,9 @@ public:
     template<typename F>
     auto Gui(F f) -> decltype(f())
     {
-        std::exception_ptr thrown;
-        auto const run = [&](auto const &call) {
-            auto const guarded = [&] {
-                try {
-                    call();
-                } catch (...) {
-                    thrown = std::current_exception();
-                }
-            };
-            QMetaObject::invokeMethod(qApp, guarded, Qt::BlockingQueuedConnection);
-            if (thrown)
-                std::rethrow_exception(thrown);
-        };
-        if constexpr (std::is_void_v<decltype(f())>) {
-            run(f);
-        } else {
-            decltype(f()) result{};
-            run([&] { result = f(); });
-            return result;
-        }
+        std::packaged_task<decltype(f())()> task(std::move(f));
+        QMetaObject::invokeMethod(qApp, [&] { task(); }, Qt::BlockingQueuedConnection);
+        return task.get_future().get();
     }
 
     bool Holds(std::function<bool()> const &condition)
@@ -157,26 +137,6 @@ public:
         Click(button);
     }
 
-    // An action through its menu in the menu bar.
-    void ClickMenu(QMainWindow *window, char const *action)
-    {
-        auto *found = Gui([=] { return window->findChild<QAction *>(QString::fromLatin1(action)); });
-        auto *menu = Gui([=] {
-            for (QMenu *menu : window->menuBar()->findChildren<QMenu *>())
-                if (menu->actions().contains(found))
-                    return menu;
-            return static_cast<QMenu *>(nullptr);
-        });
-        if (!menu)
-            throw std::runtime_error(std::string("no menu with ") + action);
-        ClickAt(Gui([=] {
-            QMenuBar *bar = window->menuBar();
-            return bar->mapToGlobal(bar->actionGeometry(menu->menuAction()).center());
-        }));
-        WaitFor("the menu", [=] { return menu->isVisible(); });
-        ClickAt(Gui([=] { return menu->mapToGlobal(menu->actionGeometry(found).center()); }));
-    }
-
     void Drag(QPoint from, QPoint to)
     {
         MoveTo(from);
@@ -194,23 +154,6 @@ public:
     void Type(QString const &text)
     {
         XDo({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("4"), QStringLiteral("--"), text});
-    }
-
-    // Waits for a file dialog, gives it the name and waits until it has gone.
-    void AnswerFileDialog(QString const &file)
-    {
-        auto const dialog = [] {
-            return qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
-        };
-        auto const name = [] {
-            return qobject_cast<QLineEdit *>(QApplication::focusWidget());
-        };
-        WaitFor("a file dialog", [=] { return dialog() && dialog()->isActiveWindow() && name(); });
-        Key("ctrl+a");
-        Type(file);
-        WaitFor("the name in the file dialog", [=] { return name() && name()->text() == file; });
-        Key("Return");
-        WaitFor("the file dialog to close", [=] { return !dialog(); });
     }
 
     // Waits for a message box, returns its text and presses its default button with the pointer.

@@ -10,6 +10,17 @@
 #include <map>
 #include <string>
 
+// The index of a feature in the tree; a failure, and 0, where there is none.
+inline std::uint32_t FindFeature(TovCam::ParamArray *nodes, std::string const &name)
+{
+    for (std::uint32_t i = 0; i < nodes->GetFeatureCount(); ++i) {
+        if (nodes->GetFeature(i)->name == name)
+            return i;
+    }
+    ADD_FAILURE() << "no feature " << name;
+    return 0;
+}
+
 inline std::string TextOf(TovCam::FeatureKind kind, TovCam::FeatureValue const &value)
 {
     if (kind == TovCam::FeatureKind::Float)

@@ -1,5 +1,6 @@
 // An operator with a GigE Vision camera that is not ours, on loopback in a network namespace: seen by the selector,
 // watched, lost, and found again.
+#include "captureright.h"
 #include "fakegige.h"
 #include "operator.h"
 
@@ -19,23 +20,12 @@
 #include <tuple>
 #include <utility>
 
-#include <linux/capability.h>
-#include <linux/securebits.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
-
 namespace {
 
-class FakeGigE : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        setenv("TOV_CAMERA_INTERFACES", "gige", 1);
-    }
-};
+// Before any system is made.
+bool const s_gigeOnly = setenv("TOV_CAMERA_INTERFACES", "gige", 1) == 0;
 
-TEST_F(FakeGigE, IsListedWatchedLostAndFoundAgain)
+TEST(FakeGigE, IsListedWatchedLostAndFoundAgain)
 {
     Operator::Run([](Robot &robot, Operator &hands) {
         auto camera = std::make_unique<FakeGigECamera>();
@@ -135,19 +125,7 @@ private:
     int m_gain = 0;
 };
 
-// Of the calling thread; and whether a program that it starts as root gets every right, as it otherwise does.
-bool SetRightToCapture(bool given, bool ofHelper)
-{
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3];
-    if (syscall(SYS_capget, &header, rights) != 0)
-        return false;
-    std::uint32_t const raw = 1u << CAP_NET_RAW;
-    rights[0].effective = given ? rights[0].effective | raw : rights[0].effective & ~raw;
-    return syscall(SYS_capset, &header, rights) == 0 && prctl(PR_SET_SECUREBITS, ofHelper ? 0 : SECBIT_NOROOT) == 0;
-}
-
-TEST_F(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
+TEST(FakeGigE, ItsTrafficIsReadOnceThereIsTheRightTo)
 {
     QTemporaryDir const folder; // of the lines that outlive the camera
     qputenv("TMPDIR", folder.path().toUtf8());

@@ -112,11 +112,6 @@ public:
         robot.WaitFor("the disconnection", [this] { return CurrentSession() == nullptr; });
     }
 
-    // A simulated camera is pulled.
-    void LoseCamera(Robot &robot)
-    {
-        robot.Gui([this] { Features()->ExecuteCommand("SimLoseCamera"); });
-    }
     // What follows on a lost camera.
     void AnswerLoss(Robot &robot)
     {

@@ -1,5 +1,6 @@
 // An operator at the panels of a simulated camera, by real clicks: what goes through window manager and keyboard.
 #include "operator.h"
+#include "settings.h"
 
 #include <QAbstractItemView>
 #include <QComboBox>
@@ -15,15 +16,16 @@ public:
     QString Value(char const *name) const
     {
         TovCam::FeatureState state;
-        m_hands.Features()->ReadFeature(Index(name), &state);
-        return QString::fromStdString(state.value.text.empty() ? std::to_string(state.value.integer)
-                                                               : state.value.text);
+        std::uint32_t const index = FindFeature(m_hands.Features(), name);
+        m_hands.Features()->ReadFeature(index, &state);
+        return QString::fromStdString(TextOf(m_hands.Features()->GetFeature(index)->kind, state.value));
     }
     // A feature's cell in the tree; empty while no row of it is shown.
     QRect Cell(char const *name, int column) const
     {
         auto *const tree = Find<QTreeView>("featureTree");
-        QString const shown = QString::fromStdString(m_hands.Features()->GetFeature(Index(name))->displayName);
+        TovCam::ParamArray *const nodes = m_hands.Features();
+        QString const shown = QString::fromStdString(nodes->GetFeature(FindFeature(nodes, name))->displayName);
         for (QModelIndex const &row :
              tree->model()->match(tree->model()->index(0, 0), Qt::DisplayRole, shown, -1,
                                   Qt::MatchExactly | Qt::MatchRecursive | Qt::MatchCaseSensitive)) {
@@ -66,15 +68,6 @@ public:
         m_robot.Key("Return");
         m_robot.WaitFor(std::string(name) + " to become " + value,
                         [=, this] { return Value(name).startsWith(QLatin1String(value)); });
-    }
-
-private:
-    std::uint32_t Index(char const *name) const
-    {
-        for (std::uint32_t i = 0; i < m_hands.Features()->GetFeatureCount(); ++i)
-            if (m_hands.Features()->GetFeature(i)->name == name)
-                return i;
-        throw std::runtime_error(std::string("no feature ") + name);
     }
 };
 
