@@ -6,8 +6,6 @@
 #include "tovscope.h"
 #include "wait.h"
 
-#include <gtest/gtest.h>
-
 #include <QtTest>
 #include <QtWidgets>
 

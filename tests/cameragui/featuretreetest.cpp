@@ -11,8 +11,6 @@
 #include <QTest>
 #include <QTreeView>
 
-#include <gtest/gtest.h>
-
 using namespace TovGui;
 using TovCam::FeatureAccess;
 

@@ -11,8 +11,6 @@
 #include <QTest>
 #include <QTreeView>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <mutex>

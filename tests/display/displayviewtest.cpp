@@ -46,6 +46,8 @@ TEST_F(DisplayViewTest, ColorizeRefusesAnEmptyRangeAndTakesTheLargestStretch)
     EXPECT_FALSE(view->Colorize(false, 0, 254, 256, false)); // nothing to do
     EXPECT_FALSE(view->Colorize(true, 0, 1, 1, true));
     EXPECT_EQ(Map(), "untouched");
+    EXPECT_TRUE(view->Colorize(false, 0, 2, 2, true));
+    EXPECT_EQ(Map(), "0.0000,0.5,0.0000;0.5000,0.5,0.5000;1.,1,1.,1.,1.;");
     EXPECT_TRUE(view->Colorize(true, 0, 65534, 65536, true));
     EXPECT_EQ(component->RunCommand("filter.add"), 0u); // it fits
 }
