@@ -211,33 +211,20 @@ TEST_F(Connecting, ASlowCameraIsShownAndConnected)
 
 TEST_F(Connecting, ItCanBeGivenUpWhereverItWaits)
 {
-    std::pair<char const *, std::function<void()>> const ways[] = {
-        {"button",
-         [this] {
-             Press(Dialog()->findChild<QPushButton *>());
-         }},
-        {"escape",
-         [this] {
-             PressEscape(m_window.get());
-         }},
-        {"dialog's",
-         [this] {
-             Dialog()->close();
-         }},
-        {"twice",
-         [this] {
-             PressEscape(Dialog());
-             PressEscape(m_window.get());
-         }},
-        {"closed",
-         [this] {
-             m_window->close();
-             m_window->close();
-             EXPECT_EQ(m_closed, 0); // not over the head of what runs
-         }},
+    auto const close = [this] {
+        m_window->close();
+        m_window->close();
+        EXPECT_EQ(m_closed, 0); // not over the head of what runs
+    };
+    std::pair<std::function<void()>, char const *> const ways[] = {
+        {[this] { Press(Dialog()->findChild<QPushButton *>()); }, "button"},
+        {[this] { PressEscape(m_window.get()); }, "escape"},
+        {[this] { Dialog()->close(); }, "dialog's"},
+        {[this] { PressEscape(Dialog()), PressEscape(m_window.get()); }, "twice"},
+        {close, "closed"},
     };
     for (char const *const step : Steps) {
-        for (auto const &[name, give] : ways) {
+        for (auto const &[give, name] : ways) {
             FakeDevice device;
             EXPECT_EQ(Connect(device, step, give), Texts()) << step << name;
             EXPECT_EQ(Current(), nullptr) << step << name;

@@ -12,7 +12,6 @@
 #include <QTreeView>
 
 #include <atomic>
-#include <chrono>
 #include <mutex>
 
 using namespace TovGui;

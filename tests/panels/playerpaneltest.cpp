@@ -170,16 +170,6 @@ TEST_F(Panels, WhatIsBeingTypedStaysUntilItIsFinished)
     EXPECT_EQ(edit->text(), QStringLiteral("88")) << "it has the focus, but nothing is being typed";
 }
 
-TEST_F(Panels, AreFoundByTheirActionWhileTheyLive)
-{
-    EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("actionShown")), &panel);
-    {
-        PlayerPanel const other(&window, QStringLiteral("unknown"), 0);
-        EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), &other);
-    }
-    EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), nullptr);
-}
-
 // What a camera at speed does to panels that come and go.
 TEST_F(Panels, AStormOfChangesCostsOneRefreshAPeriod)
 {
