@@ -4,7 +4,6 @@
 
 #include <opencv2/core.hpp>
 
-#include <memory>
 #include <numeric>
 
 namespace {

@@ -1,29 +1,11 @@
 // Cameras that answer slowly, or not at all, while they are opened: what the window shows meanwhile, and each way to
 // end it at each call that waits. The system and the opening are the test's own; the selector is the real one.
 #include "fakecamera.h"
-#include "guimanager.h"
 #include "noticeboard.h"
-#include "session.h"
-#include "tovscope.h"
-#include "wait.h"
 #include "waitingaction.h"
+#include "window.h"
 
 #include "tovcameragui.h"
-
-#include <QAction>
-#include <QApplication>
-#include <QFileDialog>
-#include <QKeyEvent>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QMouseEvent>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QSettings>
-#include <QTemporaryDir>
-#include <QTimer>
-#include <QToolBar>
 
 namespace {
 
@@ -96,12 +78,11 @@ TovCam::Device *TovCam_CreateDevice(TovCam::DeviceInfo *, std::uint32_t, std::in
 
 namespace {
 
-class Connecting : public testing::Test
+class Connecting : public WindowTest
 {
 protected:
     Connecting()
     {
-        QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).clear();
         s_system = &m_system;
         WaitingAction::s_times = {0ms, 0ms, 0ms, Patience};
         QObject::connect(&m_operator, &QTimer::timeout, [this] { Act(); });
@@ -117,9 +98,8 @@ protected:
     }
     void NewWindow()
     {
-        m_window = std::make_unique<TovScope>(nullptr, false, false);
+        WindowTest::NewWindow();
         QObject::connect(m_window.get(), &TovScope::closed, [this] { ++m_closed; });
-        m_window->show();
     }
     // Chooses the camera, presses Ok in message boxes, and once does `m_meanwhile` when the camera lets wait.
     void Act()
@@ -156,23 +136,11 @@ protected:
     }
     QDialog *Dialog()
     {
-        return m_window->findChild<QDialog *>(QStringLiteral("waitingDialog"));
+        return Find<QDialog>("waitingDialog");
     }
     std::string Text(char const *label)
     {
         return Dialog()->findChild<QLabel *>(QString::fromLatin1(label))->text().toStdString();
-    }
-    QAction *Action(char const *name)
-    {
-        return m_window->findChild<QAction *>(QStringLiteral("action") + QString::fromLatin1(name));
-    }
-    Session *Current()
-    {
-        return m_window->GetGuiManager().GetSession();
-    }
-    bool Reaches(SessionState state)
-    {
-        return Eventually([&] { return Current() && Current()->GetState() == state; });
     }
     static void Press(QWidget *widget)
     {
@@ -190,7 +158,6 @@ protected:
 
     SlowSystem m_system;
     FakeDevice m_device, m_other;
-    std::unique_ptr<TovScope> m_window;
     std::function<void()> m_meanwhile;
     int m_closed = 0;
 
@@ -236,7 +203,7 @@ TEST_F(Connecting, ASlowCameraIsShownAndConnected)
         };
         EXPECT_EQ(Connect(device, step, look), Texts());
         ASSERT_TRUE(Reaches(SessionStateIdle)) << step;
-        EXPECT_EQ(m_window->windowTitle().toStdString(), "TovScope -  bench [Scripted, SN:0042]");
+        EXPECT_EQ(Title(), "TovScope -  bench [Scripted, SN:0042]");
         Action("Disconnect")->trigger();
         EXPECT_EQ(device.ReleaseCount(), 1);
     }
@@ -244,39 +211,26 @@ TEST_F(Connecting, ASlowCameraIsShownAndConnected)
 
 TEST_F(Connecting, ItCanBeGivenUpWhereverItWaits)
 {
-    std::pair<char const *, std::function<void()>> const ways[] = {
-        {"button",
-         [this] {
-             Press(Dialog()->findChild<QPushButton *>());
-         }},
-        {"escape",
-         [this] {
-             PressEscape(m_window.get());
-         }},
-        {"dialog's",
-         [this] {
-             Dialog()->close();
-         }},
-        {"twice",
-         [this] {
-             PressEscape(Dialog());
-             PressEscape(m_window.get());
-         }},
-        {"closed",
-         [this] {
-             m_window->close();
-             m_window->close();
-             EXPECT_EQ(m_closed, 0); // not over the head of what runs
-         }},
+    auto const close = [this] {
+        m_window->close();
+        m_window->close();
+        EXPECT_EQ(m_closed, 0); // not over the head of what runs
+    };
+    std::pair<std::function<void()>, char const *> const ways[] = {
+        {[this] { Press(Dialog()->findChild<QPushButton *>()); }, "button"},
+        {[this] { PressEscape(m_window.get()); }, "escape"},
+        {[this] { Dialog()->close(); }, "dialog's"},
+        {[this] { PressEscape(Dialog()), PressEscape(m_window.get()); }, "twice"},
+        {close, "closed"},
     };
     for (char const *const step : Steps) {
-        for (auto const &[name, give] : ways) {
+        for (auto const &[give, name] : ways) {
             FakeDevice device;
             EXPECT_EQ(Connect(device, step, give), Texts()) << step << name;
             EXPECT_EQ(Current(), nullptr) << step << name;
             EXPECT_EQ(device.ReleaseCount(), step == Steps[0] ? 0 : 1) << step << name;
             EXPECT_EQ(device.script.Violations(), "");
-            EXPECT_EQ(m_window->windowTitle().toStdString(), "TovScope - Camera is not connected");
+            EXPECT_EQ(Title(), "TovScope - Camera is not connected");
             if (name != std::string("closed"))
                 continue;
             EXPECT_TRUE(Eventually([&] { return m_closed == 1 && !m_window->isVisible(); })) << step;
@@ -370,23 +324,14 @@ TEST_F(Connecting, AConfigurationsCameraIsWaitedForToo)
     QString const path = folder.filePath(QStringLiteral("bench.tcfg"));
     QFile(path).open(QIODevice::WriteOnly);
     for (bool const cancelled : {true, false}) {
-        QTimer choose;
-        QObject::connect(&choose, &QTimer::timeout, [&] {
-            auto *const dialog = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
-            if (!dialog)
-                return;
-            choose.stop();
-            dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(path);
-            QMetaObject::invokeMethod(dialog, "accept");
-        });
-        choose.start(5);
         m_system.device = &m_device;
         m_system.slow = "open";
         m_meanwhile = [&] {
             EXPECT_EQ(Text("waitingWhat"), "Opening the camera of bench.tcfg");
             cancelled ? PressEscape(Dialog()) : Go();
         };
-        Action("LoadConfiguration")->trigger();
+        During<QFileDialog>([this] { Action("LoadConfiguration")->trigger(); },
+                            [&](QFileDialog *dialog) { Choose(dialog, path); });
         EXPECT_EQ(Current() == nullptr, cancelled);
     }
     ASSERT_TRUE(Reaches(SessionStateIdle));

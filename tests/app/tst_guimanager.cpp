@@ -1,40 +1,20 @@
 // Opening, running, losing and closing cameras through the GUI manager, with a scripted camera and an operator who
 // answers every message.
 #include "fakecamera.h"
-#include "guimanager.h"
 #include "params.h"
-#include "session.h"
-#include "tovscope.h"
 #include "tovscopeexception.h"
-#include "wait.h"
-
-#include <QAction>
-#include <QApplication>
-#include <QCheckBox>
-#include <QClipboard>
-#include <QComboBox>
-#include <QDockWidget>
-#include <QFileDialog>
-#include <QGroupBox>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QPushButton>
-#include <QSettings>
-#include <QTableView>
-#include <QTemporaryDir>
-#include <QTextBrowser>
-#include <QTimer>
+#include "window.h"
 
 namespace {
 
 using Texts = std::vector<std::string>;
 
-class Manager : public testing::Test
+class Manager : public WindowTest
 {
 protected:
     Manager()
     {
-        QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).clear();
+        NewWindow();
         QSettings(QStringLiteral("Velmor"), QStringLiteral("Session_bench_Scripted")).clear();
         QObject::connect(&m_operator, &QTimer::timeout, [this] { Answer(); });
         m_operator.start(5);
@@ -63,32 +43,16 @@ protected:
         m_told.push_back(box->text().toStdString());
         box->button(QMessageBox::Ok)->click();
     }
-    // While `call` runs, one dialog opens and `act` answers it.
-    template<typename Dialog>
-    void During(std::function<void()> const &call, std::function<void(Dialog *)> const &act)
-    {
-        QTimer answer;
-        QObject::connect(&answer, &QTimer::timeout, [&] {
-            if (auto *const dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget())) {
-                answer.stop();
-                act(dialog);
-            }
-        });
-        answer.start(5);
-        call();
-        EXPECT_FALSE(answer.isActive()) << "no dialog";
-    }
     // Answers the file dialog that opens in the course of the call, or cancels it where there is no path. Gives its
     // title, filter and suggestion.
     std::string ChooseFile(std::function<void()> const &call, QString const &path)
     {
         std::string asked;
         During<QFileDialog>(call, [&](QFileDialog *dialog) {
-            auto *const name = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
-            asked =
-                (dialog->windowTitle() + u'|' + dialog->nameFilters().join(u',') + u'|' + name->text()).toStdString();
-            name->setText(path);
-            QMetaObject::invokeMethod(dialog, path.isEmpty() ? "reject" : "accept");
+            asked = (dialog->windowTitle() + u'|' + dialog->nameFilters().join(u',') + u'|' +
+                     dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->text())
+                        .toStdString();
+            Choose(dialog, path);
         });
         return asked;
     }
@@ -96,33 +60,12 @@ protected:
     {
         return ChooseFile([=, this] { Action(action)->trigger(); }, path);
     }
-    template<typename W>
-    W *Find(char const *name)
-    {
-        return m_window->findChild<W *>(QString::fromLatin1(name));
-    }
     // What the message boxes said since the last call.
     Texts Told()
     {
         return std::exchange(m_told, {});
     }
 
-    GuiManager &Gui()
-    {
-        return m_window->GetGuiManager();
-    }
-    Session *Current()
-    {
-        return Gui().GetSession();
-    }
-    QAction *Action(char const *name)
-    {
-        return Find<QAction>(("action" + std::string(name)).c_str());
-    }
-    std::string Title()
-    {
-        return m_window->windowTitle().toStdString();
-    }
     // Which of some actions, with different rows in the table of states, may be used.
     std::string Enabled()
     {
@@ -131,10 +74,6 @@ protected:
                                  "TestBandwidth", "Stop", "Record", "Snap", "ZoomIn", "About", "Settings"})
             names += Action(name)->isEnabled() ? std::string(name) + " " : "";
         return names;
-    }
-    bool Reaches(SessionState state)
-    {
-        return Eventually([&] { return Current() && Current()->GetState() == state; });
     }
     // For SessionStateDisconnected it is connected, but its machine has not started yet.
     void Bring(FakeDevice &device, SessionState state)
@@ -165,7 +104,6 @@ protected:
     FakeDevice m_device;
     FakeDevice m_other;
     std::function<void()> m_onNextMessage; // runs while the message is open
-    std::unique_ptr<TovScope> m_window = std::make_unique<TovScope>(nullptr, false, false);
 
 private:
     QTimer m_operator;
@@ -340,7 +278,6 @@ TEST_F(Manager, AnotherCameraReplacesARunningOneAndALateReportOfThatIsIgnored)
 
 TEST_F(Manager, PanelsComeAndGoWithTheCameraAndKeepTheirPlaces)
 {
-    m_window->show();
     EXPECT_EQ(m_window->findChildren<QDockWidget *>().size(), 0);
     Bring(m_device, SessionStateIdle);
     EXPECT_EQ(m_window->dockWidgetArea(Find<QDockWidget>("CameraGenParamPanel")), Qt::LeftDockWidgetArea);
@@ -363,8 +300,7 @@ TEST_F(Manager, PanelsComeAndGoWithTheCameraAndKeepTheirPlaces)
             if (round == 2)
                 Bring(device, SessionStateIdle);
             m_window->close();
-            m_window = std::make_unique<TovScope>(nullptr, false, false);
-            m_window->show();
+            NewWindow();
         }
         Bring(m_device, SessionStateIdle);
         EXPECT_EQ(m_window->dockWidgetArea(Find<QDockWidget>("StatisticsPanel")), Qt::RightDockWidgetArea) << round;

@@ -6,10 +6,8 @@
 
 #include <QAction>
 #include <QDir>
-#include <QLabel>
 #include <QSettings>
 #include <QStandardPaths>
-#include <QStatusBar>
 #include <QToolBar>
 
 namespace {
@@ -36,23 +34,6 @@ TEST_F(MainWindow, EveryIconThatAnActionNamesIsThere)
     }
     EXPECT_EQ(icons, 24);
     EXPECT_FALSE(window.windowIcon().pixmap(32).isNull());
-}
-
-TEST_F(MainWindow, ShowsCoordinatesAndValuesUnderThePointer)
-{
-    TovScope window(nullptr, false, false);
-    auto const labels = window.statusBar()->findChildren<QLabel *>();
-    ASSERT_EQ(labels.size(), 2);
-    struct
-    {
-        int r, g, b;
-        char const *value;
-    } const table[] = {{-1, 65535, -1, "65535"}, {-1, 7, 3, "7"}, {3, 7, -1, "7"}, {0, 128, 65535, "0x128x65535"}};
-    for (auto const &row : table) {
-        window.setCoordinatesAndValue(-5, 4095, row.r, row.g, row.b);
-        EXPECT_EQ(labels[0]->text(), QStringLiteral("-5x4095"));
-        EXPECT_EQ(labels[1]->text().toStdString(), row.value);
-    }
 }
 
 TEST_F(MainWindow, KeepsItsPlaceAndLayoutFromOneRunToTheNext)

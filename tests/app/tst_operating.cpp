@@ -5,51 +5,13 @@
 #include "params.h"
 #include "playerpanel.h"
 #include "qttovlogmodel.h"
-#include "session.h"
 #include "simcamera.h"
-#include "tovscope.h"
-#include "wait.h"
+#include "window.h"
 
 #include "tovcameragui.h"
 
-#include <gtest/gtest.h>
-
-#include <QAbstractButton>
-#include <QAbstractScrollArea>
-#include <QAbstractSlider>
-#include <QAbstractSpinBox>
-#include <QAccessible>
-#include <QAction>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDir>
-#include <QDockWidget>
-#include <QFileDialog>
-#include <QGroupBox>
-#include <QHeaderView>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
-#include <QMenuBar>
-#include <QMessageBox>
-#include <QPushButton>
-#include <QScreen>
-#include <QScrollBar>
-#include <QSettings>
-#include <QShortcut>
-#include <QStatusBar>
-#include <QStatusTipEvent>
-#include <QTableView>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTimer>
-#include <QToolBar>
-#include <QTreeView>
-
-#include <functional>
 #include <map>
 #include <thread>
-#include <utility>
 
 namespace {
 
@@ -61,12 +23,11 @@ bool Is(QWidget const *widget)
     return (qobject_cast<Types const *>(widget) || ...);
 }
 
-class Operating : public testing::Test
+class Operating : public WindowTest
 {
 protected:
     Operating()
     {
-        QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).clear();
         Open();
     }
     ~Operating() override
@@ -76,8 +37,7 @@ protected:
     }
     void Open()
     {
-        m_window = std::make_unique<TovScope>(nullptr, false, false);
-        m_window->show();
+        NewWindow();
         m_window->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(m_window.get(), PatienceMs));
         Connect();
@@ -86,22 +46,7 @@ protected:
     {
         TovCam::DeviceInfo *const info = FindSimulated(m_system, "VG-1280C");
         ASSERT_NE(info, nullptr);
-        TovCam::Device *const device = TovCam_CreateDevice(info, 2, nullptr);
-        ASSERT_TRUE(Gui().CreateSession(device) && Gui().CreatePanels());
-        ASSERT_TRUE(Reaches(SessionStateIdle));
-    }
-    GuiManager &Gui()
-    {
-        return m_window->GetGuiManager();
-    }
-    bool Reaches(SessionState state)
-    {
-        return Eventually([&] { return Gui().GetSession() && Gui().GetSession()->GetState() == state; });
-    }
-    template<typename W>
-    W *Find(char const *name)
-    {
-        return m_window->findChild<W *>(QString::fromLatin1(name));
+        WindowTest::Connect(TovCam_CreateDevice(info, 2, nullptr));
     }
     PlayerPanel *Panel(char const *action)
     {
@@ -109,7 +54,7 @@ protected:
     }
     TovCam::ParamArray *Features()
     {
-        return Gui().GetSession()->GetDevice()->GetCameraParameters(nullptr);
+        return Current()->GetDevice()->GetCameraParameters(nullptr);
     }
     // With small frames, so that many come.
     void Play()
@@ -139,10 +84,8 @@ protected:
                     QTest::keyClick(tree, Qt::Key_Return);
                 }
             }
-            if (auto *const dialog = qobject_cast<QFileDialog *>(modal); dialog && !std::exchange(chosen, true)) {
-                dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(path);
-                QMetaObject::invokeMethod(dialog, "accept");
-            }
+            if (auto *const dialog = qobject_cast<QFileDialog *>(modal); dialog && !std::exchange(chosen, true))
+                Choose(dialog, path);
             if (auto *const box = qobject_cast<QMessageBox *>(modal))
                 box->defaultButton() ? box->defaultButton()->click() : box->accept();
         });
@@ -156,7 +99,6 @@ protected:
     }
 
     TovCam::System *m_system = TovCam_GetSystem();
-    std::unique_ptr<TovScope> m_window;
 };
 
 TEST_F(Operating, WhatCanBeOperatedHasANameAndNoKeyHasTwoMeanings)
@@ -207,7 +149,7 @@ TEST_F(Operating, WhatCanBeOperatedHasANameAndNoKeyHasTwoMeanings)
 TEST_F(Operating, KeysWorkWhereverTheFocusIs)
 {
     QTemporaryDir const folder;
-    Gui().GetSession()->GetImageWriter()->SetParamString("FilePath", folder.path().toUtf8().constData());
+    Current()->GetImageWriter()->SetParamString("FilePath", folder.path().toUtf8().constData());
     Find<QLineEdit>("featureSearch")->setFocus();
     Key(Qt::Key_F5, Qt::NoModifier);
     ASSERT_TRUE(Reaches(SessionStateAcquisition));
@@ -225,7 +167,7 @@ TEST_F(Operating, KeysWorkWhereverTheFocusIs)
     ASSERT_TRUE(Reaches(SessionStateIdle));
     Key(Qt::Key_R); // may not be used now
     Key(Qt::Key_N, Qt::ControlModifier | Qt::ShiftModifier);
-    EXPECT_EQ(Gui().GetSession(), nullptr);
+    EXPECT_EQ(Current(), nullptr);
 }
 
 TEST_F(Operating, ACoveredPanelIsRaisedAndASeenOneHidden)
@@ -247,7 +189,7 @@ TEST_F(Operating, ACoveredPanelIsRaisedAndASeenOneHidden)
 TEST_F(Operating, ClosingEndsARecordingAtOnceAndFloatingPanelsComeBack)
 {
     QTemporaryDir const folder;
-    Gui().GetSession()->GetImageWriter()->SetParamString("FilePath", folder.path().toUtf8().constData());
+    Current()->GetImageWriter()->SetParamString("FilePath", folder.path().toUtf8().constData());
     Find<QAction>("actionHistogramPanel")->trigger();
     Find<QAction>("actionInspectionView")->trigger();
     QRect const screen = m_window->screen()->availableGeometry();
@@ -268,7 +210,7 @@ TEST_F(Operating, ClosingEndsARecordingAtOnceAndFloatingPanelsComeBack)
     QObject::connect(m_window.get(), &TovScope::closed, [&] { ++ended; });
     m_window->close();
     EXPECT_EQ(ended, 1);
-    EXPECT_EQ(Gui().GetSession(), nullptr);
+    EXPECT_EQ(Current(), nullptr);
     EXPECT_EQ(m_window->findChildren<QDockWidget *>().size(), 0);
     m_window.reset();
 
@@ -280,7 +222,7 @@ TEST_F(Operating, ClosingEndsARecordingAtOnceAndFloatingPanelsComeBack)
         EXPECT_EQ(Panel(name)->geometry(), place) << name;
         EXPECT_TRUE(Find<QAction>(name)->isChecked()) << name;
     }
-    EXPECT_EQ(ParamText(Gui().GetSession()->GetImageWriter(), "FilePath"), folder.path().toStdString());
+    EXPECT_EQ(ParamText(Current()->GetImageWriter(), "FilePath"), folder.path().toStdString());
 }
 
 TEST_F(Operating, TheCapturePanelRecordsWhatItSaysAndTellsWhatFails)
@@ -353,7 +295,7 @@ TEST_F(Operating, TheCapturePanelRecordsWhatItSaysAndTellsWhatFails)
             if (action->text() == QString::fromUtf16(entry))
                 action->trigger();
         menu->hide();
-        EXPECT_EQ(ParamText(Gui().GetSession()->GetImageWriter(), "ImageName"), name);
+        EXPECT_EQ(ParamText(Current()->GetImageWriter(), "ImageName"), name);
     }
 
     type(top.filePath(QStringLiteral("lost")));
@@ -367,7 +309,7 @@ TEST_F(Operating, TheCapturePanelRecordsWhatItSaysAndTellsWhatFails)
     });
     answer.start(5);
     Features()->ExecuteCommand("SimLoseCamera");
-    EXPECT_TRUE(Eventually([&] { return !Gui().GetSession(); }));
+    EXPECT_TRUE(Eventually([&] { return !Current(); }));
     for (QFileInfo const &file : files())
         EXPECT_EQ(file.size(), frameBytes) << file.fileName().toStdString();
 }
@@ -375,7 +317,7 @@ TEST_F(Operating, TheCapturePanelRecordsWhatItSaysAndTellsWhatFails)
 TEST_F(Operating, TheLogPanelSwitchesClearsAndSaves)
 {
     QTemporaryDir const folder;
-    Session *const session = Gui().GetSession();
+    Session *const session = Current();
     QAbstractItemModel const *const rows = session->GetLogModel();
     std::pair<char const *, char const *> const channels[] = {
         {"chkControl", "Control"}, {"chkStream", "Stream"}, {"chkEvent", "Event"}};
@@ -421,10 +363,10 @@ TEST_F(Operating, TheLogPanelSwitchesClearsAndSaves)
         Find<QCheckBox>("chkControl")->setChecked(true);
         EXPECT_TRUE(Eventually([&] {
             Features()->GetIntegerValue("Width", nullptr);
-            return !Gui().GetSession()->GetLogModel()->log().isEmpty();
+            return !Current()->GetLogModel()->log().isEmpty();
         }));
         Find<QAction>(closed ? "actionExit" : "actionDisconnect")->trigger();
-        EXPECT_FALSE(Gui().GetSession());
+        EXPECT_FALSE(Current());
         if (!closed)
             Connect();
     }
@@ -435,7 +377,7 @@ TEST_F(Operating, TheLogPanelSwitchesClearsAndSaves)
 TEST_F(Operating, ActionsZoomThePictureAndADoubleClickLooksCloser)
 {
     Play();
-    DisplayView *const view = Gui().GetSession()->GetDisplayView();
+    DisplayView *const view = Current()->GetDisplayView();
     TovComponent *const picture = view->GetRenderer()->GetComponent();
     _TovImage *image = nullptr;
     EXPECT_TRUE(Eventually([&] { return view->GetDisplayedImageRaw(&image); }));
@@ -490,7 +432,7 @@ TEST_F(Operating, AConfigurationBringsSettingsAndCameraBack)
     for (char const *const action : {"actionConnect", "actionLoadConfiguration"}) {
         Gui().cameraDisconnect();
         ChooseFile([&] { Find<QAction>(action)->trigger(); }, action[6] == 'C' ? QStringLiteral("VG-XML") : file);
-        EXPECT_EQ(Gui().GetSession(), nullptr);
+        EXPECT_EQ(Current(), nullptr);
         EXPECT_EQ(FindSimulated(m_system, "VG-XML")->GetAccessStatus(), TovCam::DeviceInfo::AccessFree) << action;
     }
 }
@@ -504,7 +446,7 @@ TEST_F(Operating, WhatNoLongerHoldsIsGoneAndANoticeIsNotHiddenByATip)
     m_window->setCoordinatesAndValue(1, 2, -1, 3, -1);
     EXPECT_EQ(labels[1]->text(), QStringLiteral("3"));
     QEvent leave(QEvent::Leave);
-    QApplication::sendEvent(Gui().GetSession()->GetDisplayView()->viewport(), &leave);
+    QApplication::sendEvent(Current()->GetDisplayView()->viewport(), &leave);
     EXPECT_EQ(labels[1]->text(), QString());
     m_window->setCoordinatesAndValue(1, 2, -1, 3, -1);
     Find<QAction>("actionStop")->trigger();

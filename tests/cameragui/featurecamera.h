@@ -6,9 +6,7 @@
 
 #include "../support/bareparams.h"
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>

@@ -11,8 +11,6 @@
 #include <QTest>
 #include <QTreeView>
 
-#include <gtest/gtest.h>
-
 using namespace TovGui;
 using TovCam::FeatureAccess;
 
@@ -190,16 +188,27 @@ TEST_F(FeatureTreeTest, OffersAvailableEntriesAndRefreshesWhatIsSelected)
     EXPECT_TRUE(atOnce);
 }
 
-TEST_F(FeatureTreeTest, ShowsLocksMadeElsewhereAndWhyAWriteFailed)
+TEST_F(FeatureTreeTest, TellsWhyAFeatureIsNotAsWanted)
 {
     Fill();
-    m_camera.With(m_sample.width, [](auto &state) { state.access = FeatureAccess::ReadOnly; });
-    m_camera.With(m_sample.gain, [](auto &state) { state.access = FeatureAccess::NotAvailable; });
+    m_camera.With(m_sample.width, [](auto &state) {
+        state.access = FeatureAccess::ReadOnly;
+        state.streamLocked = true;
+    });
+    m_camera.With(m_sample.gain, [](auto &state) {
+        state.access = FeatureAccess::NotAvailable;
+        state.refused.push_back({"Gain", "GainSelector=Red", "90", "5", TOV_CAM_ERR_GENICAM_OUT_OF_RANGE});
+    });
     EXPECT_TRUE(Eventually([this] { return !(Find("Width").flags() & Qt::ItemIsEditable); }));
     EXPECT_TRUE(Eventually([this] { return Shown("Gain") == "not available now"; }));
     EXPECT_EQ(Find("Width").data(Qt::ForegroundRole).value<QColor>(), FeatureModel::Grey());
     Key("Width", Qt::Key_F2);
     EXPECT_FALSE(Editor());
+    EXPECT_TRUE(Says("Width: locked while the picture runs: Stop first"));
+    m_view->setCurrentIndex(Find("Gain"));
+    EXPECT_TRUE(Says("refused 90 at GainSelector=Red of the configuration file: The value is out of range"));
+    EXPECT_EQ(static_cast<FeatureModel *>(m_view->model())->MarkOf(Find("Gain")), FeatureModel::Mark::Warning);
+    EXPECT_TRUE(Find("Gain").data(Qt::ToolTipRole).toString().contains(QStringLiteral("GainSelector=Red")));
 
     m_camera.writeStatus = TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
     Key("EventMask", Qt::Key_F2);
@@ -274,25 +283,6 @@ TEST_F(FeatureTreeTest, SlowOrLostCameraLeavesTheWindowAlive)
     m_camera.Hold(true);
     ASSERT_TRUE(Eventually([this] { return m_camera.running == 1; }));
     m_tree.reset(); // would hang here
-}
-
-TEST_F(FeatureTreeTest, TellsWhyAFeatureIsNotAsWanted)
-{
-    Fill();
-    m_camera.With(m_sample.width, [](auto &state) {
-        state.access = FeatureAccess::ReadOnly;
-        state.streamLocked = true;
-    });
-    m_camera.With(m_sample.gain, [](auto &state) {
-        state.refused.push_back({"Gain", "GainSelector=Red", "90", "5", TOV_CAM_ERR_GENICAM_OUT_OF_RANGE});
-    });
-    m_view->setCurrentIndex(Find("Gain"));
-    EXPECT_TRUE(Says("refused 90 at GainSelector=Red of the configuration file: The value is out of range"));
-    auto *const model = static_cast<FeatureModel *>(m_view->model());
-    EXPECT_EQ(model->MarkOf(Find("Gain")), FeatureModel::Mark::Warning);
-    EXPECT_TRUE(Find("Gain").data(Qt::ToolTipRole).toString().contains(QStringLiteral("GainSelector=Red")));
-    m_view->setCurrentIndex(Find("Width"));
-    EXPECT_TRUE(Says("Width: locked while the picture runs: Stop first"));
 }
 
 TEST_F(FeatureTreeTest, ShowsACamerasTextsAsTheyStand)

@@ -11,10 +11,7 @@
 #include <QTest>
 #include <QTreeView>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <chrono>
 #include <mutex>
 
 using namespace TovGui;

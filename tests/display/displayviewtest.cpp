@@ -6,7 +6,6 @@
 
 #include <QMouseEvent>
 #include <QSignalSpy>
-#include <QTest>
 
 #include <cstring>
 
@@ -38,36 +37,18 @@ protected:
 constexpr char const *Markers8 = "0.0000,1,0.0000,1.0000,0.0000;0.9922,0;1.,1,1.0000,0.0000,0.0000;";
 constexpr char const *Markers12 = "0.000237,1,0.000000,1.000000,0.000000;0.999504,0;1.,1,1.000000,0.000000,0.000000;";
 
-TEST_F(DisplayViewTest, ColorizeWritesTheseMaps)
+TEST_F(DisplayViewTest, ColorizeRefusesAnEmptyRangeAndTakesTheLargestStretch)
 {
-    struct
-    {
-        bool colorize;
-        long lo, hi, range;
-        bool stretch;
-        char const *map; // null: refused
-    } const cases[] = {
-        {true, 0, 254, 256, false, Markers8},
-        {true, 0, 4094, 4096, false, Markers12},
-        {true, 1, 3, 4, true,
-         "0.2500,1,0.0000,1.0000,0.0000;0.2500,0.5,0.0000;0.3750,0.5,0.2500;0.5000,0.5,0.5000;0.6250,0.5,0.7500;"
-         "1.,1,1.0000,0.0000,0.0000;"},
-        {false, 0, 2, 2, true, "0.0000,0.5,0.0000;0.5000,0.5,0.5000;1.,1,1.,1.,1.;"},
-        {true, 5, 5, 256, false, nullptr},
-        {false, 0, 254, 256, false, nullptr},
-        {true, 0, 1, 1, true, nullptr},
-    };
     TovComponent *const component = view->GetRenderer()->GetComponent();
-    for (auto const &c : cases) {
-        component->SetParamInt("filter.id", 7);
-        component->SetParamString("filter.channel.0", "untouched");
-        EXPECT_EQ(view->Colorize(c.colorize, c.lo, c.hi, c.range, c.stretch), c.map != nullptr) << c.range;
-        EXPECT_EQ(Map(), c.map ? c.map : "untouched");
-        EXPECT_EQ(IntOf(component, "filter.id"), c.range < 2 ? 7 : 1000);
-    }
-    // The largest stretch there is still fits.
+    component->SetParamString("filter.channel.0", "untouched");
+    EXPECT_FALSE(view->Colorize(true, 5, 5, 256, false));
+    EXPECT_FALSE(view->Colorize(false, 0, 254, 256, false)); // nothing to do
+    EXPECT_FALSE(view->Colorize(true, 0, 1, 1, true));
+    EXPECT_EQ(Map(), "untouched");
+    EXPECT_TRUE(view->Colorize(false, 0, 2, 2, true));
+    EXPECT_EQ(Map(), "0.0000,0.5,0.0000;0.5000,0.5,0.5000;1.,1,1.,1.,1.;");
     EXPECT_TRUE(view->Colorize(true, 0, 65534, 65536, true));
-    EXPECT_EQ(component->RunCommand("filter.add"), 0u);
+    EXPECT_EQ(component->RunCommand("filter.add"), 0u); // it fits
 }
 
 TEST_F(DisplayViewTest, ApplyColorationFollowsTheDepthOfTheStream)

@@ -1,6 +1,5 @@
 #include "displayfixture.h"
 
-#include <cstring>
 #include <map>
 
 namespace {

@@ -16,8 +16,6 @@
 #include <QSlider>
 #include <QTest>
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <tuple>
 

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+
+#include <unistd.h>
 
 namespace {
 
@@ -61,6 +64,46 @@ TEST(Image, CopyTakesPixelsAndFieldsAcrossLineSteps)
     EXPECT_EQ(TovCopyImage(other.Image(), source.Image()), TOV_IMAGE_ERR_SHAPE);
     source.Image()->imageData = nullptr;
     EXPECT_EQ(TovCopyImage(copy.Image(), source.Image()), TOV_IMAGE_ERR_ARGUMENT);
+}
+
+TEST(FramePool, GivesBackWhatIsBeyondItsBound)
+{
+    auto const virtualPages = [] {
+        std::size_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        return pages;
+    };
+    std::size_t const before = virtualPages();
+    // 3 GB of large blocks, then many small ones.
+    std::vector<void *> blocks;
+    for (std::size_t i = 0; i < 540; ++i)
+        blocks.push_back(TovAllocFrameMemory(i < 40 ? (40u << 20) + i * (2u << 20) : 40000));
+    for (void *block : blocks)
+        TovFreeFrameMemory(block);
+    EXPECT_EQ(TovAllocFrameMemory(~std::size_t(0)), nullptr);
+    EXPECT_EQ(TovAllocFrameMemory(std::size_t(1) << 60), nullptr);
+    EXPECT_LT(virtualPages(), before + (std::size_t(1) << 30) / std::size_t(sysconf(_SC_PAGESIZE)));
+}
+
+TEST(Unpack, PackedFormsByTheLetter)
+{
+    struct
+    {
+        char const *type;
+        std::vector<std::uint8_t> bytes;
+        std::vector<std::uint16_t> samples;
+    } const forms[] = {
+        {"Mono12Packed", {0x12, 0xC3, 0xAB}, {0x123, 0xABC}},
+        {"Mono10Packed", {0x48, 0x23, 0xFF}, {0x123, 0x3FE}},
+        {"Mono12p", {0x23, 0xC1, 0xAB}, {0x123, 0xABC}},
+        {"Mono10p", {0x23, 0xF9, 0x0F, 0x40, 0x80}, {0x123, 0x3FE, 0x000, 0x201}},
+        {"Mono12_WEftPacked", {0x12, 0x3A, 0xBC}, {0x123, 0xABC}},
+    };
+    for (auto const &form : forms) {
+        std::vector<std::uint16_t> samples(form.samples.size());
+        TovUnpackLine(TypeOf(form.type), form.bytes.data(), std::uint32_t(samples.size()), samples.data());
+        EXPECT_EQ(samples, form.samples) << form.type;
+    }
 }
 
 } // namespace

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <arv.h>
-
 #include <array>
 #include <set>
 #include <sstream>
@@ -13,30 +11,6 @@ namespace {
 
 TEST(PixelTable, KnowsTheStandardsCodes)
 {
-    struct
-    {
-        std::uint32_t row; // one-based
-        char const *name;
-        std::uint32_t code, pfnc;
-    } const known[] = {
-        {1, "Mono8", TV_PIXEL_MONO8, ARV_PIXEL_FORMAT_MONO_8},
-        {8, "Mono12Packed", 0x010C1308, ARV_PIXEL_FORMAT_MONO_12_PACKED},
-        {25, "BayerGR10p", 0x030A2219, ARV_PIXEL_FORMAT_BAYER_GR_10P},
-        {49, "TrueSense_BGGR_WBBW_0_8", 0x04080131, 0x01080067},
-        {53, "TrueSense_GBRG_WGGW_0_8", 0x04080135, 0x0108006E},
-        {57, "TrueSense_GRBG_WGGW_0_8", 0x04080139, 0x01080075},
-        {77, "TrueSense_RGGB_WRRW_0_10", 0x0410024D, 0x0110007D},
-        {112, "TrueSense_RGGB_WRRW_3_14", 0x04100470, 0},
-        {126, "RGB_10_WEFT_Packed", 0x021E327E, 0},
-        {133, "YCbCr422_8", 0x05100185, 0x0210003B},
-    };
-    for (auto const &row : known) {
-        TovPixelTypeInfo const *info = TovGetPixelTypeInfoByRow(row.row - 1);
-        EXPECT_STREQ(info->name, row.name);
-        EXPECT_EQ(info->pixelType, row.code) << row.name;
-        EXPECT_EQ(info->pfnc, row.pfnc) << row.name;
-    }
-    // By the standard's numbers; Aravis has no names for all of them.
     std::pair<char const *, std::vector<std::uint32_t>> const series[] = {
         {"Bayer**8", {0x01080008, 0x01080009, 0x0108000A, 0x0108000B}},
         {"Bayer**10", {0x0110000C, 0x0110000D, 0x0110000E, 0x0110000F}},
@@ -50,6 +24,10 @@ TEST(PixelTable, KnowsTheStandardsCodes)
         {"RGB8 BGR8 RGBa8 BGRa8", {0x02180014, 0x02180015, 0x02200016, 0x02200017}},
         {"RGB10 BGR10 RGB12 BGR12", {0x02300018, 0x02300019, 0x0230001A, 0x0230001B}},
         {"RGB14 BGR14 RGB16 BGR16", {0x0230005E, 0x0230004A, 0x02300033, 0x0230004B}},
+        {"Mono8 Mono12Packed YCbCr422_8", {0x01080001, 0x010C0006, 0x0210003B}},
+        {"TrueSense_BGGR_WBBW_0_8 TrueSense_GBRG_WGGW_0_8", {0x01080067, 0x0108006E}},
+        {"TrueSense_GRBG_WGGW_0_8 TrueSense_RGGB_WRRW_0_10", {0x01080075, 0x0110007D}},
+        {"TrueSense_RGGB_WRRW_3_14 RGB_10_WEFT_Packed", {0, 0}},
         {"YUV422_8_UYVY YUV422_8 Mono10 Mono16", {0x0210001F, 0x02100032, 0x01100003, 0x01100007}},
     };
     for (auto const &[text, codes] : series) {

@@ -1,12 +1,15 @@
 // Widgets bound to parameters, typed into and changed from other threads.
+#include "tovparamtablemodel.h"
 #include "values.h"
 #include "wait.h"
 
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QGroupBox>
 #include <QLineEdit>
 #include <QMainWindow>
+#include <QTableView>
 #include <QTest>
 #include <QTimer>
 
@@ -167,16 +170,6 @@ TEST_F(Panels, WhatIsBeingTypedStaysUntilItIsFinished)
     EXPECT_EQ(edit->text(), QStringLiteral("88")) << "it has the focus, but nothing is being typed";
 }
 
-TEST_F(Panels, AreFoundByTheirActionWhileTheyLive)
-{
-    EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("actionShown")), &panel);
-    {
-        PlayerPanel const other(&window, QStringLiteral("unknown"), 0);
-        EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), &other);
-    }
-    EXPECT_EQ(PlayerPanel::GetPanel(QStringLiteral("unknown")), nullptr);
-}
-
 // What a camera at speed does to panels that come and go.
 TEST_F(Panels, AStormOfChangesCostsOneRefreshAPeriod)
 {
@@ -211,6 +204,29 @@ TEST_F(Panels, AStormOfChangesCostsOneRefreshAPeriod)
     storm.join();
     EXPECT_LE(refreshes, periods);
     EXPECT_TRUE(Eventually([&] { return edit->text().toStdString() == values.Text("Count"); }));
+}
+
+TEST_F(Panels, ATableShowsLabelsAndValuesAndCopiesThem)
+{
+    PlayerPanel table{&window, QStringLiteral("table"), 0};
+    QTableView *const view = Add<QTableView>(table, "table");
+    TovParamTableModel model;
+    view->setModel(&model);
+    model.initFormats();
+    table.AddTableParam(view, "Count", &values, "Frames");
+    table.AddTableParam(view, "Speed", &values, nullptr);
+    table.AddTableParam(view, "Nothing", &values, "Unknown");
+    values.SetParamFloat("Speed", 29.968);
+    auto const copied = [] {
+        return QGuiApplication::clipboard()->text().toStdString();
+    };
+    model.CopyField(model.index(1, 0));
+    EXPECT_EQ(copied(), "Speed\t29.97");
+    model.CopyField(QModelIndex());
+    EXPECT_EQ(copied(), "\tn/a");
+    values.SetParamInt("Count", 6);
+    model.CopyTable();
+    EXPECT_EQ(copied(), "Frames\t6\nSpeed\t29.97\nUnknown\tn/a\n");
 }
 
 } // namespace

@@ -18,8 +18,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <map>
 
@@ -71,21 +69,6 @@ TEST_F(LogModel, ABurstIsOneInsert)
     EXPECT_EQ(inserts[1][1], 10000);
     EXPECT_EQ(inserts[1][2], 10002);
     EXPECT_EQ(Data(10002, 2), QStringLiteral("10002"));
-}
-
-TEST_F(LogModel, ColumnsAndRoles)
-{
-    for (int const time : {3600000, 86399999, 86400000}) // the last one is not a time of day
-        m_model.append(time, s_channel, QStringLiteral("text"));
-    m_model._q_delayedAppendData();
-    EXPECT_EQ(Data(0, 0), QStringLiteral("1:00:00.000"));
-    EXPECT_EQ(Data(1, 0), QStringLiteral("23:59:59.999"));
-    EXPECT_EQ(Data(2, 0), QString());
-    EXPECT_FALSE(Data(0, 0, Qt::ToolTipRole).isValid());
-    for (int const role : {Qt::DisplayRole, Qt::ToolTipRole}) {
-        EXPECT_EQ(Data(0, 1, role), s_channel);
-        EXPECT_EQ(Data(1, 2, role), QStringLiteral("text"));
-    }
 }
 
 // Every text comes back as it was, whatever the way it is kept, and wherever in memory it lies.

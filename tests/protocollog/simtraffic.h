@@ -1,4 +1,4 @@
-// The packets of a simulated camera: its frames, its events and its registers while features are set.
+// The packets of a camera: its frames, its events and its registers.
 #pragma once
 
 #include "../support/simcamera.h"
@@ -12,6 +12,63 @@ struct SimPacketSeen
     std::uint32_t channel;
     std::vector<std::uint8_t> bytes;
 };
+
+// What the channels of a camera tell from here on.
+class PacketCollector
+{
+public:
+    explicit PacketCollector(TovCam::Device &device) : m_device(device)
+    {
+        for (Channel &channel : m_channels)
+            m_device.RegisterEvent(channel.id, Take, &channel);
+    }
+    PacketCollector(PacketCollector const &) = delete;
+    PacketCollector &operator=(PacketCollector const &) = delete;
+
+    std::vector<SimPacketSeen> Stop()
+    {
+        for (Channel &channel : m_channels)
+            m_device.UnregisterEvent(channel.id, Take, &channel);
+        return std::move(m_packets);
+    }
+
+private:
+    struct Channel
+    {
+        PacketCollector *collector;
+        std::uint32_t id;
+    };
+    static void Take(void const *data, unsigned long size, void *user)
+    {
+        auto const *const channel = static_cast<Channel *>(user);
+        auto const *const bytes = static_cast<std::uint8_t const *>(data);
+        std::lock_guard const lock(channel->collector->m_mutex);
+        channel->collector->m_packets.push_back({channel->id, {bytes, bytes + size}});
+    }
+
+    TovCam::Device &m_device;
+    Channel m_channels[3] = {
+        {this, TovCam::EventControlChannel}, {this, TovCam::EventStreamChannel}, {this, TovCam::EventEventChannel}};
+    std::mutex m_mutex;
+    std::vector<SimPacketSeen> m_packets; // m_mutex while channels are registered
+};
+
+// Whether all of them came.
+inline bool RunFrames(TovCam::Device &device, int frames)
+{
+    TovCam::Stream *const stream = device.GetStreamByIndex(0);
+    TovCam::ParamArray *const nodes = device.GetCameraParameters(nullptr);
+    bool all = stream->AllocBufferQueue(nullptr, 8) == 0 && stream->StartAcquisition(-1, 0) == 0 &&
+               nodes->ExecuteCommand("AcquisitionStart") == 0;
+    for (int i = 0; i < frames && all; ++i) {
+        TovCam::Buffer *const buffer = stream->GetBuffer(90000, nullptr);
+        all = buffer && stream->QueueBuffer(buffer) == 0;
+    }
+    all = nodes->ExecuteCommand("AcquisitionStop") == 0 && all;
+    stream->StopAcquisition(0);
+    stream->ReleaseBufferQueue();
+    return all;
+}
 
 class SimTraffic
 {
@@ -36,44 +93,13 @@ public:
     // What is told while these many frames run and the features are set.
     std::vector<SimPacketSeen> Collect(int frames, std::function<void(TovCam::ParamArray &)> const &setFeatures)
     {
-        m_packets.clear();
-        Channel channels[] = {
-            {this, TovCam::EventControlChannel}, {this, TovCam::EventStreamChannel}, {this, TovCam::EventEventChannel}};
-        for (Channel &channel : channels)
-            m_device->RegisterEvent(channel.id, Take, &channel);
-        TovCam::Stream *const stream = m_device->GetStreamByIndex(0);
+        PacketCollector collector(*m_device);
         setFeatures(*Nodes());
-        stream->AllocBufferQueue(nullptr, 4);
-        stream->StartAcquisition(-1, 0);
-        Nodes()->ExecuteCommand("AcquisitionStart");
-        for (int i = 0; i < frames; ++i) {
-            if (TovCam::Buffer *const buffer = stream->GetBuffer(90000, nullptr))
-                stream->QueueBuffer(buffer);
-        }
-        Nodes()->ExecuteCommand("AcquisitionStop");
-        stream->StopAcquisition(0);
-        stream->ReleaseBufferQueue();
-        for (Channel &channel : channels)
-            m_device->UnregisterEvent(channel.id, Take, &channel);
-        return std::move(m_packets);
+        RunFrames(*m_device, frames);
+        return collector.Stop();
     }
 
 private:
-    struct Channel
-    {
-        SimTraffic *traffic;
-        std::uint32_t id;
-    };
-    static void Take(void const *data, unsigned long size, void *user)
-    {
-        auto const *const channel = static_cast<Channel *>(user);
-        auto const *const bytes = static_cast<std::uint8_t const *>(data);
-        std::lock_guard<std::mutex> const lock(channel->traffic->m_mutex);
-        channel->traffic->m_packets.push_back({channel->id, {bytes, bytes + size}});
-    }
-
     TovCam::System *const m_system;
     TovCam::Device *m_device = nullptr;
-    std::mutex m_mutex;
-    std::vector<SimPacketSeen> m_packets; // m_mutex while channels are registered
 };

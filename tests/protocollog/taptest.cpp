@@ -17,9 +17,6 @@ namespace {
 // Before any system is made.
 bool const s_gigeOnly = setenv("TOV_CAMERA_INTERFACES", "gige", 1) == 0;
 
-constexpr std::uint32_t Channels[] = {TovCam::EventControlChannel, TovCam::EventStreamChannel,
-                                      TovCam::EventEventChannel};
-
 TovCam::Device *OpenFake(TovCam::System *system)
 {
     for (int i = 0; i < 20; ++i) { // a search takes its time
@@ -30,37 +27,6 @@ TovCam::Device *OpenFake(TovCam::System *system)
     }
     return nullptr;
 }
-
-void RunFrames(TovCam::Device &device, int frames)
-{
-    TovCam::Stream *const stream = device.GetStreamByIndex(0);
-    TovCam::ParamArray *const nodes = device.GetCameraParameters(nullptr);
-    ASSERT_EQ(stream->AllocBufferQueue(nullptr, 8), 0);
-    ASSERT_EQ(stream->StartAcquisition(-1, 0), 0);
-    ASSERT_EQ(nodes->ExecuteCommand("AcquisitionStart"), 0);
-    for (int i = 0; i < frames; ++i) {
-        TovCam::Buffer *const buffer = stream->GetBuffer(30000, nullptr);
-        ASSERT_NE(buffer, nullptr);
-        stream->QueueBuffer(buffer);
-    }
-    EXPECT_EQ(nodes->ExecuteCommand("AcquisitionStop"), 0);
-    stream->StopAcquisition(0);
-    stream->ReleaseBufferQueue();
-}
-
-struct Channel
-{
-    std::uint32_t id;
-    std::vector<SimPacketSeen> *packets;
-
-    // One thread calls for all channels.
-    static void Take(void const *data, unsigned long size, void *user)
-    {
-        auto const *const self = static_cast<Channel *>(user);
-        auto const *const bytes = static_cast<std::uint8_t const *>(data);
-        self->packets->push_back({self->id, {bytes, bytes + size}});
-    }
-};
 
 void CountMissed(void const *data, unsigned long, void *user)
 {
@@ -96,16 +62,12 @@ TEST(TapOnLoopback, TellsWhatTheWitnessSees)
         said += QString::fromLocal8Bit(witness.readAll());
     TovCam::Device *const device = OpenFake(system);
     ASSERT_NE(device, nullptr);
-    std::vector<SimPacketSeen> packets;
     std::atomic<std::uint64_t> missed{0};
-    Channel channels[] = {{Channels[0], &packets}, {Channels[1], &packets}, {Channels[2], &packets}};
     ASSERT_EQ(device->RegisterEvent(TovCam::EventPacketsMissed, CountMissed, &missed), 0);
-    for (Channel &channel : channels)
-        ASSERT_EQ(device->RegisterEvent(channel.id, Channel::Take, &channel), 0);
+    PacketCollector collector(*device);
     for (int i = 0; i < 2; ++i)
-        RunFrames(*device, 15);
-    for (Channel &channel : channels)
-        EXPECT_EQ(device->UnregisterEvent(channel.id, Channel::Take, &channel), 0);
+        EXPECT_TRUE(RunFrames(*device, 15));
+    std::vector<SimPacketSeen> const packets = collector.Stop();
     device->Release();
     EXPECT_EQ(missed, 0u);
     ASSERT_GT(packets.size(), 500u);

@@ -42,19 +42,28 @@ SimPacketSeen const s_otherUsb{TovCam::EventControlChannel, FromHex("55335643 00
 SimPacketSeen const s_ports{TovCam::EventControlChannel,
                             FromHex("4201 0082 0010 0001 00000d00 00009c40 00000b00 00009c41")};
 
-// A capture of them has the same packets, and the same lines where it was cut.
-void ExpectTheSameFromCaptures(QString const &folder, LogStringMaker &maker, std::vector<SimPacketSeen> const &packets,
-                               PcapFile::Link link, void (PcapFile::*add)(std::uint32_t, Bytes const &, std::size_t))
+// A capture of them, with so many bytes of a packet of the stream.
+QString Captured(QTemporaryDir const &folder, PcapFile::Link link, std::vector<SimPacketSeen> const &packets,
+                 std::size_t streamBytes = 65535)
 {
+    QString const path = folder.filePath("sim.pcap"_s);
+    PcapFile file(path.toStdString(), link);
+    bool const usb = link == PcapFile::UsbMonitor;
+    if (usb)
+        file.AddUsbDescriptors();
+    for (SimPacketSeen const &packet : packets)
+        (file.*(usb ? &PcapFile::AddUsb : &PcapFile::Add))(
+            packet.channel, packet.bytes, packet.channel == TovCam::EventStreamChannel ? streamBytes : 65535);
+    return path;
+}
+
+// A capture of them has the same packets, and the same lines where it was cut.
+void ExpectTheSameFromCaptures(LogStringMaker &maker, std::vector<SimPacketSeen> const &packets, PcapFile::Link link)
+{
+    QTemporaryDir const folder;
     for (std::size_t const cut : {std::size_t{97}, std::size_t{65535}}) {
         SCOPED_TRACE(cut);
-        QString const path = folder + "/tap.pcap"_s;
-        {
-            PcapFile file(path.toStdString(), link);
-            for (SimPacketSeen const &packet : packets)
-                (file.*add)(packet.channel, packet.bytes, packet.channel == TovCam::EventStreamChannel ? cut : 65535);
-        }
-        std::vector<SimPacketSeen> const read = ReadCapture(path);
+        std::vector<SimPacketSeen> const read = ReadCapture(Captured(folder, link, packets, cut));
         ASSERT_EQ(read.size(), packets.size());
         for (std::size_t i = 0; i < read.size(); ++i) {
             ASSERT_EQ(read[i].channel, packets[i].channel) << i;
@@ -64,14 +73,8 @@ void ExpectTheSameFromCaptures(QString const &folder, LogStringMaker &maker, std
     }
 
     // Shorter than a line shows: none of them comes, and each is counted.
-    QString const path = folder + "/short.pcap"_s;
-    {
-        PcapFile file(path.toStdString(), link);
-        for (SimPacketSeen const &packet : packets)
-            (file.*add)(packet.channel, packet.bytes, packet.channel == TovCam::EventStreamChannel ? 49 : 65535);
-    }
     std::uint64_t missed = 0;
-    std::vector<SimPacketSeen> const read = ReadCapture(path, &missed);
+    std::vector<SimPacketSeen> const read = ReadCapture(Captured(folder, link, packets, 49), &missed);
     EXPECT_GT(missed, 5u);
     EXPECT_EQ(read.size() + missed, packets.size());
 }
@@ -85,13 +88,8 @@ TEST(SimTraffic, GigEVisionReadsAsTheWitnessReadsIt)
         EXPECT_TRUE(packet.channel != TovCam::EventStreamChannel || packet.bytes[4] != 1 || packet.bytes[13] == 0);
     packets.insert(packets.begin(), s_ports);
     packets.insert(packets.end(), s_others.begin(), s_others.end());
-    QTemporaryDir folder;
-    QString const path = folder.filePath("sim.pcap"_s);
-    {
-        PcapFile file(path.toStdString());
-        for (SimPacketSeen const &packet : packets)
-            file.Add(packet.channel, packet.bytes);
-    }
+    QTemporaryDir const folder;
+    QString const path = Captured(folder, PcapFile::RawIp, packets);
     std::map<std::string, int> compared;
     CompareWithWitness(AskWitness(path, PcapFile::StreamPort, PcapFile::MessagePort), packets, compared);
     for (Told const &told : s_told)
@@ -100,7 +98,7 @@ TEST(SimTraffic, GigEVisionReadsAsTheWitnessReadsIt)
                                    "READMEM_ACK", "WRITEMEM_CMD", "WRITEMEM_ACK", "EVENT_CMD", "EVENT_ACK", "words"})
         EXPECT_GT(compared[name], 0) << name;
     LogStringMakerGEV maker;
-    ExpectTheSameFromCaptures(folder.path(), maker, packets, PcapFile::RawIp, &PcapFile::Add);
+    ExpectTheSameFromCaptures(maker, packets, PcapFile::RawIp);
 }
 
 TEST(SimTraffic, Usb3VisionReadsAsTheWitnessReadsIt)
@@ -108,17 +106,11 @@ TEST(SimTraffic, Usb3VisionReadsAsTheWitnessReadsIt)
     SimTraffic traffic("VU-1920C");
     ASSERT_NE(traffic.Nodes(), nullptr);
     std::vector<SimPacketSeen> packets = traffic.Collect(6, SetFeatures);
-    QTemporaryDir folder;
+    QTemporaryDir const folder;
     LogStringMakerU3V maker;
-    ExpectTheSameFromCaptures(folder.path(), maker, packets, PcapFile::UsbMonitor, &PcapFile::AddUsb);
+    ExpectTheSameFromCaptures(maker, packets, PcapFile::UsbMonitor);
     packets.push_back(s_otherUsb);
-    QString const path = folder.filePath("sim.pcap"_s);
-    {
-        PcapFile file(path.toStdString(), PcapFile::UsbMonitor);
-        file.AddUsbDescriptors();
-        for (SimPacketSeen const &packet : packets)
-            file.AddUsb(packet.channel, packet.bytes);
-    }
+    QString const path = Captured(folder, PcapFile::UsbMonitor, packets);
     std::map<std::string, int> compared;
     CompareUsbWithWitness(path, packets, compared);
     for (UsbTold const &told : s_usbTold)

@@ -138,31 +138,4 @@ TEST(ImageParser, TellsWhatItRepaired)
     EXPECT_THROW(ImageParser().validateFormatting(text, true, false), std::out_of_range);
 }
 
-TEST(ImageParserUtils, ReplacesCharactersAndNeverLoops)
-{
-    struct
-    {
-        char const *text, *replacement, *chars, *result;
-    } const rows[] = {
-        {"", "x", "abc", ""},
-        {"banana", "x", "an", "bxxxxx"},
-        {"banana", "", "a", "bnn"},
-        {"banana", "--", "a", "b--n--n--"},
-        {"a:b", nullptr, ":", "a b"},
-        {"banana", "x", "", "banana"},
-        {"banana", "ax", "a", "banana"},
-        {"banana", "xa", "a", "banana"}, // would never end
-    };
-    for (auto const &row : rows) {
-        std::string text = row.text;
-        EXPECT_EQ(ImageParserUtils::replaceChars(text, row.replacement, row.chars), row.result);
-        EXPECT_EQ(text, row.result);
-    }
-    std::vector<std::string> list;
-    EXPECT_EQ(ImageParserUtils::buildCommandsList("x${time:%H}${date}", list), 1);
-    EXPECT_EQ(ImageParserUtils::buildCommandsList("${time}x${date}", list), 0);
-    EXPECT_EQ(ImageParserUtils::buildCommandsList("x${time", list), 0);
-    EXPECT_EQ(list, std::vector<std::string>{"time:%H"});
-}
-
 } // namespace

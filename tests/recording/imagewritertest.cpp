@@ -15,11 +15,6 @@
 
 namespace {
 
-bool WaitFor(std::function<bool()> const &condition)
-{
-    return Eventually(condition);
-}
-
 class Writer : public FifoFixture
 {
 protected:
@@ -71,7 +66,7 @@ protected:
     }
     bool Drained()
     {
-        return WaitFor([this] {
+        return Eventually([this] {
             GrabbingFifo::Accounts const accounts = fifo.GetAccounts();
             return accounts.queued == 0 && accounts.withConsumers == 0;
         });
@@ -136,58 +131,51 @@ TEST_F(Writer, GetsOverFailures)
 {
     using Format = ImageWriter::FileFormat;
     constexpr std::uint32_t Bayer = 0x308010D;
-    auto const wide = [](_TovImage &image) {
-        image.width = image.frameID == 3 ? 31 : 32;
-    };
-    auto const thirdFails = [this] {
-        serializer.Set(&FakeSerializing::onWrite, [](std::size_t n) { return n == 2 ? -4 : 0; });
-    };
-    auto const thirdThrows = [this] {
-        serializer.Set(&FakeSerializing::onWrite, [](std::size_t n) { return n == 2 ? throw std::bad_alloc() : 0; });
-    };
-    auto const startFails = [this] {
-        serializer.Set(&FakeSerializing::onStart, [] { return -4; });
-    };
-    auto const startThrows = [this] {
-        serializer.Set(&FakeSerializing::onStart, []() -> int { throw std::bad_alloc(); });
-    };
+    enum Step { Start, Conversion, Third }; // where it fails; the last is the third frame
     struct
     {
         char const *what;
         Format format;
         std::uint32_t type;
-        std::function<void()> arrange;
-        std::function<void(_TovImage &)> paint;
+        Step step;
+        bool throws;
         int saved, requests;
         char const *told;
     } const rows[] = {
-        {"a file", Format::FormatRaw, TV_PIXEL_MONO8, thirdFails, {}, 4, 0, "No room (/s/image_00000003.raw)"},
-        {"a file, converted", Format::FormatPng, Bayer, thirdFails, {}, 4, 0, "No room (/s/image_00000003.png)"},
-        {"a frame of a movie", Format::FormatAvi, TV_PIXEL_MONO8, thirdFails, {}, 4, 1, "No room (/s/movie.avi)"},
+        {"a file", Format::FormatRaw, TV_PIXEL_MONO8, Third, false, 4, 0, "No room (/s/image_00000003.raw)"},
+        {"a file, converted", Format::FormatPng, Bayer, Third, false, 4, 0, "No room (/s/image_00000003.png)"},
+        {"a frame of a movie", Format::FormatAvi, TV_PIXEL_MONO8, Third, false, 4, 1, "No room (/s/movie.avi)"},
         // The conversion's target is gone once the recording was wound up.
-        {"a frame, converted", Format::FormatAvi, Bayer, thirdFails, {}, 2, 3, "No room (/s/movie.avi)"},
-        {"a conversion", Format::FormatBmp, Bayer, [] {}, wide, 2, 3, "the picture cannot be converted"},
-        {"memory", Format::FormatRaw, TV_PIXEL_MONO8, thirdThrows, {}, 4, 1, "not enough memory"},
-        {"the start of a series", Format::FormatRaw, TV_PIXEL_MONO8, startFails, {}, 0, 0, "No room"},
-        {"a start, converted", Format::FormatBmp, Bayer, startFails, {}, 0, 1, "No room"},
-        {"the start of a movie", Format::FormatAvi, TV_PIXEL_MONO8, startFails, {}, 0, 5, "No room (/s/movie.avi)"},
-        {"the same, converted", Format::FormatAvi, Bayer, startFails, {}, 0, 6, "No room (/s/movie.avi)"},
-        {"memory at the start", Format::FormatRaw, TV_PIXEL_MONO8, startThrows, {}, 0, 1, "not enough memory"},
+        {"a frame, converted", Format::FormatAvi, Bayer, Third, false, 2, 3, "No room (/s/movie.avi)"},
+        {"a conversion", Format::FormatBmp, Bayer, Conversion, false, 2, 3, "the picture cannot be converted"},
+        {"memory", Format::FormatRaw, TV_PIXEL_MONO8, Third, true, 4, 1, "not enough memory"},
+        {"the start of a series", Format::FormatRaw, TV_PIXEL_MONO8, Start, false, 0, 0, "No room"},
+        {"a start, converted", Format::FormatBmp, Bayer, Start, false, 0, 1, "No room"},
+        {"the start of a movie", Format::FormatAvi, TV_PIXEL_MONO8, Start, false, 0, 5, "No room (/s/movie.avi)"},
+        {"the same, converted", Format::FormatAvi, Bayer, Start, false, 0, 6, "No room (/s/movie.avi)"},
+        {"memory at the start", Format::FormatRaw, TV_PIXEL_MONO8, Start, true, 0, 1, "not enough memory"},
     };
     for (auto const &row : rows) {
         SCOPED_TRACE(row.what);
         serializer.Reset();
         serializer.Set(&FakeSerializing::failure, "No room");
-        row.arrange();
+        auto const fail = [&row] {
+            return row.throws ? throw std::bad_alloc() : -4;
+        };
+        if (row.step == Start)
+            serializer.Set(&FakeSerializing::onStart, fail);
+        if (row.step == Third)
+            serializer.Set(&FakeSerializing::onWrite, [fail](std::size_t n) { return n == 2 ? fail() : 0; });
         done = 0;
         writer.SetParamInt("FileFormat", row.format);
         Run(row.type);
         Record();
-        Feed(1, 5, row.paint);
+        Feed(1, 5, [&row](_TovImage &image) { image.width = row.step == Conversion && image.frameID == 3 ? 31 : 32; });
         ASSERT_TRUE(Drained());
-        ASSERT_TRUE(WaitFor([&] { return done == row.requests; }));
+        ASSERT_TRUE(Eventually([&] { return done == row.requests; }));
         std::string const failed = std::to_string(5 - row.saved) + " failed: " + row.told;
-        EXPECT_TRUE(WaitFor([&] { return Told().find("Recording: " + failed + ", ") != std::string::npos; })) << Told();
+        EXPECT_TRUE(Eventually([&] { return Told().find("Recording: " + failed + ", ") != std::string::npos; }))
+            << Told();
         EXPECT_EQ(Told().find("another folder") != std::string::npos, failed.back() == ')') << Told();
         RecordingLedger const ledger = Stop();
         EXPECT_EQ(ledger.saved, row.saved);
@@ -272,14 +260,14 @@ TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
     ASSERT_EQ(fifo.GetNewestBuffer(&borrowed, false), 0);
     Record();
     EXPECT_EQ(fifo.ReturnBuffer(borrowed), 0);
-    ASSERT_TRUE(WaitFor([this] { return fifo.GetAccounts().queued == 0; }));
+    ASSERT_TRUE(Eventually([this] { return fifo.GetAccounts().queued == 0; }));
     Feed(4, 62, paint);
     EXPECT_EQ(fifo.GetAccounts().queued, 13);
     EXPECT_EQ(fifo.GetAccounts().withConsumers, 1);
     gate.Open();
     ASSERT_TRUE(Drained());
-    ASSERT_TRUE(WaitFor([this] { return IntOf(&writer, "CaptureFramesDroppedSW") == 46; }));
-    EXPECT_TRUE(WaitFor([this] { return IntOf(&writer, "CaptureFramesAcquired") == 59; }));
+    ASSERT_TRUE(Eventually([this] { return IntOf(&writer, "CaptureFramesDroppedSW") == 46; }));
+    EXPECT_TRUE(Eventually([this] { return IntOf(&writer, "CaptureFramesAcquired") == 59; }));
     EXPECT_EQ(IntOf(&writer, "CaptureFramesDroppedHW"), 0);
     RecordingLedger const ledger = Stop();
     EXPECT_EQ(ledger.acquired, 60);
@@ -307,7 +295,7 @@ TEST_F(Writer, StopsInTheMiddleOfAFrameAndCountsWhatIsLeft)
     serializer.Set(&FakeSerializing::onWrite, [this](std::size_t) { return gate.Pass(), 0; });
     Record();
     Feed(1, 8);
-    ASSERT_TRUE(WaitFor([this] { return gate.Reached() == 1; }));
+    ASSERT_TRUE(Eventually([this] { return gate.Reached() == 1; }));
     TovCam::Buffer *borrowed = nullptr; // the display's
     ASSERT_EQ(fifo.GetNewestBuffer(&borrowed, false), 0);
     auto const opened =
@@ -365,10 +353,10 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
             ASSERT_TRUE(device.stream.Push({id, 0, id == 3}));
         ASSERT_TRUE(device.stream.WaitUntilDrained());
         plugin.gate.Open();
-        ASSERT_TRUE(WaitFor([this] { return evaluated == 1; }));
+        ASSERT_TRUE(Eventually([this] { return evaluated == 1; }));
         // It has ended by itself, and begins again when it is told to.
-        ASSERT_TRUE(WaitFor([this] { return writer.Start(); }));
-        ASSERT_TRUE(WaitFor([this] { return evaluated == 2; }));
+        ASSERT_TRUE(Eventually([this] { return writer.Start(); }));
+        ASSERT_TRUE(Eventually([this] { return evaluated == 2; }));
         writer.StopWriting();
         EXPECT_EQ(plugin.ids, ids);
         EXPECT_EQ(fifo.GetAccounts().withConsumers, 0);
@@ -378,7 +366,7 @@ TEST_F(Writer, FeedsTheEvaluationPluginInsteadOfWriting)
     evaluated = 0;
     Record();
     Feed(13, 13);
-    ASSERT_TRUE(WaitFor([this] { return evaluated == 1; })) << "it threw";
+    ASSERT_TRUE(Eventually([this] { return evaluated == 1; })) << "it threw";
     writer.StopWriting();
     EXPECT_TRUE(serializer.Writes().empty());
     EXPECT_EQ(IntOf(&writer, "CaptureFramesAcquired"), 0);

@@ -9,7 +9,6 @@
 #include "simcamera.h"
 
 #include <QDir>
-#include <QTest>
 
 namespace {
 

@@ -26,11 +26,6 @@ protected:
         EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
         return expected;
     }
-    std::string Probe(std::string const &path, char const *entry)
-    {
-        return Output("ffprobe -v error -count_frames -select_streams v -show_entries stream=" + std::string(entry) +
-                      " -of csv=p=0 '" + path + "' | tr -d '\\n,'");
-    }
 };
 
 TEST_F(MovieTest, LosslessMoviesComeBackFrameByFrame)

@@ -84,15 +84,19 @@ inline Bytes Decoded(fs::path const &movie, char const *pixels)
                   pixels + " -");
 }
 
+inline std::string Probe(fs::path const &movie, std::string const &entry)
+{
+    return Output("ffprobe -v fatal -count_frames -select_streams v -show_entries stream=" + entry + " -of csv=p=0 '" +
+                  movie.string() + "' | tr -d '\\n,'");
+}
+
 // What a reader finds: ffprobe, or ours.
 inline std::int64_t FramesIn(fs::path const &movie)
 {
     FrameFileReader reader;
     if (movie.extension() != ".avi")
         return reader.Open(movie.string()) == 0 ? std::int64_t(reader.Frames().size()) : -1;
-    return std::stoll("0" + Output("ffprobe -v fatal -count_frames -select_streams v -show_entries "
-                                   "stream=nb_read_frames -of csv=p=0 '" +
-                                   movie.string() + "' | tr -d '\\n,'"));
+    return std::stoll("0" + Probe(movie, "nb_read_frames"));
 }
 
 // The child's exit status, or -1 for another end. It begins with one thread and a copy of everything.

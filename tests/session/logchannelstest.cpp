@@ -8,8 +8,6 @@
 
 #include <QCoreApplication>
 
-#include <gtest/gtest.h>
-
 namespace {
 
 class LogChannels : public testing::TestWithParam<char const *>

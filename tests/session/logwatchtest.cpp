@@ -10,8 +10,6 @@
 
 #include <QDir>
 
-#include <gtest/gtest.h>
-
 #include <sys/resource.h>
 
 namespace {

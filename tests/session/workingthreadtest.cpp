@@ -3,8 +3,6 @@
 #include "asleep.h"
 #include "wait.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <functional>
 
