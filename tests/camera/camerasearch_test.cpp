@@ -29,8 +29,8 @@ Bytes Answer(std::uint16_t id, std::string const &serial = "S", std::size_t size
     std::array<std::uint8_t, gvcp::DiscoveryAck::Size> body{};
     std::memcpy(&body[bootstrap::ManufacturerName], "Maker", 5);
     std::memcpy(&body[bootstrap::SerialNumber], serial.data(), std::min(serial.size(), bootstrap::IdentitySize));
-    Bytes answer(gvcp::HeaderSize);
-    answer.insert(answer.end(), body.begin(), body.end());
+    Bytes answer(gvcp::HeaderSize + body.size());
+    std::copy(body.begin(), body.end(), answer.begin() + gvcp::HeaderSize);
     answer.resize(gvcp::HeaderSize + size);
     gvcp::WriteHeader(std::span(answer).first<gvcp::HeaderSize>(),
                       {0, gvcp::DISCOVERY_ACK, static_cast<std::uint16_t>(size), id});
