@@ -1,8 +1,7 @@
 // The cameras on the network before foreign clients and our own. Runs in a network namespace of its own.
 #include "wireclients.h"
 
-#include "protocol/socketaddress.h"
-
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 using namespace std::chrono_literals;
@@ -153,12 +152,17 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
     auto const camera = Serve(Grey);
     MakeSmall(*camera);
     int const host = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_TRUE(BindSocket(host, {INADDR_LOOPBACK, 0}));
-    constexpr SocketAddress Control{INADDR_LOOPBACK, gvcp::Port};
+    sockaddr_in own{}, control{};
+    own.sin_family = control.sin_family = AF_INET;
+    own.sin_addr.s_addr = control.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    control.sin_port = htons(gvcp::Port);
+    socklen_t length = sizeof own;
+    ASSERT_EQ(bind(host, reinterpret_cast<sockaddr *>(&own), sizeof own), 0);
+    ASSERT_EQ(getsockname(host, reinterpret_cast<sockaddr *>(&own), &length), 0);
     for (auto const &[feature, value] : std::initializer_list<std::pair<char const *, std::string>>{
              {"GevHeartbeatTimeout", "600000"},
              {"GevMCDA", "127.0.0.1"},
-             {"GevMCPHostPort", std::to_string(AddressOfSocket(host).port)},
+             {"GevMCPHostPort", std::to_string(ntohs(own.sin_port))},
              {"GevMCRC", "3"},
              {"GevMCTT", "100"},
              {"EventSelector", "ExposureEnd"},
@@ -175,18 +179,23 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
     std::array<std::uint8_t, 600> packet;
     timeval const patience{PatienceMs / 1000, 0};
     setsockopt(host, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    auto const send = [&](auto const &bytes, sockaddr_in const &to) {
+        sendto(host, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr const *>(&to), sizeof to);
+    };
     constexpr std::array<std::uint8_t, 16> TakeControl{0x42, 0x01, 0, 0x82, 0, 8, 0, 4, 0, 0, 0x0A, 0, 0, 0, 0, 2};
-    SendDatagram(host, TakeControl, Control);
+    send(TakeControl, control);
     ASSERT_GT(recv(host, packet.data(), packet.size(), 0), 0);
     int actions = 0, events = 0;
     std::uint64_t lastEvent = 0;
     while (events < 3) {
         if (actions == events) {
             action[7] = static_cast<std::uint8_t>(5 + actions);
-            SendDatagram(host, action, Control);
+            send(action, control);
         }
-        SocketAddress from;
-        ssize_t const size = ReceiveDatagram(host, packet, from);
+        sockaddr_in from{};
+        length = sizeof from;
+        ssize_t const size =
+            recvfrom(host, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&from), &length);
         ASSERT_GT(size, 0) << actions << ' ' << events;
         std::span const bytes(packet.data(), static_cast<std::size_t>(size));
         std::optional<gvcp::Header> const header = gvcp::ReadHeader(bytes);
@@ -202,19 +211,19 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
         lastEvent = block;
         std::array<std::uint8_t, gvcp::HeaderSize> acknowledge;
         gvcp::WriteHeader(acknowledge, {gvcp::GEV_STATUS_SUCCESS, gvcp::EVENT_ACK, 0, header->id});
-        SendDatagram(host, acknowledge, from);
+        send(acknowledge, from);
     }
     EXPECT_EQ(lastEvent, 3u);
     // A camera is sent elsewhere by its hardware address while nobody has control.
     constexpr std::array<std::uint8_t, 16> GiveBack{0x42, 0x01, 0, 0x82, 0, 8, 1, 4, 0, 0, 0x0A, 0, 0, 0, 0, 0};
-    SendDatagram(host, GiveBack, Control);
+    send(GiveBack, control);
     std::array<std::uint8_t, gvcp::HeaderSize + gvcp::ForceIp::Size> force{0x42, 0x01, 0, 4, 0, 56, 1, 5};
     std::uint8_t *const body = force.data() + gvcp::HeaderSize;
     StoreBig16(body + gvcp::ForceIp::MacAddressHigh, 0x0254);
     StoreBig32(body + gvcp::ForceIp::MacAddressLow, INADDR_LOOPBACK);
     StoreBig32(body + gvcp::ForceIp::IpAddress, INADDR_LOOPBACK + 6);
     StoreBig32(body + gvcp::ForceIp::SubnetMask, 0xFF000000);
-    SendDatagram(host, force, Control);
+    send(force, control);
     EXPECT_TRUE(Eventually([&] { return camera->GetStatus().address == "127.0.0.7"; }));
     EXPECT_EQ(RunShell("arv-tool-0.8 -a 127.0.0.7 control Width").code, 0);
     close(host);
