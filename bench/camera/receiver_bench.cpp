@@ -6,6 +6,7 @@
 // Before Qt, whose keywords it uses as names.
 #include <arv.h>
 
+#include "datagramsink.h"
 #include "fakegige.h"
 #include "replay.h"
 
@@ -20,7 +21,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <sys/prctl.h>
 #include <thread>
 
 namespace {
@@ -32,13 +32,6 @@ constexpr std::uint32_t Buffers = 16;
 constexpr int SocketRoom = 4 << 20; // what our stream asks for with frames of this size
 constexpr std::size_t Run = 16;     // packets that come at once, as adapters hand them over
 constexpr auto Settled = 50ms;      // nothing comes any more
-
-double Seconds(clockid_t clock)
-{
-    timespec time;
-    clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
 
 // Of this process, by its name; 0 for none.
 pid_t FindThread(std::string const &name)
@@ -79,70 +72,33 @@ public:
 class BareLoop final : public Target
 {
 public:
-    explicit BareLoop(std::size_t packetsPerFrame)
-        : m_packetsPerFrame(packetsPerFrame),
-          m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    explicit BareLoop(std::size_t packetsPerFrame) : m_packetsPerFrame(packetsPerFrame)
     {
-        setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &SocketRoom, sizeof SocketRoom);
-        timeval const look{0, 20000};
-        setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &look, sizeof look);
-        sockaddr_in address = Loopback(0);
-        socklen_t size = sizeof address;
-        if (bind(m_socket, reinterpret_cast<sockaddr *>(&address), size) != 0)
-            std::exit(1);
-        getsockname(m_socket, reinterpret_cast<sockaddr *>(&address), &size);
-        m_port = ntohs(address.sin_port);
-        m_thread = std::thread([this] { Loop(); });
-    }
-    ~BareLoop() override
-    {
-        m_quit = true;
-        m_thread.join();
-        close(m_socket);
     }
     std::uint16_t GetPort() const override
     {
-        return m_port;
+        return m_sink.GetPort();
     }
     char const *ThreadName() const override
     {
-        return "bare";
+        return Name;
     }
     std::uint64_t WholeFrames() const override
     {
-        return (m_packets - m_begin) / m_packetsPerFrame;
+        return (m_sink.GetPackets() - m_begin) / m_packetsPerFrame;
     }
     void Begin() override
     {
-        m_begin = m_packets;
+        m_begin = m_sink.GetPackets();
     }
 
 private:
-    void Loop()
-    {
-        prctl(PR_SET_NAME, "bare");
-        constexpr std::size_t Batch = 64, Room = 9000;
-        std::vector<std::uint8_t> memory(Batch * Room);
-        std::array<iovec, Batch> pieces{};
-        std::array<mmsghdr, Batch> messages{};
-        for (std::size_t i = 0; i < Batch; ++i) {
-            pieces[i] = {memory.data() + i * Room, Room};
-            messages[i].msg_hdr.msg_iov = &pieces[i];
-            messages[i].msg_hdr.msg_iovlen = 1;
-        }
-        while (!m_quit) {
-            int const count = recvmmsg(m_socket, messages.data(), Batch, MSG_WAITFORONE, nullptr);
-            m_packets.store(m_packets + static_cast<std::uint64_t>(std::max(count, 0)), std::memory_order_relaxed);
-        }
-    }
+    static constexpr char Name[] = "bare";
+    static constexpr std::size_t LongestDatagram = 9000;
 
     std::size_t const m_packetsPerFrame;
-    int const m_socket;
-    std::uint16_t m_port = 0;
-    std::atomic<bool> m_quit{false};
-    std::atomic<std::uint64_t> m_packets{0};
+    DatagramSink m_sink{Name, SO_RCVBUF, SocketRoom, LongestDatagram};
     std::uint64_t m_begin = 0;
-    std::thread m_thread;
 };
 
 class AravisStream final : public Target

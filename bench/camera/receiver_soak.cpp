@@ -150,8 +150,7 @@ public:
           m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
           m_loses(loss)
     {
-        sockaddr_in const to = Loopback(port);
-        if (connect(m_socket, reinterpret_cast<sockaddr const *>(&to), sizeof to) != 0)
+        if (!ConnectSocket(m_socket, {INADDR_LOOPBACK, port}))
             std::exit(1);
     }
     ~Sender()

@@ -3,16 +3,15 @@
 #pragma once
 
 #include "protocol/gigevision.h"
+#include "protocol/socketaddress.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <netinet/in.h>
 #include <netinet/udp.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -25,15 +24,6 @@ inline void PinTo(unsigned processor)
     CPU_ZERO(&set);
     CPU_SET(processor, &set);
     sched_setaffinity(0, sizeof set, &set);
-}
-
-inline sockaddr_in Loopback(std::uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
 }
 
 class Replay
@@ -51,8 +41,7 @@ public:
     {
         int const room = 8 << 20;
         setsockopt(m_socket, SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room);
-        sockaddr_in local = Loopback(0);
-        if (m_socket < 0 || bind(m_socket, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0)
+        if (m_socket < 0 || !BindSocket(m_socket, {INADDR_LOOPBACK, 0}))
             std::exit(1);
         std::size_t const bytes = std::size_t{width} * height, data = m_size - gvsp::HeaderSize;
         m_packets = (bytes + data - 1) / data;
@@ -74,10 +63,7 @@ public:
 
     std::uint16_t GetPort() const
     {
-        sockaddr_in local{};
-        socklen_t size = sizeof local;
-        getsockname(m_socket, reinterpret_cast<sockaddr *>(&local), &size);
-        return ntohs(local.sin_port);
+        return AddressOfSocket(m_socket).port;
     }
     std::size_t PacketsPerFrame() const
     {
@@ -85,8 +71,7 @@ public:
     }
     void SetTarget(std::uint16_t port)
     {
-        sockaddr_in const to = Loopback(port);
-        if (connect(m_socket, reinterpret_cast<sockaddr const *>(&to), sizeof to) != 0)
+        if (!ConnectSocket(m_socket, {INADDR_LOOPBACK, port}))
             std::exit(1);
         m_count = 0;
     }

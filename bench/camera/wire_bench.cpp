@@ -2,6 +2,8 @@
 // piece of memory, and against the fake camera of Aravis, which is spared the drawing; all to the same kind of
 // receiver, rounds taken in turn: packets and bytes a second, the processor time a packet of all but the receiver, and
 // what a camera takes of memory. Needs loopback alone: tests/support/in-netns wire_bench [seconds a round] [rounds]
+#include "datagramsink.h"
+
 #include "wire/framesender.h"
 
 #include "eventhub.h"
@@ -11,15 +13,11 @@
 #include <arv.h>
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <fstream>
 #include <memory>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -29,85 +27,16 @@ namespace {
 
 constexpr std::size_t Batch = 64;
 constexpr int SocketBuffer = 8 << 20;
+constexpr std::size_t LongestDatagram = 65536;
 constexpr std::uint32_t PacketSizes[] = {1500, 8200, 9000};
 constexpr SimFormat Format{TV_PIXEL_MONO8, 2048, 1536};
 SimModel const s_model{"B", "B", "1",     "", "", TovCam::InterfaceKindGigEVision, 2048, 1536, false, 0x01080001,
                        2,   0,   1000000, 1,  1.0};
 
-double Seconds(clockid_t clock)
+DatagramSink OpenSink()
 {
-    timespec time;
-    clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+    return DatagramSink("sink", SO_RCVBUFFORCE, SocketBuffer, LongestDatagram);
 }
-
-sockaddr_in Loopback(std::uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
-
-// Takes what comes and counts it.
-class Sink
-{
-public:
-    Sink() : m_socket(socket(AF_INET, SOCK_DGRAM, 0))
-    {
-        setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &SocketBuffer, sizeof SocketBuffer);
-        timeval const look{0, 100000};
-        setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &look, sizeof look);
-        sockaddr_in address = Loopback(0);
-        socklen_t size = sizeof address;
-        if (bind(m_socket, reinterpret_cast<sockaddr *>(&address), size) != 0)
-            std::exit(1);
-        getsockname(m_socket, reinterpret_cast<sockaddr *>(&address), &size);
-        port = ntohs(address.sin_port);
-        m_thread = std::thread([this] { Run(); });
-    }
-    ~Sink()
-    {
-        m_quit = true;
-        m_thread.join();
-        close(m_socket);
-    }
-    double CpuSeconds()
-    {
-        clockid_t clock;
-        pthread_getcpuclockid(m_thread.native_handle(), &clock);
-        return Seconds(clock);
-    }
-
-    std::uint16_t port;
-    std::atomic<std::uint64_t> packets{0}, bytes{0};
-
-private:
-    void Run()
-    {
-        std::vector<std::uint8_t> memory(Batch * 65536);
-        std::array<iovec, Batch> pieces{};
-        std::array<mmsghdr, Batch> messages{};
-        for (std::size_t i = 0; i < Batch; ++i) {
-            pieces[i] = {memory.data() + i * 65536, 65536};
-            messages[i].msg_hdr.msg_iov = &pieces[i];
-            messages[i].msg_hdr.msg_iovlen = 1;
-        }
-        while (!m_quit) {
-            int const count = recvmmsg(m_socket, messages.data(), Batch, MSG_WAITFORONE, nullptr);
-            std::uint64_t size = 0;
-            for (int i = 0; i < count; ++i)
-                size += messages[static_cast<std::size_t>(i)].msg_len;
-            packets += static_cast<std::uint64_t>(std::max(count, 0));
-            bytes += size;
-        }
-    }
-
-    int const m_socket;
-    std::atomic<bool> m_quit{false};
-    std::thread m_thread;
-};
 
 struct Rate
 {
@@ -119,11 +48,11 @@ struct Rate
 class Meter
 {
 public:
-    Meter(Sink &sink, std::uint64_t packets, std::uint64_t bytes)
+    Meter(DatagramSink &sink, std::uint64_t packets, std::uint64_t bytes)
         : m_sink(sink),
           m_packets(packets),
           m_bytes(bytes),
-          m_received(sink.packets),
+          m_received(sink.GetPackets()),
           m_cpu(Cpu()),
           m_wall(Seconds(CLOCK_MONOTONIC))
     {
@@ -131,7 +60,7 @@ public:
     Rate End(std::uint64_t packets, std::uint64_t bytes) const
     {
         double const wall = Seconds(CLOCK_MONOTONIC) - m_wall, sent = static_cast<double>(packets - m_packets);
-        return {sent / wall, static_cast<double>(m_sink.packets - m_received) / wall,
+        return {sent / wall, static_cast<double>(m_sink.GetPackets() - m_received) / wall,
                 static_cast<double>(bytes - m_bytes) / wall / 1e6, 1e6 * (Cpu() - m_cpu) / sent};
     }
 
@@ -141,18 +70,17 @@ private:
         return Seconds(CLOCK_PROCESS_CPUTIME_ID) - m_sink.CpuSeconds();
     }
 
-    Sink &m_sink;
+    DatagramSink &m_sink;
     std::uint64_t const m_packets, m_bytes, m_received;
     double const m_cpu, m_wall;
 };
 
 Rate RunBare(std::uint32_t packetSize, double seconds)
 {
-    Sink sink;
+    DatagramSink sink = OpenSink();
     int const fd = socket(AF_INET, SOCK_DGRAM, 0);
     setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &SocketBuffer, sizeof SocketBuffer);
-    sockaddr_in const to = Loopback(sink.port);
-    if (connect(fd, reinterpret_cast<sockaddr const *>(&to), sizeof to) != 0)
+    if (!ConnectSocket(fd, {INADDR_LOOPBACK, sink.GetPort()}))
         std::exit(1);
     std::size_t const size = packetSize - gvsp::IpHeaderSize - gvsp::UdpHeaderSize, data = size - gvsp::HeaderSize;
     std::vector<std::uint8_t> frame(Format.Payload() / data * data);
@@ -179,13 +107,13 @@ Rate RunBare(std::uint32_t packetSize, double seconds)
 
 Rate RunCamera(std::uint32_t packetSize, double seconds)
 {
-    Sink sink;
+    DatagramSink sink = OpenSink();
     EventHub hub;
     SimStream stream(s_model, hub, [](SimFormat &format) { return format = Format, 0; }, SimStream::Packets::OfTaker);
     FrameSender sender(s_model, stream);
     StreamChannel channel;
     channel.localAddress = channel.address = INADDR_LOOPBACK;
-    channel.port = sink.port;
+    channel.port = sink.GetPort();
     channel.packetSize = packetSize;
     sender.Open(channel);
     stream.SetEager(true);
@@ -210,7 +138,7 @@ void Ignore(ArvBuffer *, void *, std::uint32_t, std::uint32_t, ArvPixelFormat)
 // The fake camera counts nothing: what arrives stands for what was sent.
 Rate RunAravis(std::uint32_t packetSize, double seconds)
 {
-    Sink sink;
+    DatagramSink sink = OpenSink();
     ArvGvFakeCamera *const gige = arv_gv_fake_camera_new("lo", "BENCH");
     ArvFakeCamera *const fake = arv_gv_fake_camera_get_fake_camera(gige);
     arv_fake_camera_set_fill_pattern(fake, Ignore, nullptr);
@@ -219,7 +147,7 @@ Rate RunAravis(std::uint32_t packetSize, double seconds)
              {B::HeartbeatTimeout, 600000},
              {B::ControlChannelPrivilege, gvcp::ControlAccess},
              {B::StreamChannelDestinationAddress, INADDR_LOOPBACK},
-             {B::StreamChannelPort, sink.port},
+             {B::StreamChannelPort, sink.GetPort()},
              {B::StreamChannelPacketSize, packetSize},
              {ARV_FAKE_CAMERA_REGISTER_WIDTH, Format.width},
              {ARV_FAKE_CAMERA_REGISTER_HEIGHT, Format.height},
@@ -228,12 +156,12 @@ Rate RunAravis(std::uint32_t packetSize, double seconds)
         arv_fake_camera_write_register(fake, address, value);
     arv_fake_camera_set_control_channel_privilege(fake, gvcp::ControlAccess);
     std::size_t const size = packetSize - gvsp::IpHeaderSize - gvsp::UdpHeaderSize;
-    while (sink.packets < 100)
+    while (sink.GetPackets() < 100)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    std::uint64_t const before = sink.packets;
+    std::uint64_t const before = sink.GetPackets();
     Meter const meter(sink, before, before * size);
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    std::uint64_t const after = sink.packets;
+    std::uint64_t const after = sink.GetPackets();
     Rate const rate = meter.End(after, after * size);
     g_object_unref(gige);
     return rate;
@@ -257,7 +185,7 @@ double CameraMegabytes()
         FrameSender sender{s_model, stream};
     };
     constexpr int Cameras = 4;
-    Sink sink;
+    DatagramSink sink = OpenSink();
     std::vector<std::unique_ptr<Camera>> cameras;
     double before = 0.0;
     for (int i = 0; i < 1 + Cameras; ++i) {
@@ -266,7 +194,7 @@ double CameraMegabytes()
         Camera &camera = *cameras.emplace_back(std::make_unique<Camera>());
         StreamChannel channel;
         channel.localAddress = channel.address = INADDR_LOOPBACK;
-        channel.port = sink.port;
+        channel.port = sink.GetPort();
         camera.sender.Open(channel);
         camera.stream.SetEager(true);
         camera.sender.Begin(Format.Payload());

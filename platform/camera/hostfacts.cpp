@@ -1,12 +1,12 @@
 #include "hostfacts.h"
 
+#include "protocol/socketaddress.h"
+
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <ifaddrs.h>
-#include <netinet/in.h>
 
 namespace fs = std::filesystem;
 
@@ -98,14 +98,13 @@ std::string HostFacts::GetUsbSpeed(std::string const &serialNumber) const
 
 std::string FindAdapter(std::string const &address)
 {
-    in_addr wanted;
+    std::optional<std::uint32_t> const wanted = ParseAddress(address);
     ifaddrs *all = nullptr;
-    if (inet_pton(AF_INET, address.c_str(), &wanted) != 1 || getifaddrs(&all) != 0)
+    if (!wanted || getifaddrs(&all) != 0)
         return {};
     std::string name;
     for (ifaddrs const *one = all; one && name.empty(); one = one->ifa_next) {
-        if (one->ifa_addr && one->ifa_addr->sa_family == AF_INET &&
-            reinterpret_cast<sockaddr_in const *>(one->ifa_addr)->sin_addr.s_addr == wanted.s_addr)
+        if (Ipv4AddressOf(one->ifa_addr) == wanted)
             name = one->ifa_name;
     }
     freeifaddrs(all);

@@ -2,10 +2,10 @@
 #include "gige/camerasearch.h"
 
 #include "backend.h"
+#include "protocol/socketaddress.h"
 #include "wait.h"
 #include "wirecamera.h"
 
-#include <arpa/inet.h>
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -29,8 +29,8 @@ Bytes Answer(std::uint16_t id, std::string const &serial = "S", std::size_t size
     std::array<std::uint8_t, gvcp::DiscoveryAck::Size> body{};
     std::memcpy(&body[bootstrap::ManufacturerName], "Maker", 5);
     std::memcpy(&body[bootstrap::SerialNumber], serial.data(), std::min(serial.size(), bootstrap::IdentitySize));
-    Bytes answer(gvcp::HeaderSize);
-    answer.insert(answer.end(), body.begin(), body.end());
+    Bytes answer(gvcp::HeaderSize + body.size());
+    std::copy(body.begin(), body.end(), answer.begin() + gvcp::HeaderSize);
     answer.resize(gvcp::HeaderSize + size);
     gvcp::WriteHeader(std::span(answer).first<gvcp::HeaderSize>(),
                       {0, gvcp::DISCOVERY_ACK, static_cast<std::uint16_t>(size), id});
@@ -68,12 +68,12 @@ private:
         timeval const patience{0, 20000};
         setsockopt(made, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
         setsockopt(made, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        sockaddr_in name{AF_INET, htons(port), {htonl(address)}, {}};
-        EXPECT_EQ(bind(made, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
+        EXPECT_TRUE(BindSocket(made, {address, port}));
         return made;
     }
-    void SendAs(std::uint32_t address, Bytes const &datagram, sockaddr_in to) const
+    void SendAs(std::uint32_t address, Bytes const &datagram, SocketAddress const &asker) const
     {
+        sockaddr_in to = ToSockaddr(asker);
         alignas(cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof(in_pktinfo))> control{};
         iovec bytes{const_cast<std::uint8_t *>(datagram.data()), datagram.size()};
         msghdr message{&to, sizeof to, &bytes, 1, control.data(), control.size(), 0};
@@ -86,12 +86,10 @@ private:
     void Serve() const
     {
         std::array<std::uint8_t, 64> request;
-        sockaddr_in from{};
+        SocketAddress from;
         bool isAsked = false;
         while (!m_stop) {
-            socklen_t length = sizeof from;
-            isAsked = recvfrom(m_ear, request.data(), request.size(), isAsked && m_isEndless ? MSG_DONTWAIT : 0,
-                               reinterpret_cast<sockaddr *>(&from), &length) >= 8 ||
+            isAsked = ReceiveDatagram(m_ear, request, from, isAsked && m_isEndless ? MSG_DONTWAIT : 0) >= 8 ||
                       (isAsked && m_isEndless);
             if (isAsked)
                 m_script(LoadBig16(&request[6]),

@@ -5,6 +5,7 @@
 
 #include "eventhub.h"
 #include "protocol/gigevision.h"
+#include "protocol/socketaddress.h"
 #include "sim/simscene.h"
 #include "sim/simstream.h"
 
@@ -15,7 +16,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 namespace {
@@ -53,11 +53,8 @@ public:
     {
         int const room = 4 << 20;
         setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
-        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-        socklen_t size = sizeof address;
-        bind(m_socket, reinterpret_cast<sockaddr *>(&address), size);
-        getsockname(m_socket, reinterpret_cast<sockaddr *>(&address), &size);
-        port = ntohs(address.sin_port);
+        BindSocket(m_socket, {INADDR_LOOPBACK, 0});
+        port = AddressOfSocket(m_socket).port;
     }
     ~Receiver()
     {

@@ -3,6 +3,7 @@
 
 #include "fakegige.h"
 #include "protocol/gigevision.h"
+#include "protocol/socketaddress.h"
 #include "wait.h"
 
 #include <atomic>
@@ -129,10 +130,8 @@ private:
         setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         while (!m_stop) {
             Bytes request(600);
-            sockaddr_in peer{};
-            socklen_t peerSize = sizeof peer;
-            ssize_t const size =
-                recvfrom(m_socket, request.data(), request.size(), 0, reinterpret_cast<sockaddr *>(&peer), &peerSize);
+            SocketAddress asker;
+            ssize_t const size = ReceiveDatagram(m_socket, request, asker);
             if (size < 8)
                 continue;
             request.resize(static_cast<std::size_t>(size));
@@ -144,10 +143,8 @@ private:
                 continue;
             Bytes const good = GoodAnswer(request);
             for (Datagram const &out : m_script ? m_script(request, good) : std::vector<Datagram>{{good}}) {
-                sockaddr_in to = peer;
-                to.sin_port = out.port != 0 ? htons(out.port) : peer.sin_port;
-                sendto(out.isForeign ? m_foreign : m_socket, out.bytes.data(), out.bytes.size(), 0,
-                       reinterpret_cast<sockaddr *>(&to), peerSize);
+                SendDatagram(out.isForeign ? m_foreign : m_socket, out.bytes,
+                             {asker.address, out.port != 0 ? out.port : asker.port});
             }
         }
     }

@@ -6,6 +6,7 @@
 #include "witness.h"
 
 #include "packettap/packettap.h"
+#include "protocol/socketaddress.h"
 
 #include <QTemporaryDir>
 
@@ -108,19 +109,9 @@ protected:
         for (int const one : {m_control, m_stream, m_socket})
             close(one);
     }
-    static sockaddr_in Loopback(std::uint16_t port)
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return address;
-    }
     void Send(std::vector<std::uint8_t> const &packet, std::uint16_t port)
     {
-        sockaddr_in const to = Loopback(port);
-        EXPECT_EQ(sendto(m_socket, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr const *>(&to), sizeof to),
-                  static_cast<ssize_t>(packet.size()));
+        EXPECT_EQ(SendDatagram(m_socket, packet, {INADDR_LOOPBACK, port}), static_cast<ssize_t>(packet.size()));
     }
     // On the control channel, which is always reported.
     void TellPort(std::uint8_t request)
@@ -140,8 +131,7 @@ private:
     int const m_control = FakeGigECamera::BindControlPort();
     int const m_stream = [] {
         int const one = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in const address = Loopback(Port);
-        EXPECT_EQ(bind(one, reinterpret_cast<sockaddr const *>(&address), sizeof address), 0);
+        EXPECT_TRUE(BindSocket(one, {INADDR_LOOPBACK, Port}));
         return one;
     }();
     int const m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);

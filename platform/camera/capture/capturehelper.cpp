@@ -3,6 +3,7 @@
 #include "capturesocket.h"
 
 #include "protocol/gigevision.h"
+#include "protocol/socketaddress.h"
 
 #include <array>
 #include <cerrno>
@@ -12,7 +13,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -218,13 +218,5 @@ int RequestCaptureSocket(CaptureTarget const &target, std::string const &helper,
 std::uint32_t GetHostAddressTowards(std::uint32_t camera)
 {
     Fd const any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(gvcp::Port);
-    address.sin_addr.s_addr = htonl(camera);
-    socklen_t size = sizeof address;
-    if (connect(any.Get(), reinterpret_cast<sockaddr const *>(&address), sizeof address) != 0 ||
-        getsockname(any.Get(), reinterpret_cast<sockaddr *>(&address), &size) != 0)
-        return 0;
-    return ntohl(address.sin_addr.s_addr);
+    return ConnectSocket(any.Get(), {camera, gvcp::Port}) ? AddressOfSocket(any.Get()).address : 0;
 }

@@ -1,15 +1,14 @@
 #include "capturesocket.h"
 
 #include "capturefilter.h"
+#include "protocol/socketaddress.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <ifaddrs.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -39,15 +38,6 @@ bool IsUnicast(std::uint32_t address)
     return address >> 24 != 0 && address >> 28 < 0xE; // neither "this network" nor multicast and what is reserved
 }
 
-std::uint32_t AddressOf(sockaddr const *address)
-{
-    if (!address || address->sa_family != AF_INET)
-        return 0;
-    sockaddr_in in;
-    std::memcpy(&in, address, sizeof in);
-    return ntohl(in.sin_addr.s_addr);
-}
-
 struct KnownAddresses
 {
     bool hasHost = false;      // as one of this computer's
@@ -62,8 +52,9 @@ KnownAddresses LookUp(CaptureRequest const &request)
     if (getifaddrs(&all) != 0)
         return known;
     for (ifaddrs const *one = all; one; one = one->ifa_next) {
-        known.hasHost |= AddressOf(one->ifa_addr) == request.host;
-        known.hasBroadcast |= (one->ifa_flags & IFF_BROADCAST) != 0 && AddressOf(one->ifa_broadaddr) == request.camera;
+        known.hasHost |= Ipv4AddressOf(one->ifa_addr) == request.host;
+        known.hasBroadcast |=
+            (one->ifa_flags & IFF_BROADCAST) != 0 && Ipv4AddressOf(one->ifa_broadaddr) == request.camera;
     }
     freeifaddrs(all);
     return known;

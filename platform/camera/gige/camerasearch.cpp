@@ -1,12 +1,13 @@
 #include "camerasearch.h"
 
+#include "protocol/socketaddress.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <ifaddrs.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <random>
 #include <sys/socket.h>
@@ -24,20 +25,6 @@ constexpr int DatagramsAtOnce = 256;
 constexpr int BufferSize = 1 << 20;
 constexpr std::size_t LongestDatagram = 1024; // more than any answer
 
-std::uint32_t AddressOf(sockaddr const *name)
-{
-    return name && name->sa_family == AF_INET ? ntohl(reinterpret_cast<sockaddr_in const *>(name)->sin_addr.s_addr) : 0;
-}
-
-sockaddr_in NameOf(std::uint32_t address, std::uint16_t port)
-{
-    sockaddr_in name{};
-    name.sin_family = AF_INET;
-    name.sin_addr.s_addr = htonl(address);
-    name.sin_port = htons(port);
-    return name;
-}
-
 class Socket
 {
 public:
@@ -46,8 +33,7 @@ public:
         int const on = 1;
         setsockopt(m_socket, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
         setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &BufferSize, sizeof BufferSize);
-        sockaddr_in const name = NameOf(address, 0);
-        if (m_socket >= 0 && bind(m_socket, reinterpret_cast<sockaddr const *>(&name), sizeof name) != 0) {
+        if (m_socket >= 0 && !BindSocket(m_socket, {address, 0})) {
             close(m_socket);
             m_socket = -1;
         }
@@ -73,9 +59,7 @@ public:
         gvcp::WriteHeader(std::span(packet).first<gvcp::HeaderSize>(),
                           {gvcp::CommandLead(gvcp::ACKNOWLEDGE), command, static_cast<std::uint16_t>(body.size()), id});
         std::copy(body.begin(), body.end(), packet.begin() + gvcp::HeaderSize);
-        sockaddr_in const name = NameOf(address, gvcp::Port);
-        sendto(m_socket, packet.data(), gvcp::HeaderSize + body.size(), 0, reinterpret_cast<sockaddr const *>(&name),
-               sizeof name);
+        SendDatagram(m_socket, std::span(packet).first(gvcp::HeaderSize + body.size()), {address, gvcp::Port});
     }
     // Hands what came from a camera's port to `take`, so that a flood leaves time for other things.
     template<class Take>
@@ -83,14 +67,12 @@ public:
     {
         std::array<std::uint8_t, LongestDatagram> bytes;
         for (int i = 0; i < DatagramsAtOnce; ++i) {
-            sockaddr_in from{};
-            socklen_t length = sizeof from;
-            ssize_t const size =
-                recvfrom(m_socket, bytes.data(), bytes.size(), MSG_TRUNC, reinterpret_cast<sockaddr *>(&from), &length);
+            SocketAddress from;
+            ssize_t const size = ReceiveDatagram(m_socket, bytes, from, MSG_TRUNC);
             if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
                 return;
-            if (size >= 0 && static_cast<std::size_t>(size) <= bytes.size() && ntohs(from.sin_port) == gvcp::Port)
-                take(ntohl(from.sin_addr.s_addr), std::span(bytes).first(static_cast<std::size_t>(size)));
+            if (size >= 0 && static_cast<std::size_t>(size) <= bytes.size() && from.port == gvcp::Port)
+                take(from.address, std::span(bytes).first(static_cast<std::size_t>(size)));
         }
     }
 
@@ -121,11 +103,11 @@ public:
         if (getifaddrs(&all) != 0)
             return;
         for (ifaddrs const *one = all; one; one = one->ifa_next) {
-            std::uint32_t const host = AddressOf(one->ifa_addr);
+            std::uint32_t const host = Ipv4AddressOf(one->ifa_addr).value_or(0);
             if (host == 0 || (one->ifa_flags & IFF_UP) == 0 || (one->ifa_flags & IFF_POINTOPOINT) != 0)
                 continue;
             bool const broadcasts = (one->ifa_flags & IFF_BROADCAST) != 0;
-            m_networks.emplace_back(host, broadcasts ? AddressOf(one->ifa_broadaddr) : 0,
+            m_networks.emplace_back(host, broadcasts ? Ipv4AddressOf(one->ifa_broadaddr).value_or(0) : 0,
                                     CameraRoll(m_id, m_privilegeId));
             if (m_networks.back().socket.Get() < 0)
                 m_networks.pop_back();

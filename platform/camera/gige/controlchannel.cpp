@@ -2,13 +2,12 @@
 
 #include "openwatch.h"
 #include "protocol/gigevision.h"
+#include "protocol/socketaddress.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstring>
 #include <linux/filter.h>
 #include <linux/sock_diag.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <random>
 #include <sys/eventfd.h>
@@ -33,15 +32,6 @@ constexpr auto SilentAfter = 2s;   // without an answer to the heartbeat
 constexpr auto LossAfter = 6s;     // the same
 constexpr int BeatsBeforeLoss = 3; // this process may not have run for longer than that
 
-bool MakeAddress(std::uint32_t address, std::uint16_t port, sockaddr_in &out)
-{
-    out = {};
-    out.sin_family = AF_INET;
-    out.sin_addr.s_addr = htonl(address);
-    out.sin_port = htons(port);
-    return address != 0;
-}
-
 // The way to the camera; zeros without one.
 struct Way
 {
@@ -52,16 +42,13 @@ struct Way
 Way FindWay(std::uint32_t camera)
 {
     Way way;
-    sockaddr_in remote, local{};
-    socklen_t size = sizeof local;
-    int const probe = MakeAddress(camera, gvcp::Port, remote) ? socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) : -1;
+    int const probe = camera != 0 ? socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) : -1;
     if (probe < 0)
         return way;
-    if (connect(probe, reinterpret_cast<sockaddr *>(&remote), sizeof remote) == 0 &&
-        getsockname(probe, reinterpret_cast<sockaddr *>(&local), &size) == 0)
-        way.host = ntohl(local.sin_addr.s_addr);
+    if (ConnectSocket(probe, {camera, gvcp::Port}))
+        way.host = AddressOfSocket(probe).address;
     int mtu = 0;
-    size = sizeof mtu;
+    socklen_t size = sizeof mtu;
     if (getsockopt(probe, IPPROTO_IP, IP_MTU, &mtu, &size) == 0 && mtu > 0)
         way.mtu = static_cast<std::uint32_t>(mtu);
     close(probe);
@@ -93,10 +80,10 @@ constexpr ControlChannel::Effort ControlChannel::Goodbye{3, 200ms, 600ms, false,
 ControlChannel::ControlChannel(std::string const &address)
     : m_lastId(std::random_device()()) // no one who has not seen the requests knows the ids of their answers
 {
-    in_addr camera;
-    if (inet_pton(AF_INET, address.c_str(), &camera) != 1)
+    std::optional<std::uint32_t> const camera = ParseAddress(address);
+    if (!camera)
         return;
-    m_cameraAddress = ntohl(camera.s_addr);
+    m_cameraAddress = *camera;
     Way const way = FindWay(m_cameraAddress);
     m_hostAddress = way.host;
     m_mtu = way.mtu;
@@ -123,21 +110,16 @@ static bool FilterSenders(int socket, std::uint32_t camera)
 // Not connected: a refusal on the way, which anybody can forge, is not heard.
 bool ControlChannel::OpenSocket()
 {
-    sockaddr_in local;
-    socklen_t size = sizeof local;
-    MakeAddress(m_hostAddress, 0, local);
     m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (m_socket < 0)
         return false;
     setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &QueueSize, sizeof QueueSize);
-    if (!FilterSenders(m_socket, m_cameraAddress) ||
-        bind(m_socket, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0 ||
-        getsockname(m_socket, reinterpret_cast<sockaddr *>(&local), &size) != 0) {
+    if (!FilterSenders(m_socket, m_cameraAddress) || !BindSocket(m_socket, {m_hostAddress, 0}) ||
+        (m_hostPort = AddressOfSocket(m_socket).port) == 0) {
         close(m_socket);
         m_socket = -1;
         return false;
     }
-    m_hostPort = ntohs(local.sin_port);
     return true;
 }
 
@@ -152,10 +134,7 @@ ControlChannel::~ControlChannel()
 
 bool ControlChannel::Transmit(std::span<std::uint8_t const> packet)
 {
-    sockaddr_in camera;
-    MakeAddress(m_cameraAddress, gvcp::Port, camera);
-    return sendto(m_socket, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&camera), sizeof camera) ==
-           static_cast<ssize_t>(packet.size());
+    return SendDatagram(m_socket, packet, {m_cameraAddress, gvcp::Port}) == static_cast<ssize_t>(packet.size());
 }
 
 std::uint16_t ControlChannel::NextId()

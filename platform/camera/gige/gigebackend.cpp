@@ -6,9 +6,9 @@
 #include "gvcpclient.h"
 #include "hostfacts.h"
 #include "openwatch.h"
+#include "protocol/socketaddress.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <map>
 #include <mutex>
 #include <tuple>
@@ -18,19 +18,6 @@ namespace {
 // Of those that nobody has asked for by their address. A camera that was seen is kept for as long as the program runs,
 // and whoever sends to this host can make up as many as he likes.
 constexpr std::size_t MostSeen = 1024;
-
-std::uint32_t ParseAddress(std::string const &text)
-{
-    in_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1 ? ntohl(address.s_addr) : 0;
-}
-
-std::string AddressText(std::uint32_t address)
-{
-    in_addr const name{htonl(address)};
-    char text[INET_ADDRSTRLEN];
-    return inet_ntop(AF_INET, &name, text, sizeof text) ? text : "";
-}
 
 TovCam::DeviceInfo::AccessStatus AccessOf(std::optional<bool> isControlled)
 {
@@ -57,7 +44,7 @@ public:
         // What was in the list is asked by itself too, and so is found however busy the network is.
         std::vector<std::uint32_t> known = m_asked;
         for (DeviceInfoImpl const *info : m_visible)
-            known.push_back(ParseAddress(info->address));
+            known.push_back(ParseAddress(info->address).value_or(0));
         std::sort(known.begin(), known.end());
         known.erase(std::unique(known.begin(), known.end()), known.end());
         std::vector<DeviceInfoImpl *> visible;
@@ -77,7 +64,7 @@ public:
 
     DeviceInfoImpl *FindByAddress(std::string const &address, std::int32_t *) override
     {
-        CameraRoll::Camera camera{ParseAddress(address), {}};
+        CameraRoll::Camera camera{ParseAddress(address).value_or(0), {}};
         GvcpClient client(address);
         if (!client.Discover(camera.identity))
             return nullptr;

@@ -1,13 +1,12 @@
 #include "gvcpclient.h"
 
 #include "gvcpanswer.h"
+#include "protocol/socketaddress.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -27,14 +26,12 @@ constexpr std::chrono::milliseconds PendingLimit{500};
 
 GvcpClient::GvcpClient(std::string const &address)
 {
-    sockaddr_in remote{};
-    remote.sin_family = AF_INET;
-    remote.sin_port = htons(gvcp::Port);
-    if (inet_pton(AF_INET, address.c_str(), &remote.sin_addr) != 1)
+    std::optional<std::uint32_t> const camera = ParseAddress(address);
+    if (!camera)
         return;
     m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     // Connected, so that only this camera is heard, and a host without a camera refuses at once.
-    if (m_socket >= 0 && connect(m_socket, reinterpret_cast<sockaddr *>(&remote), sizeof remote) != 0) {
+    if (m_socket >= 0 && !ConnectSocket(m_socket, {*camera, gvcp::Port})) {
         close(m_socket);
         m_socket = -1;
     }
@@ -48,13 +45,8 @@ GvcpClient::~GvcpClient()
 
 std::string GvcpClient::GetLocalAddress() const
 {
-    sockaddr_in local{};
-    socklen_t size = sizeof local;
-    char text[INET_ADDRSTRLEN];
-    if (m_socket < 0 || getsockname(m_socket, reinterpret_cast<sockaddr *>(&local), &size) != 0 ||
-        !inet_ntop(AF_INET, &local.sin_addr, text, sizeof text))
-        return {};
-    return text;
+    std::uint32_t const local = AddressOfSocket(m_socket).address;
+    return local != 0 ? AddressText(local) : std::string();
 }
 
 bool GvcpClient::Request(std::uint16_t command, std::span<std::uint8_t const> body, Bytes &answer)

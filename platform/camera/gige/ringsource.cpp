@@ -3,8 +3,8 @@
 #include "capture/capturehelper.h"
 #include "hostfacts.h"
 #include "packetring.h"
+#include "protocol/socketaddress.h"
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <string>
 
@@ -73,13 +73,6 @@ private:
     std::unique_ptr<PacketRing> const m_ring;
 };
 
-std::string AdapterOf(std::uint32_t address)
-{
-    in_addr const raw{htonl(address)};
-    char text[INET_ADDRSTRLEN];
-    return FindAdapter(inet_ntop(AF_INET, &raw, text, sizeof text));
-}
-
 } // namespace
 
 std::unique_ptr<DatagramSource> OpenRingSource(std::uint32_t camera, std::uint32_t host, std::uint16_t port)
@@ -87,7 +80,7 @@ std::unique_ptr<DatagramSource> OpenRingSource(std::uint32_t camera, std::uint32
     if (!s_isPermitted)
         return nullptr;
     // What goes to an address of this host does not leave it.
-    std::string const adapter = AdapterOf(camera).empty() ? AdapterOf(host) : "lo";
+    std::string const adapter = FindAdapter(AddressText(camera)).empty() ? FindAdapter(AddressText(host)) : "lo";
     std::int32_t status = 0;
     int const socket = RequestCaptureSocket({CaptureStream, adapter, camera, host, port}, &status, nullptr);
     if (socket < 0)

@@ -1,10 +1,11 @@
 #include "strangers.h"
 
+#include "protocol/socketaddress.h"
+
 #include <array>
 #include <iterator>
 #include <linux/filter.h>
 #include <linux/sock_diag.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -37,15 +38,13 @@ Strangers::~Strangers()
 void Strangers::Open(int socket, std::uint32_t camera)
 {
     Close();
-    sockaddr_in name{};
-    socklen_t size = sizeof name;
+    SocketAddress const name = AddressOfSocket(socket);
     int const yes = 1;
     m_socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     // The first socket shares its port only once it has it: it would be given one that another stream shares.
-    if (m_socket < 0 || getsockname(socket, reinterpret_cast<sockaddr *>(&name), &size) != 0 ||
-        setsockopt(socket, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes) != 0 ||
-        setsockopt(m_socket, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes) != 0 ||
-        bind(m_socket, reinterpret_cast<sockaddr *>(&name), size) != 0 || !PartByAddress(socket, camera))
+    if (m_socket < 0 || name.port == 0 || setsockopt(socket, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes) != 0 ||
+        setsockopt(m_socket, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes) != 0 || !BindSocket(m_socket, name) ||
+        !PartByAddress(socket, camera))
         Close();
 }
 

@@ -6,8 +6,8 @@
 #include "capture/capturefilter.h"
 #include "capture/capturehelper.h"
 #include "gige/packetring.h"
+#include "protocol/socketaddress.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -89,16 +89,15 @@ std::nullptr_t RefuseAdapter(std::string const &adapter, std::string const &reas
 std::unique_ptr<PacketSource> OpenGigECapture(std::string const &adapter, std::string const &camera,
                                               std::int32_t *status, TovCam::CaptureFailure *failure)
 {
-    in_addr address;
-    if (adapter.empty() || inet_pton(AF_INET, camera.c_str(), &address) != 1)
+    std::optional<std::uint32_t> const address = ParseAddress(camera);
+    if (adapter.empty() || !address)
         return RefuseAdapter(adapter, {}, status, failure);
-    std::uint32_t const number = ntohl(address.s_addr);
     int const socket =
-        RequestCaptureSocket({CaptureTraffic, adapter, number, GetHostAddressTowards(number)}, status, failure);
+        RequestCaptureSocket({CaptureTraffic, adapter, *address, GetHostAddressTowards(*address)}, status, failure);
     if (socket < 0)
         return nullptr;
     std::unique_ptr<PacketRing> ring = PacketRing::Make(socket, RingSize);
     if (!ring)
         return RefuseAdapter(adapter, std::strerror(errno), status, failure);
-    return std::make_unique<GigECapture>(std::move(ring), number);
+    return std::make_unique<GigECapture>(std::move(ring), *address);
 }

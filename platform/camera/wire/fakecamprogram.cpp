@@ -4,6 +4,8 @@
 #include "wirescript.h"
 #include "wiresockets.h"
 
+#include "protocol/socketaddress.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
@@ -20,7 +22,6 @@
 #include <getopt.h>
 #include <ifaddrs.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <strings.h>
 #include <sys/signalfd.h>
@@ -162,11 +163,8 @@ std::vector<std::string> GetInterfaceAddresses(std::string const &name)
         if (name != list->ifa_name)
             continue;
         found = true;
-        if (!list->ifa_addr || list->ifa_addr->sa_family != AF_INET)
-            continue;
-        sockaddr_in address{};
-        std::memcpy(&address, list->ifa_addr, sizeof address);
-        addresses.push_back(AddressText(ntohl(address.sin_addr.s_addr)));
+        if (std::optional<std::uint32_t> const address = Ipv4AddressOf(list->ifa_addr))
+            addresses.push_back(AddressText(*address));
     }
     if (!found)
         throw std::runtime_error("there is no interface " + name);

@@ -5,17 +5,16 @@
 #include "packetplan.h"
 #include "streamforger.h"
 
+#include "protocol/socketaddress.h"
 #include "sim/simstream.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <limits>
 #include <mutex>
-#include <netinet/in.h>
 #include <new>
 #include <optional>
 #include <sys/prctl.h>
@@ -45,16 +44,14 @@ public:
         : m_fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
           m_asked(channel)
     {
-        Check(m_fd);
+        Check(m_fd >= 0);
         // Held while a frame of the channel before is still on its way by another one.
         SetOption(SOL_SOCKET, SO_REUSEADDR, 1);
         if (!SetOption(SOL_SOCKET, SO_SNDBUFFORCE, SendBuffer)) // only of the system's administrator
             SetOption(SOL_SOCKET, SO_SNDBUF, SendBuffer);
-        sockaddr_in const local = Address(channel.localAddress, channel.localPort);
-        sockaddr_in const remote = Address(channel.address, channel.port);
         try {
-            Check(bind(m_fd, reinterpret_cast<sockaddr const *>(&local), sizeof local));
-            Check(connect(m_fd, reinterpret_cast<sockaddr const *>(&remote), sizeof remote));
+            Check(BindSocket(m_fd, {channel.localAddress, channel.localPort}));
+            Check(ConnectSocket(m_fd, {channel.address, channel.port}));
         } catch (...) {
             close(m_fd);
             throw;
@@ -83,24 +80,13 @@ public:
     }
     std::uint16_t GetPort() const
     {
-        sockaddr_in local{};
-        socklen_t size = sizeof local;
-        getsockname(m_fd, reinterpret_cast<sockaddr *>(&local), &size);
-        return ntohs(local.sin_port);
+        return AddressOfSocket(m_fd).port;
     }
 
 private:
-    static sockaddr_in Address(std::uint32_t address, std::uint16_t port)
+    static void Check(bool isDone)
     {
-        sockaddr_in result{};
-        result.sin_family = AF_INET;
-        result.sin_addr.s_addr = htonl(address);
-        result.sin_port = htons(port);
-        return result;
-    }
-    static void Check(int result)
-    {
-        if (result < 0)
+        if (!isDone)
             throw std::system_error(errno, std::generic_category(), "stream channel");
     }
     bool SetOption(int level, int option, int value) const

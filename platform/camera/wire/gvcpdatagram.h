@@ -1,16 +1,12 @@
 // A datagram of a camera's control or message channel, and who gets it.
 #pragma once
 
+#include "protocol/socketaddress.h"
+
 #include <cstdint>
 #include <vector>
 
-struct GvcpPeer
-{
-    std::uint32_t address = 0; // host byte order, as all addresses here
-    std::uint16_t port = 0;
-
-    bool operator==(GvcpPeer const &) const = default;
-};
+using GvcpPeer = SocketAddress; // who sent a request, or is sent something
 
 struct GvcpDatagram
 {

@@ -1,10 +1,10 @@
 #include "streamforger.h"
 
+#include "protocol/socketaddress.h"
+
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -526,21 +526,12 @@ int StreamForger::StrangerSocket(Sender sender, StreamChannel const &channel)
     int &made = m_strangers[sender == Sender::OtherHost ? 1 : 0];
     if (made >= 0)
         return made;
-    auto const name = [](std::uint32_t address, std::uint16_t port) {
-        sockaddr_in result{};
-        result.sin_family = AF_INET;
-        result.sin_addr.s_addr = htonl(address);
-        result.sin_port = htons(port);
-        return result;
-    };
     // The neighbour is this computer too on loopback.
-    sockaddr_in const local = name(channel.localAddress ^ (sender == Sender::OtherHost ? 0x100 : 0), 0);
-    sockaddr_in const remote = name(channel.address, channel.port);
+    std::uint32_t const local = channel.localAddress ^ (sender == Sender::OtherHost ? 0x100 : 0);
     int const tried = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (tried < 0)
         return -1;
-    if (bind(tried, reinterpret_cast<sockaddr const *>(&local), sizeof local) != 0 ||
-        connect(tried, reinterpret_cast<sockaddr const *>(&remote), sizeof remote) != 0) {
+    if (!BindSocket(tried, {local, 0}) || !ConnectSocket(tried, {channel.address, channel.port})) {
         close(tried);
         return -1;
     }

@@ -1,6 +1,6 @@
 #include "wirescript.h"
 
-#include "wiresockets.h"
+#include "protocol/socketaddress.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,5 @@
 #include "wiresockets.h"
 
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -15,20 +14,6 @@ namespace {
 
 constexpr int DatagramsAtOnce = 64;
 
-sockaddr_in SocketAddress(std::uint32_t address, std::uint16_t port)
-{
-    sockaddr_in name{};
-    name.sin_family = AF_INET;
-    name.sin_addr.s_addr = htonl(address);
-    name.sin_port = htons(port);
-    return name;
-}
-
-std::uint32_t AddressOf(sockaddr const *name)
-{
-    return name && name->sa_family == AF_INET ? ntohl(reinterpret_cast<sockaddr_in const *>(name)->sin_addr.s_addr) : 0;
-}
-
 } // namespace
 
 std::optional<LocalAddress> FindLocalAddress(std::uint32_t address)
@@ -38,7 +23,8 @@ std::optional<LocalAddress> FindLocalAddress(std::uint32_t address)
         return std::nullopt;
     std::optional<LocalAddress> found;
     for (ifaddrs const *i = interfaces; i && !found; i = i->ifa_next) {
-        std::uint32_t const own = AddressOf(i->ifa_addr), mask = AddressOf(i->ifa_netmask);
+        std::uint32_t const own = Ipv4AddressOf(i->ifa_addr).value_or(0);
+        std::uint32_t const mask = Ipv4AddressOf(i->ifa_netmask).value_or(0);
         bool const loopback = (i->ifa_flags & IFF_LOOPBACK) != 0;
         if (own == 0 || (loopback ? (own ^ address) & mask : own ^ address) != 0)
             continue;
@@ -47,22 +33,6 @@ std::optional<LocalAddress> FindLocalAddress(std::uint32_t address)
     }
     freeifaddrs(interfaces);
     return found;
-}
-
-std::optional<std::uint32_t> ParseAddress(std::string const &text)
-{
-    in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1)
-        return std::nullopt;
-    return ntohl(address.s_addr);
-}
-
-std::string AddressText(std::uint32_t address)
-{
-    in_addr const name{htonl(address)};
-    std::array<char, INET_ADDRSTRLEN> text{};
-    inet_ntop(AF_INET, &name, text.data(), text.size());
-    return text.data();
 }
 
 WireSockets::WireSockets(LocalAddress const &local) : m_local(local)
@@ -103,8 +73,7 @@ int WireSockets::Bind(std::uint32_t address, std::uint16_t port, bool shared)
     setsockopt(made, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     if (shared)
         setsockopt(made, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in const name = SocketAddress(address, port);
-    if (bind(made, reinterpret_cast<sockaddr const *>(&name), sizeof name) == 0)
+    if (BindSocket(made, {address, port}))
         return made;
     int const reason = errno;
     close(made);
@@ -116,19 +85,13 @@ int WireSockets::Bind(std::uint32_t address, std::uint16_t port, bool shared)
 
 std::uint16_t WireSockets::GetMessagePort() const
 {
-    sockaddr_in name{};
-    socklen_t size = sizeof name;
-    if (getsockname(m_sockets[Message], reinterpret_cast<sockaddr *>(&name), &size) != 0)
-        return 0;
-    return ntohs(name.sin_port);
+    return AddressOfSocket(m_sockets[Message]).port;
 }
 
 void WireSockets::Send(GvcpDatagram const &datagram)
 {
-    sockaddr_in const name = SocketAddress(datagram.to.address, datagram.to.port);
     // What cannot be sent is lost, as on any network.
-    sendto(m_sockets[datagram.message ? Message : Control], datagram.bytes.data(), datagram.bytes.size(), MSG_NOSIGNAL,
-           reinterpret_cast<sockaddr const *>(&name), sizeof name);
+    SendDatagram(m_sockets[datagram.message ? Message : Control], datagram.bytes, datagram.to, MSG_NOSIGNAL);
 }
 
 void WireSockets::Receive(int wake, timespec const *timeout, Receiver const &receiver)
@@ -144,16 +107,13 @@ void WireSockets::Receive(int wake, timespec const *timeout, Receiver const &rec
         if (waiting[static_cast<std::size_t>(channel)].revents == 0)
             continue;
         for (int i = 0; i < DatagramsAtOnce; ++i) {
-            sockaddr_in from{};
-            socklen_t length = sizeof from;
-            ssize_t const size = recvfrom(m_sockets[channel], bytes.data(), bytes.size(), 0,
-                                          reinterpret_cast<sockaddr *>(&from), &length);
+            GvcpPeer from;
+            ssize_t const size = ReceiveDatagram(m_sockets[channel], bytes, from);
             if (size < 0 && errno == ECONNREFUSED) // of something sent before
                 continue;
             if (size < 0)
                 break;
-            receiver({bytes.data(), static_cast<std::size_t>(size)},
-                     {ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)},
+            receiver({bytes.data(), static_cast<std::size_t>(size)}, from,
                      channel == AllNetworks || channel == OwnNetwork);
         }
     }

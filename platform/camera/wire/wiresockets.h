@@ -9,7 +9,6 @@
 #include <functional>
 #include <optional>
 #include <span>
-#include <string>
 
 // An address that this computer has, and its network. Host byte order.
 struct LocalAddress
@@ -19,9 +18,6 @@ struct LocalAddress
 
 // Nothing where no interface has the address; every one of loopback's network counts as one that it has.
 std::optional<LocalAddress> FindLocalAddress(std::uint32_t address);
-// Dotted IPv4, in host byte order.
-std::optional<std::uint32_t> ParseAddress(std::string const &text);
-std::string AddressText(std::uint32_t address);
 
 class WireSockets
 {
