@@ -240,19 +240,21 @@ TEST_F(GigeDeviceTest, AnOpeningIsSeenAndCanBeCancelled)
     EXPECT_EQ(another.stage, OpenProgress::Stage::Over);
     EXPECT_EQ(another.bytes, another.total);
     info->SetOpenProgress(nullptr);
-    EXPECT_EQ(m_device->SaveConfiguration("opened.tcfg"), 0);
+    std::string const file = testing::TempDir() + "/opened_" + std::to_string(getpid()) + ".tcfg";
+    EXPECT_EQ(m_device->SaveConfiguration(file.c_str()), 0);
     Close();
 
     // The same by a configuration file.
     OpenProgress third;
     m_system->SetOpenProgress(&third);
     Set(*camera, "WireAnswerDelay", "50");
-    opening = std::async(std::launch::async,
-                         [this] { return m_system->OpenDeviceFromConfiguration("opened.tcfg", nullptr); });
+    opening =
+        std::async(std::launch::async, [&] { return m_system->OpenDeviceFromConfiguration(file.c_str(), nullptr); });
     EXPECT_TRUE(Eventually([&] { return third.stage == OpenProgress::Stage::Description && third.bytes > 4000; }));
     third.cancel = true;
     EXPECT_EQ(opening.get(), nullptr);
     m_system->SetOpenProgress(nullptr);
+    std::remove(file.c_str());
 }
 
 } // namespace

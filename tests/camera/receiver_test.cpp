@@ -2,6 +2,7 @@
 // in a network namespace of its own.
 #include "gige/receiver.h"
 #include "gige/ringsource.h"
+#include "protocol/socketaddress.h"
 
 #include "asleep.h"
 #include "blockpackets.h"
@@ -118,8 +119,8 @@ protected:
         EXPECT_TRUE(receiver.Open(8 << 20));
         if (GetParam() == By::Ring)
             receiver.SetSource(OpenRingSource(INADDR_LOOPBACK, INADDR_LOOPBACK, receiver.GetPort()));
-        BindTo(camera, INADDR_LOOPBACK);
-        BindTo(stranger, INADDR_LOOPBACK + 8);
+        EXPECT_TRUE(BindSocket(camera, {INADDR_LOOPBACK, 0}));
+        EXPECT_TRUE(BindSocket(stranger, {INADDR_LOOPBACK + 8, 0}));
     }
     ~ReceiverTest() override
     {
@@ -131,13 +132,6 @@ protected:
                                         s.malformed.Get() + s.refused.Get() + s.ignored.Get());
         close(camera);
         close(stranger);
-    }
-    static void BindTo(int fd, std::uint32_t address)
-    {
-        sockaddr_in name{};
-        name.sin_family = AF_INET;
-        name.sin_addr.s_addr = htonl(address);
-        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
     }
     void Start()
     {
@@ -179,10 +173,7 @@ protected:
     }
     void SendEach(int from, std::vector<Bytes> const &datagrams)
     {
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        to.sin_port = htons(receiver.GetPort());
+        sockaddr_in to = ToSockaddr({INADDR_LOOPBACK, receiver.GetPort()});
         std::vector<iovec> pieces;
         for (Bytes const &bytes : datagrams)
             pieces.push_back({const_cast<std::uint8_t *>(bytes.data()), bytes.size()});

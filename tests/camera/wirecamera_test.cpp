@@ -2,9 +2,7 @@
 #include "wireclients.h"
 
 #include "gige/controlchannel.h"
-
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include "protocol/socketaddress.h"
 
 namespace {
 
@@ -154,17 +152,13 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
     // Actions go out by one socket, events come to the other.
     int const asker = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0),
               host = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in wire{AF_INET, htons(gvcp::Port), {htonl(INADDR_LOOPBACK)}, {}}, own{AF_INET, 0, wire.sin_addr, {}},
-        from{};
-    socklen_t length = sizeof own;
-    ASSERT_EQ(connect(asker, reinterpret_cast<sockaddr *>(&wire), sizeof wire), 0);
-    ASSERT_EQ(bind(host, reinterpret_cast<sockaddr *>(&own), sizeof own), 0);
-    ASSERT_EQ(getsockname(host, reinterpret_cast<sockaddr *>(&own), &length), 0);
+    ASSERT_TRUE(ConnectSocket(asker, {INADDR_LOOPBACK, gvcp::Port}));
+    ASSERT_TRUE(BindSocket(host, {INADDR_LOOPBACK, 0}));
     timeval const patience{PatienceMs / 1000, 0};
     for (int const one : {asker, host})
         setsockopt(one, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     Set(*camera, {{"GevMCDA", "127.0.0.1"},
-                  {"GevMCPHostPort", std::to_string(ntohs(own.sin_port))},
+                  {"GevMCPHostPort", std::to_string(AddressOfSocket(host).port)},
                   {"GevMCRC", "3"},
                   {"GevMCTT", "100"},
                   {"EventSelector", "ExposureEnd"},
@@ -184,9 +178,8 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
         ASSERT_EQ(recv(asker, packet.data(), packet.size(), 0), 8);
         EXPECT_EQ(LoadBig32(packet.data()), std::uint32_t{gvcp::ACTION_ACK}); // and its status is success
         for (std::uint64_t told = 0; told != frame;) {                        // the one before may be told again
-            length = sizeof from;
-            ssize_t const size =
-                recvfrom(host, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&from), &length);
+            SocketAddress from;
+            ssize_t const size = ReceiveDatagram(host, packet, from);
             ASSERT_GT(size, 0) << frame;
             std::span const bytes(packet.data(), static_cast<std::size_t>(size));
             std::optional<gvcp::Header> const header = gvcp::ReadHeader(bytes);
@@ -194,7 +187,7 @@ TEST_F(WireTest, TakesActionsAndAddressesAndTellsEvents)
             told = LoadBig16(&gvcp::BodyOf(bytes, *header)[gvcp::EventRecord::BlockId]);
             std::array<std::uint8_t, gvcp::HeaderSize> acknowledge;
             gvcp::WriteHeader(acknowledge, {gvcp::GEV_STATUS_SUCCESS, gvcp::EVENT_ACK, 0, header->id});
-            sendto(host, acknowledge.data(), acknowledge.size(), 0, reinterpret_cast<sockaddr *>(&from), length);
+            SendDatagram(host, acknowledge, from);
         }
     }
     // A camera is sent elsewhere by its hardware address while nobody has control.

@@ -1,10 +1,11 @@
 #include "receiver.h"
 
+#include "protocol/socketaddress.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <linux/filter.h>
-#include <netinet/in.h>
 #include <netinet/udp.h>
 #include <optional>
 #include <poll.h>
@@ -295,8 +296,9 @@ void Receiver::Batch::Describe(std::size_t i, BlockTable const &table, std::uint
 void Receiver::Batch::Decide(std::size_t i, std::size_t message, BlockTable const &table, std::uint32_t camera)
 {
     Datagram &datagram = m_datagrams[i];
-    datagram.address = ntohl(m_senders[message].sin_addr.s_addr);
-    datagram.port = ntohs(m_senders[message].sin_port);
+    SocketAddress const sender = FromSockaddr(m_senders[message]);
+    datagram.address = sender.address;
+    datagram.port = sender.port;
     datagram.truncated = (m_messages[message].msg_hdr.msg_flags & MSG_TRUNC) != 0 || datagram.Size() > m_scratchRoom;
     datagram.arrival = {};
     m_fates[i] = Fate::Stay;
@@ -436,8 +438,9 @@ std::span<std::uint8_t const> Receiver::Batch::Gather(std::size_t message)
 void Receiver::Batch::TakeRest(Rest const &rest, BlockTable &table, BlockTable::Time now)
 {
     Datagram datagram;
-    datagram.address = ntohl(m_senders[rest.message].sin_addr.s_addr);
-    datagram.port = ntohs(m_senders[rest.message].sin_port);
+    SocketAddress const sender = FromSockaddr(m_senders[rest.message]);
+    datagram.address = sender.address;
+    datagram.port = sender.port;
     datagram.arrival = Arrival(rest.message);
     std::span<std::uint8_t const> left = rest.bytes;
     do {
@@ -488,10 +491,7 @@ bool Receiver::Open(std::size_t room)
     Close();
     m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_addr.s_addr = htonl(m_control.GetHostAddress());
-    if (m_wake < 0 || m_socket < 0 || bind(m_socket, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0) {
+    if (m_wake < 0 || m_socket < 0 || !BindSocket(m_socket, {m_control.GetHostAddress(), 0})) {
         Close();
         return false;
     }
@@ -520,11 +520,7 @@ void Receiver::Close()
 
 std::uint16_t Receiver::GetPort() const
 {
-    sockaddr_in local{};
-    socklen_t size = sizeof local;
-    if (m_socket < 0 || getsockname(m_socket, reinterpret_cast<sockaddr *>(&local), &size) != 0)
-        return 0;
-    return ntohs(local.sin_port);
+    return AddressOfSocket(m_socket).port;
 }
 
 void Receiver::SetSource(std::unique_ptr<DatagramSource> source)
@@ -547,12 +543,9 @@ bool Receiver::AwaitTestPacket(std::uint32_t size, std::chrono::milliseconds pat
         if (left.count() < 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0)
             return false;
         std::array<std::uint8_t, gvsp::HeaderSize> front;
-        sockaddr_in sender{};
-        socklen_t senderSize = sizeof sender;
-        ssize_t const length = recvfrom(m_socket, front.data(), front.size(), MSG_TRUNC,
-                                        reinterpret_cast<sockaddr *>(&sender), &senderSize);
-        if (length < static_cast<ssize_t>(front.size()) ||
-            ntohl(sender.sin_addr.s_addr) != m_control.GetCameraAddress())
+        SocketAddress sender;
+        ssize_t const length = ReceiveDatagram(m_socket, front, sender, MSG_TRUNC);
+        if (length < static_cast<ssize_t>(front.size()) || sender.address != m_control.GetCameraAddress())
             continue;
         std::optional<gvsp::Header> const header = gvsp::ReadHeader(front);
         if (header && header->blockId == 0 &&
@@ -714,14 +707,9 @@ void Receiver::DoWhatIsDue(BlockTable::Time now)
 void Receiver::KeepPathOpen(BlockTable::Time now)
 {
     m_nextGreeting = now + GreetingPeriod;
-    sockaddr_in camera{};
-    camera.sin_family = AF_INET;
-    camera.sin_addr.s_addr = htonl(m_camera);
-    camera.sin_port = htons(m_table.GetPort());
     std::array<std::uint8_t, gvsp::HeaderSize> const nothing{};
-    if (camera.sin_port != 0)
-        sendto(m_socket, nothing.data(), nothing.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-               reinterpret_cast<sockaddr *>(&camera), sizeof camera);
+    if (m_table.GetPort() != 0)
+        SendDatagram(m_socket, nothing, {m_camera, m_table.GetPort()}, MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 void Receiver::HandOver()
