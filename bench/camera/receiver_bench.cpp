@@ -2,7 +2,7 @@
 // Aravis' stream by socket and by packet socket, and a bare loop of recvmmsg that leaves the packets where they are.
 // The same sender for all, on the other processor, rounds taken in turn: the processor time that the receiving thread
 // takes for a packet, and the highest rate at which nothing is lost. Needs loopback alone, and root for the rings:
-// tests/support/in-netns receiver_bench [rounds] [seconds a measurement]
+// tests/support/in-netns receiver_bench [rounds] [seconds a measurement] [bytes of the only packets]
 // Before Qt, whose keywords it uses as names.
 #include <arv.h>
 
@@ -283,7 +283,8 @@ public:
         auto const frames = [&](double time) {
             return static_cast<std::size_t>(std::max(4.0, time * (rate > 0 ? rate : 500000.0) / perFrame));
         };
-        std::size_t const first = frames(0.05), count = frames(seconds);
+        // Each buffer has been written once before it counts.
+        std::size_t const first = std::max<std::size_t>(frames(0.05), 2 * Buffers), count = frames(seconds);
         Send(first, rate);
         Settle(*target);
         target->Begin();
@@ -429,6 +430,7 @@ int main(int argc, char **argv)
 {
     int const rounds = std::max(argc > 1 ? std::atoi(argv[1]) : 5, 1);
     double const seconds = argc > 2 ? std::atof(argv[2]) : 0.5;
+    unsigned const only = argc > 3 ? static_cast<unsigned>(std::atoi(argv[3])) : 0;
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     log4cpp::Category::getInstance("TOVSCP").setPriority(log4cpp::Priority::FATAL);
     PinTo(0);              // all but the sender
@@ -440,8 +442,10 @@ int main(int argc, char **argv)
     arv_device_set_integer_feature_value(device, "Height", Height, nullptr);
     std::printf("medians of %d rounds in turn\n", rounds);
     for (std::uint32_t const packetSize : {1500u, 8200u}) {
-        for (bool const segments : {true, false})
-            RunAll(device, packetSize, segments, rounds, seconds);
+        for (bool const segments : {true, false}) {
+            if (only == 0 || only == packetSize)
+                RunAll(device, packetSize, segments, rounds, seconds);
+        }
     }
     g_object_unref(device);
 }

@@ -32,9 +32,9 @@ constexpr int MostPolls = 4;          // in a row: requests must not keep from r
 constexpr std::uint32_t Unheard = 16; // datagrams that a source should have shown
 // To be woken costs as much as several packets do: what trickles in is left to gather, where there is room for what
 // comes in that time at 10 Gbit/s, several times over.
-constexpr auto GatherTime = 250us;
-constexpr int GatherRoom = 2 << 20;
-constexpr std::size_t Slack = 64; // a datagram that is longer than announced by more is told by its cut
+constexpr auto GatherTime = 500us;
+constexpr int GatherRoom = 5 << 20; // as the system counts it, twice the bytes
+constexpr std::size_t Slack = 64;   // a datagram that is longer than announced by more is told by its cut
 
 void SetOption(int socket, int option, int value)
 {
@@ -639,7 +639,7 @@ bool Receiver::ReadSocket(BlockTable::Time now)
     int const count = m_batch->Read(m_socket, m_table);
     if (count <= 0)
         return false;
-    m_hasRead = true;
+    m_hasRead = m_flows = true;
     m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
     CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
     return m_batch->IsFull();
@@ -724,6 +724,10 @@ void Receiver::HandOver()
 
 void Receiver::Wait(BlockTable::Time now)
 {
+    if (std::exchange(m_flows, false) && m_gathers) {
+        std::this_thread::sleep_for(GatherTime);
+        return;
+    }
     bool const isLively = m_hasRead || m_hasNews;
     BlockTable::Time until = std::min(m_table.NextDue(), m_nextGreeting);
     // Strangers who have just been looked at wait for the next look, so that a flood of them wakes nobody.
@@ -743,6 +747,4 @@ void Receiver::Wait(BlockTable::Time now)
     timespec const patience{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
     std::array<pollfd, 3> events{{{m_socket, POLLIN, 0}, {m_wake, POLLIN, 0}, {strangers, POLLIN, 0}}};
     ppoll(events.data(), events.size(), &patience, nullptr);
-    if (m_gathers && events[0].revents != 0 && events[1].revents == 0)
-        std::this_thread::sleep_for(GatherTime);
 }

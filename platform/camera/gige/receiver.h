@@ -118,6 +118,7 @@ private:
     std::uint32_t m_camera = 0;
     BlockTable::Time m_nextGreeting, m_nextLook;
     bool m_hasRead = false, m_hasNews = false; // since the last look, and in it or before it
+    bool m_flows = false;                      // something came since the last wait
 
     std::atomic<bool> m_quit{false};
     std::thread m_thread;
