@@ -30,11 +30,11 @@ constexpr auto LookPeriod = 20ms;             // at what is not the camera's pac
 constexpr auto SourcePatience = 100ms;
 constexpr int MostPolls = 4;          // in a row: requests must not keep from reading
 constexpr std::uint32_t Unheard = 16; // datagrams that a source should have shown
-// To be woken costs as much as several packets do: what trickles in is left to gather, where there is room for what
-// comes in that time at 10 Gbit/s, several times over.
-constexpr auto GatherTime = 500us;
-constexpr int GatherRoom = 5 << 20; // as the system counts it, twice the bytes
-constexpr std::size_t Slack = 64;   // a datagram that is longer than announced by more is told by its cut
+// To be woken costs as much as several packets do: what trickles in is left to gather, for as long as a good third of
+// the room holds at 10 Gbit/s, where the system counts a packet twice.
+constexpr std::chrono::microseconds LeastGather = 250us, MostGather = 1ms;
+constexpr std::chrono::nanoseconds::rep GatherShare = 8; // bytes of room for a nanosecond
+constexpr std::size_t Slack = 64; // a datagram that is longer than announced by more is told by its cut
 
 void SetOption(int socket, int option, int value)
 {
@@ -501,7 +501,8 @@ bool Receiver::Open(std::size_t room)
         SetOption(m_socket, SO_RCVBUF, bytes);
     SetOption(m_socket, SO_RXQ_OVFL, 1);
     SetOption(m_socket, SO_TIMESTAMPNS, 1);
-    m_gathers = GetOption(m_socket, SO_RCVBUF) >= GatherRoom;
+    std::chrono::nanoseconds const gather(GetOption(m_socket, SO_RCVBUF) / GatherShare);
+    m_gather = gather < LeastGather ? 0ns : std::min<std::chrono::nanoseconds>(gather, MostGather);
     m_strangers.Open(m_socket, m_control.GetCameraAddress());
     return true;
 }
@@ -724,8 +725,8 @@ void Receiver::HandOver()
 
 void Receiver::Wait(BlockTable::Time now)
 {
-    if (std::exchange(m_flows, false) && m_gathers) {
-        std::this_thread::sleep_for(GatherTime);
+    if (std::exchange(m_flows, false) && m_gather > 0ns) {
+        std::this_thread::sleep_for(m_gather);
         return;
     }
     bool const isLively = m_hasRead || m_hasNews;

@@ -104,7 +104,7 @@ private:
     FrameSink &m_sink;
     StreamStatistics &m_statistics;
     int m_socket = -1, m_wake = -1;
-    bool m_gathers = false; // there is room for what comes while it sleeps
+    std::chrono::nanoseconds m_gather{0}; // there is room for what comes in that time
     std::unique_ptr<DatagramSource> m_source;
 
     // The thread's, while it runs.
