@@ -63,6 +63,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     }
     if (nodes.GetIntegerValue("TLParamsLocked", nullptr) != 0)
         FuzzFail("what no file stores has changed");
+    if (!IsOneOf(8, data, size))
+        return 0;
     // Whatever state the camera is in now, it can be saved and restored.
     std::vector<std::uint8_t> const before = camera.memory;
     Configuration present, copy;

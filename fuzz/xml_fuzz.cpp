@@ -68,7 +68,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
                 text->GetValue(nullptr);
         }
     }
-    ReadExtremes(camera);
+    if (IsOneOf(4, data, size))
+        ReadExtremes(camera);
+    if (!IsOneOf(8, data, size))
+        return count > 1 ? 0 : FuzzRefused;
     Configuration configuration;
     configuration.camera.model = "x";
     if (configuration.Take(nodes) == TOV_CAM_ERR_OK) {
