@@ -34,6 +34,7 @@ constexpr std::uint32_t Unheard = 16; // datagrams that a source should have sho
 // the room holds at 10 Gbit/s, where the system counts a packet twice.
 constexpr std::chrono::microseconds LeastGather = 250us, MostGather = 1ms;
 constexpr std::chrono::nanoseconds::rep GatherShare = 8; // bytes of room for a nanosecond
+constexpr std::size_t GatherLimit = 8;                   // where so much of the room has just been read, no pause
 constexpr std::size_t Slack = 64; // a datagram that is longer than announced by more is told by its cut
 
 void SetOption(int socket, int option, int value)
@@ -87,6 +88,13 @@ public:
     bool IsFull() const
     {
         return m_isFull;
+    }
+    std::size_t Bytes(std::size_t count) const
+    {
+        std::size_t sum = 0;
+        for (std::size_t i = 0; i < count; ++i)
+            sum += m_messages[i].msg_len;
+        return sum;
     }
     // Datagrams dropped since the socket was made, where the batch tells it.
     std::optional<std::uint32_t> GetDrops(std::size_t count)
@@ -502,7 +510,8 @@ bool Receiver::Open(std::size_t room)
     SetOption(m_socket, SO_RXQ_OVFL, 1);
     SetOption(m_socket, SO_TIMESTAMPNS, 1);
     std::chrono::nanoseconds const gather(GetOption(m_socket, SO_RCVBUF) / GatherShare);
-    m_gather = gather < LeastGather ? 0ns : std::min<std::chrono::nanoseconds>(gather, MostGather);
+    m_gather = std::min<std::chrono::nanoseconds>(gather, MostGather);
+    m_gatherBytes = gather < LeastGather ? 0 : static_cast<std::size_t>(GetOption(m_socket, SO_RCVBUF)) / GatherLimit;
     m_strangers.Open(m_socket, m_control.GetCameraAddress());
     return true;
 }
@@ -640,7 +649,8 @@ bool Receiver::ReadSocket(BlockTable::Time now)
     int const count = m_batch->Read(m_socket, m_table);
     if (count <= 0)
         return false;
-    m_hasRead = m_flows = true;
+    m_hasRead = true;
+    m_readBytes += m_batch->Bytes(static_cast<std::size_t>(count));
     m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
     CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
     return m_batch->IsFull();
@@ -725,7 +735,8 @@ void Receiver::HandOver()
 
 void Receiver::Wait(BlockTable::Time now)
 {
-    if (std::exchange(m_flows, false) && m_gather > 0ns) {
+    std::size_t const read = std::exchange(m_readBytes, 0);
+    if (read > 0 && read < m_gatherBytes) {
         std::this_thread::sleep_for(m_gather);
         return;
     }

@@ -105,6 +105,7 @@ private:
     StreamStatistics &m_statistics;
     int m_socket = -1, m_wake = -1;
     std::chrono::nanoseconds m_gather{0}; // there is room for what comes in that time
+    std::size_t m_gatherBytes = 0;        // unless so much comes; 0: there is no room
     std::unique_ptr<DatagramSource> m_source;
 
     // The thread's, while it runs.
@@ -118,7 +119,7 @@ private:
     std::uint32_t m_camera = 0;
     BlockTable::Time m_nextGreeting, m_nextLook;
     bool m_hasRead = false, m_hasNews = false; // since the last look, and in it or before it
-    bool m_flows = false;                      // something came since the last wait
+    std::size_t m_readBytes = 0;               // since the last wait
 
     std::atomic<bool> m_quit{false};
     std::thread m_thread;
