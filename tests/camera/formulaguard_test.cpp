@@ -69,7 +69,8 @@ TEST(FormulaGuard, RewritesWhatMayTrap)
     EXPECT_EQ(Guarded(Nested("(", "A", ")", 100)), Nested("(", "A", ")", 100));
     for (std::string const &hostile :
          {Nested("(", "A", ")", 100000), Nested("-", "A", "", 60000), Nested("A % (B + ", "A", ")", 100),
-          Nested("A ** ", "A", "", 10000), Nested("A ? B : ", "A", "", 5000), std::string(100000, ' ') + "A"})
+          Nested("(", "A % B", ")", 126), Nested("A ** ", "A", "", 10000), Nested("A ? B : ", "A", "", 5000),
+          std::string(100000, ' ') + "A"})
         EXPECT_EQ(Guarded(hostile), None);
     std::vector<FormulaPart> parts{{FormulaPart::Kind::Formula, "", Nested("S + ", "S", "", 100), true},
                                    {FormulaPart::Kind::Expression, "S", Nested("A + ", "A", "", 100), true},

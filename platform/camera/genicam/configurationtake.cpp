@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <string_view>
 
 using namespace TovCam;
 
@@ -62,8 +63,11 @@ std::vector<FeatureValue> ChoicesOf(FeatureInfo const &info, FeatureState const 
     if (state.access == FeatureAccess::ReadOnly)
         return {state.value};
     if (info.kind == FeatureKind::Enumeration) {
-        for (std::uint32_t const entry : state.available)
-            choices.emplace_back().text = info.entries[entry].name;
+        std::set<std::string_view> names; // of entries with the same name the first one is what is set
+        for (std::uint32_t const entry : state.available) {
+            if (names.insert(info.entries[entry].name).second)
+                choices.emplace_back().text = info.entries[entry].name;
+        }
         return choices;
     }
     std::int64_t const last = info.kind == FeatureKind::Boolean ? 1 : state.maximum;

@@ -386,7 +386,10 @@ void Count(GuardedText &guarded)
 GuardedText GuardFormula(std::string const &formula)
 {
     GuardedText result;
-    if (formula.size() > MaxFormula || !Writer(formula, result).Write())
+    // Guards nest, too: what they make is held to the same limits.
+    GuardedText again;
+    if (formula.size() > MaxFormula || !Writer(formula, result).Write() ||
+        (result.text != formula && !Writer(result.text, again).Write()))
         return {UndefinedName, 1, {}, false, false};
     Count(result);
     return result;
