@@ -373,13 +373,9 @@ void Receiver::Batch::Take(std::size_t count, BlockTable &table, std::uint32_t c
         TakeTrain(table, camera, now);
         return;
     }
-    bool inPlace = true;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i)
         Describe(i, table, camera);
-        inPlace = inPlace && m_fates[i] == Fate::Stay;
-    }
-    if (!inPlace)
-        PutInPlace(count);
+    PutInPlace(count);
     for (std::size_t i = 0; i < count; ++i) {
         table.Take(m_datagrams[i], now);
         if (!m_rests[i].bytes.empty())
@@ -409,13 +405,9 @@ void Receiver::Batch::TakeTrain(BlockTable &table, std::uint32_t camera, BlockTa
         rest.bytes = Gather(0);
         count = 0;
     }
-    bool inPlace = true;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i)
         Decide(i, 0, table, camera);
-        inPlace = inPlace && m_fates[i] == Fate::Stay;
-    }
-    if (!inPlace)
-        PutInPlace(count);
+    PutInPlace(count);
     for (std::size_t i = 0; i < count; ++i)
         table.Take(m_datagrams[i], now);
     if (!rest.bytes.empty() || size == 0)
@@ -463,6 +455,9 @@ void Receiver::Batch::TakeRest(Rest const &rest, BlockTable &table, BlockTable::
 // and from the first on behind a packet that was not expected.
 void Receiver::Batch::PutInPlace(std::size_t count)
 {
+    std::span<Fate const> const fates = std::span(m_fates).first(count);
+    if (std::all_of(fates.begin(), fates.end(), [](Fate fate) { return fate == Fate::Stay; }))
+        return;
     for (std::size_t i = 0; i < count; ++i) {
         if (m_fates[i] == Fate::Stash)
             Stash(i);
@@ -509,9 +504,10 @@ bool Receiver::Open(std::size_t room)
         SetOption(m_socket, SO_RCVBUF, bytes);
     SetOption(m_socket, SO_RXQ_OVFL, 1);
     SetOption(m_socket, SO_TIMESTAMPNS, 1);
-    std::chrono::nanoseconds const gather(GetOption(m_socket, SO_RCVBUF) / GatherShare);
+    int const granted = GetOption(m_socket, SO_RCVBUF);
+    std::chrono::nanoseconds const gather(granted / GatherShare);
     m_gather = std::min<std::chrono::nanoseconds>(gather, MostGather);
-    m_gatherBytes = gather < LeastGather ? 0 : static_cast<std::size_t>(GetOption(m_socket, SO_RCVBUF)) / GatherLimit;
+    m_gatherBytes = gather < LeastGather ? 0 : static_cast<std::size_t>(granted) / GatherLimit;
     m_strangers.Open(m_socket, m_control.GetCameraAddress());
     return true;
 }
