@@ -89,13 +89,14 @@ std::int32_t GigeStream::AllocBufferQueue(void *, std::uint32_t count)
 
 std::int32_t GigeStream::MakeFrames(std::uint32_t count)
 {
-    m_free.Reset(count);
+    m_free.clear();
+    m_free.reserve(count);
     m_filled.Reset(count);
     for (std::uint32_t i = 0; i < count; ++i) {
         auto frame = std::make_unique<Frame>();
         if (!frame->Make(m_format))
             return TOV_CAM_ERR_UNKNOWN;
-        m_free.Push(frame.get());
+        m_free.push_back(frame.get());
         m_frames.push_back(std::move(frame));
     }
     return TOV_CAM_ERR_OK;
@@ -211,16 +212,17 @@ std::int32_t GigeStream::StopAcquisition(std::uint32_t)
     m_receiver->Stop();
     std::lock_guard const lock(m_mutex);
     while (!m_filled.IsEmpty())
-        m_free.Push(m_filled.Pop());
+        m_free.push_back(m_filled.Pop());
     return TOV_CAM_ERR_OK;
 }
 
 bool GigeStream::TakeBuffer(BlockBuffer &buffer)
 {
     std::lock_guard const lock(m_mutex);
-    if (m_free.IsEmpty())
+    if (m_free.empty())
         return false;
-    Frame *const frame = m_free.Pop();
+    Frame *const frame = m_free.back();
+    m_free.pop_back();
     buffer = {frame->m_memory, frame->m_payload, frame};
     return true;
 }
@@ -228,7 +230,7 @@ bool GigeStream::TakeBuffer(BlockBuffer &buffer)
 void GigeStream::GiveBack(BlockBuffer const &buffer)
 {
     std::lock_guard const lock(m_mutex);
-    m_free.Push(static_cast<Frame *>(buffer.owner));
+    m_free.push_back(static_cast<Frame *>(buffer.owner));
 }
 
 bool GigeStream::Accepts(BlockFrame const &block)
@@ -256,7 +258,7 @@ std::int32_t GigeStream::QueueBuffer(TovCam::Buffer *buffer)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
     {
         std::lock_guard const lock(m_mutex);
-        m_free.Push(frame);
+        m_free.push_back(frame);
     }
     m_held.fetch_sub(1, std::memory_order_release); // from here on the stream may go
     return TOV_CAM_ERR_OK;

@@ -91,7 +91,8 @@ private:
 
     std::mutex m_mutex; // guards what follows; alone, and held for pointer moves
     std::condition_variable m_wake;
-    Ring m_free, m_filled;
+    std::vector<Frame *> m_free; // the last one is still in the processor's cache
+    Ring m_filled;
     std::int64_t m_framesLeft = -1; // -1 is endless
     bool m_started = false, m_cancelled = false;
 

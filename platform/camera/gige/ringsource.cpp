@@ -10,9 +10,9 @@
 
 namespace {
 
-// 64 MB, as much as the largest socket: half a second of a link of 1 Gbit/s, in blocks of which a trickle of packets
-// takes one every few milliseconds. To be woken for a block costs as much as some ten packets do: they are large.
-constexpr PacketRingSize RingSize{1 << 20, 64, std::chrono::milliseconds(2)};
+// 64 MB, as much as the largest socket: half a second of a link of 1 Gbit/s. A block is handed over when it is full,
+// and after a while: to be woken for one costs as much as some ten packets do, and displays show 30 pictures a second.
+constexpr PacketRingSize RingSize{2 << 20, 32, std::chrono::milliseconds(5)};
 // Frames that are over are delivered in between.
 constexpr std::size_t MostAtOnce = 128;
 constexpr std::chrono::milliseconds BlockPatience{100}; // until a block is handed over, and read
