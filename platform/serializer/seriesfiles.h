@@ -55,8 +55,8 @@ struct NrrdHead
     std::size_t countAt = 0;
 };
 NrrdHead MakeNrrdHead(RawShape const &shape);
-std::string NrrdCount(std::uint64_t frames); // CountDigits characters
-std::string NrrdFileLine(std::string_view file);
+std::string NrrdCount(std::uint64_t frames);     // CountDigits characters
+std::string NrrdFileLine(std::string_view file); // empty for a name with a line break, which no list can hold
 // Reads the part before the list, one of ours: by its own keys, which tell the pixel type. `listAt` is where the list
 // begins.
 bool ParseNrrdHead(std::string_view text, RawShape &shape, std::uint64_t &frames, std::size_t &listAt);
