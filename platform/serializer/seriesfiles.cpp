@@ -134,6 +134,15 @@ char const *ColourKind(TovPixelTypeInfo const &info)
     return info.channels == 4 ? "RGBA-color" : "RGB-color";
 }
 
+// How samples that take no whole bytes follow one another.
+char const *Packing(TovPixelTypeInfo const &info, Samples const &samples)
+{
+    return samples.whole                     ? "none"
+           : info.packing == TOV_PACKED_P    ? "lsb"
+           : info.packing == TOV_PACKED_WEFT ? "msb"
+                                             : "pairs";
+}
+
 // The colours of the filters, line by line; empty for what has none.
 std::string Mosaic(TovPixelTypeInfo const *info)
 {
@@ -277,6 +286,10 @@ NrrdHead MakeNrrdHead(RawShape const &shape)
     AppendEntry(text, HeightKey, shape.height);
     AppendEntry(text, LineKey, shape.lineBytes);
     AppendEntry(text, DepthKey, shape.bitDepth);
+    if (info) {
+        AppendEntry(text, "tov samples:=", TovSamplesPerPixel(shape.pixelType));
+        text.append("tov packing:=").append(Packing(*info, samples)).append("\n");
+    }
     if (std::string const mosaic = Mosaic(info); !mosaic.empty())
         text.append("tov mosaic:=").append(mosaic).append("\n");
     text.append(ListLine).append("\n");
