@@ -204,10 +204,8 @@ std::string TableHead()
     return std::string(Head) + '\n';
 }
 
-std::string Encode(Row const &row)
+void Append(std::string &line, Row const &row)
 {
-    std::string line;
-    line.reserve(row.file.size() + 160);
     AppendNumber(line, row.number);
     AppendField(line, row.file);
     AppendKnown(line, row.position);
@@ -220,6 +218,12 @@ std::string Encode(Row const &row)
     AppendKnown(line, std::optional(row.missingBytes));
     AppendKnown(line, std::optional(row.gapBefore));
     line += '\n';
+}
+
+std::string Encode(Row const &row)
+{
+    std::string line;
+    Append(line, row);
     return line;
 }
 

@@ -23,7 +23,8 @@ struct Row
     std::optional<double> gain;            // as the camera tells
     bool incomplete = false;
     std::uint64_t missingBytes = 0; // of an incomplete one; 0 where that is not known
-    std::uint64_t gapBefore = 0;    // frames that were never seen between the row before and this one
+    std::uint64_t gapBefore = 0;    // frames of the camera, by their ids, that are missing between the row before and
+                                    // this one
 
     bool operator==(Row const &) const = default;
 };
@@ -31,6 +32,7 @@ struct Row
 // The first line; every line with its end.
 std::string TableHead();
 std::string Encode(Row const &row);
+void Append(std::string &text, Row const &row); // without memory of its own
 // False for what is not a whole line of a table; `line` without its end.
 bool IsTableHead(std::string_view line);
 bool Decode(std::string_view line, Row &row);
