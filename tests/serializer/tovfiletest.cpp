@@ -285,6 +285,38 @@ TEST_F(TovfileTest, ChecksMoviesByTheirTables)
     }
 }
 
+TEST_F(TovfileTest, ImportsWhatItExported)
+{
+    for (std::uint32_t const type : {std::uint32_t(TV_PIXEL_MONO8), MONO12PACKED, std::uint32_t(TV_PIXEL_MONO16),
+                                     std::uint32_t(TV_PIXEL_BGR8), std::uint32_t(TV_PIXEL_RGB10)}) {
+        SetUp();
+        MakeSeries("s", type, {641, 479}, 3);
+        ASSERT_EQ(Tovfile("export -f tif -o tif s_0.series").status, 0);
+        Result const import = Tovfile("import -o raw tif/s_0.tif tif/s_1.tif tif/s_2.tif");
+        ASSERT_EQ(import.status, 0) << import.output;
+        Result const check = Tovfile("check raw/s_0.series");
+        EXPECT_EQ(check.status, 0) << check.output;
+        EXPECT_NE(check.output.find("3 frames listed"), std::string::npos) << check.output;
+        std::uint32_t const target = Unpacked(*TovGetPixelTypeInfo(type));
+        EXPECT_NE(check.output.find(TovGetPixelTypeInfo(target)->name), std::string::npos) << check.output;
+        EXPECT_TRUE(ReadFile(Path("raw/s_2.raw")) == Frame(type, {641, 479}, 2).LinesAs(target));
+    }
+    if (!Has("tiffcp"))
+        GTEST_SKIP() << "no tiffcp here to make files as other programs do";
+    // A stack, compressed and of another byte order; what is not a picture that we can hold is told.
+    Output("cd '" + folder.string() + "/tif' && tiffcp -B -c lzw s_0.tif s_1.tif stack.tif && tiffcp -t s_0.tif t.tif");
+    Write("tif/x.tif", "II*");
+    MakeSeries("small", TV_PIXEL_MONO8, {3, 5}, 1);
+    ASSERT_EQ(Tovfile("export -f tif -o tif small_0.series").status, 0);
+    Result const import = Tovfile("import -o stack tif/stack.tif tif/t.tif tif/x.tif tif/small_0.tif");
+    EXPECT_EQ(import.status, 1);
+    for (char const *told : {"t.tif: only pictures", "x.tif: ", "small_0.tif: The picture's size", ": 2 frames"})
+        EXPECT_NE(import.output.find(told), std::string::npos) << told << '\n' << import.output;
+    EXPECT_TRUE(ReadFile(Path("stack/stack_000001.raw")) ==
+                Frame(TV_PIXEL_RGB10, {641, 479}, 1).LinesAs(TV_PIXEL_RGB10));
+    EXPECT_EQ(Tovfile("check stack/*.series").status, 0);
+}
+
 TEST_F(TovfileTest, AFrameStandsForItsRecordingOnce)
 {
     MakeSeries("s", TV_PIXEL_MONO8, size, 12);

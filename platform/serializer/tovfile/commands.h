@@ -14,3 +14,5 @@ bool List(Recording &recording);
 bool Check(Recording &recording);
 bool CheckSeries(SeriesReader &reader, std::string const &name);
 bool Export(Recording &recording, Options const &options);
+// Of other programs' files, all into one series.
+bool Import(Options const &options);

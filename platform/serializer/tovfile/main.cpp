@@ -1,4 +1,4 @@
-// tovfile: lists, checks and exports the frames of recordings.
+// tovfile: lists, checks and exports the frames of recordings, and makes a series of other programs' pictures.
 #include "commands.h"
 #include "console.h"
 
@@ -62,7 +62,7 @@ int main(int argc, char **argv)
         return 2;
     }
     WatchInterrupts();
-    bool const good = DoEach(options);
+    bool const good = options.command == "import" ? Import(options) : DoEach(options);
     if (IsInterrupted())
         Complain("tovfile: interrupted");
     return good && !IsInterrupted() ? 0 : 1;

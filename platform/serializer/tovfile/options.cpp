@@ -11,12 +11,13 @@ char const Usage[] =
     "       tovfile check FILE...\n"
     "       tovfile export [-f png|tif|raw|avi|tvm] [-c CODEC] [-q QUALITY] [-s FPS] [-o FOLDER]\n"
     "                      [-r FIRST[-LAST]] FILE...\n"
+    "       tovfile import [-o FOLDER] FILE...\n"
     "\n"
     "Works on tvi and tvm files, also on a movie that was cut off, and on recordings that have a folder\n"
     "NAME.series beside them: FILE is that folder, a file in it or a raw frame of the recording. \"list\"\n"
     "shows the frames, \"check\" reads what there is and compares it with what should be, \"export\" writes\n"
     "each frame to a file of its own (png) or all of them to a movie (avi, tvm) in the current folder;\n"
-    "frames count from 0. No file is ever overwritten.\n"
+    "frames count from 0. \"import\" makes a raw series of TIFF files. No file is ever overwritten.\n"
     "The exit status is 0 for success, 1 when a file is damaged or cannot be read or written, and after\n"
     "Ctrl-C, 2 for wrong arguments.\n";
 
@@ -46,6 +47,8 @@ bool ReadOption(std::string const &word, std::string const &value, Options &opti
         options.folder = value;
         return !value.empty();
     }
+    if (options.command != "export")
+        return false;
     if (word == "-f") {
         options.format = value;
         return IsExportFormat(value);
@@ -68,7 +71,7 @@ bool ParseOptions(int argc, char **argv, Options &options)
     if (argc < 3)
         return false;
     options.command = argv[1];
-    bool const hasOptions = options.command == "export";
+    bool const hasOptions = options.command == "export" || options.command == "import";
     if (!hasOptions && options.command != "list" && options.command != "check")
         return false;
     for (int i = 2; i < argc; ++i) {
