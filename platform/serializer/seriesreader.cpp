@@ -183,25 +183,21 @@ int SeriesReader::OpenBeside(std::string const &frame)
     std::string const real = RealPath(beside);
     for (std::string const &candidate : SeriesFoldersIn(real)) {
         std::string const folder = real + '/' + candidate;
-        if (OpenFolder(folder, candidate.substr(0, candidate.size() - FolderEnding.size())) == 0 && Lists(own)) {
-            Rewind();
+        if (OpenFolder(folder, candidate.substr(0, candidate.size() - FolderEnding.size())) == 0 && Lists(own))
             return 0;
-        }
     }
     return NotASeries;
 }
 
+// Whether a row names the file, whose path begins at Above().
 bool SeriesReader::Lists(std::string const &path)
 {
     Row row;
-    for (int round = 0; round < 2; ++round) {
-        for (Line line = Next(row); line != Line::End; line = Next(row)) {
-            if (line == Line::Row && PathInside(row.file) == path)
-                return true;
-        }
-        Rewind();
-    }
-    return false;
+    bool found = false;
+    for (Line line; !found && (line = Next(row)) != Line::End;)
+        found = line == Line::Row && PathInside(row.file) == path;
+    Rewind();
+    return found;
 }
 
 void SeriesReader::Rewind()

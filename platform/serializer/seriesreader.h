@@ -85,9 +85,6 @@ public:
     // The files that the header lists, independently of the rows.
     Line NextOfHeader(std::string &file);
     void Rewind();
-    // Whether a row names the file, whose path begins at Above(). Goes on from the row that was read last, so that many
-    // files in the order of their rows are found in one reading; call Rewind afterwards.
-    bool Lists(std::string const &path);
     // Why the end of either came too early: an errno value, otherwise 0.
     int ReadError() const
     {
@@ -109,6 +106,7 @@ private:
     int OpenBeside(std::string const &frame);
     int OpenTable();
     int OpenHeader();
+    bool Lists(std::string const &path);
     int OpenFrame(std::string const &file, int &descriptor, std::uint64_t &size) const;
 
     std::string m_name, m_folder, m_above;

@@ -2,20 +2,48 @@
 #include "commands.h"
 #include "console.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <set>
 
 namespace {
 
-// Files of a recording that was dealt with just now: a pattern of the shell names thousands.
-bool IsOfTheSame(Recording &last, std::string const &name)
+// The recording that was dealt with just now, and its frames: a pattern of the shell names thousands of them.
+class Last
 {
-    if (!last.series)
-        return false;
-    std::size_t const slash = name.rfind('/') + 1;
-    return last.above == (slash > 0 ? name.substr(0, slash) : "./") && last.series->Lists(name.substr(slash));
-}
+public:
+    void Is(Recording recording)
+    {
+        m_recording = std::move(recording);
+        m_files.clear();
+    }
+    bool Has(std::string const &name)
+    {
+        std::size_t const slash = name.rfind('/') + 1;
+        if (!m_recording.series || m_recording.above != (slash > 0 ? name.substr(0, slash) : "./"))
+            return false;
+        if (m_files.empty())
+            ReadNames(*m_recording.series);
+        return std::binary_search(m_files.begin(), m_files.end(), std::hash<std::string>()(name.substr(slash)));
+    }
+
+private:
+    void ReadNames(SeriesReader &reader)
+    {
+        SeriesFiles::Row row;
+        reader.Rewind();
+        for (SeriesReader::Line line; (line = reader.Next(row)) != SeriesReader::Line::End;) {
+            if (line == SeriesReader::Line::Row)
+                m_files.push_back(std::hash<std::string>()(reader.PathInside(row.file)));
+        }
+        std::sort(m_files.begin(), m_files.end());
+    }
+
+    Recording m_recording;
+    std::vector<std::size_t> m_files; // hashes of their names; empty until they are asked for
+};
 
 bool DoOne(Recording &recording, Options const &options)
 {
@@ -27,10 +55,10 @@ bool DoOne(Recording &recording, Options const &options)
 bool DoEach(Options const &options)
 {
     bool good = true;
-    Recording last;
+    Last last;
     std::set<std::string> done; // folders NAME.series
     for (std::string const &name : options.files) {
-        if (IsInterrupted() || IsOfTheSame(last, name))
+        if (IsInterrupted() || last.Has(name))
             continue;
         Recording recording;
         if (std::string const problem = OpenRecording(name, recording); !problem.empty()) {
@@ -41,9 +69,7 @@ bool DoEach(Options const &options)
         bool const isNew = !recording.series || done.insert(recording.series->PathOf("")).second;
         if (isNew)
             good = DoOne(recording, options) && good;
-        last = std::move(recording);
-        if (last.series)
-            last.series->Rewind();
+        last.Is(std::move(recording));
     }
     return good;
 }
