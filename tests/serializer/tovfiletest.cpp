@@ -368,6 +368,20 @@ TEST_F(TovfileTest, AnInterruptedExportEndsWithWhatIsWhole)
     EXPECT_LT(reader.Frames().size(), 5'000u);
 }
 
+// A limit on the size of files, on which the file system refuses as a full one does.
+TEST_F(TovfileTest, AnExportWithoutRoomKeepsWhatFitted)
+{
+    MakeSeries("s", TV_PIXEL_MONO8, {1000, 700}, 6);
+    std::string const output =
+        Output("cd '" + folder.string() +
+               "' && bash -c \"trap '' XFSZ; ulimit -f 2000; '" TOVFILE "' export -f tvm s_0.series 2>&1; echo \\$?\"");
+    EXPECT_NE(output.find("frame 2: not written: The file has become too large"), std::string::npos) << output;
+    EXPECT_EQ(output.find("frame 3"), std::string::npos) << output;
+    EXPECT_TRUE(output.ends_with("\n1\n")) << output;
+    EXPECT_EQ(FramesIn(Path("s_0.tvm")), 2);
+    EXPECT_EQ(Tovfile("check s_0.tvm").status, 0);
+}
+
 TEST_F(TovfileTest, ShowsProgressOnATerminalAlone)
 {
     if (!Has("script"))

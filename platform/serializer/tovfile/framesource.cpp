@@ -217,7 +217,8 @@ std::string StemOf(std::string const &name)
 TableSummary Summarize(SeriesReader &reader)
 {
     TableSummary summary;
-    std::optional<std::int64_t> firstArrival, lastArrival;
+    bool hasArrival = false;
+    std::int64_t firstArrival = 0, lastArrival = 0;
     std::uint64_t firstRow = 0, lastRow = 0;
     SeriesFiles::Row row;
     reader.Rewind();
@@ -232,17 +233,18 @@ TableSummary Summarize(SeriesReader &reader)
             summary.isMovie = row.position.has_value();
         }
         if (row.arrival) {
-            if (!firstArrival) {
-                firstArrival = row.arrival;
+            if (!hasArrival) {
+                firstArrival = *row.arrival;
                 firstRow = summary.rows;
             }
-            lastArrival = row.arrival;
+            hasArrival = true;
+            lastArrival = *row.arrival;
             lastRow = summary.rows;
         }
         ++summary.rows;
     }
-    if (firstArrival && *lastArrival > *firstArrival)
-        summary.rate = double(lastRow - firstRow) * 1e9 / (double(*lastArrival) - double(*firstArrival));
+    if (lastArrival > firstArrival)
+        summary.rate = double(lastRow - firstRow) * 1e9 / (double(lastArrival) - double(firstArrival));
     reader.Rewind();
     return summary;
 }
