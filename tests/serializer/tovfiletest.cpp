@@ -393,6 +393,23 @@ TEST_F(TovfileTest, ShowsProgressOnATerminalAlone)
     EXPECT_NE(shown.find(" of 4 frames"), std::string::npos) << shown;
 }
 
+TEST_F(TovfileTest, AnotherReaderOfNrrdFindsTheSameBytes)
+{
+    if (!Has("teem-unu"))
+        GTEST_SKIP() << "no teem-unu here (Debian's teem-apps)";
+    for (std::uint32_t const type : OneOfEachLayout()) {
+        SCOPED_TRACE(TovGetPixelTypeInfo(type)->name);
+        for (TovImageSize const each : OddSizes) {
+            MakeSeries("s", type, each, 3);
+            Bytes expected;
+            for (unsigned i = 0; i < 3; ++i)
+                expected += Frame(type, each, i).Lines();
+            Bytes const stack = Output("teem-unu save -f nrrd -e raw -i '" + Path("s_0.series/s_0.nhdr") + "'");
+            EXPECT_TRUE(stack.ends_with("\n\n" + expected));
+        }
+    }
+}
+
 // The page's own lines, as a user would take them.
 TEST_F(TovfileTest, ThePythonOfTheDocumentationReadsEveryLayout)
 {
