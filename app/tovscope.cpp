@@ -88,6 +88,11 @@ void TovScope::RunBandwidthTest(Session *session)
     CBWTesting(session, nullptr, Qt::CustomizeWindowHint | Qt::WindowTitleHint).exec();
 }
 
+bool TovScope::WantsCompanions()
+{
+    return m_settings.GetGlobalSettings()->value(QStringLiteral("Recording/Companions"), true).toBool();
+}
+
 RigTestPlugin *TovScope::GetRigTest()
 {
     return s_pRigTest;

@@ -31,6 +31,7 @@ public:
     QSettings *GetSessionSettings(QString const &name) override;
     QMainWindow *GetMainWindow() override;
     void RunBandwidthTest(Session *session) override;
+    bool WantsCompanions() override;
     QSettings *GetGlobalSettings() override;
     RigTestPlugin *GetRigTest() override;
     void ForgetRigTest() override;

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -261,6 +262,17 @@ protected:
     ~ParamArray() = default;
 };
 
+// What is known of a frame beside its picture.
+struct FrameFacts
+{
+    std::int64_t arrival =
+        0; // of its first packet, by this computer's clock: nanoseconds since 1970, UTC; 0: not known
+    double exposure = std::numeric_limits<double>::quiet_NaN(); // microseconds, as the frame tells; not a number: it
+                                                                // does not
+    double gain = std::numeric_limits<double>::quiet_NaN();     // likewise, as the camera counts it
+    std::uint64_t missingBytes = 0;                             // of an incomplete one; 0: not known
+};
+
 // A frame. Valid from GetBuffer until QueueBuffer; one thread at a time.
 class Buffer
 {
@@ -270,6 +282,11 @@ public:
     virtual std::uint64_t GetTimestamp() = 0;  // ticks of "GevTimestampTickFrequency"
     virtual std::uint64_t GetFrameID() = 0;    // rises by one per frame at the camera
     virtual bool IsIncomplete() = 0;           // packets were lost
+    // False where nothing is known.
+    virtual bool GetFacts(FrameFacts *)
+    {
+        return false;
+    }
 
 protected:
     ~Buffer() = default;

@@ -8,6 +8,7 @@
 #include "tovmisc.h"
 
 #include <cstdint>
+#include <limits>
 
 #if defined(TovImageSerializer_EXPORTS)
 #define TOV_SERIALIZER_API __attribute__((visibility("default")))
@@ -23,6 +24,18 @@ enum TovSerializerError : std::int32_t {
     TOV_SERIALIZER_ERR_STATE = -3,    // nothing was started, or something still runs
     TOV_SERIALIZER_ERR_WRITE = -4,    // the file system refused: no such place, no permission, no room
     TOV_SERIALIZER_ERR_MEMORY = -5,
+};
+
+// What is known of a frame beside its picture, for the table of the recording.
+struct TovFrameNote
+{
+    std::int64_t arrival =
+        0; // of its first packet, by this computer's clock: nanoseconds since 1970, UTC; 0: not known
+    double exposure = std::numeric_limits<double>::quiet_NaN(); // microseconds; not a number: not known
+    double gain = std::numeric_limits<double>::quiet_NaN();     // as the camera tells; likewise
+    bool incomplete = false;
+    std::uint64_t missingBytes = 0; // of an incomplete one; 0: not known
+    std::uint64_t gapBefore = 0;    // frames of the camera that are missing between the frame before and this one
 };
 
 // Parameters of GetComponent():
@@ -58,6 +71,37 @@ public:
     virtual std::int64_t GetReadableFrames() const
     {
         return -1;
+    }
+
+    // Files beside a series or a movie, in a folder of their own: a table of its frames, and headers by which other
+    // programs read a raw series. From the next start on; off at first. Rows are written in batches: each is in the
+    // table a second after its frame, if frames go on or TendCompanions is called. What cannot be written there costs
+    // no frame. For the writing thread, all of these.
+    virtual void SetCompanions(bool)
+    {
+    }
+    // Of the frame that the next WriteFrame brings.
+    virtual void NoteFrame(TovFrameNote const &)
+    {
+    }
+    // To be called a few times a second while no frame comes.
+    virtual void TendCompanions()
+    {
+    }
+    // Of the series or movie under way, or of the last one, without a slash at its end; empty as long as there is none.
+    virtual char const *GetCompanionFolder() const
+    {
+        return "";
+    }
+    // What the names of the files in that folder begin with.
+    virtual char const *GetCompanionName() const
+    {
+        return "";
+    }
+    // Why they are not whole, as GetLastFailure; empty while they are.
+    virtual char const *GetCompanionFailure() const
+    {
+        return "";
     }
 
 protected:

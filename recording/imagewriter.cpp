@@ -3,6 +3,7 @@
 #include "folderroom.h"
 #include "imageparser.h"
 #include "imgprocessor.h"
+#include "ledgerfile.h"
 #include "rigtestplugin.h"
 #include "serializererrortext.h"
 #include "tovlog.h"
@@ -12,6 +13,7 @@
 #include "tovserializer.h"
 
 #include <QDir>
+#include <QFile>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -21,6 +23,7 @@
 #include <limits>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -31,6 +34,8 @@ constexpr double FpsMaximum = 1000000.0;
 constexpr auto NotReadyPause = std::chrono::milliseconds(1);
 // Gives the queued report time to reach the session, which stops the writer.
 constexpr auto ReportPause = std::chrono::milliseconds(200);
+// What waits to be written beside the frames is looked after so often while no frame comes.
+constexpr auto TendPeriod = std::chrono::milliseconds(200);
 constexpr auto RoomPeriod = std::chrono::seconds(1);
 
 // Gives a buffer back to the stream, on every path.
@@ -113,6 +118,27 @@ void ImageWriter::RegisterParams()
     AddIntParam("JpgQuality", &m_jpgQuality, 85, 0, 100);
 }
 
+void ImageWriter::SetCompanions(bool on)
+{
+    m_wantsCompanions = on;
+}
+
+QByteArray const &ImageWriter::GetCompanionFolder() const
+{
+    return m_companionFolder;
+}
+
+QByteArray const &ImageWriter::GetCompanionName() const
+{
+    return m_companionName;
+}
+
+void ImageWriter::TellCompanionFailure(QString const &why)
+{
+    TovLog::Warning(0, "The files beside the recording are not whole: %s", qPrintable(why));
+    m_report.ShowCompanionFailure(why);
+}
+
 void ImageWriter::RequestSnap()
 {
     m_snapRequest = true;
@@ -133,6 +159,11 @@ bool ImageWriter::StartWriting()
         m_captureRules.SnapNextFrame();
     else
         m_captureRules.StartImgWriting(static_cast<CaptureMode>(TovLoadBound(m_captureMode)));
+    m_companions = m_wantsCompanions && !snap;
+    m_companionFolder.clear();
+    m_companionName.clear();
+    if (m_serializer)
+        m_serializer->SetCompanions(m_companions);
     TovStoreBound(m_framesSaved, 0);
     struct
     {
@@ -175,8 +206,14 @@ bool ImageWriter::StopWriting()
             SettleAtStop(TOV_SERIALIZER_ERR_MEMORY);
     }
     m_captureRules.StopImgWriting();
-    if (m_writing)
+    if (m_writing) {
+        bool const companions = m_companions && m_started;
+        if (companions)
+            m_report.SetCompanionFailure(QString::fromLocal8Bit(m_serializer->GetCompanionFailure()));
         CloseLedger();
+        if (companions)
+            KeepLedger();
+    }
     m_writing = false;
     m_fifo->SetGrabberThtreadBlocking(true);
     if (failure)
@@ -256,6 +293,19 @@ void ImageWriter::CloseLedger()
                         qPrintable(m_report.GetFailures()));
     if (!l.AddsUp())
         TovLog::Error(0, "The frames of the recording do not add up");
+}
+
+// Beside the files that the serializer has made.
+void ImageWriter::KeepLedger()
+{
+    m_companionFolder = m_serializer->GetCompanionFolder();
+    m_companionName = m_serializer->GetCompanionName();
+    if (m_companionFolder.isEmpty())
+        return;
+    QString const file = QFile::decodeName(m_companionFolder + '/' + m_companionName + ".ledger.txt");
+    QString const why = WriteLedgerFile(file, m_ledger, m_report.GetReasons());
+    if (!why.isEmpty() && *m_serializer->GetCompanionFailure() == 0)
+        TellCompanionFailure(why);
 }
 
 TovComponent *ImageWriter::GetSerializer()
@@ -349,6 +399,8 @@ void ImageWriter::LookForRoom()
         return;
     m_roomAsked = now;
     m_report.SetFreeBytes(BytesLeftFor(m_currFileName));
+    if (m_companions && m_serializer)
+        m_report.SetCompanionFailure(QString::fromLocal8Bit(m_serializer->GetCompanionFailure()));
 }
 
 void ImageWriter::UpdateCounters()
@@ -368,12 +420,15 @@ void ImageWriter::UpdateCounters()
 void ImageWriter::DoWriting()
 {
     TovCam::Buffer *buffer = nullptr;
-    if (m_fifo->PopOldestBuffer(&buffer) != 0) {
+    if (m_fifo->PopOldestBuffer(&buffer, m_companions ? std::optional(TendPeriod) : std::nullopt) != 0) {
         std::this_thread::sleep_for(NotReadyPause);
         return;
     }
-    if (!buffer)
+    if (!buffer) {
+        if (m_companions && m_serializer)
+            m_serializer->TendCompanions();
         return;
+    }
     if (IsMovie())
         WriteMovie(buffer);
     else
@@ -405,6 +460,8 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
     if (m_captureRules.NeedToWrite(image)) {
         m_incomplete = buffer->IsIncomplete();
         m_failure = {};
+        if (m_companions && m_serializer)
+            NoteFrame(buffer);
         std::int64_t const before = m_tally.Written();
         bool const goesOn = Try(steps.write, image);
         if (m_tally.Written() == before)
@@ -458,6 +515,20 @@ void ImageWriter::CountWritten()
 {
     m_tally.AddWritten(m_incomplete, m_serializer->GetReadableFrames());
     TovStoreBound(m_framesSaved, m_tally.Saved());
+}
+
+void ImageWriter::NoteFrame(TovCam::Buffer *buffer)
+{
+    TovFrameNote note;
+    note.incomplete = m_incomplete;
+    note.gapBefore = m_fifo->GetGapBefore(buffer);
+    if (TovCam::FrameFacts facts; buffer->GetFacts(&facts)) {
+        note.arrival = facts.arrival;
+        note.exposure = facts.exposure;
+        note.gain = facts.gain;
+        note.missingBytes = facts.missingBytes;
+    }
+    m_serializer->NoteFrame(note);
 }
 
 void ImageWriter::WindUp(Steps const &steps)

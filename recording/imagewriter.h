@@ -57,6 +57,15 @@ public:
     ImageWriter(QObject *parent, GrabbingFifo *fifo, ImgProcessor *processor);
     ~ImageWriter() override;
 
+    // Whether recordings leave files beside their frames, from the next one on; not at first. Snaps never do. GUI
+    // thread.
+    void SetCompanions(bool on);
+    // The folder of those files, and what their names begin with: of the last recording that was stopped; empty where
+    // there are none. As the file system has them. GUI thread.
+    QByteArray const &GetCompanionFolder() const;
+    QByteArray const &GetCompanionName() const;
+    // Something that belongs there could not be written, after the recording. GUI thread.
+    void TellCompanionFailure(QString const &why);
     // One shot: the next recording takes one frame, whatever "CaptureMode" says.
     void RequestSnap();
     bool StartWriting();
@@ -124,6 +133,7 @@ private:
     RecordingFailure FailureOf(std::int32_t status, QString const &otherwise = {}) const;
     void CountFailure();
     void CountWritten();
+    void NoteFrame(TovCam::Buffer *buffer);
     void SettleAtStop(std::int32_t status);
     void LookForRoom();
     RecordingLedger SoFar();
@@ -132,6 +142,7 @@ private:
     bool EndEvaluation();
 
     void CloseLedger();
+    void KeepLedger();
 
     // GUI thread.
     bool m_snapRequest = false;
@@ -139,6 +150,8 @@ private:
     GrabbingFifo::Accounts m_startAccounts{};
     RecordingLedger m_ledger;
     RecordingReport m_report;
+    bool m_wantsCompanions = false;
+    QByteArray m_companionFolder, m_companionName;
 
     // Set by the writer's own thread, or while it sleeps.
     GrabbingFifo *m_fifo;
@@ -155,10 +168,11 @@ private:
     std::uint32_t m_outputPixType;
     std::map<std::uint32_t, int> m_inputPixTypes; // rows of the conversion table
     FrameTally m_tally;                           // of this recording, as all below
-    bool m_incomplete = false;                    // the frame in hand
-    bool m_started = false;                       // a series or a movie
-    RecordingFailure m_failure;                   // of the start, or of the frame in hand
-    RecordingFailure m_endFailure;                // for which nothing more is written
+    bool m_companions = false;
+    bool m_incomplete = false;     // the frame in hand
+    bool m_started = false;        // a series or a movie
+    RecordingFailure m_failure;    // of the start, or of the frame in hand
+    RecordingFailure m_endFailure; // for which nothing more is written
     std::chrono::steady_clock::time_point m_roomAsked;
     bool m_evaluated = false;
     QByteArray m_pictures;    // the default of "FilePath"

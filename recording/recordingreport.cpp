@@ -39,6 +39,7 @@ void RecordingReport::Begin(bool snap, std::function<RecordingLedger()> soFar)
         std::lock_guard const lock(m_mutex);
         m_noted.clear();
         m_notedFree = -1;
+        m_notedCompanions.clear();
     }
     m_snap = snap;
     m_soFar = std::move(soFar);
@@ -60,8 +61,7 @@ void RecordingReport::End(RecordingLedger const &ledger)
     m_ledger = ledger;
     TakeFailures();
     Reconcile();
-    NoticeBoard::Instance().Post(NoticeTopic::Recording, Level(), Text());
-    emit changed();
+    Tell();
 }
 
 void RecordingReport::Forget()
@@ -93,6 +93,19 @@ bool RecordingReport::Failed(std::int64_t frames, RecordingFailure const &failur
     return true;
 }
 
+void RecordingReport::SetCompanionFailure(QString const &why)
+{
+    std::lock_guard const lock(m_mutex);
+    m_notedCompanions = why;
+}
+
+void RecordingReport::ShowCompanionFailure(QString const &why)
+{
+    SetCompanionFailure(why);
+    m_companions = why;
+    Tell();
+}
+
 void RecordingReport::SetFreeBytes(std::int64_t bytes)
 {
     std::lock_guard const lock(m_mutex);
@@ -122,8 +135,7 @@ void RecordingReport::Look()
     m_elapsed = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_begin);
     m_ledger = m_soFar();
     TakeFailures();
-    NoticeBoard::Instance().Post(NoticeTopic::Recording, Level(), Text());
-    emit changed();
+    Tell();
 }
 
 void RecordingReport::TakeFailures()
@@ -132,6 +144,7 @@ void RecordingReport::TakeFailures()
         std::lock_guard const lock(m_mutex);
         m_failures = m_noted;
         m_free = m_notedFree;
+        m_companions = m_notedCompanions;
     }
     if (!m_running)
         return;
@@ -165,6 +178,14 @@ QString RecordingReport::GetFailures() const
         parts += frames > 0 ? tr("%1 failed: %2").arg(GroupedNumber(frames), why) : tr("closing failed: %1").arg(why);
     }
     return parts.join(QStringLiteral(", "));
+}
+
+std::vector<std::pair<QString, std::int64_t>> RecordingReport::GetReasons() const
+{
+    std::vector<std::pair<QString, std::int64_t>> reasons;
+    for (auto const &[failure, frames] : m_failures)
+        reasons.emplace_back(failure.reason, frames);
+    return reasons;
 }
 
 QStringList RecordingReport::Parts() const
@@ -201,14 +222,22 @@ QString RecordingReport::Text() const
     QString const text = m_snap      ? tr("Snap: %1").arg(parts)
                          : m_running ? tr("Recording %1: %2").arg(Clock(m_elapsed), parts)
                                      : tr("Recording ended after %1: %2").arg(Clock(m_elapsed), parts);
-    return m_running && IsPlaceRefused() ? tr("%1. Make room, or choose another folder or name").arg(text) : text;
+    if (m_running && IsPlaceRefused())
+        return tr("%1. Make room, or choose another folder or name").arg(text);
+    return m_companions.isEmpty() ? text : tr("%1. The files beside it are not whole: %2").arg(text, m_companions);
+}
+
+void RecordingReport::Tell()
+{
+    NoticeBoard::Instance().Post(NoticeTopic::Recording, Level(), Text());
+    emit changed();
 }
 
 NoticeLevel RecordingReport::Level() const
 {
     if (!m_failures.empty())
         return NoticeLevel::Error;
-    if (m_snap ? m_ledger.savedIncomplete > 0 : !m_ledger.IsWhole())
+    if (!m_companions.isEmpty() || (m_snap ? m_ledger.savedIncomplete > 0 : !m_ledger.IsWhole()))
         return NoticeLevel::Warning;
     return NoticeLevel::Info;
 }

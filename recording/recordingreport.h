@@ -2,7 +2,8 @@
 // and the room that is left; afterwards its ledger, until the next one starts. It is on the notice board; the signal is
 // for those who show it in another way.
 //
-// Threads: the GUI thread, which makes it; Failed and SetFreeBytes from the recording thread as well.
+// Threads: the GUI thread, which makes it; Failed, SetCompanionFailure and SetFreeBytes from the recording thread
+// as well.
 #pragma once
 
 #include "noticeboard.h"
@@ -16,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 // Why a frame was not saved, in words for the operator.
@@ -42,6 +44,10 @@ public:
     // That many more frames have failed; 0 for what went wrong at the end without costing a frame. True for a new
     // reason, which is shown at once.
     bool Failed(std::int64_t frames, RecordingFailure const &failure);
+    // Why the files beside the recording are not whole; empty while they are. Shown with the next look.
+    void SetCompanionFailure(QString const &why);
+    // The same, after the end.
+    void ShowCompanionFailure(QString const &why);
     // Of the folder; -1 where it is not known.
     void SetFreeBytes(std::int64_t bytes);
 
@@ -50,6 +56,8 @@ public:
     RecordingLedger const &GetLedger() const;
     // What failed and why, one sentence; empty when nothing did.
     QString GetFailures() const;
+    // The same, each reason with its frames.
+    std::vector<std::pair<QString, std::int64_t>> GetReasons() const;
     bool IsPlaceRefused() const; // another folder or name may help
 
 signals:
@@ -69,10 +77,12 @@ private:
     QStringList Parts() const;
     QString Text() const;
     NoticeLevel Level() const;
+    void Tell();
 
-    std::mutex m_mutex; // guards the two below; alone, for a few frames' worth of failures
+    std::mutex m_mutex; // guards the three below; alone, for a few frames' worth of failures
     std::vector<Failures> m_noted;
     std::int64_t m_notedFree = -1; // bytes
+    QString m_notedCompanions;
 
     // GUI thread.
     QTimer m_timer;
@@ -84,4 +94,5 @@ private:
     RecordingLedger m_ledger;
     std::vector<Failures> m_failures;
     std::int64_t m_free = -1;
+    QString m_companions; // why they are not whole
 };

@@ -19,6 +19,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QFile>
 #include <QFinalState>
 #include <QMainWindow>
 #include <QMessageBox>
@@ -331,6 +332,7 @@ QString Session::GetCameraInfo()
 
 void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)
 {
+    static_cast<Session *>(user)->m_cameraLost = true;
     emit static_cast<Session *>(user)->signalCameraDisconnected(user, DisconnectReasonCameraLost);
 }
 
@@ -352,6 +354,25 @@ void Session::StopWriter()
         if (m_writer->IsWriting())
             m_writer->StopWriting();
     } catch (...) { // the files may be broken; the camera is closed all the same
+    }
+}
+
+// The camera's, beside the recording that has just ended. One that is gone has none, and that is no failure.
+void Session::KeepConfiguration()
+{
+    if (m_writer->GetCompanionFolder().isEmpty() || m_cameraLost)
+        return;
+    QByteArray const file = m_writer->GetCompanionFolder() + '/' + m_writer->GetCompanionName() + ".tcfg";
+    std::int32_t const status = WaitFor([&] { return m_device->SaveConfiguration(file.constData()); });
+    if (status == 0 || m_cameraLost)
+        return;
+    TovLog::Warning(static_cast<unsigned long>(status),
+                    "Session: the configuration was not stored beside the recording");
+    if (status == TOV_CAM_ERR_FILE_NOT_FOUND) {
+        int const why = m_device->GetConfigurationReport().systemError;
+        char const *const words = strerrordesc_np(why);
+        m_writer->TellCompanionFailure(
+            QStringLiteral("%1 (%2)").arg(QString::fromLatin1(words ? words : "no file"), QFile::decodeName(file)));
     }
 }
 
@@ -408,6 +429,7 @@ void Session::enterCapturing()
         if (RigTestPlugin *const plugin = GetRigTest())
             plugin->OnStartCapturing();
         m_grabber->SetState(SessionStateCapturing);
+        m_writer->SetCompanions(m_window->WantsCompanions());
         m_writer->StartWriting();
     } catch (...) {
         // The machine stays in Capturing with the state that was, in which Stop does nothing: the operator has to
@@ -424,6 +446,7 @@ void Session::exitCapturing()
     try {
         m_writer->StopWriting();
         QCoreApplication::removePostedEvents(&m_writerReports);
+        KeepConfiguration();
     } catch (...) {
         emit signalSessionStateError(this, SessionErrorStopCapturing);
     }

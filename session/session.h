@@ -6,8 +6,8 @@
 // deleted from there.
 //
 // Threads: the GUI thread, except for the callbacks of the camera library, which come on its threads:
-// CameraDisconnectCallback only emits a signal, PacketsMissedCallback only counts and logs; LogEvent and what it calls
-// make a line of a packet and append it.
+// CameraDisconnectCallback only notes the loss and emits a signal, PacketsMissedCallback only counts and logs; LogEvent
+// and what it calls make a line of a packet and append it.
 #pragma once
 
 #include "sessionstate.h"
@@ -20,6 +20,7 @@
 #include <QStateMachine>
 #include <QString>
 
+#include <atomic>
 #include <map>
 #include <memory>
 
@@ -135,6 +136,7 @@ private:
     void RemoveComponents();
 
     void StopWriter();
+    void KeepConfiguration();
     void endLogging();
     void EndAllChannels();
 
@@ -152,6 +154,7 @@ private:
     SessionState m_state;
     TovCam::Device *m_device;
     std::unique_ptr<GrabbingFifo> m_grabber;
+    std::atomic<bool> m_cameraLost{false}; // set by any thread, and never cleared
     QObject m_writerReports;               // receives the writer's reports that a recording has ended
     std::unique_ptr<ImageWriter> m_writer; // both use the grabber, and go before it unless their threads are asleep
     std::unique_ptr<DisplayView> m_display;

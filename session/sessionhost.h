@@ -20,6 +20,11 @@ public:
     virtual QMainWindow *GetMainWindow() = 0;
     // Runs the bandwidth test on that session, modally. The session may go meanwhile.
     virtual void RunBandwidthTest(Session *session) = 0;
+    // Whether recordings leave files beside their frames.
+    virtual bool WantsCompanions()
+    {
+        return true;
+    }
 
 protected:
     ~SessionHost() = default;

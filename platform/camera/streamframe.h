@@ -73,6 +73,14 @@ public:
         return m_incomplete;
     }
 
+    bool GetFacts(TovCam::FrameFacts *facts) override
+    {
+        *facts = {};
+        facts->arrival = m_arrival;
+        facts->missingBytes = m_missingBytes;
+        return m_arrival != 0;
+    }
+
     StreamShape m_shape; // of the header
     _TovImage *m_image = nullptr;
     std::uint8_t *m_memory = nullptr;
@@ -80,6 +88,8 @@ public:
     std::size_t m_room = 0;                 // of the memory
     std::size_t m_size = 0;                 // received
     std::span<std::uint8_t const> m_chunks; // the chunk data of a whole frame, for FindChunk; empty without
+    std::int64_t m_arrival = 0;             // nanoseconds since 1970; 0: not known
+    std::uint64_t m_missingBytes = 0;       // of an incomplete one, where that is known
     bool m_incomplete = false;
     std::atomic<bool> m_held{false}; // between GetBuffer and QueueBuffer
 };

@@ -28,6 +28,10 @@ public:
     {
         return m_readable;
     }
+    std::string const &Name() const
+    {
+        return m_file.Name();
+    }
     // Whether the open file has been deleted by somebody.
     bool IsLost() const
     {

@@ -49,6 +49,11 @@ public:
     // Room for `size` more bytes, so that they will not fail for the lack of it; 0 as well where the file system cannot
     // say. After a failure there is as much room as before.
     int Reserve(std::uint64_t size);
+    // What Reserve takes at least, of the open file; 64 MB otherwise.
+    void SetReserveStep(std::uint64_t bytes)
+    {
+        m_reserveStep = bytes;
+    }
     // Drops everything after it; forgets an earlier error.
     int CutTo(std::uint64_t size);
     // Hands everything to the kernel, so that the end of this process loses nothing.

@@ -1,5 +1,6 @@
 #include "tovserializer.h"
 
+#include "companions.h"
 #include "imageformats.h"
 #include "movieformats.h"
 #include "pixellayout.h"
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 
 namespace {
@@ -88,6 +90,8 @@ public:
                 return status;
             m_series = std::move(format);
             m_file.ForgetFolders();
+            if (m_withCompanions)
+                m_companions.BeginSeries(Extension(extension) == "raw" ? std::optional(ShapeOf(*image)) : std::nullopt);
             return TOV_SERIALIZER_OK;
         });
     }
@@ -120,6 +124,8 @@ public:
                 return Judged(error);
             }
             m_movie = std::move(movie);
+            if (m_withCompanions)
+                m_companions.BeginMovie(m_movie->Name());
             m_looked = std::chrono::steady_clock::now();
             return TOV_SERIALIZER_OK;
         });
@@ -133,6 +139,7 @@ public:
                 status = Judged(m_movie->Close());
                 m_readable = m_movie->ReadableFrames();
             }
+            m_companions.End(m_readable);
             m_movie.reset();
             m_series.reset();
             ReleaseConverted();
@@ -142,18 +149,14 @@ public:
 
     std::int32_t WriteFrame(_TovImage const *image, char const *fileName) override
     {
-        return Guarded([&]() -> std::int32_t {
-            if (std::int32_t const status = CheckFrame(image, fileName))
-                return status;
-            _TovImage const *target = image;
-            if (m_converted) {
-                unsigned long const status = TovConvertImage(m_converted, image);
-                if (!TovSucceeded(status))
-                    return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NotHeld);
-                target = m_converted;
-            }
-            return Judged(m_movie ? WriteToMovie(*target) : WriteFile(*target, *image, fileName));
-        });
+        std::int32_t const status = Guarded([&] { return WritePicture(image, fileName); });
+        if (status != TOV_SERIALIZER_OK)
+            m_companions.Missed();
+        else if (m_movie)
+            m_companions.Taken(*image, m_readable);
+        else
+            m_companions.Saved(*image, m_file.Name());
+        return status;
     }
 
     char const *GetLastFailure() const override
@@ -164,6 +167,36 @@ public:
     std::int64_t GetReadableFrames() const override
     {
         return m_readable;
+    }
+
+    void SetCompanions(bool on) override
+    {
+        m_withCompanions = on;
+    }
+
+    void NoteFrame(TovFrameNote const &note) override
+    {
+        m_companions.Note(note);
+    }
+
+    void TendCompanions() override
+    {
+        m_companions.Tend();
+    }
+
+    char const *GetCompanionFolder() const override
+    {
+        return m_companions.Folder().c_str();
+    }
+
+    char const *GetCompanionName() const override
+    {
+        return m_companions.Name().c_str();
+    }
+
+    char const *GetCompanionFailure() const override
+    {
+        return m_companions.Failure().c_str();
     }
 
 private:
@@ -215,6 +248,7 @@ private:
             return Failed(TOV_SERIALIZER_ERR_STATE, "Another recording is under way");
         m_failure.clear();
         m_readable = 0;
+        m_companions.Forget();
         if (!image || image->width == 0 || image->height == 0 || LineBytes(*image) == 0)
             return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture is empty");
         if (!text || !*text)
@@ -261,6 +295,25 @@ private:
     {
         TovReleaseImage(&m_converted);
         m_converted = nullptr;
+    }
+
+    static SeriesFiles::RawShape ShapeOf(_TovImage const &image)
+    {
+        return {image.pixelType, image.width, image.height, image.bitDepth, LineBytes(image)};
+    }
+
+    std::int32_t WritePicture(_TovImage const *image, char const *fileName)
+    {
+        if (std::int32_t const status = CheckFrame(image, fileName))
+            return status;
+        _TovImage const *target = image;
+        if (m_converted) {
+            unsigned long const status = TovConvertImage(m_converted, image);
+            if (!TovSucceeded(status))
+                return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NotHeld);
+            target = m_converted;
+        }
+        return Judged(m_movie ? WriteToMovie(*target) : WriteFile(*target, *image, fileName));
     }
 
     int WriteFile(_TovImage const &target, _TovImage const &source, char const *fileName)
@@ -311,6 +364,8 @@ private:
     OutFile m_file;                                           // of a series
     std::string m_failure;                                    // of the last operation that failed
     std::int64_t m_readable = 0;
+    bool m_withCompanions = false; // from the next start on
+    Companions m_companions;
     std::chrono::steady_clock::time_point m_looked; // when it was last checked that the movie still exists
 };
 

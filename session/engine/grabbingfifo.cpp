@@ -8,6 +8,7 @@
 #include <limits>
 #include <optional>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -111,7 +112,7 @@ bool GrabbingFifo::StartGrabbing()
     {
         std::lock_guard const lock(m_fifoMutex);
         m_lastId.reset();
-        m_withoutId = 0;
+        m_withoutId = m_droppedSince = 0;
     }
     bool const started = WorkingThread::Start();
     TovLog::Debug(started, "GrabbingFifo::StartGrabbing() <- LEAVE");
@@ -167,6 +168,7 @@ std::int32_t GrabbingFifo::ReleaseBuffers()
             m_stream->QueueBuffer(m_grab_fifo.back());
             m_grab_fifo.pop_back();
         }
+        m_gaps.clear();
         WriteQueueFilled();
     }
     std::int32_t const status = m_stream ? m_stream->ReleaseBufferQueue() : TOV_CAM_ERR_INVALID_INDEX;
@@ -207,7 +209,7 @@ std::int32_t GrabbingFifo::GetNewestBuffer(TovCam::Buffer **buffer, bool bKeepIn
     return 0;
 }
 
-std::int32_t GrabbingFifo::PopOldestBuffer(TovCam::Buffer **buffer)
+std::int32_t GrabbingFifo::PopOldestBuffer(TovCam::Buffer **buffer, std::optional<std::chrono::milliseconds> most)
 {
     TovLog::Debug(0, "GrabbingFifo::PopOldestBuffer() -> ENTER");
     SessionState const state = m_state.load(std::memory_order_relaxed);
@@ -216,14 +218,14 @@ std::int32_t GrabbingFifo::PopOldestBuffer(TovCam::Buffer **buffer)
         return TOV_CAM_ERR_INVALID_STATE;
     }
     std::unique_lock wait(m_waitMutex);
-    if (std::unique_lock const fifo = WaitForFrame(wait)) {
+    if (std::unique_lock const fifo = WaitForFrame(wait, most)) {
         *buffer = m_grab_fifo.back();
         m_grab_fifo.pop_back();
         ++m_withConsumers;
         TovLog::Info(0, "GrabbingFifo::PopOldestBuffer(): buffer id=%i poped from m_grab_fifo, and returned to caller",
                      static_cast<int>((*buffer)->GetFrameID()));
         WriteQueueFilled();
-    } else {
+    } else if (!m_bBlockCallerThread) {
         TovLog::Info(0, "GrabbingFifo::PopOldestBuffer(): m_cvFifoEmpty.wait quit by m_bBlockCallerThread");
     }
     TovLog::Debug(0, "GrabbingFifo::PopOldestBuffer() <- LEAVE");
@@ -281,6 +283,13 @@ GrabbingFifo::Accounts GrabbingFifo::GetAccounts()
             static_cast<std::int64_t>(m_grab_fifo.size()),
             m_withConsumers,
             m_missing};
+}
+
+std::uint64_t GrabbingFifo::GetGapBefore(TovCam::Buffer const *buffer)
+{
+    std::lock_guard const lock(m_fifoMutex);
+    auto const found = m_gaps.find(buffer);
+    return found != m_gaps.end() ? found->second : 0;
 }
 
 std::int64_t GrabbingFifo::GetFramesAcquired() const
@@ -405,6 +414,8 @@ void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete)
     ++m_arrived;
     m_arrivedIncomplete += incomplete;
     std::uint64_t const id = buffer->GetFrameID();
+    std::uint64_t &gapBefore = m_gaps[buffer];
+    gapBefore = 0;
     // Without its first packet a frame may lack its id: it is then one of those that the next gap counts.
     if (incomplete && (id == 0 || (m_lastId && id <= *m_lastId))) {
         ++m_withoutId;
@@ -413,7 +424,8 @@ void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete)
     // A counter that wraps or starts again loses nothing.
     if (m_lastId && id > *m_lastId) {
         std::uint64_t const gap = id - *m_lastId - 1;
-        m_missing += static_cast<std::int64_t>(gap - std::min(gap, m_withoutId));
+        gapBefore = gap - std::min(gap, m_withoutId);
+        m_missing += static_cast<std::int64_t>(gapBefore);
     }
     m_lastId = id;
     m_withoutId = 0;
@@ -427,19 +439,21 @@ void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
             if (m_grab_fifo.empty()) {
                 // The limit is 0: nothing in the FIFO can make room.
                 if (buffer) {
-                    CountSoftwareDrop();
+                    CountSoftwareDrop(buffer);
                     m_stream->QueueBuffer(buffer);
                 }
                 return;
             }
-            CountSoftwareDrop();
             if (m_dropMode == DropNewest) {
+                CountSoftwareDrop(m_grab_fifo.front());
                 m_stream->QueueBuffer(m_grab_fifo.front());
                 m_grab_fifo.pop_front();
             } else if (m_dropMode == DropOldest) {
+                CountSoftwareDrop(m_grab_fifo.back());
                 m_stream->QueueBuffer(m_grab_fifo.back());
                 m_grab_fifo.pop_back();
             } else {
+                CountSoftwareDrop(buffer);
                 push = false; // the incoming frame is dropped, and its buffer stays outside the stream
                 break;
             }
@@ -452,13 +466,16 @@ void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
         }
     }
     if (push) {
+        m_gaps[buffer] += std::exchange(m_droppedSince, 0);
         m_grab_fifo.push_front(buffer);
         TovLog::Info(0, "Frame added to m_grab_fifo id=%i", static_cast<int>(TovLoadBound(m_frameId)));
     }
 }
 
-void GrabbingFifo::CountSoftwareDrop()
+void GrabbingFifo::CountSoftwareDrop(TovCam::Buffer const *dropped)
 {
+    if (auto const found = m_gaps.find(dropped); found != m_gaps.end())
+        m_droppedSince += found->second + 1;
     TovStoreBound(m_framesDroppedSW, TovLoadBound(m_framesDroppedSW) + 1);
     SetParamInt("FramesDroppedSW", TovLoadBound(m_framesDroppedSW));
 }
@@ -470,14 +487,19 @@ void GrabbingFifo::WriteQueueFilled()
         SetParamInt("QueueFilled", count);
 }
 
-std::unique_lock<std::mutex> GrabbingFifo::WaitForFrame(std::unique_lock<std::mutex> &wait)
+std::unique_lock<std::mutex> GrabbingFifo::WaitForFrame(std::unique_lock<std::mutex> &wait,
+                                                        std::optional<std::chrono::milliseconds> most)
 {
+    auto const end = std::chrono::steady_clock::now() + most.value_or(std::chrono::milliseconds(0));
     while (m_bBlockCallerThread) {
         std::unique_lock fifo(m_fifoMutex);
         if (!m_grab_fifo.empty())
             return fifo;
         fifo.unlock();
-        m_cvFifoEmpty.wait(wait);
+        if (!most)
+            m_cvFifoEmpty.wait(wait);
+        else if (m_cvFifoEmpty.wait_until(wait, end) == std::cv_status::timeout)
+            break;
     }
     return {};
 }

@@ -18,11 +18,13 @@
 #include <QObject>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <unordered_map>
 
 class GrabbingFifo : public QObject, public WorkingThread, public TovComponentImp
 {
@@ -41,8 +43,8 @@ public:
 
     // The front of the FIFO. Sleeps while it is empty; 0 with `*buffer` untouched when the blocking flag is cleared.
     std::int32_t GetNewestBuffer(TovCam::Buffer **buffer, bool bKeepInFifo);
-    // The back of the FIFO, taken out; otherwise the same.
-    std::int32_t PopOldestBuffer(TovCam::Buffer **buffer);
+    // The back of the FIFO, taken out; otherwise the same. It sleeps no longer than `most`, where that is given.
+    std::int32_t PopOldestBuffer(TovCam::Buffer **buffer, std::optional<std::chrono::milliseconds> most = {});
     // Gives a buffer back to the stream.
     std::int32_t ReleaseBuffer(TovCam::Buffer *buffer);
     // Gives a buffer back to whoever needs it next: the recorder while capturing, otherwise the stream.
@@ -65,6 +67,9 @@ public:
         std::int64_t missing;
     };
     Accounts GetAccounts();
+    // Frames that the camera counted directly before that one, which a consumer has taken, and that nobody got: they
+    // never arrived, or the full FIFO dropped them. Any thread.
+    std::uint64_t GetGapBefore(TovCam::Buffer const *buffer);
 
     // Read by the recording thread without a lock; a stale value is corrected on its next pass.
     std::int64_t GetFramesAcquired() const;
@@ -83,11 +88,12 @@ private:
     // With m_fifoMutex held.
     void CountArrival(TovCam::Buffer *buffer, bool incomplete);
     void PutIntoFifo(TovCam::Buffer *buffer);
-    void CountSoftwareDrop();
+    void CountSoftwareDrop(TovCam::Buffer const *dropped);
     void WriteQueueFilled();
     // Sleeps on `wait`, a lock of m_waitMutex, until a frame is there, and returns the lock of m_fifoMutex that keeps
-    // it there; no lock when the blocking flag is cleared.
-    std::unique_lock<std::mutex> WaitForFrame(std::unique_lock<std::mutex> &wait);
+    // it there; no lock when the blocking flag is cleared or the time is up.
+    std::unique_lock<std::mutex> WaitForFrame(std::unique_lock<std::mutex> &wait,
+                                              std::optional<std::chrono::milliseconds> most = {});
     void WakeConsumers(); // with no lock held
 
     std::atomic<SessionState> m_state{SessionStateIdle}; // a reader that sees the old state for one pass is harmless
@@ -103,10 +109,12 @@ private:
     std::int64_t m_missing = 0;                          // m_fifoMutex, as the two below
     std::optional<std::uint64_t> m_lastId;               // of the frames that arrived since StartGrabbing
     std::uint64_t m_withoutId = 0;                       // incomplete ones since m_lastId whose id is unknown
-    bool m_discard = false;                              // incomplete frames go back at once; set before the start
-    std::atomic<bool> m_bBlockCallerThread{true};        // written under m_waitMutex
-    std::condition_variable m_cvFifoEmpty;               // with m_waitMutex
-    std::mutex m_waitMutex;                              // before m_fifoMutex
+    std::unordered_map<TovCam::Buffer const *, std::uint64_t> m_gaps; // before each; m_fifoMutex, as the one below
+    std::uint64_t m_droppedSince = 0;                                 // that the next frame's gap has to count
+    bool m_discard = false;                       // incomplete frames go back at once; set before the start
+    std::atomic<bool> m_bBlockCallerThread{true}; // written under m_waitMutex
+    std::condition_variable m_cvFifoEmpty;        // with m_waitMutex
+    std::mutex m_waitMutex;                       // before m_fifoMutex
 
     // Bound counters: written by the grabbing thread, or by the GUI thread while it is stopped; read by anyone, by
     // relaxed atomic access.

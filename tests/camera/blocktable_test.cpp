@@ -94,6 +94,7 @@ protected:
         while (std::optional<BlockFrame> const frame = table.TakeDone()) {
             ++given;
             frames.push_back(*frame);
+            missingBytes = frame->missingBytes;
             EXPECT_EQ(frame->end == BlockFrame::End::Complete && frame->missing != 0, false);
             std::uint8_t *const begin = frame->buffer.memory, *const end = begin + Payload;
             EXPECT_EQ(std::count(end, end + Room - Payload, Untouched), Room - Payload) << "written behind the frame";
@@ -136,6 +137,7 @@ protected:
     std::vector<Bytes> memory;
     std::deque<std::uint8_t *> unused;
     std::size_t free = 0, given = 0;
+    std::uint64_t missingBytes = 0; // of the last frame
     bool accepts = true;
     BlockTable table{*this, statistics};
     Sender sender;
@@ -214,10 +216,12 @@ TEST_F(BlockTableTest, AsksAgainWithPausesAndGivesUp)
         EXPECT_EQ(times[i] - times[i - 1], BlockTable::AnswerPatience * (1 << (i - 1)));
     EXPECT_EQ(std::tuple(statistics.incomplete.Get(), statistics.missing.Get(), statistics.asked.Get()),
               std::tuple(1u, 2u, 2u * BlockTable::MostTries));
+    EXPECT_EQ(missingBytes, 2 * StandardData);
     // A frame that has lost nearly everything is not worth it.
     FeedAll(2, {1, 2, 3, 4});
     EXPECT_EQ(Asked(300ms).size(), 4u);
     EXPECT_EQ(Collect().size(), 1u);
+    EXPECT_EQ(missingBytes, Payload);
     // Who does not send again is not asked.
     Start(8, false);
     FeedAll(3, {2});

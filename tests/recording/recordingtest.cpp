@@ -8,11 +8,42 @@
 #include "params.h"
 #include "simcamera.h"
 
+#include "seriesfiles.h"
+
 #include <QDir>
+#include <QFile>
+#include <QSettings>
+
+#include <algorithm>
+#include <vector>
 
 namespace {
 
 using Recording = testing::TestWithParam<char const *>;
+using SeriesFiles::Row;
+
+// The only folder beside the frames, with its name in front: "/f/image_1.series/image_1".
+QString Companions(QString const &folder)
+{
+    QFileInfoList const folders = QDir(folder).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return folders.size() == 1 ? folders[0].filePath() + QLatin1Char('/') + folders[0].completeBaseName() : QString();
+}
+
+std::vector<Row> RowsOf(QString const &companions)
+{
+    QFile table(companions + QStringLiteral(".frames.csv"));
+    std::vector<Row> rows;
+    EXPECT_TRUE(table.open(QIODevice::ReadOnly) && SeriesFiles::IsTableHead(table.readLine().chopped(1).toStdString()));
+    while (!table.atEnd())
+        EXPECT_TRUE(SeriesFiles::Decode(table.readLine().chopped(1).toStdString(), rows.emplace_back()));
+    return rows;
+}
+
+int LedgerEntry(QString const &companions, char const *key)
+{
+    QSettings const ledger(companions + QStringLiteral(".ledger.txt"), QSettings::IniFormat);
+    return ledger.value(QStringLiteral("Ledger/") + QLatin1String(key), -1).toInt();
+}
 
 TEST_P(Recording, KnowsOfEveryFrameOfADisturbedCamera)
 {
@@ -56,8 +87,96 @@ TEST_P(Recording, KnowsOfEveryFrameOfADisturbedCamera)
     EXPECT_LE(ledger.missing + ledger.saved + ledger.queued, lastId - first + 1 + ledger.droppedSW + 4);
     for (QFileInfo const &file : files)
         EXPECT_EQ(file.size() * 8 % (320 * 200), 0) << qPrintable(file.fileName());
+
+    QString const companions = Companions(folder.path());
+    std::vector<Row> rows = RowsOf(companions);
+    ASSERT_EQ(rows.size(), ledger.saved);
+    EXPECT_EQ(LedgerEntry(companions, "saved"), ledger.saved);
+    EXPECT_EQ(LedgerEntry(companions, "missing"), ledger.missing);
+    EXPECT_EQ(device->LoadConfiguration((companions + QStringLiteral(".tcfg")).toUtf8().constData()), 0);
+    std::size_t const firstRow = rows.front().frameId;
+    std::int64_t incomplete = 0;
+    std::sort(rows.begin(), rows.end(), [](Row const &a, Row const &b) { return a.frameId < b.frameId; });
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        Row const &row = rows[i];
+        EXPECT_EQ(QFileInfo(QFileInfo(companions).path() + QLatin1Char('/') + QString::fromStdString(row.file)),
+                  files[i]);
+        EXPECT_EQ(number(files[i]), row.frameId);
+        // The display may hand on a frame behind younger ones; what is missing is told by the one that it is missing
+        // before.
+        EXPECT_EQ(i == 0 || row.frameId == firstRow ? 0 : row.frameId - rows[i - 1].frameId - 1,
+                  i == 0 ? 0 : row.gapBefore)
+            << row.frameId;
+        EXPECT_EQ(row.missingBytes > 0, row.incomplete);
+        EXPECT_EQ(row.exposure, 1000.0);
+        EXPECT_TRUE(i == 0 || row.arrival > rows[i - 1].arrival);
+        incomplete += row.incomplete;
+    }
+    EXPECT_EQ(incomplete, ledger.savedIncomplete);
     session.reset();
     system->Release();
+}
+
+// What is there after a recording that ends otherwise, and after none.
+TEST(RecordingCompanions, AreThereForEveryRecordingThatWantsThem)
+{
+    enum End { Stop, Loss };
+    struct
+    {
+        char const *what;
+        bool companions, snap;
+        End end;
+        int format;
+        bool folder, configuration;
+    } const rows[] = {
+        {"a series", true, false, Stop, ImageWriter::FormatPng, true, true},
+        {"a movie", true, false, Stop, ImageWriter::FormatAvi, true, true},
+        {"a camera that is lost", true, false, Loss, ImageWriter::FormatRaw, true, false},
+        {"a snap", true, true, Stop, ImageWriter::FormatRaw, false, false},
+        {"switched off", false, false, Stop, ImageWriter::FormatRaw, false, false},
+    };
+    for (auto const &row : rows) {
+        SCOPED_TRACE(row.what);
+        TovCam::System *const system = TovCam_GetSystem();
+        TovCam::Device *const device = TovCam_CreateDevice(FindSimulated(system, "VG-2048M"), 2, nullptr);
+        TovCam::ParamArray *const nodes = device->GetCameraParameters(nullptr);
+        nodes->SetIntegerValue("Width", 320);
+        nodes->SetIntegerValue("Height", 200);
+        FakeScript script;
+        FakeHost host(script);
+        host.companions = row.companions;
+        QTemporaryDir folder;
+        auto session = std::make_unique<Session>(nullptr, device, &host);
+        QObject::connect(session.get(), &Session::signalCameraDisconnected, session.get(),
+                         &Session::signalCameraStateDisconnected, Qt::QueuedConnection);
+        auto *const writer = static_cast<ImageWriter *>(session->GetImageWriter());
+        writer->SetParamString("FilePath", folder.path().toUtf8().constData());
+        writer->SetParamInt("FileFormat", row.format);
+        QCoreApplication::processEvents();
+        emit session->signalStartAcquisition();
+        if (row.snap)
+            session->SnapNextFrame();
+        else
+            emit session->signalStartCapturing();
+        EXPECT_TRUE(Eventually([&] { return IntOf(writer, "FramesSaved") >= (row.snap ? 1 : 3); }));
+        if (row.end == Loss)
+            nodes->ExecuteCommand("SimLoseCamera");
+        else
+            emit session->signalStopCapturing();
+        EXPECT_TRUE(Eventually([&] {
+            QCoreApplication::processEvents();
+            return !writer->IsWriting();
+        }));
+        QString const companions = Companions(folder.path());
+        EXPECT_EQ(!companions.isEmpty(), row.folder);
+        if (row.folder) {
+            EXPECT_EQ(RowsOf(companions).size(), writer->GetLedger().saved);
+            EXPECT_EQ(LedgerEntry(companions, "saved"), writer->GetLedger().saved);
+        }
+        EXPECT_EQ(QFile::exists(companions + QStringLiteral(".tcfg")), row.configuration);
+        session.reset();
+        system->Release();
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(SimulatedCameras, Recording, testing::Values("VG-2048M", "VU-1920C", "VG-1280C"));

@@ -46,9 +46,12 @@ protected:
         if (!buffer)
             return 0;
         std::uint64_t const id = buffer->GetFrameID();
+        gapBefore = fifo.GetGapBefore(buffer);
         EXPECT_EQ(fifo.ReleaseBuffer(buffer), 0);
         return id;
     }
+
+    std::uint64_t gapBefore = 0; // the frame of the last PopId
 };
 
 TEST_F(Fifo, WatchingHoldsTheNewestFrameAndDropsNothing)
@@ -151,13 +154,19 @@ TEST_F(Fifo, CapturingKeepsTheOldestInOrder)
     EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 12);
     for (std::uint64_t id = 1; id <= 12; ++id)
         EXPECT_EQ(PopId(), id);
+    EXPECT_EQ(gapBefore, 0u);
     // A smaller queue takes effect at once.
     FeedIds(21, 28);
     fifo.SetParamInt("QueueSize", 5);
     Feed({{29, 29000}});
     EXPECT_EQ(IntOf(&fifo, "QueueFilled"), 2);
     EXPECT_EQ(PopId(), 21u);
+    EXPECT_EQ(gapBefore, 8u) << "those that were dropped";
     EXPECT_EQ(PopId(), 29u);
+    EXPECT_EQ(gapBefore, 7u);
+    Feed({{35, 35000}});
+    EXPECT_EQ(PopId(), 35u);
+    EXPECT_EQ(gapBefore, 5u) << "those that never came";
     Begin(SessionStateCapturing);
     EXPECT_EQ(IntOf(&fifo, "FramesDroppedSW"), 0);
 }

@@ -31,8 +31,10 @@ public:
     FAKE_GIVES(void setCoordinatesAndValue(int, int, int, int, int), void());
     FAKE_GIVES(QMainWindow *GetMainWindow(), &window);
     FAKE_GIVES(void RunBandwidthTest(Session *), void());
+    FAKE_GIVES(bool WantsCompanions(), companions);
 
     QMainWindow window;
+    bool companions = true;
 
 private:
     FakeScript &m_script;

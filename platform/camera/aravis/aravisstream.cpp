@@ -256,6 +256,14 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
     whole = frame->Describe(shape, offset, m_format) && whole;
     frame->m_incomplete = !whole || offset + frame->m_image->imageSize > frame->m_size;
 
+    // Not every release tells when the first packet came.
+    auto const arrival = static_cast<std::int64_t>(arv_buffer_get_system_timestamp(buffer));
+    frame->m_arrival =
+        arrival != 0
+            ? arrival
+            : std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+                  .count();
+
     // A camera without ticks, or whose clock stands still, counts the nanoseconds that Aravis gives.
     constexpr std::uint64_t Nanoseconds = 1000000000;
     frame->m_image->timestamp = TicksFromNanoseconds(

@@ -279,7 +279,7 @@ void BlockTable::Reset(Frame &frame, std::uint64_t sequence, gvsp::Header const 
     frame.trailerSize = 0;
     frame.trailerId = NoTrailer;
     frame.next = frame.have = frame.highestData = frame.asked = frame.shortId = 0;
-    frame.dataEnd = 0;
+    frame.dataEnd = frame.dataBytes = 0;
     frame.shortTaken = frame.tailOpen = frame.over = frame.isWhole = false;
     frame.end = BlockFrame::End::Incomplete;
     frame.size = 0;
@@ -420,6 +420,18 @@ void BlockTable::FindChunks(Frame const &frame, BlockFrame &done)
     }
 }
 
+std::uint64_t BlockTable::MissingBytes(Frame const &frame) const
+{
+    std::uint64_t promised = m_layout.payload;
+    if (frame.kind == Frame::Kind::Parts && frame.leader)
+        promised = std::min(promised, frame.leader->partBytes);
+    else if (std::optional<std::uint64_t> const told = TrailerOf(frame).dataBytes)
+        promised = std::min(promised, *told);
+    else if (frame.leader && frame.leader->picture && !frame.leader->hasChunks)
+        promised = std::min(promised, frame.leader->picture->Bytes(frame.leader->picture->height));
+    return promised - std::min<std::uint64_t>(promised, frame.dataBytes);
+}
+
 void BlockTable::HandOver(Frame &frame)
 {
     if (m_anyOver && Distance(m_lastOver, frame.sequence) > 1)
@@ -452,6 +464,8 @@ void BlockTable::HandOver(Frame &frame)
     done.arrival = frame.arrival;
     done.packets = packets;
     done.missing = packets - frame.have;
+    if (frame.end == End::Incomplete)
+        done.missingBytes = MissingBytes(frame);
     if (done.end == End::Complete && !m_supply.Accepts(done))
         done.end = End::Unfit;
     (done.end == End::Complete     ? m_statistics.complete

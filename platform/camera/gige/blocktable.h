@@ -167,6 +167,7 @@ private:
     void HandOver();
     void HandOver(Frame &frame);
     static void FindChunks(Frame const &frame, BlockFrame &done);
+    std::uint64_t MissingBytes(Frame const &frame) const;
 
     void PollFrame(Frame &frame, Time now);
     bool AskAgain(Frame &frame, Time now);

@@ -276,6 +276,7 @@ void BlockTable::DropShort(Frame &frame)
 {
     if (!frame.shortTaken)
         m_statistics.malformed.Add();
+    frame.dataBytes -= std::min(frame.dataBytes, frame.shortSize);
     frame.shortId = 0;
     frame.shortTaken = false;
 }
@@ -417,6 +418,7 @@ void BlockTable::Store(Frame &frame, std::size_t offset, Packet const &packet, s
 {
     std::uint8_t *const place = frame.buffer.memory + offset;
     frame.dataEnd = std::max(frame.dataEnd, offset + size);
+    frame.dataBytes += size;
     for (std::span<std::uint8_t const> piece : packet.datagram->pieces) {
         // Where it landed.
         if (bodyOffset < piece.size() && piece.data() + bodyOffset == place && piece.size() - bodyOffset == size)

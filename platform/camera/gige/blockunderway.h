@@ -57,6 +57,7 @@ struct BlockUnderWay
     std::uint32_t have = 0;        // packets that came
     std::uint32_t highestData = 0; // id
     std::size_t dataEnd = 0;       // behind all data that are there
+    std::size_t dataBytes = 0;     // of all data that are there
     std::uint32_t asked = 0;
     std::uint32_t shortId = 0; // a data packet that may be a damaged one, or the last of a smaller frame; 0: none
     std::size_t shortSize = 0;

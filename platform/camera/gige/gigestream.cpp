@@ -244,6 +244,8 @@ void GigeStream::Deliver(BlockFrame const &block)
     if (block.end == BlockFrame::End::Incomplete)
         Describe(*frame, block);
     frame->m_incomplete = block.end != BlockFrame::End::Complete;
+    frame->m_arrival = block.arrival.count();
+    frame->m_missingBytes = block.missingBytes;
     {
         std::lock_guard const lock(m_mutex);
         m_filled.Push(frame);

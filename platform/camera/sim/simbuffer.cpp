@@ -2,6 +2,7 @@
 
 #include "tovmisc.h"
 
+#include <cmath>
 #include <cstring>
 
 namespace {
@@ -76,6 +77,15 @@ std::uint64_t SimBuffer::GetFrameID()
 bool SimBuffer::IsIncomplete()
 {
     return incomplete;
+}
+
+bool SimBuffer::GetFacts(TovCam::FrameFacts *facts)
+{
+    facts->arrival = std::chrono::duration_cast<std::chrono::nanoseconds>(take.began.time_since_epoch()).count();
+    facts->exposure = take.exposure;
+    facts->gain = std::round(200.0 * std::log10(take.gain)) / 10.0; // as the feature Gain
+    facts->missingBytes = missingBytes;
+    return true;
 }
 
 void SimBufferRing::Reset(std::size_t capacity)

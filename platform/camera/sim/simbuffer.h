@@ -17,6 +17,7 @@ struct SimTake
     double gain = 1.0;       // factor
     std::int64_t period = 0; // ns
     std::uint32_t lines = 0; // bit n: line n was high
+    std::chrono::system_clock::time_point began;
     std::chrono::steady_clock::time_point finished;
 };
 
@@ -35,6 +36,7 @@ public:
     std::uint64_t GetTimestamp() override;
     std::uint64_t GetFrameID() override;
     bool IsIncomplete() override;
+    bool GetFacts(TovCam::FrameFacts *facts) override;
 
     State state = Queued; // guarded by the stream's mutex
     // Written while Filling by the stream's thread, read while Held by the host.
@@ -43,6 +45,7 @@ public:
     void *memory = nullptr;
     std::uint64_t capacity = 0, payload = 0;
     bool incomplete = false;
+    std::uint64_t missingBytes = 0;
     SimTake take;
 };
 

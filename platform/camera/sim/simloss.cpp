@@ -68,14 +68,15 @@ std::uint8_t SimLoss::Arrival(std::size_t packet) const
     return m_arrivals.empty() ? std::uint8_t{0} : m_arrivals[packet];
 }
 
-bool SimLoss::Blacken(std::uint8_t *frame, std::size_t frameBytes, std::size_t packetBytes) const
+std::uint64_t SimLoss::Blacken(std::uint8_t *frame, std::size_t frameBytes, std::size_t packetBytes) const
 {
-    bool missing = false;
+    std::uint64_t missing = 0;
     for (std::size_t i = 0; i < m_arrivals.size(); ++i) {
         if (m_arrivals[i] != LostForGood)
             continue;
-        missing = true;
-        std::memset(frame + i * packetBytes, 0, std::min(packetBytes, frameBytes - i * packetBytes));
+        std::size_t const bytes = std::min(packetBytes, frameBytes - i * packetBytes);
+        std::memset(frame + i * packetBytes, 0, bytes);
+        missing += bytes;
     }
     return missing;
 }

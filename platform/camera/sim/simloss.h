@@ -26,8 +26,8 @@ public:
     bool IsNone() const;
     // How a packet came: as the answer to which request, 0 for none, LostForGood for not at all.
     std::uint8_t Arrival(std::size_t packet) const;
-    // Blackens what did not arrive in a frame whose packets have `packetBytes` each; true when something is missing.
-    bool Blacken(std::uint8_t *frame, std::size_t frameBytes, std::size_t packetBytes) const;
+    // Blackens what did not arrive in a frame whose packets have `packetBytes` each; the bytes that are missing.
+    std::uint64_t Blacken(std::uint8_t *frame, std::size_t frameBytes, std::size_t packetBytes) const;
 
 private:
     void Overrun(double share);

@@ -436,6 +436,8 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
     buffer.image->timestamp = timestamp;
     buffer.image->frameID = id;
     buffer.incomplete = !fits;
+    buffer.missingBytes = 0;
+    buffer.take.began = std::chrono::system_clock::now();
     buffer.take.exposure = m_drawn.look.exposure;
     buffer.take.gain = m_drawn.look.gain;
     buffer.take.period = m_drawn.period;
@@ -462,7 +464,8 @@ bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
     double const rate =
         m_drawn.period > 0 ? static_cast<double>(buffer.payload) * 1e9 / static_cast<double>(m_drawn.period) : 0.0;
     m_loss.Decide(m_drawn.faults, id - m_model.firstFrameID + 1, rate, (buffer.payload + bytes - 1) / bytes);
-    return m_loss.Blacken(buffer.image->imageData, buffer.payload, bytes);
+    buffer.missingBytes = m_loss.Blacken(buffer.image->imageData, buffer.payload, bytes);
+    return buffer.missingBytes > 0;
 }
 
 // Gives the subscribers the packets that would have carried the frame.

@@ -1,0 +1,50 @@
+// Where exported frames go. A further format derives from ExportSink and joins the table in exportsink.cpp.
+#pragma once
+
+#include "framesource.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+// Of one recording; all texts outlive the sink.
+struct ExportTarget
+{
+    std::string folder;
+    std::string format;        // one that IsExportFormat knows
+    std::string stem;          // of a file that takes all frames
+    std::string codec;         // empty: the format's first one
+    int quality = 0;           // in percent; 0: the serializer's
+    double rate = 0;           // frames per second
+    std::uint64_t frames = 0;  // about so many
+    std::string configuration; // the camera's, a file; empty: none
+};
+
+class ExportSink
+{
+public:
+    // What became of a frame. After NotHeld the next one may be written, after Failed none.
+    enum class Outcome { Written, NotHeld, Failed };
+
+    virtual ~ExportSink() = default;
+    // `pixels` are the frame's lines, in memory of the size that FrameRoom gives; what is behind them is zero.
+    virtual Outcome Write(SourceFrame const &frame, std::uint8_t *pixels) = 0;
+    // Ends what was begun, after a failure and an interruption, too: frames that were written stay readable.
+    virtual Outcome End() = 0;
+
+    // In words, of the last outcome but Written.
+    std::string const &Problem() const
+    {
+        return m_problem;
+    }
+
+protected:
+    std::string m_problem;
+};
+
+bool IsExportFormat(std::string const &format);
+// Null, with `problem`, for what no frame could be written to.
+std::unique_ptr<ExportSink> MakeExportSink(ExportTarget const &target, std::string &problem);
+
+// Bytes of memory for a frame: its lines and the room that conversions want behind them.
+std::uint64_t FrameRoom(SeriesFiles::RawShape const &shape);

@@ -1,0 +1,63 @@
+// A raw series with what stands beside it, written here by the texts alone.
+#pragma once
+
+#include "serializerfixture.h"
+#include "seriesfiles.h"
+#include "seriesreader.h"
+
+#include <vector>
+
+class SeriesTest : public SerializerTest
+{
+protected:
+    using Row = SeriesFiles::Row;
+
+    static SeriesFiles::RawShape ShapeOf(Picture const &picture)
+    {
+        _TovImage const *image = picture.Image();
+        return {image->pixelType, image->width, image->height, image->bitDepth,
+                TovLineBytes(image->pixelType, image->width)};
+    }
+    static Picture Frame(std::uint32_t type, TovImageSize size, unsigned i)
+    {
+        return Picture(type, size.width, size.height, i + 1);
+    }
+    static Row RowOf(Picture const &picture, unsigned i, std::string const &file)
+    {
+        Row row;
+        row.number = i;
+        row.file = file;
+        row.frameId = picture.Image()->frameID;
+        row.timestamp = picture.Image()->timestamp;
+        row.arrival = 1'000'000'000'000'000'000 + i * 20'000'000; // 50 a second
+        return row;
+    }
+    void Write(std::string const &name, Bytes const &bytes)
+    {
+        std::ofstream(Path(name), std::ios::binary | std::ios::trunc)
+            .write(bytes.data(), std::streamsize(bytes.size()));
+    }
+    // STEM_0.raw and so on, and STEM_0.series/.
+    void MakeSeries(std::string const &stem, std::uint32_t type, TovImageSize size, unsigned frames)
+    {
+        std::string table = SeriesFiles::TableHead(), list, name = stem + "_0";
+        SeriesFiles::NrrdHead head;
+        for (unsigned i = 0; i < frames; ++i) {
+            Picture const picture = Frame(type, size, i);
+            std::string const file = stem + '_' + std::to_string(i) + ".raw";
+            if (i == 0)
+                head = SeriesFiles::MakeNrrdHead(ShapeOf(picture));
+            Write(file, picture.Lines());
+            table += SeriesFiles::Encode(RowOf(picture, i, "../" + file));
+            list += SeriesFiles::NrrdFileLine("../" + file);
+        }
+        head.text.replace(head.countAt, SeriesFiles::CountDigits, SeriesFiles::NrrdCount(frames));
+        fs::create_directory(Path(name + ".series"));
+        name = name + ".series/" + name;
+        Write(name + ".frames.csv", table);
+        Write(name + ".nhdr", head.text + list);
+        Write(name + ".ledger.txt", "[Ledger]\nsaved=" + std::to_string(frames) + "\n[Failures]\nsaved=9\n");
+    }
+};
+
+constexpr TovImageSize OddSizes[] = {{1, 1}, {3, 5}, {641, 479}};
