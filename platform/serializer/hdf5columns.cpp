@@ -1,6 +1,6 @@
 #include "hdf5columns.h"
 
-#include "hdf5file.h"
+#include "hdf5facts.h"
 
 #include <bit>
 #include <limits>

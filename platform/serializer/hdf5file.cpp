@@ -341,9 +341,9 @@ int Hdf5File::Append(_TovImage const &image, Hdf5Facts const &facts)
     return error;
 }
 
-void Hdf5File::SetConfiguration(std::string text)
+void Hdf5File::SetConfiguration(std::string const &text)
 {
-    m_configuration = std::move(text);
+    m_configuration = text;
 }
 
 int Hdf5File::Flush()

@@ -5,23 +5,13 @@
 // that takes), others are not made for threads at all.
 #pragma once
 
+#include "hdf5facts.h"
 #include "tovimage.h"
 
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <string>
-
-// What is known of a frame beside its picture.
-struct Hdf5Facts
-{
-    std::int64_t arrival = 0;                                   // nanoseconds since 1970, UTC; 0: not known
-    double exposure = std::numeric_limits<double>::quiet_NaN(); // microseconds
-    double gain = std::numeric_limits<double>::quiet_NaN();     // as the camera tells
-    bool incomplete = false;
-    std::uint64_t missingBytes = 0; // of an incomplete one; 0 where that is not known
-    std::uint64_t gapBefore = 0;    // frames that were never seen between the frame before and this one
-};
 
 // Operations return 0, an errno value, or one of FormatFailure; FailureText has words for all of them. The library's
 // own messages are not printed.
@@ -47,7 +37,7 @@ public:
     int Append(_TovImage const &image, Hdf5Facts const &facts);
     // The camera's settings, as they are kept in files. Before Open they are in the file from its beginning on; later
     // ones are added by Close, since a file that grows takes nothing new.
-    void SetConfiguration(std::string text);
+    void SetConfiguration(std::string const &text);
     // Shows readers all frames so far. Append does it, too, for the first frame, and where a second has passed since
     // the last time.
     int Flush();

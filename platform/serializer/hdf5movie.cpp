@@ -36,9 +36,9 @@ public:
     {
         m_facts = facts;
     }
-    void SetConfiguration(std::string text) override
+    void SetConfiguration(std::string const &text) override
     {
-        m_hdf5.SetConfiguration(std::move(text));
+        m_hdf5.SetConfiguration(text);
     }
 
 private:

@@ -35,7 +35,7 @@ public:
     {
     }
     // The camera's settings, as they are kept in files; any time before Close.
-    virtual void SetConfiguration(std::string)
+    virtual void SetConfiguration(std::string const &)
     {
     }
     // Whether the open file has been deleted by somebody.
