@@ -64,7 +64,7 @@ public:
     int Create(std::string const &name, bool direct);
     // A property list by which H5Fcreate and H5Fopen get to the created file, whatever name they are given.
     Hdf5Handle<H5Pclose> Access() const;
-    // The file's room has to begin with what an HDF5 file that was closed has left.
+    // Before the library opens a file again that it has closed.
     int Reopen();
     // Room for so many bytes behind all that the library has allocated, so that writing there will not fail for the
     // lack of it. After a failure there is as much room as before.

@@ -390,6 +390,22 @@ TEST_F(Hdf5Test, FullDiskKeepsTheFramesThatFitted)
     EXPECT_EQ(status, 0);
 }
 
+// As where room cannot be taken ahead.
+TEST_F(Hdf5Test, FrameThatFailsLeavesNoTrace)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    Open(Path("x.h5"), 3);
+    for (rlim_t const limit : {rlim_t(4096), RLIM_INFINITY}) {
+        rlimit const some{limit, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &some);
+        EXPECT_EQ(Append(3), limit == RLIM_INFINITY ? 0 : EFBIG);
+    }
+    EXPECT_EQ(Append(4), 0);
+    EXPECT_EQ(file.Close(), 0);
+    EXPECT_EQ(Readable(Path("x.h5")), 5);
+    EXPECT_EQ(ReadHdf5(Path("x.h5")).extent[0], 5u);
+}
+
 // A disk that takes nothing from one moment on, the library's tables least of all.
 TEST_F(Hdf5Test, BrokenDiskKeepsWhatWasFlushed)
 {
