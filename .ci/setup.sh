@@ -3,10 +3,10 @@
 # Names of Debian 12 and later, and of Ubuntu 22.04 and later. README.md tells which of these were tried.
 packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev libopencv-imgproc-dev liblog4cpp5-dev
     libaravis-dev libusb-1.0-0-dev libpcap-dev libturbojpeg0-dev libtiff-dev libdeflate-dev libavformat-dev libavcodec-dev
-    libavutil-dev zlib1g-dev"
+    libavutil-dev libhdf5-dev zlib1g-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
 packages_test="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark"
-packages_ci="clang-format-19 clang-tidy-19 dpkg-dev file lintian"
+packages_ci="clang-format-19 clang-tidy-19 dpkg-dev file lintian python3-h5py hdf5-tools"
 
 say() {
     printf '%s: %s\n' "$(basename "$0")" "$*"

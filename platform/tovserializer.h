@@ -52,7 +52,7 @@ public:
     virtual TovComponent *GetComponent() = 0;
     // Extensions: "raw", "tvi", "bmp", "jpg", "png", "tif". `image` gives shape and pixel type.
     virtual std::int32_t StartImageSeries(_TovImage const *image, char const *extension) = 0;
-    // Extensions of `fileName`: ".avi" and ".tvm". The name is in local 8-bit encoding; `fps` above 0.
+    // Extensions of `fileName`: ".avi", ".tvm" and ".h5". The name is in local 8-bit encoding; `fps` above 0.
     virtual std::int32_t StartMovie(_TovImage const *image, char const *fileName, double fps) = 0;
     // Ends what was started and closes its files; harmless when nothing was.
     virtual std::int32_t Stop() = 0;

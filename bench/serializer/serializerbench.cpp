@@ -260,6 +260,50 @@ void LongRawSeries(benchmark::State &state)
     }
 }
 
+// One HDF5 file beside as many raw files: what the file costs that other programs can read while it grows.
+void Hdf5AgainstRawSeries(benchmark::State &state)
+{
+    constexpr int Frames = 150, Turns = 5;
+    Frame const frame(TV_PIXEL_MONO8, 2);
+    Folder const folder;
+    Serializer serializer;
+    auto const write = [&](bool hdf5) {
+        if (hdf5)
+            serializer->StartMovie(frame.Get(), folder.Name("m.h5").c_str(), 25);
+        else
+            serializer->StartImageSeries(frame.Get(), "raw");
+        for (int i = 0; i < Frames; ++i) {
+            std::string const name = folder.Name(std::to_string(i) + ".raw");
+            if (serializer->WriteFrame(frame.Get(), hdf5 ? nullptr : name.c_str()) != TOV_SERIALIZER_OK)
+                state.SkipWithError("a frame could not be written");
+        }
+        if (serializer->Stop() != TOV_SERIALIZER_OK || serializer->GetReadableFrames() != Frames)
+            state.SkipWithError("not all frames are readable");
+    };
+    for (auto _ : state) {
+        std::vector<double> turns[2], unsynced[2];
+        for (int turn = -1; turn < Turns; ++turn) {
+            for (int side = 0; side < 2; ++side) {
+                double const begin = Now();
+                write(side == 0);
+                double const written = Now();
+                folder.Sync();
+                if (turn >= 0) {
+                    turns[side].push_back(Now() - begin);
+                    unsynced[side].push_back(written - begin);
+                }
+                folder.Clear();
+            }
+        }
+        double const megabytes = double(frame->imageSize) * Frames * 1e-6;
+        state.SetIterationTime(Median(turns[0]));
+        state.counters["ratio"] = Median(turns[1]) / Median(turns[0]);
+        state.counters["ratio_unsynced"] = Median(unsynced[1]) / Median(unsynced[0]);
+        state.counters["MB/s"] = megabytes / Median(turns[0]);
+        state.counters["raw_MB/s"] = megabytes / Median(turns[1]);
+    }
+}
+
 // Uncompressed AVI beside the ffmpeg program, which gets the frames from memory. Its file is in the page cache at
 // first: the longer the movie, the more of it the disk has to take at once.
 void AviAgainstFfmpeg(benchmark::State &state)
@@ -397,6 +441,7 @@ TOV_SERIALIZER_BENCH(SeriesAgainstPlainWrites, raw_12MP, "raw", TV_PIXEL_MONO8);
 TOV_SERIALIZER_BENCH(SeriesAgainstPlainWrites, tvi_12MP, "tvi", TV_PIXEL_MONO8);
 TOV_SERIALIZER_BENCH(SeriesAgainstPlainWrites, tif16_12MP, "tif", TV_PIXEL_MONO12);
 BENCHMARK(LongRawSeries)->UseManualTime()->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(Hdf5AgainstRawSeries)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(AviAgainstFfmpeg)
     ->ArgName("frames")
     ->Arg(120)

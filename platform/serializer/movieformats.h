@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+struct Hdf5Facts;
+
 class Movie
 {
 public:
@@ -28,12 +30,20 @@ public:
     {
         return m_readable;
     }
-    std::string const &Name() const
+    virtual std::string const &Name() const
     {
         return m_file.Name();
     }
+    // What is known of the frame that Write gets next, for formats that hold it.
+    virtual void NoteFrame(Hdf5Facts const &)
+    {
+    }
+    // The camera's settings, as they are kept in files; any time before Close.
+    virtual void SetConfiguration(std::string const &)
+    {
+    }
     // Whether the open file has been deleted by somebody.
-    bool IsLost() const
+    virtual bool IsLost() const
     {
         return m_file.IsOpen() && m_file.IsLost();
     }
@@ -47,6 +57,7 @@ protected:
 constexpr std::uint64_t DirectFrame = 256 * 1024;
 
 std::unique_ptr<Movie> MakeTvmMovie();
+std::unique_ptr<Movie> MakeHdf5Movie();
 // Null for an unavailable compressor.
 std::unique_ptr<Movie> MakeAviMovie(std::string const &compressor, int jpegQuality);
 // Names of the available compressors, "Uncompressed" first.

@@ -111,6 +111,8 @@ public:
                     return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no compressor \"" + CompressorInUse() + '"');
             } else if (extension == "tvm") {
                 movie = MakeTvmMovie();
+            } else if (extension == "h5") {
+                movie = MakeHdf5Movie();
             } else {
                 return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no movie format \"" + extension + '"');
             }

@@ -145,7 +145,7 @@ TEST_F(MovieTest, EndOfTheProgramLosesNoFrame)
 TEST_F(MovieTest, DeletedMovieHasNoFrames)
 {
     Picture const picture(TV_PIXEL_MONO8, 64, 48);
-    for (char const *name : {"gone/m.avi", "gone/m.tvm"}) {
+    for (char const *name : {"gone/m.avi", "gone/m.tvm", "gone/m.h5"}) {
         ASSERT_EQ(serializer->StartMovie(picture.Image(), Path(name).c_str(), 25), TOV_SERIALIZER_OK);
         EXPECT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
         EXPECT_EQ(serializer->GetReadableFrames(), 1);

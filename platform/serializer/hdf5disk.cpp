@@ -1,0 +1,355 @@
+#include "hdf5disk.h"
+
+#include "filenames.h"
+#include "outfile.h"
+#include "partfiles.h"
+
+#if __has_include(<H5FDdevelop.h>)
+#include <H5FDdevelop.h> // later releases have the drivers' side apart
+#endif
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t Page = OutFile::Page;
+// Room is taken in steps of this, and in smaller ones where there is no such room.
+constexpr std::uint64_t ReserveStep = 64u << 20;
+// Smaller pieces are tables, or frames so small that the page cache serves them better.
+constexpr std::size_t DirectSize = 256 * 1024;
+
+struct OpenDisk : H5FD_t
+{
+    Hdf5Disk *disk = nullptr;
+};
+
+Hdf5Disk &DiskOf(H5FD_t *file)
+{
+    return *static_cast<OpenDisk *>(file)->disk;
+}
+Hdf5Disk const &DiskOf(H5FD_t const *file)
+{
+    return *static_cast<OpenDisk const *>(file)->disk;
+}
+
+H5FD_t *OpenFile(char const *, unsigned, hid_t access, haddr_t)
+{
+    auto const *disk = static_cast<Hdf5Disk *const *>(H5Pget_driver_info(access));
+    auto *const file = disk ? new (std::nothrow) OpenDisk : nullptr;
+    if (file)
+        file->disk = *disk;
+    return file;
+}
+
+herr_t CloseFile(H5FD_t *file)
+{
+    delete static_cast<OpenDisk *>(file);
+    return 0;
+}
+
+herr_t Query(H5FD_t const *, unsigned long *flags)
+{
+    *flags = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_ACCUMULATE_METADATA | H5FD_FEAT_AGGREGATE_SMALLDATA |
+             H5FD_FEAT_SUPPORTS_SWMR_IO | H5FD_FEAT_DEFAULT_VFD_COMPATIBLE;
+    return 0;
+}
+
+haddr_t GetAllocated(H5FD_t const *file, H5FD_mem_t)
+{
+    return DiskOf(file).allocated;
+}
+
+herr_t SetAllocated(H5FD_t *file, H5FD_mem_t, haddr_t end)
+{
+    DiskOf(file).allocated = end;
+    return 0;
+}
+
+haddr_t GetEnd(H5FD_t const *file, H5FD_mem_t)
+{
+    return DiskOf(file).End();
+}
+
+herr_t ReadFile(H5FD_t *file, H5FD_mem_t, hid_t, haddr_t position, std::size_t size, void *data)
+{
+    return DiskOf(file).Read(position, data, size) ? -1 : 0;
+}
+
+herr_t WriteFile(H5FD_t *file, H5FD_mem_t, hid_t, haddr_t position, std::size_t size, void const *data)
+{
+    return DiskOf(file).Write(position, data, size) ? -1 : 0;
+}
+
+herr_t TruncateFile(H5FD_t *file, hid_t, hbool_t closing)
+{
+    if (closing)
+        DiskOf(file).Truncate();
+    return 0;
+}
+
+// Keeps readers away while the file is being made. Where a file system has no locks, it goes without: the library's
+// marks in the file remain, which it makes for drivers that lock.
+herr_t LockFile(H5FD_t *file, hbool_t writing)
+{
+    DiskOf(file).Lock(writing ? LOCK_EX | LOCK_NB : LOCK_SH | LOCK_NB);
+    return 0;
+}
+
+herr_t UnlockFile(H5FD_t *file)
+{
+    DiskOf(file).Lock(LOCK_UN);
+    return 0;
+}
+
+H5FD_class_t DriverClass()
+{
+    H5FD_class_t driver{};
+#if defined(H5FD_CLASS_VERSION)
+    driver.version = H5FD_CLASS_VERSION;
+    driver.value = H5FD_class_value_t(H5_VFD_RESERVED + 1);
+#endif
+    driver.name = "tov_disk";
+    driver.maxaddr = haddr_t(INT64_MAX);
+    driver.fc_degree = H5F_CLOSE_STRONG;
+    driver.fapl_size = sizeof(Hdf5Disk *);
+    driver.open = OpenFile;
+    driver.close = CloseFile;
+    driver.query = Query;
+    driver.get_eoa = GetAllocated;
+    driver.set_eoa = SetAllocated;
+    driver.get_eof = GetEnd;
+    driver.read = ReadFile;
+    driver.write = WriteFile;
+    driver.truncate = TruncateFile;
+    driver.lock = LockFile;
+    driver.unlock = UnlockFile;
+    H5FD_mem_t const kinds[] = H5FD_FLMAP_DICHOTOMY;
+    std::copy(std::begin(kinds), std::end(kinds), driver.fl_map);
+    return driver;
+}
+
+} // namespace
+
+Hdf5Disk::Hdf5Disk()
+{
+    H5FD_class_t const driver = DriverClass();
+    m_driver = Hdf5Handle<H5FDunregister>(H5FDregister(&driver));
+}
+
+Hdf5Disk::~Hdf5Disk()
+{
+    Close();
+}
+
+int Hdf5Disk::Create(std::string const &name, bool direct)
+{
+    m_name = name;
+    RemoveLeftovers(FolderOf(name));
+    bool foldersMade = false;
+    int const error = UnderFreeName(m_name, [&](std::string const &candidate) {
+        for (;;) {
+            m_file = open(candidate.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
+            if (m_file >= 0)
+                return 0;
+            int error = errno;
+            if (error == ENOENT && !foldersMade) {
+                foldersMade = true;
+                error = MakeFolders(FolderOf(candidate));
+                if (error == 0)
+                    continue;
+            }
+            return OfName(error);
+        }
+    });
+    if (!error && direct) // through its number, so that it is the same file whatever becomes of the name
+        m_direct = open(("/proc/self/fd/" + std::to_string(m_file)).c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC);
+    m_end = m_reserved = allocated = 0;
+    m_step = ReserveStep;
+    m_error = 0;
+    return error;
+}
+
+Hdf5Handle<H5Pclose> Hdf5Disk::Access() const
+{
+    Hdf5Handle<H5Pclose> access(H5Pcreate(H5P_FILE_ACCESS));
+    Hdf5Disk const *const self = this;
+    if (!access || H5Pset_driver(access.Get(), m_driver.Get(), &self) < 0)
+        return {};
+    return access;
+}
+
+int Hdf5Disk::Reopen()
+{
+    struct stat info;
+    if (fstat(m_file, &info) != 0)
+        return errno;
+    m_end = m_reserved = std::uint64_t(info.st_size);
+    return 0;
+}
+
+// The size is set along: writing inside a file is cheaper than making it longer, and a limit on sizes shows now.
+int Hdf5Disk::Reserve(std::uint64_t bytes)
+{
+    std::uint64_t const wanted = std::max(m_end, allocated) + bytes;
+    while (wanted > m_reserved) {
+        std::uint64_t const needed = wanted - m_reserved, length = std::max(needed, m_step);
+        if (fallocate(m_file, 0, off_t(m_reserved), off_t(length)) == 0) {
+            m_reserved += length;
+            return 0;
+        }
+        int const error = errno;
+        if (error == EINTR)
+            continue;
+        if (error == EOPNOTSUPP || error == ENOSYS || error == EINVAL) {
+            if (ftruncate(m_file, off_t(wanted)) != 0)
+                return errno;
+            m_reserved = wanted;
+            return 0;
+        }
+        // Some file systems keep what they could give.
+        if (ftruncate(m_file, off_t(m_reserved)) != 0 || length == needed)
+            return error;
+        m_step /= 8;
+    }
+    return 0;
+}
+
+bool Hdf5Disk::IsLost() const
+{
+    struct stat info;
+    return fstat(m_file, &info) != 0 || info.st_nlink == 0;
+}
+
+int Hdf5Disk::Close()
+{
+    if (!IsOpen())
+        return 0;
+    int error = m_error;
+    std::uint64_t const end = std::max(m_end, allocated);
+    if (end < m_reserved && ftruncate(m_file, off_t(end)) != 0 && !error)
+        error = errno;
+    if (m_direct >= 0)
+        close(m_direct);
+    // Some file systems report only here that they had no room.
+    if (close(m_file) != 0 && !error)
+        error = errno;
+    m_file = m_direct = -1;
+    return error;
+}
+
+void Hdf5Disk::Abandon()
+{
+    if (!IsOpen())
+        return;
+    Close();
+    unlink(m_name.c_str());
+}
+
+void Hdf5Disk::BeginFrame()
+{
+    m_inFrame = true;
+    m_frameError = 0;
+}
+
+int Hdf5Disk::EndFrame()
+{
+    m_inFrame = false;
+    return m_frameError;
+}
+
+int Hdf5Disk::Read(std::uint64_t position, void *data, std::size_t size) const
+{
+    auto *bytes = static_cast<char *>(data);
+    while (size > 0) {
+        ssize_t const read = pread(m_file, bytes, size, off_t(position));
+        if (read < 0 && errno == EINTR)
+            continue;
+        if (read < 0)
+            return errno;
+        if (read == 0) { // allocated, and not written yet
+            std::memset(bytes, 0, size);
+            return 0;
+        }
+        bytes += read;
+        position += std::uint64_t(read);
+        size -= std::size_t(read);
+    }
+    return 0;
+}
+
+// Whole pages past the page cache, as far as the file system goes along; what is left is for WriteOut.
+int Hdf5Disk::WritePages(std::uint64_t &position, unsigned char const *&bytes, std::size_t &size)
+{
+    while (m_direct >= 0 && size >= Page && position % Page == 0) {
+        ssize_t const written = pwrite(m_direct, bytes, size / Page * Page, off_t(position));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0 && errno == EINVAL) { // the file system accepts the flag, but not our alignment
+            close(m_direct);
+            m_direct = -1;
+            break;
+        }
+        if (written <= 0)
+            return written == 0 ? EIO : errno;
+        position += std::uint64_t(written);
+        bytes += written;
+        size -= std::size_t(written);
+    }
+    return 0;
+}
+
+int Hdf5Disk::WriteOut(std::uint64_t position, unsigned char const *bytes, std::size_t size)
+{
+    if (size >= DirectSize && reinterpret_cast<std::uintptr_t>(bytes) % Page == 0) {
+        if (int const error = WritePages(position, bytes, size))
+            return error;
+    }
+    while (size > 0) {
+        ssize_t const written = pwrite(m_file, bytes, size, off_t(position));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return written == 0 ? EIO : errno;
+        position += std::uint64_t(written);
+        bytes += written;
+        size -= std::size_t(written);
+    }
+    return 0;
+}
+
+int Hdf5Disk::Write(std::uint64_t position, void const *data, std::size_t size)
+{
+    if (m_error)
+        return 0;
+    int const error = WriteOut(position, static_cast<unsigned char const *>(data), size);
+    if (!error)
+        m_end = std::max(m_end, position + size);
+    else if (m_inFrame)
+        m_frameError = error;
+    else
+        m_error = error;
+    return m_frameError && m_inFrame ? error : 0;
+}
+
+void Hdf5Disk::Lock(int operation) const
+{
+    flock(m_file, operation);
+}
+
+void Hdf5Disk::Truncate()
+{
+    if (m_error)
+        return;
+    if (ftruncate(m_file, off_t(allocated)) != 0)
+        m_error = errno;
+    else
+        m_end = m_reserved = allocated;
+}

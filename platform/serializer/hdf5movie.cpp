@@ -1,0 +1,58 @@
+// HDF5 files as movies: every picture as it is, with what is known of it.
+#include "hdf5file.h"
+#include "movieformats.h"
+
+namespace {
+
+class Hdf5Movie : public Movie
+{
+public:
+    std::uint32_t Accepts(std::uint32_t pixelType, TovPixelTypeInfo const *) const override
+    {
+        return pixelType;
+    }
+    int Open(std::string const &name, _TovImage const &image, double fps) override
+    {
+        return m_hdf5.Open(name, image, {.rate = fps});
+    }
+    int Write(_TovImage const &image) override
+    {
+        int const error = m_hdf5.Append(image, m_facts);
+        m_facts = {};
+        m_readable = m_hdf5.ReadableFrames();
+        return error;
+    }
+    int Close() override
+    {
+        int const error = m_hdf5.Close();
+        m_readable = m_hdf5.ReadableFrames();
+        return error;
+    }
+    std::string const &Name() const override
+    {
+        return m_hdf5.Name();
+    }
+    bool IsLost() const override
+    {
+        return m_hdf5.IsLost();
+    }
+    void NoteFrame(Hdf5Facts const &facts) override
+    {
+        m_facts = facts;
+    }
+    void SetConfiguration(std::string const &text) override
+    {
+        m_hdf5.SetConfiguration(text);
+    }
+
+private:
+    Hdf5File m_hdf5;
+    Hdf5Facts m_facts; // of the next frame
+};
+
+} // namespace
+
+std::unique_ptr<Movie> MakeHdf5Movie()
+{
+    return std::make_unique<Hdf5Movie>();
+}

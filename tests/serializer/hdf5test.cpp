@@ -1,0 +1,435 @@
+// HDF5 files, read by the HDF5 library as any program does, and by h5py while they grow.
+#include "hdf5file.h"
+#include "ownmounts.h"
+#include "serializerfixture.h"
+
+#include <hdf5.h>
+#include <libdeflate.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr int NotAllowed = 77;
+
+template<class T>
+std::vector<T> ReadSet(hid_t file, char const *name, hid_t type, std::vector<hsize_t> &extent)
+{
+    hid_t const set = H5Dopen2(file, name, H5P_DEFAULT), space = H5Dget_space(set);
+    extent.resize(std::size_t(H5Sget_simple_extent_ndims(space)));
+    H5Sget_simple_extent_dims(space, extent.data(), nullptr);
+    std::vector<T> values(std::size_t(H5Sget_simple_extent_npoints(space)));
+    EXPECT_GE(H5Dread(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0) << name;
+    H5Sclose(space);
+    H5Dclose(set);
+    return values;
+}
+
+// What a reader finds in a file.
+struct Contents
+{
+    bool opened = false;
+    unsigned sampleBytes = 0;
+    std::vector<hsize_t> extent;
+    Bytes pixels;
+    std::uint32_t code = 0;
+    Bytes type, mosaic, configuration;
+    std::vector<std::uint64_t> ids, timestamps, incomplete, missing, gaps;
+    std::vector<std::int64_t> arrivals;
+    std::vector<double> exposures, gains;
+
+    // Frames that every dataset has; their pixels.
+    std::size_t Frames() const
+    {
+        return std::min({std::size_t(extent.at(0)), ids.size(), timestamps.size(), incomplete.size(), missing.size(),
+                         gaps.size(), arrivals.size(), exposures.size(), gains.size()});
+    }
+};
+
+Bytes ReadText(hid_t object)
+{
+    hid_t const type = H5Aget_type(object);
+    Bytes text(H5Tget_size(type), '\0');
+    EXPECT_GE(H5Aread(object, type, text.data()), 0);
+    H5Tclose(type);
+    return text.c_str();
+}
+
+Contents ReadHdf5(std::string const &path, unsigned how = H5F_ACC_RDONLY)
+{
+    Contents found;
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+    hid_t const file = H5Fopen(path.c_str(), how, H5P_DEFAULT);
+    if (file < 0)
+        return found;
+    found.opened = true;
+    hid_t const frames = H5Dopen2(file, "frames", H5P_DEFAULT), type = H5Dget_type(frames);
+    found.sampleBytes = unsigned(H5Tget_size(type));
+    hid_t const code = H5Aopen(frames, "pixel_code", H5P_DEFAULT), name = H5Aopen(frames, "pixel_type", H5P_DEFAULT);
+    EXPECT_GE(H5Aread(code, H5T_NATIVE_UINT32, &found.code), 0);
+    found.type = ReadText(name);
+    H5Aclose(code);
+    H5Aclose(name);
+    if (H5Aexists(frames, "mosaic") > 0) {
+        hid_t const mosaic = H5Aopen(frames, "mosaic", H5P_DEFAULT);
+        found.mosaic = ReadText(mosaic);
+        H5Aclose(mosaic);
+    }
+    std::vector<hsize_t> rows;
+    auto const pixels =
+        found.sampleBytes == 2 ? std::vector<char>() : ReadSet<char>(file, "frames", type, found.extent);
+    auto const wide = found.sampleBytes == 2 ? ReadSet<std::uint16_t>(file, "frames", type, found.extent)
+                                             : std::vector<std::uint16_t>();
+    found.pixels.assign(pixels.begin(), pixels.end());
+    found.pixels.append(reinterpret_cast<char const *>(wide.data()), 2 * wide.size());
+    found.ids = ReadSet<std::uint64_t>(file, "frame_id", H5T_NATIVE_UINT64, rows);
+    found.timestamps = ReadSet<std::uint64_t>(file, "timestamp", H5T_NATIVE_UINT64, rows);
+    found.arrivals = ReadSet<std::int64_t>(file, "arrival_utc_ns", H5T_NATIVE_INT64, rows);
+    found.exposures = ReadSet<double>(file, "exposure_us", H5T_NATIVE_DOUBLE, rows);
+    found.gains = ReadSet<double>(file, "gain", H5T_NATIVE_DOUBLE, rows);
+    found.incomplete = ReadSet<std::uint64_t>(file, "incomplete", H5T_NATIVE_UINT64, rows);
+    found.missing = ReadSet<std::uint64_t>(file, "missing_bytes", H5T_NATIVE_UINT64, rows);
+    found.gaps = ReadSet<std::uint64_t>(file, "gap_before", H5T_NATIVE_UINT64, rows);
+    if (H5Lexists(file, "configuration", H5P_DEFAULT) > 0) {
+        hid_t const set = H5Dopen2(file, "configuration", H5P_DEFAULT), text = H5Dget_type(set);
+        found.configuration.resize(H5Tget_size(text));
+        EXPECT_GE(H5Dread(set, text, H5S_ALL, H5S_ALL, H5P_DEFAULT, found.configuration.data()), 0);
+        found.configuration = found.configuration.c_str();
+        H5Tclose(text);
+        H5Dclose(set);
+    }
+    H5Tclose(type);
+    H5Dclose(frames);
+    EXPECT_GE(H5Fclose(file), 0);
+    return found;
+}
+
+class Hdf5Test : public SerializerTest
+{
+protected:
+    // Frame `i`, different from all others.
+    static Picture Frame(unsigned i, std::uint32_t type = TV_PIXEL_MONO8, TovImageSize size = {900, 700})
+    {
+        return {type, size.width, size.height, i + 1};
+    }
+    int Append(unsigned i)
+    {
+        return file.Append(*Frame(i).Image(), {});
+    }
+    void Open(std::string const &path, unsigned frames)
+    {
+        ASSERT_EQ(file.Open(path, *Frame(0).Image(), {}), 0);
+        for (unsigned i = 0; i < frames; ++i)
+            ASSERT_EQ(Append(i), 0);
+    }
+    // The frames that all datasets have are those that Frame gives; their number, -1 for what is no HDF5 file.
+    static int Readable(std::string const &path, unsigned how = H5F_ACC_RDONLY)
+    {
+        auto const found = ReadHdf5(path, how);
+        if (!found.opened)
+            return -1;
+        unsigned const frames = unsigned(found.Frames());
+        Bytes expected;
+        for (unsigned i = 0; i < frames; ++i) {
+            expected += Frame(i).Lines();
+            EXPECT_EQ(found.ids[i], i + 1);
+        }
+        EXPECT_TRUE(found.pixels.compare(0, expected.size(), expected) == 0) << path;
+        return int(frames);
+    }
+    Hdf5File file;
+};
+
+TEST_F(Hdf5Test, EveryPixelTypeComesBackByteForByte)
+{
+    for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
+        TovPixelTypeInfo const &info = *TovGetPixelTypeInfoByRow(row);
+        for (TovImageSize const size : {TovImageSize{1, 1}, TovImageSize{3, 5}, TovImageSize{641, 479}}) {
+            for (bool const deflate : {false, true}) {
+                SCOPED_TRACE(testing::Message() << info.name << " " << size.width << " " << deflate);
+                Picture const noise(info.pixelType, size.width, size.height, 1, 3);
+                Picture const flat(info.pixelType, size.width, size.height, 2);
+                std::memset(flat.Image()->imageData, 7, TovLineBytes(info.pixelType, size.width) * size.height);
+                ASSERT_EQ(file.Open(Path("x.h5"), *noise.Image(), {.deflate = deflate}), 0);
+                ASSERT_EQ(file.Append(*noise.Image(), {}), 0);
+                ASSERT_EQ(file.Append(*flat.Image(), {}), 0);
+                ASSERT_EQ(file.Close(), 0);
+                auto const found = ReadHdf5(Path("x.h5"));
+                ASSERT_TRUE(found.opened);
+                EXPECT_TRUE(found.pixels == noise.Lines() + flat.Lines());
+                EXPECT_EQ(found.code, info.pixelType);
+                EXPECT_EQ(found.type, info.name);
+                fs::remove(Path("x.h5"));
+            }
+        }
+    }
+}
+
+TEST_F(Hdf5Test, ArraysHaveTheShapeOfTheirSamples)
+{
+    struct Case
+    {
+        char const *type;
+        unsigned sampleBytes;
+        std::vector<hsize_t> extent;
+        char const *mosaic;
+    };
+    Case const cases[] = {
+        {"Mono8", 1, {1, 5, 6}, ""},         {"Mono12", 2, {1, 5, 6}, ""},
+        {"Mono12Packed", 1, {1, 5, 9}, ""},  {"Mono10p", 1, {1, 5, 8}, ""},
+        {"BayerRG16", 2, {1, 5, 6}, "RGGB"}, {"TrueSense_RGGB_WRRW_0_8", 1, {1, 5, 6}, "WRWGRWGWWGWBGWBW"},
+        {"RGB8", 1, {1, 5, 6, 3}, ""},       {"BGRa8", 1, {1, 5, 6, 4}, ""},
+        {"RGB12", 2, {1, 5, 6, 3}, ""},      {"RGB_10_WEFT_Packed", 1, {1, 5, 23}, ""},
+        {"YUV422_8", 1, {1, 5, 6, 2}, ""},   {"YUV422_10", 2, {1, 5, 6, 2}, ""},
+    };
+    for (Case const &c : cases) {
+        Picture const picture(TypeOf(c.type), 6, 5);
+        ASSERT_EQ(file.Open(Path("x.h5"), *picture.Image(), {}), 0);
+        ASSERT_EQ(file.Append(*picture.Image(), {}), 0);
+        ASSERT_EQ(file.Close(), 0);
+        auto const found = ReadHdf5(Path("x.h5"));
+        ASSERT_TRUE(found.opened);
+        EXPECT_EQ(found.sampleBytes, c.sampleBytes) << c.type;
+        EXPECT_EQ(found.extent, c.extent) << c.type;
+        EXPECT_EQ(found.mosaic, c.mosaic) << c.type;
+        fs::remove(Path("x.h5"));
+    }
+}
+
+TEST_F(Hdf5Test, KeepsWhatIsKnownOfEachFrame)
+{
+    constexpr unsigned Frames = 5000; // more than a chunk of the columns
+    file.SetConfiguration("at the start");
+    Picture const picture(TV_PIXEL_MONO8, 2, 2);
+    ASSERT_EQ(file.Open(Path("x.h5"), *picture.Image(), {.rate = 25}), 0);
+    for (std::uint64_t i = 0; i < Frames; ++i) {
+        picture.Image()->frameID = ~i;
+        picture.Image()->timestamp = i << 40;
+        Hdf5Facts facts;
+        if (i % 3)
+            facts = {std::int64_t(i) - 7, double(i) / 4, -double(i), i % 3 == 1, i, i + 1};
+        ASSERT_EQ(file.Append(*picture.Image(), facts), 0);
+    }
+    EXPECT_EQ(ReadHdf5(Path("x.h5"), H5F_ACC_RDONLY | H5F_ACC_SWMR_READ).configuration, "at the start");
+    Bytes const configuration(300'000, 'c'); // larger than any block of the file
+    file.SetConfiguration(configuration);
+    ASSERT_EQ(file.Close(), 0);
+    EXPECT_EQ(file.ReadableFrames(), Frames);
+    auto const found = ReadHdf5(Path("x.h5"));
+    ASSERT_TRUE(found.opened);
+    ASSERT_EQ(found.Frames(), Frames);
+    EXPECT_EQ(found.configuration, configuration);
+    for (std::uint64_t i = 0; i < Frames; ++i) {
+        EXPECT_EQ(found.ids[i], ~i);
+        EXPECT_EQ(found.timestamps[i], i << 40);
+        EXPECT_EQ(found.arrivals[i], i % 3 ? std::int64_t(i) - 7 : 0);
+        if (i % 3 == 0)
+            EXPECT_TRUE(std::isnan(found.exposures[i]) && std::isnan(found.gains[i]));
+        else
+            EXPECT_TRUE(found.exposures[i] == double(i) / 4 && found.gains[i] == -double(i));
+        EXPECT_EQ(found.incomplete[i], i % 3 == 1);
+        EXPECT_EQ(found.missing[i], i % 3 ? i : 0);
+        EXPECT_EQ(found.gaps[i], i % 3 ? i + 1 : 0);
+    }
+}
+
+TEST_F(Hdf5Test, MovieOfTheSerializerMayBeEmptyAndTakesAFreeName)
+{
+    for (char const *name : {"m.h5", "m_1.h5"}) {
+        ASSERT_EQ(serializer->StartMovie(Frame(0).Image(), Path("m.h5").c_str(), 25), TOV_SERIALIZER_OK);
+        EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+        auto const found = ReadHdf5(Path(name));
+        ASSERT_TRUE(found.opened);
+        EXPECT_EQ(found.extent, (std::vector<hsize_t>{0, 700, 900}));
+    }
+}
+
+// A program of which a line is asked, and one read, at a time.
+class Talk
+{
+public:
+    explicit Talk(std::vector<char const *> words)
+    {
+        int ends[2];
+        socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
+        m_child = fork();
+        if (m_child == 0) {
+            dup2(ends[1], 0);
+            dup2(ends[1], 1);
+            words.push_back(nullptr);
+            execvp(words[0], const_cast<char **>(words.data()));
+            _exit(127);
+        }
+        close(ends[1]);
+        m_stream = ends[0];
+    }
+    ~Talk()
+    {
+        close(m_stream);
+        waitpid(m_child, nullptr, 0);
+    }
+    std::string Ask()
+    {
+        std::string line;
+        char c = '\n';
+        if (write(m_stream, &c, 1) == 1) {
+            while (read(m_stream, &c, 1) == 1 && c != '\n')
+                line += c;
+        }
+        return line;
+    }
+
+private:
+    pid_t m_child = -1;
+    int m_stream = -1;
+};
+
+TEST_F(Hdf5Test, GrowsBeforeTheEyesOfH5py)
+{
+    // Debian's own, which has Debian's packages.
+    char const *const python = "/usr/bin/python3";
+    if (std::system("/usr/bin/python3 -c 'import h5py' 2>/dev/null") != 0)
+        GTEST_SKIP() << "no h5py here (python3-h5py): nothing has followed a file while it grew";
+    Open(Path("x.h5"), 3);
+    ASSERT_EQ(file.Flush(), 0);
+    char const *const script = "import h5py, sys, zlib\n"
+                               "file = h5py.File(sys.argv[1], 'r', swmr=True)\n"
+                               "frames, ids = file['frames'], file['frame_id']\n"
+                               "for _ in sys.stdin:\n"
+                               "    frames.refresh(); ids.refresh()\n"
+                               "    check = zlib.crc32(frames[-1].tobytes())\n"
+                               "    print(len(frames), len(ids), ids[-1], check, flush=True)\n";
+    Talk reader({python, "-c", script, Path("x.h5").c_str()});
+    auto const answer = [](unsigned frames) {
+        Bytes const last = Frame(frames - 1).Lines();
+        return std::to_string(frames) + " " + std::to_string(frames) + " " + std::to_string(frames) + " " +
+               std::to_string(libdeflate_crc32(0, last.data(), last.size()));
+    };
+    EXPECT_EQ(reader.Ask(), answer(3));
+    for (unsigned frames = 3; frames < 40;) {
+        for (unsigned const end = frames + 6; frames < end; ++frames)
+            ASSERT_EQ(Append(frames), 0);
+        ASSERT_EQ(file.Flush(), 0);
+        EXPECT_EQ(reader.Ask(), answer(frames));
+    }
+    file.SetConfiguration("the camera's");
+    ASSERT_EQ(file.Close(), 0);
+    EXPECT_EQ(reader.Ask(), answer(45)) << "after the end";
+    EXPECT_EQ(Readable(Path("x.h5")), 45);
+}
+
+// The child is killed behind a flush, with frames that have not been flushed.
+TEST_F(Hdf5Test, KilledWriterLeavesWhatWasFlushed)
+{
+    std::string const path = Path("x.h5");
+    EXPECT_EQ(InChild([&] {
+                  Open(path, 7);
+                  EXPECT_EQ(file.Flush(), 0);
+                  for (unsigned i = 7; i < 10; ++i)
+                      EXPECT_EQ(Append(i), 0);
+                  return HasFailure() ? 2 : raise(SIGKILL);
+              }),
+              -1);
+    EXPECT_GE(Readable(path, H5F_ACC_RDONLY | H5F_ACC_SWMR_READ), 7);
+    EXPECT_EQ(Readable(path), -1) << "the docs say that it cannot be opened like this";
+    if (std::system(("h5clear -s " + path + " 2>/dev/null").c_str()) != 0)
+        GTEST_SKIP() << "no h5clear here (hdf5-tools): nothing has cleared the mark of the writer";
+    EXPECT_GE(Readable(path), 7);
+}
+
+TEST_F(Hdf5Test, DeletedFileHasNoFrames)
+{
+    Open(Path("gone/x.h5"), 2);
+    EXPECT_FALSE(file.IsLost());
+    fs::remove_all(Path("gone"));
+    EXPECT_TRUE(file.IsLost());
+    EXPECT_NE(file.Close(), 0);
+    EXPECT_EQ(file.ReadableFrames(), 0);
+}
+
+// The file may have as many bytes as that, or its file system: the frames that were taken are there.
+TEST_F(Hdf5Test, FullDiskKeepsTheFramesThatFitted)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    auto const fill = [&](int reason) {
+        Open(Path("x.h5"), 1);
+        unsigned frames = 1;
+        int error = 0;
+        while (!error && frames < 100) {
+            error = Append(frames);
+            frames += error == 0;
+        }
+        EXPECT_EQ(error, reason);
+        EXPECT_GT(frames, 4u);
+        file.SetConfiguration("small");
+        EXPECT_EQ(file.Close(), 0);
+        EXPECT_EQ(file.ReadableFrames(), frames);
+        EXPECT_EQ(Readable(Path("x.h5")), int(frames));
+        return int(HasFailure());
+    };
+    EXPECT_EQ(InChild([&] {
+                  rlimit const limit{7'340'033, RLIM_INFINITY};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  return fill(EFBIG);
+              }),
+              0);
+    fs::remove(Path("x.h5"));
+    int const status = InChild([&] {
+        bool const mounted = EnterOwnMounts() && mount("none", folder.c_str(), "tmpfs", 0, "size=7m") == 0;
+        return mounted ? fill(ENOSPC) : NotAllowed;
+    });
+    if (status == NotAllowed)
+        GTEST_SKIP() << "no file system of our own here";
+    EXPECT_EQ(status, 0);
+}
+
+// As where room cannot be taken ahead.
+TEST_F(Hdf5Test, FrameThatFailsLeavesNoTrace)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    Open(Path("x.h5"), 3);
+    for (rlim_t const limit : {rlim_t(4096), RLIM_INFINITY}) {
+        rlimit const some{limit, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &some);
+        EXPECT_EQ(Append(3), limit == RLIM_INFINITY ? 0 : EFBIG);
+    }
+    EXPECT_EQ(Append(4), 0);
+    EXPECT_EQ(file.Close(), 0);
+    EXPECT_EQ(Readable(Path("x.h5")), 5);
+    EXPECT_EQ(ReadHdf5(Path("x.h5")).extent[0], 5u);
+}
+
+// A disk that takes nothing from one moment on, the library's tables least of all.
+TEST_F(Hdf5Test, BrokenDiskKeepsWhatWasFlushed)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    for (rlim_t const limit : {0, 1000, 4096, 100'000}) {
+        std::string const path = Path("x.h5");
+        EXPECT_EQ(InChild([&] {
+                      Open(path, 5);
+                      EXPECT_EQ(file.Flush(), 0);
+                      EXPECT_EQ(Append(5), 0);
+                      EXPECT_EQ(Append(6), 0);
+                      rlimit const none{limit, RLIM_INFINITY};
+                      setrlimit(RLIMIT_FSIZE, &none);
+                      EXPECT_EQ(Append(7), EFBIG);
+                      EXPECT_EQ(file.Flush(), EFBIG);
+                      EXPECT_EQ(Append(8), EFBIG);
+                      EXPECT_EQ(file.Close(), EFBIG);
+                      EXPECT_GE(file.ReadableFrames(), 5);
+                      return HasFailure() ? 2 : 0;
+                  }),
+                  0);
+        EXPECT_GE(Readable(path, H5F_ACC_RDONLY | H5F_ACC_SWMR_READ), 5) << limit;
+        fs::remove(path);
+    }
+}
+
+} // namespace
