@@ -26,11 +26,11 @@ enum TovSerializerError : std::int32_t {
     TOV_SERIALIZER_ERR_MEMORY = -5,
 };
 
-// What is known of a frame beside its picture, for the table of the recording.
+// What is known of a frame beside its picture, for the table of the recording and for movies that hold it.
 struct TovFrameNote
 {
-    std::int64_t arrival =
-        0; // of its first packet, by this computer's clock: nanoseconds since 1970, UTC; 0: not known
+    // Of its first packet, by this computer's clock: nanoseconds since 1970, UTC; 0: not known.
+    std::int64_t arrival = 0;
     double exposure = std::numeric_limits<double>::quiet_NaN(); // microseconds; not a number: not known
     double gain = std::numeric_limits<double>::quiet_NaN();     // as the camera tells; likewise
     bool incomplete = false;
@@ -80,7 +80,7 @@ public:
     virtual void SetCompanions(bool)
     {
     }
-    // Of the frame that the next WriteFrame brings.
+    // Of the frame that the next WriteFrame brings, with or without those files.
     virtual void NoteFrame(TovFrameNote const &)
     {
     }
@@ -102,6 +102,12 @@ public:
     virtual char const *GetCompanionFailure() const
     {
         return "";
+    }
+
+    // The camera's settings, as SaveConfiguration writes them into a file: of the movie under way, at any time before
+    // Stop, or else of the next one. Formats that have no place for them leave them out. For the writing thread.
+    virtual void SetConfiguration(char const *)
+    {
     }
 
 protected:

@@ -63,10 +63,9 @@ void Companions::Forget()
     m_home.clear();
     m_movie.clear();
     m_failure.clear();
-    m_lasting = m_any = false;
-    m_missed = m_taken = m_settled = 0;
+    m_lasting = false;
+    m_taken = m_settled = 0;
     m_readable = 0;
-    m_note = {};
 }
 
 void Companions::GiveUp()
@@ -106,31 +105,18 @@ void Companions::End(std::int64_t readable)
 
 // ---- Frames ------------------------------------------------------------------------------------------------------
 
-void Companions::Note(TovFrameNote const &note)
-{
-    m_note = note;
-}
-
-void Companions::Missed()
-{
-    m_missed += m_any ? m_note.gapBefore + 1 : 0;
-    m_note = {};
-}
-
-void Companions::Saved(_TovImage const &image, std::string const &file)
+void Companions::Saved(_TovImage const &image, TovFrameNote const &note, std::string const &file)
 {
     if (m_on)
-        Safely([&] { Add(image, file); });
-    m_note = {};
+        Safely([&] { Add(image, note, file); });
 }
 
-void Companions::Taken(_TovImage const &image, std::int64_t readable)
+void Companions::Taken(_TovImage const &image, TovFrameNote const &note, std::int64_t readable)
 {
     if (readable >= 0)
         m_readable = readable;
     if (m_on)
-        Safely([&] { Add(image, m_movie); });
-    m_note = {};
+        Safely([&] { Add(image, note, m_movie); });
 }
 
 void Companions::Tend()
@@ -139,7 +125,7 @@ void Companions::Tend()
         Safely([&] { WriteIfDue(); });
 }
 
-void Companions::Add(_TovImage const &image, std::string const &file)
+void Companions::Add(_TovImage const &image, TovFrameNote const &note, std::string const &file)
 {
     if (m_waiting == m_rows.size())
         m_rows.emplace_back();
@@ -151,14 +137,13 @@ void Companions::Add(_TovImage const &image, std::string const &file)
     row.frameId = image.frameID;
     row.timestamp = image.timestamp;
     row.arrival.reset();
-    if (m_note.arrival != 0)
-        row.arrival = m_note.arrival;
-    row.exposure = Known(m_note.exposure);
-    row.gain = Known(m_note.gain);
-    row.incomplete = m_note.incomplete;
-    row.missingBytes = m_note.missingBytes;
-    row.gapBefore = m_any ? m_note.gapBefore + std::exchange(m_missed, 0) : 0;
-    m_any = true;
+    if (note.arrival != 0)
+        row.arrival = note.arrival;
+    row.exposure = Known(note.exposure);
+    row.gain = Known(note.gain);
+    row.incomplete = note.incomplete;
+    row.missingBytes = note.missingBytes;
+    row.gapBefore = note.gapBefore;
     ++m_waiting;
     m_waitingBytes += file.size() + NumbersOfRow;
     if (m_waitingBytes > MostWaiting)

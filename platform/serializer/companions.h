@@ -36,11 +36,9 @@ public:
     // `readable` frames are in the movie; -1: as many as were before.
     void End(std::int64_t readable);
 
-    // Of the next frame, which then is one of these three.
-    void Note(TovFrameNote const &note);
-    void Saved(_TovImage const &image, std::string const &file);
-    void Taken(_TovImage const &image, std::int64_t readable); // by the movie, in which `readable` frames are by now
-    void Missed();                                             // it could not be written
+    void Saved(_TovImage const &image, TovFrameNote const &note, std::string const &file);
+    // By the movie, in which `readable` frames are by now.
+    void Taken(_TovImage const &image, TovFrameNote const &note, std::int64_t readable);
     // Writes what is due.
     void Tend();
 
@@ -64,7 +62,7 @@ private:
 
     template<class F>
     void Safely(F const &function);
-    void Add(_TovImage const &image, std::string const &file);
+    void Add(_TovImage const &image, TovFrameNote const &note, std::string const &file);
     void WriteIfDue();
     std::size_t Ready() const;
     void Write();
@@ -90,9 +88,6 @@ private:
     std::size_t m_countAt = 0; // in m_list
     std::uint64_t m_rowsWritten = 0, m_listed = 0;
 
-    TovFrameNote m_note;
-    std::uint64_t m_missed = 0; // frames between the row before and the next one that were not written, and their gaps
-    bool m_any = false;         // there has been a row
     std::uint64_t m_taken = 0, m_settled = 0; // of a movie: frames, and those of them whose rows do not wait any more
     std::int64_t m_readable = 0;
 

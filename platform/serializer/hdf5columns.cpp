@@ -1,6 +1,6 @@
 #include "hdf5columns.h"
 
-#include "hdf5facts.h"
+#include "tovserializer.h"
 
 #include <bit>
 #include <limits>
@@ -72,17 +72,17 @@ bool Hdf5Columns::Create(hid_t file)
     return true;
 }
 
-void Hdf5Columns::Add(_TovImage const &image, Hdf5Facts const &facts)
+void Hdf5Columns::Add(_TovImage const &image, TovFrameNote const &note)
 {
     std::uint64_t const values[Count] = {
         image.frameID,
         image.timestamp,
-        std::uint64_t(facts.arrival),
-        std::bit_cast<std::uint64_t>(facts.exposure),
-        std::bit_cast<std::uint64_t>(facts.gain),
-        facts.incomplete,
-        facts.missingBytes,
-        facts.gapBefore,
+        std::uint64_t(note.arrival),
+        std::bit_cast<std::uint64_t>(note.exposure),
+        std::bit_cast<std::uint64_t>(note.gain),
+        note.incomplete,
+        note.missingBytes,
+        note.gapBefore,
     };
     for (std::size_t i = 0; i < Count; ++i)
         m_gathered[i].push_back(values[i]);

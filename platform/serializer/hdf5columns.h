@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-struct Hdf5Facts;
+struct TovFrameNote;
 
 // Values are gathered, since a call of the library for each of them costs more than they do.
 class Hdf5Columns
@@ -16,7 +16,7 @@ public:
     static constexpr std::size_t Rows = 4096; // of a chunk, and gathered at most
 
     bool Create(hid_t file);
-    void Add(_TovImage const &image, Hdf5Facts const &facts);
+    void Add(_TovImage const &image, TovFrameNote const &note);
     bool IsFull() const
     {
         return m_gathered[0].size() == Rows;

@@ -1,6 +1,7 @@
 #include "hdf5file.h"
 
 #include "failures.h"
+#include "framememory.h"
 #include "hdf5columns.h"
 #include "hdf5disk.h"
 #include "hdf5layout.h"
@@ -25,23 +26,6 @@ constexpr std::uint64_t AlignedSize = 256 * 1024;
 constexpr std::uint64_t TableRoom = 1 << 20;
 constexpr hsize_t TableBlock = 64 * 1024; // tables stand together
 
-struct FreeFrameMemory
-{
-    void operator()(unsigned char *memory) const
-    {
-        TovFreeFrameMemory(memory);
-    }
-};
-using FrameMemory = std::unique_ptr<unsigned char[], FreeFrameMemory>;
-
-FrameMemory NewFrameMemory(std::size_t size)
-{
-    void *const memory = TovAllocFrameMemory(size);
-    if (!memory)
-        throw std::bad_alloc();
-    return FrameMemory(static_cast<unsigned char *>(memory));
-}
-
 struct FreeCompressor
 {
     void operator()(libdeflate_compressor *compressor) const
@@ -58,37 +42,36 @@ public:
         : m_size(size),
           m_sampleBytes(sampleBytes),
           m_deflate(libdeflate_alloc_compressor(DeflateLevel)),
-          m_out(NewFrameMemory(size))
+          m_out(size)
     {
         if (!m_deflate)
             throw std::bad_alloc();
-        if (sampleBytes > 1)
-            m_shuffled = NewFrameMemory(size);
     }
     // Bytes of Data; 0 for a frame that does not become smaller.
     std::size_t Compress(unsigned char const *pixels)
     {
         if (m_sampleBytes > 1) {
             std::size_t const samples = m_size / 2;
+            unsigned char *const shuffled = m_shuffled.Get(m_size);
             for (std::size_t i = 0; i < samples; ++i) {
-                m_shuffled[i] = pixels[2 * i];
-                m_shuffled[samples + i] = pixels[2 * i + 1];
+                shuffled[i] = pixels[2 * i];
+                shuffled[samples + i] = pixels[2 * i + 1];
             }
-            pixels = m_shuffled.get();
+            pixels = shuffled;
         }
-        return libdeflate_zlib_compress(m_deflate.get(), pixels, m_size, m_out.get(), m_size - 1);
+        return libdeflate_zlib_compress(m_deflate.get(), pixels, m_size, m_out.Data(), m_size - 1);
     }
     unsigned char const *Data() const
     {
-        return m_out.get();
+        return m_out.Data();
     }
 
 private:
     std::size_t const m_size;
     unsigned const m_sampleBytes;
     std::unique_ptr<libdeflate_compressor, FreeCompressor> const m_deflate;
-    FrameMemory const m_out;
-    FrameMemory m_shuffled;
+    FrameMemory<unsigned char> const m_out;
+    FrameMemory<unsigned char> m_shuffled; // where samples have two bytes
 };
 
 } // namespace
@@ -121,7 +104,7 @@ public:
         return error;
     }
 
-    int Append(_TovImage const &image, Hdf5Facts const &facts)
+    int Append(_TovImage const &image, TovFrameNote const &note)
     {
         if (int const error = Error())
             return error;
@@ -132,7 +115,7 @@ public:
         if (int const error = WriteFrame(Gathered(image)))
             return error;
         ++m_count;
-        m_columns.Add(image, facts);
+        m_columns.Add(image, note);
         if (m_columns.IsFull())
             m_failed = !m_columns.Write();
         // The first one at once: whoever opens the file finds something.
@@ -240,11 +223,10 @@ private:
     {
         if (IsPacked(image))
             return image.imageData;
-        if (!m_gathered)
-            m_gathered = NewFrameMemory(m_size);
+        unsigned char *const gathered = m_gathered.Get(m_size);
         for (std::uint32_t y = 0; y < m_lines; ++y)
-            std::memcpy(m_gathered.get() + y * m_line, image.imageData + y * image.lineStep, m_line);
-        return m_gathered.get();
+            std::memcpy(gathered + y * m_line, image.imageData + y * image.lineStep, m_line);
+        return gathered;
     }
 
     bool SetExtent(hsize_t frames)
@@ -304,7 +286,7 @@ private:
     std::vector<hsize_t> m_dimensions;
     std::uint64_t m_line = 0, m_lines = 0, m_size = 0; // bytes, number, bytes
     std::unique_ptr<Compressor> m_compressor;
-    FrameMemory m_gathered;
+    FrameMemory<unsigned char> m_gathered;
     std::int64_t m_count = 0, m_flushed = 0;
     std::chrono::steady_clock::time_point m_flushedAt;
     bool m_failed = false; // the library has, for no reason that the disk knows of
@@ -331,12 +313,12 @@ int Hdf5File::Open(std::string const &name, _TovImage const &image, Options cons
     return 0;
 }
 
-int Hdf5File::Append(_TovImage const &image, Hdf5Facts const &facts)
+int Hdf5File::Append(_TovImage const &image, TovFrameNote const &note)
 {
     if (!m_frames)
         return EBADF;
     Hdf5Quiet const quiet;
-    int const error = m_frames->Append(image, facts);
+    int const error = m_frames->Append(image, note);
     m_readable = m_frames->Flushed();
     return error;
 }

@@ -5,8 +5,8 @@
 // that takes), others are not made for threads at all.
 #pragma once
 
-#include "hdf5facts.h"
 #include "tovimage.h"
+#include "tovserializer.h"
 
 #include <cstdint>
 #include <limits>
@@ -34,7 +34,7 @@ public:
     int Open(std::string const &name, _TovImage const &image, Options const &options);
     // A frame of that shape, with its timestamp and id. Pixels whose lines have no gaps go to the disk from where they
     // are. After a failure the earlier frames stay.
-    int Append(_TovImage const &image, Hdf5Facts const &facts);
+    int Append(_TovImage const &image, TovFrameNote const &note);
     // The camera's settings, as they are kept in files. Before Open they are in the file from its beginning on; later
     // ones are added by Close, since a file that grows takes nothing new.
     void SetConfiguration(std::string const &text);

@@ -1,6 +1,7 @@
 #include "hdf5layout.h"
 
 #include "pixellayout.h"
+#include "samplelayout.h"
 
 #include <cmath>
 
@@ -28,32 +29,15 @@ Hdf5Type TextType(std::string const &text)
     return type;
 }
 
-// The colours of the filters, line by line; empty for what has none.
-std::string Mosaic(TovPixelTypeInfo const &info)
-{
-    std::string colours;
-    unsigned const side = info.family == TOV_FAMILY_BAYER ? 2 : info.family == TOV_FAMILY_TRUESENSE ? 4 : 0;
-    for (unsigned i = 0; i < side * side; ++i)
-        colours += TovGetFilterColour(&info, i % side, i / side);
-    return colours;
-}
-
 } // namespace
 
 Hdf5Layout LayoutOf(_TovImage const &image)
 {
-    TovPixelTypeInfo const *const info = TovGetPixelTypeInfo(image.pixelType);
-    std::uint64_t const line = LineBytes(image);
-    if (info && (info->packing == TOV_UNPACKED || info->bitDepth == 8)) {
-        unsigned const bytes = info->bitDepth > 8 ? 2 : 1, channels = TovSamplesPerPixel(image.pixelType);
-        if (std::uint64_t(bytes) * channels * image.width == line) {
-            Hdf5Layout layout{bytes, {image.height, image.width}};
-            if (channels > 1)
-                layout.extent.push_back(channels);
-            return layout;
-        }
-    }
-    return {1, {image.height, line}};
+    SampleLayout const samples = SamplesOf(TovGetPixelTypeInfo(image.pixelType), image.width, LineBytes(image));
+    Hdf5Layout layout{samples.bytes, {image.height, samples.perLine}};
+    if (samples.channels > 1)
+        layout.extent.push_back(samples.channels);
+    return layout;
 }
 
 bool WriteAttribute(hid_t object, char const *name, std::string const &text)
@@ -82,7 +66,7 @@ bool DescribeFrames(hid_t frames, _TovImage const &image, double rate)
                    WriteAttribute(frames, "width", image.width) && WriteAttribute(frames, "height", image.height) &&
                    WriteAttribute(frames, "line_bytes", std::uint32_t(LineBytes(image))) &&
                    WriteAttribute(frames, "bit_depth", info ? info->bitDepth : image.bitDepth);
-    if (std::string const mosaic = info ? Mosaic(*info) : ""; written && !mosaic.empty())
+    if (std::string const mosaic = MosaicColours(info); written && !mosaic.empty())
         written = WriteAttribute(frames, "mosaic", mosaic);
     if (written && !std::isnan(rate))
         written = WriteNumber(frames, "frame_rate", H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE, rate);

@@ -17,8 +17,8 @@ public:
     }
     int Write(_TovImage const &image) override
     {
-        int const error = m_hdf5.Append(image, m_facts);
-        m_facts = {};
+        int const error = m_hdf5.Append(image, m_note);
+        m_note = {};
         m_readable = m_hdf5.ReadableFrames();
         return error;
     }
@@ -36,9 +36,9 @@ public:
     {
         return m_hdf5.IsLost();
     }
-    void NoteFrame(Hdf5Facts const &facts) override
+    void NoteFrame(TovFrameNote const &note) override
     {
-        m_facts = facts;
+        m_note = note;
     }
     void SetConfiguration(std::string const &text) override
     {
@@ -47,7 +47,7 @@ public:
 
 private:
     Hdf5File m_hdf5;
-    Hdf5Facts m_facts; // of the next frame
+    TovFrameNote m_note; // of the next frame
 };
 
 } // namespace

@@ -4,13 +4,12 @@
 #include "failures.h"
 #include "outfile.h"
 #include "tovimage.h"
+#include "tovserializer.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-struct Hdf5Facts;
 
 class Movie
 {
@@ -34,11 +33,11 @@ public:
     {
         return m_file.Name();
     }
-    // What is known of the frame that Write gets next, for formats that hold it.
-    virtual void NoteFrame(Hdf5Facts const &)
+    // Of the frame that Write gets next, for formats that hold it.
+    virtual void NoteFrame(TovFrameNote const &)
     {
     }
-    // The camera's settings, as they are kept in files; any time before Close.
+    // The camera's settings, likewise; any time before Close.
     virtual void SetConfiguration(std::string const &)
     {
     }

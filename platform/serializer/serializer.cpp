@@ -15,6 +15,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -89,6 +90,7 @@ public:
             if (std::int32_t const status = SetTarget(*image, *format))
                 return status;
             m_series = std::move(format);
+            m_configuration.clear(); // no place for it
             m_file.ForgetFolders();
             if (m_withCompanions)
                 m_companions.BeginSeries(Extension(extension) == "raw" ? std::optional(ShapeOf(*image)) : std::nullopt);
@@ -121,11 +123,13 @@ public:
             _TovImage shape = *image;
             if (m_converted)
                 shape = *m_converted;
+            movie->SetConfiguration(m_configuration);
             if (int const error = movie->Open(fileName, shape, fps)) {
                 ReleaseConverted();
                 return Judged(error);
             }
             m_movie = std::move(movie);
+            m_configuration.clear();
             if (m_withCompanions)
                 m_companions.BeginMovie(m_movie->Name());
             m_looked = std::chrono::steady_clock::now();
@@ -151,13 +155,22 @@ public:
 
     std::int32_t WriteFrame(_TovImage const *image, char const *fileName) override
     {
+        // To the last frame that was written, whatever was not written between them. The first one has none before it.
+        TovFrameNote note = std::exchange(m_note, {});
+        note.gapBefore = m_any ? note.gapBefore + m_missed : 0;
+        if (m_movie)
+            m_movie->NoteFrame(note);
         std::int32_t const status = Guarded([&] { return WritePicture(image, fileName); });
-        if (status != TOV_SERIALIZER_OK)
-            m_companions.Missed();
-        else if (m_movie)
-            m_companions.Taken(*image, m_readable);
+        if (status != TOV_SERIALIZER_OK) {
+            m_missed = m_any ? note.gapBefore + 1 : 0;
+            return status;
+        }
+        m_any = true;
+        m_missed = 0;
+        if (m_movie)
+            m_companions.Taken(*image, note, m_readable);
         else
-            m_companions.Saved(*image, m_file.Name());
+            m_companions.Saved(*image, note, m_file.Name());
         return status;
     }
 
@@ -178,7 +191,7 @@ public:
 
     void NoteFrame(TovFrameNote const &note) override
     {
-        m_companions.Note(note);
+        m_note = note;
     }
 
     void TendCompanions() override
@@ -199,6 +212,18 @@ public:
     char const *GetCompanionFailure() const override
     {
         return m_companions.Failure().c_str();
+    }
+
+    void SetConfiguration(char const *text) override
+    {
+        Guarded([&]() -> std::int32_t {
+            std::string configuration(text ? text : "");
+            if (m_movie)
+                m_movie->SetConfiguration(configuration);
+            else
+                m_configuration = std::move(configuration);
+            return TOV_SERIALIZER_OK;
+        });
     }
 
 private:
@@ -250,6 +275,9 @@ private:
             return Failed(TOV_SERIALIZER_ERR_STATE, "Another recording is under way");
         m_failure.clear();
         m_readable = 0;
+        m_note = {};
+        m_any = false;
+        m_missed = 0;
         m_companions.Forget();
         if (!image || image->width == 0 || image->height == 0 || LineBytes(*image) == 0)
             return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture is empty");
@@ -366,6 +394,10 @@ private:
     OutFile m_file;                                           // of a series
     std::string m_failure;                                    // of the last operation that failed
     std::int64_t m_readable = 0;
+    std::string m_configuration;   // for the next movie
+    TovFrameNote m_note;           // of the next frame
+    bool m_any = false;            // a frame has been written
+    std::uint64_t m_missed = 0;    // frames since the last one that was written, and the gaps before them
     bool m_withCompanions = false; // from the next start on
     Companions m_companions;
     std::chrono::steady_clock::time_point m_looked; // when it was last checked that the movie still exists

@@ -1,5 +1,6 @@
 #include "seriesfiles.h"
 
+#include "samplelayout.h"
 #include "tovimage.h"
 
 #include <algorithm>
@@ -103,25 +104,6 @@ bool TakeField(std::string_view &rest, std::string_view &field, std::string &who
     return false;
 }
 
-// How the bytes of a line look to a reader that knows samples of one or two whole bytes.
-struct Samples
-{
-    unsigned bytes = 1;
-    std::uint64_t perLine = 0; // pixels, or bytes where no sample is whole
-    unsigned channels = 1;
-    bool whole = false;
-};
-
-Samples SamplesOf(RawShape const &shape, TovPixelTypeInfo const *info)
-{
-    if (info && (info->packing == TOV_UNPACKED || info->bitDepth == 8)) {
-        Samples const samples{info->bitDepth > 8 ? 2u : 1u, shape.width, TovSamplesPerPixel(shape.pixelType), true};
-        if (samples.bytes * samples.perLine * samples.channels == shape.lineBytes)
-            return samples;
-    }
-    return {1, shape.lineBytes, 1, false};
-}
-
 bool IsInOrder(TovPixelTypeInfo const &info)
 {
     return std::string_view(info.name).starts_with("RGB");
@@ -135,27 +117,12 @@ char const *ColourKind(TovPixelTypeInfo const &info)
 }
 
 // How samples that take no whole bytes follow one another.
-char const *Packing(TovPixelTypeInfo const &info, Samples const &samples)
+char const *Packing(TovPixelTypeInfo const &info, SampleLayout const &samples)
 {
     return samples.whole                     ? "none"
            : info.packing == TOV_PACKED_P    ? "lsb"
            : info.packing == TOV_PACKED_WEFT ? "msb"
                                              : "pairs";
-}
-
-// The colours of the filters, line by line; empty for what has none.
-std::string Mosaic(TovPixelTypeInfo const *info)
-{
-    std::string colours;
-    unsigned const side = !info                                  ? 0
-                          : info->family == TOV_FAMILY_BAYER     ? 2
-                          : info->family == TOV_FAMILY_TRUESENSE ? 4
-                                                                 : 0;
-    for (unsigned y = 0; y < side; ++y) {
-        for (unsigned x = 0; x < side; ++x)
-            colours += TovGetFilterColour(info, x, y);
-    }
-    return colours;
 }
 
 std::string Hex(std::uint32_t number)
@@ -258,7 +225,7 @@ bool Decode(std::string_view line, Row &row)
 NrrdHead MakeNrrdHead(RawShape const &shape)
 {
     TovPixelTypeInfo const *info = TovGetPixelTypeInfo(shape.pixelType);
-    Samples const samples = SamplesOf(shape, info);
+    SampleLayout const samples = SamplesOf(info, shape.width, shape.lineBytes);
     bool const colour = samples.channels > 1;
 
     NrrdHead head;
@@ -294,7 +261,7 @@ NrrdHead MakeNrrdHead(RawShape const &shape)
         AppendEntry(text, "tov samples:=", TovSamplesPerPixel(shape.pixelType));
         text.append("tov packing:=").append(Packing(*info, samples)).append("\n");
     }
-    if (std::string const mosaic = Mosaic(info); !mosaic.empty())
+    if (std::string const mosaic = MosaicColours(info); !mosaic.empty())
         text.append("tov mosaic:=").append(mosaic).append("\n");
     text.append(ListLine).append("\n");
     return head;
@@ -344,7 +311,7 @@ bool ParseNrrdHead(std::string_view text, RawShape &shape, std::uint64_t &frames
 std::string EnviHeader(RawShape const &shape)
 {
     TovPixelTypeInfo const *info = TovGetPixelTypeInfo(shape.pixelType);
-    Samples const samples = SamplesOf(shape, info);
+    SampleLayout const samples = SamplesOf(info, shape.width, shape.lineBytes);
     if (!samples.whole)
         return {};
     std::string text = "ENVI\n";

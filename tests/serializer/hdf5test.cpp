@@ -1,12 +1,11 @@
 // HDF5 files, read by the HDF5 library as any program does, and by h5py while they grow.
+#include "hdf5contents.h"
 #include "hdf5file.h"
 #include "ownmounts.h"
 #include "serializerfixture.h"
 
-#include <hdf5.h>
 #include <libdeflate.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
@@ -18,98 +17,6 @@
 namespace {
 
 constexpr int NotAllowed = 77;
-
-template<class T>
-std::vector<T> ReadSet(hid_t file, char const *name, hid_t type, std::vector<hsize_t> &extent)
-{
-    hid_t const set = H5Dopen2(file, name, H5P_DEFAULT), space = H5Dget_space(set);
-    extent.resize(std::size_t(H5Sget_simple_extent_ndims(space)));
-    H5Sget_simple_extent_dims(space, extent.data(), nullptr);
-    std::vector<T> values(std::size_t(H5Sget_simple_extent_npoints(space)));
-    EXPECT_GE(H5Dread(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0) << name;
-    H5Sclose(space);
-    H5Dclose(set);
-    return values;
-}
-
-// What a reader finds in a file.
-struct Contents
-{
-    bool opened = false;
-    unsigned sampleBytes = 0;
-    std::vector<hsize_t> extent;
-    Bytes pixels;
-    std::uint32_t code = 0;
-    Bytes type, mosaic, configuration;
-    std::vector<std::uint64_t> ids, timestamps, incomplete, missing, gaps;
-    std::vector<std::int64_t> arrivals;
-    std::vector<double> exposures, gains;
-
-    // Frames that every dataset has; their pixels.
-    std::size_t Frames() const
-    {
-        return std::min({std::size_t(extent.at(0)), ids.size(), timestamps.size(), incomplete.size(), missing.size(),
-                         gaps.size(), arrivals.size(), exposures.size(), gains.size()});
-    }
-};
-
-Bytes ReadText(hid_t object)
-{
-    hid_t const type = H5Aget_type(object);
-    Bytes text(H5Tget_size(type), '\0');
-    EXPECT_GE(H5Aread(object, type, text.data()), 0);
-    H5Tclose(type);
-    return text.c_str();
-}
-
-Contents ReadHdf5(std::string const &path, unsigned how = H5F_ACC_RDONLY)
-{
-    Contents found;
-    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
-    hid_t const file = H5Fopen(path.c_str(), how, H5P_DEFAULT);
-    if (file < 0)
-        return found;
-    found.opened = true;
-    hid_t const frames = H5Dopen2(file, "frames", H5P_DEFAULT), type = H5Dget_type(frames);
-    found.sampleBytes = unsigned(H5Tget_size(type));
-    hid_t const code = H5Aopen(frames, "pixel_code", H5P_DEFAULT), name = H5Aopen(frames, "pixel_type", H5P_DEFAULT);
-    EXPECT_GE(H5Aread(code, H5T_NATIVE_UINT32, &found.code), 0);
-    found.type = ReadText(name);
-    H5Aclose(code);
-    H5Aclose(name);
-    if (H5Aexists(frames, "mosaic") > 0) {
-        hid_t const mosaic = H5Aopen(frames, "mosaic", H5P_DEFAULT);
-        found.mosaic = ReadText(mosaic);
-        H5Aclose(mosaic);
-    }
-    std::vector<hsize_t> rows;
-    auto const pixels =
-        found.sampleBytes == 2 ? std::vector<char>() : ReadSet<char>(file, "frames", type, found.extent);
-    auto const wide = found.sampleBytes == 2 ? ReadSet<std::uint16_t>(file, "frames", type, found.extent)
-                                             : std::vector<std::uint16_t>();
-    found.pixels.assign(pixels.begin(), pixels.end());
-    found.pixels.append(reinterpret_cast<char const *>(wide.data()), 2 * wide.size());
-    found.ids = ReadSet<std::uint64_t>(file, "frame_id", H5T_NATIVE_UINT64, rows);
-    found.timestamps = ReadSet<std::uint64_t>(file, "timestamp", H5T_NATIVE_UINT64, rows);
-    found.arrivals = ReadSet<std::int64_t>(file, "arrival_utc_ns", H5T_NATIVE_INT64, rows);
-    found.exposures = ReadSet<double>(file, "exposure_us", H5T_NATIVE_DOUBLE, rows);
-    found.gains = ReadSet<double>(file, "gain", H5T_NATIVE_DOUBLE, rows);
-    found.incomplete = ReadSet<std::uint64_t>(file, "incomplete", H5T_NATIVE_UINT64, rows);
-    found.missing = ReadSet<std::uint64_t>(file, "missing_bytes", H5T_NATIVE_UINT64, rows);
-    found.gaps = ReadSet<std::uint64_t>(file, "gap_before", H5T_NATIVE_UINT64, rows);
-    if (H5Lexists(file, "configuration", H5P_DEFAULT) > 0) {
-        hid_t const set = H5Dopen2(file, "configuration", H5P_DEFAULT), text = H5Dget_type(set);
-        found.configuration.resize(H5Tget_size(text));
-        EXPECT_GE(H5Dread(set, text, H5S_ALL, H5S_ALL, H5P_DEFAULT, found.configuration.data()), 0);
-        found.configuration = found.configuration.c_str();
-        H5Tclose(text);
-        H5Dclose(set);
-    }
-    H5Tclose(type);
-    H5Dclose(frames);
-    EXPECT_GE(H5Fclose(file), 0);
-    return found;
-}
 
 class Hdf5Test : public SerializerTest
 {
@@ -212,7 +119,7 @@ TEST_F(Hdf5Test, KeepsWhatIsKnownOfEachFrame)
     for (std::uint64_t i = 0; i < Frames; ++i) {
         picture.Image()->frameID = ~i;
         picture.Image()->timestamp = i << 40;
-        Hdf5Facts facts;
+        TovFrameNote facts;
         if (i % 3)
             facts = {std::int64_t(i) - 7, double(i) / 4, -double(i), i % 3 == 1, i, i + 1};
         ASSERT_EQ(file.Append(*picture.Image(), facts), 0);
@@ -237,6 +144,33 @@ TEST_F(Hdf5Test, KeepsWhatIsKnownOfEachFrame)
         EXPECT_EQ(found.incomplete[i], i % 3 == 1);
         EXPECT_EQ(found.missing[i], i % 3 ? i : 0);
         EXPECT_EQ(found.gaps[i], i % 3 ? i + 1 : 0);
+    }
+}
+
+// Whether there are companions or not. A frame that could not be written is part of the gap.
+TEST_F(Hdf5Test, MovieOfTheSerializerKeepsWhatItIsTold)
+{
+    for (bool const companions : {false, true}) {
+        serializer->SetCompanions(companions);
+        serializer->SetConfiguration("of the next movie");
+        ASSERT_EQ(serializer->StartMovie(Frame(0).Image(), Path("m.h5").c_str(), 25), TOV_SERIALIZER_OK);
+        for (unsigned i = 0; i < 4; ++i) {
+            serializer->NoteFrame({.arrival = 70 + i, .exposure = 0.5, .incomplete = i == 3, .gapBefore = i});
+            Picture const frame = Frame(i, TV_PIXEL_MONO8, i == 2 ? TovImageSize{9, 9} : TovImageSize{900, 700});
+            EXPECT_EQ(serializer->WriteFrame(frame.Image(), nullptr),
+                      i == 2 ? TOV_SERIALIZER_ERR_ARGUMENT : TOV_SERIALIZER_OK);
+        }
+        if (companions)
+            serializer->SetConfiguration("of this movie");
+        EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
+        auto const found = ReadHdf5(Path("m.h5"));
+        ASSERT_TRUE(found.opened);
+        EXPECT_EQ(found.arrivals, (std::vector<std::int64_t>{70, 71, 73}));
+        EXPECT_EQ(found.exposures, std::vector<double>(3, 0.5));
+        EXPECT_EQ(found.incomplete, (std::vector<std::uint64_t>{0, 0, 1}));
+        EXPECT_EQ(found.gaps, (std::vector<std::uint64_t>{0, 1, 2 + 1 + 3}));
+        EXPECT_EQ(found.configuration, companions ? "of this movie" : "of the next movie");
+        fs::remove(Path("m.h5"));
     }
 }
 
