@@ -1,4 +1,4 @@
-// A raw series with what stands beside it, written here by the texts alone.
+// A raw series with what stands beside it, written here by the texts alone, and the program that reads it.
 #pragma once
 
 #include "serializerfixture.h"
@@ -31,6 +31,18 @@ protected:
         row.timestamp = picture.Image()->timestamp;
         row.arrival = 1'000'000'000'000'000'000 + i * 20'000'000; // 50 a second
         return row;
+    }
+    struct Result
+    {
+        std::string output; // of both streams
+        int status;
+    };
+    Result Tovfile(std::string const &arguments)
+    {
+        std::string output =
+            Output("cd '" + folder.string() + "' && { '" TOVFILE "' " + arguments + " 2>&1; echo $?; }");
+        std::size_t const status = output.rfind('\n', output.size() - 2) + 1;
+        return {output.substr(0, status), std::stoi(output.substr(status))};
     }
     void Write(std::string const &name, Bytes const &bytes)
     {

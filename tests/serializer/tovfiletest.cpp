@@ -18,18 +18,6 @@ class TovfileTest : public SeriesTest
 protected:
     static constexpr TovImageSize size{64, 48};
 
-    struct Result
-    {
-        std::string output; // of both streams
-        int status;
-    };
-    Result Tovfile(std::string const &arguments)
-    {
-        std::string output =
-            Output("cd '" + folder.string() + "' && { '" TOVFILE "' " + arguments + " 2>&1; echo $?; }");
-        std::size_t const status = output.rfind('\n', output.size() - 2) + 1;
-        return {output.substr(0, status), std::stoi(output.substr(status))};
-    }
     void Edit(std::string const &name, std::string const &from, std::string const &to)
     {
         Bytes bytes = ReadFile(Path(name));

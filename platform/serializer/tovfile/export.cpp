@@ -11,6 +11,7 @@ namespace {
 
 constexpr double UsualRate = 25;
 
+// Of those that cannot do without a rate.
 bool IsMovie(std::string const &format)
 {
     return format == "avi" || format == "tvm";
@@ -98,9 +99,14 @@ bool Export(Recording &recording, Options const &options)
         if (rate <= 0 && IsMovie(options.format))
             Complain("%s: nothing tells the frame rate; %g frames per second are taken", recording.name.c_str(),
                      UsualRate);
-        target = {options.folder,   options.format,         source->Stem(),
-                  options.codec,    options.quality,        rate > 0 ? rate : UsualRate,
-                  source->Frames(), source->Configuration()};
+        target = {.folder = options.folder,
+                  .format = options.format,
+                  .stem = source->Stem(),
+                  .codec = options.codec,
+                  .quality = options.quality,
+                  .compress = options.compress,
+                  .rate = rate <= 0 && IsMovie(options.format) ? UsualRate : rate,
+                  .configuration = source->Configuration()};
         sink = MakeExportSink(target, problem);
     }
     if (!sink) {

@@ -1,5 +1,6 @@
 #include "exportsink.h"
 
+#include "hdf5sink.h"
 #include "tovserializer.h"
 
 #include <algorithm>
@@ -194,7 +195,7 @@ constexpr struct
     std::unique_ptr<ExportSink> (*make)(ExportTarget const &target, std::string &problem);
 } Formats[] = {
     {"png", Make<ImageSink>}, {"tif", Make<ImageSink>}, {"raw", Make<ImageSink>},
-    {"avi", MakeAvi},         {"tvm", Make<MovieSink>},
+    {"avi", MakeAvi},         {"tvm", Make<MovieSink>}, {"h5", MakeHdf5Sink},
 };
 
 } // namespace

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-// Of one recording; all texts outlive the sink.
+// Of one recording.
 struct ExportTarget
 {
     std::string folder;
@@ -15,8 +15,8 @@ struct ExportTarget
     std::string stem;          // of a file that takes all frames
     std::string codec;         // empty: the format's first one
     int quality = 0;           // in percent; 0: the serializer's
-    double rate = 0;           // frames per second
-    std::uint64_t frames = 0;  // about so many
+    bool compress = false;     // lossless, of h5
+    double rate = 0;           // frames per second; 0: not known, which h5 alone can hold
     std::string configuration; // the camera's, a file; empty: none
 };
 

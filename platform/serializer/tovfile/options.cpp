@@ -9,15 +9,16 @@
 char const Usage[] =
     "Usage: tovfile list FILE...\n"
     "       tovfile check FILE...\n"
-    "       tovfile export [-f png|tif|raw|avi|tvm] [-c CODEC] [-q QUALITY] [-s FPS] [-o FOLDER]\n"
+    "       tovfile export [-f png|tif|raw|avi|tvm|h5] [-c CODEC] [-q QUALITY] [-s FPS] [-z] [-o FOLDER]\n"
     "                      [-r FIRST[-LAST]] FILE...\n"
     "       tovfile import [-o FOLDER] FILE...\n"
     "\n"
     "Works on tvi and tvm files, also on a movie that was cut off, and on recordings that have a folder\n"
     "NAME.series beside them: FILE is that folder, a file in it or a raw frame of the recording. \"list\"\n"
     "shows the frames, \"check\" reads what there is and compares it with what should be, \"export\" writes\n"
-    "each frame to a file of its own (png) or all of them to a movie (avi, tvm) in the current folder;\n"
-    "frames count from 0. \"import\" makes a raw series of TIFF files. No file is ever overwritten.\n"
+    "each frame to a file of its own (png) or all of them to a movie (avi, tvm) or an HDF5 file (h5, with\n"
+    "-z compressed) in the current folder; frames count from 0. \"import\" makes a raw series of TIFF files.\n"
+    "No file is ever overwritten.\n"
     "The exit status is 0 for success, 1 when a file is damaged or cannot be read or written, and after\n"
     "Ctrl-C, 2 for wrong arguments.\n";
 
@@ -78,6 +79,10 @@ bool ParseOptions(int argc, char **argv, Options &options)
         std::string const word = argv[i];
         if (!hasOptions || word.size() != 2 || word[0] != '-') {
             options.files.push_back(word);
+            continue;
+        }
+        if (word == "-z" && options.command == "export") {
+            options.compress = true;
             continue;
         }
         if (i + 1 == argc || !ReadOption(word, argv[++i], options))

@@ -11,8 +11,9 @@ struct Options
     std::string format = "png";
     std::string codec; // of an AVI; empty: the first one
     std::string folder = ".";
-    int quality = 0; // of JPEG, in percent; 0: the serializer's
-    double rate = 0; // of a movie, in frames per second; 0: the recording's
+    bool compress = false; // lossless, of HDF5
+    int quality = 0;       // of JPEG, in percent; 0: the serializer's
+    double rate = 0;       // of a movie, in frames per second; 0: the recording's
     std::uint64_t first = 0;
     std::uint64_t last = UINT64_MAX;
     std::vector<std::string> files;
