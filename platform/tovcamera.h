@@ -265,11 +265,11 @@ protected:
 // What is known of a frame beside its picture.
 struct FrameFacts
 {
-    std::int64_t arrival =
-        0; // of its first packet, by this computer's clock: nanoseconds since 1970, UTC; 0: not known
-    double exposure = std::numeric_limits<double>::quiet_NaN(); // microseconds, as the frame tells; not a number: it
-                                                                // does not
-    double gain = std::numeric_limits<double>::quiet_NaN();     // likewise, as the camera counts it
+    // Of its first packet, by this computer's clock: nanoseconds since 1970, UTC; 0: not known.
+    std::int64_t arrival = 0;
+    // As the frame itself tells; not a number where it does not.
+    double exposure = std::numeric_limits<double>::quiet_NaN(); // microseconds
+    double gain = std::numeric_limits<double>::quiet_NaN();     // in the camera's unit
     std::uint64_t missingBytes = 0;                             // of an incomplete one; 0: not known
 };
 

@@ -452,6 +452,8 @@ void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
                 CountSoftwareDrop(m_grab_fifo.back());
                 m_stream->QueueBuffer(m_grab_fifo.back());
                 m_grab_fifo.pop_back();
+                if (!m_grab_fifo.empty())
+                    m_gaps[m_grab_fifo.back()] += std::exchange(m_droppedSince, 0);
             } else {
                 CountSoftwareDrop(buffer);
                 push = false; // the incoming frame is dropped, and its buffer stays outside the stream
