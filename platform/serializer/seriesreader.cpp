@@ -17,7 +17,7 @@ namespace {
 using SeriesFiles::Row;
 
 constexpr std::string_view FolderEnding = ".series", TableEnding = ".frames.csv", HeaderEnding = ".nhdr";
-constexpr std::size_t LongestHead = 16384, LongestLedger = 1 << 20;
+constexpr std::size_t LongestHead = 16384, LongestLedger = 1 << 20, LongestConfiguration = 16 << 20;
 
 // Absolute, without links; empty where it does not exist.
 std::string RealPath(std::string const &path)
@@ -306,6 +306,12 @@ int SeriesReader::Read(Row const &row, void *pixels) const
     error = size != FrameBytes() ? int(OtherSize) : ReadAll(descriptor, pixels, size);
     close(descriptor);
     return error;
+}
+
+int SeriesReader::ReadConfiguration(std::string &text) const
+{
+    int const error = ReadText(PathOf(".tcfg"), LongestConfiguration + 1, text);
+    return !error && text.size() > LongestConfiguration ? EFBIG : error;
 }
 
 int SeriesReader::ReadLedger(std::vector<std::pair<std::string, std::int64_t>> &entries) const

@@ -98,6 +98,8 @@ public:
     // The bytes of a raw frame; `pixels` has room for FrameBytes().
     int Read(Row const &row, void *pixels) const;
 
+    // The camera's configuration, as a file has it; ENOENT where there is none.
+    int ReadConfiguration(std::string &text) const;
     // The entries of [Ledger]; ENOENT where the recording was not ended.
     int ReadLedger(std::vector<std::pair<std::string, std::int64_t>> &entries) const;
 

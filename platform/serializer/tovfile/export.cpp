@@ -4,6 +4,7 @@
 
 #include "framememory.h"
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstring>
 
@@ -82,6 +83,17 @@ private:
     bool m_good = true, m_ended = false;
 };
 
+// Without it the frames are still worth an export.
+bool ReadConfiguration(Recording const &recording, std::string &text)
+{
+    int const error = recording.series->ReadConfiguration(text);
+    if (!error || error == ENOENT)
+        return true;
+    Complain("%s: the configuration: %s", recording.name.c_str(), SeriesFailureText(error).c_str());
+    text.clear();
+    return false;
+}
+
 } // namespace
 
 bool Export(Recording &recording, Options const &options)
@@ -94,6 +106,7 @@ bool Export(Recording &recording, Options const &options)
     std::unique_ptr<FrameSource> const source = MakeFrameSource(recording, problem);
     ExportTarget target;
     std::unique_ptr<ExportSink> sink;
+    bool good = true;
     if (source) {
         double const rate = options.rate > 0 ? options.rate : source->Rate();
         if (rate <= 0 && IsMovie(options.format))
@@ -106,12 +119,14 @@ bool Export(Recording &recording, Options const &options)
                   .quality = options.quality,
                   .compress = options.compress,
                   .rate = rate <= 0 && IsMovie(options.format) ? UsualRate : rate,
-                  .configuration = source->Configuration()};
+                  .configuration = {}};
+        if (options.format == "h5" && recording.series)
+            good = ReadConfiguration(recording, target.configuration);
         sink = MakeExportSink(target, problem);
     }
     if (!sink) {
         Complain("%s: %s", recording.name.c_str(), problem.c_str());
         return false;
     }
-    return Exporter(recording.name, *source, *sink, options).Run();
+    return Exporter(recording.name, *source, *sink, options).Run() && good;
 }

@@ -17,7 +17,7 @@ struct ExportTarget
     int quality = 0;           // in percent; 0: the serializer's
     bool compress = false;     // lossless, of h5
     double rate = 0;           // frames per second; 0: not known, which h5 alone can hold
-    std::string configuration; // the camera's, a file; empty: none
+    std::string configuration; // the camera's, for h5; empty: none
 };
 
 class ExportSink

@@ -9,7 +9,6 @@
 #include <filesystem>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -58,8 +57,6 @@ public:
         m_stem = reader.Name();
         m_frames = summary.rows;
         m_rate = summary.rate;
-        if (std::string const file = reader.PathOf(".tcfg"); access(file.c_str(), R_OK) == 0)
-            m_configuration = file;
     }
     Got Next(SourceFrame &frame) override
     {

@@ -78,13 +78,9 @@ public:
     {
         return m_stem;
     }
-    std::string const &Configuration() const // the camera's, a file; empty: none
-    {
-        return m_configuration;
-    }
 
 protected:
-    std::string m_problem, m_stem, m_configuration;
+    std::string m_problem, m_stem;
     std::uint64_t m_frames = 0;
     double m_rate = 0;
 };

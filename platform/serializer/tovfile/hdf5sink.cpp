@@ -4,37 +4,9 @@
 #include "hdf5file.h"
 #include "pixellayout.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <limits>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace {
-
-constexpr off_t MostConfiguration = 16 << 20;
-
-// 0 or an errno value. A plain file of a few megabytes at most, since anything may have its name.
-int ReadConfiguration(std::string const &name, std::string &text)
-{
-    int const file = open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0)
-        return errno;
-    struct stat info;
-    int error = fstat(file, &info) != 0 ? errno : !S_ISREG(info.st_mode) ? EINVAL : 0;
-    if (!error && info.st_size > MostConfiguration)
-        error = EFBIG;
-    if (!error) {
-        text.resize(std::size_t(info.st_size));
-        ssize_t const got = pread(file, text.data(), text.size(), 0);
-        error = got < 0 ? errno : 0;
-        text.resize(std::size_t(std::max<ssize_t>(got, 0)));
-    }
-    close(file);
-    return error;
-}
 
 TovFrameNote NoteOf(SeriesFiles::Row const &row)
 {
@@ -90,22 +62,14 @@ public:
     }
     Outcome End() override
     {
-        if (int const error = m_file.Close())
-            return Failed(error);
-        if (m_configurationError) {
-            m_problem = m_target.configuration + ": " + FailureText(m_configurationError);
-            return Outcome::NotHeld;
-        }
-        return Outcome::Written;
+        int const error = m_file.Close();
+        return error ? Failed(error) : Outcome::Written;
     }
 
 private:
     int Begin(_TovImage const &image)
     {
-        std::string configuration;
-        if (!m_target.configuration.empty())
-            m_configurationError = ReadConfiguration(m_target.configuration, configuration);
-        m_file.SetConfiguration(configuration);
+        m_file.SetConfiguration(m_target.configuration);
         Hdf5File::Options options{.deflate = m_target.compress};
         if (m_target.rate > 0)
             options.rate = m_target.rate;
@@ -120,7 +84,6 @@ private:
     ExportTarget const m_target;
     Hdf5File m_file;
     SeriesFiles::RawShape m_shape;
-    int m_configurationError = 0;
 };
 
 } // namespace
