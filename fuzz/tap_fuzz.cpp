@@ -5,6 +5,7 @@
 #include "packettap/gigeframing.h"
 #include "packettap/packetsource.h"
 #include "packettap/usbframing.h"
+#include "protocol/byteorder.h"
 
 #include "logstringmaker.h"
 #include "tovcamera.h"
@@ -18,12 +19,25 @@ constexpr std::size_t LengthAt = 4; // in the header of a GigE camera's packet
 constexpr std::size_t StreamHeader = FUZZ_USB ? 1 : 8;
 constexpr std::size_t Shown = FUZZ_USB ? UsbFraming::StreamBytesShown : GigEFraming::StreamBytesShown;
 
+// Whether a file says that it holds what another kind of camera sends: its limits are others.
+bool IsOfOther(std::uint8_t const *data, std::size_t size)
+{
+    constexpr std::size_t LinkTypeAt = 20;
+    if (size < LinkTypeAt + 4)
+        return false;
+    unsigned const little = LoadLittle16(data + LinkTypeAt), big = LoadBig16(data + LinkTypeAt + 2);
+    bool const isUsb = UsbFraming::Knows(static_cast<int>(little)) || UsbFraming::Knows(static_cast<int>(big));
+    return isUsb != FUZZ_USB;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     if (UsbEndpoints endpoints; FUZZ_USB && ParseUsbDescriptors(data, size, endpoints))
         return 0;
+    if (IsOfOther(data, size))
+        return FuzzRefused;
     // The file is only read.
     std::FILE *const file = size > 0 ? fmemopen(const_cast<std::uint8_t *>(data), size, "rb") : nullptr;
     std::int32_t status = 0;
