@@ -65,6 +65,8 @@ TEST_F(Program, RecordsASeriesUnattended)
     EXPECT_EQ(m_process.exitCode(), 0);
     auto const files = QDir(m_folder.filePath(QStringLiteral("series"))).entryInfoList(QDir::Files);
     EXPECT_GE(files.size(), 4);
+    QString const companions = m_folder.filePath(QStringLiteral("series/%1.series").arg(files.value(0).baseName()));
+    EXPECT_EQ(QDir(companions).entryList(QDir::Files).size(), 5) << "table, two headers, ledger, configuration";
     for (QFileInfo const &file : files)
         EXPECT_EQ(file.size(), 2048 * 1536) << file.fileName().toStdString();
     EXPECT_NE(m_output.find("Recorded    " + std::to_string(files.size()) + " frames of 2048 x 1536 Mono8"),
