@@ -6,7 +6,7 @@ packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev 
     libavutil-dev libhdf5-dev zlib1g-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
 packages_test="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark"
-packages_ci="clang-format-19 clang-tidy-19 dpkg-dev file lintian python3-h5py hdf5-tools"
+packages_ci="clang-format-19 clang-tidy-19 dpkg-dev file lintian python3-h5py hdf5-tools teem-apps"
 
 say() {
     printf '%s: %s\n' "$(basename "$0")" "$*"

@@ -460,7 +460,7 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
     if (m_captureRules.NeedToWrite(image)) {
         m_incomplete = buffer->IsIncomplete();
         m_failure = {};
-        if (m_companions && m_serializer)
+        if (m_serializer && (m_companions || IsMovie())) // a movie may hold what is known
             NoteFrame(buffer);
         std::int64_t const before = m_tally.Written();
         bool const goesOn = Try(steps.write, image);

@@ -155,7 +155,7 @@ public:
 
     std::int32_t WriteFrame(_TovImage const *image, char const *fileName) override
     {
-        // To the last frame that was written, whatever was not written between them. The first one has none before it.
+        // The gap begins at the last frame that was written, and the first one has none.
         TovFrameNote note = std::exchange(m_note, {});
         note.gapBefore = m_any ? note.gapBefore + m_missed : 0;
         if (m_movie)

@@ -241,7 +241,7 @@ TEST_F(TovfileTest, CheckSaysExactlyWhatIsWrong)
 
 TEST_F(TovfileTest, ChecksMoviesByTheirTables)
 {
-    for (std::string const &extension : {std::string("tvm"), std::string("avi")}) {
+    for (std::string const &extension : {std::string("tvm"), std::string("avi"), std::string("h5")}) {
         std::string const file = "m." + extension, table = "m.series/m.frames.csv";
         SetUp();
         std::string rows = SeriesFiles::TableHead();

@@ -2,6 +2,7 @@
 #include "avicount.h"
 #include "commands.h"
 #include "console.h"
+#include "hdf5count.h"
 
 #include "framememory.h"
 
@@ -224,7 +225,7 @@ private:
         if (m_movieFailure)
             Fail("%s: %s", Shown(file).c_str(),
                  m_movieFailure == ENOENT ? "missing" : SeriesFailureText(m_movieFailure).c_str());
-        if (!m_movieFailure && !file.ends_with(".avi")) {
+        if (!m_movieFailure && !file.ends_with(".avi") && !file.ends_with(".h5")) {
             m_movieFailure = m_movie.Open(m_reader.Above() + '/' + m_reader.PathInside(file));
             if (m_movieFailure)
                 Fail("%s: %s", Shown(file).c_str(), FrameFailureText(m_movieFailure).c_str());
@@ -248,13 +249,18 @@ private:
             Fail("frame %" PRIu64 ": %s", row.number, FrameFailureText(failure).c_str());
     }
 
+    static std::int64_t CountFrames(std::string const &movie)
+    {
+        return movie.ends_with(".h5") ? CountHdf5Frames(movie) : CountAviFrames(movie);
+    }
+
     void CheckMovie()
     {
         if (m_movieFailure || m_rows == 0)
             return;
         std::int64_t frames = std::int64_t(m_movie.Frames().size());
         if (!m_movie.IsMovie())
-            frames = CountAviFrames(m_reader.Above() + '/' + m_reader.PathInside(m_summary.firstFile));
+            frames = CountFrames(m_reader.Above() + '/' + m_reader.PathInside(m_summary.firstFile));
         else if (!m_movie.IsComplete() || m_movie.LostBytes() > 0)
             Fail("the movie was cut off or is damaged");
         if (frames < 0)
@@ -290,7 +296,7 @@ private:
     bool m_headerDiffers = false;
     std::vector<std::size_t> m_listed; // hashes of paths: of many frames, eight bytes each
     std::set<std::string> m_patterns, m_folders;
-    FrameFileReader m_movie; // unless it is an AVI
+    FrameFileReader m_movie; // unless it is one of others' formats
     int m_movieFailure = 0;
     FrameMemory<std::uint8_t> m_memory;
 };

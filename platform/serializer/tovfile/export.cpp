@@ -1,6 +1,6 @@
 #include "commands.h"
 #include "console.h"
-#include "exportsink.h"
+#include "exportformats.h"
 
 #include "framememory.h"
 

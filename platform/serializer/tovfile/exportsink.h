@@ -1,7 +1,8 @@
-// Where exported frames go. A further format derives from ExportSink and joins the table in exportsink.cpp.
+// Where exported frames go.
 #pragma once
 
 #include "framesource.h"
+#include "tovimage.h"
 
 #include <cstdint>
 #include <memory>
@@ -11,7 +12,7 @@
 struct ExportTarget
 {
     std::string folder;
-    std::string format;        // one that IsExportFormat knows
+    std::string format;        // one of those in exportformats.cpp
     std::string stem;          // of a file that takes all frames
     std::string codec;         // empty: the format's first one
     int quality = 0;           // in percent; 0: the serializer's
@@ -42,9 +43,16 @@ protected:
     std::string m_problem;
 };
 
-bool IsExportFormat(std::string const &format);
-// Null, with `problem`, for what no frame could be written to.
-std::unique_ptr<ExportSink> MakeExportSink(ExportTarget const &target, std::string &problem);
+// Whether the lines have the bytes of such pixels, of a type that we know.
+inline bool HasKnownLines(SeriesFiles::RawShape const &shape)
+{
+    return TovLineBytes(shape.pixelType, shape.width) == shape.lineBytes;
+}
 
 // Bytes of memory for a frame: its lines and the room that conversions want behind them.
-std::uint64_t FrameRoom(SeriesFiles::RawShape const &shape);
+inline std::uint64_t FrameRoom(SeriesFiles::RawShape const &shape)
+{
+    std::size_t const room =
+        HasKnownLines(shape) ? TovFrameMemorySize(shape.pixelType, {shape.width, shape.height}) : 0;
+    return room ? room : shape.lineBytes * shape.height;
+}

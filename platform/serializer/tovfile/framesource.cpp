@@ -267,7 +267,8 @@ std::unique_ptr<FrameSource> MakeFrameSource(Recording &recording, std::string &
         problem = FrameFailureText(source->Open(reader.Above() + '/' + inside));
     if (problem.empty())
         return source;
-    problem = inside.ends_with(".avi") ? "the frames of an AVI file are for other programs to read"
-                                       : Shown(summary.firstFile) + ": " + problem;
+    problem = inside.ends_with(".avi")  ? "the frames of an AVI file are for other programs to read"
+              : inside.ends_with(".h5") ? "the frames of an HDF5 file are for other programs to read"
+                                        : Shown(summary.firstFile) + ": " + problem;
     return nullptr;
 }

@@ -1,6 +1,6 @@
 #include "options.h"
 
-#include "exportsink.h"
+#include "exportformats.h"
 
 #include <charconv>
 #include <cmath>

@@ -1,9 +1,7 @@
-#include "exportsink.h"
+#include "serializersinks.h"
 
-#include "hdf5sink.h"
 #include "tovserializer.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -25,15 +23,10 @@ struct SerializerDeleter
     }
 };
 
-bool IsKnown(SeriesFiles::RawShape const &shape)
-{
-    return TovLineBytes(shape.pixelType, shape.width) == shape.lineBytes;
-}
-
 // Frames of a type that we do not know are bytes, lines of them.
 _TovImage *MakeHeader(SeriesFiles::RawShape const &shape, bool bytesAlone, std::uint8_t *pixels)
 {
-    bool const known = !bytesAlone && IsKnown(shape);
+    bool const known = !bytesAlone && HasKnownLines(shape);
     if ((!known && !bytesAlone) || shape.lineBytes > UINT32_MAX)
         return nullptr;
     TovImageSize const size{known ? shape.width : std::uint32_t(shape.lineBytes), shape.height};
@@ -179,47 +172,19 @@ struct AviSink : MovieSink
     }
 };
 
-template<class Sink>
-std::unique_ptr<ExportSink> Make(ExportTarget const &target, std::string &)
-{
-    return std::make_unique<Sink>(target);
-}
-std::unique_ptr<ExportSink> MakeAvi(ExportTarget const &target, std::string &problem)
-{
-    return std::make_unique<AviSink>(target, problem);
-}
-
-constexpr struct
-{
-    char const *format;
-    std::unique_ptr<ExportSink> (*make)(ExportTarget const &target, std::string &problem);
-} Formats[] = {
-    {"png", Make<ImageSink>}, {"tif", Make<ImageSink>}, {"raw", Make<ImageSink>},
-    {"avi", MakeAvi},         {"tvm", Make<MovieSink>}, {"h5", MakeHdf5Sink},
-};
-
 } // namespace
 
-bool IsExportFormat(std::string const &format)
+std::unique_ptr<ExportSink> MakeImageSink(ExportTarget const &target, std::string &)
 {
-    return std::any_of(std::begin(Formats), std::end(Formats),
-                       [&](auto const &entry) { return format == entry.format; });
+    return std::make_unique<ImageSink>(target);
 }
 
-std::unique_ptr<ExportSink> MakeExportSink(ExportTarget const &target, std::string &problem)
+std::unique_ptr<ExportSink> MakeMovieSink(ExportTarget const &target, std::string &)
 {
-    for (auto const &entry : Formats) {
-        if (target.format != entry.format)
-            continue;
-        std::unique_ptr<ExportSink> sink = entry.make(target, problem);
-        return problem.empty() ? std::move(sink) : nullptr;
-    }
-    return nullptr;
+    return std::make_unique<MovieSink>(target);
 }
 
-std::uint64_t FrameRoom(SeriesFiles::RawShape const &shape)
+std::unique_ptr<ExportSink> MakeAviSink(ExportTarget const &target, std::string &problem)
 {
-    if (std::size_t const bytes = IsKnown(shape) ? TovFrameMemorySize(shape.pixelType, {shape.width, shape.height}) : 0)
-        return bytes;
-    return shape.lineBytes * shape.height;
+    return std::make_unique<AviSink>(target, problem);
 }
