@@ -280,6 +280,7 @@ void CapturePanelImpl::FileFormatChanged(int n)
                                 static_cast<QLayout *>(filesLayout)})
         part->invalidate();
     groupBox_3->updateGeometry();
+    Arrange(); // some formats need more room than others
 }
 
 void CapturePanelImpl::CompressorChanged(int sel)
@@ -364,10 +365,15 @@ void CapturePanelImpl::FolderSelect()
         m_writer->SetParamString("FilePath", path.toLocal8Bit().constData());
 }
 
-// Side by side where there is room for it, as at the bottom of the window; below each other in a narrow place.
 void CapturePanelImpl::resizeEvent(QResizeEvent *event)
 {
     PlayerPanel::resizeEvent(event);
+    Arrange();
+}
+
+// Side by side where there is room for it, as at the bottom of the window; below each other in a narrow place.
+void CapturePanelImpl::Arrange()
+{
     bool const wide = width() >= SizeSideBySide().width();
     groupsLayout->setDirection(wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
 }

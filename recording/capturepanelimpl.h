@@ -58,6 +58,7 @@ private:
     void BuildNameMenu();
     void SetUpForm();
     void TakeFps();       // what was typed
+    void Arrange();       // the groups
     void ShowRecording(); // marks losses by colours and tooltips
     // Runs an action of the host, and then updates the buttons.
     void Ask(void (PanelHost::*action)());
