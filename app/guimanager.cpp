@@ -71,6 +71,11 @@ Session *GuiManager::GetSession() const
     return m_session;
 }
 
+bool GuiManager::WantsFurtherFormats() const
+{
+    return m_window->GetGlobalSettings()->value(QStringLiteral("Recording/FurtherFormats"), false).toBool();
+}
+
 bool GuiManager::TakeSystem()
 {
     if (!m_system)

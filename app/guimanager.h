@@ -47,6 +47,7 @@ public:
     void ConnectAndRunAutoEvaluation();
     // The current session, null when no camera is open.
     Session *GetSession() const override;
+    bool WantsFurtherFormats() const override;
     // Modal; a nonzero code is appended to the text.
     void DisplayError(QString const &text, unsigned int code);
 

@@ -29,6 +29,11 @@ public:
     virtual void startStopCapture() = 0;
     virtual void snapNextImage() = 0;
     virtual void captureOptionsDlg() = 0;
+    // Whether the capture panel offers all formats, or the first one alone.
+    virtual bool WantsFurtherFormats() const
+    {
+        return false;
+    }
 
 protected:
     ~PanelHost() = default;

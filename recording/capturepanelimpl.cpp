@@ -1,5 +1,6 @@
 #include "capturepanelimpl.h"
 
+#include "furtherformats.h"
 #include "imagewriter.h"
 #include "numbertext.h"
 #include "panelhost.h"
@@ -27,8 +28,7 @@ constexpr QRgb Failing = qRgb(255, 190, 185);
 constexpr QRgb NotWhole = qRgb(255, 232, 160);
 char const PlainTip[] = "plainTip"; // property of a widget: its tooltip while there is nothing to add
 
-// Adds to the widget's tooltip, and gives its field a colour, or neither.
-void Mark(QWidget *widget, QString const &text, QRgb colour)
+void AddToTip(QWidget *widget, QString const &text)
 {
     if (!widget->property(PlainTip).isValid())
         widget->setProperty(PlainTip, widget->toolTip());
@@ -36,6 +36,12 @@ void Mark(QWidget *widget, QString const &text, QRgb colour)
     widget->setToolTip(
         text.isEmpty() ? plain : QStringLiteral("<p>%1</p><p>%2</p>").arg(plain.toHtmlEscaped(), text.toHtmlEscaped()));
     widget->setAccessibleDescription(text);
+}
+
+// Adds to the widget's tooltip, and gives its field a colour, or neither.
+void Mark(QWidget *widget, QString const &text, QRgb colour)
+{
+    AddToTip(widget, text);
     QPalette palette; // of nothing but what differs
     if (!text.isEmpty()) {
         palette.setColor(QPalette::Base, colour);
@@ -70,7 +76,8 @@ QString const CapturePanelImpl::kAddImageTimestamp =
 
 CapturePanelImpl::CapturePanelImpl(QMainWindow *window, PanelHost *host)
     : PlayerPanel(window, QStringLiteral("actionCapture"), Period),
-      m_host(host)
+      m_host(host),
+      m_furtherFormats(host->WantsFurtherFormats())
 {
     setupUi(this);
     SetUpForm();
@@ -87,6 +94,9 @@ CapturePanelImpl::CapturePanelImpl(QMainWindow *window, PanelHost *host)
     connect(btnCompressorOptions, &QToolButton::clicked, this, &CapturePanelImpl::ShowCompressorOptions);
     connect(btnFileName, &QToolButton::clicked, this, &CapturePanelImpl::ShowNameTemplatesMenu);
     connect(btnMovieTemplate, &QToolButton::clicked, this, &CapturePanelImpl::ShowNameTemplatesMenu);
+
+    if (m_furtherFormats)
+        connect(edFPS, &QLineEdit::editingFinished, this, &CapturePanelImpl::TakeFps);
 
     TakeComponents(host->GetSession());
     FillFormats();
@@ -119,10 +129,17 @@ void CapturePanelImpl::TakeComponents(Session *session)
     m_grabber = session->GetGrabber();
 }
 
-// The writer knows more formats than this list offers. A stored format that is not offered gives way to the first one.
+// As delivered, the list has its first item alone. A stored format that is not offered gives way to that one.
 void CapturePanelImpl::FillFormats()
 {
     cbFileFormat->addItem(tr("RAW File"), qlonglong{ImageWriter::FormatRaw});
+    if (m_furtherFormats) {
+        cbFileFormat->setItemData(0, RawFormatTip(), Qt::ToolTipRole);
+        for (OfferedFormat const &offered : FurtherFormats()) {
+            cbFileFormat->addItem(offered.caption, qlonglong{offered.format});
+            cbFileFormat->setItemData(cbFileFormat->count() - 1, offered.tip, Qt::ToolTipRole);
+        }
+    }
     long format = ImageWriter::FormatRaw;
     m_writer->GetParamInt("FileFormat", &format);
     int const index = std::max(cbFileFormat->findData(qlonglong{format}), 0);
@@ -130,17 +147,25 @@ void CapturePanelImpl::FillFormats()
     FileFormatChanged(index);
 }
 
-// The serializer is asked only for the length of its list: whatever is in it, this one compressor is offered.
+// As delivered, the serializer is asked only for the length of its list: whatever is in it, one compressor is offered.
 void CapturePanelImpl::FillCompressors()
 {
+    QString names = QStringLiteral("Uncompressed");
     if (m_serializer) {
         char nothing = 0;
         unsigned int length = 0;
         m_serializer->GetParamString("movie.compressors", &nothing, &length);
+        std::vector<char> list(length + 1);
+        if (m_furtherFormats && TovSucceeded(m_serializer->GetParamString("movie.compressors", list.data(), &length)) &&
+            list[0])
+            names = QString::fromUtf8(list.data());
     }
-    m_compressors = QStringLiteral("Uncompressed").split(QLatin1Char('|'), Qt::KeepEmptyParts);
-    for (int i = 0; i < m_compressors.size(); ++i)
+    m_compressors = names.split(QLatin1Char('|'), Qt::KeepEmptyParts);
+    for (int i = 0; i < m_compressors.size(); ++i) {
         cbCompressor->addItem(m_compressors[i], i);
+        if (m_furtherFormats)
+            cbCompressor->setItemData(i, CompressorTip(m_compressors[i]), Qt::ToolTipRole);
+    }
     CompressorChanged(0);
 }
 
@@ -163,7 +188,7 @@ void CapturePanelImpl::SetCurrentSession(Session *session)
     UpdateAll();
 }
 
-// "NormalizedTiff" has no link: its box changes nothing.
+// As delivered, "NormalizedTiff" has no link: its box is never seen.
 void CapturePanelImpl::SetupCtlParams()
 {
     AddIntegerEdit(edBuferQueueSize, "QueueSize", nullptr, m_grabber);
@@ -177,6 +202,8 @@ void CapturePanelImpl::SetupCtlParams()
     AddStringEdit(edFileName, "ImageName", m_writer);
     AddStringEdit(edMovieFileName, "MovieName", m_writer);
     AddStringEdit(edFolderName, "FilePath", m_writer);
+    if (m_furtherFormats)
+        AddBoolCheckBox(chNormalizedTif, "NormalizedTiff", m_writer);
 }
 
 void CapturePanelImpl::UpdateAll()
@@ -187,6 +214,8 @@ void CapturePanelImpl::UpdateAll()
     btnSnap->setEnabled(PanelHost::IsActionEnabled(QStringLiteral("actionSnap"), state));
     btnCaptOptions->setEnabled(false); // in every state: there are no options yet
     btnRecord->setChecked(state == SessionStateCapturing);
+    if (m_furtherFormats)
+        cbFileFormat->setEnabled(state != SessionStateCapturing); // a recording has one format
     ShowRecording();
 }
 
@@ -238,6 +267,7 @@ bool CapturePanelImpl::IsMovie() const
 void CapturePanelImpl::FileFormatChanged(int n)
 {
     m_fileFormat = cbFileFormat->itemData(n).toLongLong();
+    AddToTip(cbFileFormat, cbFileFormat->itemData(n, Qt::ToolTipRole).toString());
     ShowAll({imageFileNameWidget}, !IsMovie());
     ShowAll({movieFileNameWidget}, IsMovie());
     m_writer->SetParamInt("FileFormat", static_cast<long>(m_fileFormat));
@@ -250,11 +280,13 @@ void CapturePanelImpl::FileFormatChanged(int n)
                                 static_cast<QLayout *>(filesLayout)})
         part->invalidate();
     groupBox_3->updateGeometry();
+    Arrange(); // some formats need more room than others
 }
 
 void CapturePanelImpl::CompressorChanged(int sel)
 {
     int const index = cbCompressor->itemData(sel).toInt();
+    AddToTip(cbCompressor, cbCompressor->itemData(sel, Qt::ToolTipRole).toString());
     long options = 0;
     if (m_serializer && index >= 0 && index < m_compressors.size()) {
         m_serializer->SetParamString("movie.compressor", m_compressors[index].toUtf8().constData());
@@ -272,6 +304,17 @@ void CapturePanelImpl::GetFpsFromCamera()
     double fps = UnknownFps;
     m_grabber->GetParamFloat("FpsInst", &fps);
     m_writer->SetParamFloat("MovieFPS", std::max(fps, LeastFps));
+}
+
+// The field's link alone does not reach the parameter. This runs before the link, which takes the field for read. What
+// was not typed stays: the field shows one decimal of it.
+void CapturePanelImpl::TakeFps()
+{
+    bool isNumber = false;
+    double const fps = edFPS->text().toDouble(&isNumber);
+    if (edFPS->isModified() && isNumber)
+        m_writer->SetParamFloat("MovieFPS", fps);
+    UpdateFromComponentAsync(QStringLiteral("MovieFPS"));
 }
 
 // Beside the button of the image's name, for the movie's as well.
@@ -322,10 +365,15 @@ void CapturePanelImpl::FolderSelect()
         m_writer->SetParamString("FilePath", path.toLocal8Bit().constData());
 }
 
-// Side by side where there is room for it, as at the bottom of the window; below each other in a narrow place.
 void CapturePanelImpl::resizeEvent(QResizeEvent *event)
 {
     PlayerPanel::resizeEvent(event);
+    Arrange();
+}
+
+// Side by side where there is room for it, as at the bottom of the window; below each other in a narrow place.
+void CapturePanelImpl::Arrange()
+{
     bool const wide = width() >= SizeSideBySide().width();
     groupsLayout->setDirection(wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
 }

@@ -1,6 +1,6 @@
 // What the operator records with: snap and record, the counters of the recording, where its files go and what they are
 // called, and their format. It records nothing by itself: its widgets show parameters of the writer and of the grabbing
-// FIFO, and its buttons are the host's. GUI thread only.
+// FIFO, and its buttons are the host's, which also says whether there is a choice of formats. GUI thread only.
 #pragma once
 
 #include "playerpanel.h"
@@ -57,6 +57,8 @@ private:
     void FillCompressors();
     void BuildNameMenu();
     void SetUpForm();
+    void TakeFps();       // what was typed
+    void Arrange();       // the groups
     void ShowRecording(); // marks losses by colours and tooltips
     // Runs an action of the host, and then updates the buttons.
     void Ask(void (PanelHost::*action)());
@@ -64,6 +66,7 @@ private:
 
     std::int64_t m_fileFormat = 0;
     PanelHost *m_host;
+    bool m_furtherFormats; // the list has more than its first one
     TovComponent *m_writer = nullptr;
     RecordingReport *m_report = nullptr;  // the writer's
     TovComponent *m_serializer = nullptr; // null when there is none
