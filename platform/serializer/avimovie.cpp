@@ -80,7 +80,7 @@ public:
         av_opt_set_int(m_format->priv_data, "reserve_index_space", 64 * 1024, 0);
         int const status = avformat_write_header(m_format, nullptr);
         avio_flush(m_io);
-        int const error = m_error ? m_error : status < 0 ? ErrnoOf(status) : SetRate(*stream);
+        int const error = m_error ? m_error : status < 0 ? ErrnoOf(status) : CorrectHead(*stream);
         if (error) {
             m_file.Abandon();
             return error;
@@ -164,12 +164,8 @@ private:
     static int WriteBytes(void *self, Bytes bytes, int size)
     {
         auto *movie = static_cast<AviMovie *>(self);
-        if (!movie->m_headerWritten && movie->m_rateAt == 0) {
-            constexpr std::size_t Rate = 28; // of the tag to the rate's two numbers
-            std::string_view const text(reinterpret_cast<char const *>(bytes), std::size_t(size));
-            if (std::size_t const at = text.find("strh"); at != std::string_view::npos)
-                movie->m_rateAt = movie->m_position + at + Rate;
-        }
+        if (!movie->m_headerWritten)
+            movie->FindInHead({reinterpret_cast<char const *>(bytes), std::size_t(size)});
         if (!movie->m_error)
             movie->m_error = movie->m_file.WriteAt(movie->m_position, bytes, std::size_t(size));
         if (movie->m_error)
@@ -199,17 +195,38 @@ private:
         return offset;
     }
 
-    // libavformat declares every rate above 1000 as 600, which is not what the container can hold.
-    int SetRate(AVStream const &stream)
+    void FindInHead(std::string_view bytes)
     {
-        if (av_cmp_q(stream.time_base, m_timeBase) == 0)
-            return 0;
-        if (m_rateAt == 0)
+        // From the tags to the first of the numbers.
+        constexpr std::size_t Main = 8, Rate = 28;
+        if (std::size_t const at = bytes.find("avih"); m_mainAt == 0 && at != bytes.npos)
+            m_mainAt = m_position + at + Main;
+        if (std::size_t const at = bytes.find("strh"); m_rateAt == 0 && at != bytes.npos)
+            m_rateAt = m_position + at + Rate;
+    }
+
+    int SetInHead(std::uint64_t position, std::uint32_t number)
+    {
+        std::array<std::uint8_t, 4> bytes{};
+        AV_WL32(bytes.data(), number);
+        return m_file.WriteAt(position, bytes.data(), bytes.size());
+    }
+
+    // libavformat declares every rate above 1000 as 600, which is not what the container can hold, and cuts the upper
+    // bits off microseconds between frames that do not fit: 0 leaves them to the rate.
+    int CorrectHead(AVStream const &stream)
+    {
+        if (m_rateAt == 0 || m_mainAt == 0)
             return NoRate;
-        std::array<std::uint8_t, 8> bytes{};
-        AV_WL32(bytes.data(), m_timeBase.num);
-        AV_WL32(bytes.data() + 4, m_timeBase.den);
-        return m_file.WriteAt(m_rateAt, bytes.data(), bytes.size());
+        int error = 0;
+        if (av_cmp_q(stream.time_base, m_timeBase) != 0) {
+            error = SetInHead(m_rateAt, std::uint32_t(m_timeBase.num));
+            if (!error)
+                error = SetInHead(m_rateAt + 4, std::uint32_t(m_timeBase.den));
+        }
+        if (!error && av_rescale(1'000'000, m_timeBase.num, m_timeBase.den) >= UINT32_MAX)
+            error = SetInHead(m_mainAt, 0);
+        return error;
     }
 
     void CutTo(std::uint64_t size)
@@ -281,6 +298,21 @@ private:
         return m_error;
     }
 
+    int WriteChunk(AVPacket &packet)
+    {
+        constexpr std::int64_t ChunkHead = 8, Padding = 1, Total = 16;
+        std::int64_t const end = avio_tell(m_io) + ChunkHead + packet.size + Padding;
+        int const status = av_write_frame(m_format, &packet);
+        if (m_error || status < 0)
+            return m_error ? m_error : ErrnoOf(status);
+        if (m_firstPart || avio_tell(m_io) <= end)
+            return 0;
+        // More than the frame was written, so that a further part begins with it. The head is to tell the frames of the
+        // first one; libavformat has counted this one in.
+        m_firstPart = true;
+        return SetInHead(m_mainAt + Total, std::uint32_t(m_readable));
+    }
+
     // A frame on the direct road: its pixels begin at a page and need not be copied, and what follows fills one, so
     // that all of it is written when this returns.
     int WriteAligned(AVPacket &packet)
@@ -288,9 +320,8 @@ private:
         constexpr std::uint64_t ChunkHead = 8;
         if (int const error = WritePadding(ChunkHead))
             return error;
-        int const status = av_write_frame(m_format, &packet);
-        if (status < 0)
-            return m_error ? m_error : ErrnoOf(status);
+        if (int const error = WriteChunk(packet))
+            return error;
         if (int const error = WritePadding(0))
             return error;
         avio_flush(m_io);
@@ -318,9 +349,10 @@ private:
         if (m_direct) {
             error = WriteAligned(packet);
         } else {
-            int const status = av_write_frame(m_format, &packet);
+            error = WriteChunk(packet);
             avio_flush(m_io);
-            error = m_error ? m_error : ErrnoOf(status);
+            if (!error)
+                error = m_error;
         }
         if (error) {
             m_error = m_failure = error; // libavformat has taken the frame into its index: nothing more is asked of it
@@ -334,12 +366,14 @@ private:
     Compressor const &m_compressor;
     int const m_jpegQuality;
     std::uint64_t m_position = 0; // where libavformat writes next
-    std::uint64_t m_rateAt = 0;   // where the head has the rate
+    std::uint64_t m_mainAt = 0;   // where the head has what holds for the whole movie
+    std::uint64_t m_rateAt = 0;   // where it has the rate
     int m_error = 0;              // of the file; nothing is written after it
     int m_failure = 0;            // no frame is taken after it
     bool m_uncut = false;         // something is left after the last whole frame
     bool m_direct = false;
     bool m_headerWritten = false;
+    bool m_firstPart = false; // is complete
     AVRational m_timeBase{1, 1};
     AVFormatContext *m_format = nullptr;
     AVIOContext *m_io = nullptr;

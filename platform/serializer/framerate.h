@@ -8,6 +8,6 @@ struct FrameRate
     int scale;
 };
 
-// The fraction nearest to `fps`, neither part 0 or above 1,001,000. Rates outside 1e-6 to 1e6 become the nearest of
-// these.
+// A fraction that differs from `fps` by at most 1e-8 of it, in small numbers where they do; neither part is 0. Rates
+// outside 1e-6 to 1e6 become the nearest of these.
 FrameRate ToFrameRate(double fps);

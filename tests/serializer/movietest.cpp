@@ -2,6 +2,7 @@
 #include "params.h"
 #include "serializerfixture.h"
 
+#include <cmath>
 #include <csignal>
 #include <tuple>
 
@@ -104,22 +105,39 @@ TEST_F(MovieTest, PlaysAtTheRateAskedFor)
     for (auto const &[fps, rate] : {std::pair(30.0, "30/1"),
                                     {29.97, "2997/100"},
                                     {30000.0 / 1001, "30000/1001"},
+                                    {30.00001, "3000001/100000"},
                                     {0.1, "1/10"},
-                                    {1000, "1000/1"},
+                                    {0.00024, "3/12500"},
+                                    {0.00023, "23/100000"},
+                                    {1e-6, "1/1000000"},
                                     {1500, "1500/1"},
-                                    {1e6, "1000000/1"},
-                                    {12.5, "25/2"}}) {
-        for (char const *compressor : {"Uncompressed", "MJPEG", "FFV1"}) {
+                                    {65536.5, "131073/2"},
+                                    {123456.789, "123456789/1000"},
+                                    {1e6, "1000000/1"}}) {
+        for (char const *compressor : {"Uncompressed", "MJPEG", "FFV1", "H.264"}) {
             Choose(compressor);
             Record(Path("m.avi"), TV_PIXEL_MONO8, TV_PIXEL_MONO8, {32, 32}, 5, fps);
-            EXPECT_EQ(Probe(Path("m.avi"), "r_frame_rate,nb_read_frames"), std::string(rate) + "5") << compressor;
+            EXPECT_EQ(Probe(Path("m.avi"), "avg_frame_rate,nb_read_frames"), std::string(rate) + "5") << compressor;
+            std::uint32_t interval; // of the main head, in microseconds, for readers that go by it
+            std::memcpy(&interval, ReadFile(Path("m.avi")).data() + 32, sizeof interval);
+            EXPECT_EQ(interval, 1e6 / fps < UINT32_MAX ? std::uint32_t(1e6 / fps + 1e-6) : 0) << fps;
             fs::remove(Path("m.avi"));
         }
     }
     EXPECT_EQ(ParamText(serializer->GetComponent(), "movie.compressors"), "Uncompressed|MJPEG|FFV1|H.264");
+}
+
+TEST_F(MovieTest, RefusesRatesThatItCannotHold)
+{
     Picture const picture(TV_PIXEL_MONO8, 32, 32);
-    EXPECT_EQ(serializer->StartMovie(picture.Image(), Path("m.avi").c_str(), 2e6), TOV_SERIALIZER_ERR_ARGUMENT);
-    EXPECT_STREQ(serializer->GetLastFailure(), "A movie cannot have 2e+06 frames a second");
+    for (char const *name : {"m.avi", "m.tvm", "m.h5"}) {
+        for (double const fps : {2e6, 1000001.0, 9e-7, 0.0, -25.0, double(INFINITY), double(NAN)}) {
+            EXPECT_EQ(serializer->StartMovie(picture.Image(), Path(name).c_str(), fps), TOV_SERIALIZER_ERR_ARGUMENT);
+            EXPECT_EQ(std::string(serializer->GetLastFailure()).rfind("A movie cannot have ", 0), 0) << fps;
+        }
+    }
+    EXPECT_STREQ(serializer->GetLastFailure(), "A movie cannot have nan frames a second");
+    EXPECT_EQ(Files(folder), 0);
 }
 
 // The child kills itself with as many frames as it says are readable, which are all it was given.
