@@ -183,6 +183,7 @@ QString RecordingReport::GetFailures() const
 std::vector<std::pair<QString, std::int64_t>> RecordingReport::GetReasons() const
 {
     std::vector<std::pair<QString, std::int64_t>> reasons;
+    reasons.reserve(m_failures.size());
     for (auto const &[failure, frames] : m_failures)
         reasons.emplace_back(failure.reason, frames);
     return reasons;
