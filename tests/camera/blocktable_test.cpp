@@ -50,7 +50,7 @@ protected:
         unused = {};
         for (auto &buffer : memory)
             unused.push_back(buffer.data());
-        table.Begin({Payload, PacketSize, buffers, Camera, 0, 0, resends});
+        table.Begin({Payload, PacketSize, buffers, Camera, 0, 0, resends, 3ms});
     }
     bool TakeBuffer(BlockBuffer &buffer) override
     {
@@ -213,7 +213,7 @@ TEST_F(BlockTableTest, AsksAgainWithPausesAndGivesUp)
     ASSERT_EQ(times.size(), BlockTable::MostTries);
     EXPECT_EQ(times[0] - begin, BlockTable::GapPatience);
     for (std::size_t i = 1; i < times.size(); ++i)
-        EXPECT_EQ(times[i] - times[i - 1], BlockTable::AnswerPatience * (1 << (i - 1)));
+        EXPECT_EQ(times[i] - times[i - 1], 3ms + BlockTable::AnswerPatience * (1 << (i - 1)));
     EXPECT_EQ(std::tuple(statistics.incomplete.Get(), statistics.missing.Get(), statistics.asked.Get()),
               std::tuple(1u, 2u, 2u * BlockTable::MostTries));
     EXPECT_EQ(missingBytes, 2 * StandardData);

@@ -1,5 +1,6 @@
 // Datagrams through a real socket and a real packet ring, in every order that confuses where their payloads land. Runs
 // in a network namespace of its own.
+#include "gige/gatherpause.h"
 #include "gige/receiver.h"
 #include "gige/ringsource.h"
 #include "protocol/socketaddress.h"
@@ -415,6 +416,33 @@ TEST_P(ReceiverTest, AnotherSourceTakesTheSocketsPlace)
     receiver.SetSource(std::move(silent));
     Start();
     EXPECT_TRUE(sendUntilHeard());
+}
+
+// What is left to gather has room in the socket, at whatever pace, and after whichever pace the burst begins.
+TEST(GatherPauseTest, WhatGathersHasRoom)
+{
+    constexpr double Burst = 1.25; // bytes a nanosecond
+    for (double const room : {425984., 2e6, 8.4e6, 67e6}) {
+        for (double const pace : {0.001, 0.125, 1.25, 5., 12.}) {
+            GatherPause gather(static_cast<std::size_t>(room));
+            GatherPause::Time now{1h};
+            std::chrono::nanoseconds pause{}, longest{};
+            for (int i = 0; i < 2000; ++i) {
+                auto const slept = std::max<std::chrono::nanoseconds>(pause, 20us);
+                now += slept;
+                pause = gather.Next(static_cast<std::size_t>(pace * static_cast<double>(slept.count())), now);
+                longest = std::max(longest, pause);
+            }
+            EXPECT_LE(2 * pace * static_cast<double>(longest.count()), room * 0.34) << room << " at " << pace;
+            EXPECT_LE(2 * Burst * static_cast<double>(longest.count()), room * 0.63) << room << " at " << pace;
+            if (room > 8e6 && pace < 0.2) {
+                EXPECT_EQ(pause, 2ms);
+            }
+            EXPECT_EQ(longest == 0ns, room < 1e6 || room / (6 * pace) < 250e3) << room << " at " << pace;
+            now += 1s; // a pause of the camera says nothing of its pace
+            EXPECT_EQ(gather.Next(static_cast<std::size_t>(1e6), now), pause);
+        }
+    }
 }
 
 } // namespace

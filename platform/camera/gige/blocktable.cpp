@@ -562,7 +562,7 @@ bool BlockTable::AskAgain(Frame &frame, Time now)
                 } else if (Request(frame, id)) {
                     ++frame.asked;
                     m_statistics.asked.Add();
-                    state.due = now + AnswerPatience * (1 << state.tries++);
+                    state.due = now + m_layout.delay + AnswerPatience * (1 << state.tries++);
                 } else {
                     m_due = std::min(m_due, state.due);
                     return true; // the rest is for the next poll

@@ -37,7 +37,8 @@ struct BlockLayout
     std::uint32_t address = 0;    // of the camera, in the computer's byte order
     std::uint16_t port = 0;       // where it sends from; 0: not known
     std::uint16_t channel = 0;
-    bool resends = true; // the camera sends packets again
+    bool resends = true;                // the camera sends packets again
+    std::chrono::milliseconds delay{0}; // at most, of packets on their way through this computer
 };
 
 class BlockTable

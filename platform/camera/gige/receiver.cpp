@@ -30,12 +30,7 @@ constexpr auto LookPeriod = 20ms;             // at what is not the camera's pac
 constexpr auto SourcePatience = 100ms;
 constexpr int MostPolls = 4;          // in a row: requests must not keep from reading
 constexpr std::uint32_t Unheard = 16; // datagrams that a source should have shown
-// To be woken costs as much as several packets do: what trickles in is left to gather, for as long as a good third of
-// the room holds at 10 Gbit/s, where the system counts a packet twice.
-constexpr std::chrono::microseconds LeastGather = 250us, MostGather = 1ms;
-constexpr std::chrono::nanoseconds::rep GatherShare = 8; // bytes of room for a nanosecond
-constexpr std::size_t GatherLimit = 8;                   // where so much of the room has just been read, no pause
-constexpr std::size_t Slack = 64; // a datagram that is longer than announced by more is told by its cut
+constexpr std::size_t Slack = 64;     // a datagram that is longer than announced by more is told by its cut
 
 void SetOption(int socket, int option, int value)
 {
@@ -504,10 +499,7 @@ bool Receiver::Open(std::size_t room)
         SetOption(m_socket, SO_RCVBUF, bytes);
     SetOption(m_socket, SO_RXQ_OVFL, 1);
     SetOption(m_socket, SO_TIMESTAMPNS, 1);
-    int const granted = GetOption(m_socket, SO_RCVBUF);
-    std::chrono::nanoseconds const gather(granted / GatherShare);
-    m_gather = std::min<std::chrono::nanoseconds>(gather, MostGather);
-    m_gatherBytes = gather < LeastGather ? 0 : static_cast<std::size_t>(granted) / GatherLimit;
+    m_gather = GatherPause(static_cast<std::size_t>(GetOption(m_socket, SO_RCVBUF)));
     m_strangers.Open(m_socket, m_control.GetCameraAddress());
     return true;
 }
@@ -565,7 +557,10 @@ void Receiver::Start(BlockLayout const &layout)
     if (m_socket < 0)
         throw std::system_error(ENOTCONN, std::generic_category());
     Stop();
-    m_table.Begin(layout);
+    BlockLayout begun = layout;
+    if (m_usesSource)
+        begun.delay = m_source->GetDelay();
+    m_table.Begin(begun);
     m_batch = std::make_unique<Batch>(std::clamp<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket, 0xFFFF));
     m_camera = layout.address;
     JoinTrains(!m_usesSource); // not before: test packets come one by one
@@ -731,10 +726,12 @@ void Receiver::HandOver()
 
 void Receiver::Wait(BlockTable::Time now)
 {
-    std::size_t const read = std::exchange(m_readBytes, 0);
-    if (read > 0 && read < m_gatherBytes) {
-        std::this_thread::sleep_for(m_gather);
-        return;
+    if (std::size_t const read = std::exchange(m_readBytes, 0); read > 0) {
+        std::chrono::nanoseconds const pause = m_gather.Next(read, now);
+        if (pause > pause.zero()) {
+            std::this_thread::sleep_for(pause);
+            return;
+        }
     }
     bool const isLively = m_hasRead || m_hasNews;
     BlockTable::Time until = std::min(m_table.NextDue(), m_nextGreeting);

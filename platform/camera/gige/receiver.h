@@ -9,6 +9,7 @@
 #pragma once
 
 #include "blocktable.h"
+#include "gatherpause.h"
 #include "strangers.h"
 #include "streamcontrol.h"
 #include "streamstatistics.h"
@@ -55,6 +56,11 @@ public:
         std::uint64_t dropped = 0, malformed = 0, fragments = 0;
     };
     virtual Losses GetLosses() = 0;
+    // What packets wait at most until they are shown.
+    virtual std::chrono::milliseconds GetDelay() const
+    {
+        return {};
+    }
 };
 
 class Receiver
@@ -104,8 +110,6 @@ private:
     FrameSink &m_sink;
     StreamStatistics &m_statistics;
     int m_socket = -1, m_wake = -1;
-    std::chrono::nanoseconds m_gather{0}; // there is room for what comes in that time
-    std::size_t m_gatherBytes = 0;        // unless so much comes; 0: there is no room
     std::unique_ptr<DatagramSource> m_source;
 
     // The thread's, while it runs.
@@ -120,6 +124,7 @@ private:
     BlockTable::Time m_nextGreeting, m_nextLook;
     bool m_hasRead = false, m_hasNews = false; // since the last look, and in it or before it
     std::size_t m_readBytes = 0;               // since the last wait
+    GatherPause m_gather;
 
     std::atomic<bool> m_quit{false};
     std::thread m_thread;

@@ -12,7 +12,7 @@ namespace {
 
 // 64 MB, as much as the largest socket: half a second of a link of 1 Gbit/s. A block is handed over when it is full,
 // and after a while: to be woken for one costs as much as some ten packets do, and displays show 30 pictures a second.
-constexpr PacketRingSize RingSize{2 << 20, 32, std::chrono::milliseconds(5)};
+constexpr PacketRingSize RingSize{4 << 20, 16, std::chrono::milliseconds(10)};
 // Frames that are over are delivered in between.
 constexpr std::size_t MostAtOnce = 128;
 constexpr std::chrono::milliseconds BlockPatience{100}; // until a block is handed over, and read
@@ -59,6 +59,10 @@ public:
     Losses GetLosses() override
     {
         return {m_ring->GetDropped(), m_ring->GetMalformed(), m_ring->GetFragments()};
+    }
+    std::chrono::milliseconds GetDelay() const override
+    {
+        return RingSize.delay;
     }
 
 private:
