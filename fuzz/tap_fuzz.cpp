@@ -25,9 +25,10 @@ bool IsOfOther(std::uint8_t const *data, std::size_t size)
     constexpr std::size_t LinkTypeAt = 20;
     if (size < LinkTypeAt + 4)
         return false;
-    unsigned const little = LoadLittle16(data + LinkTypeAt), big = LoadBig16(data + LinkTypeAt + 2);
-    bool const isUsb = UsbFraming::Knows(static_cast<int>(little)) || UsbFraming::Knows(static_cast<int>(big));
-    return isUsb != FUZZ_USB;
+    // In the byte order that the file begins with.
+    bool const isLittle = data[0] == 0xD4 || data[0] == 0x4D;
+    unsigned const type = isLittle ? LoadLittle16(data + LinkTypeAt) : LoadBig16(data + LinkTypeAt + 2);
+    return UsbFraming::Knows(static_cast<int>(type)) != FUZZ_USB;
 }
 
 } // namespace
