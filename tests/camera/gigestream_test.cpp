@@ -4,7 +4,7 @@
 
 #include "wireclients.h"
 
-#include "gige/chunkdata.h"
+#include "chunkdata.h"
 #include "gige/controlchannel.h"
 #include "gige/packetsize.h"
 #include "gige/ringsource.h"
