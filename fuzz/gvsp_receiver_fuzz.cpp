@@ -5,8 +5,8 @@
 // packets of its frame, because no packet has a byte that an untouched buffer has.
 #include "driver.h"
 
+#include "chunkdata.h"
 #include "gige/blocktable.h"
-#include "gige/chunkdata.h"
 
 #include <algorithm>
 #include <cstdio>

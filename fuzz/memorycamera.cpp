@@ -133,3 +133,8 @@ NodeMap &MemoryCamera::GetNodes()
 {
     return *m_nodes;
 }
+
+ArvDevice *MemoryCamera::GetDevice()
+{
+    return m_device;
+}

@@ -16,6 +16,7 @@ public:
     MemoryCamera &operator=(MemoryCamera const &) = delete;
 
     NodeMap &GetNodes();
+    ArvDevice *GetDevice();
     std::vector<std::uint8_t> memory;
     bool isUnsteady = false;    // registers change each time that they are read
     std::uint64_t accesses = 0; // so far

@@ -2,8 +2,12 @@
 #include "driver.h"
 #include "memorycamera.h"
 
+#include "genicam/chunkvalue.h"
 #include "genicam/configuration.h"
+#include "genicam/guardedgenicam.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 // What registers hold decides what formulas, lengths and indices come to: the largest, the smallest, -1, and something
@@ -29,6 +33,21 @@ static void ReadExtremes(MemoryCamera &camera)
     camera.memory = before;
 }
 
+// Each feature as one that comes with the frames, in a chunk of the memory's bytes.
+static void ReadFromChunk(MemoryCamera &camera, char const *name)
+{
+    constexpr std::uint8_t Trailer[] = {0, 0, 0, 0x12, 0, 0, 0, 100}; // the id is the corpus's
+    std::array<std::uint8_t, 108> chunks;
+    std::copy_n(camera.memory.begin(), 100, chunks.begin());
+    std::copy(std::begin(Trailer), std::end(Trailer), chunks.begin() + 100);
+    ArvGc *const genicam = GetGuardedGenicam(camera.GetDevice(), nullptr);
+    std::unique_ptr<ChunkValue> const value = ChunkValue::Make(arv_gc_get_node(genicam, name));
+    for (std::size_t frame = 0; value && frame < 2; ++frame) {
+        value->Read(chunks, std::endian::big);
+        chunks[frame] = 0xff;
+    }
+}
+
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
     MemoryCamera camera(std::string(reinterpret_cast<char const *>(data), size));
@@ -42,6 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
         bool done;
         nodes.ReadFeature(i, &state);
         nodes.IsCommandDone(i, &done);
+        ReadFromChunk(camera, info->name.c_str());
         for (std::vector<std::uint32_t> const *list : {&info->children, &info->selected, &info->dependents}) {
             for (std::uint32_t const other : *list) {
                 if (other >= count)

@@ -50,3 +50,14 @@ inline std::optional<ArvBufferImage> FirstImageOf(ArvBuffer *buffer)
 #endif
     return image;
 }
+
+// Whether a whole buffer is chunks, or ends with some. Before 0.8.23 those behind an image are not told from others.
+inline bool HasChunks(ArvBuffer *buffer)
+{
+#if ARAVIS_CHECK_VERSION(0, 8, 23)
+    return arv_buffer_has_chunks(buffer);
+#else
+    ArvBufferPayloadType const type = arv_buffer_get_payload_type(buffer);
+    return type == ARV_BUFFER_PAYLOAD_TYPE_CHUNK_DATA || type == ARV_BUFFER_PAYLOAD_TYPE_EXTENDED_CHUNK_DATA;
+#endif
+}

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <limits>
 
-std::int32_t ReadStreamFormat(ArvDevice *device, StreamFormat &format)
+std::int32_t ReadStreamFormat(ArvDevice *device, std::endian chunkOrder, StreamFormat &format)
 {
     auto const read = [device](char const *name, std::uint64_t limit, auto &value) {
         ErrorSlot error;
@@ -38,6 +38,7 @@ std::int32_t ReadStreamFormat(ArvDevice *device, StreamFormat &format)
     // Frames that nobody can read are of no use: better to say so than to show nothing.
     if (!format.info || TovLineBytes(format.info->pixelType, shape.width) * shape.height > StreamFrameLimit)
         return TOV_CAM_ERR_GENICAM_OUT_OF_RANGE;
+    format.chunkFacts = ChunkFacts::Find(device, chunkOrder);
     return TOV_CAM_ERR_OK;
 }
 
@@ -57,6 +58,7 @@ bool StreamFrame::Make(StreamFormat const &format)
         return false;
     m_payload = format.payload;
     m_room = size;
+    m_chunkFacts = format.chunkFacts;
     return SetShape(shape, info);
 }
 

@@ -1,6 +1,6 @@
 // The table of frames under way: packets in, frames and requests out, without sockets and clocks.
 #include "gige/blocktable.h"
-#include "gige/chunkdata.h"
+#include "chunkdata.h"
 
 #include "blockpackets.h"
 

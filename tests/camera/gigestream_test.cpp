@@ -4,12 +4,14 @@
 
 #include "wireclients.h"
 
-#include "gige/chunkdata.h"
+#include "chunkdata.h"
 #include "gige/controlchannel.h"
 #include "gige/packetsize.h"
 #include "gige/ringsource.h"
 #include "sim/simscene.h"
 #include "wire/wireregisters.h"
+
+#include <cmath>
 
 using namespace gvcp::bootstrap;
 
@@ -80,7 +82,10 @@ TEST_F(GigeStreamTest, FramesOfEveryKindComeExact)
         Features features;
     };
     Features const extended{{"GevGVSPExtendedIDMode", "On"}};
-    Features const chunks{{"ChunkModeActive", "1"}, {"ChunkSelector", "Timestamp"}, {"ChunkEnable", "1"}};
+    Features const chunks{{"ChunkModeActive", "1"}, {"ChunkSelector", "Timestamp"},
+                          {"ChunkEnable", "1"},     {"ChunkSelector", "ExposureTime"},
+                          {"ChunkEnable", "1"},     {"ChunkSelector", "Gain"},
+                          {"ChunkEnable", "1"},     {"Gain", "6"}};
     Features const small{{"Width", "64"}, {"Height", "32"}, {"GevSCCFGAllInTransmission", "1"}};
     auto const with = [](Features a, Features const &b) {
         a.insert(a.end(), b.begin(), b.end());
@@ -120,6 +125,10 @@ TEST_F(GigeStreamTest, FramesOfEveryKindComeExact)
                     FindChunk(static_cast<StreamFrame &>(buffer).m_chunks, WireChunkId(WireChunk::Timestamp));
                 ASSERT_EQ(chunk && chunk->size() == 8, hasChunks);
                 EXPECT_TRUE(!hasChunks || LoadBig64(chunk->data()) == buffer.GetTimestamp());
+                TovCam::FrameFacts facts;
+                EXPECT_TRUE(buffer.GetFacts(&facts) && facts.arrival > 0);
+                EXPECT_TRUE(hasChunks ? facts.exposure == 1000.0 && std::abs(facts.gain - 6) < 1e-9
+                                      : std::isnan(facts.exposure) && std::isnan(facts.gain));
             });
             ExpectSums();
             StreamStatistics const &s = Statistics();

@@ -1,4 +1,5 @@
 // Whole recordings: simulated cameras, a session, and real files.
+#include "companionfiles.h"
 #include "session.h"
 #include "wait.h"
 
@@ -8,10 +9,6 @@
 #include "params.h"
 #include "simcamera.h"
 
-#include "seriesfiles.h"
-
-#include <QDir>
-#include <QFile>
 #include <QSettings>
 
 #include <algorithm>
@@ -20,24 +17,6 @@
 namespace {
 
 using Recording = testing::TestWithParam<char const *>;
-using SeriesFiles::Row;
-
-// The only folder beside the frames, with its name in front: "/f/image_1.series/image_1".
-QString Companions(QString const &folder)
-{
-    QFileInfoList const folders = QDir(folder).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
-    return folders.size() == 1 ? folders[0].filePath() + QLatin1Char('/') + folders[0].completeBaseName() : QString();
-}
-
-std::vector<Row> RowsOf(QString const &companions)
-{
-    QFile table(companions + QStringLiteral(".frames.csv"));
-    std::vector<Row> rows;
-    EXPECT_TRUE(table.open(QIODevice::ReadOnly) && SeriesFiles::IsTableHead(table.readLine().chopped(1).toStdString()));
-    while (!table.atEnd())
-        EXPECT_TRUE(SeriesFiles::Decode(table.readLine().chopped(1).toStdString(), rows.emplace_back()));
-    return rows;
-}
 
 int LedgerEntry(QString const &companions, char const *key)
 {

@@ -72,7 +72,7 @@ std::int32_t AravisStream::AllocBufferQueue(void *, std::uint32_t count)
     std::lock_guard<std::recursive_mutex> lock(m_access);
     std::int32_t status = m_reachability.Enter();
     if (status == TOV_CAM_ERR_OK)
-        status = ReadStreamFormat(m_device, m_format);
+        status = ReadStreamFormat(m_device, std::endian::little, m_format);
     if (status == TOV_CAM_ERR_OK)
         status = CreateStream();
     for (std::uint32_t i = 0; status == TOV_CAM_ERR_OK && i < count; ++i) {
@@ -242,13 +242,17 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
     bool whole = status == ARV_BUFFER_STATUS_SUCCESS;
     StreamShape shape = m_format.shape;
     std::size_t offset = 0;
+    frame->m_chunks = {};
     if (whole) {
         size_t size = 0;
         arv_buffer_get_data(buffer, &size);
         frame->m_size = size;
         bool const described = DescribeImage(buffer, frame->m_memory, shape, offset);
+        bool const hasChunks = HasChunks(buffer);
+        if (hasChunks)
+            frame->m_chunks = {frame->m_memory, std::min(size, frame->m_payload)};
         // Chunk data that does not describe its image is taken as announced.
-        whole = described || arv_buffer_get_payload_type(buffer) == ARV_BUFFER_PAYLOAD_TYPE_CHUNK_DATA;
+        whole = described || hasChunks;
     } else {
         frame->m_size = frame->m_payload;
     }

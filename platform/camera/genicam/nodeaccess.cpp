@@ -22,30 +22,37 @@ std::optional<TovCam::FeatureKind> KindOf(ArvGcNode *node)
     return std::nullopt;
 }
 
-namespace {
+ArvGcPropertyNode *PropertyOf(ArvGcNode *node, ArvGcPropertyNodeType type)
+{
+    ArvGcPropertyNode *found = nullptr;
+    ForProperties(ARV_DOM_NODE(node), [&](ArvGcPropertyNode *property, ArvGcPropertyNodeType one) {
+        if (one == type)
+            found = property;
+    });
+    return found;
+}
 
 ArvGcNode *LinkOf(ArvGcNode *node, ArvGcPropertyNodeType link)
 {
-    ArvGcNode *linked = nullptr;
-    ForProperties(ARV_DOM_NODE(node), [&](ArvGcPropertyNode *property, ArvGcPropertyNodeType type) {
-        if (type == link)
-            linked = arv_gc_property_node_get_linked_node(property);
-    });
-    return linked;
+    ArvGcPropertyNode *const property = PropertyOf(node, link);
+    return property ? arv_gc_property_node_get_linked_node(property) : nullptr;
 }
+
+std::string ContentOf(ArvGcPropertyNode *property)
+{
+    char const *const text = arv_gc_property_node_get_string(property, nullptr);
+    return text ? text : "";
+}
+
+namespace {
 
 // Whether the value comes with the frames, in their chunk data, and the camera's memory does not have it.
 bool IsInChunks(ArvGcNode *node)
 {
     constexpr int LongestWay = 10; // from a feature to its register
     for (int i = 0; node && i < LongestWay; ++i) {
-        if (ArvGcNode *const port = LinkOf(node, ARV_GC_PROPERTY_NODE_TYPE_P_PORT)) {
-            bool isChunk = false;
-            ForProperties(ARV_DOM_NODE(port), [&](ArvGcPropertyNode *, ArvGcPropertyNodeType type) {
-                isChunk |= type == ARV_GC_PROPERTY_NODE_TYPE_CHUNK_ID;
-            });
-            return isChunk;
-        }
+        if (ArvGcNode *const port = LinkOf(node, ARV_GC_PROPERTY_NODE_TYPE_P_PORT))
+            return PropertyOf(port, ARV_GC_PROPERTY_NODE_TYPE_CHUNK_ID) != nullptr;
         node = LinkOf(node, ARV_GC_PROPERTY_NODE_TYPE_P_VALUE);
     }
     return false;

@@ -6,6 +6,7 @@
 #include "genicamerror.h"
 
 #include <optional>
+#include <string>
 
 constexpr guint64 MaxRegister = 1u << 20; // bytes; a correction table has some ten thousand
 
@@ -39,3 +40,10 @@ void ForProperties(ArvDomNode *node, Look look)
             look(ARV_GC_PROPERTY_NODE(child), arv_gc_property_node_get_node_type(ARV_GC_PROPERTY_NODE(child)));
     }
 }
+
+// The last property of that type, null without one.
+ArvGcPropertyNode *PropertyOf(ArvGcNode *node, ArvGcPropertyNodeType type);
+// The node that this property names; null where there is none.
+ArvGcNode *LinkOf(ArvGcNode *node, ArvGcPropertyNodeType link);
+// What a property says, without a look at the camera.
+std::string ContentOf(ArvGcPropertyNode *property);

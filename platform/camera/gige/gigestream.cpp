@@ -74,7 +74,7 @@ std::int32_t GigeStream::AllocBufferQueue(void *, std::uint32_t count)
     std::lock_guard<std::recursive_mutex> lock(m_access);
     std::int32_t status = m_reachability.Enter();
     if (status == TOV_CAM_ERR_OK)
-        status = ReadStreamFormat(m_device, m_format);
+        status = ReadStreamFormat(m_device, std::endian::big, m_format);
     if (status == TOV_CAM_ERR_OK)
         status = MakeFrames(count);
     if (status == TOV_CAM_ERR_OK)
