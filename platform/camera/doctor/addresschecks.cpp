@@ -28,6 +28,7 @@ std::string SetAddress(CameraState const &camera, std::uint32_t address, std::ui
 std::vector<std::uint32_t> AddressesOf(std::vector<CameraState> const &cameras)
 {
     std::vector<std::uint32_t> addresses;
+    addresses.reserve(cameras.size());
     for (CameraState const &camera : cameras)
         addresses.push_back(camera.place.address);
     return addresses;

@@ -74,6 +74,7 @@ int Examine(DoctorOptions const &options)
     SystemPointer const system = MakeSystem();
     std::vector<TovCam::DeviceInfo *> const cameras = FindCameras(*system);
     std::vector<TovCam::ExaminedCamera> examined;
+    examined.reserve(cameras.size());
     for (TovCam::DeviceInfo *const camera : cameras)
         examined.push_back({camera, options.needs});
     TovCam::HostReport const report = TovCam_ExamineHost(examined);
