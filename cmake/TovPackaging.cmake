@@ -27,11 +27,12 @@ foreach(size 48 128 256)
 endforeach()
 install(FILES packaging/60-tovscope.rules DESTINATION lib/udev/rules.d)
 install(FILES packaging/completions/tovscope packaging/completions/tovfile packaging/completions/tovfakecam
+              packaging/completions/tovdoctor
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 # Where F1 looks for it, with what it refers to.
 install(FILES docs/guide.md docs/tcfg.md docs/formats.md DESTINATION ${CMAKE_INSTALL_DATADIR}/tovscope/docs)
 install(DIRECTORY docs/images DESTINATION ${CMAKE_INSTALL_DATADIR}/tovscope/docs)
-foreach(page tovscope.1 tovfile.1 tovfakecam.1 tovscopelog.property.5)
+foreach(page tovscope.1 tovfile.1 tovfakecam.1 tovdoctor.1 tovscopelog.property.5)
     string(REGEX REPLACE ".*\\." "" section ${page})
     tov_install_packed("${PROJECT_SOURCE_DIR}/packaging/man/${page}" ${page} ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
@@ -69,7 +70,8 @@ set(CPACK_PACKAGE_DESCRIPTION
 GenICam, shows its live picture, edits its parameters, records images and
 series, measures the picture and logs the camera's packets. Simulated
 cameras are included; tovfakecam serves them on the network, where they
-misbehave on command.")
+misbehave on command. tovdoctor says what of a computer is unfit for its
+cameras, and how to mend it.")
 # The paths above are absolute: cpack puts them below its own folder, and does not move them to another prefix.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_STRIP_FILES ON)

@@ -394,6 +394,19 @@ struct OpenProgress
     std::atomic<bool> cancel{false};
 };
 
+// Where a GigE Vision camera is on the network, as the last search found it. Addresses are numbers, the first part in
+// the highest byte; 0: not known, and so for cameras of other kinds.
+struct NetworkPlace
+{
+    std::uint32_t address = 0; // where it answers from
+    std::uint32_t mask = 0, gateway = 0;
+    std::uint64_t mac = 0;
+    std::string adapter; // of this host, that heard it; empty for one beyond a router, and where it is not known
+    // Beside the adapter, but in none of its subnets: seen, and out of reach until one of the two has another address.
+    bool isForeign = false;
+    bool operator==(NetworkPlace const &) const = default;
+};
+
 // A camera that was seen. Lives as long as the system.
 class DeviceInfo
 {
@@ -414,6 +427,11 @@ public:
     // Openings from now on are followed by that object, which outlives them; null: by none. Before the opening.
     virtual void SetOpenProgress(OpenProgress *)
     {
+    }
+    // Any thread.
+    virtual NetworkPlace GetNetworkPlace()
+    {
+        return {};
     }
 
 protected:

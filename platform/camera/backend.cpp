@@ -52,6 +52,18 @@ TovCam::DeviceInfo::AccessStatus DeviceInfoImpl::GetAccessStatus()
     return access.load(std::memory_order_relaxed);
 }
 
+TovCam::NetworkPlace DeviceInfoImpl::GetNetworkPlace()
+{
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    return m_place;
+}
+
+void DeviceInfoImpl::SetNetworkPlace(TovCam::NetworkPlace place)
+{
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    m_place = std::move(place);
+}
+
 void DeviceInfoImpl::SetFacts(void const *owner, std::function<Facts()> facts)
 {
     std::lock_guard<std::mutex> const lock(m_factsMutex);

@@ -32,6 +32,8 @@ public:
     char const *GetAddress() override;
     AccessStatus GetAccessStatus() override;
     void SetOpenProgress(TovCam::OpenProgress *progress) override;
+    TovCam::NetworkPlace GetNetworkPlace() override;
+    void SetNetworkPlace(TovCam::NetworkPlace place); // which changes from search to search
     // What an open camera adds to the information; called by whoever asks for that. The owner's are dropped by no
     // facts, unless another has put its own in their place; none of their calls is under way then.
     using Facts = std::vector<std::pair<std::string, std::string>>;
@@ -45,8 +47,9 @@ private:
     std::mutex m_factsMutex; // guards the next two, and the calls; taken last
     std::function<Facts()> m_facts;
     void const *m_factsOwner = nullptr;
-    std::mutex m_mutex; // guards m_hostInformation
+    std::mutex m_mutex; // guards the next two
     std::string m_hostInformation;
+    TovCam::NetworkPlace m_place;
 };
 
 // One interface with the cameras of the last enumeration. Cameras that are gone leave the list and stay alive.

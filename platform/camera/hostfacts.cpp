@@ -84,14 +84,19 @@ std::string HostFacts::GetKernel() const
 
 std::string HostFacts::GetUsbSpeed(std::string const &serialNumber) const
 {
+    std::string const device = FindUsbDevice(serialNumber);
+    std::string const speed = device.empty() ? device : Read(device + "/speed");
+    return speed.empty() ? speed : speed + " Mb/s";
+}
+
+std::string HostFacts::FindUsbDevice(std::string const &serialNumber) const
+{
     std::string const folder = "/sys/bus/usb/devices";
     std::error_code error;
     for (fs::directory_iterator i(m_root + folder, error), end; !error && i != end; i.increment(error)) {
         std::string const device = folder + '/' + i->path().filename().string();
-        if (serialNumber.empty() || Read(device + "/serial") != serialNumber)
-            continue;
-        std::string const speed = Read(device + "/speed");
-        return speed.empty() ? speed : speed + " Mb/s";
+        if (!serialNumber.empty() && Read(device + "/serial") == serialNumber)
+            return device;
     }
     return {};
 }

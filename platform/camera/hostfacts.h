@@ -26,10 +26,15 @@ public:
     std::string GetUsbBuffer() const;     // for all USB transfers of the host together
     std::string GetKernel() const;
     std::string GetUsbSpeed(std::string const &serialNumber) const; // of the device with it
+    // Its folder below /sys/bus/usb/devices, "" when there is none.
+    std::string FindUsbDevice(std::string const &serialNumber) const;
+    std::string Read(std::string const &file) const; // the first line, "" when it cannot be read
+    std::string const &GetRoot() const
+    {
+        return m_root;
+    }
 
 private:
-    std::string Read(std::string const &file) const; // the first line, "" when it cannot be read
-
     std::string const m_root;
 };
 

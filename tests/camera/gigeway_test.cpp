@@ -1,58 +1,10 @@
 // A camera behind a way that carries packets of a limited size: in a network namespace of its own, with a cable to the
 // one that the test runs in.
-#include "wireclients.h"
-
-#include <future>
-#include <sched.h>
+#include "farcamera.h"
 
 namespace {
 
 constexpr char Address[] = "192.0.2.1";
-
-void Run(std::string const &command)
-{
-    Outcome const outcome = RunShell("set -e; " + command);
-    EXPECT_EQ(outcome.code, 0) << command << '\n' << outcome.text;
-}
-
-// From construction to destruction. What its thread makes is in its namespace.
-class FarCamera
-{
-public:
-    FarCamera(int nearMtu, int farMtu, std::string const &plug)
-    {
-        std::promise<bool> served;
-        std::promise<pid_t> here;
-        m_thread = std::thread([&, plug] {
-            bool const isAway = unshare(CLONE_NEWNET) == 0;
-            here.set_value(gettid());
-            m_plugged.get_future().wait();
-            std::unique_ptr<WireCamera> camera;
-            if (isAway) {
-                Run("ip link set lo up; ip link set far up; " + plug);
-                camera = Serve(Grey, Address);
-                MakeSmall(*camera);
-            }
-            served.set_value(isAway);
-            m_end.get_future().wait();
-        });
-        std::string const mtu = std::to_string(farMtu), there = std::to_string(here.get_future().get());
-        Run("ip link add near mtu " + std::to_string(nearMtu) + " type veth peer name far mtu " + mtu + " netns " +
-            there + "; ip address add 192.0.2.100/24 brd + dev near; ip link set near up");
-        m_plugged.set_value();
-        EXPECT_TRUE(served.get_future().get());
-    }
-    ~FarCamera()
-    {
-        m_end.set_value();
-        m_thread.join();
-        RunShell("ip link delete near"); // which may have gone with the other namespace
-    }
-
-private:
-    std::promise<void> m_plugged, m_end;
-    std::thread m_thread;
-};
 
 class WayTest : public CameraTest
 {
@@ -80,7 +32,7 @@ TEST_F(WayTest, PacketsAreAsLargeAsItCarries)
     for (Row const &row : {Row{9000, 9000, direct, 8968, 9000, 0}, Row{9000, 1500, narrow, 1468, 1500, 0},
                            Row{1500, 1500, direct, 1500, 1500, 4000}}) {
         SCOPED_TRACE(row.forced);
-        FarCamera const camera(row.nearMtu, row.farMtu, row.plug);
+        FarCamera const camera(row.nearMtu, row.farMtu, row.plug, Address);
         Open(FindAt(m_system, Address));
         std::int64_t const size = m_nodes->GetIntegerValue("GevSCPSPacketSize", nullptr);
         EXPECT_GE(size, row.least);

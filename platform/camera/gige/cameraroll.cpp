@@ -25,6 +25,18 @@ std::optional<GvcpIdentity> ReadIdentity(std::span<std::uint8_t const> body)
                         Text(&body[SerialNumber], IdentitySize), Text(&body[UserDefinedName], IdentitySize)};
 }
 
+TovCam::NetworkPlace ReadPlace(std::span<std::uint8_t const> body, std::uint32_t sender)
+{
+    using namespace gvcp::bootstrap;
+    TovCam::NetworkPlace place;
+    place.address = sender;
+    place.mask = LoadBig32(&body[CurrentSubnetMask]);
+    place.gateway = LoadBig32(&body[CurrentDefaultGateway]);
+    // The upper half of the first register is reserved.
+    place.mac = std::uint64_t{LoadBig16(&body[DeviceMacAddressHigh + 2])} << 32 | LoadBig32(&body[DeviceMacAddressLow]);
+    return place;
+}
+
 bool GvcpIsControlled(std::uint32_t privilege)
 {
     return (privilege & (gvcp::ExclusiveAccess | gvcp::ControlAccess)) != 0;
@@ -53,7 +65,7 @@ void CameraRoll::TakeDiscovery(std::uint32_t address, std::span<std::uint8_t con
             return;
         isControlled = camera.isControlled;
     }
-    Camera made{address, std::move(*identity), isControlled, there > 0};
+    Camera made{address, std::move(*identity), isControlled, there > 0, ReadPlace(answer.body, address)};
     if (m_cameras.size() < MostCameras) {
         m_cameras.push_back(std::move(made));
         return;

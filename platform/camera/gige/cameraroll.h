@@ -2,6 +2,7 @@
 #pragma once
 
 #include "protocol/gigevision.h"
+#include "tovcamera.h"
 
 #include <map>
 #include <optional>
@@ -18,6 +19,8 @@ struct GvcpIdentity
 
 // The identity in the body of a DISCOVERY_ACK, of any bytes. Nothing where the body is too short.
 std::optional<GvcpIdentity> ReadIdentity(std::span<std::uint8_t const> body);
+// Where it believes to be, in the body of a DISCOVERY_ACK that has an identity; its address is the sender's.
+TovCam::NetworkPlace ReadPlace(std::span<std::uint8_t const> body, std::uint32_t sender);
 
 // Whether an application has control of a camera whose control channel privilege register reads so.
 bool GvcpIsControlled(std::uint32_t privilege);
@@ -39,6 +42,7 @@ public:
         GvcpIdentity identity;
         std::optional<bool> isControlled = std::nullopt; // by an application
         bool isAsked = false;                            // who controls it
+        TovCam::NetworkPlace place = {};                 // the search adds what the roll does not know
     };
 
     // Requests with these ids have been sent.

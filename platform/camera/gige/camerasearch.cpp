@@ -8,8 +8,10 @@
 #include <chrono>
 #include <ifaddrs.h>
 #include <net/if.h>
+#include <optional>
 #include <poll.h>
 #include <random>
+#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -28,12 +30,16 @@ constexpr std::size_t LongestDatagram = 1024; // more than any answer
 class Socket
 {
 public:
-    explicit Socket(std::uint32_t address) : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    // With an adapter, one that also hears broadcasts, and from there alone.
+    explicit Socket(std::uint32_t address, std::string const &adapter = {})
+        : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
     {
         int const on = 1;
+        bool const isBound = adapter.empty() || setsockopt(m_socket, SOL_SOCKET, SO_BINDTODEVICE, adapter.c_str(),
+                                                           static_cast<socklen_t>(adapter.size())) == 0;
         setsockopt(m_socket, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
         setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &BufferSize, sizeof BufferSize);
-        if (m_socket >= 0 && !BindSocket(m_socket, {address, 0})) {
+        if (m_socket >= 0 && !(isBound && BindSocket(m_socket, {address, 0}))) {
             close(m_socket);
             m_socket = -1;
         }
@@ -53,11 +59,12 @@ public:
         return m_socket;
     }
     // What cannot be sent is lost, as on any network.
-    void Send(std::uint16_t command, std::uint16_t id, std::span<std::uint8_t const> body, std::uint32_t address) const
+    void Send(std::uint16_t command, std::uint16_t id, std::span<std::uint8_t const> body, std::uint32_t address,
+              std::uint8_t flags = gvcp::ACKNOWLEDGE) const
     {
         std::array<std::uint8_t, gvcp::HeaderSize + gvcp::RegisterSize> packet;
         gvcp::WriteHeader(std::span(packet).first<gvcp::HeaderSize>(),
-                          {gvcp::CommandLead(gvcp::ACKNOWLEDGE), command, static_cast<std::uint16_t>(body.size()), id});
+                          {gvcp::CommandLead(flags), command, static_cast<std::uint16_t>(body.size()), id});
         std::copy(body.begin(), body.end(), packet.begin() + gvcp::HeaderSize);
         SendDatagram(m_socket, std::span(packet).first(gvcp::HeaderSize + body.size()), {address, gvcp::Port});
     }
@@ -83,15 +90,29 @@ private:
 // One address of an adapter that is up, which is where a search starts from.
 struct Network
 {
-    Network(std::uint32_t host, std::uint32_t own, CameraRoll empty)
-        : socket(host),
+    Network(std::string name, std::uint32_t host, std::uint32_t own, CameraRoll const &empty)
+        : adapter(std::move(name)),
+          socket(host),
           broadcast(own),
-          roll(std::move(empty))
+          roll(empty),
+          foreign(empty)
     {
     }
+    std::string adapter;
     Socket socket;
+    // Hears what is answered by broadcast. None on loopback, beside another of the adapter, and on a kernel that does
+    // not let us.
+    std::optional<Socket> ear;
     std::uint32_t broadcast; // of the subnet; 0 where there is none
     CameraRoll roll;
+    CameraRoll foreign; // in none of the adapter's subnets
+};
+
+struct Subnet
+{
+    std::string adapter;
+    std::uint32_t host, mask;
+    bool isLoopback;
 };
 
 class Search
@@ -107,9 +128,19 @@ public:
             if (host == 0 || (one->ifa_flags & IFF_UP) == 0 || (one->ifa_flags & IFF_POINTOPOINT) != 0)
                 continue;
             bool const broadcasts = (one->ifa_flags & IFF_BROADCAST) != 0;
-            m_networks.emplace_back(host, broadcasts ? Ipv4AddressOf(one->ifa_broadaddr).value_or(0) : 0,
-                                    CameraRoll(m_id, m_privilegeId));
-            if (m_networks.back().socket.Get() < 0)
+            bool const isLoopback = (one->ifa_flags & IFF_LOOPBACK) != 0;
+            std::string const adapter = AdapterOfLabel(one->ifa_name);
+            m_subnets.push_back({adapter, host, Ipv4AddressOf(one->ifa_netmask).value_or(0), isLoopback});
+            bool const isFirst = std::none_of(m_networks.begin(), m_networks.end(),
+                                              [&](Network const &network) { return network.adapter == adapter; });
+            Network &made =
+                m_networks.emplace_back(adapter, host, broadcasts ? Ipv4AddressOf(one->ifa_broadaddr).value_or(0) : 0,
+                                        CameraRoll(m_id, m_privilegeId));
+            if (isFirst && broadcasts && !isLoopback)
+                made.ear.emplace(INADDR_ANY, made.adapter);
+            if (made.ear && made.ear->Get() < 0)
+                made.ear.reset();
+            if (made.socket.Get() < 0)
                 m_networks.pop_back();
         }
         freeifaddrs(all);
@@ -151,6 +182,9 @@ private:
             network.socket.Send(gvcp::DISCOVERY_CMD, m_id, {}, INADDR_BROADCAST);
             if (network.broadcast != 0)
                 network.socket.Send(gvcp::DISCOVERY_CMD, m_id, {}, network.broadcast);
+            if (network.ear)
+                network.ear->Send(gvcp::DISCOVERY_CMD, m_id, {}, INADDR_BROADCAST,
+                                  gvcp::ACKNOWLEDGE | gvcp::ALLOW_BROADCAST_ACK);
         }
     }
     // Those that a busy network may have kept from answering.
@@ -192,6 +226,8 @@ private:
         for (Network const &network : m_networks) {
             if (takesNew)
                 events.push_back({network.socket.Get(), POLLIN, 0});
+            if (takesNew && network.ear)
+                events.push_back({network.ear->Get(), POLLIN, 0});
         }
         auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
         if (poll(events.data(), events.size(), std::max(0, static_cast<int>(left.count()))) <= 0)
@@ -202,27 +238,52 @@ private:
                 m_named.TakeDiscovery(address, datagram);
         });
         for (Network &network : m_networks) {
-            if (takesNew)
-                network.socket.Receive([&network](std::uint32_t address, std::span<std::uint8_t const> datagram) {
-                    network.roll.TakeDiscovery(address, datagram);
-                });
+            if (!takesNew)
+                break;
+            auto const take = [&](std::uint32_t address, std::span<std::uint8_t const> datagram) {
+                (IsNear(network.adapter, address) ? network.roll : network.foreign).TakeDiscovery(address, datagram);
+            };
+            network.socket.Receive(take);
+            if (network.ear)
+                network.ear->Receive(take);
         }
         AskForControl();
     }
 
-    // Those that have answered by name come first, and are not found again.
+    // What answers there need not be asked for a way: it is in a subnet of the adapter, or this host.
+    bool IsNear(std::string const &adapter, std::uint32_t address) const
+    {
+        return std::any_of(m_subnets.begin(), m_subnets.end(), [&](Subnet const &subnet) {
+            return subnet.host == address ||
+                   (subnet.adapter == adapter && (subnet.isLoopback || ((subnet.host ^ address) & subnet.mask) == 0));
+        });
+    }
+
+    // Those that have answered by name come first, and are not found again; who is near by one adapter is not foreign
+    // by another.
     std::vector<CameraRoll::Camera> Collect()
     {
         std::vector<CameraRoll::Camera> found;
-        ForRolls([&found](CameraRoll &roll) {
+        auto const add = [&found](CameraRoll &roll, std::string const &adapter, bool isForeign) {
             for (CameraRoll::Camera &camera : roll.GetCameras()) {
-                auto const same = [&camera](CameraRoll::Camera const &other) {
+                auto const same = std::find_if(found.begin(), found.end(), [&](CameraRoll::Camera const &other) {
                     return other.address == camera.address && other.identity == camera.identity;
-                };
-                if (std::none_of(found.begin(), found.end(), same))
-                    found.push_back(std::move(camera));
+                });
+                if (same != found.end()) {
+                    if (same->place.adapter.empty())
+                        same->place.adapter = adapter;
+                    continue;
+                }
+                found.push_back(std::move(camera));
+                found.back().place.adapter = adapter;
+                found.back().place.isForeign = isForeign;
             }
-        });
+        };
+        add(m_named, {}, false);
+        for (Network &network : m_networks)
+            add(network.roll, network.adapter, false);
+        for (Network &network : m_networks)
+            add(network.foreign, network.adapter, true);
         return found;
     }
 
@@ -232,6 +293,7 @@ private:
     Socket m_direct; // for what is asked of one camera alone
     CameraRoll m_named;
     std::vector<Network> m_networks;
+    std::vector<Subnet> m_subnets;
 };
 
 } // namespace

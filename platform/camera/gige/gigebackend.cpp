@@ -41,10 +41,13 @@ public:
 
     std::int32_t Update() override
     {
-        // What was in the list is asked by itself too, and so is found however busy the network is.
+        // What was in the list is asked by itself too, and so is found however busy the network is; not who is out of
+        // reach.
         std::vector<std::uint32_t> known = m_asked;
-        for (DeviceInfoImpl const *info : m_visible)
-            known.push_back(ParseAddress(info->address).value_or(0));
+        for (DeviceInfoImpl *info : m_visible) {
+            if (!info->GetNetworkPlace().isForeign)
+                known.push_back(ParseAddress(info->address).value_or(0));
+        }
         std::sort(known.begin(), known.end());
         known.erase(std::unique(known.begin(), known.end()), known.end());
         std::vector<DeviceInfoImpl *> visible;
@@ -66,7 +69,7 @@ public:
     {
         CameraRoll::Camera camera{ParseAddress(address).value_or(0), {}};
         GvcpClient client(address);
-        if (!client.Discover(camera.identity))
+        if (!client.Discover(camera.identity, &camera.place))
             return nullptr;
         if (std::uint32_t privilege; client.ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, privilege))
             camera.isControlled = GvcpIsControlled(privilege);
@@ -140,12 +143,18 @@ public:
     std::string GetHostInformation(DeviceInfoImpl *info) override
     {
         HostFacts const host;
-        std::string const address = GvcpClient(info->address).GetLocalAddress();
-        NetworkAdapter const adapter = host.GetAdapter(FindAdapter(address));
-        DeviceInfoImpl::Facts facts{{"Camera driver", AravisVersion()}, {"Camera address", info->address},
-                                    {"Host address", address},          {"Adapter", adapter.name},
-                                    {"Adapter driver", adapter.driver}, {"MTU", adapter.mtu},
-                                    {"Link speed", adapter.speed},      {"Receive buffer", host.GetReceiveBuffer()},
+        // The way to a foreign camera's address is not the one to the camera.
+        TovCam::NetworkPlace const place = info->GetNetworkPlace();
+        std::string const address = place.isForeign ? "" : GvcpClient(info->address).GetLocalAddress();
+        NetworkAdapter const adapter = host.GetAdapter(place.isForeign ? place.adapter : FindAdapter(address));
+        DeviceInfoImpl::Facts facts{{"Camera driver", AravisVersion()},
+                                    {"Camera address", info->address + (place.isForeign ? " (wrong subnet)" : "")},
+                                    {"Host address", address},
+                                    {"Adapter", adapter.name},
+                                    {"Adapter driver", adapter.driver},
+                                    {"MTU", adapter.mtu},
+                                    {"Link speed", adapter.speed},
+                                    {"Receive buffer", host.GetReceiveBuffer()},
                                     {"Kernel", host.GetKernel()}};
         {
             std::lock_guard<std::mutex> const lock(m_paramsMutex);
@@ -190,8 +199,10 @@ private:
                 made->displayName += " (" + identity.serial + ')';
             return made;
         });
-        if (info)
+        if (info) {
             info->access.store(AccessOf(camera.isControlled), std::memory_order_relaxed);
+            info->SetNetworkPlace(camera.place);
+        }
         return info;
     }
 

@@ -1,5 +1,6 @@
 #include "gigestream.h"
 
+#include "socketroom.h"
 #include "storestatus.h"
 
 #include <algorithm>
@@ -13,8 +14,6 @@ using namespace std::chrono_literals;
 using namespace gvcp::bootstrap;
 
 constexpr auto ClosePatience = 1000ms;
-// Room for bursts: two frames, whatever their size.
-constexpr std::size_t LeastRoom = 4u << 20, MostRoom = 64u << 20;
 
 } // namespace
 
@@ -107,7 +106,7 @@ std::int32_t GigeStream::OpenChannel()
 {
     FrameSink &sink = *this;
     m_receiver = std::make_unique<Receiver>(*m_control, sink, m_statistics);
-    if (!m_receiver->Open(std::clamp(m_format.payload * 2, LeastRoom, MostRoom)))
+    if (!m_receiver->Open(SocketRoomFor(m_format.payload)))
         return TOV_CAM_ERR_UNKNOWN;
     if (std::unique_ptr<DatagramSource> source = m_makeSource ? m_makeSource(m_receiver->GetPort()) : nullptr)
         m_receiver->SetSource(std::move(source));

@@ -29,6 +29,7 @@ GvcpClient::GvcpClient(std::string const &address)
     std::optional<std::uint32_t> const camera = ParseAddress(address);
     if (!camera)
         return;
+    m_address = *camera;
     m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     // Connected, so that only this camera is heard, and a host without a camera refuses at once.
     if (m_socket >= 0 && !ConnectSocket(m_socket, {*camera, gvcp::Port})) {
@@ -91,13 +92,16 @@ bool GvcpClient::Request(std::uint16_t command, std::span<std::uint8_t const> bo
     return false;
 }
 
-bool GvcpClient::Discover(GvcpIdentity &identity)
+bool GvcpClient::Discover(GvcpIdentity &identity, TovCam::NetworkPlace *place)
 {
     Bytes answer;
     std::optional<GvcpIdentity> told;
-    if (Request(gvcp::DISCOVERY_CMD, {}, answer) && (told = ReadIdentity(answer)))
-        identity = std::move(*told);
-    return told.has_value();
+    if (!Request(gvcp::DISCOVERY_CMD, {}, answer) || !(told = ReadIdentity(answer)))
+        return false;
+    identity = std::move(*told);
+    if (place)
+        *place = ReadPlace(answer, m_address);
+    return true;
 }
 
 bool GvcpClient::ReadRegister(std::uint32_t address, std::uint32_t &value)

@@ -44,6 +44,12 @@ inline std::optional<std::uint32_t> Ipv4AddressOf(sockaddr const *raw)
     return FromSockaddr(name).address;
 }
 
+// The name of the adapter, of a name that getifaddrs() tells: an address may have a label, "eth1:0".
+inline std::string AdapterOfLabel(std::string const &label)
+{
+    return label.substr(0, label.find(':'));
+}
+
 // ---- Text: dotted, four decimal numbers --------------------------------------------------------------------------
 
 inline std::optional<std::uint32_t> ParseAddress(std::string const &text)
