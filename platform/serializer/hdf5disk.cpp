@@ -153,22 +153,7 @@ int Hdf5Disk::Create(std::string const &name, bool direct)
 {
     m_name = name;
     RemoveLeftovers(FolderOf(name));
-    bool foldersMade = false;
-    int const error = UnderFreeName(m_name, [&](std::string const &candidate) {
-        for (;;) {
-            m_file = open(candidate.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
-            if (m_file >= 0)
-                return 0;
-            int error = errno;
-            if (error == ENOENT && !foldersMade) {
-                foldersMade = true;
-                error = MakeFolders(FolderOf(candidate));
-                if (error == 0)
-                    continue;
-            }
-            return OfName(error);
-        }
-    });
+    int const error = OfName(CreateUnderFreeName(m_name, O_RDWR, m_file));
     if (!error && direct) // through its number, so that it is the same file whatever becomes of the name
         m_direct = open(("/proc/self/fd/" + std::to_string(m_file)).c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC);
     m_end = m_reserved = allocated = 0;
@@ -265,6 +250,20 @@ int Hdf5Disk::EndFrame()
     return m_frameError;
 }
 
+// One write of at most that many of its bytes, which are then taken off.
+int Hdf5Disk::WriteSome(int file, Piece &piece, std::size_t most)
+{
+    ssize_t const written = pwrite(file, piece.bytes, most, off_t(piece.position));
+    if (written < 0)
+        return errno == EINTR ? 0 : errno;
+    if (written == 0)
+        return EIO;
+    piece.position += std::uint64_t(written);
+    piece.bytes += written;
+    piece.size -= std::size_t(written);
+    return 0;
+}
+
 int Hdf5Disk::Read(std::uint64_t position, void *data, std::size_t size) const
 {
     auto *bytes = static_cast<char *>(data);
@@ -286,41 +285,29 @@ int Hdf5Disk::Read(std::uint64_t position, void *data, std::size_t size) const
 }
 
 // Whole pages past the page cache, as far as the file system goes along; what is left is for WriteOut.
-int Hdf5Disk::WritePages(std::uint64_t &position, unsigned char const *&bytes, std::size_t &size)
+int Hdf5Disk::WritePages(Piece &piece)
 {
-    while (m_direct >= 0 && size >= Page && position % Page == 0) {
-        ssize_t const written = pwrite(m_direct, bytes, size / Page * Page, off_t(position));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0 && errno == EINVAL) { // the file system accepts the flag, but not our alignment
+    while (m_direct >= 0 && piece.size >= Page && piece.position % Page == 0) {
+        int const error = WriteSome(m_direct, piece, piece.size / Page * Page);
+        if (error == EINVAL) { // the file system accepts the flag, but not our alignment
             close(m_direct);
             m_direct = -1;
-            break;
+        } else if (error) {
+            return error;
         }
-        if (written <= 0)
-            return written == 0 ? EIO : errno;
-        position += std::uint64_t(written);
-        bytes += written;
-        size -= std::size_t(written);
     }
     return 0;
 }
 
-int Hdf5Disk::WriteOut(std::uint64_t position, unsigned char const *bytes, std::size_t size)
+int Hdf5Disk::WriteOut(Piece piece)
 {
-    if (size >= DirectSize && reinterpret_cast<std::uintptr_t>(bytes) % Page == 0) {
-        if (int const error = WritePages(position, bytes, size))
+    if (piece.size >= DirectSize && reinterpret_cast<std::uintptr_t>(piece.bytes) % Page == 0) {
+        if (int const error = WritePages(piece))
             return error;
     }
-    while (size > 0) {
-        ssize_t const written = pwrite(m_file, bytes, size, off_t(position));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return written == 0 ? EIO : errno;
-        position += std::uint64_t(written);
-        bytes += written;
-        size -= std::size_t(written);
+    while (piece.size > 0) {
+        if (int const error = WriteSome(m_file, piece, piece.size))
+            return error;
     }
     return 0;
 }
@@ -329,7 +316,7 @@ int Hdf5Disk::Write(std::uint64_t position, void const *data, std::size_t size)
 {
     if (m_error)
         return 0;
-    int const error = WriteOut(position, static_cast<unsigned char const *>(data), size);
+    int const error = WriteOut({position, static_cast<unsigned char const *>(data), size});
     if (!error)
         m_end = std::max(m_end, position + size);
     else if (m_inFrame)

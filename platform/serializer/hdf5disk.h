@@ -107,8 +107,16 @@ public:
     }
 
 private:
-    int WritePages(std::uint64_t &position, unsigned char const *&bytes, std::size_t &size);
-    int WriteOut(std::uint64_t position, unsigned char const *bytes, std::size_t size);
+    // What is left to be written.
+    struct Piece
+    {
+        std::uint64_t position;
+        unsigned char const *bytes;
+        std::size_t size;
+    };
+    static int WriteSome(int file, Piece &piece, std::size_t most);
+    int WritePages(Piece &piece);
+    int WriteOut(Piece piece);
 
     Hdf5Handle<H5FDunregister> m_driver;
     std::string m_name;
