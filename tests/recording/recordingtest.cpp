@@ -1,4 +1,5 @@
 // Whole recordings: simulated cameras, a session, and real files.
+#include "recordedconfiguration.h"
 #include "session.h"
 #include "wait.h"
 
@@ -12,6 +13,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QSettings>
 
 #include <algorithm>
@@ -25,7 +27,7 @@ using SeriesFiles::Row;
 // The only folder beside the frames, with its name in front: "/f/image_1.series/image_1".
 QString Companions(QString const &folder)
 {
-    QFileInfoList const folders = QDir(folder).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QFileInfoList const folders = QDir(folder).entryInfoList({QStringLiteral("*.series")}, QDir::Dirs);
     return folders.size() == 1 ? folders[0].filePath() + QLatin1Char('/') + folders[0].completeBaseName() : QString();
 }
 
@@ -128,10 +130,13 @@ TEST(RecordingCompanions, AreThereForEveryRecordingThatWantsThem)
         End end;
         int format;
         bool folder, configuration;
+        char const *name = "f${image.id}";
     } const rows[] = {
         {"a series", true, false, Stop, ImageWriter::FormatPng, true, true},
+        {"a series in folders", true, false, Stop, ImageWriter::FormatRaw, true, true, "${image.id}/f"},
         {"a movie", true, false, Stop, ImageWriter::FormatAvi, true, true},
         {"a camera that is lost", true, false, Loss, ImageWriter::FormatRaw, true, false},
+        {"a camera that is lost from a movie", true, false, Loss, ImageWriter::FormatAvi, true, false},
         {"a snap", true, true, Stop, ImageWriter::FormatRaw, false, false},
         {"switched off", false, false, Stop, ImageWriter::FormatRaw, false, false},
     };
@@ -151,6 +156,7 @@ TEST(RecordingCompanions, AreThereForEveryRecordingThatWantsThem)
                          &Session::signalCameraStateDisconnected, Qt::QueuedConnection);
         auto *const writer = static_cast<ImageWriter *>(session->GetImageWriter());
         writer->SetParamString("FilePath", folder.path().toUtf8().constData());
+        writer->SetParamString("ImageName", row.name);
         writer->SetParamInt("FileFormat", row.format);
         QCoreApplication::processEvents();
         emit session->signalStartAcquisition();
@@ -172,8 +178,23 @@ TEST(RecordingCompanions, AreThereForEveryRecordingThatWantsThem)
         if (row.folder) {
             EXPECT_EQ(RowsOf(companions).size(), writer->GetLedger().saved);
             EXPECT_EQ(LedgerEntry(companions, "saved"), writer->GetLedger().saved);
+            QProcess tovfile;
+            tovfile.start(QStringLiteral(TOVFILE), {QStringLiteral("check"), QFileInfo(companions).path()});
+            EXPECT_TRUE(tovfile.waitForFinished());
+            EXPECT_EQ(tovfile.exitCode(), 0) << tovfile.readAllStandardError().constData();
         }
-        EXPECT_EQ(QFile::exists(companions + QStringLiteral(".tcfg")), row.configuration);
+        QFile file(companions + QStringLiteral(".tcfg"));
+        EXPECT_EQ(file.exists(), row.configuration);
+        if (row.configuration) { // what was taken for a movie is kept as the camera would write it
+            std::atomic<bool> const lost{false};
+            RecordedConfiguration configuration(device, lost);
+            QByteArray const taken = configuration.Take();
+            EXPECT_TRUE(file.remove());
+            configuration.Keep(*writer);
+            EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+            EXPECT_EQ(file.readAll(), taken);
+            EXPECT_TRUE(taken.contains("Width"));
+        }
         session.reset();
         system->Release();
     }
