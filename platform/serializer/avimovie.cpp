@@ -77,6 +77,8 @@ public:
         int error = m_bytes.Flush();
         if (!error)
             error = status < 0 ? ErrnoOf(status) : m_bytes.CorrectHead(stream->time_base, m_timeBase);
+        if (!error)
+            error = m_file.Flush();
         if (error) {
             m_file.Abandon();
             return error;

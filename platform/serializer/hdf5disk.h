@@ -2,10 +2,14 @@
 // ahead, errors are errno values, and a disk that is full does not catch the library in the middle of its tables.
 #pragma once
 
+#include "outfile.h"
+
 #include <hdf5.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 
 // An identifier of the library's, which goes by its own function.
@@ -95,6 +99,13 @@ public:
     void BeginFrame();
     int EndFrame(); // the error of the frame
 
+    // From now on the file stays as it is, and changes are kept in memory, until all of them get into the file in an
+    // order in which a reader finds either what was there or all of it. For little: a page is kept for each one
+    // touched.
+    void BeginChange();
+    int CommitChange();
+    void DropChange();
+
     // For the driver.
     int Read(std::uint64_t position, void *data, std::size_t size) const;
     int Write(std::uint64_t position, void const *data, std::size_t size);
@@ -114,6 +125,9 @@ private:
         unsigned char const *bytes;
         std::size_t size;
     };
+    using PageBytes = std::array<unsigned char, OutFile::Page>;
+    int ReadFile(std::uint64_t position, void *data, std::size_t size) const;
+    int Keep(std::uint64_t position, unsigned char const *bytes, std::size_t size);
     static int WriteSome(int file, Piece &piece, std::size_t most);
     int WritePages(Piece &piece);
     int WriteOut(Piece piece);
@@ -125,6 +139,9 @@ private:
     std::uint64_t m_end = 0;      // of what was written
     std::uint64_t m_reserved = 0; // the file's size, which is taken from the file system
     std::uint64_t m_step = 0;     // what Reserve takes at least
+    bool m_changing = false;
+    std::uint64_t m_endBefore = 0;                // of the change
+    std::map<std::uint64_t, PageBytes> m_changed; // by the pages' numbers
     bool m_inFrame = false;
     int m_frameError = 0;
     int m_error = 0;

@@ -263,7 +263,8 @@ private:
         return m_file.Close() && closed;
     }
 
-    // The file as any other, for what cannot be added while it grows.
+    // The file as any other, for what cannot be added while it grows. Until all of it is there, the file stays as it
+    // is.
     int AddConfiguration(std::string const &text)
     {
         if (int const error = m_disk.Reopen())
@@ -271,11 +272,13 @@ private:
         if (int const error = m_disk.Reserve(text.size() + TableRoom))
             return error;
         Hdf5List const access = Access();
+        m_disk.BeginChange();
         m_file = Hdf5Handle<H5Fclose>(H5Fopen(m_disk.Name().c_str(), H5F_ACC_RDWR, access.Get()));
         bool const written = m_file && WriteText(m_file.Get(), "configuration", text);
-        if (!m_file.Close() || !written)
-            m_failed = true;
-        return Error();
+        if (m_file.Close() && written && !m_disk.Error())
+            return m_disk.CommitChange();
+        m_disk.DropChange();
+        return m_disk.Error() ? m_disk.Error() : EIO;
     }
 
     Hdf5Disk m_disk; // outlives what the library has open
