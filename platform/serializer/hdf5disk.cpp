@@ -1,7 +1,6 @@
 #include "hdf5disk.h"
 
 #include "filenames.h"
-#include "hdf5driver.h"
 #include "partfiles.h"
 
 #include <algorithm>
@@ -24,12 +23,6 @@ constexpr std::size_t DirectSize = 256 * 1024;
 
 } // namespace
 
-Hdf5Disk::Hdf5Disk()
-{
-    H5FD_class_t const driver = Hdf5DriverClass();
-    m_driver = Hdf5Handle<H5FDunregister>(H5FDregister(&driver));
-}
-
 Hdf5Disk::~Hdf5Disk()
 {
     Close();
@@ -46,15 +39,6 @@ int Hdf5Disk::Create(std::string const &name, bool direct)
     m_step = ReserveStep;
     m_error = 0;
     return error;
-}
-
-Hdf5Handle<H5Pclose> Hdf5Disk::Access() const
-{
-    Hdf5Handle<H5Pclose> access(H5Pcreate(H5P_FILE_ACCESS));
-    Hdf5Disk const *const self = this;
-    if (!access || H5Pset_driver(access.Get(), m_driver.Get(), &self) < 0)
-        return {};
-    return access;
 }
 
 int Hdf5Disk::Reopen()

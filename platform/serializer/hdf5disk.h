@@ -1,5 +1,6 @@
-// The disk under an HDF5 file that grows: a driver for the HDF5 library. Frames go past the page cache, room is taken
-// ahead, errors are errno values, and a disk that is full does not catch the library in the middle of its tables.
+// The disk under an HDF5 file that grows, for the driver of the HDF5 library (hdf5driver.h). Frames go past the page
+// cache, room is taken ahead, errors are errno values, and a disk that is full does not catch the library in the middle
+// of its tables.
 #pragma once
 
 #include "outfile.h"
@@ -59,15 +60,13 @@ private:
 class Hdf5Disk
 {
 public:
-    Hdf5Disk();
+    Hdf5Disk() = default;
     ~Hdf5Disk();
     Hdf5Disk(Hdf5Disk const &) = delete;
     Hdf5Disk &operator=(Hdf5Disk const &) = delete;
 
     // A new file, under the next free number where the name is taken. Missing folders are made.
     int Create(std::string const &name, bool direct);
-    // A property list by which H5Fcreate and H5Fopen get to the created file, whatever name they are given.
-    Hdf5Handle<H5Pclose> Access() const;
     // Before the library opens a file again that it has closed.
     int Reopen();
     // Room for so many bytes behind all that the library has allocated, so that writing there will not fail for the
@@ -132,7 +131,6 @@ private:
     int WritePages(Piece &piece);
     int WriteOut(Piece piece);
 
-    Hdf5Handle<H5FDunregister> m_driver;
     std::string m_name;
     int m_file = -1;
     int m_direct = -1;            // the same file with O_DIRECT; -1: not wanted, or the file system cannot

@@ -1,6 +1,8 @@
 #include "hdf5driver.h"
 
-#include "hdf5disk.h"
+#if __has_include(<H5FDdevelop.h>)
+#include <H5FDdevelop.h> // later releases have the drivers' side apart
+#endif
 
 #include <algorithm>
 #include <cstdint>
@@ -94,9 +96,7 @@ herr_t UnlockFile(H5FD_t *file)
     return 0;
 }
 
-} // namespace
-
-H5FD_class_t Hdf5DriverClass()
+H5FD_class_t DriverClass()
 {
     H5FD_class_t driver{};
 #if defined(H5FD_CLASS_VERSION)
@@ -121,4 +121,21 @@ H5FD_class_t Hdf5DriverClass()
     H5FD_mem_t const kinds[] = H5FD_FLMAP_DICHOTOMY;
     std::copy(std::begin(kinds), std::end(kinds), driver.fl_map);
     return driver;
+}
+
+} // namespace
+
+Hdf5Driver::Hdf5Driver()
+{
+    H5FD_class_t const driver = DriverClass();
+    m_driver = Hdf5Handle<H5FDunregister>(H5FDregister(&driver));
+}
+
+Hdf5Handle<H5Pclose> Hdf5Driver::Access(Hdf5Disk const &disk) const
+{
+    Hdf5Handle<H5Pclose> access(H5Pcreate(H5P_FILE_ACCESS));
+    Hdf5Disk const *const information = &disk;
+    if (!access || H5Pset_driver(access.Get(), m_driver.Get(), &information) < 0)
+        return {};
+    return access;
 }

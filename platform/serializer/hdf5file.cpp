@@ -3,7 +3,7 @@
 #include "failures.h"
 #include "framememory.h"
 #include "hdf5columns.h"
-#include "hdf5disk.h"
+#include "hdf5driver.h"
 #include "hdf5layout.h"
 #include "pixellayout.h"
 
@@ -176,7 +176,7 @@ private:
     Hdf5List Access() const
     {
         // The first format that can be read while it grows, which all later releases know.
-        Hdf5List access = m_disk.Access();
+        Hdf5List access = m_driver.Access(m_disk);
         if (!access || H5Pset_libver_bounds(access.Get(), H5F_LIBVER_V110, H5F_LIBVER_V110) < 0 ||
             H5Pset_alignment(access.Get(), AlignedSize, OutFile::Page) < 0 ||
             H5Pset_meta_block_size(access.Get(), TableBlock) < 0)
@@ -281,7 +281,8 @@ private:
         return m_disk.Error() ? m_disk.Error() : EIO;
     }
 
-    Hdf5Disk m_disk; // outlives what the library has open
+    Hdf5Driver m_driver; // both outlive what the library has open
+    Hdf5Disk m_disk;
     Hdf5Handle<H5Fclose> m_file;
     Hdf5Set m_frames;
     Hdf5Columns m_columns;

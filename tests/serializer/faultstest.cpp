@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 
+#include <fcntl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 
@@ -195,15 +196,15 @@ TEST_F(FaultsTest, FullDisk)
     EXPECT_EQ(status, 0);
 }
 
-bool ChangesFiles(std::uint64_t call)
+bool ChangesFiles(__ptrace_syscall_info const &info)
 {
-    static std::set<std::uint64_t> const Calls{SYS_openat,    SYS_write,     SYS_pwrite64, SYS_pwritev,
-                                               SYS_ftruncate, SYS_fallocate, SYS_linkat,   SYS_mkdirat,
+    static std::set<std::uint64_t> const Calls{SYS_write,     SYS_pwrite64, SYS_pwritev, SYS_ftruncate,
+                                               SYS_fallocate, SYS_linkat,   SYS_mkdirat, SYS_renameat,
 #ifdef SYS_mkdir
-                                               SYS_mkdir,     SYS_rename,
+                                               SYS_mkdir,     SYS_rename
 #endif
-                                               SYS_renameat};
-    return Calls.contains(call);
+    };
+    return Calls.contains(info.entry.nr) || (info.entry.nr == SYS_openat && (info.entry.args[2] & O_CREAT));
 }
 
 // Whether the child was killed just before its call number `n` of those; otherwise it has come to its end.
@@ -227,7 +228,7 @@ bool IsKilledAt(unsigned n, std::function<void()> const &work)
         __ptrace_syscall_info info{};
         if (WSTOPSIG(status) == (SIGTRAP | 0x80))
             ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info);
-        if (info.op == PTRACE_SYSCALL_INFO_ENTRY && ChangesFiles(info.entry.nr) && calls++ == n)
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY && ChangesFiles(info) && calls++ == n)
             kill(child, SIGKILL);
         else
             ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
