@@ -109,6 +109,16 @@ public:
     virtual void SetConfiguration(char const *)
     {
     }
+    // Whether the movie under way has a place for them. For the writing thread, and once that sleeps for others.
+    virtual bool HoldsConfiguration() const
+    {
+        return false;
+    }
+    // The folder that all frames of a series are in or below, from the next start on: the companions of a series stand
+    // there. Without it, null or empty, and for movies and frames elsewhere, they stand beside the first frame.
+    virtual void SetCompanionHome(char const *)
+    {
+    }
 
 protected:
     virtual ~TovImageSerializer() = default;

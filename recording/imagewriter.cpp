@@ -1,9 +1,7 @@
 #include "imagewriter.h"
 
 #include "folderroom.h"
-#include "imageparser.h"
 #include "imgprocessor.h"
-#include "ledgerfile.h"
 #include "rigtestplugin.h"
 #include "serializererrortext.h"
 #include "tovlog.h"
@@ -12,8 +10,6 @@
 #include "tovimage.h"
 #include "tovserializer.h"
 
-#include <QDir>
-#include <QFile>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -188,40 +184,6 @@ bool ImageWriter::StartWriting()
     return started;
 }
 
-bool ImageWriter::StopWriting()
-{
-    TovLog::Debug(0, "ImageWriter::StopWriting() -> ENTER");
-    m_fifo->SetGrabberThtreadBlocking(false);
-    bool const stopped = WorkingThread::Stop() != 0;
-    std::exception_ptr failure;
-    try {
-        std::int32_t const status = m_serializer ? m_serializer->Stop() : 0;
-        if (status != 0)
-            TovLog::Error(static_cast<unsigned long>(status), "ImageWriter::StopWriting(): closing the files failed");
-        if (m_writing)
-            SettleAtStop(status);
-    } catch (...) {
-        failure = std::current_exception(); // for the session to report, once the rest is done
-        if (m_writing)
-            SettleAtStop(TOV_SERIALIZER_ERR_MEMORY);
-    }
-    m_captureRules.StopImgWriting();
-    if (m_writing) {
-        bool const companions = m_companions && m_started;
-        if (companions)
-            m_report.SetCompanionFailure(QString::fromLocal8Bit(m_serializer->GetCompanionFailure()));
-        CloseLedger();
-        if (companions)
-            KeepLedger();
-    }
-    m_writing = false;
-    m_fifo->SetGrabberThtreadBlocking(true);
-    if (failure)
-        std::rethrow_exception(failure);
-    TovLog::Debug(stopped, "ImageWriter::StopWriting() <- LEAVE");
-    return stopped;
-}
-
 bool ImageWriter::IsWriting() const
 {
     return m_writing;
@@ -237,77 +199,6 @@ RecordingReport &ImageWriter::GetReport()
     return m_report;
 }
 
-// What is known while the recording thread works; the rest is that thread's own.
-RecordingLedger ImageWriter::SoFar()
-{
-    GrabbingFifo::Accounts const &before = m_startAccounts;
-    GrabbingFifo::Accounts const now = m_fifo->GetAccounts();
-    RecordingLedger ledger;
-    ledger.acquired = now.arrived - before.arrived + before.queued + before.withConsumers;
-    ledger.incomplete = now.incomplete - before.incomplete;
-    ledger.saved = TovLoadBound(m_framesSaved);
-    ledger.savedIncomplete = m_tally.SavedIncomplete();
-    ledger.droppedSW = now.droppedSW - before.droppedSW;
-    ledger.missing = now.missing - before.missing;
-    return ledger;
-}
-
-// After the serializer's Stop, which gives its status.
-void ImageWriter::SettleAtStop(std::int32_t status)
-{
-    std::int64_t const lost = m_tally.Close(m_started ? m_serializer->GetReadableFrames() : -1);
-    if (lost > 0 || status != 0) {
-        QString const words = status == 0 ? tr("not in the file") : QString();
-        m_report.Failed(std::max<std::int64_t>(lost, 0),
-                        FailureOf(status != 0 ? status : TOV_SERIALIZER_ERR_WRITE, words));
-    }
-    if (TovLoadBound(m_framesSaved) != m_tally.Saved())
-        SetParamInt("FramesSaved", m_tally.Saved());
-}
-
-void ImageWriter::CloseLedger()
-{
-    m_ledger = SoFar();
-    GrabbingFifo::Accounts const now = m_fifo->GetAccounts();
-    m_ledger.saved = m_tally.Saved();
-    m_ledger.unwanted = m_tally.Unwanted();
-    m_ledger.failed = m_tally.Failed();
-    m_ledger.queued = now.queued + now.withConsumers;
-    if (m_evaluated) {
-        m_report.Forget(); // the plug-in does its own accounting
-        return;
-    }
-    m_report.End(m_ledger);
-
-    RecordingLedger const &l = m_ledger;
-    auto const count = [](std::int64_t frames) {
-        return static_cast<long long>(frames);
-    };
-    TovLog::Notice("Recording ended: %lld frames = %lld saved (%lld of them incomplete) + %lld not wanted + "
-                   "%lld failed + %lld dropped here + %lld given up at the stop; %lld more are missing",
-                   count(l.acquired), count(l.saved), count(l.savedIncomplete), count(l.unwanted), count(l.failed),
-                   count(l.droppedSW), count(l.queued), count(l.missing));
-    if (!l.IsWhole())
-        TovLog::Warning(static_cast<unsigned long>(l.failed + l.droppedSW + l.missing + l.savedIncomplete),
-                        "The recording is not whole%s%s", m_report.GetFailures().isEmpty() ? "" : ": ",
-                        qPrintable(m_report.GetFailures()));
-    if (!l.AddsUp())
-        TovLog::Error(0, "The frames of the recording do not add up");
-}
-
-// Beside the files that the serializer has made.
-void ImageWriter::KeepLedger()
-{
-    m_companionFolder = m_serializer->GetCompanionFolder();
-    m_companionName = m_serializer->GetCompanionName();
-    if (m_companionFolder.isEmpty())
-        return;
-    QString const file = QFile::decodeName(m_companionFolder + '/' + m_companionName + ".ledger.txt");
-    QString const why = WriteLedgerFile(file, m_ledger, m_report.GetReasons());
-    if (!why.isEmpty() && *m_serializer->GetCompanionFailure() == 0)
-        TellCompanionFailure(why);
-}
-
 TovComponent *ImageWriter::GetSerializer()
 {
     return m_serializer ? m_serializer->GetComponent() : nullptr;
@@ -321,50 +212,6 @@ ImageWriter::FileFormat ImageWriter::GetFormat() const
 bool ImageWriter::IsMovie() const
 {
     return static_cast<std::uint64_t>(GetFormat() - FormatAvi) < 2;
-}
-
-char const *ImageWriter::GetFileExtension() const
-{
-    switch (GetFormat()) {
-    case FormatRaw:
-        return "raw";
-    case FormatTvi:
-        return "tvi";
-    case FormatBmp:
-        return "bmp";
-    case FormatJpg:
-        return "jpg";
-    case FormatPng:
-        return "png";
-    case FormatTif:
-        return "tif";
-    case FormatAvi:
-        return "avi";
-    case FormatTvm:
-        return ".tvm"; // the file's name gets two dots
-    }
-    return "";
-}
-
-std::string ImageWriter::GetText(char const *key)
-{
-    auto capacity = static_cast<unsigned int>(m_text.size());
-    return TovSucceeded(GetParamString(key, m_text.data(), &capacity)) ? std::string(m_text.data()) : std::string();
-}
-
-void ImageWriter::SetCurrFileName(_TovImage *image)
-{
-    ImageParser parser;
-    m_currFileName = QDir::toNativeSeparators(QString::fromUtf8(GetText("FilePath").c_str()));
-    if (!m_currFileName.endsWith(QDir::separator()))
-        m_currFileName += QDir::separator();
-    std::string const name = parser.parse(GetText(IsMovie() ? "MovieName" : "ImageName").c_str(), image, true);
-    m_currFileName += QString::fromUtf8(name.c_str()) + QLatin1Char('.') + QLatin1String(GetFileExtension());
-}
-
-QString const &ImageWriter::GetCurrFileName() const
-{
-    return m_currFileName;
 }
 
 void ImageWriter::PostFinishWriting()
@@ -565,6 +412,7 @@ bool ImageWriter::ImgSeriesWriteStart(_TovImage *image)
     _TovImage const *target = nullptr;
     if (!PrepareConversion(image, &target))
         return false;
+    m_serializer->SetCompanionHome(SeriesFolder().toLocal8Bit().constData());
     std::int32_t const status = m_serializer->StartImageSeries(target, GetFileExtension());
     m_started = status == 0;
     if (status != 0) {

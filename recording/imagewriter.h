@@ -25,6 +25,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -69,8 +70,9 @@ public:
     // One shot: the next recording takes one frame, whatever "CaptureMode" says.
     void RequestSnap();
     bool StartWriting();
-    // Returns once the frame in hand is done with and the files are closed.
-    bool StopWriting();
+    // Returns once the frame in hand is done with and the files are closed. `configuration` gives the camera's
+    // settings, as SaveConfiguration writes them, or nothing; it is asked where a movie has a place for them.
+    bool StopWriting(std::function<QByteArray()> const &configuration = {});
     // From StartWriting to StopWriting. GUI thread.
     bool IsWriting() const;
     // Of the last recording that was stopped. GUI thread.
@@ -110,6 +112,8 @@ private:
     FileFormat GetFormat() const;
     bool IsMovie() const;
     std::string GetText(char const *key);
+    QString Folder();
+    QString SeriesFolder(); // which all files of a series are in or below
 
     void DoWriting();
     void UpdateCounters();
@@ -137,17 +141,19 @@ private:
     void SettleAtStop(std::int32_t status);
     void LookForRoom();
     RecordingLedger SoFar();
+    RecordingLedger Since(GrabbingFifo::Accounts const &now);
 
     bool DoEvaluation();
     bool EndEvaluation();
 
+    void HandOver(std::function<QByteArray()> const &configuration);
     void CloseLedger();
     void KeepLedger();
 
     // GUI thread.
     bool m_snapRequest = false;
     bool m_writing = false;
-    GrabbingFifo::Accounts m_startAccounts{};
+    GrabbingFifo::Accounts m_startAccounts{}, m_endAccounts{};
     RecordingLedger m_ledger;
     RecordingReport m_report;
     bool m_wantsCompanions = false;

@@ -10,6 +10,7 @@
 #include "imgprocessor.h"
 #include "packetlog.h"
 #include "qttovlogmodel.h"
+#include "recordedconfiguration.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
 #include "sessionname.h"
@@ -19,7 +20,6 @@
 
 #include <QApplication>
 #include <QCoreApplication>
-#include <QFile>
 #include <QFinalState>
 #include <QMainWindow>
 #include <QMessageBox>
@@ -357,25 +357,6 @@ void Session::StopWriter()
     }
 }
 
-// The camera's, beside the recording that has just ended. One that is gone has none, and that is no failure.
-void Session::KeepConfiguration()
-{
-    if (m_writer->GetCompanionFolder().isEmpty() || m_cameraLost)
-        return;
-    QByteArray const file = m_writer->GetCompanionFolder() + '/' + m_writer->GetCompanionName() + ".tcfg";
-    std::int32_t const status = WaitFor([&] { return m_device->SaveConfiguration(file.constData()); });
-    if (status == 0 || m_cameraLost)
-        return;
-    TovLog::Warning(static_cast<unsigned long>(status),
-                    "Session: the configuration was not stored beside the recording");
-    if (status == TOV_CAM_ERR_FILE_NOT_FOUND) {
-        int const why = m_device->GetConfigurationReport().systemError;
-        char const *const words = strerrordesc_np(why);
-        m_writer->TellCompanionFailure(
-            QStringLiteral("%1 (%2)").arg(QString::fromLatin1(words ? words : "no file"), QFile::decodeName(file)));
-    }
-}
-
 void Session::enterIdle()
 {
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
@@ -444,9 +425,10 @@ void Session::enterCapturing()
 void Session::exitCapturing()
 {
     try {
-        m_writer->StopWriting();
+        RecordedConfiguration configuration(m_device, m_cameraLost);
+        m_writer->StopWriting([&] { return configuration.Take(); });
         QCoreApplication::removePostedEvents(&m_writerReports);
-        KeepConfiguration();
+        configuration.Keep(*m_writer);
     } catch (...) {
         emit signalSessionStateError(this, SessionErrorStopCapturing);
     }

@@ -136,7 +136,6 @@ private:
     void RemoveComponents();
 
     void StopWriter();
-    void KeepConfiguration();
     void endLogging();
     void EndAllChannels();
 

@@ -1,4 +1,5 @@
-// AVI through libavformat and libavcodec. The container's bytes come from there; OutFile writes them.
+// AVI through libavformat and libavcodec. The container's bytes come from there.
+#include "avibytes.h"
 #include "framememory.h"
 #include "framerate.h"
 #include "movieformats.h"
@@ -7,15 +8,13 @@
 
 extern "C" {
 #include <libavformat/avformat.h>
-#include <libavutil/intreadwrite.h>
 #include <libavutil/opt.h>
 }
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
-#include <string_view>
+#include <cstring>
 
 namespace {
 
@@ -41,10 +40,6 @@ public:
     {
         Close();
         avformat_free_context(m_format);
-        if (m_io) {
-            av_freep(&m_io->buffer);
-            avio_context_free(&m_io);
-        }
     }
 
     std::uint32_t Accepts(std::uint32_t, TovPixelTypeInfo const *info) const override
@@ -79,8 +74,11 @@ public:
         // Each gigabyte takes an entry of the head's index; without asking there is room for 256.
         av_opt_set_int(m_format->priv_data, "reserve_index_space", 64 * 1024, 0);
         int const status = avformat_write_header(m_format, nullptr);
-        avio_flush(m_io);
-        int const error = m_error ? m_error : status < 0 ? ErrnoOf(status) : CorrectHead(*stream);
+        int error = m_bytes.Flush();
+        if (!error)
+            error = status < 0 ? ErrnoOf(status) : m_bytes.CorrectHead(stream->time_base, m_timeBase);
+        if (!error)
+            error = m_file.Flush();
         if (error) {
             m_file.Abandon();
             return error;
@@ -113,11 +111,13 @@ public:
         int error = m_failure;
         if (!error && m_encoder)
             error = m_encoder->Finish();
-        if (m_headerWritten && !m_error) {
+        if (m_headerWritten && !m_bytes.Error()) {
             std::uint64_t const end = m_file.Size();
+            m_bytes.Hold();
             int const status = av_write_trailer(m_format);
-            if (m_error || status < 0) {
-                error = m_error ? m_error : ErrnoOf(status);
+            int const writing = m_bytes.Release();
+            if (writing || status < 0) {
+                error = writing ? writing : ErrnoOf(status);
                 CutTo(end);
             }
         }
@@ -131,24 +131,15 @@ public:
     }
 
 private:
-    // Const from FFmpeg 7 on.
-    template<class T>
-    static T BytesOf(int (*)(void *, T, int));
-    using Bytes = decltype(BytesOf(AVIOContext::write_packet));
-
     // The container with its one stream, whose bytes come to us; null when there is no memory.
     AVStream *MakeStream()
     {
         if (avformat_alloc_output_context2(&m_format, nullptr, "avi", nullptr) < 0)
             return nullptr;
-        constexpr int IoBuffer = 32 * 1024;
-        auto *const buffer = static_cast<std::uint8_t *>(av_malloc(IoBuffer));
-        m_io = avio_alloc_context(buffer, IoBuffer, 1, this, nullptr, &AviMovie::WriteBytes, &AviMovie::Seek);
+        m_format->pb = m_bytes.Make();
         AVStream *const stream = avformat_new_stream(m_format, nullptr);
-        if (!stream || !m_io)
+        if (!stream || !m_format->pb)
             return nullptr;
-        m_io->direct = 1; // large pieces come to us as they are
-        m_format->pb = m_io;
         stream->time_base = m_timeBase;
         stream->avg_frame_rate = av_inv_q(m_timeBase);
         return stream;
@@ -159,74 +150,6 @@ private:
         m_encoder = std::make_unique<VideoEncoder>(m_compressor, m_jpegQuality,
                                                    [this](AVPacket &packet) { return WritePacket(packet); });
         return m_encoder->Start(image, stream);
-    }
-
-    static int WriteBytes(void *self, Bytes bytes, int size)
-    {
-        auto *movie = static_cast<AviMovie *>(self);
-        if (!movie->m_headerWritten)
-            movie->FindInHead({reinterpret_cast<char const *>(bytes), std::size_t(size)});
-        if (!movie->m_error)
-            movie->m_error = movie->m_file.WriteAt(movie->m_position, bytes, std::size_t(size));
-        if (movie->m_error)
-            return AVERROR(movie->m_error);
-        movie->m_position += std::uint64_t(size);
-        return size;
-    }
-
-    static std::int64_t Seek(void *self, std::int64_t offset, int whence)
-    {
-        auto *movie = static_cast<AviMovie *>(self);
-        switch (whence & ~AVSEEK_FORCE) {
-        case AVSEEK_SIZE:
-            return std::int64_t(movie->m_file.Size());
-        case SEEK_SET:
-            break;
-        case SEEK_CUR:
-            offset += std::int64_t(movie->m_position);
-            break;
-        case SEEK_END:
-            offset += std::int64_t(movie->m_file.Size());
-            break;
-        default:
-            return AVERROR(EINVAL);
-        }
-        movie->m_position = std::uint64_t(offset);
-        return offset;
-    }
-
-    void FindInHead(std::string_view bytes)
-    {
-        // From the tags to the first of the numbers.
-        constexpr std::size_t Main = 8, Rate = 28;
-        if (std::size_t const at = bytes.find("avih"); m_mainAt == 0 && at != bytes.npos)
-            m_mainAt = m_position + at + Main;
-        if (std::size_t const at = bytes.find("strh"); m_rateAt == 0 && at != bytes.npos)
-            m_rateAt = m_position + at + Rate;
-    }
-
-    int SetInHead(std::uint64_t position, std::uint32_t number)
-    {
-        std::array<std::uint8_t, 4> bytes{};
-        AV_WL32(bytes.data(), number);
-        return m_file.WriteAt(position, bytes.data(), bytes.size());
-    }
-
-    // libavformat declares every rate above 1000 as 600, which is not what the container can hold, and cuts the upper
-    // bits off microseconds between frames that do not fit: 0 leaves them to the rate.
-    int CorrectHead(AVStream const &stream)
-    {
-        if (m_rateAt == 0 || m_mainAt == 0)
-            return NoRate;
-        int error = 0;
-        if (av_cmp_q(stream.time_base, m_timeBase) != 0) {
-            error = SetInHead(m_rateAt, std::uint32_t(m_timeBase.num));
-            if (!error)
-                error = SetInHead(m_rateAt + 4, std::uint32_t(m_timeBase.den));
-        }
-        if (!error && av_rescale(1'000'000, m_timeBase.num, m_timeBase.den) >= UINT32_MAX)
-            error = SetInHead(m_mainAt, 0);
-        return error;
     }
 
     void CutTo(std::uint64_t size)
@@ -281,36 +204,19 @@ private:
         return lines;
     }
 
-    // A chunk that players skip, so that a page begins `head` bytes after it.
-    int WritePadding(std::uint64_t head)
-    {
-        constexpr std::uint64_t ChunkHead = 8;
-        std::uint64_t const behind = std::uint64_t(avio_tell(m_io)) + head;
-        std::uint64_t padding = (OutFile::Page - behind % OutFile::Page) % OutFile::Page;
-        if (padding == 0)
-            return 0;
-        if (padding < ChunkHead)
-            padding += OutFile::Page;
-        static constexpr std::array<std::uint8_t, OutFile::Page> zeros{};
-        avio_wl32(m_io, MKTAG('J', 'U', 'N', 'K'));
-        avio_wl32(m_io, std::uint32_t(padding - ChunkHead));
-        avio_write(m_io, zeros.data(), int(padding - ChunkHead));
-        return m_error;
-    }
-
     int WriteChunk(AVPacket &packet)
     {
-        constexpr std::int64_t ChunkHead = 8, Padding = 1, Total = 16;
-        std::int64_t const end = avio_tell(m_io) + ChunkHead + packet.size + Padding;
+        constexpr std::int64_t ChunkHead = 8, Padding = 1;
+        std::int64_t const end = m_bytes.Position() + ChunkHead + packet.size + Padding;
         int const status = av_write_frame(m_format, &packet);
-        if (m_error || status < 0)
-            return m_error ? m_error : ErrnoOf(status);
-        if (m_firstPart || avio_tell(m_io) <= end)
+        if (m_bytes.Error() || status < 0)
+            return m_bytes.Error() ? m_bytes.Error() : ErrnoOf(status);
+        if (m_firstPart || m_bytes.Position() <= end)
             return 0;
         // More than the frame was written, so that a further part begins with it. The head is to tell the frames of the
         // first one; libavformat has counted this one in.
         m_firstPart = true;
-        return SetInHead(m_mainAt + Total, std::uint32_t(m_readable));
+        return m_bytes.CorrectCount(std::uint32_t(m_readable));
     }
 
     // A frame on the direct road: its pixels begin at a page and need not be copied, and what follows fills one, so
@@ -318,14 +224,14 @@ private:
     int WriteAligned(AVPacket &packet)
     {
         constexpr std::uint64_t ChunkHead = 8;
-        if (int const error = WritePadding(ChunkHead))
+        if (int const error = m_bytes.WritePadding(ChunkHead))
             return error;
         if (int const error = WriteChunk(packet))
             return error;
-        if (int const error = WritePadding(0))
+        if (int const error = m_bytes.WritePadding(0))
             return error;
-        avio_flush(m_io);
-        return m_error ? m_error : m_file.Flush();
+        int const error = m_bytes.Flush();
+        return error ? error : m_file.Flush();
     }
 
     // The next frame. After a failure the file ends with the frame before, and later packets of the encoder do not fit
@@ -343,19 +249,20 @@ private:
                 m_failure = error;
             return error;
         }
-        avio_flush(m_io);
+        m_bytes.Flush();
         std::uint64_t const begin = m_file.Size();
         int error = 0;
         if (m_direct) {
             error = WriteAligned(packet);
         } else {
             error = WriteChunk(packet);
-            avio_flush(m_io);
+            int const flushing = m_bytes.Flush();
             if (!error)
-                error = m_error;
+                error = flushing;
         }
         if (error) {
-            m_error = m_failure = error; // libavformat has taken the frame into its index: nothing more is asked of it
+            m_failure = error;
+            m_bytes.Fail(error); // libavformat has taken the frame into its index: nothing more is asked of it
             CutTo(begin);
             return error;
         }
@@ -365,18 +272,14 @@ private:
 
     Compressor const &m_compressor;
     int const m_jpegQuality;
-    std::uint64_t m_position = 0; // where libavformat writes next
-    std::uint64_t m_mainAt = 0;   // where the head has what holds for the whole movie
-    std::uint64_t m_rateAt = 0;   // where it has the rate
-    int m_error = 0;              // of the file; nothing is written after it
-    int m_failure = 0;            // no frame is taken after it
-    bool m_uncut = false;         // something is left after the last whole frame
+    AviBytes m_bytes{m_file};
+    int m_failure = 0;    // no frame is taken after it
+    bool m_uncut = false; // something is left after the last whole frame
     bool m_direct = false;
     bool m_headerWritten = false;
     bool m_firstPart = false; // is complete
     AVRational m_timeBase{1, 1};
     AVFormatContext *m_format = nullptr;
-    AVIOContext *m_io = nullptr;
     std::unique_ptr<VideoEncoder> m_encoder;        // null without a compressor,
     std::unique_ptr<AVPacket, PacketDeleter> m_raw; // which then holds the frame
     FrameMemory<std::uint8_t> m_lines;

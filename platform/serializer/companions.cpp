@@ -30,6 +30,22 @@ std::string_view WithoutExtension(std::string_view name)
     return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
 }
 
+// The path from the folder on; empty for a file that is not below it.
+std::string_view PathBelow(std::string_view folder, std::string_view file)
+{
+    if (folder == "." && !file.starts_with('/')) {
+        file.remove_prefix(file.starts_with("./") ? 2 : 0);
+    } else if (folder == "/" && file.starts_with('/')) {
+        file.remove_prefix(1);
+    } else if (!folder.empty() && file.starts_with(folder) && file.substr(folder.size()).starts_with('/')) {
+        file.remove_prefix(folder.size() + 1);
+    } else {
+        return {};
+    }
+    file.remove_prefix(std::min(file.find_first_not_of('/'), file.size()));
+    return file.starts_with("../") || file.find("/../") != std::string_view::npos ? std::string_view() : file;
+}
+
 bool IsThere(std::string const &file)
 {
     struct stat info;
@@ -61,6 +77,7 @@ void Companions::Forget()
     m_folder.clear();
     m_name.clear();
     m_home.clear();
+    m_wantedHome.clear();
     m_movie.clear();
     m_failure.clear();
     m_lasting = false;
@@ -75,10 +92,11 @@ void Companions::GiveUp()
     m_waiting = m_waitingBytes = 0;
 }
 
-void Companions::BeginSeries(std::optional<SeriesFiles::RawShape> const &raw)
+void Companions::BeginSeries(std::optional<SeriesFiles::RawShape> const &raw, std::string const &home)
 {
     m_on = true;
     m_raw = raw;
+    m_wantedHome = home.substr(0, std::max<std::size_t>(home.find_last_not_of('/') + 1, home.starts_with('/')));
     m_written = {};
 }
 
@@ -263,10 +281,8 @@ void Companions::DropRows(std::size_t rows)
 
 void Companions::Relate(std::string const &file, std::string &relative) const
 {
-    std::string_view const base = BaseOf(file);
-    if (std::string_view const home = std::string_view(file).substr(0, file.size() - base.size());
-        home.empty() ? m_home == "." : home.substr(0, std::max<std::size_t>(home.size() - 1, 1)) == m_home) {
-        relative.assign("../").append(base);
+    if (std::string_view const path = PathBelow(m_home, file); !path.empty()) {
+        relative.assign("../").append(path);
         return;
     }
     relative = std::filesystem::path(file).lexically_relative(m_folder).generic_string();
@@ -279,8 +295,8 @@ void Companions::Relate(std::string const &file, std::string &relative) const
 int Companions::Open()
 {
     std::string const &first = m_movie.empty() ? m_rows[0].file : m_movie;
-    m_home = FolderOf(first);
-    m_folder = std::string(first, 0, first.size() - BaseOf(first).size());
+    m_home = PathBelow(m_wantedHome, first).empty() ? FolderOf(first) : m_wantedHome;
+    m_folder = m_home == "." ? "" : m_home + (m_home == "/" ? "" : "/");
     m_folder.append(WithoutExtension(BaseOf(first))).append(FolderEnd);
     if (int const error = UnderFreeName(
             m_folder, [](std::string const &name) { return mkdir(name.c_str(), 0777) == 0 ? 0 : OfName(errno); }))

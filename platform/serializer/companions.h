@@ -6,8 +6,8 @@
 // some is taken ahead, so that those of the last frames fit on a disk that these have filled. A folder that somebody
 // has removed is begun anew with the frames that are still there.
 //
-// One thread at a time. Nothing is allocated for a frame once the first batches have been written, unless it is in
-// another folder than the first one.
+// One thread at a time. Nothing is allocated for a frame once the first batches have been written, unless it is not
+// below the folder that holds this one.
 #pragma once
 
 #include "outfile.h"
@@ -30,8 +30,8 @@ public:
 
     // Everything of the series or movie before; nothing is kept until one of the next two.
     void Forget();
-    // The shape of a raw series.
-    void BeginSeries(std::optional<SeriesFiles::RawShape> const &raw);
+    // The shape of a raw series, and the folder that is to hold what belongs to the series; empty: the first frame's.
+    void BeginSeries(std::optional<SeriesFiles::RawShape> const &raw, std::string const &home);
     void BeginMovie(std::string const &file);
     // `readable` frames are in the movie; -1: as many as were before.
     void End(std::int64_t readable);
@@ -69,7 +69,6 @@ private:
     void WriteRows(std::size_t rows);
     void WriteList();
     int Open();
-    int OpenIn(std::string const &place);
     int WriteHeaders(std::string const &start);
     void Close();
     void Remove();
@@ -81,7 +80,8 @@ private:
 
     bool m_on = false;
     std::optional<SeriesFiles::RawShape> m_raw;
-    std::string m_movie; // its file; empty for a series
+    std::string m_movie;      // its file; empty for a series
+    std::string m_wantedHome; // of a series
     std::string m_folder, m_name;
     std::string m_home; // the folder that m_folder is in
     OutFile m_table, m_list;

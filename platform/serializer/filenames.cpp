@@ -77,6 +77,20 @@ int UnderFreeName(std::string &name, std::function<int(std::string const &)> con
     return error;
 }
 
+int CreateUnderFreeName(std::string &name, int flags, int &file)
+{
+    auto const create = [&](std::string const &candidate) {
+        file = open(candidate.c_str(), flags | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        return file >= 0 ? 0 : errno;
+    };
+    int const error = UnderFreeName(name, create);
+    if (error != ENOENT)
+        return error;
+    if (int const failure = MakeFolders(FolderOf(name)))
+        return failure;
+    return UnderFreeName(name, create);
+}
+
 int MoveWithoutReplacing(std::string const &from, std::string const &to)
 {
     // Some file systems support neither of the first two; there an empty file takes the name, which the move replaces.

@@ -48,6 +48,11 @@ hid_t Given(Kind kind)
 
 } // namespace
 
+char const *Hdf5Columns::NameOf(std::size_t column)
+{
+    return s_columns[column].name;
+}
+
 bool Hdf5Columns::Create(hid_t file)
 {
     static_assert(std::size(s_columns) == Count);

@@ -14,6 +14,8 @@ class Hdf5Columns
 {
 public:
     static constexpr std::size_t Rows = 4096; // of a chunk, and gathered at most
+    static constexpr std::size_t Count = 8;
+    static char const *NameOf(std::size_t column);
 
     bool Create(hid_t file);
     void Add(_TovImage const &image, TovFrameNote const &note);
@@ -26,7 +28,6 @@ public:
     void Close();
 
 private:
-    static constexpr std::size_t Count = 8;
     bool WriteColumn(std::size_t column, hsize_t rows);
 
     std::array<Hdf5Set, Count> m_sets;

@@ -1,12 +1,7 @@
 #include "hdf5disk.h"
 
 #include "filenames.h"
-#include "outfile.h"
 #include "partfiles.h"
-
-#if __has_include(<H5FDdevelop.h>)
-#include <H5FDdevelop.h> // later releases have the drivers' side apart
-#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -26,123 +21,7 @@ constexpr std::uint64_t ReserveStep = 64u << 20;
 // Smaller pieces are tables, or frames so small that the page cache serves them better.
 constexpr std::size_t DirectSize = 256 * 1024;
 
-struct OpenDisk : H5FD_t
-{
-    Hdf5Disk *disk = nullptr;
-};
-
-Hdf5Disk &DiskOf(H5FD_t *file)
-{
-    return *static_cast<OpenDisk *>(file)->disk;
-}
-Hdf5Disk const &DiskOf(H5FD_t const *file)
-{
-    return *static_cast<OpenDisk const *>(file)->disk;
-}
-
-H5FD_t *OpenFile(char const *, unsigned, hid_t access, haddr_t)
-{
-    auto const *disk = static_cast<Hdf5Disk *const *>(H5Pget_driver_info(access));
-    auto *const file = disk ? new (std::nothrow) OpenDisk : nullptr;
-    if (file)
-        file->disk = *disk;
-    return file;
-}
-
-herr_t CloseFile(H5FD_t *file)
-{
-    delete static_cast<OpenDisk *>(file);
-    return 0;
-}
-
-herr_t Query(H5FD_t const *, unsigned long *flags)
-{
-    *flags = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_ACCUMULATE_METADATA | H5FD_FEAT_AGGREGATE_SMALLDATA |
-             H5FD_FEAT_SUPPORTS_SWMR_IO | H5FD_FEAT_DEFAULT_VFD_COMPATIBLE;
-    return 0;
-}
-
-haddr_t GetAllocated(H5FD_t const *file, H5FD_mem_t)
-{
-    return DiskOf(file).allocated;
-}
-
-herr_t SetAllocated(H5FD_t *file, H5FD_mem_t, haddr_t end)
-{
-    DiskOf(file).allocated = end;
-    return 0;
-}
-
-haddr_t GetEnd(H5FD_t const *file, H5FD_mem_t)
-{
-    return DiskOf(file).End();
-}
-
-herr_t ReadFile(H5FD_t *file, H5FD_mem_t, hid_t, haddr_t position, std::size_t size, void *data)
-{
-    return DiskOf(file).Read(position, data, size) ? -1 : 0;
-}
-
-herr_t WriteFile(H5FD_t *file, H5FD_mem_t, hid_t, haddr_t position, std::size_t size, void const *data)
-{
-    return DiskOf(file).Write(position, data, size) ? -1 : 0;
-}
-
-herr_t TruncateFile(H5FD_t *file, hid_t, hbool_t closing)
-{
-    if (closing)
-        DiskOf(file).Truncate();
-    return 0;
-}
-
-// Keeps readers away while the file is being made. Where a file system has no locks, it goes without: the library's
-// marks in the file remain, which it makes for drivers that lock.
-herr_t LockFile(H5FD_t *file, hbool_t writing)
-{
-    DiskOf(file).Lock(writing ? LOCK_EX | LOCK_NB : LOCK_SH | LOCK_NB);
-    return 0;
-}
-
-herr_t UnlockFile(H5FD_t *file)
-{
-    DiskOf(file).Lock(LOCK_UN);
-    return 0;
-}
-
-H5FD_class_t DriverClass()
-{
-    H5FD_class_t driver{};
-#if defined(H5FD_CLASS_VERSION)
-    driver.version = H5FD_CLASS_VERSION;
-    driver.value = H5FD_class_value_t(H5_VFD_RESERVED + 1);
-#endif
-    driver.name = "tov_disk";
-    driver.maxaddr = haddr_t(INT64_MAX);
-    driver.fc_degree = H5F_CLOSE_STRONG;
-    driver.fapl_size = sizeof(Hdf5Disk *);
-    driver.open = OpenFile;
-    driver.close = CloseFile;
-    driver.query = Query;
-    driver.get_eoa = GetAllocated;
-    driver.set_eoa = SetAllocated;
-    driver.get_eof = GetEnd;
-    driver.read = ReadFile;
-    driver.write = WriteFile;
-    driver.truncate = TruncateFile;
-    driver.lock = LockFile;
-    driver.unlock = UnlockFile;
-    H5FD_mem_t const kinds[] = H5FD_FLMAP_DICHOTOMY;
-    std::copy(std::begin(kinds), std::end(kinds), driver.fl_map);
-    return driver;
-}
-
 } // namespace
-
-Hdf5Disk::Hdf5Disk()
-{
-    H5FD_class_t const driver = DriverClass();
-    m_driver = Hdf5Handle<H5FDunregister>(H5FDregister(&driver));
-}
 
 Hdf5Disk::~Hdf5Disk()
 {
@@ -153,37 +32,13 @@ int Hdf5Disk::Create(std::string const &name, bool direct)
 {
     m_name = name;
     RemoveLeftovers(FolderOf(name));
-    bool foldersMade = false;
-    int const error = UnderFreeName(m_name, [&](std::string const &candidate) {
-        for (;;) {
-            m_file = open(candidate.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
-            if (m_file >= 0)
-                return 0;
-            int error = errno;
-            if (error == ENOENT && !foldersMade) {
-                foldersMade = true;
-                error = MakeFolders(FolderOf(candidate));
-                if (error == 0)
-                    continue;
-            }
-            return OfName(error);
-        }
-    });
+    int const error = OfName(CreateUnderFreeName(m_name, O_RDWR, m_file));
     if (!error && direct) // through its number, so that it is the same file whatever becomes of the name
         m_direct = open(("/proc/self/fd/" + std::to_string(m_file)).c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC);
     m_end = m_reserved = allocated = 0;
     m_step = ReserveStep;
     m_error = 0;
     return error;
-}
-
-Hdf5Handle<H5Pclose> Hdf5Disk::Access() const
-{
-    Hdf5Handle<H5Pclose> access(H5Pcreate(H5P_FILE_ACCESS));
-    Hdf5Disk const *const self = this;
-    if (!access || H5Pset_driver(access.Get(), m_driver.Get(), &self) < 0)
-        return {};
-    return access;
 }
 
 int Hdf5Disk::Reopen()
@@ -265,7 +120,36 @@ int Hdf5Disk::EndFrame()
     return m_frameError;
 }
 
+// One write of at most that many of its bytes, which are then taken off.
+int Hdf5Disk::WriteSome(int file, Piece &piece, std::size_t most)
+{
+    ssize_t const written = pwrite(file, piece.bytes, most, off_t(piece.position));
+    if (written < 0)
+        return errno == EINTR ? 0 : errno;
+    if (written == 0)
+        return EIO;
+    piece.position += std::uint64_t(written);
+    piece.bytes += written;
+    piece.size -= std::size_t(written);
+    return 0;
+}
+
 int Hdf5Disk::Read(std::uint64_t position, void *data, std::size_t size) const
+{
+    if (int const error = ReadFile(position, data, size))
+        return error;
+    auto *const bytes = static_cast<unsigned char *>(data);
+    for (auto at = m_changed.lower_bound(position / Page); at != m_changed.end(); ++at) {
+        std::uint64_t const begin = at->first * Page;
+        if (begin >= position + size)
+            break;
+        std::uint64_t const from = std::max(begin, position), to = std::min(begin + Page, position + size);
+        std::memcpy(bytes + (from - position), at->second.data() + (from - begin), std::size_t(to - from));
+    }
+    return 0;
+}
+
+int Hdf5Disk::ReadFile(std::uint64_t position, void *data, std::size_t size) const
 {
     auto *bytes = static_cast<char *>(data);
     while (size > 0) {
@@ -286,41 +170,29 @@ int Hdf5Disk::Read(std::uint64_t position, void *data, std::size_t size) const
 }
 
 // Whole pages past the page cache, as far as the file system goes along; what is left is for WriteOut.
-int Hdf5Disk::WritePages(std::uint64_t &position, unsigned char const *&bytes, std::size_t &size)
+int Hdf5Disk::WritePages(Piece &piece)
 {
-    while (m_direct >= 0 && size >= Page && position % Page == 0) {
-        ssize_t const written = pwrite(m_direct, bytes, size / Page * Page, off_t(position));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0 && errno == EINVAL) { // the file system accepts the flag, but not our alignment
+    while (m_direct >= 0 && piece.size >= Page && piece.position % Page == 0) {
+        int const error = WriteSome(m_direct, piece, piece.size / Page * Page);
+        if (error == EINVAL) { // the file system accepts the flag, but not our alignment
             close(m_direct);
             m_direct = -1;
-            break;
+        } else if (error) {
+            return error;
         }
-        if (written <= 0)
-            return written == 0 ? EIO : errno;
-        position += std::uint64_t(written);
-        bytes += written;
-        size -= std::size_t(written);
     }
     return 0;
 }
 
-int Hdf5Disk::WriteOut(std::uint64_t position, unsigned char const *bytes, std::size_t size)
+int Hdf5Disk::WriteOut(Piece piece)
 {
-    if (size >= DirectSize && reinterpret_cast<std::uintptr_t>(bytes) % Page == 0) {
-        if (int const error = WritePages(position, bytes, size))
+    if (piece.size >= DirectSize && reinterpret_cast<std::uintptr_t>(piece.bytes) % Page == 0) {
+        if (int const error = WritePages(piece))
             return error;
     }
-    while (size > 0) {
-        ssize_t const written = pwrite(m_file, bytes, size, off_t(position));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return written == 0 ? EIO : errno;
-        position += std::uint64_t(written);
-        bytes += written;
-        size -= std::size_t(written);
+    while (piece.size > 0) {
+        if (int const error = WriteSome(m_file, piece, piece.size))
+            return error;
     }
     return 0;
 }
@@ -329,7 +201,8 @@ int Hdf5Disk::Write(std::uint64_t position, void const *data, std::size_t size)
 {
     if (m_error)
         return 0;
-    int const error = WriteOut(position, static_cast<unsigned char const *>(data), size);
+    auto const *const bytes = static_cast<unsigned char const *>(data);
+    int const error = m_changing ? Keep(position, bytes, size) : WriteOut({position, bytes, size});
     if (!error)
         m_end = std::max(m_end, position + size);
     else if (m_inFrame)
@@ -337,6 +210,57 @@ int Hdf5Disk::Write(std::uint64_t position, void const *data, std::size_t size)
     else
         m_error = error;
     return m_frameError && m_inFrame ? error : 0;
+}
+
+void Hdf5Disk::BeginChange()
+{
+    m_changing = true;
+    m_endBefore = m_end;
+}
+
+int Hdf5Disk::Keep(std::uint64_t position, unsigned char const *bytes, std::size_t size)
+try {
+    while (size > 0) {
+        std::size_t const at = std::size_t(position % Page), part = std::min(size, Page - at);
+        auto const [page, isNew] = m_changed.try_emplace(position / Page);
+        if (isNew) {
+            if (int const error = ReadFile(position - at, page->second.data(), Page)) {
+                m_changed.erase(page);
+                return error;
+            }
+        }
+        std::memcpy(page->second.data() + at, bytes, part);
+        position += part;
+        bytes += part;
+        size -= part;
+    }
+    return 0;
+} catch (std::bad_alloc const &) { // which must not pass through the library
+    return ENOMEM;
+}
+
+// What is new, at the end, then what leads there: the beginning, which tells how long the file is, before all else.
+int Hdf5Disk::CommitChange()
+{
+    m_changing = false;
+    for (bool const isNew : {true, false}) {
+        for (auto const &[number, page] : m_changed) {
+            std::uint64_t const begin = number * Page;
+            if (m_error || (begin + Page > m_endBefore) != isNew || begin >= m_end)
+                continue;
+            m_error = WriteOut({begin, page.data(), std::size_t(std::min<std::uint64_t>(Page, m_end - begin))});
+        }
+    }
+    m_changed.clear();
+    Truncate();
+    return m_error;
+}
+
+void Hdf5Disk::DropChange()
+{
+    m_changing = false;
+    m_changed.clear();
+    m_end = allocated = m_endBefore;
 }
 
 void Hdf5Disk::Lock(int operation) const
@@ -348,7 +272,9 @@ void Hdf5Disk::Truncate()
 {
     if (m_error)
         return;
-    if (ftruncate(m_file, off_t(allocated)) != 0)
+    if (m_changing)
+        m_end = allocated;
+    else if (ftruncate(m_file, off_t(allocated)) != 0)
         m_error = errno;
     else
         m_end = m_reserved = allocated;

@@ -1,11 +1,16 @@
-// The disk under an HDF5 file that grows: a driver for the HDF5 library. Frames go past the page cache, room is taken
-// ahead, errors are errno values, and a disk that is full does not catch the library in the middle of its tables.
+// The disk under an HDF5 file that grows, for the driver of the HDF5 library (hdf5driver.h). Frames go past the page
+// cache, room is taken ahead, errors are errno values, and a disk that is full does not catch the library in the middle
+// of its tables.
 #pragma once
+
+#include "outfile.h"
 
 #include <hdf5.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 
 // An identifier of the library's, which goes by its own function.
@@ -55,15 +60,13 @@ private:
 class Hdf5Disk
 {
 public:
-    Hdf5Disk();
+    Hdf5Disk() = default;
     ~Hdf5Disk();
     Hdf5Disk(Hdf5Disk const &) = delete;
     Hdf5Disk &operator=(Hdf5Disk const &) = delete;
 
     // A new file, under the next free number where the name is taken. Missing folders are made.
     int Create(std::string const &name, bool direct);
-    // A property list by which H5Fcreate and H5Fopen get to the created file, whatever name they are given.
-    Hdf5Handle<H5Pclose> Access() const;
     // Before the library opens a file again that it has closed.
     int Reopen();
     // Room for so many bytes behind all that the library has allocated, so that writing there will not fail for the
@@ -95,6 +98,13 @@ public:
     void BeginFrame();
     int EndFrame(); // the error of the frame
 
+    // From now on the file stays as it is, and changes are kept in memory, until all of them get into the file in an
+    // order in which a reader finds either what was there or all of it. For little: a page is kept for each one
+    // touched.
+    void BeginChange();
+    int CommitChange();
+    void DropChange();
+
     // For the driver.
     int Read(std::uint64_t position, void *data, std::size_t size) const;
     int Write(std::uint64_t position, void const *data, std::size_t size);
@@ -107,16 +117,29 @@ public:
     }
 
 private:
-    int WritePages(std::uint64_t &position, unsigned char const *&bytes, std::size_t &size);
-    int WriteOut(std::uint64_t position, unsigned char const *bytes, std::size_t size);
+    // What is left to be written.
+    struct Piece
+    {
+        std::uint64_t position;
+        unsigned char const *bytes;
+        std::size_t size;
+    };
+    using PageBytes = std::array<unsigned char, OutFile::Page>;
+    int ReadFile(std::uint64_t position, void *data, std::size_t size) const;
+    int Keep(std::uint64_t position, unsigned char const *bytes, std::size_t size);
+    static int WriteSome(int file, Piece &piece, std::size_t most);
+    int WritePages(Piece &piece);
+    int WriteOut(Piece piece);
 
-    Hdf5Handle<H5FDunregister> m_driver;
     std::string m_name;
     int m_file = -1;
     int m_direct = -1;            // the same file with O_DIRECT; -1: not wanted, or the file system cannot
     std::uint64_t m_end = 0;      // of what was written
     std::uint64_t m_reserved = 0; // the file's size, which is taken from the file system
     std::uint64_t m_step = 0;     // what Reserve takes at least
+    bool m_changing = false;
+    std::uint64_t m_endBefore = 0;                // of the change
+    std::map<std::uint64_t, PageBytes> m_changed; // by the pages' numbers
     bool m_inFrame = false;
     int m_frameError = 0;
     int m_error = 0;

@@ -3,7 +3,7 @@
 #include "failures.h"
 #include "framememory.h"
 #include "hdf5columns.h"
-#include "hdf5disk.h"
+#include "hdf5driver.h"
 #include "hdf5layout.h"
 #include "pixellayout.h"
 
@@ -176,7 +176,7 @@ private:
     Hdf5List Access() const
     {
         // The first format that can be read while it grows, which all later releases know.
-        Hdf5List access = m_disk.Access();
+        Hdf5List access = m_driver.Access(m_disk);
         if (!access || H5Pset_libver_bounds(access.Get(), H5F_LIBVER_V110, H5F_LIBVER_V110) < 0 ||
             H5Pset_alignment(access.Get(), AlignedSize, OutFile::Page) < 0 ||
             H5Pset_meta_block_size(access.Get(), TableBlock) < 0)
@@ -263,7 +263,8 @@ private:
         return m_file.Close() && closed;
     }
 
-    // The file as any other, for what cannot be added while it grows.
+    // The file as any other, for what cannot be added while it grows. Until all of it is there, the file stays as it
+    // is.
     int AddConfiguration(std::string const &text)
     {
         if (int const error = m_disk.Reopen())
@@ -271,14 +272,17 @@ private:
         if (int const error = m_disk.Reserve(text.size() + TableRoom))
             return error;
         Hdf5List const access = Access();
+        m_disk.BeginChange();
         m_file = Hdf5Handle<H5Fclose>(H5Fopen(m_disk.Name().c_str(), H5F_ACC_RDWR, access.Get()));
         bool const written = m_file && WriteText(m_file.Get(), "configuration", text);
-        if (!m_file.Close() || !written)
-            m_failed = true;
-        return Error();
+        if (m_file.Close() && written && !m_disk.Error())
+            return m_disk.CommitChange();
+        m_disk.DropChange();
+        return m_disk.Error() ? m_disk.Error() : EIO;
     }
 
-    Hdf5Disk m_disk; // outlives what the library has open
+    Hdf5Driver m_driver; // both outlive what the library has open
+    Hdf5Disk m_disk;
     Hdf5Handle<H5Fclose> m_file;
     Hdf5Set m_frames;
     Hdf5Columns m_columns;

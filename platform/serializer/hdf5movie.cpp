@@ -44,6 +44,10 @@ public:
     {
         m_hdf5.SetConfiguration(text);
     }
+    bool HoldsConfiguration() const override
+    {
+        return true;
+    }
 
 private:
     Hdf5File m_hdf5;

@@ -41,6 +41,10 @@ public:
     virtual void SetConfiguration(std::string const &)
     {
     }
+    virtual bool HoldsConfiguration() const
+    {
+        return false;
+    }
     // Whether the open file has been deleted by somebody.
     virtual bool IsLost() const
     {

@@ -140,29 +140,15 @@ int OutFile::CreateVisible(std::string const &name, Road road)
         m_stage = static_cast<unsigned char *>(memory);
     }
     RemoveLeftovers(FolderOf(name));
-    bool foldersMade = false;
-    return UnderFreeName(m_name, [&](std::string const &candidate) {
-        for (;;) {
-            m_file = open(candidate.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | (m_direct ? O_DIRECT : 0), 0666);
-            if (m_file >= 0) {
-                m_visible = true;
-                return 0;
-            }
-            int error = errno;
-            if (error == ENOENT && !foldersMade) {
-                foldersMade = true;
-                error = MakeFolders(FolderOf(candidate));
-                if (error == 0)
-                    continue;
-            } else if (error == EINVAL && m_direct) {
-                // A refused open may have left an empty file.
-                unlink(candidate.c_str());
-                m_direct = false;
-                continue;
-            }
-            return OfName(error);
-        }
-    });
+    int error = CreateUnderFreeName(m_name, O_WRONLY | (m_direct ? O_DIRECT : 0), m_file);
+    if (error == EINVAL && m_direct) {
+        unlink(m_name.c_str()); // a refused open may have left an empty file
+        m_direct = false;
+        m_name = name;
+        error = CreateUnderFreeName(m_name, O_WRONLY, m_file);
+    }
+    m_visible = error == 0;
+    return OfName(error);
 }
 
 void OutFile::SetDirect(bool direct)

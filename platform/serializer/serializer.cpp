@@ -1,17 +1,15 @@
 #include "tovserializer.h"
 
 #include "companions.h"
+#include "formatpicture.h"
 #include "imageformats.h"
 #include "movieformats.h"
 #include "pixellayout.h"
-#include "tovcomponentbase.h"
+#include "serializerparameters.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <optional>
 #include <string>
@@ -19,7 +17,6 @@
 
 namespace {
 
-constexpr unsigned char ComponentType = 202;
 // Frames a second; a rate is kept as a fraction of such numbers.
 constexpr double SlowestMovie = 1e-6, FastestMovie = 1e6;
 constexpr std::chrono::seconds LookEvery{1};
@@ -54,29 +51,12 @@ std::string Extension(char const *text)
     return extension;
 }
 
-class Serializer final : public TovImageSerializer, private TovComponentBase
+class Serializer final : public TovImageSerializer
 {
 public:
-    Serializer() : TovComponentBase(ComponentType)
-    {
-        std::string list;
-        for (std::string const &name : AviCompressors()) {
-            if (!list.empty())
-                list += '|';
-            list += name;
-        }
-        list.copy(m_compressors.data(), m_compressors.size() - 1);
-        std::strcpy(m_compressor.data(), "Uncompressed");
-
-        AddParam(TovIntParam("jpeg.quality", &m_jpegQuality, m_jpegQuality, 1, 100));
-        AddParam(TovStringParam("movie.compressors", m_compressors.data(), m_compressors.size(), ""));
-        AddParam(TovStringParam("movie.compressor", m_compressor.data(), m_compressor.size(), ""));
-        AddParam(TovIntParam("movie.options", &m_options, 0, 0, 1)); // no compressor here has a dialog
-    }
-
     TovComponent *GetComponent() override
     {
-        return this;
+        return &m_parameters;
     }
 
     std::int32_t StartImageSeries(_TovImage const *image, char const *extension) override
@@ -84,16 +64,17 @@ public:
         return Guarded([&]() -> std::int32_t {
             if (std::int32_t const status = CheckStart(image, extension))
                 return status;
-            auto format = MakeImageFormat(Extension(extension), int(TovLoadBound(m_jpegQuality)));
+            auto format = MakeImageFormat(Extension(extension), m_parameters.JpegQuality());
             if (!format)
                 return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no file format \"" + Extension(extension) + '"');
-            if (std::int32_t const status = SetTarget(*image, *format))
+            if (std::int32_t const status = BeginPictures(*image, *format))
                 return status;
             m_series = std::move(format);
             m_configuration.clear(); // no place for it
             m_file.ForgetFolders();
             if (m_withCompanions)
-                m_companions.BeginSeries(Extension(extension) == "raw" ? std::optional(ShapeOf(*image)) : std::nullopt);
+                m_companions.BeginSeries(Extension(extension) == "raw" ? std::optional(ShapeOf(*image)) : std::nullopt,
+                                         m_companionHome);
             return TOV_SERIALIZER_OK;
         });
     }
@@ -105,27 +86,14 @@ public:
                 return status;
             if (!(fps >= SlowestMovie) || !(fps <= FastestMovie))
                 return Failed(TOV_SERIALIZER_ERR_ARGUMENT, NoRateText(fps));
-            std::string const extension = Extension(fileName);
             std::unique_ptr<Movie> movie;
-            if (extension == "avi") {
-                movie = MakeAviMovie(CompressorInUse(), int(TovLoadBound(m_jpegQuality)));
-                if (!movie)
-                    return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no compressor \"" + CompressorInUse() + '"');
-            } else if (extension == "tvm") {
-                movie = MakeTvmMovie();
-            } else if (extension == "h5") {
-                movie = MakeHdf5Movie();
-            } else {
-                return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no movie format \"" + extension + '"');
-            }
-            if (std::int32_t const status = SetTarget(*image, *movie))
+            if (std::int32_t const status = MakeMovie(Extension(fileName), movie))
                 return status;
-            _TovImage shape = *image;
-            if (m_converted)
-                shape = *m_converted;
+            if (std::int32_t const status = BeginPictures(*image, *movie))
+                return status;
             movie->SetConfiguration(m_configuration);
-            if (int const error = movie->Open(fileName, shape, fps)) {
-                ReleaseConverted();
+            if (int const error = movie->Open(fileName, m_picture.Converted(*image), fps)) {
+                m_picture.End();
                 return Judged(error);
             }
             m_movie = std::move(movie);
@@ -148,7 +116,7 @@ public:
             m_companions.End(m_readable);
             m_movie.reset();
             m_series.reset();
-            ReleaseConverted();
+            m_picture.End();
             return status;
         });
     }
@@ -226,6 +194,19 @@ public:
         });
     }
 
+    bool HoldsConfiguration() const override
+    {
+        return m_movie && m_movie->HoldsConfiguration();
+    }
+
+    void SetCompanionHome(char const *folder) override
+    {
+        Guarded([&]() -> std::int32_t {
+            m_companionHome = folder ? folder : "";
+            return TOV_SERIALIZER_OK;
+        });
+    }
+
 private:
     ~Serializer() override
     {
@@ -292,39 +273,34 @@ private:
             return Failed(TOV_SERIALIZER_ERR_STATE, "No recording is under way");
         if (!HasPixels(image))
             return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture is empty");
-        if (image->width != m_width || image->height != m_height || image->pixelType != m_pixelType)
-            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture's size or pixel type has changed");
-        if (LineStep(*image) < LineBytes(*image))
-            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The picture's lines are too short");
+        if (char const *const objection = m_picture.Objection(*image))
+            return Failed(TOV_SERIALIZER_ERR_ARGUMENT, objection);
         if (m_series && (!fileName || !*fileName))
             return Failed(TOV_SERIALIZER_ERR_ARGUMENT, "The file has no name");
         return TOV_SERIALIZER_OK;
     }
 
-    // The shape to come, and the picture to convert into when the format wants another type.
-    template<class Format>
-    std::int32_t SetTarget(_TovImage const &image, Format const &format)
+    std::int32_t MakeMovie(std::string const &extension, std::unique_ptr<Movie> &movie)
     {
-        std::uint32_t const target = format.Accepts(image.pixelType, TovGetPixelTypeInfo(image.pixelType));
-        if (target == 0)
-            return Judged(NotHeld);
-        if (target != image.pixelType) {
-            unsigned long const status = TovCreateImage(&m_converted, {image.width, image.height}, target);
-            if (!TovSucceeded(status)) {
-                m_converted = nullptr;
-                return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NotHeld);
-            }
+        if (extension == "tvm") {
+            movie = MakeTvmMovie();
+        } else if (extension == "h5") {
+            movie = MakeHdf5Movie();
+        } else if (extension == "avi") {
+            std::string const compressor = m_parameters.Compressor();
+            movie = MakeAviMovie(compressor, m_parameters.JpegQuality());
+            if (!movie)
+                return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no compressor \"" + compressor + '"');
+        } else {
+            return Failed(TOV_SERIALIZER_ERR_FORMAT, "There is no movie format \"" + extension + '"');
         }
-        m_width = image.width;
-        m_height = image.height;
-        m_pixelType = image.pixelType;
         return TOV_SERIALIZER_OK;
     }
 
-    void ReleaseConverted()
+    template<class Format>
+    std::int32_t BeginPictures(_TovImage const &image, Format const &format)
     {
-        TovReleaseImage(&m_converted);
-        m_converted = nullptr;
+        return Judged(m_picture.Begin(image, format.Accepts(image.pixelType, TovGetPixelTypeInfo(image.pixelType))));
     }
 
     static SeriesFiles::RawShape ShapeOf(_TovImage const &image)
@@ -336,13 +312,9 @@ private:
     {
         if (std::int32_t const status = CheckFrame(image, fileName))
             return status;
-        _TovImage const *target = image;
-        if (m_converted) {
-            unsigned long const status = TovConvertImage(m_converted, image);
-            if (!TovSucceeded(status))
-                return Judged(status == TOV_IMAGE_ERR_MEMORY ? ENOMEM : NotHeld);
-            target = m_converted;
-        }
+        _TovImage const *target = nullptr;
+        if (int const error = m_picture.Convert(*image, target))
+            return Judged(error);
         return Judged(m_movie ? WriteToMovie(*target) : WriteFile(*target, *image, fileName));
     }
 
@@ -373,32 +345,21 @@ private:
         return error;
     }
 
-    std::string CompressorInUse()
-    {
-        std::array<char, sizeof m_compressor> name{};
-        unsigned int capacity = name.size();
-        return TovSucceeded(m_storage.GetParamString("movie.compressor", name.data(), &capacity)) ? name.data() : "";
-    }
-
-    // Bound to m_storage.
-    std::int64_t m_jpegQuality = 85;
-    std::array<char, 256> m_compressors{};
-    std::array<char, 64> m_compressor{};
-    std::int64_t m_options = 0;
+    SerializerParameters m_parameters;
 
     // All below: the recording thread's.
     std::unique_ptr<ImageFormat> m_series; // one of the two at most
     std::unique_ptr<Movie> m_movie;
-    std::uint32_t m_width = 0, m_height = 0, m_pixelType = 0; // as at the start
-    _TovImage *m_converted = nullptr;                         // null: pictures go as they are
-    OutFile m_file;                                           // of a series
-    std::string m_failure;                                    // of the last operation that failed
+    FormatPicture m_picture;
+    OutFile m_file;        // of a series
+    std::string m_failure; // of the last operation that failed
     std::int64_t m_readable = 0;
     std::string m_configuration;   // for the next movie
     TovFrameNote m_note;           // of the next frame
     bool m_any = false;            // a frame has been written
     std::uint64_t m_missed = 0;    // frames since the last one that was written, and the gaps before them
     bool m_withCompanions = false; // from the next start on
+    std::string m_companionHome;   // likewise
     Companions m_companions;
     std::chrono::steady_clock::time_point m_looked; // when it was last checked that the movie still exists
 };

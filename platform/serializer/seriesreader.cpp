@@ -138,17 +138,23 @@ int SeriesReader::OpenFolder(std::string const &folder, std::string const &name)
     m_tableFailure = OpenTable();
     m_headerFailure = OpenHeader();
     Rewind();
-    if (!m_tableFailure || !m_headerFailure)
+    if (!m_tableFailure || m_tableFailure == Begun || !m_headerFailure)
         return 0;
     return m_tableFailure > 0 && m_tableFailure != ENOENT ? m_tableFailure : int(NotASeries);
 }
 
 int SeriesReader::OpenTable()
 {
+    std::string const head = SeriesFiles::TableHead(), path = PathOf(TableEnding.data());
+    std::string text;
+    m_rows.Take(-1);
+    if (int const error = ReadText(path, head.size(), text))
+        return error;
+    if (text.size() < head.size() && head.starts_with(text))
+        return Begun;
     std::uint64_t size = 0;
     int descriptor = -1;
-    m_rows.Take(-1);
-    if (int const error = OpenPlain(AT_FDCWD, PathOf(TableEnding.data()).c_str(), size, descriptor))
+    if (int const error = OpenPlain(AT_FDCWD, path.c_str(), size, descriptor))
         return error;
     m_rows.Take(descriptor);
     std::string_view line;
@@ -176,15 +182,22 @@ int SeriesReader::OpenHeader()
     return 0;
 }
 
-// The recording that lists the frame: of those in its folder.
+// The recording that lists the frame: the nearest one, of those in its folder and above it.
 int SeriesReader::OpenBeside(std::string const &frame)
 {
     auto const [beside, own] = Parted(frame);
-    std::string const real = RealPath(beside);
-    for (std::string const &candidate : SeriesFoldersIn(real)) {
-        std::string const folder = real + '/' + candidate;
-        if (OpenFolder(folder, candidate.substr(0, candidate.size() - FolderEnding.size())) == 0 && Lists(own))
-            return 0;
+    std::string above = RealPath(beside), path = own;
+    for (unsigned level = 0; level <= FoldersAbove && !above.empty(); ++level) {
+        for (std::string const &candidate : SeriesFoldersIn(above)) {
+            std::string const folder = above + '/' + candidate;
+            if (OpenFolder(folder, candidate.substr(0, candidate.size() - FolderEnding.size())) == 0 && Lists(path))
+                return 0;
+        }
+        if (above == "/")
+            break;
+        auto const [higher, name] = Parted(above);
+        path.insert(0, name + '/');
+        above = higher;
     }
     return NotASeries;
 }

@@ -22,7 +22,10 @@ public:
         OtherSize = -2,  // the frame's file is not as long as the shape says
         Refused = -3,    // the frame's path leads elsewhere, or to something that is no plain file
         NoShape = -4,    // there is no header of a raw series
+        Begun = -5,      // the table ends within its first line: its writer died there
     };
+    // Where the recording of a frame is looked for: a template may have put the frames into folders of folders.
+    static constexpr unsigned FoldersAbove = 4;
     enum class Line {
         Row,
         Bad, // a line that is none of a table
@@ -35,7 +38,8 @@ public:
     SeriesReader(SeriesReader const &) = delete;
     SeriesReader &operator=(SeriesReader const &) = delete;
 
-    // The folder NAME.series, a table or a header in it, or a frame beside it that it lists.
+    // The folder NAME.series, a table or a header in it, or a frame that it lists: beside it, or a few folders further
+    // down.
     int Open(std::string const &name);
 
     std::string const &Name() const // NAME

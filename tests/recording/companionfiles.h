@@ -15,7 +15,7 @@ using SeriesFiles::Row;
 // The only folder beside the frames, with its name in front: "/f/image_1.series/image_1".
 inline QString Companions(QString const &folder)
 {
-    QFileInfoList const folders = QDir(folder).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QFileInfoList const folders = QDir(folder).entryInfoList({QStringLiteral("*.series")}, QDir::Dirs);
     return folders.size() == 1 ? folders[0].filePath() + QLatin1Char('/') + folders[0].completeBaseName() : QString();
 }
 

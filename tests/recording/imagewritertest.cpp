@@ -245,6 +245,42 @@ TEST_F(Writer, CountsAsSavedWhatAReaderFinds)
     }
 }
 
+// What frames arrive meanwhile are not the recording's.
+TEST_F(Writer, HandsTheConfigurationToAMovieThatHoldsIt)
+{
+    writer.SetParamInt("FileFormat", ImageWriter::FormatAvi);
+    for (bool const holds : {true, false}) {
+        serializer.Reset();
+        serializer.Set(&FakeSerializing::holdsConfiguration, holds);
+        Run();
+        Record();
+        Feed(1, 1);
+        ASSERT_TRUE(Drained());
+        EXPECT_TRUE(writer.StopWriting([this] {
+            Feed(2, 40);
+            return QByteArray("Gain=1");
+        }));
+        EXPECT_EQ(writer.GetLedger().acquired, 1);
+        EXPECT_EQ(serializer.TakeLog(),
+                  "Movie /s/movie.avi 1080101 30; " + std::string(holds ? "Gain=1; " : "") + "Stop");
+    }
+}
+
+TEST_F(Writer, KnowsTheFolderThatAllFramesAreBelow)
+{
+    std::pair<char const *, char const *> const cases[] = {
+        {"f", "/s/"}, {"${image.id}/f", "/s/"}, {"a/b${image.id}/c", "/s/a/"}};
+    for (auto const &[name, folder] : cases) {
+        writer.SetParamString("ImageName", name);
+        Run();
+        Record();
+        Feed(1, 1);
+        ASSERT_TRUE(Drained());
+        Stop();
+        EXPECT_EQ(serializer.Home(), folder);
+    }
+}
+
 // The recorder holds one frame, the FIFO QueueSize - 3; what comes on top replaces the newest.
 TEST_F(Writer, SlowerThanTheCameraItKeepsTheOldestInOrderAndCounts)
 {

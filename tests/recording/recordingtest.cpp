@@ -1,5 +1,6 @@
 // Whole recordings: simulated cameras, a session, and real files.
 #include "companionfiles.h"
+#include "recordedconfiguration.h"
 #include "session.h"
 #include "wait.h"
 
@@ -9,6 +10,7 @@
 #include "params.h"
 #include "simcamera.h"
 
+#include <QProcess>
 #include <QSettings>
 
 #include <algorithm>
@@ -107,10 +109,13 @@ TEST(RecordingCompanions, AreThereForEveryRecordingThatWantsThem)
         End end;
         int format;
         bool folder, configuration;
+        char const *name = "f${image.id}";
     } const rows[] = {
         {"a series", true, false, Stop, ImageWriter::FormatPng, true, true},
+        {"a series in folders", true, false, Stop, ImageWriter::FormatRaw, true, true, "${image.id}/f"},
         {"a movie", true, false, Stop, ImageWriter::FormatAvi, true, true},
         {"a camera that is lost", true, false, Loss, ImageWriter::FormatRaw, true, false},
+        {"a camera that is lost from a movie", true, false, Loss, ImageWriter::FormatAvi, true, false},
         {"a snap", true, true, Stop, ImageWriter::FormatRaw, false, false},
         {"switched off", false, false, Stop, ImageWriter::FormatRaw, false, false},
     };
@@ -130,6 +135,7 @@ TEST(RecordingCompanions, AreThereForEveryRecordingThatWantsThem)
                          &Session::signalCameraStateDisconnected, Qt::QueuedConnection);
         auto *const writer = static_cast<ImageWriter *>(session->GetImageWriter());
         writer->SetParamString("FilePath", folder.path().toUtf8().constData());
+        writer->SetParamString("ImageName", row.name);
         writer->SetParamInt("FileFormat", row.format);
         QCoreApplication::processEvents();
         emit session->signalStartAcquisition();
@@ -151,8 +157,23 @@ TEST(RecordingCompanions, AreThereForEveryRecordingThatWantsThem)
         if (row.folder) {
             EXPECT_EQ(RowsOf(companions).size(), writer->GetLedger().saved);
             EXPECT_EQ(LedgerEntry(companions, "saved"), writer->GetLedger().saved);
+            QProcess tovfile;
+            tovfile.start(QStringLiteral(TOVFILE), {QStringLiteral("check"), QFileInfo(companions).path()});
+            EXPECT_TRUE(tovfile.waitForFinished());
+            EXPECT_EQ(tovfile.exitCode(), 0) << tovfile.readAllStandardError().constData();
         }
-        EXPECT_EQ(QFile::exists(companions + QStringLiteral(".tcfg")), row.configuration);
+        QFile file(companions + QStringLiteral(".tcfg"));
+        EXPECT_EQ(file.exists(), row.configuration);
+        if (row.configuration) { // what was taken for a movie is kept as the camera would write it
+            std::atomic<bool> const lost{false};
+            RecordedConfiguration configuration(device, lost);
+            QByteArray const taken = configuration.Take();
+            EXPECT_TRUE(file.remove());
+            configuration.Keep(*writer);
+            EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+            EXPECT_EQ(file.readAll(), taken);
+            EXPECT_TRUE(taken.contains("Width"));
+        }
         session.reset();
         system->Release();
     }

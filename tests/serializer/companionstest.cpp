@@ -1,9 +1,6 @@
 // The files beside a series or a movie: what is listed can be read, and what can be read is listed.
-#include "ownmounts.h"
 #include "serializerfixture.h"
 #include "seriesfiles.h"
-
-#include <gmock/gmock.h>
 
 #include <csignal>
 #include <optional>
@@ -130,16 +127,27 @@ TEST_F(CompanionsTest, ListEveryFrameThatIsSaved)
     }
 }
 
-// Frames of a template with folders in it.
+// Frames of a template with folders in it; the folder that is above all of them is known, or not, or is not.
 TEST_F(CompanionsTest, NameFramesInOtherFolders)
 {
-    Begin("raw");
-    for (char const *file : {"a/x.raw", "a/x.raw", "b/y, \"z\".raw", "w.raw"})
-        EXPECT_EQ(serializer->WriteFrame(picture.Image(), Path(file).c_str()), TOV_SERIALIZER_OK);
-    serializer->Stop();
-    EXPECT_EQ(serializer->GetCompanionFolder(), Path("a/x.series"));
-    EXPECT_EQ(ListedOf(serializer->GetCompanionFolder(), "x"), 4u);
-    EXPECT_EQ(Rows()[2].file, "../../b/y, \"z\".raw");
+    struct
+    {
+        std::string home;
+        char const *place, *file;
+    } const cases[] = {{"", "a/", "../../b/y, \"z\".raw"},
+                       {folder.string() + '/', "", "../b/y, \"z\".raw"},
+                       {Path("b"), "a/", "../../b/y, \"z\".raw"}};
+    for (auto const &[home, place, file] : cases) {
+        serializer->SetCompanionHome(home.c_str());
+        Begin("raw");
+        for (char const *frame : {"a/x.raw", "a/x.raw", "b/y, \"z\".raw", "w.raw"})
+            EXPECT_EQ(serializer->WriteFrame(picture.Image(), Path(frame).c_str()), TOV_SERIALIZER_OK);
+        serializer->Stop();
+        EXPECT_EQ(serializer->GetCompanionFolder(), Path(place + std::string("x.series")));
+        EXPECT_EQ(ListedOf(serializer->GetCompanionFolder(), "x"), 4u);
+        EXPECT_EQ(Rows()[2].file, file);
+        SetUp();
+    }
 }
 
 TEST_F(CompanionsTest, AreNotThereUnlessWanted)
@@ -186,35 +194,6 @@ TEST_F(CompanionsTest, SurviveAKill)
     EXPECT_EQ(FramesIn(Path("m.tvm")), 3);
 }
 
-// The last frame that fits is listed, too.
-TEST_F(CompanionsTest, ListEveryFrameOnAFullDisk)
-{
-    constexpr int NotAllowed = 77;
-    int const status = InChild([this] {
-        if (!EnterOwnMounts() || mount("none", folder.c_str(), "tmpfs", 0, "size=3m") != 0)
-            return NotAllowed;
-        for (std::string const format : {"raw", "m.tvm"}) {
-            Begin(format);
-            std::uint64_t id = 1;
-            while (Write(format, id) == TOV_SERIALIZER_OK)
-                ++id;
-            std::int64_t const readable = serializer->GetReadableFrames();
-            serializer->Stop();
-            EXPECT_GT(readable, 300);
-            EXPECT_STREQ(serializer->GetCompanionFailure(), "");
-            EXPECT_EQ(std::int64_t(Rows().size()), readable) << format;
-            if (format == "raw") {
-                EXPECT_EQ(ListedOf(serializer->GetCompanionFolder(), "i1"), std::size_t(readable));
-                fs::remove_all(folder / "sub");
-            }
-        }
-        return int(HasFailure());
-    });
-    if (status == NotAllowed)
-        GTEST_SKIP() << "no file system of our own here";
-    EXPECT_EQ(status, 0);
-}
-
 // A table that cannot be written costs no frame and is told; what waits is written once that can be.
 TEST_F(CompanionsTest, CatchUpWithWhatCouldNotBeWritten)
 {
@@ -238,36 +217,6 @@ TEST_F(CompanionsTest, CatchUpWithWhatCouldNotBeWritten)
         std::size_t const listed = ListedOf(serializer->GetCompanionFolder(), serializer->GetCompanionName());
         EXPECT_EQ(listed == 500, again) << listed;
         fs::remove_all(folder / "sub");
-    }
-}
-
-TEST_F(CompanionsTest, BeginAnewWhenTheFolderIsDeleted)
-{
-    for (bool const all : {true, false}) {
-        for (std::string const format : {"raw", "m.tvm"}) {
-            SCOPED_TRACE(testing::Message() << format << all);
-            Begin(format);
-            for (std::uint64_t id = 1; id <= 3; ++id)
-                EXPECT_EQ(Write(format, id), TOV_SERIALIZER_OK);
-            fs::remove_all(all ? folder : fs::path(serializer->GetCompanionFolder()));
-            for (std::uint64_t id = 4; id <= 5; ++id)
-                Write(format, id);
-            serializer->Stop();
-            EXPECT_THAT(serializer->GetCompanionFailure(), testing::HasSubstr("deleted while it was being written"));
-            if (all && format == "m.tvm") {
-                EXPECT_FALSE(fs::exists(folder));
-                continue;
-            }
-            std::vector<Row> const rows = Rows();
-            ASSERT_GE(rows.size(), 2u);
-            EXPECT_EQ(rows.back().frameId, 5u);
-            EXPECT_EQ(rows.back().position.value_or(4), 4u);
-            if (format == "raw") {
-                EXPECT_EQ(ListedOf(serializer->GetCompanionFolder(), serializer->GetCompanionName()), rows.size());
-                EXPECT_TRUE(!all || rows.front().frameId == 4);
-            }
-            fs::remove_all(folder);
-        }
     }
 }
 

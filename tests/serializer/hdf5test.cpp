@@ -1,7 +1,6 @@
 // HDF5 files, read by the HDF5 library as any program does, and by h5py while they grow.
 #include "hdf5contents.h"
 #include "hdf5file.h"
-#include "ownmounts.h"
 #include "serializerfixture.h"
 
 #include <libdeflate.h>
@@ -15,8 +14,6 @@
 #include <sys/socket.h>
 
 namespace {
-
-constexpr int NotAllowed = 77;
 
 class Hdf5Test : public SerializerTest
 {
@@ -286,42 +283,6 @@ TEST_F(Hdf5Test, DeletedFileHasNoFrames)
     EXPECT_TRUE(file.IsLost());
     EXPECT_NE(file.Close(), 0);
     EXPECT_EQ(file.ReadableFrames(), 0);
-}
-
-// The file may have as many bytes as that, or its file system: the frames that were taken are there.
-TEST_F(Hdf5Test, FullDiskKeepsTheFramesThatFitted)
-{
-    std::signal(SIGXFSZ, SIG_IGN);
-    auto const fill = [&](int reason) {
-        Open(Path("x.h5"), 1);
-        unsigned frames = 1;
-        int error = 0;
-        while (!error && frames < 100) {
-            error = Append(frames);
-            frames += error == 0;
-        }
-        EXPECT_EQ(error, reason);
-        EXPECT_GT(frames, 4u);
-        file.SetConfiguration("small");
-        EXPECT_EQ(file.Close(), 0);
-        EXPECT_EQ(file.ReadableFrames(), frames);
-        EXPECT_EQ(Readable(Path("x.h5")), int(frames));
-        return int(HasFailure());
-    };
-    EXPECT_EQ(InChild([&] {
-                  rlimit const limit{7'340'033, RLIM_INFINITY};
-                  setrlimit(RLIMIT_FSIZE, &limit);
-                  return fill(EFBIG);
-              }),
-              0);
-    fs::remove(Path("x.h5"));
-    int const status = InChild([&] {
-        bool const mounted = EnterOwnMounts() && mount("none", folder.c_str(), "tmpfs", 0, "size=7m") == 0;
-        return mounted ? fill(ENOSPC) : NotAllowed;
-    });
-    if (status == NotAllowed)
-        GTEST_SKIP() << "no file system of our own here";
-    EXPECT_EQ(status, 0);
 }
 
 // As where room cannot be taken ahead.

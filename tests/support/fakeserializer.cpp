@@ -70,6 +70,20 @@ public:
         auto const &readable = m_script.m_state.readable;
         return readable ? readable(m_script.m_state.writes.size(), !m_started) : -1;
     }
+    bool HoldsConfiguration() const override
+    {
+        std::lock_guard const lock(m_script.m_mutex);
+        return m_script.m_state.holdsConfiguration;
+    }
+    void SetConfiguration(char const *text) override
+    {
+        Log(text, {});
+    }
+    void SetCompanionHome(char const *folder) override
+    {
+        std::lock_guard const lock(m_script.m_mutex);
+        m_script.m_state.home = folder;
+    }
 
 private:
     std::int32_t Begin(std::string const &entry)
@@ -118,6 +132,12 @@ std::string FakeSerializerScript::TakeLog()
 {
     std::lock_guard const lock(m_mutex);
     return std::exchange(m_state.log, {});
+}
+
+std::string FakeSerializerScript::Home() const
+{
+    std::lock_guard const lock(m_mutex);
+    return m_state.home;
 }
 
 std::vector<FakeWrite> FakeSerializerScript::Writes() const

@@ -30,8 +30,10 @@ struct FakeSerializing
     std::function<std::int32_t(std::size_t)> onWrite;
     std::function<std::int64_t(std::size_t written, bool stopped)> readable; // without it nobody knows
     std::string failure;                                                     // the words for it
-    std::string log;                                                         // starts and stops, "entry; entry"
-    std::vector<FakeWrite> writes;                                           // those that succeeded
+    bool holdsConfiguration = false;
+    std::string home;              // of the companions
+    std::string log;               // starts and stops, "entry; entry"
+    std::vector<FakeWrite> writes; // those that succeeded
     std::size_t calls = 0;
 };
 
@@ -49,6 +51,7 @@ public:
     }
     void Reset();
     std::string TakeLog();
+    std::string Home() const;
     std::vector<FakeWrite> Writes() const;
 
 private:

@@ -8,20 +8,25 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-std::int64_t CountAviFrames(std::string const &name)
+MovieCount CountAviFrames(std::string const &name)
 {
     av_log_set_level(AV_LOG_QUIET);
     AVFormatContext *context = nullptr;
     // The format is named, so that no other one's reader sees a file of somebody else's making.
     if (avformat_open_input(&context, ("file:" + name).c_str(), av_find_input_format("avi"), nullptr) < 0)
-        return -1;
-    std::int64_t frames = context->nb_streams == 1 ? 0 : -1;
+        return {};
+    MovieCount count;
+    std::int64_t const told = context->nb_streams == 1 ? context->streams[0]->nb_frames : -1;
     AVPacket *packet = av_packet_alloc();
-    while (frames >= 0 && packet && !IsInterrupted() && av_read_frame(context, packet) >= 0) {
-        ++frames;
+    if (packet && told >= 0)
+        count.frames = 0;
+    while (count.frames >= 0 && !IsInterrupted() && av_read_frame(context, packet) >= 0) {
+        if (!(packet->flags & AV_PKT_FLAG_CORRUPT)) // the last one may have been cut off
+            ++count.frames;
         av_packet_unref(packet);
     }
     av_packet_free(&packet);
     avformat_close_input(&context);
-    return frames;
+    count.isEnded = count.frames == told;
+    return count;
 }

@@ -3,48 +3,26 @@
 #include "commands.h"
 #include "console.h"
 #include "hdf5count.h"
+#include "strangers.h"
 
 #include "framememory.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <set>
-
-#include <dirent.h>
 
 namespace {
 
 using SeriesFiles::Row;
 using Line = SeriesReader::Line;
 
-// The name with a mark for each number in it, by which names of one recording are alike.
-std::string Pattern(std::string const &name)
-{
-    std::string pattern;
-    for (char const c : name) {
-        if (!std::isdigit(static_cast<unsigned char>(c)))
-            pattern += c;
-        else if (!pattern.ends_with('\0'))
-            pattern += '\0';
-    }
-    return pattern;
-}
-
-std::pair<std::string, std::string> Parted(std::string const &path)
-{
-    std::size_t const name = path.rfind('/') + 1;
-    return {path.substr(0, name), path.substr(name)};
-}
-
 class SeriesCheck
 {
 public:
-    SeriesCheck(SeriesReader &reader, std::string const &name) : m_reader(reader), m_name(name)
+    SeriesCheck(SeriesReader &reader, std::string const &name) : m_reader(reader), m_name(name), m_strangers(reader)
     {
     }
 
@@ -54,7 +32,7 @@ public:
         DescribeSeries(m_name, m_reader, m_summary);
         if (int const failure = m_reader.TableFailure())
             Fail("the table: %s", failure == ENOENT ? "missing" : SeriesFailureText(failure).c_str());
-        if (int const failure = m_reader.HeaderFailure(); failure && !m_summary.isMovie)
+        if (int const failure = m_reader.HeaderFailure(); failure && NeedsHeader(failure))
             Fail("the header: %s", SeriesFailureText(failure).c_str());
         if (m_summary.isMovie)
             OpenMovie();
@@ -84,6 +62,14 @@ private:
         va_end(arguments);
         Complain("%s: %s", m_name.c_str(), text);
         m_good = false;
+    }
+
+    // A raw series has one. Of what kind a series without a row is, nothing but its header tells.
+    bool NeedsHeader(int failure) const
+    {
+        if (m_summary.isMovie)
+            return false;
+        return m_summary.rows > 0 ? m_summary.firstFile.ends_with(".raw") : failure != SeriesReader::NoShape;
     }
 
     void CheckRows()
@@ -136,14 +122,8 @@ private:
             Fail("frame %" PRIu64 ": %s: has %" PRIu64 " bytes instead of %" PRIu64, row.number,
                  Shown(row.file).c_str(), size, bytes);
         }
-        if (inside.empty())
-            return;
-        auto const [folder, name] = Parted(inside);
-        m_listed.push_back(std::hash<std::string>()(inside));
-        if (m_patterns.size() < MostPatterns)
-            m_patterns.insert(Pattern(name));
-        if (m_folders.size() < MostPatterns)
-            m_folders.insert(folder);
+        if (!inside.empty())
+            m_strangers.AddListed(inside);
     }
 
     // Row by row; told where they differ first.
@@ -172,49 +152,12 @@ private:
             Fail("the header counts %" PRIu64 " frames, the table has %" PRIu64, m_reader.HeaderCount(), m_rows);
     }
 
-    // Frames that nobody would find.
     void CheckFolder()
     {
-        std::sort(m_listed.begin(), m_listed.end());
-        if (std::adjacent_find(m_listed.begin(), m_listed.end()) != m_listed.end())
+        if (m_strangers.AreSomeListedTwice())
             Fail("a file is listed more than once");
-        std::set<std::string> strangers;
-        for (std::string const &folder : m_folders)
-            LookInto(folder, strangers);
-        ForgetThoseOfOthers(strangers);
-        for (std::string const &stranger : strangers)
+        for (std::string const &stranger : m_strangers.Find())
             Fail("%s is not listed", Shown(stranger).c_str());
-    }
-
-    void LookInto(std::string const &folder, std::set<std::string> &strangers)
-    {
-        DIR *const directory = opendir((m_reader.Above() + '/' + folder).c_str());
-        while (dirent const *entry = directory ? readdir(directory) : nullptr) {
-            std::string const path = folder + entry->d_name;
-            std::uint64_t size = 0;
-            if (m_patterns.contains(Pattern(entry->d_name)) &&
-                !std::binary_search(m_listed.begin(), m_listed.end(), std::hash<std::string>()(path)) &&
-                m_reader.Look("../" + path, size) == 0 && size == m_reader.FrameBytes())
-                strangers.insert(path);
-        }
-        if (directory)
-            closedir(directory);
-    }
-
-    // Several recordings may have their frames in one folder.
-    void ForgetThoseOfOthers(std::set<std::string> &strangers)
-    {
-        for (std::string const &folder : SeriesFoldersIn(m_reader.Above())) {
-            SeriesReader other;
-            std::string const path = m_reader.Above() + '/' + folder;
-            if (strangers.empty() || path == m_reader.Folder() || other.Open(path) != 0)
-                continue;
-            Row row;
-            for (Line line; (line = other.Next(row)) != Line::End;) {
-                if (line == Line::Row)
-                    strangers.erase(other.PathInside(row.file));
-            }
-        }
     }
 
     void OpenMovie()
@@ -234,13 +177,16 @@ private:
 
     void CheckMovieRow(Row const &row)
     {
-        if (row.file != m_summary.firstFile || row.position != m_rows - 1) {
+        if (row.file != m_summary.firstFile || !row.position || *row.position < m_position) {
             Fail("frame %" PRIu64 ": not the next one of the movie", row.number);
             return;
         }
-        if (m_movieFailure || !m_movie.IsMovie() || m_rows > m_movie.Frames().size())
+        if (*row.position > m_position)
+            FailUnlisted(m_position, *row.position - 1);
+        m_position = *row.position + 1;
+        if (m_movieFailure || !m_movie.IsMovie() || *row.position >= m_movie.Frames().size())
             return;
-        FrameFileReader::Frame const &frame = m_movie.Frames()[std::size_t(m_rows - 1)];
+        FrameFileReader::Frame const &frame = m_movie.Frames()[std::size_t(*row.position)];
         if (frame.header.frameId != row.frameId || frame.header.timestamp != row.timestamp)
             Fail("frame %" PRIu64 ": the movie has the id %" PRIu64 " and the timestamp %" PRIu64, row.number,
                  frame.header.frameId, frame.header.timestamp);
@@ -249,24 +195,40 @@ private:
             Fail("frame %" PRIu64 ": %s", row.number, FrameFailureText(failure).c_str());
     }
 
-    static std::int64_t CountFrames(std::string const &movie)
+    void FailUnlisted(std::uint64_t first, std::uint64_t last)
     {
+        if (first == last)
+            Fail("frame %" PRIu64 " of the movie is not listed", first);
+        else
+            Fail("frames %" PRIu64 " to %" PRIu64 " of the movie are not listed", first, last);
+    }
+
+    MovieCount Count() const
+    {
+        if (m_movie.IsMovie())
+            return {std::int64_t(m_movie.Frames().size()), m_movie.IsComplete() && m_movie.LostBytes() == 0};
+        std::string const movie = m_reader.Above() + '/' + m_reader.PathInside(m_summary.firstFile);
         return movie.ends_with(".h5") ? CountHdf5Frames(movie) : CountAviFrames(movie);
     }
 
     void CheckMovie()
     {
-        if (m_movieFailure || m_rows == 0)
+        if (m_movieFailure)
             return;
-        std::int64_t frames = std::int64_t(m_movie.Frames().size());
-        if (!m_movie.IsMovie())
-            frames = CountFrames(m_reader.Above() + '/' + m_reader.PathInside(m_summary.firstFile));
-        else if (!m_movie.IsComplete() || m_movie.LostBytes() > 0)
-            Fail("the movie was cut off or is damaged");
-        if (frames < 0)
+        MovieCount const count = Count();
+        if (IsInterrupted())
+            return;
+        if (count.frames < 0) {
             Fail("the movie cannot be read");
-        else if (std::uint64_t(frames) != m_rows)
-            Fail("the movie has %" PRId64 " frames, the table %" PRIu64, frames, m_rows);
+            return;
+        }
+        auto const frames = std::uint64_t(count.frames);
+        if (!count.isEnded)
+            Fail("the movie was cut off or is damaged");
+        if (frames > m_position)
+            FailUnlisted(m_position, frames - 1);
+        else if (frames < m_position)
+            Fail("the movie has %" PRIu64 " frames, the table %" PRIu64, frames, m_position);
     }
 
     void CheckLedger()
@@ -285,8 +247,6 @@ private:
             Fail("the ledger counts %" PRId64 " saved frames, the table has %" PRIu64, saved->second, m_rows);
     }
 
-    static constexpr std::size_t MostPatterns = 1024;
-
     SeriesReader &m_reader;
     std::string const &m_name;
     TableSummary m_summary;
@@ -294,9 +254,9 @@ private:
     std::uint64_t m_rows = 0, m_number = 0, m_incomplete = 0, m_gaps = 0, m_gapFrames = 0;
     std::uint64_t m_inHeader = 0;
     bool m_headerDiffers = false;
-    std::vector<std::size_t> m_listed; // hashes of paths: of many frames, eight bytes each
-    std::set<std::string> m_patterns, m_folders;
-    FrameFileReader m_movie; // unless it is one of others' formats
+    Strangers m_strangers;
+    FrameFileReader m_movie;      // unless it is one of others' formats
+    std::uint64_t m_position = 0; // behind the last one of the movie that was listed
     int m_movieFailure = 0;
     FrameMemory<std::uint8_t> m_memory;
 };

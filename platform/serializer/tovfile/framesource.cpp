@@ -2,6 +2,7 @@
 
 #include "console.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -101,7 +102,9 @@ private:
     bool Describe(SourceFrame &frame) override
     {
         frame.shape = m_reader.Shape();
-        frame.stem = StemOf(frame.facts.file);
+        frame.stem = m_reader.PathInside(frame.facts.file);
+        std::replace(frame.stem.begin(), frame.stem.end(), '/', '_');
+        frame.stem = StemOf(frame.stem);
         return true;
     }
 };
@@ -146,6 +149,32 @@ private:
     FrameFileReader::Frame const *m_frame = nullptr;
 };
 
+// The file of a movie whose table has no row yet; empty for a series.
+std::string MovieBeside(SeriesReader const &reader)
+{
+    std::uint64_t size = 0;
+    for (char const *extension : {".avi", ".tvm", ".h5"}) {
+        std::string const file = "../" + reader.Name() + extension;
+        if (reader.Look(file, size) == 0)
+            return file;
+    }
+    return {};
+}
+
+// The beginning of the name that stands for that folder; none where it goes another way.
+std::optional<std::string> PartAbove(std::string const &name, std::string const &folder)
+{
+    for (std::size_t end = name.size(); end > 0;) {
+        end = name.rfind('/', end - 1) + 1; // 0 when there is none
+        std::string const part = name.substr(0, end);
+        std::error_code unknown;
+        if (std::filesystem::equivalent(part.empty() ? "." : part, folder, unknown))
+            return part;
+        end -= end > 0;
+    }
+    return {};
+}
+
 } // namespace
 
 std::string OpenRecording(std::string const &name, Recording &recording)
@@ -166,10 +195,7 @@ std::string OpenRecording(std::string const &name, Recording &recording)
     recording.series = std::make_unique<SeriesReader>();
     int const error = recording.series->Open(name);
     if (error == 0) {
-        std::string const above = name.substr(0, name.rfind('/') + 1);
-        std::error_code unknown;
-        if (std::filesystem::equivalent(above.empty() ? "." : above, recording.series->Above(), unknown))
-            recording.above = above.empty() ? "./" : above;
+        recording.above = PartAbove(name, recording.series->Above());
         return {};
     }
     recording.series.reset();
@@ -200,6 +226,8 @@ std::string SeriesFailureText(int error)
         return "refused: its path leads out of the recording's folder, or to no plain file";
     case SeriesReader::NoShape:
         return "missing";
+    case SeriesReader::Begun:
+        return "ends within its first line";
     default:
         return std::strerror(error);
     }
@@ -239,6 +267,10 @@ TableSummary Summarize(SeriesReader &reader)
             lastRow = summary.rows;
         }
         ++summary.rows;
+    }
+    if (summary.rows == 0 && reader.HeaderFailure() == SeriesReader::NoShape) {
+        summary.firstFile = MovieBeside(reader);
+        summary.isMovie = !summary.firstFile.empty();
     }
     if (lastArrival > firstArrival)
         summary.rate = double(lastRow - firstRow) * 1e9 / (double(lastArrival) - double(firstArrival));

@@ -7,13 +7,16 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 // One of the two.
 struct Recording
 {
-    std::string name;  // as it was given
-    std::string above; // of a series: how the folder of its frames was given; empty where that is not known
+    std::string name; // as it was given
+    // Of a series: the part of the name before the path of a frame, or before NAME.series; none where that is not
+    // known.
+    std::optional<std::string> above;
     std::unique_ptr<FrameFileReader> frames;
     std::unique_ptr<SeriesReader> series;
 };

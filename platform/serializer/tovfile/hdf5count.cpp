@@ -1,6 +1,6 @@
 #include "hdf5count.h"
 
-#include "hdf5layout.h"
+#include "hdf5columns.h"
 
 #include <algorithm>
 
@@ -18,11 +18,18 @@ std::int64_t LengthOf(hid_t file, char const *name)
 
 } // namespace
 
-std::int64_t CountHdf5Frames(std::string const &name)
+MovieCount CountHdf5Frames(std::string const &name)
 {
     Hdf5Quiet const quiet;
     Hdf5Handle<H5Fclose> file(H5Fopen(name.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+    bool const isEnded = bool(file);
     if (!file)
         file = Hdf5Handle<H5Fclose>(H5Fopen(name.c_str(), H5F_ACC_RDONLY | H5F_ACC_SWMR_READ, H5P_DEFAULT));
-    return file ? std::min(LengthOf(file.Get(), "frames"), LengthOf(file.Get(), "frame_id")) : -1;
+    if (!file)
+        return {};
+    // While the file grows, some may be ahead of others.
+    std::int64_t frames = LengthOf(file.Get(), "frames");
+    for (std::size_t column = 0; column < Hdf5Columns::Count; ++column)
+        frames = std::min(frames, LengthOf(file.Get(), Hdf5Columns::NameOf(column)));
+    return {frames, isEnded};
 }

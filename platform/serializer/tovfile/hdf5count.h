@@ -1,8 +1,9 @@
 // Counts the frames of an HDF5 file, which tovfile does not look into otherwise.
 #pragma once
 
-#include <cstdint>
+#include "moviecount.h"
+
 #include <string>
 
-// Those that a reader finds, in a file that was left growing, too. -1 for a file that is not one of ours.
-std::int64_t CountHdf5Frames(std::string const &name);
+// Those that every dataset has, in a file that was left growing, too. One that is not ours cannot be read.
+MovieCount CountHdf5Frames(std::string const &name);

@@ -21,12 +21,12 @@ public:
     }
     bool Has(std::string const &name)
     {
-        std::size_t const slash = name.rfind('/') + 1;
-        if (!m_recording.series || m_recording.above != (slash > 0 ? name.substr(0, slash) : "./"))
+        if (!m_recording.series || !m_recording.above || !name.starts_with(*m_recording.above))
             return false;
         if (m_files.empty())
             ReadNames(*m_recording.series);
-        return std::binary_search(m_files.begin(), m_files.end(), std::hash<std::string>()(name.substr(slash)));
+        return std::binary_search(m_files.begin(), m_files.end(),
+                                  std::hash<std::string>()(name.substr(m_recording.above->size())));
     }
 
 private:
