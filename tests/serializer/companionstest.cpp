@@ -1,16 +1,12 @@
 // The files beside a series or a movie: what is listed can be read, and what can be read is listed.
-#include "ownmounts.h"
 #include "serializerfixture.h"
 #include "seriesfiles.h"
 
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <optional>
 #include <sstream>
 #include <vector>
-
-#include <sys/resource.h>
 
 namespace {
 
@@ -189,10 +185,7 @@ TEST_F(CompanionsTest, SurviveAKill)
 // The last frame that fits is listed, too.
 TEST_F(CompanionsTest, ListEveryFrameOnAFullDisk)
 {
-    constexpr int NotAllowed = 77;
-    int const status = InChild([this] {
-        if (!EnterOwnMounts() || mount("none", folder.c_str(), "tmpfs", 0, "size=3m") != 0)
-            return NotAllowed;
+    OnSmallDisk("3m", [this] {
         for (std::string const format : {"raw", "m.tvm"}) {
             Begin(format);
             std::uint64_t id = 1;
@@ -208,31 +201,22 @@ TEST_F(CompanionsTest, ListEveryFrameOnAFullDisk)
                 fs::remove_all(folder / "sub");
             }
         }
-        return int(HasFailure());
     });
-    if (status == NotAllowed)
-        GTEST_SKIP() << "no file system of our own here";
-    EXPECT_EQ(status, 0);
 }
 
 // A table that cannot be written costs no frame and is told; what waits is written once that can be.
 TEST_F(CompanionsTest, CatchUpWithWhatCouldNotBeWritten)
 {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old;
-    getrlimit(RLIMIT_FSIZE, &old);
-    rlimit const limit{1000, old.rlim_max}; // more than a frame, less than the table
     for (bool const again : {false, true}) {
         Begin("raw");
-        setrlimit(RLIMIT_FSIZE, &limit);
+        FileSizeLimit const limit(1000); // more than a frame, less than the table
         for (std::uint64_t id = 1; id <= 500; ++id)
             ASSERT_EQ(Write("raw", id), TOV_SERIALIZER_OK);
         EXPECT_EQ(serializer->GetCompanionFailure(),
                   "The file has become too large for the file system (" + Beside(".frames.csv") + ')');
         if (again)
-            setrlimit(RLIMIT_FSIZE, &old);
+            limit.Set(RLIM_INFINITY);
         EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
-        setrlimit(RLIMIT_FSIZE, &old);
         EXPECT_EQ(std::strlen(serializer->GetCompanionFailure()) == 0, again);
         EXPECT_EQ(ReadFile(Beside(".frames.csv")).back(), '\n');
         std::size_t const listed = ListedOf(serializer->GetCompanionFolder(), serializer->GetCompanionName());
