@@ -5,8 +5,10 @@ packages_build="g++ cmake ninja-build pkg-config qtbase5-dev libopencv-core-dev 
     libaravis-dev libusb-1.0-0-dev libpcap-dev libturbojpeg0-dev libtiff-dev libdeflate-dev libavformat-dev libavcodec-dev
     libavutil-dev libhdf5-dev zlib1g-dev"
 packages_headless="xvfb openbox fonts-dejavu-core"
-packages_test="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark"
-packages_ci="clang-format-19 clang-tidy-19 dpkg-dev file lintian python3-h5py hdf5-tools teem-apps"
+packages_test="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli iproute2 util-linux xdotool imagemagick ffmpeg libtiff-tools pngcheck tshark
+    python3-numpy"
+packages_ci="clang-format-19 clang-tidy-19 dpkg-dev file lintian python3-h5py hdf5-tools teem-apps
+    python3-gdal python3-vtk9"
 
 say() {
     printf '%s: %s\n' "$(basename "$0")" "$*"

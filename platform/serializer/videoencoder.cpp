@@ -104,7 +104,7 @@ int VideoEncoder::Start(_TovImage const &image, AVStream &stream)
     m_codec->max_b_frames = 0;
     m_codec->color_range = AVCOL_RANGE_JPEG;
     if (m_compressor.coding == Coding::Lossless)
-        SetLossless(image.pixelType);
+        SetLossless(image);
     else if (m_compressor.coding == Coding::Jpeg)
         SetJpeg();
     else
@@ -115,13 +115,16 @@ int VideoEncoder::Start(_TovImage const &image, AVStream &stream)
     return ErrnoOf(avcodec_parameters_from_context(stream.codecpar, m_codec));
 }
 
-void VideoEncoder::SetLossless(std::uint32_t pixelType)
+void VideoEncoder::SetLossless(_TovImage const &image)
 {
+    std::uint32_t const pixelType = image.pixelType;
     m_codec->pix_fmt = pixelType == TV_PIXEL_MONO8    ? AV_PIX_FMT_GRAY8
                        : pixelType == TV_PIXEL_MONO16 ? AV_PIX_FMT_GRAY16LE
                        : pixelType == TV_PIXEL_BGRA8  ? AV_PIX_FMT_BGR0
                                                       : AV_PIX_FMT_RGB48LE;
-    m_codec->level = 3; // threads
+    // The third version has slices for threads, which lose the pixels of pictures a few of them wide or high.
+    constexpr std::uint32_t Small = 16;
+    m_codec->level = std::min(image.width, image.height) < Small ? 1 : 3;
     m_codec->gop_size = 1;
     if (m_codec->pix_fmt == AV_PIX_FMT_BGR0 || m_codec->pix_fmt == AV_PIX_FMT_RGB48LE)
         m_codec->color_range = AVCOL_RANGE_UNSPECIFIED;

@@ -53,7 +53,7 @@ public:
     int Finish();
 
 private:
-    void SetLossless(std::uint32_t pixelType);
+    void SetLossless(_TovImage const &image);
     void SetJpeg();
     void SetH264(bool halved);
     int MakeFrame(_TovImage const &image, AVFrame &frame);

@@ -21,24 +21,30 @@ inline std::uint32_t TypeOf(std::string_view name)
     return InfoOf(name).pixelType;
 }
 
-// Sample `i` of a line, bit by bit.
+// Where bit `b` of sample `i` of a line lies, counted from the lowest bit of the first byte.
+inline std::size_t BitOf(TovPixelTypeInfo const &info, std::size_t i, unsigned b)
+{
+    unsigned const depth = info.bitDepth, low = depth - 8;
+    std::size_t const first = i * depth;
+    switch (info.packing) {
+    case TOV_UNPACKED:
+        return i * (depth == 8 ? 8 : 16) + b;
+    case TOV_PACKED_GEV: // the lower bits in the middle one of three bytes, the upper ones before or behind it
+        return i / 2 * 24 + (b < low ? 8 + i % 2 * 4 + b : i % 2 * 16 + b - low);
+    case TOV_PACKED_P:
+        return first + b;
+    default: // counted from the top of the first byte
+        return (first + depth - 1 - b) / 8 * 8 + 7 - (first + depth - 1 - b) % 8;
+    }
+}
+
+// Sample `i` of a line, bit by bit; of unpacked ones those above the depth, too.
 inline unsigned ReferenceSample(TovPixelTypeInfo const &info, std::uint8_t const *line, std::size_t i)
 {
-    unsigned const depth = info.bitDepth;
-    if (info.packing == TOV_UNPACKED)
-        return depth == 8 ? line[i] : line[2 * i] + 256u * line[2 * i + 1];
-    if (info.packing == TOV_PACKED_GEV) {
-        std::uint8_t const *pair = line + i / 2 * 3;
-        unsigned const low = depth - 8;
-        return (i % 2 ? pair[2] : pair[0]) << low | (pair[1] >> (i % 2 ? 4 : 0) & ((1u << low) - 1));
-    }
     unsigned value = 0;
-    for (unsigned b = 0; b < depth; ++b) {
-        std::size_t const bit = i * depth + b;
-        if (info.packing == TOV_PACKED_P)
-            value |= unsigned(line[bit / 8] >> bit % 8 & 1) << b;
-        else // counted from the top of the first byte
-            value = value << 1 | unsigned(line[bit / 8] >> (7 - bit % 8) & 1);
+    for (unsigned b = info.packing == TOV_UNPACKED && info.bitDepth > 8 ? 16 : info.bitDepth; b-- > 0;) {
+        std::size_t const bit = BitOf(info, i, b);
+        value = value << 1 | (line[bit / 8] >> bit % 8 & 1);
     }
     return value;
 }
@@ -85,6 +91,14 @@ public:
     unsigned Sample(std::size_t y, std::size_t i) const
     {
         return ReferenceSample(m_info, Line(y), i);
+    }
+    void SetSample(std::size_t y, std::size_t i, unsigned value) const
+    {
+        for (unsigned b = 0; b < m_info.bitDepth; ++b) {
+            std::size_t const bit = BitOf(m_info, i, b);
+            std::uint8_t &byte = Line(y)[bit / 8];
+            byte = std::uint8_t((byte & ~(1 << bit % 8)) | (value >> b & 1) << bit % 8);
+        }
     }
     std::vector<std::uint8_t> &Memory()
     {

@@ -7,8 +7,6 @@
 #include <sstream>
 #include <vector>
 
-#include <sys/resource.h>
-
 namespace {
 
 using SeriesFiles::Row;
@@ -197,21 +195,16 @@ TEST_F(CompanionsTest, SurviveAKill)
 // A table that cannot be written costs no frame and is told; what waits is written once that can be.
 TEST_F(CompanionsTest, CatchUpWithWhatCouldNotBeWritten)
 {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old;
-    getrlimit(RLIMIT_FSIZE, &old);
-    rlimit const limit{1000, old.rlim_max}; // more than a frame, less than the table
     for (bool const again : {false, true}) {
         Begin("raw");
-        setrlimit(RLIMIT_FSIZE, &limit);
+        FileSizeLimit const limit(1000); // more than a frame, less than the table
         for (std::uint64_t id = 1; id <= 500; ++id)
             ASSERT_EQ(Write("raw", id), TOV_SERIALIZER_OK);
         EXPECT_EQ(serializer->GetCompanionFailure(),
                   "The file has become too large for the file system (" + Beside(".frames.csv") + ')');
         if (again)
-            setrlimit(RLIMIT_FSIZE, &old);
+            limit.Set(RLIM_INFINITY);
         EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_OK);
-        setrlimit(RLIMIT_FSIZE, &old);
         EXPECT_EQ(std::strlen(serializer->GetCompanionFailure()) == 0, again);
         EXPECT_EQ(ReadFile(Beside(".frames.csv")).back(), '\n');
         std::size_t const listed = ListedOf(serializer->GetCompanionFolder(), serializer->GetCompanionName());

@@ -1,10 +1,6 @@
 // Disks without room: a limit on the size of files, on which the file system refuses in the middle of a frame, and
 // small file systems of our own.
-#include "ownmounts.h"
 #include "serializerfixture.h"
-
-#include <csignal>
-#include <sys/resource.h>
 
 namespace {
 
@@ -57,22 +53,15 @@ protected:
 
 TEST_F(FullDiskTest, LeavesMoviesThatPlayAndNoHalfFiles)
 {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old;
-    getrlimit(RLIMIT_FSIZE, &old);
-    rlimit const limit{7'340'033, old.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    FillWithEverything(limit.rlim_cur);
+    constexpr rlim_t Room = 7'340'033;
+    FileSizeLimit const limit(Room);
+    FillWithEverything(Room);
     EXPECT_EQ(Files(folder), 0);
     // Only the index finds no room.
-    Picture const picture(TV_PIXEL_MONO8, 200, 150);
-    ASSERT_EQ(serializer->StartMovie(picture.Image(), Path("m.tvm").c_str(), 25), TOV_SERIALIZER_OK);
-    ASSERT_EQ(serializer->WriteFrame(picture.Image(), nullptr), TOV_SERIALIZER_OK);
-    rlimit const full{fs::file_size(Path("m.tvm")), old.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &full);
+    Record(Path("m.tvm"), TV_PIXEL_MONO8, {200, 150}, 1);
+    limit.Set(fs::file_size(Path("m.tvm")));
     EXPECT_EQ(serializer->Stop(), TOV_SERIALIZER_ERR_WRITE);
     EXPECT_EQ(FramesIn(Path("m.tvm")), 1);
-    setrlimit(RLIMIT_FSIZE, &old);
 }
 
 // One in memory, and one that keeps what it could give of a reservation that it refuses.

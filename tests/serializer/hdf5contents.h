@@ -28,8 +28,7 @@ struct Contents
     unsigned sampleBytes = 0;
     std::vector<hsize_t> extent;
     Bytes pixels;
-    std::uint32_t code = 0;
-    Bytes type, mosaic, configuration;
+    Bytes configuration;
     std::vector<std::uint64_t> ids, timestamps, incomplete, missing, gaps;
     std::vector<std::int64_t> arrivals;
     std::vector<double> exposures, gains;
@@ -42,15 +41,6 @@ struct Contents
     }
 };
 
-inline Bytes ReadText(hid_t object)
-{
-    hid_t const type = H5Aget_type(object);
-    Bytes text(H5Tget_size(type), '\0');
-    EXPECT_GE(H5Aread(object, type, text.data()), 0);
-    H5Tclose(type);
-    return text.c_str();
-}
-
 inline Contents ReadHdf5(std::string const &path, unsigned how = H5F_ACC_RDONLY)
 {
     Contents found;
@@ -61,16 +51,6 @@ inline Contents ReadHdf5(std::string const &path, unsigned how = H5F_ACC_RDONLY)
     found.opened = true;
     hid_t const frames = H5Dopen2(file, "frames", H5P_DEFAULT), type = H5Dget_type(frames);
     found.sampleBytes = unsigned(H5Tget_size(type));
-    hid_t const code = H5Aopen(frames, "pixel_code", H5P_DEFAULT), name = H5Aopen(frames, "pixel_type", H5P_DEFAULT);
-    EXPECT_GE(H5Aread(code, H5T_NATIVE_UINT32, &found.code), 0);
-    found.type = ReadText(name);
-    H5Aclose(code);
-    H5Aclose(name);
-    if (H5Aexists(frames, "mosaic") > 0) {
-        hid_t const mosaic = H5Aopen(frames, "mosaic", H5P_DEFAULT);
-        found.mosaic = ReadText(mosaic);
-        H5Aclose(mosaic);
-    }
     std::vector<hsize_t> rows;
     auto const pixels =
         found.sampleBytes == 2 ? std::vector<char>() : ReadSet<char>(file, "frames", type, found.extent);

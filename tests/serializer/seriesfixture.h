@@ -18,10 +18,6 @@ protected:
         return {image->pixelType, image->width, image->height, image->bitDepth,
                 TovLineBytes(image->pixelType, image->width)};
     }
-    static Picture Frame(std::uint32_t type, TovImageSize size, unsigned i)
-    {
-        return Picture(type, size.width, size.height, i + 1);
-    }
     static Row RowOf(Picture const &picture, unsigned i, std::string const &file)
     {
         Row row;
@@ -43,11 +39,6 @@ protected:
             Output("cd '" + folder.string() + "' && { '" TOVFILE "' " + arguments + " 2>&1; echo $?; }");
         std::size_t const status = output.rfind('\n', output.size() - 2) + 1;
         return {output.substr(0, status), std::stoi(output.substr(status))};
-    }
-    void Write(std::string const &name, Bytes const &bytes)
-    {
-        std::ofstream(Path(name), std::ios::binary | std::ios::trunc)
-            .write(bytes.data(), std::streamsize(bytes.size()));
     }
     // STEM_0.raw and so on, and STEM_0.series/.
     void MakeSeries(std::string const &stem, std::uint32_t type, TovImageSize size, unsigned frames)
@@ -71,5 +62,3 @@ protected:
         Write(name + ".ledger.txt", "[Ledger]\nsaved=" + std::to_string(frames) + "\n[Failures]\nsaved=9\n");
     }
 };
-
-constexpr TovImageSize OddSizes[] = {{1, 1}, {3, 5}, {641, 479}};

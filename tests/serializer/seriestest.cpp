@@ -56,46 +56,6 @@ protected:
     }
 };
 
-TEST_F(SeriesReaderTest, EveryTypeAndSizeIsDescribedAndComesBack)
-{
-    for (std::uint32_t number = 0; number < TOV_PIXEL_TYPE_ROWS; ++number) {
-        std::uint32_t const type = TovGetPixelTypeInfoByRow(number)->pixelType;
-        for (TovImageSize const each : OddSizes) {
-            SCOPED_TRACE(std::string(TovGetPixelTypeInfoByRow(number)->name) + ' ' + std::to_string(each.width));
-            MakeSeries("s", type, each, 2);
-            SeriesReader reader;
-            ASSERT_EQ(reader.Open(Path("s_0.series")), 0);
-            ASSERT_EQ(reader.TableFailure(), 0);
-            ASSERT_EQ(reader.HeaderFailure(), 0);
-            EXPECT_EQ(reader.HeaderCount(), 2u);
-            EXPECT_TRUE(reader.Shape() == ShapeOf(Frame(type, each, 0)));
-            Bytes pixels(reader.FrameBytes(), 0);
-            Row row;
-            std::string file;
-            for (unsigned i = 0; i < 2; ++i) {
-                ASSERT_EQ(reader.Next(row), SeriesReader::Line::Row);
-                ASSERT_EQ(reader.Read(row, pixels.data()), 0);
-                EXPECT_TRUE(pixels == Frame(type, each, i).Lines());
-                ASSERT_EQ(reader.NextOfHeader(file), SeriesReader::Line::Row);
-                EXPECT_EQ(file, row.file);
-            }
-            EXPECT_EQ(reader.Next(row), SeriesReader::Line::End);
-
-            // What another reader makes of the head is a frame's bytes.
-            std::string const head = SeriesFiles::MakeNrrdHead(reader.Shape()).text;
-            std::istringstream sizes(head.substr(head.find("sizes: ") + 7));
-            std::uint64_t bytes = head.find("type: ushort\n") != std::string::npos ? 2 : 1, along = 0;
-            for (int axes = std::stoi(head.substr(head.find("dimension: ") + 11)); axes > 1; --axes) {
-                sizes >> along;
-                bytes *= along;
-            }
-            EXPECT_EQ(bytes, reader.FrameBytes()) << head;
-            bool const packed = head.find("tov packing:=none\n") == std::string::npos;
-            EXPECT_EQ(SeriesFiles::EnviHeader(reader.Shape()).empty(), packed);
-        }
-    }
-}
-
 TEST_F(SeriesReaderTest, OpensByAnyOfItsFiles)
 {
     MakeSeries("s", TV_PIXEL_MONO8, size, 3);
