@@ -1,6 +1,6 @@
 // The table of frames under way: packets in, frames and requests out, without sockets and clocks.
-#include "gige/blocktable.h"
 #include "chunkdata.h"
+#include "gige/blocktable.h"
 
 #include "blockpackets.h"
 
