@@ -68,10 +68,12 @@ private:
 // The mono or RGB type with samples of that depth in whole bytes.
 inline std::uint32_t UnpackedOfDepth(bool colour, unsigned depth)
 {
-    static constexpr std::uint32_t grey[] = {TV_PIXEL_MONO8, TV_PIXEL_MONO10, TV_PIXEL_MONO12, 0x0110040A,
-                                             TV_PIXEL_MONO16};
-    static constexpr std::uint32_t rgb[] = {TV_PIXEL_RGB8, TV_PIXEL_RGB10, TV_PIXEL_RGB12, 0x02300479, TV_PIXEL_RGB16};
-    return (colour ? rgb : grey)[depth / 2 - 4];
+    static constexpr std::uint32_t types[][2] = {{TV_PIXEL_MONO8, TV_PIXEL_RGB8},
+                                                 {TV_PIXEL_MONO10, TV_PIXEL_RGB10},
+                                                 {TV_PIXEL_MONO12, TV_PIXEL_RGB12},
+                                                 {0x0110040A, 0x02300479},
+                                                 {TV_PIXEL_MONO16, TV_PIXEL_RGB16}};
+    return types[depth / 2 - 4][colour];
 }
 
 inline Bytes ReadFile(fs::path const &path)
