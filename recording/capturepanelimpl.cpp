@@ -11,6 +11,7 @@
 #include <QFileDialog>
 #include <QMainWindow>
 #include <QPointer>
+#include <QTimer>
 
 #include <algorithm>
 #include <initializer_list>
@@ -88,7 +89,11 @@ CapturePanelImpl::CapturePanelImpl(QMainWindow *window, PanelHost *host)
     connect(btnSnap, &QToolButton::clicked, this, [this] { Ask(&PanelHost::snapNextImage); });
     connect(btnCaptOptions, &QToolButton::clicked, this, [this] { Ask(&PanelHost::captureOptionsDlg); });
     connect(btnFolderSelect, &QToolButton::clicked, this, &CapturePanelImpl::FolderSelect);
-    connect(cbFileFormat, qOverload<int>(&QComboBox::activated), this, &CapturePanelImpl::FileFormatChanged);
+    connect(cbFileFormat, qOverload<int>(&QComboBox::activated), this, [this](int n) {
+        FileFormatChanged(n);
+        // Once the groups have moved, which may be out of what a narrow panel shows.
+        QTimer::singleShot(0, this, [this] { scrollArea->ensureWidgetVisible(cbFileFormat); });
+    });
     connect(cbCompressor, qOverload<int>(&QComboBox::activated), this, &CapturePanelImpl::CompressorChanged);
     connect(btnGetFpsFromCamera, &QToolButton::clicked, this, &CapturePanelImpl::GetFpsFromCamera);
     connect(btnCompressorOptions, &QToolButton::clicked, this, &CapturePanelImpl::ShowCompressorOptions);

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <poll.h>
 #include <random>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -37,20 +36,6 @@ Packet MakeRequest(std::uint16_t id, std::uint64_t mac, TovCam::CameraAddress co
     StoreBig32(body + Field::SubnetMask, address.mask);
     StoreBig32(body + Field::DefaultGateway, address.gateway);
     return packet;
-}
-
-// A socket that sends there, and hears what is answered by broadcast too; -1 where there is none.
-int MakeSocket(std::string const &adapter)
-{
-    int const made = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), on = 1;
-    setsockopt(made, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-    bool const isBound = adapter.empty() || setsockopt(made, SOL_SOCKET, SO_BINDTODEVICE, adapter.c_str(),
-                                                       static_cast<socklen_t>(adapter.size())) == 0;
-    if (made >= 0 && isBound && BindSocket(made, {INADDR_ANY, 0}))
-        return made;
-    if (made >= 0)
-        close(made);
-    return -1;
 }
 
 std::int32_t StatusOf(GvcpAnswer const &answer)
@@ -87,7 +72,7 @@ std::int32_t ForceAddress(TovCam::NetworkPlace const &place, TovCam::CameraAddre
     // What is sent to this host does not leave it.
     bool const isOwn = place.address >> 24 == Loopback || !FindAdapter(AddressText(place.address)).empty();
     std::string const adapter = isOwn ? std::string() : place.adapter;
-    int const socket = MakeSocket(adapter);
+    int const socket = OpenBroadcastSocket(INADDR_ANY, adapter); // answers come by broadcast, too
     if (socket < 0)
         return TOV_CAM_ERR_UNKNOWN;
     auto const id = static_cast<std::uint16_t>(std::random_device()() % 0xFFFF + 1);

@@ -32,17 +32,9 @@ class Socket
 public:
     // With an adapter, one that also hears broadcasts, and from there alone.
     explicit Socket(std::uint32_t address, std::string const &adapter = {})
-        : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+        : m_socket(OpenBroadcastSocket(address, adapter))
     {
-        int const on = 1;
-        bool const isBound = adapter.empty() || setsockopt(m_socket, SOL_SOCKET, SO_BINDTODEVICE, adapter.c_str(),
-                                                           static_cast<socklen_t>(adapter.size())) == 0;
-        setsockopt(m_socket, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
         setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &BufferSize, sizeof BufferSize);
-        if (m_socket >= 0 && !(isBound && BindSocket(m_socket, {address, 0}))) {
-            close(m_socket);
-            m_socket = -1;
-        }
     }
     ~Socket()
     {

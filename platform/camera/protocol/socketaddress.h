@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <netinet/in.h>
@@ -11,6 +12,7 @@
 #include <span>
 #include <string>
 #include <sys/socket.h>
+#include <unistd.h>
 
 struct SocketAddress
 {
@@ -74,6 +76,24 @@ inline bool BindSocket(int socket, SocketAddress const &local)
 {
     sockaddr_in const raw = ToSockaddr(local);
     return bind(socket, reinterpret_cast<sockaddr const *>(&raw), sizeof raw) == 0;
+}
+
+// A UDP socket that may send to all and does not block; with the name of an adapter, one that sends there and hears
+// what comes from there alone, broadcasts too. -1 where there is none; who asked closes it.
+inline int OpenBroadcastSocket(std::uint32_t local, std::string const &adapter = {})
+{
+    int const made = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), on = 1;
+    if (made < 0)
+        return -1;
+    setsockopt(made, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+    bool const isOnAdapter = adapter.empty() || setsockopt(made, SOL_SOCKET, SO_BINDTODEVICE, adapter.c_str(),
+                                                           static_cast<socklen_t>(adapter.size())) == 0;
+    if (isOnAdapter && BindSocket(made, {local, 0}))
+        return made;
+    int const reason = errno;
+    close(made);
+    errno = reason;
+    return -1;
 }
 
 inline bool ConnectSocket(int socket, SocketAddress const &remote)
