@@ -168,13 +168,15 @@ struct Run
 };
 
 // With a rate the camera keeps it and a frame that finds no buffer is lost; with 0 it waits for the writer.
-Run Record(std::uint64_t frames, double rate)
+// `companions`: with the files beside the recording.
+Run Record(std::uint64_t frames, double rate, bool companions = true)
 {
     FakeDevice device;
     device.stream.SetFormat(Width, Height, TV_PIXEL_MONO8, 8);
     GrabbingFifo fifo(nullptr, &device);
     ImageWriter writer(nullptr, &fifo, nullptr);
     writer.SetParamString("FilePath", Folder().c_str());
+    writer.SetCompanions(companions);
     fifo.CreateBuffers();
     fifo.StartGrabbing();
     fifo.SetState(SessionStateCapturing);
@@ -230,7 +232,7 @@ double Megabytes(double rate)
 // Both in turn, so that what else the machine does hits both.
 void RawSeriesAgainstPlainWrite(benchmark::State &state)
 {
-    std::vector<double> cached, direct, own;
+    std::vector<double> cached, direct, own, alone;
     std::int64_t lost = 0;
     for (auto _ : state) {
         for (int round = 0; round < Rounds; ++round) {
@@ -238,6 +240,7 @@ void RawSeriesAgainstPlainWrite(benchmark::State &state)
             direct.push_back(PlainRun(O_DIRECT));
             Run const run = Record(RunFrames, 0);
             own.push_back(run.rate);
+            alone.push_back(Record(RunFrames, 0, false).rate);
             lost += static_cast<std::int64_t>(RunFrames) - run.saved;
         }
     }
@@ -246,6 +249,7 @@ void RawSeriesAgainstPlainWrite(benchmark::State &state)
     state.counters["plain_direct_MB/s"] = Megabytes(Median(direct));
     state.counters["writer_MB/s"] = Megabytes(Median(own));
     state.counters["ratio"] = Median(own) / plain;
+    state.counters["to_no_companions"] = Median(own) / Median(alone);
     state.counters["lost"] = static_cast<double>(lost); // of an unhurried camera: none
 }
 BENCHMARK(RawSeriesAgainstPlainWrite)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
