@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -335,10 +336,13 @@ int OutFile::Flush()
     if (int const error = WriteStaged(rest))
         return error;
     std::uint64_t const position = m_written;
-    if (m_direct)
+    // Through the cache, as less than a page must be, which WriteOut would take for the end of the direct road.
+    bool const direct = std::exchange(m_direct, false);
+    if (direct)
         SetDirect(false);
     int const error = WriteOut(m_stage, rest, nullptr, 0);
-    if (m_direct)
+    m_direct = direct;
+    if (direct)
         SetDirect(true);
     m_written = position;
     if (!error)

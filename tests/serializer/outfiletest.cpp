@@ -4,9 +4,42 @@
 
 #include <csignal>
 
+#include <fcntl.h>
+
 namespace {
 
+// Whether this process has it open for writes past the page cache.
+bool IsOpenDirect(std::string const &path)
+{
+    for (auto const &entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (fs::read_symlink(entry.path(), gone) != path)
+            continue;
+        std::ifstream info("/proc/self/fdinfo/" + entry.path().filename().string());
+        for (std::string word; info >> word;) {
+            if (word == "flags:" && info >> word)
+                return (std::stoi(word, nullptr, 8) & O_DIRECT) != 0;
+        }
+    }
+    return false;
+}
+
 using OutFileTest = SerializerTest;
+
+// A head that is flushed before the first frame, and corrected later.
+TEST_F(OutFileTest, GoesOnPastThePageCacheBehindAnUnalignedFlush)
+{
+    std::string const path = fs::weakly_canonical(Path("f.bin")).string(), head(6000, 'h');
+    OutFile file;
+    ASSERT_EQ(file.CreateVisible(path, OutFile::Road::Direct), 0);
+    if (!IsOpenDirect(path))
+        GTEST_SKIP() << "this file system has no direct writes";
+    ASSERT_EQ(file.Append(head.data(), head.size()), 0);
+    ASSERT_EQ(file.Flush(), 0);
+    ASSERT_EQ(file.WriteAt(20, head.data(), 10), 0);
+    EXPECT_TRUE(IsOpenDirect(path));
+    EXPECT_EQ(file.Close(), 0);
+}
 
 // Appends and changes of all sizes, against the same done in memory.
 TEST_F(OutFileTest, HoldsWhatWasWrittenOnEveryRoad)
