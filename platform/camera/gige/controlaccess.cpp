@@ -158,10 +158,15 @@ void ControlChannel::RequestPackets(PacketRequest const &request)
 
 std::int32_t ControlChannel::ReadController(std::uint32_t &address, std::uint16_t &port)
 {
+    return ReadControllerBy(Access, address, port);
+}
+
+std::int32_t ControlChannel::ReadControllerBy(Effort const &effort, std::uint32_t &address, std::uint16_t &port)
+{
     std::uint32_t portRegister = 0;
-    std::int32_t status = ReadRegister(gvcp::bootstrap::PrimaryApplicationPort, portRegister);
+    std::int32_t status = ReadRegisterBy(effort, gvcp::bootstrap::PrimaryApplicationPort, portRegister);
     if (status == TOV_CAM_ERR_OK)
-        status = ReadRegister(gvcp::bootstrap::PrimaryApplicationIpAddress, address);
+        status = ReadRegisterBy(effort, gvcp::bootstrap::PrimaryApplicationIpAddress, address);
     port = static_cast<std::uint16_t>(portRegister);
     return status;
 }

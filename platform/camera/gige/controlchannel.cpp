@@ -21,7 +21,13 @@ using namespace std::chrono_literals;
 
 constexpr int QueueSize = 1 << 20;    // for a flood; of which the system gives what it allows
 constexpr int DatagramsAtOnce = 1024; // more than the queue holds
-constexpr auto FollowPeriod = 10ms;   // a cancelled opening is looked for
+constexpr auto FollowPeriod = 10ms;   // a cancelled opening and a hurry are looked for
+
+// What somebody in a hurry waits for, in all: first for an access of somebody else, which a slow camera may be about to
+// answer, then for his own.
+constexpr auto MostHeldUp = 400ms;
+constexpr auto LeastOwn = 400ms;
+constexpr auto MostInHurry = 800ms;
 
 // The way to the camera; zeros without one.
 struct Way
@@ -62,9 +68,11 @@ std::int32_t StatusOfRefusal(std::uint16_t refusal)
 
 } // namespace
 
-constexpr ControlChannel::Effort ControlChannel::Access{6, 500ms, 10s};
-constexpr ControlChannel::Effort ControlChannel::Beat{1, 500ms, 2s, true};
-constexpr ControlChannel::Effort ControlChannel::Goodbye{3, 200ms, 600ms, false, true};
+constexpr ControlChannel::Effort ControlChannel::Access{6, 500ms, 500ms, 10s};
+constexpr ControlChannel::Effort ControlChannel::Hasty{4, 150ms, 350ms, 2500ms, Effort::Hasty};
+constexpr ControlChannel::Effort ControlChannel::Beat{1, 500ms, 500ms, 2s, Effort::Beat};
+constexpr ControlChannel::Effort ControlChannel::Probe{2, 250ms, 250ms, 2s, Effort::Beat};
+constexpr ControlChannel::Effort ControlChannel::Goodbye{3, 200ms, 200ms, 600ms, Effort::Final};
 
 // ---- The socket --------------------------------------------------------------------------------------------------
 
@@ -138,9 +146,25 @@ std::uint16_t ControlChannel::NextId()
 
 bool ControlChannel::IsStopped(Effort const &effort) const
 {
-    if (effort.isFinal)
+    if (effort.kind == Effort::Final)
         return false;
-    return m_cancelled || m_ending || (!effort.isBeat && m_watch && m_watch->IsOver());
+    return m_cancelled || m_ending || GivesWay(effort) || (effort.kind != Effort::Beat && m_watch && m_watch->IsOver());
+}
+
+// To somebody in a hurry.
+bool ControlChannel::GivesWay(Effort const &effort) const
+{
+    if (m_hurries == 0)
+        return false;
+    return effort.kind == Effort::Beat ||
+           (effort.kind == Effort::Patient && Clock::now() - m_began >= (m_pends ? Hasty.limit : MostHeldUp));
+}
+
+// When a request is over that has had no answer, not even that the camera needs time.
+ControlChannel::Clock::time_point ControlChannel::EndOf(Effort const &effort) const
+{
+    return effort.kind == Effort::Hasty ? std::max(m_hurryBegan.load() + MostInHurry, m_began + LeastOwn)
+                                        : m_began + effort.limit;
 }
 
 // False when the time is over or the request is to end.
@@ -150,8 +174,8 @@ bool ControlChannel::WaitReadable(Effort const &effort, Clock::time_point end)
         auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
         if (left <= 0ms || IsStopped(effort))
             return false;
-        auto const slice = m_watch ? std::min<std::chrono::milliseconds>(left, FollowPeriod) : left;
-        pollfd events[] = {{m_socket, POLLIN, 0}, {effort.isFinal ? -1 : m_wake, POLLIN, 0}};
+        auto const slice = std::min<std::chrono::milliseconds>(left, FollowPeriod);
+        pollfd events[] = {{m_socket, POLLIN, 0}, {effort.kind == Effort::Final ? -1 : m_wake, POLLIN, 0}};
         if (poll(events, std::size(events), static_cast<int>(slice.count())) > 0 && events[0].revents != 0)
             return true;
     }
@@ -172,9 +196,22 @@ std::optional<GvcpAnswer> ControlChannel::Take(GvcpRequest const &request)
         m_stale.fetch_add(1, std::memory_order_relaxed);
     } else {
         m_heard = Clock::now();
-        m_silent = false;
+        if (answer.kind != GvcpAnswer::Kind::Pending)
+            NoteAnswer();
     }
     return answer;
+}
+
+void ControlChannel::NoteAnswer()
+{
+    m_answered = m_heard;
+    m_vain = false;
+    m_yields = false;
+}
+
+void ControlChannel::NoteVain()
+{
+    m_vain = true;
 }
 
 // `end` is that of this try, `last` that of all.
@@ -188,12 +225,14 @@ ControlChannel::Outcome ControlChannel::Await(GvcpRequest const &request, Effort
             if (!answer)
                 break;
             m_answer = *answer;
-            if (m_answer.kind == GvcpAnswer::Kind::Pending)
-                end = std::min(last, Clock::now() + std::max(effort.patience, m_answer.time));
-            else if (m_answer.kind == GvcpAnswer::Kind::Refused)
+            if (m_answer.kind == GvcpAnswer::Kind::Refused)
                 return Outcome::Refused;
-            else if (m_answer.kind == GvcpAnswer::Kind::Good)
+            if (m_answer.kind == GvcpAnswer::Kind::Good)
                 return Outcome::Answered;
+            if (m_answer.kind == GvcpAnswer::Kind::Pending) {
+                m_pends = true;
+                end = std::min(last, Clock::now() + std::max(effort.patience, m_answer.time));
+            }
         }
     }
     return IsStopped(effort) ? Outcome::Stopped : Outcome::Silent;
@@ -208,17 +247,21 @@ ControlChannel::Outcome ControlChannel::Transact(GvcpRequest request, Effort con
                        static_cast<std::uint16_t>(request.body.size()), request.id});
     std::copy(request.body.begin(), request.body.end(), packet.begin() + gvcp::HeaderSize);
     auto const bytes = std::span<std::uint8_t const>(packet).first(gvcp::HeaderSize + request.body.size());
-    Clock::time_point const last = Clock::now() + effort.limit;
+    m_began = Clock::now();
+    m_pends = false;
+    Clock::time_point const last = m_began + effort.limit, end = EndOf(effort);
     // What came before cannot be the answer, which is to find room in the queue.
     for (int i = 0; i < DatagramsAtOnce && Take(request); ++i) {
     }
-    for (int i = 0; i < effort.tries && Clock::now() < last; ++i) {
+    for (int i = 0; i < effort.tries && Clock::now() < end; ++i) {
         if (i > 0)
             m_repeated.fetch_add(1, std::memory_order_relaxed);
         Transmit(bytes); // one that cannot be sent is one that gets lost
-        Outcome const outcome = Await(request, effort, std::min(last, Clock::now() + effort.patience), last);
+        auto const patience = i == 0 ? effort.first : effort.patience;
+        Outcome const outcome = Await(request, effort, std::min(end, Clock::now() + patience), last);
         if (outcome != Outcome::Silent)
             return outcome;
+        NoteVain();
     }
     m_abandoned.fetch_add(1, std::memory_order_relaxed);
     return Outcome::Silent;
@@ -236,22 +279,41 @@ std::int32_t ControlChannel::StatusOf(Outcome outcome) const
     }
 }
 
-// `out` is filled from the end of the answer's body, which is at least as long.
-std::int32_t ControlChannel::Ask(GvcpRequest const &request, Effort const &effort, std::span<std::uint8_t> out)
+bool ControlChannel::MayAsk(Effort const &effort) const
 {
-    auto const mayAsk = [&] {
-        return m_open && !m_lost && !m_cancelled && (effort.isBeat || !m_silent);
-    };
-    if (!mayAsk())
+    if (!m_open || m_lost || m_cancelled)
+        return false;
+    switch (effort.kind) {
+    case Effort::Beat:
+        return m_hurries == 0;
+    case Effort::Patient:
+        return !m_silent && !m_yields;
+    default:
+        return !m_silent;
+    }
+}
+
+// `out` is filled from the end of the answer's body, which is at least as long.
+std::int32_t ControlChannel::Ask(GvcpRequest const &request, Effort const &wanted, std::span<std::uint8_t> out)
+{
+    bool const isBeat = wanted.kind == Effort::Beat;
+    Effort const &effort = !isBeat && (m_closing || Haste::IsMine()) ? Hasty : wanted;
+    if (isBeat)
+        m_gaveWay = m_hurries > 0;
+    if (!MayAsk(effort))
         return TOV_CAM_ERR_NO_DEVICE;
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (!mayAsk()) // any more
+    if (!MayAsk(effort)) // any more
         return TOV_CAM_ERR_NO_DEVICE;
     Outcome const outcome = Transact(request, effort);
     if (outcome == Outcome::Answered && !out.empty())
         std::copy(m_answer.body.end() - static_cast<std::ptrdiff_t>(out.size()), m_answer.body.end(), out.begin());
     std::int32_t const status = StatusOf(outcome);
-    if (outcome == Outcome::Silent && !effort.isBeat) {
+    if (isBeat) {
+        m_gaveWay = outcome == Outcome::Stopped;
+    } else if (outcome == Outcome::Stopped && GivesWay(effort)) {
+        m_yields = true;
+    } else if (outcome == Outcome::Silent) {
         m_silent = true;
         lock.unlock();
         // The heartbeat is to find out at once whether that is over.
@@ -260,6 +322,26 @@ std::int32_t ControlChannel::Ask(GvcpRequest const &request, Effort const &effor
         m_beatWake.notify_all();
     }
     return status;
+}
+
+// ---- A hurry -----------------------------------------------------------------------------------------------------
+
+void ControlChannel::Hurry(bool begins)
+{
+    if (begins) {
+        if (m_hurries == 0)
+            m_hurryBegan = Clock::now();
+        ++m_hurries;
+    } else if (--m_hurries == 0) {
+        m_yields = false;
+    }
+}
+
+void ControlChannel::BeginClosing()
+{
+    m_hurryBegan = Clock::now();
+    m_closing = true;
+    ++m_hurries; // for good
 }
 
 // ---- What is known of it -----------------------------------------------------------------------------------------
@@ -282,6 +364,14 @@ std::uint32_t ControlChannel::GetMtu() const
 bool ControlChannel::IsSilent() const
 {
     return m_silent;
+}
+
+std::chrono::milliseconds ControlChannel::GetSilence() const
+{
+    if (!m_vain)
+        return 0ms;
+    // Never 0 while it lasts.
+    return std::max(1ms, std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_answered.load()));
 }
 
 bool ControlChannel::IsLost() const

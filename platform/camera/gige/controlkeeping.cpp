@@ -26,6 +26,7 @@ std::int32_t ControlChannel::Open()
 {
     if (m_socket < 0 || m_wake < 0)
         return TOV_CAM_ERR_NO_DEVICE;
+    m_answered = Clock::now();
     m_open = true;
     // Not every camera answers a host that would take control from another one.
     std::uint32_t privilege = 0;
@@ -51,7 +52,12 @@ void ControlChannel::LearnTimeout()
 {
     using gvcp::bootstrap::HeartbeatTimeout;
     std::uint32_t timeout = UsualTimeout;
-    if (ReadRegister(HeartbeatTimeout, timeout) == TOV_CAM_ERR_OK && timeout < ShortestTimeout &&
+    std::int32_t const status = ReadRegister(HeartbeatTimeout, timeout);
+    if (status == TOV_CAM_ERR_NO_DEVICE && m_timeout != 0ms) {
+        m_timeoutChanged = true; // to be asked again
+        return;
+    }
+    if (status == TOV_CAM_ERR_OK && timeout < ShortestTimeout &&
         SetRegister(HeartbeatTimeout, UsualTimeout) == TOV_CAM_ERR_OK)
         ReadRegister(HeartbeatTimeout, timeout);
     m_timeout = std::chrono::milliseconds(timeout);
@@ -98,7 +104,7 @@ void ControlChannel::Close()
     std::array<std::uint8_t, gvcp::RegisterWrite::Size> body{};
     StoreBig32(&body[gvcp::RegisterWrite::Address], gvcp::bootstrap::ControlChannelPrivilege);
     // One that does not answer may hear it all the same; nobody waits for it.
-    Effort const effort = m_silent ? Effort{1, 0ms, 1ms, false, true} : Goodbye;
+    Effort const effort = m_silent ? Effort{1, 0ms, 0ms, 1ms, Effort::Final} : Goodbye;
     std::lock_guard<std::mutex> const lock(m_mutex);
     Transact({gvcp::WRITEREG_CMD, 0, body}, effort);
 }
@@ -121,7 +127,7 @@ void ControlChannel::RunHeartbeat()
         bool const keeps = DoBeat();
         lock.lock();
         if (keeps) {
-            wait = m_unanswered > 0 ? BeatRetry : m_period;
+            wait = m_unanswered > 0 || m_gaveWay || m_silent || m_inDoubt ? BeatRetry : m_period;
             continue;
         }
         m_lost = true;
@@ -137,16 +143,19 @@ void ControlChannel::RunHeartbeat()
 // False when control is lost.
 bool ControlChannel::DoBeat()
 {
-    if (m_timeoutChanged.exchange(false))
+    if (!m_silent && m_timeoutChanged.exchange(false))
         LearnTimeout();
     auto const heard = [this] {
         std::lock_guard<std::mutex> const lock(m_mutex);
         return m_heard;
     };
     Clock::time_point const before = heard();
+    Effort const &effort = m_silent ? Probe : Beat;
     std::uint32_t privilege = 0;
-    std::int32_t const status = ReadRegisterBy(Beat, gvcp::bootstrap::ControlChannelPrivilege, privilege);
+    std::int32_t const status = ReadRegisterBy(effort, gvcp::bootstrap::ControlChannelPrivilege, privilege);
     if (status == TOV_CAM_ERR_NO_DEVICE) {
+        if (m_gaveWay)
+            return true;
         ++m_unanswered;
         auto const silence = Clock::now() - heard();
         if (m_unanswered < BeatsBeforeLoss || m_ending || m_cancelled)
@@ -158,15 +167,29 @@ bool ControlChannel::DoBeat()
     m_unanswered = 0;
     if (status == TOV_CAM_ERR_OK && (privilege & Controlled) == 0)
         return false;
-    // A camera that has not heard of this host for so long may have given control to another one.
-    return heard() - before <= m_timeout || HasControl();
+    // A camera that has not heard of this host for so long may have given control to another one. Until that is settled
+    // nothing else is asked of a camera that was silent.
+    m_inDoubt = m_inDoubt || heard() - before > m_timeout;
+    if (m_inDoubt) {
+        Keeper const keeper = FindKeeper(effort);
+        if (keeper != Keeper::Us)
+            return keeper == Keeper::Untold;
+        m_inDoubt = false;
+    }
+    m_silent = false;
+    return true;
 }
 
-bool ControlChannel::HasControl()
+// Us, where nobody can tell.
+ControlChannel::Keeper ControlChannel::FindKeeper(Effort const &effort)
 {
     std::uint32_t address = 0;
     std::uint16_t port = 0;
-    if (!m_namesController || ReadController(address, port) != TOV_CAM_ERR_OK || (address == 0 && port == 0))
-        return true; // nobody can tell
-    return address == m_hostAddress && port == m_hostPort;
+    std::int32_t const status =
+        m_namesController ? ReadControllerBy(effort, address, port) : static_cast<std::int32_t>(TOV_CAM_ERR_OK);
+    if (status == TOV_CAM_ERR_NO_DEVICE)
+        return Keeper::Untold;
+    if (status != TOV_CAM_ERR_OK || (address == 0 && port == 0))
+        return Keeper::Us;
+    return address == m_hostAddress && port == m_hostPort ? Keeper::Us : Keeper::Another;
 }
