@@ -229,10 +229,8 @@ TEST_F(GigeDeviceTest, WhyACameraCannotBeOpenedIsTold)
     auto camera = ::Serve(Grey);
     TovCam::DeviceInfo *const info = FindAt(m_system);
     for (auto const &[kind, reason] : {std::pair("NotXml", "it is not well-formed in line "),
-                                       {"Empty", "it is empty"},
-                                       {"Entities", "it has a document type"},
                                        {"Circle", "its features refer to each other without end"},
-                                       {"BadZip", "its archive cannot be unpacked"},
+                                       {"OutsideUrl", "the camera refuses to send it"},
                                        {"FileUrl", "the camera does not say where it is"}}) {
         SCOPED_TRACE(kind);
         Set(*camera, "WireDescription", kind);
