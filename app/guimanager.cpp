@@ -47,6 +47,12 @@ QString NameOf(TovCam::DeviceInfo *camera)
     return TovPlainLine(QString::fromUtf8(camera->GetDisplayName()), LongestName);
 }
 
+// Whether there is more to say of an opening than its messages do: an open camera may be one without a description.
+bool IsTroubled(TovCam::Device *device, TovCam::OpenFailure const &failure)
+{
+    return !device || failure.refusal == TovCam::OpenRefusal::Description;
+}
+
 } // namespace
 
 GuiManager::GuiState const (&GuiManager::s_stateMapInit)[42] = ActionStates::s_table;
@@ -118,8 +124,9 @@ void GuiManager::Open(TovCam::DeviceInfo *camera)
     Opening opening(MainWindow(), [camera] { return tr("Connecting to %1").arg(NameOf(camera)); });
     opening.Follow(camera);
     TovCam::Device *const device = WaitFor([camera] { return TovCam_CreateDevice(camera, FullAccess, nullptr); });
-    if (!device && !opening.IsCancelled())
-        opening.TellWhy(NameOf(camera), camera);
+    TovCam::OpenFailure const failure = camera->GetOpenFailure();
+    if (IsTroubled(device, failure) && !opening.IsCancelled())
+        opening.TellWhy(NameOf(camera), failure);
     Use(device, opening);
 }
 
@@ -191,8 +198,8 @@ void GuiManager::OpenConfiguration(QString const &path)
         if (!opening.IsCancelled()) { // before the message below, which only says that there is no camera
             TovCam::ConfigurationReport const report = m_system->GetConfigurationReport();
             ConfigurationNotice::Loaded(path, report.status, report);
-            if (!device)
-                opening.TellWhy(tr("The camera of %1").arg(file), nullptr);
+            if (TovCam::OpenFailure const failure = m_system->GetOpenFailure(); IsTroubled(device, failure))
+                opening.TellWhy(tr("The camera of %1").arg(file), failure);
         }
     }
     Use(device, opening);

@@ -2,6 +2,8 @@
 
 #include "noticeboard.h"
 
+#include "tovcameragui.h"
+
 namespace {
 
 constexpr std::chrono::seconds Limit{60}; // of the camera library
@@ -33,16 +35,13 @@ bool Opening::IsOverdue() const
     return m_action.IsOverdue() || m_progress.overdue;
 }
 
-void Opening::TellWhy(QString const &camera, TovCam::DeviceInfo *info) const
+void Opening::TellWhy(QString const &camera, TovCam::OpenFailure const &failure) const
 {
-    QString why;
-    if (IsOverdue())
-        why = tr("%1 was given up: it took more than %2 s to open").arg(camera).arg(Limit.count());
-    else if (info && info->GetAccessStatus() == TovCam::DeviceInfo::AccessBusy)
-        why = tr("%1 is in use, by this or another program").arg(camera);
-    else
-        return;
-    NoticeBoard::Instance().Report(NoticeTopic::Camera, NoticeLevel::Error, why);
+    QString const why = IsOverdue()
+                            ? tr("%1 was given up: it took more than %2 s to open").arg(camera).arg(Limit.count())
+                            : TovGui::OpenFailureText(camera, failure);
+    if (!why.isEmpty())
+        NoticeBoard::Instance().Report(NoticeTopic::Camera, NoticeLevel::Error, why);
 }
 
 WaitingDialog::Step Opening::Step() const

@@ -36,8 +36,9 @@ public:
     bool IsCancelled() const;
     // It took too long, whoever noticed.
     bool IsOverdue() const;
-    // What the message about a camera that could not be opened leaves out, to the board and the log.
-    void TellWhy(QString const &camera, TovCam::DeviceInfo *info) const;
+    // What the message about a camera that could not be opened leaves out, to the board and the log; nothing where
+    // nothing is known.
+    void TellWhy(QString const &camera, TovCam::OpenFailure const &failure) const;
 
 private:
     WaitingDialog::Step Step() const;

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::uint16_t DiscoveryId = 7, PrivilegeId = 8;
+constexpr std::uint16_t DiscoveryId = 7, PrivilegeId = 8, ControllerId = 9;
 constexpr std::size_t LongestInput = 4096;
 
 struct Head // big-endian
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     if (size > LongestInput)
         return FuzzRefused;
     bool const takesCrowds = IsOneOf(64, data, size);
-    CameraRoll roll(DiscoveryId, PrivilegeId);
+    CameraRoll roll(DiscoveryId, PrivilegeId, ControllerId);
     std::span<std::uint8_t const> input(data, size);
     while (input.size() >= Head::Size) {
         std::uint8_t const *const head = input.data();
@@ -59,10 +59,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
         // One datagram stands for a crowd; large ones take long.
         std::uint32_t const repeats = takesCrowds ? head[Head::Repeats] : head[Head::Repeats] % 8;
         for (std::uint32_t i = 0; i <= repeats; ++i) {
-            if ((head[Head::IsPrivilege] & 1) != 0)
+            if ((head[Head::IsPrivilege] & 1) != 0) {
                 roll.TakePrivilege(address + i, datagram);
-            else
+                roll.TakeController(address + i, datagram);
+            } else {
                 roll.TakeDiscovery(address + i, datagram);
+            }
         }
         input = input.subspan(Head::Size + length);
     }

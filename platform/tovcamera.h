@@ -371,6 +371,12 @@ public:
     {
         return {};
     }
+    // For how many milliseconds the camera has answered nothing that it was asked, counted from its last answer; 0
+    // while it answers, and where nobody can tell. Any thread; waits for nothing.
+    virtual std::uint64_t GetSilence()
+    {
+        return 0;
+    }
 
 protected:
     ~Device() = default;
@@ -392,6 +398,23 @@ struct OpenProgress
     std::atomic<bool> overdue{false}; // given up, for it took too long
     // Set by whoever waits: TovCam_CreateDevice returns null soon.
     std::atomic<bool> cancel{false};
+};
+
+// Why a camera cannot be opened, for the operator to mend.
+enum class OpenRefusal : std::uint8_t {
+    None,
+    NoAnswer,    // the camera that was seen does not answer; `reason` where another one has its place
+    InUse,       // `place`: the address of the host that has control, where the camera tells
+    Description, // it answers, but its description cannot be used: `reason`
+    NoRight      // the system does not permit to open the device `place`: `reason`
+};
+struct OpenFailure
+{
+    OpenRefusal refusal = OpenRefusal::None;
+    bool isOurs = false; // InUse: by this very program
+    std::string place;
+    std::string reason; // in a few words of the library or the system
+    bool operator==(OpenFailure const &) const = default;
 };
 
 // Where a GigE Vision camera is on the network, as the last search found it. Addresses are numbers, the first part in
@@ -430,6 +453,11 @@ public:
     }
     // Any thread.
     virtual NetworkPlace GetNetworkPlace()
+    {
+        return {};
+    }
+    // As the last opening and the last search know it. Any thread.
+    virtual OpenFailure GetOpenFailure()
     {
         return {};
     }
@@ -493,6 +521,11 @@ public:
     // As DeviceInfo's, for OpenDeviceFromConfiguration: for the opening and the loading.
     virtual void SetOpenProgress(OpenProgress *)
     {
+    }
+    // Of the camera that the last OpenDeviceFromConfiguration has found. Any thread.
+    virtual OpenFailure GetOpenFailure()
+    {
+        return {};
     }
 
 protected:

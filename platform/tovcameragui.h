@@ -4,6 +4,7 @@
 #include "tovcamera.h"
 
 #include <QDialog>
+#include <QString>
 #include <QWidget>
 
 #include <memory>
@@ -15,6 +16,9 @@
 #endif
 
 namespace TovGui {
+
+// Why that camera cannot be opened, as one line; empty for no failure. Any thread.
+TOV_CAMERAGUI_API QString OpenFailureText(QString const &camera, TovCam::OpenFailure const &failure);
 
 // Modal list of the cameras, grouped by interface, which refreshes itself. Accepted by its button, a double click or
 // Enter on a camera.

@@ -1,6 +1,7 @@
 #include "session.h"
 
 #include "acquisitionsequence.h"
+#include "answerwatch.h"
 #include "appsettings.h"
 #include "camerareport.h"
 #include "configurationnotice.h"
@@ -88,6 +89,7 @@ Session::~Session()
     m_grabber.reset();
     m_writer.reset();
     m_display.reset();
+    m_answers.reset();
     m_device->Release();
 }
 
@@ -130,6 +132,7 @@ void Session::InitSession()
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Writer"), GetImageWriter());
     AppSettings::LoadTovComponentSettings(m_settings, QStringLiteral("Display"), GetDisplay());
     ResetVolatileParams();
+    m_answers = std::make_unique<AnswerWatch>(m_device, m_displayName);
     m_device->RegisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
     m_device->RegisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
 }

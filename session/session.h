@@ -25,6 +25,7 @@
 #include <memory>
 
 class AcquisitionSequence;
+class AnswerWatch;
 class DisplayView;
 class GrabbingFifo;
 class ImageWriter;
@@ -172,4 +173,5 @@ private:
     std::unique_ptr<PacketLog> m_log;    // as m_logModel, which it uses
     // Subscribed channels. A node is the user data of its subscription, and is erased after it.
     std::map<LogEnum, LogChannel> m_logChannels;
+    std::unique_ptr<AnswerWatch> m_answers; // of the device; goes before it
 };

@@ -64,6 +64,18 @@ void DeviceInfoImpl::SetNetworkPlace(TovCam::NetworkPlace place)
     m_place = std::move(place);
 }
 
+TovCam::OpenFailure DeviceInfoImpl::GetOpenFailure()
+{
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    return m_openFailure;
+}
+
+void DeviceInfoImpl::SetOpenFailure(TovCam::OpenFailure failure)
+{
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    m_openFailure = std::move(failure);
+}
+
 void DeviceInfoImpl::SetFacts(void const *owner, std::function<Facts()> facts)
 {
     std::lock_guard<std::mutex> const lock(m_factsMutex);
@@ -77,6 +89,12 @@ DeviceInfoImpl::Facts DeviceInfoImpl::GetFacts()
 {
     std::lock_guard<std::mutex> const lock(m_factsMutex);
     return m_facts ? m_facts() : Facts();
+}
+
+bool DeviceInfoImpl::HasFacts()
+{
+    std::lock_guard<std::mutex> const lock(m_factsMutex);
+    return static_cast<bool>(m_facts);
 }
 
 void DeviceInfoImpl::SetOpenProgress(TovCam::OpenProgress *progress)

@@ -34,11 +34,15 @@ public:
     void SetOpenProgress(TovCam::OpenProgress *progress) override;
     TovCam::NetworkPlace GetNetworkPlace() override;
     void SetNetworkPlace(TovCam::NetworkPlace place); // which changes from search to search
+    TovCam::OpenFailure GetOpenFailure() override;
+    void SetOpenFailure(TovCam::OpenFailure failure);
     // What an open camera adds to the information; called by whoever asks for that. The owner's are dropped by no
     // facts, unless another has put its own in their place; none of their calls is under way then.
     using Facts = std::vector<std::pair<std::string, std::string>>;
     void SetFacts(void const *owner, std::function<Facts()> facts);
     Facts GetFacts();
+    // Whether there are such facts, and so an open camera.
+    bool HasFacts();
     // Null where nobody waits for an opening.
     TovCam::OpenProgress *GetOpenProgress() const;
 
@@ -47,9 +51,10 @@ private:
     std::mutex m_factsMutex; // guards the next two, and the calls; taken last
     std::function<Facts()> m_facts;
     void const *m_factsOwner = nullptr;
-    std::mutex m_mutex; // guards the next two
+    std::mutex m_mutex; // guards the next ones
     std::string m_hostInformation;
     TovCam::NetworkPlace m_place;
+    TovCam::OpenFailure m_openFailure;
 };
 
 // One interface with the cameras of the last enumeration. Cameras that are gone leave the list and stay alive.

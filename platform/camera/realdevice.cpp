@@ -7,9 +7,10 @@
 
 using namespace std::chrono_literals;
 
-RealDevice::RealDevice(ArvDevice *device, DeviceInfoImpl *info, std::function<bool()> isSilent)
+RealDevice::RealDevice(ArvDevice *device, DeviceInfoImpl *info, std::function<bool()> isSilent,
+                       std::function<void(bool)> hurry)
     : DeviceBase(device, info),
-      m_reachability(std::move(isSilent)),
+      m_reachability(std::move(isSilent), std::move(hurry)),
       m_relay(std::make_shared<LossRelay>([this] { OnLost(); })),
       m_taps(m_events, [this](std::int32_t *status) { return OpenTap(status); })
 {
@@ -59,6 +60,8 @@ void RealDevice::Close()
 {
     if (!m_reachability.IsLost())
         m_info->access.store(TovCam::DeviceInfo::AccessFree, std::memory_order_relaxed);
+    if (m_info->GetOpenFailure().isOurs)
+        m_info->SetOpenFailure({});
 }
 
 std::int32_t RealDevice::RegisterEvent(std::uint32_t id, TovCam::EventCallback callback, void *user)

@@ -18,8 +18,9 @@ public:
     TovCam::CaptureFailure GetCaptureFailure() override;
 
 protected:
-    // Takes over the reference. `isSilent` as Reachability's.
-    RealDevice(ArvDevice *device, DeviceInfoImpl *info, std::function<bool()> isSilent);
+    // Takes over the reference. `isSilent` and `hurry` as Reachability's.
+    RealDevice(ArvDevice *device, DeviceInfoImpl *info, std::function<bool()> isSilent = {},
+               std::function<void(bool)> hurry = {});
     ~RealDevice() override;
 
     bool CanServe(std::uint32_t eventId) const override;

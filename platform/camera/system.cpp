@@ -128,8 +128,10 @@ public:
             progress->stage = TovCam::OpenProgress::Stage::Over;
         StoreStatus(error, status);
         report.status = status;
+        TovCam::OpenFailure failure = info ? info->GetOpenFailure() : TovCam::OpenFailure();
         std::lock_guard<std::mutex> lock(m_reportMutex);
         m_report = std::move(report);
+        m_openFailure = std::move(failure);
         return device;
     }
 
@@ -142,6 +144,12 @@ public:
     void SetOpenProgress(TovCam::OpenProgress *progress) override
     {
         m_openProgress = progress;
+    }
+
+    TovCam::OpenFailure GetOpenFailure() override
+    {
+        std::lock_guard<std::mutex> lock(m_reportMutex);
+        return m_openFailure;
     }
 
     std::int32_t LoadTransportLayer(char const *file) override
@@ -219,8 +227,9 @@ private:
     bool m_updated = false;
     InterfaceList m_list;
     std::atomic<TovCam::OpenProgress *> m_openProgress{nullptr};
-    std::mutex m_reportMutex; // guards the next one; alone
+    std::mutex m_reportMutex; // guards the next two; alone
     TovCam::ConfigurationReport m_report;
+    TovCam::OpenFailure m_openFailure;
 };
 
 std::mutex s_systemMutex; // guards the two below

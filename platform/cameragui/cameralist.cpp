@@ -22,6 +22,7 @@ CameraEntry ReadCamera(TovCam::DeviceInfo *info)
     entry.userID = Text(info->GetUserID());
     entry.address = Text(info->GetAddress());
     entry.access = info->GetAccessStatus();
+    entry.failure = info->GetOpenFailure();
     if (entry.model.isEmpty())
         entry.model = entry.name;
     if (entry.name.isEmpty())

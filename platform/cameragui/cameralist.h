@@ -14,11 +14,23 @@ struct CameraEntry
     TovCam::DeviceInfo *info = nullptr; // lives as long as the system
     QString name, model, vendor, serial, userID, address;
     TovCam::DeviceInfo::AccessStatus access = TovCam::DeviceInfo::AccessUnknown;
+    TovCam::OpenFailure failure;
 
     bool operator==(CameraEntry const &) const = default;
     bool IsBusy() const
     {
         return access == TovCam::DeviceInfo::AccessBusy;
+    }
+    // Why it cannot be opened, as far as that is known; empty where nothing is.
+    QString Trouble() const
+    {
+        using TovCam::OpenRefusal;
+        if (IsBusy() && failure.refusal != OpenRefusal::InUse)
+            return OpenFailureText(name, {OpenRefusal::InUse, false, {}, {}});
+        // It has answered since.
+        return failure.refusal == OpenRefusal::NoAnswer || (failure.refusal == OpenRefusal::InUse && !IsBusy())
+                   ? QString()
+                   : OpenFailureText(name, failure);
     }
 };
 

@@ -29,6 +29,8 @@ void *KeyOf(std::unique_ptr<InterfaceEntry> const &entry)
 
 QString StatusText(CameraEntry const &camera)
 {
+    if (camera.failure.refusal == TovCam::OpenRefusal::NoRight)
+        return CameraModel::tr("no right");
     switch (camera.access) {
     case TovCam::DeviceInfo::AccessFree:
         return CameraModel::tr("free");
@@ -44,8 +46,10 @@ QString CameraToolTip(CameraEntry const &camera)
     QString text = camera.name;
     if (!camera.address.isEmpty())
         text += CameraModel::tr("\nAddress: %1").arg(camera.address);
-    if (camera.IsBusy())
+    if (camera.IsBusy() && camera.failure.refusal != TovCam::OpenRefusal::InUse)
         text += CameraModel::tr("\nBusy: this or another program has it open");
+    else if (QString const trouble = camera.Trouble(); !trouble.isEmpty())
+        text += QLatin1Char('\n') + trouble;
     else if (camera.access == TovCam::DeviceInfo::AccessFree)
         text += CameraModel::tr("\nFree: double-click to connect");
     return TovPlainTip(text);

@@ -382,8 +382,8 @@ void TovCameraSelectorDialog::Impl::ShowState()
         text = tr("Searching...");
     } else if (touched && wanted && !camera) {
         text = tr("%1 does not answer any more").arg(wantedName);
-    } else if (camera && camera->IsBusy()) {
-        text = tr("%1 is in use, by this or another program").arg(camera->name);
+    } else if (QString const trouble = camera ? camera->Trouble() : QString(); !trouble.isEmpty()) {
+        text = trouble;
     } else if (status != 0) {
         text = tr("The search failed (error %1)").arg(status);
     } else if (int const count = model->CameraCount(); count == 0) {

@@ -1,7 +1,7 @@
 // Cameras that answer slowly, or not at all, while they are opened: what the window shows meanwhile, and each way to
 // end it at each call that waits. The system and the opening are the test's own; the selector is the real one.
 #include "fakecamera.h"
-#include "noticeboard.h"
+#include "notices.h"
 #include "waitingaction.h"
 #include "window.h"
 
@@ -259,9 +259,11 @@ TEST_F(Connecting, WhatTakesTooLongOrFailsIsTold)
     WaitingAction::s_times.limit = Patience;
     FakeDevice unreadable;
     unreadable.SetParametersReadable(false);
+    m_system.info.failure = {TovCam::OpenRefusal::Description, false, {}, "it is empty"};
     EXPECT_EQ(Connect(unreadable, "open", [this] { Go(); }),
               Texts{"Cannot get camera parameters\nError code: -40201 (GenICam: Tree error)"});
     EXPECT_EQ(unreadable.ReleaseCount(), 1);
+    EXPECT_EQ(NoticeOf(NoticeTopic::Camera), "Scripted camera answers, but its description is damaged: it is empty");
 }
 
 TEST_F(Connecting, NothingElseIsBegunMeanwhile)

@@ -7,9 +7,12 @@
 
 #include <future>
 #include <numeric>
+#include <optional>
+#include <set>
 
 namespace {
 
+using namespace std::chrono_literals;
 namespace bootstrap = gvcp::bootstrap;
 using Bytes = ScriptedCamera::Bytes;
 using Datagrams = std::vector<ScriptedCamera::Datagram>;
@@ -203,6 +206,80 @@ TEST_F(ControlChannelTest, OneWithoutAnswerSparesTheOthersTheWait)
     camera.Set({});
     EXPECT_TRUE(Eventually([&] { return Read() == 0; }));
     EXPECT_FALSE(channel.IsLost());
+}
+
+// The heartbeat goes on asking, and nobody else is let through before it has found that control is still ours.
+TEST_F(ControlChannelTest, SilenceEndsOnceControlIsKnownToBeOurs)
+{
+    for (bool const isTaken : {false, true}) {
+        EXPECT_EQ(channel.GetSilence(), 0ms);
+        camera.Set(Nothing);
+        EXPECT_EQ(Read(), TOV_CAM_ERR_NO_DEVICE);
+        EXPECT_GE(channel.GetSilence(), 3s); // an access in vain
+        std::size_t const beats = camera.CountRequests(), others = camera.Requests(gvcp::READREG_CMD).size();
+        EXPECT_TRUE(Eventually([&] { return camera.CountRequests() > beats; }));
+        if (isTaken)
+            camera.Put(bootstrap::ControlChannelPrivilege, 0);
+        camera.Set({});
+        EXPECT_TRUE(Eventually([&] { return isTaken ? channel.IsLost() : Read() == 0; }));
+        EXPECT_EQ(channel.GetSilence(), 0ms);
+        EXPECT_EQ(channel.IsSilent(), isTaken);
+        EXPECT_TRUE(!isTaken || camera.Requests(gvcp::READREG_CMD).size() == others);
+    }
+}
+
+TEST_F(ControlChannelTest, WhoIsInAHurryWaitsForNoOtherAccess)
+{
+    camera.Set(Nothing);
+    std::size_t const before = camera.Requests(gvcp::READREG_CMD).size();
+    auto patient = std::async(std::launch::async, [this] {
+        std::uint32_t other;
+        return channel.ReadRegister(0x200, other);
+    });
+    ASSERT_TRUE(Eventually([&] { return camera.Requests(gvcp::READREG_CMD).size() > before; }));
+    Haste const haste(&channel);
+    EXPECT_EQ(Read(), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(patient.get(), TOV_CAM_ERR_NO_DEVICE);
+    std::vector<Bytes> const tries = camera.Requests(gvcp::READREG_CMD);
+    std::set<Bytes> const requests(tries.begin() + static_cast<std::ptrdiff_t>(before), tries.end());
+    EXPECT_EQ(requests.size(), 2u);
+    EXPECT_LT(tries.size() - before, 6u); // those of one alone, if nobody hurried it
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(Read(), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(camera.Requests(gvcp::READREG_CMD).size(), tries.size());
+}
+
+TEST_F(ControlChannelTest, ASlowCameraIsNotSilent)
+{
+    camera.Put(0x100, 77);
+    camera.Set([](Bytes const &, Bytes const &good) {
+        std::this_thread::sleep_for(300ms);
+        return Datagrams{{good}};
+    });
+    for (int i = 0; i < 6; ++i) {
+        std::optional<Haste> haste;
+        if (i % 2 != 0)
+            haste.emplace(&channel);
+        EXPECT_EQ(Read(), 0);
+        EXPECT_EQ(value, 77u);
+    }
+    EXPECT_FALSE(channel.IsSilent() || channel.IsLost());
+}
+
+TEST_F(ControlChannelTest, ACameraThatAsksForTimeForEverIsAskedOnce)
+{
+    camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{Pending(good, 60000)}}; });
+    std::size_t const before = camera.Requests(gvcp::READREG_CMD).size();
+    {
+        Haste const haste(&channel);
+        for (int i = 0; i < 100; ++i)
+            EXPECT_EQ(Read(), TOV_CAM_ERR_NO_DEVICE);
+    }
+    EXPECT_TRUE(channel.IsSilent());
+    EXPECT_EQ(camera.Requests(gvcp::READREG_CMD).size(), before + 1);
+    channel.BeginClosing();
+    channel.Close();
+    EXPECT_TRUE(Eventually([&] { return camera.Requests(gvcp::WRITEREG_CMD).size() == 2; })); // control goes back
 }
 
 TEST_F(ControlChannelTest, ACameraThatAsksForTimeGetsSome)

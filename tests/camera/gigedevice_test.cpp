@@ -187,6 +187,74 @@ TEST_F(GigeDeviceTest, FramesAreWhatTheCameraSaysOfThem)
                                                    StreamChannelPort, 0xF000, 0xF000, StreamChannelPort}));
 }
 
+// By what is sent: each datagram that is not is a wait less.
+TEST_F(GigeDeviceTest, ACameraThatFellSilentIsStoppedAndClosedAtOnce)
+{
+    std::string nodes =
+        Integer("Start", 0xF000, 4, "BigEndian") + Integer("Stop", 0xF004, 4, "BigEndian") + "<Port Name=\"Device\"/>";
+    for (auto const &[name, target] :
+         {std::pair("AcquisitionStart", "Start"), {"AcquisitionStop", "Stop"}, {"AcquisitionAbort", "Stop"}})
+        nodes += std::string("<Command Name=\"") + name + "\"><CommandValue>1</CommandValue><pValue>" + target +
+                 "</pValue></Command>";
+    for (auto const &[name, value] :
+         {std::pair("Width", "8"), {"Height", "8"}, {"PayloadSize", "64"}, {"PixelFormat", "17301505"}})
+        nodes += std::string("<Integer Name=\"") + name + "\"><Value>" + value + "</Value></Integer>";
+    Serve(Describe("0", nodes));
+    ASSERT_EQ(m_stream->AllocBufferQueue(nullptr, 2), 0);
+    ASSERT_EQ(m_stream->StartAcquisition(-1, 0), 0);
+    ASSERT_EQ(m_nodes->ExecuteCommand("AcquisitionStart"), 0);
+    EXPECT_EQ(m_device->GetSilence(), 0u);
+    m_camera->Set([](auto const &, auto const &) { return std::vector<ScriptedCamera::Datagram>{}; });
+    auto const writes = [this] {
+        return m_camera->Requests(gvcp::WRITEREG_CMD);
+    };
+    std::size_t const before = writes().size();
+    EXPECT_NE(m_nodes->ExecuteCommand("AcquisitionStop"), 0);
+    EXPECT_GT(m_device->GetSilence(), 0u);
+    std::size_t const stopped = writes().size();
+    EXPECT_LE(stopped - before, 4u);
+    EXPECT_EQ(m_nodes->ExecuteCommand("AcquisitionAbort"), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(m_stream->StopAcquisition(1), 0);
+    EXPECT_EQ(m_nodes->SetIntegerValue("TLParamsLocked", 0), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(m_stream->ReleaseBufferQueue(), 0);
+    EXPECT_EQ(writes().size(), stopped);
+    Close();
+    ASSERT_TRUE(Eventually([&] { return writes().size() == stopped + 1; })); // nobody waits for what comes of it
+    EXPECT_EQ(LoadBig32(&writes().back()[8]), bootstrap::ControlChannelPrivilege);
+}
+
+TEST_F(GigeDeviceTest, WhyACameraCannotBeOpenedIsTold)
+{
+    using TovCam::OpenRefusal;
+    auto camera = ::Serve(Grey);
+    TovCam::DeviceInfo *const info = FindAt(m_system);
+    for (auto const &[kind, reason] : {std::pair("NotXml", "it is not well-formed in line "),
+                                       {"Circle", "its features refer to each other without end"},
+                                       {"OutsideUrl", "the camera refuses to send it"},
+                                       {"FileUrl", "the camera does not say where it is"}}) {
+        SCOPED_TRACE(kind);
+        Set(*camera, "WireDescription", kind);
+        TovCam::Device *const device = TovCam_CreateDevice(info, 2, nullptr);
+        ASSERT_NE(device, nullptr);
+        EXPECT_EQ(device->GetCameraParameters(nullptr), nullptr);
+        device->Release();
+        TovCam::OpenFailure const failure = info->GetOpenFailure();
+        EXPECT_EQ(failure.refusal, OpenRefusal::Description);
+        EXPECT_EQ(failure.reason.rfind(reason, 0), 0u) << failure.reason;
+    }
+    Set(*camera, "WireDescription", "Good");
+    Open(info);
+    EXPECT_EQ(info->GetOpenFailure(), TovCam::OpenFailure());
+    // Ours; and that is over when it is closed.
+    EXPECT_EQ(TovCam_CreateDevice(info, 2, nullptr), nullptr);
+    EXPECT_EQ(info->GetOpenFailure(), (TovCam::OpenFailure{OpenRefusal::InUse, true, "127.0.0.1", {}}));
+    Close();
+    EXPECT_EQ(info->GetOpenFailure(), TovCam::OpenFailure());
+    camera.reset();
+    EXPECT_EQ(TovCam_CreateDevice(info, 2, nullptr), nullptr);
+    EXPECT_EQ(info->GetOpenFailure().refusal, OpenRefusal::NoAnswer);
+}
+
 TEST_F(GigeDeviceTest, WhatBecameOfThePacketsIsInTheTree)
 {
     auto const camera = ::Serve(Grey);

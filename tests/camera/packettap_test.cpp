@@ -1,4 +1,5 @@
 // The taps without a network: what becomes a packet, and threads that switch channels while packets come.
+#include "aravis/usbrights.h"
 #include "bareparams.h"
 #include "packettap/gigeframing.h"
 #include "packettap/packettap.h"
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <pcap/dlt.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -223,6 +225,21 @@ TEST(UsbFraming, FindsTheCameraAndItsEndpoints)
     EXPECT_EQ((std::vector<int>{found.commands, found.answers, found.events, found.stream}),
               (std::vector<int>{0x01, 0x81, 0x82, 0x83}));
     EXPECT_FALSE(FindUsbCamera("Maker", "S2", camera, root) || FindUsbCamera("Other", "S1", camera, root));
+    // One that may not be opened. The superuser may all.
+    std::filesystem::path const node = root / "dev/bus/usb/002/017";
+    std::filesystem::create_directories(node.parent_path());
+    EXPECT_TRUE(FindForbiddenUsbCameras(root).empty()); // that has just gone
+    std::ofstream(node) << "";
+    std::filesystem::permissions(node, std::filesystem::perms::none);
+    uid_t const self = geteuid();
+    EXPECT_TRUE(self != 0 || seteuid(65534) == 0);
+    std::vector<ForbiddenUsbCamera> const forbidden = FindForbiddenUsbCameras(root);
+    EXPECT_EQ(seteuid(self), 0);
+    ASSERT_EQ(forbidden.size(), 1u);
+    EXPECT_EQ(forbidden[0].vendor + ' ' + forbidden[0].serial + ' ' + forbidden[0].node + ": " + forbidden[0].reason,
+              "Maker S1 /dev/bus/usb/002/017: Permission denied");
+    std::filesystem::permissions(node, std::filesystem::perms::owner_all);
+    EXPECT_EQ(FindForbiddenUsbCameras(root).size(), 0u);
     UsbEndpoints endpoints;
     for (std::size_t size = 0; size < descriptors.size(); ++size) {
         Bytes const cut(descriptors.begin(), descriptors.begin() + static_cast<std::ptrdiff_t>(size));

@@ -88,6 +88,12 @@ public:
         }
         return found;
     }
+    // All that has come, the heartbeat's included.
+    std::size_t CountRequests()
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        return m_requests.size();
+    }
     static bool IsBeat(Bytes const &request)
     {
         return LoadBig16(&request[2]) == gvcp::READREG_CMD &&

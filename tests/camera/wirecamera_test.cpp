@@ -131,8 +131,12 @@ TEST_F(WireTest, OneHostHasControlUntilItFallsSilent)
     EXPECT_NE(camera->GetStatus().controller, "");
     std::int32_t error = 0;
     TovCam::DeviceInfo *const info = FindAt(m_system, "127.0.0.1");
+    TovCam::OpenFailure const inUse{TovCam::OpenRefusal::InUse, false, "127.0.0.1", {}};
     EXPECT_EQ(TovCam_CreateDevice(info, 2, &error), nullptr);
     EXPECT_EQ(error, TOV_CAM_ERR_GENICAM_ACCESS);
+    EXPECT_EQ(info->GetOpenFailure(), inUse);
+    // The search asks as well; a busy computer may lose its questions.
+    EXPECT_TRUE(Eventually([&] { return m_system->UpdateDeviceList() == 0 && info->GetOpenFailure() == inUse; }));
     EXPECT_NE(std::string(info->GetHostInformation()).find("\nIn use by:      127.0.0.1\n"), std::string::npos);
     std::string why;
     first.Stop(SIGKILL);

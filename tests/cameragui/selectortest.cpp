@@ -231,6 +231,47 @@ TEST_F(SelectorTest, ConnectsAFreeCameraOnlyAndKeepsItsColumns)
     EXPECT_EQ(m_tree->columnWidth(1), 222);
 }
 
+TEST_F(SelectorTest, SaysWhyACameraCannotBeOpened)
+{
+    using TovCam::OpenRefusal;
+    using Info = TovCam::DeviceInfo;
+    struct Row
+    {
+        Info::AccessStatus access;
+        TovCam::OpenFailure failure;
+        char const *text;
+    };
+    Row const rows[] = {
+        {Info::AccessBusy,
+         {OpenRefusal::InUse, false, "192.0.2.7", {}},
+         "Mono 1 is in use by another program (192.0.2.7)"},
+        {Info::AccessBusy, {OpenRefusal::InUse, true, "192.0.2.7", {}}, "Mono 1 is in use by this program"},
+        {Info::AccessBusy, {OpenRefusal::InUse, false, {}, {}}, "Mono 1 is in use, by this or another program"},
+        {Info::AccessFree,
+         {OpenRefusal::Description, false, {}, "it is\nempty"},
+         "Mono 1 answers, but its description is damaged: it is empty"},
+        {Info::AccessUnknown,
+         {OpenRefusal::NoRight, false, "/dev/bus/usb/001/002", "Permission denied"},
+         "Mono 1: no right to open the USB device: /dev/bus/usb/001/002: Permission denied"},
+        // Over: it has been heard since.
+        {Info::AccessFree, {OpenRefusal::InUse, false, "192.0.2.7", {}}, "1 camera found"},
+        {Info::AccessFree, {OpenRefusal::NoAnswer, false, {}, {}}, "1 camera found"},
+    };
+    for (Row const &row : rows) {
+        m_mono.access = row.access;
+        m_mono.failure = row.failure;
+        OpenWith({&m_mono}, {});
+        Click(0, 0);
+        EXPECT_EQ(Message(), row.text);
+        EXPECT_EQ(CanConnect(), row.access != Info::AccessBusy);
+        m_dialog.reset();
+    }
+    EXPECT_EQ(OpenFailureText(QStringLiteral("%2"), rows[0].failure).toStdString(),
+              "%2 is in use by another program (192.0.2.7)");
+    EXPECT_EQ(OpenFailureText(QStringLiteral("A"), {OpenRefusal::NoAnswer, false, {}, "gone"}).toStdString(),
+              "A does not answer: gone");
+}
+
 TEST_F(SelectorTest, ShowsACamerasNameAsItStands)
 {
     FakeCamera hostile("<h1>Big</h1>\n<img src=\"x\">\u202Egpj.exe\x07");

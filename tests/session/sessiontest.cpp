@@ -120,6 +120,21 @@ TEST_F(SessionTest, ShowsACamerasTextsInOneLineEach)
     NoticeBoard::Instance().Withdraw(NoticeTopic::Program);
 }
 
+TEST_F(SessionTest, TellsForHowLongTheCameraHasNotAnswered)
+{
+    Connect();
+    for (auto const &[silence, text] :
+         {std::pair(2000u, ": no answer for 2 s"), {3900u, ": no answer for 3 s"}, {1999u, ""}, {70000u, "for 70 s"}}) {
+        device.silence = silence;
+        EXPECT_TRUE(Eventually([text = std::string(text)] {
+            std::string const told = NoticeOf(NoticeTopic::Answers);
+            return text.empty() ? told.empty() : told.find(text) != std::string::npos;
+        })) << text;
+    }
+    session.reset();
+    EXPECT_EQ(NoticeOf(NoticeTopic::Answers), "");
+}
+
 TEST_F(SessionTest, StartsCapturesAndStopsInOrder)
 {
     FakePlugin const plugin(device.script);

@@ -412,7 +412,9 @@ public:
     char const *host = nullptr;              // its host information
     TovCam::ParamArray *interface = nullptr; // parameters of the interface
     std::uint32_t kind = TovCam::InterfaceKindGigEVision;
+    TovCam::OpenFailure failure; // set while nobody looks
 
+    FAKE_GIVES(TovCam::OpenFailure GetOpenFailure(), failure);
     FAKE_GIVES(TovCam::Interface *GetInterface(), this);
     FAKE_GIVES(char const *GetDisplayName(), "Scripted camera");
     FAKE_GIVES(char const *GetHostInformation(), host);
@@ -441,7 +443,12 @@ public:
     FakeParams params{script};
     FakeStream stream{script};
     FakeDeviceInfo info;
+    std::atomic<std::uint64_t> silence{0};
 
+    std::uint64_t GetSilence() override
+    {
+        return silence;
+    }
     // With false GetCameraParameters gives null and that error.
     void SetParametersReadable(bool readable, std::int32_t error = TOV_CAM_ERR_GENICAM_TREE)
     {

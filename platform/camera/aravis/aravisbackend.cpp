@@ -3,13 +3,17 @@
 #include "aravisversion.h"
 #include "fixedparams.h"
 #include "genicam/genicamerror.h"
+#include "genicam/xmlcheck.h"
 #include "hostfacts.h"
+#include "usbrights.h"
 
 #include <algorithm>
 #include <mutex>
 #include <tuple>
 
 namespace {
+
+using TovCam::OpenRefusal;
 
 constexpr char Protocol[] = "USB3Vision";
 
@@ -61,9 +65,12 @@ public:
             arv_update_device_list();
             for (unsigned i = 0; i < arv_get_n_devices(); ++i) {
                 if (g_strcmp0(arv_get_device_protocol(i), Protocol) == 0)
-                    visible.push_back(Publish(i));
+                    visible.push_back(Publish(IdentityAt(i), {}));
             }
         }
+        for (ForbiddenUsbCamera const &one : FindForbiddenUsbCameras())
+            visible.push_back(Publish({{}, one.vendor, one.model, one.serial, one.node},
+                                      {OpenRefusal::NoRight, false, one.node, one.reason}));
         // Aravis gives them in no particular order.
         std::sort(visible.begin(), visible.end(), [](DeviceInfoImpl const *a, DeviceInfoImpl const *b) {
             return std::tie(a->displayName, a->id) < std::tie(b->displayName, b->id);
@@ -80,17 +87,25 @@ public:
 
     TovCam::Device *Open(DeviceInfoImpl *info, std::int32_t *error) override
     {
+        std::string const name = info->id.substr(0, info->id.find('\n'));
+        if (name.empty()) { // which Aravis would take for any camera
+            *error = TOV_CAM_ERR_GENICAM_ACCESS;
+            return nullptr;
+        }
         GError *failure = nullptr;
         ArvDevice *device;
         {
             DeviceList const list;
-            device = arv_open_device(info->id.substr(0, info->id.find('\n')).c_str(), &failure);
+            device = arv_open_device(name.c_str(), &failure);
         }
         std::int32_t const status = failure ? StatusFromError(failure) : TOV_CAM_ERR_NO_DEVICE;
+        std::string const reason = failure ? Text(failure->message) : "";
         g_clear_error(&failure);
         if (device)
-            return new AravisDevice(device, info);
-        if (status == TOV_CAM_ERR_GENICAM_TREE)
+            return Describe(new AravisDevice(device, info), device, info);
+        bool const isThere = status == TOV_CAM_ERR_GENICAM_TREE;
+        info->SetOpenFailure({isThere ? OpenRefusal::Description : OpenRefusal::NoAnswer, false, {}, reason});
+        if (isThere)
             return MakeUndescribedDevice(info, status);
         *error = status;
         return nullptr;
@@ -114,25 +129,52 @@ public:
     }
 
 private:
-    // The camera at that place of the list. Another one behind a known id needs another description.
-    DeviceInfoImpl *Publish(unsigned index)
+    struct Identity
     {
-        std::string const vendor = Text(arv_get_device_vendor(index)), model = Text(arv_get_device_model(index)),
-                          serial = Text(arv_get_device_serial_nbr(index));
-        std::string const key = Text(arv_get_device_id(index)) + '\n' + vendor + '\n' + model + '\n' + serial + '\n';
+        std::string name; // Aravis' own; empty for a camera that it does not list
+        std::string vendor, model, serial, address;
+    };
+
+    // Of the camera at that place of the list.
+    static Identity IdentityAt(unsigned index)
+    {
+        return {Text(arv_get_device_id(index)), Text(arv_get_device_vendor(index)), Text(arv_get_device_model(index)),
+                Text(arv_get_device_serial_nbr(index)), Text(arv_get_device_physical_id(index))};
+    }
+
+    // Another camera behind a known id needs another description.
+    DeviceInfoImpl *Publish(Identity const &camera, TovCam::OpenFailure failure)
+    {
+        std::string const key = camera.name + '\n' + camera.vendor + '\n' + camera.model + '\n' + camera.serial + '\n';
         DeviceInfoImpl *const info = m_interface.FindOrAdd(key, [&] {
             auto made = std::make_unique<DeviceInfoImpl>();
-            made->vendor = vendor;
-            made->model = model;
-            made->serial = serial;
-            made->address = Text(arv_get_device_physical_id(index));
-            made->displayName = vendor + ' ' + model;
-            if (!serial.empty())
-                made->displayName += " (" + serial + ')';
+            made->vendor = camera.vendor;
+            made->model = camera.model;
+            made->serial = camera.serial;
+            made->address = camera.address;
+            made->displayName = camera.vendor + ' ' + camera.model;
+            if (!camera.serial.empty())
+                made->displayName += " (" + camera.serial + ')';
             return made;
         });
         info->access.store(TovCam::DeviceInfo::AccessUnknown, std::memory_order_relaxed);
+        if (failure.refusal != OpenRefusal::None)
+            info->SetOpenFailure(std::move(failure));
         return info;
+    }
+
+    // What is wrong with the description of an opened camera, if anything is.
+    static TovCam::Device *Describe(TovCam::Device *opened, ArvDevice *device, DeviceInfoImpl *info)
+    {
+        TovCam::OpenFailure failure;
+        if (!opened->GetCameraParameters(nullptr)) {
+            size_t size = 0;
+            char const *const xml = arv_device_get_genicam_xml(device, &size);
+            failure.refusal = OpenRefusal::Description;
+            CheckGenicamXml(xml, xml ? size : 0, &failure.reason);
+        }
+        info->SetOpenFailure(std::move(failure));
+        return opened;
     }
 
     InterfaceImpl m_interface;

@@ -7,8 +7,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Far more than a healthy camera needs to be closed.
-constexpr auto ClosePatience = 1000ms;
+// Far more than a healthy camera needs to be closed; with the stream's, less than a second.
+constexpr auto ClosePatience = 400ms;
 
 // What the signal of a loss keeps.
 using RelayReference = std::shared_ptr<LossRelay>;
@@ -27,7 +27,7 @@ void ForgetRelay(gpointer relay, GClosure *)
 } // namespace
 
 AravisDevice::AravisDevice(ArvDevice *device, DeviceInfoImpl *info)
-    : RealDevice(device, info, {}),
+    : RealDevice(device, info),
       m_stream(std::make_unique<AravisStream>(m_device, m_access, m_reachability))
 {
     m_lossHandler = g_signal_connect_data(m_device, "control-lost", G_CALLBACK(OnControlLost),

@@ -11,7 +11,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto ClosePatience = 1000ms;
+// Far more than a healthy camera needs; a dead one holds nobody up for longer.
+constexpr auto ClosePatience = 400ms;
+constexpr auto ReopenPatience = 1000ms;
 constexpr std::chrono::microseconds CancelPeriod = 20ms;
 
 } // namespace
@@ -65,7 +67,7 @@ std::int32_t AravisStream::AllocBufferQueue(void *, std::uint32_t count)
     if (count == 0 || count > StreamQueueLimit)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
     // The goodbye to an earlier ArvStream would close the channel of the new one.
-    if (m_stream || (m_disposal && !Background::Wait(*m_disposal, ClosePatience)))
+    if (m_stream || (m_disposal && !Background::Wait(*m_disposal, ReopenPatience)))
         return TOV_CAM_ERR_INVALID_STATE;
     m_disposal.reset();
 

@@ -1,6 +1,8 @@
 #include "reachability.h"
 
-Reachability::Reachability(std::function<bool()> isSilent) : m_isSilent(std::move(isSilent))
+Reachability::Reachability(std::function<bool()> isSilent, std::function<void(bool)> hurry)
+    : m_isSilent(std::move(isSilent)),
+      m_hurry(std::move(hurry))
 {
 }
 
@@ -14,6 +16,12 @@ std::int32_t Reachability::Enter()
 
 void Reachability::Leave()
 {
+}
+
+void Reachability::Hurry(bool begins)
+{
+    if (m_hurry)
+        m_hurry(begins);
 }
 
 void Reachability::SetLost()

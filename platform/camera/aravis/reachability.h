@@ -14,10 +14,11 @@
 class Reachability final : public AccessGate
 {
 public:
-    // Whether the camera has stopped answering; may be empty, and does not wait.
-    explicit Reachability(std::function<bool()> isSilent = {});
+    // Whether the camera has stopped answering, and who is told of a hurry; both may be empty, and do not wait.
+    explicit Reachability(std::function<bool()> isSilent = {}, std::function<void(bool)> hurry = {});
     std::int32_t Enter() override;
     void Leave() override;
+    void Hurry(bool begins) override;
     // From now on every access is refused.
     void SetLost();
     bool IsLost() const;
@@ -26,6 +27,7 @@ public:
 
 private:
     std::function<bool()> const m_isSilent;
+    std::function<void(bool)> const m_hurry;
     std::atomic<bool> m_lost{false};
     std::shared_ptr<BackgroundJob const> m_closing; // guarded by the device's lock
 };

@@ -1,8 +1,12 @@
 #include "nodemap.h"
 
+#include "haste.h"
 #include "nodefeatures.h"
 #include "nodeparams.h"
 #include "nodewrite.h"
+
+#include <cstring>
+#include <optional>
 
 using TovCam::FeatureKind;
 
@@ -25,7 +29,8 @@ struct NodeMap::Impl
         return status == TOV_CAM_ERR_OK ? write(node) : status;
     }
 
-    std::weak_ptr<void> owner; // set before the map is handed out
+    std::weak_ptr<void> owner;  // set before the map is handed out
+    AccessGate *gate = nullptr; // the same
     GenicamNodes nodes;
     NodeParams params{nodes};
     NodeFeatures features{nodes};
@@ -44,6 +49,7 @@ std::int32_t NodeMap::GetStatus() const
 
 void NodeMap::SetGate(AccessGate *gate)
 {
+    m_impl->gate = gate;
     m_impl->nodes.SetGate(gate);
 }
 
@@ -102,6 +108,9 @@ std::int64_t NodeMap::GetIntegerValue(char const *name, std::int32_t *error)
 
 std::int32_t NodeMap::ExecuteCommand(char const *name)
 {
+    std::optional<Haste> haste;
+    if (name && (std::strcmp(name, "AcquisitionStop") == 0 || std::strcmp(name, "AcquisitionAbort") == 0))
+        haste.emplace(m_impl->gate);
     return m_impl->WriteNode(name, FeatureKind::Command, ExecuteNode);
 }
 

@@ -74,7 +74,8 @@ public:
     }
 
     // Reads to the end: whether it is well-formed, is a description, and has nothing that would take ArvGc too far.
-    bool Check()
+    // What is wrong, or "".
+    std::string Check()
     {
         int status;
         while ((status = xmlTextReaderRead(m_reader)) == 1) {
@@ -98,7 +99,13 @@ public:
                 break;
             }
         }
-        return status == 0 && m_described && m_sane && m_values.IsBounded() && m_categories.IsBounded();
+        if (status != 0)
+            return "it is not well-formed in line " + std::to_string(xmlTextReaderGetParserLineNumber(m_reader));
+        if (!m_described)
+            return "it describes no registers";
+        if (!m_sane)
+            return "it has a document type, or registers of absurd lengths";
+        return m_values.IsBounded() && m_categories.IsBounded() ? "" : "its features refer to each other without end";
     }
 
 private:
@@ -179,17 +186,22 @@ private:
 
 } // namespace
 
-std::int32_t CheckGenicamXml(void const *xml, std::size_t size)
+std::int32_t CheckGenicamXml(void const *xml, std::size_t size, std::string *why)
 {
     auto const *const bytes = static_cast<char const *>(xml);
     // Cameras pad the file in their memory.
     while (size > 0 && bytes[size - 1] == '\0')
         --size;
-    if (size == 0 || size > GenicamXmlLimit)
-        return TOV_CAM_ERR_GENICAM_TREE;
-    std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> const reader(
-        xmlReaderForMemory(bytes, static_cast<int>(size), nullptr, nullptr,
-                           XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
-        xmlFreeTextReader);
-    return reader && DescriptionReader(reader.get()).Check() ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_TREE;
+    std::string wrong = size == 0 ? "it is empty" : "it is too large";
+    if (size > 0 && size <= GenicamXmlLimit) {
+        std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> const reader(
+            xmlReaderForMemory(bytes, static_cast<int>(size), nullptr, nullptr,
+                               XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
+            xmlFreeTextReader);
+        wrong = reader ? DescriptionReader(reader.get()).Check() : "it cannot be read";
+    }
+    bool const isGood = wrong.empty();
+    if (why)
+        *why = std::move(wrong);
+    return isGood ? TOV_CAM_ERR_OK : TOV_CAM_ERR_GENICAM_TREE;
 }

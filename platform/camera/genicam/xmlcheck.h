@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 // No camera's description comes near this.
 constexpr std::size_t GenicamXmlLimit = 8u << 20;
@@ -11,5 +12,5 @@ constexpr std::size_t GenicamXmlLimit = 8u << 20;
 // whose nodes refer to each other in a circle, in an endless chain, or so that one value costs an absurd number of
 // others or absurdly long formulas; one whose registers have absurd lengths; or one with a document type, whose
 // entities could stand for anything. Bounds may well refer to each other's features (Width and OffsetX do): reading a
-// value never reads its bounds.
-std::int32_t CheckGenicamXml(void const *xml, std::size_t size);
+// value never reads its bounds. `why` says in a few words what is wrong; it may be null.
+std::int32_t CheckGenicamXml(void const *xml, std::size_t size, std::string *why = nullptr);

@@ -42,9 +42,10 @@ bool GvcpIsControlled(std::uint32_t privilege)
     return (privilege & (gvcp::ExclusiveAccess | gvcp::ControlAccess)) != 0;
 }
 
-CameraRoll::CameraRoll(std::uint16_t discoveryId, std::uint16_t privilegeId)
+CameraRoll::CameraRoll(std::uint16_t discoveryId, std::uint16_t privilegeId, std::uint16_t controllerId)
     : m_discoveryId(discoveryId),
-      m_privilegeId(privilegeId)
+      m_privilegeId(privilegeId),
+      m_controllerId(controllerId)
 {
 }
 
@@ -88,6 +89,17 @@ void CameraRoll::TakePrivilege(std::uint32_t address, std::span<std::uint8_t con
     for (Camera &camera : m_cameras) {
         if (camera.address == address)
             camera.isControlled = GvcpIsControlled(LoadBig32(answer.body.data()));
+    }
+}
+
+void CameraRoll::TakeController(std::uint32_t address, std::span<std::uint8_t const> datagram)
+{
+    GvcpAnswer const answer = ReadGvcpAnswer({gvcp::READREG_CMD, m_controllerId, {}, gvcp::RegisterSize}, datagram);
+    if (m_controllerId == 0 || answer.kind != GvcpAnswer::Kind::Good)
+        return;
+    for (Camera &camera : m_cameras) {
+        if (camera.address == address)
+            camera.controller = LoadBig32(answer.body.data());
     }
 }
 

@@ -43,15 +43,20 @@ public:
         std::optional<bool> isControlled = std::nullopt; // by an application
         bool isAsked = false;                            // who controls it
         TovCam::NetworkPlace place = {};                 // the search adds what the roll does not know
+        bool isAskedForHost = false;                     // that controls it
+        std::uint32_t controller = 0; // its address; 0 without one, and where the camera does not tell
     };
 
-    // Requests with these ids have been sent.
-    CameraRoll(std::uint16_t discoveryId, std::uint16_t privilegeId);
+    // Requests with these ids have been sent; 0: none.
+    CameraRoll(std::uint16_t discoveryId, std::uint16_t privilegeId, std::uint16_t controllerId = 0);
 
     // An answer to DISCOVERY_CMD; anything else is left.
     void TakeDiscovery(std::uint32_t address, std::span<std::uint8_t const> datagram);
     // An answer to READREG_CMD for the privilege register, from a camera that is known; anything else is left.
     void TakePrivilege(std::uint32_t address, std::span<std::uint8_t const> datagram);
+
+    // The same for the register with the address of the host that controls it.
+    void TakeController(std::uint32_t address, std::span<std::uint8_t const> datagram);
 
     std::vector<Camera> &GetCameras();
     bool Has(std::uint32_t address) const;
@@ -59,7 +64,7 @@ public:
     bool IsComplete() const;
 
 private:
-    std::uint16_t const m_discoveryId, m_privilegeId;
+    std::uint16_t const m_discoveryId, m_privilegeId, m_controllerId;
     std::vector<Camera> m_cameras;
     std::size_t m_victim = 0; // where the search for a place begins
 };

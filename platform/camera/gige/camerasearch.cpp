@@ -110,7 +110,10 @@ struct Subnet
 class Search
 {
 public:
-    explicit Search(std::vector<std::uint32_t> const &known) : m_known(known), m_direct(0), m_named(m_id, m_privilegeId)
+    explicit Search(std::vector<std::uint32_t> const &known)
+        : m_known(known),
+          m_direct(0),
+          m_named(m_id, m_privilegeId, m_controllerId)
     {
         ifaddrs *all = nullptr;
         if (getifaddrs(&all) != 0)
@@ -127,7 +130,7 @@ public:
                                               [&](Network const &network) { return network.adapter == adapter; });
             Network &made =
                 m_networks.emplace_back(adapter, host, broadcasts ? Ipv4AddressOf(one->ifa_broadaddr).value_or(0) : 0,
-                                        CameraRoll(m_id, m_privilegeId));
+                                        CameraRoll(m_id, m_privilegeId, m_controllerId));
             if (isFirst && broadcasts && !isLoopback)
                 made.ear.emplace(INADDR_ANY, made.adapter);
             if (made.ear && made.ear->Get() < 0)
@@ -187,19 +190,25 @@ private:
                 m_direct.Send(gvcp::DISCOVERY_CMD, m_id, {}, address);
         }
         ForRolls([](CameraRoll &roll) {
-            for (CameraRoll::Camera &camera : roll.GetCameras())
+            for (CameraRoll::Camera &camera : roll.GetCameras()) {
                 camera.isAsked = camera.isControlled.has_value();
+                camera.isAskedForHost = camera.controller != 0;
+            }
         });
         AskForControl();
     }
     void AskForControl()
     {
-        std::array<std::uint8_t, gvcp::RegisterSize> body;
-        StoreBig32(body.data(), gvcp::bootstrap::ControlChannelPrivilege);
+        std::array<std::uint8_t, gvcp::RegisterSize> privilege, host;
+        StoreBig32(privilege.data(), gvcp::bootstrap::ControlChannelPrivilege);
+        StoreBig32(host.data(), gvcp::bootstrap::PrimaryApplicationIpAddress);
         ForRolls([&](CameraRoll &roll) {
             for (CameraRoll::Camera &camera : roll.GetCameras()) {
                 if (!std::exchange(camera.isAsked, true))
-                    m_direct.Send(gvcp::READREG_CMD, m_privilegeId, body, camera.address);
+                    m_direct.Send(gvcp::READREG_CMD, m_privilegeId, privilege, camera.address);
+                // Not every camera has the register, so nothing waits for the answer.
+                if (camera.isControlled.value_or(false) && !std::exchange(camera.isAskedForHost, true))
+                    m_direct.Send(gvcp::READREG_CMD, m_controllerId, host, camera.address);
             }
         });
     }
@@ -225,7 +234,10 @@ private:
         if (poll(events.data(), events.size(), std::max(0, static_cast<int>(left.count()))) <= 0)
             return;
         m_direct.Receive([&](std::uint32_t address, std::span<std::uint8_t const> datagram) {
-            ForRolls([&](CameraRoll &roll) { roll.TakePrivilege(address, datagram); });
+            ForRolls([&](CameraRoll &roll) {
+                roll.TakePrivilege(address, datagram);
+                roll.TakeController(address, datagram);
+            });
             if (takesNew && std::find(m_known.begin(), m_known.end(), address) != m_known.end())
                 m_named.TakeDiscovery(address, datagram);
         });
@@ -281,6 +293,7 @@ private:
 
     // An answer to an earlier search is none to this one, and the second is told to nobody but the asked.
     std::uint16_t const m_id = MakeId(), m_privilegeId = MakeId();
+    std::uint16_t const m_controllerId = static_cast<std::uint16_t>(m_privilegeId % 0xFFFF + 1); // another than that
     std::vector<std::uint32_t> const &m_known;
     Socket m_direct; // for what is asked of one camera alone
     CameraRoll m_named;

@@ -21,8 +21,9 @@ class OpenWatch;
 //
 // Statuses: TOV_CAM_ERR_NO_DEVICE where no answer came in time, after a loss, a cancel and the end;
 // TOV_CAM_ERR_GENICAM_ACCESS, TOV_CAM_ERR_GENICAM_INVALID_ARGUMENT and TOV_CAM_ERR_GENICAM_GENERIC where the camera
-// refuses. An access takes three seconds at most, and ten where the camera asks for more time. Once one has had no
-// answer, the others fail at once until the heartbeat has had one.
+// refuses. An access takes three seconds at most, and ten where the camera asks for more time; under one second and
+// under three for whoever is in a hurry. Once one has had no answer, the others fail at once until the heartbeat has
+// had one and found that control is still ours.
 //
 // Threads: any, unless something else is said. Nothing that comes from the network is believed before it has been
 // compared with what was asked for; what does not fit is counted and left.
@@ -55,13 +56,20 @@ public:
     void SetLossHandler(std::function<void()> handler);
     // Gives control back. One thread; nobody reads and writes any more.
     void Close();
+    // Somebody is in a hurry from now on, or no longer; in pairs. What his thread asks while the camera does not answer
+    // fails soon, and what others ask gives way.
+    void Hurry(bool begins) override;
+    // The camera is to be closed: whoever asks it anything is in a hurry.
+    void BeginClosing();
     // Ends what waits for the camera, and all that comes later.
     void Cancel();
     // Accesses end when the opening is cancelled or its time is over. Null: no longer. The thread that opens.
     void Follow(OpenWatch const *watch);
 
-    // Whether the camera has stopped answering.
+    // Whether the camera has stopped answering, so that accesses fail at once.
     bool IsSilent() const;
+    // How long ago its last answer was, if anything has been asked in vain since; otherwise 0.
+    std::chrono::milliseconds GetSilence() const;
     bool IsLost() const;
     Counters GetCounters() const;
     // Of the adapter on the way to the camera; 0 where it is not known.
@@ -84,14 +92,20 @@ private:
     // How much is invested in a request.
     struct Effort
     {
+        enum Kind : std::uint8_t {
+            Patient,
+            Hasty, // of somebody in a hurry
+            Beat,  // of the heartbeat, which ends with it
+            Final  // not to be broken off
+        };
         int tries;
-        std::chrono::milliseconds patience; // for each
-        std::chrono::milliseconds limit;    // for all, however much time the camera asks for
-        bool isBeat = false;                // of the heartbeat, which ends with it
-        bool isFinal = false;               // not to be broken off
+        std::chrono::milliseconds patience; // for each, but for the first
+        std::chrono::milliseconds first;
+        std::chrono::milliseconds limit; // for all, however much time the camera asks for
+        Kind kind = Patient;
     };
     enum class Outcome { Answered, Refused, Silent, Stopped };
-    static Effort const Access, Beat, Goodbye;
+    static Effort const Access, Hasty, Beat, Probe, Goodbye;
     static constexpr std::size_t LongestDatagram = 2048; // more than any answer
 
     bool OpenSocket();
@@ -100,13 +114,19 @@ private:
     Outcome Transact(GvcpRequest request, Effort const &effort);
     Outcome Await(GvcpRequest const &request, Effort const &effort, Clock::time_point end, Clock::time_point last);
     std::optional<GvcpAnswer> Take(GvcpRequest const &request);
+    Clock::time_point EndOf(Effort const &effort) const;
     bool IsStopped(Effort const &effort) const;
+    bool GivesWay(Effort const &effort) const;
     bool WaitReadable(Effort const &effort, Clock::time_point end);
+    void NoteAnswer();
+    void NoteVain();
     bool Transmit(std::span<std::uint8_t const> packet);
 
-    std::int32_t Ask(GvcpRequest const &request, Effort const &effort, std::span<std::uint8_t> out);
+    std::int32_t Ask(GvcpRequest const &request, Effort const &wanted, std::span<std::uint8_t> out);
+    bool MayAsk(Effort const &effort) const;
     std::int32_t StatusOf(Outcome outcome) const;
     std::int32_t ReadRegisterBy(Effort const &effort, std::uint32_t address, std::uint32_t &value);
+    std::int32_t ReadControllerBy(Effort const &effort, std::uint32_t &address, std::uint16_t &port);
     std::int32_t SetRegister(std::uint32_t address, std::uint32_t value);
     std::int32_t ReadBlock(std::uint32_t address, std::span<std::uint8_t> out);
     std::int32_t WriteBlock(std::uint32_t address, std::span<std::uint8_t const> bytes);
@@ -115,7 +135,8 @@ private:
     // The heartbeat's thread.
     void RunHeartbeat();
     bool DoBeat();
-    bool HasControl();
+    enum class Keeper { Us, Another, Untold };
+    Keeper FindKeeper(Effort const &effort);
 
     std::uint32_t m_cameraAddress = 0, m_hostAddress = 0, m_mtu = 0; // set by the constructor
     std::uint16_t m_hostPort = 0;                                    // the same
@@ -124,6 +145,12 @@ private:
     std::atomic<bool> m_ending{false}; // the heartbeat
     std::atomic<bool> m_open{false};
     std::atomic<bool> m_silent{false}, m_lost{false};
+    std::atomic<Clock::time_point> m_answered{}; // when the camera has last answered a request
+    std::atomic<bool> m_vain{false};             // it has been asked in vain since
+    std::atomic<int> m_hurries{0};
+    std::atomic<bool> m_closing{false};
+    std::atomic<Clock::time_point> m_hurryBegan{};
+    std::atomic<bool> m_yields{false}; // an access has given way: the others of those who are in no hurry do at once
     std::atomic<std::uint32_t> m_lastId;
     std::atomic<bool> m_timeoutChanged{false}; // the heartbeat's, by a write of the register
     std::atomic<std::uint64_t> m_repeated{0}, m_abandoned{0}, m_stale{0}, m_malformed{0};
@@ -131,7 +158,9 @@ private:
     mutable std::mutex m_mutex; // one request at a time; guards the next ones
     std::array<std::uint8_t, LongestDatagram> m_datagram;
     GvcpAnswer m_answer;       // the last one, in m_datagram
-    Clock::time_point m_heard; // the camera, last
+    Clock::time_point m_heard; // the camera, last, if only that it needs time
+    Clock::time_point m_began; // the request under way
+    bool m_pends = false;      // the camera has asked for time for it
     OpenWatch const *m_watch = nullptr;
 
     std::mutex m_beatMutex; // guards the next ones; alone
@@ -145,4 +174,6 @@ private:
     std::chrono::milliseconds m_period{0};
     bool m_namesController = false; // the camera's registers tell who has control
     int m_unanswered = 0;           // beats in a row
+    bool m_gaveWay = false;         // the last beat
+    bool m_inDoubt = false;         // another host may have taken control
 };

@@ -68,7 +68,8 @@ bool CutLast(std::string_view &text, char separator, std::string_view &last)
 }
 
 // 0 when there is a good description there.
-std::int32_t ReadDescription(ControlChannel &camera, OpenWatch &watch, DescriptionPlace const &place, std::string &xml)
+std::int32_t ReadDescription(ControlChannel &camera, OpenWatch &watch, DescriptionPlace const &place, std::string &xml,
+                             std::string &why)
 {
     std::vector<std::uint8_t> bytes;
     while (bytes.size() < place.size) {
@@ -77,19 +78,23 @@ std::int32_t ReadDescription(ControlChannel &camera, OpenWatch &watch, Descripti
         bytes.resize(done + step);
         std::int32_t const status =
             camera.ReadMemory(static_cast<std::uint32_t>(place.address + done), std::span(bytes).subspan(done));
-        if (status != TOV_CAM_ERR_OK)
+        if (status != TOV_CAM_ERR_OK) {
+            why = "the camera refuses to send it";
             return status == TOV_CAM_ERR_NO_DEVICE ? status : static_cast<std::int32_t>(TOV_CAM_ERR_GENICAM_TREE);
+        }
     }
     watch.SetBytes(bytes.size(), place.size);
     if (place.isArchive || IsZipArchive(bytes)) {
         std::optional<std::string> file = UnpackFirstFile(bytes, GenicamXmlLimit);
-        if (!file)
+        if (!file) {
+            why = "its archive cannot be unpacked";
             return TOV_CAM_ERR_GENICAM_TREE;
+        }
         xml = std::move(*file);
     } else {
         xml.assign(bytes.begin(), bytes.end());
     }
-    return CheckGenicamXml(xml.data(), xml.size());
+    return CheckGenicamXml(xml.data(), xml.size(), &why);
 }
 
 } // namespace
@@ -113,20 +118,26 @@ std::optional<DescriptionPlace> ParseDescriptionUrl(std::string_view url)
                             EndsWith(rest, ".zip")};
 }
 
-std::int32_t DownloadDescription(ControlChannel &camera, OpenWatch &watch, std::string &xml)
+std::int32_t DownloadDescription(ControlChannel &camera, OpenWatch &watch, std::string &xml, std::string *why)
 {
     watch.Enter(TovCam::OpenProgress::Stage::Description);
+    std::string first;
     for (std::uint32_t const address : {gvcp::bootstrap::FirstUrl, gvcp::bootstrap::SecondUrl}) {
         std::array<std::uint8_t, gvcp::bootstrap::UrlSize> text;
         std::int32_t status = camera.ReadMemory(address, text);
         std::string const url(text.begin(), std::find(text.begin(), text.end(), 0));
+        std::string wrong = "the camera does not say where it is";
         if (status == TOV_CAM_ERR_OK) {
             std::optional<DescriptionPlace> const place = ParseDescriptionUrl(url);
-            status = place ? ReadDescription(camera, watch, *place, xml)
+            status = place ? ReadDescription(camera, watch, *place, xml, wrong)
                            : static_cast<std::int32_t>(TOV_CAM_ERR_GENICAM_TREE);
         }
         if (status == TOV_CAM_ERR_OK || status == TOV_CAM_ERR_NO_DEVICE)
             return status;
+        if (first.empty())
+            first = std::move(wrong);
     }
+    if (why)
+        *why = std::move(first);
     return TOV_CAM_ERR_GENICAM_TREE;
 }

@@ -23,6 +23,7 @@ struct DescriptionPlace
 std::optional<DescriptionPlace> ParseDescriptionUrl(std::string_view url);
 
 // Reads the description once, unpacks and checks it. That of the second URL is taken where the first one's is no good.
-// 0; TOV_CAM_ERR_GENICAM_TREE when neither is good; TOV_CAM_ERR_NO_DEVICE when the camera does not answer or the
-// opening is over.
-std::int32_t DownloadDescription(ControlChannel &camera, OpenWatch &watch, std::string &xml);
+// 0; TOV_CAM_ERR_GENICAM_TREE when neither is good, and in `why`, which may be null, what is wrong with the first one;
+// TOV_CAM_ERR_NO_DEVICE when the camera does not answer or the opening is over.
+std::int32_t DownloadDescription(ControlChannel &camera, OpenWatch &watch, std::string &xml,
+                                 std::string *why = nullptr);

@@ -73,6 +73,8 @@ public:
             return nullptr;
         if (std::uint32_t privilege; client.ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, privilege))
             camera.isControlled = GvcpIsControlled(privilege);
+        if (camera.isControlled.value_or(false)) // not every camera tells more
+            client.ReadRegister(gvcp::bootstrap::PrimaryApplicationIpAddress, camera.controller);
         DeviceInfoImpl *const info = Publish(camera, true);
         if (std::find(m_asked.begin(), m_asked.end(), camera.address) == m_asked.end())
             m_asked.push_back(camera.address);
@@ -85,36 +87,9 @@ public:
 
     TovCam::Device *Open(DeviceInfoImpl *info, std::int32_t *error) override
     {
-        auto const fail = [error](std::int32_t status) {
-            *error = status;
-            return nullptr;
-        };
-        OpenWatch watch(info->GetOpenProgress());
-        watch.Enter(TovCam::OpenProgress::Stage::Asking);
-        // Seconds are not to be waited where nobody answers or another application has control.
-        GvcpClient camera(info->address);
-        GvcpIdentity identity;
-        if (!camera.Discover(identity) || identity.vendor != info->vendor || identity.model != info->model ||
-            identity.serial != info->serial)
-            return fail(TOV_CAM_ERR_NO_DEVICE);
-        std::uint32_t privilege = 0;
-        if (camera.ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, privilege) && GvcpIsControlled(privilege)) {
-            info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
-            std::uint32_t controller = 0; // not every camera tells
-            camera.ReadRegister(gvcp::bootstrap::PrimaryApplicationIpAddress, controller);
-            SetController(info, controller);
-            return fail(TOV_CAM_ERR_GENICAM_ACCESS);
-        }
-        SetController(info, 0);
-        std::int32_t status = TOV_CAM_ERR_OK;
-        GigeDevice *const device = GigeDevice::Open(info, watch, &status);
-        if (status == TOV_CAM_ERR_GENICAM_TREE)
-            return MakeUndescribedDevice(info, status);
-        if (!device)
-            return fail(status);
-        info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
-        std::lock_guard<std::mutex> lock(m_paramsMutex);
-        m_openedAddress = info->address;
+        TovCam::OpenFailure failure;
+        TovCam::Device *const device = TryOpen(info, error, failure);
+        info->SetOpenFailure(std::move(failure));
         return device;
     }
 
@@ -156,26 +131,79 @@ public:
                                     {"Link speed", adapter.speed},
                                     {"Receive buffer", host.GetReceiveBuffer()},
                                     {"Kernel", host.GetKernel()}};
-        {
-            std::lock_guard<std::mutex> const lock(m_paramsMutex);
-            if (auto const found = m_controllers.find(info); found != m_controllers.end())
-                facts.emplace_back("In use by", AddressText(found->second));
-        }
+        if (TovCam::OpenFailure const failure = info->GetOpenFailure();
+            failure.refusal == TovCam::OpenRefusal::InUse && !failure.isOurs)
+            facts.emplace_back("In use by", failure.place);
         DeviceInfoImpl::Facts const open = info->GetFacts();
         facts.insert(facts.end(), open.begin(), open.end());
         return AlignLines(facts);
     }
 
 private:
-    // Who had control when an opening was refused; 0 when none was, or nobody can tell.
-    void SetController(DeviceInfoImpl *info, std::uint32_t address)
+    static TovCam::OpenFailure InUse(DeviceInfoImpl *info, std::uint32_t controller)
     {
-        std::lock_guard<std::mutex> const lock(m_paramsMutex);
-        if (address == 0)
-            m_controllers.erase(info);
-        else
-            m_controllers[info] = address;
+        return {TovCam::OpenRefusal::InUse, info->HasFacts(), controller != 0 ? AddressText(controller) : "", {}};
     }
+
+    TovCam::Device *TryOpen(DeviceInfoImpl *info, std::int32_t *error, TovCam::OpenFailure &failure)
+    {
+        using TovCam::OpenRefusal;
+        auto const fail = [&](std::int32_t status, OpenRefusal refusal) {
+            if (failure.refusal == OpenRefusal::None)
+                failure.refusal = refusal;
+            *error = status;
+            return nullptr;
+        };
+        OpenWatch watch(info->GetOpenProgress());
+        watch.Enter(TovCam::OpenProgress::Stage::Asking);
+        // Seconds are not to be waited where nobody answers or another application has control.
+        GvcpClient camera(info->address);
+        GvcpIdentity identity;
+        if (!camera.Discover(identity))
+            return fail(TOV_CAM_ERR_NO_DEVICE, OpenRefusal::NoAnswer);
+        if (identity.vendor != info->vendor || identity.model != info->model || identity.serial != info->serial) {
+            failure.reason = "another camera has its address";
+            return fail(TOV_CAM_ERR_NO_DEVICE, OpenRefusal::NoAnswer);
+        }
+        std::uint32_t privilege = 0;
+        if (camera.ReadRegister(gvcp::bootstrap::ControlChannelPrivilege, privilege) && GvcpIsControlled(privilege)) {
+            info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
+            std::uint32_t controller = 0; // not every camera tells
+            camera.ReadRegister(gvcp::bootstrap::PrimaryApplicationIpAddress, controller);
+            failure = InUse(info, controller);
+            return fail(TOV_CAM_ERR_GENICAM_ACCESS, OpenRefusal::InUse);
+        }
+        std::int32_t status = TOV_CAM_ERR_OK;
+        GigeDevice *const device = GigeDevice::Open(info, watch, &status, &failure.reason);
+        if (status == TOV_CAM_ERR_GENICAM_TREE) {
+            failure.refusal = OpenRefusal::Description;
+            return MakeUndescribedDevice(info, status);
+        }
+        if (!device)
+            return fail(status, status == TOV_CAM_ERR_GENICAM_ACCESS ? OpenRefusal::InUse
+                                : watch.IsOver()                     ? OpenRefusal::None
+                                                                     : OpenRefusal::NoAnswer);
+        failure = {};
+        info->access.store(TovCam::DeviceInfo::AccessBusy, std::memory_order_relaxed);
+        std::lock_guard<std::mutex> lock(m_paramsMutex);
+        m_openedAddress = info->address;
+        return device;
+    }
+
+    // Whom the search has found in control, and that a camera answers again.
+    static void NoteSearch(CameraRoll::Camera const &camera, DeviceInfoImpl *info)
+    {
+        using TovCam::OpenRefusal;
+        OpenRefusal const before = info->GetOpenFailure().refusal;
+        if (camera.isControlled.value_or(false)) {
+            if (camera.controller != 0 || before != OpenRefusal::InUse) // an answer may have been lost
+                info->SetOpenFailure(InUse(info, camera.controller));
+            return;
+        }
+        if (before == OpenRefusal::NoAnswer || (before == OpenRefusal::InUse && camera.isControlled))
+            info->SetOpenFailure({});
+    }
+
     // Another camera at a known address, or a changed user id, needs another description. Null for one more than are
     // kept, unless it was asked for.
     DeviceInfoImpl *Publish(CameraRoll::Camera const &camera, bool isAsked)
@@ -202,6 +230,7 @@ private:
         if (info) {
             info->access.store(AccessOf(camera.isControlled), std::memory_order_relaxed);
             info->SetNetworkPlace(camera.place);
+            NoteSearch(camera, info);
         }
         return info;
     }
@@ -215,7 +244,6 @@ private:
     std::mutex m_paramsMutex;                                     // guards the next ones
     std::string m_openedAddress;                                  // of the camera opened last
     std::map<std::string, std::unique_ptr<FixedParams>> m_params; // by adapter; kept, as callers hold them
-    std::map<DeviceInfoImpl *, std::uint32_t> m_controllers;
 };
 
 } // namespace

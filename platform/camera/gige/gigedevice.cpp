@@ -129,14 +129,14 @@ struct GigeDevice::Connection
     ArvDevice *device = nullptr; // the DeviceBase's reference
 };
 
-GigeDevice *GigeDevice::Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_t *error)
+GigeDevice *GigeDevice::Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_t *error, std::string *why)
 {
     using Stage = TovCam::OpenProgress::Stage;
     auto const connection = std::make_shared<Connection>(info->address);
     connection->channel.Follow(&watch);
     std::int32_t status = connection->channel.Open();
     if (status == TOV_CAM_ERR_OK)
-        status = DownloadDescription(connection->channel, watch, connection->xml);
+        status = DownloadDescription(connection->channel, watch, connection->xml, why);
     watch.Enter(Stage::Preparing);
     if (status != TOV_CAM_ERR_OK) {
         *error = status;
@@ -146,6 +146,7 @@ GigeDevice *GigeDevice::Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_
     ArvGc *const genicam = arv_device_get_genicam(connection->device);
     if (!ARV_IS_GC(genicam)) {
         g_object_unref(connection->device);
+        *why = "no features can be made of it";
         *error = TOV_CAM_ERR_GENICAM_TREE;
         return nullptr;
     }
@@ -163,7 +164,9 @@ GigeDevice *GigeDevice::Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_
 }
 
 GigeDevice::GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *info)
-    : RealDevice(connection->device, info, [channel = &connection->channel] { return channel->IsSilent(); }),
+    : RealDevice(
+          connection->device, info, [channel = &connection->channel] { return channel->IsSilent(); },
+          [channel = &connection->channel](bool begins) { channel->Hurry(begins); }),
       m_connection(std::move(connection))
 {
     ControlChannel &channel = m_connection->channel;
@@ -190,6 +193,19 @@ GigeDevice::~GigeDevice() = default;
 TovCam::Stream *GigeDevice::GetStreamByIndex(std::uint32_t index)
 {
     return index == 0 ? m_stream.get() : nullptr;
+}
+
+std::uint64_t GigeDevice::GetSilence()
+{
+    return static_cast<std::uint64_t>(m_connection->channel.GetSilence().count());
+}
+
+bool GigeDevice::BeginRelease()
+{
+    if (!RealDevice::BeginRelease())
+        return false;
+    m_connection->channel.BeginClosing();
+    return true;
 }
 
 std::unique_ptr<PacketSource> GigeDevice::OpenSource(std::int32_t *status, TovCam::CaptureFailure *failure)

@@ -17,12 +17,14 @@ class GigeDevice final : public RealDevice
 public:
     // Takes control of the camera with the info's address and reads its description. Null with a status:
     // TOV_CAM_ERR_GENICAM_ACCESS when another program has control, TOV_CAM_ERR_NO_DEVICE when it does not answer or the
-    // opening is over, TOV_CAM_ERR_GENICAM_TREE when its description cannot be used.
-    static GigeDevice *Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_t *error);
+    // opening is over, TOV_CAM_ERR_GENICAM_TREE when its description cannot be used, which `why` tells in a few words.
+    static GigeDevice *Open(DeviceInfoImpl *info, OpenWatch &watch, std::int32_t *error, std::string *why);
 
     TovCam::Stream *GetStreamByIndex(std::uint32_t index) override;
+    std::uint64_t GetSilence() override;
 
 protected:
+    bool BeginRelease() override;
     void Close() override;
     void SayGoodbye(ArvDevice *device, bool mayWait) override;
     std::unique_ptr<PacketSource> OpenSource(std::int32_t *status, TovCam::CaptureFailure *failure) override;

@@ -155,6 +155,7 @@ void GigeStream::Dispose()
         return;
     m_disposal = Background::Run(
         [receiver, control = m_control] {
+            Haste const haste(control.get());
             control->WriteRegister(StreamChannelPort, 0);
             receiver->Close(); // not before, so that the camera meets no closed port
         },

@@ -1,6 +1,8 @@
 // What a stream channel needs of its camera's control channel.
 #pragma once
 
+#include "haste.h"
+
 #include <cstdint>
 
 // Packets of one frame that are to be sent again: the first and the last of them, inclusive.
@@ -12,7 +14,7 @@ struct PacketRequest
     bool isExtended = false; // ids of 64 and 32 bits
 };
 
-class StreamControl
+class StreamControl : public Hurried
 {
 public:
     virtual ~StreamControl() = default;

@@ -1,5 +1,6 @@
 #include "simdevice.h"
 
+#include "genicam/xmlcheck.h"
 #include "registerdevice.h"
 #include "simcamera.h"
 
@@ -64,8 +65,16 @@ TovCam::Device *OpenSimDevice(SimModel const &model, DeviceInfoImpl *info, std::
     // One host at a time, as with the real transports.
     TovCam::DeviceInfo::AccessStatus expected = TovCam::DeviceInfo::AccessFree;
     if (!info->access.compare_exchange_strong(expected, TovCam::DeviceInfo::AccessBusy)) {
+        info->SetOpenFailure({TovCam::OpenRefusal::InUse, true, {}, {}});
         *error = TOV_CAM_ERR_INVALID_STATE;
         return nullptr;
     }
-    return new SimDevice(model, info);
+    TovCam::OpenFailure failure;
+    auto *const device = new SimDevice(model, info);
+    if (!device->GetCameraParameters(nullptr)) {
+        failure.refusal = TovCam::OpenRefusal::Description;
+        CheckGenicamXml(model.xml.data(), model.xml.size(), &failure.reason);
+    }
+    info->SetOpenFailure(std::move(failure));
+    return device;
 }
