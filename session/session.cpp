@@ -10,35 +10,18 @@
 #include "imgprocessor.h"
 #include "packetlog.h"
 #include "qttovlogmodel.h"
-#include "recordedconfiguration.h"
-#include "rigtestplugin.h"
 #include "sessionhost.h"
 #include "sessionname.h"
-#include "tovlog.h"
 #include "tovscopeexception.h"
 #include "waitingaction.h"
 
 #include <QApplication>
-#include <QCoreApplication>
-#include <QFinalState>
 #include <QMainWindow>
 #include <QMessageBox>
-#include <QState>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <iterator>
 
 namespace {
 
 constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
-
-void SayOnStandardOutput(char const *text)
-{
-    std::puts(text);
-    std::fflush(stdout);
-}
 
 } // namespace
 
@@ -91,11 +74,6 @@ Session::~Session()
     m_device->Release();
 }
 
-void Session::LeaveLog()
-{
-    m_log->Watch().LeaveLines();
-}
-
 void Session::SaveSettings()
 {
     AppSettings::SaveTovComponentSettings(m_settings, QStringLiteral("Grabber"), GetGrabber());
@@ -132,37 +110,6 @@ void Session::InitSession()
     ResetVolatileParams();
     m_device->RegisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
     m_device->RegisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
-}
-
-bool Session::InitStateMachine()
-{
-    auto *const root = new QState;
-    auto *const idle = new QState(root);
-    auto *const acquisition = new QState(root);
-    auto *const capturing = new QState(root);
-    auto *const final = new QFinalState;
-    root->setInitialState(idle);
-    m_stateMachine.addState(root);
-    m_stateMachine.addState(final);
-    m_stateMachine.setInitialState(root);
-
-    connect(idle, &QState::entered, this, &Session::enterIdle);
-    connect(idle, &QState::exited, this, &Session::exitIdle);
-    connect(acquisition, &QState::entered, this, &Session::enterAcquisition);
-    connect(acquisition, &QState::exited, this, &Session::exitAcquisition);
-    connect(capturing, &QState::entered, this, &Session::enterCapturing);
-    connect(capturing, &QState::exited, this, &Session::exitCapturing);
-    connect(&m_stateMachine, &QStateMachine::finished, this, &Session::enterDisconnected);
-
-    // While capturing, signalStopAcquisition does nothing: whoever stops the acquisition has to stop capturing first.
-    root->addTransition(this, &Session::signalCameraStateDisconnected, final);
-    idle->addTransition(this, &Session::signalStartAcquisition, acquisition);
-    acquisition->addTransition(this, &Session::signalStopAcquisition, idle);
-    acquisition->addTransition(this, &Session::signalStartCapturing, capturing);
-    capturing->addTransition(this, &Session::signalStopCapturing, acquisition);
-    // Not in the event loop of a wait, before everything is there.
-    WaitingAction::WhenOver(&m_stateMachine, [this] { m_stateMachine.start(); });
-    return true;
 }
 
 bool Session::CreateGrabber()
@@ -334,221 +281,4 @@ void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*si
 {
     static_cast<Session *>(user)->m_cameraLost = true;
     emit static_cast<Session *>(user)->signalCameraDisconnected(user, DisconnectReasonCameraLost);
-}
-
-void Session::stopCapturing()
-{
-    emit signalStopCapturing();
-}
-
-void Session::stopCapturingAndAcquisition()
-{
-    emit signalStopCapturing();
-    emit signalStopAcquisition();
-}
-
-// Of a session that ends while it records.
-void Session::StopWriter()
-{
-    try {
-        if (m_writer->IsWriting())
-            m_writer->StopWriting();
-    } catch (...) { // the files may be broken; the camera is closed all the same
-    }
-}
-
-void Session::enterIdle()
-{
-    if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
-        try {
-            m_sequence->Stop();
-            if (RigTestPlugin *const plugin = GetRigTest()) {
-                SayOnStandardOutput("GetRigTest()->OnStop()");
-                plugin->OnStop();
-            }
-        } catch (...) { // what still runs is stopped before the next start, or at the end
-        }
-    }
-    m_grabber->SetState(SessionStateIdle);
-    m_state = SessionStateIdle;
-    emit signalUpdateGui();
-}
-
-void Session::exitIdle()
-{
-}
-
-void Session::enterAcquisition()
-{
-    if (m_state == SessionStateIdle) {
-        m_sequence->StopWhatStillRuns();
-        try {
-            if (RigTestPlugin *const plugin = GetRigTest()) {
-                SayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
-                plugin->PrepareToAcquition();
-            }
-            m_sequence->Start();
-        } catch (...) {
-            m_sequence->RecoverFromFailedStart();
-            // The machine is in Acquisition while the state stays Idle; the answer to this signal takes it back.
-            emit signalSessionStateError(this, SessionErrorStartAcquisition);
-            return;
-        }
-    }
-    m_state = SessionStateAcquisition;
-    m_grabber->SetState(SessionStateAcquisition);
-    emit signalUpdateGui();
-}
-
-void Session::exitAcquisition()
-{
-}
-
-void Session::enterCapturing()
-{
-    try {
-        if (RigTestPlugin *const plugin = GetRigTest())
-            plugin->OnStartCapturing();
-        m_grabber->SetState(SessionStateCapturing);
-        m_writer->SetCompanions(m_window->WantsCompanions());
-        m_writer->StartWriting();
-    } catch (...) {
-        // The machine stays in Capturing with the state that was, in which Stop does nothing: the operator has to
-        // disconnect.
-        emit signalSessionStateError(this, SessionErrorStartCapturing);
-        return;
-    }
-    m_state = SessionStateCapturing;
-    emit signalUpdateGui();
-}
-
-void Session::exitCapturing()
-{
-    try {
-        RecordedConfiguration configuration(m_device, m_cameraLost);
-        m_writer->StopWriting([&] { return configuration.Take(); });
-        QCoreApplication::removePostedEvents(&m_writerReports);
-        configuration.Keep(*m_writer);
-    } catch (...) {
-        emit signalSessionStateError(this, SessionErrorStopCapturing);
-    }
-    // The state stays SessionStateCapturing until the next action has written it.
-}
-
-void Session::enterDisconnected()
-{
-    enterIdle();
-    m_grabber->SetState(SessionStateDisconnected);
-    m_state = SessionStateDisconnected;
-    emit signalUpdateGui();
-}
-
-void Session::exitDisconnected()
-{
-}
-
-void Session::startTestBW()
-{
-    m_window->RunBandwidthTest(this);
-}
-
-// Every channel each time: the main switch is part of all of them. A refusal inside comes back here for its own switch.
-void Session::ParamChanged(_TovStParam param)
-{
-    bool const isMain = std::strcmp(param.name, "EnableLog") == 0;
-    if (!isMain && std::none_of(std::begin(PacketLog::Channels), std::end(PacketLog::Channels),
-                                [&](LogChannelInfo const &info) { return std::strcmp(param.name, info.key) == 0; }))
-        return;
-    EnableLog(LogEnumControl, m_enableLog && m_logControl);
-    EnableLog(LogEnumStream, m_enableLog && m_logStream);
-    EnableLog(LogEnumEvent, m_enableLog && m_logEvent);
-}
-
-bool Session::EnableLog(LogEnum channel, bool enable)
-{
-    auto const found = m_logChannels.find(channel);
-    if ((found != m_logChannels.end()) == enable)
-        return true;
-    if (!enable) {
-        // No callback runs any more when it returns, so the node may go.
-        m_device->UnregisterEvent(channel, LogEvent, &found->second);
-        m_logChannels.erase(found);
-        m_log->Watch().SetLogging(!m_logChannels.empty());
-        return true;
-    }
-    auto const added = m_logChannels.emplace(channel, LogChannel{channel, this}).first;
-    m_log->Watch().SetLogging(true);
-    if (m_device->RegisterEvent(channel, LogEvent, &added->second) == 0)
-        return true;
-    m_logChannels.erase(added);
-    m_log->Watch().SetLogging(!m_logChannels.empty());
-    if (LogChannelInfo const *const info = PacketLog::FindChannel(channel))
-        m_storage.SetParamBool(info->key, false, true);
-    return false;
-}
-
-// The main switch, as a click would set it, and the channels that were switched on without it.
-void Session::endLogging()
-{
-    m_storage.SetParamBool("EnableLog", false, true);
-    EndAllChannels();
-}
-
-void Session::EndAllChannels()
-{
-    for (LogChannelInfo const &info : PacketLog::Channels)
-        EnableLog(static_cast<LogEnum>(info.event), false);
-}
-
-void Session::LogEvent(void const *data, unsigned long size, void *user)
-{
-    auto const *const record = static_cast<LogChannel const *>(user);
-    record->session->WriteLog(record->channel, data, size);
-}
-
-void Session::PacketsMissedCallback(void const *data, unsigned long size, void *user)
-{
-    std::uint64_t missed = 0;
-    std::memcpy(&missed, data, std::min<std::size_t>(size, sizeof missed));
-    if (user)
-        static_cast<Session *>(user)->m_log->Watch().NoteMissed(missed);
-    TovLog::Warning(static_cast<unsigned long>(missed),
-                    "Session: packets of the log's channels were lost before they could be logged");
-}
-
-void Session::WriteLog(LogEnum channel, void const *data, unsigned long size)
-{
-    m_log->Write(channel, data, size);
-}
-
-QString Session::MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size)
-{
-    return m_log->MakeLine(channel, data, size);
-}
-
-QtTovLogModel *Session::GetLogModel() const
-{
-    return m_logModel;
-}
-
-void Session::clearLog()
-{
-    if (m_logModel)
-        m_logModel->clear();
-}
-
-void Session::saveLog()
-{
-    if (m_logModel)
-        m_log->Watch().Save();
-}
-
-bool Session::IsSavingLog() const
-{
-    return m_log->Watch().IsSaving();
-}
-
-QString Session::GetLogReport() const
-{
-    return m_log->Watch().Report();
 }
