@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t MemoryBlock = 512; // what every camera can send and take in one packet
 constexpr int QueueSize = 1 << 20;       // for a flood; of which the system gives what it allows
 constexpr int DatagramsAtOnce = 1024;    // more than the queue holds
-constexpr auto FollowPeriod = 10ms;      // a cancelled opening is looked for
+constexpr auto FollowPeriod = 10ms;      // whether it is still waited for is looked for
 constexpr std::uint32_t Controlled = gvcp::ControlAccess | gvcp::ExclusiveAccess;
 constexpr std::uint32_t UsualTimeout = 3000;   // of a camera's heartbeat
 constexpr std::uint32_t ShortestTimeout = 300; // that a loaded host keeps up with
@@ -149,7 +149,9 @@ bool ControlChannel::IsStopped(Effort const &effort) const
 {
     if (effort.isFinal)
         return false;
-    return m_cancelled || m_ending || (!effort.isBeat && m_watch && m_watch->IsOver());
+    if (m_cancelled || m_ending)
+        return true;
+    return !effort.isBeat && ((m_watch && m_watch->IsOver()) || (m_giveUp && m_giveUp->IsOver()));
 }
 
 // False when the time is over or the request is to end.
@@ -159,7 +161,8 @@ bool ControlChannel::WaitReadable(Effort const &effort, Clock::time_point end)
         auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
         if (left <= 0ms || IsStopped(effort))
             return false;
-        auto const slice = m_watch ? std::min<std::chrono::milliseconds>(left, FollowPeriod) : left;
+        bool const isFollowed = !effort.isBeat && (m_watch || m_giveUp);
+        auto const slice = isFollowed ? std::min<std::chrono::milliseconds>(left, FollowPeriod) : left;
         pollfd events[] = {{m_socket, POLLIN, 0}, {effort.isFinal ? -1 : m_wake, POLLIN, 0}};
         if (poll(events, std::size(events), static_cast<int>(slice.count())) > 0 && events[0].revents != 0)
             return true;
@@ -512,6 +515,12 @@ void ControlChannel::Follow(OpenWatch const *watch)
 {
     std::lock_guard<std::mutex> const lock(m_mutex);
     m_watch = watch;
+}
+
+void ControlChannel::SetGiveUpWatch(std::shared_ptr<GiveUpWatch const> watch)
+{
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    m_giveUp = std::move(watch);
 }
 
 void ControlChannel::Cancel()
