@@ -15,13 +15,23 @@
 #include "tovscopeexception.h"
 #include "waitingaction.h"
 
+#include "tovplaintext.h"
+
 #include <QApplication>
+#include <QCoreApplication>
+#include <QFileInfo>
 #include <QMainWindow>
 #include <QMessageBox>
 
 namespace {
 
 constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
+constexpr int LongestName = 80; // of a camera or a file, in characters
+
+QString FileName(QString const &path)
+{
+    return TovPlainLine(QFileInfo(path).fileName(), LongestName);
+}
 
 } // namespace
 
@@ -34,6 +44,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
       m_state(StateBeforeTheFirst),
       m_device(device)
 {
+    device->SetGiveUp(m_givenUp);
     TovCam::DeviceInfo *const info = device->GetDeviceInfo();
     m_displayName = QString::fromUtf8(info->GetDisplayName());
     m_interfaceDescription = QString::fromUtf8(info->GetInterface()->GetInterfaceDescription());
@@ -51,7 +62,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
         m_storage.AddParamChangedListener(entry.key, this);
     }
     try {
-        InitSession();
+        WaitWithin([this] { InitSession(); });
     } catch (...) {
         RemoveComponents();
         throw;
@@ -60,6 +71,8 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
 
 Session::~Session()
 {
+    // The machine of a session that was given up early: its start must not meet what is half gone.
+    QCoreApplication::removePostedEvents(&m_stateMachine);
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
     m_device->UnregisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
     EndAllChannels();
@@ -71,7 +84,25 @@ Session::~Session()
     m_grabber.reset();
     m_writer.reset();
     m_display.reset();
-    m_device->Release();
+    WaitFor([this] { m_device->Release(); }, IfGivenUp::CallAllTheSame);
+}
+
+void Session::Wait(QString const &what, std::function<void()> const &action)
+{
+    m_window->Wait(MakeWait(what), action);
+}
+
+CameraWait Session::MakeWait(QString const &what) const
+{
+    return {what, m_givenUp, {}};
+}
+
+void Session::WaitWithin(std::function<void()> const &part)
+{
+    if (WaitingAction::Current())
+        Wait({}, part); // what is shown is the whole action's
+    else
+        part();
 }
 
 void Session::SaveSettings()
@@ -247,15 +278,39 @@ QString const &Session::GetTitle() const
     return m_title;
 }
 
+QString Session::GetPlainName() const
+{
+    return TovPlainLine(m_displayName, LongestName);
+}
+
 void Session::LoadConfiguration(QString const &path)
 {
-    std::int32_t const status = m_device->LoadConfiguration(path.toUtf8().constData());
-    ConfigurationNotice::Loaded(path, status, m_device->GetConfigurationReport());
+    std::int32_t status = 0;
+    bool givenUp = false;
+    Wait(tr("Loading %1 into %2").arg(FileName(path), GetPlainName()), [&] {
+        status =
+            WaitFor([&] { return m_device->LoadConfiguration(path.toUtf8().constData()); }, IfGivenUp::CallAllTheSame);
+        givenUp = status != 0 && WaitingAction::IsCurrentGivenUp();
+    });
+    if (givenUp)
+        ConfigurationNotice::LoadingGivenUp(path);
+    else
+        ConfigurationNotice::Loaded(path, status, m_device->GetConfigurationReport());
 }
 
 void Session::SaveConfiguration(QString const &path)
 {
-    std::int32_t const status = m_device->SaveConfiguration(path.toUtf8().constData());
+    std::int32_t status = 0;
+    bool givenUp = false;
+    Wait(tr("Saving the configuration of %1").arg(GetPlainName()), [&] {
+        status =
+            WaitFor([&] { return m_device->SaveConfiguration(path.toUtf8().constData()); }, IfGivenUp::CallAllTheSame);
+        givenUp = status != 0 && WaitingAction::IsCurrentGivenUp();
+    });
+    if (givenUp) {
+        ConfigurationNotice::SavingGivenUp(path);
+        return;
+    }
     ConfigurationNotice::Saved(path, status, m_device->GetConfigurationReport());
     if (status == 0)
         return;
@@ -274,7 +329,13 @@ void Session::SaveConfiguration(QString const &path)
 
 QString Session::GetCameraInfo()
 {
-    return CameraReport(m_device);
+    QString report;
+    bool givenUp = false;
+    Wait(tr("Reading what %1 reports about itself").arg(GetPlainName()), [&] {
+        report = WaitFor([this] { return CameraReport(m_device); }, IfGivenUp::CallAllTheSame);
+        givenUp = WaitingAction::IsCurrentGivenUp();
+    });
+    return givenUp ? QString() : report.isNull() ? QStringLiteral("") : report;
 }
 
 void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)

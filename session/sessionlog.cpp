@@ -4,6 +4,7 @@
 #include "packetlog.h"
 #include "qttovlogmodel.h"
 #include "tovlog.h"
+#include "waitingaction.h"
 
 #include <algorithm>
 #include <cstring>
@@ -21,9 +22,19 @@ void Session::ParamChanged(_TovStParam param)
     if (!isMain && std::none_of(std::begin(PacketLog::Channels), std::end(PacketLog::Channels),
                                 [&](LogChannelInfo const &info) { return std::strcmp(param.name, info.key) == 0; }))
         return;
-    EnableLog(LogEnumControl, m_enableLog && m_logControl);
-    EnableLog(LogEnumStream, m_enableLog && m_logStream);
-    EnableLog(LogEnumEvent, m_enableLog && m_logEvent);
+    if (WaitingAction::IsWaiting())
+        WaitingAction::WhenOver(this, [this] { FollowSwitches(); });
+    else
+        FollowSwitches();
+}
+
+void Session::FollowSwitches()
+{
+    Wait(tr("Switching the log's channels of %1").arg(GetPlainName()), [this] {
+        EnableLog(LogEnumControl, m_enableLog && m_logControl);
+        EnableLog(LogEnumStream, m_enableLog && m_logStream);
+        EnableLog(LogEnumEvent, m_enableLog && m_logEvent);
+    });
 }
 
 bool Session::EnableLog(LogEnum channel, bool enable)
@@ -33,14 +44,15 @@ bool Session::EnableLog(LogEnum channel, bool enable)
         return true;
     if (!enable) {
         // No callback runs any more when it returns, so the node may go.
-        m_device->UnregisterEvent(channel, LogEvent, &found->second);
+        WaitFor([&] { m_device->UnregisterEvent(channel, LogEvent, &found->second); }, IfGivenUp::CallAllTheSame);
         m_logChannels.erase(found);
         m_log->Watch().SetLogging(!m_logChannels.empty());
         return true;
     }
     auto const added = m_logChannels.emplace(channel, LogChannel{channel, this}).first;
     m_log->Watch().SetLogging(true);
-    if (m_device->RegisterEvent(channel, LogEvent, &added->second) == 0)
+    if (WaitFor([&] { return m_device->RegisterEvent(channel, LogEvent, &added->second); },
+                IfGivenUp::CallAllTheSame) == 0)
         return true;
     m_logChannels.erase(added);
     m_log->Watch().SetLogging(!m_logChannels.empty());
@@ -52,8 +64,10 @@ bool Session::EnableLog(LogEnum channel, bool enable)
 // The main switch, as a click would set it, and the channels that were switched on without it.
 void Session::endLogging()
 {
-    m_storage.SetParamBool("EnableLog", false, true);
-    EndAllChannels();
+    WaitingAction::WhenOver(this, [this] {
+        m_storage.SetParamBool("EnableLog", false, true);
+        EndAllChannels();
+    });
 }
 
 void Session::EndAllChannels()

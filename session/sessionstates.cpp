@@ -4,6 +4,7 @@
 #include "acquisitionsequence.h"
 #include "grabbingfifo.h"
 #include "imagewriter.h"
+#include "noticeboard.h"
 #include "recordedconfiguration.h"
 #include "rigtestplugin.h"
 #include "sessionhost.h"
@@ -56,15 +57,18 @@ bool Session::InitStateMachine()
     return true;
 }
 
+// By the writer. An action that waits for the camera comes first.
 void Session::stopCapturing()
 {
-    emit signalStopCapturing();
+    WaitingAction::WhenOver(this, [this] { emit signalStopCapturing(); });
 }
 
 void Session::stopCapturingAndAcquisition()
 {
-    emit signalStopCapturing();
-    emit signalStopAcquisition();
+    WaitingAction::WhenOver(this, [this] {
+        emit signalStopCapturing();
+        emit signalStopAcquisition();
+    });
 }
 
 // Of a session that ends while it records.
@@ -80,18 +84,31 @@ void Session::StopWriter()
 void Session::enterIdle()
 {
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
-        try {
-            m_sequence->Stop();
-            if (RigTestPlugin *const plugin = GetRigTest()) {
-                SayOnStandardOutput("GetRigTest()->OnStop()");
-                plugin->OnStop();
-            }
-        } catch (...) { // what still runs is stopped before the next start, or at the end
-        }
+        bool const isAll = !WaitingAction::Current();
+        bool givenUp = false;
+        Wait(tr("Stopping %1").arg(GetPlainName()), [&] {
+            StopAcquisition();
+            givenUp = WaitingAction::IsCurrentGivenUp();
+        });
+        if (isAll && givenUp)
+            NoticeBoard::Instance().Report(NoticeTopic::Camera, NoticeLevel::Warning,
+                                           tr("%1 was not waited for: it may not have stopped").arg(GetPlainName()));
     }
     m_grabber->SetState(SessionStateIdle);
     m_state = SessionStateIdle;
     emit signalUpdateGui();
+}
+
+void Session::StopAcquisition()
+{
+    try {
+        m_sequence->Stop();
+        if (RigTestPlugin *const plugin = GetRigTest()) {
+            SayOnStandardOutput("GetRigTest()->OnStop()");
+            plugin->OnStop();
+        }
+    } catch (...) { // what still runs is stopped before the next start, or at the end
+    }
 }
 
 void Session::exitIdle()
@@ -101,23 +118,39 @@ void Session::exitIdle()
 void Session::enterAcquisition()
 {
     if (m_state == SessionStateIdle) {
-        m_sequence->StopWhatStillRuns();
-        try {
-            if (RigTestPlugin *const plugin = GetRigTest()) {
-                SayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
-                plugin->PrepareToAcquition();
-            }
-            m_sequence->Start();
-        } catch (...) {
-            m_sequence->RecoverFromFailedStart();
-            // The machine is in Acquisition while the state stays Idle; the answer to this signal takes it back.
-            emit signalSessionStateError(this, SessionErrorStartAcquisition);
+        bool started = false;
+        bool givenUp = false;
+        Wait(tr("Starting %1").arg(GetPlainName()), [&] { started = StartAcquisition(&givenUp); });
+        if (!started) {
+            // The machine is in Acquisition while the state stays Idle; the answer to this signal takes it back. The
+            // operator who has given up needs no telling.
+            if (givenUp)
+                emit signalStopAcquisition();
+            else
+                emit signalSessionStateError(this, SessionErrorStartAcquisition);
             return;
         }
     }
     m_state = SessionStateAcquisition;
     m_grabber->SetState(SessionStateAcquisition);
     emit signalUpdateGui();
+}
+
+bool Session::StartAcquisition(bool *givenUp)
+{
+    m_sequence->StopWhatStillRuns();
+    try {
+        if (RigTestPlugin *const plugin = GetRigTest()) {
+            SayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
+            plugin->PrepareToAcquition();
+        }
+        m_sequence->Start();
+        return true;
+    } catch (...) {
+        *givenUp = WaitingAction::IsCurrentGivenUp();
+        m_sequence->RecoverFromFailedStart();
+        return false;
+    }
 }
 
 void Session::exitAcquisition()
@@ -144,14 +177,19 @@ void Session::enterCapturing()
 
 void Session::exitCapturing()
 {
-    try {
-        RecordedConfiguration configuration(m_device, m_cameraLost);
-        m_writer->StopWriting([&] { return configuration.Take(); });
-        QCoreApplication::removePostedEvents(&m_writerReports);
-        configuration.Keep(*m_writer);
-    } catch (...) {
+    bool failed = false;
+    Wait(tr("Ending the recording of %1").arg(GetPlainName()), [&] {
+        try {
+            RecordedConfiguration configuration(m_device, m_cameraLost);
+            m_writer->StopWriting([&] { return configuration.Take(); });
+            QCoreApplication::removePostedEvents(&m_writerReports);
+            configuration.Keep(*m_writer);
+        } catch (...) {
+            failed = true;
+        }
+    });
+    if (failed)
         emit signalSessionStateError(this, SessionErrorStopCapturing);
-    }
     // The state stays SessionStateCapturing until the next action has written it.
 }
 
