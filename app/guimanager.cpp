@@ -31,6 +31,7 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <utility>
@@ -41,6 +42,8 @@ constexpr char Producer[] = "WeftTL.cti";
 constexpr std::uint32_t FullAccess = 2;
 constexpr std::uint32_t EveryKind = 255;
 constexpr int LongestName = 80; // of a camera or a file, in characters
+// For a camera that does not answer, of the time that the end of the program has in all.
+constexpr std::chrono::milliseconds ClosingTime{1500};
 
 QString NameOf(TovCam::DeviceInfo *camera)
 {
@@ -326,9 +329,13 @@ void GuiManager::Close()
     m_session->LeaveLog();
     m_window->GetGlobalSettings()->sync();
     m_session->GetSettings()->sync();
-    if (m_session->GetState() == SessionStateCapturing)
-        emit m_session->signalStopCapturing(); // files first: the camera may take long
-    cameraDisconnect();
+    CameraWait wait = m_session->MakeWait({});
+    wait.limit = ClosingTime;
+    m_window->Wait(wait, [this] {
+        if (m_session->GetState() == SessionStateCapturing)
+            emit m_session->signalStopCapturing(); // files first: the camera may take long
+        cameraDisconnect();
+    });
 }
 
 // ---- Messages -------------------------------------------------------------------------------------------------------
@@ -393,7 +400,7 @@ void GuiManager::stopAcquisitionAndCapture()
 
 void GuiManager::startStopCapture()
 {
-    if (!m_session)
+    if (!m_session || WaitingAction::IsWaiting())
         return;
     if (m_session->GetState() == SessionStateCapturing) {
         emit m_session->signalStopCapturing();
@@ -405,7 +412,7 @@ void GuiManager::startStopCapture()
 
 void GuiManager::snapNextImage()
 {
-    if (!m_session)
+    if (!m_session || WaitingAction::IsWaiting())
         return;
     m_panels.FinishEditing();
     m_session->SnapNextFrame();
@@ -493,7 +500,9 @@ void GuiManager::showExpertParameters()
 
 void GuiManager::showCameraInfoDlg()
 {
-    CameraInfoDlgImpl(MainWindow(), m_session).exec();
+    CameraInfoDlgImpl dialog(MainWindow(), m_session);
+    if (!dialog.IsGivenUp())
+        dialog.exec();
 }
 
 void GuiManager::showAboutDlg()
@@ -599,8 +608,12 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
             return; // closed otherwise while the message was open
     }
 
-    ClosePanels();
-    if (sender) {
+    if (!sender) {
+        ClosePanels();
+        return;
+    }
+    m_window->Wait(sender->MakeWait(tr("Disconnecting %1").arg(sender->GetPlainName())), [this, sender] {
+        ClosePanels();
         emit sender->signalCameraStateDisconnected();
         m_session = nullptr;
         delete sender;
@@ -608,5 +621,5 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         // The library reports nothing more about that camera; what it had posted must not meet a session made at the
         // same address.
         QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
-    }
+    });
 }

@@ -1,9 +1,9 @@
 #include "tovscope.h"
 
 #include "bwtesting.h"
+#include "cameraaction.h"
 #include "guide.h"
 #include "noticebar.h"
-#include "waitingaction.h"
 
 #include <QAbstractButton>
 #include <QCloseEvent>
@@ -50,7 +50,10 @@ TovScope::TovScope(QWidget *parent, bool rigTest, bool autoRun) : QMainWindow(pa
     adjustStatusBar();
 }
 
-TovScope::~TovScope() = default;
+TovScope::~TovScope()
+{
+    m_mayWait = false; // a window that is half gone
+}
 
 bool TovScope::AddDisplayWidget(QWidget *widget)
 {
@@ -91,6 +94,16 @@ void TovScope::RunBandwidthTest(Session *session)
 bool TovScope::WantsCompanions()
 {
     return m_settings.GetGlobalSettings()->value(QStringLiteral("Recording/Companions"), true).toBool();
+}
+
+void TovScope::Wait(CameraWait const &wait, std::function<void()> const &action)
+{
+    if (s_pRigTest || !m_mayWait) { // a plug-in drives the program from its own code, for which nothing may change
+        action();
+        return;
+    }
+    CameraAction const waits(this, wait);
+    action();
 }
 
 RigTestPlugin *TovScope::GetRigTest()
@@ -137,7 +150,7 @@ void TovScope::closeEvent(QCloseEvent *event)
     if (WaitingAction *const action = WaitingAction::Current()) {
         // It gives up first, and what it has on the stack goes its way.
         action->Cancel();
-        if (!std::exchange(m_closesLater, true))
+        if (!m_closing && !std::exchange(m_closesLater, true))
             WaitingAction::WhenOver(this, [this] {
                 m_closesLater = false;
                 QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
@@ -150,7 +163,9 @@ void TovScope::closeEvent(QCloseEvent *event)
     if (!event->isAccepted())
         return;
     emit closed();
+    m_closing = true;
     m_manager.Close();
+    m_closing = false;
 }
 
 void TovScope::changeEvent(QEvent *event)

@@ -32,6 +32,7 @@ public:
     QMainWindow *GetMainWindow() override;
     void RunBandwidthTest(Session *session) override;
     bool WantsCompanions() override;
+    void Wait(CameraWait const &wait, std::function<void()> const &action) override;
     QSettings *GetGlobalSettings() override;
     RigTestPlugin *GetRigTest() override;
     void ForgetRigTest() override;
@@ -75,4 +76,6 @@ private:
     QLabel *m_value = nullptr;
     QTimer *m_tipTime = nullptr; // ends a status tip that nothing else has ended
     bool m_closesLater = false;  // when the action that waits is over
+    bool m_closing = false;      // ends the session
+    bool m_mayWait = true;       // with an event loop
 };

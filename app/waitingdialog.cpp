@@ -97,7 +97,7 @@ private:
 };
 
 WaitingDialog::WaitingDialog(QWidget *window, std::function<QString()> what, std::function<Step()> step,
-                             std::chrono::seconds limit)
+                             std::optional<std::chrono::seconds> limit)
     : m_window(window),
       m_what(std::move(what)),
       m_step(std::move(step)),
@@ -106,7 +106,10 @@ WaitingDialog::WaitingDialog(QWidget *window, std::function<QString()> what, std
     m_since.start();
 }
 
-WaitingDialog::~WaitingDialog() = default;
+WaitingDialog::~WaitingDialog()
+{
+    Close();
+}
 
 void WaitingDialog::Enter()
 {
@@ -123,10 +126,13 @@ void WaitingDialog::Leave()
 
 void WaitingDialog::Show()
 {
-    m_dialog = std::make_unique<Window>(m_window, [this] { Cancel(); });
+    if (!m_what)
+        return;
+    // Over a modal dialog that is open, whose input Qt lets through.
+    m_dialog = new Window(m_modalBefore ? m_modalBefore.data() : m_window, [this] { Cancel(); });
     m_dialog->m_what->setText(m_what());
     m_dialog->m_bar->setAccessibleName(m_dialog->m_what->text());
-    auto *const refresh = new QTimer(m_dialog.get());
+    auto *const refresh = new QTimer(m_dialog);
     connect(refresh, &QTimer::timeout, this, &WaitingDialog::Tell);
     refresh->start(Refresh);
     Tell();
@@ -135,7 +141,7 @@ void WaitingDialog::Show()
 
 void WaitingDialog::Close()
 {
-    m_dialog.reset();
+    delete m_dialog;
 }
 
 void WaitingDialog::Cancel()
@@ -157,8 +163,9 @@ void WaitingDialog::Tell()
     if (known)
         m_dialog->m_bar->setValue(
             static_cast<int>(static_cast<double>(step.done) / static_cast<double>(step.total) * BarSteps));
-    m_dialog->m_limit->setText(
-        tr("Gives up after %1 s (%2 s so far)").arg(m_limit.count()).arg(m_since.elapsed() / 1000));
+    qint64 const seconds = m_since.elapsed() / 1000;
+    m_dialog->m_limit->setText(m_limit ? tr("Gives up after %1 s (%2 s so far)").arg(m_limit->count()).arg(seconds)
+                                       : tr("%1 s so far").arg(seconds));
     m_dialog->m_button->setEnabled(!over);
 }
 
@@ -170,7 +177,7 @@ bool WaitingDialog::MayReach(QObject const *watched) const
     if (!m_dialog)
         return false;
     if (watched->isWidgetType())
-        return static_cast<QWidget const *>(watched)->window() == m_dialog.get();
+        return static_cast<QWidget const *>(watched)->window() == m_dialog.data();
     return watched == m_dialog->windowHandle();
 }
 

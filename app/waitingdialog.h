@@ -12,7 +12,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
+#include <optional>
 
 class QDialog;
 class QLabel;
@@ -31,9 +31,10 @@ public:
         QString text;
         std::uint64_t done = 0, total = 0; // 0: there is no knowing
     };
-    // `what` and `step` are asked for while it is shown: plain text, one line each.
+    // `what` and `step` are asked for while it is shown: plain text, one line each. Without `what` it only keeps the
+    // input away, and never shows.
     WaitingDialog(QWidget *window, std::function<QString()> what, std::function<Step()> step,
-                  std::chrono::seconds limit);
+                  std::optional<std::chrono::seconds> limit);
     ~WaitingDialog() override;
 
     void Enter() override;
@@ -54,8 +55,8 @@ private:
     QWidget *m_window;
     std::function<QString()> m_what;
     std::function<Step()> m_step;
-    std::chrono::seconds m_limit;
+    std::optional<std::chrono::seconds> m_limit;
     QElapsedTimer m_since;
     QPointer<QWidget> m_modalBefore; // when the event loop began
-    std::unique_ptr<Window> m_dialog;
+    QPointer<Window> m_dialog;       // goes with the window or dialog that it is over
 };

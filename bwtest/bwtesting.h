@@ -2,6 +2,9 @@
 // (higher is faster) or line time (lower is faster). Each probe sets a value, reads it back, lets the camera run for a
 // while and judges it by the grabber's counters. At the end the operator chooses between the old value and the best.
 //
+// The camera is waited for, as by any action of the operator: then nothing of the dialog reacts but the way to give up,
+// with which the camera counts as one that fails.
+//
 // Modal; the construction starts the test and already processes events, so the operator may have left the dialog, and
 // the session may be gone, before exec() is called: exec() then returns at once, or shows what has happened until then.
 // The session may go at any time while the dialog is open. GUI thread only.
@@ -60,6 +63,7 @@ public slots:
 private:
     // Each returns false, with m_error set, when the camera cannot be tested.
     bool init();
+    bool ReadCamera();
     bool ChooseNodes(); // by the camera's family
     bool ReadRange();   // of the clock, and its value
 
@@ -72,11 +76,14 @@ private:
     void Append(QString const &text);
     void Append(QString const &text, QColor const &color);
     void FollowLog();
-    bool WaitFor(std::int64_t state, char const *good, char const *timeout);
-    // Seven times: sleep, process events. False when the test was stopped or the camera lost meanwhile.
-    bool Settle(int step);
+    bool WaitForState(std::int64_t state, char const *good, char const *timeout);
+    // Sleeps, and processes events often enough for the window. False when the test was stopped or the camera lost
+    // meanwhile.
+    bool Pause(int milliseconds);
+    bool Settle(int step); // seven pauses
     bool ProcessEvents();
-    bool SetAndReadBack(); // one attempt at the current value; false also when the test was stopped
+    std::int32_t SetClock(std::int64_t value); // the session is there
+    bool SetAndReadBack();                     // one attempt at the current value; false also when the test was stopped
     void Pass(std::int64_t acquired, double speed);
     void Fail(std::int64_t incomplete, std::int64_t acquired, double speed);
     int Ask(QMessageBox &box); // the number of the button

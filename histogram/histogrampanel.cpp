@@ -139,7 +139,8 @@ void HistogramPanel::ReadCamera()
 {
     if (WaitingAction::Current())
         hide(); // the event loop of a wait would show it, and run its timer, before there is anything
-    CameraFacts const facts = WaitFor([device = m_session->GetDevice()] { return ReadFacts(device); });
+    CameraFacts facts;
+    m_session->WaitWithin([&] { facts = WaitFor([device = m_session->GetDevice()] { return ReadFacts(device); }); });
     m_histo.width = facts.width;
     m_histo.height = facts.height;
     m_histo.bits = facts.bits;

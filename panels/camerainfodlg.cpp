@@ -15,8 +15,14 @@ CameraInfoDlgImpl::CameraInfoDlgImpl(QWidget *parent, Session *session) : QDialo
     if (session) {
         m_title = session->GetTitle();
         m_report = session->GetCameraInfo();
+        m_givenUp = m_report.isNull();
     }
     Report::Show(textBrowser, m_report);
+}
+
+bool CameraInfoDlgImpl::IsGivenUp() const
+{
+    return m_givenUp;
 }
 
 void CameraInfoDlgImpl::Copy()

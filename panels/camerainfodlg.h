@@ -14,6 +14,8 @@ class CameraInfoDlgImpl : public QDialog, private Ui_camerainfodlg
 public:
     // The session may be null. It may go while the dialog is open.
     CameraInfoDlgImpl(QWidget *parent, Session *session);
+    // The operator did not wait for the camera: there is nothing to show.
+    bool IsGivenUp() const;
 
 public slots:
     void Copy();
@@ -22,4 +24,5 @@ public slots:
 private:
     QString m_report;
     QString m_title; // the session's
+    bool m_givenUp = false;
 };

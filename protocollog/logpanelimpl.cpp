@@ -5,6 +5,7 @@
 #include "qttovlogviewer.h"
 #include "session.h"
 #include "ui_logpanelimpl.h"
+#include "waitingaction.h"
 
 #include "tovcamera.h"
 #include "tovmisc.h"
@@ -168,6 +169,11 @@ void LogPanelImpl::ShowReport()
 // A refused channel has cleared its own switch: its box follows at once, and says why.
 void LogPanelImpl::ShowRefusals()
 {
+    if (WaitingAction::IsWaiting()) { // for the channel
+        WaitingAction::WhenOver(
+            this, [this] { QMetaObject::invokeMethod(this, &LogPanelImpl::ShowRefusals, Qt::QueuedConnection); });
+        return;
+    }
     for (QCheckBox *const box : {d->ui->chkControl, d->ui->chkStream, d->ui->chkEvent}) {
         ParamLink const link = GetParamForControl(box->objectName());
         bool on = false;

@@ -2,6 +2,7 @@
 
 #include "displayview.h"
 #include "grabbingfifo.h"
+#include "waitingaction.h"
 
 #include "tovcamera.h"
 
@@ -13,6 +14,13 @@ namespace {
 bool IsFailure(std::int32_t status)
 {
     return status != 0 && status != TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM;
+}
+
+// A start that is given up goes no further; a stop does.
+void ThrowIfGivenUp()
+{
+    if (WaitingAction::IsCurrentGivenUp())
+        throw WaitingGivenUp();
 }
 
 // Runs a step whose failure must not keep the next one from running. False when it threw.
@@ -35,16 +43,25 @@ AcquisitionSequence::AcquisitionSequence(TovCam::Device *device, GrabbingFifo *g
 {
 }
 
+// Once given up, the camera library refuses.
+template<typename Access>
+std::int32_t AcquisitionSequence::WaitForParams(Access const &access)
+{
+    auto const call = [&] {
+        TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
+        return params ? access(params) : static_cast<std::int32_t>(TOV_CAM_ERR_NO_DEVICE);
+    };
+    return WaitFor(call, IfGivenUp::CallAllTheSame);
+}
+
 std::int32_t AcquisitionSequence::ExecuteCommand(char const *name)
 {
-    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
-    return params ? params->ExecuteCommand(name) : TOV_CAM_ERR_NO_DEVICE;
+    return WaitForParams([name](TovCam::ParamArray *params) { return params->ExecuteCommand(name); });
 }
 
 std::int32_t AcquisitionSequence::SetIntegerValue(char const *name, std::int64_t value)
 {
-    TovCam::ParamArray *const params = m_device->GetCameraParameters(nullptr);
-    return params ? params->SetIntegerValue(name, value) : TOV_CAM_ERR_NO_DEVICE;
+    return WaitForParams([name, value](TovCam::ParamArray *params) { return params->SetIntegerValue(name, value); });
 }
 
 void AcquisitionSequence::Start()
@@ -52,12 +69,16 @@ void AcquisitionSequence::Start()
     m_started = true;
     if (m_grabber->CreateBuffers() != 0)
         throw std::runtime_error("CreateBuffers failed");
+    ThrowIfGivenUp();
     if (IsFailure(SetIntegerValue("TLParamsLocked", 1)))
         throw std::runtime_error("TLParamsLocked set failed");
+    ThrowIfGivenUp();
     if (!m_grabber->StartGrabbing())
         throw std::runtime_error("StartGrabbing failed");
+    ThrowIfGivenUp();
     if (IsFailure(ExecuteCommand("AcquisitionStart")))
         throw std::runtime_error("AcquisitionStart execution failed");
+    ThrowIfGivenUp();
     if (!m_display->StartDisplaying())
         throw std::runtime_error("StartDisplaying failed");
 }

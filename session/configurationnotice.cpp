@@ -60,6 +60,19 @@ void ConfigurationNotice::Saved(QString const &path, std::int32_t status, Config
                          .arg(NameOf(path), Camera(report), kept));
 }
 
+void ConfigurationNotice::LoadingGivenUp(QString const &path)
+{
+    NoticeBoard::Instance().Report(
+        NoticeTopic::Configuration, NoticeLevel::Warning,
+        tr("%1 was given up while it was loaded: the camera may have a part of its settings").arg(NameOf(path)));
+}
+
+void ConfigurationNotice::SavingGivenUp(QString const &path)
+{
+    NoticeBoard::Instance().Report(NoticeTopic::Configuration, NoticeLevel::Warning,
+                                   tr("%1 was not saved: it was given up").arg(NameOf(path)));
+}
+
 QString ConfigurationNotice::Problem(std::int32_t status, ConfigurationReport const &report)
 {
     using enum ConfigurationReport::Problem;

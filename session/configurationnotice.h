@@ -15,6 +15,9 @@ public:
     // notice before.
     static void Loaded(QString const &path, std::int32_t status, TovCam::ConfigurationReport const &report);
     static void Saved(QString const &path, std::int32_t status, TovCam::ConfigurationReport const &report);
+    // By the operator, who has waited long enough.
+    static void LoadingGivenUp(QString const &path);
+    static void SavingGivenUp(QString const &path);
 
 private:
     static QString Problem(std::int32_t status, TovCam::ConfigurationReport const &report);

@@ -42,6 +42,9 @@ void RecordedConfiguration::Keep(ImageWriter &writer)
     if (m_taken.isEmpty()) {
         if (!m_cameraLost)
             SaveAs(name, writer);
+        if (WaitingAction::IsCurrentGivenUp())
+            writer.TellCompanionFailure(
+                QStringLiteral("the camera was not waited for (%1)").arg(QFile::decodeName(name)));
         return;
     }
     QSaveFile file(QFile::decodeName(name));

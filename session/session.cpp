@@ -11,34 +11,27 @@
 #include "imgprocessor.h"
 #include "packetlog.h"
 #include "qttovlogmodel.h"
-#include "recordedconfiguration.h"
-#include "rigtestplugin.h"
 #include "sessionhost.h"
 #include "sessionname.h"
-#include "tovlog.h"
 #include "tovscopeexception.h"
 #include "waitingaction.h"
 
+#include "tovplaintext.h"
+
 #include <QApplication>
 #include <QCoreApplication>
-#include <QFinalState>
+#include <QFileInfo>
 #include <QMainWindow>
 #include <QMessageBox>
-#include <QState>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <iterator>
 
 namespace {
 
 constexpr auto StateBeforeTheFirst = static_cast<SessionState>(-1);
+constexpr int LongestName = 80; // of a camera or a file, in characters
 
-void SayOnStandardOutput(char const *text)
+QString FileName(QString const &path)
 {
-    std::puts(text);
-    std::fflush(stdout);
+    return TovPlainLine(QFileInfo(path).fileName(), LongestName);
 }
 
 } // namespace
@@ -52,6 +45,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
       m_state(StateBeforeTheFirst),
       m_device(device)
 {
+    device->SetGiveUp(m_givenUp);
     TovCam::DeviceInfo *const info = device->GetDeviceInfo();
     m_displayName = QString::fromUtf8(info->GetDisplayName());
     m_interfaceDescription = QString::fromUtf8(info->GetInterface()->GetInterfaceDescription());
@@ -69,7 +63,7 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
         m_storage.AddParamChangedListener(entry.key, this);
     }
     try {
-        InitSession();
+        WaitWithin([this] { InitSession(); });
     } catch (...) {
         RemoveComponents();
         throw;
@@ -78,6 +72,8 @@ Session::Session(QObject *parent, TovCam::Device *device, SessionHost *window)
 
 Session::~Session()
 {
+    // The machine of a session that was given up early: its start must not meet what is half gone.
+    QCoreApplication::removePostedEvents(&m_stateMachine);
     m_device->UnregisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
     m_device->UnregisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
     EndAllChannels();
@@ -90,12 +86,25 @@ Session::~Session()
     m_writer.reset();
     m_display.reset();
     m_answers.reset();
-    m_device->Release();
+    WaitFor([this] { m_device->Release(); }, IfGivenUp::CallAllTheSame);
 }
 
-void Session::LeaveLog()
+void Session::Wait(QString const &what, std::function<void()> const &action)
 {
-    m_log->Watch().LeaveLines();
+    m_window->Wait(MakeWait(what), action);
+}
+
+CameraWait Session::MakeWait(QString const &what) const
+{
+    return {what, m_givenUp, {}};
+}
+
+void Session::WaitWithin(std::function<void()> const &part)
+{
+    if (WaitingAction::Current())
+        Wait({}, part); // what is shown is the whole action's
+    else
+        part();
 }
 
 void Session::SaveSettings()
@@ -135,37 +144,6 @@ void Session::InitSession()
     m_answers = std::make_unique<AnswerWatch>(m_device, m_displayName);
     m_device->RegisterEvent(TovCam::EventConnectionLost, CameraDisconnectCallback, this);
     m_device->RegisterEvent(TovCam::EventPacketsMissed, PacketsMissedCallback, this);
-}
-
-bool Session::InitStateMachine()
-{
-    auto *const root = new QState;
-    auto *const idle = new QState(root);
-    auto *const acquisition = new QState(root);
-    auto *const capturing = new QState(root);
-    auto *const final = new QFinalState;
-    root->setInitialState(idle);
-    m_stateMachine.addState(root);
-    m_stateMachine.addState(final);
-    m_stateMachine.setInitialState(root);
-
-    connect(idle, &QState::entered, this, &Session::enterIdle);
-    connect(idle, &QState::exited, this, &Session::exitIdle);
-    connect(acquisition, &QState::entered, this, &Session::enterAcquisition);
-    connect(acquisition, &QState::exited, this, &Session::exitAcquisition);
-    connect(capturing, &QState::entered, this, &Session::enterCapturing);
-    connect(capturing, &QState::exited, this, &Session::exitCapturing);
-    connect(&m_stateMachine, &QStateMachine::finished, this, &Session::enterDisconnected);
-
-    // While capturing, signalStopAcquisition does nothing: whoever stops the acquisition has to stop capturing first.
-    root->addTransition(this, &Session::signalCameraStateDisconnected, final);
-    idle->addTransition(this, &Session::signalStartAcquisition, acquisition);
-    acquisition->addTransition(this, &Session::signalStopAcquisition, idle);
-    acquisition->addTransition(this, &Session::signalStartCapturing, capturing);
-    capturing->addTransition(this, &Session::signalStopCapturing, acquisition);
-    // Not in the event loop of a wait, before everything is there.
-    WaitingAction::WhenOver(&m_stateMachine, [this] { m_stateMachine.start(); });
-    return true;
 }
 
 bool Session::CreateGrabber()
@@ -303,15 +281,39 @@ QString const &Session::GetTitle() const
     return m_title;
 }
 
+QString Session::GetPlainName() const
+{
+    return TovPlainLine(m_displayName, LongestName);
+}
+
 void Session::LoadConfiguration(QString const &path)
 {
-    std::int32_t const status = m_device->LoadConfiguration(path.toUtf8().constData());
-    ConfigurationNotice::Loaded(path, status, m_device->GetConfigurationReport());
+    std::int32_t status = 0;
+    bool givenUp = false;
+    Wait(tr("Loading %1 into %2").arg(FileName(path), GetPlainName()), [&] {
+        status =
+            WaitFor([&] { return m_device->LoadConfiguration(path.toUtf8().constData()); }, IfGivenUp::CallAllTheSame);
+        givenUp = status != 0 && WaitingAction::IsCurrentGivenUp();
+    });
+    if (givenUp)
+        ConfigurationNotice::LoadingGivenUp(path);
+    else
+        ConfigurationNotice::Loaded(path, status, m_device->GetConfigurationReport());
 }
 
 void Session::SaveConfiguration(QString const &path)
 {
-    std::int32_t const status = m_device->SaveConfiguration(path.toUtf8().constData());
+    std::int32_t status = 0;
+    bool givenUp = false;
+    Wait(tr("Saving the configuration of %1").arg(GetPlainName()), [&] {
+        status =
+            WaitFor([&] { return m_device->SaveConfiguration(path.toUtf8().constData()); }, IfGivenUp::CallAllTheSame);
+        givenUp = status != 0 && WaitingAction::IsCurrentGivenUp();
+    });
+    if (givenUp) {
+        ConfigurationNotice::SavingGivenUp(path);
+        return;
+    }
     ConfigurationNotice::Saved(path, status, m_device->GetConfigurationReport());
     if (status == 0)
         return;
@@ -330,228 +332,17 @@ void Session::SaveConfiguration(QString const &path)
 
 QString Session::GetCameraInfo()
 {
-    return CameraReport(m_device);
+    QString report;
+    bool givenUp = false;
+    Wait(tr("Reading what %1 reports about itself").arg(GetPlainName()), [&] {
+        report = WaitFor([this] { return CameraReport(m_device); }, IfGivenUp::CallAllTheSame);
+        givenUp = WaitingAction::IsCurrentGivenUp();
+    });
+    return givenUp ? QString() : report.isNull() ? QStringLiteral("") : report;
 }
 
 void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)
 {
     static_cast<Session *>(user)->m_cameraLost = true;
     emit static_cast<Session *>(user)->signalCameraDisconnected(user, DisconnectReasonCameraLost);
-}
-
-void Session::stopCapturing()
-{
-    emit signalStopCapturing();
-}
-
-void Session::stopCapturingAndAcquisition()
-{
-    emit signalStopCapturing();
-    emit signalStopAcquisition();
-}
-
-// Of a session that ends while it records.
-void Session::StopWriter()
-{
-    try {
-        if (m_writer->IsWriting())
-            m_writer->StopWriting();
-    } catch (...) { // the files may be broken; the camera is closed all the same
-    }
-}
-
-void Session::enterIdle()
-{
-    if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
-        try {
-            m_sequence->Stop();
-            if (RigTestPlugin *const plugin = GetRigTest()) {
-                SayOnStandardOutput("GetRigTest()->OnStop()");
-                plugin->OnStop();
-            }
-        } catch (...) { // what still runs is stopped before the next start, or at the end
-        }
-    }
-    m_grabber->SetState(SessionStateIdle);
-    m_state = SessionStateIdle;
-    emit signalUpdateGui();
-}
-
-void Session::exitIdle()
-{
-}
-
-void Session::enterAcquisition()
-{
-    if (m_state == SessionStateIdle) {
-        m_sequence->StopWhatStillRuns();
-        try {
-            if (RigTestPlugin *const plugin = GetRigTest()) {
-                SayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
-                plugin->PrepareToAcquition();
-            }
-            m_sequence->Start();
-        } catch (...) {
-            m_sequence->RecoverFromFailedStart();
-            // The machine is in Acquisition while the state stays Idle; the answer to this signal takes it back.
-            emit signalSessionStateError(this, SessionErrorStartAcquisition);
-            return;
-        }
-    }
-    m_state = SessionStateAcquisition;
-    m_grabber->SetState(SessionStateAcquisition);
-    emit signalUpdateGui();
-}
-
-void Session::exitAcquisition()
-{
-}
-
-void Session::enterCapturing()
-{
-    try {
-        if (RigTestPlugin *const plugin = GetRigTest())
-            plugin->OnStartCapturing();
-        m_grabber->SetState(SessionStateCapturing);
-        m_writer->SetCompanions(m_window->WantsCompanions());
-        m_writer->StartWriting();
-    } catch (...) {
-        // The machine stays in Capturing with the state that was, in which Stop does nothing: the operator has to
-        // disconnect.
-        emit signalSessionStateError(this, SessionErrorStartCapturing);
-        return;
-    }
-    m_state = SessionStateCapturing;
-    emit signalUpdateGui();
-}
-
-void Session::exitCapturing()
-{
-    try {
-        RecordedConfiguration configuration(m_device, m_cameraLost);
-        m_writer->StopWriting([&] { return configuration.Take(); });
-        QCoreApplication::removePostedEvents(&m_writerReports);
-        configuration.Keep(*m_writer);
-    } catch (...) {
-        emit signalSessionStateError(this, SessionErrorStopCapturing);
-    }
-    // The state stays SessionStateCapturing until the next action has written it.
-}
-
-void Session::enterDisconnected()
-{
-    enterIdle();
-    m_grabber->SetState(SessionStateDisconnected);
-    m_state = SessionStateDisconnected;
-    emit signalUpdateGui();
-}
-
-void Session::exitDisconnected()
-{
-}
-
-void Session::startTestBW()
-{
-    m_window->RunBandwidthTest(this);
-}
-
-// Every channel each time: the main switch is part of all of them. A refusal inside comes back here for its own switch.
-void Session::ParamChanged(_TovStParam param)
-{
-    bool const isMain = std::strcmp(param.name, "EnableLog") == 0;
-    if (!isMain && std::none_of(std::begin(PacketLog::Channels), std::end(PacketLog::Channels),
-                                [&](LogChannelInfo const &info) { return std::strcmp(param.name, info.key) == 0; }))
-        return;
-    EnableLog(LogEnumControl, m_enableLog && m_logControl);
-    EnableLog(LogEnumStream, m_enableLog && m_logStream);
-    EnableLog(LogEnumEvent, m_enableLog && m_logEvent);
-}
-
-bool Session::EnableLog(LogEnum channel, bool enable)
-{
-    auto const found = m_logChannels.find(channel);
-    if ((found != m_logChannels.end()) == enable)
-        return true;
-    if (!enable) {
-        // No callback runs any more when it returns, so the node may go.
-        m_device->UnregisterEvent(channel, LogEvent, &found->second);
-        m_logChannels.erase(found);
-        m_log->Watch().SetLogging(!m_logChannels.empty());
-        return true;
-    }
-    auto const added = m_logChannels.emplace(channel, LogChannel{channel, this}).first;
-    m_log->Watch().SetLogging(true);
-    if (m_device->RegisterEvent(channel, LogEvent, &added->second) == 0)
-        return true;
-    m_logChannels.erase(added);
-    m_log->Watch().SetLogging(!m_logChannels.empty());
-    if (LogChannelInfo const *const info = PacketLog::FindChannel(channel))
-        m_storage.SetParamBool(info->key, false, true);
-    return false;
-}
-
-// The main switch, as a click would set it, and the channels that were switched on without it.
-void Session::endLogging()
-{
-    m_storage.SetParamBool("EnableLog", false, true);
-    EndAllChannels();
-}
-
-void Session::EndAllChannels()
-{
-    for (LogChannelInfo const &info : PacketLog::Channels)
-        EnableLog(static_cast<LogEnum>(info.event), false);
-}
-
-void Session::LogEvent(void const *data, unsigned long size, void *user)
-{
-    auto const *const record = static_cast<LogChannel const *>(user);
-    record->session->WriteLog(record->channel, data, size);
-}
-
-void Session::PacketsMissedCallback(void const *data, unsigned long size, void *user)
-{
-    std::uint64_t missed = 0;
-    std::memcpy(&missed, data, std::min<std::size_t>(size, sizeof missed));
-    if (user)
-        static_cast<Session *>(user)->m_log->Watch().NoteMissed(missed);
-    TovLog::Warning(static_cast<unsigned long>(missed),
-                    "Session: packets of the log's channels were lost before they could be logged");
-}
-
-void Session::WriteLog(LogEnum channel, void const *data, unsigned long size)
-{
-    m_log->Write(channel, data, size);
-}
-
-QString Session::MakeLogStringFromData(LogEnum channel, void const *data, unsigned long size)
-{
-    return m_log->MakeLine(channel, data, size);
-}
-
-QtTovLogModel *Session::GetLogModel() const
-{
-    return m_logModel;
-}
-
-void Session::clearLog()
-{
-    if (m_logModel)
-        m_logModel->clear();
-}
-
-void Session::saveLog()
-{
-    if (m_logModel)
-        m_log->Watch().Save();
-}
-
-bool Session::IsSavingLog() const
-{
-    return m_log->Watch().IsSaving();
-}
-
-QString Session::GetLogReport() const
-{
-    return m_log->Watch().Report();
 }

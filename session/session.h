@@ -1,6 +1,8 @@
 // One connected camera and everything that lives as long as the connection. A state machine decides what start, record
 // and stop mean in which order; a failing engine becomes a signal, never an exception out of the machine.
 //
+// Its actions wait for the camera by Wait: while they do, an event loop may run, in which no other action is taken.
+//
 // The machine starts on the next pass of the event loop. signalCameraStateDisconnected ends it within its emission,
 // with everything stopped, unless it is emitted from inside one of the machine's actions; neither may the session be
 // deleted from there.
@@ -21,6 +23,7 @@
 #include <QString>
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -33,6 +36,7 @@ class ImgProcessor;
 class PacketLog;
 class QtTovLogModel;
 class SessionHost;
+struct CameraWait;
 
 class Session : public QObject, public TovComponentImp, private TovParamListener
 {
@@ -55,19 +59,29 @@ public:
     QSettings *GetSettings() const;
     QString const &GetSettingsName() const;
     QString const &GetTitle() const;
+    QString GetPlainName() const; // the camera's, in one line of a bearable length
     // The engines' parameters, as the destructor stores them. For callers that may not get that far.
     void SaveSettings();
     // The program ends with the session: unsaved lines of the log are not kept.
     void LeaveLog();
 
+    // Runs an action of the operator that waits for the camera; `what` is shown where that takes long. Its calls of the
+    // camera library go through WaitFor, and fail soon once it is given up. See SessionHost::Wait.
+    void Wait(QString const &what, std::function<void()> const &action);
+    CameraWait MakeWait(QString const &what) const;
+    // As Wait, for a part of an action that is under way already; without one nothing is waited for.
+    void WaitWithin(std::function<void()> const &part);
+
     // Asks for one frame and starts capturing; true. Outside of acquisition the request waits for the next capture.
     bool SnapNextFrame();
-    // Applies a stored configuration to the camera. What fails goes to the board and the log, without a message.
+    // Applies a stored configuration to the camera. What fails goes to the board and the log, without a message; also
+    // that it was given up, with a part of the settings applied.
     void LoadConfiguration(QString const &path);
     // Stores the camera's configuration, with a message when that fails. Nothing of the session is touched after it.
+    // Given up, it leaves the file as it was, and tells the board.
     void SaveConfiguration(QString const &path);
     // What the camera, the host and the interface report about themselves, line by line; laid out for a fixed-pitch
-    // font.
+    // font. Null when it was given up.
     QString GetCameraInfo();
 
     // Channels of the protocol log, by the camera library's event that brings their packets.
@@ -136,9 +150,12 @@ private:
     void ResetVolatileParams();
     void RemoveComponents();
 
+    bool StartAcquisition(bool *givenUp);
+    void StopAcquisition();
     void StopWriter();
     void endLogging();
     void EndAllChannels();
+    void FollowSwitches();
 
     struct LogChannel
     {
@@ -153,6 +170,7 @@ private:
     QStateMachine m_stateMachine;
     SessionState m_state;
     TovCam::Device *m_device;
+    std::shared_ptr<std::atomic<bool>> const m_givenUp = std::make_shared<std::atomic<bool>>(false); // the device's too
     std::unique_ptr<GrabbingFifo> m_grabber;
     std::atomic<bool> m_cameraLost{false}; // set by any thread, and never cleared
     QObject m_writerReports;               // receives the writer's reports that a recording has ended

@@ -1,11 +1,26 @@
 // What a session asks of the window it lives in. The main window implements it. GUI thread only.
 #pragma once
 
+#include <QString>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
 class QMainWindow;
 class QSettings;
-class QString;
 class QWidget;
 class Session;
+
+// How an action waits for the open camera.
+struct CameraWait
+{
+    QString what;                                   // it does, for the operator; empty where nothing is to be shown
+    std::shared_ptr<std::atomic<bool>> givenUp;     // set from the moment it is given up to its end
+    std::optional<std::chrono::milliseconds> limit; // at which it is given up; without one by the operator alone
+};
 
 class SessionHost
 {
@@ -24,6 +39,11 @@ public:
     virtual bool WantsCompanions()
     {
         return true;
+    }
+    // Runs an action whose calls of the camera library go through WaitFor. The session may go in it.
+    virtual void Wait(CameraWait const & /*wait*/, std::function<void()> const &action)
+    {
+        action();
     }
 
 protected:

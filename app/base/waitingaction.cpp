@@ -32,6 +32,11 @@ struct WaitingAction::Call
             QMetaObject::invokeMethod(loop, &QEventLoop::quit, Qt::QueuedConnection);
         isDone.notify_all();
     }
+    bool IsDone()
+    {
+        std::lock_guard const lock(mutex);
+        return done;
+    }
     bool WaitWithout(milliseconds most)
     {
         std::unique_lock lock(mutex);
@@ -42,16 +47,26 @@ struct WaitingAction::Call
 WaitingAction::Times WaitingAction::s_times;
 WaitingAction *WaitingAction::s_current = nullptr;
 
-WaitingAction::WaitingAction(WaitingView &view, std::function<void()> cancel)
+WaitingAction::WaitingAction(WaitingView &view, std::function<void()> cancel,
+                             std::optional<std::chrono::milliseconds> limit)
     : m_view(view),
-      m_cancel(std::move(cancel))
+      m_cancel(std::move(cancel)),
+      m_limit(limit),
+      m_outer(s_current)
 {
-    if (!s_current)
+    if (!m_outer) {
         s_current = this;
+        return;
+    }
+    m_outer->m_within.push_back(this);
+    if (m_outer->IsGivenUp())
+        m_cancel();
 }
 
 WaitingAction::~WaitingAction()
 {
+    if (m_outer)
+        std::erase(m_outer->m_within, this);
     End();
 }
 
@@ -72,6 +87,13 @@ void WaitingAction::Cancel()
     m_cancelled = true;
     m_overdue = false; // the operator needs no telling
     m_cancel();
+    for (WaitingAction const *const inner : m_within)
+        inner->m_cancel();
+}
+
+void WaitingAction::OutlastEventLoops()
+{
+    m_outlasts = true;
 }
 
 bool WaitingAction::IsGivenUp() const
@@ -87,6 +109,11 @@ bool WaitingAction::IsOverdue() const
 WaitingAction *WaitingAction::Current()
 {
     return s_current;
+}
+
+bool WaitingAction::IsCurrentGivenUp()
+{
+    return s_current && s_current->IsGivenUp();
 }
 
 bool WaitingAction::IsWaiting()
@@ -166,8 +193,10 @@ bool WaitingAction::RunEvents(Call &call, bool input, std::optional<milliseconds
     });
     if (most)
         end.start(*most);
-    milliseconds const left = s_times.limit - duration_cast<milliseconds>(steady_clock::now() - m_start);
-    limit.start(std::max(left, milliseconds(0)));
+    if (m_limit) {
+        milliseconds const left = *m_limit - duration_cast<milliseconds>(steady_clock::now() - m_start);
+        limit.start(std::max(left, milliseconds(0)));
+    }
     {
         std::lock_guard const lock(call.mutex);
         if (call.done)
@@ -175,16 +204,14 @@ bool WaitingAction::RunEvents(Call &call, bool input, std::optional<milliseconds
         call.loop = &loop;
     }
     loop.exec(input ? QEventLoop::AllEvents : QEventLoop::ExcludeUserInputEvents);
-    std::unique_lock lock(call.mutex);
+    if (!call.IsDone() && !late) {
+        // The application ends, and event loops with it: without one the windows are painted, and the limit holds.
+        if (!m_outlasts)
+            Cancel();
+        while (!call.IsDone())
+            loop.processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::WaitForMoreEvents);
+    }
+    std::lock_guard const lock(call.mutex);
     call.loop = nullptr;
-    if (call.done)
-        return true;
-    if (late)
-        return false;
-    // The application ends, and event loops with it.
-    lock.unlock();
-    Cancel();
-    lock.lock();
-    call.isDone.wait(lock, [&] { return call.done; });
-    return true;
+    return call.done;
 }

@@ -6,8 +6,9 @@
 // After that it runs an event loop, in which the windows are painted and can be moved, and no other action is taken:
 // - the view takes the operator's input from all windows but its own;
 // - what is triggered all the same asks IsWaiting, and does nothing;
-// - what must not be lost, the report of a lost camera, the closing of the window, a state machine's start, is put off
-//   by WhenOver until the action is over.
+// - what must not be lost, the report of a lost camera, the closing of the window, a state machine's start, the end of
+// a
+//   recording by its own rule, is put off by WhenOver until the action is over.
 //
 // GUI thread, all of it. Outside of an action, on other threads, and where the event loop of a wait leads to another
 // call, WaitFor is the call and nothing else.
@@ -58,8 +59,11 @@ public:
     };
     static Times s_times; // tests change them
 
-    // `cancel` asks the call under way to return, and returns at once. Within another action it does nothing.
-    WaitingAction(WaitingView &view, std::function<void()> cancel);
+    // `cancel` asks the call under way to return, and returns at once. At the limit the action is given up; without one
+    // only by the operator, for calls that end by themselves. Within another action this one shows nothing, and is
+    // given up with it.
+    WaitingAction(WaitingView &view, std::function<void()> cancel,
+                  std::optional<std::chrono::milliseconds> limit = s_times.limit);
     ~WaitingAction();
     WaitingAction(WaitingAction const &) = delete;
     WaitingAction &operator=(WaitingAction const &) = delete;
@@ -68,10 +72,14 @@ public:
     void End();
     // By the operator. The calls that follow are left out.
     void Cancel();
+    // The end of the application does not cancel it; it is what the application ends with.
+    void OutlastEventLoops();
     bool IsGivenUp() const; // cancelled or overdue
     bool IsOverdue() const; // has run into its limit
 
     static WaitingAction *Current();
+    // False where there is none.
+    static bool IsCurrentGivenUp();
     // An event loop of a wait runs.
     static bool IsWaiting();
     // At the end of the current action, unless the object has gone by then; at once where there is none.
@@ -90,12 +98,16 @@ private:
 
     WaitingView &m_view;
     std::function<void()> m_cancel;
+    std::optional<std::chrono::milliseconds> const m_limit;
+    WaitingAction *const m_outer;          // within which this one is
+    std::vector<WaitingAction *> m_within; // this one, the latest last
     std::chrono::steady_clock::time_point const m_start = std::chrono::steady_clock::now();
     std::chrono::milliseconds m_quiet = s_times.quiet; // what is left of it
     bool m_waiting = false;
     bool m_shown = false;
     bool m_cancelled = false;
     bool m_overdue = false;
+    bool m_outlasts = false;
     std::vector<std::pair<QPointer<QObject>, std::function<void()>>> m_afterwards;
 };
 

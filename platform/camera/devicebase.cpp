@@ -139,6 +139,9 @@ std::int32_t DeviceBase::SaveConfiguration(char const *path)
 
 std::int32_t DeviceBase::Save(char const *path, Configuration *configuration)
 {
+    configuration->cancel = [this] {
+        return m_giveUp->IsGivenUp();
+    };
     {
         // Nobody else sees the selectors move.
         std::lock_guard<std::recursive_mutex> lock(m_access);
@@ -166,8 +169,9 @@ std::int32_t DeviceBase::Load(char const *path, Configuration *configuration)
         configuration->report.problem = TovCam::ConfigurationReport::Problem::OtherCamera;
         return TOV_CAM_ERR_WRONG_CONFIGURATION;
     }
-    if (TovCam::OpenProgress const *const progress = m_info->GetOpenProgress())
-        configuration->cancel = &progress->cancel;
+    configuration->cancel = [this, progress = m_info->GetOpenProgress()] {
+        return m_giveUp->IsGivenUp() || (progress && progress->cancel);
+    };
     std::lock_guard<std::recursive_mutex> lock(m_access);
     return configuration->Apply(m_nodes, camera.serial == m_info->serial);
 }
@@ -176,6 +180,11 @@ TovCam::ConfigurationReport DeviceBase::GetConfigurationReport()
 {
     std::lock_guard<std::mutex> lock(m_reportMutex);
     return m_report;
+}
+
+void DeviceBase::SetGiveUp(std::shared_ptr<std::atomic<bool> const> flag)
+{
+    m_giveUp->Follow(std::move(flag));
 }
 
 void DeviceBase::SetReport(TovCam::ConfigurationReport report, std::int32_t status)

@@ -4,6 +4,7 @@
 #include "backend.h"
 #include "eventhub.h"
 #include "genicam/configuration.h"
+#include "giveupwatch.h"
 
 #include <memory>
 #include <mutex>
@@ -25,6 +26,7 @@ public:
     std::int32_t SaveConfiguration(char const *path) override;
     std::int32_t LoadConfiguration(char const *path) override;
     TovCam::ConfigurationReport GetConfigurationReport() override;
+    void SetGiveUp(std::shared_ptr<std::atomic<bool> const> flag) override;
 
 protected:
     // Takes over the caller's reference on the device.
@@ -56,4 +58,5 @@ protected:
     std::recursive_mutex m_access; // one a device: ArvGc and register access are not thread-safe
     EventHub m_events;
     NodeMap m_nodes;
+    std::shared_ptr<GiveUpWatch> const m_giveUp = std::make_shared<GiveUpWatch>(); // also of what outlives the device
 };

@@ -10,7 +10,9 @@ using namespace std::chrono_literals;
 RealDevice::RealDevice(ArvDevice *device, DeviceInfoImpl *info, std::function<bool()> isSilent,
                        std::function<void(bool)> hurry)
     : DeviceBase(device, info),
-      m_reachability(std::move(isSilent), std::move(hurry)),
+      m_reachability(
+          [giveUp = m_giveUp, isSilent = std::move(isSilent)] { return giveUp->IsOver() || (isSilent && isSilent()); },
+          std::move(hurry)),
       m_relay(std::make_shared<LossRelay>([this] { OnLost(); })),
       m_taps(m_events, [this](std::int32_t *status) { return OpenTap(status); })
 {

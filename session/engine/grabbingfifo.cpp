@@ -35,6 +35,13 @@ std::optional<std::int64_t> ReadTickFrequency(TovCam::Device *device)
     return TovSucceeded(static_cast<TovStatus>(error)) ? std::optional(frequency) : std::nullopt;
 }
 
+// Some of a stream's calls talk to the camera. None is left out: once given up, the camera library refuses.
+template<typename F>
+std::int32_t WaitForStream(F const &call)
+{
+    return WaitFor(call, IfGivenUp::CallAllTheSame);
+}
+
 } // namespace
 
 GrabbingFifo::GrabbingFifo(QObject *parent, TovCam::Device *device)
@@ -83,9 +90,10 @@ std::int32_t GrabbingFifo::CreateBuffers()
     std::int64_t const count = TovLoadBound(m_queueSize);
     TovLog::Debug(static_cast<unsigned long>(count), "GrabbingFifo::CreateBuffers() -> ENTER");
     constexpr std::int64_t most = std::numeric_limits<std::uint32_t>::max();
-    std::int32_t const status =
-        m_stream ? m_stream->AllocBufferQueue(this, static_cast<std::uint32_t>(std::min(count, most)))
-                 : TOV_CAM_ERR_INVALID_INDEX;
+    std::int32_t const status = m_stream ? WaitForStream([&] {
+        return m_stream->AllocBufferQueue(this, static_cast<std::uint32_t>(std::min(count, most)));
+    })
+                                         : static_cast<std::int32_t>(TOV_CAM_ERR_INVALID_INDEX);
     if (status != 0) {
         TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::CreateBuffers(): AllocBufferQueue() failed");
         return status;
@@ -97,7 +105,7 @@ std::int32_t GrabbingFifo::CreateBuffers()
 bool GrabbingFifo::StartGrabbing()
 {
     TovLog::Debug(0, "GrabbingFifo::StartGrabbing() -> ENTER");
-    std::int32_t const status = m_stream->StartAcquisition(-1, 0);
+    std::int32_t const status = WaitForStream([this] { return m_stream->StartAcquisition(-1, 0); });
     if (status != 0) {
         TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::StartGrabbing() : StartAcquisition failed");
         return false;
@@ -126,7 +134,7 @@ bool GrabbingFifo::StopGrabbing()
         TovLog::Error(0, "GrabbingFifo::StopGrabbing(): Stop() failed");
         return false;
     }
-    std::int32_t const status = m_stream->StopAcquisition(1);
+    std::int32_t const status = WaitForStream([this] { return m_stream->StopAcquisition(1); });
     if (status != 0) {
         TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::StopGrabbing(): StopAcquisition() failed");
         return false;
@@ -171,7 +179,8 @@ std::int32_t GrabbingFifo::ReleaseBuffers()
         m_gaps.clear();
         WriteQueueFilled();
     }
-    std::int32_t const status = m_stream ? m_stream->ReleaseBufferQueue() : TOV_CAM_ERR_INVALID_INDEX;
+    std::int32_t const status = m_stream ? WaitForStream([this] { return m_stream->ReleaseBufferQueue(); })
+                                         : static_cast<std::int32_t>(TOV_CAM_ERR_INVALID_INDEX);
     if (status != 0) {
         // Under the name of CreateBuffers, so that one search finds whatever fails with the buffer queue.
         TovLog::Error(static_cast<unsigned long>(status), "GrabbingFifo::CreateBuffers(): ReleaseBufferQueue() failed");

@@ -305,6 +305,23 @@ TEST_F(ConfigurationTest, SavingOverTheFileOfAnotherCameraKeepsIt)
     EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 2);
 }
 
+TEST_F(ConfigurationTest, GivenUpItLeavesTheFileAndTheCameraAsTheyAre)
+{
+    auto const givenUp = std::make_shared<std::atomic<bool>>(false);
+    m_device->SetGiveUp(givenUp);
+    std::string const selector = m_nodes->GetEnumValueStr("GainSelector", nullptr);
+    *givenUp = true;
+    EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), TOV_CAM_ERR_NO_DEVICE);
+    EXPECT_EQ(ReadFile(m_path), m_text);
+    EXPECT_EQ(Load(Edited("Width=2048", "Width=1024")), TOV_CAM_ERR_NO_DEVICE);
+    std::int32_t error = 0;
+    EXPECT_TRUE(Eventually([&] { return m_nodes->GetIntegerValue("Width", &error), error == TOV_CAM_ERR_NO_DEVICE; }));
+    *givenUp = false;
+    EXPECT_EQ(m_nodes->GetIntegerValue("Width", nullptr), 2048);
+    EXPECT_EQ(m_nodes->GetEnumValueStr("GainSelector", nullptr), selector);
+    EXPECT_EQ(m_device->SaveConfiguration(m_path.c_str()), 0);
+}
+
 TEST_F(ConfigurationTest, OpensTheCameraOfTheFile)
 {
     auto const open = [this](std::string const &text, std::int32_t &error) {

@@ -298,13 +298,18 @@ TEST_F(ControlChannelTest, ACameraThatAsksForTimeGetsSome)
 TEST(ControlChannel, CancelEndsWhatWaits)
 {
     ScriptedCamera camera;
-    for (bool const byProgress : {false, true}) {
+    enum Way { Channel, Progress, GiveUp };
+    for (Way const way : {Channel, Progress, GiveUp}) {
         camera.Set({});
         ControlChannel channel("127.0.0.1");
         ASSERT_EQ(channel.Open(), 0);
         TovCam::OpenProgress progress;
         OpenWatch const watch(&progress);
         channel.Follow(&watch);
+        auto const givenUp = std::make_shared<std::atomic<bool>>(false);
+        auto const giveUp = std::make_shared<GiveUpWatch>();
+        giveUp->Follow(givenUp);
+        channel.SetGiveUpWatch(giveUp);
         camera.Set([](Bytes const &, Bytes const &good) { return Datagrams{{Pending(good, 60000)}}; });
         std::size_t const before = camera.Requests(gvcp::READREG_CMD).size();
         auto access = std::async(std::launch::async, [&channel] {
@@ -313,12 +318,18 @@ TEST(ControlChannel, CancelEndsWhatWaits)
         });
         ASSERT_TRUE(Eventually([&] { return camera.Requests(gvcp::READREG_CMD).size() > before; }));
         EXPECT_TRUE(IsUnderWay(access));
-        if (byProgress)
+        if (way == Progress)
             progress.cancel = true;
+        else if (way == GiveUp)
+            *givenUp = true;
         else
             channel.Cancel();
         EXPECT_EQ(access.get(), TOV_CAM_ERR_NO_DEVICE);
         EXPECT_EQ(channel.GetCounters().abandoned, 0u); // it did not come to its end
+        camera.Set({});
+        *givenUp = false;
+        std::uint32_t value = 0;
+        EXPECT_EQ(channel.ReadRegister(0x100, value), way == GiveUp ? 0 : TOV_CAM_ERR_NO_DEVICE);
     }
     // The time of an opening is told.
     TovCam::OpenProgress progress;

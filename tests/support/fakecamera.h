@@ -502,15 +502,24 @@ public:
     FAKE_GIVES(TovCam::DeviceInfo *GetDeviceInfo(), &info);
     FAKE_GIVES(std::int32_t ReadRegister(std::uint64_t, void *, std::size_t), TOV_CAM_ERR_UNKNOWN);
     FAKE_GIVES(std::int32_t SaveConfiguration(char const *path),
-               script.Run("SaveConfiguration", std::string("SaveConfiguration ") + path));
+               UnlessGivenUp(script.Run("SaveConfiguration", std::string("SaveConfiguration ") + path)));
     FAKE_GIVES(std::int32_t LoadConfiguration(char const *path),
-               script.Run("LoadConfiguration", std::string("LoadConfiguration ") + path));
+               UnlessGivenUp(script.Run("LoadConfiguration", std::string("LoadConfiguration ") + path)));
+    FAKE_GIVES(void SetGiveUp(std::shared_ptr<std::atomic<bool> const> flag), void(m_givenUp = flag));
+    bool IsGivenUp() const
+    {
+        return m_givenUp && *m_givenUp;
+    }
     FAKE_GIVES(TovCam::ConfigurationReport GetConfigurationReport(), configuration);
     TovCam::ConfigurationReport configuration;
     FAKE_GIVES(TovCam::CaptureFailure GetCaptureFailure(), failure);
     TovCam::CaptureFailure failure;
 
 private:
+    std::int32_t UnlessGivenUp(std::int32_t status) const
+    {
+        return IsGivenUp() ? TOV_CAM_ERR_NO_DEVICE : status;
+    }
     struct Subscription
     {
         std::uint32_t id;
@@ -520,6 +529,7 @@ private:
     };
     mutable std::mutex m_eventMutex;           // held while callbacks run, so that unsubscribing waits for them
     std::vector<Subscription> m_subscriptions; // m_eventMutex
+    std::shared_ptr<std::atomic<bool> const> m_givenUp;
     std::atomic<bool> m_readable{true};
     std::atomic<std::int32_t> m_parametersError{0};
     std::atomic<int> m_released{0};

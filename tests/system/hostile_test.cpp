@@ -124,7 +124,7 @@ public:
         std::lock_guard const lock(m_mutex);
         return {m_gui.Take(), m_machine.Take()};
     }
-    Milliseconds patience{0}; // for a camera that is opened: as long as an operator waits
+    Milliseconds patience{0}; // as long as an operator waits for a camera
     // What the program has asked or told, and what of it would be taken for HTML.
     QString messages, markup;
 
@@ -326,7 +326,8 @@ protected:
             Play(*camera, settings, result);
             End(settings, result);
         }
-        if (result.opening.IsBlocked() || result.looking.IsBlocked() || result.streaming.IsBlocked())
+        if (result.opening.IsBlocked() || result.looking.IsBlocked() || result.streaming.IsBlocked() ||
+            result.closing.IsBlocked())
             result.wrong += "blocks the window; ";
         if (settings.isWhole && result.whole == 0 && result.wrong.empty())
             result.wrong += "does not open; ";

@@ -3,7 +3,7 @@
 
 #include "nodemap.h"
 
-#include <atomic>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,8 +42,8 @@ public:
     // lacks, or that no configuration stores, are skipped, and so is the camera's name unless `sameCamera`. The node
     // map learns what the camera refused.
     std::int32_t Apply(NodeMap &nodes, bool sameCamera);
-    // Once set, Apply writes no further setting: TOV_CAM_ERR_NO_DEVICE. Null where nobody cancels.
-    std::atomic<bool> const *cancel = nullptr;
+    // Once it says so, Take and Apply look at no further setting: TOV_CAM_ERR_NO_DEVICE. Empty where nobody cancels.
+    std::function<bool()> cancel;
 
     TovCam::ConfigurationReport report; // of all of the above since the last Read or Parse
     CameraIdentity camera;

@@ -124,7 +124,7 @@ private:
 class Applier
 {
 public:
-    Applier(ConfigurationLayout const &layout, Targets &targets, std::atomic<bool> const *cancel)
+    Applier(ConfigurationLayout const &layout, Targets &targets, std::function<bool()> const &cancel)
         : m_layout(layout),
           m_targets(targets),
           m_guard(layout),
@@ -178,7 +178,7 @@ private:
             std::vector<std::pair<std::uint32_t, FeatureValue>> inner;
             std::int32_t const selected = Select(group, inner);
             for (Target &target : group.values) {
-                if (m_cancel && *m_cancel) {
+                if (m_cancel && m_cancel()) {
                     why = TOV_CAM_ERR_NO_DEVICE;
                     return different + 1;
                 }
@@ -246,7 +246,7 @@ private:
     ConfigurationLayout const &m_layout;
     Targets &m_targets;
     SelectorGuard m_guard;
-    std::atomic<bool> const *m_cancel;
+    std::function<bool()> const &m_cancel;
 };
 
 } // namespace

@@ -84,8 +84,10 @@ std::vector<FeatureValue> ChoicesOf(FeatureInfo const &info, FeatureState const 
 class Taker
 {
 public:
-    Taker(ConfigurationLayout const &layout, std::vector<Configuration::Group> &groups)
-        : m_layout(layout),
+    Taker(ConfigurationLayout const &layout, std::vector<Configuration::Group> &groups,
+          std::function<bool()> const &cancel)
+        : m_cancel(cancel),
+          m_layout(layout),
           m_guard(layout),
           m_lockedByTransport(LockedByTransport(layout)),
           m_groups(groups)
@@ -181,6 +183,8 @@ private:
         m_looks += features.size() + m_group.selectors.size();
         m_group.values.clear();
         for (std::uint32_t const index : features) {
+            if (m_cancel && m_cancel())
+                return TOV_CAM_ERR_NO_DEVICE;
             // One feature that cannot be read does not keep the others from the file; a camera that is gone does.
             if (TakeValue(index) == TOV_CAM_ERR_NO_DEVICE)
                 return TOV_CAM_ERR_NO_DEVICE;
@@ -209,6 +213,7 @@ private:
         return TOV_CAM_ERR_OK;
     }
 
+    std::function<bool()> const &m_cancel;
     ConfigurationLayout const &m_layout;
     SelectorGuard m_guard;
     std::set<std::uint32_t> const m_lockedByTransport;
@@ -224,7 +229,7 @@ std::int32_t Configuration::Take(NodeMap &nodes)
 {
     groups.clear();
     ConfigurationLayout const layout(nodes);
-    Taker taker(layout, groups);
+    Taker taker(layout, groups, cancel);
     selectors = taker.GetSelectors();
     std::int32_t const status = taker.Run();
     if (status == TOV_CAM_ERR_GENICAM_GENERIC && !taker.disobedient.empty()) {

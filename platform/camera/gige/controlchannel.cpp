@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr int QueueSize = 1 << 20;    // for a flood; of which the system gives what it allows
 constexpr int DatagramsAtOnce = 1024; // more than the queue holds
-constexpr auto FollowPeriod = 10ms;   // a cancelled opening and a hurry are looked for
+constexpr auto FollowPeriod = 10ms;   // whether it is still waited for, and a hurry, are looked for
 
 // What somebody in a hurry waits for, in all: first for an access of somebody else, which a slow camera may be about to
 // answer, then for his own.
@@ -148,7 +148,9 @@ bool ControlChannel::IsStopped(Effort const &effort) const
 {
     if (effort.kind == Effort::Final)
         return false;
-    return m_cancelled || m_ending || GivesWay(effort) || (effort.kind != Effort::Beat && m_watch && m_watch->IsOver());
+    if (m_cancelled || m_ending || GivesWay(effort))
+        return true;
+    return effort.kind != Effort::Beat && ((m_watch && m_watch->IsOver()) || (m_giveUp && m_giveUp->IsOver()));
 }
 
 // To somebody in a hurry.

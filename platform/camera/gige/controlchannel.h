@@ -1,6 +1,7 @@
 // The control channel of a GigE Vision camera that this program has control of.
 #pragma once
 
+#include "giveupwatch.h"
 #include "gvcpanswer.h"
 #include "streamcontrol.h"
 
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -65,6 +67,8 @@ public:
     void Cancel();
     // Accesses end when the opening is cancelled or its time is over. Null: no longer. The thread that opens.
     void Follow(OpenWatch const *watch);
+    // Accesses end once it is over. Null: they do not.
+    void SetGiveUpWatch(std::shared_ptr<GiveUpWatch const> watch);
 
     // Whether the camera has stopped answering, so that accesses fail at once.
     bool IsSilent() const;
@@ -162,6 +166,7 @@ private:
     Clock::time_point m_began; // the request under way
     bool m_pends = false;      // the camera has asked for time for it
     OpenWatch const *m_watch = nullptr;
+    std::shared_ptr<GiveUpWatch const> m_giveUp;
 
     std::mutex m_beatMutex; // guards the next ones; alone
     std::condition_variable m_beatWake;

@@ -77,6 +77,12 @@ void ControlChannel::Follow(OpenWatch const *watch)
     m_watch = watch;
 }
 
+void ControlChannel::SetGiveUpWatch(std::shared_ptr<GiveUpWatch const> watch)
+{
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    m_giveUp = std::move(watch);
+}
+
 void ControlChannel::Cancel()
 {
     {

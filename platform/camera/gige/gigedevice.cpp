@@ -185,6 +185,7 @@ GigeDevice::GigeDevice(std::shared_ptr<Connection> connection, DeviceInfoImpl *i
         m_connection->port->SetStatistics(&m_stream->GetStatistics());
     }
     m_info->SetFacts(this, [&statistics = m_stream->GetStatistics()] { return DescribeStatistics(statistics); });
+    channel.SetGiveUpWatch(m_giveUp);
     channel.SetLossHandler([relay = m_relay] { relay->Notify(); });
 }
 

@@ -25,7 +25,8 @@ bool Fail(GError **error, ArvDeviceError code, char const *text)
 // The settings, which UserSetLoad resets: they end where the read-only information begins.
 constexpr std::uint32_t SettingsBegin = R::Width, SettingsEnd = R::FirmwareNumbers;
 
-constexpr std::uint32_t LongestLogged = 0x10000; // bytes of an access; no register is as long
+constexpr auto GiveUpPeriod = std::chrono::milliseconds(10); // a delay looks so often whether it is waited for
+constexpr std::uint32_t LongestLogged = 0x10000;             // bytes of an access; no register is as long
 
 } // namespace
 
@@ -164,12 +165,19 @@ void SimCamera::SetSleeps(bool sleeps)
     m_sleeps = sleeps;
 }
 
+void SimCamera::SetGiveUpWatch(GiveUpWatch const *watch)
+{
+    m_giveUp = watch;
+}
+
 void SimCamera::Delay(std::uint64_t address, std::uint32_t size)
 {
     if (!m_sleeps)
         return;
-    if (auto const delay = DelayOf(address, size); delay.count() > 0)
-        std::this_thread::sleep_for(delay);
+    using Clock = std::chrono::steady_clock;
+    auto const end = Clock::now() + DelayOf(address, size);
+    for (auto now = Clock::now(); now < end && !(m_giveUp && m_giveUp->IsOver()); now = Clock::now())
+        std::this_thread::sleep_until(std::min<Clock::time_point>(end, now + GiveUpPeriod));
 }
 
 // Whether these bytes belong to the feature named in a text register.

@@ -6,6 +6,7 @@
 #include "simmemory.h"
 #include "simstream.h"
 
+#include "giveupwatch.h"
 #include "registerdevice.h"
 
 #include <arv.h>
@@ -27,6 +28,8 @@ public:
     // How long an access takes, and whether Read and Write take that long themselves, as they do unless told otherwise.
     std::chrono::milliseconds DelayOf(std::uint64_t address, std::uint32_t size);
     void SetSleeps(bool sleeps);
+    // Of whoever waits; null: of nobody. Before the camera is used; outlives it.
+    void SetGiveUpWatch(GiveUpWatch const *watch);
     // Registers by their addresses in SimRegister, past all delays and faults; a write has no effect but on the memory.
     using SimMemory::GetFloat;
     using SimMemory::GetInt;
@@ -60,6 +63,7 @@ private:
     SimStream &m_stream;
     EventHub &m_events;
     ArvGc *m_nodeMap = nullptr;
+    GiveUpWatch const *m_giveUp = nullptr;
     bool m_lost = false, m_sleeps = true;
     bool m_asking = false; // the camera itself reads registers
     std::array<std::uint8_t, 4> m_sensorClass{};

@@ -15,6 +15,8 @@ public:
           m_camera(model, m_stream, m_events)
     {
         std::lock_guard<std::recursive_mutex> lock(m_access);
+        m_camera.SetGiveUpWatch(m_giveUp.get());
+        m_nodes.SetGate(&m_gate);
         SetRegisterPort(m_device, &m_camera);
         if (m_nodes.GetStatus() == TOV_CAM_ERR_OK)
             m_camera.SetNodeMap(arv_device_get_genicam(m_device));
@@ -54,6 +56,23 @@ private:
         return m_camera.GetFormat(format);
     }
 
+    // Refuses what nobody waits for any more.
+    struct Gate final : AccessGate
+    {
+        explicit Gate(GiveUpWatch const &watch) : m_giveUp(watch)
+        {
+        }
+        std::int32_t Enter() override
+        {
+            return m_giveUp.IsOver() ? TOV_CAM_ERR_NO_DEVICE : TOV_CAM_ERR_OK;
+        }
+        void Leave() override
+        {
+        }
+        GiveUpWatch const &m_giveUp;
+    };
+
+    Gate m_gate{*m_giveUp};
     SimStream m_stream;
     SimCamera m_camera;
 };
