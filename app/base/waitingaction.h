@@ -6,9 +6,8 @@
 // After that it runs an event loop, in which the windows are painted and can be moved, and no other action is taken:
 // - the view takes the operator's input from all windows but its own;
 // - what is triggered all the same asks IsWaiting, and does nothing;
-// - what must not be lost, the report of a lost camera, the closing of the window, a state machine's start, the end of
-// a
-//   recording by its own rule, is put off by WhenOver until the action is over.
+// - what must not be lost is put off by WhenOver until the action is over: the report of a lost camera, the closing of
+//   the window, a state machine's start, the end of a recording by its own rule.
 //
 // GUI thread, all of it. Outside of an action, on other threads, and where the event loop of a wait leads to another
 // call, WaitFor is the call and nothing else.
