@@ -380,7 +380,7 @@ public:
     // Whoever waits for the camera may give up: while the flag is set, what any thread has under way ends within half a
     // second where the transport can be interrupted, the taking or applying of a configuration with its selectors put
     // back; later accesses fail. The status is TOV_CAM_ERR_NO_DEVICE. Once, by the thread that opened the device.
-    virtual void SetGiveUp(std::shared_ptr<std::atomic<bool> const>)
+    virtual void SetGiveUp(std::shared_ptr<std::atomic<bool> const> const & /*givenUp*/)
     {
     }
 

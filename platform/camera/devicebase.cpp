@@ -182,9 +182,9 @@ TovCam::ConfigurationReport DeviceBase::GetConfigurationReport()
     return m_report;
 }
 
-void DeviceBase::SetGiveUp(std::shared_ptr<std::atomic<bool> const> flag)
+void DeviceBase::SetGiveUp(std::shared_ptr<std::atomic<bool> const> const &flag)
 {
-    m_giveUp->Follow(std::move(flag));
+    m_giveUp->Follow(flag);
 }
 
 void DeviceBase::SetReport(TovCam::ConfigurationReport report, std::int32_t status)

@@ -26,7 +26,7 @@ public:
     std::int32_t SaveConfiguration(char const *path) override;
     std::int32_t LoadConfiguration(char const *path) override;
     TovCam::ConfigurationReport GetConfigurationReport() override;
-    void SetGiveUp(std::shared_ptr<std::atomic<bool> const> flag) override;
+    void SetGiveUp(std::shared_ptr<std::atomic<bool> const> const &flag) override;
 
 protected:
     // Takes over the caller's reference on the device.

@@ -505,7 +505,7 @@ public:
                UnlessGivenUp(script.Run("SaveConfiguration", std::string("SaveConfiguration ") + path)));
     FAKE_GIVES(std::int32_t LoadConfiguration(char const *path),
                UnlessGivenUp(script.Run("LoadConfiguration", std::string("LoadConfiguration ") + path)));
-    FAKE_GIVES(void SetGiveUp(std::shared_ptr<std::atomic<bool> const> flag), void(m_givenUp = flag));
+    FAKE_GIVES(void SetGiveUp(std::shared_ptr<std::atomic<bool> const> const &flag), void(m_givenUp = flag));
     bool IsGivenUp() const
     {
         return m_givenUp && *m_givenUp;
