@@ -10,6 +10,7 @@
 #include "opening.h"
 #include "paramchanged.h"
 #include "playerpanel.h"
+#include "reconnect.h"
 #include "report.h"
 #include "rigtestplugin.h"
 #include "session.h"
@@ -54,6 +55,7 @@ GuiManager::GuiState const (&GuiManager::s_stateMapInit)[42] = ActionStates::s_t
 GuiManager::GuiManager(ManagedWindow *window) : m_window(window), m_panels(window, this)
 {
     SetParamChangedHandler(&PlayerPanel::OnParamChanged);
+    BuildReconnect();
 }
 
 GuiManager::~GuiManager()
@@ -62,6 +64,7 @@ GuiManager::~GuiManager()
     cameraDisconnect();
     m_panels.DeleteInspection(); // still there if the disconnection had to wait for a message
     delete m_session;
+    m_reconnect.reset();
     if (m_system)
         m_system->Release();
 }
@@ -96,6 +99,7 @@ void GuiManager::LoadProducer()
 
 void GuiManager::cameraConnect()
 {
+    m_reconnect->End();
     if (!TakeSystem()) {
         DisplayError(tr("Cannot create TovSystem, check if CTI library(TovCTI.cti) exists"), 0);
         return;
@@ -103,6 +107,7 @@ void GuiManager::cameraConnect()
     LoadProducer();
 
     TovGui::TovCameraSelectorDialog dialog(m_system, nullptr);
+    m_reconnect->AddChoice(dialog);
     if (dialog.exec() != QDialog::Accepted)
         return;
     TovCam::DeviceInfo *const camera = dialog.selectedCamera();
@@ -163,6 +168,7 @@ void GuiManager::ConnectAndRunAutoEvaluation()
 
 void GuiManager::loadConfiguration()
 {
+    m_reconnect->End();
     QString const path =
         QFileDialog::getOpenFileName(nullptr, tr("Open camera configuration"), ConfigurationPlace(QString()),
                                      tr("Velmor camera configuration files (*.tcfg)"));
@@ -312,6 +318,7 @@ void GuiManager::ClosePanels()
 void GuiManager::Close()
 {
     m_closed = true;
+    m_reconnect->End();
     if (!m_session)
         return;
     m_panels.Store();
@@ -328,7 +335,7 @@ void GuiManager::Close()
 
 void GuiManager::ShowCritical(QString const &text)
 {
-    if (m_closed) {
+    if (m_closed || m_reconnect->IsOpening()) { // nobody has asked for the camera that is opened again
         TovLog::Error(0, "GuiManager: %s", qPrintable(text));
         return;
     }
@@ -339,6 +346,7 @@ void GuiManager::ShowCritical(QString const &text)
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
     QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(), text, QMessageBox::Ok, MainWindow());
     box.setTextFormat(Qt::PlainText);
+    connect(m_reconnect.get(), &Reconnect::seen, &box, &QDialog::accept);
     box.exec();
 }
 
@@ -351,13 +359,14 @@ void GuiManager::DisplayError(QString const &text, unsigned int code)
 
 void GuiManager::cameraDisconnect()
 {
+    m_reconnect->End();
     if (m_session)
         emit m_session->signalCameraDisconnected(m_session, DisconnectReasonUser);
 }
 
 void GuiManager::startAcquisition()
 {
-    if (m_session)
+    if (m_session && m_reconnect->TakeSettings(m_session))
         emit m_session->signalStartAcquisition();
 }
 
@@ -504,6 +513,9 @@ void GuiManager::updateGui()
     QPointer<QWidget> const focus = MainWindow()->focusWidget(); // an editor may go meanwhile
     bool const focused = focus && focus->isEnabled();
     ActionStates::Apply(MainWindow()->menuBar(), state);
+    QAction *const disconnection = MainWindow()->findChild<QAction *>(QStringLiteral("actionDisconnect"));
+    if (disconnection && m_reconnect->IsWaiting()) // which it ends
+        disconnection->setEnabled(true);
 
     m_panels.UpdateAll();
     // A button that has just been used up would give its keys to the next field, the folder's name.
@@ -566,6 +578,8 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
     auto *const sender = static_cast<Session *>(session);
     if (sender && sender != m_session)
         return; // a late report of a session that is gone
+    if (reason == DisconnectReasonCameraLost && !m_closed && m_reconnect->IsOn() && TakeSystem())
+        m_reconnect->Lost(sender, m_system);
 
     if (m_openStateErrors > 0) {
         // A message of sessionStateError spins the event loop inside an action of the state machine, which can neither
@@ -595,11 +609,13 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
     ClosePanels();
     if (sender) {
         emit sender->signalCameraStateDisconnected();
+        m_reconnect->SessionStopped(sender);
         m_session = nullptr;
         delete sender;
         m_deferredReason.reset();
         // The library reports nothing more about that camera; what it had posted must not meet a session made at the
         // same address.
         QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
+        m_reconnect->SessionClosed(reason == DisconnectReasonCameraLost);
     }
 }
