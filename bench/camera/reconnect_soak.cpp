@@ -248,7 +248,7 @@ private:
     void End(Kind kind)
     {
         if (kind == Kind::Silent)
-            Set("WireSilence", "None");
+            Set("WireSilence", "Off");
         else if (kind == Kind::OtherAddress)
             m_camera.Return("127.0.0." + std::to_string(1 + m_random() % 250));
         else

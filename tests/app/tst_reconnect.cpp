@@ -89,7 +89,7 @@ TEST_F(Reconnecting, AsItWasWhateverHasHappenedToItAndNoTwin)
         char const *address;
     } const losses[] = {
         {[this] { m_camera->Die(); }, [this] { m_camera->Return(); }, "127.0.0.1"},
-        {[this] { Set(*m_camera, "WireSilence", "All"); }, [this] { Set(*m_camera, "WireSilence", "None"); },
+        {[this] { Set(*m_camera, "WireSilence", "All"); }, [this] { Set(*m_camera, "WireSilence", "Off"); },
          "127.0.0.1"},
         {[this] { m_camera->Die(); }, [this] { m_camera->Return("127.0.0.77"); }, "127.0.0.77"},
         {[this] { m_camera->Die(); }, [this] { m_camera->Return("127.0.0.1", true); }, "127.0.0.1"},
