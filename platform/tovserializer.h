@@ -119,6 +119,11 @@ public:
     virtual void SetCompanionHome(char const *)
     {
     }
+    // Stands in the table in front of the first row, of the next series or movie alone: whole lines that begin with
+    // '#', which readers of the table skip.
+    virtual void SetTablePreface(char const *)
+    {
+    }
 
 protected:
     virtual ~TovImageSerializer() = default;

@@ -155,11 +155,18 @@ bool ImageWriter::StartWriting()
         m_captureRules.SnapNextFrame();
     else
         m_captureRules.StartImgWriting(static_cast<CaptureMode>(TovLoadBound(m_captureMode)));
+    m_snap = snap;
+    m_continues = std::exchange(m_continuesNext, std::nullopt);
+    m_gap.reset();
+    m_gapTold = false;
+    m_lastFrame.reset();
     m_companions = m_wantsCompanions && !snap;
     m_companionFolder.clear();
     m_companionName.clear();
-    if (m_serializer)
+    if (m_serializer) {
         m_serializer->SetCompanions(m_companions);
+        m_serializer->SetTablePreface("");
+    }
     TovStoreBound(m_framesSaved, 0);
     struct
     {
@@ -299,6 +306,8 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
     _TovImage *const image = buffer->GetImage();
     if (std::exchange(m_firstFrame, false)) {
         m_failure = {};
+        if (m_continues)
+            BeginAfterGap(buffer);
         bool const started = Try(steps.start, image);
         m_endFailure = m_failure;
         if (!started)
@@ -307,12 +316,17 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
     if (m_captureRules.NeedToWrite(image)) {
         m_incomplete = buffer->IsIncomplete();
         m_failure = {};
+        m_arrival = 0;
         if (m_serializer && (m_companions || IsMovie())) // a movie may hold what is known
             NoteFrame(buffer);
         std::int64_t const before = m_tally.Written();
         bool const goesOn = Try(steps.write, image);
         if (m_tally.Written() == before)
             CountFailure();
+        else
+            m_lastFrame = RecordedFrame{image->frameID, m_arrival};
+        if (m_gap)
+            TellGap();
         if (!goesOn) {
             m_endFailure = m_failure;
             WindUp(steps);
@@ -370,7 +384,7 @@ void ImageWriter::NoteFrame(TovCam::Buffer *buffer)
     note.incomplete = m_incomplete;
     note.gapBefore = m_fifo->GetGapBefore(buffer);
     if (TovCam::FrameFacts facts; buffer->GetFacts(&facts)) {
-        note.arrival = facts.arrival;
+        note.arrival = m_arrival = facts.arrival;
         note.exposure = facts.exposure;
         note.gain = facts.gain;
         note.missingBytes = facts.missingBytes;

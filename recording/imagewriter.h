@@ -15,6 +15,7 @@
 #include "capturerules.h"
 #include "frametally.h"
 #include "grabbingfifo.h"
+#include "recordinggap.h"
 #include "recordingreport.h"
 #include "tovcomponentimp.h"
 #include "workingthread.h"
@@ -27,6 +28,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,6 +69,10 @@ public:
     QByteArray const &GetCompanionName() const;
     // Something that belongs there could not be written, after the recording. GUI thread.
     void TellCompanionFailure(QString const &why);
+    // The next recording goes on with that one, after a gap, which is told in the files beside both. GUI thread.
+    void ContinueAfter(RecordingEnd const &end);
+    // Of the last recording that was stopped. GUI thread.
+    RecordingEnd GetEnd() const;
     // One shot: the next recording takes one frame, whatever "CaptureMode" says.
     void RequestSnap();
     bool StartWriting();
@@ -149,9 +155,13 @@ private:
     void HandOver(std::function<QByteArray()> const &configuration);
     void CloseLedger();
     void KeepLedger();
+    void BeginAfterGap(TovCam::Buffer *buffer);
+    void TellGap();
 
     // GUI thread.
     bool m_snapRequest = false;
+    bool m_snap = false; // the last recording
+    std::optional<RecordingEnd> m_continuesNext;
     bool m_writing = false;
     GrabbingFifo::Accounts m_startAccounts{}, m_endAccounts{};
     RecordingLedger m_ledger;
@@ -181,8 +191,13 @@ private:
     RecordingFailure m_endFailure; // for which nothing more is written
     std::chrono::steady_clock::time_point m_roomAsked;
     bool m_evaluated = false;
-    QByteArray m_pictures;    // the default of "FilePath"
-    std::vector<char> m_text; // the buffer of GetText
+    std::optional<RecordingEnd> m_continues;  // what this recording goes on with
+    std::optional<RecordingGap> m_gap;        // since then
+    bool m_gapTold = false;                   // to the files of that recording
+    std::optional<RecordedFrame> m_lastFrame; // that was saved
+    std::int64_t m_arrival = 0;               // of the frame in hand
+    QByteArray m_pictures;                    // the default of "FilePath"
+    std::vector<char> m_text;                 // the buffer of GetText
 
     // Bound; scalars by relaxed atomic access, text through the storage.
     std::int64_t m_fileFormat = FormatRaw;

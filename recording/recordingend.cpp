@@ -128,7 +128,9 @@ void ImageWriter::KeepLedger()
     if (m_companionFolder.isEmpty())
         return;
     QString const file = QFile::decodeName(m_companionFolder + '/' + m_companionName + ".ledger.txt");
-    QString const why = WriteLedgerFile(file, m_ledger, m_report.GetReasons());
+    QString why = WriteLedgerFile(file, m_ledger, m_report.GetReasons());
+    if (why.isEmpty() && m_gap)
+        why = m_gap->AppendToLedger(GetEnd(), m_continues->folder, true);
     if (!why.isEmpty() && *m_serializer->GetCompanionFailure() == 0)
         TellCompanionFailure(why);
 }

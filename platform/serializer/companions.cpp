@@ -92,6 +92,11 @@ void Companions::GiveUp()
     m_waiting = m_waitingBytes = 0;
 }
 
+void Companions::SetPreface(std::string preface)
+{
+    m_preface = std::move(preface);
+}
+
 void Companions::BeginSeries(std::optional<SeriesFiles::RawShape> const &raw, std::string const &home)
 {
     m_on = true;
@@ -317,7 +322,7 @@ int Companions::WriteHeaders(std::string const &start)
         int const error = file.CreateVisible(name, OutFile::Road::Cached);
         return error ? error : file.Append(text.data(), text.size());
     };
-    int error = begin(m_table, start + ".frames.csv", SeriesFiles::TableHead());
+    int error = begin(m_table, start + ".frames.csv", SeriesFiles::TableHead() + m_preface);
     if (!error && m_raw) {
         SeriesFiles::NrrdHead const head = SeriesFiles::MakeNrrdHead(*m_raw);
         m_countAt = head.countAt;

@@ -29,6 +29,8 @@ struct Row
     bool operator==(Row const &) const = default;
 };
 
+// What a line begins with that is no row: it tells of a gap between this recording and another one.
+constexpr char NoRow = '#';
 // The first line; every line with its end.
 std::string TableHead();
 std::string Encode(Row const &row);
