@@ -8,6 +8,7 @@
 #include "grabbingfifo.h"
 #include "imagewriter.h"
 #include "imgprocessor.h"
+#include "losstext.h"
 #include "packetlog.h"
 #include "qttovlogmodel.h"
 #include "recordedconfiguration.h"
@@ -330,6 +331,18 @@ QString Session::GetCameraInfo()
     return CameraReport(m_device);
 }
 
+std::vector<LossFinding> Session::GetLosses()
+{
+    return ExplainLosses(m_lossBase, m_writer->GetLossCounts());
+}
+
+void Session::LogLosses()
+{
+    for (LossFinding const &finding : GetLosses())
+        TovLog::Warning(static_cast<unsigned long>(finding.frames), "Lost since the start: %s",
+                        qPrintable(LossLine(finding)));
+}
+
 void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)
 {
     static_cast<Session *>(user)->m_cameraLost = true;
@@ -362,6 +375,7 @@ void Session::enterIdle()
     if (m_state == SessionStateAcquisition || m_state == SessionStateCapturing) {
         try {
             m_sequence->Stop();
+            LogLosses();
             if (RigTestPlugin *const plugin = GetRigTest()) {
                 SayOnStandardOutput("GetRigTest()->OnStop()");
                 plugin->OnStop();
@@ -382,6 +396,7 @@ void Session::enterAcquisition()
 {
     if (m_state == SessionStateIdle) {
         m_sequence->StopWhatStillRuns();
+        m_lossBase = m_writer->GetLossCounts();
         try {
             if (RigTestPlugin *const plugin = GetRigTest()) {
                 SayOnStandardOutput("GetRigTest()->PrepareToAcquition()");
