@@ -16,6 +16,7 @@
 #include "frametally.h"
 #include "grabbingfifo.h"
 #include "recordinggap.h"
+#include "recordinglosses.h"
 #include "recordingreport.h"
 #include "tovcomponentimp.h"
 #include "workingthread.h"
@@ -83,6 +84,10 @@ public:
     bool IsWriting() const;
     // Of the last recording that was stopped. GUI thread.
     RecordingLedger const &GetLedger() const;
+    // What it has lost, by places; of the last recording that was stopped. GUI thread.
+    std::vector<LossFinding> const &GetLosses() const;
+    // What the FIFO and all recordings have lost so far. Any thread.
+    LossCounts GetLossCounts();
     // Lives as long as the writer. GUI thread.
     RecordingReport &GetReport();
 
@@ -145,6 +150,7 @@ private:
     void CountWritten();
     void NoteFrame(TovCam::Buffer *buffer);
     void SettleAtStop(std::int32_t status);
+    void ExplainLosses(LossCounts now);
     void LookForRoom();
     RecordingLedger SoFar();
     RecordingLedger Since(GrabbingFifo::Accounts const &now);
@@ -165,6 +171,8 @@ private:
     bool m_writing = false;
     GrabbingFifo::Accounts m_startAccounts{}, m_endAccounts{};
     RecordingLedger m_ledger;
+    LossCounts m_startLosses;
+    std::vector<LossFinding> m_findings;
     RecordingReport m_report;
     bool m_wantsCompanions = false;
     QByteArray m_companionFolder, m_companionName;
@@ -183,7 +191,8 @@ private:
     bool m_converting = false;
     std::uint32_t m_outputPixType;
     std::map<std::uint32_t, int> m_inputPixTypes; // rows of the conversion table
-    FrameTally m_tally;                           // of this recording, as all below
+    RecordingLosses m_losses;
+    FrameTally m_tally; // of this recording, as all below
     bool m_companions = false;
     bool m_incomplete = false;     // the frame in hand
     bool m_started = false;        // a series or a movie

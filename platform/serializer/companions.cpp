@@ -167,8 +167,9 @@ void Companions::Add(_TovImage const &image, TovFrameNote const &note, std::stri
     row.incomplete = note.incomplete;
     row.missingBytes = note.missingBytes;
     row.gapBefore = note.gapBefore;
+    row.lossCause = note.lossCause;
     ++m_waiting;
-    m_waitingBytes += file.size() + NumbersOfRow;
+    m_waitingBytes += file.size() + note.lossCause.size() + NumbersOfRow;
     if (m_waitingBytes > MostWaiting)
         GiveUp(); // it has failed for long
     else
@@ -281,7 +282,7 @@ void Companions::DropRows(std::size_t rows)
     m_settled += rows;
     m_waitingBytes = 0;
     for (std::size_t i = 0; i < m_waiting; ++i)
-        m_waitingBytes += m_rows[i].file.size() + NumbersOfRow;
+        m_waitingBytes += m_rows[i].file.size() + m_rows[i].lossCause.size() + NumbersOfRow;
 }
 
 void Companions::Relate(std::string const &file, std::string &relative) const

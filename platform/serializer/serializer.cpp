@@ -1,6 +1,7 @@
 #include "tovserializer.h"
 
 #include "companions.h"
+#include "disktime.h"
 #include "formatpicture.h"
 #include "imageformats.h"
 #include "movieformats.h"
@@ -199,6 +200,11 @@ public:
     bool HoldsConfiguration() const override
     {
         return m_movie && m_movie->HoldsConfiguration();
+    }
+
+    std::uint64_t GetDiskTime() const override
+    {
+        return DiskTime::Spent();
     }
 
     void SetCompanionHome(char const *folder) override
