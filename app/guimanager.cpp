@@ -10,6 +10,7 @@
 #include "opening.h"
 #include "paramchanged.h"
 #include "playerpanel.h"
+#include "reconnect.h"
 #include "report.h"
 #include "rigtestplugin.h"
 #include "session.h"
@@ -63,6 +64,7 @@ GuiManager::GuiState const (&GuiManager::s_stateMapInit)[42] = ActionStates::s_t
 GuiManager::GuiManager(ManagedWindow *window) : m_window(window), m_panels(window, this)
 {
     SetParamChangedHandler(&PlayerPanel::OnParamChanged);
+    BuildReconnect();
 }
 
 GuiManager::~GuiManager()
@@ -71,6 +73,7 @@ GuiManager::~GuiManager()
     cameraDisconnect();
     m_panels.DeleteInspection(); // still there if the disconnection had to wait for a message
     delete m_session;
+    m_reconnect.reset();
     if (m_system)
         m_system->Release();
 }
@@ -105,6 +108,7 @@ void GuiManager::LoadProducer()
 
 void GuiManager::cameraConnect()
 {
+    m_reconnect->End();
     if (!TakeSystem()) {
         DisplayError(tr("Cannot create TovSystem, check if CTI library(TovCTI.cti) exists"), 0);
         return;
@@ -112,6 +116,7 @@ void GuiManager::cameraConnect()
     LoadProducer();
 
     TovGui::TovCameraSelectorDialog dialog(m_system, nullptr);
+    m_reconnect->AddChoice(dialog);
     if (dialog.exec() != QDialog::Accepted)
         return;
     TovCam::DeviceInfo *const camera = dialog.selectedCamera();
@@ -173,6 +178,7 @@ void GuiManager::ConnectAndRunAutoEvaluation()
 
 void GuiManager::loadConfiguration()
 {
+    m_reconnect->End();
     QString const path =
         QFileDialog::getOpenFileName(nullptr, tr("Open camera configuration"), ConfigurationPlace(QString()),
                                      tr("Velmor camera configuration files (*.tcfg)"));
@@ -322,6 +328,7 @@ void GuiManager::ClosePanels()
 void GuiManager::Close()
 {
     m_closed = true;
+    m_reconnect->End();
     if (!m_session)
         return;
     m_panels.Store();
@@ -342,7 +349,7 @@ void GuiManager::Close()
 
 void GuiManager::ShowCritical(QString const &text)
 {
-    if (m_closed) {
+    if (m_closed || m_reconnect->IsOpening()) { // nobody has asked for the camera that is opened again
         TovLog::Error(0, "GuiManager: %s", qPrintable(text));
         return;
     }
@@ -353,6 +360,7 @@ void GuiManager::ShowCritical(QString const &text)
         QApplication::changeOverrideCursor(Qt::ArrowCursor);
     QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(), text, QMessageBox::Ok, MainWindow());
     box.setTextFormat(Qt::PlainText);
+    connect(m_reconnect.get(), &Reconnect::seen, &box, &QDialog::accept);
     box.exec();
 }
 
@@ -365,13 +373,14 @@ void GuiManager::DisplayError(QString const &text, unsigned int code)
 
 void GuiManager::cameraDisconnect()
 {
+    m_reconnect->End();
     if (m_session)
         emit m_session->signalCameraDisconnected(m_session, DisconnectReasonUser);
 }
 
 void GuiManager::startAcquisition()
 {
-    if (m_session)
+    if (m_session && m_reconnect->TakeSettings(m_session))
         emit m_session->signalStartAcquisition();
 }
 
@@ -520,6 +529,9 @@ void GuiManager::updateGui()
     QPointer<QWidget> const focus = MainWindow()->focusWidget(); // an editor may go meanwhile
     bool const focused = focus && focus->isEnabled();
     ActionStates::Apply(MainWindow()->menuBar(), state);
+    QAction *const disconnection = MainWindow()->findChild<QAction *>(QStringLiteral("actionDisconnect"));
+    if (disconnection && m_reconnect->IsWaiting()) // which it ends
+        disconnection->setEnabled(true);
 
     m_panels.UpdateAll();
     // A button that has just been used up would give its keys to the next field, the folder's name.
@@ -582,6 +594,8 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
     auto *const sender = static_cast<Session *>(session);
     if (sender && sender != m_session)
         return; // a late report of a session that is gone
+    if (reason == DisconnectReasonCameraLost && !m_closed && m_reconnect->IsOn() && TakeSystem())
+        m_reconnect->Lost(sender, m_system);
 
     if (m_openStateErrors > 0) {
         // A message of sessionStateError spins the event loop inside an action of the state machine, which can neither
@@ -615,6 +629,7 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
     m_window->Wait(sender->MakeWait(tr("Disconnecting %1").arg(sender->GetPlainName())), [this, sender] {
         ClosePanels();
         emit sender->signalCameraStateDisconnected();
+        m_reconnect->SessionStopped(sender);
         m_session = nullptr;
         delete sender;
         m_deferredReason.reset();
@@ -622,4 +637,5 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         // same address.
         QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
     });
+    m_reconnect->SessionClosed(reason == DisconnectReasonCameraLost);
 }

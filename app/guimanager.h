@@ -10,12 +10,14 @@
 #include <QPoint>
 #include <QString>
 
+#include <memory>
 #include <optional>
 
 class DisplayView;
 class ManagedWindow;
 class Opening;
 class QMainWindow;
+class Reconnect;
 class Session;
 namespace TovCam {
 class Device;
@@ -92,6 +94,8 @@ private:
     void ShowCritical(QString const &text);
     void OpenConfiguration(QString const &path);
     void Use(TovCam::Device *device, Opening const &opening);
+    void BuildReconnect();
+    void Reopen(TovCam::DeviceInfo *camera);
     void PostDeferred(void *session);
     QString ConfigurationPlace(QString const &fileName) const;
     bool AskConfigurationFile(QString const &title);
@@ -100,6 +104,7 @@ private:
     Session *m_session = nullptr;                  // owned
     TovCam::System *m_system = nullptr;            // got on first use
     PanelSet m_panels;                             // of the session
+    std::unique_ptr<Reconnect> m_reconnect;        // goes before the system
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages open inside an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them, or for an action

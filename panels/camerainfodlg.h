@@ -22,6 +22,8 @@ public slots:
     void Save();
 
 private:
+    void AddLosses(Session *session);
+
     QString m_report;
     QString m_title; // the session's
     bool m_givenUp = false;

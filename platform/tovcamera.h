@@ -63,6 +63,8 @@ constexpr std::uint32_t WaitForever = 0xFFFFFFFFu;
 class Interface;
 class DeviceInfo;
 class Device;
+struct FrameLosses; // tovlosses.h
+struct StreamLosses;
 
 // One node of a camera. GetInt, GetString and GetEnum of ParamArray give the typed forms.
 class Param
@@ -287,6 +289,11 @@ public:
     {
         return false;
     }
+    // The same.
+    virtual bool GetLosses(FrameLosses *)
+    {
+        return false;
+    }
 
 protected:
     ~Buffer() = default;
@@ -313,6 +320,11 @@ public:
     virtual std::int32_t AllocBufferQueue(void *context, std::uint32_t count) = 0;
     // After every buffer was given back.
     virtual std::int32_t ReleaseBufferQueue() = 0;
+    // False where nothing is known. Asks the system, which takes some 20 microseconds. Any thread.
+    virtual bool GetLosses(StreamLosses *)
+    {
+        return false;
+    }
 
 protected:
     ~Stream() = default;

@@ -9,6 +9,8 @@
 
 #include <memory>
 
+class QCheckBox;
+
 #if defined(TovCameraGuiApi_EXPORTS)
 #define TOV_CAMERAGUI_API __attribute__((visibility("default")))
 #else
@@ -30,6 +32,9 @@ public:
     ~TovCameraSelectorDialog() override;
     // The camera that was selected when the dialog was accepted, or null.
     TovCam::DeviceInfo *selectedCamera() const;
+    // A choice of the caller's, above the buttons. The dialog's, as long as that lives; what it means and whether it is
+    // kept is the caller's matter.
+    QCheckBox *addOption(QString const &text, QString const &toolTip);
 
 private:
     struct Impl;

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <string>
 
 #if defined(TovImageSerializer_EXPORTS)
 #define TOV_SERIALIZER_API __attribute__((visibility("default")))
@@ -36,6 +37,7 @@ struct TovFrameNote
     bool incomplete = false;
     std::uint64_t missingBytes = 0; // of an incomplete one; 0: not known
     std::uint64_t gapBefore = 0;    // frames of the camera that are missing between the frame before and this one
+    std::string lossCause = {};     // where those were lost, and what this one lacks: words with '+' in between
 };
 
 // Parameters of GetComponent():
@@ -118,6 +120,17 @@ public:
     // there. Without it, null or empty, and for movies and frames elsewhere, they stand beside the first frame.
     virtual void SetCompanionHome(char const *)
     {
+    }
+    // Stands in the table in front of the first row, of the next series or movie alone: whole lines that begin with
+    // '#', which readers of the table skip.
+    virtual void SetTablePreface(char const *)
+    {
+    }
+    // Nanoseconds that this thread has spent in the system's calls that make and write files, so far; only differences
+    // mean something. For the writing thread.
+    virtual std::uint64_t GetDiskTime() const
+    {
+        return 0;
     }
 
 protected:

@@ -59,6 +59,33 @@ private:
     TovCam::Buffer *m_buffer;
 };
 
+// The time since it was made, and how much of it the disk has had.
+class Stopwatch
+{
+public:
+    explicit Stopwatch(TovImageSerializer *serializer) : m_serializer(serializer)
+    {
+    }
+    std::chrono::nanoseconds All() const
+    {
+        return std::chrono::steady_clock::now() - m_begin;
+    }
+    std::chrono::nanoseconds OfDisk() const
+    {
+        return std::chrono::nanoseconds(DiskTime() - m_diskBegin);
+    }
+
+private:
+    std::uint64_t DiskTime() const
+    {
+        return m_serializer ? m_serializer->GetDiskTime() : 0;
+    }
+
+    TovImageSerializer *const m_serializer;
+    std::chrono::steady_clock::time_point const m_begin = std::chrono::steady_clock::now();
+    std::uint64_t const m_diskBegin = DiskTime();
+};
+
 } // namespace
 
 ImageWriter::ImageWriter(QObject *parent, GrabbingFifo *fifo, ImgProcessor *processor)
@@ -145,6 +172,8 @@ bool ImageWriter::StartWriting()
     TovLog::Debug(0, "ImageWriter::StartWriting() -> ENTER");
     m_writing = true;
     m_startAccounts = m_fifo->GetAccounts();
+    m_losses.Begin();
+    m_startLosses = GetLossCounts();
     m_tally.Clear();
     m_started = m_evaluated = false;
     m_endFailure = {};
@@ -155,11 +184,18 @@ bool ImageWriter::StartWriting()
         m_captureRules.SnapNextFrame();
     else
         m_captureRules.StartImgWriting(static_cast<CaptureMode>(TovLoadBound(m_captureMode)));
+    m_snap = snap;
+    m_continues = std::exchange(m_continuesNext, std::nullopt);
+    m_gap.reset();
+    m_gapTold = false;
+    m_lastFrame.reset();
     m_companions = m_wantsCompanions && !snap;
     m_companionFolder.clear();
     m_companionName.clear();
-    if (m_serializer)
+    if (m_serializer) {
         m_serializer->SetCompanions(m_companions);
+        m_serializer->SetTablePreface("");
+    }
     TovStoreBound(m_framesSaved, 0);
     struct
     {
@@ -192,6 +228,18 @@ bool ImageWriter::IsWriting() const
 RecordingLedger const &ImageWriter::GetLedger() const
 {
     return m_ledger;
+}
+
+std::vector<LossFinding> const &ImageWriter::GetLosses() const
+{
+    return m_findings;
+}
+
+LossCounts ImageWriter::GetLossCounts()
+{
+    LossCounts counts = m_fifo->GetLossCounts();
+    m_losses.AddTo(counts);
+    return counts;
 }
 
 RecordingReport &ImageWriter::GetReport()
@@ -297,8 +345,12 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
 {
     HeldBuffer held(m_fifo, buffer);
     _TovImage *const image = buffer->GetImage();
+    Stopwatch const watch(m_serializer);
+    m_losses.Take(m_fifo->GetLossBefore(buffer));
     if (std::exchange(m_firstFrame, false)) {
         m_failure = {};
+        if (m_continues)
+            BeginAfterGap(buffer);
         bool const started = Try(steps.start, image);
         m_endFailure = m_failure;
         if (!started)
@@ -307,12 +359,20 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
     if (m_captureRules.NeedToWrite(image)) {
         m_incomplete = buffer->IsIncomplete();
         m_failure = {};
+        m_arrival = 0;
         if (m_serializer && (m_companions || IsMovie())) // a movie may hold what is known
             NoteFrame(buffer);
         std::int64_t const before = m_tally.Written();
         bool const goesOn = Try(steps.write, image);
-        if (m_tally.Written() == before)
+        m_losses.Spent(watch.All(), watch.OfDisk());
+        if (m_tally.Written() == before) {
             CountFailure();
+        } else {
+            m_lastFrame = RecordedFrame{image->frameID, m_arrival};
+            m_losses.Written();
+        }
+        if (m_gap)
+            TellGap();
         if (!goesOn) {
             m_endFailure = m_failure;
             WindUp(steps);
@@ -347,12 +407,13 @@ RecordingFailure ImageWriter::FailureOf(std::int32_t status, QString const &othe
     return {words && *words       ? QString::fromLocal8Bit(words)
             : otherwise.isEmpty() ? SerializerErrorText(status)
                                   : otherwise,
-            status == TOV_SERIALIZER_ERR_WRITE ? m_currFileName : QString()};
+            status == TOV_SERIALIZER_ERR_WRITE ? m_currFileName : QString(), status == TOV_SERIALIZER_ERR_WRITE};
 }
 
 void ImageWriter::CountFailure()
 {
     m_tally.AddFailed();
+    m_losses.Failed(m_failure.isOfDisk);
     if (m_report.Failed(1, m_failure))
         TovLog::Error(0, "ImageWriter: a frame was not written: %s: %s", qPrintable(m_currFileName),
                       qPrintable(m_failure.reason));
@@ -369,8 +430,9 @@ void ImageWriter::NoteFrame(TovCam::Buffer *buffer)
     TovFrameNote note;
     note.incomplete = m_incomplete;
     note.gapBefore = m_fifo->GetGapBefore(buffer);
+    note.lossCause = m_losses.Words();
     if (TovCam::FrameFacts facts; buffer->GetFacts(&facts)) {
-        note.arrival = facts.arrival;
+        note.arrival = m_arrival = facts.arrival;
         note.exposure = facts.exposure;
         note.gain = facts.gain;
         note.missingBytes = facts.missingBytes;

@@ -15,6 +15,8 @@
 #include "capturerules.h"
 #include "frametally.h"
 #include "grabbingfifo.h"
+#include "recordinggap.h"
+#include "recordinglosses.h"
 #include "recordingreport.h"
 #include "tovcomponentimp.h"
 #include "workingthread.h"
@@ -27,6 +29,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,6 +70,10 @@ public:
     QByteArray const &GetCompanionName() const;
     // Something that belongs there could not be written, after the recording. GUI thread.
     void TellCompanionFailure(QString const &why);
+    // The next recording goes on with that one, after a gap, which is told in the files beside both. GUI thread.
+    void ContinueAfter(RecordingEnd const &end);
+    // Of the last recording that was stopped. GUI thread.
+    RecordingEnd GetEnd() const;
     // One shot: the next recording takes one frame, whatever "CaptureMode" says.
     void RequestSnap();
     bool StartWriting();
@@ -77,6 +84,10 @@ public:
     bool IsWriting() const;
     // Of the last recording that was stopped. GUI thread.
     RecordingLedger const &GetLedger() const;
+    // What it has lost, by places; of the last recording that was stopped. GUI thread.
+    std::vector<LossFinding> const &GetLosses() const;
+    // What the FIFO and all recordings have lost so far. Any thread.
+    LossCounts GetLossCounts();
     // Lives as long as the writer. GUI thread.
     RecordingReport &GetReport();
 
@@ -139,6 +150,7 @@ private:
     void CountWritten();
     void NoteFrame(TovCam::Buffer *buffer);
     void SettleAtStop(std::int32_t status);
+    void ExplainLosses(LossCounts now);
     void LookForRoom();
     RecordingLedger SoFar();
     RecordingLedger Since(GrabbingFifo::Accounts const &now);
@@ -149,12 +161,18 @@ private:
     void HandOver(std::function<QByteArray()> const &configuration);
     void CloseLedger();
     void KeepLedger();
+    void BeginAfterGap(TovCam::Buffer *buffer);
+    void TellGap();
 
     // GUI thread.
     bool m_snapRequest = false;
+    bool m_snap = false; // the last recording
+    std::optional<RecordingEnd> m_continuesNext;
     bool m_writing = false;
     GrabbingFifo::Accounts m_startAccounts{}, m_endAccounts{};
     RecordingLedger m_ledger;
+    LossCounts m_startLosses;
+    std::vector<LossFinding> m_findings;
     RecordingReport m_report;
     bool m_wantsCompanions = false;
     QByteArray m_companionFolder, m_companionName;
@@ -173,7 +191,8 @@ private:
     bool m_converting = false;
     std::uint32_t m_outputPixType;
     std::map<std::uint32_t, int> m_inputPixTypes; // rows of the conversion table
-    FrameTally m_tally;                           // of this recording, as all below
+    RecordingLosses m_losses;
+    FrameTally m_tally; // of this recording, as all below
     bool m_companions = false;
     bool m_incomplete = false;     // the frame in hand
     bool m_started = false;        // a series or a movie
@@ -181,8 +200,13 @@ private:
     RecordingFailure m_endFailure; // for which nothing more is written
     std::chrono::steady_clock::time_point m_roomAsked;
     bool m_evaluated = false;
-    QByteArray m_pictures;    // the default of "FilePath"
-    std::vector<char> m_text; // the buffer of GetText
+    std::optional<RecordingEnd> m_continues;  // what this recording goes on with
+    std::optional<RecordingGap> m_gap;        // since then
+    bool m_gapTold = false;                   // to the files of that recording
+    std::optional<RecordedFrame> m_lastFrame; // that was saved
+    std::int64_t m_arrival = 0;               // of the frame in hand
+    QByteArray m_pictures;                    // the default of "FilePath"
+    std::vector<char> m_text;                 // the buffer of GetText
 
     // Bound; scalars by relaxed atomic access, text through the storage.
     std::int64_t m_fileFormat = FormatRaw;

@@ -1,5 +1,7 @@
 #include "ledgerfile.h"
 
+#include "losstext.h"
+
 #include <QByteArray>
 #include <QSaveFile>
 
@@ -13,7 +15,8 @@ QByteArray Line(QByteArray const &key, std::int64_t value)
 } // namespace
 
 QString WriteLedgerFile(QString const &file, RecordingLedger const &ledger,
-                        std::vector<std::pair<QString, std::int64_t>> const &reasons)
+                        std::vector<std::pair<QString, std::int64_t>> const &reasons,
+                        std::vector<LossFinding> const &losses)
 {
     QByteArray text = "[Ledger]\n";
     struct
@@ -33,6 +36,14 @@ QString WriteLedgerFile(QString const &file, RecordingLedger const &ledger,
         text += "[Failures]\n";
     for (auto const &[reason, frames] : reasons)
         text += Line(reason.simplified().toUtf8(), frames);
+    if (!losses.empty())
+        text += "[Losses]\n";
+    for (LossFinding const &loss : losses)
+        text += Line(WordOf(loss.place), loss.frames);
+    if (!losses.empty())
+        text += "[Explanations]\n";
+    for (LossFinding const &loss : losses)
+        text += QByteArray(WordOf(loss.place)) + '=' + LossLine(loss).simplified().toUtf8() + '\n';
 
     QSaveFile to(file);
     if (to.open(QIODevice::WriteOnly) && to.write(text) == text.size() && to.commit())

@@ -2,6 +2,7 @@
 #include "imagewriter.h"
 
 #include "ledgerfile.h"
+#include "losstext.h"
 #include "tovlog.h"
 
 #include "tovserializer.h"
@@ -17,6 +18,7 @@ bool ImageWriter::StopWriting(std::function<QByteArray()> const &configuration)
     m_fifo->SetGrabberThtreadBlocking(false);
     bool const stopped = WorkingThread::Stop() != 0;
     m_endAccounts = m_fifo->GetAccounts(); // what comes while the files are closed is not the recording's
+    LossCounts const lost = m_fifo->GetLossCounts();
     std::exception_ptr failure;
     try {
         if (configuration && m_serializer && m_serializer->HoldsConfiguration())
@@ -37,6 +39,7 @@ bool ImageWriter::StopWriting(std::function<QByteArray()> const &configuration)
         if (companions)
             m_report.SetCompanionFailure(QString::fromLocal8Bit(m_serializer->GetCompanionFailure()));
         CloseLedger();
+        ExplainLosses(lost);
         if (companions)
             KeepLedger();
     }
@@ -81,6 +84,7 @@ void ImageWriter::HandOver(std::function<QByteArray()> const &configuration)
 void ImageWriter::SettleAtStop(std::int32_t status)
 {
     std::int64_t const lost = m_tally.Close(m_started ? m_serializer->GetReadableFrames() : -1);
+    m_losses.End(m_endAccounts.droppedSW - m_startAccounts.droppedSW, std::max<std::int64_t>(lost, 0));
     if (lost > 0 || status != 0) {
         QString const words = status == 0 ? tr("not in the file") : QString();
         m_report.Failed(std::max<std::int64_t>(lost, 0),
@@ -120,6 +124,18 @@ void ImageWriter::CloseLedger()
         TovLog::Error(0, "The frames of the recording do not add up");
 }
 
+// With what the FIFO had lost when the recording thread stopped.
+void ImageWriter::ExplainLosses(LossCounts now)
+{
+    m_losses.AddTo(now);
+    m_findings = ::ExplainLosses(m_startLosses, now);
+    if (m_evaluated)
+        return;
+    for (LossFinding const &finding : m_findings)
+        TovLog::Warning(static_cast<unsigned long>(finding.frames), "Lost by the recording: %s",
+                        qPrintable(LossLine(finding)));
+}
+
 // Beside the files that the serializer has made.
 void ImageWriter::KeepLedger()
 {
@@ -128,7 +144,9 @@ void ImageWriter::KeepLedger()
     if (m_companionFolder.isEmpty())
         return;
     QString const file = QFile::decodeName(m_companionFolder + '/' + m_companionName + ".ledger.txt");
-    QString const why = WriteLedgerFile(file, m_ledger, m_report.GetReasons());
+    QString why = WriteLedgerFile(file, m_ledger, m_report.GetReasons(), m_findings);
+    if (why.isEmpty() && m_gap)
+        why = m_gap->AppendToLedger(GetEnd(), m_continues->folder, true);
     if (!why.isEmpty() && *m_serializer->GetCompanionFailure() == 0)
         TellCompanionFailure(why);
 }

@@ -24,7 +24,8 @@
 struct RecordingFailure
 {
     QString reason;
-    QString file; // the one that could not be written; empty where another one would have failed as well
+    QString file;          // the one that could not be written; empty where another one would have failed as well
+    bool isOfDisk = false; // which has refused
 };
 
 class RecordingReport : public QObject

@@ -9,10 +9,12 @@
 #include "grabbingfifo.h"
 #include "imagewriter.h"
 #include "imgprocessor.h"
+#include "losstext.h"
 #include "packetlog.h"
 #include "qttovlogmodel.h"
 #include "sessionhost.h"
 #include "sessionname.h"
+#include "tovlog.h"
 #include "tovscopeexception.h"
 #include "waitingaction.h"
 
@@ -339,6 +341,18 @@ QString Session::GetCameraInfo()
         givenUp = WaitingAction::IsCurrentGivenUp();
     });
     return givenUp ? QString() : report.isNull() ? QStringLiteral("") : report;
+}
+
+std::vector<LossFinding> Session::GetLosses()
+{
+    return ExplainLosses(m_lossBase, m_writer->GetLossCounts());
+}
+
+void Session::LogLosses()
+{
+    for (LossFinding const &finding : GetLosses())
+        TovLog::Warning(static_cast<unsigned long>(finding.frames), "Lost since the start: %s",
+                        qPrintable(LossLine(finding)));
 }
 
 void Session::CameraDisconnectCallback(void const * /*data*/, unsigned long /*size*/, void *user)

@@ -12,6 +12,7 @@
 // and what it calls make a line of a packet and append it.
 #pragma once
 
+#include "lossfindings.h"
 #include "sessionstate.h"
 #include "tovcomponentimp.h"
 
@@ -83,6 +84,8 @@ public:
     // What the camera, the host and the interface report about themselves, line by line; laid out for a fixed-pitch
     // font. Null when it was given up.
     QString GetCameraInfo();
+    // What was lost since the picture was started last, and what mends it.
+    std::vector<LossFinding> GetLosses();
 
     // Channels of the protocol log, by the camera library's event that brings their packets.
     enum LogEnum : std::uint32_t {
@@ -153,6 +156,7 @@ private:
     bool StartAcquisition(bool *givenUp);
     void StopAcquisition();
     void StopWriter();
+    void LogLosses();
     void endLogging();
     void EndAllChannels();
     void FollowSwitches();
@@ -181,6 +185,7 @@ private:
     QSettings *m_settings = nullptr;                 // the window's
     QString m_settingsName;
     QString m_title;
+    LossCounts m_lossBase; // when the picture was started last
     QString m_displayName;
     QString m_interfaceDescription;
     bool m_enableLog = false;

@@ -103,6 +103,7 @@ void Session::StopAcquisition()
 {
     try {
         m_sequence->Stop();
+        LogLosses();
         if (RigTestPlugin *const plugin = GetRigTest()) {
             SayOnStandardOutput("GetRigTest()->OnStop()");
             plugin->OnStop();
@@ -139,6 +140,7 @@ void Session::enterAcquisition()
 bool Session::StartAcquisition(bool *givenUp)
 {
     m_sequence->StopWhatStillRuns();
+    m_lossBase = m_writer->GetLossCounts();
     try {
         if (RigTestPlugin *const plugin = GetRigTest()) {
             SayOnStandardOutput("GetRigTest()->PrepareToAcquition()");

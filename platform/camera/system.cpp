@@ -78,9 +78,10 @@ public:
                     found.push_back(interface);
             }
         }
-        std::lock_guard<std::mutex> lock(m_updateMutex);
-        m_list.Set(std::move(found));
-        return &m_list;
+        // Whoever goes through it on another thread has one of his own.
+        thread_local InterfaceList list;
+        list.Set(std::move(found));
+        return &list;
     }
 
     TovCam::Device *OpenDeviceFromConfiguration(char const *path, std::int32_t *error) override
@@ -223,9 +224,8 @@ private:
     }
 
     std::vector<std::unique_ptr<Backend>> m_backends; // set before the system is published
-    std::mutex m_updateMutex;                         // one enumeration at a time; guards the two below
+    std::mutex m_updateMutex;                         // one enumeration at a time; guards the next one
     bool m_updated = false;
-    InterfaceList m_list;
     std::atomic<TovCam::OpenProgress *> m_openProgress{nullptr};
     std::mutex m_reportMutex; // guards the next two; alone
     TovCam::ConfigurationReport m_report;

@@ -6,6 +6,7 @@
 #include "selectorgeometry.h"
 #include "systemreference.h"
 
+#include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -425,6 +426,17 @@ TovCameraSelectorDialog::~TovCameraSelectorDialog()
 TovCam::DeviceInfo *TovCameraSelectorDialog::selectedCamera() const
 {
     return m_impl->accepted;
+}
+
+QCheckBox *TovCameraSelectorDialog::addOption(QString const &text, QString const &toolTip)
+{
+    auto *const box = new QCheckBox(text, this);
+    box->setToolTip(toolTip);
+    auto *const rows = static_cast<QVBoxLayout *>(layout());
+    rows->insertWidget(rows->count() - 1, box);
+    QWidget::setTabOrder(m_impl->add, box);
+    QWidget::setTabOrder(box, m_impl->connect);
+    return box;
 }
 
 } // namespace TovGui

@@ -92,6 +92,11 @@ void Companions::GiveUp()
     m_waiting = m_waitingBytes = 0;
 }
 
+void Companions::SetPreface(std::string preface)
+{
+    m_preface = std::move(preface);
+}
+
 void Companions::BeginSeries(std::optional<SeriesFiles::RawShape> const &raw, std::string const &home)
 {
     m_on = true;
@@ -162,8 +167,9 @@ void Companions::Add(_TovImage const &image, TovFrameNote const &note, std::stri
     row.incomplete = note.incomplete;
     row.missingBytes = note.missingBytes;
     row.gapBefore = note.gapBefore;
+    row.lossCause = note.lossCause;
     ++m_waiting;
-    m_waitingBytes += file.size() + NumbersOfRow;
+    m_waitingBytes += file.size() + note.lossCause.size() + NumbersOfRow;
     if (m_waitingBytes > MostWaiting)
         GiveUp(); // it has failed for long
     else
@@ -276,7 +282,7 @@ void Companions::DropRows(std::size_t rows)
     m_settled += rows;
     m_waitingBytes = 0;
     for (std::size_t i = 0; i < m_waiting; ++i)
-        m_waitingBytes += m_rows[i].file.size() + NumbersOfRow;
+        m_waitingBytes += m_rows[i].file.size() + m_rows[i].lossCause.size() + NumbersOfRow;
 }
 
 void Companions::Relate(std::string const &file, std::string &relative) const
@@ -317,7 +323,7 @@ int Companions::WriteHeaders(std::string const &start)
         int const error = file.CreateVisible(name, OutFile::Road::Cached);
         return error ? error : file.Append(text.data(), text.size());
     };
-    int error = begin(m_table, start + ".frames.csv", SeriesFiles::TableHead());
+    int error = begin(m_table, start + ".frames.csv", SeriesFiles::TableHead() + m_preface);
     if (!error && m_raw) {
         SeriesFiles::NrrdHead const head = SeriesFiles::MakeNrrdHead(*m_raw);
         m_countAt = head.countAt;

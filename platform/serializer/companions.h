@@ -30,6 +30,8 @@ public:
 
     // Everything of the series or movie before; nothing is kept until one of the next two.
     void Forget();
+    // What the table has in front of its rows: of the series or movie that is begun next.
+    void SetPreface(std::string preface);
     // The shape of a raw series, and the folder that is to hold what belongs to the series; empty: the first frame's.
     void BeginSeries(std::optional<SeriesFiles::RawShape> const &raw, std::string const &home);
     void BeginMovie(std::string const &file);
@@ -82,6 +84,7 @@ private:
     std::optional<SeriesFiles::RawShape> m_raw;
     std::string m_movie;      // its file; empty for a series
     std::string m_wantedHome; // of a series
+    std::string m_preface;    // of the table
     std::string m_folder, m_name;
     std::string m_home; // the folder that m_folder is in
     OutFile m_table, m_list;

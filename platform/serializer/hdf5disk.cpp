@@ -1,5 +1,6 @@
 #include "hdf5disk.h"
 
+#include "disktime.h"
 #include "filenames.h"
 #include "partfiles.h"
 
@@ -53,6 +54,7 @@ int Hdf5Disk::Reopen()
 // The size is set along: writing inside a file is cheaper than making it longer, and a limit on sizes shows now.
 int Hdf5Disk::Reserve(std::uint64_t bytes)
 {
+    DiskTime const time;
     std::uint64_t const wanted = std::max(m_end, allocated) + bytes;
     while (wanted > m_reserved) {
         std::uint64_t const needed = wanted - m_reserved, length = std::max(needed, m_step);
@@ -123,6 +125,7 @@ int Hdf5Disk::EndFrame()
 // One write of at most that many of its bytes, which are then taken off.
 int Hdf5Disk::WriteSome(int file, Piece &piece, std::size_t most)
 {
+    DiskTime const time;
     ssize_t const written = pwrite(file, piece.bytes, most, off_t(piece.position));
     if (written < 0)
         return errno == EINTR ? 0 : errno;

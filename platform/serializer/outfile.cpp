@@ -1,5 +1,6 @@
 #include "outfile.h"
 
+#include "disktime.h"
 #include "filenames.h"
 #include "partfiles.h"
 #include "processmark.h"
@@ -98,6 +99,7 @@ int OutFile::OpenHidden(std::string const &folder, Birth birth)
 
 int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road, Birth birth)
 {
+    DiskTime const time;
     Leave();
     Forget();
     m_name = name;
@@ -130,6 +132,7 @@ int OutFile::CreateHidden(std::string const &name, std::uint64_t size, Road road
 
 int OutFile::CreateVisible(std::string const &name, Road road)
 {
+    DiskTime const time;
     Leave();
     Forget();
     m_name = name;
@@ -161,6 +164,7 @@ void OutFile::SetDirect(bool direct)
 // Both pieces, one after the other, at m_written.
 int OutFile::WriteOut(void const *first, std::size_t firstSize, void const *second, std::size_t secondSize)
 {
+    DiskTime const time;
     iovec pieces[2] = {{const_cast<void *>(first), firstSize}, {const_cast<void *>(second), secondSize}};
     std::uint64_t position = m_written; // which counts only what was written wholly
     while (pieces[0].iov_len + pieces[1].iov_len > 0) {
@@ -254,6 +258,7 @@ int OutFile::AppendZeros(std::uint64_t size)
 
 int OutFile::WriteAt(std::uint64_t position, void const *data, std::size_t size)
 {
+    DiskTime const time;
     auto const *bytes = static_cast<unsigned char const *>(data);
     if (position > m_size) {
         if (int const error = AppendZeros(position - m_size))
@@ -301,6 +306,7 @@ int OutFile::Reserve(std::uint64_t size)
     std::uint64_t const wanted = m_size + size, before = m_reserved;
     if (!m_canReserve || wanted <= m_reserved)
         return 0;
+    DiskTime const time;
     for (;;) {
         // Past the end, so that the file is never longer than what was written.
         std::uint64_t const from = std::max(m_reserved, m_written);
@@ -392,6 +398,7 @@ int OutFile::GiveName()
 
 int OutFile::Publish()
 {
+    DiskTime const time;
     int error = Flush();
     if (error == 0 && m_reserved > m_size && ftruncate(m_file, off_t(m_size)) != 0)
         error = errno;
@@ -411,6 +418,7 @@ int OutFile::Publish()
 
 int OutFile::Close()
 {
+    DiskTime const time;
     if (!IsOpen())
         return 0;
     int error = Flush();

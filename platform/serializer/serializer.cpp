@@ -1,6 +1,7 @@
 #include "tovserializer.h"
 
 #include "companions.h"
+#include "disktime.h"
 #include "formatpicture.h"
 #include "imageformats.h"
 #include "movieformats.h"
@@ -72,6 +73,7 @@ public:
             m_series = std::move(format);
             m_configuration.clear(); // no place for it
             m_file.ForgetFolders();
+            m_companions.SetPreface(std::exchange(m_tablePreface, {}));
             if (m_withCompanions)
                 m_companions.BeginSeries(Extension(extension) == "raw" ? std::optional(ShapeOf(*image)) : std::nullopt,
                                          m_companionHome);
@@ -98,6 +100,7 @@ public:
             }
             m_movie = std::move(movie);
             m_configuration.clear();
+            m_companions.SetPreface(std::exchange(m_tablePreface, {}));
             if (m_withCompanions)
                 m_companions.BeginMovie(m_movie->Name());
             m_looked = std::chrono::steady_clock::now();
@@ -199,10 +202,23 @@ public:
         return m_movie && m_movie->HoldsConfiguration();
     }
 
+    std::uint64_t GetDiskTime() const override
+    {
+        return DiskTime::Spent();
+    }
+
     void SetCompanionHome(char const *folder) override
     {
         Guarded([&]() -> std::int32_t {
             m_companionHome = folder ? folder : "";
+            return TOV_SERIALIZER_OK;
+        });
+    }
+
+    void SetTablePreface(char const *lines) override
+    {
+        Guarded([&]() -> std::int32_t {
+            m_tablePreface = lines ? lines : "";
             return TOV_SERIALIZER_OK;
         });
     }
@@ -360,6 +376,7 @@ private:
     std::uint64_t m_missed = 0;    // frames since the last one that was written, and the gaps before them
     bool m_withCompanions = false; // from the next start on
     std::string m_companionHome;   // likewise
+    std::string m_tablePreface;    // of the next start
     Companions m_companions;
     std::chrono::steady_clock::time_point m_looked; // when it was last checked that the movie still exists
 };

@@ -13,9 +13,10 @@ namespace SeriesFiles {
 
 namespace {
 
-constexpr std::string_view Head =
+constexpr std::string_view OlderHead =
     "number,file,position,frame_id,timestamp,arrival_utc_ns,exposure_us,gain,incomplete,missing_bytes,gap_before";
-constexpr std::size_t Columns = 11;
+constexpr std::string_view LastColumn = ",loss_cause";
+constexpr std::size_t Columns = 12, OlderColumns = 11;
 
 template<class T>
 void AppendNumber(std::string &text, T value)
@@ -168,7 +169,7 @@ bool IsPossible(RawShape const &shape)
 
 std::string TableHead()
 {
-    return std::string(Head) + '\n';
+    return std::string(OlderHead).append(LastColumn) + '\n';
 }
 
 void Append(std::string &line, Row const &row)
@@ -184,6 +185,7 @@ void Append(std::string &line, Row const &row)
     line += row.incomplete ? ",1" : ",0";
     AppendKnown(line, std::optional(row.missingBytes));
     AppendKnown(line, std::optional(row.gapBefore));
+    AppendField(line, row.lossCause);
     line += '\n';
 }
 
@@ -196,7 +198,10 @@ std::string Encode(Row const &row)
 
 bool IsTableHead(std::string_view line)
 {
-    return WithoutReturn(line) == Head;
+    line = WithoutReturn(line);
+    if (line.ends_with(LastColumn))
+        line.remove_suffix(LastColumn.size());
+    return line == OlderHead;
 }
 
 bool Decode(std::string_view line, Row &row)
@@ -205,6 +210,8 @@ bool Decode(std::string_view line, Row &row)
     std::array<std::string_view, Columns> fields;
     std::string quoted[Columns];
     for (std::size_t i = 0; i < Columns; ++i) {
+        if (i == OlderColumns && line.empty())
+            break;
         if (i > 0) {
             if (!line.starts_with(','))
                 return false;
@@ -214,6 +221,7 @@ bool Decode(std::string_view line, Row &row)
             return false;
     }
     row.file = fields[1];
+    row.lossCause = fields[OlderColumns];
     row.incomplete = fields[8] == "1";
     return line.empty() && !row.file.empty() && (row.incomplete || fields[8] == "0") &&
            ReadNumber(fields[0], row.number) && ReadKnown(fields[2], row.position) &&

@@ -25,15 +25,20 @@ struct Row
     std::uint64_t missingBytes = 0; // of an incomplete one; 0 where that is not known
     std::uint64_t gapBefore = 0;    // frames of the camera, by their ids, that are missing between the row before and
                                     // this one
+    std::string lossCause = {};     // where those were lost, and what this one lacks; empty where nothing was, or the
+                                    // table is older than this column
 
     bool operator==(Row const &) const = default;
 };
 
+// What a line begins with that is no row: it tells of a gap between this recording and another one.
+constexpr char NoRow = '#';
 // The first line; every line with its end.
 std::string TableHead();
 std::string Encode(Row const &row);
 void Append(std::string &text, Row const &row); // without memory of its own
-// False for what is not a whole line of a table; `line` without its end.
+// False for what is not a whole line of a table, with the last column or, of an older one, without it; `line` without
+// its end.
 bool IsTableHead(std::string_view line);
 bool Decode(std::string_view line, Row &row);
 

@@ -232,7 +232,10 @@ SeriesReader::Line SeriesReader::Next(Row &row)
         return line;
     }
     std::string_view text;
-    Line const line = ToLine(m_rows.Next(text, true));
+    Line line;
+    do // of gaps between recordings, which are no rows
+        line = ToLine(m_rows.Next(text, true));
+    while (line == Line::Row && text.starts_with(SeriesFiles::NoRow));
     return line == Line::Row && !SeriesFiles::Decode(text, row) ? Line::Bad : line;
 }
 

@@ -120,8 +120,10 @@ bool GrabbingFifo::StartGrabbing()
     {
         std::lock_guard const lock(m_fifoMutex);
         m_lastId.reset();
-        m_withoutId = m_droppedSince = 0;
+        m_withoutId = 0;
+        m_droppedSince = {};
     }
+    m_lossLook.Begin(*m_stream);
     bool const started = WorkingThread::Start();
     TovLog::Debug(started, "GrabbingFifo::StartGrabbing() <- LEAVE");
     return started;
@@ -296,9 +298,7 @@ GrabbingFifo::Accounts GrabbingFifo::GetAccounts()
 
 std::uint64_t GrabbingFifo::GetGapBefore(TovCam::Buffer const *buffer)
 {
-    std::lock_guard const lock(m_fifoMutex);
-    auto const found = m_gaps.find(buffer);
-    return found != m_gaps.end() ? found->second : 0;
+    return GetLossBefore(buffer).frames;
 }
 
 std::int64_t GrabbingFifo::GetFramesAcquired() const
@@ -354,10 +354,11 @@ std::int32_t GrabbingFifo::GrabNewBuffer(std::uint32_t timeout)
     }
     if (buffer && !incomplete)
         UpdateStatistics(buffer);
+    LossEvidence const evidence = buffer ? m_lossLook.Look(*m_stream, *buffer, incomplete) : LossEvidence();
     {
         std::lock_guard const lock(m_fifoMutex);
         if (buffer)
-            CountArrival(buffer, incomplete);
+            CountArrival(buffer, incomplete, evidence);
         PutIntoFifo(buffer);
         WriteQueueFilled();
     }
@@ -418,13 +419,18 @@ void GrabbingFifo::UpdateStatistics(TovCam::Buffer *buffer)
     SetParamInt("FrameID", static_cast<std::int64_t>(id));
 }
 
-void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete)
+void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete, LossEvidence const &evidence)
 {
     ++m_arrived;
     m_arrivedIncomplete += incomplete;
     std::uint64_t const id = buffer->GetFrameID();
-    std::uint64_t &gapBefore = m_gaps[buffer];
-    gapBefore = 0;
+    Loss &loss = m_gaps[buffer];
+    loss = {};
+    if (incomplete) {
+        LossPlace const place = PlaceOfIncomplete(evidence);
+        ++m_lost.At(place).incomplete;
+        loss.own.Add(place);
+    }
     // Without its first packet a frame may lack its id: it is then one of those that the next gap counts.
     if (incomplete && (id == 0 || (m_lastId && id <= *m_lastId))) {
         ++m_withoutId;
@@ -433,8 +439,9 @@ void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete)
     // A counter that wraps or starts again loses nothing.
     if (m_lastId && id > *m_lastId) {
         std::uint64_t const gap = id - *m_lastId - 1;
-        gapBefore = gap - std::min(gap, m_withoutId);
-        m_missing += static_cast<std::int64_t>(gapBefore);
+        loss.frames = gap - std::min(gap, m_withoutId);
+        m_missing += static_cast<std::int64_t>(loss.frames);
+        CountMissing(loss, evidence);
     }
     m_lastId = id;
     m_withoutId = 0;
@@ -462,7 +469,7 @@ void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
                 m_stream->QueueBuffer(m_grab_fifo.back());
                 m_grab_fifo.pop_back();
                 if (!m_grab_fifo.empty())
-                    m_gaps[m_grab_fifo.back()] += std::exchange(m_droppedSince, 0);
+                    m_gaps[m_grab_fifo.back()].Add(std::exchange(m_droppedSince, {}));
             } else {
                 CountSoftwareDrop(buffer);
                 push = false; // the incoming frame is dropped, and its buffer stays outside the stream
@@ -477,7 +484,7 @@ void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
         }
     }
     if (push) {
-        m_gaps[buffer] += std::exchange(m_droppedSince, 0);
+        m_gaps[buffer].Add(std::exchange(m_droppedSince, {}));
         m_grab_fifo.push_front(buffer);
         TovLog::Info(0, "Frame added to m_grab_fifo id=%i", static_cast<int>(TovLoadBound(m_frameId)));
     }
@@ -485,8 +492,13 @@ void GrabbingFifo::PutIntoFifo(TovCam::Buffer *buffer)
 
 void GrabbingFifo::CountSoftwareDrop(TovCam::Buffer const *dropped)
 {
-    if (auto const found = m_gaps.find(dropped); found != m_gaps.end())
-        m_droppedSince += found->second + 1;
+    if (auto const found = m_gaps.find(dropped); found != m_gaps.end()) {
+        m_droppedSince.Add(found->second);
+        ++m_droppedSince.frames;
+        ++m_droppedSince.dropped;
+        m_droppedSince.before.Add(LossPlace::Fifo);
+    }
+    ++m_lost.At(LossPlace::Fifo).missing;
     TovStoreBound(m_framesDroppedSW, TovLoadBound(m_framesDroppedSW) + 1);
     SetParamInt("FramesDroppedSW", TovLoadBound(m_framesDroppedSW));
 }

@@ -9,6 +9,8 @@
 // comes before m_fifoMutex, and the grabbing thread never holds both. Statuses are those of the camera library.
 #pragma once
 
+#include "losscauses.h"
+#include "lossfindings.h"
 #include "sessionstate.h"
 #include "tovcomponentimp.h"
 #include "workingthread.h"
@@ -70,6 +72,17 @@ public:
     // Frames that the camera counted directly before that one, which a consumer has taken, and that nobody got: they
     // never arrived, or the full FIFO dropped them. Any thread.
     std::uint64_t GetGapBefore(TovCam::Buffer const *buffer);
+    // The same, and where they were lost.
+    struct Loss
+    {
+        std::uint64_t frames = 0;
+        std::uint64_t dropped = 0; // of them, by the full FIFO
+        LossPlaces before, own;    // of those frames, and of what the frame itself lacks
+        void Add(Loss const &other);
+    };
+    Loss GetLossBefore(TovCam::Buffer const *buffer);
+    // What was lost so far, and where. Any thread.
+    LossCounts GetLossCounts();
 
     // Read by the recording thread without a lock; a stale value is corrected on its next pass.
     std::int64_t GetFramesAcquired() const;
@@ -86,7 +99,8 @@ private:
     void RegisterParams();
     void UpdateStatistics(TovCam::Buffer *buffer); // of a complete frame; grabbing thread
     // With m_fifoMutex held.
-    void CountArrival(TovCam::Buffer *buffer, bool incomplete);
+    void CountArrival(TovCam::Buffer *buffer, bool incomplete, LossEvidence const &evidence);
+    void CountMissing(Loss &loss, LossEvidence const &evidence);
     void PutIntoFifo(TovCam::Buffer *buffer);
     void CountSoftwareDrop(TovCam::Buffer const *dropped);
     void WriteQueueFilled();
@@ -109,8 +123,10 @@ private:
     std::int64_t m_missing = 0;                          // m_fifoMutex, as the two below
     std::optional<std::uint64_t> m_lastId;               // of the frames that arrived since StartGrabbing
     std::uint64_t m_withoutId = 0;                       // incomplete ones since m_lastId whose id is unknown
-    std::unordered_map<TovCam::Buffer const *, std::uint64_t> m_gaps; // before each; m_fifoMutex, as the one below
-    std::uint64_t m_droppedSince = 0;                                 // that the next frame's gap has to count
+    std::unordered_map<TovCam::Buffer const *, Loss> m_gaps; // before each; m_fifoMutex, as the two below
+    Loss m_droppedSince;                                     // that the next frame's gap has to count
+    LossTally m_lost;
+    LossLook m_lossLook;                          // grabbing thread, or while that sleeps
     bool m_discard = false;                       // incomplete frames go back at once; set before the start
     std::atomic<bool> m_bBlockCallerThread{true}; // written under m_waitMutex
     std::condition_variable m_cvFifoEmpty;        // with m_waitMutex

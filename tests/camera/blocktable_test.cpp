@@ -630,4 +630,55 @@ TEST_F(BlockTableTest, WhatLandsInItsPlaceStaysThere)
     EXPECT_EQ(places[2].room, Payload - 3 * StandardData);
 }
 
+// What a frame tells reaches back to the first packet of the frame before.
+TEST_F(BlockTableTest, AFrameTellsOfTheLossesAroundIt)
+{
+    Start(8, false);
+    FeedAll(1, {TrailerId});
+    statistics.socketDrops.Add(3); // as the receiver counts them
+    Feed(3, 1);
+    now += BlockTable::FramePatience;
+    table.Poll(now);
+    FeedAll(4);
+    FeedAll(6);
+    FeedAll(7);
+    std::vector<BlockFrame> const frames = Collect();
+    struct
+    {
+        std::uint64_t id, skipped, dropped;
+        std::uint32_t missing, missingBefore;
+        bool isEdgeMissing;
+    } const rows[] = {{1, 0, 3, 1, 0, false},
+                      {3, 1, 3, 5, 1, true},
+                      {4, 0, 0, 0, 5, true},
+                      {6, 1, 0, 0, 0, false},
+                      {7, 0, 0, 0, 0, false}};
+    ASSERT_EQ(frames.size(), std::size(rows));
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        TovCam::FrameLosses const &losses = frames[i].losses;
+        SCOPED_TRACE(rows[i].id);
+        EXPECT_EQ(frames[i].blockId, rows[i].id);
+        EXPECT_EQ(losses.skipped, rows[i].skipped);
+        EXPECT_EQ(losses.dropped, rows[i].dropped);
+        EXPECT_EQ(losses.packets, TrailerId + 1);
+        EXPECT_EQ(losses.missing, rows[i].missing);
+        EXPECT_EQ(losses.missingBefore, rows[i].missingBefore);
+        EXPECT_EQ(losses.isEdgeMissing, rows[i].isEdgeMissing);
+    }
+}
+
+TEST_F(BlockTableTest, AFrameTellsWhichHadNoBuffer)
+{
+    Start(2);
+    FeedAll(1);
+    FeedAll(2); // both are out now
+    FeedAll(3);
+    Collect();
+    FeedAll(5);
+    std::vector<BlockFrame> const frames = Collect();
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].losses.unbuffered, 1u);
+    EXPECT_EQ(frames[0].losses.skipped, 1u);
+}
+
 } // namespace

@@ -425,4 +425,45 @@ TEST(Report, ShowsAFreshReasonAtOnceAndCountsEveryFrame)
     EXPECT_EQ(report.GetFailures(), QStringLiteral("2 failed: 0, 2 failed: 1, 2 failed: 2, 6 failed: 3"));
 }
 
+// A full queue is the disk's fault where the recording thread waits for that, and otherwise the program's.
+TEST(RecordingLossesTest, ToldByTheTimeOfTheDisk)
+{
+    using namespace std::chrono_literals;
+    GrabbingFifo::Loss dropped;
+    dropped.frames = dropped.dropped = 3;
+    dropped.before.Add(LossPlace::Fifo);
+    RecordingLosses losses;
+    auto const disk = [&losses] {
+        LossCounts counts;
+        counts.frames.At(LossPlace::Fifo).missing = 8; // as the FIFO counts them
+        losses.AddTo(counts);
+        EXPECT_EQ(counts.frames.At(LossPlace::Fifo).missing + counts.frames.At(LossPlace::Disk).missing -
+                      counts.unwritten,
+                  8);
+        return counts.frames.At(LossPlace::Disk).missing;
+    };
+    losses.Begin();
+    losses.Take({});
+    losses.Written();
+    losses.Spent(10ms, 1ms);
+    losses.Take(dropped);
+    EXPECT_EQ(losses.Words(), "fifo");
+    EXPECT_EQ(disk(), 0);
+    losses.Failed(true);
+    losses.Spent(100ms, 99ms);
+    losses.Take({});
+    EXPECT_EQ(losses.Words(), "fifo+disk") << "the one that failed is missing, too";
+    EXPECT_EQ(disk(), 1);
+    losses.Written();
+    losses.Take(dropped);
+    EXPECT_EQ(losses.Words(), "disk");
+    EXPECT_EQ(disk(), 4);
+    losses.Failed(false);
+    losses.End(8, 1);
+    EXPECT_EQ(disk(), 7) << "two that were dropped at the end, and one whose file was lost";
+    losses.Begin();
+    losses.Take(dropped);
+    EXPECT_EQ(losses.Words(), "") << "nothing is missing before the first row";
+}
+
 } // namespace

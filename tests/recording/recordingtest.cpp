@@ -89,6 +89,7 @@ TEST_P(Recording, KnowsOfEveryFrameOfADisturbedCamera)
                   i == 0 ? 0 : row.gapBefore)
             << row.frameId;
         EXPECT_EQ(row.missingBytes > 0, row.incomplete);
+        EXPECT_EQ(row.lossCause.empty(), row.gapBefore == 0 && !row.incomplete) << row.frameId;
         EXPECT_EQ(row.exposure, 1000.0);
         EXPECT_TRUE(i == 0 || row.arrival > rows[i - 1].arrival);
         incomplete += row.incomplete;

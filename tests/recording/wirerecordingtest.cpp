@@ -59,4 +59,52 @@ TEST(WireRecording, TheTableHasExposureAndGainOfEachFrame)
     system->Release();
 }
 
+// What is missing in a recording is put where it was lost: in the table, in the ledger's file, in the findings.
+TEST(WireRecording, TellsWhereFramesWereLost)
+{
+    struct
+    {
+        Features faults;
+        std::vector<std::string> words; // in the table
+        char const *place;              // in the ledger
+    } const rows[] = {
+        {{{"SimMissingEvery", "5"}}, {"camera"}, "camera"},
+        {{{"WireLostPackets", "7"}, {"WireLostEvery", "3"}, {"WireIgnoreResend", "1"}}, {"network"}, "network"},
+    };
+    for (auto const &row : rows) {
+        SCOPED_TRACE(row.place);
+        std::unique_ptr<WireCamera> const wire = Serve(Grey);
+        MakeSmall(*wire);
+        Set(*wire, row.faults);
+        TovCam::System *const system = TovCam_GetSystem();
+        TovCam::Device *const device = TovCam_CreateDevice(FindAt(system), 2, nullptr);
+        ASSERT_NE(device, nullptr);
+        FakeScript script;
+        FakeHost host(script);
+        QTemporaryDir folder;
+        auto session = std::make_unique<Session>(nullptr, device, &host);
+        auto *const writer = static_cast<ImageWriter *>(session->GetImageWriter());
+        writer->SetParamString("FilePath", folder.path().toUtf8().constData());
+        QCoreApplication::processEvents();
+        emit session->signalStartAcquisition();
+        emit session->signalStartCapturing();
+        EXPECT_TRUE(Eventually([&] { return IntOf(writer, "FramesSaved") >= 30; }));
+        emit session->signalStopCapturing();
+        std::size_t told = 0;
+        for (Row const &frame : RowsOf(Companions(folder.path()))) {
+            EXPECT_EQ(frame.lossCause.empty(), frame.gapBefore == 0 && !frame.incomplete) << frame.frameId;
+            told += std::count(row.words.begin(), row.words.end(), frame.lossCause);
+        }
+        EXPECT_GE(told, 4u);
+        ASSERT_FALSE(session->GetLosses().empty());
+        QFile ledger(Companions(folder.path()) + QStringLiteral(".ledger.txt"));
+        ASSERT_TRUE(ledger.open(QIODevice::ReadOnly));
+        QByteArray const text = ledger.readAll();
+        EXPECT_TRUE(text.contains(QByteArray("[Losses]\n") + row.place + '=')) << text.constData();
+        EXPECT_TRUE(text.contains(QByteArray("[Explanations]\n") + row.place + '=')) << text.constData();
+        session.reset();
+        system->Release();
+    }
+}
+
 } // namespace

@@ -171,4 +171,25 @@ TEST_F(SeriesReaderTest, DamagedTextsCostNoMoreThanTheirLines)
     }
 }
 
+// Tables from before the last column was added.
+TEST_F(SeriesReaderTest, TablesWithoutTheLastColumnAreRead)
+{
+    MakeSeries("s", TV_PIXEL_MONO8, size, 2);
+    std::string table = ReadFile(Path(Companion(".frames.csv")));
+    std::size_t const end = table.find('\n'), column = table.rfind(',', end);
+    table.erase(column, end - column);
+    for (std::size_t at; (at = table.find(",\n")) != table.npos;)
+        table.erase(at, 1);
+    Write(Companion(".frames.csv"), table);
+    SeriesReader reader;
+    ASSERT_EQ(reader.Open(Path("s_0.series")), 0);
+    EXPECT_EQ(Readable(reader), 2u);
+    Row row, read;
+    row.file = "../s_0.raw";
+    row.lossCause = "network+fifo";
+    std::string const line = SeriesFiles::Encode(row);
+    EXPECT_TRUE(SeriesFiles::Decode(line.substr(0, line.size() - 1), read));
+    EXPECT_EQ(read, row);
+}
+
 } // namespace

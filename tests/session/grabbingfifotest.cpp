@@ -47,12 +47,40 @@ protected:
             return 0;
         std::uint64_t const id = buffer->GetFrameID();
         gapBefore = fifo.GetGapBefore(buffer);
+        GrabbingFifo::Loss const loss = fifo.GetLossBefore(buffer);
+        places = loss.before.Words() + '/' + loss.own.Words();
         EXPECT_EQ(fifo.ReleaseBuffer(buffer), 0);
         return id;
     }
 
     std::uint64_t gapBefore = 0; // the frame of the last PopId
+    std::string places;          // likewise
 };
+
+// The places of a frame that the full FIFO drops go on to the next one, with its own.
+TEST_F(Fifo, TellsWhereWhatIsMissingWasLost)
+{
+    Begin(SessionStateCapturing, 5); // two of them wait
+    Feed({{1, 1000},
+          {4, 4000, false, 0, TovCam::FrameLosses{.skipped = 2, .packets = 40}},
+          {7, 7000, true, 0, TovCam::FrameLosses{.skipped = 1, .unbuffered = 1, .packets = 40, .missing = 3}},
+          {9, 9000}});
+    EXPECT_EQ(PopId(), 1u);
+    EXPECT_EQ(places, "/");
+    EXPECT_EQ(PopId(), 9u);
+    EXPECT_EQ(gapBefore, 7u);
+    EXPECT_EQ(places, "camera+receiver+fifo+unknown/");
+    Feed({{10, 10000, true, 0, TovCam::FrameLosses{.packets = 40, .missing = 3}}});
+    EXPECT_EQ(PopId(), 10u);
+    EXPECT_EQ(places, "/network");
+    LossTally const lost = fifo.GetLossCounts().frames;
+    EXPECT_EQ(lost.At(LossPlace::Camera).missing, 3);
+    EXPECT_EQ(lost.At(LossPlace::Receiver).missing, 1);
+    EXPECT_EQ(lost.At(LossPlace::Network).incomplete, 2);
+    EXPECT_EQ(lost.At(LossPlace::Fifo).missing, 2);
+    EXPECT_EQ(lost.At(LossPlace::Unknown).missing, 1);
+    Finish();
+}
 
 TEST_F(Fifo, WatchingHoldsTheNewestFrameAndDropsNothing)
 {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "bareparams.h"
+#include "tovlosses.h"
 
 #include <algorithm>
 #include <atomic>
@@ -18,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -98,6 +100,7 @@ struct FakeFrame
     std::uint64_t timestamp = 0;
     bool incomplete = false;
     std::int32_t error = 0; // comes with the buffer
+    std::optional<TovCam::FrameLosses> losses{};
 };
 
 class FakeBuffer final : public TovCam::Buffer
@@ -108,12 +111,18 @@ public:
     FAKE_GIVES(std::uint64_t GetTimestamp(), m_image.timestamp);
     FAKE_GIVES(std::uint64_t GetFrameID(), m_image.frameID);
     FAKE_GIVES(bool IsIncomplete(), m_incomplete);
+    bool GetLosses(TovCam::FrameLosses *losses) override
+    {
+        *losses = m_losses.value_or(TovCam::FrameLosses());
+        return m_losses.has_value();
+    }
 
 private:
     friend class FakeStream;
     _TovImage m_image{};
     std::unique_ptr<std::uint8_t, void (*)(void *)> m_memory{nullptr, std::free}; // begins a page, as frames do
     bool m_incomplete = false;
+    std::optional<TovCam::FrameLosses> m_losses;
     bool m_out = false; // with the application; the stream's mutex
 };
 
@@ -238,6 +247,7 @@ public:
         buffer->m_image.frameID = frame.id;
         buffer->m_image.timestamp = frame.timestamp;
         buffer->m_incomplete = frame.incomplete;
+        buffer->m_losses = frame.losses;
         if (paint)
             paint(buffer->m_image);
         m_filled.push_back({buffer, frame.error});

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "blockends.h"
+#include "tovlosses.h"
 
 #include <array>
 #include <chrono>
@@ -79,6 +80,7 @@ struct BlockFrame
     std::size_t chunkOffset = 0, chunkBytes = 0;
     std::chrono::nanoseconds arrival{0}; // of its first packet
     std::uint32_t packets = 0, missing = 0;
+    TovCam::FrameLosses losses;
     std::uint64_t missingBytes = 0; // of an incomplete one: what it lacks of what leader and trailer promise, or else
                                     // of what was announced
 };

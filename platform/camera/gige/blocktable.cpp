@@ -34,6 +34,7 @@ bool IsResent(gvsp::Header const &header)
 BlockTable::BlockTable(BufferSupply &supply, StreamStatistics &statistics)
     : m_supply(supply),
       m_statistics(statistics),
+      m_losses(statistics),
       m_suspect(std::make_unique<Suspect>())
 {
 }
@@ -74,6 +75,7 @@ void BlockTable::Begin(BlockLayout const &layout)
     m_spareFor.reset();
     m_spareWanted.reset();
     m_any = m_anyOver = false;
+    m_losses.Begin();
     m_newestTimestamp = 0;
     m_suspect->count = 0;
     m_done.assign(layout.buffers + 1, {});
@@ -285,6 +287,7 @@ void BlockTable::Reset(Frame &frame, std::uint64_t sequence, gvsp::Header const 
     frame.size = 0;
     frame.lastPacket = now;
     frame.arrival = {};
+    frame.begin = m_losses.Now();
 }
 
 // ---- Ends --------------------------------------------------------------------------------------------------------
@@ -434,14 +437,17 @@ std::uint64_t BlockTable::MissingBytes(Frame const &frame) const
 
 void BlockTable::HandOver(Frame &frame)
 {
-    if (m_anyOver && Distance(m_lastOver, frame.sequence) > 1)
+    if (m_anyOver && Distance(m_lastOver, frame.sequence) > 1) {
         m_statistics.skipped.Add(frame.sequence - m_lastOver - 1);
+        m_losses.AddSkipped(frame.sequence - m_lastOver - 1);
+    }
     m_anyOver = true;
     m_lastOver = frame.sequence;
     frame.inUse = false;
     using End = BlockFrame::End;
     if (frame.end == End::Lost) {
         m_statistics.lost.Add();
+        m_losses.AddUnbuffered();
         return;
     }
     std::uint32_t const packets = frame.isWhole ? frame.have : std::max(frame.next, ExpectedTrailer(frame) + 1);
@@ -464,6 +470,7 @@ void BlockTable::HandOver(Frame &frame)
     done.arrival = frame.arrival;
     done.packets = packets;
     done.missing = packets - frame.have;
+    done.losses = m_losses.Of({frame.begin, packets, done.missing, frame.Has(0), frame.trailerId != NoTrailer});
     if (frame.end == End::Incomplete)
         done.missingBytes = MissingBytes(frame);
     if (done.end == End::Complete && !m_supply.Accepts(done))

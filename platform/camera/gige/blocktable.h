@@ -10,6 +10,7 @@
 #pragma once
 
 #include "blockframe.h"
+#include "blocklosses.h"
 #include "streamcontrol.h"
 #include "streamstatistics.h"
 
@@ -177,6 +178,7 @@ private:
 
     BufferSupply &m_supply;
     StreamStatistics &m_statistics;
+    BlockLosses m_losses;
     BlockLayout m_layout;
     std::uint32_t m_mostPackets = 0; // of a block, for which there is room
     std::array<DataLength, Kinds> m_lengths;

@@ -22,6 +22,13 @@ class GigeStream::Frame final : public StreamFrame
 public:
     std::uint64_t m_blockId = 0;
     bool m_isDescribed = false; // the shape is what the camera told of this frame
+    TovCam::FrameLosses m_losses;
+
+    bool GetLosses(TovCam::FrameLosses *losses) override
+    {
+        *losses = m_losses;
+        return true;
+    }
 };
 
 void GigeStream::Ring::Reset(std::size_t most)
@@ -110,6 +117,7 @@ std::int32_t GigeStream::OpenChannel()
         return TOV_CAM_ERR_UNKNOWN;
     if (std::unique_ptr<DatagramSource> source = m_makeSource ? m_makeSource(m_receiver->GetPort()) : nullptr)
         m_receiver->SetSource(std::move(source));
+    m_adapter.Follow(m_control->GetHostAddress(), m_control->GetCameraAddress());
     std::uint32_t packetSize = 0, capability = 0, port = 0;
     std::int32_t status = m_control->ReadRegister(StreamChannelPacketSize, packetSize);
     bool const isTold = m_control->ReadRegister(GvcpCapability, capability) == TOV_CAM_ERR_OK;
@@ -162,6 +170,23 @@ void GigeStream::Dispose()
         ClosePatience);
     if (!m_disposal->IsDone())
         m_reachability.SetClosing(m_disposal);
+}
+
+bool GigeStream::GetLosses(TovCam::StreamLosses *losses)
+{
+    StreamStatistics const &counts = m_statistics;
+    losses->missing = counts.missing.Get();
+    losses->asked = counts.asked.Get();
+    losses->resent = counts.resent.Get();
+    losses->refused = counts.refused.Get();
+    losses->late = counts.late.Get();
+    losses->dropped = counts.socketDrops.Get();
+    losses->unbuffered = counts.lost.Get();
+    losses->skipped = counts.skipped.Get();
+    losses->socketRoom = counts.socketRoom.Get();
+    losses->wantedRoom = counts.wantedRoom.Get();
+    m_adapter.Read(*losses);
+    return true;
 }
 
 void GigeStream::Close()
@@ -246,6 +271,7 @@ void GigeStream::Deliver(BlockFrame const &block)
     frame->m_incomplete = block.end != BlockFrame::End::Complete;
     frame->m_arrival = block.arrival.count();
     frame->m_missingBytes = block.missingBytes;
+    frame->m_losses = block.losses;
     {
         std::lock_guard const lock(m_mutex);
         m_filled.Push(frame);

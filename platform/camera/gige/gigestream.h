@@ -1,6 +1,7 @@
 // The frames of a GigE camera: what a Receiver brings, in pooled memory of ours.
 #pragma once
 
+#include "adapterwatch.h"
 #include "receiver.h"
 #include "streamstatistics.h"
 
@@ -30,6 +31,7 @@ public:
     std::int32_t StopAcquisition(std::uint32_t flags) override;
     std::int32_t AllocBufferQueue(void *context, std::uint32_t count) override;
     std::int32_t ReleaseBufferQueue() override;
+    bool GetLosses(TovCam::StreamLosses *losses) override;
 
     // Stops and frees everything, buffers that were not given back included.
     void Close();
@@ -79,6 +81,7 @@ private:
     Reachability &m_reachability;
     std::shared_ptr<StreamControl> const m_control;
     StreamStatistics m_statistics;
+    AdapterWatch m_adapter;
     MakeSource m_makeSource;
 
     // Set by the thread that controls the acquisition while nobody is in GetBuffer.

@@ -500,6 +500,8 @@ bool Receiver::Open(std::size_t room)
     SetOption(m_socket, SO_RXQ_OVFL, 1);
     SetOption(m_socket, SO_TIMESTAMPNS, 1);
     m_gather = GatherPause(static_cast<std::size_t>(GetOption(m_socket, SO_RCVBUF)));
+    m_statistics.wantedRoom.Set(room);
+    m_statistics.socketRoom.Set(GetRoom());
     m_strangers.Open(m_socket, m_control.GetCameraAddress());
     return true;
 }
@@ -516,6 +518,12 @@ void Receiver::Close()
     m_usesSource = false;
 }
 
+// The system doubles what it grants, for its own accounts.
+std::uint64_t Receiver::GetRoom() const
+{
+    return static_cast<std::uint64_t>(GetOption(m_socket, SO_RCVBUF)) / 2;
+}
+
 std::uint16_t Receiver::GetPort() const
 {
     return AddressOfSocket(m_socket).port;
@@ -525,6 +533,7 @@ void Receiver::SetSource(std::unique_ptr<DatagramSource> source)
 {
     m_source = std::move(source);
     m_usesSource = m_source != nullptr;
+    m_statistics.socketRoom.Set(m_usesSource ? 0 : GetRoom());
     // What the source brings would fill the socket, too.
     sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
     sock_fprog const program{1, &nothing};
@@ -642,8 +651,9 @@ bool Receiver::ReadSocket(BlockTable::Time now)
         return false;
     m_hasRead = true;
     m_readBytes += m_batch->Bytes(static_cast<std::size_t>(count));
-    m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
+    // Before the frames end that lack what was dropped.
     CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
+    m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
     return m_batch->IsFull();
 }
 
@@ -661,7 +671,7 @@ void Receiver::CountLosses()
 {
     DatagramSource::Losses const losses = m_source->GetLosses();
     std::uint64_t const damaged = losses.malformed - m_losses.malformed + (losses.fragments - m_losses.fragments);
-    m_statistics.socketDrops.Add(losses.dropped - m_losses.dropped);
+    CountRingDrops(losses);
     m_statistics.received.Add(damaged);
     m_statistics.malformed.Add(damaged);
     bool const hasFragments = losses.fragments != m_losses.fragments;
@@ -672,11 +682,18 @@ void Receiver::CountLosses()
         LeaveSource();
 }
 
+void Receiver::CountRingDrops(DatagramSource::Losses const &losses)
+{
+    m_statistics.socketDrops.Add(losses.dropped - m_losses.dropped);
+    m_losses.dropped = losses.dropped;
+}
+
 void Receiver::LeaveSource()
 {
     int const none = 0;
     setsockopt(m_socket, SOL_SOCKET, SO_DETACH_FILTER, &none, sizeof none);
     m_usesSource = false;
+    m_statistics.socketRoom.Set(GetRoom());
     m_drops = GetSocketDrops(m_socket);
     JoinTrains(true);
 }
@@ -690,13 +707,20 @@ void Receiver::JoinTrains(bool on)
 
 void Receiver::CountDrops(std::uint32_t drops)
 {
-    if (drops != m_drops)
-        m_statistics.socketDrops.Add(drops - m_drops);
+    // A datagram tells what was so when it came, which may be known better by now.
+    if (static_cast<std::int32_t>(drops - m_drops) <= 0)
+        return;
+    m_statistics.socketDrops.Add(drops - m_drops);
     m_drops = drops;
 }
 
 void Receiver::DoWhatIsDue(BlockTable::Time now)
 {
+    // Frames may end that lack what was dropped; not every batch tells of that.
+    if (m_usesSource && m_table.NextDue() <= now)
+        CountRingDrops(m_source->GetLosses());
+    else if (m_table.NextDue() <= now)
+        CountDrops(GetSocketDrops(m_socket));
     for (int i = 0; i < MostPolls && m_table.NextDue() <= now; ++i) {
         for (PacketRequest const &request : m_table.Poll(now))
             m_control.RequestPackets(request);

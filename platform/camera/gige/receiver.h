@@ -99,8 +99,10 @@ private:
     void CountDrops(std::uint32_t drops);
     void LookAround(BlockTable::Time now);
     void CountLosses();
+    void CountRingDrops(DatagramSource::Losses const &losses);
     void LeaveSource();
     void JoinTrains(bool on);
+    std::uint64_t GetRoom() const;
     void DoWhatIsDue(BlockTable::Time now);
     void Wait(BlockTable::Time now);
     void KeepPathOpen(BlockTable::Time now);

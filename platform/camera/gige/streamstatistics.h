@@ -50,6 +50,8 @@ struct StreamStatistics
     StreamCounter resent;  // of `packets`: came after they had been asked for
     // As the system tells it.
     StreamCounter socketDrops; // datagrams that the socket had no room for
+    StreamCounter socketRoom;  // bytes that the socket was given; 0: a packet ring has its place
+    StreamCounter wantedRoom;  // bytes that it was to have
     // Frames by what became of them.
     StreamCounter complete;
     StreamCounter unfit;      // all of it came, but no picture that fits what was announced

@@ -88,6 +88,12 @@ bool SimBuffer::GetFacts(TovCam::FrameFacts *facts)
     return true;
 }
 
+bool SimBuffer::GetLosses(TovCam::FrameLosses *out)
+{
+    *out = losses;
+    return true;
+}
+
 void SimBufferRing::Reset(std::size_t capacity)
 {
     m_slots.assign(capacity, nullptr);

@@ -4,6 +4,7 @@
 #include "simmodel.h"
 
 #include "tovcamera.h"
+#include "tovlosses.h"
 
 #include <chrono>
 #include <cstddef>
@@ -37,6 +38,7 @@ public:
     std::uint64_t GetFrameID() override;
     bool IsIncomplete() override;
     bool GetFacts(TovCam::FrameFacts *facts) override;
+    bool GetLosses(TovCam::FrameLosses *losses) override;
 
     State state = Queued; // guarded by the stream's mutex
     // Written while Filling by the stream's thread, read while Held by the host.
@@ -46,6 +48,7 @@ public:
     std::uint64_t capacity = 0, payload = 0;
     bool incomplete = false;
     std::uint64_t missingBytes = 0;
+    TovCam::FrameLosses losses;
     SimTake take;
 };
 

@@ -231,6 +231,7 @@ std::int32_t SimStream::StartAcquisition(std::int64_t frames, std::uint32_t)
     if (frames < -1)
         return TOV_CAM_ERR_INVALID_ARGUMENT;
     m_cancelled = false;
+    m_skipped = m_unbuffered = 0;
     m_hostFrames = frames;
     m_started = true;
     if (m_eager)
@@ -397,6 +398,8 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
     if (m_started && !missing && m_hostFrames != 0 && (buffer = m_input.Pop())) {
         buffer->state = SimBuffer::Filling;
         m_filling = true;
+    } else if (m_started && m_hostFrames != 0) {
+        ++(missing ? m_skipped : m_unbuffered);
     }
     bool const events =
         m_events.IsWanted(TovCam::EventEventChannel) && (m_drawn.exposureEndEvent || m_drawn.frameStartEvent);
@@ -420,6 +423,7 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
             --m_hostFrames;
         buffer->take.finished = Clock::now();
         buffer->state = SimBuffer::Filled;
+        CountLosses(*buffer);
         m_output.Push(buffer);
         m_delivered.notify_one();
     } else {
@@ -427,6 +431,23 @@ void SimStream::MakeFrame(std::unique_lock<std::mutex> &lock, Clock::time_point 
         m_input.Push(buffer);
         m_settled.notify_all();
     }
+}
+
+void SimStream::CountLosses(SimBuffer &delivered)
+{
+    TovCam::FrameLosses &losses = delivered.losses;
+    losses.skipped = std::exchange(m_skipped, 0);
+    losses.unbuffered = std::exchange(m_unbuffered, 0);
+    m_losses.skipped += losses.skipped;
+    m_losses.unbuffered += losses.unbuffered;
+    m_losses.missing += losses.missing;
+}
+
+bool SimStream::GetLosses(TovCam::StreamLosses *losses)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    *losses = m_losses;
+    return true;
 }
 
 void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestamp)
@@ -437,6 +458,7 @@ void SimStream::Fill(SimBuffer &buffer, std::uint64_t id, std::uint64_t timestam
     buffer.image->frameID = id;
     buffer.incomplete = !fits;
     buffer.missingBytes = 0;
+    buffer.losses = {};
     buffer.take.began = std::chrono::system_clock::now();
     buffer.take.exposure = m_drawn.look.exposure;
     buffer.take.gain = m_drawn.look.gain;
@@ -463,8 +485,11 @@ bool SimStream::LosePackets(SimBuffer &buffer, std::uint64_t id)
     std::size_t const bytes = m_sender.PayloadBytes(m_drawn.packetSize);
     double const rate =
         m_drawn.period > 0 ? static_cast<double>(buffer.payload) * 1e9 / static_cast<double>(m_drawn.period) : 0.0;
-    m_loss.Decide(m_drawn.faults, id - m_model.firstFrameID + 1, rate, (buffer.payload + bytes - 1) / bytes);
+    std::size_t const packets = (buffer.payload + bytes - 1) / bytes;
+    m_loss.Decide(m_drawn.faults, id - m_model.firstFrameID + 1, rate, packets);
     buffer.missingBytes = m_loss.Blacken(buffer.image->imageData, buffer.payload, bytes);
+    buffer.losses.packets = static_cast<std::uint32_t>(packets);
+    buffer.losses.missing = static_cast<std::uint32_t>((buffer.missingBytes + bytes - 1) / bytes);
     return buffer.missingBytes > 0;
 }
 

@@ -61,6 +61,7 @@ public:
     std::int32_t StopAcquisition(std::uint32_t flags) override;
     std::int32_t AllocBufferQueue(void *context, std::uint32_t count) override;
     std::int32_t ReleaseBufferQueue() override;
+    bool GetLosses(TovCam::StreamLosses *losses) override;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -82,6 +83,7 @@ private:
             NoteMissed();
         }
     }
+    void CountLosses(SimBuffer &delivered);
     void FlushFilled();
     bool CanDeliver() const;
 
@@ -110,6 +112,8 @@ private:
     std::uint64_t m_nextFrame = 0;
     std::uint32_t m_triggers = 0;
     bool m_eager = false;
+    TovCam::StreamLosses m_losses;
+    std::uint64_t m_skipped = 0, m_unbuffered = 0; // frames since the last one that was delivered
 
     std::atomic<bool> m_running{false};
     std::mutex mutable m_clockMutex; // guards everything down to the blank line; taken last

@@ -100,8 +100,8 @@ private:
         ++m_rows;
         m_incomplete += row.incomplete;
         if (row.gapBefore > 0) {
-            Tell("%s: frame %" PRIu64 ": %" PRIu64 " frames are missing before it", m_name.c_str(), row.number,
-                 row.gapBefore);
+            Tell("%s: frame %" PRIu64 ": %" PRIu64 " frames are missing before it%s%s", m_name.c_str(), row.number,
+                 row.gapBefore, row.lossCause.empty() ? "" : ", lost by: ", Shown(row.lossCause).c_str());
             ++m_gaps;
             m_gapFrames += row.gapBefore;
         }

@@ -11,9 +11,13 @@ namespace {
 TovFrameNote NoteOf(SeriesFiles::Row const &row)
 {
     constexpr double Unknown = std::numeric_limits<double>::quiet_NaN();
-    return {row.arrival.value_or(0),    row.exposure.value_or(Unknown),
-            row.gain.value_or(Unknown), row.incomplete,
-            row.missingBytes,           row.gapBefore};
+    return {row.arrival.value_or(0),
+            row.exposure.value_or(Unknown),
+            row.gain.value_or(Unknown),
+            row.incomplete,
+            row.missingBytes,
+            row.gapBefore,
+            row.lossCause};
 }
 
 // False for lines that have other bytes than such pixels.

@@ -34,6 +34,8 @@ void ListRow(SeriesFiles::Row const &row)
                 row.timestamp, row.gapBefore, state, Shown(row.file).c_str());
     if (row.position)
         std::printf(" %" PRIu64, *row.position);
+    if (!row.lossCause.empty())
+        std::printf(" (%s)", Shown(row.lossCause).c_str());
     std::printf("\n");
 }
 

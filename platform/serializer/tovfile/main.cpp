@@ -78,7 +78,9 @@ bool DoEach(Options const &options)
 
 int main(int argc, char **argv)
 {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+    // Also behind a command.
+    if (std::any_of(argv + 1, argv + std::min(argc, 3),
+                    [](char const *word) { return std::strcmp(word, "--help") == 0; })) {
         std::fputs(Usage, stdout);
         return 0;
     }

@@ -1,0 +1,37 @@
+#include "blocklosses.h"
+
+#include <utility>
+
+void BlockLosses::Begin()
+{
+    m_next = {};
+    m_isTailMissing = false;
+    m_mark = Now();
+}
+
+std::uint64_t BlockLosses::Now() const
+{
+    return m_statistics.socketDrops.Get();
+}
+
+void BlockLosses::AddSkipped(std::uint64_t frames)
+{
+    m_next.skipped += frames;
+}
+
+void BlockLosses::AddUnbuffered()
+{
+    ++m_next.unbuffered;
+}
+
+TovCam::FrameLosses BlockLosses::Of(Ended const &frame)
+{
+    TovCam::FrameLosses losses = std::exchange(m_next, {});
+    losses.packets = frame.packets;
+    losses.missing = frame.missing;
+    losses.isEdgeMissing = std::exchange(m_isTailMissing, !frame.hasLast) || !frame.hasFirst;
+    losses.dropped = Now() - std::exchange(m_mark, frame.begin);
+    m_next.packetsBefore = losses.packets;
+    m_next.missingBefore = losses.missing;
+    return losses;
+}
