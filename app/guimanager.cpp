@@ -6,6 +6,7 @@
 #include "camerainfodlg.h"
 #include "configurationnotice.h"
 #include "displayview.h"
+#include "hostcheckup.h"
 #include "managedwindow.h"
 #include "opening.h"
 #include "paramchanged.h"
@@ -65,6 +66,7 @@ GuiManager::GuiManager(ManagedWindow *window) : m_window(window), m_panels(windo
 {
     SetParamChangedHandler(&PlayerPanel::OnParamChanged);
     BuildReconnect();
+    m_hostCheckup = std::make_unique<HostCheckup>(window, this);
 }
 
 GuiManager::~GuiManager()
@@ -74,6 +76,7 @@ GuiManager::~GuiManager()
     m_panels.DeleteInspection(); // still there if the disconnection had to wait for a message
     delete m_session;
     m_reconnect.reset();
+    m_hostCheckup.reset();
     if (m_system)
         m_system->Release();
 }
@@ -315,6 +318,7 @@ bool GuiManager::CreatePanels()
     m_panels.ReopenInspection();
     if (DisplayView *const display = CurrentDisplay())
         display->setFocus(); // its keys work at once
+    m_hostCheckup->Examine(m_session);
     return true;
 }
 
@@ -519,6 +523,11 @@ void GuiManager::showAboutDlg()
     AboutDlgImpl(MainWindow(), m_session).exec();
 }
 
+void GuiManager::showHostFindings()
+{
+    m_hostCheckup->ShowDetails();
+}
+
 // ---- What the session reports ---------------------------------------------------------------------------------------
 
 void GuiManager::updateGui()
@@ -637,5 +646,6 @@ void GuiManager::sessionCameraDisconnected(void *session, unsigned char reason)
         // same address.
         QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
     });
+    m_hostCheckup->SessionClosed();
     m_reconnect->SessionClosed(reason == DisconnectReasonCameraLost);
 }

@@ -14,6 +14,7 @@
 #include <optional>
 
 class DisplayView;
+class HostCheckup;
 class ManagedWindow;
 class Opening;
 class QMainWindow;
@@ -82,6 +83,7 @@ public slots:
     void showExpertParameters();
     void showCameraInfoDlg();
     void showAboutDlg();
+    void showHostFindings(); // modeless
     void updateGui();
     void sessionStateError(void *session, unsigned char err);
     void sessionCameraDisconnected(void *session, unsigned char reason);
@@ -105,6 +107,7 @@ private:
     TovCam::System *m_system = nullptr;            // got on first use
     PanelSet m_panels;                             // of the session
     std::unique_ptr<Reconnect> m_reconnect;        // goes before the system
+    std::unique_ptr<HostCheckup> m_hostCheckup;    // likewise
     QString m_configurationFile;                   // last loaded or saved
     int m_openStateErrors = 0;                     // error messages open inside an action of the state machine
     std::optional<unsigned char> m_deferredReason; // of a disconnection that waits for them, or for an action

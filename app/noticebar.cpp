@@ -4,6 +4,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyle>
+#include <QToolButton>
 #include <QToolTip>
 
 #include <algorithm>
@@ -29,8 +30,15 @@ QStyle::StandardPixmap Mark(NoticeLevel level)
 
 } // namespace
 
-NoticeBar::NoticeBar(QWidget *parent) : QWidget(parent)
+NoticeBar::NoticeBar(QWidget *parent) : QWidget(parent), m_details(new QToolButton(this))
 {
+    m_details->setObjectName(QStringLiteral("noticeDetails"));
+    m_details->setText(tr("Details..."));
+    m_details->setToolTip(tr("What was found, why it matters, and what mends it"));
+    m_details->setAutoRaise(true);
+    m_details->setFocusPolicy(Qt::TabFocus);
+    m_details->hide();
+    connect(m_details, &QToolButton::clicked, this, &NoticeBar::hostDetailsWanted);
     setObjectName(QStringLiteral("noticeBar"));
     setAccessibleName(tr("Notices"));
     setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -62,7 +70,28 @@ void NoticeBar::Take()
         if (std::none_of(before.begin(), before.end(), [&](Notice const &other) { return same(shown, other); }))
             emit news();
     }
+    m_details->setVisible(!m_notices.empty() && m_notices.front().topic == NoticeTopic::Host);
+    PlaceDetails();
     update();
+}
+
+QString NoticeBar::More() const
+{
+    return m_notices.size() > 1 ? tr(" (+%1)").arg(m_notices.size() - 1) : QString();
+}
+
+QRect NoticeBar::TextPlace() const
+{
+    return rect().adjusted(Gap + std::min(fontMetrics().height(), height()) + Gap, 0, -Gap, 0);
+}
+
+// Behind the text, or at the end where that is too long.
+void NoticeBar::PlaceDetails()
+{
+    QRect const text = TextPlace();
+    int const width = m_details->sizeHint().width();
+    int const end = text.left() + fontMetrics().horizontalAdvance(Text() + More()) + Gap;
+    m_details->setGeometry(std::min(end, text.right() + 1 - width), 0, width, height());
 }
 
 QSize NoticeBar::sizeHint() const
@@ -84,8 +113,10 @@ void NoticeBar::paintEvent(QPaintEvent *)
     QRect const mark(Gap, (height() - side) / 2, side, side);
     style()->standardIcon(Mark(m_notices.front().level), nullptr, this).paint(&painter, mark);
 
-    QString const more = m_notices.size() > 1 ? tr(" (+%1)").arg(m_notices.size() - 1) : QString();
-    QRect const text = rect().adjusted(mark.right() + 1 + Gap, 0, -Gap, 0);
+    QString const more = More();
+    QRect text = TextPlace();
+    if (m_details->isVisible())
+        text.setRight(m_details->x() - 1);
     int const room = text.width() - fontMetrics().horizontalAdvance(more);
     painter.setPen(palette().color(QPalette::WindowText));
     painter.drawText(text, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
@@ -95,4 +126,9 @@ void NoticeBar::paintEvent(QPaintEvent *)
 void NoticeBar::mousePressEvent(QMouseEvent *event)
 {
     QToolTip::showText(event->globalPos(), toolTip(), this);
+}
+
+void NoticeBar::resizeEvent(QResizeEvent *)
+{
+    PlaceDetails();
 }

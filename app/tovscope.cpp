@@ -353,6 +353,7 @@ void TovScope::adjustStatusBar()
     });
     // A status tip would cover the notices.
     connect(notices, &NoticeBar::news, m_ui.statusBar, &QStatusBar::clearMessage);
+    connect(notices, &NoticeBar::hostDetailsWanted, &m_manager, &GuiManager::showHostFindings);
     auto const addField = [this](QString const &widest) {
         auto *const label = new QLabel(this);
         label->setAlignment(Qt::AlignRight);

@@ -2,7 +2,7 @@
 // of a GigE Vision camera.
 //
 // For before the first start of a camera, for whoever lists cameras, and for the program tovdoctor. Nothing here needs
-// rights, and only TovCam_ForceAddress sends anything.
+// rights, and only TovCam_ForceAddress and TovCam_KeepAddress send anything.
 #pragma once
 
 #include "tovcamera.h"
@@ -76,6 +76,15 @@ struct CameraAddress
     std::uint32_t address = 0, mask = 0, gateway = 0; // as in NetworkPlace; no gateway: 0
 };
 
+// What is known of an address that a camera is to get.
+struct AddressUse
+{
+    DeviceInfo *holder = nullptr; // another camera has it
+    bool isOfHost = false;        // this host has it, and does not serve the camera itself
+    // The adapter that has heard the camera has an address in its subnet. Also where no adapter is known.
+    bool isInReach = false;
+};
+
 } // namespace TovCam
 
 // Looks at the host and at the way to each of `cameras`; simulated ones have none. Those of one adapter share it, so
@@ -93,9 +102,22 @@ TOV_CAMERA_API std::string TovCam_AddressText(TovCam::CameraAddress const &addre
 TOV_CAMERA_API TovCam::CameraAddress TovCam_ProposeAddress(TovCam::DeviceInfo *info,
                                                            std::vector<TovCam::DeviceInfo *> const &others);
 
+// Whether the camera would be alone at that address, and in reach. Any thread.
+TOV_CAMERA_API TovCam::AddressUse TovCam_LookUpAddress(TovCam::DeviceInfo *info,
+                                                       std::vector<TovCam::DeviceInfo *> const &others,
+                                                       TovCam::CameraAddress const &address);
+
 // Gives a GigE Vision camera another address until it is switched off, wherever it is now; it must not be open. What it
 // sends, and whoever uses the old address, is lost. The camera appears at its new address with the next search.
 // TOV_CAM_ERR_INVALID_ARGUMENT for an address that no camera can have, TOV_CAM_ERR_NO_DEVICE where it does not answer,
 // TOV_CAM_ERR_GENICAM_ACCESS where it is in use, TOV_CAM_ERR_UNKNOWN where it refuses. Takes a second at most. Any
 // thread.
 TOV_CAMERA_API std::int32_t TovCam_ForceAddress(TovCam::DeviceInfo *info, TovCam::CameraAddress const &address);
+
+// Has a GigE Vision camera come up with that address from now on. It must have it already, by TovCam_ForceAddress, and
+// not be open; `info` may still be of the place before. Its other ways to an address stay as they are, for when this
+// one is switched off. TOV_CAM_ERR_INVALID_ARGUMENT as above, TOV_CAM_ERR_NO_DEVICE where that camera does not answer
+// at that address or stops doing so, TOV_CAM_ERR_GENICAM_ACCESS where it is in use, TOV_CAM_ERR_GENICAM_UNKNOWN_PARAM
+// where it can keep none, TOV_CAM_ERR_UNKNOWN where it refuses or keeps something else. May take ten seconds. Any
+// thread.
+TOV_CAMERA_API std::int32_t TovCam_KeepAddress(TovCam::DeviceInfo *info, TovCam::CameraAddress const &address);

@@ -17,7 +17,7 @@
 
 class QTimer;
 
-enum class NoticeTopic { Camera, Answers, Configuration, Parameters, Picture, Recording, Log, Program };
+enum class NoticeTopic { Camera, Answers, Configuration, Parameters, Picture, Recording, Log, Program, Host };
 enum class NoticeLevel { Info, Warning, Error };
 
 struct Notice

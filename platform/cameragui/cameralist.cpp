@@ -2,9 +2,16 @@
 
 #include "tovplaintext.h"
 
+#include <QCoreApplication>
+
 namespace TovGui {
 
 namespace {
+
+struct Texts
+{
+    Q_DECLARE_TR_FUNCTIONS(CameraList)
+};
 
 QString Text(char const *text)
 {
@@ -23,6 +30,7 @@ CameraEntry ReadCamera(TovCam::DeviceInfo *info)
     entry.address = Text(info->GetAddress());
     entry.access = info->GetAccessStatus();
     entry.failure = info->GetOpenFailure();
+    entry.place = info->GetNetworkPlace();
     if (entry.model.isEmpty())
         entry.model = entry.name;
     if (entry.name.isEmpty())
@@ -31,6 +39,19 @@ CameraEntry ReadCamera(TovCam::DeviceInfo *info)
 }
 
 } // namespace
+
+QString CameraEntry::Trouble() const
+{
+    using TovCam::OpenRefusal;
+    if (IsBusy() && failure.refusal != OpenRefusal::InUse)
+        return OpenFailureText(name, {OpenRefusal::InUse, false, {}, {}});
+    if (place.isForeign && !IsBusy())
+        return Texts::tr("%1 is in a wrong subnet and cannot be opened there: set its address").arg(name);
+    // It has answered since.
+    return failure.refusal == OpenRefusal::NoAnswer || (failure.refusal == OpenRefusal::InUse && !IsBusy())
+               ? QString()
+               : OpenFailureText(name, failure);
+}
 
 CameraList ReadCameraList(TovCam::System *system)
 {

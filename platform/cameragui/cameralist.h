@@ -15,23 +15,24 @@ struct CameraEntry
     QString name, model, vendor, serial, userID, address;
     TovCam::DeviceInfo::AccessStatus access = TovCam::DeviceInfo::AccessUnknown;
     TovCam::OpenFailure failure;
+    TovCam::NetworkPlace place;
 
     bool operator==(CameraEntry const &) const = default;
     bool IsBusy() const
     {
         return access == TovCam::DeviceInfo::AccessBusy;
     }
-    // Why it cannot be opened, as far as that is known; empty where nothing is.
-    QString Trouble() const
+    bool CanBeOpened() const
     {
-        using TovCam::OpenRefusal;
-        if (IsBusy() && failure.refusal != OpenRefusal::InUse)
-            return OpenFailureText(name, {OpenRefusal::InUse, false, {}, {}});
-        // It has answered since.
-        return failure.refusal == OpenRefusal::NoAnswer || (failure.refusal == OpenRefusal::InUse && !IsBusy())
-                   ? QString()
-                   : OpenFailureText(name, failure);
+        return !IsBusy() && !place.isForeign;
     }
+    // By whoever knows its hardware address.
+    bool CanGetAddress() const
+    {
+        return !IsBusy() && place.mac != 0;
+    }
+    // Why it cannot be opened, as far as that is known; empty where nothing is.
+    QString Trouble() const;
 };
 
 struct InterfaceEntry

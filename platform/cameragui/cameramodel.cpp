@@ -31,6 +31,8 @@ QString StatusText(CameraEntry const &camera)
 {
     if (camera.failure.refusal == TovCam::OpenRefusal::NoRight)
         return CameraModel::tr("no right");
+    if (camera.place.isForeign)
+        return CameraModel::tr("wrong subnet");
     switch (camera.access) {
     case TovCam::DeviceInfo::AccessFree:
         return CameraModel::tr("free");
@@ -145,15 +147,29 @@ QModelIndex CameraModel::IndexOf(TovCam::DeviceInfo *info) const
     return {};
 }
 
-QModelIndex CameraModel::FirstFree() const
+QModelIndex CameraModel::FirstWhere(bool (CameraEntry::*is)() const) const
 {
     for (auto const &group : m_groups) {
         for (std::size_t i = 0; i < group->cameras.size(); ++i) {
-            if (!group->cameras[i].IsBusy())
+            if ((group->cameras[i].*is)())
                 return createIndex(int(i), 0, group.get());
         }
     }
     return {};
+}
+
+QModelIndex CameraModel::FirstFree() const
+{
+    QModelIndex const free = FirstWhere(&CameraEntry::CanBeOpened);
+    return free.isValid() ? free : FirstWhere(&CameraEntry::CanGetAddress);
+}
+
+std::vector<CameraEntry> CameraModel::Cameras() const
+{
+    std::vector<CameraEntry> cameras;
+    for (auto const &group : m_groups)
+        cameras.insert(cameras.end(), group->cameras.begin(), group->cameras.end());
+    return cameras;
 }
 
 int CameraModel::CameraCount() const

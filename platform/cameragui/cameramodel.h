@@ -21,7 +21,9 @@ public:
     // Null for an interface's row or an invalid index.
     CameraEntry const *CameraAt(QModelIndex const &index) const;
     QModelIndex IndexOf(TovCam::DeviceInfo *info) const; // first column; invalid when it is not listed
-    QModelIndex FirstFree() const;                       // invalid when there is none
+    // One that can be opened or, where there is none, be brought into reach; invalid where there is neither.
+    QModelIndex FirstFree() const;
+    std::vector<CameraEntry> Cameras() const;
     int CameraCount() const;
 
     QModelIndex index(int row, int column, QModelIndex const &parent = {}) const override;
@@ -37,6 +39,7 @@ private:
 
     template<class Rows, class Target, class Make, class Update>
     void Sync(QModelIndex const &parent, Rows &rows, Target const &target, Make make, Update update);
+    QModelIndex FirstWhere(bool (CameraEntry::*is)() const) const;
     int GroupRow(InterfaceEntry const *group) const;
     QVariant GroupData(InterfaceEntry const &group, int column, int role) const;
     QVariant CameraData(CameraEntry const &camera, int column, int role) const;

@@ -1,20 +1,17 @@
 #include "addressedit.h"
 #include "cameramodel.h"
 #include "cameratree.h"
-#include "mailbox.h"
 #include "searchthread.h"
 #include "selectorgeometry.h"
-#include "systemreference.h"
+#include "selectorimpl.h"
+#include "setaddressdialog.h"
 
 #include <QCheckBox>
-#include <QDialogButtonBox>
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScopedValueRollback>
 #include <QScrollBar>
-#include <QShortcut>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -27,180 +24,6 @@ namespace {
 constexpr int RefreshInterval = 2500; // ms between the end of one search and the start of the next
 
 } // namespace
-
-// All of it lives on the GUI thread; jobs on the search thread hold the system and the mailbox only.
-struct TovCameraSelectorDialog::Impl
-{
-    TovCameraSelectorDialog *const dialog;
-    TovCam::System *const system;
-    std::shared_ptr<SystemReference> const reference = std::make_shared<SystemReference>();
-    std::shared_ptr<Mailbox> const mailbox;
-
-    CameraModel *model;
-    CameraTree *tree;
-    AddressEdit *address;
-    QPushButton *add, *refresh, *connect;
-    QDialogButtonBox *buttons;
-    QLabel *message;
-    QProgressBar *progress;
-    QTimer *timer;
-
-    TovCam::DeviceInfo *wanted = nullptr;   // last one selected; selected again when it comes back
-    TovCam::DeviceInfo *accepted = nullptr; // the dialog's result
-    QString wantedName;
-    QString notice;          // outcome of the last thing the user asked for; shown until the next one
-    int jobs = 0;            // posted and not answered
-    bool searched = false;   // a first search has ended
-    bool attended = false;   // the user waits for a search
-    bool updating = false;   // the model changes: the view's moves of the selection are not the user's
-    bool touched = false;    // a camera has been selected
-    bool restored = false;   // column widths came from the settings
-    std::int32_t status = 0; // of the last search
-
-    Impl(TovCameraSelectorDialog *dialog, TovCam::System *system)
-        : dialog(dialog),
-          system(system),
-          mailbox(std::make_shared<Mailbox>(dialog))
-    {
-    }
-
-    void Build();
-    QLayout *BuildMessageRow();
-    QLayout *BuildAddressRow();
-    QWidget *BuildButtons();
-    void Connect();
-
-    void List(bool update);
-    void Refresh();
-    void FindAddress();
-    void OnListed(CameraList const &list, std::int32_t result, bool update);
-    void OnFound(QString const &text, TovCam::DeviceInfo *info, std::int32_t result, CameraList const &list);
-    void SetList(CameraList const &list);
-    void OnCurrentChanged();
-    void Select(QModelIndex const &index);
-    void ShowState();
-    void TryAccept();
-    CameraEntry const *Selected() const;
-};
-
-void TovCameraSelectorDialog::Impl::Build()
-{
-    dialog->setWindowTitle(tr("Select camera"));
-    dialog->setModal(true);
-    dialog->setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    model = new CameraModel(dialog);
-    tree = new CameraTree(dialog);
-    tree->setModel(model);
-    auto *layout = new QVBoxLayout(dialog);
-    layout->addWidget(tree, 1);
-    layout->addLayout(BuildMessageRow());
-    layout->addLayout(BuildAddressRow());
-    layout->addWidget(BuildButtons());
-    timer = new QTimer(dialog);
-    timer->setSingleShot(true);
-    QWidget::setTabOrder(tree, refresh);
-    QWidget::setTabOrder(refresh, address);
-    QWidget::setTabOrder(address, add);
-    QWidget::setTabOrder(add, connect);
-    QWidget::setTabOrder(connect, buttons->button(QDialogButtonBox::Cancel));
-    tree->setFocus();
-}
-
-// The state of the search, and the button that begins one.
-QLayout *TovCameraSelectorDialog::Impl::BuildMessageRow()
-{
-    message = new QLabel(dialog);
-    message->setTextFormat(Qt::PlainText); // names of cameras are in it
-    message->setObjectName(QStringLiteral("messageLabel"));
-    message->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    message->setWordWrap(true);
-    progress = new QProgressBar(dialog);
-    progress->setObjectName(QStringLiteral("busyIndicator"));
-    progress->setRange(0, 0);
-    progress->setTextVisible(false);
-    progress->setFixedWidth(CharWidth(dialog, 14));
-    progress->setMaximumHeight(dialog->fontMetrics().height());
-    QSizePolicy policy = progress->sizePolicy();
-    policy.setRetainSizeWhenHidden(true);
-    progress->setSizePolicy(policy);
-    refresh = new QPushButton(tr("&Refresh"), dialog);
-    refresh->setObjectName(QStringLiteral("refreshButton"));
-    refresh->setToolTip(tr("Look for cameras now (F5)"));
-    refresh->setAutoDefault(false);
-    auto *row = new QHBoxLayout;
-    row->addWidget(message, 1);
-    row->addWidget(progress);
-    row->addWidget(refresh);
-    return row;
-}
-
-QLayout *TovCameraSelectorDialog::Impl::BuildAddressRow()
-{
-    auto *label = new QLabel(tr("GigE Vision camera at &address:"), dialog);
-    address = new AddressEdit(dialog);
-    label->setBuddy(address);
-    add = new QPushButton(tr("A&dd"), dialog);
-    add->setObjectName(QStringLiteral("addButton"));
-    add->setToolTip(tr("Ask the camera at this address and add it to the list"));
-    add->setAutoDefault(false);
-    add->setEnabled(false);
-    auto *row = new QHBoxLayout;
-    row->addWidget(label);
-    row->addWidget(address, 1);
-    row->addWidget(add);
-    return row;
-}
-
-QWidget *TovCameraSelectorDialog::Impl::BuildButtons()
-{
-    buttons = new QDialogButtonBox(dialog);
-    connect = buttons->addButton(tr("&Connect"), QDialogButtonBox::AcceptRole);
-    connect->setObjectName(QStringLiteral("connectButton"));
-    connect->setToolTip(tr("Open the selected camera"));
-    connect->setDefault(true);
-    connect->setEnabled(false);
-    QPushButton *cancel = buttons->addButton(QDialogButtonBox::Cancel);
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    cancel->setAutoDefault(false);
-    return buttons;
-}
-
-void TovCameraSelectorDialog::Impl::Connect()
-{
-    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, [this] { TryAccept(); });
-    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
-    QObject::connect(refresh, &QPushButton::clicked, dialog, [this] { Refresh(); });
-    QObject::connect(new QShortcut(QKeySequence(QKeySequence::Refresh), dialog), &QShortcut::activated, dialog,
-                     [this] { Refresh(); });
-    QObject::connect(add, &QPushButton::clicked, dialog, [this] { FindAddress(); });
-    address->onEnter = [this] {
-        FindAddress();
-    };
-    QObject::connect(address, &QLineEdit::textChanged, dialog, [this](QString const &text) {
-        add->setEnabled(!text.trimmed().isEmpty());
-        if (!text.isEmpty()) // a camera found clears the line and is announced in it
-            notice.clear();
-        ShowState();
-    });
-    // Not `activated`: some styles send it for a single click. Enter goes to the default button.
-    QObject::connect(tree, &QTreeView::doubleClicked, dialog, [this](QModelIndex const &index) {
-        if (model->CameraAt(index))
-            TryAccept();
-    });
-    QObject::connect(tree->selectionModel(), &QItemSelectionModel::selectionChanged, dialog,
-                     [this] { OnCurrentChanged(); });
-    QObject::connect(model, &QAbstractItemModel::rowsInserted, dialog, [this](QModelIndex const &parent) {
-        if (!parent.isValid()) {
-            for (int row = 0; row < model->rowCount(); ++row)
-                tree->setFirstColumnSpanned(row, {}, true);
-        }
-    });
-    QObject::connect(timer, &QTimer::timeout, dialog, [this] { List(true); });
-    QObject::connect(dialog, &QDialog::finished, dialog, [this] {
-        timer->stop();
-        SaveSelectorGeometry(dialog, tree);
-    });
-}
 
 // Posts a listing, with a search before it or without. Nothing of the dialog is touched on the other thread.
 void TovCameraSelectorDialog::Impl::List(bool update)
@@ -251,6 +74,26 @@ void TovCameraSelectorDialog::Impl::FindAddress()
             return;
         mailbox->Post([this, text, info, result, list = ReadCameraList(system)] { OnFound(text, info, result, list); });
     });
+    ShowState();
+}
+
+// The list of the dialog is newer than ours, or is the one that was there.
+void TovCameraSelectorDialog::Impl::SetAddress()
+{
+    CameraEntry const *const camera = Selected();
+    if (!camera || !camera->CanGetAddress())
+        return;
+    SetAddressDialog asks(*camera, model->Cameras(), reference, dialog);
+    asks.exec();
+    if (!asks.HasSet())
+        return;
+    SetList(asks.GetList());
+    if (QModelIndex const index = model->IndexOf(asks.GetCamera()); index.isValid()) {
+        Select(index);
+        tree->scrollTo(index);
+    }
+    tree->setFocus();
+    notice = asks.GetOutcome(); // after the selection, which clears it
     ShowState();
 }
 
@@ -373,7 +216,8 @@ void TovCameraSelectorDialog::Impl::ShowState()
 {
     bool const searching = jobs > 0 && (attended || !searched);
     CameraEntry const *camera = Selected();
-    connect->setEnabled(camera && !camera->IsBusy());
+    connect->setEnabled(camera && camera->CanBeOpened());
+    setAddress->setEnabled(camera && camera->CanGetAddress());
     progress->setVisible(searching);
 
     QString text = notice;
@@ -399,7 +243,7 @@ void TovCameraSelectorDialog::Impl::ShowState()
 void TovCameraSelectorDialog::Impl::TryAccept()
 {
     CameraEntry const *camera = Selected();
-    if (!camera || camera->IsBusy())
+    if (!camera || !camera->CanBeOpened())
         return;
     accepted = camera->info;
     dialog->accept();

@@ -38,7 +38,7 @@ int CharWidth(QWidget const *widget, int characters)
 
 bool RestoreSelectorGeometry(QDialog *dialog, CameraTree *tree)
 {
-    static constexpr int Widths[CameraModel::ColumnCount] = {26, 18, 18, 16, 20, 9}; // characters
+    static constexpr int Widths[CameraModel::ColumnCount] = {26, 18, 18, 16, 20, 13}; // characters
     QSize size(0, tree->header()->sizeHint().height() + dialog->fontMetrics().lineSpacing() * 24);
     QSettings const settings = OpenSettings();
     QVariantList const saved = settings.value(ColumnsKey()).toList();

@@ -13,6 +13,10 @@ public:
     ~SystemReference();
     SystemReference(SystemReference const &) = delete;
     SystemReference &operator=(SystemReference const &) = delete;
+    TovCam::System *Get() const
+    {
+        return m_system;
+    }
 
 private:
     TovCam::System *m_system;

@@ -37,22 +37,13 @@ class DoctorTest : public CameraTest
 {
 };
 
-// The camera has no way back to this host but by broadcast, until it has the other address.
 TEST_F(DoctorTest, BringsACameraIntoTheRightSubnet)
 {
-    if (Outcome const made = RunShell("ip link add probe type veth && ip link delete probe"); made.code != 0)
-        GTEST_SKIP() << "this system makes no veth: " << made.text;
-    std::string const noFilter = "for f in /proc/sys/net/ipv4/conf/*/rp_filter; do echo 0 >$f; done";
-    if (Outcome const set = RunShell("set -e; " + noFilter); set.code != 0)
-        GTEST_SKIP() << "the return-path filter stays as it is: " << set.text;
-    FarCamera const camera(9000, 9000,
-                           noFilter + "; ip address add 10.9.9.2/24 brd + dev far; "
-                                      "ip address add 192.0.2.7/24 brd + dev far noprefixroute; "
-                                      "ip rule add from 192.0.2.7 lookup 100; "
-                                      "ip route add 192.0.2.0/24 dev far table 100",
-                           "10.9.9.2");
+    if (std::string const why = WhyNoFarCamera(); !why.empty())
+        GTEST_SKIP() << why;
+    FarCamera const camera(9000, 9000, WrongSubnet, "10.9.9.2");
     std::string const name = "Velmor VG-2048M (W2048M)";
-    RunShell(noFilter); // of the cable's end, too
+    RunShell(NoFilter); // of the cable's end, too
     Expect("", "*\n  near: 192.0.2.100/24, MTU 9000, 10 Gb/s\n*Cameras\n  " + name +
                    ": 10.9.9.2 at near, wrong subnet\n    fault: Wrong subnet: *\n        $ tovdoctor --set-address "
                    "W2048M 192.0.2.2/24\nTo mend: 1.\n=> 1");

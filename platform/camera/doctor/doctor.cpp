@@ -4,6 +4,7 @@
 #include "forceaddress.h"
 #include "hostcheck.h"
 #include "hostfacts.h"
+#include "keepaddress.h"
 
 #include "protocol/socketaddress.h"
 
@@ -65,12 +66,43 @@ TovCam::CameraAddress TovCam_ProposeAddress(TovCam::DeviceInfo *info, std::vecto
     return ProposeAddress(camera, ReadHost(HostFacts(), calls), taken);
 }
 
+TovCam::AddressUse TovCam_LookUpAddress(TovCam::DeviceInfo *info, std::vector<TovCam::DeviceInfo *> const &others,
+                                        TovCam::CameraAddress const &address)
+{
+    TovCam::AddressUse use;
+    for (TovCam::DeviceInfo *const other : others) {
+        if (other != info && other->GetNetworkPlace().address == address.address)
+            use.holder = other;
+    }
+    TovCam::NetworkPlace const place = info->GetNetworkPlace();
+    HostState const host = ReadHost(HostFacts(), MakeSystemCalls());
+    use.isOfHost = host.IsOwn(address.address) && !host.IsOwn(place.address);
+    AdapterState const *const adapter = host.Find(place.adapter);
+    use.isInReach = !adapter || adapter->Has(address.address);
+    return use;
+}
+
+namespace {
+
+// Without its hardware address a camera cannot be told from others.
+bool CanHave(TovCam::NetworkPlace const &place, TovCam::CameraAddress const &address)
+{
+    return place.mac != 0 && IsHostAddress(address.address, address.mask) &&
+           (address.gateway == 0 || IsHostAddress(address.gateway, address.mask));
+}
+
+} // namespace
+
 std::int32_t TovCam_ForceAddress(TovCam::DeviceInfo *info, TovCam::CameraAddress const &address)
 {
     TovCam::NetworkPlace const place = info ? info->GetNetworkPlace() : TovCam::NetworkPlace();
-    // Without its hardware address a camera does not know that it is meant.
-    if (place.mac == 0 || !IsHostAddress(address.address, address.mask) ||
-        (address.gateway != 0 && !IsHostAddress(address.gateway, address.mask)))
-        return TOV_CAM_ERR_INVALID_ARGUMENT;
-    return ForceAddress(place, address);
+    return CanHave(place, address) ? ForceAddress(place, address)
+                                   : static_cast<std::int32_t>(TOV_CAM_ERR_INVALID_ARGUMENT);
+}
+
+std::int32_t TovCam_KeepAddress(TovCam::DeviceInfo *info, TovCam::CameraAddress const &address)
+{
+    TovCam::NetworkPlace const place = info ? info->GetNetworkPlace() : TovCam::NetworkPlace();
+    return CanHave(place, address) ? KeepAddress(place.mac, address)
+                                   : static_cast<std::int32_t>(TOV_CAM_ERR_INVALID_ARGUMENT);
 }

@@ -110,31 +110,16 @@ TovCam::DeviceInfo &Choose(std::vector<TovCam::DeviceInfo *> const &cameras, std
     return *chosen;
 }
 
-// Throws where somebody has the address; true where the adapter that hears the camera has one in its subnet.
+// Throws where somebody has the address; true where this computer would reach the camera.
 bool CheckWanted(TovCam::DeviceInfo &camera, std::vector<TovCam::DeviceInfo *> const &cameras,
                  TovCam::CameraAddress const &wanted)
 {
-    auto const has = [&wanted](TovCam::DeviceInfo *other) {
-        return other->GetNetworkPlace().address == wanted.address;
-    };
-    auto const taken = std::find_if(cameras.begin(), cameras.end(), has);
-    if (taken != cameras.end() && *taken != &camera)
-        throw std::runtime_error(TovCam_AddressText(wanted) + " is taken by " + Shown(**taken));
-    TovCam::NetworkPlace const place = camera.GetNetworkPlace();
-    bool isNear = false, isTaken = false, isOwn = false; // the camera is served by this computer
-    for (TovCam::HostAdapter const &one : TovCam_ExamineHost({}).adapters) {
-        for (std::string const &text : one.addresses) {
-            TovCam::CameraAddress own;
-            if (!TovCam_ReadAddress(text, {}, &own))
-                continue;
-            isOwn = isOwn || own.address == place.address;
-            isTaken = isTaken || own.address == wanted.address;
-            isNear = isNear || (one.name == place.adapter && ((own.address ^ wanted.address) & own.mask) == 0);
-        }
-    }
-    if (isTaken && !isOwn)
+    TovCam::AddressUse const use = TovCam_LookUpAddress(&camera, cameras, wanted);
+    if (use.holder)
+        throw std::runtime_error(TovCam_AddressText(wanted) + " is taken by " + Shown(*use.holder));
+    if (use.isOfHost)
         throw std::runtime_error(TovCam_AddressText(wanted) + " is taken by this computer");
-    return isNear;
+    return use.isInReach;
 }
 
 char const *WhyNot(std::int32_t status)

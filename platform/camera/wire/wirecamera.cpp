@@ -24,6 +24,7 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace B = gvcp::bootstrap;
 namespace S = SimRegister;
@@ -103,6 +104,7 @@ private:
     void Wait();
     void Flush();
     void PowerUp();
+    std::optional<LocalAddress> GetKeptAddress() const;
     WireDescription GetDescriptionKind() const;
     void ServeDescription(bool isFirst = true);
     void OpenChannel();
@@ -146,6 +148,8 @@ private:
     FrameSender m_sender;
     ArvDevice *m_device;
     std::unique_ptr<WireSockets> m_sockets;
+    LocalAddress m_home;                        // at power-up, where it keeps no other
+    std::uint32_t m_mask, m_gateway = 0;        // of its address
     std::unique_ptr<WireSockets> m_nextSockets; // taken once what is to be sent is out
     bool m_alive = true;
     bool m_dying = false; // dies once what is to be sent is out
@@ -180,6 +184,8 @@ WireCamera::Impl::Impl(WireCameraOptions const &options, std::unique_ptr<WireSoc
       m_sender(m_model, m_stream),
       m_device(NewRegisterDevice(m_xml)),
       m_sockets(std::move(sockets)),
+      m_home(m_sockets->GetLocal()),
+      m_mask(m_home.mask),
       m_wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
     if (!options.userName.empty())
@@ -297,11 +303,15 @@ void WireCamera::Impl::Flush()
 void WireCamera::Impl::PowerUp()
 {
     LocalAddress const &local = m_sockets->GetLocal();
-    m_memory = BootstrapMemory();
+    BootstrapMemory const before = std::exchange(m_memory, BootstrapMemory());
+    for (std::uint32_t const kept : {B::NetworkInterfaceConfiguration, B::PersistentIpAddress, B::PersistentSubnetMask,
+                                     B::PersistentDefaultGateway})
+        m_memory.Set(kept, before.Get(kept));
     m_memory.Set(B::DeviceMacAddressHigh, static_cast<std::uint32_t>(m_mac >> 32));
     m_memory.Set(B::DeviceMacAddressLow, static_cast<std::uint32_t>(m_mac));
     m_memory.Set(B::CurrentIpAddress, local.address);
-    m_memory.Set(B::CurrentSubnetMask, local.mask);
+    m_memory.Set(B::CurrentSubnetMask, m_mask);
+    m_memory.Set(B::CurrentDefaultGateway, m_gateway);
     m_memory.SetText(B::ManufacturerName, B::NameSize, m_camera.GetText(S::Vendor));
     m_memory.SetText(B::ModelName, B::NameSize, m_camera.GetText(S::Model));
     m_memory.SetText(B::DeviceVersion, B::NameSize, m_camera.GetText(S::Version));
@@ -359,17 +369,32 @@ void WireCamera::Impl::Return(std::string const &address, bool reset)
     if (m_alive)
         Die();
     m_back.reset();
-    if (!address.empty()) {
-        LocalAddress const local = LocalAddressOf(address);
-        if (local.address != m_sockets->GetLocal().address)
-            m_sockets = std::make_unique<WireSockets>(local);
-    }
+    std::optional<LocalAddress> const kept = address.empty() ? GetKeptAddress() : std::nullopt;
+    LocalAddress const local = !address.empty() ? LocalAddressOf(address) : kept.value_or(m_home);
+    if (local.address != m_sockets->GetLocal().address)
+        m_sockets = std::make_unique<WireSockets>(local);
+    if (!kept)
+        m_home = local;
+    m_mask = local.mask;
+    m_gateway = kept ? m_memory.Get(B::PersistentDefaultGateway) : 0;
     if (reset)
         SettingsReset();
     m_stream.ResetTicks();
     m_trouble.clear();
     m_alive = true;
     PowerUp();
+}
+
+// As a host has stored it. Factory settings are not those of the network.
+std::optional<LocalAddress> WireCamera::Impl::GetKeptAddress() const
+{
+    std::uint32_t const address = m_memory.Get(B::PersistentIpAddress);
+    bool const isOn = (m_memory.Get(B::NetworkInterfaceConfiguration) & gvcp::networkinterface::PersistentIp) != 0;
+    if (!isOn || address == 0)
+        return std::nullopt;
+    LocalAddress local = LocalAddressOf(AddressText(address));
+    local.mask = m_memory.Get(B::PersistentSubnetMask);
+    return local;
 }
 
 void WireCamera::Impl::SettingsReset()
@@ -605,19 +630,20 @@ void WireCamera::Impl::Act(std::uint32_t action)
         m_stream.Trigger();
 }
 
-bool WireCamera::Impl::TakeAddress(std::uint32_t address, std::uint32_t mask, std::uint32_t)
+bool WireCamera::Impl::TakeAddress(std::uint32_t address, std::uint32_t mask, std::uint32_t gateway)
 {
-    std::optional<LocalAddress> local = FindLocalAddress(address);
+    std::optional<LocalAddress> const local = FindLocalAddress(address);
     if (!local)
         return false;
-    if (address == m_sockets->GetLocal().address)
-        return true;
-    local->mask = mask;
-    try {
-        m_nextSockets = std::make_unique<WireSockets>(*local);
-    } catch (std::runtime_error const &) {
-        return false;
+    if (address != m_sockets->GetLocal().address) {
+        try {
+            m_nextSockets = std::make_unique<WireSockets>(*local);
+        } catch (std::runtime_error const &) {
+            return false;
+        }
     }
+    m_mask = mask;
+    m_gateway = gateway;
     return true;
 }
 

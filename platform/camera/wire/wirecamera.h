@@ -47,8 +47,9 @@ public:
     // A feature by its name in the description; commands take any value. False, and why, where the camera refuses.
     bool SetFeature(std::string const &name, std::string const &value, std::string &why);
     std::optional<std::string> GetFeature(std::string const &name, std::string &why);
-    // As if unplugged, and plugged in again: at another address where one is given, with or without the settings.
-    // A camera that has not gone restarts. Return throws as the constructor does.
+    // As if unplugged, and plugged in again: at another address where one is given, or else at the one that a host has
+    // had it keep, or where it began; with or without the settings. A camera that has not gone restarts. Return throws
+    // as the constructor does.
     void Die();
     void Return(std::string const &address = {}, bool reset = false);
     WireCameraStatus GetStatus() const;
