@@ -335,11 +335,7 @@ void GuiManager::Close()
     m_reconnect->End();
     if (!m_session)
         return;
-    m_panels.Store();
-    m_session->SaveSettings();
-    m_session->LeaveLog();
-    m_window->GetGlobalSettings()->sync();
-    m_session->GetSettings()->sync();
+    KeepSettings();
     CameraWait wait = m_session->MakeWait({});
     wait.limit = ClosingTime;
     m_window->Wait(wait, [this] {
@@ -347,6 +343,17 @@ void GuiManager::Close()
             emit m_session->signalStopCapturing(); // files first: the camera may take long
         cameraDisconnect();
     });
+}
+
+void GuiManager::KeepSettings()
+{
+    if (!m_session)
+        return;
+    m_panels.Store();
+    m_session->SaveSettings();
+    m_session->LeaveLog();
+    m_window->GetGlobalSettings()->sync();
+    m_session->GetSettings()->sync();
 }
 
 // ---- Messages -------------------------------------------------------------------------------------------------------

@@ -46,6 +46,8 @@ public:
     // For the main window, which has been closed and is about to hide: stores everything first, because the camera may
     // not answer, then ends a recording and the session. Messages go to the log alone.
     void Close();
+    // The part of it that stores.
+    void KeepSettings();
     // Opens the first camera there is and lets the plug-in drive the program.
     void ConnectAndRunAutoEvaluation();
     // The current session, null when no camera is open.

@@ -23,6 +23,7 @@ QString const GeometryKey = QStringLiteral("wndGeometry");
 QString const StateKey = QStringLiteral("wndState");
 constexpr int StateVersion = 0;
 constexpr std::chrono::seconds LongestTip{8};
+constexpr std::chrono::milliseconds LongestGivingUp{1500}; // of an action, before the window that is closed goes
 
 } // namespace
 
@@ -150,11 +151,13 @@ void TovScope::closeEvent(QCloseEvent *event)
     if (WaitingAction *const action = WaitingAction::Current()) {
         // It gives up first, and what it has on the stack goes its way.
         action->Cancel();
-        if (!m_closing && !std::exchange(m_closesLater, true))
+        if (!m_closing && !std::exchange(m_closesLater, true)) {
             WaitingAction::WhenOver(this, [this] {
                 m_closesLater = false;
                 QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
             });
+            QTimer::singleShot(LongestGivingUp, this, &TovScope::EndBeforeDisk);
+        }
         event->ignore();
         return;
     }
@@ -162,10 +165,27 @@ void TovScope::closeEvent(QCloseEvent *event)
     QMainWindow::closeEvent(event);
     if (!event->isAccepted())
         return;
-    emit closed();
+    if (!std::exchange(m_toldClosed, false))
+        emit closed();
     m_closing = true;
     m_manager.Close();
     m_closing = false;
+}
+
+// A disk that does not answer must not keep the program: whoever hears of it ends the process.
+void TovScope::EndBeforeDisk()
+{
+    WaitingAction const *const action = WaitingAction::Current();
+    if (!m_closesLater || !action)
+        return;
+    if (action->GetAwaited() != Awaited::Disk) { // yet
+        QTimer::singleShot(LongestGivingUp, this, &TovScope::EndBeforeDisk);
+        return;
+    }
+    writeSettings();
+    m_toldClosed = true;
+    emit closed();
+    m_manager.KeepSettings();
 }
 
 void TovScope::changeEvent(QEvent *event)

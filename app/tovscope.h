@@ -67,6 +67,7 @@ private:
     void AddKey(QKeySequence const &keys, QAction *action);
     void NameWidgets();
     void PaintFirstSteps();
+    void EndBeforeDisk();
 
     // The manager goes first: closing a session needs the settings and the form.
     Ui_TovScopeClass m_ui;
@@ -77,5 +78,6 @@ private:
     QTimer *m_tipTime = nullptr; // ends a status tip that nothing else has ended
     bool m_closesLater = false;  // when the action that waits is over
     bool m_closing = false;      // ends the session
+    bool m_toldClosed = false;   // before the disk has answered
     bool m_mayWait = true;       // with an event loop
 };

@@ -158,7 +158,7 @@ void WaitingDialog::Tell()
     bool const over = action && action->IsGivenUp();
     Step const step = m_step();
     bool const known = !over && step.total > 0 && step.done <= step.total;
-    m_dialog->m_step->setText(over ? tr("Giving up...") : step.text);
+    m_dialog->m_step->setText(over && !step.lasts ? tr("Giving up...") : step.text);
     m_dialog->m_bar->setRange(0, known ? BarSteps : 0);
     if (known)
         m_dialog->m_bar->setValue(

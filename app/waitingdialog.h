@@ -30,6 +30,7 @@ public:
     {
         QString text;
         std::uint64_t done = 0, total = 0; // 0: there is no knowing
+        bool lasts = false;                // cannot be given up; what comes behind it can
     };
     // `what` and `step` are asked for while it is shown: plain text, one line each. Without `what` it only keeps the
     // input away, and never shows.

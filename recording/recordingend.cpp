@@ -4,6 +4,7 @@
 #include "ledgerfile.h"
 #include "losstext.h"
 #include "tovlog.h"
+#include "waitingaction.h"
 
 #include "tovserializer.h"
 
@@ -12,18 +13,29 @@
 #include <algorithm>
 #include <exception>
 
+namespace {
+
+// The disk takes its time, or does not answer at all. Nothing is left out: it would be missing in the files.
+template<typename F>
+auto WaitForDisk(F const &call)
+{
+    return WaitFor(call, IfGivenUp::CallAllTheSame, Awaited::Disk);
+}
+
+} // namespace
+
 bool ImageWriter::StopWriting(std::function<QByteArray()> const &configuration)
 {
     TovLog::Debug(0, "ImageWriter::StopWriting() -> ENTER");
     m_fifo->SetGrabberThtreadBlocking(false);
-    bool const stopped = WorkingThread::Stop() != 0;
+    bool const stopped = WaitForDisk([this] { return WorkingThread::Stop(); }) != 0;
     m_endAccounts = m_fifo->GetAccounts(); // what comes while the files are closed is not the recording's
     LossCounts const lost = m_fifo->GetLossCounts();
     std::exception_ptr failure;
     try {
         if (configuration && m_serializer && m_serializer->HoldsConfiguration())
             HandOver(configuration);
-        std::int32_t const status = m_serializer ? m_serializer->Stop() : 0;
+        std::int32_t const status = m_serializer ? WaitForDisk([this] { return m_serializer->Stop(); }) : 0;
         if (status != 0)
             TovLog::Error(static_cast<unsigned long>(status), "ImageWriter::StopWriting(): closing the files failed");
         if (m_writing)
@@ -144,9 +156,10 @@ void ImageWriter::KeepLedger()
     if (m_companionFolder.isEmpty())
         return;
     QString const file = QFile::decodeName(m_companionFolder + '/' + m_companionName + ".ledger.txt");
-    QString why = WriteLedgerFile(file, m_ledger, m_report.GetReasons(), m_findings);
-    if (why.isEmpty() && m_gap)
-        why = m_gap->AppendToLedger(GetEnd(), m_continues->folder, true);
+    QString const why = WaitForDisk([&, reasons = m_report.GetReasons()] {
+        QString const failure = WriteLedgerFile(file, m_ledger, reasons, m_findings);
+        return failure.isEmpty() && m_gap ? m_gap->AppendToLedger(GetEnd(), m_continues->folder, true) : failure;
+    });
     if (!why.isEmpty() && *m_serializer->GetCompanionFailure() == 0)
         TellCompanionFailure(why);
 }

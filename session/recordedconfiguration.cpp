@@ -47,9 +47,13 @@ void RecordedConfiguration::Keep(ImageWriter &writer)
                 QStringLiteral("the camera was not waited for (%1)").arg(QFile::decodeName(name)));
         return;
     }
-    QSaveFile file(QFile::decodeName(name));
-    if (!file.open(QIODevice::WriteOnly) || file.write(m_taken) != m_taken.size() || !file.commit())
-        writer.TellCompanionFailure(QStringLiteral("%1 (%2)").arg(file.errorString(), file.fileName()));
+    auto const write = [this, &name] {
+        QSaveFile file(QFile::decodeName(name));
+        bool const written = file.open(QIODevice::WriteOnly) && file.write(m_taken) == m_taken.size() && file.commit();
+        return written ? QString() : QStringLiteral("%1 (%2)").arg(file.errorString(), file.fileName());
+    };
+    if (QString const why = WaitFor(write, IfGivenUp::CallAllTheSame, Awaited::Disk); !why.isEmpty())
+        writer.TellCompanionFailure(why);
 }
 
 void RecordedConfiguration::SaveAs(QByteArray const &file, ImageWriter &writer)

@@ -136,8 +136,14 @@ WaitingAction *WaitingAction::ForCall()
     return here && s_current && !s_current->m_waiting ? s_current : nullptr;
 }
 
-void WaitingAction::Wait(std::function<void()> const &call)
+Awaited WaitingAction::GetAwaited() const
 {
+    return m_awaited;
+}
+
+void WaitingAction::Wait(std::function<void()> const &call, Awaited awaited)
+{
+    m_awaited = awaited;
     Call state;
     std::thread worker;
     try {

@@ -1,4 +1,4 @@
-// An action of the operator that has to wait for a camera, while the window stays alive.
+// An action of the operator that has to wait for a camera or a disk, while the window stays alive.
 //
 // What may take long is called through WaitFor: on a thread of its own, and the GUI thread goes on behind the call once
 // it has returned. So an action reads, and acts, in the same order as without a wait. For the first moments the GUI
@@ -46,6 +46,10 @@ public:
     }
 };
 
+enum class IfGivenUp { LeaveOut, CallAllTheSame };
+// Who is to answer. A disk cannot be given up: what it has been told to write is under way.
+enum class Awaited { Camera, Disk };
+
 class WaitingAction
 {
 public:
@@ -81,12 +85,14 @@ public:
     static bool IsCurrentGivenUp();
     // An event loop of a wait runs.
     static bool IsWaiting();
+    // Whom the call that is waited for, or was last, is for.
+    Awaited GetAwaited() const;
     // At the end of the current action, unless the object has gone by then; at once where there is none.
     static void WhenOver(QObject *context, std::function<void()> call);
 
     // For WaitFor: the action that a call belongs to, and the wait. `call` does not throw.
     static WaitingAction *ForCall();
-    void Wait(std::function<void()> const &call);
+    void Wait(std::function<void()> const &call, Awaited awaited);
 
 private:
     struct Call;
@@ -107,14 +113,14 @@ private:
     bool m_cancelled = false;
     bool m_overdue = false;
     bool m_outlasts = false;
+    Awaited m_awaited = Awaited::Camera;
     std::vector<std::pair<QPointer<QObject>, std::function<void()>>> m_afterwards;
 };
 
-enum class IfGivenUp { LeaveOut, CallAllTheSame };
-
 // The call's result, or what it throws. An empty result without the call where the action has been given up.
 template<typename F>
-auto WaitFor(F const &call, IfGivenUp ifGivenUp = IfGivenUp::LeaveOut) -> std::invoke_result_t<F const &>
+auto WaitFor(F const &call, IfGivenUp ifGivenUp = IfGivenUp::LeaveOut, Awaited awaited = Awaited::Camera)
+    -> std::invoke_result_t<F const &>
 {
     using Result = std::invoke_result_t<F const &>;
     WaitingAction *const action = WaitingAction::ForCall();
@@ -131,13 +137,13 @@ auto WaitFor(F const &call, IfGivenUp ifGivenUp = IfGivenUp::LeaveOut) -> std::i
     bool const leftOut = action->IsGivenUp() && ifGivenUp == IfGivenUp::LeaveOut;
     if constexpr (std::is_void_v<Result>) {
         if (!leftOut)
-            action->Wait([&] { guarded(call); });
+            action->Wait([&] { guarded(call); }, awaited);
         if (thrown)
             std::rethrow_exception(thrown);
     } else {
         Result result{};
         if (!leftOut)
-            action->Wait([&] { guarded([&] { result = call(); }); });
+            action->Wait([&] { guarded([&] { result = call(); }); }, awaited);
         if (thrown)
             std::rethrow_exception(thrown);
         return result;

@@ -182,6 +182,7 @@ struct FrameSender::Impl
     void SendFrame(SimBuffer &buffer);
     void SendPackets(KeptFrame const &frame);
     void SendForged(KeptFrame const &frame);
+    void CountSent(KeptFrame const &frame);
     void ForgeResent(KeptFrame const &frame, std::uint32_t id, Outlet const &to);
     bool Rest(Clock::time_point until);
     std::size_t CountDue(std::size_t left);
@@ -210,12 +211,13 @@ struct FrameSender::Impl
 
     // Set with the mutex held when a thread that sends has to look at what it guards.
     std::atomic<bool> disturbed{false};
-    std::atomic<std::uint64_t> frames{0}, packets{0}, resent{0}, refused{0}, bytes{0};
+    std::atomic<std::uint64_t> frames{0}, packets{0}, resent{0}, refused{0}, bytes{0}, leftOut{0};
 
     // The thread's own; Begin's while it is not busy.
     std::vector<KeptFrame> kept; // a ring, with room for one that is being sent
     std::size_t firstKept = 0, keptCount = 0;
     std::uint64_t newestBlock = 0; // 0: none
+    std::uint64_t lastSent = 0;    // by the sensor's count, from 1 on
     PacketPlan plan;
     PacketBatch batch;
     StreamForger forger;
@@ -321,6 +323,7 @@ void FrameSender::Begin(std::uint64_t frameBytes)
     // The thread has nothing to do with frames until they are taken again.
     m_impl->LetGo(0);
     m_impl->newestBlock = 0;
+    m_impl->lastSent = 0;
     m_impl->request.reset();
     m_impl->stream.ReleaseBufferQueue();
     std::uint64_t const fit = KeptBytes / std::max<std::uint64_t>(frameBytes, 1);
@@ -373,7 +376,8 @@ StreamCounters FrameSender::GetCounters() const
     auto const get = [](std::atomic<std::uint64_t> const &counter) {
         return counter.load(std::memory_order_relaxed);
     };
-    return {get(m_impl->frames), get(m_impl->packets), get(m_impl->resent), get(m_impl->refused), get(m_impl->bytes)};
+    return {get(m_impl->frames),  get(m_impl->packets), get(m_impl->resent),
+            get(m_impl->refused), get(m_impl->bytes),   get(m_impl->leftOut)};
 }
 
 // ---- The thread --------------------------------------------------------------------------------------------------
@@ -481,7 +485,16 @@ void FrameSender::Impl::SendPackets(KeptFrame const &frame)
         sent = Send(*sending) || sent;
     }
     if (sent)
-        frames.fetch_add(1, std::memory_order_relaxed);
+        CountSent(frame);
+}
+
+void FrameSender::Impl::CountSent(KeptFrame const &frame)
+{
+    std::uint64_t const count = frame.buffer->GetFrameID() - model.firstFrameID + 1;
+    if (count > lastSent + 1)
+        leftOut.fetch_add(count - lastSent - 1, std::memory_order_relaxed);
+    lastSent = count;
+    frames.fetch_add(1, std::memory_order_relaxed);
 }
 
 // What befalls single datagrams is left out.
@@ -506,7 +519,7 @@ void FrameSender::Impl::SendForged(KeptFrame const &frame)
         sent = true;
     }
     if (sent)
-        frames.fetch_add(1, std::memory_order_relaxed);
+        CountSent(frame);
 }
 
 void FrameSender::Impl::ForgeResent(KeptFrame const &frame, std::uint32_t id, Outlet const &to)

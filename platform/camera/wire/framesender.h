@@ -21,7 +21,8 @@ struct StreamCounters
     std::uint64_t frames = 0;  // of which something was sent
     std::uint64_t packets = 0; // as far as nobody had to ask for them
     std::uint64_t resent = 0, refused = 0;
-    std::uint64_t bytes = 0; // of UDP payload, of all of them
+    std::uint64_t bytes = 0;   // of UDP payload, of all of them
+    std::uint64_t leftOut = 0; // frames of the sensor of which nothing was sent, before one of which something was
 };
 
 class FrameSender

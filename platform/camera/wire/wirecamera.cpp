@@ -416,7 +416,8 @@ WireCameraStatus WireCamera::Impl::GetStatus() const
             .frames = sent.frames,
             .packets = sent.packets,
             .resent = sent.resent,
-            .refused = sent.refused};
+            .refused = sent.refused,
+            .leftOut = sent.leftOut};
 }
 
 // ---- Memory ------------------------------------------------------------------------------------------------------

@@ -32,6 +32,7 @@ struct WireCameraStatus
     std::uint64_t controls = 0; // times that a host has got it
     std::string trouble;        // why it did not come back, "" for none
     std::uint64_t frames = 0, packets = 0, resent = 0, refused = 0; // sent
+    std::uint64_t leftOut = 0; // frames of the sensor that were not sent, though later ones were
 };
 
 class WireCamera
