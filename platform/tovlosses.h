@@ -14,13 +14,14 @@ struct FrameLosses
     std::uint32_t packets = 0, missing = 0;             // of this frame
     std::uint32_t packetsBefore = 0, missingBefore = 0; // of the frame before
     bool isEdgeMissing = false;                         // the last packet of the frame before, or the first of this one
-    // Packets that found no room in the socket or in the packet ring, since the first one of the frame before.
+    // Of the packets that are missing in it and in skipped ones: had no room in the socket or in the packet ring.
     std::uint64_t dropped = 0;
 };
 
 // Of a stream, and of the adapter that hears it, since the camera was opened.
 struct StreamLosses
 {
+    bool isUsb = false; // by USB, where a frame counts as one packet
     // Packets.
     std::uint64_t missing = 0; // frames ended without them
     std::uint64_t asked = 0;   // for again

@@ -9,10 +9,16 @@ namespace {
 // Frames of which nothing came are the network's if it lost as large a share of those around them.
 constexpr std::uint64_t NetworkShare = 4;
 
-// Of packets that the host dropped itself; Unknown where it did not.
+// Packets that are missing in a frame and in those that were skipped before it, which had as many.
+std::uint64_t MissingAround(TovCam::FrameLosses const &frame)
+{
+    return frame.missing + frame.skipped * frame.packets;
+}
+
+// Of packets most of which the host dropped itself; Unknown where it did not.
 LossPlace PlaceInHost(LossEvidence const &evidence, std::uint64_t missing)
 {
-    if (evidence.frame.dropped > 0)
+    if (evidence.frame.dropped > 0 && evidence.frame.dropped >= MissingAround(evidence.frame) / 2)
         return evidence.socketRoom != 0 && evidence.socketRoom < evidence.wantedRoom ? LossPlace::Socket
                                                                                      : LossPlace::Receiver;
     // The system also drops what nobody on this host wants.

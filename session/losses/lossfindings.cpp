@@ -103,13 +103,19 @@ private:
                              : frames.incomplete == 0 ? Words("The camera has counted frames and not sent them")
                                                       : Words("The camera has not sent frames, or no pictures");
         Add(LossPlace::Camera, 0, what,
-            Words("Lower the frame rate, or give the camera fewer triggers than it can follow"), false);
+            m_after.stream.isUsb ? Words("Lower the frame rate, or give the camera a USB controller of its own")
+                                 : Words("Lower the frame rate, or give the camera fewer triggers than it can follow"),
+            false);
     }
 
     void AddNetwork()
     {
         if (!IsSome(m_frames.At(LossPlace::Network)))
             return;
+        if (m_after.stream.isUsb) {
+            AddPort();
+            return;
+        }
         std::uint64_t const missing = Since(&TovCam::StreamLosses::missing),
                             damaged = Since(&TovCam::StreamLosses::adapterDamaged),
                             cuts = Since(&TovCam::StreamLosses::linkLosses);
@@ -130,6 +136,15 @@ private:
                             "own, and look at cable and switch");
         }
         Add(LossPlace::Network, missing, what, mending, false);
+    }
+
+    // The system tells nobody but its log of the errors of a USB controller.
+    void AddPort()
+    {
+        Add(LossPlace::Network, 0, Words("Transfers on the USB failed, or ended early"),
+            Words("Look at the system's log (sudo dmesg) for errors of the USB, at plugs and cable, try another port "
+                  "without a hub, and give the USB more memory (tovdoctor says how)"),
+            false);
     }
 
     void AddAdapter()

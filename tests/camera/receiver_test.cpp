@@ -81,6 +81,7 @@ public:
         }
         EXPECT_EQ(Bytes(memory.begin() + Payload, memory.end()), Bytes(64, Untouched));
         GiveBack(frame.buffer);
+        dropped[frame.blockId % dropped.size()] = frame.losses.dropped;
         ++delivered;
     }
     void GiveBack(BlockBuffer const &buffer) override
@@ -97,6 +98,7 @@ public:
     }
 
     std::atomic<int> complete{0}, delivered{0};
+    std::array<std::atomic<std::uint64_t>, 256> dropped{}; // as each frame tells
 
 private:
     std::deque<Bytes> m_memory;
@@ -353,6 +355,49 @@ public:
     bool woken = false;
     Losses losses;
 };
+
+// What was dropped is told by the frames that lack it: behind whole ones that had been waiting when it was noticed, but
+// not for ever; and at once where it is noticed when they end.
+TEST_P(ReceiverTest, DropsAreChargedToTheFramesThatLackThem)
+{
+    auto owned = std::make_unique<Queue>();
+    Queue &queue = *owned;
+    receiver.SetSource(std::move(owned));
+    Start();
+    Sender const sender;
+    std::uint64_t block = 0;
+    int sentBlocks = 0;
+    auto const show = [&](std::uint32_t packets, std::uint64_t drops = 0) {
+        ++block;
+        std::lock_guard const lock(queue.mutex);
+        for (std::uint32_t id = 0; id < packets; ++id)
+            queue.bytes.push_back(sender.Packet(block, id));
+        queue.losses.dropped += drops;
+        queue.changed.notify_all();
+        ++sentBlocks;
+    };
+    auto const areDelivered = [&] { return Becomes([&] { return sink.delivered == sentBlocks; }); };
+    constexpr std::uint32_t All = TrailerId + 1;
+    show(All, 1);
+    ASSERT_TRUE(Becomes([&] { return statistics.socketDrops.Get() == 1; }));
+    show(All);
+    show(All - 2);
+    block += 2; // of which nothing came
+    show(All - 1);
+    show(All);
+    ASSERT_TRUE(areDelivered());
+    std::vector<std::uint64_t> const expected{0, 0, 2, 0, 0, 2 * All + 1, 0};
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), sink.dropped.begin() + 1));
+    for (int i = 0; i < 40; ++i)
+        show(All);
+    show(All - 1);
+    show(All);
+    ASSERT_TRUE(areDelivered());
+    EXPECT_EQ(sink.dropped[block - 1], 0u) << "was sent later";
+    show(All - 3, 1);
+    ASSERT_TRUE(areDelivered());
+    EXPECT_EQ(sink.dropped[block], 3u);
+}
 
 TEST_P(ReceiverTest, AFloodOfOthersIsCountedAndTakesNoRoom)
 {

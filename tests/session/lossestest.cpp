@@ -43,6 +43,10 @@ EvidenceRow const evidenceRows[] = {
      .room = 0,
      .incomplete = P::Receiver,
      .skipped = P::Receiver},
+    {.what = "less than half of it was dropped",
+     .frame = {.skipped = 1, .packets = 40, .missing = 20, .dropped = 29},
+     .incomplete = P::Network,
+     .skipped = P::Camera},
     {.what = "no room in the card",
      .frame = {.packets = 40, .missing = 9},
      .noRoom = 1,
@@ -84,6 +88,7 @@ struct FindingRow
     char const *line;                             // begins and ends so, with "..." in between; empty for no finding
     std::int64_t unwritten = 0;
     std::uint64_t room = 212992;
+    bool isUsb = false;
 };
 
 FindingRow const findingRows[] = {
@@ -95,6 +100,22 @@ FindingRow const findingRows[] = {
      {2, 7},
      &TovCam::StreamLosses::missing,
      "1,204 packets got lost on the wire or in a switch: 2 frames are missing, and 7 are incomplete. "},
+    {"USB",
+     P::Network,
+     {1, 2},
+     nullptr,
+     "Transfers on the USB failed, or ended early: 1 frame is missing, and 2",
+     0,
+     0,
+     true},
+    {"USB camera",
+     P::Camera,
+     {3, 0},
+     nullptr,
+     "The camera has counted frames ...a USB controller of its own.",
+     0,
+     0,
+     true},
     {"recovered", P::Network, {0, 0}, &TovCam::StreamLosses::asked, ""},
     {"card",
      P::Adapter,
@@ -135,6 +156,7 @@ TEST(LossFindings, AreSentencesWithWhatMendsThem)
         for (LossCounts *const counts : {&before, &after}) {
             counts->hasStream = true;
             counts->stream.adapter = "eth0";
+            counts->stream.isUsb = row.isUsb;
             counts->stream.largestRing = 4096;
             counts->stream.socketRoom = row.room;
             counts->stream.wantedRoom = 8 << 20;

@@ -16,6 +16,14 @@ constexpr auto ClosePatience = 400ms;
 constexpr auto ReopenPatience = 1000ms;
 constexpr std::chrono::microseconds CancelPeriod = 20ms;
 
+// How often no buffer was free.
+std::uint64_t UnderrunsOf(ArvStream *stream)
+{
+    guint64 completed = 0, failures = 0, underruns = 0;
+    arv_stream_get_statistics(stream, &completed, &failures, &underruns);
+    return underruns;
+}
+
 } // namespace
 
 // ---- Frame -------------------------------------------------------------------------------------------------------
@@ -37,6 +45,13 @@ public:
             g_object_unref(m_buffer);
     }
 
+    bool GetLosses(TovCam::FrameLosses *losses) override
+    {
+        *losses = m_losses;
+        return true;
+    }
+
+    TovCam::FrameLosses m_losses;
     ArvBuffer *m_buffer = nullptr; // one reference of ours, and one of whoever holds the buffer
 };
 
@@ -146,6 +161,7 @@ std::int32_t AravisStream::StartAcquisition(std::int64_t frames, std::uint32_t)
     if (m_reachability.IsLost())
         return TOV_CAM_ERR_NO_DEVICE;
     m_frameIds.Reset(false);
+    m_losses.Begin(UnderrunsOf(m_stream));
     m_framesLeft = frames < 0 ? -1 : frames;
     m_cancelled.store(false, std::memory_order_relaxed);
     // The thread begins with no memory of earlier frame ids, as the camera does.
@@ -168,6 +184,12 @@ void AravisStream::RecycleFilled()
 {
     while (ArvBuffer *const buffer = arv_stream_try_pop_buffer(m_stream))
         arv_stream_push_buffer(m_stream, buffer);
+}
+
+bool AravisStream::GetLosses(TovCam::StreamLosses *losses)
+{
+    m_losses.AddTo(*losses);
+    return true;
 }
 
 std::int32_t AravisStream::QueueBuffer(TovCam::Buffer *buffer)
@@ -241,7 +263,8 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
     if (status == ARV_BUFFER_STATUS_ABORTED || status == ARV_BUFFER_STATUS_CLEARED)
         return nullptr;
 
-    bool whole = status == ARV_BUFFER_STATUS_SUCCESS;
+    bool const isBroken = status != ARV_BUFFER_STATUS_SUCCESS;
+    bool whole = !isBroken;
     StreamShape shape = m_format.shape;
     std::size_t offset = 0;
     frame->m_chunks = {};
@@ -276,6 +299,7 @@ AravisStream::Frame *AravisStream::Describe(ArvBuffer *buffer)
         arv_buffer_get_timestamp(buffer), m_format.tickFrequency != 0 ? m_format.tickFrequency : Nanoseconds);
     std::uint64_t const id = arv_buffer_get_frame_id(buffer);
     frame->m_image->frameID = whole ? m_frameIds.Next(id) : m_frameIds.Peek(id);
+    frame->m_losses = m_losses.Of(frame->m_image->frameID, isBroken, UnderrunsOf(m_stream));
     frame->m_held.store(true, std::memory_order_relaxed);
     m_held.fetch_add(1, std::memory_order_relaxed);
     return frame;

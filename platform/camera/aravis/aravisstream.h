@@ -4,6 +4,7 @@
 #include "frameids.h"
 #include "reachability.h"
 #include "streamframe.h"
+#include "usblosses.h"
 
 #include <atomic>
 #include <memory>
@@ -24,6 +25,7 @@ public:
     std::int32_t StopAcquisition(std::uint32_t flags) override;
     std::int32_t AllocBufferQueue(void *context, std::uint32_t count) override;
     std::int32_t ReleaseBufferQueue() override;
+    bool GetLosses(TovCam::StreamLosses *losses) override;
 
     // Stops and frees everything, buffers that were not given back included.
     void Close();
@@ -47,8 +49,9 @@ private:
     std::vector<std::unique_ptr<Frame>> m_frames;
     StreamFormat m_format;
     std::shared_ptr<BackgroundJob const> m_disposal; // of the last queue
-    FrameIdCounter m_frameIds;                       // and by the thread in GetBuffer
-    std::int64_t m_framesLeft = -1;                  // the same; -1 is endless
+    FrameIdCounter m_frameIds;                       // and by the thread in GetBuffer, as the next one
+    UsbLosses m_losses;
+    std::int64_t m_framesLeft = -1; // the same; -1 is endless
 
     std::atomic<bool> m_started{false};
     std::atomic<bool> m_cancelled{false};

@@ -80,7 +80,8 @@ struct BlockFrame
     std::size_t chunkOffset = 0, chunkBytes = 0;
     std::chrono::nanoseconds arrival{0}; // of its first packet
     std::uint32_t packets = 0, missing = 0;
-    TovCam::FrameLosses losses;
+    TovCam::FrameLosses losses;     // but for what the system has dropped
+    std::uint64_t begin = 0;        // datagrams of the stream that had been taken when its first one came
     std::uint64_t missingBytes = 0; // of an incomplete one: what it lacks of what leader and trailer promise, or else
                                     // of what was announced
 };

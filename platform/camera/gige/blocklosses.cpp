@@ -6,12 +6,6 @@ void BlockLosses::Begin()
 {
     m_next = {};
     m_isTailMissing = false;
-    m_mark = Now();
-}
-
-std::uint64_t BlockLosses::Now() const
-{
-    return m_statistics.socketDrops.Get();
 }
 
 void BlockLosses::AddSkipped(std::uint64_t frames)
@@ -30,7 +24,6 @@ TovCam::FrameLosses BlockLosses::Of(Ended const &frame)
     losses.packets = frame.packets;
     losses.missing = frame.missing;
     losses.isEdgeMissing = std::exchange(m_isTailMissing, !frame.hasLast) || !frame.hasFirst;
-    losses.dropped = Now() - std::exchange(m_mark, frame.begin);
     m_next.packetsBefore = losses.packets;
     m_next.missingBefore = losses.missing;
     return losses;

@@ -34,7 +34,6 @@ bool IsResent(gvsp::Header const &header)
 BlockTable::BlockTable(BufferSupply &supply, StreamStatistics &statistics)
     : m_supply(supply),
       m_statistics(statistics),
-      m_losses(statistics),
       m_suspect(std::make_unique<Suspect>())
 {
 }
@@ -287,7 +286,7 @@ void BlockTable::Reset(Frame &frame, std::uint64_t sequence, gvsp::Header const 
     frame.size = 0;
     frame.lastPacket = now;
     frame.arrival = {};
-    frame.begin = m_losses.Now();
+    frame.begin = m_statistics.received.Get();
 }
 
 // ---- Ends --------------------------------------------------------------------------------------------------------
@@ -468,9 +467,10 @@ void BlockTable::HandOver(Frame &frame)
     if (frame.isWhole)
         FindChunks(frame, done);
     done.arrival = frame.arrival;
+    done.begin = frame.begin;
     done.packets = packets;
     done.missing = packets - frame.have;
-    done.losses = m_losses.Of({frame.begin, packets, done.missing, frame.Has(0), frame.trailerId != NoTrailer});
+    done.losses = m_losses.Of({packets, done.missing, frame.Has(0), frame.trailerId != NoTrailer});
     if (frame.end == End::Incomplete)
         done.missingBytes = MissingBytes(frame);
     if (done.end == End::Complete && !m_supply.Accepts(done))

@@ -69,7 +69,7 @@ struct BlockUnderWay
     std::size_t size = 0;
     std::chrono::steady_clock::time_point lastPacket;
     std::chrono::nanoseconds arrival{0};
-    std::uint64_t begin = 0; // as BlockLosses wants it
+    std::uint64_t begin = 0; // as in BlockFrame
 };
 
 // Packets whose block is far from all others.

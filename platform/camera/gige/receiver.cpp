@@ -572,6 +572,8 @@ void Receiver::Start(BlockLayout const &layout)
     m_table.Begin(begun);
     m_batch = std::make_unique<Batch>(std::clamp<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket, 0xFFFF));
     m_camera = layout.address;
+    m_packetSize = std::max<std::uint32_t>(layout.packetSize, gvsp::SmallestPacket);
+    BeginCredit();
     JoinTrains(!m_usesSource); // not before: test packets come one by one
     Drain();
     m_nextGreeting = Clock::now();
@@ -651,7 +653,6 @@ bool Receiver::ReadSocket(BlockTable::Time now)
         return false;
     m_hasRead = true;
     m_readBytes += m_batch->Bytes(static_cast<std::size_t>(count));
-    // Before the frames end that lack what was dropped.
     CountDrops(m_batch->GetDrops(static_cast<std::size_t>(count)).value_or(m_drops));
     m_batch->Take(static_cast<std::size_t>(count), m_table, m_camera, now);
     return m_batch->IsFull();
@@ -684,7 +685,9 @@ void Receiver::CountLosses()
 
 void Receiver::CountRingDrops(DatagramSource::Losses const &losses)
 {
-    m_statistics.socketDrops.Add(losses.dropped - m_losses.dropped);
+    if (losses.dropped == m_losses.dropped)
+        return;
+    AddDrops(losses.dropped - m_losses.dropped);
     m_losses.dropped = losses.dropped;
 }
 
@@ -695,6 +698,7 @@ void Receiver::LeaveSource()
     m_usesSource = false;
     m_statistics.socketRoom.Set(GetRoom());
     m_drops = GetSocketDrops(m_socket);
+    BeginCredit();
     JoinTrains(true);
 }
 
@@ -710,17 +714,39 @@ void Receiver::CountDrops(std::uint32_t drops)
     // A datagram tells what was so when it came, which may be known better by now.
     if (static_cast<std::int32_t>(drops - m_drops) <= 0)
         return;
-    m_statistics.socketDrops.Add(drops - m_drops);
+    AddDrops(drops - m_drops);
     m_drops = drops;
+}
+
+void Receiver::AddDrops(std::uint64_t drops)
+{
+    m_statistics.socketDrops.Add(drops);
+    m_credit.Add(drops, m_statistics.received.Get());
+}
+
+// A packet takes more room than its bytes.
+void Receiver::BeginCredit()
+{
+    std::uint64_t const room =
+        m_usesSource ? m_source->GetRoom() : static_cast<std::uint64_t>(GetOption(m_socket, SO_RCVBUF));
+    m_credit.Begin(room / m_packetSize + BatchSize, LongestTrain / m_packetSize + 1);
+}
+
+// The system is asked only for frames that lack something.
+void Receiver::ChargeDrops(BlockFrame &frame)
+{
+    std::uint64_t const missing = frame.missing + frame.losses.skipped * frame.packets;
+    if (missing == 0)
+        return;
+    if (m_usesSource)
+        CountRingDrops(m_source->GetLosses());
+    else
+        CountDrops(GetSocketDrops(m_socket));
+    frame.losses.dropped = m_credit.Take(missing, frame.begin);
 }
 
 void Receiver::DoWhatIsDue(BlockTable::Time now)
 {
-    // Frames may end that lack what was dropped; not every batch tells of that.
-    if (m_usesSource && m_table.NextDue() <= now)
-        CountRingDrops(m_source->GetLosses());
-    else if (m_table.NextDue() <= now)
-        CountDrops(GetSocketDrops(m_socket));
     for (int i = 0; i < MostPolls && m_table.NextDue() <= now; ++i) {
         for (PacketRequest const &request : m_table.Poll(now))
             m_control.RequestPackets(request);
@@ -740,7 +766,8 @@ void Receiver::KeepPathOpen(BlockTable::Time now)
 
 void Receiver::HandOver()
 {
-    while (std::optional<BlockFrame> const frame = m_table.TakeDone()) {
+    while (std::optional<BlockFrame> frame = m_table.TakeDone()) {
+        ChargeDrops(*frame);
         if (frame->end == BlockFrame::End::Aborted)
             m_sink.GiveBack(frame->buffer);
         else

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "blocktable.h"
+#include "dropcredit.h"
 #include "gatherpause.h"
 #include "strangers.h"
 #include "streamcontrol.h"
@@ -56,6 +57,11 @@ public:
         std::uint64_t dropped = 0, malformed = 0, fragments = 0;
     };
     virtual Losses GetLosses() = 0;
+    // Bytes that may wait to be shown.
+    virtual std::uint64_t GetRoom() const
+    {
+        return 0;
+    }
     // What packets wait at most until they are shown.
     virtual std::chrono::milliseconds GetDelay() const
     {
@@ -97,6 +103,9 @@ private:
     bool Read(BlockTable::Time now);
     bool ReadSocket(BlockTable::Time now);
     void CountDrops(std::uint32_t drops);
+    void AddDrops(std::uint64_t drops);
+    void BeginCredit();
+    void ChargeDrops(BlockFrame &frame);
     void LookAround(BlockTable::Time now);
     void CountLosses();
     void CountRingDrops(DatagramSource::Losses const &losses);
@@ -119,10 +128,11 @@ private:
     std::unique_ptr<Batch> m_batch;
     Strangers m_strangers;
     std::uint32_t m_drops = 0; // as the system last told
+    DropCredit m_credit;
     bool m_usesSource = false, m_isUnheard = false;
     DatagramSource::Losses m_losses; // as the source last told
     std::uint64_t m_shown = 0;       // by the source
-    std::uint32_t m_camera = 0;
+    std::uint32_t m_camera = 0, m_packetSize = 1;
     BlockTable::Time m_nextGreeting, m_nextLook;
     bool m_hasRead = false, m_hasNews = false; // since the last look, and in it or before it
     std::size_t m_readBytes = 0;               // since the last wait

@@ -60,6 +60,10 @@ public:
     {
         return {m_ring->GetDropped(), m_ring->GetMalformed(), m_ring->GetFragments()};
     }
+    std::uint64_t GetRoom() const override
+    {
+        return std::uint64_t{RingSize.blockBytes} * RingSize.blocks;
+    }
     std::chrono::milliseconds GetDelay() const override
     {
         return RingSize.delay;
