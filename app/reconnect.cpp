@@ -7,7 +7,6 @@
 #include "session.h"
 #include "tovlog.h"
 #include "waitingaction.h"
-#include "waitingdialog.h"
 
 #include "tovcamera.h"
 #include "tovcameragui.h"
@@ -26,7 +25,6 @@ namespace {
 QString const ReconnectKey = QStringLiteral("Camera/Reconnect");
 QString const ResumeKey = QStringLiteral("Camera/ResumeRecording");
 constexpr int LongestName = 80; // in characters
-constexpr std::chrono::seconds Limit{60};
 
 QString NameOf(TovCam::DeviceInfo *camera)
 {
@@ -39,6 +37,8 @@ ImageWriter *WriterOf(Session *session)
 }
 
 } // namespace
+
+std::chrono::milliseconds Reconnect::s_readingLimit{10000};
 
 Reconnect::Reconnect(ManagedWindow *window) : m_window(window)
 {
@@ -86,29 +86,43 @@ void Reconnect::AddChoice(TovGui::TovCameraSelectorDialog &dialog)
 
 bool Reconnect::TakeSettings(Session *session)
 {
-    if (!IsOn() || session->GetState() != SessionStateIdle)
+    if (session->GetState() != SessionStateIdle)
+        return true;
+    Forget(); // from here on it is the operator's picture
+    if (!IsOn())
         return true;
     TovCam::Device *const device = session->GetDevice();
     CameraLookout::Camera const camera(device->GetDeviceInfo());
-    QTemporaryDir const folder;
-    if (camera.serial.empty() || !folder.isValid())
+    if (camera.serial.empty())
         return true;
-    WaitingDialog dialog(
-        m_window->GetMainWindow(),
-        [device] { return tr("Reading the settings of %1").arg(NameOf(device->GetDeviceInfo())); },
-        [] { return WaitingDialog::Step{tr("The camera gets them back if it is lost")}; }, Limit);
-    WaitingAction const action(dialog, [] {});
-
+    QTemporaryDir const folder;
     QFile file(folder.filePath(QStringLiteral("camera.tcfg")));
     QByteArray const name = QFile::encodeName(file.fileName());
-    std::int32_t const status = WaitFor([&] { return device->SaveConfiguration(name.constData()); });
-    if (WaitingAction const *const current = WaitingAction::Current(); current && current->IsGivenUp())
-        return false;
+    std::int32_t status = TOV_CAM_ERR_FILE_NOT_FOUND;
+    bool cancelled = false;
+    CameraWait wait = session->MakeWait(
+        tr("Reading the settings of %1, which it gets back if it is lost").arg(session->GetPlainName()));
+    wait.limit = s_readingLimit;
+    m_window->Wait(wait, [&] {
+        if (folder.isValid())
+            status = WaitFor([&] { return device->SaveConfiguration(name.constData()); });
+        WaitingAction const *const action = WaitingAction::Current();
+        cancelled = action && action->IsGivenUp() && !action->IsOverdue();
+        if (action && action->IsOverdue()) // without a call there is no status
+            status = TOV_CAM_ERR_NO_DEVICE;
+    });
+    if (cancelled || m_lost == session)
+        return false; // what is known from before is still the best
     m_settings.reset();
     if (status == 0 && file.open(QIODevice::ReadOnly))
         m_settings = Settings{camera, file.readAll()};
-    else
-        TovLog::Warning(static_cast<unsigned long>(status), "Reconnect: the camera does not give its settings");
+    if (!m_settings || m_settings->text.isEmpty()) {
+        m_settings.reset();
+        NoticeBoard::Instance().Report(
+            NoticeTopic::Camera, NoticeLevel::Warning,
+            tr("The settings of %1 could not be read: after a loss it would come back without them")
+                .arg(session->GetPlainName()));
+    }
     return true;
 }
 
@@ -175,7 +189,7 @@ void Reconnect::Look()
 {
     m_found = nullptr;
     m_lookout.Begin(m_system, *m_camera);
-    TellWaiting(false);
+    TellWaiting(nullptr);
     SetStage(Stage::Waiting);
 }
 
@@ -196,7 +210,7 @@ void Reconnect::SessionClosed(bool lost)
     if (m_stage != Stage::Waiting)
         return;
     NoticeBoard::Instance().Withdraw(NoticeTopic::Camera); // for a place before what the end of the recording has told
-    TellWaiting(false);
+    TellWaiting(nullptr);
     QMetaObject::invokeMethod(this, &Reconnect::Open, Qt::QueuedConnection);
 }
 
@@ -212,7 +226,7 @@ void Reconnect::Looked(TovCam::DeviceInfo *camera, bool free)
             emit seen();
         return;
     }
-    TellWaiting(camera && !free);
+    TellWaiting(free ? nullptr : camera);
     Open();
 }
 
@@ -252,7 +266,7 @@ void Reconnect::Opened(Session *session)
     m_recording = m_recording && !ends;
     Tell(NoticeLevel::Warning, ends ? tr("%1. Its recording has ended").arg(text) : text);
     m_session = session;
-    m_started = false;
+    m_tried = m_starts = false;
     connect(session, &Session::signalUpdateGui, this, &Reconnect::GoOn, Qt::QueuedConnection);
     QMetaObject::invokeMethod(this, &Reconnect::GoOn, Qt::QueuedConnection);
     SetStage(Stage::None);
@@ -261,19 +275,26 @@ void Reconnect::Opened(Session *session)
 // Behind an action of the session's state machine, never within it.
 void Reconnect::GoOn()
 {
-    if (!m_session || m_stage != Stage::None || WaitingAction::IsWaiting())
-        return; // what waits ends with another change of state
+    if (!m_session || m_stage != Stage::None)
+        return;
+    if (WaitingAction::IsWaiting()) {
+        WaitingAction::WhenOver(this,
+                                [this] { QMetaObject::invokeMethod(this, &Reconnect::GoOn, Qt::QueuedConnection); });
+        return;
+    }
     Session *const session = m_session;
     switch (session->GetState()) {
     case SessionStateIdle:
-        if (m_picture && !std::exchange(m_started, true))
+        // Once. Where it fails, and the camera is lost again, there is still something to go on with.
+        m_starts = m_picture && !std::exchange(m_tried, true);
+        if (m_starts)
             emit session->signalStartAcquisition();
-        else
-            Forget(); // there is nothing to go on with, or it cannot
+        else if (!m_picture)
+            Forget();
         break;
     case SessionStateAcquisition:
         m_picture = false;
-        if (std::exchange(m_recording, false)) {
+        if (std::exchange(m_recording, false) && m_starts) {
             WriterOf(session)->ContinueAfter(m_recordingEnd);
             emit session->signalStartCapturing();
         }
@@ -311,10 +332,17 @@ void Reconnect::SetStage(Stage stage)
         emit changed();
 }
 
-void Reconnect::TellWaiting(bool inUse)
+// `camera`: it is there, but cannot be opened.
+void Reconnect::TellWaiting(TovCam::DeviceInfo *camera)
 {
-    Tell(NoticeLevel::Error, inUse ? tr("Waiting for %1... It is in use by another program").arg(m_name)
-                                   : tr("Waiting for %1...").arg(m_name));
+    QString const text = tr("Waiting for %1...").arg(m_name);
+    if (!camera)
+        Tell(NoticeLevel::Error, text);
+    else if (camera->GetNetworkPlace().isForeign)
+        Tell(NoticeLevel::Error,
+             tr("%1 It is in a wrong subnet, at %2").arg(text, QString::fromUtf8(camera->GetAddress())));
+    else
+        Tell(NoticeLevel::Error, tr("%1 It is in use by another program").arg(text));
 }
 
 void Reconnect::Tell(NoticeLevel level, QString const &text)

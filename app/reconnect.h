@@ -15,6 +15,7 @@
 #include <QPointer>
 #include <QString>
 
+#include <chrono>
 #include <optional>
 
 class ManagedWindow;
@@ -30,6 +31,9 @@ class Reconnect : public QObject
 {
     Q_OBJECT
 public:
+    // For reading a camera's settings before a start, which then goes on without them. Tests change it.
+    static std::chrono::milliseconds s_readingLimit;
+
     explicit Reconnect(ManagedWindow *window); // which outlives it
     ~Reconnect() override;
 
@@ -37,7 +41,8 @@ public:
     // The choice for the operator, kept at once.
     void AddChoice(TovGui::TovCameraSelectorDialog &dialog);
 
-    // Before the picture is started: after a loss it would be too late. False when the operator has given up.
+    // Before the picture is started: after a loss it would be too late. An action of its own, which is waited for.
+    // False when the operator has given up, or the camera is lost: it is not to be started.
     bool TakeSettings(Session *session);
 
     // The session's camera is lost. The session is still there, and may be for long, behind a message.
@@ -75,7 +80,7 @@ private:
     bool IsSet(QString const &key) const;
     void SetStage(Stage stage);
     void Tell(NoticeLevel level, QString const &text);
-    void TellWaiting(bool inUse);
+    void TellWaiting(TovCam::DeviceInfo *camera);
     void Look();
     void Looked(TovCam::DeviceInfo *camera, bool free);
     void Open();
@@ -102,5 +107,6 @@ private:
     bool m_endsRecording = false; // the session that is lost
     RecordingEnd m_recordingEnd;
     QPointer<Session> m_session; // in which it goes on
-    bool m_started = false;      // the picture, there
+    bool m_tried = false;        // to start the picture, there
+    bool m_starts = false;       // and it is that start
 };

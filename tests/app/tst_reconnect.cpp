@@ -1,83 +1,51 @@
 // A camera on the network that is lost and comes back, in the real window. In a network namespace of its own.
-#include "window.h"
+#include "losttest.h"
 #include "wireclients.h"
 
-#include "cameralookout.h"
 #include "companionfiles.h"
-#include "noticeboard.h"
 #include "params.h"
+#include "waitingaction.h"
 
-#include "tovcameragui.h"
+#include "gige/camerasearch.h"
 
 namespace {
 
-class Reconnecting : public WindowTest
+using namespace std::chrono_literals;
+
+class Reconnecting : public LostTest
 {
 protected:
     Reconnecting()
     {
-        SetChoice("Camera/Reconnect", true);
-        NewWindow();
+        s_searchRound = 20ms;
         MakeSmall(*m_camera);
-        QObject::connect(&m_operator, &QTimer::timeout, [this] {
-            auto *const box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (box && m_attended)
-                box->accept();
-            m_message = box ? box->text().toStdString() : "";
-            if (box && m_meanwhile)
-                std::exchange(m_meanwhile, {})();
-        });
-        m_operator.start(5);
     }
     ~Reconnecting() override
     {
         m_window.reset();
-        m_system->Release();
-    }
-    static void SetChoice(char const *key, bool on)
-    {
-        QSettings(QStringLiteral("Velmor"), QStringLiteral("TovScope")).setValue(QString::fromLatin1(key), on);
+        WaitingAction::s_times = {};
     }
     void Open()
     {
         Gui().Open(FindAt(m_system, m_camera->GetStatus().address.c_str()));
         ASSERT_TRUE(Reaches(SessionStateIdle));
     }
-    TovCam::ParamArray *Nodes()
-    {
-        return Current()->GetDevice()->GetCameraParameters(nullptr);
-    }
     void Play()
     {
         Action("Play")->trigger();
         ASSERT_TRUE(Reaches(SessionStateAcquisition));
     }
-    static bool IsTold(QString const &text)
+    // It is gone, and the library has noticed, which takes it six seconds otherwise.
+    void Pull()
     {
-        auto const notices = NoticeBoard::Instance().Notices();
-        return std::any_of(notices.begin(), notices.end(),
-                           [&](Notice const &notice) { return notice.text.startsWith(text); });
-    }
-    // As others look for it, so that the window has had the time to do so as well.
-    void LookTwice(bool isThere)
-    {
-        CameraLookout lookout;
-        int looks = 0;
-        QObject::connect(&lookout, &CameraLookout::looked,
-                         [&](TovCam::DeviceInfo *info, bool free) { looks += isThere ? info && free : !info; });
-        lookout.Begin(m_system, *m_mark);
-        EXPECT_TRUE(Eventually([&] { return looks == 2; }));
+        m_camera->Die();
+        Session::CameraDisconnectCallback(nullptr, 0, Current());
     }
 
     std::unique_ptr<WireCamera> m_camera = Serve(Colour), m_twin = std::make_unique<WireCamera>(WireCameraOptions{
                                                               &FindModel(Colour), "127.0.0.9", "TWIN", {}});
-    TovCam::System *m_system = TovCam_GetSystem();
-    std::optional<CameraLookout::Camera> m_mark{FindAt(m_system)};
+    CameraLookout::Camera const m_mark{FindAt(m_system)};
     QString const m_waiting = QStringLiteral("Waiting for Velmor VG-1280C (W1280C)...");
-    QTimer m_operator;
-    bool m_attended = false;
-    std::string m_message; // on the screen
-    std::function<void()> m_meanwhile;
 };
 
 TEST_F(Reconnecting, AsItWasWhateverHasHappenedToItAndNoTwin)
@@ -88,24 +56,24 @@ TEST_F(Reconnecting, AsItWasWhateverHasHappenedToItAndNoTwin)
         std::function<void()> go, comeBack;
         char const *address;
     } const losses[] = {
-        {[this] { m_camera->Die(); }, [this] { m_camera->Return(); }, "127.0.0.1"},
         {[this] { Set(*m_camera, "WireSilence", "All"); }, [this] { Set(*m_camera, "WireSilence", "Off"); },
          "127.0.0.1"},
-        {[this] { m_camera->Die(); }, [this] { m_camera->Return("127.0.0.77"); }, "127.0.0.77"},
-        {[this] { m_camera->Die(); }, [this] { m_camera->Return("127.0.0.1", true); }, "127.0.0.1"},
+        {[this] { Pull(); }, [this] { m_camera->Return("127.0.0.77"); }, "127.0.0.77"},
+        {[this] { Pull(); }, [this] { m_camera->Return("127.0.0.1", true); }, "127.0.0.1"},
     };
     int height = 100;
     for (auto const &loss : losses) {
+        SCOPED_TRACE(loss.address);
         Action("Stop")->trigger();
         ASSERT_TRUE(Reaches(SessionStateIdle));
         Nodes()->SetIntegerValue("Height", height += 20);
         Play();
-        m_attended = !m_attended; // nobody is there for the other two
-        Session const *const session = Current();
+        m_attended = !m_attended; // nobody is there for the second
+        QPointer<Session> const session(Current());
         auto const away = [&] {
             EXPECT_TRUE(IsTold(m_waiting));
-            LookTwice(false);
-            EXPECT_EQ(Current(), m_attended ? nullptr : session);
+            LookTwice(m_mark, false);
+            EXPECT_EQ(session.isNull(), m_attended);
             EXPECT_EQ(m_message, m_attended ? "" : "Connection to the Camera was lost");
             loss.comeBack();
         };
@@ -116,8 +84,8 @@ TEST_F(Reconnecting, AsItWasWhateverHasHappenedToItAndNoTwin)
             EXPECT_TRUE(Eventually([&] { return !Current(); }));
             away();
         }
-        ASSERT_TRUE(Eventually([&] { return Current() && Current() != session; }));
-        ASSERT_TRUE(Reaches(SessionStateAcquisition)) << loss.address;
+        ASSERT_TRUE(Eventually([&] { return Current() && !session; }));
+        ASSERT_TRUE(Reaches(SessionStateAcquisition));
         EXPECT_EQ(Nodes()->GetIntegerValue("Height", nullptr), height);
         EXPECT_EQ(Nodes()->GetFloatValue("ExposureTime", nullptr), 1000.0);
         EXPECT_STREQ(Nodes()->GetString("DeviceSerialNumber", nullptr)->GetValue(nullptr), "W1280C");
@@ -129,42 +97,36 @@ TEST_F(Reconnecting, AsItWasWhateverHasHappenedToItAndNoTwin)
     EXPECT_EQ(m_twin->GetStatus().controls, 0u);
 }
 
-TEST_F(Reconnecting, TheOperatorEndsTheWaiting)
+// As soon as it has given control, and as soon as there is a window around it.
+TEST_F(Reconnecting, LostAgainWhileItIsOpened)
 {
-    m_attended = true;
-    auto const turnOff = [this] {
-        During<TovGui::TovCameraSelectorDialog>([this] { Action("Connect")->trigger(); },
-                                                [](TovGui::TovCameraSelectorDialog *dialog) {
-                                                    auto *const box = dialog->findChild<QCheckBox *>();
-                                                    EXPECT_TRUE(box->isChecked());
-                                                    box->click();
-                                                    dialog->reject();
-                                                });
-    };
-    std::function<void()> const ways[] = {
-        [this] { Action("Disconnect")->trigger(); },
-        [this] {
-            During<QFileDialog>([this] { Action("LoadConfiguration")->trigger(); },
-                                [](QFileDialog *dialog) { Choose(dialog, {}); });
-        },
-        [this] { m_window->close(); },
-        turnOff,
-        [] {}, // as it was turned off, it is not even begun
-    };
-    for (auto const &end : ways) {
-        bool const waits = &end != &ways[4];
-        if (!m_window->isVisible())
-            NewWindow();
-        Open();
-        m_camera->Die();
+    Open();
+    Nodes()->SetIntegerValue("Height", 160);
+    Play();
+    for (bool const hasSession : {false, true}) {
+        SCOPED_TRACE(hasSession);
+        std::uint64_t const before = m_camera->GetStatus().controls;
+        bool again = false;
+        QTimer watch;
+        QObject::connect(&watch, &QTimer::timeout, [&] {
+            bool const isThere = hasSession ? Current() != nullptr : m_camera->GetStatus().controls > before;
+            if (isThere && !std::exchange(again, true))
+                m_camera->Return({}, true);
+        });
+        WaitingAction::s_times = {0ms, 0ms, 0ms, Patience}; // so that something can happen
+        m_attended = true;
+        Pull();
         EXPECT_TRUE(Eventually([&] { return !Current(); }));
-        EXPECT_EQ(IsTold(m_waiting), waits);
-        EXPECT_EQ(Action("Disconnect")->isEnabled(), waits);
-        end();
-        EXPECT_FALSE(IsTold(m_waiting) || Action("Disconnect")->isEnabled());
-        m_camera->Return();
-        LookTwice(true);
-        EXPECT_EQ(Current(), nullptr);
+        m_attended = false;
+        m_camera->Return({}, true);
+        watch.start(1);
+        ASSERT_TRUE(Eventually([&] {
+            return again && m_camera->GetStatus().controls >= before + 2 && Current() &&
+                   Current()->GetState() == SessionStateAcquisition && !QApplication::activeModalWidget();
+        }));
+        EXPECT_EQ(Nodes()->GetIntegerValue("Height", nullptr), 160);
+        EXPECT_EQ(Nodes()->GetFloatValue("ExposureTime", nullptr), 1000.0);
+        EXPECT_FALSE(IsTold(QStringLiteral("The configuration")));
     }
 }
 
@@ -178,9 +140,9 @@ TEST_F(Reconnecting, ARecordingGoesOnOnlyIfThatIsWantedAndTellsTheGap)
         Play();
         Action("Record")->trigger();
         EXPECT_TRUE(Eventually([&] { return IntOf(Current()->GetImageWriter(), "FramesSaved") >= 3; }));
-        Session const *const session = Current();
+        QPointer<Session> const session(Current());
         m_camera->Return({}, true);
-        ASSERT_TRUE(Eventually([&] { return Current() && Current() != session; }));
+        ASSERT_TRUE(Eventually([&] { return Current() && !session; }));
         ASSERT_TRUE(Reaches(resumes ? SessionStateCapturing : SessionStateAcquisition));
         EXPECT_TRUE(IsTold(QStringLiteral("Velmor VG-1280C (W1280C) is back")));
         long const least = resumes ? 3 : 0;

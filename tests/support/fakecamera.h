@@ -423,14 +423,15 @@ public:
     TovCam::ParamArray *interface = nullptr; // parameters of the interface
     std::uint32_t kind = TovCam::InterfaceKindGigEVision;
     TovCam::OpenFailure failure; // set while nobody looks
+    char const *vendor = "Test bench", *model = "Scripted", *serial = "0042";
 
     FAKE_GIVES(TovCam::OpenFailure GetOpenFailure(), failure);
     FAKE_GIVES(TovCam::Interface *GetInterface(), this);
     FAKE_GIVES(char const *GetDisplayName(), "Scripted camera");
     FAKE_GIVES(char const *GetHostInformation(), host);
-    FAKE_GIVES(char const *GetVendorName(), "Test bench");
-    FAKE_GIVES(char const *GetModelName(), "Scripted");
-    FAKE_GIVES(char const *GetSerialNumber(), "0042");
+    FAKE_GIVES(char const *GetVendorName(), vendor);
+    FAKE_GIVES(char const *GetModelName(), model);
+    FAKE_GIVES(char const *GetSerialNumber(), serial);
     FAKE_GIVES(char const *GetUserID(), "bench");
     FAKE_GIVES(char const *GetAddress(), "");
     FAKE_GIVES(AccessStatus GetAccessStatus(), AccessFree);

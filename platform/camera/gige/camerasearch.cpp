@@ -21,8 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto Round = 250ms; // who has not answered is asked again
-constexpr int Rounds = 4;     // and one in which nobody new is listened to
+constexpr int Rounds = 4; // and one in which nobody new is listened to
 constexpr int DatagramsAtOnce = 256;
 constexpr int BufferSize = 1 << 20;
 constexpr std::size_t LongestDatagram = 1024; // more than any answer
@@ -148,11 +147,11 @@ public:
             if (round % 2 == 0)
                 Broadcast();
             AskAgain();
-            for (Clock::time_point const end = start + (round + 1) * Round; Clock::now() < end;)
+            for (Clock::time_point const end = start + (round + 1) * s_searchRound; Clock::now() < end;)
                 Listen(end, true);
         }
         AskAgain();
-        for (Clock::time_point const end = start + (Rounds + 1) * Round; Clock::now() < end && !IsComplete();)
+        for (Clock::time_point const end = start + (Rounds + 1) * s_searchRound; Clock::now() < end && !IsComplete();)
             Listen(end, false);
         return Collect();
     }
@@ -302,6 +301,8 @@ private:
 };
 
 } // namespace
+
+std::chrono::milliseconds s_searchRound{250};
 
 std::vector<CameraRoll::Camera> FindCameras(std::vector<std::uint32_t> const &known)
 {

@@ -3,6 +3,11 @@
 
 #include "cameraroll.h"
 
+#include <chrono>
+
+// A quarter of a search: after it, who has not answered is asked again. Tests that search often change it.
+extern std::chrono::milliseconds s_searchRound;
+
 // Asks by broadcast in the network of every adapter that is up, and the addresses in `known` by themselves, since they
 // may be out of the reach of a broadcast. Takes about a second, whatever is answered, and a quarter more where somebody
 // does not tell who controls him. In no particular order; each camera once. Any thread.
