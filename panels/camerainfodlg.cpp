@@ -7,6 +7,7 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QPointer>
 #include <QPushButton>
 
 CameraInfoDlgImpl::CameraInfoDlgImpl(QWidget *parent, Session *session) : QDialog(parent)
@@ -39,8 +40,10 @@ void CameraInfoDlgImpl::AddLosses(Session *session)
     losses->setAutoDefault(false);
     losses->setEnabled(session != nullptr);
     buttonLayout->insertWidget(buttonLayout->indexOf(buttonSave) + 1, losses);
-    connect(losses, &QPushButton::clicked, this,
-            [this, open = QPointer<Session>(session)] { LossesDialog(this, open).exec(); });
+    connect(losses, &QPushButton::clicked, this, [this, open = QPointer<Session>(session)] {
+        if (open)
+            LossesDialog(this, open).exec();
+    });
 }
 
 void CameraInfoDlgImpl::Copy()

@@ -6,6 +6,7 @@
 #include <QDialogButtonBox>
 #include <QGuiApplication>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QVBoxLayout>
 
 namespace {
@@ -17,7 +18,8 @@ constexpr int Period = 1000; // milliseconds
 LossesDialog::LossesDialog(QWidget *parent, Session *session)
     : QDialog(parent),
       m_session(session),
-      m_text(new QTextBrowser(this))
+      m_text(new QTextBrowser(this)),
+      m_timer(this)
 {
     setObjectName(QStringLiteral("lossesDialog"));
     setWindowTitle(tr("Losses"));
@@ -32,6 +34,10 @@ LossesDialog::LossesDialog(QWidget *parent, Session *session)
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(copy, &QPushButton::clicked, this,
             [this] { QGuiApplication::clipboard()->setText(m_text->toPlainText()); });
+    connect(session, &QObject::destroyed, this, [this] {
+        m_timer.stop();
+        reject();
+    });
     connect(&m_timer, &QTimer::timeout, this, &LossesDialog::Look);
     m_timer.start(Period);
     Look();
@@ -39,9 +45,12 @@ LossesDialog::LossesDialog(QWidget *parent, Session *session)
 
 void LossesDialog::Look()
 {
-    if (!m_session)
-        return;
+    if (!m_session->GetImageWriter())
+        return; // it is going
     QString const report = LossReport(m_session->GetLosses());
-    if (report != m_text->toPlainText()) // or a selection would go
-        m_text->setPlainText(report);
+    if (report == m_text->toPlainText() || m_text->textCursor().hasSelection())
+        return;
+    int const line = m_text->verticalScrollBar()->value();
+    m_text->setPlainText(report);
+    m_text->verticalScrollBar()->setValue(line);
 }

@@ -1,11 +1,10 @@
-// What was lost since the picture was started, and where, and what mends it; looked up again every second. Modal; GUI
-// thread only.
+// What was lost since the picture was started, and where, and what mends it; looked up again every second, unless some
+// of it is selected. Modal; GUI thread only.
 #pragma once
 
 #include "session.h"
 
 #include <QDialog>
-#include <QPointer>
 #include <QTextBrowser>
 #include <QTimer>
 
@@ -13,13 +12,13 @@ class LossesDialog : public QDialog
 {
     Q_OBJECT
 public:
-    // The session may be null. It may go while the dialog is open, which then keeps what it shows.
+    // Closes when the session goes.
     LossesDialog(QWidget *parent, Session *session);
 
 private:
     void Look();
 
-    QPointer<Session> m_session;
+    Session *const m_session;
     QTextBrowser *m_text;
     QTimer m_timer;
 };

@@ -345,7 +345,7 @@ QString Session::GetCameraInfo()
 
 std::vector<LossFinding> Session::GetLosses()
 {
-    return ExplainLosses(m_lossBase, m_writer->GetLossCounts());
+    return m_writer ? ExplainLosses(m_lossBase, m_writer->GetLossCounts()) : std::vector<LossFinding>();
 }
 
 void Session::LogLosses()

@@ -84,7 +84,7 @@ public:
     // What the camera, the host and the interface report about themselves, line by line; laid out for a fixed-pitch
     // font. Null when it was given up.
     QString GetCameraInfo();
-    // What was lost since the picture was started last, and what mends it.
+    // What was lost since the picture was started last, and what mends it; nothing of a session that is going.
     std::vector<LossFinding> GetLosses();
 
     // Channels of the protocol log, by the camera library's event that brings their packets.

@@ -19,6 +19,7 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <map>
 #include <memory>
@@ -59,7 +60,8 @@ namespace {
 using namespace std::chrono_literals;
 using Dice = std::minstd_rand;
 
-constexpr std::chrono::milliseconds RunTime{900}, Patience{60'000};
+constexpr int RunFrames = 54;
+constexpr std::chrono::milliseconds Patience{60'000};
 
 [[noreturn]] void GiveUp(std::string const &why)
 {
@@ -116,6 +118,15 @@ std::unique_ptr<WireCamera> Serve(std::string const &address, Features const &fe
     return camera;
 }
 
+// Until the camera has sent so many more frames: a busy machine takes longer for them.
+void AwaitFrames(WireCamera &camera, int frames)
+{
+    std::uint64_t const end = camera.GetStatus().frames + static_cast<std::uint64_t>(frames);
+    auto const patience = std::chrono::steady_clock::now() + Patience / 2;
+    while (camera.GetStatus().frames < end && std::chrono::steady_clock::now() < patience)
+        std::this_thread::sleep_for(2ms);
+}
+
 // The camera's picture, on its way through the FIFO into files where that is wanted.
 class Host
 {
@@ -150,16 +161,21 @@ public:
         m_fifo->SetState(SessionStateCapturing);
         m_writer->StartWriting();
     }
-    // Takes all buffers, and gives them back after a while.
-    void Hold(std::chrono::milliseconds time)
+    // Takes all buffers, and gives them back when `wait` has returned.
+    void Hold(std::function<void()> const &wait)
     {
         std::vector<TovCam::Buffer *> held;
-        auto const end = std::chrono::steady_clock::now() + time;
-        while (std::chrono::steady_clock::now() < end) {
-            TovCam::Buffer *buffer = nullptr;
-            if (m_fifo->PopOldestBuffer(&buffer, 20ms) == 0 && buffer)
-                held.push_back(buffer);
-        }
+        std::atomic<bool> isOver{false};
+        std::thread taker([&] {
+            while (!isOver) {
+                TovCam::Buffer *buffer = nullptr;
+                if (m_fifo->PopOldestBuffer(&buffer, 20ms) == 0 && buffer)
+                    held.push_back(buffer);
+            }
+        });
+        wait();
+        isOver = true;
+        taker.join();
         for (TovCam::Buffer *const buffer : held)
             m_fifo->ReleaseBuffer(buffer);
     }
@@ -191,7 +207,7 @@ std::vector<LossFinding> Watch(Features features, Features const &faults)
     auto const camera = Serve("127.0.0.1", features);
     Host host("127.0.0.1");
     host.Start();
-    std::this_thread::sleep_for(RunTime);
+    AwaitFrames(*camera, RunFrames);
     host.Stop();
     return host.Explain();
 }
@@ -209,7 +225,7 @@ std::vector<LossFinding> RecordInto(std::string const &folder, Features const &f
     Host host("127.0.0.1", queue);
     host.Record(folder, format, compressor);
     host.Start();
-    std::this_thread::sleep_for(RunTime);
+    AwaitFrames(*camera, RunFrames);
     host.Stop();
     s_diskDelay = 0;
     return host.Explain();
@@ -240,7 +256,7 @@ std::vector<LossFinding> CableIsNarrow(Dice &dice)
 {
     std::promise<pid_t> here;
     std::promise<void> plugged, end;
-    std::promise<bool> served;
+    std::promise<WireCamera *> served;
     int const rate = Throw(dice, 12, 26), limit = Throw(dice, 20, 80);
     std::thread far([&] {
         bool const isAway = unshare(CLONE_NEWNET) == 0;
@@ -253,18 +269,19 @@ std::vector<LossFinding> CableIsNarrow(Dice &dice)
                   std::to_string(rate) + "mbit burst 32kb limit " + std::to_string(limit) + "kb");
             camera = Serve("192.0.2.7", Frames(320, 200, 60));
         }
-        served.set_value(isAway);
+        served.set_value(camera.get());
         end.get_future().wait();
     });
     std::string const near = "near" + std::to_string(getpid());
     Shell("ip link add " + near + " type veth peer name far netns " + std::to_string(here.get_future().get()) +
           " && ip address add 192.0.2.100/24 dev " + near + " && ip link set " + near + " up");
     plugged.set_value();
-    if (!served.get_future().get())
+    WireCamera *const camera = served.get_future().get();
+    if (!camera)
         GiveUp("no network namespace");
     Host host("192.0.2.7");
     host.Start();
-    std::this_thread::sleep_for(RunTime);
+    AwaitFrames(*camera, RunFrames);
     host.Stop();
     auto findings = host.Explain();
     Shell("ip link delete " + near); // before the next run has that address
@@ -273,19 +290,19 @@ std::vector<LossFinding> CableIsNarrow(Dice &dice)
     return findings;
 }
 
-std::atomic<int> s_hold{0}; // milliseconds
+std::atomic<bool> s_isHeld{false};
 
 void Sleep(int)
 {
     timespec const step{0, 1'000'000};
-    for (int left = s_hold; left > 0; --left)
+    while (s_isHeld)
         nanosleep(&step, nullptr);
 }
 
-// Keeps the receiver's thread from running for a while.
-void HoldReceiver(int milliseconds)
+// Keeps the receiver's thread from running while the camera sends so many frames.
+void HoldReceiver(WireCamera &camera, int frames)
 {
-    s_hold = milliseconds;
+    s_isHeld = true;
     struct sigaction action{};
     action.sa_handler = Sleep;
     sigaction(SIGUSR1, &action, nullptr);
@@ -295,6 +312,8 @@ void HoldReceiver(int milliseconds)
         if (name == "gvsp")
             syscall(SYS_tgkill, getpid(), std::stoi(task.path().filename()), SIGUSR1);
     }
+    AwaitFrames(camera, frames);
+    s_isHeld = false;
 }
 
 std::vector<LossFinding> SocketIsSmall(Dice &dice)
@@ -305,10 +324,10 @@ std::vector<LossFinding> SocketIsSmall(Dice &dice)
     Host host("127.0.0.1");
     host.Start();
     for (int i = Throw(dice, 2, 5); i > 0; --i) {
-        std::this_thread::sleep_for(150ms);
-        HoldReceiver(Throw(dice, 110, 140)); // 9 to 12 MB with what the system adds
+        AwaitFrames(*camera, 4);
+        HoldReceiver(*camera, Throw(dice, 4, 5)); // of 3 MB each
     }
-    std::this_thread::sleep_for(200ms);
+    AwaitFrames(*camera, 6);
     host.Stop();
     return host.Explain();
 }
@@ -319,12 +338,12 @@ std::vector<LossFinding> ReceiverIsHeldUp(Dice &dice)
     auto const camera = Serve("127.0.0.1", Frames(1024, 1024, Throw(dice, 40, 60)));
     Host host("127.0.0.1", Throw(dice, 5, 12));
     host.Start();
-    std::this_thread::sleep_for(100ms);
+    AwaitFrames(*camera, 5);
     if (buffers)
-        host.Hold(std::chrono::milliseconds(Throw(dice, 300, 700)));
+        host.Hold([&, frames = Throw(dice, 16, 40)] { AwaitFrames(*camera, frames); });
     else
-        HoldReceiver(Throw(dice, 400, 800));
-    std::this_thread::sleep_for(RunTime);
+        HoldReceiver(*camera, Throw(dice, 20, 50));
+    AwaitFrames(*camera, 20);
     host.Stop();
     return host.Explain();
 }

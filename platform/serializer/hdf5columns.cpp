@@ -46,6 +46,13 @@ hid_t Given(Kind kind)
     }
 }
 
+Hdf5Type MakeCauseType()
+{
+    Hdf5Type type(H5Tcopy(H5T_C_S1));
+    H5Tset_size(type.Get(), Hdf5Columns::CauseSize);
+    return type;
+}
+
 } // namespace
 
 char const *Hdf5Columns::NameOf(std::size_t column)
@@ -74,7 +81,20 @@ bool Hdf5Columns::Create(hid_t file)
         m_gathered[i].clear();
         m_gathered[i].reserve(Rows);
     }
-    return true;
+    return CreateCauses(file, space.Get());
+}
+
+bool Hdf5Columns::CreateCauses(hid_t file, hid_t space)
+{
+    hsize_t const chunk = CauseRows;
+    Hdf5List const properties(H5Pcreate(H5P_DATASET_CREATE));
+    Hdf5Type const type = MakeCauseType();
+    if (!type || H5Pset_chunk(properties.Get(), 1, &chunk) < 0)
+        return false;
+    m_causeSet = Hdf5Set(H5Dcreate2(file, Causes, type.Get(), space, H5P_DEFAULT, properties.Get(), H5P_DEFAULT));
+    m_causes.clear();
+    m_causes.reserve(Rows);
+    return bool(m_causeSet);
 }
 
 void Hdf5Columns::Add(_TovImage const &image, TovFrameNote const &note)
@@ -91,18 +111,17 @@ void Hdf5Columns::Add(_TovImage const &image, TovFrameNote const &note)
     };
     for (std::size_t i = 0; i < Count; ++i)
         m_gathered[i].push_back(values[i]);
+    note.lossCause.copy(m_causes.emplace_back().data(), CauseSize - 1);
 }
 
-bool Hdf5Columns::WriteColumn(std::size_t column, hsize_t rows)
+bool Hdf5Columns::WriteColumn(hid_t set, hid_t type, void const *values, hsize_t rows)
 {
-    hid_t const set = m_sets[column].Get();
     hsize_t const extent = m_written + rows;
     if (H5Dset_extent(set, &extent) < 0)
         return false;
     Hdf5Space const memory(H5Screate_simple(1, &rows, nullptr)), file(H5Dget_space(set));
     return H5Sselect_hyperslab(file.Get(), H5S_SELECT_SET, &m_written, nullptr, &rows, nullptr) >= 0 &&
-           H5Dwrite(set, Given(s_columns[column].kind), memory.Get(), file.Get(), H5P_DEFAULT,
-                    m_gathered[column].data()) >= 0;
+           H5Dwrite(set, type, memory.Get(), file.Get(), H5P_DEFAULT, values) >= 0;
 }
 
 bool Hdf5Columns::Write()
@@ -111,11 +130,15 @@ bool Hdf5Columns::Write()
     if (rows == 0)
         return true;
     for (std::size_t i = 0; i < Count; ++i) {
-        if (!WriteColumn(i, rows))
+        if (!WriteColumn(m_sets[i].Get(), Given(s_columns[i].kind), m_gathered[i].data(), rows))
             return false;
     }
+    if (Hdf5Type const type = MakeCauseType();
+        !type || !WriteColumn(m_causeSet.Get(), type.Get(), m_causes.data(), rows))
+        return false;
     for (auto &values : m_gathered)
         values.clear();
+    m_causes.clear();
     m_written += rows;
     return true;
 }
@@ -124,4 +147,5 @@ void Hdf5Columns::Close()
 {
     for (Hdf5Set &set : m_sets)
         set.Close();
+    m_causeSet.Close();
 }

@@ -14,8 +14,11 @@ class Hdf5Columns
 {
 public:
     static constexpr std::size_t Rows = 4096; // of a chunk, and gathered at most
-    static constexpr std::size_t Count = 8;
+    static constexpr std::size_t Count = 8;   // with numbers
     static char const *NameOf(std::size_t column);
+    static constexpr char const *Causes = "loss_cause"; // texts
+    static constexpr std::size_t CauseSize = 72;        // bytes with the zero: room for the words of all places
+    static constexpr std::size_t CauseRows = 512;       // of a chunk
 
     bool Create(hid_t file);
     void Add(_TovImage const &image, TovFrameNote const &note);
@@ -28,8 +31,13 @@ public:
     void Close();
 
 private:
-    bool WriteColumn(std::size_t column, hsize_t rows);
+    using Cause = std::array<char, CauseSize>;
 
+    bool CreateCauses(hid_t file, hid_t space);
+    bool WriteColumn(hid_t set, hid_t type, void const *values, hsize_t rows);
+
+    Hdf5Set m_causeSet;
+    std::vector<Cause> m_causes;
     std::array<Hdf5Set, Count> m_sets;
     std::array<std::vector<std::uint64_t>, Count> m_gathered; // bits of integers and of floating-point numbers
     hsize_t m_written = 0;

@@ -6,6 +6,7 @@
 #include <hdf5.h>
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 template<class T>
@@ -32,12 +33,13 @@ struct Contents
     std::vector<std::uint64_t> ids, timestamps, incomplete, missing, gaps;
     std::vector<std::int64_t> arrivals;
     std::vector<double> exposures, gains;
+    std::vector<std::string> causes;
 
     // Frames that every dataset has; their pixels.
     std::size_t Frames() const
     {
         return std::min({std::size_t(extent.at(0)), ids.size(), timestamps.size(), incomplete.size(), missing.size(),
-                         gaps.size(), arrivals.size(), exposures.size(), gains.size()});
+                         gaps.size(), arrivals.size(), exposures.size(), gains.size(), causes.size()});
     }
 };
 
@@ -66,6 +68,11 @@ inline Contents ReadHdf5(std::string const &path, unsigned how = H5F_ACC_RDONLY)
     found.incomplete = ReadSet<std::uint64_t>(file, "incomplete", H5T_NATIVE_UINT64, rows);
     found.missing = ReadSet<std::uint64_t>(file, "missing_bytes", H5T_NATIVE_UINT64, rows);
     found.gaps = ReadSet<std::uint64_t>(file, "gap_before", H5T_NATIVE_UINT64, rows);
+    hid_t const text = H5Tcopy(H5T_C_S1);
+    H5Tset_size(text, sizeof(std::array<char, 99>));
+    for (auto const &cause : ReadSet<std::array<char, 99>>(file, "loss_cause", text, rows))
+        found.causes.emplace_back(cause.data());
+    H5Tclose(text);
     if (H5Lexists(file, "configuration", H5P_DEFAULT) > 0) {
         hid_t const set = H5Dopen2(file, "configuration", H5P_DEFAULT), text = H5Dget_type(set);
         found.configuration.resize(H5Tget_size(text));

@@ -29,6 +29,7 @@ protected:
                 row.incomplete = true;
                 row.missingBytes = 1440 * i;
                 row.gapBefore = 1'000'000'000'000 + i;
+                row.lossCause = i == 1 ? "camera+network+adapter+socket+receiver+fifo+disk+recording+unknown" : "fifo";
             } else {
                 row.arrival.reset();
             }
@@ -56,6 +57,7 @@ protected:
             EXPECT_EQ(found.incomplete[i], row.incomplete);
             EXPECT_EQ(found.missing[i], row.missingBytes);
             EXPECT_EQ(found.gaps[i], row.gapBefore);
+            EXPECT_EQ(found.causes[i], row.lossCause);
         }
         EXPECT_TRUE(found.pixels == expected);
     }

@@ -94,7 +94,11 @@ TEST_F(Hdf5Test, MovieOfTheSerializerKeepsWhatItIsTold)
         serializer->SetConfiguration("of the next movie");
         ASSERT_EQ(serializer->StartMovie(Frame(0).Image(), Path("m.h5").c_str(), 25), TOV_SERIALIZER_OK);
         for (unsigned i = 0; i < 4; ++i) {
-            serializer->NoteFrame({.arrival = 70 + i, .exposure = 0.5, .incomplete = i == 3, .gapBefore = i});
+            serializer->NoteFrame({.arrival = 70 + i,
+                                   .exposure = 0.5,
+                                   .incomplete = i == 3,
+                                   .gapBefore = i,
+                                   .lossCause = i == 3 ? "network+recording" : ""});
             Picture const frame = Frame(i, TV_PIXEL_MONO8, i == 2 ? TovImageSize{9, 9} : TovImageSize{900, 700});
             EXPECT_EQ(serializer->WriteFrame(frame.Image(), nullptr),
                       i == 2 ? TOV_SERIALIZER_ERR_ARGUMENT : TOV_SERIALIZER_OK);
@@ -108,6 +112,7 @@ TEST_F(Hdf5Test, MovieOfTheSerializerKeepsWhatItIsTold)
         EXPECT_EQ(found.exposures, std::vector<double>(3, 0.5));
         EXPECT_EQ(found.incomplete, (std::vector<std::uint64_t>{0, 0, 1}));
         EXPECT_EQ(found.gaps, (std::vector<std::uint64_t>{0, 1, 2 + 1 + 3}));
+        EXPECT_EQ(found.causes, (std::vector<std::string>{"", "", "network+recording"}));
         EXPECT_EQ(found.configuration, companions ? "of this movie" : "of the next movie");
         fs::remove(Path("m.h5"));
     }

@@ -46,7 +46,7 @@ EvidenceRow const evidenceRows[] = {
     {.what = "less than half of it was dropped",
      .frame = {.skipped = 1, .packets = 40, .missing = 20, .dropped = 29},
      .incomplete = P::Network,
-     .skipped = P::Camera},
+     .skipped = P::Network},
     {.what = "no room in the card",
      .frame = {.packets = 40, .missing = 9},
      .noRoom = 1,

@@ -31,5 +31,7 @@ MovieCount CountHdf5Frames(std::string const &name)
     std::int64_t frames = LengthOf(file.Get(), "frames");
     for (std::size_t column = 0; column < Hdf5Columns::Count; ++column)
         frames = std::min(frames, LengthOf(file.Get(), Hdf5Columns::NameOf(column)));
+    if (H5Lexists(file.Get(), Hdf5Columns::Causes, H5P_DEFAULT) > 0) // earlier versions had none
+        frames = std::min(frames, LengthOf(file.Get(), Hdf5Columns::Causes));
     return {frames, isEnded};
 }
