@@ -36,6 +36,9 @@ NoticeBar::NoticeBar(QWidget *parent) : QWidget(parent), m_details(new QToolButt
     m_details->setText(tr("Details..."));
     m_details->setToolTip(tr("What was found, why it matters, and what mends it"));
     m_details->setAutoRaise(true);
+    QFont font = m_details->font(); // there is no room for a frame
+    font.setUnderline(true);
+    m_details->setFont(font);
     m_details->setFocusPolicy(Qt::TabFocus);
     m_details->hide();
     connect(m_details, &QToolButton::clicked, this, &NoticeBar::hostDetailsWanted);
