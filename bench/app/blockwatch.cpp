@@ -1,5 +1,7 @@
 #include "blockwatch.h"
 
+#include <QThread>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>

@@ -60,9 +60,9 @@ private:
     struct Sample
     {
         std::array<void *, MostFrames> frames;
-        int frameCount = 0;
+        int frameCount;
         std::array<Handled, MostEvents> events;
-        int eventCount = 0;
+        int eventCount;
     };
     struct Block
     {

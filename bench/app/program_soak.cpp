@@ -35,6 +35,9 @@ using std::chrono::seconds;
 
 constexpr milliseconds LongestBlock{200};
 constexpr std::size_t MostGrowth = 4096; // kilobytes
+constexpr std::chrono::minutes Patience{2};
+constexpr double SlowestRate = 30;                      // of the ramp
+constexpr double LossesOfRamp = 0.005, KeptRate = 0.95; // shares, of the frames and of the rate
 constexpr char Model[] = "VG-2048M";
 
 struct Options
@@ -81,7 +84,7 @@ private:
     void Step()
     {
         m_accounts.Follow(Current());
-        if (Clock::now() - m_phaseSince > std::chrono::minutes(2) && m_phase != Phase::Running)
+        if (Clock::now() - m_phaseSince > Patience && m_phase != Phase::Running)
             return Fail("stuck before or after the run");
         switch (m_phase) {
         case Phase::Opening:
@@ -160,7 +163,7 @@ private:
         params->SetIntegerValue("Height", m_options.height);
         params->SetFloatValue("ExposureTime", 500);
         params->SetBooleanValue("AcquisitionFrameRateEnable", true);
-        m_rate = m_options.capacity > 0 ? m_options.capacity : 30;
+        m_rate = m_capacity = m_options.capacity > 0 ? m_options.capacity : SlowestRate;
         params->SetFloatValue("AcquisitionFrameRate", m_rate);
         static_cast<ImageWriter *>(Current()->GetImageWriter())
             ->SetParamString("FilePath", m_folder.toUtf8().constData());
@@ -178,7 +181,8 @@ private:
         double const time = std::chrono::duration<double>(Clock::now() - m_judged).count();
         double const got = static_cast<double>(arrived - m_arrived) / time;
         bool const isFirst = m_arrived < 0;
-        bool const holds = isFirst || (lost == m_lost && got > 0.95 * m_rate);
+        bool const holds =
+            isFirst || (static_cast<double>(lost - m_lost) <= LossesOfRamp * got * time && got > KeptRate * m_rate);
         if (!isFirst)
             std::printf("ramp: %.0f frames a second: got %.0f, lost %lld\n", m_rate, got,
                         static_cast<long long>(lost - m_lost));
@@ -199,7 +203,7 @@ private:
     }
     void Mark()
     {
-        bool const isEnd = m_phase == Phase::Ending;
+        bool const isEnd = m_phase == Phase::Ending || m_phase == Phase::Running;
         Go(isEnd ? Phase::Finishing : Phase::Marking);
         QTimer::singleShot(300, [this, isEnd] {
             m_world.Ask(QStringLiteral("sent"), [this, isEnd](QStringList const &words) {
@@ -258,6 +262,11 @@ private:
             m_clicks.End();
             Go(Phase::Ending);
             m_watch.SetDeed("the end of the soak");
+        }
+        if (now - m_begin >= Minutes(m_options.minutes) + Patience) {
+            std::printf("FAILED: there is no recording at the end\n");
+            m_clicks.End();
+            Mark();
         }
     }
     // Kilobytes of its own: the median of the samples from one share of the time after the warm-up to another.

@@ -38,6 +38,7 @@ void SoakAccounts::Picture::Add(Picture const &other)
     missing += other.missing;
     dropped += other.dropped;
     underWay += other.underWay;
+    lastId = other.lastId;
     lost = Sum(lost, other.lost);
 }
 
@@ -113,6 +114,7 @@ SoakAccounts::Picture SoakAccounts::Read() const
     picture.missing = accounts.missing;
     picture.dropped = accounts.droppedSW;
     picture.lost = WriterOf(m_session)->GetLossCounts().frames;
+    m_session->GetGrabber()->GetParamInt("FrameID", &picture.lastId);
     return picture;
 }
 
@@ -170,6 +172,9 @@ std::string SoakAccounts::Compare(std::uint64_t sent, std::uint64_t leftOut)
                                since(m_all.underWay, m_before.underWay);
     Miss(std::max<std::int64_t>(made - known, 0), "made by the camera, and not known here", report);
     Miss(std::max<std::int64_t>(known - made, 0), "known here, and not made by the camera", report);
+    if (made != known)
+        report += " (made " + std::to_string(made) + ", known " + std::to_string(known) + ", last whole frame " +
+                  std::to_string(m_all.lastId) + ')';
     LossTally const lost = m_all.lost - m_before.lost;
     std::int64_t missing = 0, incomplete = 0;
     for (LossTally::Frames const &place : lost.places) {

@@ -56,6 +56,7 @@ private:
     {
         std::int64_t arrived = 0, incomplete = 0, missing = 0, dropped = 0;
         std::int64_t underWay = 0; // when it stopped: the receiver had them, whole or in part
+        long lastId = 0;           // of a complete frame, of the last picture
         LossTally lost;
         void Add(Picture const &other);
     };

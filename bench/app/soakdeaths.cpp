@@ -2,7 +2,6 @@
 
 #include "blockwatch.h"
 #include "guimanager.h"
-#include "session.h"
 #include "soakaccounts.h"
 #include "soakworld.h"
 #include "tovscope.h"
@@ -89,7 +88,8 @@ void SoakDeaths::Fault(char const *what)
 void SoakDeaths::Step()
 {
     LookAtMessage();
-    if (m_hasMark && !m_accounts.IsRunning() && !m_compared) {
+    bool const hasStopped = !m_lost || !m_accounts.IsRunning();
+    if (m_hasMark && hasStopped && !m_compared) {
         m_compared = true;
         std::string const report = m_accounts.Compare(m_sent, m_leftOut);
         if (!report.empty())
@@ -116,7 +116,7 @@ void SoakDeaths::Step()
             Return();
         break;
     case Stage::Returning:
-        if (StateIs(SessionStateCapturing) && m_window.GetGuiManager().GetSession() != m_lost && m_compared) {
+        if (StateIs(SessionStateCapturing) && !m_lost && m_compared) {
             m_seconds.push_back(Since(m_returned));
             ++m_done;
             Go(Stage::Running, "back");
@@ -162,8 +162,7 @@ void SoakDeaths::Die()
 // The message is there, or has been.
 void SoakDeaths::Told()
 {
-    bool const isTold = qobject_cast<QMessageBox *>(QApplication::activeModalWidget()) ||
-                        m_window.GetGuiManager().GetSession() != m_lost;
+    bool const isTold = qobject_cast<QMessageBox *>(QApplication::activeModalWidget()) || !m_lost;
     if (!isTold || !m_hasMark)
         return;
     m_return = Clock::now() + std::chrono::milliseconds(m_random() % 4000);

@@ -3,7 +3,10 @@
 // One at a time, spread over the run. GUI thread.
 #pragma once
 
+#include "session.h"
 #include "soakclicks.h"
+
+#include <QPointer>
 
 #include <chrono>
 #include <cstdint>
@@ -13,7 +16,6 @@
 #include <vector>
 
 class BlockWatch;
-class Session;
 class SoakAccounts;
 class TovScope;
 class World;
@@ -66,7 +68,7 @@ private:
     Clock::time_point m_since;  // of the stage
     Clock::time_point m_return; // is due
     Clock::time_point m_returned;
-    Session const *m_lost = nullptr; // only compared
+    QPointer<Session> m_lost; // null once it has gone
     int m_round = -1, m_done = 0, m_faults = 0, m_breaksDone = 0;
     bool m_compared = true, m_hasMark = false;
     std::uint64_t m_sent = 0, m_leftOut = 0; // the mark

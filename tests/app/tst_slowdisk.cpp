@@ -91,9 +91,11 @@ TEST_F(SlowDisk, TheWindowLivesUntilTheFilesAreClosed)
     for (char const *const action : {"Record", "Stop", "Disconnect"}) {
         for (bool const hangsInFrame : {false, true}) {
             SCOPED_TRACE(std::string(action) + (hangsInFrame ? " in a frame" : " at the stop"));
+            bool const ends = action == std::string("Disconnect");
             Record(hangsInFrame);
             m_meanwhile = [&] {
-                EXPECT_EQ(Find<QLabel>("waitingWhat")->text(), "Ending the recording of Scripted camera");
+                EXPECT_EQ(Find<QLabel>("waitingWhat")->text().toStdString(),
+                          (ends ? "Disconnecting" : "Ending the recording of") + std::string(" Scripted camera"));
                 QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
                 QApplication::sendEvent(m_window.get(), &escape);
                 for (char const *const other : {"Play", "Stop", "Record", "Snap", "Disconnect"})
@@ -113,7 +115,7 @@ TEST_F(SlowDisk, TheWindowLivesUntilTheFilesAreClosed)
             EXPECT_EQ(m_disk.Writes().size(), 1u);
             EXPECT_EQ(m_disk.TakeLog().substr(0, 6), "Series");
             std::string const log = m_device->script.TakeLog();
-            if (action == std::string("Disconnect")) {
+            if (ends) {
                 EXPECT_EQ(Current(), nullptr);
                 EXPECT_EQ(log.find(StopLog), 0u) << log;
                 continue;
