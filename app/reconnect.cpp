@@ -89,7 +89,7 @@ bool Reconnect::TakeSettings(Session *session)
     if (session->GetState() != SessionStateIdle)
         return true;
     Forget(); // from here on it is the operator's picture
-    if (!IsOn())
+    if (!IsOn() || session == m_slow)
         return true;
     TovCam::Device *const device = session->GetDevice();
     CameraLookout::Camera const camera(device->GetDeviceInfo());
@@ -108,8 +108,10 @@ bool Reconnect::TakeSettings(Session *session)
             status = WaitFor([&] { return device->SaveConfiguration(name.constData()); });
         WaitingAction const *const action = WaitingAction::Current();
         cancelled = action && action->IsGivenUp() && !action->IsOverdue();
-        if (action && action->IsOverdue()) // without a call there is no status
-            status = TOV_CAM_ERR_NO_DEVICE;
+        if (action && action->IsOverdue()) {
+            m_slow = session;
+            status = TOV_CAM_ERR_NO_DEVICE; // whatever the call says
+        }
     });
     if (cancelled || m_lost == session)
         return false; // what is known from before is still the best

@@ -92,6 +92,7 @@ private:
     Stage m_stage = Stage::None;
     bool m_told = false;                // a notice of this is on the board
     std::optional<Settings> m_settings; // at the last start of the picture
+    QPointer<Session> m_slow;           // whose settings take too long to be read: not before every start
 
     // The camera that was lost last.
     TovCam::System *m_system = nullptr;

@@ -226,7 +226,8 @@ private:
         TovCam::ParamArray *const params = Current()->GetDevice()->GetCameraParameters(nullptr);
         params->SetFloatValue("ExposureTime", 500.0 + static_cast<double>(m_random() % 5000));
         params->SetFloatValue("Gain", static_cast<double>(m_random() % 6));
-        params->SetIntegerValue("Height", 64 + 2 * static_cast<std::int64_t>(m_random() % 32));
+        // Few sizes, so that free frames are soon there for each, and memory can be seen to be flat.
+        params->SetIntegerValue("Height", 64 + 32 * static_cast<std::int64_t>(m_random() % 2));
         static_cast<ImageWriter *>(Current()->GetImageWriter())
             ->SetParamString("FilePath", folder.toUtf8().constData());
         gui.startAcquisition();

@@ -245,6 +245,12 @@ TEST_F(LostCamera, TheStartWaitsForTheSettingsButNotForGood)
         EXPECT_EQ(m_camera->script.TakeLog().find("StartAcquisition") != std::string::npos, starts);
         EXPECT_EQ(IsTold(QStringLiteral("The settings of Scripted camera could not be read")), isTold);
         EXPECT_EQ(Current() && Current()->GetState() == SessionStateAcquisition, starts);
+        if (!starts)
+            continue;
+        Action("Stop")->trigger();
+        EXPECT_TRUE(Reaches(SessionStateIdle));
+        Action("Play")->trigger();
+        EXPECT_EQ(m_camera->script.TakeLog().find("SaveConfiguration") != std::string::npos, limit == Patience);
     }
     // Nothing ran, so nothing goes on.
     EXPECT_TRUE(Eventually([this] { return !Current(); }));
