@@ -19,7 +19,7 @@ namespace {
 
 using TovCam::HostFinding;
 
-constexpr int TextWidth = 70, Lines = 20; // of the window, in characters
+constexpr int TextWidth = 84, Lines = 26; // of the window, in characters
 
 QString Text(std::string const &text)
 {

@@ -200,6 +200,7 @@ void SetAddressDialog::Propose()
         proposed = TovCam_ProposeAddress(m_camera.info, m_others);
     if (proposed.address != 0)
         m_address.edit->setText(NumbersOf(proposed.address));
+    m_address.edit->selectAll();
     if (proposed.mask != 0)
         m_mask.edit->setText(NumbersOf(proposed.mask));
     if (proposed.gateway != 0)

@@ -151,11 +151,16 @@ TEST_F(SetAddressTest, SaysWhatIsWrongBesideTheField)
         {"192.0.2.7", "255.0.255.0", "", {"", "no netmask such as 255.255.255.0", ""}},
         {"192.0.2.7", "", "x", {"", "no netmask such as 255.255.255.0", "no address such as 192.168.0.1"}},
         {"192.0.2.255", "24", "", {"no address that a camera can have in such a subnet", "", ""}},
-        {"192.0.2.100", "24", "", {"taken by this computer", "", ""}},
+        {"192.0.2.100", "24", "", {"taken by Velmor VG-1280C (W1280C)", "", ""}},
+        {"192.0.2.101", "24", "", {"taken by this computer", "", ""}},
         {"192.0.2.7", "24", "192.0.3.1", {"", "", "no host in that subnet"}},
         {"192.0.2.7", "24", "192.0.2.1", {"", "", ""}},
         {"192.0.3.7", "24", "", {"out of reach of near, so the camera could not be told to keep it", "", ""}},
     };
+    ::Run("ip address add 192.0.2.101/24 dev near");
+    std::unique_ptr<WireCamera> const other = Serve(Colour, "192.0.2.100");
+    ASSERT_TRUE(Eventually([this] { return m_tree->model()->rowCount(m_tree->model()->index(0, 0)) == 2; }));
+    ASSERT_TRUE(Selects("10.9.9.2")); // still
     Ask([&](QDialog *dialog) {
         EXPECT_EQ(Find<QLineEdit>(dialog, "newAddress")->text(), QStringLiteral("192.0.2.2")); // proposed
         EXPECT_EQ(Find<QLineEdit>(dialog, "newMask")->text(), QStringLiteral("255.255.255.0"));
