@@ -161,6 +161,19 @@ void WaitingAction::Wait(std::function<void()> const &call, Awaited awaited)
     if (!quick)
         WaitWithEvents(state);
     worker.join();
+    if (quick && steady_clock::now() - m_eventsAt > s_times.quiet)
+        Breathe();
+}
+
+// Many quick calls make a long one, too: what there is to paint is painted.
+void WaitingAction::Breathe()
+{
+    m_waiting = true;
+    m_view.Enter();
+    QEventLoop().processEvents(QEventLoop::ExcludeUserInputEvents);
+    m_view.Leave();
+    m_waiting = false;
+    m_eventsAt = steady_clock::now();
 }
 
 void WaitingAction::WaitWithEvents(Call &call)
@@ -177,6 +190,7 @@ void WaitingAction::WaitWithEvents(Call &call)
     }
     m_view.Leave();
     m_waiting = false;
+    m_eventsAt = steady_clock::now();
 }
 
 // True once the call has returned, or the application is ending; false when the time is up.

@@ -55,7 +55,7 @@ class WaitingAction
 public:
     struct Times
     {
-        std::chrono::milliseconds quiet{100}; // without events, all calls of an action together
+        std::chrono::milliseconds quiet{100}; // without events, all calls of an action together; then between any two
         std::chrono::milliseconds leastQuiet{10};
         std::chrono::milliseconds unseen{500};
         std::chrono::milliseconds limit{61000}; // of the action; the camera library's own, for the opening, comes first
@@ -98,6 +98,7 @@ private:
     struct Call;
     bool RunEvents(Call &call, bool input, std::optional<std::chrono::milliseconds> most);
     void WaitWithEvents(Call &call);
+    void Breathe();
 
     static WaitingAction *s_current;
 
@@ -107,7 +108,8 @@ private:
     WaitingAction *const m_outer;          // within which this one is
     std::vector<WaitingAction *> m_within; // this one, the latest last
     std::chrono::steady_clock::time_point const m_start = std::chrono::steady_clock::now();
-    std::chrono::milliseconds m_quiet = s_times.quiet; // what is left of it
+    std::chrono::milliseconds m_quiet = s_times.quiet;          // what is left of it
+    std::chrono::steady_clock::time_point m_eventsAt = m_start; // were handled last
     bool m_waiting = false;
     bool m_shown = false;
     bool m_cancelled = false;

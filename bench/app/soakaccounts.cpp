@@ -44,13 +44,18 @@ void SoakAccounts::Picture::Add(Picture const &other)
 
 void SoakAccounts::Follow(Session *session)
 {
-    if (m_session == session)
-        return;
-    m_session = session;
-    m_base = {};
-    m_runs = m_records = false;
-    if (session)
-        QObject::connect(session, &Session::signalUpdateGui, session, [this] { Take(); });
+    if (m_session != session) {
+        m_session = session;
+        m_base = {};
+        m_runs = m_records = false;
+        if (session)
+            QObject::connect(session, &Session::signalUpdateGui, session, [this] { Take(); });
+    }
+    // It may have begun before it was seen here.
+    if (session && (session->GetState() == SessionStateAcquisition || session->GetState() == SessionStateCapturing)) {
+        m_runs = true;
+        m_records = WriterOf(session)->IsWriting() || m_records;
+    }
 }
 
 void SoakAccounts::Begin(std::uint64_t sent, std::uint64_t leftOut)

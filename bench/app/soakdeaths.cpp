@@ -2,6 +2,7 @@
 
 #include "blockwatch.h"
 #include "guimanager.h"
+#include "processfigures.h"
 #include "soakaccounts.h"
 #include "soakworld.h"
 #include "tovscope.h"
@@ -119,6 +120,8 @@ void SoakDeaths::Step()
         if (StateIs(SessionStateCapturing) && !m_lost && m_compared) {
             m_seconds.push_back(Since(m_returned));
             ++m_done;
+            std::printf("death %d, %s: back after %.1f s; %zu KB of its own\n", m_round + 1, KindOf(m_round).name,
+                        m_seconds.back(), LookAtProcess().own);
             Go(Stage::Running, "back");
         }
         break;

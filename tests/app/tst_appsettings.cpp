@@ -1,5 +1,6 @@
 #include "../panels/values.h"
 #include "appsettings.h"
+#include "wait.h"
 
 #include <QDir>
 #include <QStandardPaths>
@@ -58,6 +59,26 @@ TEST_F(Settings, WhatIsBrokenMissingOrRefusedLeavesTheParameterAsItWas)
         Values values;
         Run(AppSettings::LoadTovComponentSettings, QStringLiteral("Session"), values);
         EXPECT_EQ(values.Text("Count") + values.Text("Rate") + values.Text("Text"), "50.5start") << content.constData();
+    }
+}
+
+// The thread that stores hears of later changes, too, and of those to several files at once.
+TEST_F(Settings, EachChangeReachesItsFile)
+{
+    int argc = 1;
+    char name[] = "tst_appsettings", *argv[] = {name, nullptr};
+    QCoreApplication const application(argc, argv);
+    AppSettings settings;
+    for (int value = 1; value <= 3; ++value) {
+        for (QSettings *const one : {settings.GetGlobalSettings(), settings.GetSessionSettings(QStringLiteral("A"))})
+            one->setValue(QStringLiteral("Value"), value);
+        for (char const *const conf : {"/TovScope.conf", "/A.conf"}) {
+            EXPECT_TRUE(Eventually([&] {
+                QFile file(m_folder + QString::fromLatin1(conf));
+                return file.open(QIODevice::ReadOnly) && file.readAll().contains("Value=" + QByteArray::number(value));
+            })) << conf
+                << value;
+        }
     }
 }
 
