@@ -287,6 +287,10 @@ bool GuiManager::CreateSession(TovCam::Device *device)
         connect(session->GetDisplayView(), &DisplayView::inspectionRequested, this, &GuiManager::inspect);
         connect(session->GetDisplayView(), &DisplayView::pointerLeft, this,
                 [this] { m_window->clearCoordinatesAndValue(); });
+        if (session->IsCameraLost())
+            QMetaObject::invokeMethod(
+                this, [this, session] { sessionCameraDisconnected(session, DisconnectReasonCameraLost); },
+                Qt::QueuedConnection);
         return true;
     } catch (WaitingGivenUp const &) {
         WaitingAction const *const action = WaitingAction::Current();

@@ -268,6 +268,11 @@ TovCam::Device *Session::GetDevice() const
     return m_device;
 }
 
+bool Session::IsCameraLost() const
+{
+    return m_cameraLost;
+}
+
 QSettings *Session::GetSettings() const
 {
     return m_settings;

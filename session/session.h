@@ -57,6 +57,7 @@ public:
     ImgProcessor *GetAnalysis();
     SessionState GetState() const; // all ones until the machine has entered Idle
     TovCam::Device *GetDevice() const;
+    bool IsCameraLost() const; // perhaps before anybody was connected to the signal
     QSettings *GetSettings() const;
     QString const &GetSettingsName() const;
     QString const &GetTitle() const;

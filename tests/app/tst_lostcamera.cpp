@@ -153,6 +153,21 @@ TEST_F(LostCamera, WaitingIsNotEvenBegunWhereItIsNotWantedOrCannotBe)
     }
 }
 
+// Between the session's subscription and the window's connection to it.
+TEST_F(LostCamera, ALossIsNoticedHoweverEarlyItComes)
+{
+    Begin();
+    int subscriptions = 0;
+    m_camera->script.At("RegisterEvent", [&] {
+        if (++subscriptions == 2)
+            m_camera->LoseConnection();
+    });
+    EXPECT_TRUE(Gui().CreateSession(m_camera.get()) && Gui().CreatePanels());
+    EXPECT_TRUE(Eventually([this] { return !Current(); }));
+    Return();
+    EXPECT_TRUE(Reaches(SessionStateIdle));
+}
+
 TEST_F(LostCamera, SettingsThatItRefusesAreListedOnce)
 {
     Begin();
