@@ -429,6 +429,7 @@ void GrabbingFifo::CountArrival(TovCam::Buffer *buffer, bool incomplete, LossEvi
     if (incomplete) {
         LossPlace const place = PlaceOfIncomplete(evidence);
         ++m_lost.At(place).incomplete;
+        m_lost.At(place).packets += evidence.frame.missing;
         loss.own.Add(place);
     }
     // Without its first packet a frame may lack its id: it is then one of those that the next gap counts.

@@ -116,8 +116,8 @@ private:
             AddPort();
             return;
         }
-        std::uint64_t const missing = Since(&TovCam::StreamLosses::missing),
-                            damaged = Since(&TovCam::StreamLosses::adapterDamaged),
+        auto const missing = static_cast<std::uint64_t>(m_frames.At(LossPlace::Network).packets);
+        std::uint64_t const damaged = Since(&TovCam::StreamLosses::adapterDamaged),
                             cuts = Since(&TovCam::StreamLosses::linkLosses);
         QString const adapter = QString::fromStdString(m_after.stream.adapter);
         QString what = Words("%1 got lost on the wire or in a switch").arg(Packets(missing)), mending;

@@ -30,6 +30,7 @@ LossTally operator-(LossTally const &after, LossTally const &before)
     for (std::size_t i = 0; i < LossPlaceCount; ++i) {
         since.places[i].missing -= before.places[i].missing;
         since.places[i].incomplete -= before.places[i].incomplete;
+        since.places[i].packets -= before.places[i].packets;
     }
     return since;
 }

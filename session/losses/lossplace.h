@@ -62,6 +62,7 @@ struct LossTally
     struct Frames
     {
         std::int64_t missing = 0, incomplete = 0;
+        std::int64_t packets = 0; // that the incomplete ones lack
     };
     std::array<Frames, LossPlaceCount> places;
 

@@ -5,6 +5,8 @@
 #include "window.h"
 #include "wireclients.h"
 
+#include "params.h"
+
 namespace {
 
 class Losing : public WindowTest
@@ -44,7 +46,7 @@ protected:
     {
         return dialog->findChild<QTextBrowser *>();
     }
-    static bool Says(LossesDialog *dialog, char const *expression)
+    static testing::AssertionResult Says(LossesDialog *dialog, char const *expression)
     {
         QRegularExpression const wanted(QString::fromLatin1(expression));
         return Eventually([&] { return wanted.match(TextOf(dialog)->toPlainText()).hasMatch(); });

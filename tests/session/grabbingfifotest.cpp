@@ -77,6 +77,7 @@ TEST_F(Fifo, TellsWhereWhatIsMissingWasLost)
     EXPECT_EQ(lost.At(LossPlace::Camera).missing, 3);
     EXPECT_EQ(lost.At(LossPlace::Receiver).missing, 1);
     EXPECT_EQ(lost.At(LossPlace::Network).incomplete, 2);
+    EXPECT_EQ(lost.At(LossPlace::Network).packets, 6);
     EXPECT_EQ(lost.At(LossPlace::Fifo).missing, 2);
     EXPECT_EQ(lost.At(LossPlace::Unknown).missing, 1);
     Finish();

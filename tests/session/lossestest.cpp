@@ -97,8 +97,8 @@ FindingRow const findingRows[] = {
     {"no picture", P::Camera, {0, 1}, nullptr, "The camera has sent what is no picture of the set format: 1 frame is"},
     {"wire",
      P::Network,
-     {2, 7},
-     &TovCam::StreamLosses::missing,
+     {2, 7, 1204},
+     nullptr,
      "1,204 packets got lost on the wire or in a switch: 2 frames are missing, and 7 are incomplete. "},
     {"USB",
      P::Network,
@@ -161,7 +161,7 @@ TEST(LossFindings, AreSentencesWithWhatMendsThem)
             counts->stream.socketRoom = row.room;
             counts->stream.wantedRoom = 8 << 20;
             counts->unwritten = 5;
-            counts->frames.At(row.place) = {100, 100};
+            counts->frames.At(row.place) = {100, 100, 100};
         }
         if (row.packets) {
             before.stream.*row.packets = 1000;
@@ -170,6 +170,7 @@ TEST(LossFindings, AreSentencesWithWhatMendsThem)
         after.unwritten += row.unwritten;
         after.frames.At(row.place).missing += row.frames.missing;
         after.frames.At(row.place).incomplete += row.frames.incomplete;
+        after.frames.At(row.place).packets += row.frames.packets;
         std::vector<LossFinding> const findings = ExplainLosses(before, after);
         ASSERT_EQ(findings.size(), *row.line ? 1u : 0u);
         if (findings.empty())
