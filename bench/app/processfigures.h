@@ -6,11 +6,13 @@
 #include <cstring>
 
 #include <dirent.h>
+#include <malloc.h>
 
 struct ProcessFigures
 {
     // Kilobytes that are resident: the process' own, pages of files (code, fonts), shared memory.
     std::size_t own = 0, ofFiles = 0, shared = 0;
+    std::size_t inUse = 0;              // kilobytes of the heap: of all arenas and of mappings; the rest is its reserve
     std::size_t threads = 0, files = 0; // file descriptors
 };
 
@@ -34,6 +36,8 @@ inline ProcessFigures LookAtProcess()
         }
         std::fclose(status);
     }
+    struct mallinfo2 const heap = mallinfo2();
+    figures.inUse = (heap.uordblks + heap.hblkhd) / 1024;
     if (DIR *const folder = opendir("/proc/self/fd")) {
         while (dirent const *const entry = readdir(folder))
             figures.files += entry->d_name[0] != '.';

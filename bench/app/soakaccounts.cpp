@@ -165,7 +165,7 @@ void SoakAccounts::Miss(std::int64_t frames, char const *what, std::string &repo
     report += "  " + std::to_string(frames) + " frames unaccounted: " + what;
 }
 
-std::string SoakAccounts::Compare(std::uint64_t sent, std::uint64_t leftOut)
+std::string SoakAccounts::Compare(std::uint64_t sent, std::uint64_t leftOut, std::int64_t afterStop)
 {
     std::string report;
     report.swap(m_faults);
@@ -173,8 +173,11 @@ std::string SoakAccounts::Compare(std::uint64_t sent, std::uint64_t leftOut)
         return now - before;
     };
     std::int64_t const made = static_cast<std::int64_t>(sent - m_sentBefore + leftOut - m_leftOutBefore);
-    std::int64_t const known = since(m_all.arrived, m_before.arrived) + since(m_all.missing, m_before.missing) +
-                               since(m_all.underWay, m_before.underWay);
+    std::int64_t const listened = since(m_all.arrived, m_before.arrived) + since(m_all.missing, m_before.missing) +
+                                  since(m_all.underWay, m_before.underWay);
+    std::int64_t const late = std::clamp<std::int64_t>(made - listened, 0, afterStop);
+    std::int64_t const known = listened + late;
+    m_all.underWay += late;
     Miss(std::max<std::int64_t>(made - known, 0), "made by the camera, and not known here", report);
     Miss(std::max<std::int64_t>(known - made, 0), "known here, and not made by the camera", report);
     if (made != known)

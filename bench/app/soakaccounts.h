@@ -20,8 +20,9 @@ public:
     // From now on; the picture stands.
     void Begin(std::uint64_t sent, std::uint64_t leftOut);
     // What the camera had sent when it was lost or stopped, once the picture stands. Returns what does not agree, as a
-    // line; empty where all does. What was found stays counted.
-    std::string Compare(std::uint64_t sent, std::uint64_t leftOut);
+    // line; empty where all does. What was found stays counted. So many frames may have been sent when nobody listened
+    // any more: those count as under way.
+    std::string Compare(std::uint64_t sent, std::uint64_t leftOut, std::int64_t afterStop = 0);
     bool IsRunning() const // a picture runs, or its accounts have not been taken yet
     {
         return m_runs;

@@ -120,8 +120,9 @@ void SoakDeaths::Step()
         if (StateIs(SessionStateCapturing) && !m_lost && m_compared) {
             m_seconds.push_back(Since(m_returned));
             ++m_done;
-            std::printf("death %d, %s: back after %.1f s; %zu KB of its own\n", m_round + 1, KindOf(m_round).name,
-                        m_seconds.back(), LookAtProcess().own);
+            ProcessFigures const figures = LookAtProcess();
+            std::printf("death %d, %s: back after %.1f s; %zu KB of its own, heap in use %zu\n", m_round + 1,
+                        KindOf(m_round).name, m_seconds.back(), figures.own, figures.inUse);
             Go(Stage::Running, "back");
         }
         break;
