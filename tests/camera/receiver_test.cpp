@@ -376,7 +376,9 @@ TEST_P(ReceiverTest, DropsAreChargedToTheFramesThatLackThem)
         queue.changed.notify_all();
         ++sentBlocks;
     };
-    auto const areDelivered = [&] { return Becomes([&] { return sink.delivered == sentBlocks; }); };
+    auto const areDelivered = [&] {
+        return Becomes([&] { return sink.delivered == sentBlocks; });
+    };
     constexpr std::uint32_t All = TrailerId + 1;
     show(All, 1);
     ASSERT_TRUE(Becomes([&] { return statistics.socketDrops.Get() == 1; }));
