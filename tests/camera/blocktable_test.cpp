@@ -646,11 +646,8 @@ TEST_F(BlockTableTest, AFrameTellsOfTheLossesAroundIt)
         std::uint64_t id, skipped;
         std::uint32_t missing, missingBefore;
         bool isEdgeMissing;
-    } const rows[] = {{1, 0, 1, 0, false},
-                      {3, 1, 5, 1, true},
-                      {4, 0, 0, 5, true},
-                      {6, 1, 0, 0, false},
-                      {7, 0, 0, 0, false}};
+    } const rows[] = {
+        {1, 0, 1, 0, false}, {3, 1, 5, 1, true}, {4, 0, 0, 5, true}, {6, 1, 0, 0, false}, {7, 0, 0, 0, false}};
     ASSERT_EQ(frames.size(), std::size(rows));
     for (std::size_t i = 0; i < frames.size(); ++i) {
         TovCam::FrameLosses const &losses = frames[i].losses;

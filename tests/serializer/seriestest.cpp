@@ -13,10 +13,11 @@ TEST(SeriesFiles, RowsComeBack)
 {
     using SeriesFiles::Row;
     Row row{7, "../a.raw", {}, 1, 2, {}, {}, {}, false, 0, 0};
-    EXPECT_EQ(SeriesFiles::Encode(row), "7,../a.raw,,1,2,,,,0,0,0\n");
+    EXPECT_EQ(SeriesFiles::Encode(row), "7,../a.raw,,1,2,,,,0,0,0,\n");
     Row const rows[] = {
         row,
-        {UINT64_MAX, "../m.avi", UINT64_MAX, UINT64_MAX, UINT64_MAX, INT64_MIN, 1e-300, -1.5, true, UINT64_MAX, 3},
+        {UINT64_MAX, "../m.avi", UINT64_MAX, UINT64_MAX, UINT64_MAX, INT64_MIN, 1e-300, -1.5, true, UINT64_MAX, 3,
+         "network,\"x\""},
         {0, "../with, \"quotes\"\nand\r\nlines", 0, 0, 0, 0, 0.1, 12.25, true, 5, 0},
         {0, "../\xff\xfe caf\xe9", {}, 0, 0, 1, 33.3, {}, false, 0, 0},
     };
@@ -27,8 +28,8 @@ TEST(SeriesFiles, RowsComeBack)
         EXPECT_TRUE(read == written) << line << SeriesFiles::Encode(read);
     }
     row.exposure = NAN;
-    EXPECT_EQ(SeriesFiles::Encode(row), "7,../a.raw,,1,2,,,,0,0,0\n");
-    for (char const *line : {"", ",", "7,../a.raw,,1,2,,,,0,0", "7,../a.raw,,1,2,,,,0,0,0,", "7,,,1,2,,,,0,0,0",
+    EXPECT_EQ(SeriesFiles::Encode(row), "7,../a.raw,,1,2,,,,0,0,0,\n");
+    for (char const *line : {"", ",", "7,../a.raw,,1,2,,,,0,0", "7,../a.raw,,1,2,,,,0,0,0,,", "7,,,1,2,,,,0,0,0",
                              "-7,../a.raw,,1,2,,,,0,0,0", "7,../a.raw,x,1,2,,,,0,0,0", "7,../a.raw,,1,2,,nan,,0,0,0",
                              "7,../a.raw,,1,2,,,,2,0,0", "7,\"../a.raw,,1,2,,,,0,0,0", "7,\"../a\"b,,1,2,,,,0,0,0",
                              "7,../a\"b,,1,2,,,,0,0,0", "7,../a.raw,,1,99999999999999999999,,,,0,0,0"})
