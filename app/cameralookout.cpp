@@ -63,7 +63,7 @@ void CameraLookout::Run()
     std::unique_lock lock(m_mutex);
     for (;;) {
         m_wake.wait(lock, [this] { return m_quit || m_order; });
-        if (m_quit)
+        if (m_quit || !m_order)
             return;
         Order const order = *m_order;
         lock.unlock();

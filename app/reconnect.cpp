@@ -189,6 +189,8 @@ void Reconnect::Lost(Session *session, TovCam::System *system)
 
 void Reconnect::Look()
 {
+    if (!m_camera)
+        return;
     m_found = nullptr;
     m_lookout.Begin(m_system, *m_camera);
     TellWaiting(nullptr);

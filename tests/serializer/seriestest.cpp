@@ -16,8 +16,9 @@ TEST(SeriesFiles, RowsComeBack)
     EXPECT_EQ(SeriesFiles::Encode(row), "7,../a.raw,,1,2,,,,0,0,0,\n");
     Row const rows[] = {
         row,
-        {UINT64_MAX, "../m.avi", UINT64_MAX, UINT64_MAX, UINT64_MAX, INT64_MIN, 1e-300, -1.5, true, UINT64_MAX, 3},
-        {0, "../with, \"quotes\"\nand\r\nlines", 0, 0, 0, 0, 0.1, 12.25, true, 5, 0, "network, socket"},
+        {UINT64_MAX, "../m.avi", UINT64_MAX, UINT64_MAX, UINT64_MAX, INT64_MIN, 1e-300, -1.5, true, UINT64_MAX, 3,
+         "network,\"x\""},
+        {0, "../with, \"quotes\"\nand\r\nlines", 0, 0, 0, 0, 0.1, 12.25, true, 5, 0},
         {0, "../\xff\xfe caf\xe9", {}, 0, 0, 1, 33.3, {}, false, 0, 0},
     };
     for (Row const &written : rows) {

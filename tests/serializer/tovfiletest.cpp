@@ -119,7 +119,8 @@ TEST_F(TovfileTest, CheckSaysExactlyWhatIsWrong)
     MakeSeries("s", TV_PIXEL_MONO8, size, 4);
     Edit(table, ",0,0,0,\n3,", ",1,77,5,network\n3,");
     Result const result = Tovfile("check s_0.series");
-    EXPECT_NE(result.output.find("frame 2: 5 frames are missing before it"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("frame 2: 5 frames are missing before it, lost by: network"), std::string::npos)
+        << result.output;
     EXPECT_NE(result.output.find("4 frames listed, 1 of them incomplete; 1 gaps of 5 frames in all"), std::string::npos)
         << result.output;
     EXPECT_EQ(result.status, 0);
