@@ -19,6 +19,8 @@ RecordingEnd ImageWriter::GetEnd() const
 // With the first frame in hand, before anything is made for it.
 void ImageWriter::BeginAfterGap(TovCam::Buffer *buffer)
 {
+    if (!m_continues)
+        return;
     RecordingGap &gap = m_gap.emplace();
     gap.before = m_continues->last;
     gap.after.id = buffer->GetFrameID();
@@ -32,7 +34,7 @@ void ImageWriter::BeginAfterGap(TovCam::Buffer *buffer)
 void ImageWriter::TellGap()
 {
     QByteArray const folder = m_companions && m_serializer ? m_serializer->GetCompanionFolder() : "";
-    if (m_gapTold || folder.isEmpty())
+    if (m_gapTold || folder.isEmpty() || !m_gap || !m_continues)
         return;
     m_gapTold = true;
     QString const why = m_gap->AppendTo(*m_continues, folder);
