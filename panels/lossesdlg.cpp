@@ -45,8 +45,8 @@ LossesDialog::LossesDialog(QWidget *parent, Session *session)
 
 void LossesDialog::Look()
 {
-    if (!m_session->GetImageWriter())
-        return; // it is going
+    if (!m_session || !m_session->GetImageWriter())
+        return; // it has gone, or is going
     QString const report = LossReport(m_session->GetLosses());
     if (report == m_text->toPlainText() || m_text->textCursor().hasSelection())
         return;

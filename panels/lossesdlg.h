@@ -5,6 +5,7 @@
 #include "session.h"
 
 #include <QDialog>
+#include <QPointer>
 #include <QTextBrowser>
 #include <QTimer>
 
@@ -18,7 +19,7 @@ public:
 private:
     void Look();
 
-    Session *const m_session;
+    QPointer<Session> const m_session;
     QTextBrowser *m_text;
     QTimer m_timer;
 };
