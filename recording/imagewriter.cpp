@@ -346,7 +346,8 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
     HeldBuffer held(m_fifo, buffer);
     _TovImage *const image = buffer->GetImage();
     Stopwatch const watch(m_serializer);
-    m_losses.Take(m_fifo->GetLossBefore(buffer));
+    GrabbingFifo::Loss const loss = m_fifo->GetLossBefore(buffer);
+    m_losses.Take(loss);
     if (std::exchange(m_firstFrame, false)) {
         m_failure = {};
         if (m_continues)
@@ -361,7 +362,7 @@ void ImageWriter::Record(TovCam::Buffer *buffer, Steps const &steps)
         m_failure = {};
         m_arrival = 0;
         if (m_serializer && (m_companions || IsMovie())) // a movie may hold what is known
-            NoteFrame(buffer);
+            NoteFrame(buffer, loss.frames);
         std::int64_t const before = m_tally.Written();
         bool const goesOn = Try(steps.write, image);
         m_losses.Spent(watch.All(), watch.OfDisk());
@@ -425,11 +426,11 @@ void ImageWriter::CountWritten()
     TovStoreBound(m_framesSaved, m_tally.Saved());
 }
 
-void ImageWriter::NoteFrame(TovCam::Buffer *buffer)
+void ImageWriter::NoteFrame(TovCam::Buffer *buffer, std::uint64_t gapBefore)
 {
     TovFrameNote note;
     note.incomplete = m_incomplete;
-    note.gapBefore = m_fifo->GetGapBefore(buffer);
+    note.gapBefore = gapBefore;
     note.lossCause = m_losses.Words();
     if (TovCam::FrameFacts facts; buffer->GetFacts(&facts)) {
         note.arrival = m_arrival = facts.arrival;

@@ -148,7 +148,7 @@ private:
     RecordingFailure FailureOf(std::int32_t status, QString const &otherwise = {}) const;
     void CountFailure();
     void CountWritten();
-    void NoteFrame(TovCam::Buffer *buffer);
+    void NoteFrame(TovCam::Buffer *buffer, std::uint64_t gapBefore);
     void SettleAtStop(std::int32_t status);
     void ExplainLosses(LossCounts now);
     void LookForRoom();

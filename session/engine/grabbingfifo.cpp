@@ -296,11 +296,6 @@ GrabbingFifo::Accounts GrabbingFifo::GetAccounts()
             m_missing};
 }
 
-std::uint64_t GrabbingFifo::GetGapBefore(TovCam::Buffer const *buffer)
-{
-    return GetLossBefore(buffer).frames;
-}
-
 std::int64_t GrabbingFifo::GetFramesAcquired() const
 {
     return TovLoadBound(m_framesAcquired);

@@ -69,10 +69,8 @@ public:
         std::int64_t missing;
     };
     Accounts GetAccounts();
-    // Frames that the camera counted directly before that one, which a consumer has taken, and that nobody got: they
-    // never arrived, or the full FIFO dropped them. Any thread.
-    std::uint64_t GetGapBefore(TovCam::Buffer const *buffer);
-    // The same, and where they were lost.
+    // Frames that the camera counted directly before one that a consumer has taken, and that nobody got: they never
+    // arrived, or the full FIFO dropped them.
     struct Loss
     {
         std::uint64_t frames = 0;
@@ -80,7 +78,7 @@ public:
         LossPlaces before, own;    // of those frames, and of what the frame itself lacks
         void Add(Loss const &other);
     };
-    Loss GetLossBefore(TovCam::Buffer const *buffer);
+    Loss GetLossBefore(TovCam::Buffer const *buffer); // any thread
     // What was lost so far, and where. Any thread.
     LossCounts GetLossCounts();
 

@@ -176,7 +176,7 @@ private:
         if (!IsSome(m_frames.At(LossPlace::Socket)) && (dropped == 0 || !isSmall))
             return;
         Add(LossPlace::Socket, dropped,
-            Words(dropped == 1 ? "1 packet was dropped by the socket, which has room for %2 and not for %3"
+            Words(dropped == 1 ? "%1 packet was dropped by the socket, which has room for %2 and not for %3"
                                : "%1 packets were dropped by the socket, which has room for %2 and not for %3")
                 .arg(GroupedNumber(static_cast<qlonglong>(dropped)), Size(now.socketRoom), Size(now.wantedRoom)),
             QStringLiteral("sudo sysctl -w net.core.rmem_max=%1").arg(std::max(RecommendedRoom, now.wantedRoom)), true);

@@ -12,6 +12,56 @@
 
 namespace {
 
+// The session of a camera on the network, which records into a folder of its own.
+class Recorded
+{
+public:
+    void Begin()
+    {
+        TovCam::Device *const device = TovCam_CreateDevice(FindAt(m_system), 2, nullptr);
+        ASSERT_NE(device, nullptr);
+        m_session = std::make_unique<Session>(nullptr, device, &m_host);
+        GetWriter()->SetParamString("FilePath", m_folder.path().toUtf8().constData());
+        QCoreApplication::processEvents();
+        emit m_session->signalStartAcquisition();
+        emit m_session->signalStartCapturing();
+        ASSERT_EQ(m_session->GetState(), SessionStateCapturing);
+    }
+    ~Recorded()
+    {
+        m_session.reset();
+        m_system->Release();
+    }
+    ImageWriter *GetWriter() const
+    {
+        return static_cast<ImageWriter *>(m_session->GetImageWriter());
+    }
+    void SaveMore(int frames) const
+    {
+        auto const before = IntOf(GetWriter(), "FramesSaved");
+        EXPECT_TRUE(Eventually([&] { return IntOf(GetWriter(), "FramesSaved") >= before + frames; }));
+    }
+    void Stop() const
+    {
+        emit m_session->signalStopCapturing();
+    }
+    QString GetCompanions() const
+    {
+        return Companions(m_folder.path());
+    }
+    Session &GetSession() const
+    {
+        return *m_session;
+    }
+
+private:
+    TovCam::System *const m_system = TovCam_GetSystem();
+    FakeScript m_script;
+    FakeHost m_host{m_script};
+    QTemporaryDir m_folder;
+    std::unique_ptr<Session> m_session;
+};
+
 TEST(WireRecording, TheTableHasExposureAndGainOfEachFrame)
 {
     std::unique_ptr<WireCamera> const wire = Serve(Grey);
@@ -22,26 +72,14 @@ TEST(WireRecording, TheTableHasExposureAndGainOfEachFrame)
                 {"ChunkSelector", "Gain"},
                 {"ChunkEnable", "1"},
                 {"SimIncompleteEvery", "7"}});
-    TovCam::System *const system = TovCam_GetSystem();
-    TovCam::Device *const device = TovCam_CreateDevice(FindAt(system), 2, nullptr);
-    ASSERT_NE(device, nullptr);
-    FakeScript script;
-    FakeHost host(script);
-    QTemporaryDir folder;
-    auto session = std::make_unique<Session>(nullptr, device, &host);
-    auto *const writer = static_cast<ImageWriter *>(session->GetImageWriter());
-    writer->SetParamString("FilePath", folder.path().toUtf8().constData());
-    QCoreApplication::processEvents();
-    emit session->signalStartAcquisition();
-    emit session->signalStartCapturing();
-    ASSERT_EQ(session->GetState(), SessionStateCapturing);
-    EXPECT_TRUE(Eventually([&] { return IntOf(writer, "FramesSaved") >= 15; }));
+    Recorded recorded;
+    ASSERT_NO_FATAL_FAILURE(recorded.Begin());
+    recorded.SaveMore(15);
     Set(*wire, {{"ExposureTime", "2500"}, {"Gain", "6"}});
-    auto const before = IntOf(writer, "FramesSaved");
-    EXPECT_TRUE(Eventually([&] { return IntOf(writer, "FramesSaved") >= before + 15; }));
-    emit session->signalStopCapturing();
+    recorded.SaveMore(15);
+    recorded.Stop();
 
-    std::vector<Row> rows = RowsOf(Companions(folder.path()));
+    std::vector<Row> rows = RowsOf(recorded.GetCompanions());
     // Chunks come last, and not at all with an incomplete frame.
     EXPECT_GT(std::erase_if(rows, [](Row const &row) { return row.incomplete && !row.exposure && !row.gain; }), 0u);
     std::sort(rows.begin(), rows.end(), [](Row const &a, Row const &b) { return a.frameId < b.frameId; });
@@ -55,8 +93,6 @@ TEST(WireRecording, TheTableHasExposureAndGainOfEachFrame)
         gain = *row.gain;
     }
     EXPECT_TRUE(rows.front().exposure == 1000.0 && exposure == 2500.0 && gain > 5);
-    session.reset();
-    system->Release();
 }
 
 // What is missing in a recording is put where it was lost: in the table, in the ledger's file, in the findings.
@@ -76,34 +112,22 @@ TEST(WireRecording, TellsWhereFramesWereLost)
         std::unique_ptr<WireCamera> const wire = Serve(Grey);
         MakeSmall(*wire);
         Set(*wire, row.faults);
-        TovCam::System *const system = TovCam_GetSystem();
-        TovCam::Device *const device = TovCam_CreateDevice(FindAt(system), 2, nullptr);
-        ASSERT_NE(device, nullptr);
-        FakeScript script;
-        FakeHost host(script);
-        QTemporaryDir folder;
-        auto session = std::make_unique<Session>(nullptr, device, &host);
-        auto *const writer = static_cast<ImageWriter *>(session->GetImageWriter());
-        writer->SetParamString("FilePath", folder.path().toUtf8().constData());
-        QCoreApplication::processEvents();
-        emit session->signalStartAcquisition();
-        emit session->signalStartCapturing();
-        EXPECT_TRUE(Eventually([&] { return IntOf(writer, "FramesSaved") >= 30; }));
-        emit session->signalStopCapturing();
+        Recorded recorded;
+        ASSERT_NO_FATAL_FAILURE(recorded.Begin());
+        recorded.SaveMore(30);
+        recorded.Stop();
         std::size_t told = 0;
-        for (Row const &frame : RowsOf(Companions(folder.path()))) {
+        for (Row const &frame : RowsOf(recorded.GetCompanions())) {
             EXPECT_EQ(frame.lossCause.empty(), frame.gapBefore == 0 && !frame.incomplete) << frame.frameId;
             told += std::count(row.words.begin(), row.words.end(), frame.lossCause);
         }
         EXPECT_GE(told, 4u);
-        ASSERT_FALSE(session->GetLosses().empty());
-        QFile ledger(Companions(folder.path()) + QStringLiteral(".ledger.txt"));
+        ASSERT_FALSE(recorded.GetSession().GetLosses().empty());
+        QFile ledger(recorded.GetCompanions() + QStringLiteral(".ledger.txt"));
         ASSERT_TRUE(ledger.open(QIODevice::ReadOnly));
         QByteArray const text = ledger.readAll();
         EXPECT_TRUE(text.contains(QByteArray("[Losses]\n") + row.place + '=')) << text.constData();
         EXPECT_TRUE(text.contains(QByteArray("[Explanations]\n") + row.place + '=')) << text.constData();
-        session.reset();
-        system->Release();
     }
 }
 

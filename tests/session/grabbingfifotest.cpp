@@ -46,8 +46,8 @@ protected:
         if (!buffer)
             return 0;
         std::uint64_t const id = buffer->GetFrameID();
-        gapBefore = fifo.GetGapBefore(buffer);
         GrabbingFifo::Loss const loss = fifo.GetLossBefore(buffer);
+        gapBefore = loss.frames;
         places = loss.before.Words() + '/' + loss.own.Words();
         EXPECT_EQ(fifo.ReleaseBuffer(buffer), 0);
         return id;

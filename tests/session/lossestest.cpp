@@ -84,11 +84,12 @@ struct FindingRow
     char const *what;
     P place;
     LossTally::Frames frames;
-    std::uint64_t TovCam::StreamLosses::*packets; // of which 1,204 more
+    std::uint64_t TovCam::StreamLosses::*packets; // of which some more
     char const *line;                             // begins and ends so, with "..." in between; empty for no finding
     std::int64_t unwritten = 0;
     std::uint64_t room = 212992;
     bool isUsb = false;
+    std::uint64_t more = 1204; // of those packets
 };
 
 FindingRow const findingRows[] = {
@@ -134,6 +135,15 @@ FindingRow const findingRows[] = {
      &TovCam::StreamLosses::dropped,
      "1,204 packets were dropped by the socket, which has room for 208.0 kB and not for 8.0 MB: 12 frames are "
      "incomplete: sudo sysctl -w net.core.rmem_max=33554432"},
+    {"one at the socket",
+     P::Socket,
+     {0, 1},
+     &TovCam::StreamLosses::dropped,
+     "1 packet was dropped by the socket, which has room for 208.0 kB and not for 8.0 MB: 1 frame is incomplete",
+     0,
+     212992,
+     false,
+     1},
     {"receiver", P::Receiver, {0, 2}, &TovCam::StreamLosses::dropped, "The program did not come to read 1,204", 0, 0},
     {"buffers",
      P::Receiver,
@@ -165,7 +175,7 @@ TEST(LossFindings, AreSentencesWithWhatMendsThem)
         }
         if (row.packets) {
             before.stream.*row.packets = 1000;
-            after.stream.*row.packets = 2204;
+            after.stream.*row.packets = 1000 + row.more;
         }
         after.unwritten += row.unwritten;
         after.frames.At(row.place).missing += row.frames.missing;
