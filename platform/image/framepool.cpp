@@ -3,6 +3,7 @@
 #include "tovimage.h"
 
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <mutex>
 #include <new>
@@ -19,12 +20,16 @@
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::size_t Alignment = 64;
 // Smaller blocks than this are the heap's own business.
 constexpr std::size_t PooledFrom = 32 * 1024;
 // What free blocks may hold together: a handful of the largest frames.
 constexpr std::size_t KeepBytes = 384u << 20;
 constexpr std::size_t KeepBlocks = 128;
+// A size that nobody has asked for in this time, such as the picture's before its window was resized, is given up.
+constexpr std::chrono::seconds KeepTime{10};
 // From here on large pages pay: a 37 MB frame is 18 of them, or 9,000 small ones.
 constexpr std::size_t HugePage = 2u << 20;
 constexpr std::size_t HugeFrom = 2 * HugePage;
@@ -40,6 +45,7 @@ struct alignas(Alignment) Block
 {
     std::size_t capacity; // bytes behind this header
     void *memory;         // the allocation that holds it, to be freed
+    Clock::time_point freed = {};
 };
 static_assert(sizeof(Block) == Alignment);
 
@@ -64,16 +70,19 @@ public:
         return block;
     }
 
-    // Returns false when the block is too large to be kept at all; the oldest blocks make room for it otherwise.
+    // Returns false when the block is too large to be kept at all; the oldest blocks make room for it otherwise, and
+    // those go that have lain here for long.
     bool Keep(Block *block)
     {
         if (block->capacity > KeepBytes)
             return false;
         std::array<Block *, KeepBlocks> dropped;
         std::size_t count = 0;
+        block->freed = Clock::now();
         {
             std::lock_guard lock(m_mutex);
-            while (m_free.size() - count >= KeepBlocks || m_freeBytes + block->capacity > KeepBytes) {
+            while (m_free.size() - count >= KeepBlocks || m_freeBytes + block->capacity > KeepBytes ||
+                   (count < m_free.size() && block->freed - m_free[count]->freed > KeepTime)) {
                 m_freeBytes -= m_free[count]->capacity;
                 dropped[count] = m_free[count];
                 ++count;
