@@ -4,6 +4,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <mutex>
 #include <new>
@@ -36,6 +37,8 @@ constexpr std::size_t HugeFrom = 2 * HugePage;
 // Frames begin at a page, so that a file can be written from them past the page cache.
 constexpr std::size_t Page = 4096;
 constexpr std::size_t PagedFrom = 32 * Page;
+// Of any system's pages.
+constexpr std::size_t LargestPage = 64 * 1024;
 
 // No frame comes near this; a larger size is an error in somebody's arithmetic.
 constexpr std::size_t Largest = std::size_t(1) << 36;
@@ -45,9 +48,63 @@ struct alignas(Alignment) Block
 {
     std::size_t capacity; // bytes behind this header
     void *memory;         // the allocation that holds it, to be freed
+    std::size_t mapped;   // its bytes; 0: it is the heap's
     Clock::time_point freed = {};
 };
 static_assert(sizeof(Block) == Alignment);
+
+std::size_t RoundUp(std::size_t bytes, std::size_t unit)
+{
+    return (bytes + unit - 1) / unit * unit;
+}
+
+Block *BlockAt(void *memory, std::size_t begin, std::size_t bytes, std::size_t mapped)
+{
+    return new (static_cast<char *>(memory) + begin - sizeof(Block)) Block{bytes - begin, memory, mapped};
+}
+
+// Not from the heap, where one that is freed among others that are in use stays the process'.
+Block *MapBlock(std::size_t capacity)
+{
+    bool const huge = capacity >= HugeFrom;
+    std::size_t const bytes = RoundUp(Page + capacity, LargestPage);
+    std::size_t const all = huge ? bytes + HugePage : bytes;
+    void *const memory = mmap(nullptr, all, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        return nullptr;
+    if (!huge)
+        return BlockAt(memory, Page, bytes, bytes);
+    auto const at = reinterpret_cast<std::uintptr_t>(memory);
+    char *const begin = static_cast<char *>(memory) + (RoundUp(at, HugePage) - at);
+    if (begin != memory)
+        munmap(memory, static_cast<std::size_t>(begin - static_cast<char *>(memory)));
+    if (char *const end = static_cast<char *>(memory) + all; end != begin + bytes)
+        munmap(begin + bytes, static_cast<std::size_t>(end - (begin + bytes)));
+#if defined(MADV_HUGEPAGE)
+    madvise(begin, bytes, MADV_HUGEPAGE);
+#endif
+    return BlockAt(begin, Page, bytes, bytes);
+}
+
+Block *NewBlock(std::size_t capacity)
+{
+    if (capacity >= PagedFrom)
+        return MapBlock(capacity);
+    std::size_t const bytes = RoundUp(sizeof(Block) + capacity, Alignment);
+    void *memory = nullptr;
+    if (posix_memalign(&memory, Alignment, bytes) != 0)
+        return nullptr;
+    return BlockAt(memory, sizeof(Block), bytes, 0);
+}
+
+void Free(Block *block)
+{
+    ASAN_UNPOISON_MEMORY_REGION(block + 1, block->capacity);
+    if (block->mapped != 0)
+        munmap(block->memory, block->mapped);
+    else
+        std::free(block->memory);
+}
 
 class FramePool
 {
@@ -92,10 +149,8 @@ public:
             m_freeBytes += block->capacity;
         }
         // Giving pages back takes long: not under the lock.
-        for (std::size_t i = 0; i < count; ++i) {
-            ASAN_UNPOISON_MEMORY_REGION(dropped[i] + 1, dropped[i]->capacity);
-            std::free(dropped[i]->memory);
-        }
+        for (std::size_t i = 0; i < count; ++i)
+            Free(dropped[i]);
         return true;
     }
 
@@ -115,21 +170,6 @@ FramePool &Pool()
 {
     static FramePool *pool = new FramePool;
     return *pool;
-}
-
-Block *NewBlock(std::size_t capacity)
-{
-    bool const huge = capacity >= HugeFrom;
-    std::size_t const begin = capacity >= PagedFrom ? Page : sizeof(Block);
-    std::size_t const bytes = (begin + capacity + Alignment - 1) / Alignment * Alignment;
-    void *memory = nullptr;
-    if (posix_memalign(&memory, huge ? HugePage : begin, bytes) != 0)
-        return nullptr;
-#if defined(MADV_HUGEPAGE)
-    if (huge)
-        madvise(memory, bytes, MADV_HUGEPAGE);
-#endif
-    return new (static_cast<char *>(memory) + begin - sizeof(Block)) Block{bytes - begin, memory};
 }
 
 } // namespace
@@ -159,6 +199,5 @@ void TovFreeFrameMemory(void *memory)
     ASAN_POISON_MEMORY_REGION(block + 1, block->capacity);
     if (block->capacity >= PooledFrom && Pool().Keep(block))
         return;
-    ASAN_UNPOISON_MEMORY_REGION(block + 1, block->capacity);
-    std::free(block->memory);
+    Free(block);
 }
