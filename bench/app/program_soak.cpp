@@ -40,6 +40,7 @@ constexpr std::int64_t SentAfterStop = 3; // frames: what a camera that is stopp
 constexpr double Quarter = 0.25;
 constexpr std::chrono::minutes Patience{2};
 constexpr double SlowestRate = 30;                      // of the ramp
+constexpr std::int64_t FastestClock = 120;              // of the sensor, MHz
 constexpr double LossesOfRamp = 0.005, KeptRate = 0.95; // shares, of the frames and of the rate
 constexpr char Model[] = "VG-2048M";
 
@@ -158,6 +159,10 @@ private:
         params->SetIntegerValue("Width", m_options.width);
         params->SetIntegerValue("Height", m_options.height);
         params->SetFloatValue("ExposureTime", 500);
+        params->SetIntegerValue("PixelClock", FastestClock);
+        params->SetBooleanValue("AcquisitionFrameRateEnable", false);
+        std::int32_t error = 0;
+        m_fastest = params->GetFloatValue("ResultingFrameRate", &error);
         params->SetBooleanValue("AcquisitionFrameRateEnable", true);
         m_rate = m_capacity = m_options.capacity > 0 ? m_options.capacity : SlowestRate;
         params->SetFloatValue("AcquisitionFrameRate", m_rate);
@@ -170,7 +175,7 @@ private:
         m_due = Clock::now() + RampTime + seconds(2);
         m_arrived = -1;
     }
-    // The rate goes up until something is lost, or until the camera's process cannot keep it.
+    // The rate goes up until something is lost, the camera's process cannot keep it, or the sensor has no faster one.
     void JudgeRate()
     {
         std::int64_t const arrived = m_accounts.Arrived(), lost = m_accounts.Lost();
@@ -189,11 +194,10 @@ private:
             return Go(Phase::Stopping);
         if (!isFirst) {
             m_capacity = std::min(m_rate, got);
-            m_rate *= 1.25;
-            m_world.Ask(QStringLiteral("set AcquisitionFrameRate %1").arg(m_rate), [this](QStringList const &words) {
-                if (words[0] != QLatin1String("ok")) // as fast as the camera goes
-                    Go(Phase::Stopping);
-            });
+            if (m_rate >= m_fastest)
+                return Go(Phase::Stopping);
+            m_rate = std::min(m_rate * 1.25, m_fastest);
+            m_world.Ask(QStringLiteral("set AcquisitionFrameRate %1").arg(m_rate, 0, 'g', 12));
         }
         m_due = Clock::now() + RampTime;
     }
@@ -363,7 +367,7 @@ private:
     Clock::time_point m_phaseSince = Clock::now(), m_due, m_judged, m_begin, m_nextLook, m_nextMinute;
     bool m_asked = false, m_records = false;
     SessionState m_stopped = SessionStateDisconnected; // which Stop was clicked in
-    double m_rate = 0, m_capacity = 0;
+    double m_rate = 0, m_capacity = 0, m_fastest = 0;
     std::int64_t m_arrived = -1, m_lost = 0;
     std::uint64_t m_sent = 0, m_leftOut = 0;
     long long m_files = 0, m_rows = 0, m_holes = 0;
