@@ -18,6 +18,7 @@
 #include <QDir>
 #include <QFile>
 #include <QMessageBox>
+#include <QPixmapCache>
 #include <QPointer>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -65,6 +66,7 @@ QByteArray ReadAll(QString const &name)
 
 void PrintUse(int losses)
 {
+    QPixmapCache::clear(); // it grows with every icon that is made anew, up to a limit of its own
     QByteArray const status = ReadAll(QStringLiteral("/proc/self/status"));
     struct mallinfo2 const heap = mallinfo2();
     std::printf("after %4d losses: heap %zu KB, resident %ld KB, %ld threads, %d files\n", losses,
