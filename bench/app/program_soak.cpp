@@ -134,8 +134,13 @@ private:
     void Fail(char const *why)
     {
         std::printf("FAILED: %s\n", why);
+        PrintBlocks();
         QCoreApplication::exit(1);
         m_step.stop();
+    }
+    void PrintBlocks()
+    {
+        std::printf("\nthe longest blocks of the window:\n%s\n", m_watch.Report().c_str());
     }
     TovCam::ParamArray *Params()
     {
@@ -336,7 +341,7 @@ private:
         auto const number = [](auto value) {
             return static_cast<long long>(value);
         };
-        std::printf("\nthe longest blocks of the window:\n%s\n", m_watch.Report().c_str());
+        PrintBlocks();
         expect(m_accounts.Unaccounted() == 0, "frames unaccounted", m_accounts.Unaccounted(), 0);
         expect(m_files == m_accounts.Saved(), "files found, and frames told as saved", m_files, m_accounts.Saved());
         expect(m_rows == m_accounts.Saved(), "rows of tables, and frames told as saved", m_rows, m_accounts.Saved());
